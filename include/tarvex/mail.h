@@ -1,0 +1,45 @@
+#pragma once
+
+// What one run holds of the mailbox.
+
+#include <unordered_map>
+
+#include "tarvex/text.h"
+
+class CForwardAddress;
+
+// One fetched message. Owned by the array that holds it.
+class TARVEX_API CReceiveMail {
+public:
+    CReceiveMail() = default;
+    virtual ~CReceiveMail();
+
+    // The message as POP3 delivered it: the CR LF of the status line first, dot-stuffed, with its "." line at the end.
+    CString text;
+    // The unique id on the server; empty when the server has no UIDL command.
+    CString uidl;
+    // The forwarding addresses that are to receive the message; not owned.
+    CArray<CForwardAddress*, CForwardAddress*> destinations;
+};
+
+// A list of unique ids in the order in which they were added.
+class TARVEX_API CCheckedMail {
+public:
+    int GetSize() const { return static_cast<int>(ids_.size()); }
+    const CString& GetAt(int index) const { return ids_[static_cast<std::size_t>(index)]; }
+
+    // Whether the id is in the list.
+    bool Contains(const CString& id) const;
+
+    // The index of the id, which is appended when it is not in the list yet.
+    int Add(const CString& id);
+
+    // Removes the last id; does nothing when the list is empty.
+    void RemoveLast();
+
+    void RemoveAll();
+
+private:
+    CStringArray ids_;
+    std::unordered_map<CString, int> index_of_;
+};

@@ -1,0 +1,191 @@
+#pragma once
+
+// The account tree: the root directory, its users, their POP profiles and the profiles' forwarding addresses.
+//
+//     root\user0\userset.def
+//     root\user0\from0\popprofile.def, profile.log
+//     root\user0\from0\forwardto0\forwardaddress.def, schedule.def, uidl.def
+//
+// A child is a directory whose name begins with "user", "from" or "forwardto" and that holds its marker file
+// (userset.def, popprofile.def, forwardaddress.def), in the order in which the system lists the directory.
+//
+// The path in memory uses the backslash as separator; "/srv/tarvex\user0" is the directory /srv/tarvex/user0 on Linux.
+// Parents own their children: a pointer handed out stays valid until the child is deleted or the parent is reset or
+// destroyed, and is never deleted by the caller. A destructor touches nothing on disk.
+// The tree belongs to one thread, the host's, which may change it freely between two calls of the entry: workers run on
+// copies. No operation throws.
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "tarvex/log.h"
+#include "tarvex/mail.h"
+#include "tarvex/schedule.h"
+#include "tarvex/settings.h"
+#include "tarvex/text.h"
+#include "tarvex/uidl.h"
+
+namespace tarvex {
+class Thread;       // a worker thread
+class CSmtpSocket;  // an SMTP connection
+}  // namespace tarvex
+
+// One forwarding address of a profile.
+class TARVEX_API CForwardAddress {
+public:
+    CForwardAddress() = default;
+    CForwardAddress(const CForwardAddress&) = delete;
+    virtual ~CForwardAddress();
+
+    // Copies the path, the setting and the schedule, and reads the UIDL list from uidl.def in that path: a copy starts
+    // from what is on disk, not from the other's list in memory. The takes-part flag is not copied.
+    CForwardAddress& operator=(const CForwardAddress& other);
+
+    // Stores the path and loads the setting and the schedule, but not the UIDL list.
+    void SetPath(CString path);
+
+    int LoadSetting();
+    int SaveSetting();
+    int LoadScheduleSetting();  // appends to the terms already held
+    int SaveScheduleSetting();
+
+    // Replaces the UIDL list by that of uidl.def. Returns 0, with an empty list, when the file cannot be opened.
+    int LoadUidlSetting();
+
+    // Rewrites uidl.def, atomically. Returns 0 when it cannot be written. An empty path is not refused.
+    int SaveUidlSetting();
+
+    int takes_part = 0;  // whether the address takes part in the current run
+    CScheduleSetting schedule;
+    CStringArray uidls;  // the unique ids of the messages that this address has received
+    CForwardAddressSetting setting;
+    CString path;
+};
+
+// One POP3 account with its forwarding addresses.
+class TARVEX_API CPopProfile {
+public:
+    CPopProfile();
+    CPopProfile(const CPopProfile&) = delete;
+    virtual ~CPopProfile();
+
+    // A deep copy for a worker: path, setting with lasttime but without the version, and a new copy of every forwarding
+    // address. The log and the worker-thread field are not copied.
+    CPopProfile& operator=(const CPopProfile& other);
+
+    void Reset();                // default settings, no path, no addresses
+    void SetPath(CString path);  // Reset, then loads the setting and the forwarding addresses of the directory
+    int LoadSetting();  // 1 when popprofile.def was read, else 0; rewrites it when a password was not scrambled
+    int SaveSetting();
+    int SeekForwardAddress();  // appends the forwarding addresses of the directory; always 1
+
+    // Creates the directory "forwardto%d" with the lowest number that is free or has lost its marker file. The result
+    // is owned by the profile; null when the directory cannot be created.
+    CForwardAddress* CreateNewForwardAddress(CString nickname, CString address);
+
+    // Deletes the address and everything in its directory. Returns 0 when it is not one of this profile's.
+    int DeleteForwardAddress(CForwardAddress* address);
+
+    // Whether the profile is due: switched on, and its interval has passed since lasttime. Sets lasttime to now when it
+    // is. Below 1,440 minutes the interval is `timer` minutes; from there on it is longer (1,440 minutes wait 48
+    // hours).
+    int JudgeDoOperation();
+
+    // One whole forwarding run: judge the addresses, fetch, deliver, remember, log. Always 1; the log tells the rest.
+    // Blocks for as long as the servers take; call it on a copy that no other thread uses.
+    int DoOperation();
+
+    // The POP3 conversation of a run. Appends each fetched message to `mails`, which then owns it; leaves out the ids
+    // of `handled` (and deletes them on the server when `deletemail` is set); adds the ids that are on the server at
+    // the end to `present`, which may be null. Returns 1 when the conversation reached its QUIT, else 0; what was
+    // fetched stays.
+    int PopProcess(CArray<CReceiveMail*, CReceiveMail*>* mails, CCheckedMail* handled, CCheckedMail* present);
+
+    // Connects, greets and authenticates. Returns the connection, owned by the caller, or null; the log says why.
+    tarvex::CSmtpSocket* CreateSmtpConnection();
+
+    // Delivers every message to its destinations. A message that is delivered to all of them is destroyed; its place is
+    // null until all are delivered, when the array is emptied. Returns 0 after the first refusal.
+    int SmtpProcess(tarvex::CSmtpSocket* socket, CArray<CReceiveMail*, CReceiveMail*>* mails);
+
+    // Finds a header field by its name with colon ("From:"). `start` becomes the offset of the CR LF before the name,
+    // `end` that of the CR LF that ends the field's last continuation line. Returns 0 when there is no such field.
+    int FindHeader(CString* mail, CString name, int* start, int* end);
+
+    // Replaces the From field of every message by the profile's address.
+    void ReplaceFrom(CArray<CReceiveMail*, CReceiveMail*>* mails);
+
+    // Replaces the To field of one message by the address.
+    void ReplaceTo(CReceiveMail* mail, CString address);
+
+    // Reduces a message to a short text mail. Returns 1 when the text was replaced, else 0.
+    int CutAsTextmail(CString* mail, int textonly, int cutwhite, int htmltotext, CString compress_words);
+
+    std::vector<std::unique_ptr<CForwardAddress>> forward_addresses;
+    CPopProfileSetting setting;
+    CProfileLog log;
+    std::atomic<tarvex::Thread*> worker_thread{nullptr};  // null unless this copy's run is under way
+    CString path;
+};
+
+// One user with his POP profiles.
+class TARVEX_API CUser {
+public:
+    CUser() = default;
+    CUser(const CUser&) = delete;
+    CUser& operator=(const CUser&) = delete;
+    virtual ~CUser();
+
+    void SetPath(CString path);  // Reset, then loads the setting and the profiles of the directory
+    void Reset();                // destroys all profiles; path and setting stay
+    int LoadSetting();
+    int SaveSetting();
+    int SeekPopProfile();  // appends the profiles of the directory; always 1
+
+    // As CreateNewForwardAddress and DeleteForwardAddress, with "from%d".
+    CPopProfile* CreateNewPopProfile(CString nickname, CString address);
+    int DeletePopProfile(CPopProfile* profile);
+
+    CUserSetting setting;
+    std::vector<std::unique_ptr<CPopProfile>> profiles;
+    CString path;
+};
+
+// The root of the tree, and the owner of the running copies.
+class TARVEX_API CRootPath {
+public:
+    CRootPath() = default;
+    CRootPath(const CRootPath&) = delete;
+    CRootPath& operator=(const CRootPath&) = delete;
+
+    // Interrupts the workers that still run, waits until they have saved their state, and frees everything.
+    virtual ~CRootPath();
+
+    // Makes the directory exist and loads the tree below it. Returns 0, with the former tree unchanged, when the
+    // directory can neither be found nor created; one missing level is created, not several.
+    int SetRootPath(CString root);
+    CString GetRootPath() const;
+
+    void SeekUser();       // appends the users of the root directory
+    void DeleteAllUser();  // in memory only
+
+    // As CreateNewForwardAddress, with "user%d". A directory that is taken over because its marker file is missing
+    // yields a user without administrator rights, whatever is asked for.
+    CUser* CreateNewUser(CString login_name, CString password, int administrator);
+    int DeleteUser(CUser* user);
+
+    // Frees the copies whose worker has finished; trims the process's memory when none is left.
+    void RefreshThread();
+
+    // Interrupts every worker, waits for its end and frees all copies.
+    void KillThread();
+
+    // Waits until every worker has finished, at most that long (negative: without limit). Returns 1 when none runs any
+    // more, 0 when the time was up. The copies stay until RefreshThread frees them, so a host can read their logs.
+    int WaitThread(int milliseconds);
+
+    std::vector<std::unique_ptr<CUser>> users;
+    std::vector<std::unique_ptr<CPopProfile>> running_copies;  // in the order in which they were started
+    CString path;
+};

@@ -1,0 +1,18 @@
+#pragma once
+
+// Operations on a UIDL list: the ordered list of unique ids that a forwarding address has received. Ids are compared
+// byte for byte. A list may hold an id more than once.
+
+#include "tarvex/text.h"
+
+// The index of the first entry equal to the id, which is appended when there is none.
+TARVEX_API int FindOrAppendUidl(CStringArray& list, const CString& id);
+
+// Removes the first entry equal to the id. Returns 1 when there was one, else 0.
+TARVEX_API int RemoveOneUidl(CStringArray& list, const CString& id);
+
+// Removes every entry that does not occur in the other list; the order of the rest stays. Linear in both lengths.
+TARVEX_API void KeepOnlyUidl(CStringArray& list, const CStringArray& other);
+
+// Empties the list.
+TARVEX_API void RemoveAllUidl(CStringArray& list);

@@ -1,0 +1,18 @@
+#pragma once
+
+// Base64 (RFC 4648 section 4).
+
+#include <string>
+
+namespace tarvex {
+
+// Fills `target` with the Base64 form of every byte of `source`, zero bytes included, with padding and without line
+// breaks.
+void Base64Encode(const std::string* source, std::string* target);
+
+// Fills `target` with the bytes of a Base64 text. Characters outside the alphabet are skipped; decoding stops at the
+// first
+// "="; bits that do not fill a byte are dropped.
+void Base64Decode(const std::string* source, std::string* target);
+
+}  // namespace tarvex

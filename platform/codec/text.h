@@ -1,0 +1,43 @@
+#pragma once
+
+// Small text operations over Shift-JIS bytes.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tarvex {
+
+// The byte classes of code page 932.
+constexpr bool IsLeadByte(unsigned char byte) {
+    return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC);
+}
+constexpr bool IsTrailByte(unsigned char byte) {
+    return (byte >= 0x40 && byte <= 0x7E) || (byte >= 0x80 && byte <= 0xFC);
+}
+
+// 9 to 13 and 32, whatever the locale.
+constexpr bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+std::string_view TrimBlanks(std::string_view text);             // without leading and trailing blanks (0x20 only)
+std::string_view TrimLeadingBlanks(std::string_view text);      // without leading blanks (0x20 only)
+std::string_view TrimTrailingBlanks(std::string_view text);     // without trailing blanks (0x20 only)
+std::string_view TrimLeadingWhiteSpace(std::string_view text);  // without leading white space
+
+// ASCII letters only; the bytes of double-byte characters stay.
+std::string ToLower(std::string_view text);
+std::string ToUpper(std::string_view text);
+
+// The lenient decimal conversion of the settings files: leading white space, an optional sign, the leading digits; 0
+// without digits. Saturates at the limits of 32 bits.
+int DecimalValue(std::string_view text);
+
+// The line as far as headers are recognised in it: ASCII letters lowered, every double-byte character blotted out (with
+// 0xFF bytes), so that a trail byte 0x5B or 0x5D never reads as a bracket. Same length as the line.
+std::string HeaderView(std::string_view line);
+
+// Whether the line counts for nothing in a settings file: empty, or a comment (";" or "//" first). Expects a trimmed
+// line.
+bool IsBlankOrComment(std::string_view line);
+
+}  // namespace tarvex

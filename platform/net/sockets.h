@@ -1,0 +1,109 @@
+#pragma once
+
+// The POP3 (RFC 1939) and SMTP (RFC 5321) sockets: they format each command, send it, and read the reply.
+//
+// Time. Connecting (every address of the name, in turn), each TLS handshake and each single-line exchange must finish
+// within the time-out as a whole, however slowly the server drips; a multi-line answer and a message being sent must
+// make progress within it. A time-out sets `timed_out` to 1 and ends the connection.
+//
+// Failures are replies. POP3: "-ERR Disconnected: <reason>" for a connection that was refused, lost, not resolved or
+// interrupted, "-ERR Timeout: <reason>" for a time-out. SMTP: "421 <reason>" for both. From then on the connection
+// answers the same way without waiting. An argument that holds CR, LF or NUL is never sent: "-ERR ..." or "501 ...",
+// and the connection goes on. Bytes that arrive after a complete reply, before the next command was sent, are a
+// protocol error and end the connection. Limits: net/limits.h.
+//
+// Everything a reply holds comes from the server and is untrusted. A socket is used by one thread; a worker's sockets
+// are interrupted by TerminateThread. Nothing throws but std::bad_alloc. Destruction closes.
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tarvex {
+
+class Connection;
+
+class CBaseSocket {
+public:
+    CBaseSocket();
+    virtual ~CBaseSocket();
+    CBaseSocket(const CBaseSocket&) = delete;
+    CBaseSocket& operator=(const CBaseSocket&) = delete;
+
+    void SetTimeOut(int seconds);  // 0 or less counts as 30
+
+    int timed_out = 0;  // 1 when the last exchange ended by time-out
+    int ssl = 0;        // SMTP: 0 plain, 2 STARTTLS, anything else TLS from the first byte
+
+protected:
+    std::unique_ptr<Connection> connection_;
+    int timeout_s_;
+};
+
+class CSocketX : public CBaseSocket {
+public:
+    // Reserves a stream socket (type 1; port 0, no address). Non-zero means success.
+    int Create(unsigned port, int type, const char* address);
+    void Close();
+};
+
+class CPopSocket : public CSocketX {
+public:
+    // Each returns the reply line without its line end.
+    std::string PopConnect(const std::string& server, int port);
+    std::string SendAPOP(const std::string& user, const std::string& password, const std::string& timestamp);
+    std::string SendUser(const std::string& user);
+    std::string SendPassWord(const std::string& password);
+    std::string SendDelete(const std::string& number);
+    std::string SendQuit();
+
+    // Fill `reply` with the whole answer: status line, lines, "." line, each ended by CR LF. A negative answer is its
+    // status line alone.
+    void SendUidl(std::string* reply);
+    void SendList(std::string* reply);
+
+    // Fills `text` with the whole answer, dot-stuffed as it came, ending in CR LF "." CR LF. A message over the limit
+    // is read to its end and answered with a negative line; the conversation goes on.
+    void SendRetr(const std::string& number, std::string* text);
+
+private:
+    std::string ReplyLine(const std::string& command);
+    void MultiLine(const std::string& command, std::size_t limit, bool drain_over_limit, std::string* reply);
+};
+
+// How a text that is handed to SendData is framed.
+enum class DataForm {
+    Fetched,     // as POP3 delivered it: dot-stuffed, with its "." line
+    NotStuffed,  // plain lines, with a "." line
+};
+
+class CSmtpSocket : public CSocketX {
+public:
+    // Each returns the reply: every line of it, joined by CR LF, without a last line end.
+    // SmtpConnect returns the greeting. With `ssl` 2 it greets for itself and upgrades (or fails) before it hands the
+    // greeting on, so the caller's EHLO is the one after the upgrade. TLS is 1.2 or newer, and chain and host name are
+    // always verified against the system's trust store.
+    std::string SmtpConnect(const std::string& server, int port);
+    std::string SendEHello(std::string* host);
+    std::string SendHello(std::string* host);
+    std::string SendReset();
+    std::string SendQuit();
+    std::string SendAuth(const std::string& method);
+    std::string SendUser(const std::string& encoded_user);
+    std::string SendPassWord(const std::string& encoded_password);
+    std::string SendMD5Auth(const std::string& user, const std::string& password,
+                            const std::string& challenge);  // RFC 2195
+    std::string SendCommand(const std::string& line);       // the line with its CR LF, unchanged
+    std::string SendMailFrom(std::string* sender);          // "<address>"
+    std::string SendRcptTo(std::string* recipient);         // "<address>"
+
+    // DATA, the message, its end; returns the reply to the message, or to DATA when that was not 354. Whatever the text
+    // holds, the server takes exactly one message from it: see FrameData.
+    std::string SendData(const std::string* text, DataForm form = DataForm::Fetched);
+
+private:
+    std::string Exchange(std::string_view command);
+    std::string ReadReply();
+};
+
+}  // namespace tarvex

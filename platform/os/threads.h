@@ -1,0 +1,62 @@
+#pragma once
+
+// Worker threads that can be interrupted, and what else the entry asks of the system. Thread-safe.
+//
+// A worker ends by itself: TerminateThread interrupts what it waits for (sockets, name look-ups), makes every further
+// wait of that thread fail at once, and returns when the worker has ended. No thread is killed while it holds anything.
+
+#include <string>
+
+namespace tarvex {
+
+// A reference to a worker thread. It stays valid after the thread has ended and is never used for another one.
+class Thread;
+
+// Starts a worker: `procedure(parameter)` on a thread of its own. Priority, stack size (0 = 512 KiB, more in sanitizer
+// builds), flags and security attributes are taken as 0 and null. Returns null when no thread can be had.
+Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int priority, unsigned stack_size, unsigned flags,
+                       void* security);
+
+// Interrupts the worker and returns when it has ended, at once when it had ended before. The exit code is not used. A
+// worker must not terminate itself.
+int TerminateThread(Thread* thread, unsigned exit_code);
+
+// Waits until the worker has ended, at most that long; negative = without limit. True when it has ended.
+bool WaitForThread(Thread* thread, int milliseconds);
+
+// Whether the calling thread is a worker that has been interrupted.
+bool ThreadInterrupted();
+
+// Something that a worker may wait on.
+class Interruptible {
+public:
+    virtual void Interrupt() noexcept = 0;  // wakes the waiting worker; called from another thread
+
+protected:
+    ~Interruptible() = default;
+};
+
+// For as long as it lives, TerminateThread of the calling worker wakes `target`; at once when the worker has been
+// interrupted already. Does nothing on a thread that is no worker. Once the destructor has returned, `target` is not
+// touched any more. Must be destroyed on the thread that made it.
+class InterruptScope {
+public:
+    explicit InterruptScope(Interruptible& target);
+    ~InterruptScope();
+    InterruptScope(const InterruptScope&) = delete;
+    InterruptScope& operator=(const InterruptScope&) = delete;
+
+private:
+    Interruptible* target_;
+};
+
+// A reference to the process; never null.
+void* GetCurrentProcess();
+
+// Gives memory that the process does not use back to the system. The sizes are taken as -1.
+int SetProcessWorkingSetSize(void* process, long minimum, long maximum);
+
+// The machine's name for the SMTP greeting; "localhost" when it has none.
+std::string HostName();
+
+}  // namespace tarvex
