@@ -1,0 +1,71 @@
+#pragma once
+
+// A small POP3 server and a small SMTP server on loopback that keep their mail in memory: for the demo and for whole
+// runs. Both speak their protocol properly (RFC 1939, RFC 5321) and can be told to fail at a chosen step.
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tarvex::testing {
+
+struct StoredMail {
+    std::string uidl;
+    std::string text;  // as sent, CR LF line ends, not dot-stuffed
+};
+
+// One mailbox behind one login. USER/PASS, APOP, STAT, UIDL, LIST, RETR, DELE, NOOP, RSET, QUIT.
+class MailboxServer {
+public:
+    MailboxServer(std::string user, std::string password);
+    ~MailboxServer();
+
+    int Port() const;
+    void Add(StoredMail mail);
+    void Remove(const std::string& uidl);
+    std::vector<StoredMail> Mails() const;  // what is in the mailbox now
+
+    void OfferApop(bool offer);  // a timestamp in the greeting; on from the start
+    void OfferUidl(bool offer);  // on from the start
+
+    // Called with each command line before it is obeyed. A non-empty result is sent instead of the answer; the result
+    // "close" closes the connection, "stall" says nothing more until the client goes.
+    void SetFault(std::function<std::string(const std::string& command)> fault);
+
+    // How many times each command verb was received, over all connections ("RETR" -> 3).
+    int Received(const std::string& verb) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+struct DeliveredMail {
+    std::string sender;                   // without brackets
+    std::vector<std::string> recipients;  // without brackets
+    std::string text;                     // unstuffed, without the terminator
+};
+
+// Takes everything. EHLO (SIZE, 8BITMIME, AUTH CRAM-MD5 LOGIN PLAIN when a login is given), HELO, AUTH, MAIL, RCPT,
+// DATA, RSET, NOOP, QUIT. With a login, MAIL before AUTH is refused (530).
+class SinkServer {
+public:
+    SinkServer();
+    SinkServer(std::string user, std::string password);
+    ~SinkServer();
+
+    int Port() const;
+    std::vector<DeliveredMail> Delivered() const;
+
+    // As MailboxServer::SetFault; called also with the pseudo command "." at the end of each message.
+    void SetFault(std::function<std::string(const std::string& command)> fault);
+
+    int Received(const std::string& verb) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace tarvex::testing
