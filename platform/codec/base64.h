@@ -1,6 +1,6 @@
 #pragma once
 
-// Base64 (RFC 4648 section 4).
+// Base64 (RFC 4648 section 4). `source` and `target` may be the same string.
 
 #include <string>
 
@@ -10,9 +10,8 @@ namespace tarvex {
 // breaks.
 void Base64Encode(const std::string* source, std::string* target);
 
-// Fills `target` with the bytes of a Base64 text. Characters outside the alphabet are skipped; decoding stops at the
-// first
-// "="; bits that do not fill a byte are dropped.
+// Fills `target` with the bytes of a Base64 text. Characters outside the alphabet are skipped, decoding stops at the
+// first "=" wherever it stands, and bits that do not fill a byte are dropped, so every text has a decoded form.
 void Base64Decode(const std::string* source, std::string* target);
 
 }  // namespace tarvex

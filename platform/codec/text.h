@@ -2,6 +2,7 @@
 
 // Small text operations over Shift-JIS bytes.
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -14,6 +15,15 @@ constexpr bool IsLeadByte(unsigned char byte) {
 }
 constexpr bool IsTrailByte(unsigned char byte) {
     return (byte >= 0x40 && byte <= 0x7E) || (byte >= 0x80 && byte <= 0xFC);
+}
+
+// The length of the first character of a text that is not empty: 2 for a lead byte followed by a trail byte, else 1. A
+// lead byte at the end of the text or before a byte that is no trail byte is a character of its own.
+constexpr std::size_t CharacterBytes(std::string_view text) {
+    return text.size() > 1 && IsLeadByte(static_cast<unsigned char>(text[0])) &&
+                   IsTrailByte(static_cast<unsigned char>(text[1]))
+               ? 2
+               : 1;
 }
 
 // 9 to 13 and 32, whatever the locale.

@@ -1,7 +1,8 @@
 #pragma once
 
 // Files and directories. Every path may hold the backslash as separator; it is turned into the system's own form here,
-// byte for byte, and nowhere else. Nothing throws but std::bad_alloc.
+// byte for byte, and nowhere else. A path that holds a zero byte names nothing. Nothing throws but std::bad_alloc.
+// Thread-safe.
 
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 
 namespace tarvex {
 
+// A link that leads nowhere does not exist.
 bool PathExists(const std::string& path);
 
 // Creates one directory (0700 on Linux) below an existing one. False when that fails or it exists.
@@ -21,14 +23,17 @@ struct DirectoryEntry {
 };
 
 // The entries of a directory whose names match the wildcard mask in the last component ("root\user*": * any text, ? one
-// byte; case-sensitive on Linux), in the order in which the system returns them, "." and ".." included.
+// byte; case-sensitive on Linux), in the order in which the system returns them, "." and ".." included. On Linux a name
+// that holds a backslash itself is left out, since no path could name it. Empty when the directory cannot be read.
 std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask);
 
-// Removes a directory with everything in it; links are removed, not followed. Something that is no directory stays.
+// Removes a directory with everything in it, as far as the system lets it. Links are removed, not followed: a path that
+// is a link to a directory loses the link and nothing else. Something that is no directory stays, and so does the root
+// of the file system.
 void DeleteDirectory(const std::string& path);
 
 // The lines of a text file without their line ends (CR LF or LF; a lone CR is part of its line). A last line without a
-// line end counts. Nothing when the file cannot be read to its end.
+// line end counts. Nothing when the file cannot be read to its end or is no regular file.
 std::optional<std::vector<std::string>> ReadTextLines(const std::string& path);
 
 enum class Durability {
@@ -39,12 +44,15 @@ enum class Durability {
 // Replaces the content of a text file, creating the file (0600 on Linux) when it is missing: each LF is written as CR
 // LF. The new content is written to a file beside it (the path followed by ".new"), synced as asked, and renamed over
 // the old one, so at every instant the file holds the old or the new content, whole. Mode and, where possible, owner of
-// an existing file stay. Two writers of one file exclude each other. A left-over new file is replaced by the next call.
+// an existing file stay. Of a link the file that it leads to is replaced. Two writers of one file exclude each other. A
+// left-over new file is replaced by the next call.
+//
 // False, with the old content in place, when that fails, and when the existing file is not writable or not a regular
-// file.
+// file. False as well when only the last step fails, the sync of the directory: the new content is then in place, and a
+// power failure may bring the old one back.
 [[nodiscard]] bool WriteTextFile(const std::string& path, std::string_view text, Durability durability);
 
-// The directory of the running program, without a separator at its end.
+// The directory of the running program, without a separator at its end. Empty when the system does not tell.
 std::string GetApplicationPath();
 
 }  // namespace tarvex

@@ -1,0 +1,132 @@
+// Directories, and what there is in them. Text files are in text_files.cpp.
+
+#include "platform/os/files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+#include "platform/os/posix/file_handle.h"
+
+namespace tarvex {
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+Directory OpenDirectory(int parent, const std::string& path, int flags) {
+    FileHandle handle = OpenAt(parent, path, O_RDONLY | O_DIRECTORY | flags);
+    if (!handle) return nullptr;
+    Directory directory(fdopendir(handle.Get()));
+    if (directory) handle.Release();
+    return directory;
+}
+
+// Linear in the common case: of all asterisks only the last one is tried at another place.
+bool MatchesMask(std::string_view name, std::string_view mask) {
+    std::size_t n = 0;
+    std::size_t m = 0;
+    std::size_t after_asterisk = std::string_view::npos;
+    std::size_t asterisk_end = 0;  // where the text that the asterisk stands for ends
+    while (n < name.size()) {
+        if (m < mask.size() && mask[m] == '*') {
+            after_asterisk = ++m;
+            asterisk_end = n;
+        } else if (m < mask.size() && (mask[m] == '?' || mask[m] == name[n])) {
+            ++m;
+            ++n;
+        } else if (after_asterisk != std::string_view::npos) {
+            m = after_asterisk;
+            n = ++asterisk_end;
+        } else {
+            return false;
+        }
+    }
+    return mask.find_first_not_of('*', m) == std::string_view::npos;
+}
+
+bool IsDirectory(DIR* directory, const dirent& entry) {
+    if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+    struct stat status {};
+    return fstatat(dirfd(directory), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::vector<std::string> EntryNames(DIR* directory) {
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(directory)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") names.emplace_back(name);
+    }
+    return names;
+}
+
+// Removes what it can and goes on after a failure, so that as little as possible is left behind. The names are read
+// first: not every file system goes on in order while entries disappear.
+void RemoveEntries(DIR* directory) {
+    for (const std::string& name : EntryNames(directory)) {
+        if (unlinkat(dirfd(directory), name.c_str(), 0) == 0) continue;
+        const Directory inner = OpenDirectory(dirfd(directory), name, O_NOFOLLOW);
+        if (!inner) continue;
+        RemoveEntries(inner.get());
+        unlinkat(dirfd(directory), name.c_str(), AT_REMOVEDIR);
+    }
+}
+
+}  // namespace
+
+bool PathExists(const std::string& path) {
+    struct stat status {};
+    return stat(NativePath(path).c_str(), &status) == 0;
+}
+
+bool CreateOneDirectory(const std::string& path) { return mkdir(NativePath(path).c_str(), 0700) == 0; }
+
+std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
+    const std::string native = NativePath(mask);
+    const std::size_t name_start = native.rfind('/') + 1;  // 0 without a separator
+    const std::string_view name_mask = std::string_view(native).substr(name_start);
+
+    std::vector<DirectoryEntry> entries;
+    const Directory directory = OpenDirectory(AT_FDCWD, name_start == 0 ? "." : native.substr(0, name_start), 0);
+    if (!directory) return entries;
+    while (const dirent* entry = readdir(directory.get())) {
+        std::string name = entry->d_name;
+        if (name.find('\\') != std::string::npos || !MatchesMask(name, name_mask)) continue;
+        entries.push_back({std::move(name), IsDirectory(directory.get(), *entry)});
+    }
+    return entries;
+}
+
+void DeleteDirectory(const std::string& path) {
+    std::string native = NativePath(path);
+    while (native.ends_with('/')) native.pop_back();  // behind a separator a link would be followed
+    if (native.empty()) return;
+
+    if (const Directory directory = OpenDirectory(AT_FDCWD, native, O_NOFOLLOW)) {
+        RemoveEntries(directory.get());
+        rmdir(native.c_str());
+        return;
+    }
+    struct stat status {};
+    const bool is_link = lstat(native.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+    const bool leads_to_directory = stat(native.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (is_link && leads_to_directory) unlink(native.c_str());
+}
+
+std::string GetApplicationPath() {
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::string directory = program.parent_path().string();
+    return directory == "/" ? std::string() : directory;
+}
+
+}  // namespace tarvex
