@@ -5,8 +5,6 @@
 // A worker ends by itself: TerminateThread interrupts what it waits for (sockets, name look-ups), makes every further
 // wait of that thread fail at once, and returns when the worker has ended. No thread is killed while it holds anything.
 
-#include <string>
-
 namespace tarvex {
 
 // A reference to a worker thread. It stays valid after the thread has ended and is never used for another one.
@@ -55,8 +53,5 @@ void* GetCurrentProcess();
 
 // Gives memory that the process does not use back to the system. The sizes are taken as -1.
 int SetProcessWorkingSetSize(void* process, long minimum, long maximum);
-
-// The machine's name for the SMTP greeting; "localhost" when it has none.
-std::string HostName();
 
 }  // namespace tarvex

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace tarvex {
+
+// The machine's name for the SMTP greeting; "localhost" when it has none. Never throws but std::bad_alloc.
+std::string HostName();
+
+}  // namespace tarvex

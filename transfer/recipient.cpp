@@ -1,0 +1,24 @@
+#include "transfer/recipient.h"
+
+#include <cstddef>
+
+namespace tarvex {
+
+CString PlainRecipient(CString address) {
+    std::erase(address, ' ');
+
+    const std::size_t open = address.find('<');
+    const std::size_t close = address.find('>');
+    if (open != CString::npos && close != CString::npos && open < close) {
+        address = address.substr(open + 1, close - open - 1);
+    }
+
+    const std::size_t comment = address.find('(');
+    const std::size_t comment_end = address.find(')');
+    if (comment != CString::npos && comment_end != CString::npos && comment < comment_end) {
+        address.erase(comment, comment_end - comment + 1);
+    }
+    return address;
+}
+
+}  // namespace tarvex

@@ -1,0 +1,140 @@
+// Delivers the fetched messages of one run over the open SMTP connection.
+//
+// A message that all its destinations take unchanged goes out in one transaction; any other goes out once per destination.
+// The first refused command ends the delivery.
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include "platform/net/sockets.h"
+#include "platform/os/shield.h"
+#include "tarvex/tree.h"
+#include "transfer/recipient.h"
+#include "transfer/smtp_replies.h"
+
+namespace tarvex {
+namespace {
+
+// Removes the line ends at the front, so that the message begins with its first header line.
+void RemoveLeadingLineEnds(CString& text) {
+    std::size_t length = 0;
+    while (text.compare(length, 2, "\r\n") == 0) length += 2;
+    text.erase(0, length);
+}
+
+class Delivery {
+public:
+    Delivery(CPopProfile& profile, CSmtpSocket& socket, CArray<CReceiveMail*, CReceiveMail*>& mails)
+        : profile_(profile), socket_(socket), mails_(mails), sender_("<" + profile.setting.address + ">") {}
+
+    bool Run() {
+        Sort();
+        for (const std::size_t index : batch_) {
+            if (!DeliverToAll(*mails_[index])) return GiveUp();
+            Destroy(index);
+        }
+        for (const std::size_t index : single_) {
+            for (const CForwardAddress* destination : mails_[index]->destinations) {
+                if (!DeliverToOne(*mails_[index], *destination)) return GiveUp();
+            }
+            Destroy(index);
+        }
+        std::erase(mails_, nullptr);
+        return true;
+    }
+
+private:
+    void Log(CString line) { profile_.log.AddLine(std::move(line)); }
+
+    // A text limit other than 0, also the default that means "unchanged", sends a message out once per destination, and a
+    // message without destinations belongs to the batch: both are kept on purpose.
+    void Sort() {
+        for (std::size_t index = 0; index < mails_.size(); ++index) {
+            CReceiveMail& mail = *mails_[index];
+            RemoveLeadingLineEnds(mail.text);
+            const bool single = profile_.setting.replaceto != 0 ||
+                                std::any_of(mail.destinations.begin(), mail.destinations.end(),
+                                            [](const CForwardAddress* to) { return to->setting.textonly != 0; });
+            (single ? single_ : batch_).push_back(index);
+        }
+    }
+
+    bool DeliverToAll(const CReceiveMail& mail) {
+        if (!SendSender()) return false;
+        for (const CForwardAddress* destination : mail.destinations) {
+            if (!SendRecipient(PlainRecipient(destination->setting.address))) return false;
+        }
+        return SendText(mail.text, DataForm::Fetched);
+    }
+
+    bool DeliverToOne(CReceiveMail& mail, const CForwardAddress& destination) {
+        const CForwardAddressSetting& to = destination.setting;
+        const CString recipient = PlainRecipient(to.address);
+        if (!SendSender() || !SendRecipient(recipient)) return false;
+        // The message itself is rewritten: each copy from the one before.
+        if (profile_.setting.replaceto != 0) profile_.ReplaceTo(&mail, recipient);
+        if (to.textonly < 0) return SendText(mail.text, DataForm::Fetched);
+
+        CString copy = mail.text;
+        const int reduced = profile_.CutAsTextmail(&copy, to.textonly, to.cutwhite, to.htmltotext, to.compress_words);
+        return SendText(copy, reduced ? DataForm::NotStuffed : DataForm::Fetched);
+    }
+
+    bool SendSender() {
+        const CString reply = socket_.SendMailFrom(&sender_);
+        Log("MAIL FROM: " + sender_);
+        return Accept(reply);
+    }
+
+    bool SendRecipient(const CString& plain) {
+        CString recipient = "<" + plain + ">";
+        const CString reply = socket_.SendRcptTo(&recipient);
+        Log("RCPT TO:" + recipient);
+        return Accept(reply);
+    }
+
+    bool SendText(const CString& text, DataForm form) {
+        const CString reply = socket_.SendData(&text, form);
+        Log("DATA");
+        return Accept(reply);
+    }
+
+    bool Accept(const CString& reply) {
+        Log(reply);
+        return IsCode(reply, "250");
+    }
+
+    void Destroy(std::size_t index) {
+        delete mails_[index];
+        mails_[index] = nullptr;
+    }
+
+    // The answer to QUIT is neither logged nor looked at: kept on purpose.
+    bool GiveUp() {
+        if (socket_.timed_out == 1) {
+            Log(kSmtpTimeOutText);
+            return false;
+        }
+        Log("QUIT");
+        socket_.SendQuit();
+        Log("SomethingError..Closing Socket");
+        return false;
+    }
+
+    CPopProfile& profile_;
+    CSmtpSocket& socket_;
+    CArray<CReceiveMail*, CReceiveMail*>& mails_;
+    CString sender_;
+    std::vector<std::size_t> batch_;   // positions in mails_, ascending
+    std::vector<std::size_t> single_;  // likewise
+};
+
+}  // namespace
+}  // namespace tarvex
+
+int CPopProfile::SmtpProcess(tarvex::CSmtpSocket* socket, CArray<CReceiveMail*, CReceiveMail*>* mails) {
+    return tarvex::Shielded(
+        0, [&] { return tarvex::Delivery(*this, *socket, *mails).Run() ? 1 : 0; },
+        [&](const char* reason) { log.AddLine(CString("* SMTP exception : ") + reason); });
+}
