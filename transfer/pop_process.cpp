@@ -1,7 +1,7 @@
 // The POP3 conversation of one run: log in, list by unique id, delete what is handled, fetch the rest, quit.
 //
-// PopProcess only decides what comes next from the first character of each reply; the socket formats, reads and keeps the
-// time. Every command and every reply goes into the profile's log.
+// PopProcess only decides what comes next from the first character of each reply; the socket formats, reads and keeps
+// the time. Every command and every reply goes into the profile's log.
 
 #include <cstddef>
 #include <memory>
@@ -28,7 +28,8 @@ struct ListedMail {
 
 enum class ListingKind { Uidl, List };
 
-// The entries of a UIDL or LIST answer. LIST tells sizes, which are not used: its entries have no id.
+// The entries of a UIDL or LIST answer. LIST tells sizes, which are not used: its entries have no id. A line without a
+// blank is an entry without a number.
 std::vector<ListedMail> ParseListing(std::string_view reply, ListingKind kind) {
     std::vector<ListedMail> listing;
     std::size_t begin = 0;
@@ -43,8 +44,6 @@ std::vector<ListedMail> ParseListing(std::string_view reply, ListingKind kind) {
         if (blank != std::string_view::npos) mail.number = line.substr(0, blank);
         if (kind == ListingKind::Uidl) {
             mail.uidl = blank == std::string_view::npos ? line : line.substr(blank + 1);
-        } else if (blank == std::string_view::npos) {
-            mail.number = line;
         }
         listing.push_back(std::move(mail));
     }
@@ -146,8 +145,8 @@ private:
         return true;
     }
 
-    // What is handled is left out and, where the profile says so, deleted on the server: never in the run that fetched it,
-    // only when its id has been on disk since an earlier one.
+    // What is handled is left out and, where the profile says so, deleted on the server: never in the run that fetched
+    // it, only when its id has been on disk since an earlier one.
     bool SortOut(std::vector<ListedMail>& listing, const CCheckedMail& handled, CCheckedMail* present,
                  std::vector<ListedMail>& wanted) {
         for (ListedMail& mail : listing) {
@@ -156,7 +155,8 @@ private:
                 wanted.push_back(std::move(mail));
             } else if (setting_.deletemail != 0) {
                 if (!Delete(mail.number)) return false;
-                // The last element goes, whichever it is: for an id that was listed before, another one. Kept on purpose.
+                // The last element goes, whichever it is: for an id that was listed before, another one. Kept on
+                // purpose.
                 if (present) present->RemoveLast();
             }
         }
@@ -214,8 +214,8 @@ private:
         socket_.Close();
     }
 
-    // After a negative reply to a login command, LIST or DELE; returns the last text. QUIT is sent only when the reply says
-    // "Disconnected"; any other refusal is followed by closing without it. Kept on purpose.
+    // After a negative reply to a login command, LIST or DELE; returns the last text. QUIT is sent only when the reply
+    // says "Disconnected"; any other refusal is followed by closing without it. Kept on purpose.
     CString GiveUp(const CString& reply) {
         CString text = reply;
         if (TimedOut()) {

@@ -1,0 +1,27 @@
+#pragma once
+
+// Which message goes to which address, and what is remembered of it. Every operation is linear in the number of ids, by
+// hashing; the results and their order are those of walking the lists entry by entry.
+
+#include <span>
+
+#include "tarvex/tree.h"
+
+namespace tarvex {
+
+using ReceivedMails = CArray<CReceiveMail*, CReceiveMail*>;
+
+// The ids that the lists hold together exactly as often as there are lists, in the order of their first occurrence. So
+// an id that is in each list once is handled; one that is twice in the only list is not, and one that is twice in one
+// of two lists is. Occurrences are counted, not lists: kept on purpose.
+void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail& handled);
+
+// Gives each message, as destinations, the taking-part addresses whose UIDL list lacks its id, and appends the id
+// there. A message whose id is known everywhere gets none.
+void AssignDestinations(const ReceivedMails& mails, std::span<CForwardAddress* const> taking_part);
+
+// Takes the ids of messages that were not completely delivered out of the lists of all their destinations again: per
+// message and destination, the first entry equal to the id. Null places (delivered messages) are skipped.
+void TakeBack(const ReceivedMails& mails);
+
+}  // namespace tarvex

@@ -1,0 +1,105 @@
+// The entry: which profiles are due, and the worker threads that run them.
+//
+// The tree is never handed to a worker; a worker has a copy of its profile, owned by the root's list of running copies.
+// The only datum that both sides touch is the copy's worker-thread field.
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+
+#include "engine/interval.h"
+#include "engine/worker.h"
+#include "platform/os/clock.h"
+#include "platform/os/shield.h"
+#include "platform/os/threads.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex {
+namespace {
+
+// A copy whose worker has finished does not count, though it is still in the list.
+bool IsRunning(const CRootPath& root, const CString& path) {
+    return std::any_of(root.running_copies.begin(), root.running_copies.end(),
+                       [&path](const auto& copy) { return copy->worker_thread.load() && copy->path == path; });
+}
+
+void StartWorker(CRootPath& root, const CPopProfile& profile) {
+    auto copy = std::make_unique<CPopProfile>();
+    *copy = profile;
+    root.running_copies.push_back(std::move(copy));
+
+    CPopProfile& running = *root.running_copies.back();
+    running.worker_thread.store(AfxBeginThread(WorkerProcedure, &running, 0, 0, 0, nullptr));
+    running.worker_thread.notify_all();
+}
+
+void RunDueProfiles(CRootPath& root) {
+    for (std::size_t u = 0; u < root.users.size(); ++u) {
+        for (std::size_t p = 0; p < root.users[u]->profiles.size(); ++p) {
+            CPopProfile& profile = *root.users[u]->profiles[p];
+            // The judgement comes first: a due profile that is still running waits one full interval more. Kept on
+            // purpose.
+            if (!profile.JudgeDoOperation() || IsRunning(root, profile.path)) continue;
+            Shielded([&] { StartWorker(root, profile); });
+        }
+    }
+}
+
+}  // namespace
+
+unsigned WorkerProcedure(void* profile_copy) {
+    if (!profile_copy) return 1;
+    auto& copy = *static_cast<CPopProfile*>(profile_copy);
+    Shielded([&copy] { copy.DoOperation(); });
+    copy.worker_thread.wait(nullptr);
+    copy.worker_thread.store(nullptr);
+    return 1;
+}
+
+}  // namespace tarvex
+
+void Tarvex(CRootPath* root) {
+    if (!root) return;
+    root->RefreshThread();
+    tarvex::RunDueProfiles(*root);
+}
+
+int CPopProfile::JudgeDoOperation() {
+    if (setting.status == 0) return 0;
+    const CTime now = tarvex::CurrentTime();
+    if (!tarvex::IsDue(setting.timer, setting.lasttime, now)) return 0;
+    setting.lasttime = now;
+    return 1;
+}
+
+void CRootPath::RefreshThread() {
+    std::erase_if(running_copies, [](const auto& copy) { return !copy->worker_thread.load(); });
+    if (running_copies.empty() && tarvex::GetCurrentProcess()) {
+        tarvex::SetProcessWorkingSetSize(tarvex::GetCurrentProcess(), -1, -1);
+    }
+}
+
+void CRootPath::KillThread() {
+    RefreshThread();
+    for (auto& copy : running_copies) {
+        // The thread is named by the worker-thread field itself: kept on purpose.
+        if (tarvex::Thread* thread = copy->worker_thread.load()) tarvex::TerminateThread(thread, 0xFFFFFFFF);
+        copy.reset();
+    }
+    running_copies.clear();
+    running_copies.shrink_to_fit();
+}
+
+int CRootPath::WaitThread(int milliseconds) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(milliseconds, 0));
+    for (const auto& copy : running_copies) {
+        tarvex::Thread* const thread = copy->worker_thread.load();
+        if (!thread) continue;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        const int limit = milliseconds < 0 ? -1 : static_cast<int>(std::max<decltype(left)>(left, 0));
+        if (!tarvex::WaitForThread(thread, limit)) return 0;
+    }
+    return 1;
+}

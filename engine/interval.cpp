@@ -1,0 +1,32 @@
+#include "engine/interval.h"
+
+namespace tarvex {
+
+std::int32_t IntervalSeconds(std::int32_t timer_minutes) {
+    std::int32_t days = 0;
+    std::int32_t hours = 0;
+    std::int32_t minutes = timer_minutes;
+    if (minutes > 59) {
+        hours = minutes / 60;
+        minutes %= 60;
+        if (hours > 23) {
+            days = hours / 24;
+            hours %= 60;
+        }
+    }
+    // Unsigned arithmetic wraps around where signed arithmetic would be undefined.
+    const auto wrapping = [](std::int32_t value) { return static_cast<std::uint32_t>(value); };
+    return static_cast<std::int32_t>(((wrapping(days) * 24 + wrapping(hours)) * 60 + wrapping(minutes)) * 60);
+}
+
+bool IsDue(std::int32_t timer_minutes, std::int64_t lasttime, std::int64_t now) {
+    if (timer_minutes == 0) return true;
+    // lasttime + interval could leave 64 bits only for a lasttime that no clock shows; then the sum wraps around as
+    // well.
+    const auto due =
+        static_cast<std::int64_t>(static_cast<std::uint64_t>(lasttime) +
+                                  static_cast<std::uint64_t>(std::int64_t{IntervalSeconds(timer_minutes)}));
+    return now >= due;
+}
+
+}  // namespace tarvex

@@ -1,0 +1,16 @@
+#pragma once
+
+// How long a profile waits between two runs.
+
+#include <cstdint>
+
+namespace tarvex {
+
+// The interval in seconds for a timer in minutes. From 1,440 minutes on it is longer than the timer (the hours are
+// taken modulo 60): kept on purpose. Computed in 32 bits that wrap around.
+std::int32_t IntervalSeconds(std::int32_t timer_minutes);
+
+// Whether a profile that last ran at `lasttime` is due at `now`: the interval has passed, or there is none (timer 0).
+bool IsDue(std::int32_t timer_minutes, std::int64_t lasttime, std::int64_t now);
+
+}  // namespace tarvex

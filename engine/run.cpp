@@ -1,0 +1,161 @@
+// One forwarding run of one profile, from the start line of its log to its end line.
+//
+// The order keeps the rule "at least once": ids are put into the UIDL lists before delivery, taken out again for every
+// message that was not completely delivered, and only then written to disk.
+
+#include <memory>
+#include <vector>
+
+#include "engine/bookkeeping.h"
+#include "engine/schedule.h"
+#include "platform/net/sockets.h"
+#include "platform/os/clock.h"
+#include "platform/os/shield.h"
+#include "tarvex/tree.h"
+
+namespace tarvex {
+namespace {
+
+// The messages of a run, destroyed with it.
+struct MailOwner {
+    ReceivedMails mails;
+
+    MailOwner() = default;
+    MailOwner(const MailOwner&) = delete;
+    MailOwner& operator=(const MailOwner&) = delete;
+    ~MailOwner() {
+        for (const CReceiveMail* mail : mails) delete mail;
+    }
+};
+
+class Operation {
+public:
+    explicit Operation(CPopProfile& profile) : profile_(profile) {}
+
+    // Whatever goes wrong in between, what is not delivered is taken back, and the lists, the log and the settings are
+    // saved.
+    void Run() {
+        Guarded([this] { Start(); });
+        Guarded([this] {
+            if (JudgeAddresses()) Forward();
+        });
+        Guarded([this] { Log("---- End Operation at " + FormatLongTime(CurrentTime())); });
+        profile_.log.Save(profile_.path);
+        profile_.SaveSetting();
+    }
+
+private:
+    void Log(CString line) { profile_.log.AddLine(std::move(line)); }
+
+    // Runs one step; an exception is logged and ends the step. True when there was none.
+    template <class Step>
+    bool Guarded(Step&& step) {
+        return Shielded(
+            false,
+            [&step] {
+                step();
+                return true;
+            },
+            [this](const char* reason) { Log(CString("* Operation exception : ") + reason); });
+    }
+
+    // The start line shows when the profile was judged due, not when the worker got going.
+    void Start() {
+        const CString start_time = FormatLongTime(profile_.setting.lasttime);
+        profile_.log.SetLogMode(profile_.setting.logmode);
+        profile_.log.SetLogSize(profile_.setting.logsize);
+        profile_.log.Load(profile_.path);
+        Log("\r\n---- Operation starting at " + start_time);
+    }
+
+    // Decides which addresses take part; false when none does.
+    bool JudgeAddresses() {
+        for (const auto& address : profile_.forward_addresses) {
+            JudgeAddress(*address);
+            if (address->takes_part) taking_part_.push_back(address.get());
+        }
+        return !taking_part_.empty();
+    }
+
+    void JudgeAddress(CForwardAddress& address) {
+        address.takes_part = address.setting.status != 0 ? 1 : 0;
+        if (!address.takes_part) {
+            Log("* disabled : " + address.setting.address);
+            return;
+        }
+        Log("* enabled : " + address.setting.address);
+        if (address.schedule.terms.empty()) {
+            Log("* disable schedule : " + address.setting.address);
+            return;
+        }
+        Log("* enable schedule : " + address.setting.address);
+        address.takes_part = 0;
+        for (const auto& term : address.schedule.terms) {
+            if (term->status == 0) continue;
+            if (TermMatches(term->kind, GetCTime(term->start), GetCTime(term->end), profile_.setting.lasttime)) {
+                address.takes_part = 1;
+            }
+        }
+        Log(address.takes_part ? " - operation continued by schedule setting"
+                               : " - operation ignored by schedule setting");
+    }
+
+    void Forward() {
+        for (CForwardAddress* address : taking_part_) address->LoadUidlSetting();
+        CCheckedMail handled;
+        CollectHandled(taking_part_, handled);
+
+        MailOwner owner;
+        CCheckedMail present;
+        if (!profile_.PopProcess(&owner.mails, &handled, &present)) {
+            Log("* POP Process error : " + profile_.setting.address);
+            return;
+        }
+        Log("* POP Process - success : " + profile_.setting.address);
+
+        Guarded([&] {
+            Remember(owner.mails, present);
+            Deliver(owner.mails);
+        });
+        // Lists from which undelivered messages could not be taken back must not reach the disk.
+        if (!Guarded([&] { TakeBack(owner.mails); })) return;
+        for (const auto& address : profile_.forward_addresses) address->SaveUidlSetting();
+    }
+
+    void Remember(const ReceivedMails& mails, const CCheckedMail& present) {
+        for (const auto& address : profile_.forward_addresses) {
+            std::erase_if(address->uidls, [&present](const CString& uidl) { return !present.Contains(uidl); });
+        }
+        AssignDestinations(mails, taking_part_);
+    }
+
+    void Deliver(ReceivedMails& mails) {
+        if (mails.empty()) {
+            Log("You have no mail to Forward");
+            return;
+        }
+        if (profile_.setting.replacefrom != 0) profile_.ReplaceFrom(&mails);
+        const std::unique_ptr<CSmtpSocket> socket(profile_.CreateSmtpConnection());
+        if (!socket) {
+            Log("* SMTP Process - error to create socket : ");
+        } else if (profile_.SmtpProcess(socket.get(), &mails)) {
+            const CString reply = socket->SendQuit();
+            Log("QUIT");
+            Log(reply);
+            Log("* SMTP Process - success : ");
+        } else {
+            Log("* SMTP Process - error : ");
+        }
+    }
+
+    CPopProfile& profile_;
+    std::vector<CForwardAddress*> taking_part_;
+};
+
+}  // namespace
+}  // namespace tarvex
+
+int CPopProfile::DoOperation() {
+    tarvex::Operation(*this).Run();
+    return 1;
+}
