@@ -1,6 +1,8 @@
 # Checks that the rooms include only what they may: run as  cmake -DROOT=<source folder> -P CheckArrows.cmake
 # The arrows run one way; a room is its folder. Includes in quotes are the project's own, from its root or from include/.
 
+cmake_minimum_required(VERSION 3.25)
+
 set(may_include_include   "include")
 set(may_include_engine    "engine;include;platform")
 set(may_include_store     "store;include;platform")
