@@ -24,7 +24,9 @@ struct LocalTime {
 LocalTime ToLocalTime(std::int64_t moment);
 
 // The moment of a local time, daylight saving time determined by the system; fields out of range are normalised (month
-// 13 is January of the next year). Nothing for a date that cannot be represented.
+// 13 is January of the next year). Of a time that comes twice, when clocks are put back, the first moment; a time that
+// is skipped, when clocks are put forward, is shifted by what is skipped. Nothing for a date that cannot be
+// represented.
 std::optional<std::int64_t> FromLocalTime(int year, int month, int day, int hour, int minute, int second);
 
 // "Sunday, March 15, 2009 10:20:05": local time, English names whatever the locale, two digits for day and time.

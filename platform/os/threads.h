@@ -10,16 +10,21 @@ namespace tarvex {
 // A reference to a worker thread. It stays valid after the thread has ended and is never used for another one.
 class Thread;
 
-// Starts a worker: `procedure(parameter)` on a thread of its own. Priority, stack size (0 = 512 KiB, more in sanitizer
-// builds), flags and security attributes are taken as 0 and null. Returns null when no thread can be had.
+// Starts a worker: `procedure(parameter)` on a thread of its own, with a stack of 512 KiB and, on Linux, with the
+// signals that a program may handle blocked. Priority, stack size, flags and security attributes are taken as 0 and
+// null. An exception that leaves the procedure ends the worker and nothing else. Returns null when no thread can be
+// had.
+//
+// Workers that still run when the program exits, or unloads the library, are interrupted and waited for.
 Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int priority, unsigned stack_size, unsigned flags,
                        void* security);
 
-// Interrupts the worker and returns when it has ended, at once when it had ended before. The exit code is not used. A
-// worker must not terminate itself.
+// Interrupts the worker and returns 1 when it has ended, at once when it had ended before or is null. The exit code is
+// not used. A worker must not terminate itself.
 int TerminateThread(Thread* thread, unsigned exit_code);
 
-// Waits until the worker has ended, at most that long; negative = without limit. True when it has ended.
+// Waits until the worker has ended, at most that long; negative = without limit. True when it has ended, also before,
+// or is null. A worker must not wait for itself.
 bool WaitForThread(Thread* thread, int milliseconds);
 
 // Whether the calling thread is a worker that has been interrupted.

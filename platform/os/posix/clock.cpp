@@ -1,0 +1,90 @@
+// The local clock.
+
+#include "platform/os/clock.h"
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <limits>
+
+namespace tarvex {
+
+namespace {
+
+constexpr int first_tm_year = 1900;  // of tm_year
+constexpr std::int64_t day_s = 86400;
+
+constexpr std::array weekday_names = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+constexpr std::array month_names = {"January", "February", "March",     "April",   "May",      "June",
+                                    "July",    "August",   "September", "October", "November", "December"};
+
+// A change of the time zone is noticed here as it is by mktime.
+std::optional<tm> BreakDown(std::int64_t moment) {
+    tzset();
+    const std::time_t time = moment;
+    tm parts{};
+    if (localtime_r(&time, &parts) == nullptr) return std::nullopt;
+    return parts;
+}
+
+bool ShowSameTime(const tm& a, const tm& b) {
+    return a.tm_year == b.tm_year && a.tm_mon == b.tm_mon && a.tm_mday == b.tm_mday && a.tm_hour == b.tm_hour &&
+           a.tm_min == b.tm_min && a.tm_sec == b.tm_sec;
+}
+
+// When clocks are put back, an hour comes twice, and which of the two mktime answers depends on what it was asked
+// before. It is always the first one here.
+std::int64_t FirstOfTwo(std::int64_t moment, const tm& parts) {
+    const std::optional<tm> day_before = BreakDown(moment - day_s);
+    if (!day_before || day_before->tm_gmtoff <= parts.tm_gmtoff) return moment;
+    const std::int64_t earlier = moment - (day_before->tm_gmtoff - parts.tm_gmtoff);
+    const std::optional<tm> earlier_parts = BreakDown(earlier);
+    return earlier_parts && ShowSameTime(*earlier_parts, parts) ? earlier : moment;
+}
+
+}  // namespace
+
+std::int64_t CurrentTime() { return std::time(nullptr); }
+
+LocalTime ToLocalTime(std::int64_t moment) {
+    std::optional<tm> parts = BreakDown(moment);
+    if (!parts) parts = BreakDown(CurrentTime());
+    if (!parts) return {};
+    return {.year = std::int64_t{parts->tm_year} + first_tm_year,
+            .month = parts->tm_mon + 1,
+            .day = parts->tm_mday,
+            .hour = parts->tm_hour,
+            .minute = parts->tm_min,
+            .second = parts->tm_sec,
+            .weekday = parts->tm_wday + 1};
+}
+
+std::optional<std::int64_t> FromLocalTime(int year, int month, int day, int hour, int minute, int second) {
+    constexpr int lowest = std::numeric_limits<int>::min();
+    if (year < lowest + first_tm_year || month == lowest) return std::nullopt;
+
+    tm parts{};
+    parts.tm_year = year - first_tm_year;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = day;
+    parts.tm_hour = hour;
+    parts.tm_min = minute;
+    parts.tm_sec = second;
+    parts.tm_isdst = -1;  // the system finds out
+    parts.tm_wday = -1;   // still so after a failure, whose result -1 is a moment as well
+    const std::int64_t moment = std::mktime(&parts);
+    if (parts.tm_wday < 0) return std::nullopt;
+    return FirstOfTwo(moment, parts);
+}
+
+std::string FormatLongTime(std::int64_t moment) {
+    const LocalTime time = ToLocalTime(moment);
+    std::array<char, 96> text{};
+    const int length = std::snprintf(text.data(), text.size(), "%s, %s %02d, %lld %02d:%02d:%02d",
+                                     weekday_names.at(static_cast<std::size_t>(time.weekday - 1)),
+                                     month_names.at(static_cast<std::size_t>(time.month - 1)), time.day,
+                                     static_cast<long long>(time.year), time.hour, time.minute, time.second);
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
+}  // namespace tarvex

@@ -1,0 +1,297 @@
+// Worker threads over POSIX threads, and what else the entry asks of the system.
+//
+// A reference is an ever-increasing number and never an address, so one that outlived its thread is recognised. Threads
+// are joined by the next call that starts, stops or waits for one, and at the latest when the library is unloaded: no
+// thread is inside the library then.
+
+#include "platform/os/threads.h"
+
+#include <malloc.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <vector>
+
+namespace tarvex {
+
+namespace {
+
+constexpr std::size_t stack_bytes = 512 * 1024;
+
+// What a worker and those who stop it share.
+class Worker {
+public:
+    Worker(unsigned (*procedure)(void*), void* parameter) : procedure_(procedure), parameter_(parameter) {}
+
+    // Nothing that the procedure throws may end the process, and there is nobody to hand it to.
+    void Run() const noexcept {
+        try {
+            procedure_(parameter_);
+        } catch (...) {  // NOLINT(bugprone-empty-catch)
+        }
+    }
+
+    bool Interrupted() const { return interrupted_; }
+
+    void Interrupt() {
+        const std::scoped_lock lock(mutex_);
+        interrupted_ = true;
+        for (Interruptible* target : targets_) target->Interrupt();
+    }
+
+    void Add(Interruptible& target) {
+        const std::scoped_lock lock(mutex_);
+        targets_.push_back(&target);
+        if (interrupted_) target.Interrupt();
+    }
+
+    void Remove(Interruptible& target) {
+        const std::scoped_lock lock(mutex_);
+        const auto last = std::find(targets_.rbegin(), targets_.rend(), &target);
+        if (last != targets_.rend()) targets_.erase(std::next(last).base());
+    }
+
+    void SetEnded() {
+        const std::scoped_lock lock(mutex_);
+        ended_ = true;
+        ended_changed_.notify_all();
+    }
+
+    void WaitUntilEnded() {
+        std::unique_lock lock(mutex_);
+        ended_changed_.wait(lock, [this] { return ended_; });
+    }
+
+    bool WaitUntilEnded(std::chrono::milliseconds time) {
+        std::unique_lock lock(mutex_);
+        return ended_changed_.wait_for(lock, time, [this] { return ended_; });
+    }
+
+private:
+    unsigned (*procedure_)(void*);
+    void* parameter_;
+    std::mutex mutex_;  // guards what follows
+    std::vector<Interruptible*> targets_;
+    std::atomic<bool> interrupted_ = false;  // read without the lock as well
+    bool ended_ = false;
+    std::condition_variable ended_changed_;
+};
+
+thread_local Worker* current_worker = nullptr;
+
+// The signals of the host are for the host's threads. Faults of the worker itself stay deliverable.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t blocked;
+        sigfillset(&blocked);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) sigdelset(&blocked, fault);
+        pthread_sigmask(SIG_SETMASK, &blocked, &old_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &old_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t old_{};
+};
+
+// A new thread, which inherits the signal mask of the caller.
+std::optional<pthread_t> StartThread(void* (*procedure)(void*), void* parameter) {
+    const BlockedSignals blocked;
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) return std::nullopt;
+    pthread_t thread{};
+    const bool started = pthread_attr_setstacksize(&attributes, stack_bytes) == 0 &&
+                         pthread_create(&thread, &attributes, procedure, parameter) == 0;
+    pthread_attr_destroy(&attributes);
+    return started ? std::optional(thread) : std::nullopt;
+}
+
+// Every worker thread that has not been joined.
+class Registry {
+public:
+    static Registry& Get() {
+        static Registry registry;
+        return registry;
+    }
+
+    ~Registry();
+    Registry(const Registry&) = delete;
+    Registry& operator=(const Registry&) = delete;
+
+    // 0 when no thread can be had.
+    std::uintptr_t Start(unsigned (*procedure)(void*), void* parameter);
+
+    // Null when the worker has ended.
+    std::shared_ptr<Worker> FindRunning(std::uintptr_t id);
+
+    void JoinFinished();
+
+private:
+    struct Entry {
+        std::shared_ptr<Worker> worker;
+        pthread_t thread{};
+    };
+    // What a new thread is handed.
+    struct Task {
+        Registry* registry = nullptr;
+        std::uintptr_t id = 0;
+        std::shared_ptr<Worker> worker;
+    };
+    using Entries = std::map<std::uintptr_t, Entry>;
+
+    Registry() = default;
+    static void* ThreadMain(void* task);
+    void SetFinished(std::uintptr_t id) noexcept;
+    std::vector<std::shared_ptr<Worker>> Running();
+
+    const pid_t process_ = getpid();
+    std::mutex mutex_;  // guards what follows
+    std::uintptr_t last_id_ = 0;
+    Entries running_;
+    Entries finished_;
+};
+
+// In a child process that was forked there is no thread but the one that forked, so nothing can be waited for.
+Registry::~Registry() {
+    if (getpid() != process_ || current_worker != nullptr) return;
+    const std::vector<std::shared_ptr<Worker>> workers = Running();
+    for (const auto& worker : workers) worker->Interrupt();
+    for (const auto& worker : workers) worker->WaitUntilEnded();
+    JoinFinished();
+}
+
+std::uintptr_t Registry::Start(unsigned (*procedure)(void*), void* parameter) {
+    auto task = std::make_unique<Task>();
+    task->registry = this;
+    task->worker = std::make_shared<Worker>(procedure, parameter);
+
+    // The lock keeps a worker that ends at once from looking for its entry before it is complete.
+    const std::scoped_lock lock(mutex_);
+    task->id = ++last_id_;
+    const auto entry = running_.emplace(task->id, Entry{task->worker, {}}).first;
+    const std::optional<pthread_t> thread = StartThread(ThreadMain, task.get());
+    if (!thread) {
+        running_.erase(entry);
+        return 0;
+    }
+    static_cast<void>(task.release());  // the thread's own
+    entry->second.thread = *thread;
+    return entry->first;
+}
+
+void* Registry::ThreadMain(void* task) {
+    const std::unique_ptr<Task> own(static_cast<Task*>(task));
+    pthread_setname_np(pthread_self(), "tarvex-worker");
+    current_worker = own->worker.get();
+    own->worker->Run();
+    current_worker = nullptr;
+    own->registry->SetFinished(own->id);
+    own->worker->SetEnded();
+    return nullptr;
+}
+
+// Moves the entry without allocating, since a worker must be able to end when there is no memory left.
+void Registry::SetFinished(std::uintptr_t id) noexcept {
+    const std::scoped_lock lock(mutex_);
+    finished_.insert(running_.extract(id));
+}
+
+std::shared_ptr<Worker> Registry::FindRunning(std::uintptr_t id) {
+    const std::scoped_lock lock(mutex_);
+    const auto entry = running_.find(id);
+    return entry == running_.end() ? nullptr : entry->second.worker;
+}
+
+std::vector<std::shared_ptr<Worker>> Registry::Running() {
+    const std::scoped_lock lock(mutex_);
+    std::vector<std::shared_ptr<Worker>> workers;
+    for (const auto& [id, entry] : running_) workers.push_back(entry.worker);
+    return workers;
+}
+
+void Registry::JoinFinished() {
+    Entries finished;
+    {
+        const std::scoped_lock lock(mutex_);
+        finished.swap(finished_);
+    }
+    for (const auto& [id, entry] : finished) pthread_join(entry.thread, nullptr);
+}
+
+std::uintptr_t IdOf(Thread* thread) { return reinterpret_cast<std::uintptr_t>(thread); }
+
+}  // namespace
+
+Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int /*priority*/, unsigned /*stack_size*/,
+                       unsigned /*flags*/, void* /*security*/) {
+    Registry::Get().JoinFinished();
+    try {
+        return reinterpret_cast<Thread*>(Registry::Get().Start(procedure, parameter));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+int TerminateThread(Thread* thread, unsigned /*exit_code*/) {
+    if (const auto worker = Registry::Get().FindRunning(IdOf(thread))) {
+        worker->Interrupt();
+        worker->WaitUntilEnded();
+    }
+    Registry::Get().JoinFinished();
+    return 1;
+}
+
+bool WaitForThread(Thread* thread, int milliseconds) {
+    if (const auto worker = Registry::Get().FindRunning(IdOf(thread))) {
+        if (milliseconds < 0) {
+            worker->WaitUntilEnded();
+        } else if (!worker->WaitUntilEnded(std::chrono::milliseconds(milliseconds))) {
+            return false;
+        }
+    }
+    Registry::Get().JoinFinished();
+    return true;
+}
+
+bool ThreadInterrupted() { return current_worker != nullptr && current_worker->Interrupted(); }
+
+InterruptScope::InterruptScope(Interruptible& target) : target_(&target) {
+    if (current_worker != nullptr) current_worker->Add(target);
+}
+
+InterruptScope::~InterruptScope() {
+    if (current_worker != nullptr) current_worker->Remove(*target_);
+}
+
+void* GetCurrentProcess() {
+    static char process;
+    return &process;
+}
+
+int SetProcessWorkingSetSize(void* /*process*/, long /*minimum*/, long /*maximum*/) {
+    Registry::Get().JoinFinished();
+    malloc_trim(0);
+    return 1;
+}
+
+std::string HostName() {
+    std::array<char, 256> name{};
+    if (gethostname(name.data(), name.size() - 1) != 0 || name.front() == '\0') return "localhost";
+    return name.data();
+}
+
+}  // namespace tarvex
