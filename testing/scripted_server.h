@@ -11,8 +11,9 @@
 //     ... talk to 127.0.0.1, server.Port() ...
 //     EXPECT_EQ(server.Transcript(), "S: +OK ready\nC: USER alice\nS: -ERR no\nC: (closed)\n");
 //
-// Nothing here waits for ever: every read has a deadline of 20 seconds, after which the session ends and the transcript
-// says "(no more from the client)".
+// Nothing here waits for ever: every read and every write has a deadline of 20 seconds, after which the session ends
+// and the transcript says "(no more from the client)". A session that returns closes its connection as Close does,
+// without a record; what was sent always reaches the client, also when the client has sent something that nobody read.
 
 #include <chrono>
 #include <functional>
@@ -26,7 +27,7 @@ namespace tarvex::testing {
 struct TlsIdentity;
 
 // The server's end of one connection. Used by the session's thread only. When the client has gone, reading and sending
-// end the session by an exception that the server catches.
+// record "C: (closed)" and end the session by an exception that the server catches.
 class Peer {
 public:
     // Sends the bytes in one write. Recorded line by line, each as "S: <line>" without its line end.
@@ -51,7 +52,9 @@ public:
     // Reads until the client closes. Recorded as "C: (closed)"; whatever else comes is recorded line by line.
     void WaitForClose();
 
-    void Close();               // an orderly end (FIN; with TLS a close_notify first). Recorded as "S: (closed)"
+    // An orderly end (FIN; with TLS a close_notify first). Recorded as "S: (closed)". Reading goes on: WaitForClose may
+    // follow.
+    void Close();
     void CloseWithoutNotify();  // FIN without close_notify
     void Reset();               // RST. Recorded as "S: (reset)"
 
