@@ -1,5 +1,7 @@
 #pragma once
 
+// The machine that the program runs on. Thread-safe.
+
 #include <string>
 
 namespace tarvex {

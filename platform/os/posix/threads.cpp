@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -286,12 +285,6 @@ int SetProcessWorkingSetSize(void* /*process*/, long /*minimum*/, long /*maximum
     Registry::Get().JoinFinished();
     malloc_trim(0);
     return 1;
-}
-
-std::string HostName() {
-    std::array<char, 256> name{};
-    if (gethostname(name.data(), name.size() - 1) != 0 || name.front() == '\0') return "localhost";
-    return name.data();
 }
 
 }  // namespace tarvex
