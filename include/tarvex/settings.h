@@ -9,8 +9,10 @@
 // a field for which the file holds no value keeps the value it had. Malformed content is never an error.
 // Save rewrites the whole file: after a crash at any instant the file holds the old or the new content, whole. It
 // returns 0 when the directory text is empty or the file cannot be written, else 1. A line break inside a text would
-// end its value in the file: it is written as a blank. Initialize sets every field to its default; the constructors
-// call it. The records are plain values: no operation may run on one object from two threads at a time.
+// end its value in the file: it is written as a blank. Initialize sets every field to its default, as the constructors
+// do. The records are plain values: no operation may run on one object from two threads at a time. None throws: where
+// memory runs out, Load and Save return 0 and have changed nothing, an assignment leaves its target as it was, and a
+// copy construction yields the defaults.
 
 #include "tarvex/text.h"
 
@@ -30,8 +32,8 @@ TARVEX_API CTime GetCTime(const CString& text);
 class TARVEX_API CAppSetting {
 public:
     CAppSetting();
-    CAppSetting(const CAppSetting& other) = default;
-    CAppSetting& operator=(const CAppSetting& other) = default;
+    CAppSetting(const CAppSetting& other);
+    CAppSetting& operator=(const CAppSetting& other);
     virtual ~CAppSetting();
 
     void Initialize();
@@ -49,7 +51,7 @@ public:
 class TARVEX_API CUserSetting {
 public:
     CUserSetting();
-    CUserSetting(const CUserSetting& other) = default;
+    CUserSetting(const CUserSetting& other);
     CUserSetting& operator=(const CUserSetting& other);  // leaves out the version
     virtual ~CUserSetting();
 
@@ -69,7 +71,7 @@ public:
 class TARVEX_API CPopProfileSetting {
 public:
     CPopProfileSetting();
-    CPopProfileSetting(const CPopProfileSetting& other) = default;
+    CPopProfileSetting(const CPopProfileSetting& other);
     CPopProfileSetting& operator=(const CPopProfileSetting& other);  // leaves out the version and lasttime
     virtual ~CPopProfileSetting();
 
@@ -110,7 +112,7 @@ public:
 class TARVEX_API CForwardAddressSetting {
 public:
     CForwardAddressSetting();
-    CForwardAddressSetting(const CForwardAddressSetting& other) = default;
+    CForwardAddressSetting(const CForwardAddressSetting& other);
     CForwardAddressSetting& operator=(const CForwardAddressSetting& other);  // leaves out the spare integer
     virtual ~CForwardAddressSetting();
 
@@ -125,7 +127,8 @@ public:
     CString nickname;  // display name
     int textonly =
         -100;  // negative: send as it is; 0: text mail without limit; positive: text mail of at most that many bytes
-    int cutwhite = 0;        // text mail: 0 keeps, positive compresses, negative cuts white space and compress_words
-    int htmltotext = 1;      // text mail: non-zero turns an HTML mail into text
-    CString compress_words;  // text mail: characters for cutwhite, separated by single blanks
+    int cutwhite = 0;    // text mail: 0 keeps, positive compresses, negative cuts white space and compress_words
+    int htmltotext = 1;  // text mail: non-zero turns an HTML mail into text
+    // text mail: words for cutwhite, separated by single blanks; "-", "," and the ideographic space
+    CString compress_words = "- , \x81\x40";
 };

@@ -3,6 +3,7 @@
 
 #include "platform/codec/text.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace tarvex {
@@ -76,6 +77,13 @@ std::string HeaderView(std::string_view line) {
         i += bytes;
     }
     return view;
+}
+
+std::string WithoutLineBreaks(std::string_view text) {
+    std::string line(text);
+    std::ranges::replace_if(
+        line, [](char c) { return c == '\r' || c == '\n'; }, ' ');
+    return line;
 }
 
 bool IsBlankOrComment(std::string_view line) { return line.empty() || line.starts_with(';') || line.starts_with("//"); }

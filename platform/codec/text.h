@@ -46,6 +46,9 @@ int DecimalValue(std::string_view text);
 // 0xFF bytes), so that a trail byte 0x5B or 0x5D never reads as a bracket. Same length as the line.
 std::string HeaderView(std::string_view line);
 
+// The text with a blank in the place of every CR and every LF: as it stands in one line of a file.
+std::string WithoutLineBreaks(std::string_view text);
+
 // Whether the line counts for nothing in a settings file: empty, or a comment (";" or "//" first). Expects a trimmed
 // line.
 bool IsBlankOrComment(std::string_view line);

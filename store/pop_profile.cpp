@@ -1,0 +1,97 @@
+// One POP3 account with its forwarding addresses, as far as it lives on disk.
+
+#include "platform/os/shield.h"
+#include "store/children.h"
+#include "store/loading.h"
+#include "store/records.h"
+#include "tarvex/tree.h"
+
+namespace tarvex {
+namespace {
+
+// A password that was not scrambled is scrambled in the file at once.
+int LoadSettingOf(CPopProfile& profile) {
+    const int result = LoadRecord(profile.setting, profile.path);
+    if (result == 2) profile.SaveSetting();
+    return result != 0 ? 1 : 0;
+}
+
+void AppendForwardAddresses(CPopProfile& profile) {
+    AppendChildren<CForwardAddress>(profile.forward_addresses, profile.path, kForwardAddress, Open);
+}
+
+}  // namespace
+
+void Open(CPopProfile& profile, const CString& path) {
+    profile.Reset();
+    profile.path = path;
+    LoadSettingOf(profile);
+    AppendForwardAddresses(profile);
+}
+
+void Assign(CPopProfile& target, const CPopProfile& source) {
+    CString path = source.path;
+    std::vector<std::unique_ptr<CForwardAddress>> addresses;
+    addresses.reserve(source.forward_addresses.size());
+    for (const auto& address : source.forward_addresses) {
+        addresses.push_back(std::make_unique<CForwardAddress>());
+        Assign(*addresses.back(), *address);
+    }
+    AssignRecord(target.setting, source.setting);
+
+    target.setting.lasttime = source.setting.lasttime;
+    target.path.swap(path);
+    target.forward_addresses.swap(addresses);
+}
+
+}  // namespace tarvex
+
+using namespace tarvex;
+
+CPopProfile::CPopProfile() = default;
+
+CPopProfile::~CPopProfile() = default;
+
+CPopProfile& CPopProfile::operator=(const CPopProfile& other) {
+    if (this != &other) Shielded([&] { Assign(*this, other); });
+    return *this;
+}
+
+void CPopProfile::Reset() {
+    worker_thread = nullptr;
+    path.clear();
+    setting.Initialize();
+    forward_addresses.clear();
+}
+
+void CPopProfile::SetPath(CString new_path) {
+    const bool opened = Shielded(false, [&] {
+        Open(*this, new_path);
+        return true;
+    });
+    if (!opened) Reset();
+}
+
+int CPopProfile::LoadSetting() {
+    return Shielded(0, [&] { return LoadSettingOf(*this); });
+}
+
+int CPopProfile::SaveSetting() {
+    return Shielded(0, [&] { return setting.Save(path); });
+}
+
+int CPopProfile::SeekForwardAddress() {
+    Shielded([&] { AppendForwardAddresses(*this); });
+    return 1;
+}
+
+CForwardAddress* CPopProfile::CreateNewForwardAddress(CString nickname, CString address) {
+    const auto fill = [&](CForwardAddressSetting& new_setting, bool) {
+        new_setting.nickname = nickname;
+        new_setting.address = address;
+    };
+    return Shielded<CForwardAddress*>(
+        nullptr, [&] { return CreateChild<CForwardAddress>(forward_addresses, path, kForwardAddress, Open, fill); });
+}
+
+int CPopProfile::DeleteForwardAddress(CForwardAddress* address) { return DeleteChild(forward_addresses, address); }
