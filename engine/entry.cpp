@@ -27,6 +27,7 @@ bool IsRunning(const CRootPath& root, const CString& path) {
 void StartWorker(CRootPath& root, const CPopProfile& profile) {
     auto copy = std::make_unique<CPopProfile>();
     *copy = profile;
+    if (copy->path != profile.path) return;  // no memory for the copy: the profile is judged again an interval later
     root.running_copies.push_back(std::move(copy));
 
     CPopProfile& running = *root.running_copies.back();
