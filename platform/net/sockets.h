@@ -15,6 +15,8 @@
 // Everything a reply holds comes from the server and is untrusted. A socket is used by one thread; a worker's sockets
 // are interrupted by TerminateThread. Nothing throws but std::bad_alloc. Destruction closes.
 
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,6 +24,7 @@
 namespace tarvex {
 
 class Connection;
+class Deadline;
 
 class CBaseSocket {
 public:
@@ -36,7 +39,14 @@ public:
     int ssl = 0;        // SMTP: 0 plain, 2 STARTTLS, anything else TLS from the first byte
 
 protected:
+    std::chrono::milliseconds TimeOut() const;
+    bool CanTalk();       // at the start of an exchange; sets timed_out
+    void KeepTimedOut();  // sets timed_out at the end of an exchange that failed
+    static bool IsSafeArgument(std::string_view argument);
+
     std::unique_ptr<Connection> connection_;
+
+private:
     int timeout_s_;
 };
 
@@ -67,8 +77,15 @@ public:
     void SendRetr(const std::string& number, std::string* text);
 
 private:
-    std::string ReplyLine(const std::string& command);
-    void MultiLine(const std::string& command, std::size_t limit, bool drain_over_limit, std::string* reply);
+    enum class AnswerForm { OneLine, ManyLines };
+    enum class OnTooLong { Stop, Skip };
+    enum class Collected { Whole, TooLong, Lost };
+
+    std::string Exchange(std::string_view verb, std::string_view argument, AnswerForm form = AnswerForm::OneLine);
+    std::string ReadStatus(const Deadline& deadline, AnswerForm form);
+    void FetchListing(std::string_view command, std::string* reply);
+    Collected CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer);
+    std::string WhyNot();
 };
 
 // How a text that is handed to SendData is framed.
@@ -102,8 +119,12 @@ public:
     std::string SendData(const std::string* text, DataForm form = DataForm::Fetched);
 
 private:
-    std::string Exchange(std::string_view command);
-    std::string ReadReply();
+    std::string Exchange(std::string_view verb, std::string_view argument);
+    std::string ReadReply(Deadline deadline);
+    std::string ReadEarlyReply();
+    std::string Upgrade(const std::string& greeting);
+    std::string UpgradeFailed(const std::string& reason);
+    std::string WhyNot();
 };
 
 }  // namespace tarvex

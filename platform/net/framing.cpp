@@ -1,0 +1,87 @@
+// Dot-stuffing and line ends of an outgoing message.
+
+#include "platform/net/framing.h"
+
+#include <cstddef>
+
+namespace tarvex {
+
+namespace {
+
+constexpr std::string_view kTerminatorLine = ".\r\n";
+constexpr std::string_view kTerminator = "\r\n.\r\n";
+
+std::string_view WithoutTerminator(std::string_view text) {
+    if (text == kTerminatorLine || text.ends_with(kTerminator)) text.remove_suffix(kTerminatorLine.size());
+    return text;
+}
+
+// Whether every CR is followed by LF and every LF follows a CR. Written without branches: this reads every byte of
+// every message.
+bool HasOnlyTrueLineEnds(std::string_view text) {
+    if (text.empty()) return true;
+    bool bare = text.front() == '\n' || text.back() == '\r';
+    for (std::size_t i = 0; i + 1 < text.size(); ++i) bare |= (text[i] == '\r') != (text[i + 1] == '\n');
+    return !bare;
+}
+
+bool IsLoneDot(std::string_view line) { return line == "."; }
+
+// Among true line ends: whether some line lacks its dot.
+bool LacksDots(std::string_view text, DataForm form) {
+    if (form == DataForm::Fetched) {
+        return text.starts_with(kTerminatorLine) || text.find(kTerminator) != std::string_view::npos;
+    }
+    return text.starts_with('.') || text.find("\n.") != std::string_view::npos;
+}
+
+bool GoesAsItIs(std::string_view text, DataForm form) {
+    return text.empty() || (text.ends_with("\r\n") && HasOnlyTrueLineEnds(text) && !LacksDots(text, form));
+}
+
+// Finds the next CR or LF without reading any byte twice.
+class LineEndFinder {
+public:
+    explicit LineEndFinder(std::string_view text) : text_(text), cr_(text.find('\r')), lf_(text.find('\n')) {}
+
+    std::size_t Next(std::size_t from) {
+        if (cr_ < from) cr_ = text_.find('\r', from);
+        if (lf_ < from) lf_ = text_.find('\n', from);
+        return cr_ < lf_ ? cr_ : lf_;
+    }
+
+private:
+    std::string_view text_;
+    std::size_t cr_;
+    std::size_t lf_;
+};
+
+void Rewrite(std::string_view text, DataForm form, std::string& framed) {
+    framed.clear();
+    framed.reserve(text.size() + text.size() / 32 + 16);
+    LineEndFinder line_ends(text);
+    bool already_stuffed = form == DataForm::Fetched;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = line_ends.Next(begin);
+        const std::string_view line = text.substr(begin, end - begin);
+        if (line.starts_with('.') && (!already_stuffed || IsLoneDot(line))) framed += '.';
+        framed += line;
+        framed += "\r\n";
+        if (end == std::string_view::npos) break;
+        // The POP3 server stuffed only what follows its own kind of line end.
+        const bool true_line_end = text.substr(end, 2) == "\r\n";
+        already_stuffed = form == DataForm::Fetched && true_line_end;
+        begin = end + (true_line_end ? 2 : 1);
+    }
+}
+
+}  // namespace
+
+std::string_view FrameData(std::string_view text, DataForm form, std::string& scratch) {
+    const std::string_view lines = WithoutTerminator(text);
+    if (GoesAsItIs(lines, form)) return lines;
+    Rewrite(lines, form, scratch);
+    return scratch;
+}
+
+}  // namespace tarvex

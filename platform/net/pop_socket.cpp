@@ -1,0 +1,167 @@
+// POP3 (RFC 1939).
+//
+// A reply is judged by its first character, "+" or "-"; a line that begins otherwise is no reply and ends the
+// connection. A reply line may end with a bare LF, but not one that opens a multi-line answer: the end of such an
+// answer is told by its CR LFs alone, since a bare LF may stand inside a message.
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "platform/codec/digest.h"
+#include "platform/net/connection.h"
+#include "platform/net/limits.h"
+#include "platform/net/printable.h"
+#include "platform/net/sockets.h"
+
+namespace tarvex {
+
+namespace {
+
+constexpr std::string_view kTerminator = "\r\n.\r\n";
+constexpr std::string_view kTerminatorLine = ".\r\n";
+
+// Finds the end of a multi-line answer that arrives in chunks, however they cut it, and looks at each byte once.
+class TerminatorFinder {
+public:
+    // How many bytes of the chunk belong to the answer when it ends in it, else npos.
+    std::size_t EndIn(std::string_view chunk) {
+        std::string seam = tail_;
+        seam += chunk.substr(0, kOverlap);
+        std::size_t end = std::string_view::npos;
+        if (const std::size_t at = seam.find(kTerminator); at != std::string::npos) {
+            end = at + kTerminator.size() - tail_.size();
+        } else if (const std::size_t inside = chunk.find(kTerminator); inside != std::string_view::npos) {
+            end = inside + kTerminator.size();
+        }
+        tail_ += chunk.substr(chunk.size() - std::min(chunk.size(), kOverlap));
+        tail_.erase(0, tail_.size() - std::min(tail_.size(), kOverlap));
+        return end;
+    }
+
+private:
+    static constexpr std::size_t kOverlap = kTerminator.size() - 1;
+    std::string tail_ = "\r\n";  // of the status line
+};
+
+bool IsNegative(std::string_view reply) { return reply.starts_with('-'); }
+
+std::string OverLimit(std::string_view what, std::size_t limit_bytes) {
+    return std::string(what) + " is over the limit of " + std::to_string(limit_bytes) + " bytes";
+}
+
+}  // namespace
+
+std::string CPopSocket::PopConnect(const std::string& server, int port) {
+    timed_out = 0;
+    if (!connection_->Open(server, port, TimeOut())) return WhyNot();
+    return ReadStatus(Deadline(TimeOut()), AnswerForm::OneLine);
+}
+
+std::string CPopSocket::SendAPOP(const std::string& user, const std::string& password, const std::string& timestamp) {
+    return Exchange("APOP ", user + " " + Md5Hex(timestamp + password));
+}
+
+std::string CPopSocket::SendUser(const std::string& user) { return Exchange("USER ", user); }
+
+std::string CPopSocket::SendPassWord(const std::string& password) { return Exchange("PASS ", password); }
+
+std::string CPopSocket::SendDelete(const std::string& number) { return Exchange("DELE ", number); }
+
+std::string CPopSocket::SendQuit() {
+    std::string reply = Exchange("QUIT", "");
+    connection_->Close();  // nothing follows, however the server goes
+    return reply;
+}
+
+void CPopSocket::SendUidl(std::string* reply) { FetchListing("UIDL", reply); }
+
+void CPopSocket::SendList(std::string* reply) { FetchListing("LIST", reply); }
+
+void CPopSocket::FetchListing(std::string_view command, std::string* reply) {
+    *reply = Exchange(command, "", AnswerForm::ManyLines);
+    if (IsNegative(*reply)) return;
+    // A listing without end is not worth its connection.
+    switch (CollectLines(kMaxListingBytes, OnTooLong::Stop, reply)) {
+        case Collected::Whole:
+            return;
+        case Collected::TooLong:
+            connection_->Fail(Disconnected(OverLimit("the answer to " + std::string(command), kMaxListingBytes)));
+            break;
+        case Collected::Lost:
+            break;
+    }
+    WhyNot().swap(*reply);
+}
+
+void CPopSocket::SendRetr(const std::string& number, std::string* text) {
+    *text = Exchange("RETR ", number, AnswerForm::ManyLines);
+    if (IsNegative(*text)) return;
+    switch (CollectLines(kMaxMessageBytes, OnTooLong::Skip, text)) {
+        case Collected::Whole:
+            return;
+        case Collected::TooLong:
+            *text = "-ERR " + OverLimit("the message", kMaxMessageBytes);
+            return;
+        case Collected::Lost:
+            WhyNot().swap(*text);
+    }
+}
+
+std::string CPopSocket::Exchange(std::string_view verb, std::string_view argument, AnswerForm form) {
+    if (!CanTalk()) return WhyNot();
+    if (!IsSafeArgument(argument)) return "-ERR an argument with CR, LF or NUL was not sent";
+    std::string command(verb);
+    command += argument;
+    command += "\r\n";
+    const Deadline deadline(TimeOut());
+    if (!connection_->SendCommand(command, deadline)) return WhyNot();
+    return ReadStatus(deadline, form);
+}
+
+std::string CPopSocket::ReadStatus(const Deadline& deadline, AnswerForm form) {
+    Connection::Line line;
+    if (!connection_->ReadLine(line, deadline)) return WhyNot();
+    if (IsNegative(line.text)) return std::string(line.text);
+    if (!line.text.starts_with('+')) {
+        connection_->Fail(Disconnected("not a reply of POP3: " + Printable(line.text)));
+        return WhyNot();
+    }
+    if (form == AnswerForm::OneLine) return std::string(line.text);
+    if (!line.has_cr) {
+        connection_->Fail(Disconnected("an answer of several lines begins with a bare LF"));
+        return WhyNot();
+    }
+    return std::string(line.text) + "\r\n";
+}
+
+// Appends the answer after its status line, as it comes.
+CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer) {
+    TerminatorFinder terminator;
+    for (std::size_t bytes = 0;;) {
+        const std::string_view received = connection_->Received();
+        const std::size_t end = terminator.EndIn(received);
+        const std::string_view chunk = received.substr(0, end);
+        bytes += chunk.size();
+        const bool too_long = bytes > limit_bytes + kTerminatorLine.size();
+        if (!too_long) {
+            *answer += chunk;
+        } else if (on_too_long == OnTooLong::Stop) {
+            return Collected::TooLong;
+        } else {
+            std::string().swap(*answer);  // gives the memory back
+        }
+        connection_->Take(chunk.size());
+        if (end != std::string_view::npos) return too_long ? Collected::TooLong : Collected::Whole;
+        if (!connection_->ReceiveMore(Deadline(TimeOut()))) return Collected::Lost;
+    }
+}
+
+std::string CPopSocket::WhyNot() {
+    KeepTimedOut();
+    const Failure& failure = connection_->Why();
+    return (failure.kind == FailureKind::TimedOut ? "-ERR Timeout: " : "-ERR Disconnected: ") + failure.reason;
+}
+
+}  // namespace tarvex

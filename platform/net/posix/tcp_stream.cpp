@@ -1,0 +1,137 @@
+// TCP by the system's sockets and poll.
+
+#include "platform/net/tcp_stream.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace tarvex {
+
+namespace {
+
+constexpr std::size_t kMaxParts = 8;
+
+std::string Message(int error) { return std::system_category().message(error); }
+
+struct SystemAddress {
+    sockaddr_storage storage{};
+    socklen_t length = 0;
+};
+
+SystemAddress ToSystem(const NetworkAddress& address, int port) {
+    SystemAddress result;
+    if (address.is_ipv6) {
+        sockaddr_in6 ipv6{};
+        ipv6.sin6_family = AF_INET6;
+        ipv6.sin6_port = htons(static_cast<std::uint16_t>(port));
+        ipv6.sin6_scope_id = address.scope;
+        std::memcpy(&ipv6.sin6_addr, address.bytes.data(), sizeof ipv6.sin6_addr);
+        std::memcpy(&result.storage, &ipv6, sizeof ipv6);
+        result.length = sizeof ipv6;
+    } else {
+        sockaddr_in ipv4{};
+        ipv4.sin_family = AF_INET;
+        ipv4.sin_port = htons(static_cast<std::uint16_t>(port));
+        std::memcpy(&ipv4.sin_addr, address.bytes.data(), sizeof ipv4.sin_addr);
+        std::memcpy(&result.storage, &ipv4, sizeof ipv4);
+        result.length = sizeof ipv4;
+    }
+    return result;
+}
+
+Transfer ToTransfer(ssize_t result) {
+    if (result > 0) return {Transfer::Status::Progress, static_cast<std::size_t>(result)};
+    if (result == 0) return {Transfer::Status::Ended};
+    if (errno == EAGAIN || errno == EINTR) return {Transfer::Status::WouldBlock};
+    return {Transfer::Status::Failed, 0, Message(errno)};
+}
+
+}  // namespace
+
+TcpStream::~TcpStream() { Close(); }
+
+bool TcpStream::Reserve() {
+    Close();
+    return OpenSocket(false) || OpenSocket(true);
+}
+
+bool TcpStream::OpenSocket(bool ipv6) {
+    socket_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
+    is_ipv6_ = ipv6;
+    return socket_ >= 0;
+}
+
+Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadline& deadline) {
+    if (socket_ >= 0 && is_ipv6_ != address.is_ipv6) Close();
+    if (socket_ < 0 && !OpenSocket(address.is_ipv6)) return Disconnected(Message(errno));
+    const int on = 1;
+    // Small commands must not wait for the acknowledgement of the one before.
+    (void)::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+
+    const SystemAddress target = ToSystem(address, port);
+    Failure failure;
+    if (::connect(socket_, reinterpret_cast<const sockaddr*>(&target.storage), target.length) != 0) {
+        int error = errno;
+        if (error == EINPROGRESS || error == EINTR) {
+            failure = Wait(Event::ToWrite, deadline);
+            socklen_t length = sizeof error;
+            if (!failure && ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
+        }
+        if (!failure && error != 0) failure = Disconnected(Message(error));
+    }
+    if (failure) Close();
+    return failure;
+}
+
+Transfer TcpStream::Send(std::span<const std::string_view> parts) {
+    std::array<iovec, kMaxParts> vectors;
+    const std::size_t count = std::min(parts.size(), vectors.size());
+    for (std::size_t i = 0; i < count; ++i) vectors[i] = {const_cast<char*>(parts[i].data()), parts[i].size()};
+    msghdr message{};
+    message.msg_iov = vectors.data();
+    message.msg_iovlen = count;
+    // A server that has gone must not end the process with SIGPIPE.
+    return ToTransfer(::sendmsg(socket_, &message, MSG_NOSIGNAL));
+}
+
+Transfer TcpStream::Receive(char* buffer, std::size_t size_bytes) {
+    return ToTransfer(::recv(socket_, buffer, size_bytes, 0));
+}
+
+Failure TcpStream::Wait(Event event, const Deadline& deadline) {
+    const short events = event == Event::ToRead ? POLLIN : event == Event::ToWrite ? POLLOUT : POLLIN | POLLOUT;
+    // The socket is registered only while this thread is in here, so it is never closed under an interruption. A worker
+    // that was interrupted before wakes at once.
+    const InterruptScope scope(*this);
+    for (;;) {
+        pollfd target{socket_, events, 0};
+        const int ready = interrupted_ ? 0 : ::poll(&target, 1, deadline.RemainingMs());
+        const int error = errno;
+        if (interrupted_) return Interrupted();
+        if (ready > 0) return {};
+        if (ready < 0 && error != EINTR) return Disconnected(Message(error));
+        if (deadline.HasPassed()) return TimedOut("no answer in time");
+    }
+}
+
+void TcpStream::Close() {
+    if (socket_ >= 0) ::close(socket_);
+    socket_ = -1;
+}
+
+void TcpStream::Interrupt() noexcept {
+    interrupted_ = true;
+    if (socket_ >= 0) ::shutdown(socket_, SHUT_RDWR);
+}
+
+}  // namespace tarvex

@@ -1,0 +1,43 @@
+// What the POP3 and the SMTP socket share.
+
+#include "platform/net/sockets.h"
+
+#include "platform/net/connection.h"
+#include "platform/net/limits.h"
+
+namespace tarvex {
+
+namespace {
+
+constexpr int kStreamSocket = 1;
+
+}  // namespace
+
+CBaseSocket::CBaseSocket() : connection_(std::make_unique<Connection>()), timeout_s_(kDefaultTimeOutSeconds) {}
+
+CBaseSocket::~CBaseSocket() { connection_->Close(); }
+
+void CBaseSocket::SetTimeOut(int seconds) { timeout_s_ = seconds > 0 ? seconds : kDefaultTimeOutSeconds; }
+
+std::chrono::milliseconds CBaseSocket::TimeOut() const { return std::chrono::seconds(timeout_s_); }
+
+bool CBaseSocket::CanTalk() {
+    const bool usable = connection_->IsUsable();
+    KeepTimedOut();
+    return usable;
+}
+
+void CBaseSocket::KeepTimedOut() { timed_out = connection_->Why().kind == FailureKind::TimedOut ? 1 : 0; }
+
+bool CBaseSocket::IsSafeArgument(std::string_view argument) {
+    return argument.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
+int CSocketX::Create(unsigned port, int type, const char* address) {
+    const bool supported = port == 0 && type == kStreamSocket && (address == nullptr || *address == '\0');
+    return supported && connection_->Reserve() ? 1 : 0;
+}
+
+void CSocketX::Close() { connection_->Close(); }
+
+}  // namespace tarvex

@@ -1,0 +1,66 @@
+#pragma once
+
+// One TCP socket that never blocks: whoever wants to wait calls Wait, and that is the only place where an interruption
+// has to reach it.
+
+#include <atomic>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/net/deadline.h"
+#include "platform/net/failure.h"
+#include "platform/net/name_lookup.h"
+#include "platform/os/threads.h"
+
+namespace tarvex {
+
+// What became of one attempt to send or to receive.
+struct Transfer {
+    enum class Status {
+        Progress,    // `bytes` were taken or delivered, at least one
+        WouldBlock,  // nothing now
+        Ended,       // the other side sends nothing more (receiving only)
+        Failed,      // `reason` says why
+    };
+    Status status = Status::WouldBlock;
+    std::size_t bytes = 0;
+    std::string reason = {};
+};
+
+class TcpStream final : public Interruptible {
+public:
+    TcpStream() = default;
+    ~TcpStream();
+    TcpStream(const TcpStream&) = delete;
+    TcpStream& operator=(const TcpStream&) = delete;
+
+    // Takes a socket descriptor in advance; false when there is none. The first connection of its family uses it.
+    [[nodiscard]] bool Reserve();
+
+    // After a failure the socket is closed; another address may be tried.
+    [[nodiscard]] Failure Connect(const NetworkAddress& address, int port, const Deadline& deadline);
+
+    // Sends as much of the parts, in their order, as the system takes now.
+    [[nodiscard]] Transfer Send(std::span<const std::string_view> parts);
+    [[nodiscard]] Transfer Receive(char* buffer, std::size_t size_bytes);
+
+    enum class Event { ToRead, ToWrite, ToReadOrWrite };
+    // Waits until the event or an end of the connection, which the next attempt to send or receive then tells.
+    [[nodiscard]] Failure Wait(Event event, const Deadline& deadline);
+
+    void Close();
+
+    // Shuts the socket down, which is for good and wakes Wait.
+    void Interrupt() noexcept override;
+
+private:
+    bool OpenSocket(bool ipv6);
+
+    int socket_ = -1;
+    bool is_ipv6_ = false;
+    std::atomic<bool> interrupted_ = false;
+};
+
+}  // namespace tarvex
