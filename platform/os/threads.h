@@ -15,7 +15,9 @@ class Thread;
 // null. An exception that leaves the procedure ends the worker and nothing else. Returns null when no thread can be
 // had.
 //
-// Workers that still run when the program exits, or unloads the library, are interrupted and waited for.
+// Workers that still run when the program exits, or unloads the library, are interrupted and waited for. So that they
+// can end in peace, a static object that workers use is built before the first of them starts, or never destroyed. A
+// forked child process has no workers, and may start some only when its parent never did.
 Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int priority, unsigned stack_size, unsigned flags,
                        void* security);
 
