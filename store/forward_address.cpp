@@ -56,11 +56,7 @@ CForwardAddress& CForwardAddress::operator=(const CForwardAddress& other) {
 }
 
 void CForwardAddress::SetPath(CString new_path) {
-    const bool opened = Shielded(false, [&] {
-        Open(*this, new_path);
-        return true;
-    });
-    if (!opened) path.clear();
+    if (!Shielded([&] { Open(*this, new_path); })) path.clear();
 }
 
 int CForwardAddress::LoadSetting() {

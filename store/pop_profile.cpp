@@ -65,11 +65,7 @@ void CPopProfile::Reset() {
 }
 
 void CPopProfile::SetPath(CString new_path) {
-    const bool opened = Shielded(false, [&] {
-        Open(*this, new_path);
-        return true;
-    });
-    if (!opened) Reset();
+    if (!Shielded([&] { Open(*this, new_path); })) Reset();
 }
 
 int CPopProfile::LoadSetting() {

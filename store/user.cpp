@@ -22,11 +22,7 @@ using namespace tarvex;
 CUser::~CUser() = default;
 
 void CUser::SetPath(CString new_path) {
-    const bool opened = Shielded(false, [&] {
-        Open(*this, new_path);
-        return true;
-    });
-    if (!opened) path.clear();
+    if (!Shielded([&] { Open(*this, new_path); })) path.clear();
 }
 
 void CUser::Reset() { profiles.clear(); }

@@ -1,0 +1,70 @@
+// The list of unique ids.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tarvex/mail.h"
+
+namespace tarvex {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+CStringArray Ids(const CCheckedMail& list) {
+    CStringArray ids;
+    for (int i = 0; i < list.GetSize(); ++i) ids.push_back(list.GetAt(i));
+    return ids;
+}
+
+TEST(CheckedMail, AddReturnsTheIndexAndAppendsOnlyWhatIsNew) {
+    CCheckedMail list;
+    EXPECT_EQ(list.Add("a"), 0);
+    EXPECT_EQ(list.Add("b"), 1);
+    EXPECT_EQ(list.Add("a"), 0);
+    EXPECT_EQ(list.Add("A"), 2) << "letter case counts";
+    EXPECT_EQ(list.Add(""), 3);
+    EXPECT_EQ(list.Add("b"), 1);
+    EXPECT_THAT(Ids(list), ElementsAre("a", "b", "A", ""));
+    EXPECT_TRUE(list.Contains("b"));
+    EXPECT_FALSE(list.Contains("B"));
+}
+
+TEST(CheckedMail, RemoveLastForgetsTheId) {
+    CCheckedMail list;
+    list.Add("a");
+    list.Add("b");
+    list.RemoveLast();
+    EXPECT_FALSE(list.Contains("b"));
+    EXPECT_THAT(Ids(list), ElementsAre("a"));
+    EXPECT_EQ(list.Add("c"), 1);
+    EXPECT_EQ(list.Add("b"), 2);
+    EXPECT_THAT(Ids(list), ElementsAre("a", "c", "b"));
+}
+
+TEST(CheckedMail, RemoveLastOfAnEmptyListDoesNothing) {
+    CCheckedMail list;
+    list.RemoveLast();
+    EXPECT_EQ(list.GetSize(), 0);
+    EXPECT_EQ(list.Add("a"), 0);
+}
+
+TEST(CheckedMail, RemoveAllEmptiesTheList) {
+    CCheckedMail list;
+    list.Add("a");
+    list.Add("b");
+    list.RemoveAll();
+    EXPECT_THAT(Ids(list), IsEmpty());
+    EXPECT_FALSE(list.Contains("a"));
+    EXPECT_EQ(list.Add("b"), 0);
+}
+
+TEST(CheckedMail, AnIdOfTheListItselfIsFound) {
+    CCheckedMail list;
+    list.Add("a");
+    EXPECT_EQ(list.Add(list.GetAt(0)), 0);
+    EXPECT_EQ(list.GetSize(), 1);
+}
+
+}  // namespace
+}  // namespace tarvex

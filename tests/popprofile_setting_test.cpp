@@ -1,0 +1,347 @@
+// popprofile.def.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <vector>
+
+#include "platform/os/clock.h"
+#include "tarvex/settings.h"
+#include "testing/temp_dir.h"
+
+namespace tarvex {
+namespace {
+
+using testing::ReadFile;
+using testing::TempDir;
+using testing::WriteFile;
+
+using S = CPopProfileSetting;
+
+// 15 March 2009 10:20:00 local time.
+const CTime kLastTime = FromLocalTime(2009, 3, 15, 10, 20, 0).value();
+
+struct FieldCase {
+    const char* name;
+    std::function<void(S&)> change;
+    std::function<bool(const S&, const S&)> same;
+    bool assigned = true;
+};
+
+template <class Member>
+FieldCase Field(const char* name, Member member, auto value, bool assigned = true) {
+    return {name, [=](S& setting) { setting.*member = value; },
+            [=](const S& a, const S& b) { return a.*member == b.*member; }, assigned};
+}
+
+std::vector<FieldCase> Fields() {
+    return {
+        Field("version", &S::version, 101, false),
+        Field("nickname", &S::nickname, "a nickname"),
+        Field("address", &S::address, "me@example.org"),
+        Field("popuser", &S::popuser, "pop user"),
+        Field("popserver", &S::popserver, "pop.example.org"),
+        Field("poppassword", &S::poppassword, "pop secret"),
+        Field("smtpuser", &S::smtpuser, "smtp user"),
+        Field("smtpserver", &S::smtpserver, "smtp.example.org"),
+        Field("smtppassword", &S::smtppassword, "smtp secret"),
+        Field("timer", &S::timer, 102),
+        Field("deletemail", &S::deletemail, 103),
+        Field("apop", &S::apop, 104),
+        Field("esmtp", &S::esmtp, 105),
+        Field("smtpauth", &S::smtpauth, 106),
+        Field("logmode", &S::logmode, 107),
+        Field("logsize", &S::logsize, 108),
+        Field("lasttime", &S::lasttime, kLastTime, false),
+        Field("status", &S::status, 109),
+        Field("popport", &S::popport, 111),
+        Field("smtpport", &S::smtpport, 112),
+        Field("sslpop", &S::sslpop, 113),
+        Field("sslsmtp", &S::sslsmtp, 114),
+        Field("replacefrom", &S::replacefrom, 115),
+        Field("replaceto", &S::replaceto, 116),
+        Field("timeout", &S::timeout, 117),
+        Field("smtpauth_mode", &S::smtpauth_mode, 118),
+    };
+}
+
+S AllFieldsChanged() {
+    S setting;
+    for (const FieldCase& field : Fields()) field.change(setting);
+    return setting;
+}
+
+const char* const kFileOfAllFieldsChanged =
+    "[version]\r\n101\r\n\r\n"
+    "[nickname]\r\na nickname\r\n\r\n"
+    "[address]\r\nme@example.org\r\n\r\n"
+    "[popuser]\r\npop user\r\n\r\n"
+    "[popserver]\r\npop.example.org\r\n\r\n"
+    "[poppassword]\r\nj5CP34yanI2aiw==\r\n\r\n"
+    "[smtpuser]\r\nsmtp user\r\n\r\n"
+    "[smtpserver]\r\nsmtp.example.org\r\n\r\n"
+    "[smtppassword]\r\njJKLj9+MmpyNmos=\r\n\r\n"
+    "[timer]\r\n102\r\n\r\n"
+    "[deletemail]\r\n103\r\n\r\n"
+    "[apop]\r\n104\r\n\r\n"
+    "[esmtp]\r\n105\r\n\r\n"
+    "[smtpauth]\r\n106\r\n\r\n"
+    "[logmode]\r\n107\r\n\r\n"
+    "[logsize]\r\n108\r\n\r\n"
+    "[status]\r\n109\r\n\r\n"
+    "[popport]\r\n111\r\n\r\n"
+    "[smtpport]\r\n112\r\n\r\n"
+    "[sslpop]\r\n113\r\n\r\n"
+    "[sslsmtp]\r\n114\r\n\r\n"
+    "[lasttime]\r\n2009,3,15,10,20,0\r\n\r\n"
+    "[timeout]\r\n117\r\n\r\n"
+    "[replacefrom]\r\n115\r\n\r\n"
+    "[replaceto]\r\n116\r\n\r\n"
+    "[smtpauth_mode]\r\n118\r\n\r\n";
+
+TEST(PopProfileSetting, Defaults) {
+    const CTime before = CurrentTime();
+    const S setting;
+    const CTime after = CurrentTime();
+    EXPECT_EQ(setting.version, 0);
+    for (const CString S::*text : {&S::nickname, &S::address, &S::popuser, &S::popserver, &S::poppassword, &S::smtpuser,
+                                   &S::smtpserver, &S::smtppassword}) {
+        EXPECT_EQ(setting.*text, "");
+    }
+    EXPECT_EQ(setting.timer, 10);
+    EXPECT_EQ(setting.deletemail, 0);
+    EXPECT_EQ(setting.apop, 0);
+    EXPECT_EQ(setting.esmtp, 1);
+    EXPECT_EQ(setting.smtpauth, 0);
+    EXPECT_EQ(setting.logmode, 1);
+    EXPECT_EQ(setting.logsize, 1024);
+    EXPECT_LE(before, setting.lasttime);
+    EXPECT_LE(setting.lasttime, after);
+    EXPECT_EQ(setting.status, 1);
+    EXPECT_EQ(setting.popport, 110);
+    EXPECT_EQ(setting.smtpport, 25);
+    EXPECT_EQ(setting.sslpop, 0);
+    EXPECT_EQ(setting.sslsmtp, 0);
+    EXPECT_EQ(setting.replacefrom, 0);
+    EXPECT_EQ(setting.replaceto, 0);
+    EXPECT_EQ(setting.timeout, 30);
+    EXPECT_EQ(setting.smtpauth_mode, 0);
+}
+
+TEST(PopProfileSetting, InitializeRestoresEveryDefaultAndTakesTheCurrentTime) {
+    S setting = AllFieldsChanged();
+    const CTime before = CurrentTime();
+    setting.Initialize();
+    for (const FieldCase& field : Fields()) {
+        if (field.name == std::string("lasttime")) continue;
+        EXPECT_TRUE(field.same(setting, S())) << field.name;
+    }
+    EXPECT_LE(before, setting.lasttime);
+    EXPECT_LE(setting.lasttime, CurrentTime());
+}
+
+TEST(PopProfileSetting, CopyConstructionTakesEveryField) {
+    const S source = AllFieldsChanged();
+    const S copy(source);
+    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(copy, source)) << field.name;
+}
+
+TEST(PopProfileSetting, AssignmentTakesAllButVersionAndLastTime) {
+    const S source = AllFieldsChanged();
+    S target;
+    target.lasttime = 77;
+    const S before(target);
+    target = source;
+    for (const FieldCase& field : Fields()) EXPECT_EQ(field.same(target, source), field.assigned) << field.name;
+    EXPECT_EQ(target.version, before.version);
+    EXPECT_EQ(target.lasttime, 77);
+}
+
+TEST(PopProfileSetting, AssignmentToItselfChangesNothing) {
+    S setting = AllFieldsChanged();
+    setting = static_cast<const S&>(setting);
+    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(setting, AllFieldsChanged())) << field.name;
+}
+
+TEST(PopProfileSetting, EqualityComparesAllButVersionAndLastTime) {
+    for (const FieldCase& field : Fields()) {
+        S changed;
+        field.change(changed);
+        EXPECT_EQ(changed == S(), field.assigned ? 0 : 1) << field.name;
+    }
+}
+
+TEST(PopProfileSetting, EqualityIsCaseSensitive) {
+    S lower, upper;
+    lower.popserver = "pop.example.org";
+    upper.popserver = "POP.example.org";
+    EXPECT_EQ(lower == upper, 0);
+}
+
+TEST(PopProfileSetting, FileIsWrittenInItsOwnOrder) {
+    const TempDir dir;
+    EXPECT_EQ(AllFieldsChanged().Save(dir.String()), 1);
+    EXPECT_EQ(ReadFile(dir / "popprofile.def"), kFileOfAllFieldsChanged);
+}
+
+TEST(PopProfileSetting, SecondsAreWrittenButDroppedWhenRead) {
+    const TempDir dir;
+    S setting;
+    setting.lasttime = kLastTime + 45;
+    EXPECT_EQ(setting.Save(dir.String()), 1);
+    EXPECT_NE(ReadFile(dir / "popprofile.def").find("[lasttime]\r\n2009,3,15,10,20,45\r\n"), std::string::npos);
+    S loaded;
+    EXPECT_EQ(loaded.Load(dir.String()), 1);
+    EXPECT_EQ(loaded.lasttime, kLastTime);
+}
+
+TEST(PopProfileSetting, EveryFieldOfTheFileIsLoaded) {
+    const TempDir dir;
+    WriteFile(dir / "popprofile.def", kFileOfAllFieldsChanged);
+    S loaded;
+    EXPECT_EQ(loaded.Load(dir.String()), 1);
+    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(loaded, AllFieldsChanged())) << field.name;
+}
+
+TEST(PopProfileSetting, SavingTwiceYieldsIdenticalFiles) {
+    const TempDir dir;
+    const S setting = AllFieldsChanged();
+    EXPECT_EQ(setting.Save(dir.String()), 1);
+    EXPECT_EQ(setting.Save(dir.String()), 1);
+    EXPECT_EQ(ReadFile(dir / "popprofile.def"), kFileOfAllFieldsChanged);
+}
+
+// Each with the effect on a record of defaults.
+struct LoadCase {
+    const char* content;
+    std::function<void(S&)> effect;
+};
+
+TEST(PopProfileSetting, TolerantReading) {
+    const std::vector<LoadCase> cases = {
+        {"; a comment\r\n\r\n// another\r\n", [](S&) {}},
+        {"", [](S&) {}},
+        {"[POPSERVER]\r\nPop.Example\r\n", [](S& s) { s.popserver = "Pop.Example"; }},
+        {"  [popserver]   more text\r\nx\r\n", [](S& s) { s.popserver = "x"; }},
+        {"[obsolete]\r\n7\r\n[timer]\r\n5\r\n", [](S& s) { s.timer = 5; }},
+        {"[nickname]\r\nx\r\n[obsolete]\r\n7\r\n", [](S& s) { s.nickname = "x"; }},
+        {"[timer]\r\n5\r\n7\r\n", [](S& s) { s.timer = 7; }},
+        {"[timer]\r\nabc\r\n", [](S& s) { s.timer = 0; }},
+        {"[timer]\r\n\t +12 minutes\r\n", [](S& s) { s.timer = 12; }},
+        {"[timer]\r\n-3\r\n", [](S& s) { s.timer = -3; }},
+        {"[timer]\r\n99999999999\r\n", [](S& s) { s.timer = std::numeric_limits<int>::max(); }},
+        {"[timer]\r\n-99999999999\r\n", [](S& s) { s.timer = std::numeric_limits<int>::min(); }},
+        {"[popserver]\r\n\t pop.example.org  \r\n", [](S& s) { s.popserver = "pop.example.org  "; }},
+        {"[nickname]\r\n;x\r\n", [](S&) {}},
+        {"[nickname]\r\n//x\r\n", [](S&) {}},
+        // "smtpauth" is no part of "[smtpauth_mode]" with its brackets.
+        {"[smtpauth_mode]\r\n2\r\n", [](S& s) { s.smtpauth_mode = 2; }},
+        {"[smtpauth]\r\n1\r\n", [](S& s) { s.smtpauth = 1; }},
+        {"[nickname]\r\n\x83\x54\x81\x5B\x83\x6F\x81\x5B\x81\x5D\r\n",
+         [](S& s) { s.nickname = "\x83\x54\x81\x5B\x83\x6F\x81\x5B\x81\x5D"; }},
+        {"[timer]\n5\n[popport]\n995", [](S& s) { s.timer = 5, s.popport = 995; }},
+    };
+    for (const LoadCase& c : cases) {
+        const TempDir dir;
+        WriteFile(dir / "popprofile.def", c.content);
+        S loaded;
+        EXPECT_EQ(loaded.Load(dir.String()), 1) << c.content;
+        S expected;
+        c.effect(expected);
+        EXPECT_EQ(loaded == expected, 1) << c.content;
+    }
+}
+
+TEST(PopProfileSetting, ValueThatBeginsLikeACommentIsWrittenButLostOnLoading) {
+    const TempDir dir;
+    S setting;
+    setting.nickname = ";x";
+    EXPECT_EQ(setting.Save(dir.String()), 1);
+    EXPECT_NE(ReadFile(dir / "popprofile.def").find("[nickname]\r\n;x\r\n"), std::string::npos);
+    S loaded;
+    loaded.nickname = "previous";
+    EXPECT_EQ(loaded.Load(dir.String()), 1);
+    EXPECT_EQ(loaded.nickname, "previous");
+}
+
+TEST(PopProfileSetting, VersionIsReadAndWrittenBack) {
+    const TempDir dir;
+    WriteFile(dir / "popprofile.def", "[version]\r\n12\r\n");
+    S setting;
+    EXPECT_EQ(setting.Load(dir.String()), 1);
+    EXPECT_EQ(setting.version, 12);
+    EXPECT_EQ(setting.Save(dir.String()), 1);
+    EXPECT_TRUE(ReadFile(dir / "popprofile.def").starts_with("[version]\r\n12\r\n\r\n"));
+}
+
+TEST(PopProfileSetting, DamagedTimeStampYieldsTheCurrentTime) {
+    for (const char* stamp : {"2009,3,15,10,20", "2009,3,15,10,20,", "yesterday"}) {
+        const TempDir dir;
+        WriteFile(dir / "popprofile.def", std::string("[lasttime]\r\n") + stamp + "\r\n");
+        S setting;
+        setting.lasttime = 0;
+        const CTime before = CurrentTime();
+        EXPECT_EQ(setting.Load(dir.String()), 1);
+        EXPECT_LE(before, setting.lasttime) << stamp;
+        EXPECT_LE(setting.lasttime, CurrentTime()) << stamp;
+    }
+}
+
+TEST(PopProfileSetting, MissingFileChangesNothing) {
+    const TempDir dir;
+    S setting = AllFieldsChanged();
+    EXPECT_EQ(setting.Load(dir.String()), 0);
+    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(setting, AllFieldsChanged())) << field.name;
+}
+
+TEST(PopProfileSetting, EmptyDirectoryTextIsRefusedBySave) { EXPECT_EQ(S().Save(""), 0); }
+
+TEST(PopProfileSetting, SaveLeavesTheOldFileWhenItFails) {
+    const TempDir dir;
+    WriteFile(dir / "file", "x");
+    EXPECT_EQ(S().Save(dir / "file"), 0);
+    EXPECT_EQ(S().Save(dir / "missing"), 0);
+    EXPECT_EQ(ReadFile(dir / "file"), "x");
+}
+
+// No text but the empty one decodes to itself, since decoding shortens, so a password from a time before scrambling is
+// decoded like any other.
+TEST(PopProfileSetting, PasswordThatWasNeverScrambledIsDecodedAllTheSame) {
+    const TempDir dir;
+    for (const char* stored : {"secret", "=", "!", "A", "AA", "AAAA", "a///"}) {
+        WriteFile(dir / "popprofile.def", std::string("[poppassword]\r\n") + stored + "\r\n");
+        S setting;
+        EXPECT_EQ(setting.Load(dir.String()), 1) << stored;
+        EXPECT_EQ(setting.poppassword, DecodePassWord(stored)) << stored;
+        EXPECT_NE(setting.poppassword, stored);
+    }
+}
+
+TEST(PopProfileSetting, PasswordOfAnyBytesSurvives) {
+    const TempDir dir;
+    S saved;
+    saved.poppassword = "; [timer]\r\n\x81\x5B\t ";
+    saved.smtppassword = std::string("\x01\0\xFE", 3);
+    EXPECT_EQ(saved.Save(dir.String()), 1);
+    S loaded;
+    EXPECT_EQ(loaded.Load(dir.String()), 1);
+    EXPECT_EQ(loaded.poppassword, saved.poppassword);
+    EXPECT_EQ(loaded.smtppassword, saved.smtppassword);
+}
+
+// Its stored form begins with "//". It takes two control characters in front to get there.
+TEST(PopProfileSetting, PasswordWhoseStoredFormReadsLikeACommentIsLostOnLoading) {
+    const TempDir dir;
+    S setting;
+    setting.poppassword = std::string("\0\x01", 2);
+    EXPECT_EQ(setting.Save(dir.String()), 1);
+    EXPECT_NE(ReadFile(dir / "popprofile.def").find("[poppassword]\r\n//4=\r\n"), std::string::npos);
+    S loaded;
+    loaded.poppassword = "previous";
+    EXPECT_EQ(loaded.Load(dir.String()), 1);
+    EXPECT_EQ(loaded.poppassword, "previous");
+}
+
+}  // namespace
+}  // namespace tarvex
