@@ -120,6 +120,8 @@ std::string CSmtpSocket::SendData(const std::string* text, DataForm form) {
     std::string scratch;
     const std::string_view message = FrameData(*text, form, scratch);
     std::string reply = Exchange("DATA", "");
+    // A success before the message was sent must never pass for the answer to it: the mail would be lost.
+    if (reply.starts_with('2')) return "554 DATA was answered: " + Printable(reply);
     if (!reply.starts_with("354")) return reply;
     switch (connection_->SendMessage({message, ".\r\n"}, TimeOut())) {
         case Connection::SendResult::Sent:

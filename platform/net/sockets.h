@@ -114,8 +114,9 @@ public:
     std::string SendMailFrom(std::string* sender);          // "<address>"
     std::string SendRcptTo(std::string* recipient);         // "<address>"
 
-    // DATA, the message, its end; returns the reply to the message, or to DATA when that was not 354. Whatever the text
-    // holds, the server takes exactly one message from it: see FrameData.
+    // DATA, the message, its end; returns the reply to the message, or to DATA when that was not 354 (a success there
+    // becomes "554 ...", since nothing was sent). Whatever the text holds, the server takes exactly one message from
+    // it: see FrameData.
     std::string SendData(const std::string* text, DataForm form = DataForm::Fetched);
 
 private:
