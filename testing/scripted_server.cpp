@@ -203,12 +203,16 @@ void Peer::Send(std::string_view bytes) {
 
 void Peer::SendUnrecorded(std::string_view bytes) { impl_.SendOrEnd(bytes); }
 
-void Peer::Drip(std::string_view bytes, std::chrono::milliseconds pause) {
+void Peer::Drip(std::string_view bytes, std::chrono::milliseconds pause, std::size_t piece_bytes) {
     impl_.Say(bytes);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (i > 0 && !impl_.Pause(pause)) throw SessionOver();
-        impl_.SendOrEnd(bytes.substr(i, 1));
+    for (std::size_t i = 0; i < bytes.size(); i += piece_bytes) {
+        if (i > 0) Pause(pause);
+        impl_.SendOrEnd(bytes.substr(i, piece_bytes));
     }
+}
+
+void Peer::Pause(std::chrono::milliseconds pause) {
+    if (!impl_.Pause(pause)) throw SessionOver();
 }
 
 std::string Peer::ReadLine() {

@@ -33,8 +33,12 @@ public:
     // Sends the bytes in one write. Recorded line by line, each as "S: <line>" without its line end.
     void Send(std::string_view bytes);
 
-    // Sends byte by byte with a pause between. Recorded as by Send. Ends quietly when the client closes meanwhile.
-    void Drip(std::string_view bytes, std::chrono::milliseconds pause);
+    // Sends byte by byte, or piece by piece, with a pause between. Recorded as by Send. Ends quietly when the client
+    // closes meanwhile.
+    void Drip(std::string_view bytes, std::chrono::milliseconds pause, std::size_t piece_bytes = 1);
+
+    // Does nothing for that long, as a slow server does.
+    void Pause(std::chrono::milliseconds pause);
 
     // Sends without a record: for large answers.
     void SendUnrecorded(std::string_view bytes);
@@ -99,6 +103,7 @@ struct TlsIdentity {
     std::string ca_certificate;
     std::string certificate;
     std::string key;
+    int only_version = 0;  // of the protocol, TLS1_2_VERSION and so on; 0 = any
 };
 
 struct TlsOptions {

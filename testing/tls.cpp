@@ -35,6 +35,11 @@ Context MakeContext(const TlsIdentity& identity) {
         SSL_CTX_use_PrivateKey(context.get(), key.get()) != 1) {
         throw std::invalid_argument("no usable TLS identity");
     }
+    if (identity.only_version != 0) {
+        SSL_CTX_set_security_level(context.get(), 0);  // an old version would not even be offered otherwise
+        SSL_CTX_set_min_proto_version(context.get(), identity.only_version);
+        SSL_CTX_set_max_proto_version(context.get(), identity.only_version);
+    }
     // A client that never reads would otherwise close with tickets unread, which resets the connection.
     SSL_CTX_set_num_tickets(context.get(), 0);
     return context;

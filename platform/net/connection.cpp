@@ -214,7 +214,7 @@ Transfer Connection::SendSome(Outgoing& outgoing) {
 
 // A server that refuses and goes has often said why.
 Connection::SendResult Connection::SendingFailed(const std::string& reason) {
-    if (HasSpoken()) return SendResult::ServerSpoke;
+    if (ReceiveSome().status == Transfer::Status::Progress) return SendResult::ServerSpoke;
     Fail(Disconnected("connection lost: " + reason));
     return SendResult::Failed;
 }
@@ -222,15 +222,20 @@ Connection::SendResult Connection::SendingFailed(const std::string& reason) {
 bool Connection::HasSpoken() { return !Received().empty() || TryReceive() == Transfer::Status::Progress; }
 
 Transfer::Status Connection::TryReceive() {
-    MakeRoom();
-    char* const room = buffer_.get() + end_;
-    const std::size_t room_bytes = kBufferBytes - end_;
-    const Transfer received = tls_ ? ReceiveDecrypted(room, room_bytes) : stream_.Receive(room, room_bytes);
-    end_ += received.bytes;
-    more_at_hand_ = received.bytes > 0 && (tls_ ? tls_->HasReceived() : received.bytes == room_bytes);
+    const Transfer received = ReceiveSome();
     if (received.status == Transfer::Status::Ended) Fail(Disconnected("the server closed the connection"));
     if (received.status == Transfer::Status::Failed) Fail(Disconnected("connection lost: " + received.reason));
     return received.status;
+}
+
+Transfer Connection::ReceiveSome() {
+    MakeRoom();
+    char* const room = buffer_.get() + end_;
+    const std::size_t room_bytes = kBufferBytes - end_;
+    Transfer received = tls_ ? ReceiveDecrypted(room, room_bytes) : stream_.Receive(room, room_bytes);
+    end_ += received.bytes;
+    more_at_hand_ = received.bytes > 0 && (tls_ ? tls_->HasReceived() : received.bytes == room_bytes);
+    return received;
 }
 
 Transfer Connection::ReceiveDecrypted(char* buffer, std::size_t size_bytes) {

@@ -78,6 +78,7 @@ private:
 
     bool HasSpoken();
     Transfer::Status TryReceive();
+    Transfer ReceiveSome();
     Transfer ReceiveDecrypted(char* buffer, std::size_t size_bytes);
     void MakeRoom();
 

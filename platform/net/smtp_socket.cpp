@@ -35,6 +35,8 @@ bool IsReplyLine(std::string_view line) {
 
 bool IsLastLine(std::string_view line) { return line.size() == kCodeLength || line[kCodeLength] == ' '; }
 
+bool IsAcceptance(std::string_view reply) { return reply.starts_with('2'); }
+
 bool IsRefusal(std::string_view reply) { return reply.starts_with('4') || reply.starts_with('5'); }
 
 // Whether a line after the first of an EHLO reply is this keyword, alone or with parameters.
@@ -121,7 +123,7 @@ std::string CSmtpSocket::SendData(const std::string* text, DataForm form) {
     const std::string_view message = FrameData(*text, form, scratch);
     std::string reply = Exchange("DATA", "");
     // A success before the message was sent must never pass for the answer to it: the mail would be lost.
-    if (reply.starts_with('2')) return "554 DATA was answered: " + Printable(reply);
+    if (IsAcceptance(reply)) return "554 DATA was answered: " + Printable(reply);
     if (!reply.starts_with("354")) return reply;
     switch (connection_->SendMessage({message, ".\r\n"}, TimeOut())) {
         case Connection::SendResult::Sent:

@@ -116,7 +116,8 @@ public:
 
     // DATA, the message, its end; returns the reply to the message, or to DATA when that was not 354 (a success there
     // becomes "554 ...", since nothing was sent). Whatever the text holds, the server takes exactly one message from
-    // it: see FrameData.
+    // it: see FrameData. What the server says before the end of the message is returned when it is a refusal, else it
+    // is a protocol error; both end the connection.
     std::string SendData(const std::string* text, DataForm form = DataForm::Fetched);
 
 private:
