@@ -55,8 +55,8 @@ std::vector<char*> Pointers(std::vector<std::string>& words) {
     return pointers;
 }
 
-// Starts a program found by its path or in PATH, with standard input from one descriptor and, unless it is -1, output
-// into another.
+// Starts a program found by its path or in PATH in a session of its own, so that a signal to the test's process group
+// does not reach it. Standard input comes from one descriptor and, unless it is -1, output goes into another.
 pid_t Spawn(std::vector<std::string> words, std::vector<std::string> more_environment, int input, int output) {
     std::vector<char*> environment = Pointers(more_environment);
     environment.pop_back();
@@ -70,9 +70,13 @@ pid_t Spawn(std::vector<std::string> words, std::vector<std::string> more_enviro
         posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
     }
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
     pid_t pid = 0;
     const int failure =
-        posix_spawnp(&pid, words.front().c_str(), &actions, nullptr, Pointers(words).data(), environment.data());
+        posix_spawnp(&pid, words.front().c_str(), &actions, &attributes, Pointers(words).data(), environment.data());
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (failure != 0) throw std::system_error(failure, std::generic_category(), words.front());
     return pid;

@@ -18,7 +18,7 @@ constexpr const char* kSink = "/usr/sbin/smtp-sink";
 // Makes the queue's folders with the owners that Postfix wants to see and becomes Postfix's master process, leaving out
 // the checks of the "postfix start" script. Argument: the folder of the server.
 constexpr const char* kStartMaster = R"sh(
-cd "$1" || exit 1
+cd "$1" && : >postfix.log && chmod 644 postfix.log || exit 1
 mkdir -p queue/pid data
 for name in active bounce corrupt defer deferred flush hold incoming private saved trace; do
   mkdir -p -m 700 "queue/$name" && chown postfix "queue/$name" || exit 1
