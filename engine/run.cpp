@@ -40,7 +40,7 @@ public:
             if (JudgeAddresses()) Forward();
         });
         Guarded([this] { Log("---- End Operation at " + FormatLongTime(CurrentTime())); });
-        profile_.log.Save(profile_.path);
+        Guarded([this] { profile_.log.Save(profile_.path); });
         profile_.SaveSetting();
     }
 
