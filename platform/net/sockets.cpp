@@ -4,6 +4,7 @@
 
 #include "platform/net/connection.h"
 #include "platform/net/limits.h"
+#include "platform/os/shield.h"
 
 namespace tarvex {
 
@@ -15,7 +16,10 @@ constexpr int kStreamSocket = 1;
 
 CBaseSocket::CBaseSocket() : connection_(std::make_unique<Connection>()), timeout_s_(kDefaultTimeOutSeconds) {}
 
-CBaseSocket::~CBaseSocket() { connection_->Close(); }
+// Without memory for the goodbye the connection closes all the same, as it is destroyed.
+CBaseSocket::~CBaseSocket() {
+    Shielded([this] { connection_->Close(); });
+}
 
 void CBaseSocket::SetTimeOut(int seconds) { timeout_s_ = seconds > 0 ? seconds : kDefaultTimeOutSeconds; }
 
