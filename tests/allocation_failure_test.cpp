@@ -1,36 +1,18 @@
 // Memory that runs out at any single allocation: no exception leaves an operation, nothing leaks (the address sanitizer
 // watches), files stay whole, and no object is left half changed where it could be saved over its own files.
 
+#include "tests/allocation_failure.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <new>
 #include <optional>
 
 #include "platform/os/clock.h"
 #include "tarvex/tree.h"
 #include "testing/temp_dir.h"
-
-namespace {
-
-thread_local long allocations_left = -1;  // until one fails; negative: none fails
-
-}  // namespace
-
-// All allocations of the test program; they fail only where a test asks for it.
-void* operator new(std::size_t bytes) {
-    if (allocations_left > 0 && --allocations_left == 0) throw std::bad_alloc();
-    if (void* memory = std::malloc(bytes == 0 ? 1 : bytes)) return memory;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t bytes) { return operator new(bytes); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace tarvex {
 namespace {
@@ -47,17 +29,15 @@ CString Long(const char* text) { return CString(text) + " - and so on, so that i
 // Runs `operation` with its n-th allocation failing. True when it made as many.
 template <class Operation>
 bool RunFailing(int n, Operation&& operation) {
-    allocations_left = n;
+    testing::FailAllocation(n);
     try {
         operation();
     } catch (...) {
-        allocations_left = -1;
+        testing::EndAllocationFailure();
         ADD_FAILURE() << "an exception left the operation at allocation " << n;
         return true;
     }
-    const bool failed = allocations_left == 0;
-    allocations_left = -1;
-    return failed;
+    return testing::EndAllocationFailure();
 }
 
 // Runs `trial` once for each allocation of the operation in it, then once without failure. A trial prepares, hands
