@@ -16,7 +16,6 @@
 
 #include <chrono>
 #include <future>
-#include <regex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -97,7 +96,12 @@ public:
 
     // What was said, in the form of the script. Waits for the end of the session.
     std::string Transcript() {
-        return std::regex_replace(server_.Transcript(), std::regex("\\(message of [0-9]+ bytes\\)"), "(message)");
+        std::string transcript = server_.Transcript();
+        for (const std::string& message : messages_) {
+            const std::string counted = "(message of " + std::to_string(message.size()) + " bytes)";
+            transcript = Replaced(std::move(transcript), counted, "(message)");
+        }
+        return transcript;
     }
 
     // The messages as they came over the wire, terminator included. Call it after Transcript.

@@ -1024,201 +1024,175 @@ QUIT
     });
 }
 
-TEST(PopProcess, EndsWhenTheServerStalls) {
-    std::vector<PopCase> cases = {
-        {.name = "greeting",
-         .script = "C: (closed)\n",
-         .log = R"(Success to create pop socket
+TEST(PopProcess, EndsWithoutAGreeting) {
+    const std::string late_log = R"(Success to create pop socket
 connecting.. 127.0.0.1
 {timeout}
 TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "half a greeting",
+)";
+    const std::string closed_log = R"(Success to create pop socket
+connecting.. 127.0.0.1
+{closed}
+Error..Closing Socket
+)";
+    CheckAll({
+        {.name = "stalled", .script = "C: (closed)\n", .log = late_log, .result = 0, .timeout = kStallTimeOut_s},
+        {.name = "stalled in the middle",
          .script = "S- +OK rea\nC: (closed)\n",
-         .log = R"(Success to create pop socket
-connecting.. 127.0.0.1
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "a greeting that drips on for ever",
-         .script = "S~ +OK this greeting is so slow that it would be complete only after several seconds, which is too "
-                   "late for a line\nC: (closed)\n",
-         .log = R"(Success to create pop socket
-connecting.. 127.0.0.1
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "APOP",
-         .script = R"(S: +OK <1@x>
-C: APOP alice 37257aa37904a2ac86c6572e6528a18c
-C: (closed)
-)",
-         .log = R"(Success to create pop socket
-connecting.. 127.0.0.1
-+OK <1@x>
-APOP 
-{timeout}
-TimeoutError..Closing Socket
-)",
+         .log = late_log,
          .result = 0,
-         .apop = 1},
-
-        {.name = "USER",
-         .script = kConnected + R"(C: USER alice
-C: (closed)
-)",
-         .log = kConnectedLog + R"(USER alice
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "PASS",
-         .script = kConnected + R"(C: USER alice
-S: +OK
-C: PASS secret
-C: (closed)
-)",
-         .log = kConnectedLog + R"(USER alice
-+OK
-PASS ******
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "QUIT after a refusal that speaks of a lost connection",
-         .script = kConnected + R"(C: USER alice
-S: -ERR Disconnected
-C: QUIT
-C: (closed)
-)",
-         .log = kConnectedLog + R"(USER alice
--ERR Disconnected
--ERR Disconnected
-QUIT
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "UIDL",
-         .script = kLoggedIn + R"(C: UIDL
-C: (closed)
-)",
-         .log = kLoggedInLog + R"(UIDL
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "the middle of the listing",
-         .script = kLoggedIn + R"(C: UIDL
-S: +OK
-S: 1 a
-C: (closed)
-)",
-         .log = kLoggedInLog + R"(UIDL
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "LIST",
-         .script = kLoggedIn + R"(C: UIDL
-S: -ERR
-C: LIST
-C: (closed)
-)",
-         .log = kLoggedInLog + R"(UIDL
--ERR
-LIST
-{timeout}
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "QUIT after a LIST that speaks of a lost connection",
-         .script = kLoggedIn + R"(C: UIDL
-S: -ERR
-C: LIST
-S: -ERR Disconnected
-C: QUIT
-C: (closed)
-)",
-         .log = kLoggedInLog + R"(UIDL
--ERR
-LIST
--ERR Disconnected
--ERR Disconnected
-QUIT
-{timeout}
-TimeoutError..Closing Socket
-TimeoutError..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "DELE",
-         .script = kListed + R"(C: DELE 1
-C: (closed)
-)",
-         .log = kListedLog + R"(DELE 1
-{timeout}
-TimeoutError..Closing Socket
-)",
+         .timeout = kStallTimeOut_s},
+        {.name = "dripping on for ever",
+         .script = "S~ +OK this greeting is so slow that it would be complete only after several seconds, too late for "
+                   "a line\nC: (closed)\n",
+         .log = late_log,
          .result = 0,
-         .present = {"a"},
-         .handled = {"a", "b"},
-         .deletemail = 1},
+         .timeout = kStallTimeOut_s},
+        {.name = "closed", .script = "S: (closed)\nC: (closed)\n", .log = closed_log, .result = 0},
+        {.name = "closed in the middle",
+         .script = "S- +OK rea\nS: (closed)\nC: (closed)\n",
+         .log = closed_log,
+         .result = 0},
+    });
+}
 
-        {.name = "the first message",
-         .script = kListed + R"(C: RETR 1
-C: (closed)
-)",
-         .log = kListedLog + R"(RETR 1
-a receive error
-TimeoutError..Closing Socket
-)",
-         .result = 0,
-         .present = {"a", "b"}},
+// A conversation up to the point at which the server fails, and the end of the log for each way in which it does.
+struct Step {
+    PopCase begun;
+    std::string when_late;
+    std::string when_gone;  // "{gone}" stands for the reply that the socket gives in place of the server's
+    int result_when_late = 0;
+    int result_when_gone = 0;
+};
 
-        {.name = "the middle of the second message: the first is kept",
-         .script = kListed + R"(C: RETR 1
-S: +OK
-S: x
-S: .
-C: RETR 2
-S: +OK
-S: Subject: two
-C: (closed)
-)",
-         .log = kListedLog + R"(RETR 1
-a received
-RETR 2
-b receive error
-TimeoutError..Closing Socket
-)",
-         .result = 0,
-         .mails = {"a: \r\nx\r\n.\r\n"},
-         .present = {"a", "b"}},
+std::vector<Step> Steps() {
+    // A server that has gone is told apart from one that refuses: QUIT is logged, though it reaches nobody.
+    const std::string login_late = "{timeout}\nTimeoutError..Closing Socket\n";
+    const std::string login_gone = "{gone}\n{gone}\nQUIT\n{gone}\n";
+    const std::string final_late = "{timeout}\nTimeoutError..Closing Socket\n";
+    const std::string final_gone = "{gone}\n{gone}\nQUIT\n{gone}\n{gone}\n";
+    return {
+        {.begun = {.name = "APOP",
+                   .script = "S: +OK <1@x>\nC: APOP alice 37257aa37904a2ac86c6572e6528a18c\n",
+                   .log = "Success to create pop socket\nconnecting.. 127.0.0.1\n+OK <1@x>\nAPOP \n",
+                   .apop = 1},
+         .when_late = login_late,
+         .when_gone = login_gone},
 
-        {.name = "QUIT, which changes nothing",
-         .script = kListed + R"(C: QUIT
-C: (closed)
-)",
-         .log = kListedLog + R"(QUIT
-{timeout}
-)",
-         .present = {"a", "b"},
-         .handled = {"a", "b"}},
+        {.begun = {.name = "USER", .script = kConnected + "C: USER alice\n", .log = kConnectedLog + "USER alice\n"},
+         .when_late = login_late,
+         .when_gone = login_gone},
+
+        {.begun = {.name = "PASS",
+                   .script = kConnected + "C: USER alice\nS: +OK\nC: PASS secret\n",
+                   .log = kConnectedLog + "USER alice\n+OK\nPASS ******\n"},
+         .when_late = login_late,
+         .when_gone = login_gone},
+
+        {.begun = {.name = "half an answer to PASS",
+                   .script = kConnected + "C: USER alice\nS: +OK\nC: PASS secret\nS- +OK wel\n",
+                   .log = kConnectedLog + "USER alice\n+OK\nPASS ******\n"},
+         .when_late = login_late,
+         .when_gone = login_gone},
+
+        {.begun = {.name = "QUIT after a login refusal that speaks of a lost connection",
+                   .script = kConnected + "C: USER alice\nS: -ERR Disconnected\nC: QUIT\n",
+                   .log = kConnectedLog + "USER alice\n-ERR Disconnected\n-ERR Disconnected\nQUIT\n"},
+         .when_late = "{timeout}\nTimeoutError..Closing Socket\n",
+         .when_gone = "{gone}\n"},
+
+        {.begun = {.name = "UIDL; LIST is tried where the server has gone",
+                   .script = kLoggedIn + "C: UIDL\n",
+                   .log = kLoggedInLog + "UIDL\n"},
+         .when_late = "{timeout}\nTimeoutError..Closing Socket\n",
+         .when_gone = "{gone}\nLIST\n" + final_gone},
+
+        {.begun = {.name = "half an answer to UIDL",
+                   .script = kLoggedIn + "C: UIDL\nS: +OK\nS: 1 a\n",
+                   .log = kLoggedInLog + "UIDL\n"},
+         .when_late = "{timeout}\nTimeoutError..Closing Socket\n",
+         .when_gone = "{gone}\nLIST\n" + final_gone},
+
+        {.begun = {.name = "LIST",
+                   .script = kLoggedIn + "C: UIDL\nS: -ERR\nC: LIST\n",
+                   .log = kLoggedInLog + "UIDL\n-ERR\nLIST\n"},
+         .when_late = final_late,
+         .when_gone = final_gone},
+
+        {.begun = {.name = "half an answer to LIST",
+                   .script = kLoggedIn + "C: UIDL\nS: -ERR\nC: LIST\nS: +OK\nS: 1 5\n",
+                   .log = kLoggedInLog + "UIDL\n-ERR\nLIST\n"},
+         .when_late = final_late,
+         .when_gone = final_gone},
+
+        {.begun = {.name = "QUIT after a LIST that speaks of a lost connection",
+                   .script = kLoggedIn + "C: UIDL\nS: -ERR\nC: LIST\nS: -ERR Disconnected\nC: QUIT\n",
+                   .log = kLoggedInLog + "UIDL\n-ERR\nLIST\n-ERR Disconnected\n-ERR Disconnected\nQUIT\n"},
+         .when_late = "{timeout}\nTimeoutError..Closing Socket\nTimeoutError..Closing Socket\n",
+         .when_gone = "{gone}\n{gone}\n"},
+
+        {.begun = {.name = "DELE",
+                   .script = kListed + "C: DELE 1\n",
+                   .log = kListedLog + "DELE 1\n",
+                   .present = {"a"},
+                   .handled = {"a", "b"},
+                   .deletemail = 1},
+         .when_late = final_late,
+         .when_gone = final_gone},
+
+        {.begun = {.name = "the first RETR; where the server has gone every message fails, and that is no failure",
+                   .script = kListed + "C: RETR 1\n",
+                   .log = kListedLog + "RETR 1\na receive error\n",
+                   .present = {"a", "b"}},
+         .when_late = "TimeoutError..Closing Socket\n",
+         .when_gone = "RETR 2\nb receive error\nQUIT\n{gone}\n",
+         .result_when_gone = 1},
+
+        {.begun = {.name = "half of the second message; the first is kept",
+                   .script = kListed + "C: RETR 1\nS: +OK\nS: x\nS: .\nC: RETR 2\nS: +OK\nS: Subject: two\n",
+                   .log = kListedLog + "RETR 1\na received\nRETR 2\nb receive error\n",
+                   .mails = {"a: \r\nx\r\n.\r\n"},
+                   .present = {"a", "b"}},
+         .when_late = "TimeoutError..Closing Socket\n",
+         .when_gone = "QUIT\n{gone}\n",
+         .result_when_gone = 1},
+
+        {.begun = {.name = "QUIT, which changes nothing",
+                   .script = kListed + "C: QUIT\n",
+                   .log = kListedLog + "QUIT\n",
+                   .present = {"a", "b"},
+                   .handled = {"a", "b"}},
+         .when_late = "{timeout}\n",
+         .when_gone = "{gone}\n",
+         .result_when_late = 1,
+         .result_when_gone = 1},
     };
-    for (PopCase& one : cases) one.timeout = kStallTimeOut_s;
+}
+
+TEST(PopProcess, EndsWhenTheServerStalls) {
+    std::vector<PopCase> cases;
+    for (const Step& step : Steps()) {
+        PopCase& one = cases.emplace_back(step.begun);
+        one.script += "C: (closed)\n";
+        one.log += step.when_late;
+        one.result = step.result_when_late;
+        one.timeout = kStallTimeOut_s;
+    }
+    CheckAll(cases);
+}
+
+TEST(PopProcess, EndsWhenTheServerGoes) {
+    std::vector<PopCase> cases;
+    for (const Step& step : Steps()) {
+        PopCase closed = step.begun;
+        closed.log += Replaced(step.when_gone, "{gone}", "{closed}");
+        closed.result = step.result_when_gone;
+        PopCase reset = closed;
+        reset.log = Replaced(closed.log, "{closed}", "{reset}");
+        closed.script += "S: (closed)\nC: (closed)\n";
+        reset.script += "S: (reset)\n";
+        cases.insert(cases.end(), {closed, reset});
+    }
     CheckAll(cases);
 }
 
@@ -1244,318 +1218,6 @@ this-unique-id-comes-byte-by-byte-and-needs-more-than-a-second received
                     .present = {"this-unique-id-comes-byte-by-byte-and-needs-more-than-a-second"},
                     .timeout = kStallTimeOut_s};
     CheckAll({slow});
-}
-
-TEST(PopProcess, EndsWhenTheServerCloses) {
-    CheckAll({
-        {.name = "greeting",
-         .script = "S: (closed)\nC: (closed)\n",
-         .log = R"(Success to create pop socket
-connecting.. 127.0.0.1
-{closed}
-Error..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "half a greeting",
-         .script = "S- +OK rea\nS: (closed)\nC: (closed)\n",
-         .log = R"(Success to create pop socket
-connecting.. 127.0.0.1
-{closed}
-Error..Closing Socket
-)",
-         .result = 0},
-
-        {.name = "APOP",
-         .script = R"(S: +OK <1@x>
-C: APOP alice 37257aa37904a2ac86c6572e6528a18c
-S: (closed)
-C: (closed)
-)",
-         .log = R"(Success to create pop socket
-connecting.. 127.0.0.1
-+OK <1@x>
-APOP 
-{closed}
-{closed}
-QUIT
-{closed}
-)",
-         .result = 0,
-         .apop = 1},
-
-        {.name = "USER",
-         .script = kConnected + R"(C: USER alice
-S: (closed)
-C: (closed)
-)",
-         .log = kConnectedLog + R"(USER alice
-{closed}
-{closed}
-QUIT
-{closed}
-)",
-         .result = 0},
-
-        {.name = "PASS",
-         .script = kConnected + R"(C: USER alice
-S: +OK
-C: PASS secret
-S: (closed)
-C: (closed)
-)",
-         .log = kConnectedLog + R"(USER alice
-+OK
-PASS ******
-{closed}
-{closed}
-QUIT
-{closed}
-)",
-         .result = 0},
-
-        {.name = "UIDL: LIST is tried, in vain",
-         .script = kLoggedIn + R"(C: UIDL
-S: (closed)
-C: (closed)
-)",
-         .log = kLoggedInLog + R"(UIDL
-{closed}
-LIST
-{closed}
-{closed}
-QUIT
-{closed}
-{closed}
-)",
-         .result = 0},
-
-        {.name = "the middle of the listing",
-         .script = kLoggedIn + R"(C: UIDL
-S: +OK
-S: 1 a
-S: (closed)
-C: (closed)
-)",
-         .log = kLoggedInLog + R"(UIDL
-{closed}
-LIST
-{closed}
-{closed}
-QUIT
-{closed}
-{closed}
-)",
-         .result = 0},
-
-        {.name = "LIST",
-         .script = kLoggedIn + R"(C: UIDL
-S: -ERR
-C: LIST
-S: +OK
-S: 1 5
-S: (closed)
-C: (closed)
-)",
-         .log = kLoggedInLog + R"(UIDL
--ERR
-LIST
-{closed}
-{closed}
-QUIT
-{closed}
-{closed}
-)",
-         .result = 0},
-
-        {.name = "DELE",
-         .script = kListed + R"(C: DELE 1
-S: (closed)
-C: (closed)
-)",
-         .log = kListedLog + R"(DELE 1
-{closed}
-{closed}
-QUIT
-{closed}
-{closed}
-)",
-         .result = 0,
-         .present = {"a"},
-         .handled = {"a", "b"},
-         .deletemail = 1},
-
-        {.name = "the middle of a message: every further one fails, and that is no failure",
-         .script = kListed + R"(C: RETR 1
-S: +OK
-S: Subject: one
-S: (closed)
-C: (closed)
-)",
-         .log = kListedLog + R"(RETR 1
-a receive error
-RETR 2
-b receive error
-QUIT
-{closed}
-)",
-         .present = {"a", "b"}},
-
-        {.name = "the second message: the first is kept",
-         .script = kListed + R"(C: RETR 1
-S: +OK
-S: x
-S: .
-C: RETR 2
-S: (closed)
-C: (closed)
-)",
-         .log = kListedLog + R"(RETR 1
-a received
-RETR 2
-b receive error
-QUIT
-{closed}
-)",
-         .mails = {"a: \r\nx\r\n.\r\n"},
-         .present = {"a", "b"}},
-
-        {.name = "QUIT",
-         .script = kListed + R"(C: QUIT
-S: (closed)
-C: (closed)
-)",
-         .log = kListedLog + R"(QUIT
-{closed}
-)",
-         .present = {"a", "b"},
-         .handled = {"a", "b"}},
-    });
-}
-
-TEST(PopProcess, EndsWhenTheConnectionIsReset) {
-    CheckAll({
-        {.name = "APOP",
-         .script = R"(S: +OK <1@x>
-C: APOP alice 37257aa37904a2ac86c6572e6528a18c
-S: (reset)
-)",
-         .log = R"(Success to create pop socket
-connecting.. 127.0.0.1
-+OK <1@x>
-APOP 
-{reset}
-{reset}
-QUIT
-{reset}
-)",
-         .result = 0,
-         .apop = 1},
-
-        {.name = "USER",
-         .script = kConnected + R"(C: USER alice
-S: (reset)
-)",
-         .log = kConnectedLog + R"(USER alice
-{reset}
-{reset}
-QUIT
-{reset}
-)",
-         .result = 0},
-
-        {.name = "PASS",
-         .script = kConnected + R"(C: USER alice
-S: +OK
-C: PASS secret
-S: (reset)
-)",
-         .log = kConnectedLog + R"(USER alice
-+OK
-PASS ******
-{reset}
-{reset}
-QUIT
-{reset}
-)",
-         .result = 0},
-
-        {.name = "UIDL",
-         .script = kLoggedIn + R"(C: UIDL
-S: (reset)
-)",
-         .log = kLoggedInLog + R"(UIDL
-{reset}
-LIST
-{reset}
-{reset}
-QUIT
-{reset}
-{reset}
-)",
-         .result = 0},
-
-        {.name = "LIST",
-         .script = kLoggedIn + R"(C: UIDL
-S: -ERR
-C: LIST
-S: (reset)
-)",
-         .log = kLoggedInLog + R"(UIDL
--ERR
-LIST
-{reset}
-{reset}
-QUIT
-{reset}
-{reset}
-)",
-         .result = 0},
-
-        {.name = "DELE",
-         .script = kListed + R"(C: DELE 1
-S: (reset)
-)",
-         .log = kListedLog + R"(DELE 1
-{reset}
-{reset}
-QUIT
-{reset}
-{reset}
-)",
-         .result = 0,
-         .present = {"a"},
-         .handled = {"a", "b"},
-         .deletemail = 1},
-
-        {.name = "RETR",
-         .script = kListed + R"(C: RETR 1
-S: +OK
-S: x
-S: .
-C: RETR 2
-S: (reset)
-)",
-         .log = kListedLog + R"(RETR 1
-a received
-RETR 2
-b receive error
-QUIT
-{reset}
-)",
-         .mails = {"a: \r\nx\r\n.\r\n"},
-         .present = {"a", "b"}},
-
-        {.name = "QUIT",
-         .script = kListed + R"(C: QUIT
-S: (reset)
-)",
-         .log = kListedLog + R"(QUIT
-{reset}
-)",
-         .present = {"a", "b"},
-         .handled = {"a", "b"}},
-    });
 }
 
 // Whether the reset comes before or after the end of connecting is chance, and so is the first half of the reason.

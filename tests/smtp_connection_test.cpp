@@ -122,8 +122,6 @@ C: (closed)
 const std::string kQuitLog = R"(QUIT
 TimeoutError..Closing Socket
 )";
-const std::string kTimeOutLog = R"(TimeoutError..Closing Socket
-)";
 
 TEST(SmtpConnection, GreetsWithEhloAndIsReadyOnceThatIsAccepted) {
     CheckAll({
@@ -451,164 +449,21 @@ TEST(SmtpConnection, LogsTheSameLineWhateverBecomesOfTheQuit) {
     });
 }
 
-TEST(SmtpConnection, EndsWhenTheServerStallsWithoutQuit) {
-    std::vector<ConnectionCase> cases = {
-        {.name = "EHLO",
-         .script = kGreeted + R"(C: EHLO {host}
-C: (closed)
-)",
-         .log = kGreetedLog + R"(EHLO {host}
-{timeout}
-)" + kTimeOutLog},
+// A conversation up to the point at which the server fails.
+struct Step {
+    std::string name = {};
+    std::string script = {};
+    std::string log = {};
+    int esmtp = 1;
+    int mode = 0;
+};
 
-        {.name = "the middle of the answer to EHLO",
-         .script = kGreeted + R"(C: EHLO {host}
-S: 250-mx
-S: 250-AUTH LOGIN
-C: (closed)
-)",
-         .log = kGreetedLog + R"(EHLO {host}
-{timeout}
-)" + kTimeOutLog},
-
-        {.name = "RSET",
-         .script = kGreeted + R"(C: EHLO {host}
-S: 500 what?
-C: RSET
-C: (closed)
-)",
-         .log = kGreetedLog + R"(EHLO {host}
-500 what?
-RSET
-{timeout}
-)" + kTimeOutLog},
-
-        {.name = "HELO",
-         .script = kGreeted + R"(C: HELO {host}
-C: (closed)
-)",
-         .log = kGreetedLog + R"(HELO
-{timeout}
-)" + kTimeOutLog,
-         .esmtp = 0},
-
-        {.name = "AUTH CRAM-MD5",
-         .script = kAccepted + R"(C: AUTH CRAM-MD5
-C: (closed)
-)",
-         .log = kAcceptedLog + R"(CRAM-MD5
-{timeout}
-)" + kTimeOutLog,
-         .smtpauth_mode = 3},
-
-        {.name = "the response of CRAM-MD5",
-         .script = kAccepted + R"(C: AUTH CRAM-MD5
-S: 334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+
-C: dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw
-C: (closed)
-)",
-         .log = kAcceptedLog + R"(CRAM-MD5
-334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+
-{timeout}
-)" + kTimeOutLog,
-         .smtpauth_mode = 3,
-         .smtpuser = "tim",
-         .smtppassword = "tanstaaftanstaaf"},
-
-        {.name = "AUTH LOGIN",
-         .script = kAccepted + R"(C: AUTH LOGIN
-C: (closed)
-)",
-         .log = kAcceptedLog + R"(LOGIN
-{timeout}
-)" + kTimeOutLog,
-         .smtpauth_mode = 2},
-
-        {.name = "the user name of LOGIN",
-         .script = kAccepted + R"(C: AUTH LOGIN
-S: 334 VXNlcm5hbWU6
-C: YWxpY2U=
-C: (closed)
-)",
-         .log = kAcceptedLog + R"(LOGIN
-334 VXNlcm5hbWU6
-YWxpY2U=
-{timeout}
-)" + kTimeOutLog,
-         .smtpauth_mode = 2},
-
-        {.name = "the password of LOGIN",
-         .script = kAccepted + R"(C: AUTH LOGIN
-S: 334 VXNlcm5hbWU6
-C: YWxpY2U=
-S: 334 UGFzc3dvcmQ6
-C: c2VjcmV0
-C: (closed)
-)",
-         .log = kAcceptedLog + R"(LOGIN
-334 VXNlcm5hbWU6
-YWxpY2U=
-334 UGFzc3dvcmQ6
-PASS ********
-{timeout}
-)" + kTimeOutLog,
-         .smtpauth_mode = 2},
-
-        {.name = "AUTH PLAIN",
-         .script = kAccepted + R"(C: AUTH PLAIN
-C: (closed)
-)",
-         .log = kAcceptedLog + R"({timeout}
-)" + kTimeOutLog,
-         .smtpauth_mode = 1},
-
-        {.name = "the response of PLAIN",
-         .script = kAccepted + R"(C: AUTH PLAIN
-S: 334 
-C: YWxpY2UAYWxpY2UAc2VjcmV0
-C: (closed)
-)",
-         .log = kAcceptedLog + R"(334 
-YWxpY2UAYWxpY2UAc2VjcmV0
-{timeout}
-)" + kTimeOutLog,
-         .smtpauth_mode = 1},
-    };
-    for (ConnectionCase& one : cases) {
-        one.timeout = kStallTimeOut_s;
-        one.smtpauth = 1;
-    }
-    CheckAll(cases);
-}
-
-TEST(SmtpConnection, WaitsForASlowAnswerToEhloAsLongAsItProgresses) {
-    CheckAll({{.name = "",
-               .script = kGreeted + R"(C: EHLO {host}
-S~ 250-mx
-S~ 250-AUTH LOGIN
-S~ 250-SIZE 123456789
-S~ 250-8BITMIME
-S~ 250-ENHANCEDSTATUSCODES
-S~ 250 HELP
-)" + kReady,
-               .log = kGreetedLog + R"(EHLO {host}
-250-mx\r\n250-AUTH LOGIN\r\n250-SIZE 123456789\r\n250-8BITMIME\r\n250-ENHANCEDSTATUSCODES\r\n250 HELP
-)",
-               .outcome = Outcome::Ready,
-               .timeout = kStallTimeOut_s}});
-}
-
-// The socket answers for the server that has gone, QUIT included, so each of these logs a QUIT that is never sent.
-TEST(SmtpConnection, EndsWhenTheServerGoes) {
-    struct Step {
-        std::string name = {};
-        std::string script = {};
-        std::string log = {};
-        int esmtp = 1;
-        int mode = 0;
-    };
-    const std::vector<Step> steps = {
+std::vector<Step> Steps() {
+    return {
         {.name = "EHLO", .script = kGreeted + "C: EHLO {host}\n", .log = kGreetedLog + "EHLO {host}\n"},
+        {.name = "half an answer to EHLO",
+         .script = kGreeted + "C: EHLO {host}\nS: 250-mx\nS: 250-AUTH LOGIN\n",
+         .log = kGreetedLog + "EHLO {host}\n"},
         {.name = "RSET",
          .script = kGreeted + "C: EHLO {host}\nS: 500 what?\nC: RSET\n",
          .log = kGreetedLog + "EHLO {host}\n500 what?\nRSET\n"},
@@ -637,29 +492,48 @@ C: dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw
          .log = kAcceptedLog + "334 go\ndGltAHRpbQB0YW5zdGFhZnRhbnN0YWFm\n",
          .mode = 1},
     };
-    struct End {
-        std::string name;
-        std::string script;
-        std::string log;
-    };
-    const std::vector<End> ends = {
-        {"closed", "S: (closed)\nC: (closed)\n", "{closed}\nQUIT\nTimeoutError..Closing Socket\n"},
-        {"reset", "S: (reset)\n", "{reset}\nQUIT\nTimeoutError..Closing Socket\n"},
-    };
+}
+
+std::vector<ConnectionCase> EndingWith(const std::string& what, const std::string& script, const std::string& log) {
     std::vector<ConnectionCase> cases;
-    for (const Step& step : steps) {
-        for (const End& end : ends) {
-            cases.push_back({.name = step.name + ", " + end.name,
-                             .script = step.script + end.script,
-                             .log = step.log + end.log,
-                             .esmtp = step.esmtp,
-                             .smtpauth = 1,
-                             .smtpauth_mode = step.mode,
-                             .smtpuser = "tim",
-                             .smtppassword = "tanstaaftanstaaf"});
-        }
+    for (const Step& step : Steps()) {
+        cases.push_back({.name = step.name + ", " + what,
+                         .script = step.script + script,
+                         .log = step.log + log,
+                         .esmtp = step.esmtp,
+                         .smtpauth_mode = step.mode});
     }
+    return AsTim(cases);
+}
+
+TEST(SmtpConnection, EndsWithoutQuitWhenTheServerStalls) {
+    std::vector<ConnectionCase> cases =
+        EndingWith("stalled", "C: (closed)\n", "{timeout}\nTimeoutError..Closing Socket\n");
+    for (ConnectionCase& one : cases) one.timeout = kStallTimeOut_s;
     CheckAll(cases);
+}
+
+TEST(SmtpConnection, WaitsForASlowAnswerToEhloAsLongAsItProgresses) {
+    CheckAll({{.name = "",
+               .script = kGreeted + R"(C: EHLO {host}
+S~ 250-mx
+S~ 250-AUTH LOGIN
+S~ 250-SIZE 123456789
+S~ 250-8BITMIME
+S~ 250-ENHANCEDSTATUSCODES
+S~ 250 HELP
+)" + kReady,
+               .log = kGreetedLog + R"(EHLO {host}
+250-mx\r\n250-AUTH LOGIN\r\n250-SIZE 123456789\r\n250-8BITMIME\r\n250-ENHANCEDSTATUSCODES\r\n250 HELP
+)",
+               .outcome = Outcome::Ready,
+               .timeout = kStallTimeOut_s}});
+}
+
+// The socket answers for the server that has gone, QUIT included, so each of these logs a QUIT that is never sent.
+TEST(SmtpConnection, EndsWhenTheServerGoes) {
+    CheckAll(EndingWith("closed", "S: (closed)\nC: (closed)\n", "{closed}\n" + kQuitLog));
+    CheckAll(EndingWith("reset", "S: (reset)\n", "{reset}\n" + kQuitLog));
 }
 
 TEST(SmtpConnection, AuthenticatesWithCramMd5) {
