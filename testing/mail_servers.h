@@ -15,7 +15,8 @@ struct StoredMail {
     std::string text;  // as sent, CR LF line ends, not dot-stuffed
 };
 
-// One mailbox behind one login. USER/PASS, APOP, STAT, UIDL, LIST, RETR, DELE, NOOP, RSET, QUIT.
+// One mailbox behind one login. USER/PASS, APOP, STAT, UIDL, LIST, RETR, DELE, NOOP, RSET, QUIT. Each login works on
+// the mailbox as it is at that moment; what it deletes goes at QUIT, and stays when the connection ends otherwise.
 class MailboxServer {
 public:
     MailboxServer(std::string user, std::string password);
@@ -29,8 +30,9 @@ public:
     void OfferApop(bool offer);  // a timestamp in the greeting; on from the start
     void OfferUidl(bool offer);  // on from the start
 
-    // Called with each command line before it is obeyed. A non-empty result is sent instead of the answer; the result
-    // "close" closes the connection, "stall" says nothing more until the client goes.
+    // Called with each command line before it is obeyed, on the server's thread. A non-empty result is sent instead of
+    // the answer; the result "close" closes the connection, "stall" says nothing more until the client goes, "lose"
+    // obeys the command and closes the connection without the answer.
     void SetFault(std::function<std::string(const std::string& command)> fault);
 
     // How many times each command verb was received, over all connections ("RETR" -> 3).

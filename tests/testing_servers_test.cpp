@@ -10,6 +10,8 @@
 #include <string>
 #include <thread>
 
+#include "testing/codec.h"
+#include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
 
@@ -237,6 +239,149 @@ TEST(ScriptedServer, NobodyListensOnAnUnusedPort) {
     const int port = UnusedPort();
     EXPECT_FALSE(Client(port).Connected());
     EXPECT_NE(UnusedPort(), port);
+}
+
+// Sends each line and returns what the server answered to all of them, the greeting first.
+std::string Talk(int port, const std::vector<std::string>& lines) {
+    Client client(port);
+    for (const std::string& line : lines) client.Send(line + "\r\n");
+    return client.Rest();
+}
+
+TEST(MailboxServer, ListsFetchesAndDeletesAtQuit) {
+    MailboxServer server("alice", "secret");
+    server.OfferApop(false);
+    server.Add({"a", ".dots\r\n\r\n..\r\nend\r\n"});
+    server.Add({"b", "no line end"});
+    EXPECT_EQ(Talk(server.Port(), {"USER alice", "PASS secret", "STAT", "UIDL", "LIST", "UIDL 2", "RETR 1", "RETR 2",
+                                   "DELE 1", "RETR 1", "UIDL", "QUIT"}),
+              "+OK mailbox ready\r\n+OK\r\n+OK 2 messages\r\n+OK 2 29\r\n+OK\r\n1 a\r\n2 b\r\n.\r\n"
+              "+OK\r\n1 18\r\n2 11\r\n.\r\n+OK 2 b\r\n"
+              "+OK 18 octets\r\n..dots\r\n\r\n...\r\nend\r\n.\r\n+OK 11 octets\r\nno line end\r\n.\r\n"
+              "+OK deleted\r\n-ERR no such message\r\n+OK\r\n2 b\r\n.\r\n+OK bye\r\n");
+    ASSERT_EQ(server.Mails().size(), 1u);
+    EXPECT_EQ(server.Mails()[0].uidl, "b");
+    EXPECT_EQ(server.Received("RETR"), 3);
+    server.Remove("b");
+    EXPECT_TRUE(server.Mails().empty());
+}
+
+TEST(MailboxServer, WhatWasDeletedStaysWithoutAQuit) {
+    MailboxServer server("alice", "secret");
+    server.Add({"a", "text\r\n"});
+    Client client(server.Port());
+    client.Send("USER alice\r\nPASS secret\r\nDELE 1\r\n");
+    for (int i = 0; i < 4; ++i) client.Line();
+    client.Close();
+    EXPECT_EQ(server.Mails().size(), 1u);
+}
+
+TEST(MailboxServer, LetsInWhoKnowsThePassword) {
+    MailboxServer server("alice", "secret");
+    Client client(server.Port());
+    const std::string greeting = client.Line();
+    const std::size_t open = greeting.find('<');
+    const std::string timestamp = greeting.substr(open, greeting.find('>') - open + 1);
+    client.Send("APOP alice " + Md5(timestamp + "wrong") + "\r\n");
+    EXPECT_EQ(client.Line(), "-ERR wrong user or password\r\n");
+    client.Send("LIST\r\n");
+    EXPECT_EQ(client.Line(), "-ERR log in first\r\n");
+    client.Send("APOP alice " + Md5(timestamp + "secret") + "\r\n");
+    EXPECT_EQ(client.Line(), "+OK 0 messages\r\n");
+
+    server.OfferApop(false);
+    server.OfferUidl(false);
+    EXPECT_EQ(Talk(server.Port(), {"USER alice", "PASS Secret", "USER alice", "PASS secret", "UIDL", "QUIT"}),
+              "+OK mailbox ready\r\n+OK\r\n-ERR wrong user or password\r\n+OK\r\n+OK 0 messages\r\n"
+              "-ERR unknown command\r\n+OK bye\r\n");
+}
+
+TEST(MailboxServer, FailsAsItIsTold) {
+    MailboxServer server("alice", "secret");
+    server.OfferApop(false);
+    server.Add({"a", "text\r\n"});
+    server.SetFault([](const std::string& command) {
+        if (command == "PASS secret") return "-ERR not today";
+        if (command == "NOOP") return "close";
+        if (command == "QUIT") return "lose";
+        return command == "STAT" ? "stall" : "";
+    });
+    EXPECT_EQ(Talk(server.Port(), {"USER alice", "PASS secret", "NOOP", "QUIT"}),
+              "+OK mailbox ready\r\n+OK\r\n-ERR not today\r\n");
+    server.SetFault([](const std::string& command) { return command == "QUIT" ? "lose" : ""; });
+    EXPECT_EQ(Talk(server.Port(), {"USER alice", "PASS secret", "DELE 1", "QUIT"}),
+              "+OK mailbox ready\r\n+OK\r\n+OK 1 messages\r\n+OK deleted\r\n");
+    EXPECT_TRUE(server.Mails().empty());
+}
+
+TEST(SinkServer, KeepsWhatItTakesUnstuffed) {
+    SinkServer server;
+    EXPECT_EQ(Talk(server.Port(), {"EHLO me", "MAIL FROM:<a@example.org>", "RCPT TO:<b@example.org>", "RCPT TO:<c@d>",
+                                   "DATA", "..dot", "\n.", "...", ".", "QUIT"}),
+              "220 localhost ESMTP sink\r\n250-localhost\r\n250-SIZE 268435456\r\n250 8BITMIME\r\n250 2.1.0 ok\r\n"
+              "250 2.1.5 ok\r\n250 2.1.5 ok\r\n354 go ahead\r\n250 2.0.0 taken\r\n221 2.0.0 bye\r\n");
+    ASSERT_EQ(server.Delivered().size(), 1u);
+    const DeliveredMail mail = server.Delivered()[0];
+    EXPECT_EQ(mail.sender, "a@example.org");
+    EXPECT_THAT(mail.recipients, ::testing::ElementsAre("b@example.org", "c@d"));
+    EXPECT_EQ(mail.text, ".dot\r\n\n.\r\n..\r\n");
+}
+
+TEST(SinkServer, KeepsTheOrderOfATransaction) {
+    SinkServer server;
+    EXPECT_EQ(Talk(server.Port(), {"MAIL FROM:<a@b>", "HELO me", "RCPT TO:<c@d>", "DATA", "MAIL FROM:<a@b>",
+                                   "MAIL FROM:<a@b>", "DATA", "RSET", "RCPT TO:<c@d>", "VRFY x", "QUIT"}),
+              "220 localhost ESMTP sink\r\n503 5.5.1 greet first\r\n250 localhost\r\n503 5.5.1 MAIL first\r\n"
+              "503 5.5.1 RCPT first\r\n250 2.1.0 ok\r\n503 5.5.1 nested MAIL command\r\n503 5.5.1 RCPT first\r\n"
+              "250 2.0.0 ok\r\n503 5.5.1 MAIL first\r\n500 5.5.2 unknown command\r\n221 2.0.0 bye\r\n");
+}
+
+TEST(SinkServer, ARefusedMessageIsForgotten) {
+    SinkServer server;
+    server.SetFault([n = 0](const std::string& command) mutable {
+        return command == "." && n++ == 0 ? "452 full\r\n" : std::string();
+    });
+    const std::vector<std::string> transaction = {"MAIL FROM:<a@b>", "RCPT TO:<c@d>", "DATA", "text", "."};
+    std::vector<std::string> lines = {"HELO me"};
+    lines.insert(lines.end(), transaction.begin(), transaction.end());
+    lines.insert(lines.end(), transaction.begin(), transaction.end());
+    lines.push_back("QUIT");
+    EXPECT_THAT(Talk(server.Port(), lines), ::testing::HasSubstr("354 go ahead\r\n452 full\r\n250 2.1.0 ok\r\n"));
+    ASSERT_EQ(server.Delivered().size(), 1u);
+    EXPECT_EQ(server.Delivered()[0].text, "text\r\n");
+    EXPECT_EQ(server.Received("."), 2);
+}
+
+TEST(SinkServer, AsksForALoginInThreeWays) {
+    SinkServer server("alice", "secret");
+    const std::string greeting =
+        "220 localhost ESMTP sink\r\n250-localhost\r\n250-AUTH CRAM-MD5 LOGIN PLAIN\r\n250-SIZE 268435456\r\n"
+        "250 8BITMIME\r\n";
+    const auto plain = [](const std::string& password) { return ToBase64(std::string("\0alice\0", 7) + password); };
+    EXPECT_EQ(Talk(server.Port(), {"EHLO me", "MAIL FROM:<a@b>", "AUTH PLAIN", plain("wrong"), "AUTH PLAIN",
+                                   plain("secret"), "MAIL FROM:<a@b>", "QUIT"}),
+              greeting +
+                  "530 5.7.0 authentication required\r\n334 \r\n535 5.7.8 wrong user or password\r\n334 \r\n"
+                  "235 2.7.0 welcome\r\n250 2.1.0 ok\r\n221 2.0.0 bye\r\n");
+    EXPECT_EQ(Talk(server.Port(), {"EHLO me", "AUTH LOGIN", ToBase64("alice"), ToBase64("secret"), "QUIT"}),
+              greeting + "334 VXNlcm5hbWU6\r\n334 UGFzc3dvcmQ6\r\n235 2.7.0 welcome\r\n221 2.0.0 bye\r\n");
+
+    Client client(server.Port());
+    client.Send("EHLO me\r\nAUTH CRAM-MD5\r\n");
+    for (int i = 0; i < 5; ++i) client.Line();
+    const std::string challenge = FromBase64(client.Line().substr(4, 36));
+    client.Send(ToBase64("alice " + HmacMd5("secret", challenge)) + "\r\n");
+    EXPECT_EQ(client.Line(), "235 2.7.0 welcome\r\n");
+}
+
+TEST(TestingCodec, AgreesWithPublishedExamples) {
+    EXPECT_EQ(Md5("<1896.697170952@dbc.mtview.ca.us>tanstaaf"), "c4c9334bac560ecc979e58001b3e22fb");  // RFC 1939
+    EXPECT_EQ(HmacMd5("tanstaaftanstaaf", "<1896.697170952@postoffice.reston.mci.net>"),
+              "b913a602c7eda7a495b4e6e7334d3890");  // RFC 2195
+    EXPECT_EQ(ToBase64("ab"), "YWI=");
+    EXPECT_EQ(FromBase64("YWI="), "ab");
+    EXPECT_EQ(FromBase64("YWJj"), "abc");
+    EXPECT_EQ(FromBase64("?"), "");
 }
 
 TEST(TempDir, LivesAsLongAsItsObjectAndGoesWithItsContent) {

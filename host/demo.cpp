@@ -1,0 +1,215 @@
+// `tarvex demo`: the main job between two servers on this machine.
+//
+// Three passes over one profile with two forwarding addresses: everything is new; nothing is new; one mail is new. What
+// has arrived is compared byte for byte with what was in the mailbox.
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/commands.h"
+#include "host/demo_mails.h"
+#include "host/display.h"
+#include "host/process.h"
+#include "host/run_log.h"
+#include "tarvex/tarvex.h"
+#include "testing/mail_servers.h"
+
+namespace tarvex::host {
+namespace {
+
+using testing::DeliveredMail;
+using testing::MailboxServer;
+using testing::SinkServer;
+
+constexpr const char* kUser = "demo";
+constexpr const char* kPassword = "secret";
+constexpr const char* kPhone = "phone@mobile.example";
+constexpr const char* kOffice = "office@work.example";
+
+// ---- what is shown
+
+class Screen {
+public:
+    explicit Screen(bool colours) : colours_(colours) {}
+
+    void Title(const std::string& text) const { std::cout << '\n' << Coloured("1", text) << "\n\n"; }
+    void Plain(const std::string& text) const { std::cout << "  " << text << '\n'; }
+    void Quote(const std::string& text) const { std::cout << Coloured("2", "  | " + text) << '\n'; }
+    std::string Good(const std::string& text) const { return Coloured("32", text); }
+    std::string Bad(const std::string& text) const { return Coloured("1;31", text); }
+
+private:
+    std::string Coloured(const char* code, const std::string& text) const {
+        return colours_ ? "\x1b[" + std::string(code) + "m" + text + "\x1b[0m" : text;
+    }
+
+    bool colours_;
+};
+
+std::string Padded(std::string text, std::size_t width) {
+    text.resize(std::max(width, text.size()), ' ');
+    return text;
+}
+
+std::string Aligned(std::size_t number, std::size_t width) {
+    const std::string digits = std::to_string(number);
+    return std::string(width - std::min(width, digits.size()), ' ') + digits;
+}
+
+// ---- the data tree
+
+std::filesystem::path MakeFolder() {
+    std::random_device random;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const auto folder =
+            std::filesystem::temp_directory_path() / ("tarvex-demo-" + std::to_string(random() % 1'000'000));
+        if (std::filesystem::create_directory(folder)) return folder;
+    }
+    throw std::runtime_error("no folder for the demo in " + std::filesystem::temp_directory_path().string());
+}
+
+template <class T>
+T& Created(T* object) {
+    if (!object) throw std::runtime_error("a part of the data tree could not be created");
+    return *object;
+}
+
+// A term that is open now: every day, from an hour ago to an hour from now, over midnight if need be.
+CTerm OpenNow() {
+    const auto time_at = [](int offset_hours) {
+        const std::time_t moment = std::time(nullptr) + offset_hours * 3600;
+        const std::tm local = *std::localtime(&moment);
+        return "0,0,0," + std::to_string(local.tm_hour) + "," + std::to_string(local.tm_min) + ",0";
+    };
+    CTerm term;
+    term.status = 1;
+    term.kind = TERM_EVERY_DAY;
+    term.start = time_at(-1);
+    term.end = time_at(1);
+    return term;
+}
+
+void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
+    CUser& user = Created(root.CreateNewUser(kUser, kPassword, 1));
+    CPopProfile& profile = Created(user.CreateNewPopProfile(FromUtf8("デモ", "CP932"), "demo@tarvex.example"));
+    CPopProfileSetting& setting = profile.setting;
+    setting.popserver = "127.0.0.1";
+    setting.popport = pop_port;
+    setting.popuser = kUser;
+    setting.poppassword = kPassword;
+    setting.apop = 1;
+    setting.smtpserver = "127.0.0.1";
+    setting.smtpport = smtp_port;
+    setting.smtpauth = 1;
+    setting.timer = 0;
+    profile.SaveSetting();
+
+    Created(profile.CreateNewForwardAddress("phone", FromUtf8("携帯", "CP932") + " <" + kPhone + ">"));
+    CForwardAddress& office = Created(profile.CreateNewForwardAddress("office", kOffice));
+    const CTerm term = OpenNow();
+    office.schedule.AddNewTerm(&term);
+    office.SaveScheduleSetting();
+}
+
+// ---- the passes
+
+class Demonstration {
+public:
+    explicit Demonstration(const Screen& screen)
+        : screen_(screen), mailbox_(kUser, kPassword), sink_(kUser, kPassword) {}
+
+    // True when everything expected has arrived exactly once.
+    bool Run() {
+        const std::filesystem::path folder = MakeFolder();
+        if (!root_.SetRootPath(folder.string())) throw std::runtime_error("cannot use " + folder.string());
+        BuildTree(root_, mailbox_.Port(), sink_.Port());
+        Receive(FirstDemoMails());
+        screen_.Title("A POP3 mailbox with 6 mails, two forwarding addresses, one SMTP server, all on this machine");
+
+        Pass("First pass: everything is new");
+        Pass("Second pass: nothing is new");
+        Receive({LaterDemoMail()});
+        Pass("Third pass: one new mail has come");
+
+        screen_.Title(complete_ ? screen_.Good("Everything arrived at both addresses, once, byte for byte.")
+                                : screen_.Bad("Something did not arrive as it should have."));
+        screen_.Plain("The data tree, to look at:  " + ShowPath(folder.string()));
+        screen_.Plain("The log in it:              " + ShowPath(LogPath()) + "  (Shift-JIS)");
+        return complete_;
+    }
+
+private:
+    void Receive(const std::vector<DemoMail>& mails) {
+        for (const DemoMail& mail : mails) {
+            mailbox_.Add({mail.uidl, mail.text});
+            expected_.push_back(mail);
+        }
+    }
+
+    std::string LogPath() const { return root_.users.front()->profiles.front()->path + "\\profile.log"; }
+
+    void Pass(const std::string& title) {
+        screen_.Title(title);
+        Tarvex(&root_);
+        root_.WaitThread(-1);
+        for (const auto& copy : root_.running_copies) {
+            for (const std::string& line : LinesOfThisRun(copy->log)) screen_.Quote(line);
+        }
+        std::cout << '\n';
+        ShowArrivals();
+        expected_.clear();
+    }
+
+    // Compares what has arrived since the last pass with what was expected at each address.
+    void ShowArrivals() {
+        const std::vector<DeliveredMail> delivered = sink_.Delivered();
+        std::map<std::pair<std::string, std::string>, int> copies;  // by recipient and uidl
+        for (; seen_ < delivered.size(); ++seen_) ShowArrival(delivered[seen_], copies);
+
+        for (const DemoMail& mail : expected_) {
+            for (const char* recipient : {kPhone, kOffice}) {
+                const int count = copies[{recipient, mail.uidl}];
+                if (count == 1) continue;
+                complete_ = false;
+                screen_.Plain(screen_.Bad(std::to_string(count) + " copies at " + recipient + " of: " + mail.title));
+            }
+        }
+        if (copies.empty()) screen_.Plain("Nothing was forwarded.");
+    }
+
+    void ShowArrival(const DeliveredMail& mail, std::map<std::pair<std::string, std::string>, int>& copies) {
+        const auto same = std::ranges::find(expected_, mail.text, &DemoMail::text);
+        const bool known = same != expected_.end();
+        if (!known) complete_ = false;
+        for (const std::string& recipient : mail.recipients) {
+            if (known) ++copies[{recipient, same->uidl}];
+            screen_.Plain(Padded(recipient, 22) + Aligned(mail.text.size(), 7) + " bytes  " +
+                          (known ? screen_.Good("byte for byte") + "  " + same->title : screen_.Bad("not as it was")));
+        }
+    }
+
+    const Screen& screen_;
+    MailboxServer mailbox_;
+    SinkServer sink_;
+    CRootPath root_;
+    std::vector<DemoMail> expected_;  // of the pass that comes
+    std::size_t seen_ = 0;            // deliveries shown so far
+    bool complete_ = true;
+};
+
+}  // namespace
+
+int Demo() {
+    const Screen screen(ShowsColours());
+    return Demonstration(screen).Run() ? kDone : kMissing;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,26 @@
+#pragma once
+
+// The mailbox of the demo.
+
+#include <string>
+#include <vector>
+
+namespace tarvex::host {
+
+struct DemoMail {
+    std::string uidl;
+    std::string title;  // what it is, UTF-8
+    std::string text;   // CR LF line ends, not dot-stuffed
+};
+
+// Plain ASCII, ISO-2022-JP, UTF-8 with HTML, an attachment of some 100 KB, lines that begin with dots, a repeated
+// subject.
+std::vector<DemoMail> FirstDemoMails();
+
+// The mail that arrives later.
+DemoMail LaterDemoMail();
+
+// UTF-8 text in another character set that the system's converter knows; throws std::runtime_error when that fails.
+std::string FromUtf8(const std::string& text, const char* charset);
+
+}  // namespace tarvex::host

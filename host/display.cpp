@@ -1,0 +1,86 @@
+#include "host/display.h"
+
+#include <iconv.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
+namespace tarvex::host {
+namespace {
+
+constexpr bool IsControl(unsigned char byte) { return byte < 0x20 || byte == 0x7F; }
+
+void AppendHarmless(std::string& text, char c) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    const auto byte = static_cast<unsigned char>(c);
+    text += "\\x";
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+}
+
+std::string Harmless(std::string_view text, std::string_view allowed) {
+    std::string result;
+    result.reserve(text.size());
+    for (const char c : text) {
+        if (IsControl(static_cast<unsigned char>(c)) && allowed.find(c) == std::string_view::npos) {
+            AppendHarmless(result, c);
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
+// Code page 932 to UTF-8.
+class Converter {
+public:
+    Converter() : handle_(iconv_open("UTF-8", "CP932")) {}
+    ~Converter() {
+        if (IsOpen()) iconv_close(handle_);
+    }
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+
+    std::string Convert(std::string_view text) {
+        std::string result;
+        while (!text.empty()) {
+            const std::size_t before = text.size();
+            if (IsOpen()) ConvertSome(text, result);
+            if (!text.empty() && (text.size() == before || !IsOpen())) {
+                // C1 controls and broken characters have no place on a terminal.
+                result += static_cast<unsigned char>(text.front()) < 0x80 ? text.front() : '?';
+                text.remove_prefix(1);
+            }
+        }
+        return result;
+    }
+
+private:
+    bool IsOpen() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+
+    void ConvertSome(std::string_view& text, std::string& result) {
+        std::array<char, 1024> buffer;
+        char* in = const_cast<char*>(text.data());  // iconv does not write to it
+        std::size_t in_bytes = text.size();
+        char* out = buffer.data();
+        std::size_t room_bytes = buffer.size();
+        iconv(handle_, &in, &in_bytes, &out, &room_bytes);
+        result.append(buffer.data(), buffer.size() - room_bytes);
+        text.remove_prefix(text.size() - in_bytes);
+    }
+
+    iconv_t handle_;
+};
+
+}  // namespace
+
+std::string ShowText(std::string_view shift_jis) { return Harmless(Converter().Convert(shift_jis), "\n\t"); }
+
+std::string ShowPath(std::string_view path) {
+    std::string native(path);
+    std::ranges::replace(native, '\\', '/');
+    return Harmless(native, "");
+}
+
+}  // namespace tarvex::host

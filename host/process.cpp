@@ -1,0 +1,44 @@
+#include "host/process.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+namespace tarvex::host {
+namespace {
+
+volatile std::sig_atomic_t caught_signal = 0;
+
+void Remember(int signal) { caught_signal = signal; }
+
+}  // namespace
+
+void CatchTermination() {
+    struct sigaction action {};
+    action.sa_handler = Remember;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+int CaughtSignal() { return caught_signal; }
+
+void RaiseFileLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+bool ShowsColours() {
+    const char* const no_color = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    if (no_color && *no_color) return false;
+    return isatty(STDOUT_FILENO) == 1 && terminal && std::strcmp(terminal, "dumb") != 0;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,19 @@
+#pragma once
+
+// What the command asks of the system about its own process.
+
+namespace tarvex::host {
+
+// SIGINT and SIGTERM no longer end the process but are kept for CaughtSignal; a second one ends it.
+void CatchTermination();
+
+// The signal that was caught, 0 for none.
+int CaughtSignal();
+
+// Lets the process open as many files and sockets as the system allows it.
+void RaiseFileLimit();
+
+// Whether standard output is a terminal that shows colours (and NO_COLOR is not set).
+bool ShowsColours();
+
+}  // namespace tarvex::host

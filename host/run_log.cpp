@@ -1,0 +1,32 @@
+#include "host/run_log.h"
+
+#include <algorithm>
+#include <sstream>
+#include <string_view>
+
+#include "host/display.h"
+
+namespace tarvex::host {
+namespace {
+
+// Entries that were read from the file hold no line end, so the start line of this run is the first entry that does.
+bool BeginsRun(std::string_view entry) {
+    constexpr std::string_view kStart = "---- Operation starting at ";
+    return entry.starts_with(std::string("\n").append(kStart)) || entry.starts_with(std::string("\r\n").append(kStart));
+}
+
+}  // namespace
+
+std::vector<std::string> LinesOfThisRun(const CProfileLog& log) {
+    std::vector<std::string> lines;
+    for (auto entry = std::ranges::find_if(log.entries, BeginsRun); entry != log.entries.end(); ++entry) {
+        std::string text = *entry;
+        std::erase(text, '\r');
+        std::istringstream pieces(ShowText(text));
+        for (std::string line; std::getline(pieces, line);) lines.push_back(line);
+    }
+    if (!lines.empty() && lines.front().empty()) lines.erase(lines.begin());
+    return lines;
+}
+
+}  // namespace tarvex::host
