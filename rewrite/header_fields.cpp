@@ -19,8 +19,9 @@ struct FieldExtent {
     std::size_t end;    // of the line end behind the field; kNone when no line end follows
 };
 
-// The search is case-sensitive, needs a line end before the name, so never finds a field on the very first line, and runs
-// on into the body: a name that stands only there is reported with an end before its start. All three are kept on purpose.
+// The search is case-sensitive, needs a line end before the name, so never finds a field on the very first line, and
+// runs on into the body: a name that stands only there is reported with an end before its start. All three are kept on
+// purpose.
 std::optional<FieldExtent> FindField(std::string_view mail, std::string_view name) {
     const std::size_t header_end = mail.find("\r\n\r\n");
     if (header_end == kNone) return std::nullopt;

@@ -33,7 +33,8 @@ CString Challenge(CString reply) {
 
 enum class AuthMethod { None, CramMd5, Login, Plain };
 
-// Mode 0 takes the best method that is offered; 1, 2 and 3 force PLAIN, LOGIN and CRAM-MD5. Nothing fits: no authentication.
+// Mode 0 takes the best method that is offered; 1, 2 and 3 force PLAIN, LOGIN and CRAM-MD5. Nothing fits: no
+// authentication.
 AuthMethod ChooseMethod(std::string_view offered, int mode) {
     const auto offers = [offered](std::string_view name) { return offered.find(name) != std::string_view::npos; };
     if (offers("CRAM-MD5") && (mode == 0 || mode == 3)) return AuthMethod::CramMd5;
@@ -108,10 +109,14 @@ private:
         const CString& user = setting_.smtpuser.empty() ? setting_.popuser : setting_.smtpuser;
         const CString& password = setting_.smtppassword.empty() ? setting_.poppassword : setting_.smtppassword;
         switch (ChooseMethod(offered, setting_.smtpauth_mode)) {
-            case AuthMethod::CramMd5: return AuthenticateCramMd5(user, password);
-            case AuthMethod::Login: return AuthenticateLogin(user, password);
-            case AuthMethod::Plain: return AuthenticatePlain(user, password);
-            case AuthMethod::None: break;
+            case AuthMethod::CramMd5:
+                return AuthenticateCramMd5(user, password);
+            case AuthMethod::Login:
+                return AuthenticateLogin(user, password);
+            case AuthMethod::Plain:
+                return AuthenticatePlain(user, password);
+            case AuthMethod::None:
+                break;
         }
         return true;
     }
@@ -157,8 +162,8 @@ private:
         return IsCode(reply, "235");
     }
 
-    // The answer to QUIT is neither logged nor looked at, and the time-out's text is logged also without a time-out: kept on
-    // purpose.
+    // The answer to QUIT is neither logged nor looked at, and the time-out's text is logged also without a time-out:
+    // kept on purpose.
     void CloseAfterGreeting() {
         if (socket_->timed_out != 1) {
             Log("QUIT");

@@ -1,7 +1,7 @@
 // Delivers the fetched messages of one run over the open SMTP connection.
 //
-// A message that all its destinations take unchanged goes out in one transaction; any other goes out once per destination.
-// The first refused command ends the delivery.
+// A message that all its destinations take unchanged goes out in one transaction; any other goes out once per
+// destination. The first refused command ends the delivery.
 
 #include <algorithm>
 #include <cstddef>
@@ -47,8 +47,8 @@ public:
 private:
     void Log(CString line) { profile_.log.AddLine(std::move(line)); }
 
-    // A text limit other than 0, also the default that means "unchanged", sends a message out once per destination, and a
-    // message without destinations belongs to the batch: both are kept on purpose.
+    // A text limit other than 0, also the default that means "unchanged", sends a message out once per destination, and
+    // a message without destinations belongs to the batch: both are kept on purpose.
     void Sort() {
         for (std::size_t index = 0; index < mails_.size(); ++index) {
             CReceiveMail& mail = *mails_[index];
