@@ -369,6 +369,22 @@ TEST_F(Tree, CreationMakesTheDirectoryAndTheMarkerFile) {
     EXPECT_EQ(again.users[0]->profiles.at(0)->forward_addresses.at(0)->setting == address->setting, 1);
 }
 
+// Passwords are only scrambled.
+TEST_F(Tree, NobodyElseMayReadWhatIsCreated) {
+    ASSERT_EQ(root_.SetRootPath(Root() + "\\data"), 1);
+    CForwardAddress* address =
+        root_.CreateNewUser("n", "p", 0)->CreateNewPopProfile("n", "a")->CreateNewForwardAddress("n", "a");
+    EXPECT_EQ(address->SaveUidlSetting(), 1);
+    EXPECT_EQ(address->SaveScheduleSetting(), 1);
+    int files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(Path())) {
+        const fs::perms expected = entry.is_directory() ? fs::perms::owner_all : fs::perms(0600);
+        EXPECT_EQ(entry.status().permissions(), expected) << entry.path();
+        ++files;
+    }
+    EXPECT_EQ(files, 9);
+}
+
 TEST_F(Tree, NumbersCountUpAndGapsAreFilled) {
     ASSERT_EQ(root_.SetRootPath(Root()), 1);
     for (int i = 0; i < 12; ++i) {

@@ -16,7 +16,8 @@ public:
     // Appends the lines of the directory's profile.log. Returns 0 when the log is on and the file cannot be opened.
     int Load(CString directory);
 
-    // Appends one entry without its trailing CR LF pairs. Returns 0, and keeps nothing, when the log is off.
+    // Appends one entry without its trailing CR LF pairs. Returns 0, and keeps nothing, when the log is off or memory
+    // runs out.
     int AddLine(CString text);
 
     // Rewrites the directory's profile.log from the newest entries. Returns 0 when it cannot be written.

@@ -31,7 +31,7 @@ public:
     // Whether the id is in the list.
     bool Contains(const CString& id) const;
 
-    // The index of the id, which is appended when it is not in the list yet.
+    // The index of the id, which is appended when it is not in the list yet; -1 when memory runs out.
     int Add(const CString& id);
 
     // Removes the last id; does nothing when the list is empty.

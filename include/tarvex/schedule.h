@@ -31,7 +31,8 @@ public:
     CString end;     // likewise
 };
 
-// The terms of one forwarding address, in order. The schedule owns its terms.
+// The terms of one forwarding address, in order. The schedule owns its terms. No operation throws: when memory runs
+// out, an assignment leaves its target as it was, and a copy construction yields an empty schedule.
 class TARVEX_API CScheduleSetting {
 public:
     CScheduleSetting() = default;
@@ -42,7 +43,8 @@ public:
     // Destroys every term.
     void Reset();
 
-    // Appends a copy of the term; the caller keeps its own. Returns the index of the copy, -1 for a null pointer.
+    // Appends a copy of the term; the caller keeps its own. Returns the index of the copy, -1 for a null pointer and
+    // when memory runs out.
     int AddNewTerm(const CTerm* term);
 
     // Removes and destroys the entry that is this very object. Returns 1, or 0 when it is not one of this schedule's
@@ -52,8 +54,8 @@ public:
     // 1 when both hold equal terms in the same order.
     int operator==(const CScheduleSetting& other) const;
 
-    // Appends the terms of schedule.def in the directory to those already held. Returns 0 when the file cannot be
-    // opened.
+    // Appends the terms of schedule.def in the directory to those already held. Returns 0, and appends nothing, when
+    // the file cannot be opened.
     int Load(CString directory);
 
     // Rewrites schedule.def in the directory. Returns 0 when the directory is empty or the file cannot be written.

@@ -129,6 +129,6 @@ public:
         -100;  // negative: send as it is; 0: text mail without limit; positive: text mail of at most that many bytes
     int cutwhite = 0;    // text mail: 0 keeps, positive compresses, negative cuts white space and compress_words
     int htmltotext = 1;  // text mail: non-zero turns an HTML mail into text
-    // text mail: words for cutwhite, separated by single blanks; "-", "," and the ideographic space
+    // text mail: characters for cutwhite, separated by single blanks; "-", "," and the ideographic space
     CString compress_words = "- , \x81\x40";
 };

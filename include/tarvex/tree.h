@@ -13,7 +13,9 @@
 // Parents own their children: a pointer handed out stays valid until the child is deleted or the parent is reset or
 // destroyed, and is never deleted by the caller. A destructor touches nothing on disk.
 // The tree belongs to one thread, the host's, which may change it freely between two calls of the entry: workers run on
-// copies. No operation throws.
+// copies.
+// No operation throws. Where memory runs out, an operation fails and leaves what it was to change; an object whose
+// SetPath fails like that is left without a path, so that what could not be loaded is never saved over its own files.
 
 #include <atomic>
 #include <memory>
@@ -53,7 +55,8 @@ public:
     // Replaces the UIDL list by that of uidl.def. Returns 0, with an empty list, when the file cannot be opened.
     int LoadUidlSetting();
 
-    // Rewrites uidl.def, atomically. Returns 0 when it cannot be written. An empty path is not refused.
+    // Rewrites uidl.def: after a crash it holds the old or the new list. Returns 0 when it cannot be written. An empty
+    // path is not refused, unlike by the other Save operations: it names the root of the file system.
     int SaveUidlSetting();
 
     int takes_part = 0;  // whether the address takes part in the current run

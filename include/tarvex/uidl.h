@@ -5,13 +5,14 @@
 
 #include "tarvex/text.h"
 
-// The index of the first entry equal to the id, which is appended when there is none.
+// The index of the first entry equal to the id, which is appended when there is none; -1 when memory runs out.
 TARVEX_API int FindOrAppendUidl(CStringArray& list, const CString& id);
 
 // Removes the first entry equal to the id. Returns 1 when there was one, else 0.
 TARVEX_API int RemoveOneUidl(CStringArray& list, const CString& id);
 
-// Removes every entry that does not occur in the other list; the order of the rest stays. Linear in both lengths.
+// Removes every entry that does not occur in the other list; the order of the rest stays. Linear in both lengths. When
+// memory runs out, the list stays as it is.
 TARVEX_API void KeepOnlyUidl(CStringArray& list, const CStringArray& other);
 
 // Empties the list.
