@@ -357,15 +357,33 @@ TEST(Files, AnEmptyPathAndTheRootAreNotDeleted) {
 TEST(Files, DeletionGoesOnAfterWhatItCannotRemove) {
     const TempDir dir;
     EXPECT_TRUE(Unprivileged(dir, [&] {
-        fs::create_directories(dir / "user0/a_closed");
-        fs::create_directories(dir / "user0/open");
-        fs::create_directories(dir / "user0/z_closed");
-        for (const char* name : {"user0/a_closed/x", "user0/open/x", "user0/z_closed/x", "user0/m"})
-            WriteFile(dir / name, "");
-        fs::permissions(dir / "user0/a_closed", fs::perms::owner_read | fs::perms::owner_exec);
-        fs::permissions(dir / "user0/z_closed", fs::perms::owner_read | fs::perms::owner_exec);
+        Lines kept;
+        for (int i = 0; i < 20; ++i) {
+            fs::create_directories(dir / ("user0/open" + std::to_string(i)));
+            WriteFile(dir / ("user0/open" + std::to_string(i) + "/file"), "");
+            const bool is_readable = i % 2 == 0;
+            kept.push_back("closed" + std::to_string(i));
+            fs::create_directories(dir / ("user0/" + kept.back()));
+            WriteFile(dir / ("user0/" + kept.back() + "/file"), "");
+            fs::permissions(dir / ("user0/" + kept.back()),
+                            is_readable ? fs::perms::owner_read | fs::perms::owner_exec : fs::perms::none);
+        }
         DeleteDirectory(dir.String() + "\\user0");
-        return Names(dir / "user0") == Lines{"a_closed", "z_closed"};
+        std::sort(kept.begin(), kept.end());
+        return Names(dir / "user0") == kept;
+    }));
+}
+
+TEST(Files, DeletionDoesNotFollowALinkThatItCannotRemove) {
+    const TempDir dir;
+    EXPECT_TRUE(Unprivileged(dir, [&] {
+        fs::create_directories(dir / "kept");
+        WriteFile(dir / "kept/file", "x");
+        fs::create_directories(dir / "user0/closed");
+        fs::create_symlink("../../kept", dir / "user0/closed/link");
+        fs::permissions(dir / "user0/closed", fs::perms::owner_read | fs::perms::owner_exec);
+        DeleteDirectory(dir.String() + "\\user0");
+        return Names(dir / "user0/closed") == Lines{"link"} && ReadFile(dir / "kept/file") == "x";
     }));
 }
 
@@ -503,14 +521,18 @@ TEST(TextFiles, TheOwnerStaysWhenThatIsAllowed) {
 TEST(TextFiles, AnOrdinaryUserKeepsTheGroupOfAnothersFileAndTheWriteSucceeds) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can make another's file";
     const TempDir dir;
+    const gid_t group = 12345;
     WriteFile(dir / "file", "old");
-    ASSERT_EQ(chown((dir / "file").c_str(), 0, nobody), 0);
+    ASSERT_EQ(chown((dir / "file").c_str(), 0, group), 0);
     ASSERT_EQ(chmod((dir / "file").c_str(), 0660), 0);
-    EXPECT_TRUE(Unprivileged(dir, [&] { return Write(dir / "file", "new"); }));
+    ASSERT_EQ(chown(dir.String().c_str(), nobody, nobody), 0);
+    EXPECT_TRUE(InChild([&] {
+        return setgroups(1, &group) == 0 && setgid(nobody) == 0 && setuid(nobody) == 0 && Write(dir / "file", "new");
+    }));
     struct stat status {};
     ASSERT_EQ(stat((dir / "file").c_str(), &status), 0);
     EXPECT_EQ(status.st_uid, nobody);
-    EXPECT_EQ(status.st_gid, nobody);
+    EXPECT_EQ(status.st_gid, group);
     EXPECT_EQ(status.st_mode & 07777U, 0660U);
     EXPECT_EQ(ReadFile(dir / "file"), "new");
 }

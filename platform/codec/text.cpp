@@ -17,15 +17,11 @@ constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr char LowerLetter(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 constexpr char UpperLetter(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
-// Applies `convert` to every single-byte character and leaves the double-byte ones as they are.
+// Applies `convert` to every single-byte character. Lead bytes pass through it as well: none of them is a letter.
 template <class Convert>
 std::string ConvertSingleBytes(std::string_view text, Convert convert) {
     std::string result(text);
-    for (std::size_t i = 0; i < text.size();) {
-        const std::size_t bytes = CharacterBytes(text.substr(i));
-        if (bytes == 1) result[i] = convert(text[i]);
-        i += bytes;
-    }
+    for (std::size_t i = 0; i < text.size(); i += CharacterBytes(text.substr(i))) result[i] = convert(text[i]);
     return result;
 }
 

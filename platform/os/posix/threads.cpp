@@ -155,7 +155,8 @@ private:
     Registry() = default;
     static void* ThreadMain(void* task);
     void SetFinished(std::uintptr_t id) noexcept;
-    std::vector<std::shared_ptr<Worker>> Running();
+    void InterruptRunning();
+    std::shared_ptr<Worker> AnyRunning();
 
     const pid_t process_ = getpid();
     std::mutex mutex_;  // guards what follows
@@ -164,12 +165,16 @@ private:
     Entries finished_;
 };
 
-// In a child process that was forked there is no thread but the one that forked, so nothing can be waited for.
+// All are interrupted before the first is waited for, so that they end side by side; one that a worker started
+// meanwhile is interrupted when its turn comes. In a child process that was forked there is no thread but the one that
+// forked, so nothing can be waited for.
 Registry::~Registry() {
     if (getpid() != process_ || current_worker != nullptr) return;
-    const std::vector<std::shared_ptr<Worker>> workers = Running();
-    for (const auto& worker : workers) worker->Interrupt();
-    for (const auto& worker : workers) worker->WaitUntilEnded();
+    InterruptRunning();
+    while (const std::shared_ptr<Worker> worker = AnyRunning()) {
+        worker->Interrupt();
+        worker->WaitUntilEnded();
+    }
     JoinFinished();
 }
 
@@ -215,11 +220,14 @@ std::shared_ptr<Worker> Registry::FindRunning(std::uintptr_t id) {
     return entry == running_.end() ? nullptr : entry->second.worker;
 }
 
-std::vector<std::shared_ptr<Worker>> Registry::Running() {
+void Registry::InterruptRunning() {
     const std::scoped_lock lock(mutex_);
-    std::vector<std::shared_ptr<Worker>> workers;
-    for (const auto& [id, entry] : running_) workers.push_back(entry.worker);
-    return workers;
+    for (const auto& [id, entry] : running_) entry.worker->Interrupt();
+}
+
+std::shared_ptr<Worker> Registry::AnyRunning() {
+    const std::scoped_lock lock(mutex_);
+    return running_.empty() ? nullptr : running_.begin()->second.worker;
 }
 
 void Registry::JoinFinished() {
