@@ -84,6 +84,7 @@ TEST(FindHeader, TellsTheExtentOfTheField) {
         {"x\r\nFrom: a\r\n\r\n", "", {1, 1, 10}},
         {"x\r\n From: a\r\n\r\n", "From:", kNotFound},
         {"x\r\nResent-To: a\r\nReply-To: b\r\nTo: c\r\n\r\n", "To:", {1, 28, 35}},
+        {"x\r\nA:\r\nB: c\r\n\r\n", "A:\r\nB:", {1, 1, 11}},
         // Not on the first line, not in other letters, not without an end of the header.
         {"From: a\r\nTo: b\r\n\r\n", "From:", kNotFound},
         {"x\r\nFROM: a\r\nfrom: b\r\n\r\n", "From:", kNotFound},

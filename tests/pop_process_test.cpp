@@ -1220,6 +1220,44 @@ this-unique-id-comes-byte-by-byte-and-needs-more-than-a-second received
     CheckAll({slow});
 }
 
+// What would smuggle a command of its own past the conversation is never sent; the socket answers for the server.
+TEST(PopProcess, SendsNoArgumentThatHoldsALineEnd) {
+    const std::string refused = "-ERR an argument with CR, LF or NUL was not sent\n";
+    const std::string zero(1, '\0');
+    CheckAll({
+        {.name = "user name",
+         .script = kConnected + "C: (closed)\n",
+         .log = kConnectedLog + "USER alice\\r\\nDELE 1\n" + refused + refused,
+         .result = 0,
+         .user = "alice\r\nDELE 1"},
+
+        {.name = "password",
+         .script = kConnected + "C: USER alice\nS: +OK\nC: (closed)\n",
+         .log = kConnectedLog + "USER alice\n+OK\nPASS ****\n" + refused + refused,
+         .result = 0,
+         .password = "a\nb" + zero},
+
+        {.name = "message number, which is the server's own doing, so the next message is fetched",
+         .script = kLoggedIn + "C: UIDL\nS: +OK\nS: 1" + zero + R"( a
+S: 2 b
+S: .
+C: RETR 2
+S: +OK
+S: x
+S: .
+)" + kQuit,
+         .log = kLoggedInLog + R"(UIDL
++OK\r\n1\0 a\r\n2 b\r\n.
+RETR 1\0
+a receive error
+RETR 2
+b received
+)" + kQuitLog,
+         .mails = {"b: \r\nx\r\n.\r\n"},
+         .present = {"a", "b"}},
+    });
+}
+
 // Whether the reset comes before or after the end of connecting is chance, and so is the first half of the reason.
 TEST(PopProcess, EndsWhenTheConnectionIsResetInPlaceOfAGreeting) {
     Conversation server("S: (reset)\n");

@@ -388,6 +388,35 @@ TEST(SmtpProcess, MakesTheEnvelopeOfTheProfileAndTheDestination) {
     });
 }
 
+// What would smuggle a command of its own past the conversation is never sent; the socket answers for the server.
+TEST(SmtpProcess, SendsNoAddressThatHoldsALineEnd) {
+    CheckAll({
+        {.name = "recipient",
+         .messages = {{kShort, {{"a@x>\r\nDATA"}}}},
+         .script = R"(C: MAIL FROM:<me@x>
+S: 250 sender
+)" + kQuit,
+         .log = R"(MAIL FROM: <me@x>
+250 sender
+RCPT TO:<a@x>\r\nDATA>
+501 an argument with CR, LF or NUL was not sent
+)" + kQuitLog,
+         .result = 0,
+         .left = kShortLeft + R"( -> a@x>\r\nDATA
+)"},
+
+        {.name = "sender",
+         .messages = {{kShort, {{"a@x"}}}},
+         .script = kQuit,
+         .log = R"(MAIL FROM: <me@x>\nDATA>
+501 an argument with CR, LF or NUL was not sent
+)" + kQuitLog,
+         .result = 0,
+         .left = kShortLeft + " -> a@x\n",
+         .sender = "me@x>\nDATA"},
+    });
+}
+
 TEST(SmtpProcess, QuitsAfterARefusal) {
     const std::vector<Message> batch = {{kShort, {{"a@x"}}}, {kShort, {{"a@x"}, {"b@x"}}}, {kShort, {{"b@x"}}}};
     const std::string batch_left = "null\n" + kShortLeft + " -> a@x b@x\n" + kShortLeft + " -> b@x\n";
