@@ -1,4 +1,4 @@
-// Postfix as an SMTP server for one test, and its smtp-sink.
+// Postfix as an SMTP server for one test.
 
 #include <unistd.h>
 
@@ -13,7 +13,6 @@ namespace {
 
 constexpr const char* kDovecot = "/usr/sbin/dovecot";
 constexpr const char* kMaster = "/usr/lib/postfix/sbin/master";
-constexpr const char* kSink = "/usr/sbin/smtp-sink";
 
 // Makes the queue's folders with the owners that Postfix wants to see and becomes Postfix's master process, leaving out
 // the checks of the "postfix start" script. Argument: the folder of the server.
@@ -278,26 +277,6 @@ std::string SmtpServer::Log() const { return ReadFile(folder_ / "postfix.log"); 
 
 bool SmtpServer::WaitForLog(std::string_view text) const {
     return WaitUntil([&] { return Log().find(text) != std::string::npos; });
-}
-
-std::string SmtpSink::Missing() {
-    return std::filesystem::exists(kSink) ? "" : "smtp-sink is not installed (package postfix)";
-}
-
-SmtpSink::SmtpSink(const std::vector<std::string>& options) : port_(FreePorts(1).front()) {
-    std::vector<std::string> words = {kSink, "-4", "-c"};
-    words.insert(words.end(), options.begin(), options.end());
-    words.insert(words.end(), {"127.0.0.1:" + std::to_string(port_), "1000"});
-    process_ = std::make_unique<ServerProcess>(ServerProcess::Command{.words = words, .output = folder_ / "sink.out"});
-    if (!WaitUntil([&] { return !process_->Running() || Answers(port_, "220"); }) || !process_->Running()) {
-        throw std::runtime_error("smtp-sink did not start: " + ReadFile(folder_ / "sink.out"));
-    }
-}
-
-int SmtpSink::Messages() const {
-    const std::string counters = ReadFile(folder_ / "sink.out");
-    const std::size_t last = counters.rfind("mesg=");
-    return last == std::string::npos ? 0 : std::stoi(counters.substr(last + 5));
 }
 
 }  // namespace tarvex::testing
