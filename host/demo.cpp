@@ -1,7 +1,8 @@
 // `tarvex demo`: the main job between two servers on this machine.
 //
 // Three passes over one profile with two forwarding addresses: everything is new; nothing is new; one mail is new. What
-// has arrived is compared byte for byte with what was in the mailbox.
+// has arrived is compared byte for byte with what was in the mailbox. The log is shown for the last pass only: it holds
+// a whole conversation, and the first one would fill three screens with the same.
 
 #include <algorithm>
 #include <chrono>
@@ -12,6 +13,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/commands.h"
@@ -33,6 +35,7 @@ constexpr const char* kUser = "demo";
 constexpr const char* kPassword = "secret";
 constexpr const char* kPhone = "phone@mobile.example";
 constexpr const char* kOffice = "office@work.example";
+constexpr std::size_t kColumn = 22;  // of the table of arrivals
 
 // ---- what is shown
 
@@ -40,9 +43,11 @@ class Screen {
 public:
     explicit Screen(bool colours) : colours_(colours) {}
 
+    void Heading(const std::string& text) const { std::cout << Coloured("1", text) << '\n'; }
     void Title(const std::string& text) const { std::cout << '\n' << Coloured("1", text) << "\n\n"; }
     void Plain(const std::string& text) const { std::cout << "  " << text << '\n'; }
-    void Quote(const std::string& text) const { std::cout << Coloured("2", "  | " + text) << '\n'; }
+    void Quote(const std::string& text) const { std::cout << Dim("  | " + text) << '\n'; }
+    std::string Dim(const std::string& text) const { return Coloured("2", text); }
     std::string Good(const std::string& text) const { return Coloured("32", text); }
     std::string Bad(const std::string& text) const { return Coloured("1;31", text); }
 
@@ -132,21 +137,26 @@ public:
         if (!root_.SetRootPath(folder.string())) throw std::runtime_error("cannot use " + folder.string());
         BuildTree(root_, mailbox_.Port(), sink_.Port());
         Receive(FirstDemoMails());
-        screen_.Title("A POP3 mailbox with 6 mails, two forwarding addresses, one SMTP server, all on this machine");
+        screen_.Heading("A POP3 mailbox with 6 mails, two forwarding addresses, one SMTP server, all on this machine");
 
         Pass("First pass: everything is new");
         Pass("Second pass: nothing is new");
         Receive({LaterDemoMail()});
         Pass("Third pass: one new mail has come");
 
+        screen_.Title("What the third pass added to the profile's log");
+        for (const std::string& line : log_) screen_.Quote(line);
+
         screen_.Title(complete_ ? screen_.Good("Everything arrived at both addresses, once, byte for byte.")
                                 : screen_.Bad("Something did not arrive as it should have."));
         screen_.Plain("The data tree, to look at:  " + ShowPath(folder.string()));
-        screen_.Plain("The log in it:              " + ShowPath(LogPath()) + "  (Shift-JIS)");
+        screen_.Plain("The log of all passes:      " + ShowPath(LogPath()) + "  (Shift-JIS)");
         return complete_;
     }
 
 private:
+    using Copy = std::pair<std::string, std::string>;  // recipient and uidl
+
     void Receive(const std::vector<DemoMail>& mails) {
         for (const DemoMail& mail : mails) {
             mailbox_.Add({mail.uidl, mail.text});
@@ -160,10 +170,8 @@ private:
         screen_.Title(title);
         Tarvex(&root_);
         root_.WaitThread(-1);
-        for (const auto& copy : root_.running_copies) {
-            for (const std::string& line : LinesOfThisRun(copy->log)) screen_.Quote(line);
-        }
-        std::cout << '\n';
+        log_.clear();
+        for (const auto& copy : root_.running_copies) log_ = LinesOfThisRun(copy->log);
         ShowArrivals();
         expected_.clear();
     }
@@ -171,29 +179,34 @@ private:
     // Compares what has arrived since the last pass with what was expected at each address.
     void ShowArrivals() {
         const std::vector<DeliveredMail> delivered = sink_.Delivered();
-        std::map<std::pair<std::string, std::string>, int> copies;  // by recipient and uidl
-        for (; seen_ < delivered.size(); ++seen_) ShowArrival(delivered[seen_], copies);
+        if (delivered.size() == seen_ && expected_.empty()) return screen_.Plain("Nothing was forwarded.");
 
+        std::map<Copy, int> copies;
+        for (; seen_ < delivered.size(); ++seen_) Count(delivered[seen_], copies);
+        if (expected_.empty()) return;
+        screen_.Plain(screen_.Dim(Padded(kPhone, kColumn) + Padded(kOffice, kColumn) + "    bytes  mail"));
         for (const DemoMail& mail : expected_) {
-            for (const char* recipient : {kPhone, kOffice}) {
-                const int count = copies[{recipient, mail.uidl}];
-                if (count == 1) continue;
-                complete_ = false;
-                screen_.Plain(screen_.Bad(std::to_string(count) + " copies at " + recipient + " of: " + mail.title));
-            }
+            screen_.Plain(Cell(copies[{kPhone, mail.uidl}]) + Cell(copies[{kOffice, mail.uidl}]) +
+                          Aligned(mail.text.size(), 9) + "  " + mail.title);
         }
-        if (copies.empty()) screen_.Plain("Nothing was forwarded.");
     }
 
-    void ShowArrival(const DeliveredMail& mail, std::map<std::pair<std::string, std::string>, int>& copies) {
+    void Count(const DeliveredMail& mail, std::map<Copy, int>& copies) {
         const auto same = std::ranges::find(expected_, mail.text, &DemoMail::text);
-        const bool known = same != expected_.end();
-        if (!known) complete_ = false;
+        if (same == expected_.end()) complete_ = false;
         for (const std::string& recipient : mail.recipients) {
-            if (known) ++copies[{recipient, same->uidl}];
-            screen_.Plain(Padded(recipient, 22) + Aligned(mail.text.size(), 7) + " bytes  " +
-                          (known ? screen_.Good("byte for byte") + "  " + same->title : screen_.Bad("not as it was")));
+            if (same != expected_.end()) {
+                ++copies[{recipient, same->uidl}];
+            } else {
+                screen_.Plain(screen_.Bad("an unexpected mail") + " at " + ShowPath(recipient));
+            }
         }
+    }
+
+    std::string Cell(int copies) {
+        if (copies == 1) return screen_.Good(Padded("byte for byte", kColumn));
+        complete_ = false;
+        return screen_.Bad(Padded(copies == 0 ? "missing" : std::to_string(copies) + " copies", kColumn));
     }
 
     const Screen& screen_;
@@ -201,6 +214,7 @@ private:
     SinkServer sink_;
     CRootPath root_;
     std::vector<DemoMail> expected_;  // of the pass that comes
+    std::vector<std::string> log_;    // what the last pass added
     std::size_t seen_ = 0;            // deliveries shown so far
     bool complete_ = true;
 };

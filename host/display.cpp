@@ -9,7 +9,15 @@
 namespace tarvex::host {
 namespace {
 
-constexpr bool IsControl(unsigned char byte) { return byte < 0x20 || byte == 0x7F; }
+// How many bytes of UTF-8 the control character in front has, 0 when there is none: C0, DEL, or C1 (0xC2 first), whose
+// 0x9B some terminals take for an escape sequence.
+constexpr std::size_t ControlBytes(std::string_view text) {
+    const auto first = static_cast<unsigned char>(text.front());
+    if (first < 0x20 || first == 0x7F) return 1;
+    if (first != 0xC2 || text.size() < 2) return 0;
+    const auto second = static_cast<unsigned char>(text[1]);
+    return second >= 0x80 && second <= 0x9F ? 2 : 0;
+}
 
 void AppendHarmless(std::string& text, char c) {
     constexpr std::string_view kDigits = "0123456789abcdef";
@@ -22,12 +30,11 @@ void AppendHarmless(std::string& text, char c) {
 std::string Harmless(std::string_view text, std::string_view allowed) {
     std::string result;
     result.reserve(text.size());
-    for (const char c : text) {
-        if (IsControl(static_cast<unsigned char>(c)) && allowed.find(c) == std::string_view::npos) {
-            AppendHarmless(result, c);
-        } else {
-            result += c;
-        }
+    while (!text.empty()) {
+        const std::size_t control_bytes = allowed.find(text.front()) == std::string_view::npos ? ControlBytes(text) : 0;
+        for (const char c : text.substr(0, control_bytes)) AppendHarmless(result, c);
+        if (control_bytes == 0) result += text.front();
+        text.remove_prefix(control_bytes > 0 ? control_bytes : 1);
     }
     return result;
 }
