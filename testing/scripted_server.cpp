@@ -279,7 +279,7 @@ void Peer::Reset() {
     });
 }
 
-bool Peer::StartTls(const TlsIdentity& identity) {
+bool Peer::StartTls(const TlsIdentity& identity, std::string_view text) {
     TlsServer tls(identity);
     tls.Received(std::exchange(impl_.received, {}));
     TlsServer::Progress progress;
@@ -287,9 +287,13 @@ bool Peer::StartTls(const TlsIdentity& identity) {
         if (!impl_.Transmit(tls.TakeOutput()) || !impl_.ReceiveMore()) break;
         tls.Received(std::exchange(impl_.received, {}));
     }
-    impl_.Transmit(tls.TakeOutput());
     const bool established = progress == TlsServer::Progress::Done;
     impl_.Record("-- ", established ? "TLS" : "TLS failed");
+    if (established) {
+        impl_.Say(text);
+        tls.Write(text);
+    }
+    impl_.Transmit(tls.TakeOutput());
     if (established) impl_.tls.emplace(std::move(tls));
     return established;
 }

@@ -62,8 +62,9 @@ public:
     void CloseWithoutNotify();  // FIN without close_notify
     void Reset();               // RST. Recorded as "S: (reset)"
 
-    // Upgrades to TLS as the server. False when the handshake failed; recorded as "-- TLS" or "-- TLS failed".
-    bool StartTls(const TlsIdentity& identity);
+    // Upgrades to TLS as the server. False when the handshake failed; recorded as "-- TLS" or "-- TLS failed". The text
+    // goes out in one write with the last of the handshake, and is recorded as by Send.
+    bool StartTls(const TlsIdentity& identity, std::string_view text = {});
 
 private:
     friend class ScriptedServer;

@@ -216,6 +216,7 @@ TEST(PopSocket, CreateFailsWhenThereIsNoDescriptor) {
 
 TEST(PopSocket, ConnectingUsesTheDescriptorThatCreateTook) {
     const int port = testing::UnusedPort();
+    CPopSocket().PopConnect(kHost, port);  // a sanitizer's first look at the class needs descriptors of its own
     CPopSocket socket;
     ASSERT_EQ(socket.Create(0, 1, nullptr), 1);
     rlimit old_limit{};
@@ -328,16 +329,16 @@ TEST(PopSocket, AddressThatSwallowsEverythingLeavesTimeForTheOthers) {
     const testing::BlackHole hole("127.0.0.2", server.Port());
     const testing::ResolverStandIn resolver({"127.0.0.2", "127.0.0.1"});
     CPopSocket socket;
-    socket.SetTimeOut(2);
+    socket.SetTimeOut(4);
     const Stopwatch watch;
     EXPECT_EQ(socket.PopConnect("pop.example", server.Port()), "+OK ready");
-    EXPECT_LT(watch.Elapsed(), 2s);
+    EXPECT_LT(watch.Elapsed(), 4s);
     EXPECT_EQ(socket.timed_out, 0);
 }
 
 TEST(PopSocket, ConnectingEndsWithTheTimeOutForAllAddressesTogether) {
     const testing::BlackHole hole;
-    const testing::ResolverStandIn resolver({kHost, kHost, kHost});
+    const testing::ResolverStandIn resolver({kHost, kHost, kHost, kHost});
     CPopSocket socket;
     socket.SetTimeOut(1);
     const Stopwatch watch;
@@ -345,7 +346,7 @@ TEST(PopSocket, ConnectingEndsWithTheTimeOutForAllAddressesTogether) {
                                                                  std::to_string(hole.Port()) + ": no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
     EXPECT_GE(watch.Elapsed(), 1s);
-    EXPECT_LT(watch.Elapsed(), 2s);
+    EXPECT_LT(watch.Elapsed(), 3s);
 }
 
 TEST(PopSocket, ConnectsAnewAfterAFailure) {
@@ -459,7 +460,7 @@ TEST(PopSocket, AfterATimeOutEverythingAnswersTheSameWithoutWaiting) {
     socket.Close();
     EXPECT_EQ(socket.SendQuit(), "-ERR Timeout: no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
-    EXPECT_LT(watch.Elapsed(), 500ms);
+    EXPECT_LT(watch.Elapsed(), 1s);
     EXPECT_EQ(server.Transcript(), "S: +OK ready\nC: USER u\nC: (closed)\n");
 }
 
@@ -488,23 +489,23 @@ TEST(PopSocket, DrippedReplyMustBeCompleteWithinTheTimeOut) {
         {"RETR", [](GreetedSocket& socket) { return socket.Retr(); }},
     };
     for (const Case& c : cases) {
-        ScriptedServer server(AfterCommand([](Peer& peer) { peer.Drip("+OK " + std::string(40, 'x'), 100ms); }));
+        ScriptedServer server(AfterCommand([](Peer& peer) { peer.Drip("+OK " + std::string(80, 'x'), 100ms); }));
         GreetedSocket socket(server, 1);
         const Stopwatch watch;
         EXPECT_EQ(c.exchange(socket), "-ERR Timeout: no answer in time") << c.name;
         EXPECT_EQ(socket.timed_out, 1) << c.name;
         EXPECT_GE(watch.Elapsed(), 1s) << c.name;
-        EXPECT_LT(watch.Elapsed(), 2s) << c.name;
+        EXPECT_LT(watch.Elapsed(), 5s) << c.name;
     }
 }
 
 TEST(PopSocket, DrippedGreetingMustBeCompleteWithinTheTimeOut) {
-    ScriptedServer server([](Peer& peer) { peer.Drip("+OK " + std::string(40, 'x'), 100ms); });
+    ScriptedServer server([](Peer& peer) { peer.Drip("+OK " + std::string(80, 'x'), 100ms); });
     CPopSocket socket;
     socket.SetTimeOut(1);
     const Stopwatch watch;
     EXPECT_EQ(socket.PopConnect(kHost, server.Port()), "-ERR Timeout: no answer in time");
-    EXPECT_LT(watch.Elapsed(), 2s);
+    EXPECT_LT(watch.Elapsed(), 5s);
 }
 
 TEST(PopSocket, MultiLineAnswerOnlyHasToGoOn) {

@@ -224,7 +224,7 @@ TEST(SmtpSocket, SocketThatIsNotConnectedAnswersAtOnce) {
 // --- Time
 
 TEST(SmtpSocket, SilentAndDrippingServersTimeOut) {
-    for (const std::string& drip : {std::string(), "250 " + std::string(40, 'x')}) {
+    for (const std::string& drip : {std::string(), "250 " + std::string(80, 'x')}) {
         ScriptedServer server(AfterCommand([&](Peer& peer) {
             peer.Drip(drip, 100ms);
             peer.WaitForClose();
@@ -235,12 +235,12 @@ TEST(SmtpSocket, SilentAndDrippingServersTimeOut) {
         EXPECT_EQ(socket.SendReset(), "421 no answer in time");
         EXPECT_EQ(socket.timed_out, 1);
         EXPECT_GE(watch.Elapsed(), 1s);
-        EXPECT_LT(watch.Elapsed(), 2s);
+        EXPECT_LT(watch.Elapsed(), 5s);
         const Stopwatch after;
         EXPECT_EQ(socket.Data("a\r\n"), "421 no answer in time");
         EXPECT_EQ(socket.SendQuit(), "421 no answer in time");
         EXPECT_EQ(socket.timed_out, 1);
-        EXPECT_LT(after.Elapsed(), 500ms);
+        EXPECT_LT(after.Elapsed(), 1s);
     }
 }
 
@@ -257,7 +257,7 @@ TEST(SmtpSocket, MultiLineReplyHasTheFullTimeForEachLine) {
 }
 
 TEST(SmtpSocket, LineOfAMultiLineReplyThatDripsTooSlowlyTimesOut) {
-    ScriptedServer server(AfterCommand([](Peer& peer) { peer.Drip("250-a\r\n250 " + std::string(40, 'x'), 100ms); }));
+    ScriptedServer server(AfterCommand([](Peer& peer) { peer.Drip("250-a\r\n250 " + std::string(80, 'x'), 100ms); }));
     GreetedSocket socket(server, 1);
     EXPECT_EQ(socket.Ehlo(), "421 no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
@@ -488,12 +488,13 @@ TEST(SmtpSocket, ServerThatStopsReadingTheMessageTimesOut) {
         peer.Send("354 go\r\n");
         is_done.wait();
     }));
+    const std::string message = LargeMessage();
     GreetedSocket socket(server, 1);
     const Stopwatch watch;
-    EXPECT_EQ(socket.Data(LargeMessage()), "421 no answer in time");
+    EXPECT_EQ(socket.Data(message), "421 no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
     EXPECT_GE(watch.Elapsed(), 1s);
-    EXPECT_LT(watch.Elapsed(), 3s);
+    EXPECT_LT(watch.Elapsed(), 10s);
     done.set_value();
 }
 

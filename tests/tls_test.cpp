@@ -86,6 +86,18 @@ TEST(Tls, FromTheFirstByte) {
     }
 }
 
+TEST(Tls, GreetingThatArrivesWithTheLastOfTheHandshakeIsNotWaitedFor) {
+    TlsIdentity identity = MakeTlsIdentity();
+    identity.only_version = TLS1_2_VERSION;  // in which the last word is the server's
+    const TrustedAuthority trusted(identity);
+    ScriptedServer server([&](Peer& peer) {
+        peer.StartTls(identity, "220 ready\r\n");
+        peer.WaitForClose();
+    });
+    TlsSocket socket(kTls, 5);
+    EXPECT_EQ(socket.Connect(server), "220 ready");
+}
+
 TEST(Tls, LargeMessagesArriveWholeInEitherVersion) {
     std::string message;
     for (int i = 0; message.size() < 5'000'000; ++i) message += "line " + std::to_string(i) + "\r\n";
@@ -220,7 +232,7 @@ TEST(Tls, HandshakeMustEndWithinTheTimeOut) {
         // A record that is announced as long and comes byte by byte.
         {"drips",
          [](Peer& peer) {
-             peer.Drip(std::string("\x16\x03\x03\x40\x00\x02\x00\x3f\xfc", 9) + std::string(40, '\0'), 100ms);
+             peer.Drip(std::string("\x16\x03\x03\x40\x00\x02\x00\x3f\xfc", 9) + std::string(80, '\0'), 100ms);
          }},
     };
     for (const Case& c : cases) {
@@ -230,7 +242,7 @@ TEST(Tls, HandshakeMustEndWithinTheTimeOut) {
         EXPECT_EQ(socket.Connect(server), "421 TLS handshake: no answer in time") << c.name;
         EXPECT_EQ(socket.timed_out, 1) << c.name;
         EXPECT_GE(watch.Elapsed(), 1s) << c.name;
-        EXPECT_LT(watch.Elapsed(), 2s) << c.name;
+        EXPECT_LT(watch.Elapsed(), 5s) << c.name;
         EXPECT_EQ(socket.Ehlo(), "421 TLS handshake: no answer in time") << c.name;
     }
 }
@@ -307,13 +319,13 @@ TEST(Tls, DrippedReplyMustBeCompleteWithinTheTimeOut) {
     const TrustedAuthority trusted(identity);
     ScriptedServer server(TlsServer(identity, [](Peer& peer) {
         peer.ReadLine();
-        peer.Drip("250 " + std::string(40, 'x'), 100ms);
+        peer.Drip("250 " + std::string(80, 'x'), 100ms);
     }));
     TlsSocket socket(kTls, 1);
     EXPECT_EQ(socket.Connect(server), "220 ready");
     const Stopwatch watch;
     EXPECT_EQ(socket.Ehlo(), "421 no answer in time");
-    EXPECT_LT(watch.Elapsed(), 2s);
+    EXPECT_LT(watch.Elapsed(), 5s);
     EXPECT_EQ(socket.timed_out, 1);
 }
 

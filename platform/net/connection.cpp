@@ -64,7 +64,7 @@ bool Connection::Open(const std::string& server, int port, std::chrono::millisec
     tls_.reset();
     failure_ = {};
     begin_ = end_ = 0;
-    more_at_hand_ = false;
+    filled_room_ = false;
     server_ = server;
     if (Failure failure = ConnectToAny(server, port, Deadline(time))) return Fail(std::move(failure));
     if (!buffer_) buffer_ = std::make_unique_for_overwrite<char[]>(kBufferBytes);
@@ -234,7 +234,7 @@ Transfer Connection::ReceiveSome() {
     const std::size_t room_bytes = kBufferBytes - end_;
     Transfer received = tls_ ? ReceiveDecrypted(room, room_bytes) : stream_.Receive(room, room_bytes);
     end_ += received.bytes;
-    more_at_hand_ = received.bytes > 0 && (tls_ ? tls_->HasReceived() : received.bytes == room_bytes);
+    filled_room_ = received.bytes == room_bytes;
     return received;
 }
 
@@ -261,7 +261,8 @@ void Connection::MakeRoom() {
 }
 
 bool Connection::ReceiveMore(const Deadline& deadline) {
-    for (bool at_hand = more_at_hand_; IsUsable(); at_hand = false) {
+    // The system does not announce again what TLS holds already, be it from the end of the handshake.
+    for (bool at_hand = tls_ ? tls_->HasReceived() : filled_room_; IsUsable(); at_hand = false) {
         if (!at_hand) {
             if (Failure failure = stream_.Wait(TcpStream::Event::ToRead, deadline)) return Fail(std::move(failure));
         }

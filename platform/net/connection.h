@@ -90,7 +90,7 @@ private:
     std::unique_ptr<char[]> wire_;    // likewise, for what TLS received
     std::size_t begin_ = 0;           // Received
     std::size_t end_ = 0;
-    bool more_at_hand_ = false;  // the last receive filled its room
+    bool filled_room_ = false;  // by the last receive, so more is likely to be at hand
 };
 
 }  // namespace tarvex
