@@ -74,13 +74,16 @@ inline std::string Joined(const std::vector<std::string>& lines) {
     return text;
 }
 
-// The log as text with bare line feeds, every end line's date replaced by "(now)" when it lies in the given time.
-inline std::string LogText(const CPopProfile& profile, CTime from, CTime to) {
+inline const CTime kTestsStarted = std::time(nullptr);
+
+// The log as text with bare line feeds, every end line's date replaced by "(now)" when it lies since the tests started.
+inline std::string LogText(const CPopProfile& profile) {
     constexpr std::string_view kEnd = "---- End Operation at ";
     std::vector<std::string> lines = Lines(OnDisk(profile.path) + "/profile.log");
     for (std::string& line : lines) {
         if (!line.starts_with(kEnd)) continue;
-        for (CTime moment = from; moment <= to; ++moment) {
+        const CTime now = std::time(nullptr);
+        for (CTime moment = kTestsStarted; moment <= now; ++moment) {
             if (line.substr(kEnd.size()) == LongTime(moment)) line = std::string(kEnd) + "(now)";
         }
     }
@@ -141,9 +144,8 @@ inline CForwardAddress& AddAddress(CPopProfile& profile, const std::string& mail
 inline std::string RunOnce(const CPopProfile& profile) {
     CPopProfile copy;
     copy = profile;
-    const CTime before = std::time(nullptr);
     EXPECT_EQ(copy.DoOperation(), 1);
-    return LogText(profile, before, std::time(nullptr));
+    return LogText(profile);
 }
 
 inline std::string Message(const std::string& subject) {
