@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <ctime>
 #include <limits>
+#include <mutex>
+#include <optional>
 
 namespace tarvex {
 
@@ -18,13 +20,23 @@ constexpr std::array weekday_names = {"Sunday", "Monday", "Tuesday", "Wednesday"
 constexpr std::array month_names = {"January", "February", "March",     "April",   "May",      "June",
                                     "July",    "August",   "September", "October", "November", "December"};
 
+// The C library reads the time zone anew with almost every call, under a lock of its own. Ours is for the thread
+// sanitizer, which cannot see that one.
+std::mutex time_zone_mutex;
+
 // A change of the time zone is noticed here as it is by mktime.
 std::optional<tm> BreakDown(std::int64_t moment) {
+    const std::lock_guard lock(time_zone_mutex);
     tzset();
     const std::time_t time = moment;
     tm parts{};
     if (localtime_r(&time, &parts) == nullptr) return std::nullopt;
     return parts;
+}
+
+std::int64_t MakeTime(tm& parts) {
+    const std::lock_guard lock(time_zone_mutex);
+    return std::mktime(&parts);
 }
 
 bool ShowSameTime(const tm& a, const tm& b) {
@@ -72,7 +84,7 @@ std::optional<std::int64_t> FromLocalTime(int year, int month, int day, int hour
     parts.tm_sec = second;
     parts.tm_isdst = -1;  // the system finds out
     parts.tm_wday = -1;   // still so after a failure, whose result -1 is a moment as well
-    const std::int64_t moment = std::mktime(&parts);
+    const std::int64_t moment = MakeTime(parts);
     if (parts.tm_wday < 0) return std::nullopt;
     return FirstOfTwo(moment, parts);
 }
