@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -31,7 +32,7 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    Fault fault_;
+    std::shared_ptr<Fault> fault_;  // called without the lock, so that a test may ask the server from within
     std::map<std::string, int> received_;
 };
 
