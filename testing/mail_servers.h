@@ -3,6 +3,7 @@
 // A small POP3 server and a small SMTP server on loopback that keep their mail in memory: for the demo and for whole
 // runs. Both speak their protocol properly (RFC 1939, RFC 5321) and can be told to fail at a chosen step.
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -32,8 +33,11 @@ public:
 
     // Called with each command line before it is obeyed, on the server's thread. A non-empty result is sent instead of
     // the answer; the result "close" closes the connection, "stall" says nothing more until the client goes, "lose"
-    // obeys the command and closes the connection without the answer.
+    // obeys the command and closes the connection without the answer. It may ask the server, and keep count in itself.
     void SetFault(std::function<std::string(const std::string& command)> fault);
+
+    // Called with the id of each message that a QUIT is about to delete, on the server's thread.
+    void SetOnDelete(std::function<void(const std::string& uidl)> on_delete);
 
     // How many times each command verb was received, over all connections ("RETR" -> 3).
     int Received(const std::string& verb) const;
@@ -58,7 +62,7 @@ public:
     ~SinkServer();
 
     int Port() const;
-    std::vector<DeliveredMail> Delivered() const;
+    std::vector<DeliveredMail> Delivered(std::size_t first = 0) const;  // without those before the first
 
     // As MailboxServer::SetFault; called also with the pseudo command "." at the end of each message.
     void SetFault(std::function<std::string(const std::string& command)> fault);

@@ -41,6 +41,8 @@ std::string RetrAnswer(const std::string& text) {
 // The mailbox and what the test has asked of the server. Thread-safe.
 class Mailbox {
 public:
+    using OnDelete = std::function<void(const std::string& uidl)>;
+
     void Add(StoredMail mail) {
         auto message = std::make_shared<Message>(Message{std::move(mail), {}});
         message->wire = RetrAnswer(message->mail.text);
@@ -55,9 +57,21 @@ public:
         if (found != messages_.end()) messages_.erase(found);
     }
 
-    void Remove(const Message* message) {
+    void SetOnDelete(OnDelete on_delete) {
+        auto shared = std::make_shared<OnDelete>(std::move(on_delete));
         const std::lock_guard guard(mutex_);
-        std::erase_if(messages_, [&](const auto& other) { return other.get() == message; });
+        on_delete_.swap(shared);
+    }
+
+    void Delete(const Message& message) {
+        std::shared_ptr<OnDelete> on_delete;
+        {
+            const std::lock_guard guard(mutex_);
+            on_delete = on_delete_;
+        }
+        if (on_delete && *on_delete) (*on_delete)(message.mail.uidl);
+        const std::lock_guard guard(mutex_);
+        std::erase_if(messages_, [&](const auto& other) { return other.get() == &message; });
     }
 
     Messages Snapshot() const {
@@ -68,6 +82,7 @@ public:
 private:
     mutable std::mutex mutex_;
     Messages messages_;
+    std::shared_ptr<OnDelete> on_delete_;  // called without the lock
 };
 
 struct Account {
@@ -194,7 +209,7 @@ std::string PopSession::OfMessage(const std::string& verb, std::string_view argu
 
 std::string PopSession::Quit() {
     for (const Entry& entry : entries_) {
-        if (entry.deleted) account_.mailbox.Remove(entry.message.get());
+        if (entry.deleted) account_.mailbox.Delete(*entry.message);
     }
     HangUp();
     return "+OK bye\r\n";
@@ -239,6 +254,10 @@ void MailboxServer::OfferUidl(bool offer) { impl_->account.offer_uidl = offer; }
 
 void MailboxServer::SetFault(std::function<std::string(const std::string& command)> fault) {
     impl_->account.desk.SetFault(std::move(fault));
+}
+
+void MailboxServer::SetOnDelete(std::function<void(const std::string& uidl)> on_delete) {
+    impl_->account.mailbox.SetOnDelete(std::move(on_delete));
 }
 
 int MailboxServer::Received(const std::string& verb) const { return impl_->account.desk.Received(verb); }

@@ -1,5 +1,6 @@
 // The SMTP server (RFC 5321) that takes everything and keeps it.
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -212,9 +213,10 @@ SinkServer::~SinkServer() = default;
 
 int SinkServer::Port() const { return impl_->loopback.Port(); }
 
-std::vector<DeliveredMail> SinkServer::Delivered() const {
+std::vector<DeliveredMail> SinkServer::Delivered(std::size_t first) const {
     const std::lock_guard guard(impl_->sink.mutex);
-    return impl_->sink.delivered;
+    const std::vector<DeliveredMail>& all = impl_->sink.delivered;
+    return {all.begin() + static_cast<std::ptrdiff_t>(std::min(first, all.size())), all.end()};
 }
 
 void SinkServer::SetFault(std::function<std::string(const std::string& command)> fault) {

@@ -276,6 +276,18 @@ TEST(MailboxServer, WhatWasDeletedStaysWithoutAQuit) {
     EXPECT_EQ(server.Mails().size(), 1u);
 }
 
+TEST(MailboxServer, TellsWhatItIsAboutToDelete) {
+    MailboxServer server("alice", "secret");
+    for (const char* const uidl : {"a", "b", "c"}) server.Add({uidl, "text\r\n"});
+    std::vector<std::string> deleted;
+    server.SetOnDelete([&](const std::string& uidl) {
+        EXPECT_EQ(server.Mails().size(), 3 - deleted.size());
+        deleted.push_back(uidl);
+    });
+    Talk(server.Port(), {"USER alice", "PASS secret", "DELE 1", "RSET", "DELE 3", "DELE 2", "QUIT"});
+    EXPECT_THAT(deleted, ::testing::ElementsAre("b", "c"));
+}
+
 TEST(MailboxServer, LetsInWhoKnowsThePassword) {
     MailboxServer server("alice", "secret");
     Client client(server.Port());
@@ -325,6 +337,8 @@ TEST(SinkServer, KeepsWhatItTakesUnstuffed) {
     EXPECT_EQ(mail.sender, "a@example.org");
     EXPECT_THAT(mail.recipients, ::testing::ElementsAre("b@example.org", "c@d"));
     EXPECT_EQ(mail.text, ".dot\r\n\n.\r\n..\r\n");
+    EXPECT_TRUE(server.Delivered(1).empty());
+    EXPECT_TRUE(server.Delivered(2).empty());
 }
 
 TEST(SinkServer, KeepsTheOrderOfATransaction) {

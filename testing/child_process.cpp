@@ -1,0 +1,184 @@
+// Starting a program and hearing what it says.
+
+#include "testing/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <system_error>
+#include <utility>
+
+namespace tarvex::testing {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::system_error Failure(const std::string& what) { return {errno, std::generic_category(), what}; }
+
+// Closed on destruction.
+class Descriptor {
+public:
+    Descriptor(int number, const char* what) : number_(number) {
+        if (number < 0) throw Failure(what);
+    }
+    ~Descriptor() {
+        if (number_ >= 0) close(number_);
+    }
+    Descriptor(Descriptor&& other) noexcept : number_(other.Release()) {}
+    Descriptor& operator=(Descriptor&&) = delete;
+
+    int Get() const { return number_; }
+    int Release() { return std::exchange(number_, -1); }
+
+private:
+    int number_;
+};
+
+// This side of a stream, and the program's.
+struct Ends {
+    Descriptor ours;
+    Descriptor theirs;
+};
+
+Ends OpenPipe() {
+    std::array<int, 2> ends{-1, -1};
+    const int result = pipe2(ends.data(), O_CLOEXEC);
+    return {Descriptor(result < 0 ? result : ends[0], "pipe"), Descriptor(result < 0 ? result : ends[1], "pipe")};
+}
+
+Ends OpenTerminal() {
+    Descriptor ours(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "terminal");
+    std::array<char, 64> name{};
+    if (grantpt(ours.Get()) != 0 || unlockpt(ours.Get()) != 0 || ptsname_r(ours.Get(), name.data(), name.size()) != 0) {
+        throw Failure("terminal");
+    }
+    Descriptor theirs(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC), name.data());
+    return {std::move(ours), std::move(theirs)};
+}
+
+Descriptor OpenFile(const char* path, int flags) { return {open(path, flags | O_CLOEXEC), path}; }
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) pointers.push_back(text.data());
+    return pointers;
+}
+
+// With no signal blocked or ignored, whatever the test does with its own.
+pid_t Spawn(std::vector<std::string> words, std::vector<std::string> variables, int input, int output, int errors) {
+    std::vector<char*> arguments = Pointers(words);
+    arguments.push_back(nullptr);
+    std::vector<char*> environment = Pointers(variables);
+    for (char** variable = environ; *variable; ++variable) environment.push_back(*variable);
+    environment.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
+
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    pid_t pid = 0;
+    errno = posix_spawn(&pid, arguments[0], &actions, &attributes, arguments.data(), environment.data());
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    if (errno != 0) throw Failure(words[0]);
+    return pid;
+}
+
+timespec TimeUntil(Clock::time_point moment) {
+    const auto left = std::max(moment - Clock::now(), Clock::duration::zero());
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    return {static_cast<time_t>(seconds.count()), static_cast<long>(std::chrono::nanoseconds(left - seconds).count())};
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables) {
+    const Descriptor input = OpenFile("/dev/null", O_RDONLY);
+    const Descriptor full = OpenFile("/dev/full", O_WRONLY);
+    Ends out = output == Output::Terminal ? OpenTerminal() : OpenPipe();
+    Ends err = OpenPipe();
+    const int their_output = output == Output::Full ? full.Get() : out.theirs.Get();
+    const int their_errors = output == Output::Terminal ? their_output : err.theirs.Get();
+    if (output == Output::Closed) close(out.ours.Release());
+    pid_ = Spawn(std::move(words), std::move(variables), input.Get(), their_output, their_errors);
+    output_.descriptor = out.ours.Release();
+    errors_.descriptor = err.ours.Release();
+}
+
+ChildProcess::~ChildProcess() { Kill(); }
+
+void ChildProcess::Signal(int signal) const {
+    if (!ended_) kill(pid_, signal);  // not waited for yet, so the number is still its own
+}
+
+// A program that ends closes its streams, however it ends.
+bool ChildProcess::WaitFor(std::chrono::nanoseconds time) {
+    const auto deadline = Clock::now() + time;
+    while (output_.descriptor >= 0 || errors_.descriptor >= 0) {
+        std::array<pollfd, 2> streams{pollfd{output_.descriptor, POLLIN, 0}, pollfd{errors_.descriptor, POLLIN, 0}};
+        const timespec left = TimeUntil(deadline);
+        const int count = ppoll(streams.data(), streams.size(), &left, nullptr);
+        if (count < 0 && errno != EINTR) throw Failure("waiting for a program");
+        if (count == 0) return false;
+        if (count > 0 && streams[0].revents != 0) Read(output_);
+        if (count > 0 && streams[1].revents != 0) Read(errors_);
+    }
+    Reap();
+    return true;
+}
+
+void ChildProcess::Wait() {
+    if (!WaitFor(std::chrono::minutes(1))) Kill();
+}
+
+void ChildProcess::Kill() {
+    Signal(SIGKILL);
+    Close(output_);
+    Close(errors_);
+    Reap();
+}
+
+void ChildProcess::Read(Stream& stream) {
+    std::array<char, 65536> bytes;
+    const ssize_t count = read(stream.descriptor, bytes.data(), bytes.size());
+    if (count > 0) {
+        stream.text.append(bytes.data(), static_cast<std::size_t>(count));
+    } else if (count == 0 || errno != EINTR) {
+        Close(stream);
+    }
+}
+
+void ChildProcess::Close(Stream& stream) {
+    if (stream.descriptor >= 0) close(std::exchange(stream.descriptor, -1));
+}
+
+void ChildProcess::Reap() {
+    if (std::exchange(ended_, true)) return;
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    exit_code_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace tarvex::testing

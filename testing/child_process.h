@@ -1,0 +1,65 @@
+#pragma once
+
+// A program that runs no longer than an object lives, and what it prints.
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace tarvex::testing {
+
+// Standard input is empty. What the program prints is read by the operations that wait.
+class ChildProcess {
+public:
+    enum class Output {
+        Pipe,      // a pipe each for output and errors
+        Terminal,  // one terminal for both; a line end is CR LF there
+        Full,      // output to a device that is full
+        Closed,    // output to a pipe that nobody reads
+    };
+
+    // The program by its path and its arguments; the variables ("NAME=value") stand before those of this process.
+    // Throws std::system_error when it cannot be started.
+    explicit ChildProcess(std::vector<std::string> words, Output output = Output::Pipe,
+                          std::vector<std::string> variables = {});
+    ~ChildProcess();  // kills it when it still runs
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    void Signal(int signal) const;  // nothing happens when it has ended
+
+    // Waits for its end; false when that does not come in time.
+    bool WaitFor(std::chrono::nanoseconds time);
+
+    // Waits for its end, at most a minute: after that it is killed.
+    void Wait();
+
+    // Kills it and waits.
+    void Kill();
+
+    // After its end.
+    int ExitCode() const { return exit_code_; }  // 128 and the signal that ended it
+    const std::string& Printed() const { return output_.text; }
+    const std::string& Errors() const { return errors_.text; }
+
+private:
+    // What the program writes; at its end when there is no descriptor any more.
+    struct Stream {
+        int descriptor = -1;
+        std::string text;
+    };
+
+    static void Read(Stream& stream);
+    static void Close(Stream& stream);
+    void Reap();
+
+    pid_t pid_ = 0;
+    bool ended_ = false;
+    int exit_code_ = -1;
+    Stream output_;
+    Stream errors_;
+};
+
+}  // namespace tarvex::testing
