@@ -810,8 +810,8 @@ TEST(TextFiles, WritersOfOneFileExcludeEachOther) {
     };
     const auto is_whole = [](const Lines& lines) {
         if (lines.empty()) return false;
-        const int writer = lines.front().front() - '0';
-        return lines == Lines(lines.size(), lines.front()) && lines.size() == static_cast<std::size_t>(writer * 40 + 1);
+        const auto writer = static_cast<std::size_t>(lines.front().front() - '0');
+        return lines == Lines(lines.size(), lines.front()) && lines.size() == writer * 40 + 1;
     };
 
     std::vector<pid_t> children;  // half of the writers are processes, half are threads
@@ -845,12 +845,12 @@ TEST(TextFiles, WritersOfOneFileExcludeEachOther) {
     EXPECT_EQ(Names(dir.String()), Lines{"file"});
 }
 
-// Returns when somebody waits for a lock of the file, or after ten seconds.
+// Returns when somebody waits for a lock of the file, or after a minute.
 bool AwaitWaiterFor(int descriptor) {
     struct stat status {};
     if (fstat(descriptor, &status) != 0) return false;
     const std::string inode = ":" + std::to_string(status.st_ino) + " ";
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < deadline) {
         std::ifstream locks("/proc/locks");
         for (std::string line; std::getline(locks, line);) {

@@ -35,6 +35,9 @@ namespace tarvex {
 
 namespace {
 
+constexpr std::size_t kib = 1024;
+constexpr std::size_t mib = 1024 * kib;
+
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
@@ -66,10 +69,10 @@ public:
         open_ = true;
         changed_.notify_all();
     }
-    // True when opened, false when interrupted, nothing when neither happens in ten seconds.
+    // True when opened, false when interrupted, nothing when neither happens in a minute.
     std::optional<bool> Wait() {
         std::unique_lock lock(mutex_);
-        if (!changed_.wait_for(lock, 10s, [this] { return open_ || interruptions_ > 0; })) return std::nullopt;
+        if (!changed_.wait_for(lock, 60s, [this] { return open_ || interruptions_ > 0; })) return std::nullopt;
         return open_;
     }
     int Interruptions() {
@@ -91,7 +94,7 @@ std::ptrdiff_t ThreadCount() {
 }
 
 bool ThreadsFallTo(std::ptrdiff_t count) {
-    const auto deadline = Clock::now() + 10s;
+    const auto deadline = Clock::now() + 60s;
     while (ThreadCount() > count) {
         if (Clock::now() > deadline) return false;
         std::this_thread::yield();
@@ -315,6 +318,7 @@ TEST(Threads, AThousandWorkersRunAtOnce) {
     std::atomic<int> woken = 0;
     std::vector<Gate> gates(count);
     std::vector<std::function<void()>> bodies;
+    bodies.reserve(count);
     for (Gate& gate : gates) {
         bodies.emplace_back([&] {
             const InterruptScope scope(gate);
@@ -357,7 +361,7 @@ TEST(Threads, EndedWorkersAreJoinedByTheNextCall) {
         gate.Open();
         ASSERT_TRUE(ThreadsFallTo(before));
         call();
-        EXPECT_LT(VirtualMemoryBytes() + 32U * 1024 * 1024, running_bytes);
+        EXPECT_LT(VirtualMemoryBytes() + 32 * mib, running_bytes);
         ASSERT_TRUE(ThreadsFallTo(before));
     }
 }
@@ -388,8 +392,8 @@ TEST(Threads, AWorkerHasAModestStack) {
         std::size_t bytes = 0;
         EXPECT_EQ(pthread_attr_getstacksize(&attributes, &bytes), 0);
         pthread_attr_destroy(&attributes);
-        EXPECT_GE(bytes, 256U * 1024);
-        EXPECT_LE(bytes, 4U * 1024 * 1024);
+        EXPECT_GE(bytes, 256 * kib);
+        EXPECT_LE(bytes, 4 * mib);
     });
 }
 
@@ -450,11 +454,11 @@ TEST_F(ThreadsDeathTest, TheEndOfTheProgramInterruptsRunningWorkersAndWaitsForTh
     EXPECT_EXIT(ExitWhileAWorkerRuns(), ::testing::ExitedWithCode(0), "^saved$");
 }
 
-// The exit status of a forked child that exits at once; nothing when that takes more than ten seconds.
+// The exit status of a forked child that exits at once; nothing when that takes more than a minute.
 std::optional<int> ExitStatusOfForkedChild() {
     const pid_t child = fork();
     if (child == 0) std::exit(0);
-    const auto deadline = Clock::now() + 10s;
+    const auto deadline = Clock::now() + 60s;
     int status = 0;
     while (waitpid(child, &status, WNOHANG) == 0) {
         if (Clock::now() > deadline) {
@@ -488,10 +492,10 @@ std::size_t ResidentMemoryBytes() {
 }
 
 TEST(System, MemoryThatIsFreeIsGivenBack) {
-    constexpr std::size_t free_bytes = 64U * 1024 * 1024;
+    constexpr std::size_t free_bytes = 64 * mib;
     std::vector<std::string> blocks;
-    for (std::size_t bytes = 0; bytes < free_bytes; bytes += 16U * 1024) blocks.emplace_back(16U * 1024, 'x');
-    const std::string last(16U * 1024, 'x');  // keeps what is below it from being given back without being asked
+    for (std::size_t bytes = 0; bytes < free_bytes; bytes += 16 * kib) blocks.emplace_back(16 * kib, 'x');
+    const std::string last(16 * kib, 'x');  // keeps what is below it from being given back without being asked
     blocks.clear();
     if (mallinfo2().fordblks < free_bytes / 2) GTEST_SKIP() << "the sanitizers have their own memory";
     const std::size_t before = ResidentMemoryBytes();

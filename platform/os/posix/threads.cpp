@@ -27,7 +27,7 @@ namespace tarvex {
 
 namespace {
 
-constexpr std::size_t stack_bytes = 512 * 1024;
+constexpr std::size_t stack_bytes = std::size_t{512} * 1024;
 
 // What a worker and those who stop it share.
 class Worker {
@@ -247,7 +247,8 @@ Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int /*prio
                        unsigned /*flags*/, void* /*security*/) {
     Registry::Get().JoinFinished();
     try {
-        return reinterpret_cast<Thread*>(Registry::Get().Start(procedure, parameter));
+        const std::uintptr_t id = Registry::Get().Start(procedure, parameter);
+        return reinterpret_cast<Thread*>(id);  // NOLINT(performance-no-int-to-ptr): it is never followed
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
