@@ -163,6 +163,7 @@ private:
 template <class Cases, class Run, class Check>
 void RunAll(const Cases& cases, Run run, Check check) {
     std::vector<std::future<decltype(run(*cases.begin()))>> outcomes;
+    outcomes.reserve(cases.size());
     for (const auto& one : cases) outcomes.push_back(std::async(std::launch::async, run, std::cref(one)));
     auto outcome = outcomes.begin();
     for (const auto& one : cases) check(one, (outcome++)->get());

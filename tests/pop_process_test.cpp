@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
@@ -42,6 +43,7 @@ std::string PopLog(const std::string& log) { return WithReasons(log, "-ERR Disco
 
 std::string Ids(const CCheckedMail& list) {
     std::vector<std::string> ids;
+    ids.reserve(static_cast<std::size_t>(list.GetSize()));
     for (int i = 0; i < list.GetSize(); ++i) ids.push_back(list.GetAt(i));
     return Lines(ids);
 }

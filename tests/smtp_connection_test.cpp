@@ -759,8 +759,8 @@ TEST(SmtpConnection, ChoosesTheMethodByTheOfferAndTheMode) {
         std::string reply_script;
         std::string reply_log;
         for (const std::string& line : offer.ehlo) {
-            reply_script += "S: " + line + "\n";
-            reply_log += (reply_log.empty() ? "" : "\\r\\n") + line;
+            reply_script.append("S: ").append(line).append("\n");
+            reply_log.append(reply_log.empty() ? "" : "\\r\\n").append(line);
         }
         const auto [script, log] = exchange(offer.method);
         cases.push_back({.name = reply_log + " mode " + std::to_string(offer.mode),
@@ -812,6 +812,7 @@ TEST(SmtpConnection, QuitsAfterARefusedAuthenticationWithoutTryingAnotherMethod)
         {1, plain_response, plain_response_log, "250 ok"},
     };
     std::vector<ConnectionCase> cases;
+    cases.reserve(refusals.size());
     for (const Refusal& refusal : refusals) {
         cases.push_back({.name = refusal.script + refusal.reply,
                          .script = refusal.script + "S: " + refusal.reply + "\n" + kQuit,
