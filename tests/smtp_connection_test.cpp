@@ -754,8 +754,7 @@ TEST(SmtpConnection, ChoosesTheMethodByTheOfferAndTheMode) {
         }
         return {};
     };
-    std::vector<ConnectionCase> cases;
-    for (const Offer& offer : offers) {
+    const auto conversation = [&exchange](const Offer& offer) {
         std::string reply_script;
         std::string reply_log;
         for (const std::string& line : offer.ehlo) {
@@ -763,12 +762,15 @@ TEST(SmtpConnection, ChoosesTheMethodByTheOfferAndTheMode) {
             reply_log.append(reply_log.empty() ? "" : "\\r\\n").append(line);
         }
         const auto [script, log] = exchange(offer.method);
-        cases.push_back({.name = reply_log + " mode " + std::to_string(offer.mode),
-                         .script = kGreeted + "C: EHLO {host}\n" + reply_script + script + kReady,
-                         .log = kGreetedLog + "EHLO {host}\n" + reply_log + "\n" + log,
-                         .outcome = Outcome::Ready,
-                         .smtpauth_mode = offer.mode});
-    }
+        return ConnectionCase{.name = reply_log + " mode " + std::to_string(offer.mode),
+                              .script = kGreeted + "C: EHLO {host}\n" + reply_script + script + kReady,
+                              .log = kGreetedLog + "EHLO {host}\n" + reply_log + "\n" + log,
+                              .outcome = Outcome::Ready,
+                              .smtpauth_mode = offer.mode};
+    };
+    std::vector<ConnectionCase> cases;
+    cases.reserve(offers.size());
+    for (const Offer& offer : offers) cases.push_back(conversation(offer));
     CheckAll(AsTim(cases));
 }
 
