@@ -112,8 +112,8 @@ public:
     // null until all are delivered, when the array is emptied. Returns 0 after the first refusal.
     int SmtpProcess(tarvex::CSmtpSocket* socket, CArray<CReceiveMail*, CReceiveMail*>* mails);
 
-    // Finds a header field by its name with colon ("From:"). `start` becomes the offset of the CR LF before the name,
-    // `end` that of the CR LF that ends the field's last continuation line. Returns 0 when there is no such field.
+    // Finds a field by name ("From:"). `start` is the offset of the CR LF before it, `end` of that after its last line;
+    // for a name that stands only in the body `end` is less than `start`. Returns 0 when there is no such field.
     int FindHeader(CString* mail, CString name, int* start, int* end);
 
     // Replaces the From field of every message by the profile's address.
