@@ -71,14 +71,10 @@ std::string Aligned(std::size_t number, std::size_t width) {
 
 // ---- the data tree
 
-std::filesystem::path MakeFolder() {
-    std::random_device random;
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const auto folder =
-            std::filesystem::temp_directory_path() / ("tarvex-demo-" + std::to_string(random() % 1'000'000));
-        if (std::filesystem::create_directory(folder)) return folder;
-    }
-    throw std::runtime_error("no folder for the demo in " + std::filesystem::temp_directory_path().string());
+std::string MakeFolder() {
+    std::string folder = std::filesystem::temp_directory_path() / "tarvex-demo-XXXXXX";
+    if (!mkdtemp(folder.data())) throw std::system_error(errno, std::generic_category(), "no folder " + folder);
+    return folder;
 }
 
 template <class T>
@@ -87,18 +83,22 @@ T& Created(T* object) {
     return *object;
 }
 
-// A term that is open now: every day, from an hour ago to an hour from now, over midnight if need be.
+std::string TermTime(std::time_t moment) {
+    const std::tm local = *std::localtime(&moment);
+    return std::to_string(local.tm_year + 1900) + "," + std::to_string(local.tm_mon + 1) + "," +
+           std::to_string(local.tm_mday) + "," + std::to_string(local.tm_hour) + "," + std::to_string(local.tm_min) +
+           ",0";
+}
+
+// A term that is open now, and stays so over midnight and a change of the clocks: from yesterday to tomorrow.
 CTerm OpenNow() {
-    const auto time_at = [](int offset_hours) {
-        const std::time_t moment = std::time(nullptr) + offset_hours * 3600;
-        const std::tm local = *std::localtime(&moment);
-        return "0,0,0," + std::to_string(local.tm_hour) + "," + std::to_string(local.tm_min) + ",0";
-    };
+    constexpr std::time_t kDay_s = 24 * 60 * 60;
+    const std::time_t now = std::time(nullptr);
     CTerm term;
     term.status = 1;
-    term.kind = TERM_EVERY_DAY;
-    term.start = time_at(-1);
-    term.end = time_at(1);
+    term.kind = TERM_DEFINED_TERM;
+    term.start = TermTime(now - kDay_s);
+    term.end = TermTime(now + kDay_s);
     return term;
 }
 
@@ -133,8 +133,8 @@ public:
 
     // True when everything expected has arrived exactly once.
     bool Run() {
-        const std::filesystem::path folder = MakeFolder();
-        if (!root_.SetRootPath(folder.string())) throw std::runtime_error("cannot use " + folder.string());
+        const std::string folder = MakeFolder();
+        if (!root_.SetRootPath(folder)) throw std::runtime_error("cannot use " + folder);
         BuildTree(root_, mailbox_.Port(), sink_.Port());
         Receive(FirstDemoMails());
         screen_.Heading("A POP3 mailbox with 6 mails, two forwarding addresses, one SMTP server, all on this machine");
@@ -149,7 +149,7 @@ public:
 
         screen_.Title(complete_ ? screen_.Good("Everything arrived at both addresses, once, byte for byte.")
                                 : screen_.Bad("Something did not arrive as it should have."));
-        screen_.Plain("The data tree, to look at:  " + ShowPath(folder.string()));
+        screen_.Plain("The data tree, to look at:  " + ShowPath(folder));
         screen_.Plain("The log of all passes:      " + ShowPath(LogPath()) + "  (Shift-JIS)");
         return complete_;
     }

@@ -39,10 +39,12 @@ std::string Harmless(std::string_view text, std::string_view allowed) {
     return result;
 }
 
-// Code page 932 to UTF-8.
+// To UTF-8. A byte that is no text is replaced.
 class Converter {
 public:
-    Converter() : handle_(iconv_open("UTF-8", "CP932")) {}
+    using Replace = void (*)(std::string& result, char byte);
+
+    Converter(const char* charset, Replace replace) : handle_(iconv_open("UTF-8", charset)), replace_(replace) {}
     ~Converter() {
         if (IsOpen()) iconv_close(handle_);
     }
@@ -54,11 +56,13 @@ public:
         while (!text.empty()) {
             const std::size_t before = text.size();
             if (IsOpen()) ConvertSome(text, result);
-            if (!text.empty() && (text.size() == before || !IsOpen())) {
-                // C1 controls and broken characters have no place on a terminal.
-                result += static_cast<unsigned char>(text.front()) < 0x80 ? text.front() : '?';
-                text.remove_prefix(1);
+            if (text.size() < before) continue;
+            if (static_cast<unsigned char>(text.front()) < 0x80) {
+                result += text.front();
+            } else {
+                replace_(result, text.front());
             }
+            text.remove_prefix(1);
         }
         return result;
     }
@@ -78,16 +82,24 @@ private:
     }
 
     iconv_t handle_;
+    Replace replace_;
 };
 
 }  // namespace
 
-std::string ShowText(std::string_view shift_jis) { return Harmless(Converter().Convert(shift_jis), "\n\t"); }
+std::string ShowText(std::string_view shift_jis) {
+    Converter converter("CP932", [](std::string& result, char) { result += '?'; });
+    return Harmless(converter.Convert(shift_jis), "\n\t");
+}
 
 std::string ShowPath(std::string_view path) {
+    return Harmless(Converter("UTF-8", AppendHarmless).Convert(NativePath(path)), "");
+}
+
+std::string NativePath(std::string_view path) {
     std::string native(path);
     std::ranges::replace(native, '\\', '/');
-    return Harmless(native, "");
+    return native;
 }
 
 }  // namespace tarvex::host

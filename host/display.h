@@ -1,17 +1,19 @@
 #pragma once
 
-// What may be shown on a terminal.
+// What may be shown on a terminal: UTF-8, with control characters made harmless ("\x1b").
 
 #include <string>
 #include <string_view>
 
 namespace tarvex::host {
 
-// Log text as UTF-8: Shift-JIS is converted, and what is none shows as "?". Comes from servers, so control characters
-// other than the line feed are made harmless ("\x1b").
+// Log text, which is Shift-JIS and comes from servers; a byte that is none shows as "?". Line feeds and tabs stay.
 std::string ShowText(std::string_view shift_jis);
 
-// A path of the tree in the system's own form, control characters made harmless.
+// A path of the tree in the system's own form; a byte that is no UTF-8 is made visible like a control character.
 std::string ShowPath(std::string_view path);
+
+// A path of the tree in the system's own form, as it is.
+std::string NativePath(std::string_view path);
 
 }  // namespace tarvex::host

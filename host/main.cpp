@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 
 #include "host/commands.h"
@@ -24,7 +25,7 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         const int code = run->parsed() ? RunOnce(root, quiet) : Demo();
-        std::cout.flush();
+        if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
         return code;
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kBadUsage;

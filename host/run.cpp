@@ -1,6 +1,10 @@
 // `tarvex run`: one call of the entry.
 
+#include <filesystem>
 #include <iostream>
+#include <string>
+#include <system_error>
+#include <vector>
 
 #include "host/commands.h"
 #include "host/display.h"
@@ -14,10 +18,20 @@ namespace {
 constexpr int kPollMs = 100;  // how long a signal may go unnoticed
 constexpr int kSignalExit = 128;
 
+// Loads the tree; when it cannot be had, the result says why. To the engine a file in the place of the root, or a
+// directory that cannot be read, is a tree without users, which is nothing that a user of this command can mean.
+std::string LoadTree(CRootPath& root, const std::string& directory) {
+    if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";
+    std::error_code error;
+    std::filesystem::directory_iterator(NativePath(directory), error);
+    return error ? error.message() : std::string();
+}
+
 void PrintRun(const CPopProfile& copy) {
     std::cout << "== " << ShowPath(copy.path) << '\n';
-    if (copy.setting.logmode == 0) std::cout << "(its log is switched off)\n";
-    for (const std::string& line : LinesOfThisRun(copy.log)) std::cout << line << '\n';
+    const std::vector<std::string> lines = LinesOfThisRun(copy.log);
+    for (const std::string& line : lines) std::cout << line << '\n';
+    if (lines.empty()) std::cout << (copy.setting.logmode == 0 ? "(its log is switched off)\n" : "(it did not run)\n");
 }
 
 // False when a signal came first.
@@ -34,9 +48,8 @@ int RunOnce(const std::string& root_directory, bool quiet) {
     RaiseFileLimit();
     CatchTermination();
     CRootPath root;
-    if (!root.SetRootPath(root_directory)) {
-        std::cerr << "tarvex: cannot use " << ShowPath(root_directory)
-                  << " as the root: there is no such directory and it cannot be created\n";
+    if (const std::string trouble = LoadTree(root, root_directory); !trouble.empty()) {
+        std::cerr << "tarvex: cannot use \"" << ShowPath(root_directory) << "\" as the root: " << trouble << '\n';
         return kNoRoot;
     }
     Tarvex(&root);

@@ -273,11 +273,13 @@ private:
         for (const std::string& name : kAddresses) {
             CForwardAddress& address = *profile.CreateNewForwardAddress(name, name);
             address.setting.textonly = text_limit;
-            CTerm always;
-            always.status = 1;
-            always.kind = TERM_EVERY_DAY;
-            always.start = always.end = "0,0,0,0,0,0";
-            address.schedule.AddNewTerm(&always);
+            for (const char* const time : {"0,0,0,0,0,0", "0,0,0,12,0,0"}) {  // each is closed at that very second
+                CTerm term;
+                term.status = 1;
+                term.kind = TERM_EVERY_DAY;
+                term.start = term.end = time;
+                address.schedule.AddNewTerm(&term);
+            }
             ASSERT_TRUE(address.SaveSetting() && address.SaveScheduleSetting());
         }
     }
