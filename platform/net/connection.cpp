@@ -113,6 +113,8 @@ Failure Connection::ShakeHands(const Deadline& deadline) {
         if (Failure waited = stream_.Wait(TcpStream::Event::ToRead, deadline)) return waited;
 
         const Transfer received = stream_.Receive(wire_.get(), kReadBytes);
+        // What a client has to ignore may keep it waiting without the wait ever being long.
+        if (deadline.HasPassed()) return TimedOut("no end in time");
         if (received.status == Transfer::Status::Progress) tls_->Feed({wire_.get(), received.bytes});
         if (received.status == Transfer::Status::Ended) return Disconnected("the server closed the connection");
         if (received.status == Transfer::Status::Failed) return Disconnected(received.reason);
@@ -188,6 +190,11 @@ Connection::SendResult Connection::Send(Outgoing& outgoing, Deadline deadline, s
         const bool taken_whole = tls_ ? tls_->ToSend().empty() : outgoing.IsEmpty();
         if (taken_whole && outgoing.IsEmpty()) return SendResult::Sent;
         if (taken_whole) continue;
+        // Records of TLS that are no data end the wait as well, and must not put the deadline off.
+        if (sent.status != Transfer::Status::Progress && deadline.HasPassed()) {
+            Fail(TimedOut("nothing could be sent in time"));
+            return SendResult::Failed;
+        }
         if (Failure failure = stream_.Wait(TcpStream::Event::ToReadOrWrite, deadline)) {
             Fail(std::move(failure));
             return SendResult::Failed;
@@ -267,6 +274,8 @@ bool Connection::ReceiveMore(const Deadline& deadline) {
             if (Failure failure = stream_.Wait(TcpStream::Event::ToRead, deadline)) return Fail(std::move(failure));
         }
         if (TryReceive() == Transfer::Status::Progress) return true;
+        // Likewise.
+        if (!failure_ && deadline.HasPassed()) return Fail(TimedOut("no answer in time"));
     }
     return false;
 }
