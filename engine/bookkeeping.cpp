@@ -8,12 +8,18 @@
 #include <vector>
 
 namespace tarvex {
+namespace {
+
+using UidlSet = std::unordered_set<std::string_view, CUidlHash>;
+using UidlCounts = std::unordered_map<std::string_view, std::size_t, CUidlHash>;
+
+}  // namespace
 
 void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail& handled) {
     std::size_t total = 0;
     for (const CForwardAddress* address : taking_part) total += address->uidls.size();
 
-    std::unordered_map<std::string_view, std::size_t> occurrences;
+    UidlCounts occurrences;
     occurrences.reserve(total / std::max<std::size_t>(taking_part.size(), 1));
     for (const CForwardAddress* address : taking_part) {
         for (const CString& uidl : address->uidls) ++occurrences[uidl];
@@ -28,7 +34,7 @@ void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail&
 }
 
 void AssignDestinations(const ReceivedMails& mails, std::span<CForwardAddress* const> taking_part) {
-    std::vector<std::unordered_set<std::string_view>> known(taking_part.size());
+    std::vector<UidlSet> known(taking_part.size());
     for (std::size_t i = 0; i < taking_part.size(); ++i) {
         CStringArray& uidls = taking_part[i]->uidls;
         uidls.reserve(uidls.size() + mails.size());  // the views below must not move
@@ -46,7 +52,7 @@ void AssignDestinations(const ReceivedMails& mails, std::span<CForwardAddress* c
 }
 
 void TakeBack(const ReceivedMails& mails) {
-    std::unordered_map<CForwardAddress*, std::unordered_map<std::string_view, std::size_t>> undone;
+    std::unordered_map<CForwardAddress*, UidlCounts> undone;
     for (const CReceiveMail* mail : mails) {
         if (!mail) continue;
         for (CForwardAddress* address : mail->destinations) ++undone[address][mail->uidl];

@@ -2,11 +2,16 @@
 
 #include "tarvex/mail.h"
 
+#include "platform/codec/keyed_hash.h"
 #include "platform/os/shield.h"
 
 using tarvex::Shielded;
 
 CReceiveMail::~CReceiveMail() = default;
+
+std::size_t CUidlHash::operator()(std::string_view id) const {
+    return static_cast<std::size_t>(tarvex::KeyedHash(tarvex::ProcessHashKey(), id));
+}
 
 bool CCheckedMail::Contains(const CString& id) const { return index_of_.contains(id); }
 

@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "platform/os/shield.h"
+#include "tarvex/mail.h"
 
 using tarvex::Shielded;
 
@@ -29,7 +30,7 @@ int RemoveOneUidl(CStringArray& list, const CString& id) {
 
 void KeepOnlyUidl(CStringArray& list, const CStringArray& other) {
     Shielded([&] {
-        const std::unordered_set<std::string_view> kept(other.begin(), other.end());
+        const std::unordered_set<std::string_view, CUidlHash> kept(other.begin(), other.end());
         std::erase_if(list, [&](const CString& id) { return !kept.contains(id); });
     });
 }

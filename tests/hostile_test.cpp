@@ -55,5 +55,74 @@ TEST(HostileServer, HandshakeOfIgnoredMessagesEndsInTime) {
     EXPECT_EQ(socket.timed_out, 1) << reply;
 }
 
+// ---- ids made to collide
+
+// Ids that the standard library's hash of 64 bits takes for one: of each pair of words, both have their highest bit
+// changed or none, which cancels out whatever stands before them.
+std::vector<std::string> CollidingIds(std::size_t pairs) {
+    std::mt19937_64 random(1);
+    constexpr std::uint64_t kMul = 0xc6a4a7935bd1e995U;
+    const auto inverse = [](std::uint64_t odd) {
+        std::uint64_t result = odd;
+        for (int i = 0; i < 6; ++i) result *= 2 - odd * result;
+        return result;
+    };
+    const auto unmixed = [&](std::uint64_t mixed) {
+        mixed *= inverse(kMul);
+        mixed ^= mixed >> 47;
+        return mixed * inverse(kMul);
+    };
+    const auto bytes_of = [](std::uint64_t word) { return std::string(reinterpret_cast<const char*>(&word), 8); };
+    const auto fits_a_line = [](const std::string& bytes) {
+        return bytes.find_first_of(std::string_view("\r\n \0", 4)) == std::string::npos;
+    };
+    std::vector<std::string> ids = {""};
+    while (pairs > 0) {
+        const std::uint64_t first = random();
+        const std::uint64_t second = random();
+        constexpr std::uint64_t kTop = std::uint64_t{1} << 63;
+        const std::string low = bytes_of(unmixed(first)) + bytes_of(unmixed(second));
+        const std::string high = bytes_of(unmixed(first ^ kTop)) + bytes_of(unmixed(second ^ kTop));
+        if (!fits_a_line(low + high)) continue;
+        --pairs;
+        const std::size_t count = ids.size();
+        for (std::size_t i = 0; i < count; ++i) {
+            ids.push_back(ids[i] + high);
+            ids[i] += low;
+        }
+    }
+    return ids;
+}
+
+// Walking through ids that all collide would take minutes, and the test would be ended for it.
+TEST(HostileServer, IdsMadeToCollideCostNoMoreThanOthers) {
+    const std::vector<std::string> ids = CollidingIds(17);
+    ASSERT_EQ(ids.size(), 131072U);
+    if (sizeof(std::size_t) == 8) {
+        ASSERT_EQ(std::hash<std::string>()(ids.front()), std::hash<std::string>()(ids.back()));
+    }
+
+    CCheckedMail present;
+    for (const std::string& id : ids) present.Add(id);
+    EXPECT_EQ(present.GetSize(), 131072);
+
+    CForwardAddress address;
+    std::vector<CForwardAddress*> taking_part = {&address};
+    std::vector<std::unique_ptr<CReceiveMail>> owner;
+    ReceivedMails mails;
+    for (const std::string& id : ids) {
+        mails.push_back(owner.emplace_back(std::make_unique<CReceiveMail>()).get());
+        mails.back()->uidl = id;
+    }
+    AssignDestinations(mails, taking_part);
+    EXPECT_EQ(address.uidls, ids);
+    KeepOnlyUidl(address.uidls, ids);
+    CCheckedMail handled;
+    CollectHandled(taking_part, handled);
+    EXPECT_EQ(handled.GetSize(), 131072);
+    TakeBack(mails);
+    EXPECT_TRUE(address.uidls.empty());
+}
+
 }  // namespace
 }  // namespace tarvex

@@ -2,6 +2,8 @@
 
 // What one run holds of the mailbox.
 
+#include <cstddef>
+#include <string_view>
 #include <unordered_map>
 
 #include "tarvex/text.h"
@@ -20,6 +22,12 @@ public:
     CString uidl;
     // The forwarding addresses that are to receive the message; not owned.
     CArray<CForwardAddress*, CForwardAddress*> destinations;
+};
+
+// Hashes unique ids. They come from servers, so the hash has a key that is another one in every process: nobody can
+// make up ids that collide. Not noexcept, for then the containers keep each hash instead of computing it again.
+struct TARVEX_API CUidlHash {
+    std::size_t operator()(std::string_view id) const;
 };
 
 // A list of unique ids in the order in which they were added.
@@ -41,5 +49,5 @@ public:
 
 private:
     CStringArray ids_;
-    std::unordered_map<CString, int> index_of_;
+    std::unordered_map<CString, int, CUidlHash> index_of_;
 };

@@ -2,11 +2,15 @@
 
 // The machine that the program runs on. Thread-safe.
 
+#include <cstdint>
 #include <string>
 
 namespace tarvex {
 
 // The machine's name for the SMTP greeting; "localhost" when it has none. Never throws but std::bad_alloc.
 std::string HostName();
+
+// A number that nobody can foresee.
+std::uint64_t RandomNumber();
 
 }  // namespace tarvex
