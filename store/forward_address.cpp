@@ -89,6 +89,8 @@ int CForwardAddress::SaveUidlSetting() {
     return Shielded(0, [&] {
         std::string text;
         for (const CString& id : uidls) {
+            // It would be read back as two ids, and one of them may be that of a message that was never forwarded.
+            if (id.find('\n') != CString::npos) continue;
             text += id;
             text += '\n';
         }

@@ -124,5 +124,36 @@ TEST(HostileServer, IdsMadeToCollideCostNoMoreThanOthers) {
     EXPECT_TRUE(address.uidls.empty());
 }
 
+// ---- listings
+
+TEST(HostileServer, ListingOfVeryManyLinesIsRefused) {
+    ScriptedServer server([](Peer& peer) {
+        peer.Send("+OK ready\r\n");
+        peer.Expect("UIDL");
+        peer.SendUnrecorded("+OK\r\n");
+        std::string lines;
+        for (int i = 0; i < 1'000'000; ++i) lines += "\r\n";
+        for (int i = 0; i < 5; ++i) peer.SendUnrecorded(lines);
+        peer.SendUnrecorded(".\r\n");
+        peer.WaitForClose();
+    });
+    CPopSocket socket;
+    ASSERT_EQ(socket.Create(0, 1, nullptr), 1);
+    ASSERT_EQ(socket.PopConnect("127.0.0.1", server.Port()), "+OK ready");
+    std::string reply;
+    socket.SendUidl(&reply);
+    EXPECT_EQ(reply, "-ERR Disconnected: the answer to UIDL is over the limit of 4194304 lines");
+}
+
+TEST(HostileServer, IdWithALineFeedIsNotReadBackAsTheIdOfAnotherMessage) {
+    testing::DataTree tree;
+    CPopProfile& profile = tree.AddProfile(1, 1);
+    CForwardAddress& address = testing::AddAddress(profile, "to@example.org");
+    address.uidls = {"one", "two\nthree", "four\n", "five\r"};
+    ASSERT_EQ(address.SaveUidlSetting(), 1);
+    ASSERT_EQ(address.LoadUidlSetting(), 1);
+    EXPECT_EQ(address.uidls, (testing::Ids{"one", "five\r"}));
+}
+
 }  // namespace
 }  // namespace tarvex

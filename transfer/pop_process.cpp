@@ -20,10 +20,10 @@ constexpr const char* kTimeOutText = "TimeoutError..Closing Socket";
 
 bool IsNegative(std::string_view reply) { return reply.starts_with('-'); }
 
-// One message on the server. `number` is what the server calls it in this session.
+// One message on the server, as views of the listing. `number` is what the server calls it in this session.
 struct ListedMail {
-    CString number;
-    CString uidl;
+    std::string_view number;
+    std::string_view uidl;
 };
 
 enum class ListingKind { Uidl, List };
@@ -45,7 +45,7 @@ std::vector<ListedMail> ParseListing(std::string_view reply, ListingKind kind) {
         if (kind == ListingKind::Uidl) {
             mail.uidl = blank == std::string_view::npos ? line : line.substr(blank + 1);
         }
-        listing.push_back(std::move(mail));
+        listing.push_back(mail);
     }
     return listing;
 }
@@ -57,11 +57,11 @@ public:
 
     bool Run(CArray<CReceiveMail*, CReceiveMail*>& mails, const CCheckedMail& handled, CCheckedMail* present) {
         if (!Connect() || !LogIn()) return false;
+        CString reply;
         std::vector<ListedMail> listing;
-        if (!List(listing)) return false;
-        std::vector<ListedMail> wanted;
-        if (!SortOut(listing, handled, present, wanted)) return false;
-        if (!Fetch(wanted, mails)) return false;
+        if (!List(reply, listing)) return false;
+        if (!SortOut(listing, handled, present)) return false;
+        if (!Fetch(listing, mails)) return false;
         Quit();
         return true;
     }
@@ -122,9 +122,8 @@ private:
         return false;
     }
 
-    // UIDL, or LIST where the server refuses UIDL.
-    bool List(std::vector<ListedMail>& listing) {
-        CString reply;
+    // UIDL, or LIST where the server refuses UIDL. The listing consists of views of the reply.
+    bool List(CString& reply, std::vector<ListedMail>& listing) {
         socket_.SendUidl(&reply);
         Log("UIDL");
         Log(reply);
@@ -147,19 +146,21 @@ private:
 
     // What is handled is left out and, where the profile says so, deleted on the server: never in the run that fetched
     // it, only when its id has been on disk since an earlier one.
-    bool SortOut(std::vector<ListedMail>& listing, const CCheckedMail& handled, CCheckedMail* present,
-                 std::vector<ListedMail>& wanted) {
-        for (ListedMail& mail : listing) {
-            if (present) present->Add(mail.uidl);
-            if (!handled.Contains(mail.uidl)) {
-                wanted.push_back(std::move(mail));
+    bool SortOut(std::vector<ListedMail>& listing, const CCheckedMail& handled, CCheckedMail* present) {
+        std::size_t wanted = 0;
+        for (const ListedMail mail : listing) {
+            const CString uidl(mail.uidl);
+            if (present) present->Add(uidl);
+            if (!handled.Contains(uidl)) {
+                listing[wanted++] = mail;
             } else if (setting_.deletemail != 0) {
-                if (!Delete(mail.number)) return false;
+                if (!Delete(CString(mail.number))) return false;
                 // The last element goes, whichever it is: for an id that was listed before, another one. Kept on
                 // purpose.
                 if (present) present->RemoveLast();
             }
         }
+        listing.resize(wanted);
         return true;
     }
 
@@ -174,19 +175,20 @@ private:
 
     bool Fetch(const std::vector<ListedMail>& wanted, CArray<CReceiveMail*, CReceiveMail*>& mails) {
         for (const ListedMail& listed : wanted) {
+            const CString number(listed.number);
             auto mail = std::make_unique<CReceiveMail>();
             mail->uidl = listed.uidl;
-            const bool room = Retrieve(listed.number, mail->text);
-            Log("RETR " + listed.number);
+            const bool room = Retrieve(number, mail->text);
+            Log("RETR " + number);
             if (!IsNegative(mail->text)) {
-                Log(listed.uidl + " received");
+                Log(mail->uidl + " received");
                 // The status line goes, its line end stays: header lines are found by the line end before them.
                 mail->text.erase(0, mail->text.find("\r\n"));
                 mails.push_back(mail.get());
                 static_cast<void>(mail.release());
                 continue;
             }
-            Log(listed.uidl + " receive error");
+            Log(mail->uidl + " receive error");
             if (TimedOut()) return CloseWith(kTimeOutText);
             if (!room) break;
         }

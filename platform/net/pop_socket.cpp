@@ -47,8 +47,8 @@ private:
 
 bool IsNegative(std::string_view reply) { return reply.starts_with('-'); }
 
-std::string OverLimit(std::string_view what, std::size_t limit_bytes) {
-    return std::string(what) + " is over the limit of " + std::to_string(limit_bytes) + " bytes";
+std::string OverLimit(std::string_view what, std::size_t limit, std::string_view unit = "bytes") {
+    return std::string(what) + " is over the limit of " + std::to_string(limit) + " " + std::string(unit);
 }
 
 }  // namespace
@@ -83,11 +83,15 @@ void CPopSocket::FetchListing(std::string_view command, std::string* reply) {
     *reply = Exchange(command, "", AnswerForm::ManyLines);
     if (IsNegative(*reply)) return;
     // A listing without end is not worth its connection.
+    const std::string what = "the answer to " + std::string(command);
     switch (CollectLines(kMaxListingBytes, OnTooLong::Stop, reply)) {
         case Collected::Whole:
             return;
         case Collected::TooLong:
-            connection_->Fail(Disconnected(OverLimit("the answer to " + std::string(command), kMaxListingBytes)));
+            connection_->Fail(Disconnected(OverLimit(what, kMaxListingBytes)));
+            break;
+        case Collected::TooManyLines:
+            connection_->Fail(Disconnected(OverLimit(what, kMaxListingLines, "lines")));
             break;
         case Collected::Lost:
             break;
@@ -104,6 +108,7 @@ void CPopSocket::SendRetr(const std::string& number, std::string* text) {
         case Collected::TooLong:
             *text = "-ERR " + OverLimit("the message", kMaxMessageBytes);
             return;
+        case Collected::TooManyLines:  // of listings alone
         case Collected::Lost:
             WhyNot().swap(*text);
     }
@@ -139,12 +144,15 @@ std::string CPopSocket::ReadStatus(const Deadline& deadline, AnswerForm form) {
 // Appends the answer after its status line, as it comes.
 CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer) {
     TerminatorFinder terminator;
+    std::size_t lines = 0;  // of a listing
     for (std::size_t bytes = 0;;) {
         const std::string_view received = connection_->Received();
         const std::size_t end = terminator.EndIn(received);
         const std::string_view chunk = received.substr(0, end);
         bytes += chunk.size();
         const bool too_long = bytes > limit_bytes + kTerminatorLine.size();
+        if (on_too_long == OnTooLong::Stop) lines += static_cast<std::size_t>(std::ranges::count(chunk, '\n'));
+        if (lines > kMaxListingLines + 1) return Collected::TooManyLines;  // the terminator is one more
         if (!too_long) {
             *answer += chunk;
         } else if (on_too_long == OnTooLong::Stop) {

@@ -79,7 +79,7 @@ public:
 private:
     enum class AnswerForm { OneLine, ManyLines };
     enum class OnTooLong { Stop, Skip };
-    enum class Collected { Whole, TooLong, Lost };
+    enum class Collected { Whole, TooLong, TooManyLines, Lost };
 
     std::string Exchange(std::string_view verb, std::string_view argument, AnswerForm form = AnswerForm::OneLine);
     std::string ReadStatus(const Deadline& deadline, AnswerForm form);
