@@ -155,5 +155,63 @@ TEST(HostileServer, IdWithALineFeedIsNotReadBackAsTheIdOfAnotherMessage) {
     EXPECT_EQ(address.uidls, (testing::Ids{"one", "five\r"}));
 }
 
+// ---- no descriptor left
+
+// No file can be opened for as long as it lives.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &old_), 0);
+        const rlimit none{0, old_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &old_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+private:
+    rlimit old_{};
+};
+
+TEST(NoDescriptorLeft, SettingsThatCouldNotBeReadAreNotReplacedByDefaults) {
+    testing::DataTree tree;
+    CPopProfile& profile = tree.AddProfile(1, 1);
+    const std::string file = testing::ProfileFile(profile);
+    const std::string before = testing::ReadFile(file);
+
+    CPopProfile other;
+    {
+        const NoDescriptors none;
+        other.SetPath(profile.path);
+    }
+    EXPECT_EQ(other.SaveSetting(), 0);
+    EXPECT_EQ(testing::ReadFile(file), before);
+}
+
+TEST(NoDescriptorLeft, TreeThatCouldNotBeReadDoesNotPassForAnEmptyOne) {
+    testing::DataTree tree;
+    tree.AddProfile(1, 1);
+    int loaded = 1;
+    {
+        const NoDescriptors none;
+        loaded = tree.root.SetRootPath(tree.root.GetRootPath());
+    }
+    EXPECT_EQ(loaded, 0);
+    ASSERT_EQ(tree.root.users.size(), 1U);
+    EXPECT_EQ(tree.root.users.front()->profiles.size(), 1U);
+}
+
+// The copy of an address reads its list anew: an empty one would be saved over it.
+TEST(NoDescriptorLeft, RunDoesNotStartWithListsThatCouldNotBeRead) {
+    testing::DataTree tree;
+    CPopProfile& profile = tree.AddProfile(1, 1);
+    testing::WriteUidls(testing::AddAddress(profile, "to@example.org"), {"one"});
+    {
+        const NoDescriptors none;
+        Tarvex(&tree.root);
+    }
+    EXPECT_TRUE(tree.root.running_copies.empty());
+}
+
 }  // namespace
 }  // namespace tarvex

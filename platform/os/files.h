@@ -1,8 +1,8 @@
 #pragma once
 
 // Files and directories. Every path may hold the backslash as separator; it is turned into the system's own form here,
-// byte for byte, and nowhere else. A path that holds a zero byte names nothing. Nothing throws but std::bad_alloc.
-// Thread-safe.
+// byte for byte, and nowhere else. A path that holds a zero byte names nothing. Nothing throws but std::bad_alloc,
+// which stands for file descriptors that have run out as well. Thread-safe.
 
 #include <optional>
 #include <string>

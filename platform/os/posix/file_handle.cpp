@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace tarvex {
@@ -36,6 +37,10 @@ FileHandle OpenAt(int directory, const std::string& path, int flags, unsigned mo
         descriptor = openat(directory, path.c_str(), flags | O_CLOEXEC, static_cast<mode_t>(mode));
     } while (descriptor < 0 && errno == EINTR);
     return FileHandle(descriptor);
+}
+
+void ThrowWhenExhausted() {
+    if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) throw std::bad_alloc();
 }
 
 FileHandle Open(const std::string& path, int flags, unsigned mode) { return OpenAt(AT_FDCWD, path, flags, mode); }

@@ -33,4 +33,8 @@ private:
 FileHandle OpenAt(int directory, const std::string& path, int flags, unsigned mode = 0);
 FileHandle Open(const std::string& path, int flags, unsigned mode = 0);
 
+// Throws std::bad_alloc when errno says that descriptors or the system's memory have run out: what is there but could
+// not be looked at must not pass for missing.
+void ThrowWhenExhausted();
+
 }  // namespace tarvex

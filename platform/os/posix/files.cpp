@@ -97,7 +97,10 @@ std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
 
     std::vector<DirectoryEntry> entries;
     const Directory directory = OpenDirectory(AT_FDCWD, name_start == 0 ? "." : native.substr(0, name_start), 0);
-    if (!directory) return entries;
+    if (!directory) {
+        ThrowWhenExhausted();
+        return entries;
+    }
     while (const dirent* entry = readdir(directory.get())) {
         std::string name = entry->d_name;
         if (name.find('\\') != std::string::npos || !MatchesMask(name, name_mask)) continue;

@@ -196,8 +196,12 @@ bool NewFile::RenameTo(const std::string& target_name) {
 std::optional<std::vector<std::string>> ReadTextLines(const std::string& path) {
     // Not blocking, since a pipe would keep the call waiting for its writer.
     const FileHandle file = Open(NativePath(path), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!file) {
+        ThrowWhenExhausted();
+        return std::nullopt;
+    }
     struct stat status {};
-    if (!file || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
     const std::optional<std::string> content = ReadWhole(file.Get(), static_cast<std::size_t>(status.st_size));
     if (!content) return std::nullopt;
     return SplitLines(*content);
