@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 namespace tarvex::host {
 namespace {
@@ -17,12 +18,14 @@ void Remember(int signal) { caught_signal = signal; }
 }  // namespace
 
 void CatchTermination() {
-    struct sigaction action {};
-    action.sa_handler = Remember;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+        struct sigaction action {};
+        sigaction(signal, nullptr, &action);
+        if (action.sa_handler == SIG_IGN) continue;
+        action.sa_handler = Remember;
+        action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+        sigaction(signal, &action, nullptr);
+    }
 }
 
 int CaughtSignal() { return caught_signal; }

@@ -4,7 +4,8 @@
 
 namespace tarvex::host {
 
-// SIGINT and SIGTERM no longer end the process but are kept for CaughtSignal; a second one ends it.
+// SIGHUP, SIGINT and SIGTERM no longer end the process but are kept for CaughtSignal; a second one of a kind ends it.
+// One that is ignored (nohup, a job in the background) stays ignored.
 void CatchTermination();
 
 // The signal that was caught, 0 for none.

@@ -327,7 +327,7 @@ TEST(Host, OutputThatFailsIsAnErrorButTheMailIsForwarded) {
 // ---- signals
 
 TEST(Host, ASignalEndsARunThatStallsAndItsStateIsSaved) {
-    for (const int signal : {SIGTERM, SIGINT}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         MailboxServer mailbox("user", "secret");
         SinkServer sink;
         std::promise<void> stalls;
@@ -372,6 +372,29 @@ TEST(Host, ASignalEndsManyRunsThatWaitForAServer) {
     ASSERT_TRUE(run.WaitFor(10s));
     EXPECT_EQ(run.ExitCode(), kTerminated);
     for (const std::string& profile : profiles) EXPECT_THAT(Log(profile), HasSubstr("\n---- End Operation at "));
+}
+
+TEST(Host, ASignalThatIsIgnoredStaysIgnored) {
+    MailboxServer mailbox("user", "secret");
+    SinkServer sink;
+    std::promise<void> greeted, signalled;
+    sink.SetFault([&](const std::string& command) {
+        if (command.starts_with("MAIL")) {
+            greeted.set_value();
+            signalled.get_future().wait_for(20s);
+        }
+        return "";
+    });
+    Host host;
+    const std::string profile = host.AddProfile(mailbox.Port(), sink.Port());
+    mailbox.Add(MailNumber(1));
+    ChildProcess run({"/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh", TARVEX_HOST, "run", "--root", host.Root()});
+    ASSERT_EQ(greeted.get_future().wait_for(20s), std::future_status::ready);
+    run.Signal(SIGHUP);
+    signalled.set_value();
+    run.Wait();
+    EXPECT_EQ(run.ExitCode(), 0);
+    EXPECT_EQ(Uidls(profile), "mail-1\n");
 }
 
 // ---- the demo
