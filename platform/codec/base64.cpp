@@ -11,18 +11,18 @@ namespace tarvex {
 
 namespace {
 
-constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr std::uint8_t no_digit = 0xFF;
+constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr std::uint8_t kNoDigit = 0xFF;
 
 constexpr std::array<std::uint8_t, 256> MakeDigitValues() {
     std::array<std::uint8_t, 256> values{};
-    values.fill(no_digit);
-    for (std::size_t i = 0; i < alphabet.size(); ++i) {
-        values[static_cast<unsigned char>(alphabet[i])] = static_cast<std::uint8_t>(i);
+    values.fill(kNoDigit);
+    for (std::size_t i = 0; i < kAlphabet.size(); ++i) {
+        values[static_cast<unsigned char>(kAlphabet[i])] = static_cast<std::uint8_t>(i);
     }
     return values;
 }
-constexpr std::array<std::uint8_t, 256> digit_values = MakeDigitValues();
+constexpr std::array<std::uint8_t, 256> kDigitValues = MakeDigitValues();
 
 // Appends the four digits of up to three bytes; the digits that no byte reaches are padding.
 void AppendQuantum(std::string_view bytes, std::string& target) {
@@ -31,7 +31,7 @@ void AppendQuantum(std::string_view bytes, std::string& target) {
         bits = bits << 8 | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U);
     }
     for (std::size_t i = 0; i < 4; ++i) {
-        target += i <= bytes.size() ? alphabet[bits >> (18 - 6 * i) & 0x3FU] : '=';
+        target += i <= bytes.size() ? kAlphabet[bits >> (18 - 6 * i) & 0x3FU] : '=';
     }
 }
 
@@ -52,8 +52,8 @@ void Base64Decode(const std::string* source, std::string* target) {
     unsigned pending = 0;
     for (const char c : *source) {
         if (c == '=') break;
-        const std::uint8_t value = digit_values[static_cast<unsigned char>(c)];
-        if (value == no_digit) continue;
+        const std::uint8_t value = kDigitValues[static_cast<unsigned char>(c)];
+        if (value == kNoDigit) continue;
         bits = bits << 6 | value;
         pending += 6;
         if (pending < 8) continue;

@@ -10,7 +10,7 @@ namespace tarvex {
 
 namespace {
 
-constexpr char blot = '\xFF';  // no letter, no bracket, and no byte of any character of the code page
+constexpr char kBlot = '\xFF';  // no letter, no bracket, and no byte of any character of the code page
 
 constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -69,7 +69,7 @@ std::string HeaderView(std::string_view line) {
     std::string view = ToLower(line);
     for (std::size_t i = 0; i < line.size();) {
         const std::size_t bytes = CharacterBytes(line.substr(i));
-        if (bytes == 2) view.replace(i, 2, 2, blot);
+        if (bytes == 2) view.replace(i, 2, 2, kBlot);
         i += bytes;
     }
     return view;

@@ -13,11 +13,11 @@ namespace tarvex {
 
 namespace {
 
-constexpr int first_tm_year = 1900;  // of tm_year
-constexpr std::int64_t day_s = 86400;
+constexpr int kFirstTmYear = 1900;  // of tm_year
+constexpr std::int64_t kDaySeconds = 86400;
 
-constexpr std::array weekday_names = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
-constexpr std::array month_names = {"January", "February", "March",     "April",   "May",      "June",
+constexpr std::array kWeekdayNames = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+constexpr std::array kMonthNames = {"January", "February", "March",     "April",   "May",      "June",
                                     "July",    "August",   "September", "October", "November", "December"};
 
 // The C library reads the time zone anew with almost every call, under a lock of its own. Ours is for the thread
@@ -47,7 +47,7 @@ bool ShowSameTime(const tm& a, const tm& b) {
 // When clocks are put back, an hour comes twice, and which of the two mktime answers depends on what it was asked
 // before. It is always the first one here.
 std::int64_t FirstOfTwo(std::int64_t moment, const tm& parts) {
-    const std::optional<tm> day_before = BreakDown(moment - day_s);
+    const std::optional<tm> day_before = BreakDown(moment - kDaySeconds);
     if (!day_before || day_before->tm_gmtoff <= parts.tm_gmtoff) return moment;
     const std::int64_t earlier = moment - (day_before->tm_gmtoff - parts.tm_gmtoff);
     const std::optional<tm> earlier_parts = BreakDown(earlier);
@@ -62,7 +62,7 @@ LocalTime ToLocalTime(std::int64_t moment) {
     std::optional<tm> parts = BreakDown(moment);
     if (!parts) parts = BreakDown(CurrentTime());
     if (!parts) return {};
-    return {.year = std::int64_t{parts->tm_year} + first_tm_year,
+    return {.year = std::int64_t{parts->tm_year} + kFirstTmYear,
             .month = parts->tm_mon + 1,
             .day = parts->tm_mday,
             .hour = parts->tm_hour,
@@ -73,10 +73,10 @@ LocalTime ToLocalTime(std::int64_t moment) {
 
 std::optional<std::int64_t> FromLocalTime(int year, int month, int day, int hour, int minute, int second) {
     constexpr int lowest = std::numeric_limits<int>::min();
-    if (year < lowest + first_tm_year || month == lowest) return std::nullopt;
+    if (year < lowest + kFirstTmYear || month == lowest) return std::nullopt;
 
     tm parts{};
-    parts.tm_year = year - first_tm_year;
+    parts.tm_year = year - kFirstTmYear;
     parts.tm_mon = month - 1;
     parts.tm_mday = day;
     parts.tm_hour = hour;
@@ -93,8 +93,8 @@ std::string FormatLongTime(std::int64_t moment) {
     const LocalTime time = ToLocalTime(moment);
     std::array<char, 96> text{};
     const int length = std::snprintf(text.data(), text.size(), "%s, %s %02d, %lld %02d:%02d:%02d",
-                                     weekday_names.at(static_cast<std::size_t>(time.weekday - 1)),
-                                     month_names.at(static_cast<std::size_t>(time.month - 1)), time.day,
+                                     kWeekdayNames.at(static_cast<std::size_t>(time.weekday - 1)),
+                                     kMonthNames.at(static_cast<std::size_t>(time.month - 1)), time.day,
                                      static_cast<long long>(time.year), time.hour, time.minute, time.second);
     return {text.data(), static_cast<std::size_t>(length)};
 }

@@ -24,9 +24,9 @@ namespace tarvex {
 
 namespace {
 
-constexpr std::size_t read_chunk_bytes = 65536;
-constexpr mode_t new_file_mode = 0600;
-constexpr mode_t permission_bits = 07777;
+constexpr std::size_t kReadChunkBytes = 65536;
+constexpr mode_t kNewFileMode = 0600;
+constexpr mode_t kPermissionBits = 07777;
 
 // ---- reading
 
@@ -35,7 +35,7 @@ std::optional<std::string> ReadWhole(int descriptor, std::size_t expected_bytes)
     std::size_t used_bytes = 0;
     content.resize(expected_bytes + 1);  // one more, so that the end of the file is seen without growing
     for (;;) {
-        if (used_bytes == content.size()) content.resize(used_bytes + read_chunk_bytes);
+        if (used_bytes == content.size()) content.resize(used_bytes + kReadChunkBytes);
         const ssize_t got = read(descriptor, content.data() + used_bytes, content.size() - used_bytes);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return std::nullopt;
@@ -158,7 +158,7 @@ private:
 std::optional<NewFile> NewFile::Take(int directory, std::string name) {
     for (;;) {
         // Not blocking, since something else than a left-over may stand there.
-        FileHandle file = OpenAt(directory, name, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK, new_file_mode);
+        FileHandle file = OpenAt(directory, name, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK, kNewFileMode);
         if (!file) return std::nullopt;
         struct stat held {};
         if (fstat(file.Get(), &held) != 0 || !S_ISREG(held.st_mode) || !Lock(file.Get())) return std::nullopt;
@@ -182,7 +182,7 @@ bool NewFile::AdoptOwnerAndMode(const Target& target) const {
             static_cast<void>(given);
         }
     }
-    return fchmod(file_.Get(), target.exists ? target.status.st_mode & permission_bits : new_file_mode) == 0;
+    return fchmod(file_.Get(), target.exists ? target.status.st_mode & kPermissionBits : kNewFileMode) == 0;
 }
 
 bool NewFile::RenameTo(const std::string& target_name) {

@@ -27,7 +27,7 @@ namespace tarvex {
 
 namespace {
 
-constexpr std::size_t stack_bytes = std::size_t{512} * 1024;
+constexpr std::size_t kStackBytes = std::size_t{512} * 1024;
 
 // What a worker and those who stop it share.
 class Worker {
@@ -113,7 +113,7 @@ std::optional<pthread_t> StartThread(void* (*procedure)(void*), void* parameter)
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) return std::nullopt;
     pthread_t thread{};
-    const bool started = pthread_attr_setstacksize(&attributes, stack_bytes) == 0 &&
+    const bool started = pthread_attr_setstacksize(&attributes, kStackBytes) == 0 &&
                          pthread_create(&thread, &attributes, procedure, parameter) == 0;
     pthread_attr_destroy(&attributes);
     return started ? std::optional(thread) : std::nullopt;
