@@ -10,6 +10,7 @@
 #include "engine/schedule.h"
 #include "platform/net/sockets.h"
 #include "platform/os/clock.h"
+#include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "tarvex/tree.h"
 
@@ -28,9 +29,28 @@ struct MailOwner {
     }
 };
 
+// A directory as the run found it. While the run goes on, the host may delete it and give its path to another account
+// or address, whose settings and list are not the run's to replace.
+class OwnDirectory {
+public:
+    explicit OwnDirectory(const CString& path) : path_(path) {
+        known_ = Shielded([&] { identity_ = IdentifyDirectory(path_); });
+    }
+
+    // Without memory to find out, the state of the run is saved.
+    bool IsStillThere() const {
+        return !known_ || Shielded(true, [&] { return IdentifyDirectory(path_) == identity_; });
+    }
+
+private:
+    const CString& path_;
+    DirectoryIdentity identity_;
+    bool known_ = false;
+};
+
 class Operation {
 public:
-    explicit Operation(CPopProfile& profile) : profile_(profile) {}
+    explicit Operation(CPopProfile& profile) : profile_(profile), directory_(profile.path) {}
 
     // Whatever goes wrong in between, what is not delivered is taken back, and the lists, the log and the settings are
     // saved.
@@ -40,6 +60,7 @@ public:
             if (JudgeAddresses()) Forward();
         });
         Guarded([this] { Log("---- End Operation at " + FormatLongTime(CurrentTime())); });
+        if (!directory_.IsStillThere()) return;
         Guarded([this] { profile_.log.Save(profile_.path); });
         profile_.SaveSetting();
     }
@@ -101,6 +122,9 @@ private:
     }
 
     void Forward() {
+        std::vector<OwnDirectory> directories;
+        directories.reserve(profile_.forward_addresses.size());
+        for (const auto& address : profile_.forward_addresses) directories.emplace_back(address->path);
         for (CForwardAddress* address : taking_part_) address->LoadUidlSetting();
         CCheckedMail handled;
         CollectHandled(taking_part_, handled);
@@ -119,7 +143,9 @@ private:
         });
         // Lists from which undelivered messages could not be taken back must not reach the disk.
         if (!Guarded([&] { TakeBack(owner.mails); })) return;
-        for (const auto& address : profile_.forward_addresses) address->SaveUidlSetting();
+        for (std::size_t i = 0; i < profile_.forward_addresses.size(); ++i) {
+            if (directories[i].IsStillThere()) profile_.forward_addresses[i]->SaveUidlSetting();
+        }
     }
 
     void Remember(const ReceivedMails& mails, const CCheckedMail& present) {
@@ -149,6 +175,7 @@ private:
     }
 
     CPopProfile& profile_;
+    const OwnDirectory directory_;
     std::vector<CForwardAddress*> taking_part_;
 };
 

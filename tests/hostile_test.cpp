@@ -213,5 +213,78 @@ TEST(NoDescriptorLeft, RunDoesNotStartWithListsThatCouldNotBeRead) {
     EXPECT_TRUE(tree.root.running_copies.empty());
 }
 
+// ---- a host that deletes what is running
+
+// Holds the POP3 conversation at its greeting until the test lets it go on.
+class HeldMailbox {
+public:
+    int Port() const { return server_.Port(); }
+    bool WaitForRun() { return connected_.WaitFor(1); }
+    void Release() { released_.Add(); }
+
+private:
+    testing::Counter connected_;
+    testing::Counter released_;
+    ScriptedServer server_{[this](Peer& peer) {
+        connected_.Add();
+        released_.WaitFor(1);
+        peer.Send("+OK\r\n");
+        peer.ReadLine();
+        peer.Send("+OK\r\n");
+        peer.ReadLine();
+        peer.Send("+OK\r\n");
+        peer.ReadLine();
+        peer.Send("+OK\r\n1 one\r\n.\r\n");
+        peer.ReadLine();
+        peer.Send("+OK\r\n");
+        peer.WaitForClose();
+    }};
+};
+
+TEST(DeletedWhileRunning, ProfileThatTakesTheDirectoryKeepsItsOwnState) {
+    HeldMailbox mailbox;
+    testing::DataTree tree;
+    CPopProfile& old = tree.AddProfile(mailbox.Port(), 1);
+    testing::WriteUidls(testing::AddAddress(old, "old@example.org"), {"one"});
+    Tarvex(&tree.root);
+    ASSERT_TRUE(mailbox.WaitForRun());
+
+    CUser& user = *tree.root.users.front();
+    const CString path = old.path;
+    ASSERT_EQ(user.DeletePopProfile(&old), 1);
+    CPopProfile& taker = testing::DataTree::AddProfile(user, 1, 1);
+    ASSERT_EQ(taker.path, path);
+    taker.setting.popuser = "somebody else";
+    ASSERT_EQ(taker.SaveSetting(), 1);
+    const CForwardAddress& address = testing::AddAddress(taker, "new@example.org");
+    const std::string before = testing::ReadFile(testing::ProfileFile(taker));
+
+    mailbox.Release();
+    ASSERT_EQ(tree.root.WaitThread(30'000), 1);
+    EXPECT_EQ(testing::ReadFile(testing::ProfileFile(taker)), before);
+    EXPECT_FALSE(std::filesystem::exists(testing::UidlFile(address)));
+    EXPECT_FALSE(std::filesystem::exists(testing::OnDisk(taker.path) + "/profile.log"));
+}
+
+TEST(DeletedWhileRunning, AddressThatTakesTheDirectoryIsNotTakenToHaveReceivedAnything) {
+    HeldMailbox mailbox;
+    testing::DataTree tree;
+    CPopProfile& profile = tree.AddProfile(mailbox.Port(), 1);
+    CForwardAddress& old = testing::AddAddress(profile, "old@example.org");
+    testing::WriteUidls(old, {"one"});
+    Tarvex(&tree.root);
+    ASSERT_TRUE(mailbox.WaitForRun());
+
+    const CString path = old.path;
+    ASSERT_EQ(profile.DeleteForwardAddress(&old), 1);
+    const CForwardAddress& taker = testing::AddAddress(profile, "new@example.org");
+    ASSERT_EQ(taker.path, path);
+
+    mailbox.Release();
+    ASSERT_EQ(tree.root.WaitThread(30'000), 1);
+    EXPECT_FALSE(std::filesystem::exists(testing::UidlFile(taker)));
+    EXPECT_TRUE(std::filesystem::exists(testing::OnDisk(profile.path) + "/profile.log"));
+}
+
 }  // namespace
 }  // namespace tarvex

@@ -4,6 +4,7 @@
 // byte for byte, and nowhere else. A path that holds a zero byte names nothing. Nothing throws but std::bad_alloc,
 // which stands for file descriptors that have run out as well. Thread-safe.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +17,19 @@ bool PathExists(const std::string& path);
 
 // Creates one directory (0700 on Linux) below an existing one. False when that fails or it exists.
 bool CreateOneDirectory(const std::string& path);
+
+// Tells a directory from another one that has taken its path since.
+struct DirectoryIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t number = 0;
+    std::int64_t made_s = 0;  // numbers are used again; the moment of its making, where the file system keeps it
+    std::uint32_t made_ns = 0;
+
+    bool operator==(const DirectoryIdentity&) const = default;
+};
+
+// All zero when there is nothing at the path.
+DirectoryIdentity IdentifyDirectory(const std::string& path);
 
 struct DirectoryEntry {
     std::string name;

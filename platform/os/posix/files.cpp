@@ -90,6 +90,19 @@ bool PathExists(const std::string& path) {
 
 bool CreateOneDirectory(const std::string& path) { return mkdir(NativePath(path).c_str(), 0700) == 0; }
 
+DirectoryIdentity IdentifyDirectory(const std::string& path) {
+    struct statx status {};
+    if (statx(AT_FDCWD, NativePath(path).c_str(), 0, STATX_INO | STATX_BTIME, &status) != 0) return {};
+    DirectoryIdentity identity;
+    identity.device = std::uint64_t{status.stx_dev_major} << 32 | status.stx_dev_minor;
+    identity.number = status.stx_ino;
+    if ((status.stx_mask & STATX_BTIME) != 0) {
+        identity.made_s = status.stx_btime.tv_sec;
+        identity.made_ns = status.stx_btime.tv_nsec;
+    }
+    return identity;
+}
+
 std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
     const std::string native = NativePath(mask);
     const std::size_t name_start = native.rfind('/') + 1;  // 0 without a separator
