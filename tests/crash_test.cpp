@@ -16,6 +16,7 @@
 #include <iostream>
 #include <map>
 #include <mutex>
+#include <ostream>
 #include <random>
 #include <set>
 #include <string>
@@ -387,6 +388,8 @@ struct Delivery {
     const char* name;
     int text_limit;
 };
+
+void PrintTo(const Delivery& delivery, std::ostream* out) { *out << delivery.name; }
 
 class KilledProgram : public ::testing::TestWithParam<Delivery> {};
 

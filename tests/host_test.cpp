@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <ostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -400,6 +402,7 @@ TEST(Host, ASignalThatIsIgnoredStaysIgnored) {
 // ---- the demo
 
 struct Demo {
+    const char* name;
     Output output;
     std::vector<std::string> variables;
     bool colours;
@@ -426,11 +429,23 @@ TEST_P(DemoProgram, ForwardsEverythingAndShowsColoursOnATerminalOnly) {
     EXPECT_THAT(demo.Printed(), HasSubstr(left->path().string() + "/user0/from0/profile.log"));
 }
 
+void PrintTo(const Demo& demo, std::ostream* out) { *out << demo.name; }
+
 INSTANTIATE_TEST_SUITE_P(Host, DemoProgram,
-                         ::testing::Values(Demo{Output::Pipe, {"TERM=xterm", "NO_COLOR="}, false},
-                                           Demo{Output::Terminal, {"TERM=xterm", "NO_COLOR="}, true},
-                                           Demo{Output::Terminal, {"TERM=xterm", "NO_COLOR=1"}, false},
-                                           Demo{Output::Terminal, {"TERM=dumb", "NO_COLOR="}, false}));
+                         ::testing::Values(Demo{"Pipe", Output::Pipe, {"TERM=xterm", "NO_COLOR="}, false},
+                                           Demo{"Terminal", Output::Terminal, {"TERM=xterm", "NO_COLOR="}, true},
+                                           Demo{"NoColour", Output::Terminal, {"TERM=xterm", "NO_COLOR=1"}, false},
+                                           Demo{"DumbTerminal", Output::Terminal, {"TERM=dumb", "NO_COLOR="}, false}),
+                         [](const auto& demo) { return demo.param.name; });
+
+TEST(Host, ADemoWithoutAFolderIsBroken) {
+    const TempDir folder;
+    ChildProcess demo({TARVEX_HOST, "demo"}, Output::Pipe, {"TMPDIR=" + (folder / "missing")});
+    demo.Wait();
+    EXPECT_EQ(demo.ExitCode(), kBroken);
+    EXPECT_EQ(demo.Printed(), "");
+    EXPECT_THAT(demo.Errors(), ::testing::StartsWith("tarvex: "));
+}
 
 // At midnight and while the clocks change, the demo's schedule is open as well; zones stand for moments.
 TEST(Host, TheDemoWorksAtEveryTimeOfTheDay) {
