@@ -139,6 +139,18 @@ TEST(PopSocket, MultiLineAnswersAreWholeHoweverTheyArrive) {
     }
 }
 
+TEST(PopSocket, EndIsFoundWhereverItIsCut) {
+    const std::string text = "+OK\r\nlast line\r\n.\r\n";
+    for (std::size_t of_the_end = 1; of_the_end < 5; ++of_the_end) {
+        ScriptedServer server(AfterCommand([&](Peer& peer) {
+            peer.Drip(text, 50ms, text.size() - 5 + of_the_end);
+            peer.WaitForClose();
+        }));
+        GreetedSocket socket(server, 5);
+        EXPECT_EQ(socket.Retr(), text);
+    }
+}
+
 TEST(PopSocket, LargeMessageArrivesWhole) {
     std::string message = "+OK\r\n";
     for (int i = 0; message.size() < 20'000'000; ++i) message += "line " + std::to_string(i) + "\r\n";

@@ -16,13 +16,12 @@ std::string_view WithoutTerminator(std::string_view text) {
     return text;
 }
 
-// Whether every CR is followed by LF and every LF follows a CR. Written without branches: this reads every byte of
-// every message.
-bool HasOnlyTrueLineEnds(std::string_view text) {
-    if (text.empty()) return true;
-    bool bare = text.front() == '\n' || text.back() == '\r';
+// In a text that ends with CR LF: whether some CR or LF stands alone. Written without branches: this reads every byte
+// of every message.
+bool HasBareLineEnds(std::string_view text) {
+    bool bare = text.front() == '\n';
     for (std::size_t i = 0; i + 1 < text.size(); ++i) bare |= (text[i] == '\r') != (text[i + 1] == '\n');
-    return !bare;
+    return bare;
 }
 
 bool IsLoneDot(std::string_view line) { return line == "."; }
@@ -36,7 +35,7 @@ bool LacksDots(std::string_view text, DataForm form) {
 }
 
 bool GoesAsItIs(std::string_view text, DataForm form) {
-    return text.empty() || (text.ends_with("\r\n") && HasOnlyTrueLineEnds(text) && !LacksDots(text, form));
+    return text.empty() || (text.ends_with("\r\n") && !HasBareLineEnds(text) && !LacksDots(text, form));
 }
 
 // Finds the next CR or LF without reading any byte twice.

@@ -115,7 +115,7 @@ void CPopSocket::SendRetr(const std::string& number, std::string* text) {
 }
 
 std::string CPopSocket::Exchange(std::string_view verb, std::string_view argument, AnswerForm form) {
-    if (!CanTalk()) return WhyNot();
+    if (!connection_->IsUsable()) return WhyNot();
     if (!IsSafeArgument(argument)) return "-ERR an argument with CR, LF or NUL was not sent";
     std::string command(verb);
     command += argument;

@@ -150,7 +150,7 @@ std::string CSmtpSocket::ReadEarlyReply() {
 }
 
 std::string CSmtpSocket::Exchange(std::string_view verb, std::string_view argument) {
-    if (!CanTalk()) return WhyNot();
+    if (!connection_->IsUsable()) return WhyNot();
     if (!IsSafeArgument(verb) || !IsSafeArgument(argument)) return "501 an argument with CR, LF or NUL was not sent";
     std::string command(verb);
     command += argument;

@@ -25,12 +25,6 @@ void CBaseSocket::SetTimeOut(int seconds) { timeout_s_ = seconds > 0 ? seconds :
 
 std::chrono::milliseconds CBaseSocket::TimeOut() const { return std::chrono::seconds(timeout_s_); }
 
-bool CBaseSocket::CanTalk() {
-    const bool usable = connection_->IsUsable();
-    KeepTimedOut();
-    return usable;
-}
-
 void CBaseSocket::KeepTimedOut() { timed_out = connection_->Why().kind == FailureKind::TimedOut ? 1 : 0; }
 
 bool CBaseSocket::IsSafeArgument(std::string_view argument) {

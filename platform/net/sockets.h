@@ -40,8 +40,7 @@ public:
 
 protected:
     std::chrono::milliseconds TimeOut() const;
-    bool CanTalk();       // at the start of an exchange; sets timed_out
-    void KeepTimedOut();  // sets timed_out at the end of an exchange that failed
+    void KeepTimedOut();  // sets timed_out, once an exchange has failed
     static bool IsSafeArgument(std::string_view argument);
 
     std::unique_ptr<Connection> connection_;
