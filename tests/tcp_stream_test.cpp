@@ -1,0 +1,50 @@
+// The one TCP socket under everything.
+
+#include "platform/net/tcp_stream.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <string_view>
+
+#include "platform/net/name_lookup.h"
+#include "testing/scripted_server.h"
+
+namespace tarvex {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::Peer;
+using testing::ScriptedServer;
+
+TEST(TcpStream, SendingToAServerThatHasGoneFailsWithoutASignal) {
+    ScriptedServer server([](Peer& peer) { peer.Reset(); });
+    TcpStream stream;
+    const Deadline deadline(20s);
+    ASSERT_FALSE(stream.Connect(NumericAddress("127.0.0.1").value(), server.Port(), deadline));
+    ASSERT_FALSE(stream.Wait(TcpStream::Event::ToRead, deadline));
+    const std::array<std::string_view, 1> parts = {"x"};
+    // The system tells the reset once; from then on it would raise SIGPIPE.
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(stream.Send(parts).status, Transfer::Status::Failed);
+}
+
+TEST(TcpStream, DescriptorsAreGivenBack) {
+    const int before = ::dup(0);
+    ASSERT_EQ(::close(before), 0);
+    {
+        TcpStream reserved_twice;
+        ASSERT_TRUE(reserved_twice.Reserve());
+        ASSERT_TRUE(reserved_twice.Reserve());
+        TcpStream refused;
+        ASSERT_TRUE(refused.Reserve());
+        EXPECT_TRUE(refused.Connect(NumericAddress("::1").value(), 1, Deadline(20s)));
+    }
+    const int after = ::dup(0);
+    ASSERT_EQ(::close(after), 0);
+    EXPECT_EQ(after, before);
+}
+
+}  // namespace
+}  // namespace tarvex
