@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <string>
 
 #include "platform/os/clock.h"
 #include "tarvex/tree.h"
@@ -20,6 +21,11 @@ struct IntervalCase {
     std::int32_t interval_s;
 };
 
+std::string Name(const ::testing::TestParamInfo<IntervalCase>& test) {
+    const std::string digits = std::to_string(test.param.timer_minutes);
+    return digits.starts_with('-') ? "Minus" + digits.substr(1) : digits;
+}
+
 class IntervalTable : public ::testing::TestWithParam<IntervalCase> {};
 
 TEST_P(IntervalTable, GivesTheInterval) {
@@ -30,7 +36,8 @@ INSTANTIATE_TEST_SUITE_P(BelowADayItIsTheTimerItself, IntervalTable,
                          ::testing::Values(IntervalCase{1, 60}, IntervalCase{59, 3540}, IntervalCase{60, 3600},
                                            IntervalCase{61, 3660}, IntervalCase{90, 5400}, IntervalCase{119, 7140},
                                            IntervalCase{120, 7200}, IntervalCase{1380, 82800},
-                                           IntervalCase{1439, 86340}));
+                                           IntervalCase{1439, 86340}),
+                         Name);
 
 INSTANTIATE_TEST_SUITE_P(FromADayOnTheHoursAreTakenModuloSixty, IntervalTable,
                          ::testing::Values(IntervalCase{1440, 172800}, IntervalCase{1441, 172860},
@@ -38,17 +45,20 @@ INSTANTIATE_TEST_SUITE_P(FromADayOnTheHoursAreTakenModuloSixty, IntervalTable,
                                            IntervalCase{3599, 388740}, IntervalCase{3600, 172800},
                                            IntervalCase{3601, 172860}, IntervalCase{7199, 561540},
                                            IntervalCase{7200, 432000}, IntervalCase{10080, 777600},
-                                           IntervalCase{525600, 31536000}));
+                                           IntervalCase{525600, 31536000}),
+                         Name);
 
 INSTANTIATE_TEST_SUITE_P(NegativeTimersGiveNegativeIntervals, IntervalTable,
                          ::testing::Values(IntervalCase{-1, -60}, IntervalCase{-60, -3600},
-                                           IntervalCase{-1440, -86400}));
+                                           IntervalCase{-1440, -86400}),
+                         Name);
 
 INSTANTIATE_TEST_SUITE_P(WhatDoesNotFitIn32BitsWrapsAround, IntervalTable,
                          ::testing::Values(IntervalCase{35789759, 2147428740}, IntervalCase{35789760, -2147452096},
                                            IntervalCase{-35791394, -2147483640}, IntervalCase{-35791395, 2147483596},
                                            IntervalCase{kMax - 1, 43080}, IntervalCase{kMax, 43140},
-                                           IntervalCase{kMin, 0}));
+                                           IntervalCase{kMin, 0}),
+                         Name);
 
 TEST(Interval, IsTheTimerPlusWholeDaysBetweenOneDayAndSixtyHours) {
     for (std::int32_t timer = 1; timer < 1440; ++timer) ASSERT_EQ(IntervalSeconds(timer), timer * 60) << timer;

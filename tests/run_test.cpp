@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/os/system.h"
@@ -183,6 +185,17 @@ INSTANTIATE_TEST_SUITE_P(
         ScheduleCase{"Weekday", {Term(1, TERM_EVERY_SUN, "2009,3,15,10,0,0", "2009,3,15,11,0,0")}, true},
         ScheduleCase{"OtherWeekday", {Term(1, TERM_EVERY_MON, "2009,3,15,10,0,0", "2009,3,15,11,0,0")}, false}),
     [](const auto& test) { return test.param.name; });
+
+TEST_F(RunTest, AddressWithAnyStatusButZeroTakesPart) {
+    for (const int status : {1, 2, -1}) {
+        AddAddress(profile, std::to_string(status) + "@example.org").setting.status = status;
+    }
+    AddAddress(profile, "0@example.org").setting.status = 0;
+    mailbox.Add(Mail("u1"));
+    RunOnce(profile);
+    EXPECT_EQ(Arrived(sink),
+              (Arrivals{{"u1 -> 1@example.org", 1}, {"u1 -> 2@example.org", 1}, {"u1 -> -1@example.org", 1}}));
+}
 
 TEST(RunLog, DisabledEnabledAndScheduledAddressesEachHaveTheirLines) {
     DataTree tree;
@@ -611,6 +624,33 @@ TEST_F(RunTest, WithoutDeletionMessagesStayOnTheServerAndAreSentOnce) {
     EXPECT_EQ(mailbox.Received("DELE"), 0);
     EXPECT_EQ(mailbox.Received("RETR"), 1);
     EXPECT_EQ(Arrived(sink), (Arrivals{{"u1 -> a@example.org", 1}}));
+}
+
+TEST_F(RunTest, ReadsTheListsOfTakingPartAddressesAfreshAndTakesTheOthersAsTheCopyHasThem) {
+    const CForwardAddress& enabled = AddAddress(profile, "a@example.org");
+    CForwardAddress& disabled = AddAddress(profile, "off@example.org");
+    disabled.setting.status = 0;
+    for (const char* id : {"u1", "u2"}) mailbox.Add(Mail(id));
+    for (const CForwardAddress* address : {&enabled, &std::as_const(disabled)}) WriteUidls(*address, {"u1"});
+    CPopProfile copy;
+    copy = profile;
+    for (const CForwardAddress* address : {&enabled, &std::as_const(disabled)}) WriteUidls(*address, {"u2"});
+    copy.DoOperation();
+    EXPECT_EQ(Arrived(sink), (Arrivals{{"u1 -> a@example.org", 1}}));
+    EXPECT_THAT(UidlsOnDisk(enabled), ElementsAre("u2", "u1"));
+    EXPECT_THAT(UidlsOnDisk(disabled), ElementsAre("u1"));
+}
+
+TEST_F(RunTest, ListWhoseFileIsGoneCountsAsEmpty) {
+    const CForwardAddress& address = AddAddress(profile, "a@example.org");
+    mailbox.Add(Mail("u1"));
+    WriteUidls(address, {"u1"});
+    CPopProfile copy;
+    copy = profile;
+    std::filesystem::remove(UidlFile(address));
+    copy.DoOperation();
+    EXPECT_EQ(Arrived(sink), (Arrivals{{"u1 -> a@example.org", 1}}));
+    EXPECT_THAT(UidlsOnDisk(address), ElementsAre("u1"));
 }
 
 // An id twice in the only list: not handled, so the message is fetched, but the address lacks nothing. Without
