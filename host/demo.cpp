@@ -92,7 +92,7 @@ std::string TermTime(std::time_t moment) {
 
 // A term that is open now, and stays so over midnight and a change of the clocks: from yesterday to tomorrow.
 CTerm OpenNow() {
-    constexpr std::time_t kDay_s = 24 * 60 * 60;
+    constexpr std::time_t kDay_s = 86'400;
     const std::time_t now = std::time(nullptr);
     CTerm term;
     term.status = 1;

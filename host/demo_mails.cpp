@@ -1,10 +1,10 @@
 #include "host/demo_mails.h"
 
-#include <iconv.h>
-
 #include <cstdint>
 #include <stdexcept>
 #include <string_view>
+
+#include "host/converter.h"
 
 namespace tarvex::host {
 namespace {
@@ -79,7 +79,7 @@ DemoMail Html() {
 }
 
 DemoMail Attachment() {
-    constexpr std::size_t kAttachmentBytes = 75 * 1024;  // 100 KB in Base64
+    constexpr std::size_t kAttachmentBytes = std::size_t{75} * 1024;  // 100 KB in Base64
     std::string bytes;
     for (std::uint32_t state = 1; bytes.size() < kAttachmentBytes;) {
         state = state * 1664525 + 1013904223;
@@ -116,20 +116,12 @@ DemoMail LaterDemoMail() {
                 "A table for three is booked.\r\n\r\nAlice\r\n"};
 }
 
-std::string FromUtf8(const std::string& text, const char* charset) {
-    const iconv_t converter = iconv_open(charset, "UTF-8");
-    if (converter == reinterpret_cast<iconv_t>(-1))
-        throw std::runtime_error(std::string("no character set ") + charset);
-    std::string result(text.size() * 4 + 16, '\0');
-    char* in = const_cast<char*>(text.data());  // iconv does not write to it
-    std::size_t in_bytes = text.size();
-    char* out = result.data();
-    std::size_t room_bytes = result.size();
-    const bool failed = iconv(converter, &in, &in_bytes, &out, &room_bytes) == static_cast<std::size_t>(-1) ||
-                        iconv(converter, nullptr, nullptr, &out, &room_bytes) == static_cast<std::size_t>(-1);
-    iconv_close(converter);
-    if (failed) throw std::runtime_error(std::string("cannot convert to ") + charset);
-    result.resize(result.size() - room_bytes);
+std::string FromUtf8(std::string_view text, const char* charset) {
+    Converter converter(charset, "UTF-8");
+    std::string result;
+    converter.Convert(text, result);
+    if (!text.empty()) throw std::runtime_error(std::string("cannot convert to ") + charset);
+    converter.Finish(result);
     return result;
 }
 

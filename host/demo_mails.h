@@ -3,6 +3,7 @@
 // The mailbox of the demo.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarvex::host {
@@ -21,6 +22,6 @@ std::vector<DemoMail> FirstDemoMails();
 DemoMail LaterDemoMail();
 
 // UTF-8 text in another character set that the system's converter knows; throws std::runtime_error when that fails.
-std::string FromUtf8(const std::string& text, const char* charset);
+std::string FromUtf8(std::string_view text, const char* charset);
 
 }  // namespace tarvex::host

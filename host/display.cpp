@@ -1,10 +1,9 @@
 #include "host/display.h"
 
-#include <iconv.h>
-
 #include <algorithm>
-#include <array>
 #include <cstddef>
+
+#include "host/converter.h"
 
 namespace tarvex::host {
 namespace {
@@ -39,62 +38,30 @@ std::string Harmless(std::string_view text, std::string_view allowed) {
     return result;
 }
 
-// To UTF-8. A byte that is no text is replaced.
-class Converter {
-public:
-    using Replace = void (*)(std::string& result, char byte);
-
-    Converter(const char* charset, Replace replace) : handle_(iconv_open("UTF-8", charset)), replace_(replace) {}
-    ~Converter() {
-        if (IsOpen()) iconv_close(handle_);
-    }
-    Converter(const Converter&) = delete;
-    Converter& operator=(const Converter&) = delete;
-
-    std::string Convert(std::string_view text) {
-        std::string result;
-        while (!text.empty()) {
-            const std::size_t before = text.size();
-            if (IsOpen()) ConvertSome(text, result);
-            if (text.size() < before) continue;
-            if (static_cast<unsigned char>(text.front()) < 0x80) {
-                result += text.front();
-            } else {
-                replace_(result, text.front());
-            }
-            text.remove_prefix(1);
+// As UTF-8. What to append for a byte that is no text is said by `replace`.
+template <class Replace>
+std::string ToUtf8(std::string_view text, const char* charset, Replace replace) {
+    Converter converter("UTF-8", charset);
+    std::string result;
+    for (;;) {
+        converter.Convert(text, result);
+        if (text.empty()) return result;
+        if (static_cast<unsigned char>(text.front()) < 0x80) {
+            result += text.front();
+        } else {
+            replace(result, text.front());
         }
-        return result;
+        text.remove_prefix(1);
     }
-
-private:
-    bool IsOpen() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
-
-    void ConvertSome(std::string_view& text, std::string& result) {
-        std::array<char, 1024> buffer;
-        char* in = const_cast<char*>(text.data());  // iconv does not write to it
-        std::size_t in_bytes = text.size();
-        char* out = buffer.data();
-        std::size_t room_bytes = buffer.size();
-        iconv(handle_, &in, &in_bytes, &out, &room_bytes);
-        result.append(buffer.data(), buffer.size() - room_bytes);
-        text.remove_prefix(text.size() - in_bytes);
-    }
-
-    iconv_t handle_;
-    Replace replace_;
-};
+}
 
 }  // namespace
 
 std::string ShowText(std::string_view shift_jis) {
-    Converter converter("CP932", [](std::string& result, char) { result += '?'; });
-    return Harmless(converter.Convert(shift_jis), "\n\t");
+    return Harmless(ToUtf8(shift_jis, "CP932", [](std::string& text, char) { text += '?'; }), "\n\t");
 }
 
-std::string ShowPath(std::string_view path) {
-    return Harmless(Converter("UTF-8", AppendHarmless).Convert(NativePath(path)), "");
-}
+std::string ShowPath(std::string_view path) { return Harmless(ToUtf8(NativePath(path), "UTF-8", AppendHarmless), ""); }
 
 std::string NativePath(std::string_view path) {
     std::string native(path);

@@ -23,7 +23,7 @@ constexpr int kSignalExit = 128;
 std::string LoadTree(CRootPath& root, const std::string& directory) {
     if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";
     std::error_code error;
-    std::filesystem::directory_iterator(NativePath(directory), error);
+    const std::filesystem::directory_iterator entries(NativePath(directory), error);
     return error ? error.message() : std::string();
 }
 

@@ -70,6 +70,7 @@ Descriptor OpenFile(const char* path, int flags) { return {open(path, flags | O_
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts) pointers.push_back(text.data());
     return pointers;
 }

@@ -157,7 +157,8 @@ TEST(Host, ARootThatCannotBeHadEndsWithAReasonAndCode2) {
         host.Wait();
         EXPECT_EQ(host.ExitCode(), kNoRoot);
         EXPECT_EQ(host.Printed(), "");
-        EXPECT_EQ(host.Errors(), "tarvex: cannot use \"" + root + "\" as the root: " + reason + "\n");
+        EXPECT_EQ(host.Errors(),
+                  std::string("tarvex: cannot use \"").append(root).append("\" as the root: " + reason + "\n"));
     }
 }
 
@@ -367,6 +368,7 @@ TEST(Host, ASignalEndsManyRunsThatWaitForAServer) {
     constexpr int kProfiles = 20;
     Host host;
     std::vector<std::string> profiles;
+    profiles.reserve(kProfiles);
     for (int i = 0; i < kProfiles; ++i) profiles.push_back(host.AddProfile(silent.Port(), 1));
     ChildProcess run = host.Start();
     while (silent.Connections() < kProfiles) ASSERT_FALSE(run.WaitFor(5ms)) << run.Printed();
