@@ -14,11 +14,11 @@ namespace tarvex {
 
 namespace {
 
-constexpr std::size_t kReadBytes = 128 * 1024;  // the least room for a read
+constexpr std::size_t kReadBytes = 128 * kKibibyte;  // the least room for a read
 // What is not taken is never more than the longest reply, so this always leaves room for a read.
 constexpr std::size_t kBufferBytes = kReadBytes + std::max(kMaxReplyLineBytes, kMaxSmtpReplyBytes);
 // What is encrypted before it is sent: eight full records of TLS, one write.
-constexpr std::size_t kEncryptBytes = 128 * 1024;
+constexpr std::size_t kEncryptBytes = 128 * kKibibyte;
 
 constexpr std::chrono::milliseconds kNeverAnew{0};
 
@@ -106,7 +106,7 @@ bool Connection::StartTls(std::chrono::milliseconds time) {
 Failure Connection::ShakeHands(const Deadline& deadline) {
     for (;;) {
         const TlsSession::Handshake state = tls_->ContinueHandshake();
-        const Failure failure = SendHandshake(deadline);
+        Failure failure = SendHandshake(deadline);
         // An alert that could not be sent tells less than what it was about.
         if (state == TlsSession::Handshake::Failed) return Disconnected(tls_->Error());
         if (failure || state == TlsSession::Handshake::Done) return failure;

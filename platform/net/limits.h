@@ -6,11 +6,15 @@
 
 namespace tarvex {
 
-inline constexpr std::size_t kMaxReplyLineBytes = 64 * 1024;        // one reply line
-inline constexpr std::size_t kMaxSmtpReplyBytes = 64 * 1024;        // one SMTP answer, all its lines
-inline constexpr std::size_t kMaxListingBytes = 64 * 1024 * 1024;   // one UIDL or LIST answer
-inline constexpr std::size_t kMaxListingLines = 4 * 1024 * 1024;    // likewise: a line costs more memory than its bytes
-inline constexpr std::size_t kMaxMessageBytes = 256 * 1024 * 1024;  // one message
+inline constexpr std::size_t kKibibyte = 1024;
+inline constexpr std::size_t kMebibyte = 1024 * kKibibyte;
+
+inline constexpr std::size_t kMaxReplyLineBytes = 64 * kKibibyte;  // one reply line
+inline constexpr std::size_t kMaxSmtpReplyBytes = 64 * kKibibyte;  // one SMTP answer, all its lines
+inline constexpr std::size_t kMaxListingBytes = 64 * kMebibyte;    // one UIDL or LIST answer
+inline constexpr std::size_t kMaxListingLines = std::size_t{4}
+                                                << 20;            // likewise: a line costs more memory than its bytes
+inline constexpr std::size_t kMaxMessageBytes = 256 * kMebibyte;  // one message
 
 inline constexpr int kDefaultTimeOutSeconds = 30;
 
