@@ -118,6 +118,7 @@ private:
         const FdmPeer fdm;
         const testing::ServerFolder tarvex_folder;
         const testing::ServerFolder fdm_folder;
+        for (const testing::ServerFolder* folder : {&tarvex_folder, &fdm_folder}) folder->MakeFolder("state");
         tarvex.Prepare(task, Folder(tarvex_folder));
         CheckedRun(tarvex, Folder(tarvex_folder), task.messages, true);
         FdmPeer::PrepareToRemember(task, Folder(fdm_folder));

@@ -3,18 +3,22 @@
 #include "bench/measure.h"
 
 #include <fcntl.h>
-#include <spawn.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+
+#include "tests/real/server_process.h"
 
 namespace tarvex::bench {
 namespace {
@@ -78,31 +82,42 @@ double CpuSecondsOfGroups(const std::vector<pid_t>& groups) {
     return total;
 }
 
-pid_t Start(std::vector<std::string> words, const std::filesystem::path& output) {
+// In the new process. Nothing stands between the clock and the program: no shell, no further program that sets it up.
+[[noreturn]] void Become(const Program& program, const std::filesystem::path& output) {
+    const int input = open("/dev/null", O_RDONLY);
+    const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(input, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(out, STDERR_FILENO);
+    if (program.ordinary_account && geteuid() == 0) {
+        const testing::ServerAccount account = testing::AccountForServers();
+        if (setgroups(0, nullptr) != 0 || setgid(account.gid) != 0 || setuid(account.uid) != 0) _exit(126);
+    }
+    std::vector<std::string> environment = program.environment;
+    for (std::string& variable : environment) putenv(variable.data());
+    std::vector<std::string> words = program.words;
     std::vector<char*> pointers;
     for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    pid_t pid = 0;
-    const int failure = posix_spawnp(&pid, pointers.front(), &actions, nullptr, pointers.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0) throw std::system_error(failure, std::generic_category(), words.front());
+    execvp(pointers.front(), pointers.data());
+    _exit(127);
+}
+
+pid_t Start(const Program& program, const std::filesystem::path& output) {
+    const pid_t pid = fork();
+    if (pid < 0) throw std::system_error(errno, std::generic_category(), "fork");
+    if (pid == 0) Become(program, output);
     return pid;
 }
 
 }  // namespace
 
-Measurement Measure(const std::vector<std::string>& words, const std::vector<pid_t>& servers,
-                    const std::filesystem::path& output) {
+Measurement Measure(const Program& program, const std::vector<pid_t>& servers, const std::filesystem::path& output) {
     Measurement measured;
     const double servers_before = CpuSecondsOfGroups(servers);
     const double busy_before = BusySeconds();
     const auto start = Clock::now();
-    const pid_t pid = Start(words, output);
+    const pid_t pid = Start(program, output);
     int status = 0;
     rusage usage{};
     wait4(pid, &status, 0, &usage);

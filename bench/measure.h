@@ -11,6 +11,12 @@
 
 namespace tarvex::bench {
 
+struct Program {
+    std::vector<std::string> words;             // the program, found in PATH, and its arguments
+    std::vector<std::string> environment = {};  // variables besides our own
+    bool ordinary_account = false;              // as AccountForServers, also when we are root
+};
+
 struct Measurement {
     double wall_s = 0;
     double cpu_s = 0;          // of the program and its children, user and system
@@ -23,8 +29,7 @@ struct Measurement {
 };
 
 // Runs the program once. `servers` are the process groups of the servers it talks to; its output goes to the file.
-Measurement Measure(const std::vector<std::string>& words, const std::vector<pid_t>& servers,
-                    const std::filesystem::path& output);
+Measurement Measure(const Program& program, const std::vector<pid_t>& servers, const std::filesystem::path& output);
 
 // Waits until the machine has next to nothing to do, at most that long. Returns how long it waited.
 double WaitForIdleMachine(double patience_s);

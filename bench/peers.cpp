@@ -2,8 +2,6 @@
 
 #include "bench/peers.h"
 
-#include <unistd.h>
-
 #include <stdexcept>
 
 #include "tarvex/tarvex.h"
@@ -35,8 +33,8 @@ void TarvexPeer::Prepare(const Task& task, const std::filesystem::path& folder) 
     }
 }
 
-std::vector<std::string> TarvexPeer::Command(const std::filesystem::path& folder) const {
-    return {TARVEX_HOST, "run", "--root", (folder / "tree").string(), "--quiet"};
+Program TarvexPeer::Command(const std::filesystem::path& folder) const {
+    return {.words = {TARVEX_HOST, "run", "--root", (folder / "tree").string(), "--quiet"}};
 }
 
 void FetchmailPeer::Prepare(const Task& task, const std::filesystem::path& folder) const {
@@ -51,12 +49,12 @@ void FetchmailPeer::Prepare(const Task& task, const std::filesystem::path& folde
                                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
-std::vector<std::string> FetchmailPeer::Command(const std::filesystem::path& folder) const {
-    std::vector<std::string> words = {"env", "FETCHMAILHOME=" + folder.string()};
-    if (delay_ == Delay::None) words.push_back("LD_PRELOAD=" NO_DELAY_SHIM);
-    words.insert(words.end(), {"fetchmail", "--silent", "--fetchmailrc", (folder / "fetchmailrc").string(), "--pidfile",
-                               (folder / "pid").string()});
-    return words;
+Program FetchmailPeer::Command(const std::filesystem::path& folder) const {
+    Program program{.words = {"fetchmail", "--silent", "--fetchmailrc", (folder / "fetchmailrc").string(), "--pidfile",
+                              (folder / "pid").string()},
+                    .environment = {"FETCHMAILHOME=" + folder.string()}};
+    if (delay_ == Delay::None) program.environment.push_back("LD_PRELOAD=" NO_DELAY_SHIM);
+    return program;
 }
 
 void FdmPeer::WriteConfiguration(const Task& task, const std::filesystem::path& folder, const std::string& action) {
@@ -78,15 +76,11 @@ void FdmPeer::PrepareToRemember(const Task& task, const std::filesystem::path& f
     WriteConfiguration(task, folder, "drop");
 }
 
-std::vector<std::string> FdmPeer::Command(const std::filesystem::path& folder) const {
-    std::vector<std::string> words = {"env", "HOME=" + folder.string()};
-    if (geteuid() == 0) {
-        // As root it would split itself into processes of several users; the folder belongs to an ordinary one.
-        const testing::ServerAccount account = testing::AccountForServers();
-        words.insert(words.end(), {"setpriv", "--reuid=" + account.user, "--regid=" + account.group, "--clear-groups"});
-    }
-    words.insert(words.end(), {"fdm", "-f", (folder / "fdm.conf").string(), "fetch"});
-    return words;
+// As root it would split itself into processes of several users; the folder belongs to an ordinary one.
+Program FdmPeer::Command(const std::filesystem::path& folder) const {
+    return {.words = {"fdm", "-f", (folder / "fdm.conf").string(), "fetch"},
+            .environment = {"HOME=" + folder.string()},
+            .ordinary_account = true};
 }
 
 void GetmailPeer::Prepare(const Task& task, const std::filesystem::path& folder) const {
@@ -99,8 +93,8 @@ void GetmailPeer::Prepare(const Task& task, const std::filesystem::path& folder)
                   "received = false\nverbose = 0\n");
 }
 
-std::vector<std::string> GetmailPeer::Command(const std::filesystem::path& folder) const {
-    return {"getmail", "-g", folder.string(), "-r", (folder / "getmailrc").string()};
+Program GetmailPeer::Command(const std::filesystem::path& folder) const {
+    return {.words = {"getmail", "-g", folder.string(), "-r", (folder / "getmailrc").string()}};
 }
 
 }  // namespace tarvex::bench

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/measure.h"
 #include "tests/real/real_servers.h"
 
 namespace tarvex::bench {
@@ -33,7 +34,7 @@ public:
     virtual void Prepare(const Task& task, const std::filesystem::path& folder) const = 0;
 
     // What is to be run.
-    virtual std::vector<std::string> Command(const std::filesystem::path& folder) const = 0;
+    virtual Program Command(const std::filesystem::path& folder) const = 0;
 
     // Whether a run with this exit status did its work, given whether there was any new mail.
     virtual bool Succeeded(int status, [[maybe_unused]] bool new_mail) const { return status == 0; }
@@ -46,7 +47,7 @@ class TarvexPeer : public Peer {
 public:
     TarvexPeer() : Peer("tarvex") {}
     void Prepare(const Task& task, const std::filesystem::path& folder) const override;
-    std::vector<std::string> Command(const std::filesystem::path& folder) const override;
+    Program Command(const std::filesystem::path& folder) const override;
 };
 
 // POP3 with UIDL, one SMTP session for all.
@@ -57,7 +58,7 @@ public:
     explicit FetchmailPeer(Delay delay)
         : Peer(delay == Delay::None ? "fetchmail, TCP_NODELAY" : "fetchmail"), delay_(delay) {}
     void Prepare(const Task& task, const std::filesystem::path& folder) const override;
-    std::vector<std::string> Command(const std::filesystem::path& folder) const override;
+    Program Command(const std::filesystem::path& folder) const override;
     bool Succeeded(int status, bool new_mail) const override { return status == (new_mail ? 0 : 1); }
 
 private:
@@ -69,7 +70,7 @@ class FdmPeer : public Peer {
 public:
     FdmPeer() : Peer("fdm") {}
     void Prepare(const Task& task, const std::filesystem::path& folder) const override;
-    std::vector<std::string> Command(const std::filesystem::path& folder) const override;
+    Program Command(const std::filesystem::path& folder) const override;
 
     // Another start that fills the cache of ids without sending anything.
     static void PrepareToRemember(const Task& task, const std::filesystem::path& folder);
@@ -83,7 +84,7 @@ class GetmailPeer : public Peer {
 public:
     GetmailPeer() : Peer("getmail6 (LMTP)") {}
     void Prepare(const Task& task, const std::filesystem::path& folder) const override;
-    std::vector<std::string> Command(const std::filesystem::path& folder) const override;
+    Program Command(const std::filesystem::path& folder) const override;
 };
 
 }  // namespace tarvex::bench
