@@ -3,6 +3,7 @@
 #include "tarvex/log.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <optional>
 #include <span>
@@ -17,14 +18,25 @@ namespace {
 constexpr const char* kLogFile = "\\profile.log";
 constexpr std::string_view kLineEnd = "\r\n";
 
+// Calls `take` with the stretches of the text that are left when the CR of every CR LF is taken out.
+template <class Take>
+void WithoutCarriageReturns(std::string_view text, Take take) {
+    for (;;) {
+        const std::size_t end = text.find(kLineEnd);
+        take(text.substr(0, end));
+        if (end == std::string_view::npos) return;
+        text.remove_prefix(end + 1);
+    }
+}
+
 // Every CR LF becomes LF, in place.
 void UnifyLineEnds(CString& text) noexcept {
-    std::size_t kept = std::min(text.find(kLineEnd), text.size());
-    for (std::size_t i = kept; i < text.size(); ++i) {
-        if (text.compare(i, kLineEnd.size(), kLineEnd) == 0) ++i;
-        text[kept++] = text[i];
-    }
-    text.resize(kept);
+    char* kept = text.data();
+    WithoutCarriageReturns(text, [&kept](std::string_view stretch) {
+        std::memmove(kept, stretch.data(), stretch.size());
+        kept += stretch.size();
+    });
+    text.resize(static_cast<std::size_t>(kept - text.data()));
 }
 
 // The index of the oldest entry that Save writes. A negative size keeps none. In 64 bits, where no size overflows.
@@ -36,9 +48,8 @@ std::size_t FirstKept(std::size_t count, int size) {
 
 std::string FileText(std::span<const CString> entries) {
     std::string text;
-    for (CString entry : entries) {
-        UnifyLineEnds(entry);
-        text += entry;
+    for (const CString& entry : entries) {
+        WithoutCarriageReturns(entry, [&text](std::string_view stretch) { text += stretch; });
         text += '\n';
     }
     return text;
