@@ -1,6 +1,6 @@
 #include "engine/bookkeeping.h"
 
-#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <string_view>
 #include <unordered_map>
@@ -13,14 +13,35 @@ namespace {
 using UidlSet = std::unordered_set<std::string_view, CUidlHash>;
 using UidlCounts = std::unordered_map<std::string_view, std::size_t, CUidlHash>;
 
+// How often each id occurs. A hash table with open addressing in one piece of memory: a node for every id would cost
+// more than the counting.
+class Occurrences {
+public:
+    explicit Occurrences(std::size_t ids) : entries_(std::bit_ceil(2 * ids + 1)) {}
+
+    std::size_t& operator[](std::string_view id) {
+        const std::size_t mask = entries_.size() - 1;
+        std::size_t at = CUidlHash()(id) & mask;
+        while (entries_[at].id.data() && entries_[at].id != id) at = (at + 1) & mask;
+        entries_[at].id = id;
+        return entries_[at].count;
+    }
+
+private:
+    struct Entry {
+        std::string_view id;  // without data where the entry is free
+        std::size_t count = 0;
+    };
+    std::vector<Entry> entries_;
+};
+
 }  // namespace
 
 void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail& handled) {
     std::size_t total = 0;
     for (const CForwardAddress* address : taking_part) total += address->uidls.size();
 
-    UidlCounts occurrences;
-    occurrences.reserve(total / std::max<std::size_t>(taking_part.size(), 1));
+    Occurrences occurrences(total);
     for (const CForwardAddress* address : taking_part) {
         for (const CString& uidl : address->uidls) ++occurrences[uidl];
     }
@@ -34,6 +55,7 @@ void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail&
 }
 
 void AssignDestinations(const ReceivedMails& mails, std::span<CForwardAddress* const> taking_part) {
+    if (mails.empty()) return;
     std::vector<UidlSet> known(taking_part.size());
     for (std::size_t i = 0; i < taking_part.size(); ++i) {
         CStringArray& uidls = taking_part[i]->uidls;

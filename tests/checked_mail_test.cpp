@@ -42,6 +42,29 @@ TEST(CheckedMail, RemoveLastForgetsTheId) {
     EXPECT_THAT(Ids(list), ElementsAre("a", "c", "b"));
 }
 
+// As a mailbox whose messages are all deleted, or every second one, with more ids than the first hash table holds.
+TEST(CheckedMail, ManyIdsAreFoundAfterAddingAndRemovingInTurn) {
+    CCheckedMail list;
+    CStringArray expected;
+    for (int number = 0; number < 3000; ++number) {
+        const CString id = "id" + std::to_string(number);
+        EXPECT_EQ(list.Add(id), static_cast<int>(expected.size()));
+        expected.push_back(id);
+        if (number % 2 == 0) {
+            list.RemoveLast();
+            expected.pop_back();
+            EXPECT_FALSE(list.Contains(id));
+        }
+    }
+    EXPECT_EQ(Ids(list), expected);
+    for (std::size_t index = 0; index < expected.size(); ++index) {
+        EXPECT_TRUE(list.Contains(expected[index]));
+        EXPECT_EQ(list.Add(expected[index]), static_cast<int>(index));
+    }
+    EXPECT_FALSE(list.Contains("id0"));
+    EXPECT_FALSE(list.Contains("id3000"));
+}
+
 TEST(CheckedMail, RemoveLastOfAnEmptyListDoesNothing) {
     CCheckedMail list;
     list.RemoveLast();

@@ -3,8 +3,9 @@
 // What one run holds of the mailbox.
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
-#include <unordered_map>
+#include <vector>
 
 #include "tarvex/text.h"
 
@@ -48,6 +49,12 @@ public:
     void RemoveAll();
 
 private:
+    // The slot that holds the id's index, or the free one where it belongs.
+    std::size_t SlotOf(std::string_view id, std::uint32_t hash) const;
+    void MakeSlots(std::size_t count);
+
     CStringArray ids_;
-    std::unordered_map<CString, int, CUidlHash> index_of_;
+    std::vector<std::uint32_t> hashes_;  // of ids_
+    // A hash table with open addressing: indexes of ids_, -1 where free; never more than half full.
+    std::vector<int> slots_;
 };
