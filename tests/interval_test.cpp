@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <ostream>
 #include <string>
 
 #include "platform/os/clock.h"
@@ -20,6 +21,10 @@ struct IntervalCase {
     std::int32_t timer_minutes;
     std::int32_t interval_s;
 };
+
+std::ostream& operator<<(std::ostream& out, const IntervalCase& shown) {
+    return out << shown.timer_minutes << " minutes";
+}
 
 std::string Name(const ::testing::TestParamInfo<IntervalCase>& test) {
     const std::string digits = std::to_string(test.param.timer_minutes);

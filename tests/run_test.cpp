@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -155,6 +156,8 @@ CTerm Term(int status, int kind, const char* start, const char* end) {
 // The profiles of these tests were judged due on 15 March 2009.
 CTerm Open(int status) { return Term(status, TERM_DEFINED_TERM, "2009,3,15,10,0,0", "2009,3,15,11,0,0"); }
 CTerm Shut(int status) { return Term(status, TERM_DEFINED_TERM, "2001,1,1,0,0,0", "2002,1,1,0,0,0"); }
+
+std::ostream& operator<<(std::ostream& out, const ScheduleCase& shown) { return out << shown.name; }
 
 class RunSchedule : public ::testing::TestWithParam<ScheduleCase> {};
 
@@ -382,6 +385,8 @@ struct PopFailure {
     const char* verb;   // the command that is answered otherwise; empty: nobody listens
     const char* reply;  // "close", "stall", or what is said instead
 };
+
+std::ostream& operator<<(std::ostream& out, const PopFailure& shown) { return out << shown.name; }
 
 class RunPopFailure : public ::testing::TestWithParam<PopFailure> {};
 
