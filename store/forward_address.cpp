@@ -94,7 +94,8 @@ int CForwardAddress::SaveUidlSetting() {
             text += id;
             text += '\n';
         }
+        // Most runs find nothing new: a list that has not changed waits for no disk.
         // An empty path is not refused here: it names a file in the root of the file system. Kept on purpose.
-        return WriteTextFile(path + kUidlFile, text, Durability::Synced) ? 1 : 0;
+        return WriteTextFile(path + kUidlFile, text, Durability::SyncedWhenChanged) ? 1 : 0;
     });
 }

@@ -658,6 +658,60 @@ TEST(TextFiles, TheNewFileIsSyncedBeforeTheRenameAndTheDirectoryAfterIt) {
     }
 }
 
+ino_t Inode(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return status.st_ino;
+}
+
+TEST(TextFiles, AFileThatHoldsTheContentAlreadyIsLeftAloneWhenAsked) {
+    const TempDir dir;
+    const auto write = [&](const std::string& text) {
+        return WriteTextFile(dir / "file", text, Durability::SyncedWhenChanged);
+    };
+    const Lines whole_way = {"sync file", "rename", "sync directory"};
+    {
+        const Recording recording;
+        EXPECT_TRUE(write("one\ntwo\n"));
+        EXPECT_EQ(recording.Calls(), whole_way);
+    }
+    const ino_t before = Inode(dir / "file");
+    {
+        const Recording recording;
+        EXPECT_TRUE(write("one\ntwo\n"));
+        EXPECT_EQ(recording.Calls(), Lines{});
+        EXPECT_EQ(Inode(dir / "file"), before);
+    }
+    for (const std::string changed : {"one\ntwO\n", "one\n", "", "one\ntwo\n"}) {
+        const Recording recording;
+        EXPECT_TRUE(write(changed));
+        EXPECT_EQ(recording.Calls(), whole_way) << changed;
+    }
+    EXPECT_EQ(ReadFile(dir / "file"), "one\r\ntwo\r\n");
+    {
+        const Recording recording;
+        EXPECT_TRUE(Write(dir / "file", "one\ntwo\n"));
+        EXPECT_EQ(recording.Calls(), whole_way) << "not asked";
+    }
+}
+
+TEST(TextFiles, ALeftOverNewFileGoesAlsoWhereNothingHasChanged) {
+    const TempDir dir;
+    WriteFile(dir / "file", "same");
+    WriteFile(dir / "file.new", "left over");
+    EXPECT_TRUE(WriteTextFile(dir / "file", "same", Durability::SyncedWhenChanged));
+    EXPECT_EQ(ReadFile(dir / "file"), "same");
+    EXPECT_EQ(Names(dir.String()), Lines{"file"});
+}
+
+TEST(TextFiles, AFileThatIsNotWritableFailsTheWriteAlsoWhereNothingHasChanged) {
+    const TempDir dir;
+    WriteFile(dir / "file", "same");
+    GiveToNobody(dir / "file");
+    ASSERT_EQ(chmod((dir / "file").c_str(), 0400), 0);
+    EXPECT_TRUE(Unprivileged(dir, [&] { return !WriteTextFile(dir / "file", "same", Durability::SyncedWhenChanged); }));
+}
+
 TEST(TextFiles, AFailedSyncOrRenameLeavesTheOldContentAndNoNewFile) {
     const TempDir dir;
     for (const std::string failing : {"sync file", "rename"}) {

@@ -51,8 +51,10 @@ void DeleteDirectory(const std::string& path);
 std::optional<std::vector<std::string>> ReadTextLines(const std::string& path);
 
 enum class Durability {
-    Synced,     // the new content survives a power failure once the call has returned
-    NotSynced,  // after a power failure: the old or the new content
+    Synced,             // the new content survives a power failure once the call has returned
+    SyncedWhenChanged,  // likewise, but a file that holds the new content already is left alone, without waiting for
+                        // the disk: after a power failure it may hold what an interrupted writer had just replaced
+    NotSynced,          // after a power failure: the old or the new content
 };
 
 // Replaces the content of a text file, creating the file (0600 on Linux) when it is missing: each LF is written as CR

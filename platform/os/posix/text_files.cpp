@@ -185,6 +185,14 @@ bool NewFile::AdoptOwnerAndMode(const Target& target) const {
     return fchmod(file_.Get(), target.exists ? target.status.st_mode & kPermissionBits : kNewFileMode) == 0;
 }
 
+// Whether the target holds the content and nobody is about to replace it.
+bool Holds(const Target& target, int directory, const std::string& new_name, std::string_view content) {
+    if (!target.exists || static_cast<std::size_t>(target.status.st_size) != content.size()) return false;
+    if (faccessat(directory, new_name.c_str(), F_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0) return false;
+    const FileHandle file = OpenAt(directory, target.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    return file && ReadWhole(file.Get(), content.size()) == content;
+}
+
 bool NewFile::RenameTo(const std::string& target_name) {
     if (renameat(directory_, name_.c_str(), directory_, target_name.c_str()) != 0) return false;
     file_ = FileHandle();  // gives the lock up
@@ -209,13 +217,15 @@ std::optional<std::vector<std::string>> ReadTextLines(const std::string& path) {
 
 bool WriteTextFile(const std::string& path, std::string_view text, Durability durability) {
     const std::string content = WithCrLf(text);
-    const bool synced = durability == Durability::Synced;
+    const bool synced = durability != Durability::NotSynced;
 
     const std::optional<Target> target = FindTarget(path);
     if (!target) return false;
     const FileHandle directory = Open(target->directory, O_RDONLY | O_DIRECTORY);
     if (!directory) return false;
-    std::optional<NewFile> file = NewFile::Take(directory.Get(), target->name + ".new");
+    const std::string new_name = target->name + ".new";
+    if (durability == Durability::SyncedWhenChanged && Holds(*target, directory.Get(), new_name, content)) return true;
+    std::optional<NewFile> file = NewFile::Take(directory.Get(), new_name);
     if (!file || !file->Fill(content) || !file->AdoptOwnerAndMode(*target)) return false;
     if (synced && !file->Sync()) return false;
     if (!file->RenameTo(target->name)) return false;
