@@ -1,0 +1,417 @@
+#include "platform/codec/japanese.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "platform/codec/cp932_table.h"
+#include "platform/codec/text.h"
+
+namespace tarvex {
+namespace {
+
+using Byte = unsigned char;
+using Code = std::uint16_t;  // two bytes, the first one high; 0 = none
+
+constexpr Code kGetaSJis = 0x81AC;
+constexpr char kEscape = '\x1B';
+
+Byte At(std::string_view text, std::size_t index) { return static_cast<Byte>(text[index]); }
+
+void Append(std::string& text, Code code) {
+    text += static_cast<char>(code >> 8);
+    text += static_cast<char>(code & 0xFF);
+}
+
+// ---- rows and cells
+
+constexpr bool IsCellByte(Byte byte) { return byte >= 0x21 && byte <= 0x7E; }
+
+// Two 7-bit bytes, 0x21 to 0x7E each.
+constexpr Code SJisFromJis(Byte row, Byte cell) {
+    const int lead = (row + 1) / 2 + (row < 0x5F ? 0x70 : 0xB0);
+    const int trail = row % 2 == 0 ? cell + 0x7E : cell + (cell < 0x60 ? 0x1F : 0x20);
+    return static_cast<Code>(lead << 8 | trail);
+}
+
+// A Shift-JIS code with a lead byte below 0xF0.
+constexpr Code JisFromSJis(Code code) {
+    const int lead = code >> 8;
+    const int trail = code & 0xFF;
+    const int pair = 2 * (lead - (lead < 0xA0 ? 0x70 : 0xB0));
+    if (trail >= 0x9F) return static_cast<Code>(pair << 8 | (trail - 0x7E));
+    return static_cast<Code>((pair - 1) << 8 | (trail - (trail < 0x7F ? 0x1F : 0x20)));
+}
+static_assert(SJisFromJis(0x22, 0x2E) == kGetaSJis && JisFromSJis(kGetaSJis) == 0x222E);
+
+// ---- Unicode
+
+constexpr char16_t kFirstUserDefined = 0xE000;
+constexpr std::size_t kUserDefinedCharacters = 10 * kCp932Trails;  // leads 0xF0 to 0xF9
+
+constexpr Code CodeAt(std::size_t index) {
+    const std::size_t lead = index / kCp932Trails;
+    const std::size_t trail = index % kCp932Trails;
+    return static_cast<Code>((lead + (lead < 31 ? 0x81 : 0xE0 - 31)) << 8 | (trail + (trail < 63 ? 0x40 : 0x41)));
+}
+
+constexpr std::size_t IndexOf(Code code) {
+    const std::size_t lead = code >> 8;
+    const std::size_t trail = code & 0xFF;
+    return (lead - (lead < 0xA0 ? 0x81 : 0xE0 - 31)) * kCp932Trails + trail - (trail < 0x7F ? 0x40 : 0x41);
+}
+static_assert(IndexOf(CodeAt(kCp932Characters - 1)) == kCp932Characters - 1 && CodeAt(0) == 0x8140);
+
+// Of several codes for one character the Microsoft mapping takes: the standard's own, NEC's row 13, IBM's extensions,
+// and last NEC's selection of those.
+int Preference(Code code) {
+    const int lead = code >> 8;
+    if (lead == 0x87) return 1;
+    if (lead >= 0xFA) return 2;
+    return lead == 0xED || lead == 0xEE ? 3 : 0;
+}
+
+// Code page 932 from the other side.
+class UnicodeTable {
+public:
+    static constexpr Code kDropped = 1;  // no code: what has it is left out of the text
+
+    static const UnicodeTable& Get() {
+        static const UnicodeTable table;
+        return table;
+    }
+
+    // A code, an ASCII character, kDropped, or 0.
+    Code operator[](char16_t character) const { return codes_[character]; }
+
+private:
+    UnicodeTable() {
+        for (int preference = 0; preference <= 3; ++preference) {
+            for (std::size_t i = 0; i < kCp932Characters; ++i) {
+                const char16_t character = kCp932ToUnicode[i];
+                if (character != 0 && codes_[character] == 0 && Preference(CodeAt(i)) == preference) {
+                    codes_[character] = CodeAt(i);
+                }
+            }
+        }
+        for (std::size_t i = 0; i < kUserDefinedCharacters; ++i) {
+            codes_[kFirstUserDefined + i] = CodeAt(IndexOf(0xF040) + i);
+        }
+        for (Code half_width = 0xA1; half_width <= 0xDF; ++half_width) codes_[0xFF61 - 0xA1 + half_width] = half_width;
+        for (Code ascii = 0x20; ascii < 0x7F; ++ascii) codes_[ascii] = ascii;
+        for (const Folding& folding : kFoldings) {
+            codes_[folding.from] = folding.to == 0 ? kDropped : codes_[folding.to];
+        }
+    }
+
+    std::array<Code, 0x10000> codes_{};
+};
+
+// The length of the ASCII text in front.
+std::size_t AsciiBytes(std::string_view text) {
+    constexpr std::uint64_t kHighBits = 0x8080808080808080;
+    std::size_t length = 0;
+    for (std::uint64_t word = 0; length + sizeof word <= text.size(); length += sizeof word) {
+        std::memcpy(&word, text.data() + length, sizeof word);
+        if (word & kHighBits) break;
+    }
+    while (length < text.size() && At(text, length) < 0x80) ++length;
+    return length;
+}
+
+// One step through UTF-8 text whose first byte is above 0x7F.
+struct Utf8Step {
+    std::size_t length;
+    std::optional<char32_t> character;  // none for an ill-formed sequence
+};
+
+Utf8Step ReadUtf8(std::string_view text) {
+    const Byte first = At(text, 0);
+    std::size_t length = 0;
+    char32_t character = 0;
+    Byte lowest = 0x80;  // of the second byte: no overlong form, no surrogate, nothing above U+10FFFF
+    Byte highest = 0xBF;
+    if (first >= 0xC2 && first <= 0xDF) {
+        length = 2;
+        character = first & 0x1FU;
+    } else if (first >= 0xE0 && first <= 0xEF) {
+        length = 3;
+        character = first & 0x0FU;
+        if (first == 0xE0) lowest = 0xA0;
+        if (first == 0xED) highest = 0x9F;
+    } else if (first >= 0xF0 && first <= 0xF4) {
+        length = 4;
+        character = first & 0x07U;
+        if (first == 0xF0) lowest = 0x90;
+        if (first == 0xF4) highest = 0x8F;
+    } else {
+        return {1, std::nullopt};
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if (i >= text.size() || At(text, i) < lowest || At(text, i) > highest) return {i, std::nullopt};
+        character = character << 6 | (At(text, i) & 0x3FU);
+        lowest = 0x80;
+        highest = 0xBF;
+    }
+    return {length, character};
+}
+
+bool IsVariationSelector(char32_t character) { return character >= 0xE0100 && character <= 0xE01EF; }
+
+void AppendUnicode(std::string& text, char32_t character) {
+    if (character > 0xFFFF) {
+        if (!IsVariationSelector(character)) Append(text, kGetaSJis);
+        return;
+    }
+    const Code code = UnicodeTable::Get()[static_cast<char16_t>(character)];
+    if (code == UnicodeTable::kDropped) return;
+    if (code == 0) {
+        Append(text, kGetaSJis);
+    } else if (code > 0xFF) {
+        Append(text, code);
+    } else {
+        text += static_cast<char>(code);
+    }
+}
+
+// ---- ISO-2022-JP, reading
+
+enum class JisSet { Ascii, Kanji, Katakana, Supplement };
+
+struct Designation {
+    std::string_view sequence;
+    JisSet set;
+};
+constexpr std::array<Designation, 6> kDesignations = {{
+    {"\x1B$B", JisSet::Kanji},
+    {"\x1B(B", JisSet::Ascii},
+    {"\x1B$@", JisSet::Kanji},
+    {"\x1B(J", JisSet::Ascii},
+    {"\x1B(I", JisSet::Katakana},
+    {"\x1B$(D", JisSet::Supplement},
+}};
+
+// The length of what the text's first character in the set takes; it is appended as Shift-JIS.
+std::size_t ConvertFromSet(JisSet set, std::string_view text, std::string& out) {
+    const Byte first = At(text, 0);
+    if (!IsCellByte(first)) {
+        out += text[0];
+        return 1;
+    }
+    if (set == JisSet::Katakana) {
+        out += static_cast<char>(first <= 0x5F ? first + 0x80 : first);
+        return 1;
+    }
+    if (text.size() < 2 || !IsCellByte(At(text, 1))) {
+        out += '?';
+        return 1;
+    }
+    Append(out, set == JisSet::Kanji ? SJisFromJis(first, At(text, 1)) : kGetaSJis);
+    return 2;
+}
+
+// ---- ISO-2022-JP, writing
+
+// The full-width form of each half-width katakana, 0xA1 to 0xDF.
+constexpr std::array<Code, 63> kFullWidth = {
+    0x2123, 0x2156, 0x2157, 0x2122, 0x2126, 0x2572, 0x2521, 0x2523, 0x2525, 0x2527, 0x2529, 0x2563, 0x2565,
+    0x2567, 0x2543, 0x213C, 0x2522, 0x2524, 0x2526, 0x2528, 0x252A, 0x252B, 0x252D, 0x252F, 0x2531, 0x2533,
+    0x2535, 0x2537, 0x2539, 0x253B, 0x253D, 0x253F, 0x2541, 0x2544, 0x2546, 0x2548, 0x254A, 0x254B, 0x254C,
+    0x254D, 0x254E, 0x254F, 0x2552, 0x2555, 0x2558, 0x255B, 0x255E, 0x255F, 0x2560, 0x2561, 0x2562, 0x2564,
+    0x2566, 0x2568, 0x2569, 0x256A, 0x256B, 0x256C, 0x256D, 0x256F, 0x2573, 0x212B, 0x212C,
+};
+constexpr Byte kVoiceMark = 0xDE;
+constexpr Byte kHalfVoiceMark = 0xDF;
+
+constexpr bool IsHalfWidth(Byte byte) { return byte >= 0xA1 && byte <= 0xDF; }
+
+// The character that a half-width katakana and the mark behind it make together; 0 when they do not join.
+Code Voiced(Byte katakana, Byte mark) {
+    const Code plain = kFullWidth[katakana - 0xA1U];
+    const bool h_row = katakana >= 0xCA && katakana <= 0xCE;
+    if (mark == kHalfVoiceMark) return h_row ? static_cast<Code>(plain + 2) : Code{0};
+    if (mark != kVoiceMark) return 0;
+    if (katakana == 0xB3) return 0x2574;
+    return h_row || (katakana >= 0xB6 && katakana <= 0xC4) ? static_cast<Code>(plain + 1) : Code{0};
+}
+
+// The code within the 94 rows; a geta mark when there is none.
+Code WithinRows(Code code) {
+    if (code < 0xF000) return JisFromSJis(code);
+    const char16_t character = kCp932ToUnicode[IndexOf(code)];
+    if (character == 0) return JisFromSJis(kGetaSJis);
+    const Code standard = UnicodeTable::Get()[character];
+    if (standard < 0xF000) return JisFromSJis(standard);
+    // What has no other code in the Microsoft mapping's eyes stands once more in NEC's selection, 0xED40 to 0xEEFC.
+    const auto begin = kCp932ToUnicode.begin() + static_cast<std::ptrdiff_t>(IndexOf(0xED40));
+    const auto end = begin + 2 * static_cast<std::ptrdiff_t>(kCp932Trails);
+    const auto found = std::find(begin, end, character);
+    if (found == end) return JisFromSJis(kGetaSJis);
+    return JisFromSJis(CodeAt(static_cast<std::size_t>(found - kCp932ToUnicode.begin())));
+}
+
+class JisWriter {
+public:
+    explicit JisWriter(std::size_t source_bytes) { text_.reserve(source_bytes + source_bytes / 8 + 8); }
+
+    void Ascii(std::string_view text) {
+        Designate("\x1B(B", false);
+        text_ += text;
+    }
+    void Kanji(Code code) {
+        Designate("\x1B$B", true);
+        Append(text_, code);
+        converted_ = true;
+    }
+    bool Converted() const { return converted_; }
+    std::string Finish() {
+        Designate("\x1B(B", false);
+        return std::move(text_);
+    }
+
+private:
+    void Designate(std::string_view sequence, bool kanji) {
+        if (in_kanji_ == kanji) return;
+        text_ += sequence;
+        in_kanji_ = kanji;
+    }
+
+    std::string text_;
+    bool in_kanji_ = false;
+    bool converted_ = false;
+};
+
+constexpr std::string_view kDroppedControls{"\0\x0E\x0F\x1B", 4};
+
+void WriteAscii(JisWriter& writer, std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t length = std::min(text.find_first_of(kDroppedControls), text.size());
+        if (length > 0) writer.Ascii(text.substr(0, length));
+        text.remove_prefix(std::min(length + 1, text.size()));
+    }
+}
+
+// Writes the character in front, which is not ASCII, and returns its length.
+std::size_t WriteJapanese(JisWriter& writer, std::string_view text) {
+    const Byte first = At(text, 0);
+    if (IsHalfWidth(first)) {
+        const Code joined = text.size() > 1 ? Voiced(first, At(text, 1)) : Code{0};
+        writer.Kanji(joined != 0 ? joined : kFullWidth[first - 0xA1U]);
+        return joined != 0 ? 2 : 1;
+    }
+    if (CharacterBytes(text) == 2) {
+        writer.Kanji(WithinRows(static_cast<Code>(first << 8 | At(text, 1))));
+        return 2;
+    }
+    writer.Ascii("?");
+    return 1;
+}
+
+}  // namespace
+
+void JisToSJis(const std::string* source, std::string* target) {
+    std::string_view text = *source;
+    std::string out;
+    out.reserve(text.size());
+    JisSet set = JisSet::Ascii;
+    while (!text.empty()) {
+        if (set == JisSet::Ascii) {
+            const std::size_t plain = std::min(text.find(kEscape), text.size());
+            out.append(text.substr(0, plain));
+            text.remove_prefix(plain);
+            if (text.empty()) break;
+        }
+        if (text[0] == kEscape) {
+            const auto* const found = std::ranges::find_if(
+                kDesignations, [text](const Designation& entry) { return text.starts_with(entry.sequence); });
+            if (found != kDesignations.end()) {
+                set = found->set;
+                text.remove_prefix(found->sequence.size());
+                continue;
+            }
+        }
+        if (text[0] == '\r' || text[0] == '\n') set = JisSet::Ascii;
+        if (set == JisSet::Ascii) {
+            out += text[0];
+            text.remove_prefix(1);
+        } else {
+            text.remove_prefix(ConvertFromSet(set, text, out));
+        }
+    }
+    *target = std::move(out);
+}
+
+void EucToSJis(const std::string* source, std::string* target) {
+    constexpr Byte kSingleShift2 = 0x8E;
+    constexpr Byte kSingleShift3 = 0x8F;
+    const auto is_cell = [](std::string_view text, std::size_t index) {
+        return index < text.size() && At(text, index) >= 0xA1 && At(text, index) <= 0xFE;
+    };
+    std::string_view text = *source;
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t ascii = AsciiBytes(text);
+        out.append(text.substr(0, ascii));
+        text.remove_prefix(ascii);
+        if (text.empty()) break;
+
+        const Byte first = At(text, 0);
+        std::size_t length = 2;
+        if (first == kSingleShift2 && text.size() > 1 && IsHalfWidth(At(text, 1))) {
+            out += text[1];
+        } else if (first == kSingleShift3 && is_cell(text, 1) && is_cell(text, 2)) {
+            Append(out, kGetaSJis);
+            length = 3;
+        } else if (is_cell(text, 0) && is_cell(text, 1)) {
+            Append(out, SJisFromJis(first & 0x7F, At(text, 1) & 0x7F));
+        } else {
+            out += '?';
+            length = 1;
+        }
+        text.remove_prefix(length);
+    }
+    *target = std::move(out);
+}
+
+void Utf8ToSJis(const std::string* source, std::string* target) {
+    std::string_view text = *source;
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t ascii = AsciiBytes(text);
+        out.append(text.substr(0, ascii));
+        text.remove_prefix(ascii);
+        if (text.empty()) break;
+
+        const Utf8Step step = ReadUtf8(text);
+        if (step.character) {
+            AppendUnicode(out, *step.character);
+        } else {
+            out += '?';
+        }
+        text.remove_prefix(step.length);
+    }
+    *target = std::move(out);
+}
+
+int SJisToJis(const std::string* source, std::string* target) {
+    std::string_view text = *source;
+    JisWriter writer(text.size());
+    while (!text.empty()) {
+        const std::size_t ascii = AsciiBytes(text);
+        WriteAscii(writer, text.substr(0, ascii));
+        text.remove_prefix(ascii);
+        if (!text.empty()) text.remove_prefix(WriteJapanese(writer, text));
+    }
+    const int converted = writer.Converted() ? 1 : 0;
+    *target = writer.Finish();
+    return converted;
+}
+
+}  // namespace tarvex

@@ -1,0 +1,29 @@
+#pragma once
+
+// Between the encodings of Japanese mail and Shift-JIS (code page 932). Each fills `target` from `source`, which may be
+// the same object, in one pass; every input has a result. What a code cannot express becomes a geta mark (0x81 0xAC),
+// what is broken a "?".
+
+#include <string>
+
+namespace tarvex {
+
+// ISO-2022-JP (RFC 1468) with its usual extensions: ESC $ @, ESC $ B, ESC ( B, ESC ( J, ESC ( I (half-width katakana);
+// the characters of ESC $ ( D become geta marks. A line end returns to ASCII. Bytes above 0x7F pass, so Shift-JIS text
+// passes as it is; so do unknown escape sequences. All 94 rows follow one arithmetic.
+void JisToSJis(const std::string* source, std::string* target);
+
+// EUC-JP; half-width katakana through 0x8E, the characters of 0x8F become geta marks.
+void EucToSJis(const std::string* source, std::string* target);
+
+// UTF-8 (RFC 3629) by the Microsoft mapping and the foldings of cp932_table.h. Each maximal part of an ill-formed
+// sequence becomes one "?".
+void Utf8ToSJis(const std::string* source, std::string* target);
+
+// ISO-2022-JP, in ASCII state at each line end and at the end. Half-width katakana become full-width ones, joined with
+// their voice marks; IBM extension characters take their code within the 94 rows; other codes outside of the rows
+// become geta marks. ESC, SO, SI and NUL are dropped, so every escape sequence of the result was written here. Non-zero
+// when something other than ASCII was converted, so when the result holds an escape sequence.
+int SJisToJis(const std::string* source, std::string* target);
+
+}  // namespace tarvex
