@@ -1,10 +1,76 @@
-// The reduction of a message to a short text mail.
+// The reduction of a message to a short text mail in ISO-2022-JP.
 
+#include <string_view>
+
+#include "platform/codec/japanese.h"
+#include "platform/codec/mail_header.h"
+#include "platform/codec/text.h"
+#include "platform/os/shield.h"
+#include "rewrite/html_text.h"
+#include "rewrite/mime_walk.h"
 #include "tarvex/tree.h"
 
-// Reduction is not built yet: every message is left as it is, and the result says so, so that delivery frames it as the
-// fetched message that it still is.
-int CPopProfile::CutAsTextmail(CString* /*mail*/, int /*textonly*/, int /*cutwhite*/, int /*htmltotext*/,
-                               CString /*compress_words*/) {
-    return 0;
+namespace tarvex {
+namespace {
+
+constexpr std::string_view kTerminator = "\r\n.\r\n";
+
+// Cuts the text to the limit, and then back to a byte that is valid both alone and as the second half of a double-byte
+// character. So it never ends in half a character, and loses digits, blanks, punctuation and line ends at its end as
+// well: kept on purpose.
+void LimitBytes(CString& text, std::size_t limit_bytes) {
+    if (text.size() <= limit_bytes) return;
+    text.resize(limit_bytes);
+    const auto may_end = [](unsigned char byte) { return IsTrailByte(byte) && IsSingleByte(byte); };
+    while (!text.empty() && !may_end(static_cast<unsigned char>(text.back()))) text.pop_back();
+}
+
+CString Header(const CMailInfo& info) {
+    CString header = "Date: " + info.date;
+    const auto add = [&header](std::string_view name, const CString& value) {
+        if (!value.empty()) header.append("\r\n").append(name).append(": ").append(value);
+    };
+    add("From", info.from);
+    add("To", info.to);
+    add("CC", info.cc);
+    add("Subject", info.subject);
+    add("Reply-To", info.reply_to);
+    header += "\r\nMIME-Version: " + info.mime_version;
+
+    SJisToJis(&header, &header);
+    EncodeMailHeader(&header, &header);
+    return header;
+}
+
+CString ReducedMail(const CString& mail, int textonly, int cutwhite, int htmltotext, const CString& compress_words) {
+    CString text = PickReadableText(mail, htmltotext != 0);
+    if (text.ends_with(kTerminator)) text.resize(text.size() - kTerminator.size());
+    if (cutwhite != 0) FilterCharacters(&text, cutwhite > 0 ? 1 : 0, compress_words);
+    if (textonly > 0) LimitBytes(text, static_cast<std::size_t>(textonly));
+    const bool is_japanese = SJisToJis(&text, &text) != 0;
+
+    CMailInfo info;
+    MakeMailInfo(mail, &info);
+    CString reduced = Header(info);
+    reduced.append("\r\nContent-Type: text/plain; charset=\"")
+        .append(is_japanese ? "ISO-2022-JP" : "US-ASCII")
+        .append("\"\r\n\r\n")
+        .append(text)
+        .append(kTerminator);
+    return reduced;
+}
+
+}  // namespace
+}  // namespace tarvex
+
+CString CPopProfile::PickText(CString part, int /*offset*/, int htmltotext) {
+    return tarvex::Shielded(CString(), [&] { return tarvex::PickReadableText(part, htmltotext != 0); });
+}
+
+int CPopProfile::CutAsTextmail(CString* mail, int textonly, int cutwhite, int htmltotext, CString compress_words) {
+    if (!mail || mail->find("\r\n\r\n") == CString::npos) return 0;
+    return tarvex::Shielded(0, [&] {
+        tarvex::ReducedMail(*mail, textonly, cutwhite, htmltotext, compress_words).swap(*mail);
+        return 1;
+    });
 }

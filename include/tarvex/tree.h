@@ -122,8 +122,17 @@ public:
     // Replaces the To field of one message by the address.
     void ReplaceTo(CReceiveMail* mail, CString address);
 
-    // Reduces a message to a short text mail. Returns 1 when the text was replaced, else 0.
+    // Replaces a message by a short text mail in ISO-2022-JP or US-ASCII: a small header from the message's own, the
+    // first readable text of its parts, and the terminator "\r\n.\r\n", not dot-stuffed. `textonly`: limit of the text
+    // in bytes of Shift-JIS when positive; `cutwhite`, `compress_words`: as in the setting; `htmltotext`: non-zero
+    // takes an HTML message. Returns 0, with the text unchanged, for a null pointer and for a text without a blank
+    // line, else 1.
     int CutAsTextmail(CString* mail, int textonly, int cutwhite, int htmltotext, CString compress_words);
+
+    // The readable text of a message or MIME part in Shift-JIS: its first text part, in document order and depth first,
+    // that holds anything but white space; empty when there is none. `offset` has no effect; `htmltotext` non-zero
+    // takes an HTML message, but nested HTML parts are never taken.
+    CString PickText(CString part, int offset, int htmltotext);
 
     std::vector<std::unique_ptr<CForwardAddress>> forward_addresses;
     CPopProfileSetting setting;

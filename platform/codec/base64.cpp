@@ -3,6 +3,7 @@
 #include "platform/codec/base64.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <utility>
@@ -35,6 +36,26 @@ void AppendQuantum(std::string_view bytes, std::string& target) {
     }
 }
 
+// Writes the highest bytes of 24 bits and returns where the next one goes.
+char* AppendBytes(std::uint32_t bits, unsigned count, char* out) {
+    for (unsigned i = 0; i < count; ++i) *out++ = static_cast<char>(bits >> (16 - 8 * i) & 0xFFU);
+    return out;
+}
+
+// Four digits in a row, as nearly everywhere. False when one of the characters is none.
+bool DecodeQuantum(const char* text, char* out) {
+    const auto digit = [text](std::size_t i) -> std::uint32_t {
+        return kDigitValues[static_cast<unsigned char>(text[i])];
+    };
+    const std::uint32_t a = digit(0);
+    const std::uint32_t b = digit(1);
+    const std::uint32_t c = digit(2);
+    const std::uint32_t d = digit(3);
+    if ((a | b | c | d) > 0x3F) return false;
+    AppendBytes(a << 18 | b << 12 | c << 6 | d, 3, out);
+    return true;
+}
+
 }  // namespace
 
 void Base64Encode(const std::string* source, std::string* target) {
@@ -46,20 +67,33 @@ void Base64Encode(const std::string* source, std::string* target) {
 }
 
 void Base64Decode(const std::string* source, std::string* target) {
+    const std::string_view text = *source;
     std::string decoded;
-    decoded.reserve(source->size() / 4 * 3 + 2);
-    std::uint32_t bits = 0;  // the lowest `pending` bits are not written yet
-    unsigned pending = 0;
-    for (const char c : *source) {
-        if (c == '=') break;
-        const std::uint8_t value = kDigitValues[static_cast<unsigned char>(c)];
-        if (value == kNoDigit) continue;
-        bits = bits << 6 | value;
-        pending += 6;
-        if (pending < 8) continue;
-        pending -= 8;
-        decoded += static_cast<char>(bits >> pending & 0xFFU);
+    decoded.resize(text.size() / 4 * 3 + 3);
+    char* out = decoded.data();
+    std::uint32_t bits = 0;
+    unsigned digits = 0;   // of the quantum that is under way
+    unsigned padding = 0;  // directly behind them
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        while (digits == 0 && i + 4 <= text.size() && DecodeQuantum(text.data() + i, out)) {
+            out += 3;
+            i += 4;
+        }
+        if (i == text.size()) break;
+
+        const std::uint8_t value = kDigitValues[static_cast<unsigned char>(text[i])];
+        if (text[i] == '=' && digits >= 2) {
+            if (digits + ++padding == 4) break;
+        } else if (value != kNoDigit) {
+            bits = bits << 6 | value;
+            padding = 0;
+            if (++digits < 4) continue;
+            out = AppendBytes(bits, 3, out);
+            digits = 0;
+        }
     }
+    if (digits >= 2) out = AppendBytes(bits << 6 * (4 - digits), digits - 1, out);
+    decoded.resize(static_cast<std::size_t>(out - decoded.data()));
     *target = std::move(decoded);
 }
 

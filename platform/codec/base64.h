@@ -10,8 +10,9 @@ namespace tarvex {
 // breaks.
 void Base64Encode(const std::string* source, std::string* target);
 
-// Fills `target` with the bytes of a Base64 text. Characters outside the alphabet are skipped, decoding stops at the
-// first "=" wherever it stands, and bits that do not fill a byte are dropped, so every text has a decoded form.
+// Fills `target` with the bytes of a Base64 text, so that every text has a decoded form: characters outside the
+// alphabet are skipped, decoding stops at the padding that completes a quantum ("=" behind three digits, "==" behind
+// two), padding elsewhere is skipped, and bits that do not fill a byte are dropped.
 void Base64Decode(const std::string* source, std::string* target);
 
 }  // namespace tarvex

@@ -379,6 +379,16 @@ void EucToSJis(const std::string* source, std::string* target) {
     *target = std::move(out);
 }
 
+bool IsUtf8(std::string_view text) {
+    for (;;) {
+        text.remove_prefix(AsciiBytes(text));
+        if (text.empty()) return true;
+        const Utf8Step step = ReadUtf8(text);
+        if (!step.character) return false;
+        text.remove_prefix(step.length);
+    }
+}
+
 void Utf8ToSJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
     std::string out;

@@ -5,6 +5,7 @@
 // what is broken a "?".
 
 #include <string>
+#include <string_view>
 
 namespace tarvex {
 
@@ -19,6 +20,9 @@ void EucToSJis(const std::string* source, std::string* target);
 // UTF-8 (RFC 3629) by the Microsoft mapping and the foldings of cp932_table.h. Each maximal part of an ill-formed
 // sequence becomes one "?".
 void Utf8ToSJis(const std::string* source, std::string* target);
+
+// Whether the text is well-formed UTF-8.
+bool IsUtf8(std::string_view text);
 
 // ISO-2022-JP, in ASCII state at each line end and at the end. Half-width katakana become full-width ones, joined with
 // their voice marks; IBM extension characters take their code within the 94 rows; other codes outside of the rows

@@ -17,6 +17,8 @@ constexpr bool IsTrailByte(unsigned char byte) {
     return (byte >= 0x40 && byte <= 0x7E) || (byte >= 0x80 && byte <= 0xFC);
 }
 
+constexpr bool IsSingleByte(unsigned char byte) { return byte < 0x80 || (byte >= 0xA1 && byte <= 0xDF); }
+
 // The length of the first character of a text that is not empty: 2 for a lead byte followed by a trail byte, else 1. A
 // lead byte at the end of the text or before a byte that is no trail byte is a character of its own.
 constexpr std::size_t CharacterBytes(std::string_view text) {

@@ -1,0 +1,48 @@
+#pragma once
+
+// Named character sets of mail headers, to Shift-JIS.
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tarvex {
+
+// Converts from ISO-2022-JP, Shift_JIS, EUC-JP, UTF-8 and US-ASCII, under their usual names, by our own code and from
+// what else the system's converter knows by way of UTF-8. A name from a mail is untrusted: only letters, digits and
+// "-_.:+" make one. One converter asks the system for at most 16 character sets, so that a mail that names thousands
+// costs nothing.
+class CharsetConverter {
+public:
+    CharsetConverter();
+    ~CharsetConverter();
+    CharsetConverter(const CharsetConverter&) = delete;
+    CharsetConverter& operator=(const CharsetConverter&) = delete;
+
+    // Nothing when the character set is not known or the text does not belong to it.
+    std::optional<std::string> ToSJis(std::string_view charset, const std::string& text);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// A converter of the system's from one character set to UTF-8.
+class SystemCharset {
+public:
+    // Null when the system does not know it.
+    static std::unique_ptr<SystemCharset> Open(const std::string& charset);
+    ~SystemCharset();
+    SystemCharset(const SystemCharset&) = delete;
+    SystemCharset& operator=(const SystemCharset&) = delete;
+
+    // Nothing when the text does not belong to the character set.
+    std::optional<std::string> ToUtf8(std::string_view text);
+
+private:
+    explicit SystemCharset(void* handle) : handle_(handle) {}
+    void* handle_;
+};
+
+}  // namespace tarvex

@@ -1,0 +1,211 @@
+#include "rewrite/mime_walk.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "platform/codec/base64.h"
+#include "platform/codec/japanese.h"
+#include "platform/codec/mail_header.h"
+#include "platform/codec/text.h"
+#include "platform/codec/transfer_encoding.h"
+#include "rewrite/boundary_index.h"
+#include "rewrite/html_text.h"
+
+namespace tarvex {
+namespace {
+
+constexpr std::size_t kNone = std::string_view::npos;
+constexpr std::string_view kDelimiter = "\r\n--";
+constexpr std::string_view kBlankLine = "\r\n\r\n";
+
+bool Contains(std::string_view text, std::string_view part) { return text.find(part) != kNone; }
+
+// The boundary parameter of a content type, in its own letter case. It ends at the first ";" behind its first
+// character, else at the first blank there, so a quoted boundary with a blank is cut short: kept on purpose.
+std::optional<std::string_view> BoundaryOf(std::string_view content_type, std::string_view lowered) {
+    constexpr std::string_view kParameter = "boundary=";
+    const std::size_t parameter = lowered.find(kParameter);
+    if (parameter == kNone) return std::nullopt;
+    std::string_view boundary = content_type.substr(parameter + kParameter.size());
+    std::size_t end = boundary.find(';', 1);
+    if (end == kNone) end = boundary.find(' ', 1);
+    boundary = boundary.substr(0, end);
+    if (boundary.starts_with('"')) boundary.remove_prefix(1);
+    if (boundary.ends_with('"')) boundary.remove_suffix(1);
+    return boundary;
+}
+
+// ---- a text part
+
+using Conversion = void (*)(const CString* source, CString* target);
+
+// First match in this order.
+void UndoTransferEncoding(std::string_view encoding, CString& text) {
+    Conversion conversion = nullptr;
+    if (Contains(encoding, "base64")) {
+        conversion = Base64Decode;
+    } else if (Contains(encoding, "x-uuencode")) {
+        conversion = UUDecode;
+    } else if (Contains(encoding, "quoted-printable")) {
+        conversion = QuotedPrintableDecode;
+    }
+    if (conversion) conversion(&text, &text);
+}
+
+// First match in this order; a part that names none of these is taken for ISO-2022-JP, which leaves ASCII and Shift-JIS
+// alone.
+void ConvertCharset(std::string_view content_type, CString& text) {
+    if (Contains(content_type, "iso-2022-jp")) {
+        JisToSJis(&text, &text);
+    } else if (Contains(content_type, "utf-8")) {
+        Utf8ToSJis(&text, &text);
+    } else if (Contains(content_type, "euc-jp")) {
+        EucToSJis(&text, &text);
+    } else if (!Contains(content_type, "us-ascii")) {
+        JisToSJis(&text, &text);
+    }
+}
+
+// Takes POP3's additional dots off, and the line end that stood for the blank line.
+void Unstuff(CString& text) {
+    constexpr std::string_view kStuffed = "\r\n..";
+    const std::size_t begin = text.starts_with("\r\n") ? 2 : 0;
+    if (begin == 0 && !Contains(text, kStuffed)) return;
+    const std::string_view source = text;
+    CString unstuffed;
+    unstuffed.reserve(source.size());
+    std::size_t done = 0;
+    for (std::size_t at = source.find(kStuffed); at != kNone; at = source.find(kStuffed, done)) {
+        const std::size_t kept_end = at + kStuffed.size() - 1;
+        unstuffed.append(source.substr(done, kept_end - done));
+        done = kept_end + 1;
+    }
+    unstuffed.append(source.substr(done));
+    unstuffed.erase(0, begin);
+    text.swap(unstuffed);
+}
+
+bool HoldsText(std::string_view text) { return text.find_first_not_of("\t\n\r ") != kNone; }
+
+// The text of a part that has no parts; empty when it is not to be read.
+CString TextOf(std::string_view body, std::string_view content_type, std::string_view transfer_encoding,
+               bool accept_html) {
+    const bool is_html = accept_html && Contains(content_type, "text/html");
+    if (!is_html && !content_type.empty() && !Contains(content_type, "text/plain")) return {};
+
+    CString text(body);
+    UndoTransferEncoding(transfer_encoding, text);
+    ConvertCharset(content_type, text);
+    Unstuff(text);
+    if (is_html) HtmlToText(&text);
+    return HoldsText(text) ? text : CString();
+}
+
+// ---- the walk
+
+struct Extent {
+    std::size_t begin;
+    std::size_t end;
+};
+
+// A multipart whose parts are being visited.
+class Level {
+public:
+    Level(const BoundaryIndex::Positions& delimiters, std::size_t boundary_bytes, Extent body)
+        : delimiters_(&delimiters),
+          delimiter_bytes_(kDelimiter.size() + boundary_bytes),
+          end_(body.end),
+          at_(Next(body.begin)) {}
+
+    // The next part: between two delimiters. What follows the last delimiter is no part, though it be not the closing
+    // one.
+    std::optional<Extent> TakePart(std::string_view message) {
+        if (at_ == kNone || (!first_ && IsClosing(message))) return std::nullopt;
+        first_ = false;
+        const std::size_t begin = at_ + delimiter_bytes_;
+        at_ = Next(begin);
+        if (at_ == kNone) return std::nullopt;
+        return Extent{begin, at_};
+    }
+
+private:
+    std::size_t Next(std::size_t from) const {
+        return BoundaryIndex::First(*delimiters_, from, end_, delimiter_bytes_);
+    }
+    bool IsClosing(std::string_view message) const {
+        return message.substr(0, end_).substr(at_ + delimiter_bytes_).starts_with("--");
+    }
+
+    const BoundaryIndex::Positions* delimiters_;
+    std::size_t delimiter_bytes_;
+    std::size_t end_;
+    std::size_t at_;  // of the delimiter before the next part
+    bool first_ = true;
+};
+
+class Walk {
+public:
+    explicit Walk(std::string_view message) : message_(message) {}
+
+    CString Run(bool accept_html) {
+        CString text = Enter({0, message_.size()}, accept_html);
+        while (text.empty() && !levels_.empty()) {
+            if (const std::optional<Extent> part = levels_.back().TakePart(message_)) {
+                text = Enter(*part, false);
+            } else {
+                levels_.pop_back();
+            }
+        }
+        return text;
+    }
+
+private:
+    // The text of a part; a multipart has none itself but becomes the innermost level.
+    CString Enter(Extent part, bool accept_html) {
+        const std::size_t blank_line = FindBlankLine(part);
+        const std::size_t header_end = blank_line != kNone ? blank_line : EndOfLonelyHeader(part);
+        // The body begins with the line end of the blank line, so that a delimiter directly behind it is found.
+        const Extent body = {blank_line != kNone ? blank_line + 2 : part.begin, part.end};
+        const ContentFields fields = ReadContentFields(Text({part.begin, header_end}));
+        const CString content_type = ToLower(fields.content_type);
+        if (!Contains(content_type, "multipart/")) {
+            return TextOf(Text(body), content_type, ToLower(fields.content_transfer_encoding), accept_html);
+        }
+        if (const auto boundary = BoundaryOf(fields.content_type, content_type)) {
+            levels_.emplace_back(Index().DelimitersWith(*boundary), boundary->size(), body);
+        }
+        return {};
+    }
+
+    std::string_view Text(Extent extent) const { return message_.substr(extent.begin, extent.end - extent.begin); }
+
+    std::size_t FindBlankLine(Extent part) {
+        if (levels_.empty()) return message_.find(kBlankLine);
+        return BoundaryIndex::First(Index().BlankLines(), part.begin, part.end, kBlankLine.size());
+    }
+
+    // Without a blank line the part counts as body as a whole, but the fields in front of the first delimiter still say
+    // what it is.
+    std::size_t EndOfLonelyHeader(Extent part) {
+        if (levels_.empty()) return HeaderOf(message_).size();
+        return std::min(BoundaryIndex::First(Index().AllDelimiters(), part.begin, part.end, kDelimiter.size()),
+                        part.end);
+    }
+
+    BoundaryIndex& Index() {
+        if (!index_) index_.emplace(message_);
+        return *index_;
+    }
+
+    std::string_view message_;
+    std::optional<BoundaryIndex> index_;  // made for the first multipart
+    std::vector<Level> levels_;           // from the outermost to the innermost
+};
+
+}  // namespace
+
+CString PickReadableText(std::string_view message, bool accept_html) { return Walk(message).Run(accept_html); }
+
+}  // namespace tarvex
