@@ -190,6 +190,7 @@ private:
     // what it is.
     std::size_t EndOfLonelyHeader(Extent part) {
         if (levels_.empty()) return HeaderOf(message_).size();
+        if (Text(part).starts_with("--")) return part.begin;
         return std::min(BoundaryIndex::First(Index().AllDelimiters(), part.begin, part.end, kDelimiter.size()),
                         part.end);
     }
