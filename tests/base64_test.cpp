@@ -91,12 +91,21 @@ TEST(Base64, DecodingSkipsCharactersOutsideTheAlphabet) {
     EXPECT_EQ(Decode("-_!"), "");
 }
 
-TEST(Base64, DecodingStopsAtTheFirstEqualsSign) {
+TEST(Base64, DecodingStopsAtPaddingThatCompletesAQuantum) {
     const struct {
         std::string encoded, plain;
     } cases[] = {
-        {"=", ""},          {"=Zm9v", ""},        {"Z=m9v", ""}, {"Zg==Zm9v", "f"},
-        {"Zm8=Zm9v", "fo"}, {"Zm9v=YmFy", "foo"}, {"Zg=", "f"},  {"Zm9vYg", "foob"},
+        {"Zg==Zm9v", "f"},         {"Zm8=Zm9v", "fo"}, {"Zm9vZg==Zm9v", "foof"},
+        {"Zg\r\n=\r\n=Zm9v", "f"}, {"Zg=", "f"},       {"Zm9vYg", "foob"},
+    };
+    for (const auto& [encoded, plain] : cases) EXPECT_EQ(Decode(encoded), plain) << encoded;
+}
+
+TEST(Base64, OtherPaddingIsSkipped) {
+    const struct {
+        std::string encoded, plain;
+    } cases[] = {
+        {"=", ""}, {"=Zm9v", "foo"}, {"Z=m9v", "foo"}, {"Zm9v=YmFy", "foobar"}, {"Zm=9v", "foo"},
     };
     for (const auto& [encoded, plain] : cases) EXPECT_EQ(Decode(encoded), plain) << encoded;
 }
