@@ -785,6 +785,69 @@ TEST_F(RunTest, ReplaceToPutsEachAddressIntoItsCopy) {
     EXPECT_THAT(sink.Delivered()[1].text, HasSubstr("\r\nFrom: somebody@example.net\r\n"));
 }
 
+// The text mail, as the address asks for it in its file. Run through a tree that was read from disk.
+
+struct TextMailCase {
+    const char* name;
+    std::string settings;
+    std::string mail;
+    std::string arrives;
+};
+
+void PrintTo(const TextMailCase& shown, std::ostream* out) { *out << shown.name; }
+
+class RunTextMail : public ::testing::TestWithParam<TextMailCase> {};
+
+TEST_P(RunTextMail, IsMadeByTheSettingsOfTheAddress) {
+    MailboxServer mailbox("alice", "secret");
+    const SinkServer sink;
+    DataTree tree;
+    CPopProfile& profile = tree.AddProfile(mailbox.Port(), sink.Port());
+    CForwardAddress& address = AddAddress(profile, "a@example.org");
+    WriteFile(OnDisk(address.path) + "/forwardaddress.def", "[address]\r\na@example.org\r\n" + GetParam().settings);
+    CRootPath root;
+    ASSERT_EQ(root.SetRootPath(tree.root.path), 1);
+    mailbox.Add({"u1", GetParam().mail});
+    RunOnce(*root.users.front()->profiles.front());
+    ASSERT_EQ(sink.Delivered().size(), 1U);
+    EXPECT_EQ(sink.Delivered()[0].text, GetParam().arrives);
+}
+
+const std::string kPlainMail = "From: f@x\r\nSubject: s\r\n\r\none  two\r\n\r\n.three--xyxxy\x82\x9F\x82\x9F\r\n";
+const std::string kHtmlMail = "From: f@x\r\nSubject: s\r\nContent-Type: text/html\r\n\r\n<p>one</p>\r\n<b>two</b>\r\n";
+const std::string kMailWithoutBlankLine = "From: f@x\r\n.\r\n..two\r\nthree\r\n";
+
+std::string TextMailOf(const std::string& body, const std::string& charset = "US-ASCII") {
+    return "Date: \r\nFrom: f@x\r\nSubject: s\r\nMIME-Version: \r\nContent-Type: text/plain; charset=\"" + charset +
+           "\"\r\n\r\n" + body + "\r\n";
+}
+
+std::string JapaneseTextMailOf(const std::string& body) { return TextMailOf(body, "ISO-2022-JP"); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Settings, RunTextMail,
+    ::testing::Values(
+        TextMailCase{"WholeByDefault", "", kPlainMail, kPlainMail},
+        TextMailCase{"WholeBelowZero", "[textonly]\r\n-1\r\n", kPlainMail, kPlainMail},
+        TextMailCase{"WholeForOneAddressWithZero", "[textonly]\r\n0\r\n", kPlainMail, kPlainMail},
+        TextMailCase{"Textonly", "[textonly]\r\n500\r\n", kPlainMail,
+                     JapaneseTextMailOf("one  two\r\n\r\n.three--xyxxy\x1B$B$!$!\x1B(B")},
+        TextMailCase{"TextonlyLimit", "[textonly]\r\n15\r\n", kPlainMail, TextMailOf("one  two\r\n\r\n.th")},
+        TextMailCase{"CutwhiteCompresses", "[textonly]\r\n500\r\n[cutwhite]\r\n1\r\n", kPlainMail,
+                     JapaneseTextMailOf("one two\r\n.three-xyxxy\x1B$B$!$!\x1B(B")},
+        TextMailCase{"CutwhiteCuts", "[textonly]\r\n500\r\n[cutwhite]\r\n-1\r\n", kPlainMail,
+                     JapaneseTextMailOf("onetwo.threexyxxy\x1B$B$!$!\x1B(B")},
+        TextMailCase{"CompressWords", "[textonly]\r\n500\r\n[cutwhite]\r\n1\r\n[compress_words]\r\nx \x82\x9F\r\n",
+                     kPlainMail, JapaneseTextMailOf("one two\r\n.three--xyxy\x1B$B$!\x1B(B")},
+        TextMailCase{"CompressWordsCut", "[textonly]\r\n500\r\n[cutwhite]\r\n-1\r\n[compress_words]\r\nx \x82\x9F\r\n",
+                     kPlainMail, TextMailOf("onetwo.three--yy")},
+        TextMailCase{"HtmlByDefault", "[textonly]\r\n500\r\n", kHtmlMail, TextMailOf("one\r\ntwo.")},
+        TextMailCase{"HtmlSwitchedOff", "[textonly]\r\n500\r\n[htmltotext]\r\n0\r\n", kHtmlMail, TextMailOf("")},
+        // It cannot be reduced, so it is sent as it was fetched.
+        TextMailCase{"WholeWithoutBlankLine", "[textonly]\r\n5\r\n[cutwhite]\r\n-1\r\n", kMailWithoutBlankLine,
+                     kMailWithoutBlankLine}),
+    [](const auto& test) { return test.param.name; });
+
 TEST_F(RunTest, WithoutLogNothingIsReadOrWrittenButTheRestIsSaved) {
     profile.setting.logmode = 0;
     const CForwardAddress& address = AddAddress(profile, "a@example.org");

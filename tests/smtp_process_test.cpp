@@ -325,6 +325,12 @@ TEST(SmtpProcess, ReducesACopyForEachDestinationWithALimit) {
          .log = kToALog,
          .wire = {kWire}},
 
+        {.name = "what cannot be reduced, for want of a blank line, goes as it was fetched",
+         .messages = {{"\r\nSubject: s\r\n..dot\r\n...\r\n.\r\n", {{"a@x", 5}}}},
+         .script = kToA + kEnd,
+         .log = kToALog,
+         .wire = {"Subject: s\r\n..dot\r\n...\r\n.\r\n"}},
+
         {.name = "the To field is rewritten before the reduction",
          .messages = {{kMail, {{"a@x", kTextMail}, {"b@x", kUnchanged}}}},
          .script = kToA + kToB + kEnd,
