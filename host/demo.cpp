@@ -1,16 +1,16 @@
 // `tarvex demo`: the main job between two servers on this machine.
 //
-// Three passes over one profile with two forwarding addresses: everything is new; nothing is new; one mail is new. What
-// has arrived is compared byte for byte with what was in the mailbox. The log is shown for the last pass only: it holds
-// a whole conversation, and the first one would fill three screens with the same.
+// Three passes over one profile with three forwarding addresses, of which one asks for text mail: everything is new;
+// nothing is new; one mail is new. What has arrived is compared byte for byte with what was in the mailbox, or with the
+// text mail that should be made of it. The log is shown for the last pass only: it holds a whole conversation, and the
+// first one would fill three screens with the same.
 
 #include <algorithm>
-#include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
 #include <map>
-#include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -35,7 +35,8 @@ constexpr const char* kUser = "demo";
 constexpr const char* kPassword = "secret";
 constexpr const char* kPhone = "phone@mobile.example";
 constexpr const char* kOffice = "office@work.example";
-constexpr std::size_t kColumn = 22;  // of the table of arrivals
+constexpr const char* kPager = "pager@text.example";
+constexpr int kPagerLimit_bytes = 120;
 
 // ---- what is shown
 
@@ -67,6 +68,29 @@ std::string Padded(std::string text, std::size_t width) {
 std::string Aligned(std::size_t number, std::size_t width) {
     const std::string digits = std::to_string(number);
     return std::string(width - std::min(width, digits.size()), ' ') + digits;
+}
+
+std::string BodyOf(const std::string& mail) {
+    std::string body = mail.substr(mail.find("\r\n\r\n") + 4);
+    std::erase(body, '\r');
+    return body;
+}
+
+// As much of the text as fits on a line, whatever it is, its line ends as blanks.
+std::string Beginning(std::string text) {
+    constexpr std::size_t kShown_bytes = 60;
+    std::ranges::replace(text, '\n', ' ');
+    return ShowText(text.substr(0, kShown_bytes), "US-ASCII") + (text.size() > kShown_bytes ? "..." : "");
+}
+
+// The lines that are not empty.
+std::vector<std::string> LinesOf(const std::string& text) {
+    std::istringstream pieces(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(pieces, line);) {
+        if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
 }
 
 // ---- the data tree
@@ -122,6 +146,13 @@ void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
     const CTerm term = OpenNow();
     office.schedule.AddNewTerm(&term);
     office.SaveScheduleSetting();
+
+    CForwardAddress& pager = Created(profile.CreateNewForwardAddress("pager", kPager));
+    pager.setting.textonly = kPagerLimit_bytes;
+    pager.setting.cutwhite = 1;
+    pager.setting.htmltotext = 1;
+    pager.setting.compress_words = FromUtf8("- = * 　", "CP932");
+    pager.SaveSetting();
 }
 
 // ---- the passes
@@ -136,18 +167,25 @@ public:
         const std::string folder = MakeFolder();
         if (!root_.SetRootPath(folder)) throw std::runtime_error("cannot use " + folder);
         BuildTree(root_, mailbox_.Port(), sink_.Port());
-        Receive(FirstDemoMails());
-        screen_.Heading("A POP3 mailbox with 6 mails, two forwarding addresses, one SMTP server, all on this machine");
+        const std::vector<DemoMail> first = FirstDemoMails();
+        screen_.Heading("A POP3 mailbox with " + std::to_string(first.size()) +
+                        " mails, three forwarding addresses, one SMTP server, all on this machine");
+        std::cout << '\n';
+        screen_.Plain(std::string("phone   ") + kPhone + "  gets the whole mail");
+        screen_.Plain(std::string("office  ") + kOffice + "   gets the whole mail, while its schedule is open");
+        screen_.Plain(std::string("pager   ") + kPager + "    gets a text mail: a header and " +
+                      std::to_string(kPagerLimit_bytes) + " bytes of text at most");
 
-        Pass("First pass: everything is new");
-        Pass("Second pass: nothing is new");
-        Receive({LaterDemoMail()});
-        Pass("Third pass: one new mail has come");
+        Pass("First pass: everything is new", first);
+        ShowTexts(first);
+        Pass("Second pass: nothing is new", {});
+        Pass("Third pass: one new mail has come", {LaterDemoMail()});
 
         screen_.Title("What the third pass added to the profile's log");
         for (const std::string& line : log_) screen_.Quote(line);
 
-        screen_.Title(complete_ ? screen_.Good("Everything arrived at both addresses, once, byte for byte.")
+        screen_.Title(complete_ ? screen_.Good("Everything arrived once: at phone and office byte for byte, at pager "
+                                               "as the text it should be.")
                                 : screen_.Bad("Something did not arrive as it should have."));
         screen_.Plain("The data tree, to look at:  " + ShowPath(folder));
         screen_.Plain("The log of all passes:      " + ShowPath(LogPath()) + "  (Shift-JIS)");
@@ -157,65 +195,78 @@ public:
 private:
     using Copy = std::pair<std::string, std::string>;  // recipient and uidl
 
-    void Receive(const std::vector<DemoMail>& mails) {
-        for (const DemoMail& mail : mails) {
-            mailbox_.Add({mail.uidl, mail.text});
-            expected_.push_back(mail);
-        }
-    }
-
     std::string LogPath() const { return root_.users.front()->profiles.front()->path + "\\profile.log"; }
 
-    void Pass(const std::string& title) {
+    // Receives the mails and forwards what there is.
+    void Pass(const std::string& title, const std::vector<DemoMail>& mails) {
         screen_.Title(title);
+        for (const DemoMail& mail : mails) mailbox_.Add({mail.uidl, mail.whole});
         Tarvex(&root_);
         root_.WaitThread(-1);
         log_.clear();
         for (const auto& copy : root_.running_copies) log_ = LinesOfThisRun(copy->log);
-        ShowArrivals();
-        expected_.clear();
+        ShowArrivals(mails);
     }
 
     // Compares what has arrived since the last pass with what was expected at each address.
-    void ShowArrivals() {
-        const std::vector<DeliveredMail> delivered = sink_.Delivered();
-        if (delivered.size() == seen_ && expected_.empty()) return screen_.Plain("Nothing was forwarded.");
+    void ShowArrivals(const std::vector<DemoMail>& expected) {
+        const std::vector<DeliveredMail> delivered = sink_.Delivered(seen_);
+        seen_ += delivered.size();
+        if (delivered.empty() && expected.empty()) return screen_.Plain("Nothing was forwarded.");
 
-        std::map<Copy, int> copies;
-        for (; seen_ < delivered.size(); ++seen_) Count(delivered[seen_], copies);
-        if (expected_.empty()) return;
-        screen_.Plain(screen_.Dim(Padded(kPhone, kColumn) + Padded(kOffice, kColumn) + "    bytes  mail"));
-        for (const DemoMail& mail : expected_) {
-            screen_.Plain(Cell(copies[{kPhone, mail.uidl}]) + Cell(copies[{kOffice, mail.uidl}]) +
-                          Aligned(mail.text.size(), 9) + "  " + mail.title);
+        for (const DeliveredMail& mail : delivered) Count(mail, expected);
+        if (expected.empty()) return;
+        screen_.Plain(screen_.Dim("phone          office           bytes  pager      bytes  mail"));
+        for (const DemoMail& mail : expected) {
+            screen_.Plain(Cell(kPhone, mail, "byte for byte  ") + Cell(kOffice, mail, "byte for byte  ") +
+                          Aligned(mail.whole.size(), 6) + "  " + Cell(kPager, mail, "as text  ") +
+                          Aligned(mail.reduced.size(), 7) + "  " + mail.title);
         }
     }
 
-    void Count(const DeliveredMail& mail, std::map<Copy, int>& copies) {
-        const auto same = std::ranges::find(expected_, mail.text, &DemoMail::text);
-        if (same == expected_.end()) complete_ = false;
-        for (const std::string& recipient : mail.recipients) {
-            if (same != expected_.end()) {
-                ++copies[{recipient, same->uidl}];
+    void Count(const DeliveredMail& arrived, const std::vector<DemoMail>& expected) {
+        for (const std::string& recipient : arrived.recipients) {
+            const auto text = recipient == kPager ? &DemoMail::reduced : &DemoMail::whole;
+            const auto same = std::ranges::find(expected, arrived.text, text);
+            if (same != expected.end()) {
+                ++copies_[{recipient, same->uidl}];
             } else {
+                complete_ = false;
                 screen_.Plain(screen_.Bad("an unexpected mail") + " at " + ShowPath(recipient));
             }
         }
     }
 
-    std::string Cell(int copies) {
-        if (copies == 1) return screen_.Good(Padded("byte for byte", kColumn));
+    std::string Cell(const char* recipient, const DemoMail& mail, const std::string& as_it_should_be) {
+        const int copies = copies_[{recipient, mail.uidl}];
+        if (copies == 1) return screen_.Good(as_it_should_be);
         complete_ = false;
-        return screen_.Bad(Padded(copies == 0 ? "missing" : std::to_string(copies) + " copies", kColumn));
+        return screen_.Bad(
+            Padded(copies == 0 ? "missing" : std::to_string(copies) + " copies", as_it_should_be.size()));
+    }
+
+    // Of the mails that have arrived: the text mail, and the beginning of the whole one as it came. The others have
+    // lost their empty lines and nothing else.
+    void ShowTexts(const std::vector<DemoMail>& mails) {
+        screen_.Title("Where they differ: what phone was sent, and what pager can read");
+        for (const DemoMail& mail : mails) {
+            const std::string whole = BodyOf(mail.whole);
+            const std::vector<std::string> lines = LinesOf(ShowText(BodyOf(mail.reduced), "ISO-2022-JP"));
+            if (!copies_.contains({kPager, mail.uidl}) || lines == LinesOf(whole)) continue;
+            screen_.Plain(mail.title);
+            screen_.Plain(screen_.Dim("    phone  " + Beginning(whole)));
+            std::string label = "    pager  ";
+            for (const std::string& line : lines) screen_.Plain(std::exchange(label, "           ") + line);
+        }
     }
 
     const Screen& screen_;
     MailboxServer mailbox_;
     SinkServer sink_;
     CRootPath root_;
-    std::vector<DemoMail> expected_;  // of the pass that comes
-    std::vector<std::string> log_;    // what the last pass added
-    std::size_t seen_ = 0;            // deliveries shown so far
+    std::map<Copy, int> copies_;    // how many arrived as they should
+    std::vector<std::string> log_;  // what the last pass added
+    std::size_t seen_ = 0;          // deliveries shown so far
     bool complete_ = true;
 };
 

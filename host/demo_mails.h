@@ -10,12 +10,13 @@ namespace tarvex::host {
 
 struct DemoMail {
     std::string uidl;
-    std::string title;  // what it is, UTF-8
-    std::string text;   // CR LF line ends, not dot-stuffed
+    std::string title;    // what it is, UTF-8
+    std::string whole;    // CR LF line ends, not dot-stuffed
+    std::string reduced;  // likewise: the text mail that an address gets in its place
 };
 
-// Plain ASCII, ISO-2022-JP, UTF-8 with HTML, an attachment of some 100 KB, lines that begin with dots, a repeated
-// subject.
+// Plain ASCII, ISO-2022-JP, UTF-8 with HTML beside it, HTML alone, one over the limit of the text mail, an attachment
+// of some 100 KB, lines that begin with dots, a repeated subject.
 std::vector<DemoMail> FirstDemoMails();
 
 // The mail that arrives later.

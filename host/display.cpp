@@ -57,8 +57,8 @@ std::string ToUtf8(std::string_view text, const char* charset, Replace replace) 
 
 }  // namespace
 
-std::string ShowText(std::string_view shift_jis) {
-    return Harmless(ToUtf8(shift_jis, "CP932", [](std::string& text, char) { text += '?'; }), "\n\t");
+std::string ShowText(std::string_view text, const char* charset) {
+    return Harmless(ToUtf8(text, charset, [](std::string& result, char) { result += '?'; }), "\n\t");
 }
 
 std::string ShowPath(std::string_view path) { return Harmless(ToUtf8(NativePath(path), "UTF-8", AppendHarmless), ""); }

@@ -7,8 +7,9 @@
 
 namespace tarvex::host {
 
-// Log text, which is Shift-JIS and comes from servers; a byte that is none shows as "?". Line feeds and tabs stay.
-std::string ShowText(std::string_view shift_jis);
+// Text that comes from servers, in a character set that the system knows: log text is Shift-JIS. A byte that is no text
+// shows as "?". Line feeds and tabs stay.
+std::string ShowText(std::string_view text, const char* charset = "CP932");
 
 // A path of the tree in the system's own form; a byte that is no UTF-8 is made visible like a control character.
 std::string ShowPath(std::string_view path);

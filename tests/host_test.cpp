@@ -420,7 +420,17 @@ TEST_P(DemoProgram, ForwardsEverythingAndShowsColoursOnATerminalOnly) {
     demo.Wait();
     EXPECT_EQ(demo.ExitCode(), 0);
     EXPECT_EQ(demo.Errors(), "");
-    EXPECT_THAT(demo.Printed(), HasSubstr("Everything arrived at both addresses, once, byte for byte."));
+    EXPECT_THAT(demo.Printed(), HasSubstr("Everything arrived once: at phone and office byte for byte, at pager as the "
+                                          "text it should be."));
+    for (const char* const text :
+         {"お世話になっております。\n             会議の資料をお送りします。\n             "
+          "次回は来週の火曜日、午後三時からです。\n",
+          "ご注文ありがとうございます。\n             合計は 1,024 円です。\n",
+          "冬のセールのご案内\n             全品20% OFF、送料は無料です。\n", "The report is attached.\n"}) {
+        EXPECT_THAT(Unix(demo.Printed()), HasSubstr(std::string("\n      pager  ") + text));
+    }
+    EXPECT_THAT(Unix(demo.Printed()),
+                HasSubstr("雨の日は集会所です。\n             エプロンと手ぬぐいをお\n"));  // 120 bytes
     EXPECT_THAT(demo.Printed(), HasSubstr(" - operation continued by schedule setting"));
     EXPECT_EQ(demo.Printed().find('\x1B') != std::string::npos, GetParam().colours);
     if (!GetParam().colours) ExpectFitForATerminal(Unix(demo.Printed()));
