@@ -244,6 +244,24 @@ TEST(EncodeMailHeader, LongValuesAreFoldedAndComeBack) {
     }
 }
 
+// Some readers join the Base64 of adjacent words, and stop where padding stands inside.
+TEST(EncodeMailHeader, WordsThatOthersFollowHaveNoPadding) {
+    std::string value;
+    for (int i = 0; i < 20; ++i) value += "\x82\xA0";
+    EXPECT_EQ(Encoded("Subject: Re: " + value),
+              "Subject: Re: =?ISO-2022-JP?B?GyRCJCIkIiQiJCIkIiQiJCIkIiQiJCIkIiQiGyhC?=\r\n"
+              " =?ISO-2022-JP?B?GyRCJCIkIiQiJCIkIiQiJCIkIhsoQg==?=");
+}
+
+TEST(EncodeMailHeader, TextWithoutAPlaceForThatIsWrittenAllTheSame) {
+    // Two bytes for each "\x82\xA0" and one for each "x": no prefix has a length that three divides.
+    std::string value = "x";
+    for (int i = 0; i < 100; ++i) value += "x\x82\xA0";
+    const std::string encoded = Encoded("Subject: " + value);
+    ExpectStrict(encoded);
+    EXPECT_EQ(SubjectOf(encoded + "\r\n\r\n"), value);
+}
+
 TEST(EncodeMailHeader, WhatCannotBeFoldedIsEncoded) {
     for (const std::size_t length : {900U, 901U, 5000U, 100'000U}) {
         const std::string value(length, 'x');

@@ -187,38 +187,53 @@ private:
     // As many encoded words as it takes.
     void WriteEncoded(std::u16string_view text) {
         while (!text.empty()) {
-            std::string bytes;
-            std::size_t taken = TakeWord(text, column_ + blanks_, bytes);
-            if (taken == 0) {
+            Word word = TakeWord(text, column_ + blanks_);
+            if (column_ > 0 && !word.IsWhole(text)) {
                 Fold();
-                taken = TakeWord(text, column_ + blanks_, bytes);
+                word = TakeWord(text, column_ + blanks_);
             }
             std::string encoded;
-            Base64Encode(&bytes, &encoded);
+            Base64Encode(&word.bytes, &encoded);
             Put(std::string(kWordBegin).append(encoded).append(kWordEnd));
-            text.remove_prefix(taken);
+            text.remove_prefix(word.characters);
         }
     }
 
-    // Fills `bytes` with the characters in front that one encoded word at that column can hold, and returns their
-    // number.
-    static std::size_t TakeWord(std::u16string_view text, std::size_t column, std::string& bytes) {
+    struct Word {
+        std::string bytes;
+        std::size_t characters = 0;  // of the text that are in it
+
+        // Whether it ends with a whole quantum or with the text, so that no padding stands inside.
+        bool IsWhole(std::u16string_view text) const {
+            return characters > 0 && (bytes.size() % 3 == 0 || characters == text.size());
+        }
+    };
+
+    // The longest encoded word at that column that holds characters from the front. Where others follow it should need
+    // no padding, since there are readers that join the Base64 of adjacent words and stop at padding; three characters
+    // of one kind in a row always make that possible.
+    static Word TakeWord(std::u16string_view text, std::size_t column) {
         constexpr std::size_t kOverhead = kWordBegin.size() + kWordEnd.size();
         const std::size_t room = column < kMaxColumns ? std::min(kMaxColumns - column, kMaxWordBytes) : 0;
         const std::size_t max_bytes = room < kOverhead ? 0 : (room - kOverhead) / 4 * 3;
+        Word whole;
+        Word longest;  // whatever it ends with
         bool kanji = false;
-        std::size_t taken = 0;
-        for (; taken < text.size(); ++taken) {
-            const bool is_kanji = !IsAscii(text[taken]);
-            const std::size_t needed = (is_kanji != kanji ? kToKanji.size() : 0) + (is_kanji ? 2 + kToAscii.size() : 1);
-            if (bytes.size() + needed > max_bytes) break;
+        std::string bytes;
+        for (const char16_t c : text) {
+            const bool is_kanji = !IsAscii(c);
             if (is_kanji != kanji) bytes += is_kanji ? kToKanji : kToAscii;
             kanji = is_kanji;
-            if (is_kanji) bytes += static_cast<char>(text[taken] >> 8);
-            bytes += static_cast<char>(text[taken] & 0xFF);
+            if (is_kanji) bytes += static_cast<char>(c >> 8);
+            bytes += static_cast<char>(c & 0xFF);
+
+            std::string closed = bytes;
+            if (kanji) closed += kToAscii;
+            if (closed.size() > max_bytes) break;
+            longest = {std::move(closed), longest.characters + 1};
+            if (longest.IsWhole(text)) whole = longest;
         }
-        if (kanji) bytes += kToAscii;
-        return taken;
+        return whole.characters > 0 ? whole : longest;
     }
 
     std::string& out_;
