@@ -3,13 +3,6 @@
 #include <algorithm>
 
 namespace tarvex {
-namespace {
-
-constexpr std::string_view kDelimiter = "\r\n--";
-constexpr std::string_view kBlankLine = "\r\n\r\n";
-
-}  // namespace
-
 BoundaryIndex::BoundaryIndex(std::string_view message) : message_(message) {
     for (std::size_t at = message.find("\r\n"); at != kNone; at = message.find("\r\n", at + 2)) {
         const std::string_view rest = message.substr(at);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -11,12 +12,16 @@
 
 namespace tarvex {
 
+inline constexpr std::string_view kDelimiter = "\r\n--";  // the boundary follows
+inline constexpr std::string_view kBlankLine = "\r\n\r\n";
+
 // Finds "\r\n--" followed by a given boundary, and the blank lines that end headers, in logarithmic time after one pass
 // over the message: a walk through deeply nested parts asks about the same stretch of text again and again. Keeps views
-// of the message, which must outlive it and be smaller than 4 GiB.
+// of the message, which must outlive it and hold at most kMaxMessageBytes.
 class BoundaryIndex {
 public:
     static constexpr std::size_t kNone = std::string_view::npos;
+    static constexpr std::size_t kMaxMessageBytes = std::numeric_limits<std::uint32_t>::max();
 
     using Positions = std::vector<std::uint32_t>;  // ascending
 

@@ -14,7 +14,7 @@ namespace {
 
 using Byte = unsigned char;
 
-constexpr bool IsHtmlSpace(char c) { return c == '\t' || c == '\n' || c == '\r' || c == ' '; }
+constexpr bool IsBlankOrLineEnd(char c) { return c == '\t' || c == '\n' || c == '\r' || c == ' '; }
 
 // ---- tags
 
@@ -89,6 +89,27 @@ char EntityResult(std::string_view name) {
     return 0;
 }
 
+// Decodes in place and returns the length of the result.
+std::size_t DecodeEntities(char* buffer, std::size_t length) {
+    constexpr std::size_t kNone = std::string_view::npos;
+    std::size_t written = 0;
+    std::size_t start = kNone;  // of the entity that may be under way, its "&"
+    for (std::size_t read = 0; read < length; ++read) {
+        const char c = buffer[read];
+        buffer[written++] = c;
+        if (c == '&') start = written - 1;
+        if (c != ';' || start == kNone) continue;
+
+        const char result = EntityResult(std::string_view(buffer + start + 1, written - start - 2));
+        if (result != 0) {
+            buffer[start] = result;
+            written = start + 1;
+        }
+        if (result != '&') start = kNone;
+    }
+    return written;
+}
+
 // ---- characters
 
 // The characters of a list, as the filter looks them up.
@@ -123,7 +144,7 @@ public:
     Filter(bool compress, const CharacterSet& listed) : compress_(compress), listed_(listed) {}
 
     bool Keeps(char c) {
-        const bool keeps = compress_ ? KeepsCompressed(c) : !IsHtmlSpace(c) && !listed_.Has(c);
+        const bool keeps = compress_ ? KeepsCompressed(c) : !IsBlankOrLineEnd(c) && !listed_.Has(c);
         if (keeps) {
             last_single_ = static_cast<Byte>(c);
             last_double_ = kNone;
@@ -168,7 +189,7 @@ int HtmlToText(CString* html) {
     bool in_comment = false;
     for (std::size_t i = 0; i < source.size(); ++i) {
         const char c = source[i];
-        if (IsHtmlSpace(c)) continue;
+        if (IsBlankOrLineEnd(c)) continue;
         if (c == '<') {
             in_tag = true;
             tag.Clear();
@@ -192,30 +213,12 @@ int HtmlToText(CString* html) {
 
 int DecodeHtmlEntities(char* buffer, unsigned* length) {
     if (!buffer) return 0;
-    constexpr std::size_t kNone = std::string_view::npos;
-    std::size_t written = 0;
-    std::size_t start = kNone;  // of the entity that may be under way, its "&"
-    for (std::size_t read = 0; read < *length; ++read) {
-        const char c = buffer[read];
-        buffer[written++] = c;
-        if (c == '&') start = written - 1;
-        if (c != ';' || start == kNone) continue;
-
-        const char result = EntityResult(std::string_view(buffer + start + 1, written - start - 2));
-        if (result != 0) {
-            buffer[start] = result;
-            written = start + 1;
-        }
-        if (result != '&') start = kNone;
-    }
-    *length = static_cast<unsigned>(written);
+    *length = static_cast<unsigned>(DecodeEntities(buffer, *length));
     return 1;
 }
 
 int DecodeHtmlEntitiesInText(CString* text) {
-    auto length = static_cast<unsigned>(text->size());
-    DecodeHtmlEntities(text->data(), &length);
-    text->resize(length);
+    text->resize(DecodeEntities(text->data(), text->size()));
     return 1;
 }
 

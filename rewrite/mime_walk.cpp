@@ -17,8 +17,6 @@ namespace tarvex {
 namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
-constexpr std::string_view kDelimiter = "\r\n--";
-constexpr std::string_view kBlankLine = "\r\n\r\n";
 
 bool Contains(std::string_view text, std::string_view part) { return text.find(part) != kNone; }
 
@@ -207,6 +205,9 @@ private:
 
 }  // namespace
 
-CString PickReadableText(std::string_view message, bool accept_html) { return Walk(message).Run(accept_html); }
+CString PickReadableText(std::string_view message, bool accept_html) {
+    if (message.size() > BoundaryIndex::kMaxMessageBytes) return {};
+    return Walk(message).Run(accept_html);
+}
 
 }  // namespace tarvex

@@ -1,6 +1,7 @@
 // The reduction of a message to a short text mail in ISO-2022-JP.
 
 #include <string_view>
+#include <utility>
 
 #include "platform/codec/japanese.h"
 #include "platform/codec/mail_header.h"
@@ -51,13 +52,11 @@ CString ReducedMail(const CString& mail, int textonly, int cutwhite, int htmltot
 
     CMailInfo info;
     MakeMailInfo(mail, &info);
-    CString reduced = Header(info);
-    reduced.append("\r\nContent-Type: text/plain; charset=\"")
+    CString header = Header(info);
+    header.append("\r\nContent-Type: text/plain; charset=\"")
         .append(is_japanese ? "ISO-2022-JP" : "US-ASCII")
-        .append("\"\r\n\r\n")
-        .append(text)
-        .append(kTerminator);
-    return reduced;
+        .append("\"\r\n\r\n");
+    return std::move(text.append(kTerminator).insert(0, header));
 }
 
 }  // namespace

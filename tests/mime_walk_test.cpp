@@ -3,6 +3,7 @@
 #include "rewrite/mime_walk.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <chrono>
 #include <string>
@@ -195,6 +196,23 @@ INSTANTIATE_TEST_SUITE_P(
                       std::pair("EndlessFolding", "Content-Type: x\r\n" + Repeat(" y\r\n", 1 << 20)),
                       std::pair("ManyLongEqualLines", kMixed + Repeat("\r\n--" + CString(1000, 'c'), 1 << 20))),
     [](const auto& test) { return test.param.first; });
+
+TEST(ReadableText, AMessageOfFourGibibytesHasNone) {
+    const std::size_t bytes = std::size_t{1} << 32;
+    void* const zeros = mmap(nullptr, bytes, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(zeros, MAP_FAILED);
+    EXPECT_EQ(PickReadableText(std::string_view(static_cast<const char*>(zeros), bytes), true), "");
+    munmap(zeros, bytes);
+}
+
+TEST(ReadableText, NothingBehindTheMessageIsRead) {
+    const CString message = kMixed + Part("Content-Type: image/png", "one") + Part("A: b", "two") + "--b--";
+    for (std::size_t length = 0; length <= message.size(); ++length) {
+        const CString other = message.substr(0, length) + CString(40, '-') + "\r\n--b\r\n\r\n";
+        const std::string_view cut = std::string_view(message).substr(0, length);
+        EXPECT_EQ(PickReadableText(cut, true), PickReadableText(std::string_view(other).substr(0, length), true));
+    }
+}
 
 // ---- the same as a literal walk
 

@@ -60,5 +60,15 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"CutShort", "begin 644 a\r\n#86", std::string("a`\0", 3)}, Case{"Empty", "", ""}),
     [](const auto& test) { return test.param.name; });
 
+TEST(UuEncoded, LinesThatLieAboutTheirLengthMakeNoMoreThanTheirSource) {
+    for (const char* line : {"_\n", "M\r\n", "..\n", ".\n"}) {
+        std::string text = "begin 644 a\n";
+        while (text.size() < 1 << 20) text += line;
+        std::string decoded;
+        UUDecode(&text, &decoded);
+        EXPECT_EQ(decoded, std::string(text.size(), '\0')) << line;
+    }
+}
+
 }  // namespace
 }  // namespace tarvex

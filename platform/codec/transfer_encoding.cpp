@@ -94,10 +94,12 @@ void UUDecode(const std::string* source, std::string* target) {
     std::string out;
     while (!text.empty() && !TakeLine(text).starts_with("begin ")) continue;
     out.reserve(text.size() / 4 * 3);
-    while (!text.empty()) {
+    // A line of one character may stand for 63 bytes: what is longer than its source lies about itself.
+    while (!text.empty() && out.size() <= source->size()) {
         const std::string_view line = TakeLine(text);
         if (line == "end" || !AppendUuLine(line, out)) break;
     }
+    out.resize(std::min(out.size(), source->size()));
     *target = std::move(out);
 }
 

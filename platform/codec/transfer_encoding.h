@@ -13,7 +13,8 @@ void QuotedPrintableDecode(const std::string* source, std::string* target);
 
 // Uuencode: the bytes between the line that begins with "begin " and the line "end". Blanks that are missing at the end
 // of a line count as there, and a line that POP3 has dot-stuffed is taken without its extra dot. Without a begin line
-// the result is empty; without an end line, or with a line that is no uuencode, it ends there.
+// the result is empty; without an end line, or with a line that is no uuencode, it ends there. It is never longer than
+// the source: lines that lie about their length make it end as well.
 void UUDecode(const std::string* source, std::string* target);
 
 }  // namespace tarvex
