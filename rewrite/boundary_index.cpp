@@ -1,6 +1,7 @@
 #include "rewrite/boundary_index.h"
 
 #include <algorithm>
+#include <span>
 
 namespace tarvex {
 BoundaryIndex::BoundaryIndex(std::string_view message) : message_(message) {
@@ -26,9 +27,10 @@ const BoundaryIndex::Positions& BoundaryIndex::DelimitersWith(std::string_view b
     const auto beginning = [this, length = boundary.size()](const Delimiter& delimiter) {
         return Line(delimiter).substr(0, length);
     };
-    const auto range = std::ranges::equal_range(by_line_, boundary, {}, beginning);
-    const auto [entry, is_new] =
-        found_.try_emplace({static_cast<std::size_t>(range.begin() - by_line_.begin()), range.size()});
+    const auto begin = std::ranges::lower_bound(by_line_, boundary, {}, beginning);
+    const auto end = std::ranges::upper_bound(begin, by_line_.end(), boundary, {}, beginning);
+    const std::span range(begin, end);
+    const auto [entry, is_new] = found_.try_emplace({static_cast<std::size_t>(begin - by_line_.begin()), range.size()});
     Positions& positions = entry->second;
     if (is_new) {
         positions.reserve(range.size());

@@ -60,6 +60,8 @@ template <class... Handlers>
 struct Overloaded : Handlers... {
     using Handlers::operator()...;
 };
+template <class... Handlers>
+Overloaded(Handlers...) -> Overloaded<Handlers...>;
 
 // Takes one value line. True when it is a password that was not scrambled.
 template <class Record>

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/data_receiver.h"
+
 namespace tarvex {
 namespace {
 
@@ -16,69 +18,6 @@ std::string Framed(std::string_view text, DataForm form) {
     return std::string(FrameData(text, form, scratch));
 }
 
-// A line as it stands in a text, and whether a true CR LF (or the beginning) precedes it.
-struct TextLine {
-    std::string content;
-    bool after_true_line_end;
-};
-
-std::vector<TextLine> LinesOf(const std::string& text) {
-    std::vector<TextLine> lines;
-    std::string line;
-    bool after_true_line_end = true;
-    bool open = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        open = true;
-        if (text[i] != '\r' && text[i] != '\n') {
-            line += text[i];
-            continue;
-        }
-        lines.push_back({line, after_true_line_end});
-        line.clear();
-        open = false;
-        after_true_line_end = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
-        if (after_true_line_end) ++i;
-    }
-    if (open) lines.push_back({line, after_true_line_end});
-    return lines;
-}
-
-// The lines of the message that a text means, written without a look at the framing.
-std::vector<std::string> MeantLines(const std::string& text, DataForm form) {
-    std::vector<TextLine> lines = LinesOf(text);
-    const bool has_terminator = text == ".\r\n" || (text.size() >= 5 && text.substr(text.size() - 5) == "\r\n.\r\n");
-    if (has_terminator) lines.pop_back();
-    std::vector<std::string> meant;
-    for (const TextLine& line : lines) {
-        const bool stuffed =
-            form == DataForm::Fetched && line.after_true_line_end && line.content.size() > 1 && line.content[0] == '.';
-        meant.push_back(stuffed ? line.content.substr(1) : line.content);
-    }
-    return meant;
-}
-
-// A receiving server, strict about line ends, that reads what follows DATA. What it has left must be nothing.
-struct Receiver {
-    std::vector<std::string> message;
-    std::string complaint;
-
-    explicit Receiver(std::string wire) {
-        for (;;) {
-            const std::size_t end = wire.find("\r\n");
-            if (end == std::string::npos) {
-                complaint = "no terminator";
-                return;
-            }
-            std::string line = wire.substr(0, end);
-            wire.erase(0, end + 2);
-            if (line.find_first_of("\r\n") != std::string::npos) complaint = "a bare CR or LF";
-            if (line == ".") break;
-            message.push_back(line[0] == '.' ? line.substr(1) : line);
-        }
-        if (!wire.empty()) complaint = "something behind the terminator: " + wire;
-    }
-};
-
 std::string Shown(const std::string& text) {
     std::string shown;
     for (const char c : text) shown += c == '\r' ? "<CR>" : c == '\n' ? "<LF>" : std::string(1, c);
@@ -86,9 +25,7 @@ std::string Shown(const std::string& text) {
 }
 
 void ExpectSafeFraming(const std::string& text, DataForm form) {
-    const Receiver receiver(Framed(text, form) + ".\r\n");
-    ASSERT_EQ(receiver.complaint, "") << Shown(text);
-    ASSERT_EQ(receiver.message, MeantLines(text, form)) << Shown(text);
+    ASSERT_EQ(testing::FramingFault(text, form), "") << Shown(text);
 }
 
 void ExpectSafeFramingOfAll(const std::string& prefix, std::size_t length, DataForm form) {

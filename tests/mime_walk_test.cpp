@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tarvex/tree.h"
+#include "tests/literal_walk.h"
 
 namespace tarvex {
 namespace {
@@ -140,9 +141,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- hostile messages
 
-// A literal, slow walk to compare with.
-CString SlowPick(const CString& part, bool html);
-
 CString Repeat(const CString& unit, std::size_t bytes) {
     CString text;
     while (text.size() < bytes) text += unit;
@@ -216,46 +214,6 @@ TEST(ReadableText, NothingBehindTheMessageIsRead) {
 
 // ---- the same as a literal walk
 
-std::size_t FindFrom(const CString& text, const CString& what, std::size_t from) { return text.find(what, from); }
-
-CString FieldOf(const CString& header, const CString& name) {
-    std::size_t at = header.find("\r\n" + name);
-    if (header.starts_with(name)) at = 0;
-    if (at == CString::npos) return {};
-    at = header.find(':', at) + 1;
-    const CString value = header.substr(at, header.find("\r\n", at) - at);
-    return value.substr(std::min(value.find_first_not_of(' '), value.size()));
-}
-
-// Parts of a small alphabet: header fields written exactly so, no folding, no encodings.
-CString SlowPick(const CString& part, bool html) {
-    const std::size_t blank = part.find("\r\n\r\n");
-    CString header = part.substr(0, blank);
-    if (blank == CString::npos) header = part.starts_with("--") ? "" : part.substr(0, part.find("\r\n--"));
-    const CString body = blank == CString::npos ? part : part.substr(blank + 2);
-    const CString type = FieldOf(header, "Content-Type:");
-    if (type.find("multipart/") != CString::npos) {
-        const std::size_t at = type.find("boundary=");
-        if (at == CString::npos) return {};
-        const CString delimiter = "\r\n--" + type.substr(at + 9);
-        for (std::size_t i = FindFrom(body, delimiter, 0); i != CString::npos;) {
-            const std::size_t begin = i + delimiter.size();
-            const std::size_t next = FindFrom(body, delimiter, begin);
-            if (next == CString::npos) break;
-            const CString text = SlowPick(body.substr(begin, next - begin), false);
-            if (!text.empty()) return text;
-            if (body.compare(next + delimiter.size(), 2, "--") == 0) break;
-            i = next;
-        }
-        return {};
-    }
-    const bool is_html = html && type.find("text/html") != CString::npos;
-    if (!is_html && !type.empty() && type.find("text/plain") == CString::npos) return {};
-    CString text = body;
-    if (text.starts_with("\r\n")) text.erase(0, 2);
-    return text.find_first_not_of("\t\n\r ") == CString::npos ? CString() : text;
-}
-
 TEST(ReadableText, IsThatOfALiteralWalkOverRandomNestings) {
     const std::vector<CString> pieces = {"\r\n",
                                          "\r\n--a",
@@ -277,7 +235,7 @@ TEST(ReadableText, IsThatOfALiteralWalkOverRandomNestings) {
             state = state * 1664525 + 1013904223;
             message += pieces[(state >> 16) % pieces.size()];
         }
-        ASSERT_EQ(PickReadableText(message, true), SlowPick(message, true)) << message;
+        ASSERT_EQ(PickReadableText(message, true), testing::LiteralWalk(message, true)) << message;
     }
 }
 

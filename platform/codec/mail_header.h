@@ -65,10 +65,11 @@ struct ContentFields {
 ContentFields ReadContentFields(std::string_view header);
 
 // Fills `encoded` with the header lines of `header` (ISO-2022-JP, one field a line, CR LF between them) as they may
-// stand in a mail: non-ASCII text as encoded words in ISO-2022-JP and Base64, of at most 75 bytes, each beginning and
-// ending in ASCII state and holding whole characters; lines folded at 76 columns where there is a place to fold. What
-// cannot be folded and would make a line longer than 998 bytes becomes encoded words as well. In From, To, CC and
-// Reply-To only words are encoded, never what is structure: brackets, commas, quotes.
+// stand in a mail: non-ASCII text, and text that looks like an encoded word, as encoded words in ISO-2022-JP and
+// Base64, of at most 75 bytes, each beginning and ending in ASCII state and holding whole characters; lines folded at
+// 76 columns where there is a place to fold. What cannot be folded and would make a line longer than 998 bytes becomes
+// encoded words as well. In From, To, CC and Reply-To only words are encoded, never what is structure: brackets,
+// commas, quotes.
 void EncodeMailHeader(const std::string* header, std::string* encoded);
 
 }  // namespace tarvex

@@ -55,8 +55,9 @@ struct Piece {
     std::size_t blanks = 0;  // in front of it
 };
 
+// What looks like an encoded word is encoded as well: every encoded word of the result is one that was written here.
 bool NeedsEncoding(const Characters& text) {
-    return text.size() > kMaxAtomBytes || !std::ranges::all_of(text, IsAscii);
+    return text.size() > kMaxAtomBytes || text.find(u"=?") != Characters::npos || !std::ranges::all_of(text, IsAscii);
 }
 
 // Splits a value into pieces.
@@ -93,8 +94,10 @@ private:
         at_ = end;
         if (at_ == value_.size()) return false;
         if (blanks_ > kMaxBlanks) {
+            // A blank of them stands on either side of the encoded word.
             const std::size_t blanks = std::exchange(blanks_, 1);
-            Add(Characters(blanks, u' '), true);
+            Add(Characters(blanks - 2, u' '), true);
+            blanks_ = 1;
         }
         return true;
     }
