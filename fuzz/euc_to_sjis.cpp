@@ -1,0 +1,15 @@
+// EUC-JP to Shift-JIS.
+
+#include "fuzz/fuzz.h"
+#include "fuzz/sjis.h"
+#include "platform/codec/japanese.h"
+
+using namespace tarvex;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view text = fuzz::Input(data, size).Rest();
+    const std::string converted = fuzz::Converted(text, EucToSJis);
+    fuzz::Require(converted.size() <= text.size(), "never longer than its source");
+    fuzz::Require(fuzz::HoldsWholeCharacters(converted), "whole characters");
+    return 0;
+}
