@@ -13,6 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -71,7 +72,9 @@ std::string Aligned(std::size_t number, std::size_t width) {
 }
 
 std::string BodyOf(const std::string& mail) {
-    std::string body = mail.substr(mail.find("\r\n\r\n") + 4);
+    constexpr std::string_view kBlankLine = "\r\n\r\n";
+    const std::size_t header_end = mail.find(kBlankLine);
+    std::string body = header_end == std::string::npos ? mail : mail.substr(header_end + kBlankLine.size());
     std::erase(body, '\r');
     return body;
 }
@@ -232,7 +235,8 @@ private:
                 ++copies_[{recipient, same->uidl}];
             } else {
                 complete_ = false;
-                screen_.Plain(screen_.Bad("an unexpected mail") + " at " + ShowPath(recipient));
+                screen_.Plain(screen_.Bad("an unexpected mail") + " at " + ShowPath(recipient) + ": " +
+                              Beginning(BodyOf(arrived.text)));
             }
         }
     }
@@ -252,7 +256,7 @@ private:
         for (const DemoMail& mail : mails) {
             const std::string whole = BodyOf(mail.whole);
             const std::vector<std::string> lines = LinesOf(ShowText(BodyOf(mail.reduced), "ISO-2022-JP"));
-            if (!copies_.contains({kPager, mail.uidl}) || lines == LinesOf(whole)) continue;
+            if (copies_[{kPager, mail.uidl}] == 0 || lines == LinesOf(whole)) continue;
             screen_.Plain(mail.title);
             screen_.Plain(screen_.Dim("    phone  " + Beginning(whole)));
             std::string label = "    pager  ";
