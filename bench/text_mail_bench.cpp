@@ -13,53 +13,59 @@ namespace {
 
 const CString kListed = "- , \x81\x40";  // as the settings come
 
-void PickText(benchmark::State& state, const std::vector<std::string>& mails) {
-    CPopProfile profile;
+template <class Step>
+void ForEach(benchmark::State& state, const std::vector<std::string>& mails, Step step) {
     std::size_t bytes = 0;
     for (const std::string& mail : mails) bytes += mail.size();
+    if (bytes == 0) return state.SkipWithError("no mails: TARVEX_CORPUS names no folder");
     MeasureSpeed(state, bytes, [&] {
-        for (const std::string& mail : mails) benchmark::DoNotOptimize(profile.PickText(mail, 0, 1));
+        for (const std::string& mail : mails) step(mail);
     });
+}
+
+void Pick(benchmark::State& state, const std::vector<std::string>& mails) {
+    CPopProfile profile;
+    ForEach(state, mails,
+            [&](const std::string& mail) { benchmark::DoNotOptimize(profile.PickText(mail, 0, 1).data()); });
 }
 
 // Each on a copy of its own, as delivery does it.
-void CutAsTextmail(benchmark::State& state, const std::vector<std::string>& mails, int cutwhite) {
+void Cut(benchmark::State& state, const std::vector<std::string>& mails, int cutwhite) {
     CPopProfile profile;
-    std::size_t bytes = 0;
-    for (const std::string& mail : mails) bytes += mail.size();
-    CString copy;
-    MeasureSpeed(state, bytes, [&] {
-        for (const std::string& mail : mails) {
-            copy = mail;
-            benchmark::DoNotOptimize(profile.CutAsTextmail(&copy, 0, cutwhite, 1, kListed));
-        }
+    ForEach(state, mails, [&](const std::string& mail) {
+        CString copy = mail;
+        benchmark::DoNotOptimize(profile.CutAsTextmail(&copy, 0, cutwhite, 1, kListed));
     });
 }
 
-void Register(const std::string& name, const std::vector<std::string>& mails) {
-    constexpr auto kUnit = benchmark::kMicrosecond;
-    const auto register_one = [&](const std::string& what, auto run) {
-        benchmark::RegisterBenchmark((what + "/" + name).c_str(), run)->Unit(kUnit);
-    };
-    register_one("PickText", [mails](benchmark::State& state) { PickText(state, mails); });
-    register_one("CutAsTextmail", [mails](benchmark::State& state) { CutAsTextmail(state, mails, 0); });
-    register_one("CutAsTextmail_compressed", [mails](benchmark::State& state) { CutAsTextmail(state, mails, 1); });
+using MakeMail = std::string (*)(std::size_t bytes);
+
+std::vector<std::string> One(const benchmark::State& state, MakeMail make) {
+    return {make(static_cast<std::size_t>(state.range(0)))};
 }
+
+void PickText(benchmark::State& state, MakeMail make) { Pick(state, One(state, make)); }
+void CutAsTextmail(benchmark::State& state, MakeMail make) { Cut(state, One(state, make), 0); }
+void CutCompressing(benchmark::State& state, MakeMail make) { Cut(state, One(state, make), 1); }
+
+void Sizes(benchmark::internal::Benchmark* each) {
+    each->Arg(kSmallMail_bytes)->Arg(kLargeMail_bytes)->Unit(benchmark::kMicrosecond);
+}
+BENCHMARK_CAPTURE(PickText, jis, PlainJisMail)->Apply(Sizes);
+BENCHMARK_CAPTURE(PickText, multipart_base64, MultipartUtf8Mail)->Apply(Sizes);
+BENCHMARK_CAPTURE(PickText, html, HtmlUtf8Mail)->Apply(Sizes);
+BENCHMARK_CAPTURE(PickText, attachment, MailWithAttachment)->Apply(Sizes);
+BENCHMARK_CAPTURE(CutAsTextmail, jis, PlainJisMail)->Apply(Sizes);
+BENCHMARK_CAPTURE(CutAsTextmail, multipart_base64, MultipartUtf8Mail)->Apply(Sizes);
+BENCHMARK_CAPTURE(CutAsTextmail, html, HtmlUtf8Mail)->Apply(Sizes);
+BENCHMARK_CAPTURE(CutAsTextmail, attachment, MailWithAttachment)->Apply(Sizes);
+BENCHMARK_CAPTURE(CutCompressing, jis, PlainJisMail)->Apply(Sizes);
+BENCHMARK_CAPTURE(CutCompressing, html, HtmlUtf8Mail)->Apply(Sizes);
+
+BENCHMARK_CAPTURE(Pick, corpus, CorpusMails())->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(Cut, corpus, CorpusMails(), 0)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 }  // namespace tarvex::bench
 
-int main(int argc, char** argv) {
-    using namespace tarvex::bench;
-    for (const std::size_t bytes : {kSmallMail_bytes, kLargeMail_bytes}) {
-        const std::string size = bytes == kSmallMail_bytes ? "4KB/" : "10MB/";
-        Register(size + "JIS", {PlainJisMail(bytes)});
-        Register(size + "multipart_Base64", {MultipartUtf8Mail(bytes)});
-        Register(size + "HTML", {HtmlUtf8Mail(bytes)});
-        Register(size + "attachment", {MailWithAttachment(bytes)});
-    }
-    if (const auto corpus = CorpusMails(); !corpus.empty()) Register("corpus", corpus);
-
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}
+BENCHMARK_MAIN();

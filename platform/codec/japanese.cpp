@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -23,10 +22,50 @@ constexpr char kEscape = '\x1B';
 
 Byte At(std::string_view text, std::size_t index) { return static_cast<Byte>(text[index]); }
 
-void Append(std::string& text, Code code) {
-    text += static_cast<char>(code >> 8);
-    text += static_cast<char>(code & 0xFF);
-}
+// Collects what a conversion makes. A string costs several times as much for each character that is appended to it.
+class Output {
+public:
+    explicit Output(std::size_t expected_bytes) { text_.reserve(expected_bytes); }
+
+    void AddByte(char byte) {
+        MakeRoom(1);
+        waiting_[waiting_bytes_++] = byte;
+    }
+    void AddCode(Code code) {
+        MakeRoom(2);
+        waiting_[waiting_bytes_++] = static_cast<char>(code >> 8);
+        waiting_[waiting_bytes_++] = static_cast<char>(code & 0xFF);
+    }
+    void AddText(std::string_view text) {
+        if (text.size() > kShort_bytes) {
+            Flush();
+            text_ += text;
+        } else {
+            MakeRoom(text.size());
+            text.copy(waiting_.data() + waiting_bytes_, text.size());
+            waiting_bytes_ += text.size();
+        }
+    }
+    std::string Take() {
+        Flush();
+        return std::move(text_);
+    }
+
+private:
+    static constexpr std::size_t kShort_bytes = 64;
+
+    void MakeRoom(std::size_t bytes) {
+        if (waiting_bytes_ + bytes > waiting_.size()) Flush();
+    }
+    void Flush() {
+        text_.append(waiting_.data(), waiting_bytes_);
+        waiting_bytes_ = 0;
+    }
+
+    std::string text_;
+    std::array<char, 1024> waiting_;
+    std::size_t waiting_bytes_ = 0;
+};
 
 // ---- rows and cells
 
@@ -127,10 +166,11 @@ std::size_t AsciiBytes(std::string_view text) {
 // One step through UTF-8 text whose first byte is above 0x7F.
 struct Utf8Step {
     std::size_t length;
-    std::optional<char32_t> character;  // none for an ill-formed sequence
+    char32_t character;
 };
+constexpr char32_t kIllFormed = 0xFFFFFFFF;  // in the place of a character
 
-Utf8Step ReadUtf8(std::string_view text) {
+inline Utf8Step ReadUtf8(std::string_view text) {
     const Byte first = At(text, 0);
     std::size_t length = 0;
     char32_t character = 0;
@@ -150,10 +190,10 @@ Utf8Step ReadUtf8(std::string_view text) {
         if (first == 0xF0) lowest = 0x90;
         if (first == 0xF4) highest = 0x8F;
     } else {
-        return {1, std::nullopt};
+        return {1, kIllFormed};
     }
     for (std::size_t i = 1; i < length; ++i) {
-        if (i >= text.size() || At(text, i) < lowest || At(text, i) > highest) return {i, std::nullopt};
+        if (i >= text.size() || At(text, i) < lowest || At(text, i) > highest) return {i, kIllFormed};
         character = character << 6 | (At(text, i) & 0x3FU);
         lowest = 0x80;
         highest = 0xBF;
@@ -163,19 +203,19 @@ Utf8Step ReadUtf8(std::string_view text) {
 
 bool IsVariationSelector(char32_t character) { return character >= 0xE0100 && character <= 0xE01EF; }
 
-void AppendUnicode(std::string& text, char32_t character) {
+void AddUnicode(const UnicodeTable& table, char32_t character, Output& out) {
     if (character > 0xFFFF) {
-        if (!IsVariationSelector(character)) Append(text, kGetaSJis);
+        if (!IsVariationSelector(character)) out.AddCode(kGetaSJis);
         return;
     }
-    const Code code = UnicodeTable::Get()[static_cast<char16_t>(character)];
+    const Code code = table[static_cast<char16_t>(character)];
     if (code == UnicodeTable::kDropped) return;
     if (code == 0) {
-        Append(text, kGetaSJis);
+        out.AddCode(kGetaSJis);
     } else if (code > 0xFF) {
-        Append(text, code);
+        out.AddCode(code);
     } else {
-        text += static_cast<char>(code);
+        out.AddByte(static_cast<char>(code));
     }
 }
 
@@ -196,22 +236,22 @@ constexpr std::array<Designation, 6> kDesignations = {{
     {"\x1B$(D", JisSet::Supplement},
 }};
 
-// The length of what the text's first character in the set takes; it is appended as Shift-JIS.
-std::size_t ConvertFromSet(JisSet set, std::string_view text, std::string& out) {
+// The length of what the text's first character in the set takes; it is added as Shift-JIS.
+inline std::size_t ConvertFromSet(JisSet set, std::string_view text, Output& out) {
     const Byte first = At(text, 0);
     if (!IsCellByte(first)) {
-        out += text[0];
+        out.AddByte(text[0]);
         return 1;
     }
     if (set == JisSet::Katakana) {
-        out += static_cast<char>(first <= 0x5F ? first + 0x80 : first);
+        out.AddByte(static_cast<char>(first <= 0x5F ? first + 0x80 : first));
         return 1;
     }
     if (text.size() < 2 || !IsCellByte(At(text, 1))) {
-        out += '?';
+        out.AddByte('?');
         return 1;
     }
-    Append(out, set == JisSet::Kanji ? SJisFromJis(first, At(text, 1)) : kGetaSJis);
+    out.AddCode(set == JisSet::Kanji ? SJisFromJis(first, At(text, 1)) : kGetaSJis);
     return 2;
 }
 
@@ -257,47 +297,55 @@ Code WithinRows(Code code) {
 
 class JisWriter {
 public:
-    explicit JisWriter(std::size_t source_bytes) { text_.reserve(source_bytes + source_bytes / 8 + 8); }
+    explicit JisWriter(std::size_t source_bytes) : out_(source_bytes + source_bytes / 2) {}
 
     void Ascii(std::string_view text) {
         Designate("\x1B(B", false);
-        text_ += text;
+        out_.AddText(text);
     }
     void Kanji(Code code) {
         Designate("\x1B$B", true);
-        Append(text_, code);
+        out_.AddCode(code);
         converted_ = true;
     }
     bool Converted() const { return converted_; }
     std::string Finish() {
         Designate("\x1B(B", false);
-        return std::move(text_);
+        return out_.Take();
     }
 
 private:
     void Designate(std::string_view sequence, bool kanji) {
         if (in_kanji_ == kanji) return;
-        text_ += sequence;
+        out_.AddText(sequence);
         in_kanji_ = kanji;
     }
 
-    std::string text_;
+    Output out_;
     bool in_kanji_ = false;
     bool converted_ = false;
 };
 
 constexpr std::string_view kDroppedControls{"\0\x0E\x0F\x1B", 4};
 
-void WriteAscii(JisWriter& writer, std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t length = std::min(text.find_first_of(kDroppedControls), text.size());
-        if (length > 0) writer.Ascii(text.substr(0, length));
-        text.remove_prefix(std::min(length + 1, text.size()));
+constexpr std::array<bool, 256> MakePlainBytes() {
+    std::array<bool, 256> plain{};
+    for (std::size_t byte = 0; byte < 0x80; ++byte) {
+        plain[byte] = kDroppedControls.find(static_cast<char>(byte)) == std::string_view::npos;
     }
+    return plain;
+}
+constexpr std::array<bool, 256> kPlainBytes = MakePlainBytes();
+
+// The length of the ASCII text in front that passes.
+std::size_t PlainBytes(std::string_view text) {
+    std::size_t length = 0;
+    while (length < text.size() && kPlainBytes[At(text, length)]) ++length;
+    return length;
 }
 
 // Writes the character in front, which is not ASCII, and returns its length.
-std::size_t WriteJapanese(JisWriter& writer, std::string_view text) {
+inline std::size_t WriteJapanese(JisWriter& writer, std::string_view text) {
     const Byte first = At(text, 0);
     if (IsHalfWidth(first)) {
         const Code joined = text.size() > 1 ? Voiced(first, At(text, 1)) : Code{0};
@@ -316,13 +364,12 @@ std::size_t WriteJapanese(JisWriter& writer, std::string_view text) {
 
 void JisToSJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
-    std::string out;
-    out.reserve(text.size());
+    Output out(text.size());
     JisSet set = JisSet::Ascii;
     while (!text.empty()) {
         if (set == JisSet::Ascii) {
             const std::size_t plain = std::min(text.find(kEscape), text.size());
-            out.append(text.substr(0, plain));
+            out.AddText(text.substr(0, plain));
             text.remove_prefix(plain);
             if (text.empty()) break;
         }
@@ -337,13 +384,13 @@ void JisToSJis(const std::string* source, std::string* target) {
         }
         if (text[0] == '\r' || text[0] == '\n') set = JisSet::Ascii;
         if (set == JisSet::Ascii) {
-            out += text[0];
+            out.AddByte(text[0]);
             text.remove_prefix(1);
         } else {
             text.remove_prefix(ConvertFromSet(set, text, out));
         }
     }
-    *target = std::move(out);
+    *target = out.Take();
 }
 
 void EucToSJis(const std::string* source, std::string* target) {
@@ -353,30 +400,29 @@ void EucToSJis(const std::string* source, std::string* target) {
         return index < text.size() && At(text, index) >= 0xA1 && At(text, index) <= 0xFE;
     };
     std::string_view text = *source;
-    std::string out;
-    out.reserve(text.size());
+    Output out(text.size());
     while (!text.empty()) {
         const std::size_t ascii = AsciiBytes(text);
-        out.append(text.substr(0, ascii));
+        out.AddText(text.substr(0, ascii));
         text.remove_prefix(ascii);
         if (text.empty()) break;
 
         const Byte first = At(text, 0);
         std::size_t length = 2;
         if (first == kSingleShift2 && text.size() > 1 && IsHalfWidth(At(text, 1))) {
-            out += text[1];
+            out.AddByte(text[1]);
         } else if (first == kSingleShift3 && is_cell(text, 1) && is_cell(text, 2)) {
-            Append(out, kGetaSJis);
+            out.AddCode(kGetaSJis);
             length = 3;
         } else if (is_cell(text, 0) && is_cell(text, 1)) {
-            Append(out, SJisFromJis(first & 0x7F, At(text, 1) & 0x7F));
+            out.AddCode(SJisFromJis(first & 0x7F, At(text, 1) & 0x7F));
         } else {
-            out += '?';
+            out.AddByte('?');
             length = 1;
         }
         text.remove_prefix(length);
     }
-    *target = std::move(out);
+    *target = out.Take();
 }
 
 bool IsUtf8(std::string_view text) {
@@ -384,40 +430,42 @@ bool IsUtf8(std::string_view text) {
         text.remove_prefix(AsciiBytes(text));
         if (text.empty()) return true;
         const Utf8Step step = ReadUtf8(text);
-        if (!step.character) return false;
+        if (step.character == kIllFormed) return false;
         text.remove_prefix(step.length);
     }
 }
 
 void Utf8ToSJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
-    std::string out;
-    out.reserve(text.size());
+    Output out(text.size());
+    const UnicodeTable& table = UnicodeTable::Get();
     while (!text.empty()) {
         const std::size_t ascii = AsciiBytes(text);
-        out.append(text.substr(0, ascii));
+        out.AddText(text.substr(0, ascii));
         text.remove_prefix(ascii);
         if (text.empty()) break;
 
         const Utf8Step step = ReadUtf8(text);
-        if (step.character) {
-            AppendUnicode(out, *step.character);
+        if (step.character == kIllFormed) {
+            out.AddByte('?');
         } else {
-            out += '?';
+            AddUnicode(table, step.character, out);
         }
         text.remove_prefix(step.length);
     }
-    *target = std::move(out);
+    *target = out.Take();
 }
 
 int SJisToJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
     JisWriter writer(text.size());
     while (!text.empty()) {
-        const std::size_t ascii = AsciiBytes(text);
-        WriteAscii(writer, text.substr(0, ascii));
-        text.remove_prefix(ascii);
-        if (!text.empty()) text.remove_prefix(WriteJapanese(writer, text));
+        if (const std::size_t plain = PlainBytes(text)) {
+            writer.Ascii(text.substr(0, plain));
+            text.remove_prefix(plain);
+        } else {
+            text.remove_prefix(At(text, 0) < 0x80 ? 1 : WriteJapanese(writer, text));
+        }
     }
     const int converted = writer.Converted() ? 1 : 0;
     *target = writer.Finish();
