@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -69,20 +70,19 @@ void ConvertCharset(std::string_view content_type, CString& text) {
 // Takes POP3's additional dots off, and the line end that stood for the blank line.
 void Unstuff(CString& text) {
     constexpr std::string_view kStuffed = "\r\n..";
-    const std::size_t begin = text.starts_with("\r\n") ? 2 : 0;
-    if (begin == 0 && !Contains(text, kStuffed)) return;
-    const std::string_view source = text;
-    CString unstuffed;
-    unstuffed.reserve(source.size());
-    std::size_t done = 0;
-    for (std::size_t at = source.find(kStuffed); at != kNone; at = source.find(kStuffed, done)) {
-        const std::size_t kept_end = at + kStuffed.size() - 1;
-        unstuffed.append(source.substr(done, kept_end - done));
-        done = kept_end + 1;
+    std::size_t read = text.starts_with("\r\n") ? 2 : 0;
+    std::size_t written = 0;
+    const auto keep_until = [&](std::size_t end) {
+        std::memmove(text.data() + written, text.data() + read, end - read);
+        written += end - read;
+    };
+    for (std::size_t at = text.find(kStuffed); at != kNone; at = text.find(kStuffed, read)) {
+        const std::size_t dot = at + kStuffed.size() - 1;
+        keep_until(dot);
+        read = dot + 1;
     }
-    unstuffed.append(source.substr(done));
-    unstuffed.erase(0, begin);
-    text.swap(unstuffed);
+    keep_until(text.size());
+    text.resize(written);
 }
 
 bool HoldsText(std::string_view text) { return text.find_first_not_of("\t\n\r ") != kNone; }
@@ -98,7 +98,8 @@ CString TextOf(std::string_view body, std::string_view content_type, std::string
     ConvertCharset(content_type, text);
     Unstuff(text);
     if (is_html) HtmlToText(&text);
-    return HoldsText(text) ? text : CString();
+    if (!HoldsText(text)) return {};
+    return text;
 }
 
 // ---- the walk
