@@ -3,34 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "tarvex/tree.h"
-#include "testing/temp_dir.h"
+#include "tests/corpus.h"
 #include "tests/text_mail_invariants.h"
 
 namespace tarvex {
 namespace {
 
-// A mail file as a POP3 server hands it over, without the line ends in front.
-std::string AsFetched(const std::string& file) {
-    std::string text;
-    for (std::size_t i = 0; i < file.size(); ++i) {
-        if (file[i] == '\n' && (i == 0 || file[i - 1] != '\r')) text += '\r';
-        if (file[i] == '.' && (i == 0 || file[i - 1] == '\n')) text += '.';
-        text += file[i];
-    }
-    if (!text.ends_with("\r\n")) text += "\r\n";
-    text.erase(0, std::min(text.find_first_not_of("\r\n"), text.size()));
-    return text + ".\r\n";
-}
-
 TEST(Corpus, EveryMailBecomesATextMail) {
-    const char* const folder = std::getenv("TARVEX_CORPUS");
-    if (!folder) GTEST_SKIP() << "TARVEX_CORPUS names no folder of mails";
+    const char* const folder = testing::CorpusFolder();
+    if (!folder) GTEST_SKIP() << testing::kNoCorpus;
 
     struct Options {
         int textonly, cutwhite, htmltotext;
@@ -42,7 +28,7 @@ TEST(Corpus, EveryMailBecomesATextMail) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
         if (!entry.is_regular_file()) continue;
         SCOPED_TRACE(entry.path().string());
-        const std::string fetched = AsFetched(testing::ReadFile(entry.path()));
+        const std::string fetched = testing::FetchedMail(entry.path());
         for (const Options& options : all_options) {
             std::string mail = fetched;
             const int reduced = profile.CutAsTextmail(&mail, options.textonly, options.cutwhite, options.htmltotext,
