@@ -199,7 +199,11 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"LineWithoutAName", "odd", " odd"},
         Case{"TextThatLooksLikeAnEncodedWord", "Subject: =?x?B?a?= b", "Subject: =?ISO-2022-JP?B?PT94P0I/YT89?= b"},
         Case{"AddressThatLooksLikeAnEncodedWord", "To: \"=?x?B?a?=\" <a@b>",
-             "To: =?ISO-2022-JP?B?PT94P0I/YT89?= <a@b>"}),
+             "To: =?ISO-2022-JP?B?PT94P0I/YT89?= <a@b>"},
+        Case{"BareLineEndsAndControlsBecomeBlanks",
+             "Subject: a\nBcc:\rb\x01\x7F"
+             "c\r\nTo: d",
+             "Subject: a Bcc: b  c\r\nTo: d"}),
     [](const auto& test) { return test.param.name; });
 
 TEST(EncodeMailHeader, LongValuesAreFoldedAndComeBack) {
@@ -246,6 +250,20 @@ TEST(EncodeMailHeader, RunsOfBlanksComeBack) {
             EXPECT_EQ(SubjectOf(Encoded("Subject: " + value) + "\r\n\r\n"), value);
         }
     }
+}
+
+TEST(EncodeMailHeader, BytesThatAreNoIso2022JpBecomeBlanks) {
+    std::string header = "Subject: a\x82\xA0\x1B[b\xFF";
+    EncodeMailHeader(&header, &header);
+    EXPECT_EQ(header, "Subject: a   [b");
+}
+
+TEST(EncodeMailHeader, PiecesAreJoinedOneByOne) {
+    EXPECT_EQ(Encoded("From: a<b>,\"c\"(d);e:f"), "From: a<b>,\"c\"(d);e:f");
+    EXPECT_EQ(Encoded("From: \x82\xA0(\x82\xA0)"),
+              "From: =?ISO-2022-JP?B?GyRCJCIbKEI=?= ( =?ISO-2022-JP?B?GyRCJCIbKEI=?= )");
+    EXPECT_EQ(Encoded("From: \x82\xA0\"\x82\xA0\"  \x82\xA0"),
+              Encoded("Subject: \x82\xA0\x82\xA0  \x82\xA0").replace(0, 7, "From"));
 }
 
 TEST(EncodeMailHeader, WhatCannotBeFoldedIsEncoded) {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "platform/codec/base64.h"
 #include "platform/codec/mail_header.h"
@@ -24,7 +24,7 @@ constexpr std::string_view kWordEnd = "?=";
 constexpr std::string_view kToKanji = "\x1B$B";
 constexpr std::string_view kToAscii = "\x1B(B";
 
-// A text as characters: ASCII as it is, others as their two JIS bytes.
+// A text as characters: ASCII as it is, but for control characters, which become blanks; others as their two JIS bytes.
 using Characters = std::u16string;
 
 constexpr bool IsAscii(char16_t c) { return c < 0x80; }
@@ -41,8 +41,9 @@ Characters FromJis(std::string_view text) {
         }
         const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
         const std::size_t length = kanji && text.size() > 1 ? 2 : 1;
-        characters +=
-            length == 2 ? static_cast<char16_t>(byte(0) << 8 | byte(1)) : static_cast<char16_t>(byte(0) & 0x7F);
+        const bool is_printable = byte(0) >= 0x20 && byte(0) < 0x7F;
+        const int character = length == 2 ? byte(0) << 8 | byte(1) : is_printable ? byte(0) : ' ';
+        characters += static_cast<char16_t>(character);
         text.remove_prefix(length);
     }
     return characters;
@@ -60,57 +61,51 @@ bool NeedsEncoding(const Characters& text) {
     return text.size() > kMaxAtomBytes || text.find(u"=?") != Characters::npos || !std::ranges::all_of(text, IsAscii);
 }
 
-// Splits a value into pieces.
+enum class Splitting {
+    Words,      // at blanks alone
+    Addresses,  // structure apart from words: in a list of addresses only words may be encoded
+};
+
+// Splits a value into pieces, one at a time: there may be as many as characters.
 class Splitter {
 public:
-    explicit Splitter(Characters value) : value_(std::move(value)) {}
+    Splitter(Characters value, Splitting splitting) : value_(std::move(value)), splitting_(splitting) {}
 
-    // At blanks alone.
-    std::vector<Piece> Words() {
-        while (SkipBlanks()) Add(TakeUntil(u" "), false);
-        return std::move(pieces_);
-    }
-
-    // Structure apart from words: in a list of addresses only words may be encoded.
-    std::vector<Piece> Addresses() {
+    // Nothing at the end of the value.
+    std::optional<Piece> Next() {
         constexpr std::u16string_view kSpecials = u"<>(),;:";
-        while (SkipBlanks()) {
-            if (value_[at_] == u'"') {
-                AddQuoted();
-            } else if (kSpecials.find(value_[at_]) != std::u16string_view::npos) {
-                Add(value_.substr(at_++, 1), false);
-            } else {
-                Add(TakeUntil(u" \"<>(),;:"), false);
-            }
+        const std::size_t blanks = TakeBlanks();
+        if (at_ == value_.size()) return std::nullopt;
+        if (blanks > kMaxBlanks) {
+            at_ -= 1;  // one blank stands on either side of the encoded word
+            return Piece{Characters(blanks - 2, u' '), true, 1};
         }
-        return std::move(pieces_);
+        if (splitting_ == Splitting::Words) return MakePiece(TakeUntil(u" "), blanks);
+        if (value_[at_] == u'"') return TakeQuoted(blanks);
+        if (kSpecials.find(value_[at_]) != std::u16string_view::npos) {
+            return MakePiece(value_.substr(at_++, 1), blanks);
+        }
+        return MakePiece(TakeUntil(u" \"<>(),;:"), blanks);
     }
 
 private:
-    // False at the end of the value.
-    bool SkipBlanks() {
-        const std::size_t end = std::min(value_.find_first_not_of(u' ', at_), value_.size());
-        blanks_ = end - at_;
-        at_ = end;
-        if (at_ == value_.size()) return false;
-        if (blanks_ > kMaxBlanks) {
-            // A blank of them stands on either side of the encoded word.
-            const std::size_t blanks = std::exchange(blanks_, 1);
-            Add(Characters(blanks - 2, u' '), true);
-            blanks_ = 1;
-        }
-        return true;
+    static Piece MakePiece(Characters text, std::size_t blanks) {
+        const bool encode = NeedsEncoding(text);
+        return {std::move(text), encode, blanks};
+    }
+
+    std::size_t TakeBlanks() {
+        const std::size_t begin = std::exchange(at_, std::min(value_.find_first_not_of(u' ', at_), value_.size()));
+        return at_ - begin;
     }
 
     Characters TakeUntil(std::u16string_view ends) {
-        const std::size_t end = std::min(value_.find_first_of(ends, at_), value_.size());
-        Characters taken = value_.substr(at_, end - at_);
-        at_ = end;
-        return taken;
+        const std::size_t begin = std::exchange(at_, std::min(value_.find_first_of(ends, at_), value_.size()));
+        return value_.substr(begin, at_ - begin);
     }
 
     // A quoted string that must be encoded loses its quotes: encoded words may not stand inside.
-    void AddQuoted() {
+    Piece TakeQuoted(std::size_t blanks) {
         Characters quoted(1, value_[at_++]);
         Characters content;
         for (bool closed = false; at_ < value_.size() && !closed; ++at_) {
@@ -120,44 +115,42 @@ private:
             if (c == u'\\' && at_ + 1 < value_.size()) quoted += c = value_[++at_];
             if (!closed) content += c;
         }
-        if (NeedsEncoding(quoted)) {
-            Add(std::move(content), true);
-        } else {
-            Add(std::move(quoted), false);
-        }
-    }
-
-    void Add(Characters text, bool encode) {
-        encode = encode || NeedsEncoding(text);
-        pieces_.push_back({std::move(text), encode, std::exchange(blanks_, 0)});
+        if (NeedsEncoding(quoted)) return {std::move(content), true, blanks};
+        return {std::move(quoted), false, blanks};
     }
 
     Characters value_;
+    Splitting splitting_;
     std::size_t at_ = 0;
-    std::size_t blanks_ = 0;
-    std::vector<Piece> pieces_;
 };
 
 // Puts adjacent pieces of one kind together: encoded ones with the blanks between them, since blanks between two
 // encoded words do not count; others where there is no blank between them. Between an encoded piece and another there
 // is a blank.
-std::vector<Piece> Join(std::vector<Piece> pieces) {
-    std::vector<Piece> joined;
-    for (Piece& piece : pieces) {
-        Piece* const last = joined.empty() ? nullptr : &joined.back();
-        const bool glued = last && !last->encode && !piece.encode && piece.blanks == 0 &&
-                           last->text.size() + piece.text.size() <= kMaxAtomBytes;
-        if (last && last->encode && piece.encode) {
-            last->text.append(piece.blanks, u' ').append(piece.text);
-        } else if (glued) {
-            last->text += piece.text;
-        } else {
-            if (last) piece.blanks = std::max<std::size_t>(piece.blanks, 1);
-            joined.push_back(std::move(piece));
+class Joiner {
+public:
+    explicit Joiner(Splitter splitter) : splitter_(std::move(splitter)), following_(splitter_.Next()) {}
+
+    // Nothing at the end of the value.
+    std::optional<Piece> Next() {
+        std::optional<Piece> piece = std::exchange(following_, std::nullopt);
+        if (!piece) return std::nullopt;
+        while ((following_ = splitter_.Next()) && Belongs(*piece, *following_)) {
+            piece->text.append(following_->blanks, u' ').append(following_->text);
         }
+        if (following_) following_->blanks = std::max<std::size_t>(following_->blanks, 1);
+        return piece;
     }
-    return joined;
-}
+
+private:
+    static bool Belongs(const Piece& piece, const Piece& following) {
+        if (piece.encode || following.encode) return piece.encode && following.encode;
+        return following.blanks == 0 && piece.text.size() + following.text.size() <= kMaxAtomBytes;
+    }
+
+    Splitter splitter_;
+    std::optional<Piece> following_;
+};
 
 class FieldWriter {
 public:
@@ -253,11 +246,12 @@ bool HoldsAddresses(std::string_view name) {
 void EncodeField(std::string_view line, std::string& out) {
     const std::size_t colon = line.find(':');
     const std::string_view name = line.substr(0, colon == std::string_view::npos ? 0 : colon + 1);
-    Splitter splitter(FromJis(line.substr(name.size())));
+    Joiner pieces(
+        Splitter(FromJis(line.substr(name.size())), HoldsAddresses(name) ? Splitting::Addresses : Splitting::Words));
     FieldWriter writer(out, name);
     bool empty = true;
-    for (const Piece& piece : Join(HoldsAddresses(name) ? splitter.Addresses() : splitter.Words())) {
-        writer.Write(piece);
+    while (const std::optional<Piece> piece = pieces.Next()) {
+        writer.Write(*piece);
         empty = false;
     }
     if (empty) out += ' ';
