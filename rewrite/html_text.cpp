@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -16,6 +17,17 @@ using Byte = unsigned char;
 
 constexpr bool IsBlankOrLineEnd(char c) { return c == '\t' || c == '\n' || c == '\r' || c == ' '; }
 
+constexpr char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// `letters`: lower case.
+bool BeginsWithLetters(std::string_view text, std::string_view letters) {
+    if (text.size() < letters.size()) return false;
+    for (std::size_t i = 0; i < letters.size(); ++i) {
+        if (Lower(text[i]) != letters[i]) return false;
+    }
+    return true;
+}
+
 // ---- tags
 
 // What is collected of a tag: as much as decides, without broken double-byte characters.
@@ -26,9 +38,22 @@ public:
         lead_ = 0;
     }
 
+    void Add(std::string_view text) {
+        for (std::size_t i = 0; i < text.size() && name_.size() < kDecisive; ++i) {
+            if (!IsBlankOrLineEnd(text[i])) Add(text[i]);
+        }
+    }
+
+    // Whether a line ends where the tag stands.
+    bool EndsLine() const {
+        return BeginsWithLetters(name_, "/p") || BeginsWithLetters(name_, "p/") || BeginsWithLetters(name_, "/div");
+    }
+
+private:
+    static constexpr std::size_t kDecisive = 4;
+
     void Add(char c) {
         const auto byte = static_cast<Byte>(c);
-        if (name_.size() >= kDecisive) return;
         if (lead_ != 0) {
             if (IsTrailByte(byte)) name_.append(1, lead_).append(1, c);
             lead_ = 0;
@@ -39,17 +64,18 @@ public:
         }
     }
 
-    // Whether a line ends where the tag stands.
-    bool EndsLine() const {
-        const CString name = ToLower(name_);
-        return name.starts_with("/p") || name.starts_with("p/") || name.starts_with("/div");
-    }
-
-private:
-    static constexpr std::size_t kDecisive = 4;
     CString name_;
     char lead_ = 0;  // waits for its trail byte
 };
+
+// Writes the text without its white space and returns where the next character goes.
+char* CopyInk(std::string_view text, char* out) {
+    for (const char c : text) {
+        *out = c;
+        out += IsBlankOrLineEnd(c) ? 0 : 1;
+    }
+    return out;
+}
 
 // ---- entities
 
@@ -65,16 +91,6 @@ constexpr std::array<Entity, 6> kEntities = {{
     {"nbsp", ' '},
     {"minus", '-'},
 }};
-
-constexpr char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool BeginsWithLetters(std::string_view text, std::string_view letters) {
-    if (text.size() < letters.size()) return false;
-    for (std::size_t i = 0; i < letters.size(); ++i) {
-        if (Lower(text[i]) != letters[i]) return false;
-    }
-    return true;
-}
 
 bool IsApostrophe(std::string_view name) {
     return BeginsWithLetters(name, "apo") && name.size() > 3 && (name[3] == 'a' || name[3] == 'S');
@@ -92,14 +108,25 @@ char EntityResult(std::string_view name) {
 // Decodes in place and returns the length of the result.
 std::size_t DecodeEntities(char* buffer, std::size_t length) {
     constexpr std::size_t kNone = std::string_view::npos;
+    char* const end = buffer + length;
+    char* read = buffer;
     std::size_t written = 0;
     std::size_t start = kNone;  // of the entity that may be under way, its "&"
-    for (std::size_t read = 0; read < length; ++read) {
-        const char c = buffer[read];
-        buffer[written++] = c;
-        if (c == '&') start = written - 1;
-        if (c != ';' || start == kNone) continue;
-
+    const auto keep_until = [&](char* kept_end) {
+        const auto kept_bytes = static_cast<std::size_t>(kept_end - read);
+        std::memmove(buffer + written, read, kept_bytes);
+        written += kept_bytes;
+        read = kept_end;
+    };
+    for (;;) {
+        char* const found = start == kNone ? std::find(read, end, '&')
+                                           : std::find_if(read, end, [](char c) { return c == '&' || c == ';'; });
+        if (found == end) break;
+        keep_until(found + 1);
+        if (buffer[written - 1] == '&') {
+            start = written - 1;
+            continue;
+        }
         const char result = EntityResult(std::string_view(buffer + start + 1, written - start - 2));
         if (result != 0) {
             buffer[start] = result;
@@ -107,6 +134,7 @@ std::size_t DecodeEntities(char* buffer, std::size_t length) {
         }
         if (result != '&') start = kNone;
     }
+    keep_until(end);
     return written;
 }
 
@@ -182,31 +210,39 @@ private:
 
 int HtmlToText(CString* html) {
     const std::string_view source = *html;
-    CString text;
-    text.reserve(source.size());
+    const auto is_bracket = [](char c) { return c == '<' || c == '>'; };
+    // Every ">" may become a line end of two bytes.
+    CString text(source.size() + static_cast<std::size_t>(std::ranges::count(source, '>')), '\0');
+    char* out = text.data();
     TagText tag;
     bool in_tag = false;
     bool in_comment = false;
     for (std::size_t i = 0; i < source.size(); ++i) {
-        const char c = source[i];
-        if (IsBlankOrLineEnd(c)) continue;
-        if (c == '<') {
+        const std::string_view rest = source.substr(i);
+        const auto run = static_cast<std::size_t>(std::ranges::find_if(rest, is_bracket) - rest.begin());
+        if (in_tag) {
+            tag.Add(rest.substr(0, run));
+        } else if (!in_comment) {
+            out = CopyInk(rest.substr(0, run), out);
+        }
+        i += run;
+        if (i == source.size()) break;
+
+        if (source[i] == '<') {
             in_tag = true;
             tag.Clear();
             if (source.substr(i + 1, 3) == "!--") in_comment = true;
-        } else if (c == '>') {
+        } else {
             in_tag = false;
             if (in_comment) {
                 if (i >= 2 && source.substr(i - 2, 2) == "--") in_comment = false;
             } else if (tag.EndsLine()) {
-                text += "\r\n";
+                *out++ = '\r';
+                *out++ = '\n';
             }
-        } else if (in_tag) {
-            tag.Add(c);
-        } else if (!in_comment) {
-            text += c;
         }
     }
+    text.resize(static_cast<std::size_t>(out - text.data()));
     html->swap(text);
     return DecodeHtmlEntitiesInText(html);
 }
