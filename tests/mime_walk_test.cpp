@@ -65,6 +65,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Both("UuEncode",
                            "Content-Transfer-Encoding: x-uuencode\r\n\r\nbegin 644 a.txt\r\n%:&5L;&\\\r\n \r\nend\r\n",
                            "hello"),
+                      Both("StuffedDotBehindASoftBreakStays",
+                           "Content-Transfer-Encoding: quoted-printable\r\n\r\na=\r\n..b\r\n..c", "a..b\r\n.c"),
+                      Both("DotOfBase64TextGoes", "Content-Transfer-Encoding: base64\r\n\r\nYQ0KLi5i", "a\r\n.b"),
                       Both("SevenBit", "Content-Transfer-Encoding: 7bit\r\n\r\naGVsbG8=", "aGVsbG8="),
                       Both("Base64WinsOverQuotedPrintable",
                            "Content-Transfer-Encoding: quoted-printable base64\r\n\r\naGVsbG8=", "hello")));
