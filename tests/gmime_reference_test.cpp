@@ -487,9 +487,11 @@ std::optional<std::array<GMimeField, 2>> GMimeSubjectAndFrom(const std::string& 
     return fields;
 }
 
-std::string WithoutBlanks(std::string text) {
-    std::erase_if(text, [](char c) { return std::string_view(" \t\r\n").find(c) != std::string_view::npos; });
-    return text;
+// A folded value on one line, as our reader makes it.
+std::string Unfolded(const std::string& raw) {
+    static const std::regex fold(R"([ \t\r\n]*\n[ \t\r\n]*)");
+    static const std::regex ends("^ +| +$");
+    return std::regex_replace(BlankControls(std::regex_replace(raw, fold, " ")), ends, "");
 }
 
 // Whether a Base64 word has padding and a word behind it, or lacks padding: both as in the list above.
@@ -505,7 +507,7 @@ bool HasOddPadding(const std::string& raw) {
 
 // Why the two may read a field differently; null for no reason that is known.
 const char* ReasonFor(const GMimeField& gmimes, const std::string& ours) {
-    if (WithoutBlanks(gmimes.text) == WithoutBlanks(ours)) {
+    if (BlankControls(ToSJis(GMimeText(Unfolded(gmimes.raw)))) == ours) {
         return "We join folded lines with one blank and write one for every control character";
     }
     if (ours.find("=?") != std::string::npos) return "A word in a charset nobody knows stays";
