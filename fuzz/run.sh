@@ -29,4 +29,4 @@ seconds=$1; shift
 if [ $# = 0 ]; then
   for seeds in fuzz/seeds/*/; do set -- "$@" "$(basename "$seeds")"; done
 fi
-printf '%s\n' "$@" | xargs -P "${JOBS:-$(nproc)}" -I{} bash -c "fuzz_one $seconds {}"
+printf '%s\n' "$@" | xargs -P "$(nproc)" -I{} bash -c "fuzz_one $seconds {}"
