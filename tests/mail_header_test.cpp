@@ -239,6 +239,7 @@ TEST(EncodeMailHeader, TextWithoutAPlaceForThatIsWrittenAllTheSame) {
     std::string value = "x";
     for (int i = 0; i < 100; ++i) value += "x\x82\xA0";
     const std::string encoded = Encoded("Subject: " + value);
+    EXPECT_EQ(encoded.substr(0, 12), "Subject: =?I") << "no line with the name alone";
     EXPECT_EQ(testing::HeaderFault(encoded), "");
     EXPECT_EQ(SubjectOf(encoded + "\r\n\r\n"), value);
 }

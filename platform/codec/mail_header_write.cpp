@@ -162,13 +162,15 @@ public:
             WriteEncoded(piece.text);
         } else {
             const std::string atom(piece.text.begin(), piece.text.end());
-            if (column_ + blanks_ + atom.size() > kMaxColumns && has_pieces_) Fold();
+            if (column_ + blanks_ + atom.size() > kMaxColumns && CanFold()) Fold();
             Put(atom);
         }
-        has_pieces_ = true;
     }
 
 private:
+    // Never behind the name: a line that holds nothing more looks like an empty field.
+    bool CanFold() const { return has_text_ && column_ > 0; }
+
     void Fold() {
         out_ += "\r\n";
         column_ = 0;
@@ -178,13 +180,14 @@ private:
         out_.append(blanks_, ' ').append(atom);
         column_ += blanks_ + atom.size();
         blanks_ = 1;
+        has_text_ = true;
     }
 
     // As many encoded words as it takes.
     void WriteEncoded(std::u16string_view text) {
         while (!text.empty()) {
             Word word = TakeWord(text, column_ + blanks_);
-            if (column_ > 0 && !word.IsWhole(text)) {
+            if (CanFold() && !word.IsWhole(text)) {
                 Fold();
                 word = TakeWord(text, column_ + blanks_);
             }
@@ -235,7 +238,7 @@ private:
     std::string& out_;
     std::size_t column_;
     std::size_t blanks_ = 1;
-    bool has_pieces_ = false;
+    bool has_text_ = false;
 };
 
 bool HoldsAddresses(std::string_view name) {
