@@ -332,7 +332,9 @@ TEST_F(GMime, ReadsTheJapaneseHeadersThatWeWrite) {
         const std::string subject = written("Subject: " + text);
         EXPECT_EQ(ToSJis(GMimeText(subject)), text) << subject;
 
-        const std::string from = written("From: " + text + " <a@b.example>, \"" + text + "\"<c@d.example>");
+        std::string list = "From: " + text;
+        list.append(" <a@b.example>, \"").append(text).append("\"<c@d.example>");
+        const std::string from = written(list);
         InternetAddressList* const senders = internet_address_list_parse(nullptr, from.c_str());
         ASSERT_EQ(internet_address_list_length(senders), 2) << from;
         for (const int index : {0, 1}) {

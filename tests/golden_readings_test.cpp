@@ -51,7 +51,7 @@ const Reading kReadings[] = {
     {"sisimai/maildir/bsd/lhost-fml-03.eml", 0, 0, 1, 2701, "ISO-2022-JP", "4cb4e50d8df15bf3a84b8822e7e891e4",
      "a quoted mail with its header, the Japanese in its last line"},
     {"sisimai/maildir/bsd/lhost-googlegroups-01.eml", 200, 0, 1, 480, "ISO-2022-JP", "8f0a29f10a274f28097d8f00e448c66a",
-     "UTF-8 in eight bits, cut behind a list item"},
+     "UTF-8 in eight bits, cut inside the first item of a list"},
     {"sisimai/maildir/bsd/lhost-kddi-01.eml", 0, 0, 1, 866, "ISO-2022-JP", "2d997e51f6f4e2987ace58992d378fbf",
      "raw UTF-8 in the subject is read; UTF-8 in a body labelled ISO-2022-JP is not legible"},
     {"sisimai/maildir/dos/lhost-interscanmss-01.eml", 0, 0, 1, 464, "US-ASCII", "2a5df5d260fd7ba7074d62aa851012a8",
