@@ -16,6 +16,8 @@
 namespace tarvex {
 namespace {
 
+using namespace std::string_literals;
+
 const CString kDefaultWords = "- , \x81\x40";
 
 struct Options {
@@ -227,8 +229,8 @@ TEST(TextMail, NoEncodedWordBreaksTheHeader) {
     words.push_back("=?" + CString(70'000, 'x') + "?Q?a?=");
     words.push_back("=?utf-8?Q?" + CString(70'000, '=') + "?=");
     words.push_back("=?utf-8?B?" + CString(70'000, '4') + "?=");
-    words.emplace_back("=?utf-8\0?Q?a?=", 15);
-    words.emplace_back("a\0b\nBcc: e@x\rc\v\f", 18);
+    words.push_back("=?utf-8\0?Q?a?="s);
+    words.push_back("a\0b\nBcc: e@x\rc\v\f"s);
     for (const CString& word : words) {
         CString mail;
         for (const char* name : {"Date", "From", "To", "Cc", "Subject", "Reply-To", "MIME-Version", "Content-Type"}) {
