@@ -11,7 +11,7 @@ fuzz_one() { # SECONDS TARGET
   local log=$build/log/$name.log findings=$build/findings/$name-
   mkdir -p "$build/corpus/$name" $build/log $build/findings
   rm -f "$findings"*
-  "$build/bin/fuzz_$name" -max_total_time="$seconds" -timeout=5 -max_len=16384 -rss_limit_mb=1024 \
+  "$build/bin/fuzz_$name" -max_total_time="$seconds" -timeout=10 -max_len=16384 -rss_limit_mb=1024 \
     -print_final_stats=1 -artifact_prefix="$findings" "$build/corpus/$name" "fuzz/seeds/$name" >"$log" 2>&1 || failed=1
   local runs coverage result
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
