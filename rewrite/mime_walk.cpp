@@ -56,7 +56,7 @@ void UndoTransferEncoding(std::string_view encoding, CString& text) {
 // First match in this order; a part that names none of these is taken for ISO-2022-JP, which leaves ASCII and Shift-JIS
 // alone.
 void ConvertCharset(std::string_view content_type, CString& text) {
-    if (Contains(content_type, "iso-2022-jp")) {
+    if (Contains(content_type, "iso-2022-jp")) {  // NOLINT(bugprone-branch-clone): the first match counts
         JisToSJis(&text, &text);
     } else if (Contains(content_type, "utf-8")) {
         Utf8ToSJis(&text, &text);
