@@ -67,6 +67,48 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"ControlsBecomeBlanks", "=?us-ascii?Q?a=0D=0Ab=00c=1Bd=7F?=", "a  b c d"}, Case{"TabsToo", "a\tb", "a b"}),
     [](const auto& test) { return test.param.name; });
 
+// From and Subject hold the same source: only in a list of addresses is there structure to guard.
+struct AddressCase {
+    const char* name;
+    std::string source;
+    std::string from;
+    std::string written;  // the From line of the text mail
+};
+std::ostream& operator<<(std::ostream& out, const AddressCase& c) { return out << c.name; }
+
+class AddressWord : public ::testing::TestWithParam<AddressCase> {};
+
+std::string Encoded(const std::string& shift_jis);
+
+TEST_P(AddressWord, IsNeverStructure) {
+    CMailInfo info;
+    MakeMailInfo("From: " + GetParam().source + "\r\n\r\n", &info);
+    EXPECT_EQ(info.from, GetParam().from);
+    EXPECT_EQ(Encoded("From: " + info.from), "From: " + GetParam().written);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, AddressWord,
+    ::testing::Values(AddressCase{"PlainNameStays", "=?utf-8?q?A_B?= <a@b>", "A B <a@b>", "A B <a@b>"},
+                      AddressCase{"CommaIsQuoted", "=?utf-8?q?B=2C_A?= <a@b>", "\"B, A\" <a@b>", "\"B, A\" <a@b>"},
+                      AddressCase{"JapaneseCommaIsEncodedAgain", "=?utf-8?b?44GCLA==?= <a@b>", "\"\x82\xA0,\" <a@b>",
+                                  "=?ISO-2022-JP?B?GyRCJCIbKEIs?= <a@b>"},
+                      AddressCase{"AddressOfAnotherIsQuoted", "=?utf-8?q?x_=3Cx=40y=3E=2C?= <a@b>",
+                                  "\"x <x@y>,\" <a@b>", "\"x <x@y>,\" <a@b>"},
+                      AddressCase{"QuoteAndBackslashAreEscaped", "=?utf-8?q?=22=5C?= <a@b>", "\"\\\"\\\\\" <a@b>",
+                                  "\"\\\"\\\\\" <a@b>"},
+                      AddressCase{"InQuotesTheyAreEscapedAlone", "\"=?utf-8?q?x=22=2C?=\" <a@b>", "\"x\\\",\" <a@b>",
+                                  "\"x\\\",\" <a@b>"},
+                      AddressCase{"InACommentItsBracketsAreEscaped", "a@b (=?utf-8?q?x)=2C?=)", "a@b (x\\),)",
+                                  "a@b (x\\),)"},
+                      AddressCase{"BehindAQuotedNameItIsQuotedAgain", "\"a\" =?utf-8?q?,?= <a@b>", "\"a\" \",\" <a@b>",
+                                  "\"a\" \",\" <a@b>"},
+                      AddressCase{"BehindAnEscapedQuoteItIsStillInside", "\"\\\" =?utf-8?q?,?=\" <a@b>",
+                                  "\"\\\" ,\" <a@b>", "\"\\\" ,\" <a@b>"},
+                      AddressCase{"TrailByteThatIsABackslashIsNone", "=?shift_jis?b?lFw=?= <a@b>", "\x94\\ <a@b>",
+                                  "=?ISO-2022-JP?B?GyRCRz0bKEI=?= <a@b>"}),
+    [](const auto& test) { return test.param.name; });
+
 TEST(MailInfo, NamesAreReadInEitherCaseAndWithBlanksBeforeTheColon) {
     CMailInfo info;
     MakeMailInfo("SUBJECT : a\r\nfrom\t: b\r\nRePly-To:c\r\n\r\n", &info);

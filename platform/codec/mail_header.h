@@ -53,8 +53,9 @@ std::string_view HeaderOf(std::string_view text);
 // Fills `info` from the header of the text. Names in either letter case, blanks before the colon tolerated, folded
 // lines joined with one blank; of a repeated field the first one counts; a line that is no field is skipped. An encoded
 // word that cannot be decoded stays as it is; the bytes of adjacent words of one character set are joined before they
-// are decoded. A raw value with bytes above 0x7F is read as UTF-8 where it is valid UTF-8, else as Shift-JIS; raw
-// ISO-2022-JP is decoded. Linear in the size of the header.
+// are decoded. In a list of addresses a decoded word that holds such characters as commas or brackets is quoted, so
+// that none of them counts as structure. A raw value with bytes above 0x7F is read as UTF-8 where it is valid UTF-8,
+// else as Shift-JIS; raw ISO-2022-JP is decoded. Linear in the size of the header.
 void MakeMailInfo(std::string_view text, CMailInfo* info);
 
 // The two fields that the structure of a message hangs on, without the cost of the others; from header lines.

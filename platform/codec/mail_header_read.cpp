@@ -124,10 +124,52 @@ std::optional<EncodedWord> ReadEncodedWord(std::string_view text) {
     }
 }
 
-// Decodes the encoded words of one value.
+// Where in a list of addresses a text stands (RFC 5322 section 3.2).
+class AddressContext {
+public:
+    // Reads on; the text is Shift-JIS.
+    void Pass(std::string_view text) {
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            const char c = text[i];
+            if (IsLeadByte(static_cast<unsigned char>(c)) || (c == '\\' && !IsPlain())) {
+                ++i;
+            } else if (c == '"' && comments_ == 0) {
+                is_quoted_ = !is_quoted_;
+            } else if (c == '(' && !is_quoted_) {
+                ++comments_;
+            } else if (c == ')' && !is_quoted_ && comments_ > 0) {
+                --comments_;
+            }
+        }
+    }
+
+    // What a decoded word says, so that nothing of it counts as structure: a name with a comma stays one name.
+    std::string AsWord(const std::string& decoded) const {
+        const std::string_view special = is_quoted_ ? "\"\\" : comments_ > 0 ? "()\\" : "<>(),;:\"@[]\\";
+        bool holds_special = false;
+        std::string word;
+        for (std::size_t i = 0; i < decoded.size(); ++i) {
+            const bool is_special = special.find(decoded[i]) != kNone;
+            holds_special = holds_special || is_special;
+            if (is_special && (!IsPlain() || decoded[i] == '"' || decoded[i] == '\\')) word += '\\';
+            word += decoded[i];
+            if (IsLeadByte(static_cast<unsigned char>(decoded[i])) && i + 1 < decoded.size()) word += decoded[++i];
+        }
+        return IsPlain() && holds_special ? '"' + word + '"' : word;
+    }
+
+private:
+    bool IsPlain() const { return !is_quoted_ && comments_ == 0; }
+
+    bool is_quoted_ = false;
+    std::size_t comments_ = 0;  // that are open
+};
+
+// Decodes the encoded words of one value; `context` is null for a value that is no list of addresses.
 class WordDecoder {
 public:
-    WordDecoder(std::string_view text, CharsetConverter& converter) : text_(text), converter_(converter) {}
+    WordDecoder(std::string_view text, CharsetConverter& converter, AddressContext* context)
+        : text_(text), converter_(converter), context_(context) {}
 
     std::string Decode() {
         for (std::size_t at = text_.find("=?"); at != kNone; at = text_.find("=?", at)) {
@@ -140,7 +182,7 @@ public:
             at += word->length;
         }
         FlushWords();
-        out_ += text_.substr(done_);
+        AppendRaw(text_.substr(done_));
         return std::move(out_);
     }
 
@@ -154,7 +196,7 @@ private:
         if (!joins) {
             const bool decoded = FlushWords();
             // The blanks between two encoded words are not part of the text.
-            if (!adjacent || !decoded) out_ += between;
+            if (!adjacent || !decoded) AppendRaw(between);
             charset_ = ToLower(word.charset);
             words_begin_ = at;
         }
@@ -168,16 +210,26 @@ private:
     bool FlushWords() {
         if (!has_words_) return true;
         const std::optional<std::string> decoded = converter_.ToSJis(charset_, bytes_);
-        out_ += decoded ? std::string_view(*decoded) : text_.substr(words_begin_, done_ - words_begin_);
-        if (decoded) count_ += words_;
+        if (decoded) {
+            out_ += context_ ? context_->AsWord(*decoded) : *decoded;
+            count_ += words_;
+        } else {
+            AppendRaw(text_.substr(words_begin_, done_ - words_begin_));
+        }
         has_words_ = false;
         words_ = 0;
         bytes_.clear();
         return decoded.has_value();
     }
 
+    void AppendRaw(std::string_view text) {
+        if (context_) context_->Pass(text);
+        out_ += text;
+    }
+
     std::string_view text_;
     CharsetConverter& converter_;
+    AddressContext* context_;
     std::string out_;
     std::size_t done_ = 0;  // everything before this is in out_ or waiting
     int count_ = 0;
@@ -200,8 +252,9 @@ std::string RawToSJis(std::string text) {
 // ---- the fields of CMailInfo
 
 enum class ValueForm {
-    Text,      // decoded to Shift-JIS
-    Verbatim,  // structure: the bytes as they stand
+    Text,       // decoded to Shift-JIS
+    Addresses,  // likewise, and what was decoded is never structure
+    Verbatim,   // structure: the bytes as they stand
 };
 
 struct KnownField {
@@ -211,19 +264,19 @@ struct KnownField {
 };
 constexpr std::array<KnownField, 21> kKnownFields = {{
     {"date", &CMailInfo::date, ValueForm::Text},
-    {"from", &CMailInfo::from, ValueForm::Text},
-    {"reply-to", &CMailInfo::reply_to, ValueForm::Text},
+    {"from", &CMailInfo::from, ValueForm::Addresses},
+    {"reply-to", &CMailInfo::reply_to, ValueForm::Addresses},
     {"mime-version", &CMailInfo::mime_version, ValueForm::Text},
-    {"to", &CMailInfo::to, ValueForm::Text},
+    {"to", &CMailInfo::to, ValueForm::Addresses},
     {"subject", &CMailInfo::subject, ValueForm::Text},
-    {"cc", &CMailInfo::cc, ValueForm::Text},
+    {"cc", &CMailInfo::cc, ValueForm::Addresses},
     {"content-type", &CMailInfo::content_type, ValueForm::Verbatim},
     {"content-transfer-encoding", &CMailInfo::content_transfer_encoding, ValueForm::Verbatim},
     {"content-disposition", &CMailInfo::content_disposition, ValueForm::Verbatim},
     {"content-id", &CMailInfo::content_id, ValueForm::Text},
     {"content-description", &CMailInfo::content_description, ValueForm::Text},
-    {"sender", &CMailInfo::sender, ValueForm::Text},
-    {"bcc", &CMailInfo::bcc, ValueForm::Text},
+    {"sender", &CMailInfo::sender, ValueForm::Addresses},
+    {"bcc", &CMailInfo::bcc, ValueForm::Addresses},
     {"message-id", &CMailInfo::message_id, ValueForm::Text},
     {"in-reply-to", &CMailInfo::in_reply_to, ValueForm::Text},
     {"references", &CMailInfo::references, ValueForm::Text},
@@ -247,9 +300,10 @@ std::string Verbatim(std::string_view value) {
     return text;
 }
 
-std::string Decoded(std::string_view value, CharsetConverter& converter, int& encoded_words) {
+std::string Decoded(std::string_view value, ValueForm form, CharsetConverter& converter, int& encoded_words) {
     const std::string raw = RawToSJis(Unfold(value));
-    WordDecoder decoder(raw, converter);
+    AddressContext context;
+    WordDecoder decoder(raw, converter, form == ValueForm::Addresses ? &context : nullptr);
     std::string text = decoder.Decode();
     encoded_words += decoder.Count();
     BlankControls(text);
@@ -284,8 +338,9 @@ void MakeMailInfo(std::string_view text, CMailInfo* info) {
         const std::optional<std::size_t> known = FindKnownField(field->name);
         if (!known || std::exchange(seen[*known], true)) continue;
         const KnownField& entry = kKnownFields[*known];
-        info->*entry.member = entry.form == ValueForm::Verbatim ? Verbatim(field->value)
-                                                                : Decoded(field->value, converter, info->encoded_words);
+        info->*entry.member = entry.form == ValueForm::Verbatim
+                                  ? Verbatim(field->value)
+                                  : Decoded(field->value, entry.form, converter, info->encoded_words);
     }
 }
 
