@@ -162,6 +162,7 @@ TEST(TextMail, LimitCountsBytesOfShiftJisBeforeTheConversion) {
 
 TEST(TextMail, OnlyOneTerminatorIsTakenOff) {
     EXPECT_EQ(BodyOf(Reduced("A: b\r\n\r\nx\r\n.\r\n.\r\n")), "x\r\n.\r\n.\r\n");
+    EXPECT_EQ(BodyOf(Reduced("A: b\r\n\r\nx\r\n.\r\n\r\n.\r\n")), "x\r\n.\r\n\r\n.\r\n");
     EXPECT_EQ(BodyOf(Reduced("A: b\r\n\r\nx")), "x\r\n.\r\n");
     // The dot of an empty mail stands behind no line end of the text, so it stays as text.
     EXPECT_EQ(BodyOf(Reduced("A: b\r\n\r\n.\r\n")), ".\r\n\r\n.\r\n");
