@@ -8,7 +8,7 @@
 using namespace tarvex;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr std::size_t kMessageBytes = 128 * 1024;
+    constexpr std::size_t kMessageBytes = 131'072;
     const std::string_view text = fuzz::Input(data, size).Rest();
     const std::size_t end = text.find('~');
     if (end == std::string_view::npos || end + 1 == text.size()) return 0;

@@ -44,7 +44,7 @@ void ScriptedServer::Sent(std::string what) {
 
 }  // namespace fuzz
 
-TcpStream::~TcpStream() = default;
+TcpStream::~TcpStream() { Close(); }
 
 bool TcpStream::Reserve() { return true; }
 
