@@ -1,0 +1,19 @@
+/* A host in C: one pass over the root that its argument names, as tarvex/tarvex_c.h shows it. It says what it sees. */
+
+#include <stdio.h>
+
+#include "tarvex/tarvex_c.h"
+
+int main(int argc, char** argv) {
+    tarvex_root* root = tarvex_open(argc > 1 ? argv[1] : NULL);
+    if (!root) {
+        fprintf(stderr, "%s\n", tarvex_last_error());
+        return 1;
+    }
+    printf("started %d\n", tarvex_run(root));
+    printf("finished %d\n", tarvex_wait(root, 60000));
+    printf("running %d\n", tarvex_running(root));
+    printf("stopped %d\n", tarvex_stop(root));
+    tarvex_close(root);
+    return 0;
+}
