@@ -1,13 +1,12 @@
-// The local clock.
+// The local clock, from what the system says of one moment.
 
 #include "platform/os/clock.h"
 
 #include <array>
 #include <cstdio>
-#include <ctime>
 #include <limits>
-#include <mutex>
-#include <optional>
+
+#include "platform/os/broken_down_time.h"
 
 namespace tarvex {
 
@@ -20,38 +19,27 @@ constexpr std::array kWeekdayNames = {"Sunday", "Monday", "Tuesday", "Wednesday"
 constexpr std::array kMonthNames = {"January", "February", "March",     "April",   "May",      "June",
                                     "July",    "August",   "September", "October", "November", "December"};
 
-// The C library reads the time zone anew with almost every call, under a lock of its own. Ours is for the thread
-// sanitizer, which cannot see that one.
-std::mutex time_zone_mutex;
-
-// A change of the time zone is noticed here as it is by mktime.
-std::optional<tm> BreakDown(std::int64_t moment) {
-    const std::lock_guard lock(time_zone_mutex);
-    tzset();
-    const std::time_t time = moment;
-    tm parts{};
-    if (localtime_r(&time, &parts) == nullptr) return std::nullopt;
-    return parts;
-}
-
-std::int64_t MakeTime(tm& parts) {
-    const std::lock_guard lock(time_zone_mutex);
-    return std::mktime(&parts);
-}
-
 bool ShowSameTime(const tm& a, const tm& b) {
     return a.tm_year == b.tm_year && a.tm_mon == b.tm_mon && a.tm_mday == b.tm_mday && a.tm_hour == b.tm_hour &&
            a.tm_min == b.tm_min && a.tm_sec == b.tm_sec;
 }
 
-// When clocks are put back, an hour comes twice, and which of the two mktime answers depends on what it was asked
+// How much later the clock shows the second of two times that lie less than a week apart.
+std::int64_t SecondsBetween(const tm& first, const tm& second) {
+    const int days = (second.tm_wday - first.tm_wday + 7) % 7;
+    const int hours = days * 24 + second.tm_hour - first.tm_hour;
+    return (std::int64_t{hours} * 60 + second.tm_min - first.tm_min) * 60 + second.tm_sec - first.tm_sec;
+}
+
+// When clocks are put back, an hour comes twice, and which of the two the system answers depends on what it was asked
 // before. It is always the first one here.
 std::int64_t FirstOfTwo(std::int64_t moment, const tm& parts) {
     const std::optional<tm> day_before = BreakDown(moment - kDaySeconds);
-    if (!day_before || day_before->tm_gmtoff <= parts.tm_gmtoff) return moment;
-    const std::int64_t earlier = moment - (day_before->tm_gmtoff - parts.tm_gmtoff);
-    const std::optional<tm> earlier_parts = BreakDown(earlier);
-    return earlier_parts && ShowSameTime(*earlier_parts, parts) ? earlier : moment;
+    if (!day_before) return moment;
+    const std::int64_t put_back = kDaySeconds - SecondsBetween(*day_before, parts);
+    if (put_back <= 0) return moment;
+    const std::optional<tm> earlier_parts = BreakDown(moment - put_back);
+    return earlier_parts && ShowSameTime(*earlier_parts, parts) ? moment - put_back : moment;
 }
 
 }  // namespace
