@@ -1,20 +1,15 @@
-// Worker threads over POSIX threads, and what else the entry asks of the system.
+// Worker threads, and what else the entry asks of the system.
 //
-// A reference is an ever-increasing number and never an address, so one that outlived its thread is recognised. Threads
-// are joined by the next call that starts, stops or waits for one, and at the latest when the library is unloaded: no
-// thread is inside the library then.
+// A reference is an ever-increasing number and never an address, so one that outlived its thread is recognised. What
+// the system keeps of a thread that has ended is freed by the next call that starts, stops or waits for one, and at the
+// latest when the library is unloaded: no thread is inside the library then.
 
 #include "platform/os/threads.h"
-
-#include <malloc.h>
-#include <pthread.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -23,11 +18,11 @@
 #include <optional>
 #include <vector>
 
+#include "platform/os/system_thread.h"
+
 namespace tarvex {
 
 namespace {
-
-constexpr std::size_t kStackBytes = std::size_t{512} * 1024;
 
 // What a worker and those who stop it share.
 class Worker {
@@ -90,36 +85,7 @@ private:
 
 thread_local Worker* current_worker = nullptr;
 
-// The signals of the host are for the host's threads. Faults of the worker itself stay deliverable.
-class BlockedSignals {
-public:
-    BlockedSignals() {
-        sigset_t blocked;
-        sigfillset(&blocked);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) sigdelset(&blocked, fault);
-        pthread_sigmask(SIG_SETMASK, &blocked, &old_);
-    }
-    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &old_, nullptr); }
-    BlockedSignals(const BlockedSignals&) = delete;
-    BlockedSignals& operator=(const BlockedSignals&) = delete;
-
-private:
-    sigset_t old_{};
-};
-
-// A new thread, which inherits the signal mask of the caller.
-std::optional<pthread_t> StartThread(void* (*procedure)(void*), void* parameter) {
-    const BlockedSignals blocked;
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0) return std::nullopt;
-    pthread_t thread{};
-    const bool started = pthread_attr_setstacksize(&attributes, kStackBytes) == 0 &&
-                         pthread_create(&thread, &attributes, procedure, parameter) == 0;
-    pthread_attr_destroy(&attributes);
-    return started ? std::optional(thread) : std::nullopt;
-}
-
-// Every worker thread that has not been joined.
+// Every worker thread that has not been freed.
 class Registry {
 public:
     static Registry& Get() {
@@ -137,12 +103,12 @@ public:
     // Null when the worker has ended.
     std::shared_ptr<Worker> FindRunning(std::uintptr_t id);
 
-    void JoinFinished();
+    void FreeFinished();
 
 private:
     struct Entry {
         std::shared_ptr<Worker> worker;
-        pthread_t thread{};
+        SystemThread thread;
     };
     // What a new thread is handed.
     struct Task {
@@ -153,12 +119,12 @@ private:
     using Entries = std::map<std::uintptr_t, Entry>;
 
     Registry() = default;
-    static void* ThreadMain(void* task);
+    static void ThreadMain(void* task);
     void SetFinished(std::uintptr_t id) noexcept;
     void InterruptRunning();
     std::shared_ptr<Worker> AnyRunning();
 
-    const pid_t process_ = getpid();
+    const std::uint64_t process_ = ProcessNumber();
     std::mutex mutex_;  // guards what follows
     std::uintptr_t last_id_ = 0;
     Entries running_;
@@ -169,13 +135,13 @@ private:
 // meanwhile is interrupted when its turn comes. In a child process that was forked there is no thread but the one that
 // forked, so nothing can be waited for.
 Registry::~Registry() {
-    if (getpid() != process_ || current_worker != nullptr) return;
+    if (ProcessNumber() != process_ || OtherThreadsAreGone() || current_worker != nullptr) return;
     InterruptRunning();
     while (const std::shared_ptr<Worker> worker = AnyRunning()) {
         worker->Interrupt();
         worker->WaitUntilEnded();
     }
-    JoinFinished();
+    FreeFinished();
 }
 
 std::uintptr_t Registry::Start(unsigned (*procedure)(void*), void* parameter) {
@@ -187,7 +153,7 @@ std::uintptr_t Registry::Start(unsigned (*procedure)(void*), void* parameter) {
     const std::scoped_lock lock(mutex_);
     task->id = ++last_id_;
     const auto entry = running_.emplace(task->id, Entry{task->worker, {}}).first;
-    const std::optional<pthread_t> thread = StartThread(ThreadMain, task.get());
+    const std::optional<SystemThread> thread = SystemThread::Start(ThreadMain, task.get());
     if (!thread) {
         running_.erase(entry);
         return 0;
@@ -197,15 +163,13 @@ std::uintptr_t Registry::Start(unsigned (*procedure)(void*), void* parameter) {
     return entry->first;
 }
 
-void* Registry::ThreadMain(void* task) {
+void Registry::ThreadMain(void* task) {
     const std::unique_ptr<Task> own(static_cast<Task*>(task));
-    pthread_setname_np(pthread_self(), "tarvex-worker");
     current_worker = own->worker.get();
     own->worker->Run();
     current_worker = nullptr;
     own->registry->SetFinished(own->id);
     own->worker->SetEnded();
-    return nullptr;
 }
 
 // Moves the entry without allocating, since a worker must be able to end when there is no memory left.
@@ -230,13 +194,13 @@ std::shared_ptr<Worker> Registry::AnyRunning() {
     return running_.empty() ? nullptr : running_.begin()->second.worker;
 }
 
-void Registry::JoinFinished() {
+void Registry::FreeFinished() {
     Entries finished;
     {
         const std::scoped_lock lock(mutex_);
         finished.swap(finished_);
     }
-    for (const auto& [id, entry] : finished) pthread_join(entry.thread, nullptr);
+    for (auto& [id, entry] : finished) entry.thread.Free();
 }
 
 std::uintptr_t IdOf(Thread* thread) { return reinterpret_cast<std::uintptr_t>(thread); }
@@ -245,7 +209,7 @@ std::uintptr_t IdOf(Thread* thread) { return reinterpret_cast<std::uintptr_t>(th
 
 Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int /*priority*/, unsigned /*stack_size*/,
                        unsigned /*flags*/, void* /*security*/) {
-    Registry::Get().JoinFinished();
+    Registry::Get().FreeFinished();
     try {
         const std::uintptr_t id = Registry::Get().Start(procedure, parameter);
         return reinterpret_cast<Thread*>(id);  // NOLINT(performance-no-int-to-ptr): it is never followed
@@ -259,7 +223,7 @@ int TerminateThread(Thread* thread, unsigned /*exit_code*/) {
         worker->Interrupt();
         worker->WaitUntilEnded();
     }
-    Registry::Get().JoinFinished();
+    Registry::Get().FreeFinished();
     return 1;
 }
 
@@ -271,7 +235,7 @@ bool WaitForThread(Thread* thread, int milliseconds) {
             return false;
         }
     }
-    Registry::Get().JoinFinished();
+    Registry::Get().FreeFinished();
     return true;
 }
 
@@ -291,8 +255,8 @@ void* GetCurrentProcess() {
 }
 
 int SetProcessWorkingSetSize(void* /*process*/, long /*minimum*/, long /*maximum*/) {
-    Registry::Get().JoinFinished();
-    malloc_trim(0);
+    Registry::Get().FreeFinished();
+    GiveMemoryBack();
     return 1;
 }
 
