@@ -14,6 +14,8 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/net/trust_store.h"
+
 namespace tarvex {
 
 namespace {
@@ -48,7 +50,7 @@ std::string LastError() {
 ContextPtr MakeContext() {
     ContextPtr context(SSL_CTX_new(TLS_client_method()));
     if (!context || SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) != 1 ||
-        SSL_CTX_set_default_verify_paths(context.get()) != 1) {
+        !TrustSystemRoots(SSL_CTX_get_cert_store(context.get()))) {
         return nullptr;
     }
     SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
