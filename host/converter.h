@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -20,9 +21,8 @@ public:
     void Finish(std::string& result);
 
 private:
-    void Run(char** in, std::size_t* in_bytes, std::string& result);
-
-    void* handle_;  // of iconv; null when there is none
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace tarvex::host

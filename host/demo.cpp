@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <filesystem>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -20,6 +19,7 @@
 #include "host/commands.h"
 #include "host/demo_mails.h"
 #include "host/display.h"
+#include "host/paths.h"
 #include "host/process.h"
 #include "host/run_log.h"
 #include "tarvex/tarvex.h"
@@ -98,12 +98,6 @@ std::vector<std::string> LinesOf(const std::string& text) {
 
 // ---- the data tree
 
-std::string MakeFolder() {
-    std::string folder = std::filesystem::temp_directory_path() / "tarvex-demo-XXXXXX";
-    if (!mkdtemp(folder.data())) throw std::system_error(errno, std::generic_category(), "no folder " + folder);
-    return folder;
-}
-
 template <class T>
 T& Created(T* object) {
     if (!object) throw std::runtime_error("a part of the data tree could not be created");
@@ -167,7 +161,7 @@ public:
 
     // True when everything expected has arrived exactly once.
     bool Run() {
-        const std::string folder = MakeFolder();
+        const std::string folder = MakeTemporaryFolder("tarvex-demo");
         if (!root_.SetRootPath(folder)) throw std::runtime_error("cannot use " + folder);
         BuildTree(root_, mailbox_.Port(), sink_.Port());
         const std::vector<DemoMail> first = FirstDemoMails();

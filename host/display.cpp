@@ -1,9 +1,9 @@
 #include "host/display.h"
 
-#include <algorithm>
 #include <cstddef>
 
 #include "host/converter.h"
+#include "host/paths.h"
 
 namespace tarvex::host {
 namespace {
@@ -61,12 +61,6 @@ std::string ShowText(std::string_view text, const char* charset) {
     return Harmless(ToUtf8(text, charset, [](std::string& result, char) { result += '?'; }), "\n\t");
 }
 
-std::string ShowPath(std::string_view path) { return Harmless(ToUtf8(NativePath(path), "UTF-8", AppendHarmless), ""); }
-
-std::string NativePath(std::string_view path) {
-    std::string native(path);
-    std::ranges::replace(native, '\\', '/');
-    return native;
-}
+std::string ShowPath(std::string_view path) { return Harmless(ToUtf8(PathAsUtf8(path), "UTF-8", AppendHarmless), ""); }
 
 }  // namespace tarvex::host

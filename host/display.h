@@ -14,7 +14,4 @@ std::string ShowText(std::string_view text, const char* charset = "CP932");
 // A path of the tree in the system's own form; a byte that is no UTF-8 is made visible like a control character.
 std::string ShowPath(std::string_view path);
 
-// A path of the tree in the system's own form, as it is.
-std::string NativePath(std::string_view path);
-
 }  // namespace tarvex::host

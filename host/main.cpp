@@ -7,10 +7,12 @@
 #include <string>
 
 #include "host/commands.h"
+#include "host/process.h"
 
 int main(int argc, char** argv) {
     using namespace tarvex::host;
 
+    ShowUtf8();
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");
     app.set_version_flag("--version", "tarvex " TARVEX_VERSION);
     app.require_subcommand(1);

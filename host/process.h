@@ -4,17 +4,20 @@
 
 namespace tarvex::host {
 
-// SIGHUP, SIGINT and SIGTERM no longer end the process but are kept for CaughtSignal; a second one of a kind ends it.
-// One that is ignored (nohup, a job in the background) stays ignored.
+// SIGHUP, SIGINT and SIGTERM (on Windows Ctrl+C and Ctrl+Break) no longer end the process but are kept for
+// CaughtSignal; a second one of a kind ends it. One that is ignored (nohup, a job in the background) stays ignored.
 void CatchTermination();
 
 // The signal that was caught, 0 for none.
 int CaughtSignal();
 
-// Lets the process open as many files and sockets as the system allows it.
+// Lets the process open as many files and sockets as the system allows it, where that is limited.
 void RaiseFileLimit();
 
 // Whether standard output is a terminal that shows colours (and NO_COLOR is not set).
 bool ShowsColours();
+
+// Makes a terminal that has to be told so take what is printed as UTF-8.
+void ShowUtf8();
 
 }  // namespace tarvex::host

@@ -8,6 +8,7 @@
 
 #include "host/commands.h"
 #include "host/display.h"
+#include "host/paths.h"
 #include "host/process.h"
 #include "host/run_log.h"
 #include "tarvex/tarvex.h"

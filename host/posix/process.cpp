@@ -44,4 +44,6 @@ bool ShowsColours() {
     return isatty(STDOUT_FILENO) == 1 && terminal && std::strcmp(terminal, "dumb") != 0;
 }
 
+void ShowUtf8() {}
+
 }  // namespace tarvex::host
