@@ -1,0 +1,44 @@
+#include "platform/net/windows/socket_error.h"
+
+#include <winsock2.h>
+
+#include <system_error>
+
+namespace tarvex {
+
+std::string SocketErrorText(int error) {
+    switch (error) {
+        case WSAECONNREFUSED:
+            return "Connection refused";
+        case WSAECONNRESET:
+            return "Connection reset by peer";
+        case WSAECONNABORTED:
+            return "Software caused connection abort";
+        case WSAETIMEDOUT:
+            return "Connection timed out";
+        case WSAENETUNREACH:
+            return "Network is unreachable";
+        case WSAEHOSTUNREACH:
+            return "No route to host";
+        case WSAEADDRNOTAVAIL:
+            return "Cannot assign requested address";
+        case WSAEAFNOSUPPORT:
+            return "Address family not supported by protocol";
+        case WSAEMFILE:
+            return "Too many open files";
+        case WSAESHUTDOWN:
+            return "Broken pipe";
+        case WSAHOST_NOT_FOUND:
+            return "Name or service not known";
+        case WSATRY_AGAIN:
+            return "Temporary failure in name resolution";
+        case WSANO_RECOVERY:
+            return "Non-recoverable failure in name resolution";
+        case WSANO_DATA:
+            return "No address associated with hostname";
+        default:
+            return std::system_category().message(error);
+    }
+}
+
+}  // namespace tarvex

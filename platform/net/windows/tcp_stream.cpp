@@ -1,0 +1,188 @@
+// TCP by Windows Sockets and select.
+//
+// Shutting a socket down wakes nobody who waits for it here, so whoever waits for the connection waits for a second
+// socket as well, which Interrupt makes readable.
+
+#include "platform/net/tcp_stream.h"
+
+#include <winsock2.h>
+#include <ws2tcpip.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+
+#include "platform/net/windows/socket_error.h"
+
+namespace tarvex {
+
+namespace {
+
+constexpr std::size_t kMaxParts = 8;
+
+struct SystemAddress {
+    sockaddr_storage storage{};
+    int length = 0;
+};
+
+SystemAddress ToSystem(const NetworkAddress& address, int port) {
+    SystemAddress result;
+    if (address.is_ipv6) {
+        sockaddr_in6 ipv6{};
+        ipv6.sin6_family = AF_INET6;
+        ipv6.sin6_port = htons(static_cast<std::uint16_t>(port));
+        ipv6.sin6_scope_id = address.scope;
+        std::memcpy(&ipv6.sin6_addr, address.bytes.data(), sizeof ipv6.sin6_addr);
+        std::memcpy(&result.storage, &ipv6, sizeof ipv6);
+        result.length = sizeof ipv6;
+    } else {
+        sockaddr_in ipv4{};
+        ipv4.sin_family = AF_INET;
+        ipv4.sin_port = htons(static_cast<std::uint16_t>(port));
+        std::memcpy(&ipv4.sin_addr, address.bytes.data(), sizeof ipv4.sin_addr);
+        std::memcpy(&result.storage, &ipv4, sizeof ipv4);
+        result.length = sizeof ipv4;
+    }
+    return result;
+}
+
+// The socket's number as the class keeps it: a handle fits, and INVALID_SOCKET is -1.
+SOCKET Handle(int socket) { return static_cast<SOCKET>(socket); }
+
+int Open(int family, int type, int protocol) {
+    const SOCKET socket =
+        WSASocketW(family, type, protocol, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
+    u_long on = 1;
+    if (socket != INVALID_SOCKET) ioctlsocket(socket, static_cast<long>(FIONBIO), &on);
+    return static_cast<int>(socket);
+}
+
+// A datagram socket that is connected to itself.
+int OpenWakeUp() {
+    const int socket = Open(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const system_address = reinterpret_cast<sockaddr*>(&address);
+    int length = sizeof address;
+    if (socket >= 0 && (::bind(Handle(socket), system_address, length) != 0 ||
+                        ::getsockname(Handle(socket), system_address, &length) != 0 ||
+                        ::connect(Handle(socket), system_address, length) != 0)) {
+        ::closesocket(Handle(socket));
+        return -1;
+    }
+    return socket;
+}
+
+void CloseSocket(int& socket) {
+    if (socket >= 0) ::closesocket(Handle(socket));
+    socket = -1;
+}
+
+Transfer ToTransfer(int result, std::size_t bytes) {
+    if (result == 0 && bytes > 0) return {Transfer::Status::Progress, bytes};
+    if (result == 0) return {Transfer::Status::Ended};
+    const int error = WSAGetLastError();
+    if (error == WSAEWOULDBLOCK) return {Transfer::Status::WouldBlock};
+    return {Transfer::Status::Failed, 0, SocketErrorText(error)};
+}
+
+timeval ToTimeval(int milliseconds) { return {milliseconds / 1000, milliseconds % 1000 * 1000}; }
+
+}  // namespace
+
+TcpStream::~TcpStream() { Close(); }
+
+bool TcpStream::Reserve() {
+    Close();
+    return OpenSocket(false) || OpenSocket(true);
+}
+
+bool TcpStream::OpenSocket(bool ipv6) {
+    socket_ = Open(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    is_ipv6_ = ipv6;
+    if (socket_ >= 0) wake_up_ = OpenWakeUp();
+    if (socket_ >= 0 && wake_up_ < 0) CloseSocket(socket_);
+    return socket_ >= 0;
+}
+
+Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadline& deadline) {
+    if (socket_ >= 0 && is_ipv6_ != address.is_ipv6) Close();
+    if (socket_ < 0 && !OpenSocket(address.is_ipv6)) return Disconnected(SocketErrorText(WSAGetLastError()));
+    const BOOL on = TRUE;
+    // Small commands must not wait for the acknowledgement of the one before.
+    (void)::setsockopt(Handle(socket_), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
+
+    const SystemAddress target = ToSystem(address, port);
+    Failure failure;
+    if (::connect(Handle(socket_), reinterpret_cast<const sockaddr*>(&target.storage), target.length) != 0) {
+        int error = WSAGetLastError();
+        if (error == WSAEWOULDBLOCK) {
+            failure = Wait(Event::ToWrite, deadline);
+            int length = sizeof error;
+            if (!failure &&
+                ::getsockopt(Handle(socket_), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) != 0) {
+                error = WSAGetLastError();
+            }
+        }
+        if (!failure && error != 0) failure = Disconnected(SocketErrorText(error));
+    }
+    if (failure) Close();
+    return failure;
+}
+
+Transfer TcpStream::Send(std::span<const std::string_view> parts) {
+    std::array<WSABUF, kMaxParts> buffers;
+    const std::size_t count = std::min(parts.size(), buffers.size());
+    for (std::size_t i = 0; i < count; ++i) {
+        buffers[i] = {static_cast<u_long>(parts[i].size()), const_cast<char*>(parts[i].data())};
+    }
+    DWORD bytes = 0;
+    const int result =
+        ::WSASend(Handle(socket_), buffers.data(), static_cast<DWORD>(count), &bytes, 0, nullptr, nullptr);
+    return ToTransfer(result, bytes);
+}
+
+Transfer TcpStream::Receive(char* buffer, std::size_t size_bytes) {
+    const auto room_bytes = static_cast<int>(std::min<std::size_t>(size_bytes, std::numeric_limits<int>::max()));
+    const int result = ::recv(Handle(socket_), buffer, room_bytes, 0);
+    return ToTransfer(std::min(result, 0), static_cast<std::size_t>(std::max(result, 0)));
+}
+
+Failure TcpStream::Wait(Event event, const Deadline& deadline) {
+    const SOCKET socket = Handle(socket_);
+    // The socket is registered only while this thread is in here, so it is never closed under an interruption. A worker
+    // that was interrupted before wakes at once.
+    const InterruptScope scope(*this);
+    for (;;) {
+        fd_set to_read, to_write, failed;
+        FD_ZERO(&to_read);
+        FD_ZERO(&to_write);
+        FD_ZERO(&failed);
+        FD_SET(Handle(wake_up_), &to_read);
+        FD_SET(socket, &failed);  // a connection that could not be made
+        if (event != Event::ToWrite) FD_SET(socket, &to_read);
+        if (event != Event::ToRead) FD_SET(socket, &to_write);
+        timeval time = ToTimeval(deadline.RemainingMs());
+        const int ready = interrupted_ ? 0 : ::select(0, &to_read, &to_write, &failed, &time);
+        if (interrupted_) return Interrupted();
+        if (ready > 0) return {};
+        if (ready < 0) return Disconnected(SocketErrorText(WSAGetLastError()));
+        if (deadline.HasPassed()) return TimedOut("no answer in time");
+    }
+}
+
+void TcpStream::Close() {
+    CloseSocket(socket_);
+    CloseSocket(wake_up_);
+}
+
+void TcpStream::Interrupt() noexcept {
+    interrupted_ = true;
+    if (socket_ < 0) return;
+    ::shutdown(Handle(socket_), SD_BOTH);
+    ::send(Handle(wake_up_), "", 1, 0);
+}
+
+}  // namespace tarvex

@@ -1,0 +1,117 @@
+// Directories, and what there is in them. Text files are in text_files.cpp.
+
+#include "platform/os/files.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <utility>
+
+#include "platform/os/windows/file_handle.h"
+#include "platform/os/windows/wide.h"
+
+namespace tarvex {
+
+namespace {
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+struct CloseSearch {
+    using pointer = HANDLE;
+    void operator()(HANDLE search) const { FindClose(search); }
+};
+using Search = std::unique_ptr<HANDLE, CloseSearch>;
+
+// Calls `see` with every entry that matches the mask. Returns the error that ended it, 0 for none.
+template <class See>
+DWORD ForEachEntry(const std::wstring& mask, See see) {
+    WIN32_FIND_DATAW entry;
+    const HANDLE found = FindFirstFileW(mask.c_str(), &entry);
+    if (found == INVALID_HANDLE_VALUE) return GetLastError();
+    const Search search(found);
+    do {
+        see(entry);
+    } while (FindNextFileW(search.get(), &entry));
+    return 0;
+}
+
+bool IsDirectory(DWORD attributes) { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+bool IsLink(DWORD attributes) { return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+
+// A file that may not be written cannot be deleted either.
+void AllowDeletion(const std::wstring& path, DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_READONLY) == 0) return;
+    SetFileAttributesW(path.c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
+}
+
+// Removes what it can and goes on after a failure, so that as little as possible is left behind. The names are read
+// first: not every file system goes on in order while entries disappear.
+void Remove(const std::wstring& path, DWORD attributes) {
+    AllowDeletion(path, attributes);
+    if (!IsDirectory(attributes)) {
+        Patiently([&] { return DeleteFileW(path.c_str()) != 0; });
+        return;
+    }
+    if (!IsLink(attributes)) {
+        std::vector<std::pair<std::wstring, DWORD>> entries;
+        ForEachEntry(path + L"\\*", [&](const WIN32_FIND_DATAW& entry) {
+            const std::wstring name = entry.cFileName;
+            if (name != L"." && name != L"..") entries.emplace_back(name, entry.dwFileAttributes);
+        });
+        for (const auto& [name, entry_attributes] : entries) Remove(path + L"\\" + name, entry_attributes);
+    }
+    Patiently([&] { return RemoveDirectoryW(path.c_str()) != 0; });
+}
+
+}  // namespace
+
+bool PathExists(const std::string& path) {
+    // Opened, not only looked up, so that a link that leads nowhere does not exist.
+    const std::wstring native = NativePath(path);
+    if (native.empty()) return false;
+    const FileHandle file(
+        CreateFileW(native.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    return file || IsHeldByOthers();
+}
+
+bool CreateOneDirectory(const std::string& path) { return CreateDirectoryW(NativePath(path).c_str(), nullptr) != 0; }
+
+// Without the moment of its making: numbers are not used again where they matter, on NTFS.
+DirectoryIdentity IdentifyDirectory(const std::string& path) {
+    const FileHandle directory =
+        OpenFileHandle(NativePath(path), 0, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!directory || !GetFileInformationByHandle(directory.Get(), &information)) return {};
+    DirectoryIdentity identity;
+    identity.device = information.dwVolumeSerialNumber;
+    identity.number = std::uint64_t{information.nFileIndexHigh} << 32 | information.nFileIndexLow;
+    return identity;
+}
+
+std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
+    std::vector<DirectoryEntry> entries;
+    const DWORD error = ForEachEntry(NativePath(mask), [&](const WIN32_FIND_DATAW& entry) {
+        if (auto name = FromWide(entry.cFileName)) {
+            entries.push_back({std::move(*name), IsDirectory(entry.dwFileAttributes)});
+        }
+    });
+    ThrowWhenExhausted(error);
+    return entries;
+}
+
+void DeleteDirectory(const std::string& path) {
+    std::wstring native = NativePath(path);
+    while (native.ends_with(L'\\') || native.ends_with(L'/')) native.pop_back();
+    if (native.empty() || native.ends_with(L':')) return;  // the root of the file system
+    const DWORD attributes = GetFileAttributesW(native.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && IsDirectory(attributes)) Remove(native, attributes);
+}
+
+std::string GetApplicationPath() {
+    std::wstring program(32768, L'\0');  // no path is longer
+    program.resize(GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
+    const std::size_t end = program.rfind(L'\\');
+    return end == std::wstring::npos ? std::string() : FromWide(program.substr(0, end)).value_or("");
+}
+
+}  // namespace tarvex

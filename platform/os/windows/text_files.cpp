@@ -1,0 +1,205 @@
+// Text files, read whole and replaced whole.
+//
+// The new content goes to a file beside the old one, which is renamed over it; the new file is also the lock that keeps
+// two writers of one file apart, since it is open for one writer alone until it has its new name. ReplaceFile would for
+// a moment leave no file under the name.
+
+#include <windows.h>
+
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "platform/os/files.h"
+#include "platform/os/text_form.h"
+#include "platform/os/windows/file_handle.h"
+#include "platform/os/windows/wide.h"
+
+namespace tarvex {
+
+namespace {
+
+constexpr std::size_t kReadChunkBytes = 65536;
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// ---- reading
+
+// Nothing for what is no file on a disk.
+std::optional<BY_HANDLE_FILE_INFORMATION> Describe(HANDLE file) {
+    BY_HANDLE_FILE_INFORMATION information;
+    if (GetFileType(file) != FILE_TYPE_DISK || !GetFileInformationByHandle(file, &information)) return std::nullopt;
+    if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return std::nullopt;
+    return information;
+}
+
+std::optional<std::string> ReadWhole(HANDLE file) {
+    const auto description = Describe(file);
+    if (!description) return std::nullopt;
+    if (description->nFileSizeHigh != 0) throw std::bad_alloc();
+    std::string content;
+    std::size_t used_bytes = 0;
+    content.resize(std::size_t{description->nFileSizeLow} + 1);  // one more, so that the end of the file is seen
+    for (;;) {
+        if (used_bytes == content.size()) content.resize(used_bytes + kReadChunkBytes);
+        DWORD got_bytes = 0;
+        const auto room_bytes = static_cast<DWORD>(content.size() - used_bytes);
+        if (!ReadFile(file, content.data() + used_bytes, room_bytes, &got_bytes, nullptr)) return std::nullopt;
+        if (got_bytes == 0) break;
+        used_bytes += got_bytes;
+    }
+    content.resize(used_bytes);
+    return content;
+}
+
+// ---- writing
+
+// The file that is to be replaced: behind a link, so that the link stays.
+struct Target {
+    std::wstring path;
+    FileHandle file;  // none when there is nothing yet
+    DWORD attributes = 0;
+};
+
+std::optional<std::wstring> FinalPath(HANDLE file) {
+    const DWORD needed = GetFinalPathNameByHandleW(file, nullptr, 0, FILE_NAME_NORMALIZED);
+    std::wstring path(needed, L'\0');
+    const DWORD length = GetFinalPathNameByHandleW(file, path.data(), needed, FILE_NAME_NORMALIZED);
+    if (length == 0 || length >= needed) return std::nullopt;
+    path.resize(length);
+    return path;
+}
+
+// Nothing when the path names what must not be replaced.
+std::optional<Target> FindTarget(const std::string& path) {
+    Target target;
+    target.path = NativePath(path);
+    target.file = OpenFileHandle(target.path, FILE_READ_ATTRIBUTES | READ_CONTROL, kShareAll, OPEN_EXISTING, 0);
+    if (!target.file) {
+        if (GetLastError() != ERROR_FILE_NOT_FOUND ||
+            GetFileAttributesW(target.path.c_str()) != INVALID_FILE_ATTRIBUTES) {
+            return std::nullopt;
+        }
+        return target;
+    }
+    const auto description = Describe(target.file.Get());
+    if (!description || (description->dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0) return std::nullopt;
+    target.attributes = description->dwFileAttributes;
+    if (auto final_path = FinalPath(target.file.Get())) target.path = std::move(*final_path);
+    return target;
+}
+
+// The new file beside the target, open for this writer alone. It is removed unless it has become the target.
+class NewFile {
+public:
+    // Takes over a left-over new file, or creates one; waits while another writer has it. None when that fails.
+    static std::optional<NewFile> Take(std::wstring path);
+
+    ~NewFile() {
+        FILE_DISPOSITION_INFO removed{TRUE};
+        if (file_) SetFileInformationByHandle(file_.Get(), FileDispositionInfo, &removed, sizeof removed);
+    }
+    NewFile(NewFile&&) noexcept = default;
+    NewFile& operator=(NewFile&&) = delete;
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    bool Fill(std::string_view content) const;
+    bool Sync() const { return FlushFileBuffers(file_.Get()) != 0; }
+    void AdoptRightsAndAttributes(const Target& target) const;
+    bool RenameTo(const std::wstring& target_path, bool synced);
+
+private:
+    NewFile(std::wstring path, FileHandle file) : path_(std::move(path)), file_(std::move(file)) {}
+
+    std::wstring path_;
+    FileHandle file_;
+};
+
+std::optional<NewFile> NewFile::Take(std::wstring path) {
+    constexpr auto kPatienceWithWriters = std::chrono::seconds(60);
+    FileHandle file =
+        OpenFileHandle(path, GENERIC_READ | GENERIC_WRITE | DELETE | WRITE_DAC, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, kPatienceWithWriters);
+    if (!file) return std::nullopt;
+    const auto description = Describe(file.Get());
+    if (!description || (description->dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return std::nullopt;
+    return NewFile(std::move(path), std::move(file));
+}
+
+bool NewFile::Fill(std::string_view content) const {
+    if (SetFilePointer(file_.Get(), 0, nullptr, FILE_BEGIN) != 0 || !SetEndOfFile(file_.Get())) return false;
+    while (!content.empty()) {
+        DWORD written_bytes = 0;
+        const auto bytes = static_cast<DWORD>(std::min<std::size_t>(content.size(), std::numeric_limits<int>::max()));
+        if (!::WriteFile(file_.Get(), content.data(), bytes, &written_bytes, nullptr) || written_bytes == 0)
+            return false;
+        content.remove_prefix(written_bytes);
+    }
+    return true;
+}
+
+// As far as the system lets it.
+void NewFile::AdoptRightsAndAttributes(const Target& target) const {
+    if (!target.file) return;
+    DWORD bytes = 0;
+    GetKernelObjectSecurity(target.file.Get(), DACL_SECURITY_INFORMATION, nullptr, 0, &bytes);
+    const auto rights = std::make_unique<unsigned char[]>(bytes);
+    if (GetKernelObjectSecurity(target.file.Get(), DACL_SECURITY_INFORMATION, rights.get(), bytes, &bytes)) {
+        SetKernelObjectSecurity(file_.Get(), DACL_SECURITY_INFORMATION, rights.get());
+    }
+    FILE_BASIC_INFO attributes{};  // a time of 0 stays
+    attributes.FileAttributes = target.attributes;
+    SetFileInformationByHandle(file_.Get(), FileBasicInfo, &attributes, sizeof attributes);
+}
+
+bool NewFile::RenameTo(const std::wstring& target_path, bool synced) {
+    const DWORD flags = MOVEFILE_REPLACE_EXISTING | (synced ? MOVEFILE_WRITE_THROUGH : 0U);
+    const bool renamed = Patiently([&] {
+        if (MoveFileExW(path_.c_str(), target_path.c_str(), flags)) return true;
+        // What is open cannot be replaced on older systems.
+        if (GetLastError() == ERROR_ACCESS_DENIED) SetLastError(ERROR_SHARING_VIOLATION);
+        return false;
+    });
+    if (renamed) file_.Close();
+    return renamed;
+}
+
+// Whether the target holds the content and nobody is about to replace it.
+bool Holds(const Target& target, const std::wstring& new_path, std::string_view content) {
+    if (!target.file || GetFileAttributesW(new_path.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
+    const FileHandle file = OpenFileHandle(target.path, GENERIC_READ, kShareAll, OPEN_EXISTING, 0);
+    return file && ReadWhole(file.Get()) == content;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> ReadTextLines(const std::string& path) {
+    const FileHandle file =
+        OpenFileHandle(NativePath(path), GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN);
+    if (!file) {
+        ThrowWhenExhausted(GetLastError());
+        return std::nullopt;
+    }
+    const std::optional<std::string> content = ReadWhole(file.Get());
+    if (!content) return std::nullopt;
+    return SplitLines(*content);
+}
+
+bool WriteTextFile(const std::string& path, std::string_view text, Durability durability) {
+    const std::string content = WithCrLf(text);
+    const bool synced = durability != Durability::NotSynced;
+
+    std::optional<Target> target = FindTarget(path);
+    if (!target) return false;
+    const std::wstring new_path = target->path + L".new";
+    if (durability == Durability::SyncedWhenChanged && Holds(*target, new_path, content)) return true;
+    std::optional<NewFile> file = NewFile::Take(new_path);
+    if (!file || !file->Fill(content)) return false;
+    file->AdoptRightsAndAttributes(*target);
+    if (synced && !file->Sync()) return false;
+    target->file.Close();  // what is open cannot be replaced everywhere
+    return file->RenameTo(target->path, synced);
+}
+
+}  // namespace tarvex
