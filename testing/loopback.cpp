@@ -20,6 +20,7 @@ Loopback::Loopback(const std::string& address, OnConnection on_connection) : on_
     acceptor_.bind(endpoint);
     acceptor_.listen();
     acceptor_.non_blocking(true);
+    watch_.emplace(acceptor_);
     port_ = acceptor_.local_endpoint().port();
     Accept();
     thread_ = std::thread([this] {
@@ -45,7 +46,7 @@ void Loopback::Run(const std::function<void()>& work) {
 }
 
 void Loopback::Accept() {
-    acceptor_.async_wait(tcp::acceptor::wait_read, [this](std::error_code) {
+    watch_->Wait([this] {
         if (!acceptor_.is_open()) return;
         AcceptWaiting();
         Accept();
@@ -63,6 +64,7 @@ void Loopback::AcceptWaiting() {
 
 void Loopback::HandOver(tcp::socket socket) {
     std::error_code ignored;
+    AcceptWatch::Release(socket);
     socket.set_option(tcp::no_delay(true), ignored);
     on_connection_(std::move(socket));
 }

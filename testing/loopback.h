@@ -6,8 +6,11 @@
 #include <asio/ip/tcp.hpp>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
+
+#include "testing/accept_watch.h"
 
 namespace tarvex::testing {
 
@@ -42,6 +45,7 @@ private:
 
     asio::io_context context_;
     asio::ip::tcp::acceptor acceptor_{context_};
+    std::optional<AcceptWatch> watch_;
     OnConnection on_connection_;
     int port_ = 0;
     std::thread thread_;

@@ -1,0 +1,22 @@
+#include "testing/accept_watch.h"
+
+#include <utility>
+
+namespace tarvex::testing {
+
+using asio::ip::tcp;
+
+struct AcceptWatch::Impl {
+    tcp::acceptor& acceptor;
+};
+
+AcceptWatch::AcceptWatch(tcp::acceptor& acceptor) : impl_(new Impl{acceptor}) {}
+AcceptWatch::~AcceptWatch() = default;
+
+void AcceptWatch::Wait(std::function<void()> then) {
+    impl_->acceptor.async_wait(tcp::acceptor::wait_read, [then = std::move(then)](std::error_code) { then(); });
+}
+
+void AcceptWatch::Release(tcp::socket&) {}
+
+}  // namespace tarvex::testing
