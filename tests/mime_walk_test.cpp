@@ -3,7 +3,6 @@
 #include "rewrite/mime_walk.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
 #include <chrono>
 #include <string>
@@ -204,14 +203,6 @@ INSTANTIATE_TEST_SUITE_P(
         kMade("EndlessFolding", [] { return "Content-Type: x\r\n" + Repeat(" y\r\n", 1 << 20); }),
         kMade("ManyLongEqualLines", [] { return kMixed + Repeat("\r\n--" + CString(1000, 'c'), 1 << 20); })),
     [](const auto& test) { return test.param.first; });
-
-TEST(ReadableText, AMessageOfFourGibibytesHasNone) {
-    const std::size_t bytes = std::size_t{1} << 32;
-    void* const zeros = mmap(nullptr, bytes, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    ASSERT_NE(zeros, MAP_FAILED);
-    EXPECT_EQ(PickReadableText(std::string_view(static_cast<const char*>(zeros), bytes), true), "");
-    munmap(zeros, bytes);
-}
 
 TEST(ReadableText, NothingBehindTheMessageIsRead) {
     const CString message = kMixed + Part("Content-Type: image/png", "one") + Part("A: b", "two") + "--b--";
