@@ -24,6 +24,7 @@
 #include "platform/os/system.h"
 #include "tarvex/tree.h"
 #include "testing/scripted_server.h"
+#include "tests/reset.h"
 
 namespace tarvex::testing {
 
@@ -57,7 +58,7 @@ inline std::string Visible(std::string_view bytes) {
 inline std::string LogText(const CProfileLog& log) {
     std::string text;
     for (const CString& entry : log.entries) text += Visible(entry) + "\n";
-    return text;
+    return WithResetAsSeen(std::move(text));
 }
 
 // Each text visible, on a line of its own.
@@ -82,7 +83,7 @@ inline std::string WithHost(std::string text) { return Replaced(std::move(text),
 inline std::string WithReasons(std::string log, const std::string& lost, const std::string& late) {
     log = Replaced(std::move(log), "{closed}", lost + "the server closed the connection");
     log = Replaced(std::move(log), "{reset}", lost + "connection lost: Connection reset by peer");
-    return Replaced(std::move(log), "{timeout}", late + "no answer in time");
+    return WithResetAsSeen(Replaced(std::move(log), "{timeout}", late + "no answer in time"));
 }
 
 // A server that plays a script for one connection.

@@ -2,14 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <string>
@@ -21,6 +17,7 @@
 #include "platform/os/clock.h"
 #include "platform/os/threads.h"
 #include "testing/scripted_server.h"
+#include "tests/busy_profile.h"
 #include "tests/forwarding.h"
 
 namespace tarvex::testing {
@@ -32,27 +29,6 @@ using ::testing::IsEmpty;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kLongEnough_ms = 60'000;
-
-// A server that takes connections and never says a word.
-class SilentServer {
-public:
-    int Port() const { return server_.Port(); }
-    bool WaitForConnections(int count) { return connections_.WaitFor(count); }
-
-private:
-    Counter connections_;
-    ScriptedServer server_{[this](Peer& peer) {
-        connections_.Add();
-        peer.WaitForClose();
-    }};
-};
-
-// A profile with one address, whose POP3 server is at the port.
-CPopProfile& AddBusyProfile(DataTree& tree, int pop_port) {
-    CPopProfile& profile = tree.AddProfile(pop_port, UnusedPort());
-    AddAddress(profile, "a@example.org");
-    return profile;
-}
 
 std::vector<std::string> PathsOfCopies(const CRootPath& root) {
     std::vector<std::string> paths;
@@ -260,24 +236,6 @@ TEST(Entry, CopyThatFinishesDuringTheCallDoesNotBlockEither) {
     EXPECT_EQ(tree.root.WaitThread(kLongEnough_ms), 1);
 }
 
-// In a child process, since the limit counts for the whole process and not at all for root.
-void StartWithoutThreadsToBeHad(CRootPath& root) {
-    const rlimit none{0, 0};
-    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(2);
-    if (setrlimit(RLIMIT_NPROC, &none) != 0) _exit(3);
-    Tarvex(&root);
-    const bool not_running = root.running_copies.size() == 1 && !root.running_copies[0]->worker_thread.load();
-    root.RefreshThread();
-    _exit(not_running && root.running_copies.empty() ? 0 : 4);
-}
-
-TEST(EntryDeathTest, CopyForWhichNoThreadIsToBeHadIsReaped) {
-    GTEST_FLAG_SET(death_test_style, "fast");
-    DataTree tree;
-    tree.AddProfile(UnusedPort(), UnusedPort());
-    EXPECT_EXIT(StartWithoutThreadsToBeHad(tree.root), ::testing::ExitedWithCode(0), "");
-}
-
 // The host's other operations.
 
 TEST(RefreshThread, FreesFinishedCopiesAndKeepsTheOthersInTheirOrder) {
@@ -299,36 +257,6 @@ TEST(RefreshThread, OfAnEmptyListMayBeCalledAtAnyTime) {
     CRootPath root;
     for (int i = 0; i < 3; ++i) root.RefreshThread();
     EXPECT_THAT(root.running_copies, IsEmpty());
-}
-
-std::size_t ResidentMemoryBytes() {
-    std::size_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages >> pages;
-    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
-TEST(RefreshThread, GivesFreeMemoryBackOnlyWhenNoCopyIsLeft) {
-    DataTree tree;
-    SilentServer pop;
-    AddBusyProfile(tree, pop.Port());
-    Tarvex(&tree.root);
-    ASSERT_TRUE(pop.WaitForConnections(1));
-
-    constexpr std::size_t kFreeBytes = 64U * 1024 * 1024;
-    std::vector<std::string> blocks;
-    for (std::size_t bytes = 0; bytes < kFreeBytes; bytes += 16U * 1024) blocks.emplace_back(16U * 1024, 'x');
-    const std::string last(16U * 1024, 'x');  // keeps what is below it from being given back without being asked
-    blocks.clear();
-    if (mallinfo2().fordblks < kFreeBytes / 2) GTEST_SKIP() << "the sanitizers have their own memory";
-    const std::size_t before = ResidentMemoryBytes();
-
-    tree.root.RefreshThread();
-    EXPECT_EQ(tree.root.running_copies.size(), 1U);
-    EXPECT_GT(ResidentMemoryBytes() + kFreeBytes / 2, before);
-    tree.root.KillThread();  // looks before it frees the copy
-    EXPECT_GT(ResidentMemoryBytes() + kFreeBytes / 2, before);
-    tree.root.KillThread();
-    EXPECT_LT(ResidentMemoryBytes() + kFreeBytes / 2, before);
 }
 
 TEST(KillThread, OfAnEmptyListMayBeCalledAtAnyTime) {

@@ -21,6 +21,7 @@
 #include "tarvex/tarvex.h"
 #include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
+#include "tests/environment.h"
 
 namespace tarvex::testing {
 
@@ -34,9 +35,7 @@ inline std::string OnDisk(std::string path) {
 
 // "Sunday, March 15, 2009 10:20:05", independently of the engine's own formatting.
 inline std::string LongTime(CTime moment) {
-    const auto seconds = static_cast<std::time_t>(moment);
-    std::tm local{};
-    localtime_r(&seconds, &local);
+    const std::tm local = BrokenDown(static_cast<std::time_t>(moment));
     std::array<char, 100> text{};
     std::strftime(text.data(), text.size(), "%A, %B %d, %Y %H:%M:%S", &local);
     return text.data();

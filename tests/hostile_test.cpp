@@ -2,7 +2,6 @@
 // read back as others.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <cstdint>
@@ -18,6 +17,7 @@
 #include "testing/scripted_server.h"
 #include "tests/forwarding.h"
 #include "tests/net_tools.h"
+#include "tests/shortage.h"
 
 namespace tarvex {
 namespace {
@@ -157,22 +157,6 @@ TEST(HostileServer, IdWithALineFeedIsNotReadBackAsTheIdOfAnotherMessage) {
 
 // ---- no descriptor left
 
-// No file can be opened for as long as it lives.
-class NoDescriptors {
-public:
-    NoDescriptors() {
-        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &old_), 0);
-        const rlimit none{0, old_.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    }
-    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &old_); }
-    NoDescriptors(const NoDescriptors&) = delete;
-    NoDescriptors& operator=(const NoDescriptors&) = delete;
-
-private:
-    rlimit old_{};
-};
-
 TEST(NoDescriptorLeft, SettingsThatCouldNotBeReadAreNotReplacedByDefaults) {
     testing::DataTree tree;
     CPopProfile& profile = tree.AddProfile(1, 1);
@@ -181,7 +165,7 @@ TEST(NoDescriptorLeft, SettingsThatCouldNotBeReadAreNotReplacedByDefaults) {
 
     CPopProfile other;
     {
-        const NoDescriptors none;
+        const testing::NoDescriptors none;
         other.SetPath(profile.path);
     }
     EXPECT_EQ(other.SaveSetting(), 0);
@@ -193,7 +177,7 @@ TEST(NoDescriptorLeft, TreeThatCouldNotBeReadDoesNotPassForAnEmptyOne) {
     tree.AddProfile(1, 1);
     int loaded = 1;
     {
-        const NoDescriptors none;
+        const testing::NoDescriptors none;
         loaded = tree.root.SetRootPath(tree.root.GetRootPath());
     }
     EXPECT_EQ(loaded, 0);
@@ -207,7 +191,7 @@ TEST(NoDescriptorLeft, RunDoesNotStartWithListsThatCouldNotBeRead) {
     CPopProfile& profile = tree.AddProfile(1, 1);
     testing::WriteUidls(testing::AddAddress(profile, "to@example.org"), {"one"});
     {
-        const NoDescriptors none;
+        const testing::NoDescriptors none;
         Tarvex(&tree.root);
     }
     EXPECT_TRUE(tree.root.running_copies.empty());

@@ -1,7 +1,6 @@
 // The POP3 conversation: what is said, what is logged, what is fetched.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <cstddef>
 #include <map>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "tests/conversation.h"
+#include "tests/shortage.h"
 
 namespace tarvex::testing {
 namespace {
@@ -1300,13 +1300,11 @@ TEST(PopProcess, LogsASocketThatCannotBeCreated) {
     CCheckedMail handled;
     CCheckedMail present;
 
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{0, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const int result = profile.PopProcess(&mails, &handled, &present);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-
+    int result = 1;
+    {
+        const NoDescriptors none;
+        result = profile.PopProcess(&mails, &handled, &present);
+    }
     EXPECT_EQ(result, 0);
     EXPECT_EQ(LogText(profile.log), "Fail to create pop socket\n");
 }

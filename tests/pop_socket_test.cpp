@@ -1,8 +1,6 @@
 // The POP3 socket against scripted servers: every reply, every way to fail, every limit.
 
 #include <gtest/gtest.h>
-#include <netinet/tcp.h>
-#include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
@@ -17,6 +15,8 @@
 #include "platform/net/sockets.h"
 #include "testing/scripted_server.h"
 #include "tests/net_tools.h"
+#include "tests/reset.h"
+#include "tests/shortage.h"
 
 namespace tarvex {
 namespace {
@@ -25,6 +25,7 @@ using namespace std::chrono_literals;
 using testing::Peer;
 using testing::ScriptedServer;
 using testing::Stopwatch;
+using testing::WithResetAsSeen;
 
 constexpr const char* kHost = "127.0.0.1";
 constexpr int kLong_s = 60;  // far longer than anything here takes
@@ -215,14 +216,12 @@ TEST(PopSocket, CreateTakesAStreamSocketWithoutPortAndAddress) {
 }
 
 TEST(PopSocket, CreateFailsWhenThereIsNoDescriptor) {
-    rlimit old_limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old_limit), 0);
-    rlimit none = old_limit;
-    none.rlim_cur = 0;
     CPopSocket socket;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const int created = socket.Create(0, 1, nullptr);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old_limit), 0);
+    int created = 1;
+    {
+        const testing::NoDescriptors none;
+        created = socket.Create(0, 1, nullptr);
+    }
     EXPECT_EQ(created, 0);
 }
 
@@ -231,13 +230,11 @@ TEST(PopSocket, ConnectingUsesTheDescriptorThatCreateTook) {
     CPopSocket().PopConnect(kHost, port);  // a sanitizer's first look at the class needs descriptors of its own
     CPopSocket socket;
     ASSERT_EQ(socket.Create(0, 1, nullptr), 1);
-    rlimit old_limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old_limit), 0);
-    rlimit none_more = old_limit;
-    none_more.rlim_cur = 1;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none_more), 0);
-    const std::string greeting = socket.PopConnect(kHost, port);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old_limit), 0);
+    std::string greeting;
+    {
+        const testing::NoDescriptors none_more;
+        greeting = socket.PopConnect(kHost, port);
+    }
     EXPECT_TRUE(greeting.ends_with("Connection refused")) << greeting;
 }
 
@@ -370,21 +367,6 @@ TEST(PopSocket, ConnectsAnewAfterAFailure) {
     ASSERT_EQ(socket.Create(0, 1, nullptr), 1);
     EXPECT_TRUE(socket.PopConnect(kHost, testing::UnusedPort()).starts_with("-ERR Disconnected"));
     EXPECT_EQ(socket.PopConnect(kHost, server.Port()), "+OK ready");
-}
-
-TEST(PopSocket, SocketSendsAtOnceAndIsNotInherited) {
-    ScriptedServer server([](Peer& peer) {
-        peer.Send("+OK ready\r\n");
-        peer.WaitForClose();
-    });
-    GreetedSocket socket(server);
-    const std::vector<int> found = testing::SocketsConnectedTo(server.Port());
-    ASSERT_EQ(found.size(), 1U);
-    int no_delay = 0;
-    socklen_t length = sizeof no_delay;
-    ASSERT_EQ(getsockopt(found[0], IPPROTO_TCP, TCP_NODELAY, &no_delay, &length), 0);
-    EXPECT_NE(no_delay, 0);
-    EXPECT_NE(fcntl(found[0], F_GETFD) & FD_CLOEXEC, 0);
 }
 
 // --- Not connected
@@ -579,8 +561,9 @@ TEST(PopSocket, ConnectionLostWithinAnAnswer) {
 TEST(PopSocket, ConnectionResetWithinAnAnswer) {
     ScriptedServer server(AfterCommand([](Peer& peer) { peer.Reset(); }));
     GreetedSocket socket(server);
-    EXPECT_EQ(socket.SendUser("u"), "-ERR Disconnected: connection lost: Connection reset by peer");
-    EXPECT_EQ(socket.SendQuit(), "-ERR Disconnected: connection lost: Connection reset by peer");
+    const std::string lost = WithResetAsSeen("-ERR Disconnected: connection lost: Connection reset by peer");
+    EXPECT_EQ(WithResetAsSeen(socket.SendUser("u")), lost);
+    EXPECT_EQ(WithResetAsSeen(socket.SendQuit()), lost);
 }
 
 TEST(PopSocket, ConnectionLostBetweenCommandsIsNoticedBeforeTheNext) {

@@ -1,7 +1,6 @@
 // Opening the SMTP connection: greeting, EHLO or HELO, authentication; what is said and what is logged.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <memory>
 #include <string>
@@ -9,6 +8,7 @@
 
 #include "platform/net/sockets.h"
 #include "tests/conversation.h"
+#include "tests/shortage.h"
 
 namespace tarvex::testing {
 namespace {
@@ -320,13 +320,10 @@ connecting.. 127.0.0.1
 TEST(SmtpConnection, LogsASocketThatCannotBeCreated) {
     CPopProfile profile;
     Prepare(profile, {});
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{0, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const CSmtpSocket* socket = profile.CreateSmtpConnection();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    EXPECT_EQ(socket, nullptr);
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(profile.CreateSmtpConnection(), nullptr);
+    }
     EXPECT_EQ(LogText(profile.log), "Fail to create smtp socket\n");
 }
 

@@ -3,7 +3,6 @@
 #include "platform/net/tcp_stream.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <chrono>
@@ -28,22 +27,6 @@ TEST(TcpStream, SendingToAServerThatHasGoneFailsWithoutASignal) {
     const std::array<std::string_view, 1> parts = {"x"};
     // The system tells the reset once; from then on it would raise SIGPIPE.
     for (int i = 0; i < 3; ++i) EXPECT_EQ(stream.Send(parts).status, Transfer::Status::Failed);
-}
-
-TEST(TcpStream, DescriptorsAreGivenBack) {
-    const int before = ::dup(0);
-    ASSERT_EQ(::close(before), 0);
-    {
-        TcpStream reserved_twice;
-        ASSERT_TRUE(reserved_twice.Reserve());
-        ASSERT_TRUE(reserved_twice.Reserve());
-        TcpStream refused;
-        ASSERT_TRUE(refused.Reserve());
-        EXPECT_TRUE(refused.Connect(NumericAddress("::1").value(), 1, Deadline(20s)));
-    }
-    const int after = ::dup(0);
-    ASSERT_EQ(::close(after), 0);
-    EXPECT_EQ(after, before);
 }
 
 }  // namespace

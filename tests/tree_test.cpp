@@ -141,7 +141,6 @@ TEST_F(Tree, OnlyDirectoriesWithTheirPrefixAndTheirMarkerFileCount) {
     Put("user/userset.def");              // the prefix alone
     Put("user007/userset.def");           // leading zeros
     Put("xuser2/userset.def");            // the prefix is not in front
-    Put("User3/userset.def");             // letter case counts
     Put("user4/popprofile.def");          // the marker of another level
     Put("from0/popprofile.def");          // the prefix of another level
     Put("user6/userset.def/inside", "");  // a marker only has to exist
@@ -149,13 +148,6 @@ TEST_F(Tree, OnlyDirectoriesWithTheirPrefixAndTheirMarkerFileCount) {
     ASSERT_EQ(root_.SetRootPath(Root()), 1);
     EXPECT_THAT(Paths(root_.users), UnorderedElementsAre(Root() + "\\user0", Root() + "\\userdata", Root() + "\\user",
                                                          Root() + "\\user007", Root() + "\\user6"));
-}
-
-TEST_F(Tree, LinkToADirectoryCountsAsADirectory) {
-    Put("elsewhere/userset.def", "[loginname]\nlinked\n");
-    fs::create_directory_symlink(Path() / "elsewhere", Path() / "user0");
-    ASSERT_EQ(root_.SetRootPath(Root()), 1);
-    EXPECT_TRUE(UserNamed("linked"));
 }
 
 TEST_F(Tree, ChildrenComeInTheOrderOfTheDirectory) {
@@ -166,14 +158,6 @@ TEST_F(Tree, ChildrenComeInTheOrderOfTheDirectory) {
     }
     ASSERT_EQ(root_.SetRootPath(Root()), 1);
     EXPECT_EQ(Paths(root_.users), expected);
-}
-
-TEST_F(Tree, PathInMemoryKeepsTheBackslashAlsoBehindABytePairOfACodePage) {
-    const std::string name = "data\x83";  // followed by the separator, not by a trail byte
-    Put(name + "/user0/userset.def", "[loginname]\nx\n");
-    ASSERT_EQ(root_.SetRootPath(Root() + "\\" + name), 1);
-    EXPECT_THAT(Paths(root_.users), ElementsAre(Root() + "\\" + name + "\\user0"));
-    EXPECT_EQ(root_.users[0]->setting.loginname, "x");
 }
 
 TEST_F(Tree, SetRootPathReplacesTheTree) {
@@ -367,22 +351,6 @@ TEST_F(Tree, CreationMakesTheDirectoryAndTheMarkerFile) {
     EXPECT_EQ(again.users[0]->setting == user->setting, 1);
     EXPECT_EQ(again.users[0]->profiles.at(0)->setting == profile->setting, 1);
     EXPECT_EQ(again.users[0]->profiles.at(0)->forward_addresses.at(0)->setting == address->setting, 1);
-}
-
-// Passwords are only scrambled.
-TEST_F(Tree, NobodyElseMayReadWhatIsCreated) {
-    ASSERT_EQ(root_.SetRootPath(Root() + "\\data"), 1);
-    CForwardAddress* address =
-        root_.CreateNewUser("n", "p", 0)->CreateNewPopProfile("n", "a")->CreateNewForwardAddress("n", "a");
-    EXPECT_EQ(address->SaveUidlSetting(), 1);
-    EXPECT_EQ(address->SaveScheduleSetting(), 1);
-    int files = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(Path())) {
-        const fs::perms expected = entry.is_directory() ? fs::perms::owner_all : fs::perms(0600);
-        EXPECT_EQ(entry.status().permissions(), expected) << entry.path();
-        ++files;
-    }
-    EXPECT_EQ(files, 9);
 }
 
 TEST_F(Tree, NumbersCountUpAndGapsAreFilled) {
