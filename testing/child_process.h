@@ -2,9 +2,8 @@
 
 // A program that runs no longer than an object lives, and what it prints.
 
-#include <sys/types.h>
-
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,8 @@ namespace tarvex::testing {
 class ChildProcess {
 public:
     enum class Output {
-        Pipe,      // a pipe each for output and errors
+        Pipe,  // a pipe each for output and errors
+        // On POSIX:
         Terminal,  // one terminal for both; a line end is CR LF there
         Full,      // output to a device that is full
         Closed,    // output to a pipe that nobody reads
@@ -28,7 +28,7 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    void Signal(int signal) const;  // nothing happens when it has ended
+    void Signal(int signal) const;  // nothing happens when it has ended; on POSIX
 
     // Waits for its end; false when that does not come in time.
     bool WaitFor(std::chrono::nanoseconds time);
@@ -40,26 +40,13 @@ public:
     void Kill();
 
     // After its end.
-    int ExitCode() const { return exit_code_; }  // 128 and the signal that ended it
-    const std::string& Printed() const { return output_.text; }
-    const std::string& Errors() const { return errors_.text; }
+    int ExitCode() const;  // on POSIX also 128 and the signal that ended it
+    const std::string& Printed() const;
+    const std::string& Errors() const;
 
 private:
-    // What the program writes; at its end when there is no descriptor any more.
-    struct Stream {
-        int descriptor = -1;
-        std::string text;
-    };
-
-    static void Read(Stream& stream);
-    static void Close(Stream& stream);
-    void Reap();
-
-    pid_t pid_ = 0;
-    bool ended_ = false;
-    int exit_code_ = -1;
-    Stream output_;
-    Stream errors_;
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace tarvex::testing

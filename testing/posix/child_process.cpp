@@ -114,7 +114,44 @@ timespec TimeUntil(Clock::time_point moment) {
 
 }  // namespace
 
-ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables) {
+struct ChildProcess::Impl {
+    // What the program writes; at its end when there is no descriptor any more.
+    struct Stream {
+        int descriptor = -1;
+        std::string text;
+    };
+
+    static void Read(Stream& stream) {
+        std::array<char, 65536> bytes;
+        const ssize_t count = read(stream.descriptor, bytes.data(), bytes.size());
+        if (count > 0) {
+            stream.text.append(bytes.data(), static_cast<std::size_t>(count));
+        } else if (count == 0 || errno != EINTR) {
+            Close(stream);
+        }
+    }
+
+    static void Close(Stream& stream) {
+        if (stream.descriptor >= 0) close(std::exchange(stream.descriptor, -1));
+    }
+
+    void Reap() {
+        if (std::exchange(ended, true)) return;
+        int status = 0;
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        exit_code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+    pid_t pid = 0;
+    bool ended = false;
+    int exit_code = -1;
+    Stream output;
+    Stream errors;
+};
+
+ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables)
+    : impl_(std::make_unique<Impl>()) {
     const Descriptor input = OpenFile("/dev/null", O_RDONLY);
     const Descriptor full = OpenFile("/dev/full", O_WRONLY);
     Ends out = output == Output::Terminal ? OpenTerminal() : OpenPipe();
@@ -122,30 +159,31 @@ ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::v
     const int their_output = output == Output::Full ? full.Get() : out.theirs.Get();
     const int their_errors = output == Output::Terminal ? their_output : err.theirs.Get();
     if (output == Output::Closed) close(out.ours.Release());
-    pid_ = Spawn(std::move(words), std::move(variables), input.Get(), their_output, their_errors);
-    output_.descriptor = out.ours.Release();
-    errors_.descriptor = err.ours.Release();
+    impl_->pid = Spawn(std::move(words), std::move(variables), input.Get(), their_output, their_errors);
+    impl_->output.descriptor = out.ours.Release();
+    impl_->errors.descriptor = err.ours.Release();
 }
 
 ChildProcess::~ChildProcess() { Kill(); }
 
 void ChildProcess::Signal(int signal) const {
-    if (!ended_) kill(pid_, signal);  // not waited for yet, so the number is still its own
+    if (!impl_->ended) kill(impl_->pid, signal);  // not waited for yet, so the number is still its own
 }
 
 // A program that ends closes its streams, however it ends.
 bool ChildProcess::WaitFor(std::chrono::nanoseconds time) {
     const auto deadline = Clock::now() + time;
-    while (output_.descriptor >= 0 || errors_.descriptor >= 0) {
-        std::array<pollfd, 2> streams{pollfd{output_.descriptor, POLLIN, 0}, pollfd{errors_.descriptor, POLLIN, 0}};
+    while (impl_->output.descriptor >= 0 || impl_->errors.descriptor >= 0) {
+        std::array<pollfd, 2> streams{pollfd{impl_->output.descriptor, POLLIN, 0},
+                                      pollfd{impl_->errors.descriptor, POLLIN, 0}};
         const timespec left = TimeUntil(deadline);
         const int count = ppoll(streams.data(), streams.size(), &left, nullptr);
         if (count < 0 && errno != EINTR) throw Failure("waiting for a program");
         if (count == 0) return false;
-        if (count > 0 && streams[0].revents != 0) Read(output_);
-        if (count > 0 && streams[1].revents != 0) Read(errors_);
+        if (count > 0 && streams[0].revents != 0) Impl::Read(impl_->output);
+        if (count > 0 && streams[1].revents != 0) Impl::Read(impl_->errors);
     }
-    Reap();
+    impl_->Reap();
     return true;
 }
 
@@ -155,31 +193,13 @@ void ChildProcess::Wait() {
 
 void ChildProcess::Kill() {
     Signal(SIGKILL);
-    Close(output_);
-    Close(errors_);
-    Reap();
+    Impl::Close(impl_->output);
+    Impl::Close(impl_->errors);
+    impl_->Reap();
 }
 
-void ChildProcess::Read(Stream& stream) {
-    std::array<char, 65536> bytes;
-    const ssize_t count = read(stream.descriptor, bytes.data(), bytes.size());
-    if (count > 0) {
-        stream.text.append(bytes.data(), static_cast<std::size_t>(count));
-    } else if (count == 0 || errno != EINTR) {
-        Close(stream);
-    }
-}
-
-void ChildProcess::Close(Stream& stream) {
-    if (stream.descriptor >= 0) close(std::exchange(stream.descriptor, -1));
-}
-
-void ChildProcess::Reap() {
-    if (std::exchange(ended_, true)) return;
-    int status = 0;
-    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-    }
-    exit_code_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
+int ChildProcess::ExitCode() const { return impl_->exit_code; }
+const std::string& ChildProcess::Printed() const { return impl_->output.text; }
+const std::string& ChildProcess::Errors() const { return impl_->errors.text; }
 
 }  // namespace tarvex::testing

@@ -1,142 +1,34 @@
-// The command `tarvex`, run as a program: what it prints, its exit codes, and what a signal leaves behind.
+// The command `tarvex` where there are signals, terminals, modes and names of any bytes.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <ostream>
-#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "tarvex/tarvex.h"
 #include "testing/child_process.h"
 #include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
+#include "tests/host_program.h"
 
 namespace tarvex::testing {
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using Output = ChildProcess::Output;
 
-constexpr int kNoRoot = 2;
-constexpr int kBadUsage = 64;
-constexpr int kBroken = 70;
 constexpr int kTerminated = 128 + SIGTERM;
-constexpr const char* kPhone = "phone@example.net";
-
-std::string Unix(std::string text) {
-    std::erase(text, '\r');
-    return text;
-}
-
-// A data tree and the program that runs it.
-class Host {
-public:
-    std::string Root() const { return folder_ / "tree"; }
-
-    // A profile of a new user that is due at every run, with one forwarding address. `adapt` may change what is saved.
-    // Returns its directory.
-    std::string AddProfile(int pop_port, int smtp_port, const std::function<void(CPopProfile&)>& adapt = {}) {
-        CRootPath root;
-        if (!root.SetRootPath(Root())) throw std::runtime_error("no tree");
-        CPopProfile& profile = *root.CreateNewUser("user", "secret", 0)->CreateNewPopProfile("", "me@example.org");
-        profile.setting.popserver = profile.setting.smtpserver = "127.0.0.1";
-        profile.setting.popport = pop_port;
-        profile.setting.smtpport = smtp_port;
-        profile.setting.popuser = "user";
-        profile.setting.poppassword = "secret";
-        profile.setting.apop = 1;
-        profile.setting.timer = 0;
-        profile.CreateNewForwardAddress("phone", kPhone);
-        if (adapt) adapt(profile);
-        profile.SaveSetting();
-        for (const auto& address : profile.forward_addresses) address->SaveSetting();
-        return Native(profile.path);
-    }
-
-    ChildProcess Start(Output output = Output::Pipe, const std::vector<std::string>& more = {}) const {
-        std::vector<std::string> words = {TARVEX_HOST, "run", "--root", Root()};
-        words.insert(words.end(), more.begin(), more.end());
-        return ChildProcess(words, output);
-    }
-
-    // What a run that goes well prints.
-    std::string Run() const {
-        ChildProcess run = Start();
-        run.Wait();
-        EXPECT_EQ(run.ExitCode(), 0);
-        EXPECT_EQ(run.Errors(), "");
-        return run.Printed();
-    }
-
-    static std::string Native(std::string path) {
-        std::ranges::replace(path, '\\', '/');
-        return path;
-    }
-
-private:
-    TempDir folder_;
-};
-
-StoredMail MailNumber(int number) {
-    const std::string id = "mail-" + std::to_string(number);
-    return {id, "From: a@example.org\r\nSubject: " + id + "\r\n\r\ntext\r\n"};
-}
-
-std::string Log(const std::string& profile) { return Unix(ReadFile(profile + "/profile.log")); }
-std::string Uidls(const std::string& profile) { return Unix(ReadFile(profile + "/forwardto0/uidl.def")); }
-
-// ---- the command line
-
-TEST(Host, AWrongCommandLineEndsWithAReasonAndCode64) {
-    const TempDir folder;
-    for (const std::vector<std::string>& words : {std::vector<std::string>{},
-                                                  {"fly"},
-                                                  {"--fly"},
-                                                  {"run"},
-                                                  {"run", "--root"},
-                                                  {"run", "--fly"},
-                                                  {"run", "--root", folder.String(), "more"},
-                                                  {"run", "--root", folder.String(), "--quiet=perhaps"},
-                                                  {"demo", "more"}}) {
-        std::vector<std::string> command = {TARVEX_HOST};
-        command.insert(command.end(), words.begin(), words.end());
-        ChildProcess host(command);
-        host.Wait();
-        SCOPED_TRACE(::testing::PrintToString(words));
-        EXPECT_EQ(host.ExitCode(), kBadUsage);
-        EXPECT_EQ(host.Printed(), "");
-        EXPECT_THAT(host.Errors(), HasSubstr("--help"));
-    }
-}
-
-TEST(Host, ExplainsItself) {
-    for (const char* const word : {"--help", "--version"}) {
-        ChildProcess host({TARVEX_HOST, word});
-        host.Wait();
-        EXPECT_EQ(host.ExitCode(), 0);
-        EXPECT_THAT(host.Printed(), HasSubstr(std::string(word) == "--help" ? "demo" : "tarvex "));
-        EXPECT_EQ(host.Errors(), "");
-    }
-}
-
-// ---- the root
 
 TEST(Host, ARootThatCannotBeHadEndsWithAReasonAndCode2) {
     const TempDir folder;
@@ -162,139 +54,6 @@ TEST(Host, ARootThatCannotBeHadEndsWithAReasonAndCode2) {
     }
 }
 
-TEST(Host, AMissingRootIsCreatedAndHasNothingToRun) {
-    const Host host;
-    EXPECT_EQ(host.Run(), "No profile was due.\n");
-    EXPECT_TRUE(fs::is_directory(host.Root()));
-    EXPECT_EQ(host.Run(), "No profile was due.\n");
-}
-
-TEST(Host, AProfileThatIsNotDueIsLeftAlone) {
-    Host host;
-    const std::string profile = host.AddProfile(1, 1, [](CPopProfile& changed) { changed.setting.timer = 10; });
-    EXPECT_EQ(host.Run(), "No profile was due.\n");
-    EXPECT_FALSE(fs::exists(profile + "/profile.log"));
-}
-
-// ---- what a run prints
-
-TEST(Host, PrintsWhatThisRunAddedToTheLog) {
-    MailboxServer mailbox("user", "secret");
-    SinkServer sink;
-    Host host;
-    const std::string profile = host.AddProfile(mailbox.Port(), sink.Port());
-    mailbox.Add(MailNumber(1));
-    const std::string heading = "== " + profile;
-    const std::string first = host.Run();
-    const std::string first_log = Log(profile);
-    EXPECT_EQ(first, heading + first_log);
-    EXPECT_THAT(first, HasSubstr("\nmail-1 received\n"));
-
-    mailbox.Add(MailNumber(2));
-    const std::string second = host.Run();
-    EXPECT_THAT(second, ::testing::StartsWith(heading));
-    EXPECT_EQ(first_log + second.substr(heading.size()), Log(profile));
-    EXPECT_THAT(second, HasSubstr("\nmail-2 received\n"));
-    EXPECT_THAT(second, Not(HasSubstr("\nmail-1 received\n")));
-}
-
-TEST(Host, PrintsTheWholeRunThoughTheLogKeepsLess) {
-    MailboxServer mailbox("user", "secret");
-    Host host;
-    const std::string profile =
-        host.AddProfile(mailbox.Port(), 1, [](CPopProfile& changed) { changed.setting.logsize = 1; });
-    EXPECT_THAT(host.Run(), HasSubstr("\n---- Operation starting at "));
-    EXPECT_THAT(Log(profile), ::testing::StartsWith("---- End Operation at "));
-}
-
-TEST(Host, QuietPrintsNothing) {
-    MailboxServer mailbox("user", "secret");
-    SinkServer sink;
-    Host host;
-    host.AddProfile(mailbox.Port(), sink.Port());
-    mailbox.Add(MailNumber(1));
-    ChildProcess run = host.Start(Output::Pipe, {"--quiet"});
-    run.Wait();
-    EXPECT_EQ(run.ExitCode(), 0);
-    EXPECT_EQ(run.Printed() + run.Errors(), "");
-    EXPECT_EQ(sink.Delivered().size(), 1u);
-}
-
-TEST(Host, ALogThatIsSwitchedOffIsSaidToBeSo) {
-    MailboxServer mailbox("user", "secret");
-    SinkServer sink;
-    Host host;
-    const std::string profile =
-        host.AddProfile(mailbox.Port(), sink.Port(), [](CPopProfile& changed) { changed.setting.logmode = 0; });
-    mailbox.Add(MailNumber(1));
-    EXPECT_EQ(host.Run(), "== " + profile + "\n(its log is switched off)\n");
-    EXPECT_FALSE(fs::exists(profile + "/profile.log"));
-    EXPECT_EQ(sink.Delivered().size(), 1u);
-}
-
-TEST(Host, EveryProfileHasItsOwnPart) {
-    MailboxServer first("user", "secret"), second("user", "secret");
-    SinkServer sink;
-    Host host;
-    const std::vector<std::string> profiles = {host.AddProfile(first.Port(), sink.Port()),
-                                               host.AddProfile(second.Port(), sink.Port())};
-    first.Add(MailNumber(1));
-    second.Add(MailNumber(2));
-    const std::string printed = host.Run();
-    const std::string one = "== " + profiles[0] + Log(profiles[0]);
-    const std::string two = "== " + profiles[1] + Log(profiles[1]);
-    EXPECT_THAT(printed, AnyOf(one + two, two + one));  // the tree is in the order of the directory
-    EXPECT_THAT(one, HasSubstr("\nmail-1 received\n"));
-    EXPECT_THAT(two, HasSubstr("\nmail-2 received\n"));
-    EXPECT_EQ(sink.Delivered().size(), 2u);
-}
-
-TEST(Host, ShiftJisIsShownAsUtf8) {
-    Host host;
-    host.AddProfile(UnusedPort(), 1, [](CPopProfile& changed) {
-        changed.forward_addresses[0]->setting.address = "\x8C\x67\x91\xD1 <phone@example.net>";
-        changed.forward_addresses[0]->SaveSetting();
-    });
-    EXPECT_THAT(host.Run(), HasSubstr("\n* enabled : 携帯 <phone@example.net>\n"));
-}
-
-// ---- hostile text
-
-// Neither control characters nor bytes that are no UTF-8.
-void ExpectFitForATerminal(std::string_view text) {
-    while (!text.empty()) {
-        const auto first = static_cast<unsigned char>(text[0]);
-        const std::size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-        ASSERT_LE(length, text.size());
-        ASSERT_TRUE(first < 0x80 || first > 0xC2 || (first == 0xC2 && static_cast<unsigned char>(text[1]) >= 0xA0));
-        ASSERT_TRUE(first == '\n' || (first >= 0x20 && first != 0x7F)) << text.substr(0, 40);
-        for (const char c : text.substr(1, length - 1)) ASSERT_EQ(static_cast<unsigned char>(c) & 0xC0, 0x80);
-        text.remove_prefix(length);
-    }
-}
-
-TEST(Host, NothingThatAServerSaysReachesTheTerminalAsACommand) {
-    // A window title, a bell, C1 controls as bytes and as UTF-8, no Shift-JIS, and half a character at the end.
-    const std::string hostile =
-        "\x1B]0;owned\x07 \x9B"
-        "31m \xC2\x9B"
-        "31m \b\x7F \x80\xA0\xFD\xFF\r \x85\xC2\x85 \x81";
-    MailboxServer mailbox("user", "secret");
-    SinkServer sink;
-    mailbox.Add(MailNumber(1));
-    mailbox.SetFault([&](const std::string& command) { return command == "QUIT" ? "+OK " + hostile : ""; });
-    sink.SetFault([&](const std::string&) { return "550-" + hostile + "\r\n550 " + hostile; });
-    Host host;
-    const std::string profile = host.AddProfile(
-        mailbox.Port(), sink.Port(), [&](CPopProfile& changed) { changed.setting.address = hostile.substr(0, 10); });
-    const std::string printed = host.Run();
-    ExpectFitForATerminal(printed);
-    EXPECT_THAT(printed, HasSubstr("\n+OK \\x1b]0;owned\\x07 ?31m"));
-    EXPECT_THAT(printed, HasSubstr("\n550-\\x1b]0;owned\\x07 ?31m"));
-    EXPECT_THAT(printed, HasSubstr("\n550 \\x1b]0;owned\\x07 ?31m"));
-    EXPECT_THAT(Log(profile), HasSubstr("+OK \x1B]0;owned\x07"));
-}
-
 TEST(Host, ADirectoryWithAStrangeNameIsShownHarmlessly) {
     Host host;
     const fs::path profile = host.AddProfile(UnusedPort(), 1);
@@ -304,8 +63,6 @@ TEST(Host, ADirectoryWithAStrangeNameIsShownHarmlessly) {
     EXPECT_THAT(printed, ::testing::StartsWith("== " + profile.parent_path().string() +
                                                "/from\\x1b[31m\\x0a\\x9b\\xc2\\x9b\\xff \xE6\x90\xBA\n----"));
 }
-
-// ---- output that fails
 
 TEST(Host, OutputThatFailsIsAnErrorButTheMailIsForwarded) {
     MailboxServer mailbox("user", "secret");
@@ -326,8 +83,6 @@ TEST(Host, OutputThatFailsIsAnErrorButTheMailIsForwarded) {
     EXPECT_EQ(Uidls(profile), "mail-1\nmail-2\n");
     EXPECT_EQ(sink.Delivered().size(), 2u);
 }
-
-// ---- signals
 
 TEST(Host, ASignalEndsARunThatStallsAndItsStateIsSaved) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
@@ -449,26 +204,6 @@ INSTANTIATE_TEST_SUITE_P(Host, DemoProgram,
                                            Demo{"NoColour", Output::Terminal, {"TERM=xterm", "NO_COLOR=1"}, false},
                                            Demo{"DumbTerminal", Output::Terminal, {"TERM=dumb", "NO_COLOR="}, false}),
                          [](const auto& demo) { return demo.param.name; });
-
-TEST(Host, ADemoWithoutAFolderIsBroken) {
-    const TempDir folder;
-    ChildProcess demo({TARVEX_HOST, "demo"}, Output::Pipe, {"TMPDIR=" + (folder / "missing")});
-    demo.Wait();
-    EXPECT_EQ(demo.ExitCode(), kBroken);
-    EXPECT_EQ(demo.Printed(), "");
-    EXPECT_THAT(demo.Errors(), ::testing::StartsWith("tarvex: "));
-}
-
-// At midnight and while the clocks change, the demo's schedule is open as well; zones stand for moments.
-TEST(Host, TheDemoWorksAtEveryTimeOfTheDay) {
-    const TempDir folder;
-    for (int hours = -12; hours < 12; hours += 3) {
-        ChildProcess demo({TARVEX_HOST, "demo"}, Output::Pipe,
-                          {"TMPDIR=" + folder.String(), "TZ=X" + std::to_string(hours)});
-        demo.Wait();
-        EXPECT_EQ(demo.ExitCode(), 0) << demo.Printed();
-    }
-}
 
 }  // namespace
 }  // namespace tarvex::testing

@@ -1,0 +1,104 @@
+#pragma once
+
+// The command `tarvex`, run as a program on a data tree of its own.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tarvex/tarvex.h"
+#include "testing/child_process.h"
+#include "testing/mail_servers.h"
+#include "testing/temp_dir.h"
+
+namespace tarvex::testing {
+
+constexpr int kNoRoot = 2;
+constexpr int kBadUsage = 64;
+constexpr int kBroken = 70;
+constexpr const char* kPhone = "phone@example.net";
+
+inline std::string Unix(std::string text) {
+    std::erase(text, '\r');
+    return text;
+}
+
+// A data tree and the program that runs it.
+class Host {
+public:
+    std::string Root() const { return folder_ / "tree"; }
+
+    // A profile of a new user that is due at every run, with one forwarding address. `adapt` may change what is saved.
+    // Returns its directory.
+    std::string AddProfile(int pop_port, int smtp_port, const std::function<void(CPopProfile&)>& adapt = {}) {
+        CRootPath root;
+        if (!root.SetRootPath(Root())) throw std::runtime_error("no tree");
+        CPopProfile& profile = *root.CreateNewUser("user", "secret", 0)->CreateNewPopProfile("", "me@example.org");
+        profile.setting.popserver = profile.setting.smtpserver = "127.0.0.1";
+        profile.setting.popport = pop_port;
+        profile.setting.smtpport = smtp_port;
+        profile.setting.popuser = "user";
+        profile.setting.poppassword = "secret";
+        profile.setting.apop = 1;
+        profile.setting.timer = 0;
+        profile.CreateNewForwardAddress("phone", kPhone);
+        if (adapt) adapt(profile);
+        profile.SaveSetting();
+        for (const auto& address : profile.forward_addresses) address->SaveSetting();
+        return Native(profile.path);
+    }
+
+    ChildProcess Start(ChildProcess::Output output = ChildProcess::Output::Pipe,
+                       const std::vector<std::string>& more = {}) const {
+        std::vector<std::string> words = {TARVEX_HOST, "run", "--root", Root()};
+        words.insert(words.end(), more.begin(), more.end());
+        return ChildProcess(words, output);
+    }
+
+    // What a run that goes well prints.
+    std::string Run() const {
+        ChildProcess run = Start();
+        run.Wait();
+        EXPECT_EQ(run.ExitCode(), 0);
+        EXPECT_EQ(run.Errors(), "");
+        return run.Printed();
+    }
+
+    static std::string Native(std::string path) {
+        std::ranges::replace(path, '\\', static_cast<char>(std::filesystem::path::preferred_separator));
+        return path;
+    }
+
+private:
+    TempDir folder_;
+};
+
+inline StoredMail MailNumber(int number) {
+    const std::string id = "mail-" + std::to_string(number);
+    return {id, "From: a@example.org\r\nSubject: " + id + "\r\n\r\ntext\r\n"};
+}
+
+inline std::string Log(const std::string& profile) { return Unix(ReadFile(profile + "/profile.log")); }
+inline std::string Uidls(const std::string& profile) { return Unix(ReadFile(profile + "/forwardto0/uidl.def")); }
+
+// Neither control characters nor bytes that are no UTF-8.
+inline void ExpectFitForATerminal(std::string_view text) {
+    while (!text.empty()) {
+        const auto first = static_cast<unsigned char>(text[0]);
+        const std::size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+        ASSERT_LE(length, text.size());
+        ASSERT_TRUE(first < 0x80 || first > 0xC2 || (first == 0xC2 && static_cast<unsigned char>(text[1]) >= 0xA0));
+        ASSERT_TRUE(first == '\n' || (first >= 0x20 && first != 0x7F)) << text.substr(0, 40);
+        for (const char c : text.substr(1, length - 1)) ASSERT_EQ(static_cast<unsigned char>(c) & 0xC0, 0x80);
+        text.remove_prefix(length);
+    }
+}
+
+}  // namespace tarvex::testing
