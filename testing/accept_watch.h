@@ -16,11 +16,8 @@ public:
     AcceptWatch(const AcceptWatch&) = delete;
     AcceptWatch& operator=(const AcceptWatch&) = delete;
 
-    // Calls `then` once when a connection can be accepted, or the acceptor has been closed.
+    // Calls `then` once, on the serving thread, when a connection can be accepted or the acceptor has been closed.
     void Wait(std::function<void()> then);
-
-    // To be called for each socket that was accepted.
-    static void Release(asio::ip::tcp::socket& socket);
 
 private:
     struct Impl;

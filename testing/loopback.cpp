@@ -64,7 +64,6 @@ void Loopback::AcceptWaiting() {
 
 void Loopback::HandOver(tcp::socket socket) {
     std::error_code ignored;
-    AcceptWatch::Release(socket);
     socket.set_option(tcp::no_delay(true), ignored);
     on_connection_(std::move(socket));
 }

@@ -17,6 +17,4 @@ void AcceptWatch::Wait(std::function<void()> then) {
     impl_->acceptor.async_wait(tcp::acceptor::wait_read, [then = std::move(then)](std::error_code) { then(); });
 }
 
-void AcceptWatch::Release(tcp::socket&) {}
-
 }  // namespace tarvex::testing

@@ -1,10 +1,13 @@
-// By an event, since the wait for reading does not work with listening sockets here.
+// By a thread that polls, since Asio's wait for reading does not work with listening sockets here.
 
 #include "testing/accept_watch.h"
 
 #include <winsock2.h>
 
-#include <asio/windows/object_handle.hpp>
+#include <asio/post.hpp>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 namespace tarvex::testing {
@@ -12,24 +15,46 @@ namespace tarvex::testing {
 using asio::ip::tcp;
 
 struct AcceptWatch::Impl {
-    explicit Impl(tcp::acceptor& acceptor) : event(acceptor.get_executor(), WSACreateEvent()) {
-        WSAEventSelect(acceptor.native_handle(), event.native_handle(), FD_ACCEPT | FD_CLOSE);
+    explicit Impl(tcp::acceptor& acceptor) : executor(acceptor.get_executor()), socket(acceptor.native_handle()) {}
+
+    void Run() {
+        constexpr int kNoticeTheEnd_ms = 20;
+        std::unique_lock lock(mutex);
+        for (;;) {
+            changed.wait(lock, [this] { return ending || then; });
+            if (ending) return;
+            WSAPOLLFD listening{socket, POLLRDNORM, 0};
+            lock.unlock();
+            const bool ready = WSAPoll(&listening, 1, kNoticeTheEnd_ms) != 0;
+            lock.lock();
+            if (ready) asio::post(executor, std::exchange(then, nullptr));
+        }
     }
-    asio::windows::object_handle event;
+
+    tcp::acceptor::executor_type executor;
+    SOCKET socket;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::function<void()> then;
+    bool ending = false;
+    std::thread thread{[this] { Run(); }};
 };
 
-AcceptWatch::AcceptWatch(tcp::acceptor& acceptor) : impl_(new Impl(acceptor)) {}
-AcceptWatch::~AcceptWatch() = default;
+AcceptWatch::AcceptWatch(tcp::acceptor& acceptor) : impl_(std::make_unique<Impl>(acceptor)) {}
 
-void AcceptWatch::Wait(std::function<void()> then) {
-    impl_->event.async_wait([this, then = std::move(then)](std::error_code error) {
-        if (error) return;
-        WSAResetEvent(impl_->event.native_handle());
-        then();
-    });
+AcceptWatch::~AcceptWatch() {
+    {
+        const std::lock_guard lock(impl_->mutex);
+        impl_->ending = true;
+        impl_->changed.notify_all();
+    }
+    impl_->thread.join();
 }
 
-// It has inherited the event.
-void AcceptWatch::Release(tcp::socket& socket) { WSAEventSelect(socket.native_handle(), nullptr, 0); }
+void AcceptWatch::Wait(std::function<void()> then) {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->then = std::move(then);
+    impl_->changed.notify_all();
+}
 
 }  // namespace tarvex::testing

@@ -52,7 +52,7 @@ inline constexpr std::chrono::seconds kPatience{2};
 // tells why it failed.
 template <class Operation>
 bool Patiently(Operation operation, std::chrono::seconds patience = kPatience) {
-    constexpr auto kPause = std::chrono::milliseconds(10);
+    constexpr auto kPause = std::chrono::milliseconds(2);
     const auto end = std::chrono::steady_clock::now() + patience;
     while (!operation()) {
         if (!IsHeldByOthers() || std::chrono::steady_clock::now() >= end) return false;

@@ -1,0 +1,125 @@
+#!/usr/bin/env bash
+# windows-parts.sh FOLDER: puts into FOLDER, each once, what the Windows build needs and Debian has no package for.
+#
+#   openssl/   OpenSSL for 32-bit Windows, static, cross-compiled from Debian's source package
+#   headers/   the header-only libraries of this system that the host and the tests need, apart from its other headers
+#   wine/      the 32-bit wine, taken out of Debian's packages. They are not installed: a system's libraries can only be
+#              had for both architectures in the very same version, which half-updated mirrors do not allow.
+#
+# Needs no root. The packages' signatures are checked. A part that has changed here gets a new number.
+set -euo pipefail
+folder=$(mkdir -p "$1" && cd "$1" && pwd)
+openssl_number=2
+wine_number=2
+
+say() { printf '%s\n' "== $*"; }
+has() { [ "$(cat "$folder/$1/.complete" 2>/dev/null || true)" = "$2" ]; }
+
+# private_apt ARCHITECTURE SUITES COMMAND...: apt-get with lists and states of its own, as if nothing were installed.
+private_apt() {
+  local architecture=$1 suites=$2 state=$folder/apt-$1; shift 2
+  local key=/usr/share/keyrings/debian-archive-keyring.gpg mirror=http://deb.debian.org suite
+  mkdir -p "$state/lists/partial" "$state/archives/partial"
+  : >"$state/status"
+  for suite in $suites; do
+    local site=$mirror/debian
+    if [ "$suite" = bookworm-security ]; then site=$mirror/debian-security; fi
+    printf '%s [signed-by=%s] %s %s main\n' deb $key "$site" "$suite" deb-src $key "$site" "$suite"
+  done >"$state/sources.list"
+  if [ "$architecture" = source ]; then sed -i '/^deb /d' "$state/sources.list"; architecture=amd64
+  else sed -i '/^deb-src /d' "$state/sources.list"
+  fi
+  apt-get -qq -o APT::Architecture="$architecture" -o APT::Architectures="$architecture" \
+    -o Dir::Etc::sourcelist="$state/sources.list" -o Dir::Etc::sourceparts=/dev/null \
+    -o Dir::Etc::preferences=/dev/null -o Dir::Etc::preferencesparts=/dev/null -o Dir::State::status="$state/status" \
+    -o Dir::State::lists="$state/lists" -o Dir::State::extended_states="$state/extended_states" \
+    -o Dir::Cache::archives="$state/archives" -o Dir::Cache::pkgcache= -o Dir::Cache::srcpkgcache= \
+    -o APT::Sandbox::User="$(id -un)" "$@"
+}
+
+fetch_openssl() { # SUITES; into the current folder
+  rm -rf -- *
+  private_apt source "$1" update && private_apt source "$1" source openssl
+}
+
+# No path of this machine gets into the library, and nothing that it could load or read at run time.
+build_openssl() { # TARGET
+  patch -R -p1 <debian/patches/pic.patch # asks for what only ELF has
+  ./Configure mingw --cross-compile-prefix=i686-w64-mingw32- --prefix=/openssl --openssldir=/openssl --libdir=lib \
+    no-shared no-tests no-engine no-dso no-module no-legacy no-async no-autoload-config no-pinshared no-ui-console \
+    no-ssl3 no-comp -D_WIN32_WINNT=0x0601 -D__MINGW_USE_VC2005_COMPAT
+  make -j"$(nproc)" build_libs
+  make install_dev DESTDIR="$1/unpacked"
+  mv "$1"/unpacked/openssl/* "$1"
+  rm -r "$1/unpacked"
+  cp LICENSE.txt "$1"
+}
+
+make_openssl() {
+  say "building OpenSSL for Windows, once, in $folder/openssl"
+  local build=$folder/openssl-build target=$folder/openssl
+  rm -rf "$build" "$target"
+  mkdir -p "$build" "$target"
+  cd "$build"
+  # Mirrors do not always carry the latest security update's sources.
+  fetch_openssl "bookworm bookworm-updates bookworm-security" >log 2>&1 ||
+    fetch_openssl "bookworm bookworm-updates" >log 2>&1 || { cat log; return 1; }
+  cd openssl-*/
+  export -f build_openssl
+  bash -euc 'build_openssl "$1"' bash "$target" >../log 2>&1 || { tail -50 ../log; return 1; }
+  echo "$openssl_number" >"$target/.complete"
+  cd "$folder"
+  rm -rf "$build" apt-source
+}
+
+make_wine() {
+  say "unpacking wine, once, in $folder/wine"
+  local target=$folder/wine suites="bookworm bookworm-updates" archive link program
+  if [ -x "$target/bin/wineserver" ]; then "$target/bin/wineserver" -k || true; fi
+  rm -rf "$target"
+  mkdir -p "$target"
+  cd "$target"
+  private_apt i386 "$suites" update
+  private_apt i386 "$suites" install -y --download-only --no-install-recommends wine32 wine </dev/null
+  for archive in "$folder"/apt-i386/archives/*.deb; do dpkg-deb -x "$archive" .; done
+  rm -rf "$folder/apt-i386" usr/share/doc usr/share/man etc
+
+  # The programs look for their loader and for each other here.
+  for program in wine wineserver32; do
+    patchelf --set-interpreter "$target/lib/ld-linux.so.2" usr/lib/wine/$program
+  done
+  ln -sf wineserver32 usr/lib/wine/wineserver
+  # The package's install script would mark this one as a part of wine.
+  local zlib=usr/i686-w64-mingw32/lib/zlib1.dll
+  {
+    head -c 64 $zlib
+    printf 'Wine builtin DLL\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0'
+    tail -c +97 $zlib
+  } >usr/lib/i386-linux-gnu/wine/i386-windows/zlib1.dll
+
+  mkdir bin
+  cat >bin/wine <<'W'
+#!/bin/sh
+# The 32-bit wine of the folder above, without a display; its prefix is beside it.
+wine=$(dirname "$(dirname "$(readlink -f "$0")")")
+export LD_LIBRARY_PATH="$wine/lib/i386-linux-gnu:$wine/usr/lib/i386-linux-gnu"
+export WINEPREFIX="${WINEPREFIX:-$wine-prefix}" WINEARCH=win32 WINEDEBUG="${WINEDEBUG:--all}"
+export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=}"
+exec "$wine/usr/lib/wine/$(basename "$0")" "$@"
+W
+  chmod 755 bin/wine
+  ln -s wine bin/wineserver
+  say "making wine's prefix, once, in $folder/wine-prefix"
+  rm -rf "$folder/wine-prefix"
+  bin/wine wineboot -i </dev/null >/dev/null 2>&1
+  bin/wineserver -w
+  [ -f "$folder/wine-prefix/system.reg" ] || { echo "wine's prefix could not be made" >&2; return 1; }
+  echo "$wine_number" >"$target/.complete"
+}
+
+exec 9>"$folder/.lock"
+flock 9
+mkdir -p "$folder/headers"
+ln -sfn /usr/include/asio /usr/include/asio.hpp /usr/include/CLI "$folder/headers/"
+has openssl $openssl_number || (make_openssl)
+has wine $wine_number || (make_wine 9>&-)
