@@ -15,15 +15,19 @@ wine_number=2
 say() { printf '%s\n' "== $*"; }
 has() { [ "$(cat "$folder/$1/.complete" 2>/dev/null || true)" = "$2" ]; }
 
+# mirror_of SUITE: from where this system has it.
+mirror_of() {
+  apt-get indextargets --format '$(RELEASE) $(REPO_URI)' 'Created-By: Packages' | sed -n "s/^$1 //p" | head -n 1
+}
+
 # private_apt ARCHITECTURE SUITES COMMAND...: apt-get with lists and states of its own, as if nothing were installed.
 private_apt() {
   local architecture=$1 suites=$2 state=$folder/apt-$1; shift 2
-  local key=/usr/share/keyrings/debian-archive-keyring.gpg mirror=http://deb.debian.org suite
+  local key=/usr/share/keyrings/debian-archive-keyring.gpg suite site
   mkdir -p "$state/lists/partial" "$state/archives/partial"
   : >"$state/status"
   for suite in $suites; do
-    local site=$mirror/debian
-    if [ "$suite" = bookworm-security ]; then site=$mirror/debian-security; fi
+    site=$(mirror_of "$suite")
     printf '%s [signed-by=%s] %s %s main\n' deb $key "$site" "$suite" deb-src $key "$site" "$suite"
   done >"$state/sources.list"
   if [ "$architecture" = source ]; then sed -i '/^deb /d' "$state/sources.list"; architecture=amd64

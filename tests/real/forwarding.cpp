@@ -5,13 +5,25 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <iterator>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace tarvex::testing {
 
 namespace {
 
 constexpr int kRunPatience_ms = 200'000;
+
+// The host, or the words that start another one: that for Windows, under wine.
+std::vector<std::string> HostCommand() {
+    const char* const other = std::getenv("TARVEX_TEST_HOST");
+    if (!other) return {TARVEX_HOST};
+    std::istringstream words(other);
+    return {std::istream_iterator<std::string>(words), {}};
+}
 
 }  // namespace
 
@@ -48,7 +60,9 @@ std::string Forwarding::Run() {
 std::string Forwarding::RunHost(const std::vector<std::string>& environment) {
     EXPECT_EQ(profile_->SaveSetting(), 1);
     const std::size_t before = LogFile().size();
-    const Finished host = testing::Run({TARVEX_HOST, "run", "--root", RootDirectory(), "--quiet"}, environment);
+    std::vector<std::string> words = HostCommand();
+    words.insert(words.end(), {"run", "--root", RootDirectory(), "--quiet"});
+    const Finished host = testing::Run(words, environment);
     EXPECT_EQ(host.status, 0) << host.output;
     return LogFile().substr(before);
 }
