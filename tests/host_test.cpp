@@ -109,7 +109,6 @@ TEST(Host, AWrongCommandLineEndsWithAReasonAndCode64) {
     for (const std::vector<std::string>& words : {std::vector<std::string>{},
                                                   {"fly"},
                                                   {"--fly"},
-                                                  {"run"},
                                                   {"run", "--root"},
                                                   {"run", "--fly"},
                                                   {"run", "--root", folder.String(), "more"},
