@@ -9,6 +9,7 @@
 #include "engine/bookkeeping.h"
 #include "engine/schedule.h"
 #include "platform/net/sockets.h"
+#include "platform/net/traffic.h"
 #include "platform/os/clock.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
@@ -183,6 +184,7 @@ private:
 }  // namespace tarvex
 
 int CPopProfile::DoOperation() {
+    const tarvex::TrafficScope traffic(observer.bytes_received, observer.bytes_sent);
     tarvex::Operation(*this).Run();
     return 1;
 }

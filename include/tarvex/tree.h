@@ -23,6 +23,7 @@
 
 #include "tarvex/log.h"
 #include "tarvex/mail.h"
+#include "tarvex/observer.h"
 #include "tarvex/schedule.h"
 #include "tarvex/settings.h"
 #include "tarvex/text.h"
@@ -74,7 +75,7 @@ public:
     virtual ~CPopProfile();
 
     // A deep copy for a worker: path, setting with lasttime but without the version, and a new copy of every forwarding
-    // address. The log and the worker-thread field are not copied.
+    // address. The log, the worker-thread field and the observer are not copied.
     CPopProfile& operator=(const CPopProfile& other);
 
     void Reset();                // default settings, no path, no addresses
@@ -139,6 +140,7 @@ public:
     CProfileLog log;
     std::atomic<tarvex::Thread*> worker_thread{nullptr};  // null unless this copy's run is under way
     CString path;
+    CRunObserver observer;  // what this copy's run has done so far
 };
 
 // One user with his POP profiles.
