@@ -20,6 +20,9 @@ int main(int argc, char** argv) {
     app.add_option("--root", context.root_option,
                    "Root directory of the data tree, in place of the one that appset.def names")
         ->type_name("DIR");
+    AddInitCommands(app, context);
+    AddTreeCommands(app, context);
+    AddScheduleCommands(app, context);
     AddRunCommand(app, context);
     app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.")
         ->callback([&context] { context.command = Demo; });

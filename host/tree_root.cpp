@@ -18,13 +18,17 @@ std::string FolderOf(const char* variable) {
     return value && *value == '/' ? value : "";
 }
 
+std::string OwnFolder(const char* variable, const std::string& of_superuser, const std::string& in_home) {
+    std::string folder = FolderOf(variable);
+    if (folder.empty()) folder = geteuid() == 0 ? of_superuser : FolderOf("HOME") + in_home;
+    return folder + "/tarvex";
+}
+
 }  // namespace
 
-std::string ConfigurationDirectory() {
-    if (const std::string folder = FolderOf("XDG_CONFIG_HOME"); !folder.empty()) return folder + "/tarvex";
-    if (geteuid() == 0) return "/etc/tarvex";
-    return FolderOf("HOME") + "/.config/tarvex";
-}
+std::string ConfigurationDirectory() { return OwnFolder("XDG_CONFIG_HOME", "/etc", "/.config"); }
+
+std::string UsualRootDirectory() { return OwnFolder("XDG_DATA_HOME", "/var/lib", "/.local/share"); }
 
 std::string RootDirectory(const Context& context) {
     if (context.root_option) return *context.root_option;
@@ -46,15 +50,20 @@ std::string LoadTree(CRootPath& root, const std::string& directory) {
     return WhyUnreadable(directory);
 }
 
-void OpenTree(CRootPath& root, const std::string& directory) {
+void RequireRoot(const std::string& directory) {
     std::error_code error;
     if (!std::filesystem::exists(NativePath(directory), error)) {
         throw Trouble(kNotFound, "there is no data tree at \"" + ShowPath(directory) +
                                      "\"; make one with `tarvex init`, or name another with --root");
     }
-    if (const std::string trouble = LoadTree(root, directory); !trouble.empty()) {
+    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
         throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
     }
+}
+
+void OpenTree(CRootPath& root, const std::string& directory) {
+    RequireRoot(directory);
+    if (!root.SetRootPath(directory)) throw Trouble(kCannotWrite, "cannot load \"" + ShowPath(directory) + '"');
 }
 
 }  // namespace tarvex::host
