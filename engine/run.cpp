@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "engine/bookkeeping.h"
-#include "engine/schedule.h"
 #include "platform/net/sockets.h"
 #include "platform/net/traffic.h"
 #include "platform/os/clock.h"
@@ -111,13 +110,7 @@ private:
             return;
         }
         Log("* enable schedule : " + address.setting.address);
-        address.takes_part = 0;
-        for (const auto& term : address.schedule.terms) {
-            if (term->status == 0) continue;
-            if (TermMatches(term->kind, GetCTime(term->start), GetCTime(term->end), profile_.setting.lasttime)) {
-                address.takes_part = 1;
-            }
-        }
+        address.takes_part = address.JudgeTakePart(profile_.setting.lasttime);
         Log(address.takes_part ? " - operation continued by schedule setting"
                                : " - operation ignored by schedule setting");
     }

@@ -6,6 +6,7 @@
 //     if (!root.SetRootPath("/srv/tarvex")) ...;
 //     for (;;) { Tarvex(&root); wait a while; }
 
+#include "tarvex/plan.h"
 #include "tarvex/probe.h"
 #include "tarvex/tree.h"
 
