@@ -23,6 +23,10 @@ void AddInitCommands(CLI::App& app, Context& context);
 void AddTreeCommands(CLI::App& app, Context& context);
 void AddScheduleCommands(CLI::App& app, Context& context);
 void AddRunCommand(CLI::App& app, Context& context);
+void AddCheckCommand(CLI::App& app, Context& context);
+void AddPlanCommand(CLI::App& app, Context& context);
+void AddStatusCommand(CLI::App& app, Context& context);
+void AddLogCommand(CLI::App& app, Context& context);
 
 // Forwards a small mailbox between two servers on loopback and shows it. Returns the exit code.
 int Demo();

@@ -24,6 +24,10 @@ int main(int argc, char** argv) {
     AddTreeCommands(app, context);
     AddScheduleCommands(app, context);
     AddRunCommand(app, context);
+    AddCheckCommand(app, context);
+    AddPlanCommand(app, context);
+    AddStatusCommand(app, context);
+    AddLogCommand(app, context);
     app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.")
         ->callback([&context] { context.command = Demo; });
 

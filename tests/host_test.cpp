@@ -21,6 +21,7 @@
 #include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
+#include "tests/host_program.h"
 
 namespace tarvex::testing {
 namespace {
@@ -38,66 +39,6 @@ constexpr int kNoRoot = 2;
 constexpr int kBadUsage = 64;
 constexpr int kBroken = 70;
 constexpr int kTerminated = 128 + SIGTERM;
-constexpr const char* kPhone = "phone@example.net";
-
-std::string Unix(std::string text) {
-    std::erase(text, '\r');
-    return text;
-}
-
-// A data tree and the program that runs it.
-class Host {
-public:
-    std::string Root() const { return folder_ / "tree"; }
-
-    // A profile of a new user that is due at every run, with one forwarding address. `adapt` may change what is saved.
-    // Returns its directory.
-    std::string AddProfile(int pop_port, int smtp_port, const std::function<void(CPopProfile&)>& adapt = {}) {
-        CRootPath root;
-        if (!root.SetRootPath(Root())) throw std::runtime_error("no tree");
-        CPopProfile& profile = *root.CreateNewUser("user", "secret", 0)->CreateNewPopProfile("", "me@example.org");
-        profile.setting.popserver = profile.setting.smtpserver = "127.0.0.1";
-        profile.setting.popport = pop_port;
-        profile.setting.smtpport = smtp_port;
-        profile.setting.popuser = "user";
-        profile.setting.poppassword = "secret";
-        profile.setting.apop = 1;
-        profile.setting.timer = 0;
-        profile.CreateNewForwardAddress("phone", kPhone);
-        if (adapt) adapt(profile);
-        profile.SaveSetting();
-        for (const auto& address : profile.forward_addresses) address->SaveSetting();
-        return Native(profile.path);
-    }
-
-    ChildProcess Start(Output output = Output::Pipe, const std::vector<std::string>& more = {}) const {
-        std::vector<std::string> words = {TARVEX_HOST, "run", "--root", Root()};
-        words.insert(words.end(), more.begin(), more.end());
-        return ChildProcess(words, output);
-    }
-
-    // What a run that goes well prints.
-    std::string Run() const {
-        ChildProcess run = Start();
-        run.Wait();
-        EXPECT_EQ(run.ExitCode(), 0);
-        EXPECT_EQ(run.Errors(), "");
-        return run.Printed();
-    }
-
-    static std::string Native(std::string path) {
-        std::ranges::replace(path, '\\', '/');
-        return path;
-    }
-
-private:
-    TempDir folder_;
-};
-
-StoredMail MailNumber(int number) {
-    const std::string id = "mail-" + std::to_string(number);
-    return {id, "From: a@example.org\r\nSubject: " + id + "\r\n\r\ntext\r\n"};
-}
 
 std::string Log(const std::string& profile) { return Unix(ReadFile(profile + "/profile.log")); }
 std::string Uidls(const std::string& profile) { return Unix(ReadFile(profile + "/forwardto0/uidl.def")); }
@@ -111,7 +52,6 @@ TEST(Host, AWrongCommandLineEndsWithAReasonAndCode64) {
                                                   {"--fly"},
                                                   {"run", "--root"},
                                                   {"run", "--fly"},
-                                                  {"run", "--root", folder.String(), "more"},
                                                   {"run", "--root", folder.String(), "--quiet=perhaps"},
                                                   {"demo", "more"}}) {
         std::vector<std::string> command = {TARVEX_HOST};
