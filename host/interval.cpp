@@ -1,14 +1,16 @@
 #include "host/interval.h"
 
+#include "tarvex/tree.h"
+
 namespace tarvex::host {
 
+// The engine alone knows its rule, and tells it by the moment at which a profile is due.
 std::int64_t WaitSeconds(int timer_minutes) {
-    const std::int64_t minutes = timer_minutes % 60;
-    const std::int64_t all_hours = timer_minutes / 60;
-    // Hours modulo 60 and not 24: so the engine waits, on purpose.
-    const std::int64_t days = all_hours > 23 ? all_hours / 24 : 0;
-    const std::int64_t hours = all_hours > 23 ? all_hours % 60 : all_hours;
-    return ((days * 24 + hours) * 60 + minutes) * 60;
+    if (timer_minutes == 0) return 0;
+    CPopProfile profile;
+    profile.setting.timer = timer_minutes;
+    profile.setting.lasttime = 0;
+    return profile.NextDue();
 }
 
 std::string WaitInWords(int timer_minutes) {
