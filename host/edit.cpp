@@ -43,8 +43,10 @@ public:
 
     // Throws Trouble when a value is not allowed, or would not be read back from a file in the directory.
     void SetIn(Record& record, const CString& directory) const {
-        for (const auto& [key, word] : values_) SetValue(record, *key, word);
-        for (const auto& [key, word] : values_) RequireSurvival(record, *key, directory);
+        SetAgainIn(record);
+        std::vector<const Key<Record>*> keys;
+        for (const auto& value : values_) keys.push_back(value.first);
+        RequireSurvival(record, keys, directory);
     }
 
     // Without looking whether the values survive.
@@ -274,7 +276,10 @@ std::string Editor::AddForward() {
         remove(forward);
         throw trouble;
     }
-    return "Added forwarding address " + Shown(forward->path) + " (" + ShowText(forward->setting.address) + ").\n";
+    return "Added forwarding address " + Shown(forward->path) + " (" + ShowText(forward->setting.address) + ").\n" +
+           (request_.uidls.empty() ? ""
+                                   : "It gets only new mail: " + std::to_string(request_.uidls.size()) +
+                                         " in the mailbox count as handled.\n");
 }
 
 std::string Editor::EditSchedule() {

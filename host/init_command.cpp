@@ -55,6 +55,12 @@ int Init(const Context& context, const std::string& given) {
                                   : !given.empty()    ? Absolute(given)
                                   : has_settings      ? NativePath(setting.rootpath)
                                                       : UsualRootDirectory();
+    if (!context.root_option) {
+        MakeDirectories(ConfigurationDirectory());
+        if (!has_settings) setting.allowcreatenewuser = 1;
+        SetValue(setting, KeyNamed<CAppSetting>("rootpath"), directory);
+        RequireSurvival<CAppSetting>(setting, {&KeyNamed<CAppSetting>("rootpath")}, ConfigurationDirectory());
+    }
     std::error_code ignored;
     const bool was_there = fs::is_directory(directory, ignored);
     MakeDirectories(directory);
@@ -63,10 +69,6 @@ int Init(const Context& context, const std::string& given) {
     std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
     if (context.root_option) return kDone;
 
-    MakeDirectories(ConfigurationDirectory());
-    if (!has_settings) setting.allowcreatenewuser = 1;
-    SetValue(setting, KeyNamed<CAppSetting>("rootpath"), directory);
-    RequireSurvival(setting, KeyNamed<CAppSetting>("rootpath"), ConfigurationDirectory());
     SaveSettings(setting);
     std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory()) << "/appset.def.\n";
     if (root.users.empty()) std::cout << "Next: tarvex user add NAME\n";
@@ -91,12 +93,13 @@ int SetAppSettings(const KeyOptions& keys) {
     MakeDirectories(ConfigurationDirectory());
     CAppSetting setting;
     setting.Load(ConfigurationDirectory());
+    std::vector<const Key<CAppSetting>*> set;
     for (const std::string& word : given.words) {
         const std::size_t equals = word.find('=');
-        const Key<CAppSetting>& key = KeyNamed<CAppSetting>(word.substr(0, equals));
-        SetValue(setting, key, word.substr(equals + 1));
-        RequireSurvival(setting, key, ConfigurationDirectory());
+        set.push_back(&KeyNamed<CAppSetting>(word.substr(0, equals)));
+        SetValue(setting, *set.back(), word.substr(equals + 1));
     }
+    RequireSurvival(setting, set, ConfigurationDirectory());
     SaveSettings(setting);
     return ShowAppSettings(false);
 }

@@ -55,8 +55,9 @@ void KeyOptions::AddPassword(CLI::App& app, const KeyInfo& key) {
         app.add_option(name + "-file", password.file, HelpText("The same, the first line of a file"))
             ->type_name("FILE")
             ->group(key.group);
-    ask->excludes(input)->excludes(file);
-    input->excludes(file);
+    ask->excludes(input)->excludes(file)->option_text(" ");
+    input->excludes(file)->option_text(" ");
+    file->option_text("FILE");
 }
 
 bool KeyOptions::GivesPassword(const std::string& key) const {

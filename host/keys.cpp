@@ -235,6 +235,15 @@ std::string ShortMoment(CTime moment, const char* format) {
     return text.data();
 }
 
+Trouble NoSurvivor(const KeyInfo& key, const std::string& stored, const std::string& read) {
+    const std::string name = key.name;
+    if (key.type == KeyType::Password)
+        return {kBadData, name + ": its last byte would be lost; choose another password"};
+    return {kBadData, name + " cannot be \"" + stored + "\": it would be read back as \"" + read +
+                          "\". In the settings files a value cannot begin with \";\" or \"//\", begin or end with a "
+                          "blank, hold \"[\" and \"]\", or be empty where there is a default"};
+}
+
 // Removed with what it holds.
 class ScratchFolder {
 public:
@@ -345,22 +354,16 @@ nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key) {
 }
 
 template <class Record>
-void RequireSurvival(const Record& record, const Key<Record>& key, const CString& directory) {
+void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>& keys, const CString& directory) {
     const ScratchFolder folder(directory);
     Record read;
     if (!record.Save(folder.Path()) || !read.Load(folder.Path())) {
         throw Trouble(kCannotWrite, "cannot write in \"" + ShowPath(directory) + '"');
     }
-    const auto same = [&](auto field) { return record.*field == read.*field; };
-    if (std::visit(same, key.field)) return;
-    const bool is_text = key.type != KeyType::Password && std::holds_alternative<CString Record::*>(key.field);
-    throw Trouble(
-        kBadData,
-        std::string(key.name) + (is_text ? " \"" + ShowValue(record, key) + '"' : std::string()) +
-            " cannot be stored: " +
-            (is_text ? "it would be read back as \"" + ShowValue(read, key) + "\" (in the settings files " : "(") +
-            "a value cannot begin with \";\" or \"//\", begin or end with a blank, hold both \"[\" and \"]\", or "
-            "be empty where another value stands by default)");
+    for (const Key<Record>* const key : keys) {
+        const auto same = [&](auto field) { return record.*field == read.*field; };
+        if (!std::visit(same, key->field)) throw NoSurvivor(*key, ShowValue(record, *key), ShowValue(read, *key));
+    }
 }
 
 CTime ParseMoment(std::string_view text) {
@@ -374,7 +377,8 @@ CTime ParseMoment(std::string_view text) {
     std::snprintf(normal.data(), normal.size(), "%04d-%02d-%02d %02d:%02d", year, month, day, hour, minute);
     // A date that the clock turns into another one (30 February) is none.
     const CTime moment = GetCTime(commas.data());
-    if (count != 5 || used != static_cast<int>(word.size()) || ShowMoment(moment) != normal.data()) {
+    if (count != 5 || word.rfind(':') + 3 != word.size() || used != static_cast<int>(word.size()) ||
+        ShowMoment(moment) != normal.data()) {
         throw Trouble(kBadUsage, '"' + ShowText(text, "UTF-8") +
                                      "\" is not a moment; write now, never or a time like 2026-12-24 18:00");
     }
@@ -387,21 +391,23 @@ template const Key<CAppSetting>& KeyNamed(std::string_view);
 template void SetValue(CAppSetting&, const Key<CAppSetting>&, std::string_view);
 template std::string ShowValue(const CAppSetting&, const Key<CAppSetting>&);
 template nlohmann::ordered_json JsonValue(const CAppSetting&, const Key<CAppSetting>&);
-template void RequireSurvival(const CAppSetting&, const Key<CAppSetting>&, const CString&);
+template void RequireSurvival(const CAppSetting&, const std::vector<const Key<CAppSetting>*>&, const CString&);
 template const Key<CUserSetting>& KeyNamed(std::string_view);
 template void SetValue(CUserSetting&, const Key<CUserSetting>&, std::string_view);
 template std::string ShowValue(const CUserSetting&, const Key<CUserSetting>&);
 template nlohmann::ordered_json JsonValue(const CUserSetting&, const Key<CUserSetting>&);
-template void RequireSurvival(const CUserSetting&, const Key<CUserSetting>&, const CString&);
+template void RequireSurvival(const CUserSetting&, const std::vector<const Key<CUserSetting>*>&, const CString&);
 template const Key<CPopProfileSetting>& KeyNamed(std::string_view);
 template void SetValue(CPopProfileSetting&, const Key<CPopProfileSetting>&, std::string_view);
 template std::string ShowValue(const CPopProfileSetting&, const Key<CPopProfileSetting>&);
 template nlohmann::ordered_json JsonValue(const CPopProfileSetting&, const Key<CPopProfileSetting>&);
-template void RequireSurvival(const CPopProfileSetting&, const Key<CPopProfileSetting>&, const CString&);
+template void RequireSurvival(const CPopProfileSetting&, const std::vector<const Key<CPopProfileSetting>*>&,
+                              const CString&);
 template const Key<CForwardAddressSetting>& KeyNamed(std::string_view);
 template void SetValue(CForwardAddressSetting&, const Key<CForwardAddressSetting>&, std::string_view);
 template std::string ShowValue(const CForwardAddressSetting&, const Key<CForwardAddressSetting>&);
 template nlohmann::ordered_json JsonValue(const CForwardAddressSetting&, const Key<CForwardAddressSetting>&);
-template void RequireSurvival(const CForwardAddressSetting&, const Key<CForwardAddressSetting>&, const CString&);
+template void RequireSurvival(const CForwardAddressSetting&, const std::vector<const Key<CForwardAddressSetting>*>&,
+                              const CString&);
 
 }  // namespace tarvex::host

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "tarvex/settings.h"
 
@@ -73,10 +74,10 @@ std::string ShowValue(const Record& record, const Key<Record>& key);
 template <class Record>
 nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key);
 
-// Throws Trouble when the key's value would be read back as another one: saves the record in a folder of its own below
-// the directory, and loads it.
+// Throws Trouble when the value of one of the keys would be read back as another one: saves the record in a folder of
+// its own below the directory, and loads it.
 template <class Record>
-void RequireSurvival(const Record& record, const Key<Record>& key, const CString& directory);
+void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>& keys, const CString& directory);
 
 // The moment that a text means (see KeyType::Moment), to the minute. Throws Trouble when it is none.
 CTime ParseMoment(std::string_view text);

@@ -1,24 +1,61 @@
 // The command `tarvex`.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
 
 #include "host/commands.h"
+#include "host/display.h"
+#include "host/key_options.h"
+#include "host/tree_root.h"
 #include "host/trouble.h"
+
+namespace {
+
+// The groups of options with one empty line between them, where the library leaves two.
+class HelpFormatter : public CLI::Formatter {
+public:
+    HelpFormatter() { column_width(kNameColumns); }
+
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
+        std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
+        for (std::size_t gap = 0; (gap = help.find("\n\n\n", gap)) != std::string::npos;) help.erase(gap, 1);
+        return help;
+    }
+
+private:
+    static constexpr std::size_t kNameColumns = 30;
+};
+
+// Whether somebody tried: then what could not be understood is not repeated.
+bool HasPasswordOnCommandLine(int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [](std::string_view word) {
+        return word == "--password" || word == "--smtp-password" || word.starts_with("--password=") ||
+               word.starts_with("--smtp-password=");
+    });
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     using namespace tarvex::host;
 
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");
     app.set_version_flag("--version", "tarvex " TARVEX_VERSION);
+    app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(1);
     app.fallthrough();  // --root may stand behind the command as well
 
     Context context;
     app.add_option("--root", context.root_option,
-                   "Root directory of the data tree, in place of the one that appset.def names")
+                   HelpText("Root directory of the data tree, in place of the one that appset.def in " +
+                            ShowPath(ConfigurationDirectory()) + " names"))
         ->type_name("DIR");
     AddInitCommands(app, context);
     AddTreeCommands(app, context);
@@ -37,6 +74,11 @@ int main(int argc, char** argv) {
         if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
         return code;
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(argc, argv)) {
+            std::cerr << "tarvex: --password takes no value: a password is asked for on the terminal, or comes from "
+                         "--password-stdin or --password-file, never from the command line. See --help.\n";
+            return kBadUsage;
+        }
         return app.exit(error) == 0 ? kDone : kBadUsage;
     } catch (const Trouble& trouble) {
         std::cerr << "tarvex: " << trouble.what() << '\n';

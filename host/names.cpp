@@ -153,7 +153,8 @@ std::string Listed(const std::vector<Candidate>& candidates, const std::vector<s
     return text;
 }
 
-std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view given, const std::string& kind) {
+std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view given, const std::string& kind,
+                   const std::string& command) {
     std::string name(given);
     while (name.size() > 1 && name.ends_with('/')) name.pop_back();
     const std::string quoted = '"' + ShowText(name, "UTF-8") + '"';
@@ -164,8 +165,8 @@ std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view gi
                       quoted + " is the name of more than one " + kind + "; say which:" + Listed(candidates, found));
     }
     if (candidates.empty()) {
-        throw Trouble(kNotFound,
-                      "there is no " + kind + " " + quoted + ", and no other; add one with `tarvex " + kind + " add`");
+        throw Trouble(kNotFound, "there is no " + kind + " " + quoted + ", and no other one; `tarvex " + command +
+                                     " add` adds one");
     }
     std::vector<std::size_t> all(candidates.size());
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
@@ -204,7 +205,7 @@ CUser& FindUser(const CRootPath& root, std::string_view name) {
     for (const CUser* const user : users) {
         candidates.push_back({{LevelOf(*user)}, ShownName(root, user->path), ShowText(user->setting.loginname)});
     }
-    return *users[Choose(candidates, name, "user")];
+    return *users[Choose(candidates, name, "user", "user")];
 }
 
 NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
@@ -215,7 +216,7 @@ NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
                               ShownName(root, profile->path),
                               Remark(ShowText(profile->setting.nickname), ShowText(profile->setting.address))});
     }
-    return profiles[Choose(candidates, name, "profile")];
+    return profiles[Choose(candidates, name, "profile", "profile")];
 }
 
 NamedForward FindForward(const CRootPath& root, std::string_view name) {
@@ -226,7 +227,7 @@ NamedForward FindForward(const CRootPath& root, std::string_view name) {
                               ShownName(root, forward->path),
                               Remark(ShowText(forward->setting.nickname), ShowText(forward->setting.address))});
     }
-    return forwards[Choose(candidates, name, "forward")];
+    return forwards[Choose(candidates, name, "forwarding address", "forward")];
 }
 
 std::string ShownName(const CRootPath& root, const CString& path) {

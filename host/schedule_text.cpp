@@ -189,13 +189,14 @@ std::string ShortDay(const std::string& name) { return Lower(name).substr(0, 3);
 // ---- words
 
 std::string DescribeDaily(int start, int end) {
+    if (start == end || end - start == kDayMinutes) return "always";
     if (start < end) return "every day from " + Clock(start) + " to " + Clock(end);
-    if (start == end) return "always";
     if (end == 0) return "every day from " + Clock(start) + " to midnight";
     return "every day from " + Clock(start) + " over midnight to " + Clock(end);
 }
 
 std::string DescribeWeekday(int kind, int start, int end) {
+    if (end - start == kDayMinutes) return "every " + DayName(kind) + ", all day";
     const std::string every = "every " + DayName(kind) + " from " + Clock(start);
     if (start < end) return every + " to " + Clock(end);
     if (end == 0) return every + " to midnight";

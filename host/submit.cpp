@@ -13,7 +13,7 @@
 namespace tarvex::host {
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{5000};  // with other edits; a run or a service keeps the lock for longer
+constexpr std::chrono::milliseconds kPatience{2000};  // with other edits; a run or a service keeps the lock for longer
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/commands.h"
 #include "host/display.h"
@@ -17,6 +18,7 @@
 #include "host/submit.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
+#include "tarvex/probe.h"
 
 namespace tarvex::host {
 namespace {
@@ -26,6 +28,7 @@ struct Given {
     std::string name;   // of what the command is about
     std::string first;  // the value of an `add`: a login name, an address
     KeyOptions keys;
+    bool new_mail_only = false;
     bool yes = false;
     bool json = false;
 
@@ -125,9 +128,35 @@ int AddProfile(const Context& context, const Given& given) {
     return code;
 }
 
+// The ids of everything that is in the mailbox.
+std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting) {
+    CMailboxListing listing;
+    const std::string server = ShowText(setting.popserver);
+    if (!ListMailbox(setting, &listing)) {
+        const CProbeStep* const failed = listing.steps.empty() ? nullptr : &listing.steps.back();
+        throw Trouble(kUnavailable,
+                      "cannot list the mailbox at " + server +
+                          (failed ? std::string(" (") + ProbeStepName(failed->kind) + "): " + ShowText(failed->text)
+                                  : ": not enough memory") +
+                          "; nothing was added");
+    }
+    std::vector<std::string> ids;
+    for (const CListedMail& mail : listing.mails) ids.push_back(mail.uidl);
+    if (!listing.has_uidls && !ids.empty()) {
+        throw Trouble(kUnavailable,
+                      server + " has no unique ids (UIDL), so old mail cannot be told from new; nothing was added");
+    }
+    return ids;
+}
+
 int AddForward(const Context& context, const Given& given) {
     EditRequest request{{"forward", "add", given.name, "address=" + given.first}, {}, {}};
     given.keys.Fill(request);
+    if (given.new_mail_only) {
+        CRootPath root;
+        ReadTree(context, root);
+        request.uidls = IdsOnServer(FindProfile(root, given.name).profile->setting);
+    }
     return Submit(context, request);
 }
 
@@ -237,6 +266,10 @@ void AddForwardCommands(CLI::App& app, Context& context) {
         AddCommand(*group, context, "add", "Add a forwarding address to a profile.", AddForward, command);
     AddName(*command, *given, "PROFILE", "Whose mail it gets: path (user0/from0), nickname or address of the profile");
     command->add_option("ADDRESS", given->first, "Where to send")->required()->option_text(" ");
+    command->add_flag(
+        "--new-mail-only", given->new_mail_only,
+        HelpText("What is in the mailbox now counts as handled: the address gets only what comes from now "
+                 "on. Without it the first run sends it everything"));
     given->keys.AddTo<CForwardAddressSetting>(*command, {"address"});
     AddCommonCommands<CForwardAddressSetting>(
         *group, context, {"forward", "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},

@@ -114,15 +114,21 @@ timespec TimeUntil(Clock::time_point moment) {
 
 }  // namespace
 
-ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables) {
-    const Descriptor input = OpenFile("/dev/null", O_RDONLY);
+ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables,
+                           const std::string& input) {
+    Ends in = OpenPipe();
+    const bool has_input = write(in.theirs.Get(), input.data(), input.size()) == static_cast<ssize_t>(input.size());
+    if (!has_input) throw Failure("pipe");
+    close(in.theirs.Release());
     const Descriptor full = OpenFile("/dev/full", O_WRONLY);
-    Ends out = output == Output::Terminal ? OpenTerminal() : OpenPipe();
+    const bool on_terminal = output == Output::Terminal || output == Output::Dialogue;
+    Ends out = on_terminal ? OpenTerminal() : OpenPipe();
     Ends err = OpenPipe();
     const int their_output = output == Output::Full ? full.Get() : out.theirs.Get();
-    const int their_errors = output == Output::Terminal ? their_output : err.theirs.Get();
+    const int their_errors = on_terminal ? their_output : err.theirs.Get();
+    const int their_input = output == Output::Dialogue ? their_output : in.ours.Get();
     if (output == Output::Closed) close(out.ours.Release());
-    pid_ = Spawn(std::move(words), std::move(variables), input.Get(), their_output, their_errors);
+    pid_ = Spawn(std::move(words), std::move(variables), their_input, their_output, their_errors);
     output_.descriptor = out.ours.Release();
     errors_.descriptor = err.ours.Release();
 }
@@ -133,19 +139,38 @@ void ChildProcess::Signal(int signal) const {
     if (!ended_) kill(pid_, signal);  // not waited for yet, so the number is still its own
 }
 
+bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time) {
+    const auto deadline = Clock::now() + time;
+    while (output_.text.find(text) == std::string::npos) {
+        if (output_.descriptor < 0 || !ReadBefore(deadline)) return false;
+    }
+    return true;
+}
+
+void ChildProcess::Type(const std::string& text) const {
+    if (write(output_.descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        throw Failure("typing");
+}
+
 // A program that ends closes its streams, however it ends.
 bool ChildProcess::WaitFor(std::chrono::nanoseconds time) {
     const auto deadline = Clock::now() + time;
     while (output_.descriptor >= 0 || errors_.descriptor >= 0) {
-        std::array<pollfd, 2> streams{pollfd{output_.descriptor, POLLIN, 0}, pollfd{errors_.descriptor, POLLIN, 0}};
-        const timespec left = TimeUntil(deadline);
-        const int count = ppoll(streams.data(), streams.size(), &left, nullptr);
-        if (count < 0 && errno != EINTR) throw Failure("waiting for a program");
-        if (count == 0) return false;
-        if (count > 0 && streams[0].revents != 0) Read(output_);
-        if (count > 0 && streams[1].revents != 0) Read(errors_);
+        if (!ReadBefore(deadline)) return false;
     }
     Reap();
+    return true;
+}
+
+// Reads what there is, or waits for it; false when nothing comes in time.
+bool ChildProcess::ReadBefore(Clock::time_point deadline) {
+    std::array<pollfd, 2> streams{pollfd{output_.descriptor, POLLIN, 0}, pollfd{errors_.descriptor, POLLIN, 0}};
+    const timespec left = TimeUntil(deadline);
+    const int count = ppoll(streams.data(), streams.size(), &left, nullptr);
+    if (count < 0 && errno != EINTR) throw Failure("waiting for a program");
+    if (count == 0) return false;
+    if (count > 0 && streams[0].revents != 0) Read(output_);
+    if (count > 0 && streams[1].revents != 0) Read(errors_);
     return true;
 }
 

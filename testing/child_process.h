@@ -10,25 +10,32 @@
 
 namespace tarvex::testing {
 
-// Standard input is empty. What the program prints is read by the operations that wait.
+// Standard input is empty unless it is given. What the program prints is read by the operations that wait.
 class ChildProcess {
 public:
     enum class Output {
         Pipe,      // a pipe each for output and errors
         Terminal,  // one terminal for both; a line end is CR LF there
+        Dialogue,  // one terminal for both and for the input: see Type
         Full,      // output to a device that is full
         Closed,    // output to a pipe that nobody reads
     };
 
     // The program by its path and its arguments; the variables ("NAME=value") stand before those of this process.
-    // Throws std::system_error when it cannot be started.
+    // Throws std::system_error when it cannot be started. The input, at most 64 KiB, is what it can read.
     explicit ChildProcess(std::vector<std::string> words, Output output = Output::Pipe,
-                          std::vector<std::string> variables = {});
+                          std::vector<std::string> variables = {}, const std::string& input = {});
     ~ChildProcess();  // kills it when it still runs
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     void Signal(int signal) const;  // nothing happens when it has ended
+
+    // Waits until it has printed the text; false when that does not come in time, or it ends before.
+    bool WaitForOutput(const std::string& text, std::chrono::nanoseconds time);
+
+    // Types on its terminal.
+    void Type(const std::string& text) const;
 
     // Waits for its end; false when that does not come in time.
     bool WaitFor(std::chrono::nanoseconds time);
@@ -51,6 +58,7 @@ private:
         std::string text;
     };
 
+    bool ReadBefore(std::chrono::steady_clock::time_point deadline);
     static void Read(Stream& stream);
     static void Close(Stream& stream);
     void Reap();
