@@ -109,11 +109,11 @@ int SetAppSettings(const KeyOptions& keys) {
 void AddInitCommands(CLI::App& app, Context& context) {
     CLI::App* const init = app.add_subcommand("init", "Make a data tree, and remember where it is.");
     auto directory = std::make_shared<std::string>();
-    init->add_option(
-            "DIR", *directory,
-            HelpText("Where; remembered in appset.def for all later commands. Without it the tree that appset.def "
+    init->add_option("DIR", *directory,
+                     "Where; remembered in appset.def for all later commands. Without it the tree that appset.def "
                      "names, else " +
-                     ShowPath(UsualRootDirectory()) + ". With --root in its place the tree is made and not remembered"))
+                         ShowPath(UsualRootDirectory()) +
+                         ". With --root in its place the tree is made and not remembered")
         ->option_text(" ");
     init->callback(
         [&context, directory] { context.command = [&context, directory] { return Init(context, *directory); }; });

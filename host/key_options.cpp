@@ -3,22 +3,19 @@
 #include <algorithm>
 
 #include "host/secret.h"
-#include "host/table.h"
 #include "host/trouble.h"
 
 namespace tarvex::host {
 namespace {
 
-constexpr std::size_t kHelpColumns = 66;
-
 // "Minutes between two runs (0 to 600; default 10)"
 template <class Record>
 std::string Description(const Key<Record>& key) {
-    std::string text = key.meaning;
-    if (key.type != KeyType::Number && key.type != KeyType::Moment) return HelpText(text);
-    text += " (" + AllowedValues(key);
-    if (key.type == KeyType::Number) text += "; default " + ShowValue(Record(), key);
-    return HelpText(text + ")");
+    const std::string meaning = key.meaning;
+    if (key.type != KeyType::Number) return meaning;
+    const std::string usual = "default " + ShowValue(Record(), key) + ')';
+    const bool is_flag = AllowedValues(key) == "on or off";  // its placeholder says so
+    return meaning + (is_flag ? " (" : " (" + AllowedValues(key) + "; ") + usual;
 }
 
 // "--password" for the one password that most records have.
@@ -46,15 +43,14 @@ void KeyOptions::AddPassword(CLI::App& app, const KeyInfo& key) {
     Password& password = passwords_[key.name];
     const std::string name = OptionName(key);
     CLI::Option* const ask =
-        app.add_flag(name, password.ask, HelpText(std::string(key.meaning) + ", asked for on the terminal"))
+        app.add_flag(name, password.ask, std::string(key.meaning) + ". It is asked for on the terminal")
             ->group(key.group);
     CLI::Option* const input =
-        app.add_flag(name + "-stdin", password.from_input, HelpText("The same, the next line of standard input"))
+        app.add_flag(name + "-stdin", password.from_input, "The same, the next line of standard input")
             ->group(key.group);
-    CLI::Option* const file =
-        app.add_option(name + "-file", password.file, HelpText("The same, the first line of a file"))
-            ->type_name("FILE")
-            ->group(key.group);
+    CLI::Option* const file = app.add_option(name + "-file", password.file, "The same, the first line of a file")
+                                  ->type_name("FILE")
+                                  ->group(key.group);
     ask->excludes(input)->excludes(file)->option_text(" ");
     input->excludes(file)->option_text(" ");
     file->option_text("FILE");
@@ -80,8 +76,6 @@ void KeyOptions::Fill(EditRequest& request) const {
         if (!password.file.empty()) request.secrets[key] = SecretFromFile(password.file);
     }
 }
-
-std::string HelpText(std::string_view text) { return Wrapped(text, kHelpColumns); }
 
 template void KeyOptions::AddTo<CAppSetting>(CLI::App&, const std::vector<std::string_view>&);
 template void KeyOptions::AddTo<CUserSetting>(CLI::App&, const std::vector<std::string_view>&);

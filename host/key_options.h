@@ -41,7 +41,4 @@ private:
     std::map<std::string, Password> passwords_;
 };
 
-// The text in lines that fit into the right column of the help.
-std::string HelpText(std::string_view text);
-
 }  // namespace tarvex::host

@@ -62,7 +62,7 @@ using U = CUserSetting;
 constexpr std::array kUserKeys = {
     Text("loginname", "User", "NAME", KeyType::Login, &U::loginname, "Login name"),
     Text("password", "User", "", KeyType::Password, &U::password,
-         "Password of the user, for programs that let users log in; tarvex itself asks nobody"),
+         "Password of the user, for programs that let users log in"),
     Flag("administrator", "User", &U::administrator, "Administrator rights, for such programs"),
     Flag("status", "User", &U::status,
          "State of the user, for such programs; the mail of a user is forwarded either way"),

@@ -5,6 +5,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -12,25 +13,39 @@
 
 #include "host/commands.h"
 #include "host/display.h"
-#include "host/key_options.h"
+#include "host/table.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
 
+namespace tarvex::host {
 namespace {
 
-// The groups of options with one empty line between them, where the library leaves two.
+// Help for a terminal of 80 columns.
 class HelpFormatter : public CLI::Formatter {
 public:
     HelpFormatter() { column_width(kNameColumns); }
 
+    // The groups of options with one empty line between them, where the library leaves two.
     std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
         std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
         for (std::size_t gap = 0; (gap = help.find("\n\n\n", gap)) != std::string::npos;) help.erase(gap, 1);
         return help;
     }
 
+    std::string make_option_desc(const CLI::Option* option) const override {
+        return Wrapped(option->get_description(), kTextColumns);
+    }
+
+    std::string make_subcommand(const CLI::App* command) const override {
+        std::ostringstream out;
+        CLI::detail::format_help(out, command->get_name(), Wrapped(command->get_description(), kTextColumns),
+                                 kNameColumns);
+        return out.str();
+    }
+
 private:
     static constexpr std::size_t kNameColumns = 30;
+    static constexpr std::size_t kTextColumns = 50;
 };
 
 // Whether somebody tried: then what could not be understood is not repeated.
@@ -42,6 +57,7 @@ bool HasPasswordOnCommandLine(int argc, char** argv) {
 }
 
 }  // namespace
+}  // namespace tarvex::host
 
 int main(int argc, char** argv) {
     using namespace tarvex::host;
@@ -54,8 +70,8 @@ int main(int argc, char** argv) {
 
     Context context;
     app.add_option("--root", context.root_option,
-                   HelpText("Root directory of the data tree, in place of the one that appset.def in " +
-                            ShowPath(ConfigurationDirectory()) + " names"))
+                   "Root directory of the data tree, in place of the one that appset.def in " +
+                       ShowPath(ConfigurationDirectory()) + " names")
         ->type_name("DIR");
     AddInitCommands(app, context);
     AddTreeCommands(app, context);

@@ -38,15 +38,15 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
     auto given = std::make_shared<Given>();
     const auto add = [&](const char* name, const char* help) {
         CLI::App* const command = group->add_subcommand(name, help);
-        command->add_option("FORWARD", given->forward, HelpText(kForwardHelp))->required()->option_text(" ");
+        command->add_option("FORWARD", given->forward, kForwardHelp)->required()->option_text(" ");
         return command;
     };
 
     CLI::App* const add_term = add("add", "Add a term, and say what it will do.");
     add_term
         ->add_option("TERM", given->words,
-                     HelpText("Days and times: mon-fri 9:00-17:30, sat,sun 10:00-12:00, daily 22:00-6:00, sunday; or a "
-                              "period: 2026-12-24 18:00 .. 2026-12-26 9:00"))
+                     "Days and times: mon-fri 9:00-17:30, sat,sun 10:00-12:00, daily 22:00-6:00, sunday; or a "
+                     "period: 2026-12-24 18:00 .. 2026-12-26 9:00")
         ->required()
         ->option_text(" ");
     add_term->callback([&context, given] {
@@ -67,7 +67,7 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
     });
 
     CLI::App* const remove = add("remove", "Remove a term.");
-    remove->add_option("NUMBER", given->words, HelpText("Its number in the list, or all"))
+    remove->add_option("NUMBER", given->words, "Its number in the list, or all")
         ->required()
         ->expected(1)
         ->option_text(" ");

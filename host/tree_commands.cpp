@@ -48,7 +48,7 @@ std::shared_ptr<Given> AddCommand(CLI::App& parent, Context& context, const std:
 }
 
 void AddName(CLI::App& command, Given& given, const char* placeholder, const char* help) {
-    command.add_option(placeholder, given.name, HelpText(help))->required()->option_text(" ");
+    command.add_option(placeholder, given.name, help)->required()->option_text(" ");
 }
 
 // ---- the commands
@@ -198,9 +198,7 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
         command);
     command->add_flag("--json", given->json, kAsJson);
     if (kind.parent_placeholder) {
-        command
-            ->add_option(kind.parent_placeholder, given->name,
-                         HelpText(std::string("Only those of one. ") + kind.parent_help))
+        command->add_option(kind.parent_placeholder, given->name, std::string("Only those of one. ") + kind.parent_help)
             ->option_text(" ");
     }
 
@@ -266,10 +264,9 @@ void AddForwardCommands(CLI::App& app, Context& context) {
         AddCommand(*group, context, "add", "Add a forwarding address to a profile.", AddForward, command);
     AddName(*command, *given, "PROFILE", "Whose mail it gets: path (user0/from0), nickname or address of the profile");
     command->add_option("ADDRESS", given->first, "Where to send")->required()->option_text(" ");
-    command->add_flag(
-        "--new-mail-only", given->new_mail_only,
-        HelpText("What is in the mailbox now counts as handled: the address gets only what comes from now "
-                 "on. Without it the first run sends it everything"));
+    command->add_flag("--new-mail-only", given->new_mail_only,
+                      "What is in the mailbox now counts as handled: the address gets only what comes from now "
+                      "on. Without it the first run sends it everything");
     given->keys.AddTo<CForwardAddressSetting>(*command, {"address"});
     AddCommonCommands<CForwardAddressSetting>(
         *group, context, {"forward", "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},
