@@ -92,6 +92,20 @@ TEST(HostCheck, AFailedStepComesWithAdviceAndCode69) {
     EXPECT_THAT(printed, Not(HasSubstr("secret")));
 }
 
+TEST(HostCheck, OneServerThatFailsIsEnough) {
+    MailboxServer mailbox("user", "secret");
+    MailboxServer closed_mailbox("user", "other password");
+    SinkServer sink;
+    Host host;
+    host.AddProfile(closed_mailbox.Port(), sink.Port());
+    host.AddProfile(mailbox.Port(), UnusedPort());
+    host.AddProfile(mailbox.Port(), sink.Port());
+    host.Tell({"check", "user0/from0"}, kUnavailable);
+    host.Tell({"check", "user1/from0"}, kUnavailable);
+    host.Tell({"check", "user2/from0"});
+    host.Tell({"check"}, kUnavailable);
+}
+
 TEST(HostCheck, SaysWhatIsStrangeThoughNothingFailed) {
     MailboxServer mailbox("user", "secret");
     SinkServer sink;
@@ -277,7 +291,7 @@ TEST(HostLog, FollowsALogThatRunsReplaceAndShorten) {
     SinkServer sink;
     Host host;
     const std::string profile = host.AddProfile(mailbox.Port(), sink.Port(), [](CPopProfile& changed) {
-        changed.setting.logsize = 30;  // more than one run, less than two
+        changed.setting.logsize = 40;  // more than one run, less than two
     });
     ChildProcess log = host.StartCommand({"log", "from0", "--follow"});  // before there is one
     std::string expected;
@@ -288,6 +302,8 @@ TEST(HostLog, FollowsALogThatRunsReplaceAndShorten) {
         WaitUntilPrinted(log, expected);
     }
     EXPECT_EQ(log.Printed(), expected);
+    EXPECT_THAT(Unix(ReadFile(profile + "/profile.log")), AllOf(HasSubstr("\nmail-3 received\n"), Not(StartsWith("\n")),
+                                                                ContainsRegex("---- End (.|\n)+---- End ")));
     log.Signal(SIGINT);
     log.Wait();
     EXPECT_EQ(log.ExitCode(), 128 + SIGINT);
