@@ -12,6 +12,7 @@
 #include "host/choice.h"
 #include "host/commands.h"
 #include "host/display.h"
+#include "host/json.h"
 #include "host/table.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
@@ -45,73 +46,125 @@ void PrintStep(const CProbeStep& step, const std::string& remark) {
     std::cout << "    " << line << '\n';
 }
 
-// True when no step failed.
-bool PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
+// A server that is rude at the end has done what it should.
+bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && step.kind != PROBE_QUIT; }
+
+void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
                 const std::string& list_remark) {
-    bool good = !steps.empty();
     for (const CProbeStep& step : steps) {
         PrintStep(step, step.kind == PROBE_LIST ? list_remark : "");
-        if (step.failure == PROBE_SUCCESS) continue;
-        // A server that is rude at the end has done what it should.
-        if (step.kind == PROBE_QUIT) continue;
-        good = false;
-        std::cout << Paragraph(Advice(step, protocol, setting), 6);
+        if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting), 6);
     }
-    return good;
 }
 
-std::string InMailbox(const CMailboxListing& listing) {
+std::int64_t BytesIn(const CMailboxListing& listing) {
     const auto add = [](std::int64_t sum, const CListedMail& mail) {
         return sum + std::max<std::int64_t>(mail.size_bytes, 0);
     };
-    const std::int64_t bytes = std::accumulate(listing.mails.begin(), listing.mails.end(), std::int64_t{0}, add);
-    const std::string size = listing.mails.empty() ? "" : ", " + ShowBytes(bytes);
+    return std::accumulate(listing.mails.begin(), listing.mails.end(), std::int64_t{0}, add);
+}
+
+std::string InMailbox(const CMailboxListing& listing) {
+    const std::string size = listing.mails.empty() ? "" : ", " + ShowBytes(BytesIn(listing));
     return ShowCount(static_cast<std::int64_t>(listing.mails.size()), "message") + size;
 }
 
-bool CheckPop(const CPopProfileSetting& setting) {
-    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << '\n' << std::flush;
+struct PopAnswer {
     CMailboxListing listing;
-    const bool listed = ListMailbox(setting, &listing) != 0;
-    const bool good = PrintSteps(listing.steps, Protocol::Pop, setting, listed ? InMailbox(listing) : "");
-    if (listed && listing.has_uidls == 0) {
-        std::cout << Paragraph("Note: the server has no unique ids (UIDL), so messages cannot be told apart.", 6);
-    }
-    return listed && good;
+    bool good = false;
+};
+struct SmtpAnswer {
+    CSmtpTrial trial;
+    bool good = false;
+    bool without_login = false;  // though one is wanted
+};
+
+PopAnswer AskPop(const CPopProfileSetting& setting) {
+    PopAnswer answer;
+    answer.good = ListMailbox(setting, &answer.listing) != 0;
+    return answer;
 }
 
-bool CheckSmtp(const CPopProfileSetting& setting) {
+SmtpAnswer AskSmtp(const CPopProfileSetting& setting) {
+    SmtpAnswer answer;
+    answer.good = TrySmtp(setting, &answer.trial) != 0;
+    answer.without_login = answer.good && setting.smtpauth != 0 && answer.trial.method.empty();
+    return answer;
+}
+
+bool PrintCheck(const CRootPath& root, const CPopProfile& profile) {
+    const CPopProfileSetting& setting = profile.setting;
+    std::cout << ShownName(root, profile.path) << "  " << ShowText(setting.address) << '\n';
+
+    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << '\n' << std::flush;
+    const PopAnswer pop = AskPop(setting);
+    PrintSteps(pop.listing.steps, Protocol::Pop, setting, pop.good ? InMailbox(pop.listing) : "");
+    if (pop.good && pop.listing.has_uidls == 0) {
+        std::cout << Paragraph("Note: the server has no unique ids (UIDL), so messages cannot be told apart.", 6);
+    }
+
     std::cout << "  SMTP, " << Server(setting, Protocol::Smtp) << Security(setting) << '\n' << std::flush;
-    CSmtpTrial trial;
-    const bool ready = TrySmtp(setting, &trial) != 0;
-    const bool good = PrintSteps(trial.steps, Protocol::Smtp, setting, "");
-    if (ready && setting.smtpauth != 0 && trial.method.empty()) {
+    const SmtpAnswer smtp = AskSmtp(setting);
+    PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, "");
+    if (smtp.without_login) {
         std::cout << Paragraph(
             "Note: smtpauth is on, but the server was not asked to authenticate: it offers no method that fits "
             "smtpauth_mode, or was greeted with HELO. Mail goes out without a login.",
             6);
     }
-    return ready && good;
-}
 
-bool CheckProfile(const CRootPath& root, const CPopProfile& profile) {
-    std::cout << ShownName(root, profile.path) << "  " << ShowText(profile.setting.address) << '\n';
-    const bool pop = CheckPop(profile.setting);
-    const bool smtp = CheckSmtp(profile.setting);
-    if (profile.setting.status == 0) std::cout << "  Note: the profile is switched off (status 0).\n";
+    if (setting.status == 0) std::cout << "  Note: the profile is switched off (status 0).\n";
     if (profile.forward_addresses.empty()) std::cout << "  Note: the profile has no forwarding address yet.\n";
-    return pop && smtp;
+    return pop.good && smtp.good;
 }
 
-int Check(const Context& context, const std::vector<std::string>& names) {
+Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting) {
+    Json list = Json::array();
+    for (const CProbeStep& step : steps) {
+        list.push_back({{"step", ProbeStepName(step.kind)},
+                        {"success", step.failure == PROBE_SUCCESS},
+                        {"microseconds", step.microseconds},
+                        {"text", Utf8Text(step.text)},
+                        {"advice", Matters(step) ? Json(Advice(step, protocol, setting)) : Json()}});
+    }
+    return list;
+}
+
+bool AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
+    const CPopProfileSetting& setting = profile.setting;
+    const PopAnswer pop = AskPop(setting);
+    const SmtpAnswer smtp = AskSmtp(setting);
+    list.push_back({{"path", ShownName(root, profile.path)},
+                    {"address", Utf8Text(setting.address)},
+                    {"pop3",
+                     {{"server", Utf8Text(ServerOf(setting, Protocol::Pop))},
+                      {"port", setting.popport},
+                      {"good", pop.good},
+                      {"unique_ids", pop.listing.has_uidls != 0},
+                      {"messages", pop.listing.mails.size()},
+                      {"bytes", BytesIn(pop.listing)},
+                      {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting)}}},
+                    {"smtp",
+                     {{"server", Utf8Text(ServerOf(setting, Protocol::Smtp))},
+                      {"port", setting.smtpport},
+                      {"good", smtp.good},
+                      {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
+                      {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting)}}}});
+    return pop.good && smtp.good;
+}
+
+int Check(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
     OpenTree(root, RootDirectory(context));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
     if (chosen.empty()) throw Trouble(kNotFound, "there is no profile to check; add one with `tarvex profile add`");
     bool good = true;
+    Json list = Json::array();
     for (const NamedProfile& named : chosen) {
-        if (!CheckProfile(root, *named.profile)) good = false;
+        const bool one = as_json ? AddCheck(list, root, *named.profile) : PrintCheck(root, *named.profile);
+        good = good && one;
     }
+    if (as_json) PrintJson(list);
     return good ? kDone : kUnavailable;
 }
 
@@ -122,7 +175,11 @@ void AddCheckCommand(CLI::App& app, Context& context) {
         "check", "Log in to the POP3 and SMTP servers of profiles, step by step; nothing is fetched or sent.");
     auto names = std::make_shared<std::vector<std::string>>();
     check->add_option("PROFILE", *names, "Path, nickname or address of a profile; without one, all of them");
-    check->callback([&context, names] { context.command = [&context, names] { return Check(context, *names); }; });
+    auto as_json = std::make_shared<bool>(false);
+    check->add_flag("--json", *as_json, "Print JSON");
+    check->callback([&context, names, as_json] {
+        context.command = [&context, names, as_json] { return Check(context, *names, *as_json); };
+    });
 }
 
 }  // namespace tarvex::host

@@ -1,11 +1,11 @@
 #include "host/listing.h"
 
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "host/display.h"
 #include "host/interval.h"
+#include "host/json.h"
 #include "host/keys.h"
 #include "host/names.h"
 #include "host/schedule_text.h"
@@ -14,11 +14,7 @@
 namespace tarvex::host {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr std::size_t kMeaningColumns = 60;
-
-void Print(const Json& json) { std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n'; }
 
 template <class Record>
 void AddKeys(Json& json, const Record& record) {
@@ -78,7 +74,7 @@ Json JsonOf(const CRootPath& root, const CForwardAddress& forward) {
 
 template <class Object>
 void Show(const CRootPath& root, const Object& object, Form form) {
-    if (form == Form::Json) return Print(JsonOf(root, object));
+    if (form == Form::Json) return PrintJson(JsonOf(root, object));
     std::cout << ShownName(root, object.path) << "\n\n";
     PrintKeys(object.setting);
 }
@@ -112,7 +108,7 @@ void ListUsers(const CRootPath& root, Form form) {
         table.Add({ShownName(root, user->path), ShowText(setting.loginname), OnOff(setting.status),
                    setting.administrator != 0 ? "yes" : "no", std::to_string(user->profiles.size())});
     }
-    form == Form::Json ? Print(json) : table.Print(std::cout);
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
 }
 
 void ListProfiles(const CRootPath& root, const CUser* only, Form form) {
@@ -128,7 +124,7 @@ void ListProfiles(const CRootPath& root, const CUser* only, Form form) {
                    WaitInWords(setting.timer), OnOff(setting.status),
                    std::to_string(profile->forward_addresses.size())});
     }
-    form == Form::Json ? Print(json) : table.Print(std::cout);
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
 }
 
 void ListForwards(const CRootPath& root, const CPopProfile* only, Form form) {
@@ -141,7 +137,7 @@ void ListForwards(const CRootPath& root, const CPopProfile* only, Form form) {
         table.Add({ShownName(root, forward->path), ShowText(setting.nickname), ShowText(setting.address),
                    ShortForm(setting), ShortSchedule(forward->schedule), OnOff(setting.status)});
     }
-    form == Form::Json ? Print(json) : table.Print(std::cout);
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
 }
 
 void ShowUser(const CRootPath& root, std::string_view name, Form form) { Show(root, FindUser(root, name), form); }
@@ -160,7 +156,7 @@ void ShowForward(const CRootPath& root, std::string_view name, Form form) {
 
 void ListSchedule(const CRootPath& root, std::string_view name, Form form) {
     const CScheduleSetting& schedule = FindForward(root, name).forward->schedule;
-    if (form == Form::Json) return Print(JsonOfTerms(schedule));
+    if (form == Form::Json) return PrintJson(JsonOfTerms(schedule));
     if (schedule.terms.empty()) {
         std::cout << "The schedule is empty: the address always takes part.\n";
         return;
@@ -177,7 +173,7 @@ void ShowSettings(const CAppSetting& setting, Form form) {
     if (form == Form::Text) return PrintKeys(setting);
     Json json = Json::object();
     AddKeys(json, setting);
-    Print(json);
+    PrintJson(json);
 }
 
 }  // namespace tarvex::host

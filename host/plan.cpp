@@ -1,6 +1,7 @@
 // `tarvex plan`: what the next run of a profile would do.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "host/choice.h"
 #include "host/commands.h"
 #include "host/display.h"
+#include "host/json.h"
 #include "host/table.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
@@ -34,20 +36,15 @@ std::string Reduction(const CForwardAddressSetting& setting) {
     return setting.textonly == 0 ? " as text" : " as text of at most " + ShowCount(setting.textonly, "byte");
 }
 
-// True when one takes part.
-bool PrintAddresses(const CPopProfile& profile, CTime now) {
-    bool any = false;
+void PrintAddresses(const CPopProfile& profile, CTime now) {
     for (const auto& address : profile.forward_addresses) {
-        const bool takes_part = address->JudgeTakePart(now) != 0;
-        any |= takes_part;
         std::cout << "  " << ShowText(address->setting.address) << ": ";
-        if (takes_part) {
+        if (address->JudgeTakePart(now)) {
             std::cout << "takes part\n";
         } else {
             std::cout << (address->setting.status == 0 ? "switched off\n" : "outside its schedule now\n");
         }
     }
-    return any;
 }
 
 std::string Destinations(const CPlannedMail& planned) {
@@ -55,7 +52,7 @@ std::string Destinations(const CPlannedMail& planned) {
     for (const CForwardAddress* address : planned.destinations) {
         text += (text.empty() ? "-> " : ", ") + ShowText(address->setting.address) + Reduction(address->setting);
     }
-    return text.empty() ? "-> nobody: its id is listed twice" : text;
+    return text.empty() ? "-> nobody: another message has the same id" : text;
 }
 
 void PrintMails(const CArray<CPlannedMail>& plan) {
@@ -81,39 +78,101 @@ void PrintMails(const CArray<CPlannedMail>& plan) {
     table.Print(std::cout);
 }
 
+// What the mailbox and the plan for it look like.
+struct Look {
+    CMailboxListing listing;
+    CArray<CPlannedMail> plan;
+    bool listed = false;
+};
+
+Look LookAt(const CPopProfile& profile, CTime now) {
+    Look look;
+    look.listed = ListMailbox(profile.setting, &look.listing) != 0;
+    const bool planned = !look.listed || PlanRun(profile, look.listing.mails, now, &look.plan);
+    if (look.listing.steps.empty() || !planned) throw std::bad_alloc();
+    return look;
+}
+
+bool AnyTakesPart(const CPopProfile& profile, CTime now) {
+    return std::ranges::any_of(profile.forward_addresses,
+                               [now](const auto& address) { return address->JudgeTakePart(now) != 0; });
+}
+
 // False when the mailbox cannot be listed.
-bool PlanProfile(const CRootPath& root, const CPopProfile& profile) {
-    const CTime now = std::time(nullptr);
+bool PrintPlan(const CRootPath& root, const CPopProfile& profile, CTime now) {
     std::cout << ShownName(root, profile.path) << "  " << ShowText(profile.setting.address) << "  ("
               << WhenDue(profile, now) << ")\n";
-    if (!PrintAddresses(profile, now)) {
+    PrintAddresses(profile, now);
+    if (!AnyTakesPart(profile, now)) {
         std::cout << "  No address takes part, so nothing is done and no connection is made.\n";
         return true;
     }
     std::cout << std::flush;
-    CMailboxListing listing;
-    if (!ListMailbox(profile.setting, &listing)) {
-        if (listing.steps.empty()) throw std::bad_alloc();
-        const CProbeStep& failed = listing.steps.back();
+    const Look look = LookAt(profile, now);
+    if (look.listed) {
+        PrintMails(look.plan);
+    } else {
+        const CProbeStep& failed = look.listing.steps.back();
         std::cout << "  The mailbox cannot be listed: " << ProbeStepName(failed.kind) << ": "
-                  << OneLine(failed.text, 100) << "\n  " << Advice(failed, Protocol::Pop, profile.setting) << '\n';
-        return false;
+                  << OneLine(failed.text, 100) << '\n'
+                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting), 2);
     }
-    CArray<CPlannedMail> plan;
-    if (!PlanRun(profile, listing.mails, now, &plan)) throw std::bad_alloc();
-    PrintMails(plan);
-    return true;
+    return look.listed;
 }
 
-int Plan(const Context& context, const std::vector<std::string>& names) {
+Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
+    Json destinations = Json::array();
+    for (const CForwardAddress* address : planned.destinations) {
+        destinations.push_back({{"path", ShownName(root, address->path)},
+                                {"address", Utf8Text(address->setting.address)},
+                                {"textonly", address->setting.textonly}});
+    }
+    return {{"number", Utf8Text(planned.mail.number)},
+            {"uidl", Utf8Text(planned.mail.uidl)},
+            {"bytes", planned.mail.size_bytes < 0 ? Json() : Json(planned.mail.size_bytes)},
+            {"fetch", planned.fetch != 0},
+            {"remove", planned.remove != 0},
+            {"destinations", destinations}};
+}
+
+// Likewise; adds to the list.
+bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTime now) {
+    const CTime due = profile.NextDue();
+    Json addresses = Json::array();
+    for (const auto& address : profile.forward_addresses) {
+        addresses.push_back({{"path", ShownName(root, address->path)},
+                             {"address", Utf8Text(address->setting.address)},
+                             {"takes_part", address->JudgeTakePart(now) != 0}});
+    }
+    const bool any = AnyTakesPart(profile, now);
+    const Look look = any ? LookAt(profile, now) : Look{.listing = {}, .plan = {}, .listed = true};
+    Json mails = Json::array();
+    for (const CPlannedMail& planned : look.plan) mails.push_back(JsonOf(root, planned));
+    list.push_back({{"path", ShownName(root, profile.path)},
+                    {"address", Utf8Text(profile.setting.address)},
+                    {"switched_on", profile.setting.status != 0},
+                    {"due", profile.setting.status != 0 && due <= now},
+                    {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
+                    {"addresses", addresses},
+                    {"error", look.listed ? Json() : Json(Utf8Text(look.listing.steps.back().text))},
+                    {"messages", mails}});
+    return look.listed;
+}
+
+int Plan(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
     OpenTree(root, RootDirectory(context));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
     if (chosen.empty()) throw Trouble(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
     bool good = true;
+    Json list = Json::array();
     for (const NamedProfile& named : chosen) {
-        if (!PlanProfile(root, *named.profile)) good = false;
+        const CPopProfile& profile = *named.profile;
+        const CTime now = std::time(nullptr);
+        const bool listed = as_json ? AddPlan(list, root, profile, now) : PrintPlan(root, profile, now);
+        good = good && listed;
     }
+    if (as_json) PrintJson(list);
     return good ? kDone : kUnavailable;
 }
 
@@ -124,7 +183,11 @@ void AddPlanCommand(CLI::App& app, Context& context) {
         "plan", "Say what the next run would fetch and to whom each message would go; nothing is changed.");
     auto names = std::make_shared<std::vector<std::string>>();
     plan->add_option("PROFILE", *names, "Path, nickname or address of a profile; without one, all of them");
-    plan->callback([&context, names] { context.command = [&context, names] { return Plan(context, *names); }; });
+    auto as_json = std::make_shared<bool>(false);
+    plan->add_flag("--json", *as_json, "Print JSON");
+    plan->callback([&context, names, as_json] {
+        context.command = [&context, names, as_json] { return Plan(context, *names, *as_json); };
+    });
 }
 
 }  // namespace tarvex::host

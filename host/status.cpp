@@ -4,7 +4,6 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "host/choice.h"
 #include "host/commands.h"
 #include "host/display.h"
+#include "host/json.h"
 #include "host/log_file.h"
 #include "host/table.h"
 #include "host/tree_root.h"
@@ -113,12 +113,11 @@ const char* Word(Ending ending) {
     return "failed";
 }
 
-void PrintJson(const std::vector<Status>& all, CTime now) {
-    using Json = nlohmann::ordered_json;
+void PrintAsJson(const std::vector<Status>& all, CTime now) {
     Json list = Json::array();
     for (const Status& status : all) {
         Json entry;
-        entry["profile"] = status.name;
+        entry["path"] = status.name;
         entry["address"] = status.address;
         entry["switched_on"] = status.switched_on;
         entry["log"] = status.has_log;
@@ -127,7 +126,7 @@ void PrintJson(const std::vector<Status>& all, CTime now) {
         entry["last_run"] = status.last && status.last->start ? Json(ShowIsoTime(*status.last->start)) : Json();
         entry["ended"] = status.last ? Json(Word(status.last->ending)) : Json();
         entry["reason"] =
-            status.last && status.last->ending == Ending::Failed ? Json(ShowText(status.last->reason)) : Json();
+            status.last && status.last->ending == Ending::Failed ? Json(Utf8Text(status.last->reason)) : Json();
         entry["failed_in_a_row"] = status.failed_in_a_row;
         entry["runs"] = status.runs;
         entry["failed"] = status.failed;
@@ -135,7 +134,7 @@ void PrintJson(const std::vector<Status>& all, CTime now) {
         entry["sent"] = status.sent;
         list.push_back(std::move(entry));
     }
-    std::cout << list.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    PrintJson(list);
 }
 
 int ShowStatus(const Context& context, const std::vector<std::string>& names, bool as_json) {
@@ -145,7 +144,7 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     for (const NamedProfile& named : ChosenProfiles(root, names)) all.push_back(StatusOf(root, *named.profile));
     const CTime now = std::time(nullptr);
     if (as_json) {
-        PrintJson(all, now);
+        PrintAsJson(all, now);
     } else if (all.empty()) {
         std::cout << "There is no profile yet; add one with `tarvex profile add`.\n";
     } else {

@@ -130,6 +130,30 @@ TEST(HostCheck, WhatAServerSaysReachesTheTerminalHarmlessly) {
     EXPECT_THAT(host.Tell({"check"}, kUnavailable), AllOf(HasSubstr("\\x1b]0;owned\\x07 ?\n"), Not(HasSubstr("\x1B"))));
 }
 
+TEST(HostCheck, TellsTheSameAsJson) {
+    MailboxServer mailbox("user", "secret");
+    mailbox.Add(MailNumber(1));
+    const int closed = UnusedPort();
+    Host host;
+    host.AddProfile(mailbox.Port(), closed);
+    const json list = json::parse(host.Tell({"check", "--json"}, kUnavailable));
+    ASSERT_EQ(list.size(), 1u);
+    const json& pop = list[0]["pop3"];
+    EXPECT_EQ(pop["good"], true);
+    EXPECT_EQ(pop["messages"], 1);
+    EXPECT_EQ(pop["bytes"], 46);
+    EXPECT_EQ(pop["steps"].size(), 6u);
+    EXPECT_EQ(pop["steps"][3]["step"], "log in");
+    EXPECT_EQ(pop["steps"][3]["text"], "+OK 1 messages");
+    EXPECT_EQ(pop["steps"][3]["advice"], nullptr);
+    const json& smtp = list[0]["smtp"];
+    EXPECT_EQ(smtp["good"], false);
+    EXPECT_EQ(smtp["port"], closed);
+    EXPECT_EQ(smtp["login"], nullptr);
+    EXPECT_EQ(smtp["steps"][1]["success"], false);
+    EXPECT_THAT(smtp["steps"][1]["advice"].get<std::string>(), StartsWith("Nothing listens there"));
+}
+
 // ---- plan
 
 TEST(HostPlan, SaysWhatTheRunThenDoesAndChangesNothing) {
@@ -203,6 +227,33 @@ TEST(HostPlan, AMailboxThatCannotBeListedEndsWithAdviceAndCode69) {
                 AllOf(HasSubstr("The mailbox cannot be listed: connect: could not connect"), HasSubstr("popport")));
 }
 
+TEST(HostPlan, TellsTheSameAsJson) {
+    MailboxServer mailbox("user", "secret");
+    SinkServer sink;
+    mailbox.Add(MailNumber(1));
+    Host host;
+    host.AddProfile(mailbox.Port(), sink.Port());
+    host.Run();
+    mailbox.Add(MailNumber(2));
+    host.AddProfile(UnusedPort(), 1);
+    host.AddProfile(1, 1, [](CPopProfile& profile) { profile.forward_addresses[0]->setting.status = 0; });
+    const json list = json::parse(host.Tell({"plan", "--json"}, kUnavailable));
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[0]["path"], "user0/from0");
+    EXPECT_EQ(list[0]["due"], true);
+    EXPECT_EQ(list[0]["error"], nullptr);
+    EXPECT_EQ(list[0]["addresses"][0]["takes_part"], true);
+    ASSERT_EQ(list[0]["messages"].size(), 2u);
+    EXPECT_EQ(list[0]["messages"][0]["fetch"], false);
+    EXPECT_EQ(list[0]["messages"][1]["fetch"], true);
+    EXPECT_EQ(list[0]["messages"][1]["uidl"], "mail-2");
+    EXPECT_EQ(list[0]["messages"][1]["bytes"], 46);
+    EXPECT_EQ(list[0]["messages"][1]["destinations"][0]["address"], kPhone);
+    EXPECT_THAT(list[1]["error"].get<std::string>(), StartsWith("could not connect"));
+    EXPECT_EQ(list[2]["addresses"][0]["takes_part"], false);
+    EXPECT_EQ(list[2]["error"], nullptr);
+}
+
 // ---- status
 
 TEST(HostStatus, TellsWhatTheLogsHold) {
@@ -229,7 +280,7 @@ TEST(HostStatus, TellsWhatTheLogsHold) {
 
     const json list = json::parse(host.Tell({"status", "--json"}));
     ASSERT_EQ(list.size(), 3u);
-    EXPECT_EQ(list[0]["profile"], "user0/from0");
+    EXPECT_EQ(list[0]["path"], "user0/from0");
     EXPECT_EQ(list[0]["due"], true);
     EXPECT_EQ(list[0]["ended"], "nothing new");
     EXPECT_EQ(list[0]["reason"], nullptr);
