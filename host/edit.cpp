@@ -59,7 +59,9 @@ public:
         std::string lines;
         for (const auto& [key, word] : values_) {
             const std::string unit = *key->unit ? ' ' + std::string(key->unit) : std::string();
-            lines += "  " + std::string(key->name) + ": ";
+            lines += "  ";
+            lines += key->name;
+            lines += ": ";
             const std::string old_text = ShowValue(before, *key);
             const std::string new_text = ShowValue(after, *key);
             if (key->type == KeyType::Password) {
@@ -156,14 +158,14 @@ private:
         if (!object) throw Trouble(kCannotMake, "cannot make a directory in \"" + ShowPath(parent) + '"');
         fill(*object);
         if (object->SaveSetting()) return;
-        const Trouble trouble = CannotSave(object->path);
+        const CString path = object->path;
         remove(object);
-        throw trouble;
+        throw CannotSave(path);
     }
 
+    // The path is a copy: that of the object goes with it.
     template <class Remove>
-    std::string RemoveFromDisk(const CString& path, const Remove& remove) {
-        const CString directory = path;
+    std::string RemoveFromDisk(CString directory, const Remove& remove) {
         remove();
         if (FileExists(directory)) {
             throw Trouble(kCannotWrite, "cannot delete \"" + ShowPath(directory) + "\" whole; delete the rest by hand");
@@ -272,9 +274,9 @@ std::string Editor::AddForward() {
     forward->uidls = request_.uidls;
     forward->schedule.Reset();
     if ((other_list && !forward->SaveUidlSetting()) || (other_schedule && !forward->SaveScheduleSetting())) {
-        const Trouble trouble = CannotSave(forward->path);
+        const CString path = forward->path;
         remove(forward);
-        throw trouble;
+        throw CannotSave(path);
     }
     return "Added forwarding address " + Shown(forward->path) + " (" + ShowText(forward->setting.address) + ").\n" +
            (request_.uidls.empty() ? ""

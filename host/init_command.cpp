@@ -64,13 +64,16 @@ int Init(const Context& context, const std::string& given) {
     std::error_code ignored;
     const bool was_there = fs::is_directory(directory, ignored);
     MakeDirectories(directory);
-    CRootPath root;
-    OpenTree(root, directory);
+    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
+        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+    }
     std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
     if (context.root_option) return kDone;
 
     SaveSettings(setting);
     std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory()) << "/appset.def.\n";
+    CRootPath root;
+    OpenTree(root, directory);
     if (root.users.empty()) std::cout << "Next: tarvex user add NAME\n";
     return kDone;
 }

@@ -11,7 +11,7 @@ namespace {
 // "Minutes between two runs (0 to 600; default 10)"
 template <class Record>
 std::string Description(const Key<Record>& key) {
-    const std::string meaning = key.meaning;
+    std::string meaning = key.meaning;
     if (key.type != KeyType::Number) return meaning;
     const std::string usual = "default " + ShowValue(Record(), key) + ')';
     const bool is_flag = AllowedValues(key) == "on or off";  // its placeholder says so

@@ -56,6 +56,7 @@ bool NaturalLess(std::string_view left, std::string_view right) {
 template <class Children>
 auto Sorted(const Children& children) {
     std::vector<typename Children::value_type::pointer> sorted;
+    sorted.reserve(children.size());
     for (const auto& child : children) sorted.push_back(child.get());
     std::ranges::sort(sorted, [](const auto* a, const auto* b) { return NaturalLess(a->path, b->path); });
     return sorted;
@@ -202,6 +203,7 @@ std::vector<NamedForward> AllForwards(const CRootPath& root) {
 CUser& FindUser(const CRootPath& root, std::string_view name) {
     const std::vector<CUser*> users = AllUsers(root);
     std::vector<Candidate> candidates;
+    candidates.reserve(users.size());
     for (const CUser* const user : users) {
         candidates.push_back({{LevelOf(*user)}, ShownName(root, user->path), ShowText(user->setting.loginname)});
     }
@@ -211,6 +213,7 @@ CUser& FindUser(const CRootPath& root, std::string_view name) {
 NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
     const std::vector<NamedProfile> profiles = AllProfiles(root);
     std::vector<Candidate> candidates;
+    candidates.reserve(profiles.size());
     for (const auto& [user, profile] : profiles) {
         candidates.push_back({{LevelOf(*user), LevelOf(*profile)},
                               ShownName(root, profile->path),
@@ -222,6 +225,7 @@ NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
 NamedForward FindForward(const CRootPath& root, std::string_view name) {
     const std::vector<NamedForward> forwards = AllForwards(root);
     std::vector<Candidate> candidates;
+    candidates.reserve(forwards.size());
     for (const auto& [user, profile, forward] : forwards) {
         candidates.push_back({{LevelOf(*user), LevelOf(*profile), LevelOf(*forward)},
                               ShownName(root, forward->path),

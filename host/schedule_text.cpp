@@ -261,6 +261,7 @@ std::vector<CTerm> ParseTerms(std::string_view text) {
     if (!end) Refuse(text, "no time to end at");
 
     std::vector<CTerm> terms;
+    terms.reserve(kinds.size());
     for (const int kind : kinds) terms.push_back(make(kind, Moment{0, 0, 0, *start}, Moment{0, 0, 0, *end}));
     return terms;
 }

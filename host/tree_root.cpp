@@ -1,8 +1,12 @@
 #include "host/tree_root.h"
 
+#include <grp.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -43,9 +47,17 @@ std::string WhyUnreadable(const std::string& directory) {
     return error ? error.message() : std::string();
 }
 
+void WorkAsOwnerOf(const std::string& directory) {
+    struct stat status {};
+    if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
+    if (setgroups(0, nullptr) == 0 && setgid(status.st_gid) == 0 && setuid(status.st_uid) == 0) return;
+    throw Trouble(kNotAllowed, "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+}
+
 // To the engine a file in the place of the root, or a directory that cannot be read, is a tree without users, which is
 // nothing that a user of a command can mean.
 std::string LoadTree(CRootPath& root, const std::string& directory) {
+    WorkAsOwnerOf(directory);
     if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";
     return WhyUnreadable(directory);
 }
@@ -56,6 +68,7 @@ void RequireRoot(const std::string& directory) {
         throw Trouble(kNotFound, "there is no data tree at \"" + ShowPath(directory) +
                                      "\"; make one with `tarvex init`, or name another with --root");
     }
+    WorkAsOwnerOf(directory);
     if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
         throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
     }

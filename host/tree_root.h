@@ -22,10 +22,14 @@ std::string RootDirectory(const Context& context);
 // Why the directory cannot be read, empty when it can.
 std::string WhyUnreadable(const std::string& directory);
 
+// The superuser goes on as the owner of the directory: what is written in a tree must stay readable to the service that
+// owns it. Throws Trouble when that is not allowed.
+void WorkAsOwnerOf(const std::string& directory);
+
 // Why the tree below the directory cannot be loaded, empty when it has been. A missing directory is created.
 std::string LoadTree(CRootPath& root, const std::string& directory);
 
-// Throws Trouble when there is no directory that can be read.
+// Throws Trouble when there is no directory that can be read. From here on the process works as its owner.
 void RequireRoot(const std::string& directory);
 
 // Loads the tree of a root that must exist; throws Trouble.

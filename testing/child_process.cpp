@@ -8,6 +8,7 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -150,6 +151,12 @@ bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanosecon
 void ChildProcess::Type(const std::string& text) const {
     if (write(output_.descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
         throw Failure("typing");
+}
+
+bool ChildProcess::ShowsTyping() const {
+    termios settings{};
+    if (tcgetattr(output_.descriptor, &settings) != 0) throw Failure("terminal");
+    return (settings.c_lflag & ECHO) != 0;
 }
 
 // A program that ends closes its streams, however it ends.

@@ -34,8 +34,9 @@ public:
     // Waits until it has printed the text; false when that does not come in time, or it ends before.
     bool WaitForOutput(const std::string& text, std::chrono::nanoseconds time);
 
-    // Types on its terminal.
+    // Its terminal: typing on it, and whether that is shown.
     void Type(const std::string& text) const;
+    bool ShowsTyping() const;
 
     // Waits for its end; false when that does not come in time.
     bool WaitFor(std::chrono::nanoseconds time);

@@ -2,15 +2,18 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/keys.h"
@@ -128,6 +131,29 @@ TEST_F(HostCommands, ARootThatTheSettingsFileWouldLoseIsRefused) {
     EXPECT_FALSE(fs::exists(Settings()));
 }
 
+// A service that runs as a user of its own must be able to read what the superuser has changed.
+TEST_F(HostCommands, TheSuperuserWorksAsTheOwnerOfTheTree) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can";
+    constexpr uid_t kOther = 65534;
+    MakeTree();
+    fs::permissions(home_ / "data", fs::perms::owner_all | fs::perms::others_exec);
+    fs::permissions(home_.Path(), fs::perms::owner_all | fs::perms::others_exec);
+    for (const auto& entry : fs::recursive_directory_iterator(Tree())) {
+        ASSERT_EQ(chown(entry.path().c_str(), kOther, kOther), 0);
+    }
+    ASSERT_EQ(chown(Tree().c_str(), kOther, kOther), 0);
+    Do({"user", "add", "hana"});
+    Do({"profile", "set", "me@example.org", "--password-stdin"}, "secret");
+    Do({"run"});
+    for (const auto& entry : fs::recursive_directory_iterator(Tree())) {
+        struct stat status {};
+        ASSERT_EQ(stat(entry.path().c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, kOther) << entry.path();
+    }
+    Do({"settings", "set", "--allowcreatenewuser", "off"});  // which are still the superuser's
+    Do({"init"});
+}
+
 TEST_F(HostCommands, TheSettingsMayForbidNewUsers) {
     Do({"init"});
     Do({"settings", "set", "--allowcreatenewuser", "off"});
@@ -189,6 +215,21 @@ TEST_F(HostCommands, APasswordIsAskedForAndNotShownOnTheTerminal) {
                 AllOf(HasSubstr("poppassword: stored"), Not(HasSubstr("top")), Not(HasSubstr("secret"))));
     EXPECT_EQ(Profile().poppassword, "top secret");
     EXPECT_EQ(Profile().timer, 7);
+}
+
+TEST_F(HostCommands, ASignalAtTheQuestionLeavesTheTerminalAsItWas) {
+    MakeTree();
+    ChildProcess dialogue(Command({"profile", "set", "me@example.org", "--password"}), Output::Dialogue, Variables());
+    EXPECT_TRUE(dialogue.ShowsTyping());
+    ASSERT_TRUE(dialogue.WaitForOutput("Password: ", 20s)) << dialogue.Printed();
+    EXPECT_FALSE(dialogue.ShowsTyping());
+    dialogue.Signal(SIGTERM);
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!dialogue.ShowsTyping() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(1ms);
+    EXPECT_TRUE(dialogue.ShowsTyping());
+    dialogue.Wait();
+    EXPECT_EQ(dialogue.ExitCode(), 128 + SIGTERM);
+    EXPECT_EQ(Profile().poppassword, "secret");
 }
 
 TEST_F(HostCommands, ANewProfileAsksForItsPassword) {
