@@ -32,6 +32,14 @@ public:
         return help;
     }
 
+    std::string make_description(const CLI::App* app) const override {
+        return Wrapped(CLI::Formatter::make_description(app), kColumns);
+    }
+
+    std::string make_footer(const CLI::App* app) const override {
+        return Wrapped(CLI::Formatter::make_footer(app), kColumns);
+    }
+
     std::string make_option_desc(const CLI::Option* option) const override {
         return Wrapped(option->get_description(), kTextColumns);
     }
@@ -44,8 +52,9 @@ public:
     }
 
 private:
+    static constexpr std::size_t kColumns = 80;
     static constexpr std::size_t kNameColumns = 30;
-    static constexpr std::size_t kTextColumns = 50;
+    static constexpr std::size_t kTextColumns = kColumns - kNameColumns;
 };
 
 // Whether somebody tried: then what could not be understood is not repeated.

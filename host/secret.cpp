@@ -1,5 +1,6 @@
 #include "host/secret.h"
 
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -23,25 +24,34 @@ volatile std::sig_atomic_t signal_at_prompt = 0;
 
 void Remember(int signal) { signal_at_prompt = signal; }
 
-// A signal does not end the program as long as the object lives: the terminal must show again what is typed.
+// A signal does not end the program as long as the object lives: the terminal must show again what is typed. It is
+// delivered only while the program waits for input, so that none comes unnoticed in front of the wait.
 class HeldSignals {
 public:
     HeldSignals() {
         signal_at_prompt = 0;
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int signal : kSignals) sigaddset(&held, signal);
+        sigprocmask(SIG_BLOCK, &held, &old_mask_);
         for (const int signal : kSignals) {
             struct sigaction action {};
-            action.sa_handler = Remember;  // without SA_RESTART: reading ends
+            action.sa_handler = Remember;
             sigaction(signal, &action, &old_[signal]);
         }
     }
     ~HeldSignals() {
         for (const auto& [signal, action] : old_) sigaction(signal, &action, nullptr);
+        sigprocmask(SIG_SETMASK, &old_mask_, nullptr);
         if (signal_at_prompt != 0) raise(signal_at_prompt);
     }
     HeldSignals(const HeldSignals&) = delete;
 
+    const sigset_t& MaskToWaitWith() const { return old_mask_; }
+
 private:
     std::map<int, struct sigaction> old_;
+    sigset_t old_mask_{};
 };
 
 class HiddenTyping {
@@ -60,14 +70,18 @@ private:
     termios old_{};
 };
 
-// False at the end of the input. Byte by byte, so that nothing is taken that belongs to the next question.
-bool ReadLine(std::string& line) {
+// False at the end of the input and after a signal. Byte by byte, so that nothing is taken that belongs to the next
+// question.
+bool ReadLine(std::string& line, const sigset_t* mask) {
     line.clear();
     for (;;) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        if (ppoll(&input, 1, nullptr, mask) < 0) {
+            if (errno == EINTR && signal_at_prompt == 0) continue;
+            return false;
+        }
         char c = 0;
-        const ssize_t count = read(STDIN_FILENO, &c, 1);
-        if (count < 0 && errno == EINTR && signal_at_prompt == 0) continue;
-        if (count <= 0) return !line.empty() && signal_at_prompt == 0;
+        if (read(STDIN_FILENO, &c, 1) <= 0) return !line.empty();
         if (c == '\n') break;
         line += c;
     }
@@ -91,7 +105,7 @@ std::string AskSecret(const std::string& question) {
         const HeldSignals held;
         const HiddenTyping hidden;  // before the question, so that nothing that is typed at once is shown
         std::cerr << question << std::flush;
-        answered = ReadLine(secret);
+        answered = ReadLine(secret, &held.MaskToWaitWith());
     }
     if (!answered) throw Trouble(kBadUsage, "no password was given");
     return secret;
@@ -101,16 +115,14 @@ bool AskYes(const std::string& question) {
     if (!CanAsk()) throw Trouble(kBadUsage, "there is no terminal to ask on; say --yes");
     std::cerr << question << " [y/N] " << std::flush;
     std::string answer;
-    signal_at_prompt = 0;
-    ReadLine(answer);
+    ReadLine(answer, nullptr);
     return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 std::string SecretFromInput() {
     if (CanAsk()) return AskSecret("Password: ");
-    signal_at_prompt = 0;
     std::string secret;
-    if (!ReadLine(secret)) throw Trouble(kBadUsage, "standard input has no line with the password");
+    if (!ReadLine(secret, nullptr)) throw Trouble(kBadUsage, "standard input has no line with the password");
     return secret;
 }
 
