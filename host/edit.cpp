@@ -58,7 +58,6 @@ public:
     std::string Difference(const Record& before, const Record& after) const {
         std::string lines;
         for (const auto& [key, word] : values_) {
-            const std::string unit = *key->unit ? ' ' + std::string(key->unit) : std::string();
             lines += "  ";
             lines += key->name;
             lines += ": ";
@@ -69,7 +68,7 @@ public:
             } else if (old_text == new_text) {
                 lines += '"' + new_text + "\" as before";
             } else {
-                lines += '"' + old_text + "\" -> \"" + new_text + '"';
+                lines.append("\"").append(old_text).append("\" -> \"").append(new_text).append("\"");
             }
             lines += '\n';
         }
