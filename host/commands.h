@@ -23,6 +23,7 @@ void AddInitCommands(CLI::App& app, Context& context);
 void AddTreeCommands(CLI::App& app, Context& context);
 void AddScheduleCommands(CLI::App& app, Context& context);
 void AddRunCommand(CLI::App& app, Context& context);
+void AddServeCommand(CLI::App& app, Context& context);
 void AddCheckCommand(CLI::App& app, Context& context);
 void AddPlanCommand(CLI::App& app, Context& context);
 void AddStatusCommand(CLI::App& app, Context& context);

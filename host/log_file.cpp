@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "host/display.h"
+#include "host/wording.h"
 
 namespace tarvex::host {
 namespace {
@@ -112,6 +113,22 @@ std::vector<LoggedRun> RunsIn(const std::vector<std::string>& lines) {
     }
     if (reader) runs.push_back(reader->Finish());
     return runs;
+}
+
+std::string HowItEnded(const LoggedRun& run, int failed_in_a_row, std::size_t columns) {
+    const std::string not_fetched = run.errors == 0 ? "" : ", could not fetch " + std::to_string(run.errors);
+    switch (run.ending) {
+        case Ending::Forwarded:
+            return "forwarded " + ShowCount(run.fetched, "message") + not_fetched;
+        case Ending::NothingNew:
+            return "nothing new" + not_fetched;
+        case Ending::NobodyTook:
+            return "no address took part";
+        case Ending::Failed:
+            break;
+    }
+    const std::string times = failed_in_a_row > 1 ? " (" + std::to_string(failed_in_a_row) + " in a row)" : "";
+    return "failed" + times + ": " + OneLine(run.reason, columns);
 }
 
 // The longest beginning of `now` that `before` ends with is what was there already (Knuth, Morris and Pratt).

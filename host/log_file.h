@@ -2,6 +2,7 @@
 
 // The log of a profile as a file: its lines, and the runs that they tell of.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -33,6 +34,9 @@ struct LoggedRun {
 // The runs that the lines tell of, oldest first; a piece in front, of a run whose beginning is not kept any more, is
 // left out. The log holds what servers say as it is, so a server that imitates the log can falsify what is counted.
 std::vector<LoggedRun> RunsIn(const std::vector<std::string>& lines);
+
+// In words: "nothing new", "failed (3 in a row): -ERR ...". The reason is shortened to that many columns.
+std::string HowItEnded(const LoggedRun& run, int failed_in_a_row, std::size_t columns);
 
 // How many lines at the end of `now` were not in `before`, an older state of a log of which the oldest lines may have
 // gone since.

@@ -86,6 +86,7 @@ int main(int argc, char** argv) {
     AddTreeCommands(app, context);
     AddScheduleCommands(app, context);
     AddRunCommand(app, context);
+    AddServeCommand(app, context);
     AddCheckCommand(app, context);
     AddPlanCommand(app, context);
     AddStatusCommand(app, context);

@@ -57,25 +57,9 @@ Status StatusOf(const CRootPath& root, const CPopProfile& profile) {
     return status;
 }
 
-std::string NotFetched(const LoggedRun& run) {
-    return run.errors == 0 ? "" : ", could not fetch " + std::to_string(run.errors);
-}
-
 std::string HowItEnded(const Status& status) {
     if (!status.last) return status.has_log ? "" : "its log is off";
-    switch (status.last->ending) {
-        case Ending::Forwarded:
-            return "forwarded " + ShowCount(status.last->fetched, "message") + NotFetched(*status.last);
-        case Ending::NothingNew:
-            return "nothing new" + NotFetched(*status.last);
-        case Ending::NobodyTook:
-            return "no address took part";
-        case Ending::Failed:
-            break;
-    }
-    const std::string times =
-        status.failed_in_a_row > 1 ? " (" + std::to_string(status.failed_in_a_row) + " in a row)" : "";
-    return "failed" + times + ": " + OneLine(status.last->reason, kReasonWidth);
+    return HowItEnded(*status.last, status.failed_in_a_row, kReasonWidth);
 }
 
 std::string LastRun(const Status& status) {
