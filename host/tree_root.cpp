@@ -36,9 +36,13 @@ std::string UsualRootDirectory() { return OwnFolder("XDG_DATA_HOME", "/var/lib",
 
 std::string RootDirectory(const Context& context) {
     if (context.root_option) return *context.root_option;
-    CAppSetting setting;
-    setting.Load(ConfigurationDirectory());
-    return NativePath(setting.rootpath);
+    // Looked up once: after WorkAsOwnerOf the superuser's settings are out of reach.
+    static const std::string remembered = [] {
+        CAppSetting setting;
+        setting.Load(ConfigurationDirectory());
+        return NativePath(setting.rootpath);
+    }();
+    return remembered;
 }
 
 std::string WhyUnreadable(const std::string& directory) {
