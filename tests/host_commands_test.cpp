@@ -145,7 +145,8 @@ TEST_F(HostCommands, TheSuperuserWorksAsTheOwnerOfTheTree) {
     ASSERT_EQ(chown(Tree().c_str(), kOther, kOther), 0);
     Do({"user", "add", "hana"});
     Do({"profile", "set", "me@example.org", "--password-stdin"}, "secret");
-    Do({"profile", "add", "hana", "hana@example.org", "--popserver", "127.0.0.1", "--popuser", "hana", "--password-stdin"},
+    Do({"profile", "add", "hana", "hana@example.org", "--popserver", "127.0.0.1", "--popuser", "hana",
+        "--password-stdin"},
        "secret");  // looks for the tree twice
     Do({"run"});
     for (const auto& entry : fs::recursive_directory_iterator(Tree())) {
