@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <algorithm>
@@ -193,6 +194,8 @@ int ServiceConnection::Edit(const EditRequest& request, EditReply& reply,
 }
 
 std::vector<RunNow> ServiceConnection::Runs() {
+    constexpr timeval kLimit{2, 0};
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLimit, sizeof kLimit);
     Send(Framed({{"runs", true}}));
     const Json answer = Json::parse(Receive());
     if (answer.contains("error")) throw Trouble(answer.at("code"), BytesIn(answer.at("error")));

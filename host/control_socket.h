@@ -33,16 +33,16 @@ struct RunNow {
     int messages_delivered = 0;
 };
 
-// The side of a command. Waits for the service as long as that takes. Throws Trouble when the service ends meanwhile.
+// The side of a command. Throws Trouble when the service ends before it has answered.
 class ServiceConnection {
 public:
     // Nothing when no service answers there.
     static std::optional<ServiceConnection> Try(const std::string& root);
 
-    // Has the edit made, and returns its exit code. Notes say what it waits for.
+    // Has the edit made, however long that takes, and returns its exit code. Notes say what it waits for.
     int Edit(const EditRequest& request, EditReply& reply, const std::function<void(const std::string&)>& on_note);
 
-    std::vector<RunNow> Runs();
+    std::vector<RunNow> Runs();  // throws Trouble also when the answer takes seconds
 
 private:
     explicit ServiceConnection(Descriptor socket) : socket_(std::move(socket)) {}

@@ -1,6 +1,7 @@
 // `tarvex status`: how every profile is doing, from its settings and its log.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -10,6 +11,7 @@
 
 #include "host/choice.h"
 #include "host/commands.h"
+#include "host/control_socket.h"
 #include "host/display.h"
 #include "host/json.h"
 #include "host/log_file.h"
@@ -30,6 +32,7 @@ struct Status {
     bool switched_on = false;
     bool has_log = false;  // switched on
     CTime next_due = 0;
+    std::optional<RunNow> running;  // by a service
     std::optional<LoggedRun> last;
     int failed_in_a_row = 0;
     std::int64_t runs = 0;
@@ -68,6 +71,11 @@ std::string LastRun(const Status& status) {
 }
 
 std::string NextDue(const Status& status, CTime now) {
+    if (status.running) {
+        const RunNow& run = *status.running;
+        return "running: fetched " + std::to_string(run.messages_fetched) + " of " +
+               std::to_string(run.messages_to_fetch) + ", delivered " + std::to_string(run.messages_delivered);
+    }
     if (!status.switched_on) return "switched off";
     return status.next_due <= now ? "now" : "in " + ShowSpan(status.next_due - now);
 }
@@ -97,6 +105,15 @@ const char* Word(Ending ending) {
     return "failed";
 }
 
+Json JsonOf(const std::optional<RunNow>& run) {
+    if (!run) return {};
+    return {{"bytes_received", run->bytes_received},
+            {"bytes_sent", run->bytes_sent},
+            {"messages_to_fetch", run->messages_to_fetch},
+            {"messages_fetched", run->messages_fetched},
+            {"messages_delivered", run->messages_delivered}};
+}
+
 void PrintAsJson(const std::vector<Status>& all, CTime now) {
     Json list = Json::array();
     for (const Status& status : all) {
@@ -107,6 +124,7 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
         entry["log"] = status.has_log;
         entry["due"] = status.switched_on && status.next_due <= now;
         entry["next_due"] = status.switched_on && status.next_due > now ? Json(ShowIsoTime(status.next_due)) : Json();
+        entry["running"] = JsonOf(status.running);
         entry["last_run"] = status.last && status.last->start ? Json(ShowIsoTime(*status.last->start)) : Json();
         entry["ended"] = status.last ? Json(Word(status.last->ending)) : Json();
         entry["reason"] =
@@ -121,11 +139,29 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
     PrintJson(list);
 }
 
+// What the service that owns the tree is doing, if there is one that tells.
+void AddRunning(const std::string& directory, std::vector<Status>& all) {
+    auto service = ServiceConnection::Try(directory);
+    if (!service) return;
+    std::vector<RunNow> runs;
+    try {
+        runs = service->Runs();
+    } catch (const Trouble&) {
+        return;  // the rest is worth showing
+    }
+    for (Status& status : all) {
+        const auto run = std::ranges::find(runs, status.name, &RunNow::profile);
+        if (run != runs.end()) status.running = *run;
+    }
+}
+
 int ShowStatus(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
-    OpenTree(root, RootDirectory(context));
+    const std::string directory = RootDirectory(context);
+    OpenTree(root, directory);
     std::vector<Status> all;
     for (const NamedProfile& named : ChosenProfiles(root, names)) all.push_back(StatusOf(root, *named.profile));
+    AddRunning(directory, all);
     const CTime now = std::time(nullptr);
     if (as_json) {
         PrintAsJson(all, now);

@@ -618,6 +618,8 @@ TEST_F(ServiceClients, HearHowFarTheRunsAre) {
     EXPECT_EQ(runs[0].messages_fetched, 1);
     EXPECT_EQ(runs[0].messages_delivered, 0);
     EXPECT_GT(runs[0].bytes_received, 0);
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("running: fetched 1 of 1, delivered 0"));
+    EXPECT_THAT(host_.Tell({"status", "--json"}), HasSubstr("\"messages_fetched\": 1"));
     Stop(*service);
 }
 
