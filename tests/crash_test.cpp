@@ -335,7 +335,8 @@ private:
         const auto limit = Clock::now() + (by_service_ ? kServiceRuns : kProgramRuns);
         while (!ended && !progress_.HasBegun(part) && Clock::now() < limit) ended = run.WaitFor(200us);
         if (by_service_ && dice_.Happens(0.5)) edit.emplace(EditCommand());
-        if (by_service_ && dice_.Happens(0.5)) ended = run.WaitFor(dice_.UpTo(100ms));  // into another run
+        if (by_service_ && part != kStarting && dice_.Happens(0.5))
+            ended = run.WaitFor(dice_.UpTo(100ms));  // a later run
         if (ended || run.WaitFor(moment)) {
             ExpectGoodEnd(run);
             return false;
