@@ -74,6 +74,8 @@ int CPopProfile::JudgeDoOperation() {
     return 1;
 }
 
+CTime CPopProfile::NextDue() const { return tarvex::DueTime(setting.timer, setting.lasttime); }
+
 void CRootPath::RefreshThread() {
     std::erase_if(running_copies, [](const auto& copy) { return !copy->worker_thread.load(); });
     if (running_copies.empty() && tarvex::GetCurrentProcess()) {

@@ -1,5 +1,7 @@
 #include "engine/interval.h"
 
+#include <limits>
+
 namespace tarvex {
 
 std::int32_t IntervalSeconds(std::int32_t timer_minutes) {
@@ -19,14 +21,16 @@ std::int32_t IntervalSeconds(std::int32_t timer_minutes) {
     return static_cast<std::int32_t>(((wrapping(days) * 24 + wrapping(hours)) * 60 + wrapping(minutes)) * 60);
 }
 
-bool IsDue(std::int32_t timer_minutes, std::int64_t lasttime, std::int64_t now) {
-    if (timer_minutes == 0) return true;
+std::int64_t DueTime(std::int32_t timer_minutes, std::int64_t lasttime) {
+    if (timer_minutes == 0) return std::numeric_limits<std::int64_t>::min();
     // lasttime + interval could leave 64 bits only for a lasttime that no clock shows; then the sum wraps around as
     // well.
-    const auto due =
-        static_cast<std::int64_t>(static_cast<std::uint64_t>(lasttime) +
-                                  static_cast<std::uint64_t>(std::int64_t{IntervalSeconds(timer_minutes)}));
-    return now >= due;
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(lasttime) +
+                                     static_cast<std::uint64_t>(std::int64_t{IntervalSeconds(timer_minutes)}));
+}
+
+bool IsDue(std::int32_t timer_minutes, std::int64_t lasttime, std::int64_t now) {
+    return now >= DueTime(timer_minutes, lasttime);
 }
 
 }  // namespace tarvex

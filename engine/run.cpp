@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "engine/bookkeeping.h"
-#include "engine/schedule.h"
 #include "platform/net/sockets.h"
+#include "platform/net/traffic.h"
 #include "platform/os/clock.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
@@ -110,13 +110,7 @@ private:
             return;
         }
         Log("* enable schedule : " + address.setting.address);
-        address.takes_part = 0;
-        for (const auto& term : address.schedule.terms) {
-            if (term->status == 0) continue;
-            if (TermMatches(term->kind, GetCTime(term->start), GetCTime(term->end), profile_.setting.lasttime)) {
-                address.takes_part = 1;
-            }
-        }
+        address.takes_part = address.JudgeTakePart(profile_.setting.lasttime);
         Log(address.takes_part ? " - operation continued by schedule setting"
                                : " - operation ignored by schedule setting");
     }
@@ -183,6 +177,7 @@ private:
 }  // namespace tarvex
 
 int CPopProfile::DoOperation() {
+    const tarvex::TrafficScope traffic(observer.bytes_received, observer.bytes_sent);
     tarvex::Operation(*this).Run();
     return 1;
 }

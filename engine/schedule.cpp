@@ -12,6 +12,7 @@
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "tarvex/schedule.h"
+#include "tarvex/tree.h"
 
 namespace tarvex {
 namespace {
@@ -158,6 +159,14 @@ int CScheduleSetting::DeleteTerm(const CTerm* term) {
     if (found == terms.end()) return 0;
     terms.erase(found);
     return 1;
+}
+
+int CForwardAddress::JudgeTakePart(CTime moment) const {
+    if (setting.status == 0) return 0;
+    if (schedule.terms.empty()) return 1;
+    return std::ranges::any_of(schedule.terms, [moment](const auto& term) {
+        return term->status != 0 && TermMatches(term->kind, GetCTime(term->start), GetCTime(term->end), moment);
+    });
 }
 
 int CScheduleSetting::operator==(const CScheduleSetting& other) const {

@@ -1,22 +1,35 @@
 #pragma once
 
-// The commands of `tarvex`. Each returns the exit code of the program.
+// The commands of `tarvex`: what they share, and how each takes its place on the command line.
 
+#include <functional>
+#include <optional>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 namespace tarvex::host {
 
-// Exit codes. Beside these: 128 and the signal when one ended the command.
-inline constexpr int kDone = 0;
-inline constexpr int kMissing = 1;    // demo: something did not arrive as it should have
-inline constexpr int kNoRoot = 2;     // run: the root directory cannot be had
-inline constexpr int kBadUsage = 64;  // the command line is wrong (EX_USAGE)
-inline constexpr int kBroken = 70;    // the program failed (EX_SOFTWARE)
+// What is known once the command line has been read.
+struct Context {
+    std::optional<std::string> root_option;  // of --root
+    std::function<int()> command;            // the chosen one; returns the exit code of the program
+};
 
-// Runs every profile that is due, once, and waits for the workers. Prints what each run added to its log unless quiet.
-int RunOnce(const std::string& root_directory, bool quiet);
+// Each adds its commands below the application. A chosen command is left in the context.
+void AddInitCommands(CLI::App& app, Context& context);
+void AddTreeCommands(CLI::App& app, Context& context);
+void AddScheduleCommands(CLI::App& app, Context& context);
+void AddRunCommand(CLI::App& app, Context& context);
+void AddServeCommand(CLI::App& app, Context& context);
+void AddCheckCommand(CLI::App& app, Context& context);
+void AddPlanCommand(CLI::App& app, Context& context);
+void AddStatusCommand(CLI::App& app, Context& context);
+void AddLogCommand(CLI::App& app, Context& context);
 
-// Forwards a small mailbox between two servers on loopback and shows it.
+// Forwards a small mailbox between two servers on loopback and shows it. Returns the exit code.
 int Demo();
 
 }  // namespace tarvex::host

@@ -22,6 +22,7 @@
 #include "host/paths.h"
 #include "host/process.h"
 #include "host/run_log.h"
+#include "host/trouble.h"
 #include "tarvex/tarvex.h"
 #include "testing/mail_servers.h"
 

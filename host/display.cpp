@@ -57,8 +57,10 @@ std::string ToUtf8(std::string_view text, const char* charset, Replace replace) 
 
 }  // namespace
 
-std::string ShowText(std::string_view text, const char* charset) {
-    return Harmless(ToUtf8(text, charset, [](std::string& result, char) { result += '?'; }), "\n\t");
+std::string ShowText(std::string_view text, const char* charset) { return Harmless(Utf8Text(text, charset), "\n\t"); }
+
+std::string Utf8Text(std::string_view text, const char* charset) {
+    return ToUtf8(text, charset, [](std::string& result, char) { result += '?'; });
 }
 
 std::string ShowPath(std::string_view path) { return Harmless(ToUtf8(PathAsUtf8(path), "UTF-8", AppendHarmless), ""); }

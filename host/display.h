@@ -11,6 +11,9 @@ namespace tarvex::host {
 // shows as "?". Line feeds and tabs stay.
 std::string ShowText(std::string_view text, const char* charset = "CP932");
 
+// The same, but control characters stay as they are: for JSON, which has escapes of its own.
+std::string Utf8Text(std::string_view text, const char* charset = "CP932");
+
 // A path of the tree in the system's own form; a byte that is no UTF-8 is made visible like a control character.
 std::string ShowPath(std::string_view path);
 

@@ -1,36 +1,114 @@
 // The command `tarvex`.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <iostream>
+#include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "host/commands.h"
-#include "host/process.h"
+#include "host/display.h"
+#include "host/table.h"
+#include "host/tree_root.h"
+#include "host/trouble.h"
+
+namespace tarvex::host {
+namespace {
+
+// Help for a terminal of 80 columns.
+class HelpFormatter : public CLI::Formatter {
+public:
+    HelpFormatter() { column_width(kNameColumns); }
+
+    // The groups of options with one empty line between them, where the library leaves two.
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
+        std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
+        for (std::size_t gap = 0; (gap = help.find("\n\n\n", gap)) != std::string::npos;) help.erase(gap, 1);
+        return help;
+    }
+
+    std::string make_description(const CLI::App* app) const override {
+        return Wrapped(CLI::Formatter::make_description(app), kColumns);
+    }
+
+    std::string make_footer(const CLI::App* app) const override {
+        return Wrapped(CLI::Formatter::make_footer(app), kColumns);
+    }
+
+    std::string make_option_desc(const CLI::Option* option) const override {
+        return Wrapped(option->get_description(), kTextColumns);
+    }
+
+    std::string make_subcommand(const CLI::App* command) const override {
+        std::ostringstream out;
+        CLI::detail::format_help(out, command->get_name(), Wrapped(command->get_description(), kTextColumns),
+                                 kNameColumns);
+        return out.str();
+    }
+
+private:
+    static constexpr std::size_t kColumns = 80;
+    static constexpr std::size_t kNameColumns = 30;
+    static constexpr std::size_t kTextColumns = kColumns - kNameColumns;
+};
+
+// Whether somebody tried: then what could not be understood is not repeated.
+bool HasPasswordOnCommandLine(int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [](std::string_view word) {
+        return word == "--password" || word == "--smtp-password" || word.starts_with("--password=") ||
+               word.starts_with("--smtp-password=");
+    });
+}
+
+}  // namespace
+}  // namespace tarvex::host
 
 int main(int argc, char** argv) {
     using namespace tarvex::host;
 
-    ShowUtf8();
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");
     app.set_version_flag("--version", "tarvex " TARVEX_VERSION);
+    app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(1);
+    app.fallthrough();  // --root may stand behind the command as well
 
-    std::string root;
-    bool quiet = false;
-    CLI::App* const run = app.add_subcommand("run", "Run every profile that is due, once, and wait for the end.");
-    run->add_option("--root", root, "Root directory of the data tree; created when it is missing")->required();
-    run->add_flag("--quiet", quiet, "Do not print what the runs added to their logs");
-    app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.");
+    Context context;
+    app.add_option("--root", context.root_option,
+                   "Root directory of the data tree, in place of the one that appset.def in " +
+                       ShowPath(ConfigurationDirectory()) + " names")
+        ->type_name("DIR");
+    AddInitCommands(app, context);
+    AddTreeCommands(app, context);
+    AddScheduleCommands(app, context);
+    AddRunCommand(app, context);
+    AddServeCommand(app, context);
+    AddCheckCommand(app, context);
+    AddPlanCommand(app, context);
+    AddStatusCommand(app, context);
+    AddLogCommand(app, context);
+    app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.")
+        ->callback([&context] { context.command = Demo; });
 
     try {
         app.parse(argc, argv);
-        const int code = run->parsed() ? RunOnce(root, quiet) : Demo();
+        const int code = context.command();
         if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
         return code;
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(argc, argv)) {
+            std::cerr << "tarvex: --password takes no value: a password is asked for on the terminal, or comes from "
+                         "--password-stdin or --password-file, never from the command line. See --help.\n";
+            return kBadUsage;
+        }
         return app.exit(error) == 0 ? kDone : kBadUsage;
+    } catch (const Trouble& trouble) {
+        std::cerr << "tarvex: " << trouble.what() << '\n';
+        return trouble.ExitCode();
     } catch (const std::exception& error) {
         std::cerr << "tarvex: " << error.what() << '\n';
         return kBroken;

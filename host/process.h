@@ -14,6 +14,12 @@ int CaughtSignal();
 // Lets the process open as many files and sockets as the system allows it, where that is limited.
 void RaiseFileLimit();
 
+// Whether standard output is a terminal on which lines can be drawn anew.
+bool CanRedraw();
+
+// How many lines standard output shows at a time, 24 when it is no terminal.
+int TerminalLines();
+
 // Whether standard output is a terminal that shows colours (and NO_COLOR is not set).
 bool ShowsColours();
 

@@ -9,26 +9,34 @@
 
 namespace tarvex::testing {
 
-// Standard input is empty. What the program prints is read by the operations that wait.
+// Standard input is empty unless it is given. What the program prints is read by the operations that wait.
 class ChildProcess {
 public:
     enum class Output {
         Pipe,  // a pipe each for output and errors
         // On POSIX:
         Terminal,  // one terminal for both; a line end is CR LF there
+        Dialogue,  // one terminal for both and for the input: see Type
         Full,      // output to a device that is full
         Closed,    // output to a pipe that nobody reads
     };
 
     // The program by its path and its arguments; the variables ("NAME=value") stand before those of this process.
-    // Throws std::system_error when it cannot be started.
+    // Throws std::system_error when it cannot be started. The input, at most 64 KiB, is what it can read; on POSIX.
     explicit ChildProcess(std::vector<std::string> words, Output output = Output::Pipe,
-                          std::vector<std::string> variables = {});
+                          std::vector<std::string> variables = {}, const std::string& input = {});
     ~ChildProcess();  // kills it when it still runs
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     void Signal(int signal) const;  // nothing happens when it has ended; on POSIX
+
+    // Waits until it has printed the text; false when that does not come in time, or it ends before. On POSIX.
+    bool WaitForOutput(const std::string& text, std::chrono::nanoseconds time);
+
+    // Its terminal: typing on it, and whether that is shown. On POSIX.
+    void Type(const std::string& text) const;
+    bool ShowsTyping() const;
 
     // Waits for its end; false when that does not come in time.
     bool WaitFor(std::chrono::nanoseconds time);

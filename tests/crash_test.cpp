@@ -2,7 +2,8 @@
 //
 // The real program forwards from a mailbox to three addresses, one of which is refused now and then, with deletion on
 // and new mail coming in. It is killed at random moments of its runs; after each kill, and whenever a message is
-// deleted from the mailbox, everything that must hold is checked.
+// deleted from the mailbox, everything that must hold is checked. The same with a service that runs again and again,
+// and with settings that are saved meanwhile.
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@
 #include <iostream>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <random>
 #include <regex>
@@ -36,7 +38,11 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using std::chrono::nanoseconds;
 
-constexpr int kKills = 55;  // in each of four tests
+constexpr int kKills = 55;  // in each of six tests
+constexpr auto kServiceRuns =
+    200ms;  // after that without the part: it does not end, and there may be nothing to deliver
+constexpr auto kProgramRuns = 60s;
+constexpr int kTryLater = 75;  // exit code of a command
 constexpr int kUndisturbedEvery = 8;
 constexpr double kRefusals = 0.05;  // of the recipients at the address that is refused now and then
 const std::vector<std::string> kAddresses = {"first@example.net", "second@example.net", "third@example.net"};
@@ -127,7 +133,10 @@ public:
         for (auto& moment : begun_) moment = Clock::time_point();
         Mark(kStarting);
     }
-    void Mark(Part part) { begun_[part] = Clock::now(); }
+    void Mark(Part part) {
+        for (int later = part + 1; later < kParts; ++later) begun_[later] = Clock::time_point();  // of an earlier run
+        begun_[part] = Clock::now();
+    }
     bool HasBegun(Part part) const { return begun_[part].load() != Clock::time_point(); }
     // How long each part took in a run that has ended now; zero for one that did not happen.
     std::array<nanoseconds, kParts> Lengths() const {
@@ -150,10 +159,13 @@ private:
     std::array<std::atomic<Clock::time_point>, kParts> begun_{};
 };
 
+// Without the folders in which a value was tried when the service was killed.
 std::map<std::string, std::string> FilesBelow(const fs::path& root) {
     std::map<std::string, std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (entry.is_regular_file()) files[fs::relative(entry, root).generic_string()] = ReadFile(entry.path());
+        const std::string name = fs::relative(entry, root).generic_string();
+        if (entry.is_regular_file() && name.find("/.tarvex-") == std::string::npos)
+            files[name] = ReadFile(entry.path());
     }
     return files;
 }
@@ -184,7 +196,7 @@ std::string WithoutTime(std::string text) {
 
 class Forwarding {
 public:
-    Forwarding(int text_limit, unsigned seed) : dice_(seed) {
+    Forwarding(int text_limit, unsigned seed, bool by_service = false) : by_service_(by_service), dice_(seed) {
         BuildTree(text_limit);
         originals_ = FilesBelow(root_.Path());
         mailbox_.SetOnDelete([this](const std::string& uidl) { ledger_.ExpectArrivedEverywhere(uidl); });
@@ -296,6 +308,13 @@ private:
 
     std::vector<std::string> Command() const { return {TARVEX_HOST, "run", "--root", root_.String(), "--quiet"}; }
 
+    std::vector<std::string> ServiceCommand() const {
+        return {TARVEX_HOST, "serve", "--root", root_.String(), "--every", "0.01"};
+    }
+    std::vector<std::string> EditCommand() const {
+        return {TARVEX_HOST, "profile", "set", "user0/from0", "--root", root_.String(), "--nickname", "profile"};
+    }
+
     // Also measures how long each part takes.
     void RunUndisturbed() {
         progress_.Begin();
@@ -310,15 +329,24 @@ private:
         const auto part = static_cast<Part>(dice_.Throw(kParts));
         const nanoseconds moment = dice_.UpTo(lengths_[part]);
         progress_.Begin();
-        ChildProcess run(Command());
+        ChildProcess run(by_service_ ? ServiceCommand() : Command());
+        std::optional<ChildProcess> edit;
         bool ended = false;
-        while (!ended && !progress_.HasBegun(part)) ended = run.WaitFor(200us);
+        const auto limit = Clock::now() + (by_service_ ? kServiceRuns : kProgramRuns);
+        while (!ended && !progress_.HasBegun(part) && Clock::now() < limit) ended = run.WaitFor(200us);
+        if (by_service_ && dice_.Happens(0.5)) edit.emplace(EditCommand());
+        if (by_service_ && part != kStarting && dice_.Happens(0.5))
+            ended = run.WaitFor(dice_.UpTo(100ms));  // a later run
         if (ended || run.WaitFor(moment)) {
             ExpectGoodEnd(run);
             return false;
         }
         ++kills_in_[progress_.Current()];
         run.Kill();
+        if (edit) {
+            edit->Wait();  // it goes on by itself, unless the service was killed before it answered
+            EXPECT_TRUE(edit->ExitCode() == 0 || edit->ExitCode() == kTryLater) << edit->Errors();
+        }
         return true;
     }
 
@@ -345,6 +373,7 @@ private:
             CheckUidls(files[name], kAddresses[i]);
             files.erase(name);
         }
+        files.erase(".tarvex.lock");  // holds no state: the kernel knows who has the lock
         for (const auto& [name, text] : files) ADD_FAILURE() << "an unknown file: " << name;
         CheckNothingElseIsLoaded();
     }
@@ -370,6 +399,7 @@ private:
         EXPECT_EQ(root.users[0]->profiles[0]->forward_addresses.size(), kAddresses.size());
     }
 
+    const bool by_service_;
     Dice dice_;
     TempDir root_;
     Progress progress_;
@@ -387,6 +417,7 @@ private:
 struct Delivery {
     const char* name;
     int text_limit;
+    bool by_service = false;
 };
 
 void PrintTo(const Delivery& delivery, std::ostream* out) { *out << delivery.name; }
@@ -396,7 +427,7 @@ class KilledProgram : public ::testing::TestWithParam<Delivery> {};
 TEST_P(KilledProgram, NothingIsLostOrTorn) {
     const unsigned seed = Seed();
     SCOPED_TRACE("TARVEX_CRASH_SEED=" + std::to_string(seed));
-    Forwarding forwarding(GetParam().text_limit, seed);
+    Forwarding forwarding(GetParam().text_limit, seed, GetParam().by_service);
     forwarding.KillAtRandomMoments(kKills);
     if (!HasFailure()) forwarding.Finish();
     forwarding.ExpectKillsInEveryPart();
@@ -408,7 +439,9 @@ INSTANTIATE_TEST_SUITE_P(Crash, KilledProgram,
                          ::testing::Values(Delivery{"ATransactionForEachAddress", -100},
                                            Delivery{"OneTransactionForAll", 0},
                                            Delivery{"ATransactionForEachAddressAgain", -100},
-                                           Delivery{"OneTransactionForAllAgain", 0}),
+                                           Delivery{"OneTransactionForAllAgain", 0},
+                                           Delivery{"AServiceWithATransactionForEachAddress", -100, true},
+                                           Delivery{"AServiceWithOneTransactionForAll", 0, true}),
                          [](const auto& killed) { return killed.param.name; });
 
 TEST(Crash, NewFilesThatAreLeftAreNeverReadAndVanishWithTheNextSave) {

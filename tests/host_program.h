@@ -1,6 +1,6 @@
 #pragma once
 
-// The command `tarvex`, run as a program on a data tree of its own.
+// What the tests of the command `tarvex` share.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "tarvex/tarvex.h"
@@ -23,7 +22,7 @@ namespace tarvex::testing {
 constexpr int kNoRoot = 2;
 constexpr int kBadUsage = 64;
 constexpr int kBroken = 70;
-constexpr const char* kPhone = "phone@example.net";
+inline constexpr const char* kPhone = "phone@example.net";
 
 inline std::string Unix(std::string text) {
     std::erase(text, '\r');
@@ -55,21 +54,32 @@ public:
         return Native(profile.path);
     }
 
-    ChildProcess Start(ChildProcess::Output output = ChildProcess::Output::Pipe,
-                       const std::vector<std::string>& more = {}) const {
-        std::vector<std::string> words = {TARVEX_HOST, "run", "--root", Root()};
+    using Output = ChildProcess::Output;
+
+    ChildProcess Start(Output output = Output::Pipe, const std::vector<std::string>& more = {}) const {
+        std::vector<std::string> words = {"run"};
         words.insert(words.end(), more.begin(), more.end());
-        return ChildProcess(words, output);
+        return StartCommand(words, output);
+    }
+
+    ChildProcess StartCommand(const std::vector<std::string>& words, Output output = Output::Pipe,
+                              const std::vector<std::string>& variables = {}) const {
+        std::vector<std::string> all = {TARVEX_HOST, "--root", Root()};
+        all.insert(all.end(), words.begin(), words.end());
+        return ChildProcess(all, output, variables);
+    }
+
+    // What a command prints that ends with that code and without a word to standard error.
+    std::string Tell(const std::vector<std::string>& words, int exit_code = 0) const {
+        ChildProcess command = StartCommand(words);
+        command.Wait();
+        EXPECT_EQ(command.ExitCode(), exit_code);
+        EXPECT_EQ(command.Errors(), "");
+        return command.Printed();
     }
 
     // What a run that goes well prints.
-    std::string Run() const {
-        ChildProcess run = Start();
-        run.Wait();
-        EXPECT_EQ(run.ExitCode(), 0);
-        EXPECT_EQ(run.Errors(), "");
-        return run.Printed();
-    }
+    std::string Run() const { return Tell({"run"}); }
 
     static std::string Native(std::string path) {
         std::ranges::replace(path, '\\', static_cast<char>(std::filesystem::path::preferred_separator));

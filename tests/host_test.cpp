@@ -28,10 +28,8 @@ TEST(Host, AWrongCommandLineEndsWithAReasonAndCode64) {
     for (const std::vector<std::string>& words : {std::vector<std::string>{},
                                                   {"fly"},
                                                   {"--fly"},
-                                                  {"run"},
                                                   {"run", "--root"},
                                                   {"run", "--fly"},
-                                                  {"run", "--root", folder.String(), "more"},
                                                   {"run", "--root", folder.String(), "--quiet=perhaps"},
                                                   {"demo", "more"}}) {
         std::vector<std::string> command = {TARVEX_HOST};

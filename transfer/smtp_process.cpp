@@ -108,6 +108,7 @@ private:
     void Destroy(std::size_t index) {
         delete mails_[index];
         mails_[index] = nullptr;
+        ++profile_.observer.messages_delivered;
     }
 
     // The answer to QUIT is neither logged nor looked at: kept on purpose.

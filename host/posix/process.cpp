@@ -1,5 +1,6 @@
 #include "host/process.h"
 
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -37,13 +38,20 @@ void RaiseFileLimit() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-bool ShowsColours() {
-    const char* const no_color = std::getenv("NO_COLOR");
+bool CanRedraw() {
     const char* const terminal = std::getenv("TERM");
-    if (no_color && *no_color) return false;
     return isatty(STDOUT_FILENO) == 1 && terminal && std::strcmp(terminal, "dumb") != 0;
 }
 
-void ShowUtf8() {}
+int TerminalLines() {
+    winsize size{};
+    constexpr int kUsualLines = 24;
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : kUsualLines;
+}
+
+bool ShowsColours() {
+    const char* const no_color = std::getenv("NO_COLOR");
+    return CanRedraw() && !(no_color && *no_color);
+}
 
 }  // namespace tarvex::host

@@ -6,6 +6,8 @@
 //     if (!root.SetRootPath("/srv/tarvex")) ...;
 //     for (;;) { Tarvex(&root); wait a while; }
 
+#include "tarvex/plan.h"
+#include "tarvex/probe.h"
 #include "tarvex/tree.h"
 
 // Starts a run, each on a worker thread of its own, for every profile that is due and not running already, and returns

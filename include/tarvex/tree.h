@@ -23,6 +23,7 @@
 
 #include "tarvex/log.h"
 #include "tarvex/mail.h"
+#include "tarvex/observer.h"
 #include "tarvex/schedule.h"
 #include "tarvex/settings.h"
 #include "tarvex/text.h"
@@ -59,6 +60,10 @@ public:
     // path is not refused, unlike by the other Save operations: it names the root of the file system.
     int SaveUidlSetting();
 
+    // Whether the address takes part in a run that was judged due at that moment: it is switched on, and its schedule
+    // is empty or has a term, switched on, that holds the moment. A term without a date stands for the current day.
+    int JudgeTakePart(CTime moment) const;
+
     int takes_part = 0;  // whether the address takes part in the current run
     CScheduleSetting schedule;
     CStringArray uidls;  // the unique ids of the messages that this address has received
@@ -74,7 +79,7 @@ public:
     virtual ~CPopProfile();
 
     // A deep copy for a worker: path, setting with lasttime but without the version, and a new copy of every forwarding
-    // address. The log and the worker-thread field are not copied.
+    // address. The log, the worker-thread field and the observer are not copied.
     CPopProfile& operator=(const CPopProfile& other);
 
     void Reset();                // default settings, no path, no addresses
@@ -94,6 +99,10 @@ public:
     // is. Below 1,440 minutes the interval is `timer` minutes; from there on it is longer (1,440 minutes wait 48
     // hours).
     int JudgeDoOperation();
+
+    // When JudgeDoOperation will find the profile due, as long as it is switched on: a moment that has passed for one
+    // that is due. The beginning of time when the profile has no interval and is due at every call.
+    CTime NextDue() const;
 
     // One whole forwarding run: judge the addresses, fetch, deliver, remember, log. Always 1; the log tells the rest.
     // Blocks for as long as the servers take; call it on a copy that no other thread uses.
@@ -139,6 +148,7 @@ public:
     CProfileLog log;
     std::atomic<tarvex::Thread*> worker_thread{nullptr};  // null unless this copy's run is under way
     CString path;
+    CRunObserver observer;  // what this copy's run has done so far
 };
 
 // One user with his POP profiles.

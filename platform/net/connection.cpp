@@ -8,6 +8,7 @@
 
 #include "platform/net/limits.h"
 #include "platform/net/printable.h"
+#include "platform/net/traffic.h"
 #include "platform/os/threads.h"
 
 namespace tarvex {
@@ -74,9 +75,11 @@ bool Connection::Open(const std::string& server, int port, std::chrono::millisec
 Failure Connection::ConnectToAny(const std::string& server, int port, const Deadline& deadline) {
     if (port <= 0 || port > 65535) return Disconnected("there is no port " + std::to_string(port));
     if (ThreadInterrupted()) return Interrupted();
+    Announce(ConnectStep::FindServer);
     std::vector<NetworkAddress> addresses;
     if (Failure failure = LookUpName(server, deadline, addresses)) return failure;
 
+    Announce(ConnectStep::Connect);
     Failure failure;
     for (std::size_t i = 0; i < addresses.size(); ++i) {
         // An address that swallows everything must leave time for the others.
@@ -92,6 +95,7 @@ Failure Connection::ConnectToAny(const std::string& server, int port, const Dead
 bool Connection::StartTls(std::chrono::milliseconds time) {
     if (!IsUsable()) return false;
     if (!Received().empty()) return FailUnexpected();
+    Announce(ConnectStep::StartTls);
     std::string error;
     tls_ = TlsSession::Make(server_, error);
     if (!tls_) return Fail(Disconnected(error));
@@ -112,7 +116,7 @@ Failure Connection::ShakeHands(const Deadline& deadline) {
         if (failure || state == TlsSession::Handshake::Done) return failure;
         if (Failure waited = stream_.Wait(TcpStream::Event::ToRead, deadline)) return waited;
 
-        const Transfer received = stream_.Receive(wire_.get(), kReadBytes);
+        const Transfer received = ReceiveFromWire(wire_.get(), kReadBytes);
         // What a client has to ignore may keep it waiting without the wait ever being long.
         if (deadline.HasPassed()) return TimedOut("no end in time");
         if (received.status == Transfer::Status::Progress) tls_->Feed({wire_.get(), received.bytes});
@@ -124,7 +128,7 @@ Failure Connection::ShakeHands(const Deadline& deadline) {
 Failure Connection::SendHandshake(const Deadline& deadline) {
     while (!tls_->ToSend().empty()) {
         const std::array part = {tls_->ToSend()};
-        const Transfer sent = stream_.Send(part);
+        const Transfer sent = SendToWire(part);
         tls_->Sent(sent.bytes);
         if (sent.status == Transfer::Status::Failed) return Disconnected(sent.reason);
         if (sent.status == Transfer::Status::Progress) continue;
@@ -137,7 +141,7 @@ void Connection::Close() {
     if (tls_ && !failure_) {
         tls_->EncryptEnd();
         const std::array part = {tls_->ToSend()};
-        (void)stream_.Send(part);  // a courtesy: nothing waits for it
+        (void)SendToWire(part);  // a courtesy: nothing waits for it
     }
     Fail(Disconnected("the connection is closed"));
 }
@@ -204,7 +208,7 @@ Connection::SendResult Connection::Send(Outgoing& outgoing, Deadline deadline, s
 
 Transfer Connection::SendSome(Outgoing& outgoing) {
     if (!tls_) {
-        Transfer sent = stream_.Send(outgoing.Parts());
+        Transfer sent = SendToWire(outgoing.Parts());
         outgoing.Advance(sent.bytes);
         return sent;
     }
@@ -214,7 +218,7 @@ Transfer Connection::SendSome(Outgoing& outgoing) {
         outgoing.Advance(piece.size());
     }
     const std::array part = {tls_->ToSend()};
-    Transfer sent = stream_.Send(part);
+    Transfer sent = SendToWire(part);
     tls_->Sent(sent.bytes);
     return sent;
 }
@@ -239,7 +243,7 @@ Transfer Connection::ReceiveSome() {
     MakeRoom();
     char* const room = buffer_.get() + end_;
     const std::size_t room_bytes = kBufferBytes - end_;
-    Transfer received = tls_ ? ReceiveDecrypted(room, room_bytes) : stream_.Receive(room, room_bytes);
+    Transfer received = tls_ ? ReceiveDecrypted(room, room_bytes) : ReceiveFromWire(room, room_bytes);
     end_ += received.bytes;
     filled_room_ = received.bytes == room_bytes;
     return received;
@@ -248,7 +252,7 @@ Transfer Connection::ReceiveSome() {
 Transfer Connection::ReceiveDecrypted(char* buffer, std::size_t size_bytes) {
     Transfer clear = tls_->Decrypt(buffer, size_bytes);
     if (clear.status != Transfer::Status::WouldBlock) return clear;
-    Transfer received = stream_.Receive(wire_.get(), kReadBytes);
+    Transfer received = ReceiveFromWire(wire_.get(), kReadBytes);
     if (received.status == Transfer::Status::Progress) {
         tls_->Feed({wire_.get(), received.bytes});
     } else if (received.status == Transfer::Status::Ended) {
@@ -257,6 +261,18 @@ Transfer Connection::ReceiveDecrypted(char* buffer, std::size_t size_bytes) {
         return received;
     }
     return tls_->Decrypt(buffer, size_bytes);
+}
+
+Transfer Connection::SendToWire(std::span<const std::string_view> parts) {
+    Transfer sent = stream_.Send(parts);
+    CountSent(sent.bytes);
+    return sent;
+}
+
+Transfer Connection::ReceiveFromWire(char* buffer, std::size_t size_bytes) {
+    Transfer received = stream_.Receive(buffer, size_bytes);
+    CountReceived(received.bytes);
+    return received;
 }
 
 void Connection::MakeRoom() {

@@ -10,9 +10,12 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "platform/net/connect_step.h"
 #include "platform/net/deadline.h"
 #include "platform/net/failure.h"
 #include "platform/net/tcp_stream.h"
@@ -22,6 +25,12 @@ namespace tarvex {
 
 class Connection {
 public:
+    // Has each step of connecting announced before it begins.
+    void AnnounceSteps(OnConnectStep on_step) { on_step_ = std::move(on_step); }
+    void Announce(ConnectStep step) {
+        if (on_step_) on_step_(step);
+    }
+
     // Takes a socket descriptor; false when there is none.
     [[nodiscard]] bool Reserve();
 
@@ -80,8 +89,11 @@ private:
     Transfer::Status TryReceive();
     Transfer ReceiveSome();
     Transfer ReceiveDecrypted(char* buffer, std::size_t size_bytes);
+    Transfer SendToWire(std::span<const std::string_view> parts);
+    Transfer ReceiveFromWire(char* buffer, std::size_t size_bytes);
     void MakeRoom();
 
+    OnConnectStep on_step_;
     TcpStream stream_;
     std::unique_ptr<TlsSession> tls_;
     std::string server_;

@@ -54,8 +54,9 @@ std::string OverLimit(std::string_view what, std::size_t limit, std::string_view
 }  // namespace
 
 std::string CPopSocket::PopConnect(const std::string& server, int port) {
-    timed_out = 0;
+    ForgetFailure();
     if (!connection_->Open(server, port, TimeOut())) return WhyNot();
+    connection_->Announce(ConnectStep::Greeting);
     return ReadStatus(Deadline(TimeOut()), AnswerForm::OneLine);
 }
 
@@ -167,7 +168,7 @@ CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLon
 }
 
 std::string CPopSocket::WhyNot() {
-    KeepTimedOut();
+    KeepFailure();
     const Failure& failure = connection_->Why();
     return (failure.kind == FailureKind::TimedOut ? "-ERR Timeout: " : "-ERR Disconnected: ") + failure.reason;
 }

@@ -53,9 +53,10 @@ bool Offers(std::string_view ehlo_reply, std::string_view keyword) {
 }  // namespace
 
 std::string CSmtpSocket::SmtpConnect(const std::string& server, int port) {
-    timed_out = 0;
+    ForgetFailure();
     if (!connection_->Open(server, port, TimeOut())) return WhyNot();
     if (ssl != kNoTls && ssl != kStartTls && !connection_->StartTls(TimeOut())) return WhyNot();
+    connection_->Announce(ConnectStep::Greeting);
     std::string greeting = ReadReply(Deadline(TimeOut()));
     return ssl == kStartTls ? Upgrade(greeting) : greeting;
 }
@@ -67,6 +68,7 @@ std::string CSmtpSocket::Upgrade(const std::string& greeting) {
         connection_->Fail(Disconnected("there was no upgrade to TLS"));
         return greeting;
     }
+    connection_->Announce(ConnectStep::StartTls);
     const std::string offers = Exchange("EHLO ", HostName());
     if (!offers.starts_with("250")) return UpgradeFailed("EHLO before STARTTLS was refused: " + Printable(offers));
     if (!Offers(offers, "STARTTLS")) return UpgradeFailed("the server does not offer STARTTLS");
@@ -184,7 +186,7 @@ std::string CSmtpSocket::ReadReply(Deadline deadline) {
 }
 
 std::string CSmtpSocket::WhyNot() {
-    KeepTimedOut();
+    KeepFailure();
     return "421 " + connection_->Why().reason;
 }
 

@@ -2,6 +2,8 @@
 
 #include "platform/net/sockets.h"
 
+#include <utility>
+
 #include "platform/net/connection.h"
 #include "platform/net/limits.h"
 #include "platform/os/shield.h"
@@ -25,7 +27,14 @@ void CBaseSocket::SetTimeOut(int seconds) { timeout_s_ = seconds > 0 ? seconds :
 
 std::chrono::milliseconds CBaseSocket::TimeOut() const { return std::chrono::seconds(timeout_s_); }
 
-void CBaseSocket::KeepTimedOut() { timed_out = connection_->Why().kind == FailureKind::TimedOut ? 1 : 0; }
+void CBaseSocket::AnnounceSteps(OnConnectStep on_step) { connection_->AnnounceSteps(std::move(on_step)); }
+
+void CBaseSocket::KeepFailure() {
+    timed_out = connection_->Why().kind == FailureKind::TimedOut ? 1 : 0;
+    failed = 1;
+}
+
+void CBaseSocket::ForgetFailure() { timed_out = failed = 0; }
 
 bool CBaseSocket::IsSafeArgument(std::string_view argument) {
     return argument.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;

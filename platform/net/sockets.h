@@ -21,6 +21,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/net/connect_step.h"
+
 namespace tarvex {
 
 class Connection;
@@ -35,12 +37,17 @@ public:
 
     void SetTimeOut(int seconds);  // 0 or less counts as 30
 
+    // Has each step of connecting announced before it begins.
+    void AnnounceSteps(OnConnectStep on_step);
+
     int timed_out = 0;  // 1 when the last exchange ended by time-out
+    int failed = 0;     // 1 when it ended by any failure of the connection: its reply is not the server's
     int ssl = 0;        // SMTP: 0 plain, 2 STARTTLS, anything else TLS from the first byte
 
 protected:
     std::chrono::milliseconds TimeOut() const;
-    void KeepTimedOut();  // sets timed_out, once an exchange has failed
+    void KeepFailure();  // sets timed_out and failed, once an exchange has failed
+    void ForgetFailure();
     static bool IsSafeArgument(std::string_view argument);
 
     std::unique_ptr<Connection> connection_;

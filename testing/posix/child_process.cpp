@@ -8,12 +8,14 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -143,6 +145,18 @@ struct ChildProcess::Impl {
         exit_code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     }
 
+    // Reads what there is, or waits for it; false when nothing comes in time.
+    bool ReadBefore(Clock::time_point deadline) {
+        std::array<pollfd, 2> streams{pollfd{output.descriptor, POLLIN, 0}, pollfd{errors.descriptor, POLLIN, 0}};
+        const timespec left = TimeUntil(deadline);
+        const int count = ppoll(streams.data(), streams.size(), &left, nullptr);
+        if (count < 0 && errno != EINTR) throw Failure("waiting for a program");
+        if (count == 0) return false;
+        if (count > 0 && streams[0].revents != 0) Read(output);
+        if (count > 0 && streams[1].revents != 0) Read(errors);
+        return true;
+    }
+
     pid_t pid = 0;
     bool ended = false;
     int exit_code = -1;
@@ -150,16 +164,22 @@ struct ChildProcess::Impl {
     Stream errors;
 };
 
-ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables)
+ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables,
+                           const std::string& input)
     : impl_(std::make_unique<Impl>()) {
-    const Descriptor input = OpenFile("/dev/null", O_RDONLY);
+    Ends in = OpenPipe();
+    const bool has_input = write(in.theirs.Get(), input.data(), input.size()) == static_cast<ssize_t>(input.size());
+    if (!has_input) throw Failure("pipe");
+    close(in.theirs.Release());
     const Descriptor full = OpenFile("/dev/full", O_WRONLY);
-    Ends out = output == Output::Terminal ? OpenTerminal() : OpenPipe();
+    const bool on_terminal = output == Output::Terminal || output == Output::Dialogue;
+    Ends out = on_terminal ? OpenTerminal() : OpenPipe();
     Ends err = OpenPipe();
     const int their_output = output == Output::Full ? full.Get() : out.theirs.Get();
-    const int their_errors = output == Output::Terminal ? their_output : err.theirs.Get();
+    const int their_errors = on_terminal ? their_output : err.theirs.Get();
+    const int their_input = output == Output::Dialogue ? their_output : in.ours.Get();
     if (output == Output::Closed) close(out.ours.Release());
-    impl_->pid = Spawn(std::move(words), std::move(variables), input.Get(), their_output, their_errors);
+    impl_->pid = Spawn(std::move(words), std::move(variables), their_input, their_output, their_errors);
     impl_->output.descriptor = out.ours.Release();
     impl_->errors.descriptor = err.ours.Release();
 }
@@ -170,18 +190,30 @@ void ChildProcess::Signal(int signal) const {
     if (!impl_->ended) kill(impl_->pid, signal);  // not waited for yet, so the number is still its own
 }
 
+bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time) {
+    const auto deadline = Clock::now() + time;
+    while (impl_->output.text.find(text) == std::string::npos) {
+        if (impl_->output.descriptor < 0 || !impl_->ReadBefore(deadline)) return false;
+    }
+    return true;
+}
+
+void ChildProcess::Type(const std::string& text) const {
+    if (write(impl_->output.descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        throw Failure("typing");
+}
+
+bool ChildProcess::ShowsTyping() const {
+    termios settings{};
+    if (tcgetattr(impl_->output.descriptor, &settings) != 0) throw Failure("terminal");
+    return (settings.c_lflag & ECHO) != 0;
+}
+
 // A program that ends closes its streams, however it ends.
 bool ChildProcess::WaitFor(std::chrono::nanoseconds time) {
     const auto deadline = Clock::now() + time;
     while (impl_->output.descriptor >= 0 || impl_->errors.descriptor >= 0) {
-        std::array<pollfd, 2> streams{pollfd{impl_->output.descriptor, POLLIN, 0},
-                                      pollfd{impl_->errors.descriptor, POLLIN, 0}};
-        const timespec left = TimeUntil(deadline);
-        const int count = ppoll(streams.data(), streams.size(), &left, nullptr);
-        if (count < 0 && errno != EINTR) throw Failure("waiting for a program");
-        if (count == 0) return false;
-        if (count > 0 && streams[0].revents != 0) Impl::Read(impl_->output);
-        if (count > 0 && streams[1].revents != 0) Impl::Read(impl_->errors);
+        if (!impl_->ReadBefore(deadline)) return false;
     }
     impl_->Reap();
     return true;

@@ -51,17 +51,24 @@ std::string PopServer::Missing() {
     return "";
 }
 
-PopServer::PopServer(const std::vector<Login>& logins) {
+PopServer::PopServer(const TlsOptions& certificate) {
+    const TlsIdentity identity = MakeTlsIdentity(certificate);
+    WriteFile(folder_ / "ca.pem", identity.ca_certificate);
+    WriteFile(folder_ / "server.pem", identity.certificate);
+    WriteFile(folder_ / "server.key", identity.key);
+    for (const char* name : {"ca.pem", "server.pem", "server.key"}) folder_.GiveAway(folder_ / name);
+    tls_port_ = FreePorts(1).front();
+    Start({kAlice, kBob});
+}
+
+void PopServer::Start(const std::vector<Login>& logins) {
     for (const char* name : {"run", "state", "mail"}) folder_.MakeFolder(name);
     WriteFile(folder_ / "users", UsersFile(logins));
     WriteFile(folder_ / "dovecot.log", "");
     for (const char* name : {"users", "dovecot.log"}) folder_.GiveAway(folder_ / name);
     for (const Login& login : logins) Maildir make(MailboxPath(login));
     folder_.GiveAway(folder_ / "mail");
-    Start();
-}
 
-void PopServer::Start() {
     port_ = FreePorts(1).front();
     WriteFile(folder_ / "dovecot.conf", Configuration());
     process_ = std::make_unique<ServerProcess>(ServerProcess::Command{
@@ -85,10 +92,12 @@ std::string PopServer::Configuration() const {
            " gid=" + std::to_string(account.gid) + " home=" + base + "mail/%u\n}\nmail_location = maildir:~\n" +
            "service pop3-login {\n  chroot =\n  service_count = 0\n  process_min_avail = 1\n  process_limit = 4\n"
            "  inet_listener pop3 {\n    port = " +
-           std::to_string(port_) + "\n  }\n  inet_listener pop3s {\n    port = 0\n  }\n}\n" +
+           std::to_string(port_) + "\n  }\n  inet_listener pop3s {\n    port = " + std::to_string(tls_port_) +
+           "\n    ssl = yes\n  }\n}\n" +
+           (tls_port_ == 0 ? "ssl = no\n"
+                           : "ssl = yes\nssl_cert = <" + base + "server.pem\nssl_key = <" + base + "server.key\n") +
            R"(protocols = pop3
 listen = 127.0.0.1
-ssl = no
 disable_plaintext_auth = no
 auth_mechanisms = plain apop
 auth_failure_delay = 0

@@ -43,9 +43,14 @@ public:
     // Why it cannot run here; empty when it can.
     static std::string Missing();
 
-    explicit PopServer(const std::vector<Login>& logins = {kAlice, kBob});
+    explicit PopServer(const std::vector<Login>& logins = {kAlice, kBob}) { Start(logins); }
+    // The same with TLS from the first byte on a further port.
+    explicit PopServer(const TlsOptions& certificate);
 
     int Port() const { return port_; }
+    int TlsPort() const { return tls_port_; }
+    // A file with the certificate of the authority that signed the server's certificate.
+    std::string CaFile() const { return (folder_ / "ca.pem").string(); }
     pid_t Pid() const { return process_->Pid(); }
 
     // Mail arrives in the user's mailbox.
@@ -62,10 +67,11 @@ public:
 private:
     std::filesystem::path MailboxPath(const Login& login) const;
     std::string Configuration() const;
-    void Start();
+    void Start(const std::vector<Login>& logins);
 
     ServerFolder folder_;
     int port_ = 0;
+    int tls_port_ = 0;  // 0: none
     std::unique_ptr<ServerProcess> process_;
 };
 

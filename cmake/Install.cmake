@@ -1,0 +1,81 @@
+# What `cmake --install` puts where. Its components are the packages: library, development, host.
+
+# Where Debian keeps the libraries of one architecture, also below /usr/local.
+if(EXISTS /etc/debian_version AND CMAKE_LIBRARY_ARCHITECTURE)
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Libraries")
+endif()
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+install(TARGETS tarvex EXPORT TarvexTargets
+  RUNTIME COMPONENT library
+  LIBRARY COMPONENT library NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development)
+install(DIRECTORY include/tarvex DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(TARGETS tarvex_host COMPONENT host)
+
+# find_package(Tarvex)
+set(config_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Tarvex)
+install(EXPORT TarvexTargets NAMESPACE Tarvex:: DESTINATION ${config_folder} COMPONENT development)
+configure_package_config_file(packaging/TarvexConfig.cmake.in ${PROJECT_BINARY_DIR}/packaging/TarvexConfig.cmake
+  INSTALL_DESTINATION ${config_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/packaging/TarvexConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/TarvexConfig.cmake ${PROJECT_BINARY_DIR}/packaging/TarvexConfigVersion.cmake
+  DESTINATION ${config_folder} COMPONENT development)
+
+# pkg-config; the prefix is found from the place of the file, so that an installed tree can be moved.
+file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" prefix_from_pkgconfig "${prefix_from_pkgconfig}")
+configure_file(packaging/tarvex.pc.in ${PROJECT_BINARY_DIR}/packaging/tarvex.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/tarvex.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# What every package says about itself, below the name that the package has.
+set(documents ${CMAKE_INSTALL_DATADIR}/doc)
+set(tarvex_abi 0)
+find_program(GZIP gzip REQUIRED)
+configure_file(packaging/debian/changelog ${PROJECT_BINARY_DIR}/packaging/changelog @ONLY)
+execute_process(COMMAND ${GZIP} -9nkf ${PROJECT_BINARY_DIR}/packaging/changelog COMMAND_ERROR_IS_FATAL ANY)
+foreach(component_package library:libtarvex${tarvex_abi} development:libtarvex-dev host:tarvex)
+  string(REPLACE ":" ";" component_package ${component_package})
+  list(GET component_package 0 component)
+  list(GET component_package 1 package)
+  install(FILES packaging/debian/copyright ${PROJECT_BINARY_DIR}/packaging/changelog.gz
+    DESTINATION ${documents}/${package} COMPONENT ${component})
+endforeach()
+install(FILES packaging/debian/library.lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+  RENAME libtarvex${tarvex_abi} COMPONENT library)
+install(DIRECTORY examples DESTINATION ${documents}/libtarvex-dev COMPONENT development)
+install(DIRECTORY docs/ DESTINATION ${documents}/tarvex COMPONENT host FILES_MATCHING PATTERN "*.md" PATTERN "man" EXCLUDE)
+
+# The manual. Its list of keys is made from the host's own tables.
+add_executable(tarvex_manual packaging/manual.cpp)
+target_link_libraries(tarvex_manual PRIVATE tarvex_host_parts tarvex)
+set(pages "")
+foreach(page tarvex.1 tarvex.def.5 libtarvex.3)
+  set(output ${PROJECT_BINARY_DIR}/man/${page})
+  add_custom_command(OUTPUT ${output} ${output}.gz
+    COMMAND tarvex_manual ${PROJECT_SOURCE_DIR}/docs/man/${page} ${output}
+    COMMAND ${GZIP} -9nkf ${output}
+    DEPENDS tarvex_manual docs/man/${page})
+  list(APPEND pages ${output}.gz)
+endforeach()
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
+add_custom_target(manual ALL DEPENDS ${pages})
+install(FILES ${PROJECT_BINARY_DIR}/man/tarvex.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
+install(FILES ${PROJECT_BINARY_DIR}/man/tarvex.def.5.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT host)
+install(FILES ${PROJECT_BINARY_DIR}/man/libtarvex.3.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+
+install(FILES packaging/tarvex.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tarvex
+  COMPONENT host)
+
+# The units of the service manager; what both have in common stands in a file of its own.
+file(READ packaging/systemd/common common)
+string(STRIP "${common}" common)
+foreach(unit tarvex.service tarvex@.service)
+  configure_file(packaging/systemd/${unit} ${PROJECT_BINARY_DIR}/packaging/${unit} @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/packaging/${unit} DESTINATION lib/systemd/system COMPONENT host)
+endforeach()
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/systemd/common)
+install(FILES packaging/systemd/tarvex.sysusers DESTINATION lib/sysusers.d RENAME tarvex.conf COMPONENT host)
+
+include(cmake/Package.cmake)

@@ -1,0 +1,58 @@
+# The Debian packages: cpack --config <build folder>/CPackConfig.cmake -B <folder>
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME tarvex)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "The Tarvex developers <tarvex@example.org>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # the first line of each package's own description is it
+set(CPACK_COMPONENTS_ALL library development host)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(library_name libtarvex${tarvex_abi})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_name})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "mail-forwarding engine - shared library
+Tarvex fetches mail from POP3 mailboxes and sends every new message on, over
+SMTP, to one or more forwarding addresses, each with a schedule of its own.
+
+This package holds the engine.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtarvex-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_name} (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "mail-forwarding engine - development files
+Tarvex fetches mail from POP3 mailboxes and sends every new message on, over
+SMTP, to one or more forwarding addresses, each with a schedule of its own.
+
+This package holds what a program needs that is built on the engine: the
+headers, a CMake package, a pkg-config file and an example.")
+
+set(CPACK_DEBIAN_HOST_PACKAGE_NAME tarvex)
+set(CPACK_DEBIAN_HOST_PACKAGE_SECTION mail)
+set(CPACK_DEBIAN_HOST_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS
+  "${library_name} (= ${PROJECT_VERSION}), systemd | systemd-standalone-sysusers | systemd-sysusers")
+set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS ca-certificates)
+set(CPACK_DEBIAN_HOST_PACKAGE_SUGGESTS stunnel4)
+set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_SOURCE_DIR}/packaging/debian/postinst
+  ${PROJECT_SOURCE_DIR}/packaging/debian/prerm
+  ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
+set(CPACK_COMPONENT_HOST_DESCRIPTION "mail-forwarding engine - command and service
+Tarvex fetches mail from POP3 mailboxes and sends every new message on, over
+SMTP, to one or more forwarding addresses, each with a schedule of its own.
+
+This package holds the command tarvex and the units of its service.")
+
+include(CPack)

@@ -1,0 +1,20 @@
+#pragma once
+
+// What to do about a server that cannot be used.
+
+#include <string>
+
+#include "tarvex/probe.h"
+#include "tarvex/settings.h"
+
+namespace tarvex::host {
+
+enum class Protocol { Pop, Smtp };
+
+// The server's name that a run uses.
+const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol);
+
+// One or two sentences about a step that failed, in plain English, fit to be shown.
+std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting);
+
+}  // namespace tarvex::host

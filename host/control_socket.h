@@ -1,0 +1,125 @@
+#pragma once
+
+// How a command speaks to the service that owns the tree: over the Unix socket ROOT/.tarvex.sock, which is its owner's
+// alone; who connects must be the service's user or the superuser. One request and one reply for each connection, with
+// notes before the reply. Each message is a JSON text behind its length in bytes (four bytes, the highest first). A
+// string holds a byte in each character (U+0000 to U+00FF), for passwords and ids on servers need not be UTF-8.
+//
+// Nothing here waits for a client, and what a client may send, and for how long, has its limits.
+
+#include <poll.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/descriptor.h"
+#include "host/edit.h"
+
+namespace tarvex::host {
+
+// How far a run is.
+struct RunNow {
+    std::string profile;  // as ShownName
+    std::int64_t bytes_received = 0;
+    std::int64_t bytes_sent = 0;
+    int messages_to_fetch = 0;
+    int messages_fetched = 0;
+    int messages_delivered = 0;
+};
+
+// The side of a command. Throws Trouble when the service ends before it has answered.
+class ServiceConnection {
+public:
+    // Nothing when no service answers there.
+    static std::optional<ServiceConnection> Try(const std::string& root);
+
+    // Has the edit made, however long that takes, and returns its exit code. Notes say what it waits for.
+    int Edit(const EditRequest& request, EditReply& reply, const std::function<void(const std::string&)>& on_note);
+
+    std::vector<RunNow> Runs();  // throws Trouble also when the answer takes seconds
+
+private:
+    explicit ServiceConnection(Descriptor socket) : socket_(std::move(socket)) {}
+
+    void Send(const std::string& message) const;
+    std::string Receive() const;
+
+    Descriptor socket_;
+};
+
+// A connection as the service sees it.
+class ControlClient {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    ControlClient(Descriptor socket, Clock::time_point deadline) : socket_(std::move(socket)), deadline_(deadline) {}
+
+    // What is asked, once it is there whole and until it is answered: an edit, or how far the runs are.
+    bool IsWaiting() const { return state_ == State::Waiting; }
+    const std::optional<EditRequest>& Edit() const { return edit_; }
+
+    void Note(const std::string& text);  // the same one is sent only once
+    void Answer(int exit_code, const EditReply& reply);
+    void Answer(const std::vector<RunNow>& runs);
+
+private:
+    friend class ControlServer;
+    enum class State { Reading, Waiting, Answering };
+
+    bool Work(Clock::time_point now);  // false when it is over
+    bool Read();
+    bool TakeRequest();
+    bool Write();
+    void Refuse(int exit_code, const std::string& why);
+    void Finish(const std::string& message);
+
+    Descriptor socket_;
+    Clock::time_point deadline_;  // for sending the request, for taking the answer
+    State state_ = State::Reading;
+    std::string in_;
+    std::string out_;
+    std::string note_;
+    std::optional<EditRequest> edit_;
+};
+
+// The side of the service: every operation returns at once.
+class ControlServer {
+public:
+    using Clock = ControlClient::Clock;
+
+    // Listens in the root, in the place of a socket that was left over: by whoever holds the lock of the root, and
+    // before there are other threads. Throws Trouble.
+    explicit ControlServer(const std::string& root);
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+    // What to wait for before the next Work, and until when.
+    void AddTo(std::vector<pollfd>& watched) const;
+    std::optional<Clock::time_point> Deadline() const;
+
+    // Accepts, reads and writes what can be. True when a request has come in, or one that waits was given up.
+    bool Work();
+
+    std::vector<ControlClient*> Waiting();  // the oldest first; valid until the next Work
+    bool IsIdle() const { return clients_.empty(); }
+
+private:
+    void Accept();
+
+    std::string path_;
+    Descriptor listener_;
+    Clock::time_point accept_from_{};  // later than now while the process has no descriptor to spare
+    std::list<ControlClient> clients_;
+};
+
+// Whether somebody of that user may use the service of the other.
+bool IsAllowedPeer(uid_t peer, uid_t service);
+
+}  // namespace tarvex::host

@@ -1,0 +1,355 @@
+#include "host/edit.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <functional>
+#include <span>
+#include <string_view>
+#include <system_error>
+
+#include "host/display.h"
+#include "host/interval.h"
+#include "host/keys.h"
+#include "host/names.h"
+#include "host/paths.h"
+#include "host/schedule_text.h"
+#include "host/trouble.h"
+
+namespace tarvex::host {
+namespace {
+
+using Words = std::span<const std::string>;
+
+bool FileExists(const CString& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(NativePath(path), ignored);
+}
+
+Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
+
+// One of the things in the tree that have settings: its record, and the words about it.
+template <class Record>
+class Values {
+public:
+    Values(Words words, const std::map<std::string, std::string>& secrets) {
+        for (const std::string& word : words) {
+            const std::size_t equals = word.find('=');
+            if (equals == std::string::npos)
+                throw Trouble(kBadUsage, "no value for \"" + ShowText(word, "UTF-8") + '"');
+            Take(word.substr(0, equals), word.substr(equals + 1), false);
+        }
+        for (const auto& [name, secret] : secrets) Take(name, secret, true);
+    }
+
+    // Throws Trouble when a value is not allowed, or would not be read back from a file in the directory.
+    void SetIn(Record& record, const CString& directory) const {
+        SetAgainIn(record);
+        std::vector<const Key<Record>*> keys;
+        for (const auto& value : values_) keys.push_back(value.first);
+        RequireSurvival(record, keys, directory);
+    }
+
+    // Without looking whether the values survive.
+    void SetAgainIn(Record& record) const {
+        for (const auto& [key, word] : values_) SetValue(record, *key, word);
+    }
+
+    // What differs, line by line.
+    std::string Difference(const Record& before, const Record& after) const {
+        std::string lines;
+        for (const auto& [key, word] : values_) {
+            lines += "  ";
+            lines += key->name;
+            lines += ": ";
+            const std::string old_text = ShowValue(before, *key);
+            const std::string new_text = ShowValue(after, *key);
+            if (key->type == KeyType::Password) {
+                lines += new_text == "(none)" ? "removed" : "stored";
+            } else if (old_text == new_text) {
+                lines += '"' + new_text + "\" as before";
+            } else {
+                lines.append("\"").append(old_text).append("\" -> \"").append(new_text).append("\"");
+            }
+            lines += '\n';
+        }
+        return lines;
+    }
+
+    bool Has(std::string_view name) const {
+        return std::ranges::any_of(values_, [&](const auto& value) { return value.first->name == name; });
+    }
+
+private:
+    void Take(const std::string& name, const std::string& word, bool secret) {
+        const Key<Record>& key = KeyNamed<Record>(name);
+        if ((key.type == KeyType::Password) != secret) {
+            throw Trouble(kBadUsage, std::string(key.name) + ": a password is never taken from the command line");
+        }
+        values_.emplace_back(&key, word);
+    }
+
+    std::vector<std::pair<const Key<Record>*, std::string>> values_;
+};
+
+class Editor {
+public:
+    Editor(CRootPath& root, const EditRequest& request) : root_(root), request_(request) {
+        if (request.words.size() < 3) throw Trouble(kBadUsage, "an edit needs more words");
+    }
+
+    std::string Apply() {
+        const std::string& kind = request_.words[0];
+        if (kind == "user") return EditUser();
+        if (kind == "profile") return EditProfile();
+        if (kind == "forward") return EditForward();
+        if (kind == "schedule") return EditSchedule();
+        throw Trouble(kBadUsage, "an edit cannot begin with \"" + ShowText(kind, "UTF-8") + '"');
+    }
+
+    std::vector<CString> Touched() {
+        const std::string& kind = Verb() == "add" ? std::string() : request_.words[0];
+        if (kind == "profile") return {FindProfile(root_, Name()).profile->path};
+        if (kind == "forward" && Verb() == "remove") return {FindForward(root_, Name()).profile->path};
+        std::vector<CString> paths;
+        if (kind == "user" && Verb() == "remove") {
+            for (const auto& profile : FindUser(root_, Name()).profiles) paths.push_back(profile->path);
+        }
+        return paths;
+    }
+
+private:
+    const std::string& Verb() const { return request_.words[1]; }
+    const std::string& Name() const { return request_.words[2]; }
+    Words Behind(std::size_t count) const { return Words(request_.words).subspan(count); }
+    std::string Shown(const CString& path) const { return ShownName(root_, path); }
+
+    [[noreturn]] void UnknownVerb() const {
+        throw Trouble(kBadUsage, "an edit cannot be \"" + ShowText(Verb(), "UTF-8") + '"');
+    }
+
+    // Saves what was changed in the object's setting, or puts the old values back.
+    template <class Record, class Object>
+    std::string Set(Object& object) {
+        const Values<Record> values(Behind(3), request_.secrets);
+        const Record before(object.setting);
+        Record after(object.setting);
+        values.SetIn(after, object.path);
+        values.SetAgainIn(object.setting);
+        if (!object.SaveSetting()) {
+            object.setting = before;
+            KeepUnassigned(object.setting, before);
+            throw CannotSave(object.path);
+        }
+        return Shown(object.path) + ":\n" + values.Difference(before, after);
+    }
+
+    // Assignment leaves these out.
+    static void KeepUnassigned(CUserSetting& target, const CUserSetting& source) { target.version = source.version; }
+    static void KeepUnassigned(CForwardAddressSetting&, const CForwardAddressSetting&) {}
+    static void KeepUnassigned(CPopProfileSetting& target, const CPopProfileSetting& source) {
+        target.version = source.version;
+        target.lasttime = source.lasttime;
+    }
+
+    // What an operation of the tree has made is filled and saved, or taken away again.
+    template <class Object, class Fill>
+    void Complete(Object* object, const CString& parent, const Fill& fill, const std::function<void(Object*)>& remove) {
+        if (!object) throw Trouble(kCannotMake, "cannot make a directory in \"" + ShowPath(parent) + '"');
+        fill(*object);
+        if (object->SaveSetting()) return;
+        const CString path = object->path;
+        remove(object);
+        throw CannotSave(path);
+    }
+
+    // The path is a copy: that of the object goes with it.
+    template <class Remove>
+    std::string RemoveFromDisk(CString directory, const Remove& remove) {
+        remove();
+        if (FileExists(directory)) {
+            throw Trouble(kCannotWrite, "cannot delete \"" + ShowPath(directory) + "\" whole; delete the rest by hand");
+        }
+        return "Removed " + Shown(directory) + ".\n";
+    }
+
+    std::string EditUser();
+    std::string EditProfile();
+    std::string EditForward();
+    std::string EditSchedule();
+    std::string AddUser();
+    std::string AddProfile();
+    std::string AddForward();
+    std::string AddTerm(CForwardAddress& forward);
+    std::string RemoveTerms(CForwardAddress& forward);
+    std::string SaveSchedule(CForwardAddress& forward, const CScheduleSetting& before);
+
+    CRootPath& root_;
+    const EditRequest& request_;
+};
+
+std::string Editor::EditUser() {
+    if (Verb() == "add") return AddUser();
+    CUser& user = FindUser(root_, Name());
+    if (Verb() == "set") return Set<CUserSetting>(user);
+    if (Verb() == "remove") return RemoveFromDisk(user.path, [&] { root_.DeleteUser(&user); });
+    UnknownVerb();
+}
+
+std::string Editor::AddUser() {
+    const Values<CUserSetting> values(Behind(2), request_.secrets);
+    CUserSetting draft;
+    values.SetIn(draft, root_.path);
+    CUser* const user = root_.CreateNewUser(draft.loginname, draft.password, draft.administrator);
+    // What became of the administrator rights is the tree's decision.
+    const auto fill = [&](CUser& made) {
+        made.setting.status = draft.status;
+        made.setting.version = draft.version;
+    };
+    Complete<CUser>(user, root_.path, fill, [&](CUser* made) { root_.DeleteUser(made); });
+    std::string text = "Added user " + Shown(user->path) + " (" + ShowText(draft.loginname) + ").\n";
+    if (user->setting.administrator != draft.administrator) {
+        text += "The directory was there already, so the user has no administrator rights.\n";
+    }
+    return text;
+}
+
+std::string Editor::EditProfile() {
+    if (Verb() == "add") return AddProfile();
+    const auto [user, profile] = FindProfile(root_, Name());
+    if (Verb() == "remove")
+        return RemoveFromDisk(profile->path, [&, user = user, profile = profile] { user->DeletePopProfile(profile); });
+    if (Verb() != "set") UnknownVerb();
+    std::string text = Set<CPopProfileSetting>(*profile);
+    const int timer = profile->setting.timer;
+    if (Values<CPopProfileSetting>(Behind(3), request_.secrets).Has("timer") &&
+        WaitSeconds(timer) != std::int64_t{timer} * 60) {
+        text += "Note: with a timer of " + std::to_string(timer) + " minutes it runs " + WaitInWords(timer) + ".\n";
+    }
+    return text;
+}
+
+std::string Editor::AddProfile() {
+    CUser& user = FindUser(root_, Name());
+    const Values<CPopProfileSetting> values(Behind(3), request_.secrets);
+    CPopProfileSetting draft;
+    values.SetIn(draft, user.path);
+    CPopProfile* const profile = user.CreateNewPopProfile(draft.nickname, draft.address);
+    Complete<CPopProfile>(
+        profile, user.path, [&](CPopProfile& made) { values.SetAgainIn(made.setting); },
+        [&](CPopProfile* made) { user.DeletePopProfile(made); });
+    const CPopProfileSetting& setting = profile->setting;
+    std::string text = "Added profile " + Shown(profile->path) + " (" + ShowText(setting.address) + "). It runs " +
+                       WaitInWords(setting.timer);
+    const CTime first = setting.lasttime + WaitSeconds(setting.timer);
+    text += first > setting.lasttime ? ", for the first time at " + ShowMoment(first) + ".\n" : ".\n";
+    return text;
+}
+
+std::string Editor::EditForward() {
+    if (Verb() == "add") return AddForward();
+    const auto [user, profile, forward] = FindForward(root_, Name());
+    if (Verb() == "set") return Set<CForwardAddressSetting>(*forward);
+    if (Verb() == "remove") {
+        return RemoveFromDisk(forward->path,
+                              [profile = profile, forward = forward] { profile->DeleteForwardAddress(forward); });
+    }
+    UnknownVerb();
+}
+
+std::string Editor::AddForward() {
+    CPopProfile& profile = *FindProfile(root_, Name()).profile;
+    const Values<CForwardAddressSetting> values(Behind(3), request_.secrets);
+    CForwardAddressSetting draft;
+    values.SetIn(draft, profile.path);
+    CForwardAddress* const forward = profile.CreateNewForwardAddress(draft.nickname, draft.address);
+    const auto remove = [&](CForwardAddress* made) { profile.DeleteForwardAddress(made); };
+    Complete<CForwardAddress>(
+        forward, profile.path, [&](CForwardAddress& made) { values.SetAgainIn(made.setting); }, remove);
+
+    // A directory that was there may hold the schedule and the list of another address that once had it.
+    forward->LoadUidlSetting();
+    const bool other_list = forward->uidls != request_.uidls;
+    const bool other_schedule = !forward->schedule.terms.empty();
+    forward->uidls = request_.uidls;
+    forward->schedule.Reset();
+    if ((other_list && !forward->SaveUidlSetting()) || (other_schedule && !forward->SaveScheduleSetting())) {
+        const CString path = forward->path;
+        remove(forward);
+        throw CannotSave(path);
+    }
+    return "Added forwarding address " + Shown(forward->path) + " (" + ShowText(forward->setting.address) + ").\n" +
+           (request_.uidls.empty() ? ""
+                                   : "It gets only new mail: " + std::to_string(request_.uidls.size()) +
+                                         " in the mailbox count as handled.\n");
+}
+
+std::string Editor::EditSchedule() {
+    CForwardAddress& forward = *FindForward(root_, Name()).forward;
+    if (request_.words.size() < 4) throw Trouble(kBadUsage, "an edit of a schedule needs more words");
+    if (Verb() == "add") return AddTerm(forward);
+    if (Verb() == "remove") return RemoveTerms(forward);
+    UnknownVerb();
+}
+
+std::string Editor::AddTerm(CForwardAddress& forward) {
+    const CScheduleSetting before(forward.schedule);
+    std::string said;
+    for (const CTerm& term : ParseTerms(request_.words[3])) {
+        if (forward.schedule.AddNewTerm(&term) < 0) throw Trouble(kBroken, "not enough memory");
+        said += "  " + std::to_string(forward.schedule.terms.size()) + "  " + DescribeTerm(term) + '\n';
+    }
+    return SaveSchedule(forward, before) + "Added:\n" + said;
+}
+
+std::string Editor::RemoveTerms(CForwardAddress& forward) {
+    const CScheduleSetting before(forward.schedule);
+    auto& terms = forward.schedule.terms;
+    const std::string& which = request_.words[3];
+    std::size_t number = 0;
+    const char* const end = which.data() + which.size();
+    const auto [rest, error] = std::from_chars(which.data(), end, number);
+    if (which == "all") {
+        forward.schedule.Reset();
+    } else if (error == std::errc() && rest == end && number >= 1 && number <= terms.size()) {
+        forward.schedule.DeleteTerm(terms[number - 1].get());
+    } else {
+        throw Trouble(kNotFound, "there is no term " + ShowText(which, "UTF-8") + "; the schedule has " +
+                                     std::to_string(terms.size()) + " (see `tarvex schedule list`)");
+    }
+    std::string text = SaveSchedule(forward, before) + "Removed.\n";
+    if (terms.empty()) text += "The schedule is empty: the address always takes part.\n";
+    return text;
+}
+
+std::string Editor::SaveSchedule(CForwardAddress& forward, const CScheduleSetting& before) {
+    if (forward.SaveScheduleSetting()) return {};
+    forward.schedule = before;
+    throw CannotSave(forward.path);
+}
+
+}  // namespace
+
+int Edit(CRootPath& root, const EditRequest& request, EditReply& reply) {
+    reply = {};
+    try {
+        reply.printed = Editor(root, request).Apply();
+        return kDone;
+    } catch (const Trouble& trouble) {
+        reply.error = trouble.what();
+        return trouble.ExitCode();
+    } catch (const std::exception& error) {
+        reply.error = error.what();
+        return kBroken;
+    }
+}
+
+std::vector<CString> TouchedProfiles(CRootPath& root, const EditRequest& request) {
+    try {
+        return Editor(root, request).Touched();
+    } catch (const Trouble&) {
+        return {};
+    }
+}
+
+}  // namespace tarvex::host

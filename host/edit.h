@@ -1,0 +1,39 @@
+#pragma once
+
+// Changing a tree. An edit is data, so that it can be made by the command itself, or handed to the service that owns
+// the tree.
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+// All text is UTF-8. The words are one of
+//     user add KEY=VALUE...         user set USER KEY=VALUE...         user remove USER
+//     profile add USER KEY=VALUE... profile set PROFILE KEY=VALUE...   profile remove PROFILE
+//     forward add PROFILE KEY=VALUE... forward set FORWARD KEY=VALUE... forward remove FORWARD
+//     schedule add FORWARD TERM     schedule remove FORWARD NUMBER     (numbers count from 1; "all" removes every term)
+// with the settings keys of host/keys.h and names as host/names.h finds them.
+struct EditRequest {
+    std::vector<std::string> words;
+    std::map<std::string, std::string> secrets;  // passwords by settings key, as bytes; an empty one clears
+    std::vector<std::string> uidls;              // forward add: ids on the server that count as handled already
+};
+
+struct EditReply {
+    std::string printed;  // for standard output: lines
+    std::string error;    // one sentence without a line end, when the exit code is not 0
+};
+
+// Applies an edit to the tree in memory and saves it; both stay as they were when it fails. Returns the exit code of
+// the command. On the thread that owns the tree.
+int Edit(CRootPath& root, const EditRequest& request, EditReply& reply);
+
+// The paths of the profiles in whose directories the edit writes or deletes: while a worker runs one of them, the edit
+// has to wait, or the worker would save the old settings over the new ones. None for an edit that will fail.
+std::vector<CString> TouchedProfiles(CRootPath& root, const EditRequest& request);
+
+}  // namespace tarvex::host

@@ -1,0 +1,39 @@
+#pragma once
+
+// Naming what is in a tree. A name is a path ("user0/from0/forwardto0"), the last parts of one ("from0/forwardto0"), or
+// has in the place of a directory the nickname, login name or mail address of what is there ("taro/shop/phone"). It
+// must be unique. Where letters differ in case alone, the one that is written exactly so is meant.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+struct NamedProfile {
+    CUser* user;
+    CPopProfile* profile;
+};
+
+struct NamedForward {
+    CUser* user;
+    CPopProfile* profile;
+    CForwardAddress* forward;
+};
+
+// Everything there is, user2 before user10.
+std::vector<CUser*> AllUsers(const CRootPath& root);
+std::vector<NamedProfile> AllProfiles(const CRootPath& root);
+std::vector<NamedForward> AllForwards(const CRootPath& root);
+
+// Names are UTF-8. Throw Trouble: kNotFound says what there is, kBadUsage lists the candidates of an ambiguous name.
+CUser& FindUser(const CRootPath& root, std::string_view name);
+NamedProfile FindProfile(const CRootPath& root, std::string_view name);
+NamedForward FindForward(const CRootPath& root, std::string_view name);
+
+// The path of something in the tree below its root, fit to be shown: "user0/from0".
+std::string ShownName(const CRootPath& root, const CString& path);
+
+}  // namespace tarvex::host

@@ -1,0 +1,23 @@
+#pragma once
+
+// The terms of a schedule as people write them, and what a stored term will do, in words.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tarvex/schedule.h"
+
+namespace tarvex::host {
+
+// "mon-fri 9:00-17:30", "sat,sun 10:00-12:00", "daily 22:00-6:00", "2026-12-24 18:00 .. 2026-12-26 9:00". One term for
+// each day of the week that is named, switched on. Throws Trouble that says how to write it.
+std::vector<CTerm> ParseTerms(std::string_view text);
+
+// How the term would be written, "?" for one that cannot be written so.
+std::string WriteTerm(const CTerm& term);
+
+// When the term lets its address take part, also where that is not what one might think of it.
+std::string DescribeTerm(const CTerm& term);
+
+}  // namespace tarvex::host

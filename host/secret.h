@@ -1,0 +1,23 @@
+#pragma once
+
+// What is asked of the person at the terminal, and passwords, which come from there, from standard input or from a
+// file.
+
+#include <string>
+
+namespace tarvex::host {
+
+// Whether there is somebody to ask: standard input is a terminal.
+bool CanAsk();
+
+// Shows the question and reads a line that the terminal does not show. Throws Trouble when there is nobody to ask.
+std::string AskSecret(const std::string& question);
+
+// True for "y" or "yes". Throws Trouble when there is nobody to ask.
+bool AskYes(const std::string& question);
+
+// The next line of standard input, the first line of a file; without the line end. Throw Trouble.
+std::string SecretFromInput();
+std::string SecretFromFile(const std::string& path);
+
+}  // namespace tarvex::host

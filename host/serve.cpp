@@ -1,0 +1,37 @@
+// `tarvex serve`: the service.
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <memory>
+
+#include "host/commands.h"
+#include "host/process.h"
+#include "host/service.h"
+#include "host/tree_root.h"
+
+namespace tarvex::host {
+
+void AddServeCommand(CLI::App& app, Context& context) {
+    CLI::App* const serve = app.add_subcommand(
+        "serve", "Run every profile whenever it is due, until SIGTERM or SIGINT. SIGHUP loads the tree again.");
+    auto every = std::make_shared<double>(10);
+    constexpr double kShortest = 0.01;
+    constexpr double kLongest = 86400;
+    serve
+        ->add_option("--every", *every,
+                     "Seconds between two looks at what is due (default 10); a profile is never run more often than "
+                     "its timer says")
+        ->check(CLI::Range(kShortest, kLongest))
+        ->type_name("SECONDS");
+    serve->footer("Commands that change the tree work while the service runs: they are carried out by it.");
+    serve->callback([&context, every] {
+        context.command = [&context, every] {
+            RaiseFileLimit();
+            const std::chrono::duration<double> seconds(*every);
+            return Service(RootDirectory(context), std::chrono::duration_cast<std::chrono::microseconds>(seconds))
+                .Run();
+        };
+    });
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,65 @@
+#pragma once
+
+// The service: the one host of a root, which calls the entry again and again, and has edits made in between.
+//
+// Everything happens on the thread that calls Run; only the workers have threads of their own.
+
+#include <chrono>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "host/control_socket.h"
+#include "host/root_lock.h"
+#include "host/service_log.h"
+#include "host/service_manager.h"
+#include "host/signals.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+class Service {
+public:
+    // Takes the root and loads the tree. Throws Trouble, which names the holder of a root that is in use.
+    Service(std::string directory, std::chrono::microseconds every);
+
+    // Until SIGTERM or SIGINT. Returns the exit code of the program.
+    int Run();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Look();
+    void Tick();
+    void CallEntry();
+    void MakeEdits();
+    bool MakeEdit(ControlClient& client);
+    void Reload();
+    void Stop(int signal);
+    void Wait();
+    void KeepAlive();
+
+    bool HasToWait(const EditRequest& request, CString& running);
+    std::vector<RunNow> RunsNow() const;
+    std::string Name(const CString& path) const;
+    void TellEnd(const CString& path, const std::string& how, bool good);
+    void TellEndFromDisk(const CString& path);
+    void ForEachProfile(const std::function<void(CPopProfile&)>& action);
+
+    const std::string directory_;
+    const std::chrono::microseconds every_;
+    const Signals signals_;  // before there are threads
+    ServiceLog log_;
+    const ServiceManager manager_;
+    const RootLock lock_;
+    CRootPath root_;
+    ControlServer server_;
+
+    std::set<CString> running_;  // paths of the profiles whose start was told, and whose end was not
+    std::set<CString> wanted_;   // paths of the profiles for whose end an edit waits
+    bool look_at_edits_ = false;
+    Clock::time_point next_tick_ = Clock::now();
+    Clock::time_point next_keep_alive_ = Clock::now();
+};
+
+}  // namespace tarvex::host

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+namespace tarvex::host {
+
+// Lines on standard error. For the journal each begins with its level ("<6>", sd-daemon(3)); elsewhere with the time.
+// Where nobody reads, lines are lost rather than the service kept waiting; how many is told later.
+class ServiceLog {
+public:
+    ServiceLog();
+
+    // One line of text that is fit to be shown.
+    void Say(const std::string& text) { Write(6, text); }
+    void Warn(const std::string& text) { Write(4, text); }
+
+private:
+    void Write(int level, const std::string& text);
+
+    bool to_journal_;
+    int lost_ = 0;  // lines
+};
+
+}  // namespace tarvex::host

@@ -1,0 +1,26 @@
+#pragma once
+
+// Numbers and moments as people read them.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "tarvex/text.h"
+
+namespace tarvex::host {
+
+std::string ShowBytes(std::int64_t bytes);                          // "3 bytes", "12 KB", "3.4 MB"
+std::string ShowCount(std::int64_t count, const std::string& one);  // "1 message", "3 messages"
+std::string ShowTime(CTime moment);                                 // "2009-03-15 10:20:05", local time
+std::string ShowIsoTime(CTime moment);                              // "2009-03-15T10:20:05+0900"
+std::string ShowSpan(std::int64_t seconds);                         // "40 s", "7 min", "3 h", "12 days"
+
+// The first line of bytes that came from elsewhere, fit to be shown and shortened to at most that many columns.
+std::string OneLine(std::string_view text, std::size_t columns);
+
+// Lines of at most 100 columns, each behind the blanks and ended.
+std::string Paragraph(std::string_view text, std::size_t blanks);
+
+}  // namespace tarvex::host

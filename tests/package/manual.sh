@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# The manual is well-formed and knows every command and option; completion offers them, and what stands in a tree.
+#   manual.sh TARVEX MAN_FOLDER COMPLETION
+set -euo pipefail
+tarvex=$1 pages=$2 completion=$3
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+complain() { echo "$*" >&2; failures=$((failures + 1)); }
+
+if command -v mandoc >/dev/null; then
+  for page in "$pages"/*.[135]; do mandoc -T lint -W warning "$page" || complain "$page has faults"; done
+else
+  echo "mandoc is not installed: the form of the pages is not checked"
+fi
+
+# As `tarvex --help` and the help of each command name them.
+subcommands() { "$tarvex" "$@" --help | sed -nE '/^Subcommands:/,$s/^  ([a-z]+).*/\1/p'; }
+options() { "$tarvex" "$@" --help | sed -nE 's/^  (-[a-z],)?--([a-z0-9_-]+).*/\2/p'; }
+
+page=$(<"$pages/tarvex.1") keys=$(<"$pages/tarvex.def.5")
+check_options() {
+  local option
+  for option in $(options "$@"); do
+    [[ $page == *" -$option"* || $page == *"| -$option"* || $keys == *".It Ic $option"* || $option == help ]] ||
+      complain "the manual does not know --$option of tarvex $*"
+  done
+}
+commands=0
+for command in $(subcommands); do
+  mapfile -t below < <(subcommands "$command")
+  if [ ${#below[@]} = 0 ]; then
+    commands=$((commands + 1))
+    grep -qE "^\.It Cm $command( |$)" <<<"$page" || complain "tarvex(1) does not know tarvex $command"
+    check_options "$command"
+  fi
+  for last in "${below[@]}"; do
+    commands=$((commands + 1))
+    grep -qE "^\.It Cm $command $last( |$)" <<<"$page" || complain "tarvex(1) does not know tarvex $command $last"
+    check_options "$command" "$last"
+  done
+done
+[ $commands -ge 20 ] || complain "found only $commands commands in the help"
+
+# Completion, as bash calls it: COMP_LINE up to COMP_POINT is what stands on the line.
+PATH=$(dirname "$tarvex"):$PATH
+tree=$work/tree
+"$tarvex" --root "$tree" init >/dev/null
+"$tarvex" --root "$tree" user add taro >/dev/null
+echo secret | "$tarvex" --root "$tree" profile add taro me@example.org --nickname office --popserver pop.example.org \
+  --popuser me --password-stdin >/dev/null
+# shellcheck source=/dev/null
+source "$completion"
+compopt() { :; }  # works only while bash completes
+COMP_WORDBREAKS=$' \t\n"\'@><=;|&(:'
+
+offers() { # LINE WORD...
+  local COMP_LINE=$1 COMP_POINT=${#1} COMPREPLY=() word
+  shift
+  _tarvex
+  for word in "$@"; do
+    [[ " ${COMPREPLY[*]} " == *" $word "* ]] || complain "\"$COMP_LINE\" does not offer $word but: ${COMPREPLY[*]}"
+  done
+  [ $# -gt 0 ] || [ ${#COMPREPLY[@]} = 0 ] || complain "\"$COMP_LINE\" offers ${COMPREPLY[*]}"
+}
+offers 'tarvex ' init profile forward run
+offers 'tarvex pro' profile
+offers 'tarvex nothing'
+offers "tarvex --root $tree forward " add list show set remove
+offers 'tarvex profile add --pop' --popserver --popport --popuser
+offers 'tarvex profile set office --smtpauth ' on off
+offers 'tarvex profile set office --popport '
+offers 'tarvex log -' --lines --follow
+offers "tarvex --root $tree check " user0/from0 office me@example.org
+offers "tarvex --root=$tree profile show of" office
+offers "tarvex --root $tree profile show me@ex" example.org
+offers "tarvex --root $tree profile add t" taro
+offers "tarvex --root $work/tr" "$tree"
+
+[ $failures = 0 ]

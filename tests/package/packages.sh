@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Makes the packages, unpacks them into a fresh folder, and tries what is in them there.
+#   packages.sh CPACK BUILD_FOLDER
+set -euo pipefail
+cpack=$1 build=$2
+for tool in dpkg-deb dpkg-shlibdeps; do
+  command -v $tool >/dev/null || { echo "$tool is not installed (package dpkg-dev)"; exit 77; }
+done
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "$*" >&2; exit 1; }
+
+"$cpack" --config "$build/CPackConfig.cmake" -B "$work/packages" >"$work/log" 2>&1 || { cat "$work/log"; fail "cpack failed"; }
+packages=("$work"/packages/*.deb)
+[ ${#packages[@]} = 3 ] || fail "not three packages: ${packages[*]}"
+
+root=$work/root
+mkdir "$root"
+for package in "${packages[@]}"; do
+  dpkg-deb -x "$package" "$root"
+  case $(dpkg-deb -f "$package" Package) in
+    libtarvex0) [[ $(dpkg-deb -f "$package" Depends) == *libssl3* ]] || fail "libtarvex0 does not depend on libssl3" ;;
+    *) [[ $(dpkg-deb -f "$package" Depends) == *"libtarvex0 (= "* ]] || fail "$package does not depend on its library" ;;
+  esac
+done
+
+say() { echo "== $*"; }
+LD_LIBRARY_PATH=$(dirname "$(find "$root/usr/lib" -name libtarvex.so.0)")
+export LD_LIBRARY_PATH
+[[ $(ldd "$root/usr/bin/tarvex") == *"$root/usr/lib"*libtarvex.so.0* ]] || fail "the command uses another library"
+TMPDIR=$work "$root/usr/bin/tarvex" demo >"$work/demo" || { cat "$work/demo"; fail "the demo failed"; }
+grep -q 'Everything arrived once' "$work/demo" || fail "the demo does not say that all arrived"
+
+for page in man1/tarvex.1 man5/tarvex.def.5 man3/libtarvex.3; do
+  gzip -t "$root/usr/share/man/$page.gz" || fail "no page $page"
+done
+
+if command -v lintian >/dev/null; then
+  say lintian
+  lintian --allow-root --no-tag-display-limit --fail-on error,warning "${packages[@]}" || fail "lintian has found something"
+else
+  say "lintian is not installed: not run"
+fi
+
+# The units are read in the fresh folder, beside those of the system that they refer to.
+if command -v systemd-analyze >/dev/null && [ -d /lib/systemd/system ]; then
+  say systemd-analyze
+  mkdir -p "$root/bin"
+  cp /bin/kill "$root/bin/"
+  cp -rn /lib/systemd/system/. "$root/usr/lib/systemd/system"
+  for unit in tarvex.service tarvex@shop.service; do
+    systemd-analyze verify --root="$root" --man=no $unit >"$work/verify" 2>&1 || { cat "$work/verify"; fail "$unit is wrong"; }
+    grep "tarvex" "$work/verify" && fail "$unit has warnings"
+    systemd-analyze security --offline=yes --root="$root" --threshold=15 $unit >"$work/security" ||
+      { cat "$work/security"; fail "$unit may do too much"; }
+    tail -n 1 "$work/security"
+  done
+else
+  say "systemd is not installed: the units are not checked"
+fi

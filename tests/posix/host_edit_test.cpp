@@ -1,0 +1,227 @@
+// Edits, applied to a tree in memory as a service does it.
+
+#include "host/edit.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/trouble.h"
+#include "testing/temp_dir.h"
+
+namespace tarvex::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+class HostEdit : public ::testing::Test {
+protected:
+    HostEdit() {
+        root_.SetRootPath(folder_.String());
+        Good({"user", "add", "loginname=taro"});
+        Good({"profile", "add", "taro", "address=me@example.org", "popserver=pop.example.org", "popuser=me"},
+             {{"poppassword", "secret"}});
+        Good({"forward", "add", "me@example.org", "address=phone@example.net", "nickname=phone"});
+    }
+
+    int Do(const std::vector<std::string>& words, const std::map<std::string, std::string>& secrets = {},
+           const std::vector<std::string>& uidls = {}) {
+        return host::Edit(root_, {words, secrets, uidls}, reply_);
+    }
+
+    std::string Good(const std::vector<std::string>& words, const std::map<std::string, std::string>& secrets = {},
+                     const std::vector<std::string>& uidls = {}) {
+        EXPECT_EQ(Do(words, secrets, uidls), host::kDone) << reply_.error;
+        EXPECT_EQ(reply_.error, "");
+        return reply_.printed;
+    }
+
+    // Refused, and nothing has changed in memory or on disk.
+    std::string Bad(int exit_code, const std::vector<std::string>& words,
+                    const std::map<std::string, std::string>& secrets = {}) {
+        const auto before = Files();
+        const CPopProfileSetting setting(Profile().setting);
+        EXPECT_EQ(Do(words, secrets), exit_code) << reply_.error;
+        EXPECT_EQ(reply_.printed, "");
+        EXPECT_EQ(Files(), before);
+        EXPECT_EQ(root_.users.size(), 1U);
+        EXPECT_EQ(Profile().setting == setting, 1);
+        EXPECT_EQ(Profile().setting.lasttime, setting.lasttime);
+        EXPECT_EQ(Profile().forward_addresses.size(), 1U);
+        return reply_.error;
+    }
+
+    // What the tree on disk holds.
+    std::map<std::string, std::string> Files() const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : fs::recursive_directory_iterator(folder_.Path())) {
+            files[entry.path().string()] = entry.is_regular_file() ? ReadFile(entry.path()) : "(directory)";
+        }
+        return files;
+    }
+
+    CPopProfile& Profile() const { return *root_.users.front()->profiles.front(); }
+    CForwardAddress& Forward() const { return *Profile().forward_addresses.front(); }
+    std::string Native(std::string path) const {
+        std::ranges::replace(path, '\\', '/');
+        return path;
+    }
+
+    TempDir folder_;
+    CRootPath root_;
+    host::EditReply reply_;
+};
+
+TEST_F(HostEdit, IsInMemoryAndOnDisk) {
+    EXPECT_THAT(Good({"profile", "set", "user0/from0", "timer=5", "sslsmtp=starttls", "nickname=仕事"}),
+                AllOf(HasSubstr("user0/from0"), HasSubstr("timer: \"10\" -> \"5\""),
+                      HasSubstr("sslsmtp: \"plain\" -> \"starttls\""), HasSubstr("nickname: \"\" -> \"仕事\"")));
+    EXPECT_EQ(Profile().setting.timer, 5);
+    EXPECT_EQ(Profile().setting.sslsmtp, 2);
+    EXPECT_EQ(Profile().setting.nickname, "\x8E\x64\x8E\x96");
+
+    CRootPath loaded;
+    loaded.SetRootPath(folder_.String());
+    const CPopProfile& profile = *loaded.users.front()->profiles.front();
+    EXPECT_EQ(profile.setting == Profile().setting, 1);
+    EXPECT_EQ(profile.setting.poppassword, "secret");
+    EXPECT_EQ(profile.forward_addresses.front()->setting.address, "phone@example.net");
+}
+
+TEST_F(HostEdit, AllOrNothingIsSet) {
+    EXPECT_THAT(Bad(host::kBadUsage, {"profile", "set", "user0/from0", "timer=5", "popport=0"}), HasSubstr("popport"));
+    EXPECT_THAT(Bad(host::kBadData, {"profile", "set", "user0/from0", "timer=5", "nickname=;x"}),
+                HasSubstr("nickname"));
+    EXPECT_THAT(Bad(host::kBadData, {"profile", "set", "user0/from0", "timer=5", "nickname=😀"}), HasSubstr("U+1F600"));
+    EXPECT_THAT(Bad(host::kBadUsage, {"profile", "set", "user0/from0", "timer=5", "colour=red"}), HasSubstr("colour"));
+    EXPECT_THAT(Bad(host::kBadUsage, {"profile", "set", "user0/from0", "timer"}), HasSubstr("timer"));
+    EXPECT_THAT(Bad(host::kNotFound, {"profile", "set", "user0/from1", "timer=5"}), HasSubstr("user0/from0"));
+    EXPECT_THAT(Bad(host::kBadUsage, {"profile", "add", "taro", "address=nonsense"}), HasSubstr("nonsense"));
+    EXPECT_THAT(Bad(host::kBadUsage, {"forward", "add", "user0/from0", "address=a@b.c", "status=maybe"}),
+                HasSubstr("status"));
+}
+
+TEST_F(HostEdit, WhatCannotBeSavedIsTakenBack) {
+    const std::string file = Native(Profile().path) + "/popprofile.def";
+    fs::remove(file);
+    fs::create_directory(file);  // nothing can be renamed over it
+    EXPECT_THAT(Bad(host::kCannotWrite, {"profile", "set", "user0/from0", "timer=5", "lasttime=never", "version=3"}),
+                HasSubstr("from0"));
+    EXPECT_EQ(Profile().setting.version, 0);
+
+    fs::create_directory(Native(Forward().path) + "/schedule.def");
+    Bad(host::kCannotWrite, {"schedule", "add", "phone", "daily 9:00-10:00"});
+    EXPECT_TRUE(Forward().schedule.terms.empty());
+}
+
+TEST_F(HostEdit, PasswordsComeAsSecretsAndAreNotShown) {
+    const std::string said =
+        Good({"profile", "set", "user0/from0"}, {{"poppassword", "another"}, {"smtppassword", "third"}});
+    EXPECT_THAT(said, AllOf(HasSubstr("poppassword: stored"), Not(HasSubstr("another")), Not(HasSubstr("third"))));
+    EXPECT_EQ(Profile().setting.poppassword, "another");
+    EXPECT_THAT(Good({"profile", "set", "user0/from0"}, {{"smtppassword", ""}}), HasSubstr("smtppassword: removed"));
+    EXPECT_EQ(Profile().setting.smtppassword, "");
+    EXPECT_THAT(Bad(host::kBadUsage, {"profile", "set", "user0/from0", "poppassword=clear"}), Not(HasSubstr("clear")));
+    EXPECT_THAT(Bad(host::kBadData, {"profile", "set", "user0/from0"}, {{"poppassword", "hidden\xFF"}}),
+                Not(HasSubstr("hidden")));
+}
+
+TEST_F(HostEdit, ALongTimerIsSaidAsItIs) {
+    EXPECT_THAT(Good({"profile", "set", "user0/from0", "timer=1440"}), HasSubstr("every 48 hours"));
+    EXPECT_THAT(Good({"profile", "set", "user0/from0", "timer=60"}), Not(HasSubstr("every")));
+}
+
+TEST_F(HostEdit, ANewAddressStartsWithTheListThatItIsGiven) {
+    EXPECT_THAT(Good({"forward", "add", "user0/from0", "address=pager@text.example"}, {}, {"id-1", "id-2"}),
+                HasSubstr("2 "));
+    EXPECT_EQ(ReadFile(folder_ / "user0/from0/forwardto1/uidl.def"), "id-1\r\nid-2\r\n");
+}
+
+// A directory that was there without its marker file belonged to another address.
+TEST_F(HostEdit, ANewAddressInheritsNothing) {
+    fs::create_directory(folder_ / "user0/from0/forwardto1");
+    WriteFile(folder_ / "user0/from0/forwardto1/uidl.def", "id-of-another\r\n");
+    WriteFile(folder_ / "user0/from0/forwardto1/schedule.def", "[schedule]\r\nstatus=1\r\nmode=TERM_EVERY_MON\r\n");
+    Good({"forward", "add", "user0/from0", "address=pager@text.example"});
+    EXPECT_EQ(ReadFile(folder_ / "user0/from0/forwardto1/uidl.def"), "");
+    CForwardAddress loaded;
+    loaded.SetPath(folder_ / "user0/from0/forwardto1");
+    EXPECT_TRUE(loaded.schedule.terms.empty());
+}
+
+TEST_F(HostEdit, AUserThatTakesADirectoryOverIsNoAdministrator) {
+    Good({"user", "add", "loginname=boss", "administrator=on"});
+    EXPECT_EQ(root_.users.back()->setting.administrator, 1);
+    fs::create_directory(folder_ / "user2");
+    EXPECT_THAT(Good({"user", "add", "loginname=thief", "administrator=on"}), HasSubstr("no administrator rights"));
+    EXPECT_EQ(root_.users.back()->setting.administrator, 0);
+}
+
+TEST_F(HostEdit, TermsAreAddedAndRemovedByNumber) {
+    EXPECT_THAT(Good({"schedule", "add", "phone", "mon,fri 22:00-6:00"}),
+                AllOf(HasSubstr("1  every Monday"), HasSubstr("2  every Friday"), HasSubstr("sat 0:00-6:00")));
+    Bad(host::kBadUsage, {"schedule", "add", "phone", "some day"});
+    for (const char* const which : {"0", "3", "-1", "1x", "", "every"})
+        Bad(host::kNotFound, {"schedule", "remove", "phone", which});
+    Good({"schedule", "remove", "phone", "1"});
+    ASSERT_EQ(Forward().schedule.terms.size(), 1U);
+    EXPECT_EQ(Forward().schedule.terms.front()->kind, TERM_EVERY_FRI);
+    EXPECT_THAT(Good({"schedule", "remove", "phone", "all"}), HasSubstr("always takes part"));
+    CForwardAddress loaded;
+    loaded.SetPath(Forward().path);
+    EXPECT_TRUE(loaded.schedule.terms.empty());
+}
+
+TEST_F(HostEdit, RemovingTakesTheDirectoriesAway) {
+    Good({"forward", "remove", "phone"});
+    EXPECT_FALSE(fs::exists(folder_ / "user0/from0/forwardto0"));
+    Good({"profile", "remove", "me@example.org"});
+    EXPECT_FALSE(fs::exists(folder_ / "user0/from0"));
+    Good({"user", "remove", "taro"});
+    EXPECT_TRUE(fs::is_empty(folder_.Path()));
+    EXPECT_TRUE(root_.users.empty());
+}
+
+TEST_F(HostEdit, WordsThatMakeNoSenseAreRefused) {
+    for (const std::vector<std::string>& words : {std::vector<std::string>{},
+                                                  {"profile"},
+                                                  {"profile", "set"},
+                                                  {"profile", "paint", "user0/from0"},
+                                                  {"user", "paint", "taro"},
+                                                  {"forward", "paint", "phone"},
+                                                  {"schedule", "paint", "phone", "1"},
+                                                  {"schedule", "add", "phone"},
+                                                  {"planet", "set", "x"}}) {
+        Bad(host::kBadUsage, words);
+    }
+}
+
+// A worker writes popprofile.def at its end, and into the directories of its addresses.
+TEST_F(HostEdit, SaysWhichProfilesMustNotRunMeanwhile) {
+    const auto touched = [&](const std::vector<std::string>& words) {
+        return host::TouchedProfiles(root_, {words, {}, {}});
+    };
+    EXPECT_THAT(touched({"profile", "set", "me@example.org", "timer=5"}), ElementsAre(Profile().path));
+    EXPECT_THAT(touched({"profile", "remove", "me@example.org"}), ElementsAre(Profile().path));
+    EXPECT_THAT(touched({"forward", "remove", "phone"}), ElementsAre(Profile().path));
+    EXPECT_THAT(touched({"user", "remove", "taro"}), ElementsAre(Profile().path));
+    EXPECT_THAT(touched({"user", "set", "taro", "status=off"}), IsEmpty());
+    EXPECT_THAT(touched({"profile", "add", "taro", "address=a@b.c"}), IsEmpty());
+    EXPECT_THAT(touched({"forward", "set", "phone", "status=off"}), IsEmpty());
+    EXPECT_THAT(touched({"schedule", "add", "phone", "daily"}), IsEmpty());
+    EXPECT_THAT(touched({"profile", "set", "nobody", "timer=5"}), IsEmpty());
+    EXPECT_THAT(touched({}), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tarvex::testing

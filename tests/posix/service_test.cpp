@@ -1,0 +1,627 @@
+// The service as a process: its ticks, its signals, what it tells its manager, and edits that are made through it.
+
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/control_socket.h"
+#include "host/descriptor.h"
+#include "host/trouble.h"
+#include "tests/host_program.h"
+
+namespace tarvex::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kLong = 20s;
+constexpr const char* kProfile = "user0/from0";
+constexpr const char* kStarted = "user0/from0: run started";
+constexpr const char* kServing = "serving ";
+
+template <class Condition>
+bool Eventually(Condition condition) {
+    for (const auto deadline = Clock::now() + kLong; Clock::now() < deadline; std::this_thread::sleep_for(5ms)) {
+        if (condition()) return true;
+    }
+    return condition();
+}
+
+int Count(const std::string& text, const std::string& what) {
+    int count = 0;
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += what.size()) ++count;
+    return count;
+}
+
+sockaddr_un AddressOf(const std::string& name) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::ranges::copy(name, address.sun_path);
+    return address;
+}
+
+// A tree with one profile, its two servers, and a service.
+class ServiceTest : public ::testing::Test {
+protected:
+    std::string AddProfile(int timer = 0) {
+        return host_.AddProfile(mailbox_.Port(), sink_.Port(),
+                                [timer](CPopProfile& profile) { profile.setting.timer = timer; });
+    }
+
+    std::unique_ptr<ChildProcess> Serve(const std::vector<std::string>& variables = {}, const char* every = "0.02") {
+        auto service = std::make_unique<ChildProcess>(
+            std::vector<std::string>{TARVEX_HOST, "--root", host_.Root(), "serve", "--every", every},
+            ChildProcess::Output::Terminal, variables);
+        EXPECT_TRUE(service->WaitForOutput(kServing, kLong));
+        return service;
+    }
+
+    static void Stop(ChildProcess& service, int signal = SIGTERM) {
+        service.Signal(signal);
+        EXPECT_TRUE(service.WaitFor(kLong));
+        EXPECT_EQ(service.ExitCode(), 0) << service.Printed();
+    }
+
+    // The mailbox keeps silent about its messages until it is told to go on; how often it has done so.
+    void Block() {
+        mailbox_.SetFault([this](const std::string& command) {
+            if (command == "UIDL" && blocking_) {
+                ++blocked_;
+                for (const auto end = Clock::now() + kLong; blocking_ && Clock::now() < end;)
+                    std::this_thread::sleep_for(1ms);
+            }
+            return "";
+        });
+    }
+
+    void WaitUntilBlocked() {
+        ASSERT_TRUE(Eventually([this] { return blocked_ > 0; }));
+    }
+
+    // A raw connection to the service.
+    host::Descriptor Connect() const {
+        host::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const sockaddr_un address = AddressOf(Socket());
+        EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        return client;
+    }
+
+    static void Send(const host::Descriptor& client, const std::string& bytes) {
+        EXPECT_EQ(send(client.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    }
+
+    // All that comes until the service closes the connection.
+    static std::string ReadAll(const host::Descriptor& client) {
+        std::string text;
+        std::array<char, 4096> piece;
+        for (ssize_t count; (count = recv(client.Get(), piece.data(), piece.size(), 0)) > 0;) {
+            text.append(piece.data(), static_cast<std::size_t>(count));
+        }
+        return text;
+    }
+
+    std::string Socket() const { return host_.Root() + "/.tarvex.sock"; }
+
+    std::string Setting(const std::string& key) const {
+        CRootPath root;
+        EXPECT_TRUE(root.SetRootPath(host_.Root()));
+        const CPopProfileSetting& setting = root.users.at(0)->profiles.at(0)->setting;
+        return key == "nickname" ? setting.nickname : std::to_string(setting.timer);
+    }
+
+    Host host_;
+    std::atomic<bool> blocking_ = true;
+    std::atomic<int> blocked_ = 0;
+    MailboxServer mailbox_{"user", "secret"};
+    SinkServer sink_;
+};
+
+using Serving = ServiceTest;
+
+TEST_F(Serving, RunsAgainAndAgainAndTellsOfEachRunInTwoLines) {
+    mailbox_.Add(MailNumber(1));
+    AddProfile();
+    const auto service = Serve();
+    ASSERT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
+    Stop(*service);
+    EXPECT_THAT(service->Printed(), HasSubstr("user0/from0: run ended, forwarded 1 message"));
+    EXPECT_EQ(Count(service->Printed(), "run started"), Count(service->Printed(), "run ended"));
+    EXPECT_THAT(service->Printed(), HasSubstr("stopped"));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+}
+
+TEST_F(Serving, AFailureIsToldAndDisturbsNoOtherProfile) {
+    host_.AddProfile(1, sink_.Port());
+    host_.AddProfile(mailbox_.Port(), sink_.Port());
+    const auto service = Serve();
+    ASSERT_TRUE(service->WaitForOutput("user0/from0: run ended, failed: ", kLong));
+    ASSERT_TRUE(service->WaitForOutput("user1/from0: run ended, nothing new", kLong));
+    mailbox_.Add(MailNumber(1));
+    EXPECT_TRUE(service->WaitForOutput("user1/from0: run ended, forwarded 1 message", kLong));
+    Stop(*service);
+}
+
+TEST_F(Serving, ASecondHostIsRefusedByTheNameOfTheFirst) {
+    AddProfile();
+    const auto service = Serve({}, "60");
+    ChildProcess second = host_.StartCommand({"serve"});
+    ChildProcess third = host_.StartCommand({"run"});
+    for (ChildProcess* const refused : {&second, &third}) {
+        refused->Wait();
+        EXPECT_EQ(refused->ExitCode(), host::kTryLater);
+        EXPECT_THAT(refused->Errors(), HasSubstr("is in use by tarvex serve (process "));
+    }
+    Stop(*service);
+}
+
+TEST_F(Serving, ARootThatIsNotThereIsNoPlaceForAService) {
+    ChildProcess service = host_.StartCommand({"serve"});
+    service.Wait();
+    EXPECT_EQ(service.ExitCode(), host::kNotFound);
+}
+
+TEST_F(Serving, TheTreeIsLoadedAgainAtSighup) {
+    const std::string profile = AddProfile(600);
+    const auto service = Serve();
+    EXPECT_EQ(Count(service->Printed(), "run started"), 0);
+    CPopProfileSetting setting;
+    ASSERT_TRUE(setting.Load(profile));
+    setting.timer = 0;
+    ASSERT_TRUE(setting.Save(profile));
+    service->Signal(SIGHUP);
+    EXPECT_TRUE(service->WaitForOutput("loaded the tree again", kLong));
+    EXPECT_TRUE(service->WaitForOutput(kStarted, kLong));
+    Stop(*service);
+}
+
+TEST_F(Serving, ATreeThatHasGoneIsNotLoadedAgain) {
+    AddProfile(600);
+    const auto service = Serve();
+    std::filesystem::rename(host_.Root(), host_.Root() + ".gone");
+    service->Signal(SIGHUP);
+    EXPECT_TRUE(service->WaitForOutput("cannot load the tree again: No such file", kLong));
+    EXPECT_FALSE(std::filesystem::exists(host_.Root()));
+    std::filesystem::rename(host_.Root() + ".gone", host_.Root());
+    EXPECT_THAT(host_.Tell({"profile", "set", kProfile, "--nickname", "still"}), HasSubstr("still"));
+    Stop(*service);
+}
+
+TEST_F(Serving, AReloadLeavesARunningCopyAlone) {
+    mailbox_.Add(MailNumber(1));
+    Block();
+    AddProfile();
+    const auto service = Serve();
+    WaitUntilBlocked();
+    service->Signal(SIGHUP);
+    ASSERT_TRUE(service->WaitForOutput("loaded the tree again", kLong));
+    blocking_ = false;
+    EXPECT_TRUE(service->WaitForOutput("user0/from0: run ended, forwarded 1 message", kLong));
+    Stop(*service);
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+}
+
+TEST_F(Serving, StopsWithinSecondsFromAStalledRunWhoseStateIsSaved) {
+    mailbox_.Add(MailNumber(1));
+    mailbox_.Add(MailNumber(2));
+    sink_.SetFault([this, count = 0](const std::string& command) mutable {
+        if (command != "." || ++count != 2) return "";
+        ++blocked_;
+        return "stall";
+    });
+    const std::string profile = AddProfile();
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const auto service = Serve();
+        WaitUntilBlocked();
+        const auto start = Clock::now();
+        Stop(*service, signal);
+        EXPECT_LT(Clock::now() - start, 5s);
+        EXPECT_THAT(service->Printed(), HasSubstr("user0/from0: run ended, failed: "));
+        EXPECT_THAT(ReadFile(profile + "/forwardto0/uidl.def"), StartsWith("mail-1\r\n"));
+        EXPECT_THAT(ReadFile(profile + "/profile.log"), HasSubstr("---- End Operation at "));
+        if (signal == SIGTERM) {
+            EXPECT_THAT(ReadFile(profile + "/forwardto0/uidl.def"), Not(HasSubstr("mail-2")));
+            sink_.SetFault([this](const std::string& command) {
+                if (command != ".") return "";
+                ++blocked_;
+                return "stall";
+            });
+            blocked_ = 0;
+        }
+    }
+    EXPECT_FALSE(std::filesystem::exists(Socket()));
+}
+
+// ---- the service manager
+
+class Manager {
+public:
+    // A name that begins with "@" is abstract.
+    explicit Manager(const std::string& name) : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address = AddressOf(name);
+        if (name.front() == '@') address.sun_path[0] = '\0';
+        const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+        EXPECT_EQ(bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
+        const timeval limit{20, 0};
+        EXPECT_EQ(setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
+    }
+
+    std::string Hear() const {
+        std::array<char, 512> text;
+        const ssize_t size = recv(socket_.Get(), text.data(), text.size(), 0);
+        return size < 0 ? "(nothing)" : std::string(text.data(), static_cast<std::size_t>(size));
+    }
+
+private:
+    host::Descriptor socket_;
+};
+
+class ServiceManaged : public ServiceTest, public ::testing::WithParamInterface<bool> {
+protected:
+    std::string Name() const { return GetParam() ? "@tarvex-test-" + std::to_string(getpid()) : folder_ / "notify"; }
+    TempDir folder_;
+};
+
+TEST_P(ServiceManaged, TellsWhenItIsReadyReloadsAndStops) {
+    AddProfile(600);
+    const Manager manager(Name());
+    const auto service = Serve({"NOTIFY_SOCKET=" + Name()});
+    EXPECT_EQ(manager.Hear(), "READY=1");
+    service->Signal(SIGHUP);
+    EXPECT_THAT(manager.Hear(), StartsWith("RELOADING=1\nMONOTONIC_USEC="));
+    EXPECT_EQ(manager.Hear(), "READY=1");
+    Stop(*service);
+    EXPECT_EQ(manager.Hear(), "STOPPING=1");
+}
+
+TEST_P(ServiceManaged, TellsThatItLivesTwiceInTheTimeThatItIsGiven) {
+    AddProfile(600);
+    const Manager manager(Name());
+    const auto start = Clock::now();
+    const auto service = Serve({"NOTIFY_SOCKET=" + Name(), "WATCHDOG_USEC=400000"}, "60");
+    EXPECT_EQ(manager.Hear(), "READY=1");
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(manager.Hear(), "WATCHDOG=1");
+    EXPECT_GE(Clock::now() - start, 600ms);
+    EXPECT_LT(Clock::now() - start, 10s);
+    Stop(*service);
+}
+
+TEST_P(ServiceManaged, AWatchdogOfAnotherProcessIsNotFed) {
+    AddProfile(600);
+    const Manager manager(Name());
+    const auto service = Serve({"NOTIFY_SOCKET=" + Name(), "WATCHDOG_USEC=2000", "WATCHDOG_PID=1"});
+    EXPECT_EQ(manager.Hear(), "READY=1");
+    service->Signal(SIGHUP);
+    EXPECT_THAT(manager.Hear(), StartsWith("RELOADING=1"));
+    Stop(*service);
+}
+
+INSTANTIATE_TEST_SUITE_P(Service, ServiceManaged, ::testing::Bool(),
+                         [](const auto& kind) { return kind.param ? "AbstractSocket" : "SocketInAFolder"; });
+
+// ---- edits
+
+using ServedEdits = ServiceTest;
+
+TEST_F(ServedEdits, AreMadeByTheServiceAndTakeEffectAtOnce) {
+    AddProfile(600);
+    const auto service = Serve();
+    EXPECT_THAT(host_.Tell({"profile", "set", kProfile, "--timer", "0"}), HasSubstr("timer: \"600\""));
+    EXPECT_TRUE(service->WaitForOutput("profile set user0/from0", kLong));
+    EXPECT_TRUE(service->WaitForOutput(kStarted, kLong));
+    Stop(*service);
+}
+
+TEST_F(ServedEdits, ThatFailSayWhyAndExitAsWithoutAService) {
+    AddProfile(600);
+    const auto service = Serve();
+    ChildProcess command = host_.StartCommand({"profile", "set", "nobody", "--timer", "0"});
+    command.Wait();
+    EXPECT_EQ(command.ExitCode(), host::kNotFound);
+    EXPECT_THAT(command.Errors(), HasSubstr("there is no profile \"nobody\""));
+    Stop(*service);
+}
+
+TEST_F(ServedEdits, OfARunningProfileWaitForItsEndAndSurviveIt) {
+    mailbox_.Add(MailNumber(1));
+    Block();
+    AddProfile();
+    const auto service = Serve();
+    WaitUntilBlocked();
+    ChildProcess command = host_.StartCommand({"profile", "set", kProfile, "--nickname", "kept"});
+    EXPECT_TRUE(service->WaitForOutput(kStarted, kLong));
+    EXPECT_FALSE(command.WaitFor(300ms));
+    blocking_ = false;
+    ASSERT_TRUE(command.WaitFor(kLong));
+    EXPECT_EQ(command.ExitCode(), 0);
+    EXPECT_EQ(command.Errors(), "tarvex: waiting for the run of user0/from0 to end\n");
+    ASSERT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));  // of a run that began with the new name
+    Stop(*service);
+    EXPECT_EQ(Setting("nickname"), "kept");
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+}
+
+TEST_F(ServedEdits, OfOtherProfilesDoNotWait) {
+    Block();
+    AddProfile();
+    host_.AddProfile(1, 1, [](CPopProfile& profile) { profile.setting.timer = 600; });
+    const auto service = Serve();
+    WaitUntilBlocked();
+    EXPECT_THAT(host_.Tell({"profile", "set", "user1/from0", "--nickname", "other"}), HasSubstr("other"));
+    EXPECT_THAT(host_.Tell({"forward", "set", "user0/from0/forwardto0", "--nickname", "small"}), HasSubstr("small"));
+    blocking_ = false;
+    Stop(*service);
+}
+
+TEST_F(ServedEdits, AnAddressThatIsAddedDuringARunKeepsItsListOfIds) {
+    mailbox_.Add(MailNumber(1));
+    Block();
+    const std::string profile = AddProfile();
+    const auto service = Serve();
+    WaitUntilBlocked();
+    auto connection = host::ServiceConnection::Try(host_.Root());
+    ASSERT_TRUE(connection);
+    host::EditReply reply;
+    ASSERT_EQ(connection->Edit({{"forward", "add", kProfile, "address=new@example.net"}, {}, {"mail-1", "b\xE9te"}},
+                               reply, [](const std::string&) {}),
+              0)
+        << reply.error;
+    EXPECT_EQ(ReadFile(profile + "/forwardto1/uidl.def"), "mail-1\r\nb\xE9te\r\n");
+    blocking_ = false;
+    mailbox_.Add(MailNumber(2));
+    ASSERT_TRUE(Eventually([this] { return sink_.Delivered().size() == 3; }));
+    ASSERT_TRUE(Eventually([&] { return ReadFile(profile + "/forwardto1/uidl.def") == "mail-1\r\nmail-2\r\n"; }));
+    Stop(*service);
+    EXPECT_THAT(sink_.Delivered(), SizeIs(3));
+}
+
+TEST_F(ServedEdits, ThatWaitAreMadeWhenTheServiceStops) {
+    Block();
+    AddProfile();
+    const auto service = Serve();
+    WaitUntilBlocked();
+    ChildProcess command = host_.StartCommand({"profile", "set", kProfile, "--nickname", "last"});
+    EXPECT_FALSE(command.WaitFor(300ms));
+    service->Signal(SIGTERM);
+    ASSERT_TRUE(command.WaitFor(kLong));
+    blocking_ = false;
+    EXPECT_EQ(command.ExitCode(), 0) << command.Errors();
+    EXPECT_TRUE(service->WaitFor(kLong));
+    EXPECT_EQ(Setting("nickname"), "last");
+}
+
+TEST_F(ServedEdits, AreNotMadeForACommandThatHasGone) {
+    Block();
+    AddProfile();
+    const auto service = Serve();
+    WaitUntilBlocked();
+    {
+        ChildProcess command = host_.StartCommand({"profile", "set", kProfile, "--nickname", "unwanted"});
+        EXPECT_FALSE(command.WaitFor(300ms));
+    }
+    blocking_ = false;
+    ASSERT_TRUE(service->WaitForOutput("run ended", kLong));
+    const std::size_t told = service->Printed().size();
+    ASSERT_TRUE(Eventually([&] {
+        service->WaitForOutput("never", 10ms);
+        return service->Printed().find("run ended", told) != std::string::npos;
+    })) << "the profile is not held for ever";
+    Stop(*service);
+    EXPECT_EQ(Setting("nickname"), "");
+}
+
+TEST_F(ServedEdits, AUserIsRemovedThoughOneOfHisProfilesAlwaysRuns) {
+    AddProfile();
+    host_.Tell({"profile", "add", "user0", "two@example.org", "--popserver", "127.0.0.1", "--popport",
+                std::to_string(mailbox_.Port()), "--popuser", "user", "--timer", "0"});
+    const auto service = Serve({}, "0.01");
+    ASSERT_TRUE(service->WaitForOutput("user0/from1: run started", kLong));
+    ChildProcess command = host_.StartCommand({"user", "remove", "user0", "--yes"});
+    ASSERT_TRUE(command.WaitFor(kLong));
+    EXPECT_EQ(command.ExitCode(), 0) << command.Errors();
+    Stop(*service);
+    EXPECT_FALSE(std::filesystem::exists(host_.Root() + "/user0"));
+}
+
+TEST_F(ServedEdits, ARootWithALongNameHasASocketToo) {
+    AddProfile(600);
+    const std::string deep = host_.Root() + "/" + std::string(100, 'x');
+    std::filesystem::create_directory(deep);
+    ChildProcess service({TARVEX_HOST, "--root", deep, "serve"}, ChildProcess::Output::Terminal);
+    ASSERT_TRUE(service.WaitForOutput(kServing, kLong));
+    ChildProcess command({TARVEX_HOST, "--root", deep, "user", "add", "hanako"});
+    ASSERT_TRUE(command.WaitFor(kLong));
+    EXPECT_EQ(command.Printed(), "Added user user0 (hanako).\n");
+    EXPECT_TRUE(service.WaitForOutput("user add", kLong));
+    Stop(service);
+}
+
+// A thousand edits from four clients against a profile that runs all the time: whatever was acknowledged is on disk in
+// the end, and no message is delivered twice or forgotten.
+TEST_F(ServedEdits, NoneIsLostInAThousandRacesWithQuickRuns) {
+    constexpr int kClients = 4;
+    constexpr int kEdits = 250;  // of each
+    const std::string profile = AddProfile();
+    const auto service = Serve({}, "0.01");
+    static constexpr std::array<const char*, kClients> kKeys = {"nickname", "popuser", "smtpuser", "logsize"};
+    std::atomic<int> failures = 0;
+    std::atomic<int> at_work = kClients;
+    const auto edit = [&](int client) {
+        for (int i = 1; i <= kEdits; ++i) {
+            auto connection = host::ServiceConnection::Try(host_.Root());
+            host::EditReply reply;
+            const std::string value = client == 1 ? "user" : client == 3 ? std::to_string(i) : "v" + std::to_string(i);
+            const std::string word = std::string(kKeys[static_cast<std::size_t>(client)]) + '=' + value;
+            if (!connection ||
+                connection->Edit({{"profile", "set", kProfile, word}, {}, {}}, reply, [](const std::string&) {}) != 0) {
+                ++failures;
+                ADD_FAILURE() << reply.error;
+            }
+            CPopProfileSetting setting;
+            if (client == 0 && (!setting.Load(profile) || setting.nickname != value)) ++failures;
+            if (client == 2 && (!setting.Load(profile) || setting.smtpuser != value)) ++failures;
+        }
+        --at_work;
+    };
+    std::vector<std::thread> clients;
+    for (int client = 0; client < kClients; ++client) clients.emplace_back(edit, client);
+    int mails = 0;
+    while (at_work > 0) {
+        if (mails < 200) mailbox_.Add(MailNumber(++mails));
+        service->WaitForOutput("(never)", 10ms);
+    }
+    for (std::thread& client : clients) client.join();
+    EXPECT_TRUE(Eventually([&] { return std::ssize(sink_.Delivered()) >= mails; }));
+    Stop(*service);
+    EXPECT_EQ(failures, 0);
+    CPopProfileSetting setting;
+    ASSERT_TRUE(setting.Load(profile));
+    EXPECT_EQ(setting.nickname, "v250");
+    EXPECT_EQ(setting.smtpuser, "v250");
+    EXPECT_EQ(setting.logsize, kEdits);
+    EXPECT_EQ(std::ssize(sink_.Delivered()), mails);
+    EXPECT_EQ(Count(ReadFile(profile + "/forwardto0/uidl.def"), "\r\n"), mails);
+    EXPECT_GT(Count(service->Printed(), "run ended"), 100) << "the edits had something to race with";
+}
+
+// ---- clients that mean no good
+
+using ServiceClients = ServiceTest;
+
+TEST_F(ServiceClients, MayNotBeStrangers) {
+    EXPECT_TRUE(host::IsAllowedPeer(1000, 1000));
+    EXPECT_TRUE(host::IsAllowedPeer(0, 1000));
+    EXPECT_FALSE(host::IsAllowedPeer(1001, 1000));
+    EXPECT_FALSE(host::IsAllowedPeer(1000, 0));
+}
+
+TEST_F(ServiceClients, OfAnotherUserAreRefusedEvenWhereTheSocketIsOpenToAll) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can take another user's place";
+    AddProfile(600);
+    const auto service = Serve();
+    struct stat status {};
+    ASSERT_EQ(stat(Socket().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0600u);
+    namespace fs = std::filesystem;
+    fs::permissions(Socket(), fs::perms::all);
+    for (fs::path folder = host_.Root(); folder != folder.root_path() && folder != "/tmp";
+         folder = folder.parent_path()) {
+        fs::permissions(folder, fs::perms::others_exec, fs::perm_options::add);
+    }
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe(pipe.data()), 0);
+    const pid_t stranger = fork();
+    if (stranger == 0) {
+        constexpr uid_t kNobody = 65534;
+        if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(2);
+        const host::Descriptor client(socket(AF_UNIX, SOCK_STREAM, 0));
+        const sockaddr_un address = AddressOf(Socket());
+        if (connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) _exit(3);
+        const std::string answer = ReadAll(client);
+        _exit(write(pipe[1], answer.data(), answer.size()) < 0 ? 4 : 0);
+    }
+    close(pipe[1]);
+    std::string answer(1000, '\0');
+    const ssize_t size = read(pipe[0], answer.data(), answer.size());
+    close(pipe[0]);
+    int code = 0;
+    ASSERT_EQ(waitpid(stranger, &code, 0), stranger);
+    ASSERT_EQ(code, 0);
+    ASSERT_GT(size, 0);
+    EXPECT_THAT(answer, AllOf(HasSubstr("\"code\":77"), HasSubstr("only the owner may do this")));
+    Stop(*service);
+}
+
+TEST_F(ServiceClients, WhoSayNothingOrHalfOfItDoNotStallTheService) {
+    AddProfile();
+    const auto service = Serve();
+    std::vector<host::Descriptor> silent;
+    for (int i = 0; i < 30; ++i) {
+        silent.push_back(Connect());
+        if (i % 2 == 0) Send(silent.back(), std::string("\0\0\1\0{\"edit\"", 11));
+    }
+    const int runs = mailbox_.Received("QUIT");
+    EXPECT_THAT(host_.Tell({"user", "set", "user0", "--loginname", "renamed"}), HasSubstr("renamed"));
+    EXPECT_TRUE(Eventually([&] { return mailbox_.Received("QUIT") > runs + 2; }));
+    Stop(*service);
+}
+
+TEST_F(ServiceClients, MayNotSendWhatIsTooLargeOrNoRequest) {
+    AddProfile(600);
+    const auto service = Serve();
+    const auto ask = [this](const std::string& bytes) {
+        const host::Descriptor client = Connect();
+        Send(client, bytes);
+        return ReadAll(client);
+    };
+    const auto framed = [](const std::string& text) {
+        return std::string("\0\0", 2) + static_cast<char>(text.size() >> 8) + static_cast<char>(text.size() & 0xFF) +
+               text;
+    };
+    EXPECT_THAT(ask("\x7F\xFF\xFF\xFFmore"), HasSubstr("too large"));
+    for (const std::string& text :
+         {std::string("{"), std::string("[]"), std::string("{\"edit\":{}}"),
+          std::string("{\"edit\":{\"words\":[1,2],\"secrets\":{},\"uidls\":[]}}"),
+          std::string("{\"edit\":{\"words\":[],\"secrets\":{},\"uidls\":[]}}"),
+          std::string("{\"edit\":{\"words\":[\"\xE3\x81\x82\",\"b\"],\"secrets\":{},\"uidls\":[]}}"),
+          std::string(60000, '[')}) {
+        EXPECT_THAT(ask(framed(text)), HasSubstr("cannot be read")) << text.substr(0, 80);
+    }
+    EXPECT_THAT(ask(framed("{\"edit\":{\"words\":[\"a\",\"b\"],\"secrets\":{},\"uidls\":[]}}")),
+                HasSubstr("\"code\":64"));
+    EXPECT_EQ(ask(framed("{\"runs\":true}") + "more"), "");
+    EXPECT_THAT(ask(framed("{\"runs\":true}")), HasSubstr("\"runs\":[]"));
+    Stop(*service);
+}
+
+TEST_F(ServiceClients, HearHowFarTheRunsAre) {
+    mailbox_.Add(MailNumber(1));
+    sink_.SetFault([this](const std::string& command) {
+        if (command != ".") return "";
+        ++blocked_;
+        return "stall";
+    });
+    AddProfile();
+    const auto service = Serve();
+    WaitUntilBlocked();
+    auto connection = host::ServiceConnection::Try(host_.Root());
+    ASSERT_TRUE(connection);
+    const std::vector<host::RunNow> runs = connection->Runs();
+    ASSERT_THAT(runs, SizeIs(1));
+    EXPECT_EQ(runs[0].profile, kProfile);
+    EXPECT_EQ(runs[0].messages_to_fetch, 1);
+    EXPECT_EQ(runs[0].messages_fetched, 1);
+    EXPECT_EQ(runs[0].messages_delivered, 0);
+    EXPECT_GT(runs[0].bytes_received, 0);
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("running: fetched 1 of 1, delivered 0"));
+    EXPECT_THAT(host_.Tell({"status", "--json"}), HasSubstr("\"messages_fetched\": 1"));
+    Stop(*service);
+}
+
+}  // namespace
+}  // namespace tarvex::testing

@@ -1,0 +1,76 @@
+#pragma once
+
+// The part of the POP3 conversation that a run and a mere look have in common: connect, log in, list, give up, quit.
+//
+// It only decides what comes next from the first character of each reply; the socket formats, reads and keeps the time.
+// Every command and every reply goes into the log.
+
+#include <string_view>
+#include <vector>
+
+#include "platform/net/sockets.h"
+#include "tarvex/log.h"
+#include "tarvex/settings.h"
+
+namespace tarvex {
+
+inline constexpr const char* kPopTimeOutText = "TimeoutError..Closing Socket";
+
+inline bool IsNegative(std::string_view reply) { return reply.starts_with('-'); }
+
+// One message on the server, as views of the listing. `number` is what the server calls it in this session.
+struct PopListEntry {
+    std::string_view number;
+    std::string_view uidl;  // of UIDL
+    std::string_view size;  // of LIST
+};
+
+enum class ListingKind { Uidl, List };
+
+// The entries of a UIDL or LIST answer. A line without a blank is an entry without a number.
+std::vector<PopListEntry> ParseListing(std::string_view reply, ListingKind kind);
+
+class PopConversation {
+public:
+    // Both must outlive the conversation. The secure-connection setting is not looked at: POP3 is always plain TCP,
+    // kept on purpose.
+    PopConversation(const CPopProfileSetting& setting, CProfileLog& log) : setting_(setting), log_(log) {}
+
+    // Each is false when the conversation is over; the connection is closed then.
+    bool Connect();
+    bool LogIn();
+    // UIDL, or LIST where the server refuses UIDL. The listing consists of views of the reply.
+    bool List(CString& reply, std::vector<PopListEntry>& listing);
+
+    void Quit();
+
+    CPopSocket& Socket() { return socket_; }
+    void Log(CString line) { log_.AddLine(std::move(line)); }
+    bool TimedOut() const { return socket_.timed_out == 1; }
+
+    ListingKind ListedBy() const { return listed_by_; }
+
+    // The answer that the last of the above was decided by.
+    const CString& LastReply() const { return last_reply_; }
+
+    // Closes and logs the text. Always false.
+    bool CloseWith(const char* text);
+
+    // After a negative reply to a login command, LIST or DELE; returns the last text. QUIT is sent only when the reply
+    // says "Disconnected"; any other refusal is followed by closing without it. Kept on purpose.
+    CString GiveUp(const CString& reply);
+
+private:
+    bool LogInApop(const CString& timestamp);
+    bool LogInPlain();
+    bool AcceptLogIn(const CString& reply);
+
+    const CPopProfileSetting& setting_;
+    CProfileLog& log_;
+    CPopSocket socket_;
+    CString greeting_;
+    CString last_reply_;
+    ListingKind listed_by_ = ListingKind::Uidl;
+};
+
+}  // namespace tarvex

@@ -1,0 +1,224 @@
+// Trying the servers of a profile: the conversations of a run, without what they are for.
+
+#include "tarvex/probe.h"
+
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <cstddef>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/net/sockets.h"
+#include "platform/os/shield.h"
+#include "tarvex/mail.h"
+#include "transfer/pop_conversation.h"
+#include "transfer/smtp_opening.h"
+#include "transfer/smtp_replies.h"
+
+namespace tarvex {
+namespace {
+
+using Steps = CArray<CProbeStep>;
+
+constexpr std::array kStepNames = {"find the server", "connect", "TLS", "greeting", "hello", "log in", "list", "quit"};
+
+CProbeStepKind KindOf(ConnectStep step) {
+    switch (step) {
+        case ConnectStep::FindServer:
+            return PROBE_FIND_SERVER;
+        case ConnectStep::Connect:
+            return PROBE_CONNECT;
+        case ConnectStep::StartTls:
+            return PROBE_TLS;
+        case ConnectStep::Greeting:
+            break;
+    }
+    return PROBE_GREETING;
+}
+
+// Why a connection failed is told by the step and by the socket's own reasons.
+CProbeFailure FailureOf(int kind, const CBaseSocket& socket, std::string_view reason) {
+    const bool no_socket = reason.empty();
+    if (no_socket || reason.starts_with("there is no port ")) return PROBE_NO_CONNECTION;
+    if (socket.failed == 0) return PROBE_REFUSED;
+    if (socket.timed_out != 0) return PROBE_TIMED_OUT;
+    if (reason.starts_with("not a reply of ")) return PROBE_WRONG_PROTOCOL;
+    if (kind == PROBE_FIND_SERVER) return PROBE_NO_SUCH_SERVER;
+    if (kind == PROBE_CONNECT) return PROBE_NO_CONNECTION;
+    if (kind != PROBE_TLS) return PROBE_LOST;
+    return reason.starts_with("TLS handshake: certificate: ") ? PROBE_BAD_CERTIFICATE : PROBE_NO_TLS;
+}
+
+// The reason in a reply that the socket made up itself.
+std::string_view ReasonIn(std::string_view reply) {
+    for (const std::string_view prefix : {"-ERR Disconnected: ", "-ERR Timeout: ", "421 "}) {
+        if (reply.starts_with(prefix)) return reply.substr(prefix.size());
+    }
+    return reply;
+}
+
+// Keeps the steps of one conversation and the time that each takes.
+class StepRecorder {
+public:
+    StepRecorder(Steps& steps, CBaseSocket& socket) : steps_(steps), socket_(socket) {
+        socket.AnnounceSteps([this](ConnectStep step) { Begin(KindOf(step)); });
+    }
+    ~StepRecorder() { socket_.AnnounceSteps({}); }
+    StepRecorder(const StepRecorder&) = delete;
+    StepRecorder& operator=(const StepRecorder&) = delete;
+
+    // Runs a step, or several that the socket announces. True when all went well.
+    template <class Part, class LastReply>
+    bool Run(CProbeStepKind kind, Part&& part, LastReply&& last_reply) {
+        Begin(kind);
+        const bool success = part();
+        EndTime();
+        CProbeStep& step = steps_.back();
+        step.text = last_reply();
+        if (success) return true;
+        if (socket_.failed != 0) step.text = ReasonIn(step.text);
+        step.failure = FailureOf(step.kind, socket_, step.text);
+        return false;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    // The step before it has ended well.
+    void Begin(CProbeStepKind kind) {
+        if (running_ && steps_.back().kind == kind) return;
+        EndTime();
+        steps_.emplace_back().kind = kind;
+        begun_ = Clock::now();
+        running_ = true;
+    }
+
+    void EndTime() {
+        if (!std::exchange(running_, false)) return;
+        const auto taken = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begun_);
+        steps_.back().microseconds = taken.count();
+    }
+
+    Steps& steps_;
+    CBaseSocket& socket_;
+    Clock::time_point begun_;
+    bool running_ = false;
+};
+
+std::int64_t SizeIn(std::string_view text) {
+    std::int64_t size = -1;
+    std::from_chars(text.data(), text.data() + text.size(), size);
+    return size;
+}
+
+bool List(PopConversation& conversation, CMailboxListing& listing) {
+    CString reply;
+    std::vector<PopListEntry> entries;
+    if (!conversation.List(reply, entries)) return false;
+    listing.has_uidls = conversation.ListedBy() == ListingKind::Uidl ? 1 : 0;
+
+    // The sizes are told by LIST alone; a server that refuses it is none the worse.
+    CString sizes_reply;
+    std::unordered_map<std::string_view, std::string_view, CUidlHash> sizes;
+    if (listing.has_uidls != 0) {
+        conversation.Socket().SendList(&sizes_reply);
+        for (const PopListEntry& entry : ParseListing(sizes_reply, ListingKind::List)) {
+            sizes.emplace(entry.number, entry.size);
+        }
+    }
+    for (const PopListEntry& entry : entries) {
+        const auto size = sizes.find(entry.number);
+        listing.mails.push_back(
+            {CString(entry.number), CString(entry.uidl), SizeIn(size == sizes.end() ? entry.size : size->second)});
+    }
+    return true;
+}
+
+int Probe(const CPopProfileSetting& setting, CMailboxListing& listing) {
+    CProfileLog log;
+    PopConversation conversation(setting, log);
+    StepRecorder recorder(listing.steps, conversation.Socket());
+    const auto reply = [&] { return conversation.LastReply(); };
+    if (!recorder.Run(
+            PROBE_FIND_SERVER, [&] { return conversation.Connect(); }, reply))
+        return 0;
+    if (!recorder.Run(
+            PROBE_LOGIN, [&] { return conversation.LogIn(); }, reply))
+        return 0;
+    if (!recorder.Run(
+            PROBE_LIST, [&] { return List(conversation, listing); }, reply))
+        return 0;
+    const auto quit = [&] {
+        conversation.Quit();
+        return !IsNegative(conversation.LastReply());
+    };
+    recorder.Run(PROBE_QUIT, quit, reply);
+    return 1;
+}
+
+const char* NameOf(AuthMethod method) {
+    switch (method) {
+        case AuthMethod::CramMd5:
+            return "CRAM-MD5";
+        case AuthMethod::Login:
+            return "LOGIN";
+        case AuthMethod::Plain:
+            return "PLAIN";
+        case AuthMethod::None:
+            break;
+    }
+    return "";
+}
+
+int Probe(const CPopProfileSetting& setting, CSmtpTrial& trial) {
+    CProfileLog log;
+    SmtpOpening opening(setting, log);
+    StepRecorder recorder(trial.steps, opening.Socket());
+    const auto reply = [&] { return opening.LastReply(); };
+    if (!recorder.Run(
+            PROBE_FIND_SERVER, [&] { return opening.Connect(); }, reply))
+        return 0;
+    bool ready = recorder.Run(
+        PROBE_HELLO, [&] { return opening.Greet(); }, reply);
+    if (ready && opening.Method() != AuthMethod::None) {
+        trial.method = NameOf(opening.Method());
+        ready = recorder.Run(
+            PROBE_LOGIN, [&] { return opening.Authenticate(); }, reply);
+    }
+    if (!ready) {
+        opening.CloseAfterGreeting();
+        return 0;
+    }
+    CString goodbye;
+    const auto quit = [&] {
+        goodbye = opening.Socket().SendQuit();
+        return IsCode(goodbye, "221");
+    };
+    recorder.Run(PROBE_QUIT, quit, [&] { return goodbye; });
+    return 1;
+}
+
+}  // namespace
+}  // namespace tarvex
+
+const char* ProbeStepName(int kind) {
+    const auto index = static_cast<std::size_t>(kind);
+    return index < tarvex::kStepNames.size() ? tarvex::kStepNames[index] : "";
+}
+
+int ListMailbox(const CPopProfileSetting& setting, CMailboxListing* listing) {
+    return tarvex::Shielded(0, [&] {
+        *listing = {};
+        return tarvex::Probe(setting, *listing);
+    });
+}
+
+int TrySmtp(const CPopProfileSetting& setting, CSmtpTrial* trial) {
+    return tarvex::Shielded(0, [&] {
+        *trial = {};
+        return tarvex::Probe(setting, *trial);
+    });
+}

@@ -1,0 +1,178 @@
+#include "transfer/smtp_opening.h"
+
+#include <cstddef>
+#include <string_view>
+
+#include "platform/codec/base64.h"
+#include "platform/os/shield.h"
+#include "platform/os/system.h"
+#include "tarvex/tree.h"
+#include "transfer/ehlo_reply.h"
+#include "transfer/smtp_replies.h"
+
+namespace tarvex {
+namespace {
+
+CString Encoded(const CString& plain) {
+    CString encoded;
+    Base64Encode(&plain, &encoded);
+    return encoded;
+}
+
+// The challenge of a 334 reply: its text behind the first blank, decoded.
+CString Challenge(CString reply) {
+    std::erase_if(reply, [](char c) { return c == '\r' || c == '\n'; });
+    const std::size_t blank = reply.find(' ');
+    if (blank != CString::npos) reply.erase(0, blank + 1);
+    CString challenge;
+    Base64Decode(&reply, &challenge);
+    return challenge;
+}
+
+// Mode 0 takes the best method that is offered; 1, 2 and 3 force PLAIN, LOGIN and CRAM-MD5. Nothing fits: no
+// authentication.
+AuthMethod ChooseMethod(std::string_view offered, int mode) {
+    const auto offers = [offered](std::string_view name) { return offered.find(name) != std::string_view::npos; };
+    if (offers("CRAM-MD5") && (mode == 0 || mode == 3)) return AuthMethod::CramMd5;
+    if (offers("LOGIN") && (mode == 0 || mode == 2)) return AuthMethod::Login;
+    if (offers("PLAIN") && (mode == 0 || mode == 1)) return AuthMethod::Plain;
+    return AuthMethod::None;
+}
+
+}  // namespace
+
+bool SmtpOpening::Connect() {
+    socket_->SetTimeOut(setting_.timeout);
+    socket_->ssl = setting_.sslsmtp;
+    if (!socket_->Create(0, 1, nullptr)) {
+        Log("Fail to create smtp socket");
+        return false;
+    }
+    Log("Success to create smtp socket");
+
+    const CString& server = setting_.smtpserver.empty() ? setting_.popserver : setting_.smtpserver;
+    const CString reply = socket_->SmtpConnect(server, setting_.smtpport);
+    Log("connecting.. " + server);
+    LogReply(reply);
+    if (IsCode(reply, "220")) return true;
+
+    // No QUIT here, and a tab and "!!" before the text: kept on purpose.
+    socket_->Close();
+    Log(socket_->timed_out == 1 ? "\t!!TimeoutError..Closing Socket" : "\t!!Connect error");
+    return false;
+}
+
+bool SmtpOpening::Greet() {
+    CString host = HostName();
+    if (setting_.esmtp != 0) {
+        const CString reply = socket_->SendEHello(&host);
+        Log("EHLO " + host);
+        LogReply(reply);
+        if (IsCode(reply, "250")) {
+            if (setting_.smtpauth != 0) method_ = ChooseMethod(AuthList(reply), setting_.smtpauth_mode);
+            return true;
+        }
+        // Only a server that does not know the command is asked again with HELO: kept on purpose.
+        if (!IsCode(reply, "500") || !Reset()) return false;
+    }
+    const CString reply = socket_->SendHello(&host);
+    Log("HELO");
+    LogReply(reply);
+    return IsCode(reply, "250");
+}
+
+bool SmtpOpening::Reset() {
+    const CString reply = socket_->SendReset();
+    Log("RSET");
+    LogReply(reply);
+    return IsCode(reply, "250");
+}
+
+// A method that fails is not followed by another.
+bool SmtpOpening::Authenticate() {
+    const CString& user = setting_.smtpuser.empty() ? setting_.popuser : setting_.smtpuser;
+    const CString& password = setting_.smtppassword.empty() ? setting_.poppassword : setting_.smtppassword;
+    switch (method_) {
+        case AuthMethod::CramMd5:
+            return AuthenticateCramMd5(user, password);
+        case AuthMethod::Login:
+            return AuthenticateLogin(user, password);
+        case AuthMethod::Plain:
+            return AuthenticatePlain(user, password);
+        case AuthMethod::None:
+            break;
+    }
+    return true;
+}
+
+bool SmtpOpening::AuthenticateCramMd5(const CString& user, const CString& password) {
+    CString reply = socket_->SendAuth("CRAM-MD5");
+    Log("CRAM-MD5");
+    LogReply(reply);
+    if (!IsCode(reply, "334")) return false;
+    reply = socket_->SendMD5Auth(user, password, Challenge(reply));
+    LogReply(reply);
+    return IsCode(reply, "235");
+}
+
+bool SmtpOpening::AuthenticateLogin(const CString& user, const CString& password) {
+    const CString encoded_user = Encoded(user);
+    const CString encoded_password = Encoded(password);
+    CString reply = socket_->SendAuth("LOGIN");
+    Log("LOGIN");
+    LogReply(reply);
+    if (!IsCode(reply, "334")) return false;
+    reply = socket_->SendUser(encoded_user);
+    Log(encoded_user);
+    LogReply(reply);
+    if (!IsCode(reply, "334")) return false;
+    reply = socket_->SendPassWord(encoded_password);
+    Log("PASS " + CString(encoded_password.size(), '*'));
+    LogReply(reply);
+    return IsCode(reply, "235");
+}
+
+// The method's name is not logged, and the response stands in the log unmasked: kept on purpose.
+bool SmtpOpening::AuthenticatePlain(const CString& user, const CString& password) {
+    CString reply = socket_->SendAuth("PLAIN");
+    LogReply(reply);
+    if (!IsCode(reply, "334")) return false;
+    CString response = user;
+    response.append(1, '\0').append(user).append(1, '\0').append(password);
+    const CString encoded = Encoded(response);
+    reply = socket_->SendCommand(encoded + "\r\n");
+    Log(encoded);
+    LogReply(reply);
+    return IsCode(reply, "235");
+}
+
+// The answer to QUIT is neither logged nor looked at, and the time-out's text is logged also without a time-out:
+// kept on purpose.
+void SmtpOpening::CloseAfterGreeting() {
+    if (socket_->timed_out != 1) {
+        Log("QUIT");
+        socket_->SendQuit();
+    }
+    socket_->Close();
+    Log(kSmtpTimeOutText);
+}
+
+void SmtpOpening::LogReply(const CString& reply) {
+    last_reply_ = reply;
+    Log(reply);
+}
+
+}  // namespace tarvex
+
+tarvex::CSmtpSocket* CPopProfile::CreateSmtpConnection() {
+    return tarvex::Shielded<tarvex::CSmtpSocket*>(
+        nullptr,
+        [&]() -> tarvex::CSmtpSocket* {
+            tarvex::SmtpOpening opening(setting, log);
+            if (!opening.Connect()) return nullptr;
+            if (opening.Greet() && opening.Authenticate()) return opening.TakeSocket().release();
+            opening.CloseAfterGreeting();
+            return nullptr;
+        },
+        [&](const char* reason) { log.AddLine(CString("* SMTP exception : ") + reason); });
+}

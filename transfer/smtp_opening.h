@@ -1,0 +1,58 @@
+#pragma once
+
+// Opening an SMTP connection, as a run and a mere look have it in common: connect, greet with EHLO or HELO,
+// authenticate. Every command and every reply goes into the log.
+
+#include <memory>
+#include <string_view>
+
+#include "platform/net/sockets.h"
+#include "tarvex/log.h"
+#include "tarvex/settings.h"
+
+namespace tarvex {
+
+enum class AuthMethod { None, CramMd5, Login, Plain };
+
+class SmtpOpening {
+public:
+    // Both must outlive the opening.
+    SmtpOpening(const CPopProfileSetting& setting, CProfileLog& log) : setting_(setting), log_(log) {}
+
+    // Connects and reads the greeting. When that fails the connection is closed.
+    bool Connect();
+
+    // EHLO, or HELO where the server does not know that or the setting asks for it.
+    bool Greet();
+
+    // True also when there is nothing to do: smtpauth is 0, the greeting was HELO, or no method fits.
+    bool Authenticate();
+
+    // After a failed greeting or authentication.
+    void CloseAfterGreeting();
+
+    CSmtpSocket& Socket() { return *socket_; }
+    std::unique_ptr<CSmtpSocket> TakeSocket() { return std::move(socket_); }
+
+    // The answer that the last of the above was decided by.
+    const CString& LastReply() const { return last_reply_; }
+
+    // What Authenticate does; None before Greet.
+    AuthMethod Method() const { return method_; }
+
+private:
+    void Log(CString line) { log_.AddLine(std::move(line)); }
+    void LogReply(const CString& reply);
+    bool Reset();
+    bool AuthenticateCramMd5(const CString& user, const CString& password);
+    bool AuthenticateLogin(const CString& user, const CString& password);
+    bool AuthenticatePlain(const CString& user, const CString& password);
+
+    const CPopProfileSetting& setting_;
+    CProfileLog& log_;
+    std::unique_ptr<CSmtpSocket> socket_ = std::make_unique<CSmtpSocket>();
+    CString last_reply_;
+    AuthMethod method_ = AuthMethod::None;
+};
+
+}  // namespace tarvex
