@@ -310,7 +310,8 @@ bool ControlClient::Write() {
 }
 
 ControlServer::ControlServer(const std::string& root)
-    : path_(NativePath(root).string() + kSocketName), listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    : path_(NativePath(root).string() + kSocketName),
+      listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     unlink(path_.c_str());
     const mode_t old_mask = umask(0177);
     const bool bound = bind(listener_.Get(), SocketAddress(root).Get(), SocketAddress::kSize) == 0;

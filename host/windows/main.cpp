@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "host/windows/commands.h"
 #include "host/process.h"
+#include "host/windows/commands.h"
 
 int main(int argc, char** argv) {
     using namespace tarvex::host;

@@ -6,11 +6,11 @@
 #include <system_error>
 #include <vector>
 
-#include "host/windows/commands.h"
 #include "host/display.h"
 #include "host/paths.h"
 #include "host/process.h"
 #include "host/run_log.h"
+#include "host/windows/commands.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
