@@ -6,10 +6,9 @@
 #include <exception>
 #include <memory>
 #include <mutex>
-#include <system_error>
-#include <thread>
 #include <utility>
 
+#include "platform/os/system_thread.h"
 #include "platform/os/threads.h"
 
 namespace tarvex {
@@ -63,16 +62,26 @@ NameAnswer AskSafely(const NameResolver& resolver, const std::string& name) {
     }
 }
 
+// What the thread that asks is handed.
+struct Question {
+    std::shared_ptr<PendingLookUp> pending;
+    std::string name;
+    NameResolver resolver;
+};
+
+void Ask(void* question) {
+    const std::unique_ptr<Question> own(static_cast<Question*>(question));
+    own->pending->Answer(AskSafely(own->resolver, own->name));
+}
+
 Failure AskOnItsOwnThread(const std::string& name, const Deadline& deadline, NameAnswer& answer) {
     const auto pending = std::make_shared<PendingLookUp>();
+    auto question = std::make_unique<Question>(Question{pending, name, ResolverInUse()});
     const InterruptScope scope(*pending);
-    try {
-        std::thread([pending, name, resolver = ResolverInUse()] {
-            pending->Answer(AskSafely(resolver, name));
-        }).detach();
-    } catch (const std::system_error& error) {
-        return Disconnected("no thread to look up " + name + ": " + error.code().message());
-    }
+    std::optional<SystemThread> thread = SystemThread::Start(Ask, question.get());
+    if (!thread) return Disconnected("no thread to look up " + name);
+    static_cast<void>(question.release());  // the thread's own
+    thread->Leave();
     return pending->Wait(name, deadline, answer);
 }
 

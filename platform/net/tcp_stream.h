@@ -59,7 +59,7 @@ private:
     bool OpenSocket(bool ipv6);
 
     int socket_ = -1;
-    int wake_up_ = -1;  // where shutting the socket down does not wake Wait: a socket that does
+    [[maybe_unused]] int wake_up_ = -1;  // where shutting the socket down does not wake Wait: a socket that does
     bool is_ipv6_ = false;
     std::atomic<bool> interrupted_ = false;
 };

@@ -1,13 +1,13 @@
 #pragma once
 
-// What the worker threads ask of the system.
+// Threads as the system has them, for the worker threads and for what they leave behind.
 
 #include <cstdint>
 #include <optional>
 
 namespace tarvex {
 
-// A thread of the system's, with a stack of 512 KiB.
+// A thread with a stack of 512 KiB and, on Linux, with the signals that a program may handle blocked.
 class SystemThread {
 public:
     SystemThread() = default;
@@ -16,8 +16,10 @@ public:
     // thread can be had.
     static std::optional<SystemThread> Start(void (*procedure)(void*), void* parameter) noexcept;
 
-    // Frees what the system keeps of the thread. To be called once, when the procedure is about to return or has.
+    // Either is to be called once: Free when the procedure is about to return or has, Leave for a thread that nobody asks
+    // after. The system then keeps nothing of the thread once it has ended.
     void Free();
+    void Leave();
 
 private:
     explicit SystemThread(std::uintptr_t handle) : handle_(handle) {}

@@ -198,7 +198,7 @@ TEST(TextFiles, AFileThatIsHeldForLongKeepsItsContent) {
 
 TEST(TextFiles, WritersOfOneFileExcludeEachOther) {
     const TempDir dir;
-    constexpr int kWriters = 4;
+    constexpr int kWriters = 2;
     constexpr int kRounds = 25;
     const auto text_of = [](int writer) {
         const std::string line = std::to_string(writer) + std::string(200, static_cast<char>('a' + writer)) + "\n";

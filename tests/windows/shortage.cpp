@@ -4,7 +4,8 @@
 
 #include <winsock2.h>
 
-// The places where the loader has put the addresses of the system's functions.
+#include "tests/windows/replaced_import.h"
+
 extern "C" {
 extern void* imported_create_file asm("__imp__CreateFileW@28");
 extern void* imported_find_first_file asm("__imp__FindFirstFileW@8");
@@ -30,31 +31,12 @@ SOCKET WSAAPI NoSocket(int, int, int, LPWSAPROTOCOL_INFOW, GROUP, DWORD) {
     return INVALID_SOCKET;
 }
 
-class Replaced {
-public:
-    Replaced(void*& place, void* function) : place_(place), old_(place) { Set(function); }
-    ~Replaced() { Set(old_); }
-    Replaced(const Replaced&) = delete;
-    Replaced& operator=(const Replaced&) = delete;
-
-private:
-    void Set(void* function) {
-        DWORD protection = 0;
-        VirtualProtect(&place_, sizeof place_, PAGE_READWRITE, &protection);
-        place_ = function;
-        VirtualProtect(&place_, sizeof place_, protection, &protection);
-    }
-
-    void*& place_;
-    void* old_;
-};
-
 }  // namespace
 
 struct NoDescriptors::Impl {
-    Replaced file{imported_create_file, reinterpret_cast<void*>(NoFile)};
-    Replaced search{imported_find_first_file, reinterpret_cast<void*>(NoSearch)};
-    Replaced socket{imported_socket, reinterpret_cast<void*>(NoSocket)};
+    ReplacedImport file{imported_create_file, NoFile};
+    ReplacedImport search{imported_find_first_file, NoSearch};
+    ReplacedImport socket{imported_socket, NoSocket};
 };
 
 NoDescriptors::NoDescriptors() : impl_(std::make_unique<Impl>()) {}

@@ -41,7 +41,7 @@ struct Task {
 
 void* ThreadMain(void* task) {
     const std::unique_ptr<Task> own(static_cast<Task*>(task));
-    pthread_setname_np(pthread_self(), "tarvex-worker");
+    pthread_setname_np(pthread_self(), "tarvex");
     own->procedure(own->parameter);
     return nullptr;
 }
@@ -65,6 +65,8 @@ std::optional<SystemThread> SystemThread::Start(void (*procedure)(void*), void* 
 }
 
 void SystemThread::Free() { pthread_join(handle_, nullptr); }
+
+void SystemThread::Leave() { pthread_detach(handle_); }
 
 std::uint64_t ProcessNumber() { return static_cast<std::uint64_t>(getpid()); }
 

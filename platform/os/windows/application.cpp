@@ -1,6 +1,9 @@
 // The one static object that stands for the library, and Windows Sockets.
 
+#include <openssl/crypto.h>
 #include <winsock2.h>
+
+#include "platform/net/tls.h"
 
 namespace {
 
@@ -26,7 +29,12 @@ const Application application;
 
 }  // namespace
 
-// Fails the load of the library when it could not be initialised.
-extern "C" BOOL WINAPI DllMain(HINSTANCE /*library*/, DWORD reason, void* /*reserved*/) {
+// Fails the load of the library when it could not be initialised. When the library is unloaded, and not at the end of
+// the process, OpenSSL gives back what it holds; no thread is in here then.
+extern "C" BOOL WINAPI DllMain(HINSTANCE /*library*/, DWORD reason, void* process_ends) {
+    if (reason == DLL_PROCESS_DETACH && process_ends == nullptr) {
+        tarvex::ForgetTrustStore();
+        OPENSSL_cleanup();
+    }
     return reason != DLL_PROCESS_ATTACH || application.IsInitialized();
 }

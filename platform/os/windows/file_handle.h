@@ -46,13 +46,13 @@ void ThrowWhenExhausted(DWORD error);
 bool IsHeldByOthers();
 
 // For how long a virus scanner, for instance, may hold a file.
-inline constexpr std::chrono::seconds kPatience{2};
+inline constexpr std::chrono::seconds kPatience{5};
 
 // Repeats an operation that fails because somebody else holds the file. The result of the last attempt; GetLastError
 // tells why it failed.
 template <class Operation>
 bool Patiently(Operation operation, std::chrono::seconds patience = kPatience) {
-    constexpr auto kPause = std::chrono::milliseconds(2);
+    constexpr auto kPause = std::chrono::milliseconds(5);
     const auto end = std::chrono::steady_clock::now() + patience;
     while (!operation()) {
         if (!IsHeldByOthers() || std::chrono::steady_clock::now() >= end) return false;

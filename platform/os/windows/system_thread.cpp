@@ -61,6 +61,8 @@ std::optional<SystemThread> SystemThread::Start(void (*procedure)(void*), void* 
 // unloading a library.
 void SystemThread::Free() { CloseHandle(reinterpret_cast<HANDLE>(handle_)); }
 
+void SystemThread::Leave() { Free(); }
+
 std::uint64_t ProcessNumber() { return GetCurrentProcessId(); }
 
 bool OtherThreadsAreGone() { return RtlDllShutdownInProgress() != FALSE; }

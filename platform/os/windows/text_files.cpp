@@ -54,12 +54,22 @@ std::optional<std::string> ReadWhole(HANDLE file) {
 
 // ---- writing
 
-// The file that is to be replaced: behind a link, so that the link stays.
+// The file that is to be replaced: behind a link, so that the link stays. It is not kept open, for what is open cannot
+// be replaced everywhere.
 struct Target {
     std::wstring path;
-    FileHandle file;  // none when there is nothing yet
+    bool exists = false;
     DWORD attributes = 0;
+    std::vector<unsigned char> rights;  // empty where the system does not tell
 };
+
+std::vector<unsigned char> RightsOf(HANDLE file) {
+    DWORD bytes = 0;
+    GetKernelObjectSecurity(file, DACL_SECURITY_INFORMATION, nullptr, 0, &bytes);
+    std::vector<unsigned char> rights(bytes);
+    if (!GetKernelObjectSecurity(file, DACL_SECURITY_INFORMATION, rights.data(), bytes, &bytes)) return {};
+    return rights;
+}
 
 std::optional<std::wstring> FinalPath(HANDLE file) {
     const DWORD needed = GetFinalPathNameByHandleW(file, nullptr, 0, FILE_NAME_NORMALIZED);
@@ -74,18 +84,19 @@ std::optional<std::wstring> FinalPath(HANDLE file) {
 std::optional<Target> FindTarget(const std::string& path) {
     Target target;
     target.path = NativePath(path);
-    target.file = OpenFileHandle(target.path, FILE_READ_ATTRIBUTES | READ_CONTROL, kShareAll, OPEN_EXISTING, 0);
-    if (!target.file) {
-        if (GetLastError() != ERROR_FILE_NOT_FOUND ||
-            GetFileAttributesW(target.path.c_str()) != INVALID_FILE_ATTRIBUTES) {
-            return std::nullopt;
-        }
-        return target;
+    const FileHandle file =
+        OpenFileHandle(target.path, FILE_READ_ATTRIBUTES | READ_CONTROL, kShareAll, OPEN_EXISTING, 0);
+    if (!file) {
+        const bool is_missing = GetLastError() == ERROR_FILE_NOT_FOUND &&
+                                GetFileAttributesW(target.path.c_str()) == INVALID_FILE_ATTRIBUTES;
+        return is_missing ? std::optional(target) : std::nullopt;
     }
-    const auto description = Describe(target.file.Get());
+    const auto description = Describe(file.Get());
     if (!description || (description->dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0) return std::nullopt;
+    target.exists = true;
     target.attributes = description->dwFileAttributes;
-    if (auto final_path = FinalPath(target.file.Get())) target.path = std::move(*final_path);
+    target.rights = RightsOf(file.Get());
+    if (auto final_path = FinalPath(file.Get())) target.path = std::move(*final_path);
     return target;
 }
 
@@ -141,12 +152,10 @@ bool NewFile::Fill(std::string_view content) const {
 
 // As far as the system lets it.
 void NewFile::AdoptRightsAndAttributes(const Target& target) const {
-    if (!target.file) return;
-    DWORD bytes = 0;
-    GetKernelObjectSecurity(target.file.Get(), DACL_SECURITY_INFORMATION, nullptr, 0, &bytes);
-    const auto rights = std::make_unique<unsigned char[]>(bytes);
-    if (GetKernelObjectSecurity(target.file.Get(), DACL_SECURITY_INFORMATION, rights.get(), bytes, &bytes)) {
-        SetKernelObjectSecurity(file_.Get(), DACL_SECURITY_INFORMATION, rights.get());
+    if (!target.exists) return;
+    if (!target.rights.empty()) {
+        auto rights = target.rights;
+        SetKernelObjectSecurity(file_.Get(), DACL_SECURITY_INFORMATION, rights.data());
     }
     FILE_BASIC_INFO attributes{};  // a time of 0 stays
     attributes.FileAttributes = target.attributes;
@@ -167,7 +176,7 @@ bool NewFile::RenameTo(const std::wstring& target_path, bool synced) {
 
 // Whether the target holds the content and nobody is about to replace it.
 bool Holds(const Target& target, const std::wstring& new_path, std::string_view content) {
-    if (!target.file || GetFileAttributesW(new_path.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
+    if (!target.exists || GetFileAttributesW(new_path.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
     const FileHandle file = OpenFileHandle(target.path, GENERIC_READ, kShareAll, OPEN_EXISTING, 0);
     return file && ReadWhole(file.Get()) == content;
 }
@@ -190,7 +199,7 @@ bool WriteTextFile(const std::string& path, std::string_view text, Durability du
     const std::string content = WithCrLf(text);
     const bool synced = durability != Durability::NotSynced;
 
-    std::optional<Target> target = FindTarget(path);
+    const std::optional<Target> target = FindTarget(path);
     if (!target) return false;
     const std::wstring new_path = target->path + L".new";
     if (durability == Durability::SyncedWhenChanged && Holds(*target, new_path, content)) return true;
@@ -198,7 +207,6 @@ bool WriteTextFile(const std::string& path, std::string_view text, Durability du
     if (!file || !file->Fill(content)) return false;
     file->AdoptRightsAndAttributes(*target);
     if (synced && !file->Sync()) return false;
-    target->file.Close();  // what is open cannot be replaced everywhere
     return file->RenameTo(target->path, synced);
 }
 

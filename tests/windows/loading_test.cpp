@@ -1,0 +1,177 @@
+// Loading and unloading the library as a host does that does not link it.
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "tarvex/tarvex_c.h"
+#include "testing/child_process.h"
+#include "testing/mail_servers.h"
+#include "testing/scripted_server.h"
+#include "testing/temp_dir.h"
+#include "tests/forwarding.h"
+
+namespace tarvex::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+class Library {
+public:
+    Library() {
+        std::string path = TARVEX_LIBRARY;
+        std::ranges::replace(path, '/', '\\');
+        module_ = LoadLibraryA(path.c_str());
+        if (!module_) throw std::runtime_error(path + " cannot be loaded: " + std::to_string(GetLastError()));
+        Find(open, "tarvex_open");
+        Find(run, "tarvex_run");
+        Find(wait, "tarvex_wait");
+        Find(close, "tarvex_close");
+        Find(last_error, "tarvex_last_error");
+    }
+    ~Library() { FreeLibrary(module_); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    static bool IsLoaded() { return GetModuleHandleA("Tarvex.dll") != nullptr; }
+
+    // A worker's last step is to let the library go.
+    static bool Goes() {
+        const auto end = std::chrono::steady_clock::now() + 20s;
+        while (IsLoaded()) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            std::this_thread::yield();
+        }
+        return true;
+    }
+
+    decltype(&tarvex_open) open;
+    decltype(&tarvex_run) run;
+    decltype(&tarvex_wait) wait;
+    decltype(&tarvex_close) close;
+    decltype(&tarvex_last_error) last_error;
+
+private:
+    template <class Function>
+    void Find(Function& function, const char* name) {
+        function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module_, name)));
+        if (!function) throw std::runtime_error(std::string("there is no ") + name);
+    }
+
+    HMODULE module_;
+};
+
+TEST(Loading, LibraryForwardsMailIsUnloadedAndCanBeLoadedAgain) {
+    MailboxServer pop("alice", "secret");
+    SinkServer smtp;
+    DataTree tree;
+    CPopProfile& profile = tree.AddProfile(pop.Port(), smtp.Port());
+    profile.setting.apop = 1;  // so that OpenSSL is used
+    ASSERT_EQ(profile.SaveSetting(), 1);
+    AddAddress(profile, "a@example.net");
+    DWORD handles = 0;
+    for (int round = 1; round <= 3; ++round) {
+        pop.Add(Mail("u" + std::to_string(round)));
+        ASSERT_FALSE(Library::IsLoaded());
+        {
+            const Library library;
+            EXPECT_EQ(library.open(nullptr), nullptr);
+            EXPECT_STREQ(library.last_error(), "The directory is null.");
+            EXPECT_EQ(library.run(nullptr), -1);
+            tarvex_root* const root = library.open((tree.Folder() / "root").c_str());
+            ASSERT_NE(root, nullptr);
+            EXPECT_EQ(library.run(root), 1);
+            EXPECT_EQ(library.wait(root, -1), 1);
+            library.close(root);
+        }
+        ASSERT_TRUE(Library::Goes());
+        const DWORD before = handles;
+        GetProcessHandleCount(GetCurrentProcess(), &handles);
+        if (round == 3) {
+            EXPECT_EQ(handles, before);
+        }
+    }
+    EXPECT_EQ(Arrived(smtp),
+              (Arrivals{{"u1 -> a@example.net", 1}, {"u2 -> a@example.net", 1}, {"u3 -> a@example.net", 1}}));
+}
+
+TEST(Loading, LibraryStaysUntilItsLastWorkerHasEnded) {
+    MailboxServer pop("alice", "secret");
+    Counter asked, answered;
+    pop.SetFault([&](const std::string& command) {
+        if (command == "QUIT") {
+            asked.Add();
+            answered.WaitFor(1);
+        }
+        return "";
+    });
+    DataTree tree;
+    CPopProfile& profile = tree.AddProfile(pop.Port(), UnusedPort());
+    AddAddress(profile, "a@example.net");
+    {
+        const Library library;
+        tarvex_root* const root = library.open((tree.Folder() / "root").c_str());
+        EXPECT_EQ(library.run(root), 1);
+        ASSERT_TRUE(asked.WaitFor(1));
+    }  // a host that forgets its root
+    EXPECT_TRUE(Library::IsLoaded());
+    answered.Add();
+    EXPECT_TRUE(Library::Goes());
+    EXPECT_NE(LogText(profile).find("---- End Operation at "), std::string::npos);
+}
+
+// A copy of a host whose library finds the failing sockets under another name.
+class HostWithOtherSockets {
+public:
+    HostWithOtherSockets() {
+        fs::copy_file(TARVEX_C_HOST, folder_.Path() / "host.exe");
+        fs::copy_file(TARVEX_FAILING_SOCKETS, folder_.Path() / kOther);
+        std::string library = ReadFile(TARVEX_LIBRARY);
+        for (std::size_t at = 0; (at = library.find(kSystems, at)) != std::string::npos; ++replaced_) {
+            library.replace(at, kSystems.size(), kOther);
+        }
+        WriteFile(folder_.Path() / "Tarvex.dll", library);
+    }
+
+    int Replaced() const { return replaced_; }
+
+    // Runs it without a directory.
+    ChildProcess Run(int start_of_sockets) const {
+        return ChildProcess({folder_ / "host.exe"}, ChildProcess::Output::Pipe,
+                            {"TARVEX_START_OF_SOCKETS=" + std::to_string(start_of_sockets)});
+    }
+
+private:
+    static constexpr std::string_view kSystems = "WS2_32.dll";
+    static constexpr std::string_view kOther = "WS2_no.dll";
+
+    TempDir folder_;
+    int replaced_ = 0;
+};
+
+TEST(Loading, FailsWhereSocketsCannotBeStarted) {
+    constexpr int kNotReady = 10091;  // WSASYSNOTREADY
+    const HostWithOtherSockets host;
+    ASSERT_GT(host.Replaced(), 0);
+
+    ChildProcess loads = host.Run(0);
+    loads.Wait();
+    EXPECT_EQ(loads.ExitCode(), 1);
+    EXPECT_EQ(loads.Errors(), "The directory is null.\n");
+
+    ChildProcess fails = host.Run(kNotReady);
+    fails.Wait();
+    EXPECT_EQ(static_cast<unsigned>(fails.ExitCode()), 0xC0000142U);  // STATUS_DLL_INIT_FAILED
+    EXPECT_EQ(fails.Errors(), "");
+}
+
+}  // namespace
+}  // namespace tarvex::testing
