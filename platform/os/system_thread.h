@@ -16,8 +16,8 @@ public:
     // thread can be had.
     static std::optional<SystemThread> Start(void (*procedure)(void*), void* parameter) noexcept;
 
-    // Either is to be called once: Free when the procedure is about to return or has, Leave for a thread that nobody asks
-    // after. The system then keeps nothing of the thread once it has ended.
+    // Either is to be called once: Free when the procedure is about to return or has, Leave for a thread that nobody
+    // asks after. The system then keeps nothing of the thread once it has ended.
     void Free();
     void Leave();
 
