@@ -26,6 +26,14 @@ bool FileExists(const CString& path) {
     return std::filesystem::exists(NativePath(path), ignored);
 }
 
+// What one might not expect of a schedule without a term that counts.
+std::string WhatRemains(const CScheduleSetting& schedule) {
+    if (schedule.terms.empty()) return "The schedule is empty: the address always takes part.\n";
+    const auto is_off = [](const auto& term) { return term->status == 0; };
+    if (!std::ranges::all_of(schedule.terms, is_off)) return "";
+    return "Every term is switched off: the address takes part in no run. Without any term it always would.\n";
+}
+
 Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
 
 // One of the things in the tree that have settings: its record, and the words about it.
@@ -182,6 +190,8 @@ private:
     std::string AddForward();
     std::string AddTerm(CForwardAddress& forward);
     std::string RemoveTerms(CForwardAddress& forward);
+    std::string SwitchTerms(CForwardAddress& forward, bool on);
+    CTerm* ChosenTerm(const CForwardAddress& forward) const;
     std::string SaveSchedule(CForwardAddress& forward, const CScheduleSetting& before);
 
     CRootPath& root_;
@@ -289,6 +299,7 @@ std::string Editor::EditSchedule() {
     if (request_.words.size() < 4) throw Trouble(kBadUsage, "an edit of a schedule needs more words");
     if (Verb() == "add") return AddTerm(forward);
     if (Verb() == "remove") return RemoveTerms(forward);
+    if (Verb() == "on" || Verb() == "off") return SwitchTerms(forward, Verb() == "on");
     UnknownVerb();
 }
 
@@ -304,25 +315,45 @@ std::string Editor::AddTerm(CForwardAddress& forward) {
 
 std::string Editor::RemoveTerms(CForwardAddress& forward) {
     const CScheduleSetting before(forward.schedule);
-    auto& terms = forward.schedule.terms;
+    if (CTerm* const term = ChosenTerm(forward)) {
+        forward.schedule.DeleteTerm(term);
+    } else {
+        forward.schedule.Reset();
+    }
+    return SaveSchedule(forward, before) + "Removed.\n" + WhatRemains(forward.schedule);
+}
+
+std::string Editor::SwitchTerms(CForwardAddress& forward, bool on) {
+    const CScheduleSetting before(forward.schedule);
+    const CTerm* const chosen = ChosenTerm(forward);
+    std::string said;
+    int number = 0;
+    for (const auto& term : forward.schedule.terms) {
+        ++number;
+        if (chosen && term.get() != chosen) continue;
+        term->status = on ? 1 : 0;
+        said += "  " + std::to_string(number) + "  " + DescribeTerm(*term) + '\n';
+    }
+    return SaveSchedule(forward, before) + (on ? "Switched on:\n" : "Switched off:\n") + said +
+           WhatRemains(forward.schedule);
+}
+
+// The one that the request names by its number; null for all of them.
+CTerm* Editor::ChosenTerm(const CForwardAddress& forward) const {
+    const auto& terms = forward.schedule.terms;
     const std::string& which = request_.words[3];
+    if (which == "all") return nullptr;
     std::size_t number = 0;
     const char* const end = which.data() + which.size();
     const auto [rest, error] = std::from_chars(which.data(), end, number);
-    if (which == "all") {
-        forward.schedule.Reset();
-    } else if (error == std::errc() && rest == end && number >= 1 && number <= terms.size()) {
-        forward.schedule.DeleteTerm(terms[number - 1].get());
-    } else {
-        throw Trouble(kNotFound, "there is no term " + ShowText(which, "UTF-8") + "; the schedule has " +
-                                     std::to_string(terms.size()) + " (see `tarvex schedule list`)");
-    }
-    std::string text = SaveSchedule(forward, before) + "Removed.\n";
-    if (terms.empty()) text += "The schedule is empty: the address always takes part.\n";
-    return text;
+    if (error == std::errc() && rest == end && number >= 1 && number <= terms.size()) return terms[number - 1].get();
+    throw Trouble(kNotFound, "there is no term " + ShowText(which, "UTF-8") + "; the schedule has " +
+                                 std::to_string(terms.size()) + " (see `tarvex schedule list`)");
 }
 
 std::string Editor::SaveSchedule(CForwardAddress& forward, const CScheduleSetting& before) {
+    // The file has one number for "on", but each other than 0 counts as that.
+    for (const auto& term : forward.schedule.terms) term->status = term->status != 0 ? 1 : 0;
     if (forward.SaveScheduleSetting()) return {};
     forward.schedule = before;
     throw CannotSave(forward.path);

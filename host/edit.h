@@ -15,7 +15,7 @@ namespace tarvex::host {
 //     user add KEY=VALUE...         user set USER KEY=VALUE...         user remove USER
 //     profile add USER KEY=VALUE... profile set PROFILE KEY=VALUE...   profile remove PROFILE
 //     forward add PROFILE KEY=VALUE... forward set FORWARD KEY=VALUE... forward remove FORWARD
-//     schedule add FORWARD TERM     schedule remove FORWARD NUMBER     (numbers count from 1; "all" removes every term)
+//     schedule add FORWARD TERM     schedule remove|on|off FORWARD NUMBER     (counted from 1, or "all")
 // with the settings keys of host/keys.h and names as host/names.h finds them.
 struct EditRequest {
     std::vector<std::string> words;

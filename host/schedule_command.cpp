@@ -66,16 +66,21 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
         };
     });
 
-    CLI::App* const remove = add("remove", "Remove a term.");
-    remove->add_option("NUMBER", given->words, "Its number in the list, or all")
-        ->required()
-        ->expected(1)
-        ->option_text(" ");
-    remove->callback([&context, given] {
-        context.command = [&context, given] {
-            return Submit(context, {{"schedule", "remove", given->forward, given->Joined()}, {}, {}});
-        };
-    });
+    const auto add_for_term = [&](const char* name, const char* help) {
+        CLI::App* const command = add(name, help);
+        command->add_option("NUMBER", given->words, "Its number in the list, or all")
+            ->required()
+            ->expected(1)
+            ->option_text(" ");
+        command->callback([&context, given, name] {
+            context.command = [&context, given, name] {
+                return Submit(context, {{"schedule", name, given->forward, given->Joined()}, {}, {}});
+            };
+        });
+    };
+    add_for_term("on", "Switch a term on.");
+    add_for_term("off", "Switch a term off: it stays in the list, and lets the address take part no more.");
+    add_for_term("remove", "Remove a term.");
 }
 
 }  // namespace tarvex::host

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -383,7 +384,7 @@ TEST_F(HostCommands, EveryHelpFitsATerminal) {
         commands.push_back({kind});
         for (const char* const verb : {"add", "list", "show", "set", "remove"}) commands.push_back({kind, verb});
     }
-    for (const char* const verb : {"add", "list", "remove"}) commands.push_back({"schedule", verb});
+    for (const char* const verb : {"add", "list", "on", "off", "remove"}) commands.push_back({"schedule", verb});
     for (const char* const verb : {"show", "set"}) commands.push_back({"settings", verb});
     for (Words& words : commands) {
         words.push_back("--help");
@@ -403,10 +404,74 @@ TEST_F(HostCommands, AScheduleIsAddedListedAndRemoved) {
     EXPECT_EQ(terms[5]["meaning"], "once, from 2026-12-24 18:00 to 2026-12-26 9:00");
     Do({"schedule", "remove", "phone", "6"});
     EXPECT_THAT(Do({"schedule", "list", "phone"}), AllOf(HasSubstr("5       fri 9:00-17:30"), Not(HasSubstr("2026"))));
+    EXPECT_THAT(Do({"schedule", "off", "phone", "2"}), HasSubstr("(switched off) every Tuesday"));
+    EXPECT_EQ(DoJson({"schedule", "list", "phone", "--json"})[1]["on"], false);
+    Do({"schedule", "on", "phone", "all"});
+    EXPECT_EQ(DoJson({"schedule", "list", "phone", "--json"})[1]["on"], true);
     Do({"schedule", "remove", "phone", "all"});
     EXPECT_EQ(DoJson({"schedule", "list", "phone", "--json"}), Json::array());
     Fail(host::kNotFound, {"schedule", "remove", "phone", "1"});
     Fail(host::kBadUsage, {"schedule", "add", "phone", "whenever"});
+}
+
+// Of everything that a folder holds: what is in it, and when that was last changed.
+std::map<std::string, std::string> Everything(const fs::path& folder) {
+    std::map<std::string, std::string> all;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        struct stat status {};
+        EXPECT_EQ(lstat(entry.path().c_str(), &status), 0);
+        std::ostringstream text;
+        text << status.st_ino << ' ' << status.st_mode << ' ' << status.st_mtim.tv_sec << '.' << status.st_mtim.tv_nsec;
+        all[entry.path()] = text.str() + (entry.is_regular_file() ? '\n' + ReadFile(entry.path()) : "");
+    }
+    return all;
+}
+
+// Whatever stands in the files: a password in clear, keys that nobody knows, terms in an unusual form.
+TEST_F(HostCommands, CommandsThatOnlyReadChangeNothing) {
+    MailboxServer mailbox("me", "secret");
+    SinkServer sink;
+    mailbox.Add({"id-1", "Subject: new\r\n\r\nnew\r\n"});
+    MakeTree();
+    Do({"profile", "set", "me@example.org", "--popserver", "127.0.0.1", "--popport", std::to_string(mailbox.Port()),
+        "--smtpserver", "127.0.0.1", "--smtpport", std::to_string(sink.Port()), "--timer", "always"});
+    Do({"run", "--quiet"});
+    const std::string other = Tree() + "/user0/from1";
+    fs::create_directories(other + "/forwardto0");
+    fs::create_directories(other + "/forwardto1");
+    WriteFile(other + "/popprofile.def",
+              "; mine\n[address]\nb@example.org\n[popserver]\n127.0.0.1\n[popport]\n" + std::to_string(mailbox.Port()) +
+                  "\n[popuser]\nme\n[poppassword]\nsecret\n[smtppassword]\np\xE1ss\n[unknown]\n1\n");
+    WriteFile(other + "/forwardto0/forwardaddress.def", "[address]\nb@example.net");
+    WriteFile(other + "/forwardto1/forwardaddress.def", "[address]\nodd@example.net");
+    WriteFile(other + "/forwardto1/schedule.def", "[schedule]\nstatus=2\nmode=TERM_EVERY_SUN\nterm=1:2\n");
+    WriteFile(Tree() + "/user0/userset.def", "[loginname]\ntaro\n[password]\nclear\n");
+    fs::remove(Tree() + "/.tarvex.lock");
+    const auto before = Everything(home_.Path());
+    for (const Words& words : {Words{"settings", "show"},
+                               {"user", "list"},
+                               {"user", "show", "taro"},
+                               {"profile", "list"},
+                               {"profile", "show", "b@example.org"},
+                               {"forward", "list"},
+                               {"forward", "show", "b@example.net"},
+                               {"schedule", "list", "odd@example.net"},
+                               {"status"},
+                               {"plan"},
+                               {"check"},
+                               {"log", "me@example.org"}}) {
+        for (const bool as_json : {false, true}) {
+            Words all = words;
+            if (as_json && words[0] == "log") continue;
+            if (as_json) all.emplace_back("--json");
+            ChildProcess command(Command(all), Output::Pipe, Variables());
+            command.Wait();
+            // The server does not take the password in clear, which is not what the file's form means.
+            const bool asks_servers = words[0] == "plan" || words[0] == "check";
+            EXPECT_EQ(command.ExitCode(), asks_servers ? host::kUnavailable : host::kDone) << command.Errors();
+            EXPECT_EQ(Everything(home_.Path()), before) << ::testing::PrintToString(all);
+        }
+    }
 }
 
 TEST_F(HostCommands, WrongCommandLinesSayWhereTheHelpIs) {

@@ -171,8 +171,9 @@ TEST_F(HostEdit, TermsAreAddedAndRemovedByNumber) {
     EXPECT_THAT(Good({"schedule", "add", "phone", "mon,fri 22:00-6:00"}),
                 AllOf(HasSubstr("1  every Monday"), HasSubstr("2  every Friday"), HasSubstr("sat 0:00-6:00")));
     Bad(host::kBadUsage, {"schedule", "add", "phone", "some day"});
-    for (const char* const which : {"0", "3", "-1", "1x", "", "every"})
-        Bad(host::kNotFound, {"schedule", "remove", "phone", which});
+    for (const char* const which : {"0", "3", "-1", "1x", "", "every"}) {
+        for (const char* const verb : {"remove", "off"}) Bad(host::kNotFound, {"schedule", verb, "phone", which});
+    }
     Good({"schedule", "remove", "phone", "1"});
     ASSERT_EQ(Forward().schedule.terms.size(), 1U);
     EXPECT_EQ(Forward().schedule.terms.front()->kind, TERM_EVERY_FRI);
@@ -180,6 +181,41 @@ TEST_F(HostEdit, TermsAreAddedAndRemovedByNumber) {
     CForwardAddress loaded;
     loaded.SetPath(Forward().path);
     EXPECT_TRUE(loaded.schedule.terms.empty());
+}
+
+TEST_F(HostEdit, TermsAreSwitchedOffAndOnByNumber) {
+    const auto stored = [this] {
+        CForwardAddress loaded;
+        loaded.SetPath(Forward().path);
+        std::vector<int> status;
+        for (const auto& term : loaded.schedule.terms) status.push_back(term->status);
+        return status;
+    };
+    Good({"schedule", "add", "phone", "mon,wed 9:00-17:00"});
+    EXPECT_EQ(Good({"schedule", "off", "phone", "2"}),
+              "Switched off:\n  2  (switched off) every Wednesday from 9:00 to 17:00\n");
+    EXPECT_THAT(stored(), ElementsAre(1, 0));
+    EXPECT_THAT(Good({"schedule", "off", "phone", "all"}),
+                AllOf(HasSubstr("  1  (switched off)"), HasSubstr("  2  (switched off)"), HasSubstr("in no run")));
+    EXPECT_THAT(stored(), ElementsAre(0, 0));
+    EXPECT_EQ(Forward().JudgeTakePart(0), 0);
+    EXPECT_EQ(Good({"schedule", "on", "phone", "1"}), "Switched on:\n  1  every Monday from 9:00 to 17:00\n");
+    EXPECT_THAT(stored(), ElementsAre(1, 0));
+    EXPECT_THAT(Bad(host::kNotFound, {"schedule", "off", "phone", "3"}), HasSubstr("has 2"));
+    EXPECT_THAT(stored(), ElementsAre(1, 0));
+    EXPECT_THAT(Good({"schedule", "remove", "phone", "1"}), HasSubstr("in no run"));
+    Good({"schedule", "remove", "phone", "all"});
+    EXPECT_THAT(Good({"schedule", "off", "phone", "all"}), HasSubstr("always takes part"));
+}
+
+// Any number but 0 counts as on, and saving would make each but 1 a 0.
+TEST_F(HostEdit, ATermThatIsOnByAnotherNumberStaysOn) {
+    Good({"schedule", "add", "phone", "mon 9:00-17:00"});
+    Forward().schedule.terms.front()->status = 2;
+    Good({"schedule", "add", "phone", "tue 9:00-17:00"});
+    CForwardAddress loaded;
+    loaded.SetPath(Forward().path);
+    EXPECT_EQ(loaded.schedule.terms.front()->status, 1);
 }
 
 TEST_F(HostEdit, RemovingTakesTheDirectoriesAway) {
@@ -219,6 +255,7 @@ TEST_F(HostEdit, SaysWhichProfilesMustNotRunMeanwhile) {
     EXPECT_THAT(touched({"profile", "add", "taro", "address=a@b.c"}), IsEmpty());
     EXPECT_THAT(touched({"forward", "set", "phone", "status=off"}), IsEmpty());
     EXPECT_THAT(touched({"schedule", "add", "phone", "daily"}), IsEmpty());
+    EXPECT_THAT(touched({"schedule", "off", "phone", "all"}), IsEmpty());
     EXPECT_THAT(touched({"profile", "set", "nobody", "timer=5"}), IsEmpty());
     EXPECT_THAT(touched({}), IsEmpty());
 }
