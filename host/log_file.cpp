@@ -2,6 +2,9 @@
 
 #include <ctime>
 #include <fstream>
+#include <iomanip>
+#include <locale>
+#include <sstream>
 #include <string_view>
 
 #include "host/display.h"
@@ -16,8 +19,10 @@ constexpr std::string_view kStart = "---- Operation starting at ";
 // "Sunday, March 15, 2009 10:20:05" in local time.
 std::optional<CTime> TimeIn(const std::string& text) {
     std::tm parts{};
-    const char* const end = strptime(text.c_str(), "%A, %B %d, %Y %H:%M:%S", &parts);
-    if (end == nullptr || *end != '\0') return std::nullopt;
+    std::istringstream stream(text);
+    stream.imbue(std::locale::classic());
+    if (!(stream >> std::get_time(&parts, "%A, %B %d, %Y %H:%M:%S")) || stream.peek() != std::char_traits<char>::eof())
+        return std::nullopt;
     parts.tm_isdst = -1;
     return std::mktime(&parts);
 }

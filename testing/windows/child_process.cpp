@@ -126,9 +126,10 @@ struct ChildProcess::Impl {
     Stream errors;
 };
 
-ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables)
+ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables,
+                           const std::string& input)
     : impl_(std::make_unique<Impl>()) {
-    if (output != Output::Pipe) throw std::invalid_argument("there are only pipes here");
+    if (output != Output::Pipe || !input.empty()) throw std::invalid_argument("there are only pipes from it here");
     Ends out = OpenPipe();
     Ends err = OpenPipe();
     std::string command_line;
