@@ -50,12 +50,12 @@ public:
         for (const auto& [name, secret] : secrets) Take(name, secret, true);
     }
 
-    // Throws Trouble when a value is not allowed, or would not be read back from a file in the directory.
-    void SetIn(Record& record, const CString& directory) const {
+    // Throws Trouble when a value is not allowed, or would not be read back; tries that in the root.
+    void SetIn(Record& record, const CString& root) const {
         SetAgainIn(record);
         std::vector<const Key<Record>*> keys;
         for (const auto& value : values_) keys.push_back(value.first);
-        RequireSurvival(record, keys, directory);
+        RequireSurvival(record, keys, root);
     }
 
     // Without looking whether the values survive.
@@ -142,7 +142,7 @@ private:
         const Values<Record> values(Behind(3), request_.secrets);
         const Record before(object.setting);
         Record after(object.setting);
-        values.SetIn(after, object.path);
+        values.SetIn(after, root_.path);
         values.SetAgainIn(object.setting);
         if (!object.SaveSetting()) {
             object.setting = before;
@@ -243,7 +243,7 @@ std::string Editor::AddProfile() {
     CUser& user = FindUser(root_, Name());
     const Values<CPopProfileSetting> values(Behind(3), request_.secrets);
     CPopProfileSetting draft;
-    values.SetIn(draft, user.path);
+    values.SetIn(draft, root_.path);
     CPopProfile* const profile = user.CreateNewPopProfile(draft.nickname, draft.address);
     Complete<CPopProfile>(
         profile, user.path, [&](CPopProfile& made) { values.SetAgainIn(made.setting); },
@@ -271,7 +271,7 @@ std::string Editor::AddForward() {
     CPopProfile& profile = *FindProfile(root_, Name()).profile;
     const Values<CForwardAddressSetting> values(Behind(3), request_.secrets);
     CForwardAddressSetting draft;
-    values.SetIn(draft, profile.path);
+    values.SetIn(draft, root_.path);
     CForwardAddress* const forward = profile.CreateNewForwardAddress(draft.nickname, draft.address);
     const auto remove = [&](CForwardAddress* made) { profile.DeleteForwardAddress(made); };
     Complete<CForwardAddress>(

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "host/commands.h"
 #include "host/display.h"
@@ -40,6 +41,11 @@ void SaveSettings(const CAppSetting& setting) {
         throw Trouble(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
 }
 
+// Among the temporary files: no lock keeps a folder in the configuration directory from being left there for good.
+void RequireSurvivalOf(const CAppSetting& setting, const std::vector<const Key<CAppSetting>*>& keys) {
+    RequireSurvival(setting, keys, fs::temp_directory_path());
+}
+
 std::string Absolute(const std::string& directory) {
     std::string whole = fs::absolute(directory).lexically_normal();
     while (whole.size() > 1 && whole.ends_with('/')) whole.pop_back();
@@ -60,7 +66,7 @@ int Init(const Context& context, const std::string& given) {
         MakeDirectories(ConfigurationDirectory());
         if (!has_settings) setting.allowcreatenewuser = 1;
         SetValue(setting, KeyNamed<CAppSetting>("rootpath"), directory);
-        RequireSurvival<CAppSetting>(setting, {&KeyNamed<CAppSetting>("rootpath")}, ConfigurationDirectory());
+        RequireSurvivalOf(setting, {&KeyNamed<CAppSetting>("rootpath")});
     }
     std::error_code ignored;
     const bool was_there = fs::is_directory(directory, ignored);
@@ -103,7 +109,7 @@ int SetAppSettings(const KeyOptions& keys) {
         set.push_back(&KeyNamed<CAppSetting>(word.substr(0, equals)));
         SetValue(setting, *set.back(), word.substr(equals + 1));
     }
-    RequireSurvival(setting, set, ConfigurationDirectory());
+    RequireSurvivalOf(setting, set);
     SaveSettings(setting);
     return ShowAppSettings(false);
 }

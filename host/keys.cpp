@@ -5,14 +5,12 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "host/display.h"
 #include "host/paths.h"
+#include "host/scratch.h"
 #include "host/stored_text.h"
 #include "host/trouble.h"
 
@@ -244,27 +242,6 @@ Trouble NoSurvivor(const KeyInfo& key, const std::string& stored, const std::str
                           "\". In the settings files a value cannot begin with \";\" or \"//\", begin or end with a "
                           "blank, hold \"[\" and \"]\", or be empty where there is a default"};
 }
-
-// Removed with what it holds.
-class ScratchFolder {
-public:
-    explicit ScratchFolder(const CString& parent) : path_(NativePath(parent).string() + "/.tarvex-XXXXXX") {
-        if (!mkdtemp(path_.data())) {
-            throw Trouble(kCannotMake,
-                          "cannot write in \"" + ShowPath(parent) + "\": " + std::generic_category().message(errno));
-        }
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-
-    const std::string& Path() const { return path_; }
-
-private:
-    std::string path_;
-};
 
 }  // namespace
 

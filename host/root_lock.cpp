@@ -12,6 +12,7 @@
 
 #include "host/display.h"
 #include "host/paths.h"
+#include "host/scratch.h"
 #include "host/trouble.h"
 
 namespace tarvex::host {
@@ -46,6 +47,7 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
         return std::nullopt;
     }
     Write(descriptor, std::to_string(getpid()) + ' ' + std::string(command) + '\n');
+    SweepScratchFolders(root);
     return lock;
 }
 

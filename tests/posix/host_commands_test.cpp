@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -32,9 +33,12 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using ::testing::AllOf;
+using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 using Json = nlohmann::json;
 using Output = ChildProcess::Output;
@@ -204,6 +208,60 @@ TEST_F(HostCommands, EditsAtTheSameTimeWaitForOneAnother) {
         EXPECT_EQ(edit->ExitCode(), host::kDone) << edit->Errors();
     }
     EXPECT_EQ(DoJson({"forward", "list", "--json"}).size(), 9U);
+}
+
+std::vector<std::string> ScratchFolders(const std::string& tree) {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator(tree)) {
+        if (entry.path().filename().string().starts_with(".tarvex-")) found.push_back(entry.path().filename());
+    }
+    std::ranges::sort(found);
+    return found;
+}
+
+TEST_F(HostCommands, WhatAKilledEditLeavesIsSweptByTheNextHolderOfTheLock) {
+    MakeTree();
+    // The kernel kills it when it writes more than 512 bytes, as a profile is and nothing before it.
+    Words limited = {"/bin/sh", "-c", "ulimit -c 0; ulimit -f 1; exec \"$@\"", "sh"};
+    const Words edit = Command({"profile", "set", "me@example.org", "--nickname", std::string(600, 'x')});
+    limited.insert(limited.end(), edit.begin(), edit.end());
+    ChildProcess killed(limited, Output::Pipe, Variables());
+    killed.Wait();
+    EXPECT_EQ(killed.ExitCode(), 128 + SIGXFSZ) << killed.Errors();
+    ASSERT_THAT(ScratchFolders(Tree()), SizeIs(1));
+    EXPECT_THAT(ReadFile(Tree() + '/' + ScratchFolders(Tree())[0] + "/popprofile.def.new"), StartsWith("[version]"));
+    EXPECT_EQ(Profile().nickname, "");
+
+    Do({"profile", "show", "me@example.org"});  // to whoever only reads it may be in use
+    {
+        const host::RootLock lock = host::RootLock::Take(Tree(), "serve", 0ms);
+        EXPECT_THAT(ScratchFolders(Tree()), IsEmpty());
+        fs::create_directory(Tree() + "/.tarvex-try-inuse1");
+        Fail(host::kTryLater, {"profile", "set", "me@example.org", "--timer", "5"});
+        Fail(host::kTryLater, {"run"});
+        EXPECT_THAT(ScratchFolders(Tree()), ElementsAre(".tarvex-try-inuse1"));
+    }
+    Do({"run", "--quiet"});
+    EXPECT_THAT(ScratchFolders(Tree()), IsEmpty());
+}
+
+TEST_F(HostCommands, WhatMayBeSomebodyElsesIsNotSwept) {
+    MakeTree();
+    const std::vector<std::string> names = {".tarvex-backup", ".tarvex-try-1234567", ".tarvex-try-folder",
+                                            ".tarvex-try-linked", ".tarvex-try-others"};
+    for (const std::string& name : {names[0], names[1]}) {
+        fs::create_directory(Tree() + '/' + name);
+        WriteFile(Tree() + '/' + name + "/popprofile.def", "mine");
+    }
+    fs::create_directories(Tree() + '/' + names[2] + "/userset.def");
+    fs::create_directory(home_ / "elsewhere");
+    WriteFile(home_ / "elsewhere/userset.def", "mine");
+    fs::create_directory_symlink(home_ / "elsewhere", Tree() + '/' + names[3]);
+    fs::create_directory(Tree() + '/' + names[4]);
+    WriteFile(Tree() + '/' + names[4] + "/notes", "mine");
+    Do({"profile", "set", "me@example.org", "--timer", "5"});
+    EXPECT_EQ(ScratchFolders(Tree()), names);
+    EXPECT_EQ(ReadFile(home_ / "elsewhere/userset.def"), "mine");
 }
 
 // ---- passwords

@@ -1,0 +1,29 @@
+#pragma once
+
+// Folders in which a command tries how a value would be read back, before it touches the tree.
+
+#include <string>
+
+#include "tarvex/text.h"
+
+namespace tarvex::host {
+
+// Removed with what it holds, unless the process is killed.
+class ScratchFolder {
+public:
+    explicit ScratchFolder(const CString& parent);  // throws Trouble
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const std::string& Path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// Removes the folders that killed commands left in the root. By the holder of its lock alone: to everybody else such a
+// folder may be in use.
+void SweepScratchFolders(const std::string& root);
+
+}  // namespace tarvex::host
