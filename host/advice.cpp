@@ -84,10 +84,21 @@ std::string OnTls(const Words& words) {
            ": 465 usually does; for 587 and 25 set sslsmtp to 2 (STARTTLS).";
 }
 
-std::string OnCertificate(const Words& words) {
-    return "The server's certificate is not accepted. " + words.server_key +
-           " must be the name that is in the certificate. For an authority of your own, put its certificate into the "
-           "trust store of this machine.";
+std::string OnCertificate(const Words& words, const CString& reason) {
+    if (reason.find("mismatch") != CString::npos) {
+        return "The certificate is that of another name: " + words.server_key +
+               " must be a name that is in the certificate.";
+    }
+    if (reason.find("expired") != CString::npos || reason.find("not yet valid") != CString::npos) {
+        return "The certificate is out of date: look at the clock of this machine; if it is right, tell who runs the "
+               "server.";
+    }
+    if (reason.find("issuer") != CString::npos || reason.find("self") != CString::npos) {
+        return "This machine does not trust the authority that signed the certificate. Install the package "
+               "ca-certificates if it is missing; for an authority of your own, put its certificate into the trust "
+               "store of this machine.";
+    }
+    return "The server's certificate is not accepted, for the reason above.";
 }
 
 std::string OnLogIn(const Words& words, const CPopProfileSetting& setting) {
@@ -138,7 +149,7 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
         case PROBE_NO_TLS:
             return OnTls(words);
         case PROBE_BAD_CERTIFICATE:
-            return OnCertificate(words);
+            return OnCertificate(words, step.text);
         case PROBE_REFUSED:
             return OnRefusal(words, step.kind, setting);
         default:

@@ -115,11 +115,11 @@ int AddUser(const Context& context, const Given& given) {
 }
 
 int AddProfile(const Context& context, const Given& given) {
+    EditRequest request{{"profile", "add", given.name, "address=" + given.first}, {}, {}};
+    given.keys.Fill(request);  // before the tree is read: a file with a password may be the superuser's alone
     CRootPath root;
     ReadTree(context, root);
     FindUser(root, given.name);  // before anybody is asked for a password
-    EditRequest request{{"profile", "add", given.name, "address=" + given.first}, {}, {}};
-    given.keys.Fill(request);
     const bool has_password = given.keys.GivesPassword("poppassword");
     if (!has_password && CanAsk()) request.secrets["poppassword"] = AskSecret("POP3 password: ");
     const int code = Submit(context, request);

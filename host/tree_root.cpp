@@ -70,8 +70,10 @@ std::string LoadTree(CRootPath& root, const std::string& directory) {
 void RequireRoot(const std::string& directory) {
     std::error_code error;
     if (!std::filesystem::exists(NativePath(directory), error)) {
-        throw Trouble(kNotFound, "there is no data tree at \"" + ShowPath(directory) +
-                                     "\"; make one with `tarvex init`, or name another with --root");
+        throw Trouble(kNotFound,
+                      "there is no data tree at \"" + ShowPath(directory) +
+                          "\"; make one with `tarvex init`, or name another with --root" +
+                          (geteuid() == 0 ? "" : " (that of the system's service is the superuser's: sudo)"));
     }
     WorkAsOwnerOf(directory);
     if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {

@@ -103,17 +103,32 @@ TEST(Advice, OfEveryFailureOfSmtp) {
          {ehlo + "S: 250 me\nC: (closed)\n", "for 465 set sslsmtp to 1 in place of 2", kAmpleTimeOut_s, Tls(2)}});
 }
 
+// What is advised about a server with such a certificate, whose authority is trusted.
+std::string AdviceForCertificate(const TlsOptions& options, const std::string& smtpserver) {
+    const TlsIdentity identity = MakeTlsIdentity(options);
+    const TrustedAuthority authority(identity);
+    ScriptedServer server([&](Peer& peer) { peer.StartTls(identity, "220 ready\r\n"); });
+    CPopProfileSetting setting = Setting(server.Port());
+    setting.sslsmtp = 1;
+    setting.smtpserver = smtpserver;
+    return AdviceFor(Protocol::Smtp, setting);
+}
+
 TEST(Advice, OfACertificate) {
+    const TlsOptions other = {.names = {"mail.example.org"}, .addresses = {"127.0.0.9"}};
+    EXPECT_THAT(AdviceForCertificate(other, "127.0.0.1"), HasSubstr("smtpserver must be a name"));
+    EXPECT_THAT(AdviceForCertificate(other, "localhost"), HasSubstr("smtpserver must be a name"));
+    EXPECT_THAT(AdviceForCertificate(other, ""), HasSubstr("popserver must be a name"));
+    EXPECT_THAT(AdviceForCertificate({.expired = true}, "127.0.0.1"), HasSubstr("look at the clock"));
+}
+
+TEST(Advice, OfACertificateFromAnUnknownAuthority) {
+    const TrustedAuthority another(MakeTlsIdentity());
     const TlsIdentity stranger = MakeTlsIdentity();
-    const TlsIdentity trusted = MakeTlsIdentity();
-    const TrustedAuthority authority(trusted);
     ScriptedServer server([&](Peer& peer) { peer.StartTls(stranger, "220 ready\r\n"); });
     CPopProfileSetting setting = Setting(server.Port());
     setting.sslsmtp = 1;
-    EXPECT_THAT(AdviceFor(Protocol::Smtp, setting),
-                HasSubstr("smtpserver must be the name that is in the certificate"));
-    setting.smtpserver.clear();
-    EXPECT_THAT(AdviceFor(Protocol::Smtp, setting), HasSubstr("popserver must be the name that is in the certificate"));
+    EXPECT_THAT(AdviceFor(Protocol::Smtp, setting), HasSubstr("does not trust the authority"));
 }
 
 TEST(Advice, OfAServerThatCannotBeReached) {

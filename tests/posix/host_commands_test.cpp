@@ -152,7 +152,11 @@ TEST_F(HostCommands, TheSuperuserWorksAsTheOwnerOfTheTree) {
     Do({"profile", "set", "me@example.org", "--password-stdin"}, "secret");
     Do({"profile", "add", "hana", "hana@example.org", "--popserver", "127.0.0.1", "--popuser", "hana",
         "--password-stdin"},
-       "secret");  // looks for the tree twice
+       "secret");                               // looks for the tree twice
+    WriteFile(home_ / "password", "secret\n");  // which the owner of the tree may not read
+    fs::permissions(home_ / "password", fs::perms::owner_read);
+    Do({"profile", "add", "hana", "hana@example.net", "--popserver", "127.0.0.1", "--popuser", "hana",
+        "--password-file", home_ / "password"});
     Do({"run"});
     for (const auto& entry : fs::recursive_directory_iterator(Tree())) {
         struct stat status {};
