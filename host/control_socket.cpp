@@ -100,6 +100,10 @@ EditRequest EditIn(const Json& json) {
     return request;
 }
 
+Json JsonOf(const RunRequest& request) { return {{"names", JsonOf(request.names)}, {"now", request.now}}; }
+
+RunRequest RunRequestIn(const Json& json) { return {ListOf(json.at("names")), json.at("now").get<bool>()}; }
+
 Json JsonOf(const RunNow& run) {
     return {{"profile", TextOf(run.profile)},
             {"bytes_received", run.bytes_received},
@@ -175,14 +179,27 @@ std::optional<ServiceConnection> ServiceConnection::Try(const std::string& root)
     return ServiceConnection(std::move(socket));
 }
 
-int ServiceConnection::Edit(const EditRequest& request, EditReply& reply,
+int ServiceConnection::Edit(const EditRequest& request, Reply& reply,
                             const std::function<void(const std::string&)>& on_note) {
     const std::string message = Framed({{"edit", JsonOf(request)}});
     if (message.size() > kMaxRequest) {
         throw Trouble(kBadData, "this is more than the service takes at once; stop it, and try again");
     }
+    return Ask(message, reply, on_note, {});
+}
+
+int ServiceConnection::Run(const RunRequest& request, Reply& reply,
+                           const std::function<void(const std::string&)>& on_note,
+                           const std::function<void()>& on_wait) {
+    return Ask(Framed({{"run", JsonOf(request)}}), reply, on_note, on_wait);
+}
+
+int ServiceConnection::Ask(const std::string& message, Reply& reply,
+                           const std::function<void(const std::string&)>& on_note,
+                           const std::function<void()>& on_wait) {
     Send(message);
     for (;;) {
+        if (on_wait) Wait(on_wait);
         const Json answer = Json::parse(Receive());
         if (answer.contains("note")) {
             on_note(BytesIn(answer.at("note")));
@@ -192,6 +209,11 @@ int ServiceConnection::Edit(const EditRequest& request, EditReply& reply,
         reply.error = BytesIn(answer.at("error"));
         return answer.at("code");
     }
+}
+
+void ServiceConnection::Wait(const std::function<void()>& on_wait) const {
+    pollfd answer{socket_.Get(), POLLIN, 0};
+    while (poll(&answer, 1, static_cast<int>(kPause.count())) == 0) on_wait();
 }
 
 std::vector<RunNow> ServiceConnection::Runs() {
@@ -240,7 +262,7 @@ void ControlClient::Note(const std::string& text) {
     out_ += Framed({{"note", TextOf(text)}});
 }
 
-void ControlClient::Answer(int exit_code, const EditReply& reply) {
+void ControlClient::Answer(int exit_code, const Reply& reply) {
     Finish(Framed({{"code", exit_code}, {"printed", TextOf(reply.printed)}, {"error", TextOf(reply.error)}}));
 }
 
@@ -258,6 +280,8 @@ void ControlClient::Finish(const std::string& message) {
     deadline_ = Clock::now() + kPatience;
     std::string().swap(in_);
     edit_.reset();
+    run_.reset();
+    awaited.reset();
 }
 
 bool ControlClient::Work(Clock::time_point now) {
@@ -290,6 +314,8 @@ bool ControlClient::TakeRequest() {
         const Json request = Parsed(std::string_view(in_).substr(kLengthBytes));
         if (request.contains("edit")) {
             edit_ = EditIn(request.at("edit"));
+        } else if (request.contains("run")) {
+            run_ = RunRequestIn(request.at("run"));
         } else {
             request.at("runs");
         }

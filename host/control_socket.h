@@ -11,26 +11,23 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <list>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "host/descriptor.h"
 #include "host/edit.h"
+#include "host/runs.h"
 
 namespace tarvex::host {
 
-// How far a run is.
-struct RunNow {
-    std::string profile;  // as ShownName
-    std::int64_t bytes_received = 0;
-    std::int64_t bytes_sent = 0;
-    int messages_to_fetch = 0;
-    int messages_fetched = 0;
-    int messages_delivered = 0;
+// Profiles to run at once: what `tarvex run` was told.
+struct RunRequest {
+    std::vector<std::string> names;  // UTF-8, as host/names.h finds them; none for all
+    bool now = false;                // also those that are not due
 };
 
 // The side of a command. Throws Trouble when the service ends before it has answered.
@@ -40,14 +37,22 @@ public:
     static std::optional<ServiceConnection> Try(const std::string& root);
 
     // Has the edit made, however long that takes, and returns its exit code. Notes say what it waits for.
-    int Edit(const EditRequest& request, EditReply& reply, const std::function<void(const std::string&)>& on_note);
+    int Edit(const EditRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note);
+
+    // Has profiles run, waits for the ends of their runs, and returns the exit code. Meanwhile `on_wait`, when there is
+    // one, is called again and again.
+    int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
+            const std::function<void()>& on_wait);
 
     std::vector<RunNow> Runs();  // throws Trouble also when the answer takes seconds
 
 private:
     explicit ServiceConnection(Descriptor socket) : socket_(std::move(socket)) {}
 
+    int Ask(const std::string& message, Reply& reply, const std::function<void(const std::string&)>& on_note,
+            const std::function<void()>& on_wait);
     void Send(const std::string& message) const;
+    void Wait(const std::function<void()>& on_wait) const;
     std::string Receive() const;
 
     Descriptor socket_;
@@ -60,12 +65,20 @@ public:
 
     ControlClient(Descriptor socket, Clock::time_point deadline) : socket_(std::move(socket)), deadline_(deadline) {}
 
-    // What is asked, once it is there whole and until it is answered: an edit, or how far the runs are.
+    // What is asked, once it is there whole and until it is answered: an edit, runs, or else how far the runs are.
     bool IsWaiting() const { return state_ == State::Waiting; }
     const std::optional<EditRequest>& Edit() const { return edit_; }
+    const std::optional<RunRequest>& Run() const { return run_; }
+
+    // Of the runs that it asked for, once they have been started.
+    struct AwaitedRuns {
+        std::set<CString> paths;  // of the profiles whose runs have not ended
+        std::string printed;
+    };
+    std::optional<AwaitedRuns> awaited;
 
     void Note(const std::string& text);  // the same one is sent only once
-    void Answer(int exit_code, const EditReply& reply);
+    void Answer(int exit_code, const Reply& reply);
     void Answer(const std::vector<RunNow>& runs);
 
 private:
@@ -86,6 +99,7 @@ private:
     std::string out_;
     std::string note_;
     std::optional<EditRequest> edit_;
+    std::optional<RunRequest> run_;
 };
 
 // The side of the service: every operation returns at once.

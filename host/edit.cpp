@@ -361,7 +361,7 @@ std::string Editor::SaveSchedule(CForwardAddress& forward, const CScheduleSettin
 
 }  // namespace
 
-int Edit(CRootPath& root, const EditRequest& request, EditReply& reply) {
+int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
     reply = {};
     try {
         reply.printed = Editor(root, request).Apply();

@@ -23,14 +23,15 @@ struct EditRequest {
     std::vector<std::string> uidls;              // forward add: ids on the server that count as handled already
 };
 
-struct EditReply {
+// What a command that was carried out elsewhere has to say.
+struct Reply {
     std::string printed;  // for standard output: lines
     std::string error;    // one sentence without a line end, when the exit code is not 0
 };
 
 // Applies an edit to the tree in memory and saves it; both stay as they were when it fails. Returns the exit code of
 // the command. On the thread that owns the tree.
-int Edit(CRootPath& root, const EditRequest& request, EditReply& reply);
+int Edit(CRootPath& root, const EditRequest& request, Reply& reply);
 
 // The paths of the profiles in whose directories the edit writes or deletes: while a worker runs one of them, the edit
 // has to wait, or the worker would save the old settings over the new ones. None for an edit that will fail.

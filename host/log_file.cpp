@@ -1,8 +1,10 @@
 #include "host/log_file.h"
 
+#include <algorithm>
 #include <ctime>
 #include <fstream>
 #include <iomanip>
+#include <iterator>
 #include <locale>
 #include <sstream>
 #include <string_view>
@@ -119,6 +121,12 @@ std::vector<LoggedRun> RunsIn(const std::vector<std::string>& lines) {
     }
     if (reader) runs.push_back(reader->Finish());
     return runs;
+}
+
+std::vector<std::string> LinesOfLastRun(const std::vector<std::string>& lines) {
+    const auto is_start = [](const std::string& line) { return line.starts_with(kStart); };
+    const auto start = std::find_if(lines.rbegin(), lines.rend(), is_start);
+    return start == lines.rend() ? std::vector<std::string>() : std::vector(std::prev(start.base()), lines.end());
 }
 
 std::string HowItEnded(const LoggedRun& run, int failed_in_a_row, std::size_t columns) {

@@ -35,6 +35,9 @@ struct LoggedRun {
 // left out. The log holds what servers say as it is, so a server that imitates the log can falsify what is counted.
 std::vector<LoggedRun> RunsIn(const std::vector<std::string>& lines);
 
+// The lines of the newest of them, as bytes.
+std::vector<std::string> LinesOfLastRun(const std::vector<std::string>& lines);
+
 // In words: "nothing new", "failed (3 in a row): -ERR ...". The reason is shortened to that many columns.
 std::string HowItEnded(const LoggedRun& run, int failed_in_a_row, std::size_t columns);
 

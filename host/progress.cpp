@@ -1,8 +1,8 @@
 #include "host/progress.h"
 
+#include <algorithm>
 #include <iostream>
 
-#include "host/names.h"
 #include "host/process.h"
 #include "host/wording.h"
 
@@ -13,14 +13,11 @@ namespace {
 constexpr const char* kNoWrapping = "\x1b[?7l";
 constexpr const char* kWrapping = "\x1b[?7h";
 
-std::string LineOf(const CRootPath& root, const CPopProfile& copy) {
-    const CRunObserver& run = copy.observer;
-    const std::int64_t received = run.bytes_received;
-    std::string line = ShownName(root, copy.path) + "  ";
-    if (received == 0) return line + "connecting";
-    line += "fetched " + std::to_string(run.messages_fetched) + " of " + std::to_string(run.messages_to_fetch) +
-            ", delivered " + std::to_string(run.messages_delivered);
-    return line + "  (" + ShowBytes(received) + " in, " + ShowBytes(run.bytes_sent) + " out)";
+std::string LineOf(const RunNow& run) {
+    if (run.bytes_received == 0) return run.profile + "  connecting";
+    return run.profile + "  fetched " + std::to_string(run.messages_fetched) + " of " +
+           std::to_string(run.messages_to_fetch) + ", delivered " + std::to_string(run.messages_delivered) + "  (" +
+           ShowBytes(run.bytes_received) + " in, " + ShowBytes(run.bytes_sent) + " out)";
 }
 
 }  // namespace
@@ -29,18 +26,14 @@ Progress::~Progress() {
     if (shown_ > 0) std::cout << Wiping() << std::flush;
 }
 
-void Progress::Show(const CRootPath& root) {
+void Progress::Show(const std::vector<RunNow>& runs) {
     std::string text = Wiping() + kNoWrapping;
-    const int room = TerminalLines() - 2;  // for the line that says how many more there are, and the cursor's own
-    int running = 0;
-    shown_ = 0;
-    for (const auto& copy : root.running_copies) {
-        if (!copy->worker_thread.load() || ++running > room) continue;
-        text += LineOf(root, *copy) + '\n';
-        ++shown_;
-    }
-    if (running > shown_) {
-        text += "and " + std::to_string(running - shown_) + " more\n";
+    // With room for the line that says how many more there are, and for the cursor's own.
+    const std::size_t room = std::min(runs.size(), static_cast<std::size_t>(std::max(TerminalLines() - 2, 0)));
+    shown_ = room;
+    for (std::size_t i = 0; i < room; ++i) text += LineOf(runs[i]) + '\n';
+    if (runs.size() > room) {
+        text += "and " + std::to_string(runs.size() - room) + " more\n";
         ++shown_;
     }
     std::cout << text << kWrapping << std::flush;

@@ -3,8 +3,9 @@
 // A line on the terminal for each run that goes on.
 
 #include <string>
+#include <vector>
 
-#include "tarvex/tarvex.h"
+#include "host/runs.h"
 
 namespace tarvex::host {
 
@@ -15,13 +16,13 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    // Draws the lines anew. On the thread that owns the root.
-    void Show(const CRootPath& root);
+    // Draws the lines anew.
+    void Show(const std::vector<RunNow>& runs);
 
 private:
     std::string Wiping() const;
 
-    int shown_ = 0;  // lines
+    std::size_t shown_ = 0;  // lines
 };
 
 }  // namespace tarvex::host

@@ -2,14 +2,16 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <system_error>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include "host/choice.h"
@@ -18,11 +20,10 @@
 #include "host/paths.h"
 #include "host/process.h"
 #include "host/progress.h"
-#include "host/root_lock.h"
-#include "host/run_log.h"
+#include "host/runs.h"
+#include "host/submit.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
-#include "host/wording.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -30,19 +31,13 @@ namespace {
 
 constexpr int kPollMs = 100;  // how long a signal may go unnoticed
 constexpr int kSignalExit = 128;
-constexpr std::chrono::milliseconds kPatience{2000};  // with an edit that is being saved
-
-void PrintRun(const CPopProfile& copy) {
-    std::cout << "== " << ShowPath(copy.path) << '\n';
-    const std::vector<std::string> lines = LinesOfThisRun(copy.log);
-    for (const std::string& line : lines) std::cout << line << '\n';
-    if (lines.empty()) std::cout << (copy.setting.logmode == 0 ? "(its log is switched off)\n" : "(it did not run)\n");
-}
 
 struct Options {
     std::vector<std::string> names;
     bool now = false;
     bool quiet = false;
+
+    bool ShowsProgress() const { return !quiet && CanRedraw(); }
 };
 
 // False when a signal came first.
@@ -50,7 +45,7 @@ bool WaitForWorkers(CRootPath& root, bool show_progress) {
     Progress progress;
     while (!root.WaitThread(kPollMs)) {
         if (CaughtSignal() != 0) return false;
-        if (show_progress) progress.Show(root);
+        if (show_progress) progress.Show(RunsNow(root));
     }
     return true;
 }
@@ -63,72 +58,105 @@ void KeepOnly(CRootPath& root, const std::vector<NamedProfile>& chosen) {
     for (const auto& user : root.users) std::erase_if(user->profiles, std::not_fn(is_chosen));
 }
 
-void MakeDue(CRootPath& root) {
-    // Before any moment to which an interval could be added without passing now.
-    constexpr CTime kLongAgo = -(CTime{1} << 40);
-    for (const auto& user : root.users) {
-        for (const auto& profile : user->profiles) profile->setting.lasttime = kLongAgo;
-    }
-}
-
 bool Runs(const CRootPath& root, const CPopProfile& profile) {
     return std::ranges::any_of(root.running_copies, [&](const auto& copy) { return copy->path == profile.path; });
 }
 
-// Whoever named a profile wants to know why it does not run.
-void PrintWhatDoesNotRun(const CRootPath& root, const std::vector<NamedProfile>& chosen) {
-    for (const NamedProfile& named : chosen) {
-        const CPopProfile& profile = *named.profile;
-        if (Runs(root, profile)) continue;
-        std::cout << ShownName(root, profile.path);
-        if (profile.setting.status == 0) {
-            std::cout << " is switched off (status 0).\n";
-        } else {
-            std::cout << " is not due before " << ShowTime(profile.NextDue()) << "; --now runs it all the same.\n";
-        }
-    }
+Trouble CannotUse(const std::string& directory, const std::string& why) {
+    return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
 }
 
 // A directory that is not there yet is created, but only where it was named.
-void LoadTreeToRun(CRootPath& root, const Context& context, std::optional<RootLock>& lock) {
-    const std::string directory = RootDirectory(context);
-    const auto fail = [&](const std::string& why) -> Trouble {
-        return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
-    };
+void RequireRootToRun(const std::string& directory, bool may_make) {
     std::error_code error;
     if (!std::filesystem::is_directory(NativePath(directory), error)) {
-        if (!context.root_option) throw fail("it does not exist; make it with `tarvex init`");
-        if (const std::string trouble = LoadTree(root, directory); !trouble.empty()) throw fail(trouble);
+        if (!may_make) throw CannotUse(directory, "it does not exist; make it with `tarvex init`");
+        CRootPath root;
+        if (const std::string trouble = LoadTree(root, directory); !trouble.empty())
+            throw CannotUse(directory, trouble);
     }
-    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) throw fail(trouble);
-    lock.emplace(RootLock::Take(directory, "run", kPatience));
-    if (const std::string trouble = LoadTree(root, directory); !trouble.empty()) throw fail(trouble);
+    WorkAsOwnerOf(directory);
+    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) throw CannotUse(directory, trouble);
+}
+
+// Under the lock of the root.
+int RunHere(const std::string& directory, const Options& options) {
+    RaiseFileLimit();
+    CatchTermination();
+    CRootPath root;
+    if (const std::string trouble = LoadTree(root, directory); !trouble.empty()) throw CannotUse(directory, trouble);
+    const std::vector<NamedProfile> chosen = ChosenProfiles(root, options.names);
+    KeepOnly(root, chosen);
+    for (const NamedProfile& named : chosen) {
+        if (options.now) MakeDue(*named.profile);
+    }
+    Tarvex(&root);
+    // Destroying the root interrupts the workers, which save their state.
+    if (!WaitForWorkers(root, options.ShowsProgress())) return kSignalExit + CaughtSignal();
+
+    if (options.quiet) return kDone;
+    for (const auto& copy : root.running_copies) std::cout << ReportOf(*copy);
+    if (options.names.empty()) {
+        if (root.running_copies.empty()) std::cout << kNothingDue;
+        return kDone;
+    }
+    for (const NamedProfile& named : chosen) {
+        if (!Runs(root, *named.profile)) std::cout << WhyItDoesNotRun(root, *named.profile);
+    }
+    return kDone;
+}
+
+// The service's runs that this command is about, as lines on the terminal.
+class ServiceProgress {
+public:
+    ServiceProgress(std::string directory, const std::vector<std::string>& names) : directory_(std::move(directory)) {
+        CRootPath root;
+        OpenTree(root, directory_);
+        for (const NamedProfile& named : ChosenProfiles(root, names)) {
+            chosen_.insert(ShownName(root, named.profile->path));
+        }
+    }
+
+    void Show() {
+        std::vector<RunNow> runs;
+        try {
+            if (auto service = ServiceConnection::Try(directory_)) runs = service->Runs();
+        } catch (const Trouble&) {
+            return;  // what has become of the service, the answer that is waited for will tell
+        }
+        std::erase_if(runs, [this](const RunNow& run) { return !chosen_.contains(run.profile); });
+        progress_.Show(runs);
+    }
+
+private:
+    std::string directory_;
+    std::set<std::string> chosen_;
+    Progress progress_;
+};
+
+// A signal ends the command and not the runs, which are the service's.
+int RunByService(ServiceConnection& service, const std::string& directory, const Options& options) {
+    std::optional<ServiceProgress> progress;
+    std::function<void()> show;
+    if (options.ShowsProgress()) {
+        progress.emplace(directory, options.names);
+        show = [&] { progress->Show(); };
+    }
+    Reply reply;
+    const int code = service.Run({options.names, options.now}, reply, PrintNote, show);
+    progress.reset();  // off the terminal
+    if (code != kDone) throw Trouble(code, reply.error);
+    if (!options.quiet) std::cout << reply.printed;
+    return code;
 }
 
 // Runs the profiles that are due, once, and waits for the workers. Prints what each run added to its log unless quiet.
 int RunOnce(const Context& context, const Options& options) {
-    RaiseFileLimit();
-    CatchTermination();
-    std::optional<RootLock> lock;  // until the workers have ended, which they have when the root is gone
-    CRootPath root;
-    LoadTreeToRun(root, context, lock);
-    std::vector<NamedProfile> chosen;
-    if (!options.names.empty()) {
-        chosen = ChosenProfiles(root, options.names);
-        KeepOnly(root, chosen);
-    }
-    if (options.now) MakeDue(root);
-    Tarvex(&root);
-    const bool finished = WaitForWorkers(root, !options.quiet && CanRedraw());
-    // Destroying the root interrupts the workers, which save their state.
-    if (!finished) return kSignalExit + CaughtSignal();
-
-    if (!options.quiet) {
-        for (const auto& copy : root.running_copies) PrintRun(*copy);
-        PrintWhatDoesNotRun(root, chosen);
-        if (root.running_copies.empty() && chosen.empty()) std::cout << "No profile was due.\n";
-    }
-    return kDone;
+    const std::string directory = RootDirectory(context);
+    RequireRootToRun(directory, context.root_option.has_value());
+    LockOrService access = TakeLockOrService(directory, "run");
+    auto* const service = std::get_if<ServiceConnection>(&access);
+    return service ? RunByService(*service, directory, options) : RunHere(directory, options);
 }
 
 }  // namespace
@@ -139,6 +167,7 @@ void AddRunCommand(CLI::App& app, Context& context) {
     run->add_option("PROFILE", options->names, "Path, nickname or address of a profile; without one, all of them");
     run->add_flag("--now", options->now, "Run them whether they are due or not");
     run->add_flag("--quiet", options->quiet, "Print neither progress nor what the runs added to their logs");
+    run->footer("While a service owns the tree, it is the service that runs them.");
     run->callback(
         [&context, options] { context.command = [&context, options] { return RunOnce(context, *options); }; });
 }

@@ -10,10 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "host/choice.h"
 #include "host/display.h"
 #include "host/log_file.h"
 #include "host/names.h"
 #include "host/run_log.h"
+#include "host/runs.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
 #include "host/wording.h"
@@ -28,6 +30,7 @@ constexpr auto kCloseLook = 2ms;    // while an edit waits for one
 constexpr auto kPatience = 2000ms;  // at the start, with an edit that is being saved
 constexpr auto kFarewell = 1000ms;  // at the end, with clients that take their answers
 constexpr std::size_t kReasonColumns = 200;
+constexpr const char* kLogIsOff = "its log is off";
 
 // Keeps profiles out of a call of the entry: in memory they are switched off for so long.
 class Hold {
@@ -61,6 +64,12 @@ std::string Headline(const EditRequest& request) {
     return ShowText(text, "UTF-8");
 }
 
+std::string Headline(const RunRequest& request) {
+    std::string text = "run";
+    for (const std::string& name : request.names) text += ' ' + ShowText(name, "UTF-8");
+    return text + (request.now ? " --now" : "");
+}
+
 }  // namespace
 
 Service::Service(std::string directory, std::chrono::microseconds every)
@@ -75,10 +84,10 @@ int Service::Run() {
     manager_.Ready();
     for (;;) {
         Look();
-        MakeEdits();
+        AnswerClients();
         if (Clock::now() >= next_tick_) Tick();
         Wait();
-        if (server_.Work()) look_at_edits_ = true;
+        if (server_.Work()) look_at_clients_ = true;
         KeepAlive();
         while (const std::optional<int> signal = signals_.Next()) {
             if (*signal == SIGHUP) {
@@ -100,13 +109,14 @@ void Service::Look() {
         if (const std::optional<LoggedRun> run = ThisRun(copy->log)) {
             TellEnd(copy->path, HowItEnded(*run, 1, kReasonColumns), run->ending != Ending::Failed);
         } else if (copy->setting.logmode == 0) {
-            TellEnd(copy->path, "its log is off", true);
+            TellEnd(copy->path, kLogIsOff, true);
         } else {
             TellEnd(copy->path, "it could not begin", false);
         }
+        HandOver(copy->path, ReportOf(*copy));
     }
     if (!ended) return;
-    look_at_edits_ = true;
+    look_at_clients_ = true;
     root_.RefreshThread();
 }
 
@@ -141,40 +151,78 @@ void Service::CallEntry() {
     // The entry has freed those that ended just before it was called.
     for (const CString& path : gone) {
         running_.erase(path);
-        TellEndFromDisk(path);
-        look_at_edits_ = true;
+        EndFromDisk(path);
+        look_at_clients_ = true;
     }
 }
 
-// Makes the edits that do not have to wait. Until something happens there is no need to ask them again.
-void Service::MakeEdits() {
-    while (look_at_edits_) {
-        look_at_edits_ = false;
+// Answers who does not have to wait. Until something happens there is no need to look at the others again.
+void Service::AnswerClients() {
+    while (look_at_clients_) {
+        look_at_clients_ = false;
         wanted_.clear();
         for (ControlClient* const client : server_.Waiting()) {
             // What was made may have renamed what the others are about.
-            if (MakeEdit(*client)) look_at_edits_ = true;
+            if (client->Edit() && MakeEdit(*client, *client->Edit())) look_at_clients_ = true;
+        }
+        // Behind the edits, for a profile that one of them waits for is not to be run meanwhile.
+        for (ControlClient* const client : server_.Waiting()) {
+            if (client->Run()) {
+                HandleRuns(*client, *client->Run());
+            } else if (!client->Edit()) {
+                client->Answer(RunsNow(root_));
+            }
         }
     }
 }
 
-bool Service::MakeEdit(ControlClient& client) {
-    if (!client.Edit()) {
-        client.Answer(RunsNow());
-        return false;
-    }
-    const EditRequest& request = *client.Edit();
+// False when it has to wait.
+bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     CString running;
     if (HasToWait(request, running)) {
         client.Note("waiting for the run of " + Name(running) + " to end");
         return false;
     }
     const std::string headline = Headline(request);
-    EditReply reply;
+    Reply reply;
     const int code = Edit(root_, request, reply);
     code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLine(reply.error, kReasonColumns));
     client.Answer(code, reply);
     return true;
+}
+
+void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
+    try {
+        if (!client.awaited && !stopping_) StartRuns(client, request);
+    } catch (const Trouble& trouble) {
+        return client.Answer(trouble.ExitCode(), {{}, trouble.what()});
+    }
+    if (client.awaited && client.awaited->paths.empty()) return client.Answer(kDone, {client.awaited->printed, {}});
+    if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
+}
+
+// With whatever else is due. A run that is under way already counts as what was asked for.
+void Service::StartRuns(ControlClient& client, const RunRequest& request) {
+    const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
+    for (const auto& [user, profile] : chosen) {
+        if (running_.contains(profile->path)) continue;
+        if (wanted_.contains(profile->path))
+            return client.Note("waiting for " + Name(profile->path) + " to be changed");
+    }
+    log_.Say(Headline(request));
+    for (const auto& [user, profile] : chosen) {
+        if (request.now && !running_.contains(profile->path)) MakeDue(*profile);
+    }
+    CallEntry();
+    ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
+    for (const auto& [user, profile] : chosen) {
+        if (running_.contains(profile->path)) {
+            awaited.paths.insert(profile->path);
+        } else if (!request.names.empty()) {
+            awaited.printed += WhyItDoesNotRun(root_, *profile);
+        }
+    }
+    if (request.names.empty() && awaited.paths.empty()) awaited.printed = kNothingDue;
 }
 
 bool Service::HasToWait(const EditRequest& request, CString& running) {
@@ -204,7 +252,7 @@ void Service::Reload() {
     } else {
         log_.Warn("cannot load the tree again: " + trouble);
     }
-    look_at_edits_ = true;
+    look_at_clients_ = true;
     manager_.Ready();
 }
 
@@ -213,17 +261,20 @@ void Service::Stop(int signal) {
     log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')');
     Signals::Release(signal);  // whoever cannot wait sends it again
     Look();
+    stopping_ = true;
+    look_at_clients_ = true;
+    AnswerClients();
     root_.KillThread();
-    for (const CString& path : std::exchange(running_, {})) TellEndFromDisk(path);
-    look_at_edits_ = true;
-    MakeEdits();
+    for (const CString& path : std::exchange(running_, {})) EndFromDisk(path);
+    look_at_clients_ = true;
+    AnswerClients();
     const auto deadline = Clock::now() + kFarewell;
     while (!server_.IsIdle() && Clock::now() < deadline) {
         std::vector<pollfd> watched;
         server_.AddTo(watched);
         poll(watched.data(), watched.size(), 10);
-        if (server_.Work()) look_at_edits_ = true;
-        MakeEdits();
+        if (server_.Work()) look_at_clients_ = true;
+        AnswerClients();
     }
     log_.Say("stopped");
 }
@@ -246,17 +297,6 @@ void Service::KeepAlive() {
     next_keep_alive_ = Clock::now() + *interval;
 }
 
-std::vector<RunNow> Service::RunsNow() const {
-    std::vector<RunNow> runs;
-    for (const auto& copy : root_.running_copies) {
-        if (!copy->worker_thread.load()) continue;
-        const CRunObserver& run = copy->observer;
-        runs.push_back({Name(copy->path), run.bytes_received, run.bytes_sent, run.messages_to_fetch,
-                        run.messages_fetched, run.messages_delivered});
-    }
-    return runs;
-}
-
 std::string Service::Name(const CString& path) const { return ShownName(root_, path); }
 
 void Service::TellEnd(const CString& path, const std::string& how, bool good) {
@@ -264,10 +304,26 @@ void Service::TellEnd(const CString& path, const std::string& how, bool good) {
     good ? log_.Say(line) : log_.Warn(line);
 }
 
-void Service::TellEndFromDisk(const CString& path) {
+// Of a run whose copy has been freed.
+void Service::EndFromDisk(const CString& path) {
+    bool has_log = true;
+    ForEachProfile([&](const CPopProfile& profile) {
+        if (profile.path == path) has_log = profile.setting.logmode != 0;
+    });
     const std::vector<LoggedRun> runs = RunsIn(ReadLog(path).value_or(std::vector<std::string>()));
-    if (runs.empty()) return TellEnd(path, "nothing is in its log", true);
-    TellEnd(path, HowItEnded(runs.back(), 1, kReasonColumns), runs.back().ending != Ending::Failed);
+    if (!has_log || runs.empty()) {
+        TellEnd(path, has_log ? "nothing is in its log" : kLogIsOff, true);
+    } else {
+        TellEnd(path, HowItEnded(runs.back(), 1, kReasonColumns), runs.back().ending != Ending::Failed);
+    }
+    HandOver(path, ReportFromDisk(path, has_log));
+}
+
+// To whoever waits for the run.
+void Service::HandOver(const CString& path, const std::string& report) {
+    for (ControlClient* const client : server_.Waiting()) {
+        if (client->awaited && client->awaited->paths.erase(path) > 0) client->awaited->printed += report;
+    }
 }
 
 void Service::ForEachProfile(const std::function<void(CPopProfile&)>& action) {

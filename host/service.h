@@ -32,18 +32,20 @@ private:
     void Look();
     void Tick();
     void CallEntry();
-    void MakeEdits();
-    bool MakeEdit(ControlClient& client);
+    void AnswerClients();
+    bool MakeEdit(ControlClient& client, const EditRequest& request);
+    void HandleRuns(ControlClient& client, const RunRequest& request);
+    void StartRuns(ControlClient& client, const RunRequest& request);
     void Reload();
     void Stop(int signal);
     void Wait();
     void KeepAlive();
 
     bool HasToWait(const EditRequest& request, CString& running);
-    std::vector<RunNow> RunsNow() const;
     std::string Name(const CString& path) const;
     void TellEnd(const CString& path, const std::string& how, bool good);
-    void TellEndFromDisk(const CString& path);
+    void EndFromDisk(const CString& path);
+    void HandOver(const CString& path, const std::string& report);
     void ForEachProfile(const std::function<void(CPopProfile&)>& action);
 
     const std::string directory_;
@@ -57,7 +59,8 @@ private:
 
     std::set<CString> running_;  // paths of the profiles whose start was told, and whose end was not
     std::set<CString> wanted_;   // paths of the profiles for whose end an edit waits
-    bool look_at_edits_ = false;
+    bool look_at_clients_ = false;
+    bool stopping_ = false;
     Clock::time_point next_tick_ = Clock::now();
     Clock::time_point next_keep_alive_ = Clock::now();
 };

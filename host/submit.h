@@ -1,12 +1,27 @@
 #pragma once
 
+// Work on a tree, by this process or by the service that owns the tree.
+
+#include <string>
+#include <variant>
+
 #include "host/commands.h"
+#include "host/control_socket.h"
 #include "host/edit.h"
+#include "host/root_lock.h"
 
 namespace tarvex::host {
 
-// Has the edit made, by the service that owns the tree or under the lock of the root, and prints what is to be said
-// about it. Returns the exit code of the command; throws Trouble.
+using LockOrService = std::variant<RootLock, ServiceConnection>;
+
+// The lock of the root for the command, or the service that has it. Throws Trouble, which names the holder, when that
+// is another command that does not let go soon.
+LockOrService TakeLockOrService(const std::string& directory, const std::string& command);
+
+// Tells what the service waits for.
+void PrintNote(const std::string& note);
+
+// Has the edit made, and prints what is to be said about it. Returns the exit code of the command; throws Trouble.
 int Submit(const Context& context, const EditRequest& request);
 
 }  // namespace tarvex::host

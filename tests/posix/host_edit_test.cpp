@@ -79,7 +79,7 @@ protected:
 
     TempDir folder_;
     CRootPath root_;
-    host::EditReply reply_;
+    host::Reply reply_;
 };
 
 TEST_F(HostEdit, IsInMemoryAndOnDisk) {

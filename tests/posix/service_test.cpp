@@ -15,6 +15,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <ctime>
 #include <filesystem>
 #include <iterator>
 #include <memory>
@@ -171,12 +172,9 @@ TEST_F(Serving, ASecondHostIsRefusedByTheNameOfTheFirst) {
     AddProfile();
     const auto service = Serve({}, "60");
     ChildProcess second = host_.StartCommand({"serve"});
-    ChildProcess third = host_.StartCommand({"run"});
-    for (ChildProcess* const refused : {&second, &third}) {
-        refused->Wait();
-        EXPECT_EQ(refused->ExitCode(), host::kTryLater);
-        EXPECT_THAT(refused->Errors(), HasSubstr("is in use by tarvex serve (process "));
-    }
+    second.Wait();
+    EXPECT_EQ(second.ExitCode(), host::kTryLater);
+    EXPECT_THAT(second.Errors(), HasSubstr("is in use by tarvex serve (process "));
     Stop(*service);
 }
 
@@ -386,7 +384,7 @@ TEST_F(ServedEdits, AnAddressThatIsAddedDuringARunKeepsItsListOfIds) {
     WaitUntilBlocked();
     auto connection = host::ServiceConnection::Try(host_.Root());
     ASSERT_TRUE(connection);
-    host::EditReply reply;
+    host::Reply reply;
     ASSERT_EQ(connection->Edit({{"forward", "add", kProfile, "address=new@example.net"}, {}, {"mail-1", "b\xE9te"}},
                                reply, [](const std::string&) {}),
               0)
@@ -474,7 +472,7 @@ TEST_F(ServedEdits, NoneIsLostInAThousandRacesWithQuickRuns) {
     const auto edit = [&](int client) {
         for (int i = 1; i <= kEdits; ++i) {
             auto connection = host::ServiceConnection::Try(host_.Root());
-            host::EditReply reply;
+            host::Reply reply;
             const std::string value = client == 1 ? "user" : client == 3 ? std::to_string(i) : "v" + std::to_string(i);
             const std::string word = std::string(kKeys[static_cast<std::size_t>(client)]) + '=' + value;
             if (!connection ||
@@ -507,6 +505,133 @@ TEST_F(ServedEdits, NoneIsLostInAThousandRacesWithQuickRuns) {
     EXPECT_EQ(std::ssize(sink_.Delivered()), mails);
     EXPECT_EQ(Count(ReadFile(profile + "/forwardto0/uidl.def"), "\r\n"), mails);
     EXPECT_GT(Count(service->Printed(), "run ended"), 100) << "the edits had something to race with";
+}
+
+// ---- runs that a command asks for
+
+class ServedRuns : public ServiceTest {
+protected:
+    // Two profiles that will not be due for long, the second one switched off; and a service.
+    void AddTwoProfiles() {
+        profile_ = AddProfile(600);
+        host_.AddProfile(1, 1, [](CPopProfile& profile) { profile.setting.status = 0; });
+    }
+
+    std::string profile_;
+};
+
+TEST_F(ServedRuns, AreMadeByTheServiceAndReportedAsWithoutOne) {
+    AddTwoProfiles();
+    const auto service = Serve({}, "60");
+    mailbox_.Add(MailNumber(1));
+    const std::string report = host_.Tell({"run", kProfile, "--now"});
+    EXPECT_EQ(report, "== " + profile_ + Unix("\n" + ReadFile(profile_ + "/profile.log")).erase(0, 1));
+    EXPECT_THAT(report, AllOf(HasSubstr("\nmail-1 received\n"), HasSubstr("* SMTP Process - success")));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+    EXPECT_EQ(host_.Tell({"run", kProfile, "--now", "--quiet"}), "");
+    EXPECT_EQ(mailbox_.Received("QUIT"), 2);
+    EXPECT_THAT(host_.Tell({"run", "--now"}), StartsWith("== " + profile_ + "\n"));
+    EXPECT_THAT(host_.Tell({"run", kProfile}), AllOf(StartsWith("user0/from0 is not due before "), HasSubstr("--now")));
+    EXPECT_EQ(host_.Tell({"run", "--now", "user1/from0"}), "user1/from0 is switched off (status 0).\n");
+    EXPECT_EQ(host_.Tell({"run"}), "No profile was due.\n");
+    EXPECT_EQ(mailbox_.Received("QUIT"), 3);
+    Stop(*service);
+    EXPECT_THAT(service->Printed(), AllOf(HasSubstr("run user0/from0 --now"), HasSubstr("user0/from0: run started")));
+    CPopProfileSetting setting;
+    ASSERT_TRUE(setting.Load(profile_));
+    EXPECT_GT(setting.lasttime, std::time(nullptr) - 600);
+}
+
+TEST_F(ServedRuns, WithoutALogAreReportedToo) {
+    host_.AddProfile(mailbox_.Port(), sink_.Port(), [](CPopProfile& profile) { profile.setting.logmode = 0; });
+    const auto service = Serve({}, "60");
+    EXPECT_THAT(host_.Tell({"run"}), HasSubstr("(its log is switched off)\n"));
+    Stop(*service);
+}
+
+TEST_F(ServedRuns, OfWrongNamesAreRefusedAsWithoutAService) {
+    AddTwoProfiles();
+    const auto service = Serve({}, "60");
+    ChildProcess ambiguous = host_.StartCommand({"run", "from0"});
+    ambiguous.Wait();
+    EXPECT_EQ(ambiguous.ExitCode(), host::kBadUsage);
+    EXPECT_THAT(ambiguous.Errors(), AllOf(HasSubstr("user0/from0"), HasSubstr("user1/from0")));
+    ChildProcess unknown = host_.StartCommand({"run", kProfile, "user2/from0", "--now"});
+    unknown.Wait();
+    EXPECT_EQ(unknown.ExitCode(), host::kNotFound);
+    EXPECT_EQ(mailbox_.Received("QUIT"), 0);
+    Stop(*service);
+}
+
+TEST_F(ServedRuns, ThatAreUnderWayAreWaitedForAndShownOnATerminal) {
+    Block();
+    AddTwoProfiles();
+    const auto service = Serve({}, "60");
+    ChildProcess first = host_.StartCommand({"run", kProfile, "--now"});
+    WaitUntilBlocked();
+    ChildProcess second =
+        host_.StartCommand({"run", kProfile, "--now"}, ChildProcess::Output::Terminal, {"TERM=xterm"});
+    EXPECT_TRUE(second.WaitForOutput("user0/from0  fetched 0 of 0, delivered 0  (", kLong)) << second.Printed();
+    EXPECT_FALSE(first.WaitFor(1ms));
+    blocking_ = false;
+    for (ChildProcess* const command : {&first, &second}) {
+        ASSERT_TRUE(command->WaitFor(kLong));
+        EXPECT_EQ(command->ExitCode(), 0) << command->Errors();
+    }
+    EXPECT_THAT(first.Printed(), StartsWith("== " + profile_ + "\n"));
+    const std::string shown = Unix(second.Printed());
+    EXPECT_EQ(shown.substr(shown.rfind('\x1b')), "\x1b[J" + first.Printed());
+    EXPECT_EQ(mailbox_.Received("QUIT"), 1);
+    Stop(*service);
+}
+
+TEST_F(ServedRuns, GoOnWithoutTheCommandThatAskedForThem) {
+    mailbox_.Add(MailNumber(1));
+    Block();
+    AddTwoProfiles();
+    const auto service = Serve({}, "60");
+    ChildProcess command = host_.StartCommand({"run", "--now"});
+    WaitUntilBlocked();
+    command.Signal(SIGINT);
+    command.Wait();
+    EXPECT_EQ(command.ExitCode(), 128 + SIGINT);
+    blocking_ = false;
+    EXPECT_TRUE(service->WaitForOutput("user0/from0: run ended, forwarded 1 message", kLong));
+    Stop(*service);
+}
+
+TEST_F(ServedRuns, ThatTheServiceIsStoppedInAreToBeTriedAgain) {
+    Block();
+    AddTwoProfiles();
+    const auto service = Serve({}, "60");
+    ChildProcess command = host_.StartCommand({"run", "--now"});
+    WaitUntilBlocked();
+    Stop(*service);
+    blocking_ = false;
+    command.Wait();
+    EXPECT_EQ(command.ExitCode(), host::kTryLater);
+    EXPECT_EQ(command.Errors(), "tarvex: the service was stopped before it had done this; run it again\n");
+    EXPECT_EQ(command.Printed(), "");
+}
+
+TEST_F(ServedRuns, ComeAfterTheEditsThatWaitForTheSameRun) {
+    Block();
+    AddTwoProfiles();
+    host_.Tell({"profile", "add", "user0", "two@example.org", "--popserver", "127.0.0.1", "--popport",
+                std::to_string(mailbox_.Port()), "--popuser", "user", "--timer", "600"});
+    const auto service = Serve({}, "60");
+    ChildProcess first = host_.StartCommand({"run", kProfile, "--now"});
+    WaitUntilBlocked();
+    ChildProcess edit = host_.StartCommand({"user", "remove", "user0", "--yes"});  // wants neither profile to run
+    EXPECT_FALSE(edit.WaitFor(300ms));
+    ChildProcess second = host_.StartCommand({"run", "user0/from1", "--now"});
+    EXPECT_FALSE(second.WaitFor(300ms));
+    blocking_ = false;
+    for (ChildProcess* const command : {&first, &edit, &second}) ASSERT_TRUE(command->WaitFor(kLong));
+    EXPECT_EQ(edit.ExitCode(), 0);
+    EXPECT_EQ(second.ExitCode(), host::kNotFound);
+    EXPECT_THAT(second.Errors(), AllOf(HasSubstr("waiting for user0/from1 to be changed"), HasSubstr("no profile")));
+    Stop(*service);
 }
 
 // ---- clients that mean no good
@@ -587,7 +712,9 @@ TEST_F(ServiceClients, MayNotSendWhatIsTooLargeOrNoRequest) {
     for (const std::string& text :
          {std::string("{"), std::string("[]"), std::string("{\"edit\":{}}"),
           std::string("{\"edit\":{\"words\":[1,2],\"secrets\":{},\"uidls\":[]}}"),
-          std::string("{\"edit\":{\"words\":[],\"secrets\":{},\"uidls\":[]}}"),
+          std::string("{\"edit\":{\"words\":[],\"secrets\":{},\"uidls\":[]}}"), std::string("{\"run\":{}}"),
+          std::string("{\"run\":{\"names\":[],\"now\":2}}"),
+          std::string("{\"run\":{\"names\":{\"a\":1},\"now\":true}}"),
           std::string("{\"edit\":{\"words\":[\"\xE3\x81\x82\",\"b\"],\"secrets\":{},\"uidls\":[]}}"),
           std::string(60000, '[')}) {
         EXPECT_THAT(ask(framed(text)), HasSubstr("cannot be read")) << text.substr(0, 80);
