@@ -30,6 +30,7 @@ configure_file(packaging/tarvex.pc.in ${PROJECT_BINARY_DIR}/packaging/tarvex.pc 
 install(FILES ${PROJECT_BINARY_DIR}/packaging/tarvex.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # What every package says about itself, below the name that the package has.
+set(TARVEX_MAINTAINER "No maintainer yet <nobody@example.org>" CACHE STRING "Who answers for the packages")
 set(documents ${CMAKE_INSTALL_DATADIR}/doc)
 set(tarvex_abi 0)
 find_program(GZIP gzip REQUIRED)

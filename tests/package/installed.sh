@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the project into a fresh folder, builds the example against it, with find_package and with pkg-config, and runs
-# both on a data tree that the installed command made.
+# Installs the project into a fresh folder, builds the example against it, with find_package and with pkg-config, and a host in
+# C; runs all three on a data tree that the installed command made.
 #   installed.sh CMAKE BUILD_FOLDER EXAMPLES_FOLDER COMPILER
 set -euo pipefail
 cmake=$1 build=$2 examples=$3 compiler=$4
@@ -22,6 +22,7 @@ if "$cmake" -S "$examples" -B "$work/refused" -DCMAKE_PREFIX_PATH=/nonexistent -
 
 read -ra flags <<<"$(pkg-config --cflags --libs 'tarvex >= 0.1')"
 "$compiler" -std=c++20 "$examples/host.cpp" -o "$work/host" "${flags[@]}"
+"$compiler" -x c "$(dirname "$0")/../c_host/main.c" -o "$work/c_host" "${flags[@]}"
 pkg-config --exists 'tarvex >= 99' && fail "pkg-config takes any version"
 
 # A server that nobody listens for: the run fails at once, and says so in its log.
@@ -32,6 +33,8 @@ echo secret | tarvex profile add taro me@example.org --popserver 127.0.0.1 --pop
   --timer always --lasttime never
 tarvex forward add me@example.org phone@example.net
 log=$work/tree/user0/from0/profile.log
+"$work/c_host" "$work/tree" | grep -q '^started 1$' || fail "the host in C started nothing"
+grep -q 'End Operation' "$log" || fail "the host in C ran nothing"
 
 for host in "$work/example/host" "$work/host"; do
   rm -f "$log"

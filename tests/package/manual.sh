@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# The manual is well-formed and knows every command and option; completion offers them, and what stands in a tree.
-#   manual.sh TARVEX MAN_FOLDER COMPLETION
+# The manual is well-formed and knows every command and option, and every header; completion offers commands and options, and what stands in a tree.
+#   manual.sh TARVEX MAN_FOLDER COMPLETION HEADERS
 set -euo pipefail
-tarvex=$1 pages=$2 completion=$3
+tarvex=$1 pages=$2 completion=$3 headers=$4
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -43,6 +43,14 @@ for command in $(subcommands); do
 done
 [ $commands -ge 20 ] || complain "found only $commands commands in the help"
 
+library=$(<"$pages/libtarvex.3")
+for header in "$headers"/*.h; do
+  [[ $library == *".It In tarvex/$(basename "$header")"* ]] || complain "libtarvex(3) does not know $(basename "$header")"
+done
+for function in $(grep -oE '\btarvex_[a-z_]+\(' "$headers/tarvex_c.h" | tr -d '(' | sort -u); do
+  [[ $library == *".Fn $function"* ]] || complain "libtarvex(3) does not know $function"
+done
+
 # Completion, as bash calls it: COMP_LINE up to COMP_POINT is what stands on the line.
 PATH=$(dirname "$tarvex"):$PATH
 tree=$work/tree
@@ -72,6 +80,7 @@ offers 'tarvex profile add --pop' --popserver --popport --popuser
 offers 'tarvex profile set office --smtpauth ' on off
 offers 'tarvex profile set office --popport '
 offers 'tarvex log -' --lines --follow
+offers 'tarvex schedule o' on off
 offers "tarvex --root $tree check " user0/from0 office me@example.org
 offers "tarvex --root=$tree profile show of" office
 offers "tarvex --root $tree profile show me@ex" example.org

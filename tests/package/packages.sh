@@ -25,6 +25,13 @@ for package in "${packages[@]}"; do
   esac
 done
 
+for package in "${packages[@]}"; do
+  name=$(dpkg-deb -f "$package" Package)
+  maintainer=$(dpkg-deb -f "$package" Maintainer)
+  zcat "$root/usr/share/doc/$name/changelog.gz" | grep -qF -- "-- $maintainer  " || fail "$name: the changelog has another maintainer"
+  grep -qx 'License: none-chosen-yet' "$root/usr/share/doc/$name/copyright" || fail "$name claims a licence"
+done
+
 say() { echo "== $*"; }
 LD_LIBRARY_PATH=$(dirname "$(find "$root/usr/lib" -name libtarvex.so.0)")
 export LD_LIBRARY_PATH
