@@ -14,8 +14,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <memory>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -82,7 +84,12 @@ pid_t Spawn(std::vector<std::string> words, std::vector<std::string> variables, 
     std::vector<char*> arguments = Pointers(words);
     arguments.push_back(nullptr);
     std::vector<char*> environment = Pointers(variables);
-    for (char** variable = environ; *variable; ++variable) environment.push_back(*variable);
+    for (char** variable = environ; *variable; ++variable) {
+        const std::string_view name(*variable,
+                                    std::strcspn(*variable, "=") + 1);  // programs differ in which of two counts
+        const auto is_same = [name](const std::string& given) { return given.starts_with(name); };
+        if (std::ranges::none_of(variables, is_same)) environment.push_back(*variable);
+    }
     environment.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;

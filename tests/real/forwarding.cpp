@@ -17,15 +17,14 @@ namespace {
 
 constexpr int kRunPatience_ms = 200'000;
 
-// The host, or the words that start another one: that for Windows, under wine.
+}  // namespace
+
 std::vector<std::string> HostCommand() {
     const char* const other = std::getenv("TARVEX_TEST_HOST");
     if (!other) return {TARVEX_HOST};
     std::istringstream words(other);
     return {std::istream_iterator<std::string>(words), {}};
 }
-
-}  // namespace
 
 Forwarding::Forwarding(int pop_port, int smtp_port) {
     if (root_.SetRootPath(RootDirectory()) != 1) throw std::runtime_error("no root");

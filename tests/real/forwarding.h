@@ -15,6 +15,10 @@ inline constexpr const char* kSender = "forwarder@example.test";
 inline constexpr const char* kPhone = "phone@mobile.example.test";
 inline constexpr const char* kTablet = "tablet@mobile.example.test";
 
+// The host that was built, or the words in TARVEX_TEST_HOST that start another one: that for Windows, under wine, or
+// the installed one.
+std::vector<std::string> HostCommand();
+
 // One profile that is due at every call and forwards alice's mail, to kPhone until more addresses are added.
 class Forwarding {
 public:
