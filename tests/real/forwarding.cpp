@@ -56,12 +56,17 @@ std::string Forwarding::Run() {
     return LogFile().substr(before);
 }
 
-std::string Forwarding::RunHost(const std::vector<std::string>& environment) {
+Finished Forwarding::TellHost(const std::vector<std::string>& command, const std::vector<std::string>& environment) {
     EXPECT_EQ(profile_->SaveSetting(), 1);
-    const std::size_t before = LogFile().size();
     std::vector<std::string> words = HostCommand();
-    words.insert(words.end(), {"run", "--root", RootDirectory(), "--quiet"});
-    const Finished host = testing::Run(words, environment);
+    words.insert(words.end(), {"--root", RootDirectory()});
+    words.insert(words.end(), command.begin(), command.end());
+    return testing::Run(words, environment);
+}
+
+std::string Forwarding::RunHost(const std::vector<std::string>& environment) {
+    const std::size_t before = LogFile().size();
+    const Finished host = TellHost({"run", "--quiet"}, environment);
     EXPECT_EQ(host.status, 0) << host.output;
     return LogFile().substr(before);
 }

@@ -34,6 +34,9 @@ public:
     // The same by the host program, on the tree as it is on disk, with these further environment variables.
     std::string RunHost(const std::vector<std::string>& environment = {});
 
+    // What a command of the host program prints about the tree as it is now.
+    Finished TellHost(const std::vector<std::string>& command, const std::vector<std::string>& environment = {});
+
     std::string RootDirectory() const { return folder_ / "tree"; }
     std::vector<std::string> Uidls(int address = 0) const;  // of the address, on disk
 
