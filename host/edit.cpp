@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <functional>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
+#include "host/directories.h"
 #include "host/display.h"
 #include "host/interval.h"
 #include "host/keys.h"
@@ -32,6 +34,10 @@ std::string WhatRemains(const CScheduleSetting& schedule) {
     const auto is_off = [](const auto& term) { return term->status == 0; };
     if (!std::ranges::all_of(schedule.terms, is_off)) return "";
     return "Every term is switched off: the address takes part in no run. Without any term it always would.\n";
+}
+
+Trouble CannotMakeIn(const CString& path) {
+    return {kCannotMake, "cannot make a directory in \"" + ShowPath(path) + '"'};
 }
 
 Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
@@ -160,22 +166,13 @@ private:
         target.lasttime = source.lasttime;
     }
 
-    // What an operation of the tree has made is filled and saved, or taken away again.
-    template <class Object, class Fill>
-    void Complete(Object* object, const CString& parent, const Fill& fill, const std::function<void(Object*)>& remove) {
-        if (!object) throw Trouble(kCannotMake, "cannot make a directory in \"" + ShowPath(parent) + '"');
-        fill(*object);
-        if (object->SaveSetting()) return;
-        const CString path = object->path;
-        remove(object);
-        throw CannotSave(path);
-    }
-
-    // The path is a copy: that of the object goes with it.
+    // Moved out of the tree in one step, so that a kill leaves all of it or nothing. What cannot be moved, a directory
+    // on another file system, is deleted where it is. The path is a copy: that of the object goes with it.
     template <class Remove>
     std::string RemoveFromDisk(CString directory, const Remove& remove) {
+        MoveAside(root_.path, directory);
         remove();
-        if (FileExists(directory)) {
+        if (FileExists(directory) || !DeleteAside(root_.path)) {
             throw Trouble(kCannotWrite, "cannot delete \"" + ShowPath(directory) + "\" whole; delete the rest by hand");
         }
         return "Removed " + Shown(directory) + ".\n";
@@ -211,12 +208,15 @@ std::string Editor::AddUser() {
     CUserSetting draft;
     values.SetIn(draft, root_.path);
     CUser* const user = root_.CreateNewUser(draft.loginname, draft.password, draft.administrator);
+    if (!user) throw CannotMakeIn(root_.path);
     // What became of the administrator rights is the tree's decision.
-    const auto fill = [&](CUser& made) {
-        made.setting.status = draft.status;
-        made.setting.version = draft.version;
-    };
-    Complete<CUser>(user, root_.path, fill, [&](CUser* made) { root_.DeleteUser(made); });
+    user->setting.status = draft.status;
+    user->setting.version = draft.version;
+    if (!user->SaveSetting()) {
+        const CString path = user->path;
+        root_.DeleteUser(user);
+        throw CannotSave(path);
+    }
     std::string text = "Added user " + Shown(user->path) + " (" + ShowText(draft.loginname) + ").\n";
     if (user->setting.administrator != draft.administrator) {
         text += "The directory was there already, so the user has no administrator rights.\n";
@@ -244,15 +244,18 @@ std::string Editor::AddProfile() {
     const Values<CPopProfileSetting> values(Behind(3), request_.secrets);
     CPopProfileSetting draft;
     values.SetIn(draft, root_.path);
-    CPopProfile* const profile = user.CreateNewPopProfile(draft.nickname, draft.address);
-    Complete<CPopProfile>(
-        profile, user.path, [&](CPopProfile& made) { values.SetAgainIn(made.setting); },
-        [&](CPopProfile* made) { user.DeletePopProfile(made); });
+    NewDirectory directory(user.path, "from", "popprofile.def");
+    auto profile = std::make_unique<CPopProfile>();
+    profile->SetPath(directory.Path());
+    values.SetAgainIn(profile->setting);
+    if (!profile->SaveSetting()) throw CannotSave(directory.Path());
+    directory.Keep();
     const CPopProfileSetting& setting = profile->setting;
     std::string text = "Added profile " + Shown(profile->path) + " (" + ShowText(setting.address) + "). It runs " +
                        WaitInWords(setting.timer);
     const CTime first = setting.lasttime + WaitSeconds(setting.timer);
     text += first > setting.lasttime ? ", for the first time at " + ShowMoment(first) + ".\n" : ".\n";
+    user.profiles.push_back(std::move(profile));
     return text;
 }
 
@@ -272,10 +275,10 @@ std::string Editor::AddForward() {
     const Values<CForwardAddressSetting> values(Behind(3), request_.secrets);
     CForwardAddressSetting draft;
     values.SetIn(draft, root_.path);
-    CForwardAddress* const forward = profile.CreateNewForwardAddress(draft.nickname, draft.address);
-    const auto remove = [&](CForwardAddress* made) { profile.DeleteForwardAddress(made); };
-    Complete<CForwardAddress>(
-        forward, profile.path, [&](CForwardAddress& made) { values.SetAgainIn(made.setting); }, remove);
+    NewDirectory directory(profile.path, "forwardto", "forwardaddress.def");
+    auto forward = std::make_unique<CForwardAddress>();
+    forward->SetPath(directory.Path());
+    values.SetAgainIn(forward->setting);
 
     // A directory that was there may hold the schedule and the list of another address that once had it.
     forward->LoadUidlSetting();
@@ -283,12 +286,14 @@ std::string Editor::AddForward() {
     const bool other_schedule = !forward->schedule.terms.empty();
     forward->uidls = request_.uidls;
     forward->schedule.Reset();
-    if ((other_list && !forward->SaveUidlSetting()) || (other_schedule && !forward->SaveScheduleSetting())) {
-        const CString path = forward->path;
-        remove(forward);
-        throw CannotSave(path);
+    // The marker file comes last: an address that counts before it has its list would get the whole mailbox.
+    if ((other_list && !forward->SaveUidlSetting()) || (other_schedule && !forward->SaveScheduleSetting()) ||
+        !forward->SaveSetting()) {
+        throw CannotSave(directory.Path());
     }
-    return "Added forwarding address " + Shown(forward->path) + " (" + ShowText(forward->setting.address) + ").\n" +
+    directory.Keep();
+    profile.forward_addresses.push_back(std::move(forward));
+    return "Added forwarding address " + Shown(directory.Path()) + " (" + ShowText(draft.address) + ").\n" +
            (request_.uidls.empty() ? ""
                                    : "It gets only new mail: " + std::to_string(request_.uidls.size()) +
                                          " in the mailbox count as handled.\n");

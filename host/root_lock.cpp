@@ -10,6 +10,7 @@
 #include <fstream>
 #include <thread>
 
+#include "host/directories.h"
 #include "host/display.h"
 #include "host/paths.h"
 #include "host/scratch.h"
@@ -48,6 +49,7 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     }
     Write(descriptor, std::to_string(getpid()) + ' ' + std::string(command) + '\n');
     SweepScratchFolders(root);
+    DeleteAside(root);
     return lock;
 }
 

@@ -73,14 +73,15 @@ Child* CreateChild(std::vector<std::unique_ptr<Child>>& children, const CString&
     return children.back().get();
 }
 
-// Deletes one of the children, in memory and, as far as that succeeds, on disk. Returns 0 when it is none of them.
+// Deletes one of the children, in memory and, as far as that succeeds, on disk, the marker file first: what a crash
+// leaves does not count. Returns 0 when it is none of them.
 template <class Child>
-int DeleteChild(std::vector<std::unique_ptr<Child>>& children, const Child* child) noexcept {
+int DeleteChild(std::vector<std::unique_ptr<Child>>& children, const ChildKind& kind, const Child* child) noexcept {
     const auto found = std::ranges::find(children, child, &std::unique_ptr<Child>::get);
     if (found == children.end()) return 0;
     const std::unique_ptr<Child> removed = std::move(*found);
     children.erase(found);
-    Shielded([&] { DeleteDirectory(removed->path); });
+    Shielded([&] { DeleteDirectory(removed->path, kind.marker.substr(1)); });
     return 1;
 }
 

@@ -90,4 +90,6 @@ CForwardAddress* CPopProfile::CreateNewForwardAddress(CString nickname, CString 
         nullptr, [&] { return CreateChild<CForwardAddress>(forward_addresses, path, kForwardAddress, Open, fill); });
 }
 
-int CPopProfile::DeleteForwardAddress(CForwardAddress* address) { return DeleteChild(forward_addresses, address); }
+int CPopProfile::DeleteForwardAddress(CForwardAddress* address) {
+    return DeleteChild(forward_addresses, kForwardAddress, address);
+}

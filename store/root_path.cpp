@@ -46,4 +46,4 @@ CUser* CRootPath::CreateNewUser(CString login_name, CString password, int admini
     return Shielded<CUser*>(nullptr, [&] { return CreateChild<CUser>(users, path, kUser, Open, fill); });
 }
 
-int CRootPath::DeleteUser(CUser* user) { return DeleteChild(users, user); }
+int CRootPath::DeleteUser(CUser* user) { return DeleteChild(users, kUser, user); }

@@ -49,4 +49,4 @@ CPopProfile* CUser::CreateNewPopProfile(CString nickname, CString address) {
                                   [&] { return CreateChild<CPopProfile>(profiles, path, kPopProfile, Open, fill); });
 }
 
-int CUser::DeletePopProfile(CPopProfile* profile) { return DeleteChild(profiles, profile); }
+int CUser::DeletePopProfile(CPopProfile* profile) { return DeleteChild(profiles, kPopProfile, profile); }

@@ -43,8 +43,8 @@ std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask);
 
 // Removes a directory with everything in it, as far as the system lets it. Links are removed, not followed: a path that
 // is a link to a directory loses the link and nothing else. Something that is no directory stays, and so does the root
-// of the file system.
-void DeleteDirectory(const std::string& path);
+// of the file system. The file of that name in it goes first, so that whatever a crash leaves is without it.
+void DeleteDirectory(const std::string& path, std::string_view first = {});
 
 // The lines of a text file without their line ends (CR LF or LF; a lone CR is part of its line). A last line without a
 // line end counts. Nothing when the file cannot be read to its end or is no regular file.

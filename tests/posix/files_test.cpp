@@ -30,42 +30,7 @@
 
 #include "testing/temp_dir.h"
 #include "tests/file_tools.h"
-
-namespace {
-
-// What the calls that make a file durable were asked, in their order, and the one that is to fail or to be the last
-// thing that the process does.
-struct DurabilityCalls {
-    bool recording = false;
-    std::vector<std::string> calls;
-    std::string failing;
-    std::string deadly;
-};
-DurabilityCalls durability_calls;
-
-// True when the call is to fail.
-bool Record(const std::string& call) {
-    if (!durability_calls.recording) return false;
-    durability_calls.calls.push_back(call);
-    if (call == durability_calls.deadly) kill(getpid(), SIGKILL);
-    errno = EIO;
-    return call == durability_calls.failing;
-}
-
-}  // namespace
-
-// These take the place of the C library's in the test program.
-extern "C" int fsync(int descriptor) {
-    struct stat status {};
-    fstat(descriptor, &status);
-    if (Record(S_ISDIR(status.st_mode) ? "sync directory" : "sync file")) return -1;
-    return static_cast<int>(syscall(SYS_fsync, descriptor));
-}
-
-extern "C" int renameat(int old_directory, const char* old_name, int new_directory, const char* new_name) noexcept {
-    if (Record("rename")) return -1;
-    return static_cast<int>(syscall(SYS_renameat2, old_directory, old_name, new_directory, new_name, 0));
-}
+#include "tests/posix/system_calls.h"
 
 namespace tarvex {
 
@@ -77,6 +42,7 @@ using testing::Enumerated;
 using testing::Lines;
 using testing::Names;
 using testing::ReadFile;
+using testing::system_calls;
 using testing::TempDir;
 using testing::Write;
 using testing::WriteFile;
@@ -120,6 +86,15 @@ public:
 
 private:
     mode_t old_;
+};
+
+class Recording {
+public:
+    explicit Recording(std::string failing = {}) { system_calls = {true, {}, std::move(failing), {}, 0}; }
+    ~Recording() { system_calls = {}; }
+    Recording(const Recording&) = delete;
+    Recording& operator=(const Recording&) = delete;
+    const Lines& Calls() const { return system_calls.calls; }
 };
 
 // ---- paths
@@ -342,6 +317,22 @@ TEST(Files, DeletionDoesNotFollowALinkThatItCannotRemove) {
     }));
 }
 
+TEST(Files, OneFileOfADirectoryIsDeletedBeforeTheOthers) {
+    const TempDir dir;
+    ASSERT_TRUE(fs::create_directories(dir / "user0/from0"));
+    for (const char c : "abcdefgh"s) WriteFile(dir / (std::string("user0/") + c), "x");
+    WriteFile(dir / "kept", "x");
+    fs::create_symlink("user0", dir / "user1");
+    const Recording recording;
+    DeleteDirectory(dir.String() + "\\user1", "d");
+    EXPECT_EQ(Names(dir / "user0").size(), 9U) << "a link was followed";
+    DeleteDirectory(dir.String() + "\\user0", "d");
+    EXPECT_EQ(Names(dir.String()), Lines{"kept"});
+    const auto first = std::ranges::find_if(recording.Calls(), [](const auto& call) { return call.size() == 8; });
+    ASSERT_NE(first, recording.Calls().end());
+    EXPECT_EQ(*first, "delete d");
+}
+
 // ---- reading
 
 TEST(TextFiles, LargeFilesAndFilesOfUnknownSizeAreReadWhole) {
@@ -532,15 +523,6 @@ TEST(TextFiles, SomethingElseInThePlaceOfTheNewFileFailsTheWrite) {
 
 // ---- faults
 
-class Recording {
-public:
-    explicit Recording(std::string failing = {}) { durability_calls = {true, {}, std::move(failing), {}}; }
-    ~Recording() { durability_calls = {}; }
-    Recording(const Recording&) = delete;
-    Recording& operator=(const Recording&) = delete;
-    const Lines& Calls() const { return durability_calls.calls; }
-};
-
 TEST(TextFiles, TheNewFileIsSyncedBeforeTheRenameAndTheDirectoryAfterIt) {
     const TempDir dir;
     {
@@ -606,7 +588,8 @@ TEST(TextFiles, AFailedSyncOrRenameLeavesTheOldContentAndNoNewFile) {
         WriteFile(dir / "file", "old");
         const Recording recording(failing);
         EXPECT_FALSE(Write(dir / "file", "new"));
-        EXPECT_EQ(recording.Calls().back(), failing);
+        EXPECT_EQ(recording.Calls().back(), "delete file.new");
+        EXPECT_EQ(recording.Calls().at(recording.Calls().size() - 2), failing);
         EXPECT_EQ(ReadFile(dir / "file"), "old");
         EXPECT_EQ(Names(dir.String()), Lines{"file"});
     }
@@ -677,7 +660,7 @@ TEST(TextFiles, AWriterThatDiesAtAnyStepLeavesTheOldOrTheNewContentWhole) {
     for (const auto& [step, content, names] : cases) {
         WriteFile(dir / "file", "old");
         EXPECT_FALSE(InChild([&, deadly = step] {
-            durability_calls = {true, {}, {}, deadly};
+            system_calls = {true, {}, {}, deadly, 0};
             const rlimit limit{4096, 4096};  // its signal is not ignored here, and ends the process amid the content
             const rlimit no_core{0, 0};
             if (setrlimit(RLIMIT_CORE, &no_core) != 0) return true;

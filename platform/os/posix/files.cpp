@@ -122,12 +122,13 @@ std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
     return entries;
 }
 
-void DeleteDirectory(const std::string& path) {
+void DeleteDirectory(const std::string& path, std::string_view first) {
     std::string native = NativePath(path);
     while (native.ends_with('/')) native.pop_back();  // behind a separator a link would be followed
     if (native.empty()) return;
 
     if (const Directory directory = OpenDirectory(AT_FDCWD, native, O_NOFOLLOW)) {
+        unlinkat(dirfd(directory.get()), std::string(first).c_str(), 0);
         RemoveEntries(directory.get());
         rmdir(native.c_str());
         return;

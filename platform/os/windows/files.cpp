@@ -44,14 +44,16 @@ void AllowDeletion(const std::wstring& path, DWORD attributes) {
     SetFileAttributesW(path.c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
 }
 
+void RemoveFile(const std::wstring& path, DWORD attributes) {
+    AllowDeletion(path, attributes);
+    Patiently([&] { return DeleteFileW(path.c_str()) != 0; });
+}
+
 // Removes what it can and goes on after a failure, so that as little as possible is left behind. The names are read
 // first: not every file system goes on in order while entries disappear.
 void Remove(const std::wstring& path, DWORD attributes) {
+    if (!IsDirectory(attributes)) return RemoveFile(path, attributes);
     AllowDeletion(path, attributes);
-    if (!IsDirectory(attributes)) {
-        Patiently([&] { return DeleteFileW(path.c_str()) != 0; });
-        return;
-    }
     if (!IsLink(attributes)) {
         std::vector<std::pair<std::wstring, DWORD>> entries;
         ForEachEntry(path + L"\\*", [&](const WIN32_FIND_DATAW& entry) {
@@ -99,12 +101,20 @@ std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
     return entries;
 }
 
-void DeleteDirectory(const std::string& path) {
+void DeleteDirectory(const std::string& path, std::string_view first) {
     std::wstring native = NativePath(path);
     while (native.ends_with(L'\\') || native.ends_with(L'/')) native.pop_back();
     if (native.empty() || native.ends_with(L':')) return;  // the root of the file system
     const DWORD attributes = GetFileAttributesW(native.c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && IsDirectory(attributes)) Remove(native, attributes);
+    if (attributes == INVALID_FILE_ATTRIBUTES || !IsDirectory(attributes)) return;
+    if (!first.empty() && !IsLink(attributes)) {
+        const std::wstring file = native + L"\\" + NativePath(first);
+        const DWORD file_attributes = GetFileAttributesW(file.c_str());
+        if (file_attributes != INVALID_FILE_ATTRIBUTES && !IsDirectory(file_attributes)) {
+            RemoveFile(file, file_attributes);
+        }
+    }
+    Remove(native, attributes);
 }
 
 std::string GetApplicationPath() {

@@ -1,0 +1,39 @@
+#pragma once
+
+// Making and taking away the directories of a tree, so that a kill at any moment leaves a thing whole or without what
+// makes it count. By the holder of the root's lock.
+
+#include <string>
+#include <string_view>
+
+#include "tarvex/text.h"
+
+namespace tarvex::host {
+
+// The directory of a new child: the lowest number that is free or has lost its marker file, as the tree itself counts.
+// It counts once the marker file is there, so that is to be written last, and whole. Until it is kept, the object's end
+// removes the directory, unless it was there before.
+class NewDirectory {
+public:
+    // Throws Trouble when it cannot be made.
+    NewDirectory(const CString& parent, std::string_view prefix, const CString& marker);
+    ~NewDirectory();
+    NewDirectory(const NewDirectory&) = delete;
+    NewDirectory& operator=(const NewDirectory&) = delete;
+
+    const CString& Path() const { return path_; }
+    void Keep() { goes_ = false; }
+
+private:
+    CString path_;
+    bool goes_ = false;
+};
+
+// Moves a directory out of the tree, to a place in the root for what is to be deleted. Nothing happens when that is not
+// possible.
+void MoveAside(const CString& root, const CString& directory);
+
+// Deletes what is in that place, also what a killed command left there. False when something stays.
+bool DeleteAside(const CString& root);
+
+}  // namespace tarvex::host
