@@ -343,7 +343,7 @@ ControlServer::ControlServer(const std::string& root)
     const bool bound = bind(listener_.Get(), SocketAddress(root).Get(), SocketAddress::kSize) == 0;
     umask(old_mask);
     if (bound && listen(listener_.Get(), kBacklog) == 0) return;
-    throw Trouble(kCannotMake, "cannot listen on \"" + ShowPath(path_) + "\": " + std::strerror(errno));
+    throw Trouble(kCannotMake, "cannot listen on " + QuotedPath(path_) + ": " + std::strerror(errno));
 }
 
 ControlServer::~ControlServer() { unlink(path_.c_str()); }

@@ -30,15 +30,14 @@ void MakeDirectories(const std::string& directory) {
     fs::create_directories(directory, error);
     umask(old_mask);
     if (error || !fs::is_directory(directory, error)) {
-        throw Trouble(kCannotMake, "cannot make the directory \"" + ShowPath(directory) + "\"" +
+        throw Trouble(kCannotMake, "cannot make the directory " + QuotedPath(directory) +
                                        (error ? ": " + error.message() : ", there is something else"));
     }
 }
 
 void SaveSettings(const CAppSetting& setting) {
     const std::string directory = ConfigurationDirectory();
-    if (!setting.Save(directory))
-        throw Trouble(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
+    if (!setting.Save(directory)) throw Trouble(kCannotWrite, "cannot write appset.def in " + QuotedPath(directory));
 }
 
 // Among the temporary files: no lock keeps a folder in the configuration directory from being left there for good.
@@ -72,7 +71,7 @@ int Init(const Context& context, const std::string& given) {
     const bool was_there = fs::is_directory(directory, ignored);
     MakeDirectories(directory);
     if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
-        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+        throw Trouble(kNotFound, "cannot use " + QuotedPath(directory) + " as the root: " + trouble);
     }
     std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
     if (context.root_option) return kDone;

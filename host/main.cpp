@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "host/commands.h"
 #include "host/display.h"
@@ -65,6 +66,21 @@ bool HasPasswordOnCommandLine(int argc, char** argv) {
     });
 }
 
+// The words of the command line, the last one first, as the library wants them. To it "--nickname=" has no value; here
+// that is the empty one.
+std::vector<std::string> WordsBackwards(int argc, char** argv) {
+    std::vector<std::string> words;
+    for (int i = argc - 1; i > 0; --i) {
+        std::string word = argv[i];
+        if (word.starts_with("--") && word.find('=') == word.size() - 1) {
+            word.pop_back();
+            words.emplace_back();
+        }
+        words.push_back(std::move(word));
+    }
+    return words;
+}
+
 }  // namespace
 }  // namespace tarvex::host
 
@@ -95,7 +111,7 @@ int main(int argc, char** argv) {
         ->callback([&context] { context.command = Demo; });
 
     try {
-        app.parse(argc, argv);
+        app.parse(WordsBackwards(argc, argv));
         const int code = context.command();
         if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
         return code;

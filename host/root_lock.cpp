@@ -37,7 +37,7 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     const int descriptor = open(LockFile(root).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     const auto fail = [&]() -> Trouble {
         const int code = errno == EACCES || errno == EPERM ? kNotAllowed : kCannotMake;
-        return {code, "cannot lock \"" + ShowPath(root) + "\": " + std::strerror(errno)};
+        return {code, "cannot lock " + QuotedPath(root) + ": " + std::strerror(errno)};
     };
     if (descriptor < 0) throw fail();
     RootLock lock(descriptor);
@@ -60,8 +60,7 @@ RootLock RootLock::Take(const std::string& root, std::string_view command, std::
         if (Clock::now() >= deadline) break;
         std::this_thread::sleep_for(kPause);
     }
-    throw Trouble(kTryLater,
-                  "\"" + ShowPath(root) + "\" is in use by " + Holder(root) + "; try again when that has ended");
+    throw Trouble(kTryLater, QuotedPath(root) + " is in use by " + Holder(root) + "; try again when that has ended");
 }
 
 std::string RootLock::Holder(const std::string& root) {

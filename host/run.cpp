@@ -63,7 +63,7 @@ bool Runs(const CRootPath& root, const CPopProfile& profile) {
 }
 
 Trouble CannotUse(const std::string& directory, const std::string& why) {
-    return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
+    return {kNoRoot, "cannot use " + QuotedPath(directory) + " as the root: " + why};
 }
 
 // A directory that is not there yet is created, but only where it was named.

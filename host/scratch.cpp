@@ -43,8 +43,7 @@ bool IsLeftOver(const fs::path& folder) {
 
 ScratchFolder::ScratchFolder(const CString& parent) : path_(NativePath(parent) / kName) {
     if (mkdtemp(path_.data())) return;
-    throw Trouble(kCannotMake,
-                  "cannot write in \"" + ShowPath(parent) + "\": " + std::generic_category().message(errno));
+    throw Trouble(kCannotMake, "cannot write in " + QuotedPath(parent) + ": " + std::generic_category().message(errno));
 }
 
 ScratchFolder::~ScratchFolder() {

@@ -130,8 +130,8 @@ std::string SecretFromFile(const std::string& path) {
     std::ifstream file(path);
     std::string secret;
     if (!file || !std::getline(file, secret)) {
-        throw Trouble(kNotFound, "cannot read a password from \"" + ShowText(path, "UTF-8") +
-                                     "\": " + (file.eof() ? "it is empty" : std::strerror(errno)));
+        throw Trouble(kNotFound, "cannot read a password from " + Quoted(path) + ": " +
+                                     (file.eof() ? "it is empty" : std::strerror(errno)));
     }
     if (secret.ends_with('\r')) secret.pop_back();
     return secret;

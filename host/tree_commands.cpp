@@ -105,9 +105,8 @@ int Set(const Context& context, const Given& given, const std::string& kind) {
 int AddUser(const Context& context, const Given& given) {
     CAppSetting setting;
     if (setting.Load(ConfigurationDirectory()) && setting.allowcreatenewuser == 0) {
-        throw Trouble(kNotAllowed,
-                      "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
-                          "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
+        throw Trouble(kNotAllowed, "appset.def in " + QuotedPath(ConfigurationDirectory()) +
+                                       " does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
     }
     EditRequest request{{"user", "add", "loginname=" + given.first}, {}, {}};
     given.keys.Fill(request);

@@ -56,7 +56,7 @@ void WorkAsOwnerOf(const std::string& directory) {
     struct stat status {};
     if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
     if (setgroups(0, nullptr) == 0 && setgid(status.st_gid) == 0 && setuid(status.st_uid) == 0) return;
-    throw Trouble(kNotAllowed, "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+    throw Trouble(kNotAllowed, "cannot work as the owner of " + QuotedPath(directory) + ": " + std::strerror(errno));
 }
 
 // To the engine a file in the place of the root, or a directory that cannot be read, is a tree without users, which is
@@ -71,19 +71,19 @@ void RequireRoot(const std::string& directory) {
     std::error_code error;
     if (!std::filesystem::exists(NativePath(directory), error)) {
         throw Trouble(kNotFound,
-                      "there is no data tree at \"" + ShowPath(directory) +
-                          "\"; make one with `tarvex init`, or name another with --root" +
+                      "there is no data tree at " + QuotedPath(directory) +
+                          "; make one with `tarvex init`, or name another with --root" +
                           (geteuid() == 0 ? "" : " (that of the system's service is the superuser's: sudo)"));
     }
     WorkAsOwnerOf(directory);
     if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
-        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+        throw Trouble(kNotFound, "cannot use " + QuotedPath(directory) + " as the root: " + trouble);
     }
 }
 
 void OpenTree(CRootPath& root, const std::string& directory) {
     RequireRoot(directory);
-    if (!root.SetRootPath(directory)) throw Trouble(kCannotWrite, "cannot load \"" + ShowPath(directory) + '"');
+    if (!root.SetRootPath(directory)) throw Trouble(kCannotWrite, "cannot load " + QuotedPath(directory));
 }
 
 }  // namespace tarvex::host
