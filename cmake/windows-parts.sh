@@ -124,6 +124,6 @@ W
 exec 9>"$folder/.lock"
 flock 9
 mkdir -p "$folder/headers"
-ln -sfn /usr/include/asio /usr/include/asio.hpp /usr/include/CLI "$folder/headers/"
+ln -sfn /usr/include/asio /usr/include/asio.hpp /usr/include/CLI /usr/include/nlohmann "$folder/headers/"
 has openssl $openssl_number || (make_openssl)
 has wine $wine_number || (make_wine 9>&-)

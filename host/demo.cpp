@@ -162,7 +162,7 @@ public:
 
     // True when everything expected has arrived exactly once.
     bool Run() {
-        const std::string folder = MakeTemporaryFolder("tarvex-demo");
+        const std::string folder = MakeNewFolder(TemporaryDirectory() + "\\tarvex-demo-");
         if (!root_.SetRootPath(folder)) throw std::runtime_error("cannot use " + folder);
         BuildTree(root_, mailbox_.Port(), sink_.Port());
         const std::vector<DemoMail> first = FirstDemoMails();

@@ -29,7 +29,7 @@ NewDirectory::NewDirectory(const CString& parent, std::string_view prefix, const
     std::error_code error;
     fs::create_directory(NativePath(path_), error);
     if (!error) fs::permissions(NativePath(path_), fs::perms::owner_all, error);
-    if (error) throw Trouble(kCannotMake, "cannot make " + QuotedPath(path_) + ": " + error.message());
+    if (error) throw Trouble(kCannotMake, "cannot make \"" + ShowPath(path_) + "\": " + error.message());
     goes_ = true;
 }
 

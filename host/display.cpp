@@ -65,8 +65,4 @@ std::string Utf8Text(std::string_view text, const char* charset) {
 
 std::string ShowPath(std::string_view path) { return Harmless(ToUtf8(PathAsUtf8(path), "UTF-8", AppendHarmless), ""); }
 
-std::string Quoted(std::string_view word) { return '"' + Harmless(Utf8Text(word, "UTF-8"), "") + '"'; }
-
-std::string QuotedPath(std::string_view path) { return '"' + ShowPath(path) + '"'; }
-
 }  // namespace tarvex::host

@@ -17,8 +17,4 @@ std::string Utf8Text(std::string_view text, const char* charset = "CP932");
 // A path of the tree in the system's own form; a byte that is no UTF-8 is made visible like a control character.
 std::string ShowPath(std::string_view path);
 
-// In quotation marks, on one line: a word of the command line, and a path of the tree.
-std::string Quoted(std::string_view word);
-std::string QuotedPath(std::string_view path);
-
 }  // namespace tarvex::host

@@ -36,9 +36,11 @@ std::string WhatRemains(const CScheduleSetting& schedule) {
     return "Every term is switched off: the address takes part in no run. Without any term it always would.\n";
 }
 
-Trouble CannotMakeIn(const CString& path) { return {kCannotMake, "cannot make a directory in " + QuotedPath(path)}; }
+Trouble CannotMakeIn(const CString& path) {
+    return {kCannotMake, "cannot make a directory in \"" + ShowPath(path) + '"'};
+}
 
-Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in " + QuotedPath(path)}; }
+Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
 
 // One of the things in the tree that have settings: its record, and the words about it.
 template <class Record>
@@ -47,7 +49,8 @@ public:
     Values(Words words, const std::map<std::string, std::string>& secrets) {
         for (const std::string& word : words) {
             const std::size_t equals = word.find('=');
-            if (equals == std::string::npos) throw Trouble(kBadUsage, "no value for " + Quoted(word));
+            if (equals == std::string::npos)
+                throw Trouble(kBadUsage, "no value for \"" + ShowText(word, "UTF-8") + '"');
             Take(word.substr(0, equals), word.substr(equals + 1), false);
         }
         for (const auto& [name, secret] : secrets) Take(name, secret, true);
@@ -115,7 +118,7 @@ public:
         if (kind == "profile") return EditProfile();
         if (kind == "forward") return EditForward();
         if (kind == "schedule") return EditSchedule();
-        throw Trouble(kBadUsage, "an edit cannot begin with " + Quoted(kind));
+        throw Trouble(kBadUsage, "an edit cannot begin with \"" + ShowText(kind, "UTF-8") + '"');
     }
 
     std::vector<CString> Touched() {
@@ -135,7 +138,9 @@ private:
     Words Behind(std::size_t count) const { return Words(request_.words).subspan(count); }
     std::string Shown(const CString& path) const { return ShownName(root_, path); }
 
-    [[noreturn]] void UnknownVerb() const { throw Trouble(kBadUsage, "an edit cannot be " + Quoted(Verb())); }
+    [[noreturn]] void UnknownVerb() const {
+        throw Trouble(kBadUsage, "an edit cannot be \"" + ShowText(Verb(), "UTF-8") + '"');
+    }
 
     // Saves what was changed in the object's setting, or puts the old values back.
     template <class Record, class Object>
@@ -168,7 +173,7 @@ private:
         MoveAside(root_.path, directory);
         remove();
         if (FileExists(directory) || !DeleteAside(root_.path)) {
-            throw Trouble(kCannotWrite, "cannot delete " + QuotedPath(directory) + " whole; delete the rest by hand");
+            throw Trouble(kCannotWrite, "cannot delete \"" + ShowPath(directory) + "\" whole; delete the rest by hand");
         }
         return "Removed " + Shown(directory) + ".\n";
     }

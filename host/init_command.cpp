@@ -1,6 +1,5 @@
 // `tarvex init` and `tarvex settings`: the data tree's place, and what appset.def holds.
 
-#include <sys/stat.h>
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <iostream>
@@ -9,6 +8,7 @@
 #include <system_error>
 #include <vector>
 
+#include "host/account.h"
 #include "host/commands.h"
 #include "host/display.h"
 #include "host/key_options.h"
@@ -25,30 +25,22 @@ namespace fs = std::filesystem;
 
 // Directories of the tree are their owner's alone, and so are those above that are made for it.
 void MakeDirectories(const std::string& directory) {
-    std::error_code error;
-    const mode_t old_mask = umask(077);
-    fs::create_directories(directory, error);
-    umask(old_mask);
-    if (error || !fs::is_directory(directory, error)) {
-        throw Trouble(kCannotMake, "cannot make the directory " + QuotedPath(directory) +
+    std::error_code error = MakeOwnDirectories(directory);
+    if (error || !fs::is_directory(NativePath(directory), error)) {
+        throw Trouble(kCannotMake, "cannot make the directory \"" + ShowPath(directory) + "\"" +
                                        (error ? ": " + error.message() : ", there is something else"));
     }
 }
 
 void SaveSettings(const CAppSetting& setting) {
     const std::string directory = ConfigurationDirectory();
-    if (!setting.Save(directory)) throw Trouble(kCannotWrite, "cannot write appset.def in " + QuotedPath(directory));
+    if (!setting.Save(directory))
+        throw Trouble(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
 }
 
 // Among the temporary files: no lock keeps a folder in the configuration directory from being left there for good.
 void RequireSurvivalOf(const CAppSetting& setting, const std::vector<const Key<CAppSetting>*>& keys) {
-    RequireSurvival(setting, keys, fs::temp_directory_path());
-}
-
-std::string Absolute(const std::string& directory) {
-    std::string whole = fs::absolute(directory).lexically_normal();
-    while (whole.size() > 1 && whole.ends_with('/')) whole.pop_back();
-    return whole;
+    RequireSurvival(setting, keys, TemporaryDirectory());
 }
 
 // Makes the tree, and remembers it unless --root names it for this command alone.
@@ -57,27 +49,27 @@ int Init(const Context& context, const std::string& given) {
         throw Trouble(kBadUsage, "give either --root or a directory to remember");
     CAppSetting setting;
     const bool has_settings = setting.Load(ConfigurationDirectory()) != 0;
-    const std::string directory = context.root_option ? Absolute(*context.root_option)
-                                  : !given.empty()    ? Absolute(given)
-                                  : has_settings      ? NativePath(setting.rootpath).string()
+    const std::string directory = context.root_option ? WholePath(*context.root_option)
+                                  : !given.empty()    ? WholePath(TreePath(given))
+                                  : has_settings      ? setting.rootpath
                                                       : UsualRootDirectory();
     if (!context.root_option) {
         MakeDirectories(ConfigurationDirectory());
         if (!has_settings) setting.allowcreatenewuser = 1;
-        SetValue(setting, KeyNamed<CAppSetting>("rootpath"), directory);
+        SetValue(setting, KeyNamed<CAppSetting>("rootpath"), PathAsUtf8(directory));
         RequireSurvivalOf(setting, {&KeyNamed<CAppSetting>("rootpath")});
     }
     std::error_code ignored;
-    const bool was_there = fs::is_directory(directory, ignored);
+    const bool was_there = fs::is_directory(NativePath(directory), ignored);
     MakeDirectories(directory);
     if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
-        throw Trouble(kNotFound, "cannot use " + QuotedPath(directory) + " as the root: " + trouble);
+        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
     }
     std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
     if (context.root_option) return kDone;
 
     SaveSettings(setting);
-    std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory()) << "/appset.def.\n";
+    std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory() + "\\appset.def") << ".\n";
     CRootPath root;
     OpenTree(root, directory);
     if (root.users.empty()) std::cout << "Next: tarvex user add NAME\n";
@@ -88,7 +80,7 @@ int ShowAppSettings(bool json) {
     CAppSetting setting;
     const bool found = setting.Load(ConfigurationDirectory()) != 0;
     if (!json) {
-        std::cout << ShowPath(ConfigurationDirectory()) << "/appset.def" << (found ? "" : " (not there: defaults)")
+        std::cout << ShowPath(ConfigurationDirectory() + "\\appset.def") << (found ? "" : " (not there: defaults)")
                   << "\n\n";
     }
     ShowSettings(setting, json ? Form::Json : Form::Text);

@@ -1,4 +1,5 @@
 #include "host/keys.h"
+#include "host/account.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +8,6 @@
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
-#include <optional>
 
 #include "host/display.h"
 #include "host/paths.h"
@@ -144,7 +144,7 @@ bool IsPlainAscii(std::string_view text) {
 }
 
 void RequireHostName(const KeyInfo& key, std::string_view host) {
-    const std::string start = std::string(key.name) + " " + Quoted(host) + " is not a host name: ";
+    const std::string start = std::string(key.name) + " \"" + ShowText(host, "UTF-8") + "\" is not a host name: ";
     if (!IsPlainAscii(host)) {
         throw Trouble(kBadUsage, start +
                                      "it has blanks or letters beyond ASCII (a name in another script has an ASCII "
@@ -175,17 +175,18 @@ void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view
     const bool good = at != std::string_view::npos && at > 0 && at + 1 < plain.size() && IsPlainAscii(plain) &&
                       plain.find_first_of("<>(),;") == std::string_view::npos;
     if (good) return;
-    throw Trouble(kBadUsage, std::string(key.name) + " " + Quoted(given) +
-                                 " is not a mail address; write it like me@example.org" +
+    throw Trouble(kBadUsage, std::string(key.name) + " \"" + ShowText(given, "UTF-8") +
+                                 "\" is not a mail address; write it like me@example.org" +
                                  (key.type == KeyType::Recipient ? " or Taro <taro@example.org>" : ""));
 }
 
 CString PathValue(const KeyInfo& key, std::string_view word) {
-    if (!word.starts_with('/')) {
-        throw Trouble(kBadUsage,
-                      std::string(key.name) + " " + QuotedPath(word) + " is not a whole path; begin it with /");
+    CString path = TreePath(word);
+    if (!NativePath(path).is_absolute()) {
+        throw Trouble(kBadUsage, std::string(key.name) + " \"" + ShowPath(path) +
+                                     "\" is not a whole path; write it like " + ShowPath(UsualRootDirectory()));
     }
-    return CString(word);
+    return path;
 }
 
 CString TextValue(const KeyInfo& key, std::string_view word) {
@@ -206,10 +207,6 @@ CString TextValue(const KeyInfo& key, std::string_view word) {
     }
 }
 
-Trouble NotAllowed(const KeyInfo& key, std::string_view word) {
-    return {kBadUsage, std::string(key.name) + " cannot be " + Quoted(word) + "; it is " + AllowedValues(key)};
-}
-
 int NumberValue(const KeyInfo& key, std::string_view word) {
     for (const ValueWord& known : key.words) {
         if (word == known.word) return known.value;
@@ -217,15 +214,11 @@ int NumberValue(const KeyInfo& key, std::string_view word) {
     int value = 0;
     const char* const end = word.data() + word.size();
     const auto [rest, error] = std::from_chars(word.data(), end, value);
-    const bool is_number = error == std::errc() && rest == end && !word.empty();
-    if (!is_number || value < key.lowest || value > key.highest) throw NotAllowed(key, word);
+    if (error != std::errc() || rest != end || word.empty() || value < key.lowest || value > key.highest) {
+        throw Trouble(kBadUsage, std::string(key.name) + " cannot be \"" + ShowText(word, "UTF-8") + "\"; it is " +
+                                     AllowedValues(key));
+    }
     return value;
-}
-
-CTime MomentValue(const KeyInfo& key, std::string_view word) {
-    const std::optional<CTime> moment = ParseMoment(word);
-    if (!moment) throw NotAllowed(key, word);
-    return *moment;
 }
 
 std::string NumberText(const KeyInfo& key, int value) {
@@ -275,7 +268,7 @@ template <class Record>
 const Key<Record>& KeyNamed(std::string_view name) {
     const std::span<const Key<Record>> keys = Keys<Record>();
     const auto found = std::ranges::find_if(keys, [&](const Key<Record>& key) { return key.name == name; });
-    if (found == keys.end()) throw Trouble(kBadUsage, "there is no key " + Quoted(name) + " here");
+    if (found == keys.end()) throw Trouble(kBadUsage, "there is no key \"" + ShowText(name, "UTF-8") + "\" here");
     return *found;
 }
 
@@ -317,7 +310,7 @@ template <class Record>
 void SetValue(Record& record, const Key<Record>& key, std::string_view word) {
     if (const auto* const text = std::get_if<CString Record::*>(&key.field)) record.** text = TextValue(key, word);
     if (const auto* const number = std::get_if<int Record::*>(&key.field)) record.** number = NumberValue(key, word);
-    if (const auto* const moment = std::get_if<CTime Record::*>(&key.field)) record.** moment = MomentValue(key, word);
+    if (const auto* const moment = std::get_if<CTime Record::*>(&key.field)) record.** moment = ParseMoment(word);
 }
 
 template <class Record>
@@ -345,7 +338,7 @@ void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>
     const ScratchFolder folder(directory);
     Record read;
     if (!record.Save(folder.Path()) || !read.Load(folder.Path())) {
-        throw Trouble(kCannotWrite, "cannot write in " + QuotedPath(directory));
+        throw Trouble(kCannotWrite, "cannot write in \"" + ShowPath(directory) + '"');
     }
     for (const Key<Record>* const key : keys) {
         const auto same = [&](auto field) { return record.*field == read.*field; };
@@ -353,19 +346,23 @@ void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>
     }
 }
 
-std::optional<CTime> ParseMoment(std::string_view text) {
+CTime ParseMoment(std::string_view text) {
     if (text == "now") return std::time(nullptr) / 60 * 60;
     const std::string word = text == "never" ? "2000-01-01 00:00" : std::string(text);
     int year = 0, month = 0, day = 0, hour = 0, minute = 0, used = 0;
     const int count = std::sscanf(word.c_str(), "%4d-%2d-%2d %2d:%2d%n", &year, &month, &day, &hour, &minute, &used);
-    if (count != 5 || word.rfind(':') + 3 != word.size() || used != static_cast<int>(word.size())) return std::nullopt;
     std::array<char, 64> commas{};
     std::snprintf(commas.data(), commas.size(), "%d,%d,%d,%d,%d,0", year, month, day, hour, minute);
     std::array<char, 64> normal{};
     std::snprintf(normal.data(), normal.size(), "%04d-%02d-%02d %02d:%02d", year, month, day, hour, minute);
     // A date that the clock turns into another one (30 February) is none.
     const CTime moment = GetCTime(commas.data());
-    return ShowMoment(moment) == normal.data() ? std::optional(moment) : std::nullopt;
+    if (count != 5 || word.rfind(':') + 3 != word.size() || used != static_cast<int>(word.size()) ||
+        ShowMoment(moment) != normal.data()) {
+        throw Trouble(kBadUsage, '"' + ShowText(text, "UTF-8") +
+                                     "\" is not a moment; write now, never or a time like 2026-12-24 18:00");
+    }
+    return moment;
 }
 
 std::string ShowMoment(CTime moment) { return ShortMoment(moment, "%Y-%m-%d %H:%M"); }

@@ -4,7 +4,6 @@
 // its record and back. The options, the help, `show`, `set` and --json are all made from these tables.
 
 #include <nlohmann/json_fwd.hpp>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -80,8 +79,8 @@ nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key);
 template <class Record>
 void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>& keys, const CString& directory);
 
-// The moment that a text means (see KeyType::Moment), to the minute.
-std::optional<CTime> ParseMoment(std::string_view text);
+// The moment that a text means (see KeyType::Moment), to the minute. Throws Trouble when it is none.
+CTime ParseMoment(std::string_view text);
 std::string ShowMoment(CTime moment);
 
 }  // namespace tarvex::host

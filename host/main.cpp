@@ -12,8 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "host/account.h"
 #include "host/commands.h"
 #include "host/display.h"
+#include "host/paths.h"
+#include "host/process.h"
 #include "host/table.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
@@ -59,26 +62,11 @@ private:
 };
 
 // Whether somebody tried: then what could not be understood is not repeated.
-bool HasPasswordOnCommandLine(int argc, char** argv) {
-    return std::any_of(argv, argv + argc, [](std::string_view word) {
+bool HasPasswordOnCommandLine(const std::vector<std::string>& words) {
+    return std::ranges::any_of(words, [](std::string_view word) {
         return word == "--password" || word == "--smtp-password" || word.starts_with("--password=") ||
                word.starts_with("--smtp-password=");
     });
-}
-
-// The words of the command line, the last one first, as the library wants them. To it "--nickname=" has no value; here
-// that is the empty one.
-std::vector<std::string> WordsBackwards(int argc, char** argv) {
-    std::vector<std::string> words;
-    for (int i = argc - 1; i > 0; --i) {
-        std::string word = argv[i];
-        if (word.starts_with("--") && word.find('=') == word.size() - 1) {
-            word.pop_back();
-            words.emplace_back();
-        }
-        words.push_back(std::move(word));
-    }
-    return words;
 }
 
 }  // namespace
@@ -87,6 +75,8 @@ std::vector<std::string> WordsBackwards(int argc, char** argv) {
 int main(int argc, char** argv) {
     using namespace tarvex::host;
 
+    ShowUtf8();
+    const std::vector<std::string> words = Words(argc, argv);
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");
     app.set_version_flag("--version", "tarvex " TARVEX_VERSION);
     app.formatter(std::make_shared<HelpFormatter>());
@@ -111,12 +101,14 @@ int main(int argc, char** argv) {
         ->callback([&context] { context.command = Demo; });
 
     try {
-        app.parse(WordsBackwards(argc, argv));
+        // The last word first, as the library wants a list of them.
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
+        if (context.root_option) context.root_option = TreePath(*context.root_option);
         const int code = context.command();
         if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
         return code;
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(argc, argv)) {
+        if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(words)) {
             std::cerr << "tarvex: --password takes no value: a password is asked for on the terminal, or comes from "
                          "--password-stdin or --password-file, never from the command line. See --help.\n";
             return kBadUsage;

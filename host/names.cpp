@@ -65,7 +65,7 @@ auto Sorted(const Children& children) {
 Parts Split(std::string_view name) {
     Parts parts;
     for (;;) {
-        const std::size_t slash = name.find('/');
+        const std::size_t slash = name.find_first_of("/\\");
         parts.emplace_back(name.substr(0, slash));
         if (slash == std::string_view::npos) return parts;
         name.remove_prefix(slash + 1);
@@ -158,7 +158,7 @@ std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view gi
                    const std::string& command) {
     std::string name(given);
     while (name.size() > 1 && name.ends_with('/')) name.pop_back();
-    const std::string quoted = Quoted(name);
+    const std::string quoted = '"' + ShowText(name, "UTF-8") + '"';
     const std::vector<std::size_t> found = Matching(candidates, name);
     if (found.size() == 1) return found.front();
     if (found.size() > 1) {

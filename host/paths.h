@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace tarvex::host {
 
@@ -14,7 +15,22 @@ std::filesystem::path NativePath(std::string_view path);
 // The same as UTF-8, as far as it is text.
 std::string PathAsUtf8(std::string_view path);
 
-// A new folder among the temporary files, as a path of the tree. Throws std::system_error.
-std::string MakeTemporaryFolder(const std::string& name);
+// A path that somebody typed (UTF-8) as a path of the tree. Throws Trouble when the system's code page cannot express
+// it.
+std::string TreePath(std::string_view typed);
+
+// The same, whole and without a slash at its end, for one that may be relative to the current directory.
+std::string WholePath(const std::string& path);
+
+// A new folder for its owner alone: its path, one of the tree, is what is given and some letters that make it another
+// than any. Throws std::system_error.
+inline constexpr std::size_t kChosenLetters = 6;
+std::string MakeNewFolder(const std::string& start);
+
+// Where temporary files go, as a path of the tree. Throws std::system_error.
+std::string TemporaryDirectory();
+
+// Makes what is missing of a directory, for its owner alone.
+std::error_code MakeOwnDirectories(const std::string& directory);
 
 }  // namespace tarvex::host

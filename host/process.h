@@ -2,7 +2,13 @@
 
 // What the command asks of the system about its own process.
 
+#include <string>
+#include <vector>
+
 namespace tarvex::host {
+
+// The words of the command line as UTF-8, the program's first.
+std::vector<std::string> Words(int argc, char** argv);
 
 // SIGHUP, SIGINT and SIGTERM (on Windows Ctrl+C and Ctrl+Break) no longer end the process but are kept for
 // CaughtSignal; a second one of a kind ends it. One that is ignored (nohup, a job in the background) stays ignored.

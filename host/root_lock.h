@@ -4,6 +4,8 @@
 // ends with its process, however that ends. Commands that only read do not take it.
 
 #include <chrono>
+#include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,14 +25,18 @@ public:
     // Who holds it, for a sentence: "tarvex serve (process 4711)".
     static std::string Holder(const std::string& root);
 
-    RootLock(RootLock&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    RootLock(RootLock&& other) noexcept : file_(std::exchange(other.file_, kNoFile)) {}
     RootLock& operator=(RootLock&&) = delete;
     ~RootLock();
 
 private:
-    explicit RootLock(int descriptor) : descriptor_(descriptor) {}
+    static constexpr std::intptr_t kNoFile = -1;
 
-    int descriptor_;
+    explicit RootLock(std::intptr_t file) : file_(file) {}
+
+    static std::filesystem::path FileIn(const std::string& root);
+
+    std::intptr_t file_;  // a descriptor or handle of the system
 };
 
 }  // namespace tarvex::host

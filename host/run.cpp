@@ -14,6 +14,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/account.h"
 #include "host/choice.h"
 #include "host/commands.h"
 #include "host/display.h"
@@ -63,7 +64,7 @@ bool Runs(const CRootPath& root, const CPopProfile& profile) {
 }
 
 Trouble CannotUse(const std::string& directory, const std::string& why) {
-    return {kNoRoot, "cannot use " + QuotedPath(directory) + " as the root: " + why};
+    return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
 }
 
 // A directory that is not there yet is created, but only where it was named.
@@ -155,8 +156,8 @@ int RunOnce(const Context& context, const Options& options) {
     const std::string directory = RootDirectory(context);
     RequireRootToRun(directory, context.root_option.has_value());
     LockOrService access = TakeLockOrService(directory, "run");
-    auto* const service = std::get_if<ServiceConnection>(&access);
-    return service ? RunByService(*service, directory, options) : RunHere(directory, options);
+    auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access);
+    return service ? RunByService(**service, directory, options) : RunHere(directory, options);
 }
 
 }  // namespace

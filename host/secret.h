@@ -7,9 +7,6 @@
 
 namespace tarvex::host {
 
-// Whether there is somebody to ask: standard input is a terminal.
-bool CanAsk();
-
 // Shows the question and reads a line that the terminal does not show. Throws Trouble when there is nobody to ask.
 std::string AskSecret(const std::string& question);
 

@@ -11,10 +11,10 @@
 
 #include "host/choice.h"
 #include "host/commands.h"
-#include "host/control_socket.h"
 #include "host/display.h"
 #include "host/json.h"
 #include "host/log_file.h"
+#include "host/service_connection.h"
 #include "host/table.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"

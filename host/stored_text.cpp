@@ -54,7 +54,7 @@ std::string ToStored(std::string_view text) {
     std::string stored;
     while (!text.empty()) {
         const std::string_view character = text.substr(0, AnnouncedBytes(static_cast<unsigned char>(text.front())));
-        if (Converted(character, "UTF-32LE", "UTF-8").size() != 4) {
+        if (Converted(character, "UTF-8", "UTF-8").empty()) {
             throw Trouble(kBadData, "the byte " + Number("0x%02X", static_cast<unsigned char>(text.front())) +
                                         " is not UTF-8, the character set in which tarvex reads its words");
         }

@@ -26,8 +26,8 @@ int EditTree(const std::string& directory, const EditRequest& request, Reply& re
 // By the service when there is one, else by this process.
 int MakeEdit(const std::string& directory, const EditRequest& request, Reply& reply) {
     LockOrService access = TakeLockOrService(directory, request.words[0] + '-' + request.words[1]);
-    auto* const service = std::get_if<ServiceConnection>(&access);
-    return service ? service->Edit(request, reply, PrintNote) : EditTree(directory, request, reply);
+    auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access);
+    return service ? (*service)->Edit(request, reply, PrintNote) : EditTree(directory, request, reply);
 }
 
 }  // namespace
@@ -35,7 +35,7 @@ int MakeEdit(const std::string& directory, const EditRequest& request, Reply& re
 LockOrService TakeLockOrService(const std::string& directory, const std::string& command) {
     for (const auto deadline = Clock::now() + kPatience; Clock::now() < deadline; std::this_thread::sleep_for(kPause)) {
         if (std::optional<RootLock> lock = RootLock::Try(directory, command)) return std::move(*lock);
-        if (auto service = ServiceConnection::Try(directory)) return std::move(*service);
+        if (auto service = ServiceConnection::Try(directory)) return service;
     }
     return RootLock::Take(directory, command, {});
 }

@@ -2,17 +2,18 @@
 
 // Work on a tree, by this process or by the service that owns the tree.
 
+#include <memory>
 #include <string>
 #include <variant>
 
 #include "host/commands.h"
-#include "host/control_socket.h"
 #include "host/edit.h"
 #include "host/root_lock.h"
+#include "host/service_connection.h"
 
 namespace tarvex::host {
 
-using LockOrService = std::variant<RootLock, ServiceConnection>;
+using LockOrService = std::variant<RootLock, std::unique_ptr<ServiceConnection>>;
 
 // The lock of the root for the command, or the service that has it. Throws Trouble, which names the holder, when that
 // is another command that does not let go soon.

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "host/account.h"
 #include "host/commands.h"
 #include "host/display.h"
 #include "host/edit.h"
+#include "host/input.h"
 #include "host/key_options.h"
 #include "host/keys.h"
 #include "host/listing.h"
@@ -105,8 +107,9 @@ int Set(const Context& context, const Given& given, const std::string& kind) {
 int AddUser(const Context& context, const Given& given) {
     CAppSetting setting;
     if (setting.Load(ConfigurationDirectory()) && setting.allowcreatenewuser == 0) {
-        throw Trouble(kNotAllowed, "appset.def in " + QuotedPath(ConfigurationDirectory()) +
-                                       " does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
+        throw Trouble(kNotAllowed,
+                      "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
+                          "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
     }
     EditRequest request{{"user", "add", "loginname=" + given.first}, {}, {}};
     given.keys.Fill(request);

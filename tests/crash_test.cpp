@@ -164,8 +164,7 @@ std::map<std::string, std::string> FilesBelow(const fs::path& root) {
     std::map<std::string, std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
         const std::string name = fs::relative(entry, root).generic_string();
-        if (entry.is_regular_file() && name.find("/.tarvex-try-") == std::string::npos)
-            files[name] = ReadFile(entry.path());
+        if (entry.is_regular_file() && !name.starts_with(".tarvex-try-")) files[name] = ReadFile(entry.path());
     }
     return files;
 }

@@ -18,6 +18,8 @@ void Remember(int signal) { caught_signal = signal; }
 
 }  // namespace
 
+std::vector<std::string> Words(int argc, char** argv) { return {argv, argv + argc}; }
+
 void CatchTermination() {
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
         struct sigaction action {};
@@ -53,5 +55,7 @@ bool ShowsColours() {
     const char* const no_color = std::getenv("NO_COLOR");
     return CanRedraw() && !(no_color && *no_color);
 }
+
+void ShowUtf8() {}  // UTF-8 is what they take
 
 }  // namespace tarvex::host

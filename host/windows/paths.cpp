@@ -2,42 +2,52 @@
 
 #include "host/paths.h"
 
-#include <windows.h>
-
+#include <iterator>
 #include <random>
-#include <system_error>
+
+#include "host/display.h"
+#include "host/trouble.h"
+#include "host/windows/wide.h"
 
 namespace tarvex::host {
-namespace {
 
-std::string Narrow(unsigned code_page, const std::wstring& text) {
-    const int units = static_cast<int>(text.size());
-    const int bytes = WideCharToMultiByte(code_page, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(code_page, 0, text.data(), units, narrow.data(), bytes, nullptr, nullptr);
-    return narrow;
-}
+std::filesystem::path NativePath(std::string_view path) { return Wide(CP_ACP, path); }
 
-}  // namespace
+std::string PathAsUtf8(std::string_view path) { return Utf8(NativePath(path).native()); }
 
-std::filesystem::path NativePath(std::string_view path) {
-    const int bytes = static_cast<int>(path.size());
-    const int units = MultiByteToWideChar(CP_ACP, 0, path.data(), bytes, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(units), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, path.data(), bytes, wide.data(), units);
-    return wide;
-}
-
-std::string PathAsUtf8(std::string_view path) { return Narrow(CP_UTF8, NativePath(path)); }
-
-std::string MakeTemporaryFolder(const std::string& name) {
-    const std::wstring number = std::to_wstring(std::random_device()());
-    const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / (NativePath(name).wstring() + L"-" + number);
-    if (!std::filesystem::create_directory(folder)) {
-        throw std::system_error(std::make_error_code(std::errc::file_exists), "no folder " + folder.string());
+std::string TreePath(std::string_view typed) {
+    const std::wstring wide = Wide(CP_UTF8, typed);
+    std::string path = Narrow(CP_ACP, wide);
+    if (NativePath(path) != wide) {
+        throw Trouble(kBadUsage, "the path \"" + ShowText(typed, "UTF-8") +
+                                     "\" has characters that the code page of this system does not have");
     }
-    return Narrow(CP_ACP, folder);
+    return path;
+}
+
+std::string WholePath(const std::string& path) {
+    std::wstring whole = std::filesystem::absolute(NativePath(path)).lexically_normal().make_preferred();
+    while (whole.size() > std::size("C:\\") - 1 && whole.ends_with(L'\\')) whole.pop_back();
+    return Narrow(CP_ACP, whole);
+}
+
+std::string MakeNewFolder(const std::string& start) {
+    constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::random_device random;
+    std::string folder;
+    do {
+        folder = start;
+        for (std::size_t i = 0; i < kChosenLetters; ++i) folder += kLetters[random() % kLetters.size()];
+    } while (!std::filesystem::create_directory(NativePath(folder)));  // false for one that is there
+    return folder;
+}
+
+std::string TemporaryDirectory() { return Narrow(CP_ACP, std::filesystem::temp_directory_path().native()); }
+
+std::error_code MakeOwnDirectories(const std::string& directory) {
+    std::error_code error;
+    std::filesystem::create_directories(NativePath(directory), error);
+    return error;
 }
 
 }  // namespace tarvex::host

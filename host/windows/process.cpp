@@ -2,9 +2,14 @@
 
 #include <windows.h>
 
+#include <shellapi.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
+#include <optional>
+
+#include "host/windows/wide.h"
 
 namespace tarvex::host {
 namespace {
@@ -13,7 +18,22 @@ volatile std::sig_atomic_t caught_signal = 0;
 
 void Remember(int signal) { caught_signal = signal; }
 
+std::optional<CONSOLE_SCREEN_BUFFER_INFO> Screen() {
+    CONSOLE_SCREEN_BUFFER_INFO screen;
+    if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &screen)) return std::nullopt;
+    return screen;
+}
+
 }  // namespace
+
+std::vector<std::string> Words(int, char**) {
+    int count = 0;
+    wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    std::vector<std::string> words;
+    for (int i = 0; i < count; ++i) words.push_back(Utf8(wide[i]));
+    LocalFree(static_cast<void*>(wide));
+    return words;
+}
 
 // The runtime forgets the handler when it calls it.
 void CatchTermination() {
@@ -24,12 +44,22 @@ int CaughtSignal() { return caught_signal; }
 
 void RaiseFileLimit() {}
 
-bool ShowsColours() {
-    const char* const no_color = std::getenv("NO_COLOR");
-    if (no_color && *no_color) return false;
+// Escape sequences are switched on for that.
+bool CanRedraw() {
     const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
     DWORD mode = 0;
     return GetConsoleMode(console, &mode) && SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+}
+
+int TerminalLines() {
+    constexpr int kUsualLines = 24;
+    const auto screen = Screen();
+    return screen ? screen->srWindow.Bottom - screen->srWindow.Top + 1 : kUsualLines;
+}
+
+bool ShowsColours() {
+    const char* const no_color = std::getenv("NO_COLOR");
+    return !(no_color && *no_color) && CanRedraw();
 }
 
 void ShowUtf8() { SetConsoleOutputCP(CP_UTF8); }

@@ -428,19 +428,6 @@ TEST_F(HostCommands, EveryKeyCanBeSetAndShown) {
                 StartsWith("2026-12-24T18:00:00"));
 }
 
-TEST_F(HostCommands, ATextCanBeEmptied) {
-    MakeTree();
-    for (const Words& empty : {Words{"--nickname", ""}, {"--nickname="}}) {
-        Do({"profile", "set", "user0/from0", "--nickname=office"});
-        Words words = {"profile", "set", "user0/from0"};
-        words.insert(words.end(), empty.begin(), empty.end());
-        EXPECT_THAT(Do(words), HasSubstr("nickname: \"office\" -> \"\""));
-        EXPECT_EQ(Profile().nickname, "");
-    }
-    EXPECT_THAT(Fail(host::kBadData, {"forward", "set", "phone", "--compress_words="}), HasSubstr("compress_words"));
-    EXPECT_THAT(Fail(host::kBadUsage, {"profile", "set", "user0/from0", "--timer="}), HasSubstr("timer"));
-}
-
 TEST_F(HostCommands, TheHelpExplainsEveryKey) {
     const std::string help = Do({"profile", "set", "--help"});
     for (const auto& key : host::Keys<CPopProfileSetting>()) {

@@ -24,8 +24,8 @@
 #include <thread>
 #include <vector>
 
-#include "host/control_socket.h"
-#include "host/descriptor.h"
+#include "host/posix/control_socket.h"
+#include "host/posix/descriptor.h"
 #include "host/trouble.h"
 #include "tests/host_program.h"
 

@@ -1,4 +1,4 @@
-#include "host/control_socket.h"
+#include "host/posix/control_socket.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -167,20 +167,28 @@ Trouble Gone() {
     return {kTryLater, "the service ended before it answered; see whether the change was made, and try again"};
 }
 
-}  // namespace
+// The side of a command.
+class SocketConnection : public ServiceConnection {
+public:
+    explicit SocketConnection(Descriptor socket) : socket_(std::move(socket)) {}
 
-bool IsAllowedPeer(uid_t peer, uid_t service) { return peer == service || peer == 0; }
+    int Edit(const EditRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note) override;
+    int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
+            const std::function<void()>& on_wait) override;
+    std::vector<RunNow> Runs() override;
 
-// ---- the side of a command
+private:
+    int Ask(const std::string& message, Reply& reply, const std::function<void(const std::string&)>& on_note,
+            const std::function<void()>& on_wait);
+    void Send(const std::string& message) const;
+    void Wait(const std::function<void()>& on_wait) const;
+    std::string Receive() const;
 
-std::optional<ServiceConnection> ServiceConnection::Try(const std::string& root) {
-    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) return std::nullopt;
-    return ServiceConnection(std::move(socket));
-}
+    Descriptor socket_;
+};
 
-int ServiceConnection::Edit(const EditRequest& request, Reply& reply,
-                            const std::function<void(const std::string&)>& on_note) {
+int SocketConnection::Edit(const EditRequest& request, Reply& reply,
+                           const std::function<void(const std::string&)>& on_note) {
     const std::string message = Framed({{"edit", JsonOf(request)}});
     if (message.size() > kMaxRequest) {
         throw Trouble(kBadData, "this is more than the service takes at once; stop it, and try again");
@@ -188,15 +196,15 @@ int ServiceConnection::Edit(const EditRequest& request, Reply& reply,
     return Ask(message, reply, on_note, {});
 }
 
-int ServiceConnection::Run(const RunRequest& request, Reply& reply,
-                           const std::function<void(const std::string&)>& on_note,
-                           const std::function<void()>& on_wait) {
+int SocketConnection::Run(const RunRequest& request, Reply& reply,
+                          const std::function<void(const std::string&)>& on_note,
+                          const std::function<void()>& on_wait) {
     return Ask(Framed({{"run", JsonOf(request)}}), reply, on_note, on_wait);
 }
 
-int ServiceConnection::Ask(const std::string& message, Reply& reply,
-                           const std::function<void(const std::string&)>& on_note,
-                           const std::function<void()>& on_wait) {
+int SocketConnection::Ask(const std::string& message, Reply& reply,
+                          const std::function<void(const std::string&)>& on_note,
+                          const std::function<void()>& on_wait) {
     Send(message);
     for (;;) {
         if (on_wait) Wait(on_wait);
@@ -211,12 +219,12 @@ int ServiceConnection::Ask(const std::string& message, Reply& reply,
     }
 }
 
-void ServiceConnection::Wait(const std::function<void()>& on_wait) const {
+void SocketConnection::Wait(const std::function<void()>& on_wait) const {
     pollfd answer{socket_.Get(), POLLIN, 0};
     while (poll(&answer, 1, static_cast<int>(kPause.count())) == 0) on_wait();
 }
 
-std::vector<RunNow> ServiceConnection::Runs() {
+std::vector<RunNow> SocketConnection::Runs() {
     constexpr timeval kLimit{2, 0};
     setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLimit, sizeof kLimit);
     Send(Framed({{"runs", true}}));
@@ -227,7 +235,7 @@ std::vector<RunNow> ServiceConnection::Runs() {
     return runs;
 }
 
-void ServiceConnection::Send(const std::string& message) const {
+void SocketConnection::Send(const std::string& message) const {
     std::string_view rest = message;
     while (!rest.empty()) {
         const ssize_t sent = send(socket_.Get(), rest.data(), rest.size(), MSG_NOSIGNAL);
@@ -238,7 +246,7 @@ void ServiceConnection::Send(const std::string& message) const {
     }
 }
 
-std::string ServiceConnection::Receive() const {
+std::string SocketConnection::Receive() const {
     const auto receive = [this](std::size_t size) {
         std::string bytes(size, '\0');
         std::size_t done = 0;
@@ -252,6 +260,16 @@ std::string ServiceConnection::Receive() const {
     const std::size_t length = LengthIn(receive(kLengthBytes));
     if (length > kMaxReply) throw Gone();
     return receive(length);
+}
+
+}  // namespace
+
+bool IsAllowedPeer(uid_t peer, uid_t service) { return peer == service || peer == 0; }
+
+std::unique_ptr<ServiceConnection> ServiceConnection::Try(const std::string& root) {
+    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) return nullptr;
+    return std::make_unique<SocketConnection>(std::move(socket));
 }
 
 // ---- the side of the service
@@ -343,7 +361,7 @@ ControlServer::ControlServer(const std::string& root)
     const bool bound = bind(listener_.Get(), SocketAddress(root).Get(), SocketAddress::kSize) == 0;
     umask(old_mask);
     if (bound && listen(listener_.Get(), kBacklog) == 0) return;
-    throw Trouble(kCannotMake, "cannot listen on " + QuotedPath(path_) + ": " + std::strerror(errno));
+    throw Trouble(kCannotMake, "cannot listen on \"" + ShowPath(path_) + "\": " + std::strerror(errno));
 }
 
 ControlServer::~ControlServer() { unlink(path_.c_str()); }

@@ -1,4 +1,4 @@
-#include "host/service_log.h"
+#include "host/posix/service_log.h"
 
 #include <poll.h>
 #include <sys/stat.h>

@@ -18,45 +18,12 @@
 #include <string>
 #include <vector>
 
-#include "host/descriptor.h"
 #include "host/edit.h"
+#include "host/posix/descriptor.h"
 #include "host/runs.h"
+#include "host/service_connection.h"
 
 namespace tarvex::host {
-
-// Profiles to run at once: what `tarvex run` was told.
-struct RunRequest {
-    std::vector<std::string> names;  // UTF-8, as host/names.h finds them; none for all
-    bool now = false;                // also those that are not due
-};
-
-// The side of a command. Throws Trouble when the service ends before it has answered.
-class ServiceConnection {
-public:
-    // Nothing when no service answers there.
-    static std::optional<ServiceConnection> Try(const std::string& root);
-
-    // Has the edit made, however long that takes, and returns its exit code. Notes say what it waits for.
-    int Edit(const EditRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note);
-
-    // Has profiles run, waits for the ends of their runs, and returns the exit code. Meanwhile `on_wait`, when there is
-    // one, is called again and again.
-    int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
-            const std::function<void()>& on_wait);
-
-    std::vector<RunNow> Runs();  // throws Trouble also when the answer takes seconds
-
-private:
-    explicit ServiceConnection(Descriptor socket) : socket_(std::move(socket)) {}
-
-    int Ask(const std::string& message, Reply& reply, const std::function<void(const std::string&)>& on_note,
-            const std::function<void()>& on_wait);
-    void Send(const std::string& message) const;
-    void Wait(const std::function<void()>& on_wait) const;
-    std::string Receive() const;
-
-    Descriptor socket_;
-};
 
 // A connection as the service sees it.
 class ControlClient {

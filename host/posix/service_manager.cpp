@@ -1,4 +1,4 @@
-#include "host/service_manager.h"
+#include "host/posix/service_manager.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "host/commands.h"
+#include "host/posix/service.h"
 #include "host/process.h"
-#include "host/service.h"
 #include "host/tree_root.h"
 
 namespace tarvex::host {

@@ -1,4 +1,4 @@
-#include "host/service.h"
+#include "host/posix/service.h"
 
 #include <poll.h>
 
@@ -80,7 +80,7 @@ Service::Service(std::string directory, std::chrono::microseconds every)
 int Service::Run() {
     std::size_t profiles = 0;
     ForEachProfile([&profiles](const CPopProfile&) { ++profiles; });
-    log_.Say("serving " + QuotedPath(directory_) + " with " + ShowCount(profiles, "profile"));
+    log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
     manager_.Ready();
     for (;;) {
         Look();

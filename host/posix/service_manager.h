@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "host/descriptor.h"
+#include "host/posix/descriptor.h"
 
 namespace tarvex::host {
 

@@ -9,11 +9,11 @@
 #include <set>
 #include <string>
 
-#include "host/control_socket.h"
+#include "host/posix/control_socket.h"
+#include "host/posix/service_log.h"
+#include "host/posix/service_manager.h"
+#include "host/posix/signals.h"
 #include "host/root_lock.h"
-#include "host/service_log.h"
-#include "host/service_manager.h"
-#include "host/signals.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "host/descriptor.h"
+#include "host/posix/descriptor.h"
 
 namespace tarvex::host {
 
