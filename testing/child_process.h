@@ -21,7 +21,7 @@ public:
         Closed,    // output to a pipe that nobody reads
     };
 
-    // The program by its path and its arguments; the variables ("NAME=value") replace those of this process.
+    // The program by its path and its arguments, in UTF-8; the variables ("NAME=value") replace those of this process.
     // Throws std::system_error when it cannot be started. The input, at most 64 KiB, is what it can read; on POSIX.
     explicit ChildProcess(std::vector<std::string> words, Output output = Output::Pipe,
                           std::vector<std::string> variables = {}, const std::string& input = {});

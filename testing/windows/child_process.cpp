@@ -135,13 +135,17 @@ ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::v
     std::string command_line;
     for (const std::string& word : words) command_line += (command_line.empty() ? "" : " ") + Quoted(word);
     std::string environment = Environment(variables);
-    STARTUPINFOA start{};
+    std::wstring wide(command_line.size(), L'\0');
+    wide.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, command_line.data(),
+                                                             static_cast<int>(command_line.size()), wide.data(),
+                                                             static_cast<int>(wide.size()))));
+    STARTUPINFOW start{};
     start.cb = sizeof start;
     start.dwFlags = STARTF_USESTDHANDLES;
     start.hStdOutput = out.theirs.Get();
     start.hStdError = err.theirs.Get();
     PROCESS_INFORMATION started{};
-    if (!CreateProcessA(nullptr, command_line.data(), nullptr, nullptr, TRUE, 0, environment.data(), nullptr, &start,
+    if (!CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, 0, environment.data(), nullptr, &start,
                         &started)) {
         throw Failure(words[0]);
     }
