@@ -64,7 +64,7 @@ enum class Durability {
 // left-over new file is replaced by the next call.
 //
 // False, with the old content in place, when that fails, and when the existing file is not writable or not a regular
-// file. False as well when only the last step fails, the sync of the directory: the new content is then in place, and a
+// file. False as well when only the last step fails, the sync of the new name: the new content is then in place, and a
 // power failure may bring the old one back.
 [[nodiscard]] bool WriteTextFile(const std::string& path, std::string_view text, Durability durability);
 

@@ -3,9 +3,13 @@
 // The new content goes to a file beside the old one, which is renamed over it; the new file is also the lock that keeps
 // two writers of one file apart, since it is open for one writer alone until it has its new name. ReplaceFile would for
 // a moment leave no file under the name.
+//
+// Nothing can be renamed over an open file everywhere. So a rename waits for the readers of this process, who in return
+// let it pass before the next of them begins, and is patient with those of others.
 
 #include <windows.h>
 
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
@@ -24,6 +28,45 @@ constexpr std::size_t kReadChunkBytes = 65536;
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 // ---- reading
+
+SRWLOCK open_or_renamed = SRWLOCK_INIT;  // shared by who has a text file open, exclusive for who renames over one
+
+class RenameLock {
+public:
+    RenameLock() { AcquireSRWLockExclusive(&open_or_renamed); }
+    ~RenameLock() { ReleaseSRWLockExclusive(&open_or_renamed); }
+    RenameLock(const RenameLock&) = delete;
+    RenameLock& operator=(const RenameLock&) = delete;
+};
+
+// An existing file that is looked at and closed soon. A thread has one at a time.
+class OpenedFile {
+public:
+    OpenedFile(const std::wstring& path, DWORD access, DWORD flags) {
+        Patiently([&] {
+            AcquireSRWLockShared(&open_or_renamed);
+            file_ = FileHandle(CreateFileW(path.c_str(), access, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
+            if (file_) return true;
+            const DWORD error = GetLastError();
+            ReleaseSRWLockShared(&open_or_renamed);
+            SetLastError(error);
+            return false;
+        });
+    }
+    ~OpenedFile() {
+        if (!file_) return;
+        file_.Close();
+        ReleaseSRWLockShared(&open_or_renamed);
+    }
+    OpenedFile(const OpenedFile&) = delete;
+    OpenedFile& operator=(const OpenedFile&) = delete;
+
+    explicit operator bool() const { return static_cast<bool>(file_); }
+    HANDLE Get() const { return file_.Get(); }
+
+private:
+    FileHandle file_;
+};
 
 // Nothing for what is no file on a disk.
 std::optional<BY_HANDLE_FILE_INFORMATION> Describe(HANDLE file) {
@@ -84,11 +127,11 @@ std::optional<std::wstring> FinalPath(HANDLE file) {
 std::optional<Target> FindTarget(const std::string& path) {
     Target target;
     target.path = NativePath(path);
-    const FileHandle file =
-        OpenFileHandle(target.path, FILE_READ_ATTRIBUTES | READ_CONTROL, kShareAll, OPEN_EXISTING, 0);
+    const OpenedFile file(target.path, FILE_READ_ATTRIBUTES | READ_CONTROL, 0);
     if (!file) {
         const bool is_missing = GetLastError() == ERROR_FILE_NOT_FOUND &&
                                 GetFileAttributesW(target.path.c_str()) == INVALID_FILE_ATTRIBUTES;
+        target.path = FullPath(target.path);
         return is_missing ? std::optional(target) : std::nullopt;
     }
     const auto description = Describe(file.Get());
@@ -104,7 +147,7 @@ std::optional<Target> FindTarget(const std::string& path) {
 class NewFile {
 public:
     // Takes over a left-over new file, or creates one; waits while another writer has it. None when that fails.
-    static std::optional<NewFile> Take(std::wstring path);
+    static std::optional<NewFile> Take(const std::wstring& path);
 
     ~NewFile() {
         FILE_DISPOSITION_INFO removed{TRUE};
@@ -118,16 +161,17 @@ public:
     bool Fill(std::string_view content) const;
     bool Sync() const { return FlushFileBuffers(file_.Get()) != 0; }
     void AdoptRightsAndAttributes(const Target& target) const;
+    // Synced as well, when asked: false when that alone fails, with the target replaced.
     bool RenameTo(const std::wstring& target_path, bool synced);
 
 private:
-    NewFile(std::wstring path, FileHandle file) : path_(std::move(path)), file_(std::move(file)) {}
+    explicit NewFile(FileHandle file) : file_(std::move(file)) {}
+    bool TryRename(const std::wstring& target_path) const;
 
-    std::wstring path_;
     FileHandle file_;
 };
 
-std::optional<NewFile> NewFile::Take(std::wstring path) {
+std::optional<NewFile> NewFile::Take(const std::wstring& path) {
     constexpr auto kPatienceWithWriters = std::chrono::seconds(60);
     FileHandle file =
         OpenFileHandle(path, GENERIC_READ | GENERIC_WRITE | DELETE | WRITE_DAC, FILE_SHARE_READ | FILE_SHARE_DELETE,
@@ -135,7 +179,7 @@ std::optional<NewFile> NewFile::Take(std::wstring path) {
     if (!file) return std::nullopt;
     const auto description = Describe(file.Get());
     if (!description || (description->dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return std::nullopt;
-    return NewFile(std::move(path), std::move(file));
+    return NewFile(std::move(file));
 }
 
 bool NewFile::Fill(std::string_view content) const {
@@ -162,30 +206,47 @@ void NewFile::AdoptRightsAndAttributes(const Target& target) const {
     SetFileInformationByHandle(file_.Get(), FileBasicInfo, &attributes, sizeof attributes);
 }
 
+// One attempt.
+bool NewFile::TryRename(const std::wstring& target_path) const {
+    // FileRenameInfoEx with its flags, for Windows 10 and later: what others have open is replaced as well.
+    constexpr auto kRenameByFlags = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+    constexpr DWORD kReplaceWhatIsOpen = 3;
+
+    const std::size_t name_bytes = target_path.size() * sizeof(wchar_t);
+    std::vector<unsigned char> buffer(sizeof(FILE_RENAME_INFO) + name_bytes);  // with a zero behind the name
+    const auto buffer_bytes = static_cast<DWORD>(buffer.size());
+    auto* const rename = reinterpret_cast<FILE_RENAME_INFO*>(buffer.data());
+    rename->ReplaceIfExists = TRUE;
+    rename->FileNameLength = static_cast<DWORD>(name_bytes);
+    std::memcpy(rename->FileName, target_path.data(), name_bytes);
+
+    const RenameLock lock;
+    if (SetFileInformationByHandle(file_.Get(), FileRenameInfo, rename, buffer_bytes)) return true;
+    if (GetLastError() != ERROR_ACCESS_DENIED) return false;
+    std::memcpy(rename, &kReplaceWhatIsOpen, sizeof kReplaceWhatIsOpen);
+    if (SetFileInformationByHandle(file_.Get(), kRenameByFlags, rename, buffer_bytes)) return true;
+    SetLastError(ERROR_SHARING_VIOLATION);  // somebody has it open, as far as one can tell
+    return false;
+}
+
 bool NewFile::RenameTo(const std::wstring& target_path, bool synced) {
-    const DWORD flags = MOVEFILE_REPLACE_EXISTING | (synced ? MOVEFILE_WRITE_THROUGH : 0U);
-    const bool renamed = Patiently([&] {
-        if (MoveFileExW(path_.c_str(), target_path.c_str(), flags)) return true;
-        // What is open cannot be replaced on older systems.
-        if (GetLastError() == ERROR_ACCESS_DENIED) SetLastError(ERROR_SHARING_VIOLATION);
-        return false;
-    });
-    if (renamed) file_.Close();
-    return renamed;
+    if (!Patiently([&] { return TryRename(target_path); })) return false;
+    const bool is_safe = !synced || Sync();
+    file_.Close();
+    return is_safe;
 }
 
 // Whether the target holds the content and nobody is about to replace it.
 bool Holds(const Target& target, const std::wstring& new_path, std::string_view content) {
     if (!target.exists || GetFileAttributesW(new_path.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
-    const FileHandle file = OpenFileHandle(target.path, GENERIC_READ, kShareAll, OPEN_EXISTING, 0);
+    const OpenedFile file(target.path, GENERIC_READ, 0);
     return file && ReadWhole(file.Get()) == content;
 }
 
 }  // namespace
 
 std::optional<std::vector<std::string>> ReadTextLines(const std::string& path) {
-    const FileHandle file =
-        OpenFileHandle(NativePath(path), GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN);
+    const OpenedFile file(NativePath(path), GENERIC_READ, FILE_FLAG_SEQUENTIAL_SCAN);
     if (!file) {
         ThrowWhenExhausted(GetLastError());
         return std::nullopt;

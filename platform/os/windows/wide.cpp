@@ -35,4 +35,11 @@ std::wstring NativePath(std::string_view path) {
     return ToWide(path).value_or(std::wstring());
 }
 
+std::wstring FullPath(const std::wstring& path) {
+    std::wstring full(GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');  // with its zero
+    const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    full.resize(length < full.size() ? length : 0);
+    return full;
+}
+
 }  // namespace tarvex

@@ -18,4 +18,7 @@ std::optional<std::string> FromWide(std::wstring_view text);
 // system would see only the part before, and for one that does not belong to the code page.
 std::wstring NativePath(std::string_view path);
 
+// The same path, from the root of its file system on and without "." and "..". Empty when there is none.
+std::wstring FullPath(const std::wstring& path);
+
 }  // namespace tarvex
