@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 
+#include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "tarvex/tarvex.h"
 #include "tarvex/tarvex_c.h"
@@ -24,9 +26,13 @@ bool IsRoot(const tarvex_root* root) {
 }
 
 tarvex_root* Open(const char* directory) {
+    if (PathExists(directory) && !PathExists(std::string(directory) + "\\")) {
+        last_error = "The root is not a directory.";
+        return nullptr;
+    }
     auto root = std::make_unique<tarvex_root>();
     if (!root->tree.SetRootPath(directory)) {
-        last_error = "The root directory does not exist and cannot be created.";
+        last_error = "The root directory cannot be opened or created.";
         return nullptr;
     }
     return root.release();

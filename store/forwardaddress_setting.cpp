@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "store/record.h"
 #include "store/records.h"
@@ -31,7 +32,7 @@ int LoadRecord(CForwardAddressSetting& setting, const CString& directory) {
     CForwardAddressSetting draft;
     AssignFields(draft, setting, kFormat);
     // The directory's own name stands in for an address that the file does not give, also when there is no file.
-    draft.address = directory.substr(directory.rfind('\\') + 1);
+    draft.address = LastComponent(directory);
     const int result = ReadRecord(draft, directory, kFormat);
     SwapAllFields(setting, draft, kFormat);
     return result;

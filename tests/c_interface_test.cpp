@@ -37,7 +37,10 @@ TEST(CInterface, OpensADirectoryThatItCreates) {
 TEST(CInterface, SaysWhyARootCannotBeOpened) {
     const TempDir folder;
     EXPECT_EQ(Open(folder / "missing/root"), nullptr);
-    EXPECT_THAT(tarvex_last_error(), StrEq("The root directory does not exist and cannot be created."));
+    EXPECT_THAT(tarvex_last_error(), StrEq("The root directory cannot be opened or created."));
+    WriteFile(folder / "file", "");
+    EXPECT_EQ(Open(folder / "file"), nullptr);
+    EXPECT_THAT(tarvex_last_error(), StrEq("The root is not a directory."));
     EXPECT_EQ(tarvex_open(nullptr), nullptr);
     EXPECT_THAT(tarvex_last_error(), StrEq("The directory is null."));
 }

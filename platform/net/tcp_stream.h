@@ -46,7 +46,7 @@ public:
     [[nodiscard]] Transfer Send(std::span<const std::string_view> parts);
     [[nodiscard]] Transfer Receive(char* buffer, std::size_t size_bytes);
 
-    enum class Event { ToRead, ToWrite, ToReadOrWrite };
+    enum class Event { ToConnect, ToRead, ToWrite, ToReadOrWrite };
     // Waits until the event or an end of the connection, which the next attempt to send or receive then tells.
     [[nodiscard]] Failure Wait(Event event, const Deadline& deadline);
 

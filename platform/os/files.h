@@ -2,7 +2,8 @@
 
 // Files and directories. Every path may hold the backslash as separator; it is turned into the system's own form here,
 // byte for byte, and nowhere else. A path that holds a zero byte names nothing. Nothing throws but std::bad_alloc,
-// which stands for file descriptors that have run out as well. Thread-safe.
+// which stands for file descriptors that have run out as well, and on Windows for a listing that breaks off. There a
+// path has at most 259 characters. Thread-safe.
 
 #include <cstdint>
 #include <optional>
@@ -37,8 +38,9 @@ struct DirectoryEntry {
 };
 
 // The entries of a directory whose names match the wildcard mask in the last component ("root\user*": * any text, ? one
-// byte; case-sensitive on Linux), in the order in which the system returns them, "." and ".." included. On Linux a name
-// that holds a backslash itself is left out, since no path could name it. Empty when the directory cannot be read.
+// byte, case-sensitive; on Windows ? is one character, and short names match as well), in the order in which the system
+// returns them, "." and ".." included. On Linux a name that holds a backslash itself is left out, since no path could
+// name it. Empty when the directory cannot be read.
 std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask);
 
 // Removes a directory with everything in it, as far as the system lets it. Links are removed, not followed: a path that
@@ -67,6 +69,9 @@ enum class Durability {
 // file. False as well when only the last step fails, the sync of the new name: the new content is then in place, and a
 // power failure may bring the old one back.
 [[nodiscard]] bool WriteTextFile(const std::string& path, std::string_view text, Durability durability);
+
+// What follows the last backslash of a path, and the whole of one without.
+std::string LastComponent(const std::string& path);
 
 // The directory of the running program, without a separator at its end. Empty when the system does not tell.
 std::string GetApplicationPath();

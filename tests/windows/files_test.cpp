@@ -5,18 +5,32 @@
 
 #include <gtest/gtest.h>
 #include <windows.h>
+// Behind the one that it needs.
+#include <sddl.h>
 
 #include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "testing/temp_dir.h"
 #include "tests/file_tools.h"
+#include "tests/windows/replaced_import.h"
+
+extern "C" {
+extern void* imported_create_file asm("__imp__CreateFileW@28");
+extern void* imported_find_next_file asm("__imp__FindNextFileW@8");
+extern void* imported_flush asm("__imp__FlushFileBuffers@4");
+extern void* imported_get_volume asm("__imp__GetVolumePathNameW@12");
+extern void* imported_set_information asm("__imp__SetFileInformationByHandle@16");
+void WINAPI RtlSetLastWin32ErrorAndNtStatusFromNtStatus(LONG status);
+}
 
 namespace tarvex {
 
@@ -27,6 +41,7 @@ using testing::Enumerated;
 using testing::Lines;
 using testing::Names;
 using testing::ReadFile;
+using testing::ReplacedImport;
 using testing::TempDir;
 using testing::Write;
 using testing::WriteFile;
@@ -47,8 +62,8 @@ private:
 };
 
 // Does the work while somebody holds the file, who lets it go a moment after the work has begun.
-bool WhileHeldForAMoment(const std::string& path, const std::function<bool()>& work) {
-    auto holder = std::make_unique<Holder>(path, 0);
+bool WhileHeldForAMoment(const std::string& path, DWORD sharing, const std::function<bool()>& work) {
+    auto holder = std::make_unique<Holder>(path, sharing);
     const std::jthread release([&holder] {
         std::this_thread::sleep_for(100ms);  // what a virus scanner takes
         holder.reset();
@@ -114,6 +129,67 @@ TEST(Files, WhatIsNoDirectoryIsNotDeleted) {
     EXPECT_EQ(Names(dir.String()), Lines{"file"});
 }
 
+BOOL WINAPI NoNextFile(HANDLE, WIN32_FIND_DATAW*) {
+    SetLastError(ERROR_NETNAME_DELETED);
+    return FALSE;
+}
+
+TEST(Files, AListingThatBreaksOffDoesNotPassForAWholeOne) {
+    const TempDir dir;
+    WriteFile(dir / "user0", "");
+    const ReplacedImport broken(imported_find_next_file, NoNextFile);
+    EXPECT_THROW(EnumerateDirectory(dir.String() + "\\*"), std::bad_alloc);
+}
+
+HANDLE WINAPI NoHandles(LPCWSTR, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) {
+    SetLastError(ERROR_TOO_MANY_OPEN_FILES);
+    return INVALID_HANDLE_VALUE;
+}
+
+TEST(Files, WithoutHandlesNothingPassesForMissing) {
+    const TempDir dir;
+    WriteFile(dir / "file", "");
+    const ReplacedImport none(imported_create_file, NoHandles);
+    EXPECT_THROW(PathExists(dir / "file"), std::bad_alloc);
+    EXPECT_THROW(ReadTextLines(dir / "file"), std::bad_alloc);
+}
+
+std::wstring root_of_all;
+
+BOOL WINAPI VolumeOfRoot(LPCWSTR, LPWSTR volume, DWORD units) {
+    volume[root_of_all.copy(volume, units)] = L'\0';
+    return TRUE;
+}
+
+TEST(Files, TheRootOfAFileSystemIsNotDeletedWhateverItIsCalled) {
+    const TempDir dir;
+    ASSERT_TRUE(CreateOneDirectory(dir / "folder"));
+    root_of_all = dir.Path().wstring() + L"\\";
+    const ReplacedImport root(imported_get_volume, VolumeOfRoot);
+    for (const char* const name : {"", "\\", "\\.", "\\folder\\..", "/folder/../"}) {
+        DeleteDirectory(dir.String() + name);
+        EXPECT_TRUE(PathExists(dir / "folder")) << name;
+    }
+    DeleteDirectory(dir / "folder\\.\\");
+    EXPECT_FALSE(PathExists(dir / "folder"));
+}
+
+TEST(Files, ADirectoryWhoseDeletedFileOthersHaveOpenForAMomentIsDeleted) {
+    const TempDir dir;
+    ASSERT_TRUE(CreateOneDirectory(dir / "user0"));
+    WriteFile(dir / "user0/file", "");
+    EXPECT_TRUE(WhileHeldForAMoment(dir / "user0/file", FILE_SHARE_READ | FILE_SHARE_DELETE, [&] {
+        DeleteDirectory(dir / "user0");
+        return !PathExists(dir / "user0");
+    }));
+}
+
+TEST(Files, TheLastComponentFollowsTheLastBackslash) {
+    EXPECT_EQ(LastComponent("C:\\root\\forwardto3"), "forwardto3");
+    EXPECT_EQ(LastComponent("forwardto3"), "forwardto3");
+    EXPECT_EQ(LastComponent("root\\"), "");
+}
+
 TEST(Files, TwoDirectoriesAreToldApartAndOneIsItself) {
     const TempDir dir;
     ASSERT_TRUE(CreateOneDirectory(dir / "a"));
@@ -169,15 +245,158 @@ TEST(TextFiles, SomethingElseInThePlaceOfTheNewFileFailsTheWrite) {
     EXPECT_EQ(ReadFile(dir / "file"), "old");
 }
 
+// The file is deleted, but others have it open still.
+int refused_as_deleted = 0;
+decltype(&CreateFileW) real_create_file = nullptr;
+
+HANDLE WINAPI DeletedForAMoment(LPCWSTR path, DWORD access, DWORD sharing, SECURITY_ATTRIBUTES* security,
+                                DWORD disposition, DWORD flags, HANDLE like) {
+    constexpr LONG kDeletePending = static_cast<LONG>(0xC0000056);
+    const bool is_new = std::wstring(path).ends_with(L".new");
+    if (!is_new || refused_as_deleted == 0) {
+        return real_create_file(path, access, sharing, security, disposition, flags, like);
+    }
+    --refused_as_deleted;
+    RtlSetLastWin32ErrorAndNtStatusFromNtStatus(kDeletePending);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    return INVALID_HANDLE_VALUE;
+}
+
+TEST(TextFiles, ANewFileThatIsDeletedButOpenStillIsWaitedFor) {
+    const TempDir dir;
+    const ReplacedImport replaced(imported_create_file, DeletedForAMoment, real_create_file);
+    refused_as_deleted = 2;
+    EXPECT_TRUE(Write(dir / "file", "new"));
+    EXPECT_EQ(refused_as_deleted, 0);
+    EXPECT_EQ(Names(dir.String()), Lines{"file"});
+}
+
+// ---- what is asked of the system
+
+Lines calls;
+std::string failing_call;
+std::unique_ptr<Holder> held;
+decltype(&SetFileInformationByHandle) real_set_information = nullptr;
+decltype(&FlushFileBuffers) real_flush = nullptr;
+
+bool Record(const std::string& call) {
+    calls.push_back(call);
+    if (call != failing_call) return true;
+    SetLastError(ERROR_DISK_FULL);
+    return false;
+}
+
+BOOL WINAPI RecordedFlush(HANDLE file) { return Record("flush") && real_flush(file); }
+
+BOOL WINAPI RecordedInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS what, void* information, DWORD bytes) {
+    constexpr auto kRenameByFlags = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+    if (what == kRenameByFlags) {
+        calls.push_back("rename by flags " + std::to_string(*static_cast<DWORD*>(information)));
+        held.reset();  // for a system that does not know it
+        what = FileRenameInfo;
+    } else if (what == FileRenameInfo && !Record("rename")) {
+        return FALSE;
+    }
+    return real_set_information(file, what, information, bytes);
+}
+
+class Recording {
+public:
+    explicit Recording(std::string failing = {}) {
+        calls.clear();
+        failing_call = std::move(failing);
+    }
+
+private:
+    const ReplacedImport flush_{imported_flush, RecordedFlush, real_flush};
+    const ReplacedImport set_information_{imported_set_information, RecordedInformation, real_set_information};
+};
+
+TEST(TextFiles, TheNewFileIsFlushedBeforeItIsRenamedAndOnceMoreAfterIt) {
+    const TempDir dir;
+    {
+        const Recording recording;
+        EXPECT_TRUE(WriteTextFile(dir / "file", "x", Durability::Synced));
+        EXPECT_EQ(calls, (Lines{"flush", "rename", "flush"}));
+    }
+    const Recording recording;
+    EXPECT_TRUE(WriteTextFile(dir / "file", "x", Durability::NotSynced));
+    EXPECT_EQ(calls, Lines{"rename"});
+}
+
+TEST(TextFiles, AFailedFlushOrRenameLeavesTheOldContentAndNoNewFile) {
+    const TempDir dir;
+    for (const std::string failing : {"flush", "rename"}) {
+        WriteFile(dir / "file", "old");
+        const Recording recording(failing);
+        EXPECT_FALSE(Write(dir / "file", "new"));
+        EXPECT_EQ(calls.back(), failing);
+        EXPECT_EQ(ReadFile(dir / "file"), "old");
+        EXPECT_EQ(Names(dir.String()), Lines{"file"});
+    }
+}
+
+TEST(TextFiles, AFileThatHoldsTheContentAlreadyIsLeftAloneWhenAsked) {
+    const TempDir dir;
+    const auto write = [&](const std::string& text) {
+        return WriteTextFile(dir / "file", text, Durability::SyncedWhenChanged);
+    };
+    ASSERT_TRUE(write("one\ntwo\n"));
+    {
+        const Recording recording;
+        EXPECT_TRUE(write("one\ntwo\n"));
+        EXPECT_EQ(calls, Lines{});
+    }
+    for (const std::string changed : {"one\ntwO\n", "one\n", "", "one\ntwo\n"}) {
+        const Recording recording;
+        EXPECT_TRUE(write(changed));
+        EXPECT_EQ(calls, (Lines{"flush", "rename", "flush"})) << changed;
+    }
+}
+
+TEST(TextFiles, WhereTheSystemCanItReplacesWhatOthersHaveOpen) {
+    const TempDir dir;
+    WriteFile(dir / "file", "old");
+    held = std::make_unique<Holder>(dir / "file", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+    const Recording recording;
+    EXPECT_TRUE(WriteTextFile(dir / "file", "new", Durability::NotSynced));
+    EXPECT_EQ(calls, (Lines{"rename", "rename by flags 3"}));
+    EXPECT_EQ(ReadFile(dir / "file"), "new");
+}
+
+std::vector<unsigned char> RightsTo(const std::string& path) {
+    DWORD bytes = 0;
+    GetFileSecurityA(path.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &bytes);
+    std::vector<unsigned char> rights(bytes);
+    EXPECT_TRUE(GetFileSecurityA(path.c_str(), DACL_SECURITY_INFORMATION, rights.data(), bytes, &bytes));
+    return rights;
+}
+
+TEST(TextFiles, WhoMayUseAFileStays) {
+    const TempDir dir;
+    WriteFile(dir / "file", "old");
+    const std::vector<unsigned char> usual = RightsTo(dir / "file");
+    void* rights = nullptr;
+    ASSERT_TRUE(
+        ConvertStringSecurityDescriptorToSecurityDescriptorA("D:P(A;;FA;;;BA)", SDDL_REVISION_1, &rights, nullptr));
+    ASSERT_TRUE(SetFileSecurityA((dir / "file").c_str(), DACL_SECURITY_INFORMATION, rights));
+    LocalFree(rights);
+    const std::vector<unsigned char> changed = RightsTo(dir / "file");
+    ASSERT_NE(changed, usual);
+    EXPECT_TRUE(Write(dir / "file", "new"));
+    EXPECT_EQ(RightsTo(dir / "file"), changed);
+}
+
 TEST(TextFiles, AFileThatIsHeldForAMomentIsReadAndReplacedAllTheSame) {
     const TempDir dir;
     for (const Durability durability : {Durability::Synced, Durability::SyncedWhenChanged, Durability::NotSynced}) {
         WriteFile(dir / "file", "old");
-        EXPECT_TRUE(WhileHeldForAMoment(dir / "file", [&] { return ReadTextLines(dir / "file") == Lines{"old"}; }));
-        EXPECT_TRUE(WhileHeldForAMoment(dir / "file", [&] { return WriteTextFile(dir / "file", "new", durability); }));
+        EXPECT_TRUE(WhileHeldForAMoment(dir / "file", 0, [&] { return ReadTextLines(dir / "file") == Lines{"old"}; }));
+        EXPECT_TRUE(
+            WhileHeldForAMoment(dir / "file", 0, [&] { return WriteTextFile(dir / "file", "new", durability); }));
         EXPECT_EQ(ReadFile(dir / "file"), "new");
     }
-    EXPECT_TRUE(WhileHeldForAMoment(dir / "file", [&] {
+    EXPECT_TRUE(WhileHeldForAMoment(dir / "file", 0, [&] {
         DeleteDirectory(dir.String());
         return !PathExists(dir / "file");
     }));

@@ -13,6 +13,11 @@ public:
     ReplacedImport(void*& place, Function* function) : place_(place), old_(place) {
         Set(reinterpret_cast<void*>(function));
     }
+    // Tells the function that is replaced.
+    template <class Function>
+    ReplacedImport(void*& place, Function* function, Function*& real) : ReplacedImport(place, function) {
+        real = reinterpret_cast<Function*>(old_);
+    }
     ~ReplacedImport() { Set(old_); }
     ReplacedImport(const ReplacedImport&) = delete;
     ReplacedImport& operator=(const ReplacedImport&) = delete;

@@ -1,12 +1,17 @@
-// Worker threads where none can be had, and what is left of those that have ended.
+// Worker threads where none can be had, what they are given, and what is left of those that have ended.
 
 #include "platform/os/threads.h"
 
 #include <gtest/gtest.h>
 #include <process.h>
+#include <windows.h>
+
+#include <utility>
+#include <vector>
 
 #include "tarvex/tarvex.h"
 #include "testing/scripted_server.h"
+#include "tests/busy_profile.h"
 #include "tests/forwarding.h"
 #include "tests/process_facts.h"
 #include "tests/windows/replaced_import.h"
@@ -14,6 +19,8 @@
 
 extern "C" {
 extern void* imported_begin_thread asm("__imp___beginthreadex");
+extern void* imported_get_module asm("__imp__GetModuleHandleExW@12");
+extern void* imported_set_working_set asm("__imp__SetProcessWorkingSetSize@12");
 }
 
 namespace tarvex {
@@ -25,6 +32,55 @@ TEST(Threads, NoThreadMeansNoWorker) {
     std::function<void()> body = [] { ADD_FAILURE() << "it runs"; };
     const testing::ReplacedImport none(imported_begin_thread, NoThread);
     EXPECT_EQ(testing::Begin(body), nullptr);
+}
+
+BOOL WINAPI NoModule(DWORD, LPCWSTR, HMODULE*) { return FALSE; }
+
+TEST(Threads, NoWorkerRunsInALibraryThatItCannotHold) {
+    std::function<void()> body = [] { ADD_FAILURE() << "it runs"; };
+    const testing::ReplacedImport none(imported_get_module, NoModule);
+    EXPECT_EQ(testing::Begin(body), nullptr);
+}
+
+std::pair<unsigned, unsigned> stack_and_flags;
+
+std::uintptr_t NoThreadAsAsked(void*, unsigned stack_bytes, unsigned(__stdcall*)(void*), void*, unsigned flags,
+                               unsigned*) {
+    stack_and_flags = {stack_bytes, flags};
+    return 0;
+}
+
+TEST(Threads, AWorkerHasAModestStack) {
+    std::function<void()> body = [] {};
+    const testing::ReplacedImport none(imported_begin_thread, NoThreadAsAsked);
+    EXPECT_EQ(testing::Begin(body), nullptr);
+    EXPECT_EQ(stack_and_flags, (std::pair<unsigned, unsigned>(512U * 1024, STACK_SIZE_PARAM_IS_A_RESERVATION)));
+}
+
+std::vector<std::pair<SIZE_T, SIZE_T>> working_sets;
+
+BOOL WINAPI RecordedWorkingSet(HANDLE process, SIZE_T minimum, SIZE_T maximum) {
+    EXPECT_EQ(process, ::GetCurrentProcess());
+    working_sets.emplace_back(minimum, maximum);
+    return TRUE;
+}
+
+TEST(RefreshThread, TrimsTheProcessWhenNoCopyIsLeft) {
+    constexpr SIZE_T kAll = static_cast<SIZE_T>(-1);
+    testing::DataTree tree;
+    testing::SilentServer pop;
+    testing::AddBusyProfile(tree, pop.Port());
+    const testing::ReplacedImport recorded(imported_set_working_set, RecordedWorkingSet);
+    Tarvex(&tree.root);
+    ASSERT_TRUE(pop.WaitForConnections(1));
+    working_sets.clear();
+
+    tree.root.RefreshThread();
+    tree.root.KillThread();  // looks before it frees the copy
+    EXPECT_TRUE(working_sets.empty());
+    tree.root.RefreshThread();
+    tree.root.RefreshThread();
+    EXPECT_EQ(working_sets, (std::vector<std::pair<SIZE_T, SIZE_T>>{{kAll, kAll}, {kAll, kAll}}));
 }
 
 TEST(Entry, CopyForWhichNoThreadIsToBeHadIsReaped) {

@@ -83,7 +83,7 @@ Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadli
     if (::connect(socket_, reinterpret_cast<const sockaddr*>(&target.storage), target.length) != 0) {
         int error = errno;
         if (error == EINPROGRESS || error == EINTR) {
-            failure = Wait(Event::ToWrite, deadline);
+            failure = Wait(Event::ToConnect, deadline);
             socklen_t length = sizeof error;
             if (!failure && ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
         }
@@ -109,7 +109,7 @@ Transfer TcpStream::Receive(char* buffer, std::size_t size_bytes) {
 }
 
 Failure TcpStream::Wait(Event event, const Deadline& deadline) {
-    const short events = event == Event::ToRead ? POLLIN : event == Event::ToWrite ? POLLOUT : POLLIN | POLLOUT;
+    const short events = event == Event::ToRead ? POLLIN : event == Event::ToReadOrWrite ? POLLIN | POLLOUT : POLLOUT;
     // The socket is registered only while this thread is in here, so it is never closed under an interruption. A worker
     // that was interrupted before wakes at once.
     const InterruptScope scope(*this);

@@ -2,8 +2,6 @@
 
 #include <winsock2.h>
 
-#include <system_error>
-
 namespace tarvex {
 
 std::string SocketErrorText(int error) {
@@ -24,6 +22,18 @@ std::string SocketErrorText(int error) {
             return "Cannot assign requested address";
         case WSAEAFNOSUPPORT:
             return "Address family not supported by protocol";
+        case WSAEACCES:  // a firewall, mostly
+            return "Permission denied";
+        case WSAEADDRINUSE:
+            return "Address already in use";
+        case WSAENETDOWN:
+            return "Network is down";
+        case WSAEHOSTDOWN:
+            return "Host is down";
+        case WSAENOBUFS:
+            return "No buffer space available";
+        case WSAENOTCONN:
+            return "Transport endpoint is not connected";
         case WSAEMFILE:
             return "Too many open files";
         case WSAESHUTDOWN:
@@ -37,7 +47,7 @@ std::string SocketErrorText(int error) {
         case WSANO_DATA:
             return "No address associated with hostname";
         default:
-            return std::system_category().message(error);
+            return "error " + std::to_string(error);
     }
 }
 

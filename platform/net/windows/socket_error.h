@@ -1,6 +1,7 @@
 #pragma once
 
-// Why the system refused a socket operation, in the words that it has on POSIX: logs read the same everywhere.
+// Why the system refused a socket operation, in the words that it has on POSIX, so that logs read the same everywhere;
+// "error" and the number for what is rare.
 
 #include <string>
 

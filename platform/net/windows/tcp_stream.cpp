@@ -21,6 +21,10 @@ namespace {
 
 constexpr std::size_t kMaxParts = 8;
 
+// The system would take a message of any size at once, and the time that its last byte needs would count as the
+// server's.
+constexpr std::size_t kMaxSentBytes = 65536;
+
 struct SystemAddress {
     sockaddr_storage storage{};
     int length = 0;
@@ -84,7 +88,7 @@ Transfer ToTransfer(int result, std::size_t bytes) {
     if (result == 0 && bytes > 0) return {Transfer::Status::Progress, bytes};
     if (result == 0) return {Transfer::Status::Ended};
     const int error = WSAGetLastError();
-    if (error == WSAEWOULDBLOCK) return {Transfer::Status::WouldBlock};
+    if (error == WSAEWOULDBLOCK || error == WSAENOBUFS) return {Transfer::Status::WouldBlock};
     return {Transfer::Status::Failed, 0, SocketErrorText(error)};
 }
 
@@ -119,7 +123,7 @@ Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadli
     if (::connect(Handle(socket_), reinterpret_cast<const sockaddr*>(&target.storage), target.length) != 0) {
         int error = WSAGetLastError();
         if (error == WSAEWOULDBLOCK) {
-            failure = Wait(Event::ToWrite, deadline);
+            failure = Wait(Event::ToConnect, deadline);
             int length = sizeof error;
             if (!failure &&
                 ::getsockopt(Handle(socket_), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) != 0) {
@@ -135,8 +139,11 @@ Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadli
 Transfer TcpStream::Send(std::span<const std::string_view> parts) {
     std::array<WSABUF, kMaxParts> buffers;
     const std::size_t count = std::min(parts.size(), buffers.size());
+    std::size_t room_bytes = kMaxSentBytes;
     for (std::size_t i = 0; i < count; ++i) {
-        buffers[i] = {static_cast<u_long>(parts[i].size()), const_cast<char*>(parts[i].data())};
+        const std::string_view part = parts[i].substr(0, room_bytes);
+        buffers[i] = {static_cast<u_long>(part.size()), const_cast<char*>(part.data())};
+        room_bytes -= part.size();
     }
     DWORD bytes = 0;
     const int result =
@@ -161,8 +168,9 @@ Failure TcpStream::Wait(Event event, const Deadline& deadline) {
         FD_ZERO(&to_write);
         FD_ZERO(&failed);
         FD_SET(Handle(wake_up_), &to_read);
-        FD_SET(socket, &failed);  // a connection that could not be made
-        if (event != Event::ToWrite) FD_SET(socket, &to_read);
+        // A connection that could not be made; later only urgent data would end the wait there, which nobody takes.
+        if (event == Event::ToConnect) FD_SET(socket, &failed);
+        if (event == Event::ToRead || event == Event::ToReadOrWrite) FD_SET(socket, &to_read);
         if (event != Event::ToRead) FD_SET(socket, &to_write);
         timeval time = ToTimeval(deadline.RemainingMs());
         const int ready = interrupted_ ? 0 : ::select(0, &to_read, &to_write, &failed, &time);

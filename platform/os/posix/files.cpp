@@ -139,6 +139,8 @@ void DeleteDirectory(const std::string& path, std::string_view first) {
     if (is_link && leads_to_directory) unlink(native.c_str());
 }
 
+std::string LastComponent(const std::string& path) { return path.substr(path.rfind('\\') + 1); }
+
 std::string GetApplicationPath() {
     std::error_code error;
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);

@@ -4,17 +4,19 @@
 #include <winsock2.h>
 
 #include "platform/net/tls.h"
+#include "platform/os/system_thread.h"
 
 namespace {
 
 class Application {
 public:
+    // The system's manual wants this done after the load; a failure is to fail the load, and every system does it here.
     Application() {
         WSADATA data;
         started_ = WSAStartup(MAKEWORD(2, 2), &data) == 0;
     }
     ~Application() {
-        if (started_) WSACleanup();
+        if (started_ && !tarvex::OtherThreadsAreGone()) WSACleanup();
     }
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;

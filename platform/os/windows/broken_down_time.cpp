@@ -4,6 +4,8 @@
 
 namespace tarvex {
 
+static_assert(sizeof(std::time_t) == sizeof(std::int64_t), "the standard library would end in 2038");
+
 std::optional<std::tm> BreakDown(std::int64_t moment) {
     std::tm parts{};
     if (_localtime64_s(&parts, &moment) != 0) return std::nullopt;

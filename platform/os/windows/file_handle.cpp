@@ -1,6 +1,10 @@
 #include "platform/os/windows/file_handle.h"
 
+#include <winternl.h>
+
 #include <new>
+
+extern "C" NTSTATUS NTAPI RtlGetLastNtStatus(void);
 
 namespace tarvex {
 
@@ -11,8 +15,12 @@ void ThrowWhenExhausted(DWORD error) {
     }
 }
 
+// A name whose file is deleted, and goes when the last of those who have it open closes it, is refused like one without
+// the right to it: the cause alone tells them apart.
 bool IsHeldByOthers() {
+    constexpr auto kDeletePending = static_cast<NTSTATUS>(0xC0000056);
     const DWORD error = GetLastError();
+    if (error == ERROR_ACCESS_DENIED) return RtlGetLastNtStatus() == kDeletePending;
     return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_USER_MAPPED_FILE;
 }
 

@@ -42,7 +42,7 @@ private:
 // not be looked at must not pass for missing.
 void ThrowWhenExhausted(DWORD error);
 
-// Whether the last error says that somebody else holds the file.
+// Whether the last error says that somebody else holds the file, or has it open although it is deleted.
 bool IsHeldByOthers();
 
 // For how long a virus scanner, for instance, may hold a file.

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "platform/os/windows/file_handle.h"
@@ -22,17 +23,23 @@ struct CloseSearch {
 };
 using Search = std::unique_ptr<HANDLE, CloseSearch>;
 
-// Calls `see` with every entry that matches the mask. Returns the error that ended it, 0 for none.
+struct Listing {
+    bool begun = false;
+    DWORD error = 0;  // that ended it, 0 for none
+};
+
+// Calls `see` with every entry that matches the mask.
 template <class See>
-DWORD ForEachEntry(const std::wstring& mask, See see) {
+Listing ForEachEntry(const std::wstring& mask, See see) {
     WIN32_FIND_DATAW entry;
     const HANDLE found = FindFirstFileW(mask.c_str(), &entry);
-    if (found == INVALID_HANDLE_VALUE) return GetLastError();
+    if (found == INVALID_HANDLE_VALUE) return {false, GetLastError()};
     const Search search(found);
     do {
         see(entry);
     } while (FindNextFileW(search.get(), &entry));
-    return 0;
+    const DWORD error = GetLastError();
+    return {true, error == ERROR_NO_MORE_FILES ? 0 : error};
 }
 
 bool IsDirectory(DWORD attributes) { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
@@ -44,25 +51,46 @@ void AllowDeletion(const std::wstring& path, DWORD attributes) {
     SetFileAttributesW(path.c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
 }
 
-void RemoveFile(const std::wstring& path, DWORD attributes) {
+// Also when it has gone meanwhile: one that is deleted goes when the last of those who have it open closes it.
+bool RemoveFile(const std::wstring& path, DWORD attributes) {
     AllowDeletion(path, attributes);
-    Patiently([&] { return DeleteFileW(path.c_str()) != 0; });
+    return Patiently([&] { return DeleteFileW(path.c_str()) != 0 || GetLastError() == ERROR_FILE_NOT_FOUND; });
 }
 
 // Removes what it can and goes on after a failure, so that as little as possible is left behind. The names are read
-// first: not every file system goes on in order while entries disappear.
-void Remove(const std::wstring& path, DWORD attributes) {
+// first: not every file system goes on in order while entries disappear. True when nothing is left.
+bool Remove(const std::wstring& path, DWORD attributes) {
     if (!IsDirectory(attributes)) return RemoveFile(path, attributes);
     AllowDeletion(path, attributes);
+    bool emptied = true;
     if (!IsLink(attributes)) {
         std::vector<std::pair<std::wstring, DWORD>> entries;
         ForEachEntry(path + L"\\*", [&](const WIN32_FIND_DATAW& entry) {
             const std::wstring name = entry.cFileName;
             if (name != L"." && name != L"..") entries.emplace_back(name, entry.dwFileAttributes);
         });
-        for (const auto& [name, entry_attributes] : entries) Remove(path + L"\\" + name, entry_attributes);
+        for (const auto& [name, entry_attributes] : entries) {
+            emptied = Remove(path + L"\\" + name, entry_attributes) && emptied;
+        }
     }
-    Patiently([&] { return RemoveDirectoryW(path.c_str()) != 0; });
+    return Patiently([&] {
+        if (RemoveDirectoryW(path.c_str())) return true;
+        // What is deleted stays in the directory for as long as others have it open.
+        if (GetLastError() == ERROR_DIR_NOT_EMPTY && emptied) SetLastError(ERROR_SHARING_VIOLATION);
+        return false;
+    });
+}
+
+std::wstring WithoutLastSeparators(std::wstring path) {
+    while (path.ends_with(L'\\')) path.pop_back();
+    return path;
+}
+
+// Also where the system does not tell.
+bool IsRootOfFileSystem(const std::wstring& full_path) {
+    std::wstring root(full_path.size() + 2, L'\0');
+    if (!GetVolumePathNameW(full_path.c_str(), root.data(), static_cast<DWORD>(root.size()))) return true;
+    return WithoutLastSeparators(root.c_str()) == full_path;
 }
 
 }  // namespace
@@ -73,7 +101,10 @@ bool PathExists(const std::string& path) {
     if (native.empty()) return false;
     const FileHandle file(
         CreateFileW(native.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    return file || IsHeldByOthers();
+    if (file) return true;
+    const bool is_held = IsHeldByOthers();
+    if (!is_held) ThrowWhenExhausted(GetLastError());
+    return is_held;
 }
 
 bool CreateOneDirectory(const std::string& path) { return CreateDirectoryW(NativePath(path).c_str(), nullptr) != 0; }
@@ -92,19 +123,19 @@ DirectoryIdentity IdentifyDirectory(const std::string& path) {
 
 std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
     std::vector<DirectoryEntry> entries;
-    const DWORD error = ForEachEntry(NativePath(mask), [&](const WIN32_FIND_DATAW& entry) {
+    const Listing listing = ForEachEntry(NativePath(mask), [&](const WIN32_FIND_DATAW& entry) {
         if (auto name = FromWide(entry.cFileName)) {
             entries.push_back({std::move(*name), IsDirectory(entry.dwFileAttributes)});
         }
     });
-    ThrowWhenExhausted(error);
+    ThrowWhenExhausted(listing.error);
+    if (listing.begun && listing.error != 0) throw std::bad_alloc();  // a part must not pass for the whole
     return entries;
 }
 
 void DeleteDirectory(const std::string& path, std::string_view first) {
-    std::wstring native = NativePath(path);
-    while (native.ends_with(L'\\') || native.ends_with(L'/')) native.pop_back();
-    if (native.empty() || native.ends_with(L':')) return;  // the root of the file system
+    const std::wstring native = WithoutLastSeparators(FullPath(NativePath(path)));
+    if (native.empty() || IsRootOfFileSystem(native)) return;
     const DWORD attributes = GetFileAttributesW(native.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || !IsDirectory(attributes)) return;
     if (!first.empty() && !IsLink(attributes)) {
@@ -115,6 +146,13 @@ void DeleteDirectory(const std::string& path, std::string_view first) {
         }
     }
     Remove(native, attributes);
+}
+
+// By characters, since the second byte of one may look like a backslash.
+std::string LastComponent(const std::string& path) {
+    const auto wide = ToWide(path);
+    if (!wide) return path.substr(path.rfind('\\') + 1);
+    return FromWide(wide->substr(wide->rfind(L'\\') + 1)).value_or(std::string());
 }
 
 std::string GetApplicationPath() {

@@ -24,6 +24,7 @@ struct Task {
     HMODULE library;
 };
 
+// Null when the system does not let it.
 HMODULE HoldLibrary() {
     HMODULE library = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(&HoldLibrary), &library);
@@ -47,6 +48,7 @@ std::optional<SystemThread> SystemThread::Start(void (*procedure)(void*), void* 
     std::unique_ptr<Task> task(new (std::nothrow) Task{procedure, parameter, nullptr});
     if (!task) return std::nullopt;
     task->library = HoldLibrary();
+    if (task->library == nullptr) return std::nullopt;
     const std::uintptr_t thread =
         _beginthreadex(nullptr, kStackBytes, ThreadMain, task.get(), STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
     if (thread == 0) {

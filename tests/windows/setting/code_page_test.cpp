@@ -73,6 +73,15 @@ TEST_F(CodePage, WhatIsNoTextOfTheCodePageNamesNothing) {
     EXPECT_EQ(fs::directory_iterator(Folder()), fs::directory_iterator());
 }
 
+TEST_F(CodePage, LastComponentIsFoundByCharacters) {
+    EXPECT_EQ(LastComponent("C:\\from0\\forwardto" + kTable), "forwardto" + kTable);
+    EXPECT_EQ(LastComponent("C:\\" + kSo + "\\x"), "x");
+    EXPECT_EQ(LastComponent("C:\\" + kSo + "\\\x95"), "\x95");  // no text of the code page
+    CForwardAddressSetting setting;
+    EXPECT_EQ(setting.Load(Below("forwardto" + kTable)), 0);
+    EXPECT_EQ(setting.address, "forwardto" + kTable);
+}
+
 TEST_F(CodePage, TreeBelowADoubleByteRootForwardsMail) {
     MailboxServer pop("alice", "secret");
     SinkServer smtp;
