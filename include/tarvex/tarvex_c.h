@@ -34,7 +34,8 @@ extern "C" {
 typedef struct tarvex_root tarvex_root;
 
 /* Loads the data tree below a directory, in the system's own path form and code page, and creates the directory when
-   only its last level is missing. The caller owns the handle and gives it back with tarvex_close. Null on failure. */
+   only its last level is missing. The tree is loaded once, here: what is edited later counts after tarvex_close and
+   another tarvex_open. The caller owns the handle and gives it back with tarvex_close. Null on failure. */
 TARVEX_C_API tarvex_root* TARVEX_C_CALL tarvex_open(const char* directory);
 
 /* Starts a run, on a thread of its own, for every profile that is due and not running already, and returns at once: the
@@ -52,7 +53,8 @@ TARVEX_C_API int TARVEX_C_CALL tarvex_wait(tarvex_root* root, int milliseconds);
  */
 TARVEX_C_API int TARVEX_C_CALL tarvex_stop(tarvex_root* root);
 
-/* Stops every run and frees the handle. Null is ignored. */
+/* Stops every run and frees the handle. Null is ignored. To be called for every root before the process ends or the
+   library is unloaded, and not from DllMain: at the end of a process Windows kills the runs that are under way. */
 TARVEX_C_API void TARVEX_C_CALL tarvex_close(tarvex_root* root);
 
 /* Why the last operation of this thread that failed did so: an English sentence in UTF-8, empty before the first

@@ -8,7 +8,8 @@
 
 namespace tarvex {
 
-// Nothing for a moment that the system cannot break down. A change of the time zone is noticed as MakeTime does.
+// Nothing for a moment that the system cannot break down. A change of the system's time zone is noticed, on Windows not
+// before the next start of the program.
 std::optional<std::tm> BreakDown(std::int64_t moment);
 
 // As mktime, which puts the fields in order as well; leaves tm_wday as it is when it fails.

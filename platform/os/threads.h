@@ -15,14 +15,16 @@ class Thread;
 // null. An exception that leaves the procedure ends the worker and nothing else. Returns null when no thread can be
 // had.
 //
-// Workers that still run when the program exits, or unloads the library, are interrupted and waited for. So that they
-// can end in peace, a static object that workers use is built before the first of them starts, or never destroyed. A
-// forked child process has no workers, and may start some only when its parent never did.
+// Workers that still run when the program exits are interrupted and waited for. So that they can end in peace, a static
+// object that workers use is built before the first of them starts, or never destroyed. Those of a DLL cannot be waited
+// for: the system kills them before it tells a library of the exit. An unloaded library stays in memory until its last
+// worker has ended by itself. A forked child process has no workers, and may start some only when its parent never did.
 Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int priority, unsigned stack_size, unsigned flags,
                        void* security);
 
 // Interrupts the worker and returns 1 when it has ended, at once when it had ended before or is null. The exit code is
-// not used. A worker must not terminate itself.
+// not used. A worker must not terminate itself. On Windows one that waits for a file which others hold is not
+// interrupted: it waits 5 s at most, and a minute for another writer of the same file.
 int TerminateThread(Thread* thread, unsigned exit_code);
 
 // Waits until the worker has ended, at most that long; negative = without limit. True when it has ended, also before,

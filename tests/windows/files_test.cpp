@@ -178,8 +178,15 @@ TEST(Files, ADirectoryWhoseDeletedFileOthersHaveOpenForAMomentIsDeleted) {
     const TempDir dir;
     ASSERT_TRUE(CreateOneDirectory(dir / "user0"));
     WriteFile(dir / "user0/file", "");
+    WriteFile(dir / "user0/first", "");
     EXPECT_TRUE(WhileHeldForAMoment(dir / "user0/file", FILE_SHARE_READ | FILE_SHARE_DELETE, [&] {
         DeleteDirectory(dir / "user0");
+        return !PathExists(dir / "user0");
+    }));
+    ASSERT_TRUE(CreateOneDirectory(dir / "user0"));
+    WriteFile(dir / "user0/first", "");
+    EXPECT_TRUE(WhileHeldForAMoment(dir / "user0/first", FILE_SHARE_READ | FILE_SHARE_DELETE, [&] {
+        DeleteDirectory(dir / "user0", "first");
         return !PathExists(dir / "user0");
     }));
 }
