@@ -25,6 +25,9 @@ public:
     // Who holds it, for a sentence: "tarvex serve (process 4711)".
     static std::string Holder(const std::string& root);
 
+    // Whether the root's path still leads to the directory that is locked.
+    bool IsHeldIn(const std::string& root) const;
+
     RootLock(RootLock&& other) noexcept : file_(std::exchange(other.file_, kNoFile)) {}
     RootLock& operator=(RootLock&&) = delete;
     ~RootLock();

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -21,6 +22,7 @@
 #include "host/paths.h"
 #include "host/process.h"
 #include "host/progress.h"
+#include "host/run_state.h"
 #include "host/runs.h"
 #include "host/submit.h"
 #include "host/tree_root.h"
@@ -63,6 +65,27 @@ bool Runs(const CRootPath& root, const CPopProfile& profile) {
     return std::ranges::any_of(root.running_copies, [&](const auto& copy) { return copy->path == profile.path; });
 }
 
+// Takes those out of the chosen ones that must not run, and says why.
+std::string LeaveOut(const CRootPath& root, std::vector<NamedProfile>& chosen) {
+    std::string left_out;
+    std::erase_if(chosen, [&](const NamedProfile& named) {
+        const CPopProfile& profile = *named.profile;
+        const bool is_due = profile.setting.status != 0 && profile.NextDue() <= std::time(nullptr);
+        const std::string why = is_due ? WhyNotRunnable(profile) : WhyUnreadable(profile);
+        if (!why.empty()) AddLeftOut(left_out, ShownName(root, profile.path), why);
+        return !why.empty();
+    });
+    return left_out;
+}
+
+// Also why those that were named did not run.
+void PrintReports(const CRootPath& root, const std::vector<NamedProfile>& chosen, bool named_ones) {
+    for (const auto& copy : root.running_copies) std::cout << ReportOf(*copy);
+    for (const NamedProfile& named : chosen) {
+        if (named_ones && !Runs(root, *named.profile)) std::cout << WhyItDoesNotRun(root, *named.profile);
+    }
+}
+
 Trouble CannotUse(const std::string& directory, const std::string& why) {
     return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
 }
@@ -86,24 +109,22 @@ int RunHere(const std::string& directory, const Options& options) {
     CatchTermination();
     CRootPath root;
     if (const std::string trouble = LoadTree(root, directory); !trouble.empty()) throw CannotUse(directory, trouble);
-    const std::vector<NamedProfile> chosen = ChosenProfiles(root, options.names);
-    KeepOnly(root, chosen);
+    std::vector<NamedProfile> chosen = ChosenProfiles(root, options.names);
     for (const NamedProfile& named : chosen) {
         if (options.now) MakeDue(*named.profile);
     }
+    std::string failed = LeaveOut(root, chosen);
+    KeepOnly(root, chosen);
     Tarvex(&root);
     // Destroying the root interrupts the workers, which save their state.
     if (!WaitForWorkers(root, options.ShowsProgress())) return kSignalExit + CaughtSignal();
 
-    if (options.quiet) return kDone;
-    for (const auto& copy : root.running_copies) std::cout << ReportOf(*copy);
-    if (options.names.empty()) {
-        if (root.running_copies.empty()) std::cout << kNothingDue;
-        return kDone;
+    for (const auto& copy : root.running_copies) {
+        if (UnsavedListBytes(*copy) > 0) AddLeftOut(failed, ShownName(root, copy->path), kStateNotSaved);
     }
-    for (const NamedProfile& named : chosen) {
-        if (!Runs(root, *named.profile)) std::cout << WhyItDoesNotRun(root, *named.profile);
-    }
+    if (!options.quiet) PrintReports(root, chosen, !options.names.empty());
+    if (!failed.empty()) throw Trouble(kCannotWrite, failed);
+    if (!options.quiet && options.names.empty() && root.running_copies.empty()) std::cout << kNothingDue;
     return kDone;
 }
 
@@ -121,7 +142,7 @@ public:
     void Show() {
         std::vector<RunNow> runs;
         try {
-            if (auto service = ServiceConnection::Try(directory_)) runs = service->Runs();
+            if (auto service = ServiceConnection::Try(directory_)) runs = service->Report().runs;
         } catch (const Trouble&) {
             return;  // what has become of the service, the answer that is waited for will tell
         }
@@ -146,8 +167,8 @@ int RunByService(ServiceConnection& service, const std::string& directory, const
     Reply reply;
     const int code = service.Run({options.names, options.now}, reply, PrintNote, show);
     progress.reset();  // off the terminal
-    if (code != kDone) throw Trouble(code, reply.error);
     if (!options.quiet) std::cout << reply.printed;
+    if (code != kDone) throw Trouble(code, reply.error);
     return code;
 }
 

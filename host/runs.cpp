@@ -46,6 +46,10 @@ void MakeDue(CPopProfile& profile) {
     if (profile.setting.status != 0) profile.setting.lasttime = kLongAgo;
 }
 
+void AddLeftOut(std::string& sentence, const std::string& name, const std::string& why) {
+    sentence += (sentence.empty() ? "" : "; ") + name + ": " + why;
+}
+
 std::string WhyItDoesNotRun(const CRootPath& root, const CPopProfile& profile) {
     const std::string name = ShownName(root, profile.path);
     if (profile.setting.status == 0) return name + " is switched off (status 0).\n";

@@ -3,6 +3,7 @@
 // Runs, as the commands and the service tell of them.
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,12 @@ struct RunNow {
     int messages_delivered = 0;
 };
 
+// What a service tells of itself. Profiles are named as by ShownName.
+struct ServiceReport {
+    std::vector<RunNow> runs;                     // under way
+    std::map<std::string, std::string> troubles;  // by profile: why it does not run, as far as its log cannot tell
+};
+
 // Those that are under way. On the thread that owns the root.
 std::vector<RunNow> RunsNow(const CRootPath& root);
 
@@ -31,6 +38,9 @@ std::string ReportFromDisk(const CString& path, bool has_log);
 
 // Lets the next call of the entry run the profile, as long as it is switched on.
 void MakeDue(CPopProfile& profile);
+
+// Adds to a sentence about profiles that are not run for what their files are like, or were not recorded.
+void AddLeftOut(std::string& sentence, const std::string& name, const std::string& why);
 
 inline constexpr const char* kNothingDue = "No profile was due.\n";
 

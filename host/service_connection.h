@@ -35,7 +35,7 @@ public:
     virtual int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
                     const std::function<void()>& on_wait) = 0;
 
-    virtual std::vector<RunNow> Runs() = 0;  // throws Trouble also when the answer takes seconds
+    virtual ServiceReport Report() = 0;  // throws Trouble also when the answer takes seconds
 };
 
 }  // namespace tarvex::host

@@ -14,6 +14,7 @@
 #include "host/display.h"
 #include "host/json.h"
 #include "host/log_file.h"
+#include "host/run_state.h"
 #include "host/service_connection.h"
 #include "host/table.h"
 #include "host/tree_root.h"
@@ -34,6 +35,7 @@ struct Status {
     CTime next_due = 0;
     std::optional<RunNow> running;  // by a service
     std::optional<LoggedRun> last;
+    std::string trouble;  // why it does not run, as far as the log cannot tell
     int failed_in_a_row = 0;
     std::int64_t runs = 0;
     std::int64_t failed = 0;
@@ -48,6 +50,7 @@ Status StatusOf(const CRootPath& root, const CPopProfile& profile) {
     status.switched_on = profile.setting.status != 0;
     status.has_log = profile.setting.logmode != 0;
     status.next_due = profile.NextDue();
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) status.trouble = "left out, " + why;
     for (const LoggedRun& run : RunsIn(ReadLog(profile.path).value_or(std::vector<std::string>()))) {
         const bool failed = run.ending == Ending::Failed;
         status.failed_in_a_row = failed ? status.failed_in_a_row + 1 : 0;
@@ -61,6 +64,7 @@ Status StatusOf(const CRootPath& root, const CPopProfile& profile) {
 }
 
 std::string HowItEnded(const Status& status) {
+    if (!status.trouble.empty()) return "see below";
     if (!status.last) return status.has_log ? "" : "its log is off";
     return HowItEnded(*status.last, status.failed_in_a_row, kReasonWidth);
 }
@@ -89,6 +93,9 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
                    HowItEnded(status)});
     }
     table.Print(std::cout);
+    for (const Status& status : all) {
+        if (!status.trouble.empty()) std::cout << status.name << ": " << status.trouble << '\n';
+    }
 }
 
 const char* Word(Ending ending) {
@@ -130,6 +137,7 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
         entry["reason"] =
             status.last && status.last->ending == Ending::Failed ? Json(Utf8Text(status.last->reason)) : Json();
         entry["failed_in_a_row"] = status.failed_in_a_row;
+        entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
         entry["runs"] = status.runs;
         entry["failed"] = status.failed;
         entry["fetched"] = status.fetched;
@@ -140,18 +148,20 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
 }
 
 // What the service that owns the tree is doing, if there is one that tells.
-void AddRunning(const std::string& directory, std::vector<Status>& all) {
+void AddReport(const std::string& directory, std::vector<Status>& all) {
     auto service = ServiceConnection::Try(directory);
     if (!service) return;
-    std::vector<RunNow> runs;
+    ServiceReport report;
     try {
-        runs = service->Runs();
+        report = service->Report();
     } catch (const Trouble&) {
         return;  // the rest is worth showing
     }
     for (Status& status : all) {
-        const auto run = std::ranges::find(runs, status.name, &RunNow::profile);
-        if (run != runs.end()) status.running = *run;
+        const auto run = std::ranges::find(report.runs, status.name, &RunNow::profile);
+        if (run != report.runs.end()) status.running = *run;
+        const auto trouble = report.troubles.find(status.name);
+        if (trouble != report.troubles.end()) status.trouble = trouble->second;
     }
 }
 
@@ -161,7 +171,7 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     OpenTree(root, directory);
     std::vector<Status> all;
     for (const NamedProfile& named : ChosenProfiles(root, names)) all.push_back(StatusOf(root, *named.profile));
-    AddRunning(directory, all);
+    AddReport(directory, all);
     const CTime now = std::time(nullptr);
     if (as_json) {
         PrintAsJson(all, now);

@@ -175,7 +175,7 @@ public:
     int Edit(const EditRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note) override;
     int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
             const std::function<void()>& on_wait) override;
-    std::vector<RunNow> Runs() override;
+    ServiceReport Report() override;
 
 private:
     int Ask(const std::string& message, Reply& reply, const std::function<void(const std::string&)>& on_note,
@@ -224,15 +224,18 @@ void SocketConnection::Wait(const std::function<void()>& on_wait) const {
     while (poll(&answer, 1, static_cast<int>(kPause.count())) == 0) on_wait();
 }
 
-std::vector<RunNow> SocketConnection::Runs() {
+ServiceReport SocketConnection::Report() {
     constexpr timeval kLimit{2, 0};
     setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLimit, sizeof kLimit);
     Send(Framed({{"runs", true}}));
     const Json answer = Json::parse(Receive());
     if (answer.contains("error")) throw Trouble(answer.at("code"), BytesIn(answer.at("error")));
-    std::vector<RunNow> runs;
-    for (const Json& run : answer.at("runs")) runs.push_back(RunIn(run));
-    return runs;
+    ServiceReport report;
+    for (const Json& run : answer.at("runs")) report.runs.push_back(RunIn(run));
+    for (const auto& [profile, trouble] : answer.at("troubles").items()) {
+        report.troubles[BytesOf(profile)] = ShowText(BytesIn(trouble), "UTF-8");
+    }
+    return report;
 }
 
 void SocketConnection::Send(const std::string& message) const {
@@ -284,10 +287,12 @@ void ControlClient::Answer(int exit_code, const Reply& reply) {
     Finish(Framed({{"code", exit_code}, {"printed", TextOf(reply.printed)}, {"error", TextOf(reply.error)}}));
 }
 
-void ControlClient::Answer(const std::vector<RunNow>& runs) {
-    Json list = Json::array();
-    for (const RunNow& run : runs) list.push_back(JsonOf(run));
-    Finish(Framed({{"code", kDone}, {"runs", std::move(list)}}));
+void ControlClient::Answer(const ServiceReport& report) {
+    Json runs = Json::array();
+    for (const RunNow& run : report.runs) runs.push_back(JsonOf(run));
+    Json troubles = Json::object();
+    for (const auto& [profile, trouble] : report.troubles) troubles[TextOf(profile)] = TextOf(trouble);
+    Finish(Framed({{"code", kDone}, {"runs", std::move(runs)}, {"troubles", std::move(troubles)}}));
 }
 
 void ControlClient::Refuse(int exit_code, const std::string& why) { Answer(exit_code, {"", why}); }

@@ -41,12 +41,13 @@ public:
     struct AwaitedRuns {
         std::set<CString> paths;  // of the profiles whose runs have not ended
         std::string printed;
+        std::string left_out;  // what has to be said about those that are not run
     };
     std::optional<AwaitedRuns> awaited;
 
     void Note(const std::string& text);  // the same one is sent only once
     void Answer(int exit_code, const Reply& reply);
-    void Answer(const std::vector<RunNow>& runs);
+    void Answer(const ServiceReport& report);
 
 private:
     friend class ControlServer;

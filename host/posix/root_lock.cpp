@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -44,6 +45,13 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     SweepScratchFolders(root);
     DeleteAside(root);
     return lock;
+}
+
+bool RootLock::IsHeldIn(const std::string& root) const {
+    struct stat held {};
+    struct stat there {};
+    return fstat(Descriptor(file_), &held) == 0 && stat(FileIn(root).c_str(), &there) == 0 &&
+           held.st_dev == there.st_dev && held.st_ino == there.st_ino;
 }
 
 RootLock::~RootLock() {

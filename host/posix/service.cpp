@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <utility>
@@ -15,6 +16,7 @@
 #include "host/log_file.h"
 #include "host/names.h"
 #include "host/run_log.h"
+#include "host/run_state.h"
 #include "host/runs.h"
 #include "host/tree_root.h"
 #include "host/trouble.h"
@@ -30,6 +32,10 @@ constexpr auto kCloseLook = 2ms;    // while an edit waits for one
 constexpr auto kPatience = 2000ms;  // at the start, with an edit that is being saved
 constexpr auto kFarewell = 1000ms;  // at the end, with clients that take their answers
 constexpr std::size_t kReasonColumns = 200;
+constexpr const char* kRootHasGone =
+    "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
+    "restarted";
+constexpr const char* kCouldNotBegin = "it could not begin";
 constexpr const char* kLogIsOff = "its log is off";
 
 // Keeps profiles out of a call of the entry: in memory they are switched off for so long.
@@ -75,6 +81,7 @@ std::string Headline(const RunRequest& request) {
 Service::Service(std::string directory, std::chrono::microseconds every)
     : directory_(std::move(directory)), every_(every), lock_(TakeRoot(directory_)), server_(directory_) {
     OpenTree(root_, directory_);
+    LookForUnreadable();
 }
 
 int Service::Run() {
@@ -106,13 +113,16 @@ void Service::Look() {
     for (const auto& copy : root_.running_copies) {
         if (copy->worker_thread.load() || running_.erase(copy->path) == 0) continue;
         ended = true;
+        not_begun_.erase(copy->path);
         if (const std::optional<LoggedRun> run = ThisRun(copy->log)) {
             TellEnd(copy->path, HowItEnded(*run, 1, kReasonColumns), run->ending != Ending::Failed);
         } else if (copy->setting.logmode == 0) {
             TellEnd(copy->path, kLogIsOff, true);
         } else {
-            TellEnd(copy->path, "it could not begin", false);
+            TellEnd(copy->path, kCouldNotBegin, false);
+            not_begun_[copy->path] = ShowTime(copy->setting.lasttime);
         }
+        LookForUnsaved(*copy);
         HandOver(copy->path, ReportOf(*copy));
     }
     if (!ended) return;
@@ -128,7 +138,8 @@ void Service::Tick() {
 }
 
 void Service::CallEntry() {
-    std::set<CString> told;  // of these runs the start has been told
+    if (!HasRoot()) return;
+    LookAtLeftOut();
     {
         // A run may end at any moment: what is taken for running stays so throughout the call, so that a new run of the
         // same profile is not mistaken for it. The judgement is the one that the entry makes of a profile that runs.
@@ -137,10 +148,11 @@ void Service::CallEntry() {
             if (running_.contains(profile.path)) {
                 profile.JudgeDoOperation();
                 hold.Add(profile);
-            } else if (wanted_.contains(profile.path)) {
+            } else if (wanted_.contains(profile.path) || !MayRun(profile)) {
                 hold.Add(profile);
             }
         });
+        Look();  // before the entry frees what has ended by now
         Tarvex(&root_);
     }
     std::set<CString> gone = running_;
@@ -170,7 +182,7 @@ void Service::AnswerClients() {
             if (client->Run()) {
                 HandleRuns(*client, *client->Run());
             } else if (!client->Edit()) {
-                client->Answer(RunsNow(root_));
+                client->Answer(Report());
             }
         }
     }
@@ -184,8 +196,8 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
         return false;
     }
     const std::string headline = Headline(request);
-    Reply reply;
-    const int code = Edit(root_, request, reply);
+    Reply reply{{}, kRootHasGone};
+    const int code = !HasRoot() ? kCannotWrite : Edit(root_, request, reply);
     code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLine(reply.error, kReasonColumns));
     client.Answer(code, reply);
     return true;
@@ -197,12 +209,16 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
     } catch (const Trouble& trouble) {
         return client.Answer(trouble.ExitCode(), {{}, trouble.what()});
     }
-    if (client.awaited && client.awaited->paths.empty()) return client.Answer(kDone, {client.awaited->printed, {}});
+    if (client.awaited && client.awaited->paths.empty()) {
+        const Reply reply{client.awaited->printed, client.awaited->left_out};
+        return client.Answer(reply.error.empty() ? kDone : kCannotWrite, reply);
+    }
     if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
 }
 
 // With whatever else is due. A run that is under way already counts as what was asked for.
 void Service::StartRuns(ControlClient& client, const RunRequest& request) {
+    if (!HasRoot()) throw Trouble(kCannotWrite, kRootHasGone);
     const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
     for (const auto& [user, profile] : chosen) {
         if (running_.contains(profile->path)) continue;
@@ -210,6 +226,7 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
             return client.Note("waiting for " + Name(profile->path) + " to be changed");
     }
     log_.Say(Headline(request));
+    LookAtLeftOut();
     for (const auto& [user, profile] : chosen) {
         if (request.now && !running_.contains(profile->path)) MakeDue(*profile);
     }
@@ -218,11 +235,73 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
     for (const auto& [user, profile] : chosen) {
         if (running_.contains(profile->path)) {
             awaited.paths.insert(profile->path);
+        } else if (const auto left_out = left_out_.find(profile->path); left_out != left_out_.end()) {
+            AddLeftOut(awaited.left_out, Name(profile->path), left_out->second);
         } else if (!request.names.empty()) {
             awaited.printed += WhyItDoesNotRun(root_, *profile);
         }
     }
-    if (request.names.empty() && awaited.paths.empty()) awaited.printed = kNothingDue;
+    if (request.names.empty() && awaited.paths.empty() && awaited.left_out.empty()) awaited.printed = kNothingDue;
+}
+
+// A root that has been moved or unmounted would look like one without lists of ids.
+bool Service::HasRoot() {
+    const bool has_root = lock_.IsHeldIn(directory_);
+    if (has_root == std::exchange(has_root_, has_root)) return has_root;
+    if (has_root) {
+        log_.Say("the root is there again");
+    } else {
+        log_.Warn("\"" + ShowPath(directory_) + "\": " + kRootHasGone);
+    }
+    return has_root;
+}
+
+// Whatever runs has been looked at: what is not due here is left out though it may be due for the entry.
+bool Service::MayRun(const CPopProfile& profile) {
+    if (profile.setting.status == 0 || profile.NextDue() > std::time(nullptr)) return false;
+    if (left_out_.contains(profile.path)) return false;
+    if (const std::string why = WhyLeftOut(profile); !why.empty()) {
+        LeaveOut(profile.path, why);
+        return false;
+    }
+    unsaved_.erase(profile.path);
+    return true;
+}
+
+void Service::LookAtLeftOut() {
+    if (left_out_.empty()) return;
+    ForEachProfile([this](CPopProfile& profile) {
+        if (!left_out_.contains(profile.path) || running_.contains(profile.path)) return;
+        if (const std::string why = WhyLeftOut(profile); !why.empty()) return LeaveOut(profile.path, why);
+        left_out_.erase(profile.path);
+        log_.Say(Name(profile.path) + ": is run again");
+        profile.SetPath(CString(profile.path));  // what was loaded when it could not be read is not what it holds
+    });
+}
+
+std::string Service::WhyLeftOut(const CPopProfile& profile) const {
+    const auto unsaved = unsaved_.find(profile.path);
+    if (unsaved == unsaved_.end()) return WhyNotRunnable(profile);
+    const std::string why = WhyNotRunnable(profile, unsaved->second);
+    return why.empty() ? why : why + " (" + kStateNotSaved + ')';
+}
+
+void Service::LeaveOut(const CString& path, const std::string& why) {
+    if (std::exchange(left_out_[path], why) != why) log_.Warn(Name(path) + ": left out, " + why);
+}
+
+void Service::LookForUnreadable() {
+    ForEachProfile([this](const CPopProfile& profile) {
+        if (const std::string why = WhyUnreadable(profile); !why.empty()) LeaveOut(profile.path, why);
+    });
+}
+
+void Service::LookForUnsaved(const CPopProfile& copy) {
+    const std::uintmax_t bytes = UnsavedListBytes(copy);
+    if (bytes == 0) return;
+    unsaved_[copy.path] = bytes;
+    const std::string why = WhyLeftOut(copy);
+    why.empty() ? log_.Warn(Name(copy.path) + ": " + kStateNotSaved) : LeaveOut(copy.path, why);
 }
 
 bool Service::HasToWait(const EditRequest& request, CString& running) {
@@ -242,6 +321,7 @@ void Service::Reload() {
         if (running_.contains(profile.path)) last_times[profile.path] = profile.setting.lasttime;
     });
     std::string trouble = WhyUnreadable(directory_);  // which to the engine is an empty tree
+    if (trouble.empty() && !HasRoot()) trouble = kRootHasGone;
     if (trouble.empty() && !root_.SetRootPath(directory_)) trouble = "not enough memory";
     ForEachProfile([&](CPopProfile& profile) {
         const auto last = last_times.find(profile.path);
@@ -249,6 +329,8 @@ void Service::Reload() {
     });
     if (trouble.empty()) {
         log_.Say("loaded the tree again");
+        left_out_.clear();
+        LookForUnreadable();
     } else {
         log_.Warn("cannot load the tree again: " + trouble);
     }
@@ -317,6 +399,21 @@ void Service::EndFromDisk(const CString& path) {
         TellEnd(path, HowItEnded(runs.back(), 1, kReasonColumns), runs.back().ending != Ending::Failed);
     }
     HandOver(path, ReportFromDisk(path, has_log));
+}
+
+ServiceReport Service::Report() {
+    ServiceReport report{RunsNow(root_), {}};
+    ForEachProfile([&](const CPopProfile& profile) {
+        std::string& trouble = report.troubles[Name(profile.path)];
+        if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
+            trouble = "left out, " + left_out->second;
+        } else if (const auto not_begun = not_begun_.find(profile.path); not_begun != not_begun_.end()) {
+            trouble = "the run of " + not_begun->second + ": " + kCouldNotBegin;
+        } else {
+            report.troubles.erase(Name(profile.path));
+        }
+    });
+    return report;
 }
 
 // To whoever waits for the run.

@@ -5,7 +5,9 @@
 // Everything happens on the thread that calls Run; only the workers have threads of their own.
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 
@@ -41,10 +43,18 @@ private:
     void Wait();
     void KeepAlive();
 
+    bool HasRoot();
+    bool MayRun(const CPopProfile& profile);
+    void LookAtLeftOut();
+    std::string WhyLeftOut(const CPopProfile& profile) const;
+    void LeaveOut(const CString& path, const std::string& why);
+    void LookForUnreadable();
+    void LookForUnsaved(const CPopProfile& copy);
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
     void TellEnd(const CString& path, const std::string& how, bool good);
     void EndFromDisk(const CString& path);
+    ServiceReport Report();
     void HandOver(const CString& path, const std::string& report);
     void ForEachProfile(const std::function<void(CPopProfile&)>& action);
 
@@ -57,8 +67,12 @@ private:
     CRootPath root_;
     ControlServer server_;
 
-    std::set<CString> running_;  // paths of the profiles whose start was told, and whose end was not
-    std::set<CString> wanted_;   // paths of the profiles for whose end an edit waits
+    std::set<CString> running_;                  // paths of the profiles whose start was told, and whose end was not
+    std::set<CString> wanted_;                   // paths of the profiles for whose end an edit waits
+    std::map<CString, std::string> left_out_;    // why, by the paths of the profiles that are not run
+    std::map<CString, std::uintmax_t> unsaved_;  // what the lists take that the last runs could not save
+    std::map<CString, std::string> not_begun_;   // when, of the profiles whose last run could not begin
+    bool has_root_ = true;
     bool look_at_clients_ = false;
     bool stopping_ = false;
     Clock::time_point next_tick_ = Clock::now();

@@ -44,6 +44,9 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     return lock;
 }
 
+// A directory that holds an open file cannot be moved.
+bool RootLock::IsHeldIn(const std::string&) const { return true; }
+
 RootLock::~RootLock() {
     if (file_ == kNoFile) return;
     Write(file_, "");

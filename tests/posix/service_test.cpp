@@ -41,7 +41,10 @@ using ::testing::SizeIs;
 using ::testing::StartsWith;
 using Clock = std::chrono::steady_clock;
 
+namespace fs = std::filesystem;
+
 constexpr auto kLong = 20s;
+constexpr uid_t kNobody = 65534;
 constexpr const char* kProfile = "user0/from0";
 constexpr const char* kStarted = "user0/from0: run started";
 constexpr const char* kServing = "serving ";
@@ -125,6 +128,21 @@ protected:
             text.append(piece.data(), static_cast<std::size_t>(count));
         }
         return text;
+    }
+
+    // For another user; what lies in the tree stays closed to him.
+    void OpenTheWayToTheTree() const {
+        for (fs::path folder = host_.Root(); folder != folder.root_path() && folder != "/tmp";
+             folder = folder.parent_path()) {
+            fs::permissions(folder, fs::perms::others_exec, fs::perm_options::add);
+        }
+    }
+
+    void GiveTheTreeTo(uid_t user) const {
+        EXPECT_EQ(chown(host_.Root().c_str(), user, static_cast<gid_t>(-1)), 0);
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(host_.Root())) {
+            EXPECT_EQ(lchown(entry.path().c_str(), user, static_cast<gid_t>(-1)), 0);
+        }
     }
 
     std::string Socket() const { return host_.Root() + "/.tarvex.sock"; }
@@ -253,6 +271,165 @@ TEST_F(Serving, StopsWithinSecondsFromAStalledRunWhoseStateIsSaved) {
         }
     }
     EXPECT_FALSE(std::filesystem::exists(Socket()));
+}
+
+// ---- trees that cannot be relied on
+
+using ServingWithCare = ServiceTest;
+
+TEST_F(ServingWithCare, ARootThatHasGoneIsNotTakenForOneWithoutLists) {
+    mailbox_.Add(MailNumber(1));
+    Block();
+    blocking_ = false;
+    AddProfile();
+    const auto service = Serve();
+    ASSERT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
+    blocking_ = true;
+    WaitUntilBlocked();
+    auto connection = host::ServiceConnection::Try(host_.Root());
+    ASSERT_TRUE(connection);
+    std::filesystem::rename(host_.Root(), host_.Root() + ".gone");
+    ASSERT_TRUE(service->WaitForOutput("the tree that the service has loaded is not here any more", kLong));
+    host::Reply reply;
+    EXPECT_EQ(connection->Edit({{"user", "set", "user0", "loginname=other"}, {}, {}}, reply, [](const auto&) {}),
+              host::kCannotWrite);
+    EXPECT_THAT(reply.error, HasSubstr("is restarted"));
+    service->Signal(SIGHUP);
+    EXPECT_TRUE(service->WaitForOutput("cannot load the tree again: ", kLong));
+    const int runs = mailbox_.Received("QUIT") + 1;  // with the one that is under way
+    blocking_ = false;
+    const auto ran_again = [&] { return mailbox_.Received("QUIT") > runs; };
+    for (const auto end = Clock::now() + 300ms; !ran_again() && Clock::now() < end;) std::this_thread::sleep_for(5ms);
+    EXPECT_FALSE(ran_again());
+    std::filesystem::rename(host_.Root() + ".gone", host_.Root());
+    EXPECT_TRUE(service->WaitForOutput("the root is there again", kLong));
+    EXPECT_TRUE(Eventually([&] { return mailbox_.Received("QUIT") > runs + 1; }));
+    Stop(*service);
+    EXPECT_EQ(Count(service->Printed(), "\": the tree that"), 1);
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+}
+
+// A directory in the place of the file cannot be read by the superuser either.
+TEST_F(ServingWithCare, AListThatCannotBeReadIsNotTakenForAnEmptyOne) {
+    mailbox_.Add(MailNumber(1));
+    const std::string profile = AddProfile();
+    host_.AddProfile(mailbox_.Port(), sink_.Port());
+    host_.Run();
+    ASSERT_THAT(sink_.Delivered(), SizeIs(2));
+    const std::string list = profile + "/forwardto0/uidl.def";
+    std::filesystem::rename(list, list + ".aside");
+    std::filesystem::create_directory(list);
+    ChildProcess run = host_.StartCommand({"run", "--quiet"});
+    run.Wait();
+    EXPECT_EQ(run.ExitCode(), host::kCannotWrite);
+    EXPECT_THAT(run.Errors(), AllOf(StartsWith("tarvex: user0/from0: cannot read \""), HasSubstr("uidl.def")));
+    const std::string told = "user0/from0: left out, cannot read \"" + list;
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr(told));
+    const auto service = Serve();
+    ASSERT_TRUE(service->WaitForOutput("user1/from0: run ended, nothing new", kLong));
+    ChildProcess asked = host_.StartCommand({"run", "--now"});
+    asked.Wait();
+    EXPECT_EQ(asked.ExitCode(), host::kCannotWrite);
+    EXPECT_THAT(asked.Printed(), AllOf(HasSubstr("user1"), Not(HasSubstr("user0"))));
+    EXPECT_THAT(asked.Errors(), StartsWith("tarvex: user0/from0: cannot read \""));
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr(told));
+    EXPECT_THAT(host_.Tell({"status", "--json"}), HasSubstr("\"trouble\": \"left out, cannot read "));
+    std::filesystem::remove(list);
+    std::filesystem::rename(list + ".aside", list);
+    EXPECT_TRUE(service->WaitForOutput("user0/from0: run ended, nothing new", kLong));
+    EXPECT_THAT(host_.Tell({"status"}), Not(HasSubstr(told)));
+    Stop(*service);
+    EXPECT_EQ(Count(service->Printed(), told), 1);
+    EXPECT_THAT(service->Printed(), HasSubstr("user0/from0: is run again"));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(2));
+}
+
+TEST_F(ServingWithCare, ASettingThatCouldNotBeReadIsReadBeforeTheProfileRuns) {
+    const std::string profile = AddProfile();
+    const std::string file = profile + "/popprofile.def";
+    std::filesystem::rename(file, file + ".aside");
+    std::filesystem::create_directory(file);
+    const auto service = Serve();
+    EXPECT_TRUE(service->WaitForOutput("user0/from0: left out, cannot read \"" + file, kLong));
+    std::filesystem::remove(file);
+    std::filesystem::rename(file + ".aside", file);
+    EXPECT_TRUE(service->WaitForOutput("user0/from0: run ended, nothing new", kLong));
+    Stop(*service);
+    EXPECT_THAT(ReadFile(file), HasSubstr("me@example.org"));
+}
+
+// Where a save writes first there is something that it cannot replace, as on a disk that is full.
+TEST_F(ServingWithCare, AProfileWhoseListCannotBeSavedIsNotRun) {
+    const std::string profile = AddProfile();
+    const auto service = Serve();
+    ASSERT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
+    const std::string obstacle = profile + "/forwardto0/uidl.def.new";
+    std::filesystem::create_directories(obstacle + "/full");
+    ASSERT_TRUE(service->WaitForOutput("user0/from0: left out, cannot write \"", kLong));
+    mailbox_.Add(MailNumber(1));
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("user0/from0: left out, cannot write \""));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(0));
+    std::filesystem::remove_all(obstacle);
+    EXPECT_TRUE(service->WaitForOutput("run ended, forwarded 1 message", kLong));
+    EXPECT_TRUE(Eventually(
+        [&] { return Count(service->Printed(), "nothing new") > 1 || service->WaitForOutput("(never)", 1ms); }));
+    Stop(*service);
+    EXPECT_EQ(Count(service->Printed(), "left out"), 1);
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+}
+
+TEST_F(ServingWithCare, AfterARunWhoseListCouldNotBeSavedTheProfileRunsWhenItCan) {
+    mailbox_.Add(MailNumber(1));
+    Block();
+    const std::string profile = AddProfile();
+    const auto service = Serve();
+    WaitUntilBlocked();
+    const std::string obstacle = profile + "/forwardto0/uidl.def.new";
+    std::filesystem::create_directories(obstacle + "/full");
+    blocking_ = false;
+    ASSERT_TRUE(service->WaitForOutput("what its last run forwarded could not be recorded", kLong));
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("could not be recorded"));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+    std::filesystem::remove_all(obstacle);
+    EXPECT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
+    Stop(*service);
+    EXPECT_EQ(Count(service->Printed(), "could not be recorded"), 1);
+    EXPECT_THAT(sink_.Delivered(), SizeIs(2)) << "once more, and then no more";
+    EXPECT_EQ(Uidls(profile), "mail-1\n");
+}
+
+TEST_F(ServingWithCare, ARunOnceWhoseListCouldNotBeSavedSaysSo) {
+    mailbox_.Add(MailNumber(1));
+    Block();
+    const std::string profile = AddProfile();
+    ChildProcess run = host_.StartCommand({"run"});
+    WaitUntilBlocked();
+    std::filesystem::create_directories(profile + "/forwardto0/uidl.def.new/full");
+    blocking_ = false;
+    run.Wait();
+    EXPECT_EQ(run.ExitCode(), host::kCannotWrite);
+    EXPECT_THAT(run.Errors(), HasSubstr("user0/from0: what its last run forwarded could not be recorded"));
+    ChildProcess next = host_.StartCommand({"run"});
+    next.Wait();
+    EXPECT_EQ(next.ExitCode(), host::kCannotWrite);
+    EXPECT_THAT(next.Errors(), HasSubstr("user0/from0: cannot write"));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
+}
+
+// Without threads, which no limit keeps from the superuser.
+TEST_F(ServingWithCare, ARunThatCouldNotBeginStandsInTheStatus) {
+    AddProfile();
+    if (geteuid() == 0) {  // and goes on as the tree's owner
+        OpenTheWayToTheTree();
+        GiveTheTreeTo(kNobody);
+    }
+    ChildProcess service({"/usr/bin/prlimit", "--nproc=1", TARVEX_HOST, "--root", host_.Root(), "serve"},
+                         ChildProcess::Output::Terminal);
+    ASSERT_TRUE(service.WaitForOutput("user0/from0: run ended, it could not begin", kLong)) << service.Printed();
+    const std::string told = host_.Tell({"status"});
+    EXPECT_THAT(told, AllOf(HasSubstr("see below"), HasSubstr("user0/from0: the run of ")));
+    EXPECT_THAT(told, HasSubstr(": it could not begin\n"));
+    Stop(service);
 }
 
 // ---- the service manager
@@ -652,17 +829,12 @@ TEST_F(ServiceClients, OfAnotherUserAreRefusedEvenWhereTheSocketIsOpenToAll) {
     struct stat status {};
     ASSERT_EQ(stat(Socket().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777u, 0600u);
-    namespace fs = std::filesystem;
     fs::permissions(Socket(), fs::perms::all);
-    for (fs::path folder = host_.Root(); folder != folder.root_path() && folder != "/tmp";
-         folder = folder.parent_path()) {
-        fs::permissions(folder, fs::perms::others_exec, fs::perm_options::add);
-    }
+    OpenTheWayToTheTree();
     std::array<int, 2> pipe{};
     ASSERT_EQ(::pipe(pipe.data()), 0);
     const pid_t stranger = fork();
     if (stranger == 0) {
-        constexpr uid_t kNobody = 65534;
         if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(2);
         const host::Descriptor client(socket(AF_UNIX, SOCK_STREAM, 0));
         const sockaddr_un address = AddressOf(Socket());
@@ -738,7 +910,7 @@ TEST_F(ServiceClients, HearHowFarTheRunsAre) {
     WaitUntilBlocked();
     auto connection = host::ServiceConnection::Try(host_.Root());
     ASSERT_TRUE(connection);
-    const std::vector<host::RunNow> runs = connection->Runs();
+    const std::vector<host::RunNow> runs = connection->Report().runs;
     ASSERT_THAT(runs, SizeIs(1));
     EXPECT_EQ(runs[0].profile, kProfile);
     EXPECT_EQ(runs[0].messages_to_fetch, 1);
