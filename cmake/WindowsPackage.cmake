@@ -1,12 +1,13 @@
 # The zip for Windows developers and users, made by CPack: the library, its import library, the headers, the host, a README,
-# and the licences of what is linked in.
+# documents, and the licences of what is linked in.
 
 set(licences
   ${TARVEX_WINDOWS_PARTS}/openssl/LICENSE.txt                  OpenSSL
   /usr/share/doc/gcc-mingw-w64-base/copyright                  GCC-runtime
   /usr/share/doc/mingw-w64-common/copyright                    mingw-w64
   /usr/share/doc/libasio-dev/copyright                         Asio
-  /usr/share/doc/libcli11-dev/copyright                        CLI11)
+  /usr/share/doc/libcli11-dev/copyright                        CLI11
+  /usr/share/doc/nlohmann-json3-dev/copyright                  nlohmann-json)
 while(licences)
   list(POP_FRONT licences file name)
   install(FILES ${file} DESTINATION licences RENAME ${name}.txt)
@@ -14,6 +15,9 @@ endwhile()
 install(FILES packaging/Tarvex.def DESTINATION lib)
 configure_file(docs/windows.md ${PROJECT_BINARY_DIR}/packaging/README.txt @ONLY NEWLINE_STYLE CRLF)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/README.txt DESTINATION .)
+foreach(document files host network stunnel text-mail tokens)
+  install(FILES docs/${document}.md DESTINATION docs)
+endforeach()
 
 set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_FILE_NAME tarvex-${PROJECT_VERSION}-win32)

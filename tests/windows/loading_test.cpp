@@ -147,6 +147,16 @@ TEST(Loading, LibraryForwardsMailIsUnloadedAndCanBeLoadedAgain) {
               (Arrivals{{"u1 -> a@example.net", 1}, {"u2 -> a@example.net", 1}, {"u3 -> a@example.net", 1}}));
 }
 
+TEST(Loading, LibraryTellsItsVersion) {
+    DWORD unused = 0;
+    std::string information(GetFileVersionInfoSizeA(TARVEX_LIBRARY, &unused), '\0');
+    ASSERT_TRUE(GetFileVersionInfoA(TARVEX_LIBRARY, 0, static_cast<DWORD>(information.size()), information.data()));
+    void* version = nullptr;
+    UINT length = 0;
+    ASSERT_TRUE(VerQueryValueA(information.data(), "\\StringFileInfo\\040904b0\\FileVersion", &version, &length));
+    EXPECT_STREQ(static_cast<const char*>(version), TARVEX_VERSION);
+}
+
 TEST(Loading, LibraryStaysUntilItsLastWorkerHasEnded) {
     MailboxServer pop("alice", "secret");
     Counter asked, answered;
