@@ -14,6 +14,7 @@
 #include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
+#include "tests/busy_profile.h"
 #include "tests/forwarding.h"
 
 namespace tarvex::testing {
@@ -90,6 +91,16 @@ TEST(CInterface, HostInCForwardsTheMail) {
     EXPECT_EQ(host.ExitCode(), 0);
     EXPECT_EQ(host.Printed(), "started 1\nfinished 1\nrunning 0\nstopped 1\n");
     EXPECT_EQ(Arrived(smtp), (Arrivals{{"u1 -> a@example.net", 1}}));
+}
+
+TEST(CInterface, HostThatForgetsARunUnderWayEnds) {
+    SilentServer pop;
+    DataTree tree;
+    AddBusyProfile(tree, pop.Port());
+    ChildProcess host({TARVEX_C_HOST, tree.Folder() / "root", "300"});
+    host.Wait();
+    EXPECT_EQ(host.ExitCode(), 0);
+    EXPECT_EQ(host.Printed(), "started 1\nfinished 0\n");
 }
 
 TEST(CInterface, HostInCIsToldWhyThereIsNoRoot) {

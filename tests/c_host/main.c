@@ -1,6 +1,8 @@
-/* A host in C: one pass over the root that its argument names, as tarvex/tarvex_c.h shows it. It says what it sees. */
+/* A host in C: one pass over the root that its argument names, as tarvex/tarvex_c.h shows it. It says what it sees. With
+   a second argument it waits that many milliseconds, and ends without closing the root. */
 
 #include <stdio.h>
+#include <stdlib.h>
 
 #include "tarvex/tarvex_c.h"
 
@@ -11,7 +13,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     printf("started %d\n", tarvex_run(root));
-    printf("finished %d\n", tarvex_wait(root, 60000));
+    printf("finished %d\n", tarvex_wait(root, argc > 2 ? atoi(argv[2]) : 60000));
+    if (argc > 2) return 0;
     printf("running %d\n", tarvex_running(root));
     printf("stopped %d\n", tarvex_stop(root));
     tarvex_close(root);
