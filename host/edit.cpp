@@ -36,8 +36,18 @@ std::string WhatRemains(const CScheduleSetting& schedule) {
     return "Every term is switched off: the address takes part in no run. Without any term it always would.\n";
 }
 
+std::string Counted(std::size_t count, const std::string& one, const std::string& many) {
+    return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
 Trouble CannotMakeIn(const CString& path) {
     return {kCannotMake, "cannot make a directory in \"" + ShowPath(path) + '"'};
+}
+
+// What is forwarded to the mailbox itself is fetched again, and forwarded again.
+void RefuseLoop(const CString& own, const CString& target) {
+    if (!SameMailbox(own, target)) return;
+    throw Trouble(kBadUsage, '"' + ShowText(target) + "\" is the profile's own address: its mail would come back to it");
 }
 
 Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
@@ -143,12 +153,14 @@ private:
     }
 
     // Saves what was changed in the object's setting, or puts the old values back.
-    template <class Record, class Object>
-    std::string Set(Object& object) {
+    // `refuse` throws Trouble for values that do not go with the rest of the tree.
+    template <class Record, class Object, class Refuse>
+    std::string Set(Object& object, const Refuse& refuse) {
         const Values<Record> values(Behind(3), request_.secrets);
         const Record before(object.setting);
         Record after(object.setting);
         values.SetIn(after, root_.path);
+        refuse(after);
         values.SetAgainIn(object.setting);
         if (!object.SaveSetting()) {
             object.setting = before;
@@ -167,9 +179,14 @@ private:
     }
 
     // Moved out of the tree in one step, so that a kill leaves all of it or nothing. What cannot be moved, a directory
-    // on another file system, is deleted where it is. The path is a copy: that of the object goes with it.
-    template <class Remove>
-    std::string RemoveFromDisk(CString directory, const Remove& remove) {
+    // on another file system, is deleted where it is. The object is gone afterwards.
+    template <class Object, class Remove>
+    std::string RemoveFromDisk(const Object& object, const Remove& remove) {
+        const CString directory = object.path;
+        const std::string what = WhatGoes(object);
+        if (request_.words.size() > 3 && request_.words[3] != what) {
+            throw Trouble(kNotFound, Shown(directory) + " is something else by now (" + what + "); nothing was removed");
+        }
         MoveAside(root_.path, directory);
         remove();
         if (FileExists(directory) || !DeleteAside(root_.path)) {
@@ -178,6 +195,8 @@ private:
         return "Removed " + Shown(directory) + ".\n";
     }
 
+    void RefuseSecondUser(const CString& login_name) const;
+    std::string NoteOnTwin(const CPopProfile& profile, const CForwardAddress& forward) const;
     std::string EditUser();
     std::string EditProfile();
     std::string EditForward();
@@ -198,15 +217,28 @@ private:
 std::string Editor::EditUser() {
     if (Verb() == "add") return AddUser();
     CUser& user = FindUser(root_, Name());
-    if (Verb() == "set") return Set<CUserSetting>(user);
-    if (Verb() == "remove") return RemoveFromDisk(user.path, [&] { root_.DeleteUser(&user); });
+    if (Verb() == "set") {
+        return Set<CUserSetting>(user, [&](const CUserSetting& after) {
+            if (after.loginname != user.setting.loginname) RefuseSecondUser(after.loginname);
+        });
+    }
+    if (Verb() == "remove") return RemoveFromDisk(user, [&] { root_.DeleteUser(&user); });
     UnknownVerb();
+}
+
+// Neither could be called by the name.
+void Editor::RefuseSecondUser(const CString& login_name) const {
+    for (const auto& user : root_.users) {
+        if (user->setting.loginname != login_name) continue;
+        throw Trouble(kBadUsage, "there is a user \"" + ShowText(login_name) + "\" already: " + Shown(user->path));
+    }
 }
 
 std::string Editor::AddUser() {
     const Values<CUserSetting> values(Behind(2), request_.secrets);
     CUserSetting draft;
     values.SetIn(draft, root_.path);
+    RefuseSecondUser(draft.loginname);
     CUser* const user = root_.CreateNewUser(draft.loginname, draft.password, draft.administrator);
     if (!user) throw CannotMakeIn(root_.path);
     // What became of the administrator rights is the tree's decision.
@@ -226,11 +258,14 @@ std::string Editor::AddUser() {
 
 std::string Editor::EditProfile() {
     if (Verb() == "add") return AddProfile();
-    const auto [user, profile] = FindProfile(root_, Name());
-    if (Verb() == "remove")
-        return RemoveFromDisk(profile->path, [&, user = user, profile = profile] { user->DeletePopProfile(profile); });
+    const NamedProfile named = FindProfile(root_, Name());
+    CPopProfile* const profile = named.profile;
+    if (Verb() == "remove") return RemoveFromDisk(*profile, [&] { named.user->DeletePopProfile(profile); });
     if (Verb() != "set") UnknownVerb();
-    std::string text = Set<CPopProfileSetting>(*profile);
+    std::string text = Set<CPopProfileSetting>(*profile, [&](const CPopProfileSetting& after) {
+        if (after.address == profile->setting.address) return;
+        for (const auto& forward : profile->forward_addresses) RefuseLoop(after.address, forward->setting.address);
+    });
     const int timer = profile->setting.timer;
     if (Values<CPopProfileSetting>(Behind(3), request_.secrets).Has("timer") &&
         WaitSeconds(timer) != std::int64_t{timer} * 60) {
@@ -261,13 +296,15 @@ std::string Editor::AddProfile() {
 
 std::string Editor::EditForward() {
     if (Verb() == "add") return AddForward();
-    const auto [user, profile, forward] = FindForward(root_, Name());
-    if (Verb() == "set") return Set<CForwardAddressSetting>(*forward);
-    if (Verb() == "remove") {
-        return RemoveFromDisk(forward->path,
-                              [profile = profile, forward = forward] { profile->DeleteForwardAddress(forward); });
-    }
-    UnknownVerb();
+    const NamedForward named = FindForward(root_, Name());
+    CForwardAddress* const forward = named.forward;
+    if (Verb() == "remove") return RemoveFromDisk(*forward, [&] { named.profile->DeleteForwardAddress(forward); });
+    if (Verb() != "set") UnknownVerb();
+    const CString before = forward->setting.address;
+    const std::string text = Set<CForwardAddressSetting>(*forward, [&](const CForwardAddressSetting& after) {
+        if (after.address != before) RefuseLoop(named.profile->setting.address, after.address);
+    });
+    return forward->setting.address == before ? text : text + NoteOnTwin(*named.profile, *forward);
 }
 
 std::string Editor::AddForward() {
@@ -275,6 +312,7 @@ std::string Editor::AddForward() {
     const Values<CForwardAddressSetting> values(Behind(3), request_.secrets);
     CForwardAddressSetting draft;
     values.SetIn(draft, root_.path);
+    RefuseLoop(profile.setting.address, draft.address);
     NewDirectory directory(profile.path, "forwardto", "forwardaddress.def");
     auto forward = std::make_unique<CForwardAddress>();
     forward->SetPath(directory.Path());
@@ -296,7 +334,16 @@ std::string Editor::AddForward() {
     return "Added forwarding address " + Shown(directory.Path()) + " (" + ShowText(draft.address) + ").\n" +
            (request_.uidls.empty() ? ""
                                    : "It gets only new mail: " + std::to_string(request_.uidls.size()) +
-                                         " in the mailbox count as handled.\n");
+                                         " in the mailbox count as handled.\n") +
+           NoteOnTwin(profile, *profile.forward_addresses.back());
+}
+
+std::string Editor::NoteOnTwin(const CPopProfile& profile, const CForwardAddress& forward) const {
+    for (const auto& other : profile.forward_addresses) {
+        if (other.get() == &forward || !SameMailbox(other->setting.address, forward.setting.address)) continue;
+        return "Note: " + Shown(other->path) + " is the same address: it gets each mail twice.\n";
+    }
+    return {};
 }
 
 std::string Editor::EditSchedule() {
@@ -365,6 +412,19 @@ std::string Editor::SaveSchedule(CForwardAddress& forward, const CScheduleSettin
 }
 
 }  // namespace
+
+std::string WhatGoes(const CUser& user) {
+    return ShowText(user.setting.loginname) + ", with " + Counted(user.profiles.size(), "profile", "profiles");
+}
+
+std::string WhatGoes(const CPopProfile& profile) {
+    return ShowText(profile.setting.address) + ", with " +
+           Counted(profile.forward_addresses.size(), "forwarding address", "forwarding addresses");
+}
+
+std::string WhatGoes(const CForwardAddress& forward) {
+    return ShowText(forward.setting.address) + ", with the list of what it has received";
+}
 
 int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
     reply = {};

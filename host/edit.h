@@ -12,11 +12,12 @@
 namespace tarvex::host {
 
 // All text is UTF-8. The words are one of
-//     user add KEY=VALUE...         user set USER KEY=VALUE...         user remove USER
-//     profile add USER KEY=VALUE... profile set PROFILE KEY=VALUE...   profile remove PROFILE
-//     forward add PROFILE KEY=VALUE... forward set FORWARD KEY=VALUE... forward remove FORWARD
+//     user add KEY=VALUE...         user set USER KEY=VALUE...         user remove USER [WHAT]
+//     profile add USER KEY=VALUE... profile set PROFILE KEY=VALUE...   profile remove PROFILE [WHAT]
+//     forward add PROFILE KEY=VALUE... forward set FORWARD KEY=VALUE... forward remove FORWARD [WHAT]
 //     schedule add FORWARD TERM     schedule remove|on|off FORWARD NUMBER     (counted from 1, or "all")
-// with the settings keys of host/keys.h and names as host/names.h finds them.
+// with the settings keys of host/keys.h and names as host/names.h finds them. WHAT is what somebody was told that goes,
+// in the words of WhatGoes: nothing is removed when it has become something else.
 struct EditRequest {
     std::vector<std::string> words;
     std::map<std::string, std::string> secrets;  // passwords by settings key, as bytes; an empty one clears
@@ -28,6 +29,11 @@ struct Reply {
     std::string printed;  // for standard output: lines
     std::string error;    // one sentence without a line end, when the exit code is not 0
 };
+
+// What a removal takes away, as the person is asked who wants it.
+std::string WhatGoes(const CUser& user);
+std::string WhatGoes(const CPopProfile& profile);
+std::string WhatGoes(const CForwardAddress& forward);
 
 // Applies an edit to the tree in memory and saves it; both stay as they were when it fails. Returns the exit code of
 // the command. On the thread that owns the tree.

@@ -37,6 +37,13 @@ constexpr Key<Record> Text(const char* name, const char* group, const char* plac
     return {{name, group, placeholder, meaning, type}, field};
 }
 
+// A key without which nothing works.
+template <class Record>
+constexpr Key<Record> Needed(Key<Record> key) {
+    key.is_needed = true;
+    return key;
+}
+
 template <class Record>
 constexpr Key<Record> Number(const char* name, const char* group, const char* placeholder, const char* unit, int lowest,
                              int highest, std::span<const ValueWord> words, int Record::*field, const char* meaning) {
@@ -60,7 +67,7 @@ constexpr std::array kAppKeys = {
 
 using U = CUserSetting;
 constexpr std::array kUserKeys = {
-    Text("loginname", "User", "NAME", KeyType::Login, &U::loginname, "Login name"),
+    Needed(Text("loginname", "User", "NAME", KeyType::Login, &U::loginname, "Login name")),
     Text("password", "User", "", KeyType::Password, &U::password,
          "Password of the user, for programs that let users log in"),
     Flag("administrator", "User", &U::administrator, "Administrator rights, for such programs"),
@@ -86,9 +93,9 @@ constexpr std::array kProfileKeys = {
            "number (1440 wait 48 hours), and is said when it is set"),
     Number("timeout", kGeneral, "SECONDS", "seconds", 1, kLongestTimeout_s, {}, &P::timeout,
            "How long a server may take for each step"),
-    Text("popserver", kFetching, "HOST", KeyType::HostName, &P::popserver, "POP3 server"),
+    Needed(Text("popserver", kFetching, "HOST", KeyType::HostName, &P::popserver, "POP3 server")),
     Number("popport", kFetching, "PORT", "TCP port", 1, kHighestPort, {}, &P::popport, "TCP port of the POP3 server"),
-    Text("popuser", kFetching, "NAME", KeyType::Login, &P::popuser, "POP3 user name"),
+    Needed(Text("popuser", kFetching, "NAME", KeyType::Login, &P::popuser, "POP3 user name")),
     Text("poppassword", kFetching, "", KeyType::Password, &P::poppassword, "POP3 password"),
     Flag("apop", kFetching, &P::apop, "on: log in with APOP where the server offers it"),
     Flag("sslpop", kFetching, &P::sslpop, "Stored only: POP3 is always plain TCP. A tunnel brings it through TLS"),
@@ -196,6 +203,7 @@ CString TextValue(const KeyInfo& key, std::string_view word) {
         }
         return CString(word);
     }
+    if (key.is_needed && word.empty()) throw Trouble(kBadUsage, std::string(key.name) + " cannot be empty");
     if (key.type == KeyType::Path) return PathValue(key, word);
     if (key.type == KeyType::HostName) RequireHostName(key, word);
     if (key.type == KeyType::Mailbox) RequireAddress(key, word, word);
@@ -344,6 +352,11 @@ void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>
         const auto same = [&](auto field) { return record.*field == read.*field; };
         if (!std::visit(same, key->field)) throw NoSurvivor(*key, ShowValue(record, *key), ShowValue(read, *key));
     }
+}
+
+bool SameMailbox(const CString& left, const CString& right) {
+    const auto fold = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return std::ranges::equal(PlainAddress(left), PlainAddress(right), {}, fold, fold);
 }
 
 CTime ParseMoment(std::string_view text) {

@@ -42,6 +42,7 @@ struct KeyInfo {
     std::span<const ValueWord> words = {};  // of a number; the first that fits is shown
     int lowest = 0;                         // of a number
     int highest = 0;
+    bool is_needed = false;  // never empty
 };
 
 template <class Record>
@@ -78,6 +79,9 @@ nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key);
 // folder below the directory, and loads it. In a root this is for the holder of its lock.
 template <class Record>
 void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>& keys, const CString& directory);
+
+// Whether two addresses are the same, whatever display names, comments and letter case they come with.
+bool SameMailbox(const CString& left, const CString& right);
 
 // The moment that a text means (see KeyType::Moment), to the minute. Throws Trouble when it is none.
 CTime ParseMoment(std::string_view text);

@@ -58,43 +58,34 @@ void AddName(CLI::App& command, Given& given, const char* placeholder, const cha
 // Loads the tree, for a command that only reads.
 void ReadTree(const Context& context, CRootPath& root) { OpenTree(root, RootDirectory(context)); }
 
+template <class Object>
 int Remove(const Context& context, const Given& given, const std::string& kind, const CRootPath& root,
-           const CString& path, const std::string& what) {
-    const std::string name = ShownName(root, path);
+           const Object& object) {
+    const std::string name = ShownName(root, object.path);
+    const std::string what = WhatGoes(object);
     if (!given.yes && !AskYes("Remove " + name + " (" + what + ")?")) {
         std::cout << "Nothing was removed.\n";
         return kDone;
     }
-    return Submit(context, {{kind, "remove", name}, {}, {}});
-}
-
-std::string Counted(std::size_t count, const std::string& one, const std::string& many) {
-    return std::to_string(count) + ' ' + (count == 1 ? one : many);
+    return Submit(context, {{kind, "remove", name, what}, {}, {}});
 }
 
 int RemoveUser(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    const CUser& user = FindUser(root, given.name);
-    return Remove(context, given, "user", root, user.path,
-                  ShowText(user.setting.loginname) + ", with " + Counted(user.profiles.size(), "profile", "profiles"));
+    return Remove(context, given, "user", root, FindUser(root, given.name));
 }
 
 int RemoveProfile(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    const CPopProfile& profile = *FindProfile(root, given.name).profile;
-    return Remove(context, given, "profile", root, profile.path,
-                  ShowText(profile.setting.address) + ", with " +
-                      Counted(profile.forward_addresses.size(), "forwarding address", "forwarding addresses"));
+    return Remove(context, given, "profile", root, *FindProfile(root, given.name).profile);
 }
 
 int RemoveForward(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    const CForwardAddress& forward = *FindForward(root, given.name).forward;
-    return Remove(context, given, "forward", root, forward.path,
-                  ShowText(forward.setting.address) + ", with the list of what it has received");
+    return Remove(context, given, "forward", root, *FindForward(root, given.name).forward);
 }
 
 int Set(const Context& context, const Given& given, const std::string& kind) {

@@ -380,6 +380,16 @@ TEST_F(HostCommands, RemovingAsksFirst) {
         EXPECT_THAT(dialogue.Printed(), HasSubstr("Nothing was removed."));
         EXPECT_TRUE(fs::exists(Tree() + "/user0/from0"));
     }
+    {
+        ChildProcess dialogue(Command({"forward", "remove", "phone"}), Output::Dialogue, Variables());
+        ASSERT_TRUE(dialogue.WaitForOutput("[y/N] ", 20s));
+        Do({"forward", "remove", "phone", "--yes"});
+        Do({"forward", "add", "me@example.org", "precious@example.net", "--nickname", "phone"});
+        dialogue.Type("y\n");
+        dialogue.Wait();
+        EXPECT_EQ(dialogue.ExitCode(), host::kNotFound);
+        EXPECT_TRUE(fs::exists(Tree() + "/user0/from0/forwardto0/forwardaddress.def"));
+    }
     ChildProcess dialogue(Command({"forward", "remove", "phone"}), Output::Dialogue, Variables());
     ASSERT_TRUE(dialogue.WaitForOutput("[y/N] ", 20s));
     dialogue.Type("y\n");
@@ -414,7 +424,7 @@ TEST_F(HostCommands, EveryKeyCanBeSetAndShown) {
             std::string word = "x";
             if (key.type == host::KeyType::Number)
                 word = key.words.empty() ? std::to_string(key.highest) : key.words.back().word;
-            if (key.type == host::KeyType::Mailbox || key.type == host::KeyType::Recipient) word = "x@example.org";
+            if (key.type == host::KeyType::Mailbox || key.type == host::KeyType::Recipient) word = kind + "@example.com";
             if (key.type == host::KeyType::Moment) word = "2026-12-24 18:00";
             EXPECT_THAT(Do({kind, "set", name, "--" + std::string(key.name), word}), HasSubstr(key.name));
             EXPECT_THAT(Do({kind, "show", name}), HasSubstr(std::string(key.name) + ' '));

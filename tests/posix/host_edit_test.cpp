@@ -228,6 +228,55 @@ TEST_F(HostEdit, RemovingTakesTheDirectoriesAway) {
     EXPECT_TRUE(root_.users.empty());
 }
 
+// Between the question and the answer others may have changed the tree.
+TEST_F(HostEdit, OnlyWhatSomebodyWasToldIsRemoved) {
+    EXPECT_THAT(Bad(host::kNotFound, {"forward", "remove", "user0/from0/forwardto0", "old@example.net, with the list"}),
+                AllOf(HasSubstr("phone@example.net"), HasSubstr("nothing was removed")));
+    const std::string told = host::WhatGoes(Profile());
+    Good({"forward", "add", "me@example.org", "address=pager@example.net"});
+    EXPECT_EQ(Do({"profile", "remove", "me@example.org", told}), host::kNotFound);
+    EXPECT_THAT(reply_.error, HasSubstr("2 forwarding addresses"));
+    Good({"forward", "remove", "phone", host::WhatGoes(Forward())});
+    Good({"profile", "remove", "me@example.org", host::WhatGoes(Profile())});
+    Good({"user", "remove", "taro", host::WhatGoes(*root_.users.front())});
+}
+
+TEST_F(HostEdit, MailIsNotForwardedToTheMailboxThatItComesFrom) {
+    for (const char* const own : {"me@example.org", "Me@Example.ORG", "Taro <me@example.org>", "me@example.org (home)"}) {
+        const std::string address = std::string("address=") + own;
+        EXPECT_THAT(Bad(host::kBadUsage, {"forward", "add", "me@example.org", address}), HasSubstr("own address"));
+        EXPECT_THAT(Bad(host::kBadUsage, {"forward", "set", "phone", address}), HasSubstr("own address"));
+    }
+    EXPECT_THAT(Bad(host::kBadUsage, {"profile", "set", "me@example.org", "address=Phone@example.net"}),
+                HasSubstr("own address"));
+    Forward().setting.address = "me@example.org";  // by hand
+    Good({"forward", "set", "phone", "nickname=mobile"});
+    Good({"profile", "set", "user0/from0", "timer=5"});
+}
+
+TEST_F(HostEdit, AnAddressThatIsThereAlreadyIsPointedOut) {
+    EXPECT_THAT(Good({"forward", "add", "me@example.org", "address=Phone <PHONE@example.net>"}),
+                HasSubstr("Note: user0/from0/forwardto0 is the same address"));
+    EXPECT_THAT(Good({"forward", "add", "me@example.org", "address=phone2@example.net"}), Not(HasSubstr("Note")));
+    EXPECT_THAT(Good({"forward", "set", "phone2@example.net", "address=phone@example.net"}), HasSubstr("Note"));
+    EXPECT_THAT(Good({"forward", "set", "user0/from0/forwardto2", "status=off"}), Not(HasSubstr("Note")));
+}
+
+TEST_F(HostEdit, TwoUsersHaveNotTheSameName) {
+    EXPECT_THAT(Bad(host::kBadUsage, {"user", "add", "loginname=taro"}), HasSubstr("user0"));
+    Good({"user", "set", "taro", "loginname=taro", "status=off"});
+    Good({"user", "add", "loginname=hanako"});
+    EXPECT_EQ(Do({"user", "set", "hanako", "loginname=taro"}), host::kBadUsage);
+}
+
+TEST_F(HostEdit, WhatAProfileNeedsIsNotCleared) {
+    for (const char* const word : {"popserver=", "popuser=", "address="}) {
+        Bad(host::kBadUsage, {"profile", "set", "me@example.org", word});
+    }
+    EXPECT_THAT(Bad(host::kBadUsage, {"user", "set", "taro", "loginname="}), HasSubstr("cannot be empty"));
+    Good({"profile", "set", "me@example.org", "smtpserver=", "smtpuser="});
+}
+
 TEST_F(HostEdit, WordsThatMakeNoSenseAreRefused) {
     for (const std::vector<std::string>& words : {std::vector<std::string>{},
                                                   {"profile"},
