@@ -65,7 +65,7 @@ std::string OnSilence(const Words& words, int kind) {
     }
     if (kind == PROBE_GREETING && words.ssl != 1) {
         return "The server accepts the connection and says nothing. If " + words.port +
-               " wants TLS from the first byte, as 465 does, set sslsmtp to 1.";
+               " wants TLS from the first byte, as 465 does, set --sslsmtp tls.";
     }
     return "The server did not answer within " + words.seconds + ": raise timeout if it is merely slow.";
 }
@@ -77,11 +77,10 @@ std::string OnForeigner(const Words& words) {
 
 std::string OnTls(const Words& words) {
     if (words.ssl == 2) {
-        return "The server does not upgrade to TLS at " + words.port +
-               ": 587 usually does; for 465 set sslsmtp to 1 in place of 2.";
+        return "The server does not upgrade to TLS at " + words.port + ": 587 usually does; for 465 set --sslsmtp tls.";
     }
     return "The server does not speak TLS from the first byte at " + words.port +
-           ": 465 usually does; for 587 and 25 set sslsmtp to 2 (STARTTLS).";
+           ": 465 usually does; for 587 and 25 set --sslsmtp starttls.";
 }
 
 std::string OnCertificate(const Words& words, const CString& reason) {
@@ -103,15 +102,16 @@ std::string OnCertificate(const Words& words, const CString& reason) {
 
 std::string OnLogIn(const Words& words, const CPopProfileSetting& setting) {
     if (words.pop) {
-        const std::string apop = setting.apop != 0 ? " If they are right, set apop to 0." : "";
-        return "The server does not take the login: set popuser and poppassword. Some providers want a password made "
-               "for programs in place of your own." +
+        const std::string apop = setting.apop != 0 ? " If they are right, set --apop off." : "";
+        return "The server does not take the login: set --popuser and --password (`tarvex profile set`). Some "
+               "providers want a password made for programs in place of your own." +
                apop;
     }
-    const std::string user = setting.smtpuser.empty() ? "smtpuser (empty: popuser)" : "smtpuser";
-    const std::string password = setting.smtppassword.empty() ? "smtppassword (empty: poppassword)" : "smtppassword";
+    const std::string user = setting.smtpuser.empty() ? "--smtpuser (empty: popuser)" : "--smtpuser";
+    const std::string password =
+        setting.smtppassword.empty() ? "--smtp-password (empty: the POP3 password)" : "--smtp-password";
     return "The server does not take the login: set " + user + " and " + password +
-           ". If they are right, try another smtpauth_mode.";
+           ". If they are right, try another --smtpauth_mode.";
 }
 
 std::string OnRefusal(const Words& words, int kind, const CPopProfileSetting& setting) {
@@ -121,7 +121,8 @@ std::string OnRefusal(const Words& words, int kind, const CPopProfileSetting& se
         case PROBE_GREETING:
             return "The server wants nothing to do with this machine, or not now: ask who runs it, or try later.";
         case PROBE_HELLO:
-            return "The server does not take the greeting: try esmtp " + std::string(setting.esmtp ? "0" : "1") + ".";
+            return "The server does not take the greeting: try --esmtp " + std::string(setting.esmtp ? "off" : "on") +
+                   ".";
         case PROBE_LIST:
             return "The server does not list the mailbox: another program may be using it; try later.";
         default:

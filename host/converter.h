@@ -14,6 +14,9 @@ public:
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
 
+    // Whether the system has it; else nothing is converted.
+    bool IsThere() const;
+
     // Appends the longest beginning of the text that can be converted, and takes it away from the text.
     void Convert(std::string_view& text, std::string& result);
 

@@ -47,7 +47,8 @@ Trouble CannotMakeIn(const CString& path) {
 // What is forwarded to the mailbox itself is fetched again, and forwarded again.
 void RefuseLoop(const CString& own, const CString& target) {
     if (!SameMailbox(own, target)) return;
-    throw Trouble(kBadUsage, '"' + ShowText(target) + "\" is the profile's own address: its mail would come back to it");
+    throw Trouble(kBadUsage,
+                  '"' + ShowText(target) + "\" is the profile's own address: its mail would come back to it");
 }
 
 Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
@@ -185,7 +186,8 @@ private:
         const CString directory = object.path;
         const std::string what = WhatGoes(object);
         if (request_.words.size() > 3 && request_.words[3] != what) {
-            throw Trouble(kNotFound, Shown(directory) + " is something else by now (" + what + "); nothing was removed");
+            throw Trouble(kNotFound,
+                          Shown(directory) + " is something else by now (" + what + "); nothing was removed");
         }
         MoveAside(root_.path, directory);
         remove();

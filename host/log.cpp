@@ -7,7 +7,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -34,7 +33,7 @@ void PrintLast(const Lines& lines, std::size_t count) {
     for (std::size_t i = lines.size() - std::min(count, lines.size()); i < lines.size(); ++i) {
         std::cout << ShowText(lines[i]) << '\n';
     }
-    if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
+    if (!std::cout.flush()) throw Trouble(kCannotWrite, "cannot write to standard output");
 }
 
 // A run replaces the log as a whole, by a new file of the same name: that the time of the last change is another one
@@ -87,7 +86,9 @@ void AddLogCommand(CLI::App& app, Context& context) {
     CLI::App* const log = app.add_subcommand("log", "Show the log of a profile.");
     auto options = std::make_shared<Options>();
     log->add_option("PROFILE", options->name, "Path, nickname or address of the profile")->required();
-    log->add_option("-n,--lines", options->count, "Only the last N lines")->type_name("N");
+    log->add_option("-n,--lines", options->count, "Only the last N lines")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
     log->add_flag("-f,--follow", options->follow, "Go on showing what each run adds, until interrupted");
     log->callback([&context, options] { context.command = [&context, options] { return Log(context, *options); }; });
 }

@@ -6,7 +6,6 @@
 #include <iostream>
 #include <memory>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -64,8 +63,10 @@ private:
 // Whether somebody tried: then what could not be understood is not repeated.
 bool HasPasswordOnCommandLine(const std::vector<std::string>& words) {
     return std::ranges::any_of(words, [](std::string_view word) {
-        return word == "--password" || word == "--smtp-password" || word.starts_with("--password=") ||
-               word.starts_with("--smtp-password=");
+        const std::string_view option = word.substr(0, word.find('='));
+        const bool may_hold_one = option.starts_with('-') || option.size() < word.size();
+        return may_hold_one && option.find("passw") != std::string_view::npos && !option.ends_with("-stdin") &&
+               !option.ends_with("-file");
     });
 }
 
@@ -105,7 +106,7 @@ int main(int argc, char** argv) {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
         if (context.root_option) context.root_option = TreePath(*context.root_option);
         const int code = context.command();
-        if (!std::cout.flush()) throw std::runtime_error("cannot write to standard output");
+        if (!std::cout.flush()) throw Trouble(kCannotWrite, "cannot write to standard output");
         return code;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(words)) {

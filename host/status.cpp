@@ -32,6 +32,7 @@ struct Status {
     std::string address;
     bool switched_on = false;
     bool has_log = false;  // switched on
+    CTime last_due = 0;
     CTime next_due = 0;
     std::optional<RunNow> running;  // by a service
     std::optional<LoggedRun> last;
@@ -49,6 +50,7 @@ Status StatusOf(const CRootPath& root, const CPopProfile& profile) {
     status.address = ShowText(profile.setting.address);
     status.switched_on = profile.setting.status != 0;
     status.has_log = profile.setting.logmode != 0;
+    status.last_due = profile.setting.lasttime;
     status.next_due = profile.NextDue();
     if (const std::string why = WhyUnreadable(profile); !why.empty()) status.trouble = "left out, " + why;
     for (const LoggedRun& run : RunsIn(ReadLog(profile.path).value_or(std::vector<std::string>()))) {
@@ -95,6 +97,10 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
     table.Print(std::cout);
     for (const Status& status : all) {
         if (!status.trouble.empty()) std::cout << status.name << ": " << status.trouble << '\n';
+        if (!status.switched_on || status.last_due <= now || status.next_due <= now) continue;
+        std::cout << status.name << " was last due at " << ShowTime(status.last_due)
+                  << ", which is still to come: was the clock wrong? `tarvex profile set " << status.name
+                  << " --lasttime never` makes it due.\n";
     }
 }
 

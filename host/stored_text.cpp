@@ -36,6 +36,10 @@ std::string Number(const char* format, std::uint32_t number) {
 
 std::string Converted(std::string_view text, const char* to, const char* from) {
     Converter converter(to, from);
+    if (!converter.IsThere()) {
+        throw Trouble(kTryLater, std::string("the system has no converter from ") + from + " to " + to +
+                                     " now (too many open files, or no memory?)");
+    }
     std::string result;
     converter.Convert(text, result);
     return text.empty() ? result : std::string();

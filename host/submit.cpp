@@ -49,6 +49,7 @@ int Submit(const Context& context, const EditRequest& request) {
     const int code = MakeEdit(directory, request, reply);
     if (code != kDone) throw Trouble(code, reply.error);
     std::cout << reply.printed;
+    if (!std::cout.flush()) throw Trouble(kCannotWrite, "the change was made, but standard output cannot be written");
     return code;
 }
 

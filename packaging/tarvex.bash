@@ -70,7 +70,9 @@ _tarvex() {
     if [[ $COMP_WORDBREAKS == *@* && $current == *@* ]]; then there=${current%@*}@; fi
     COMPREPLY=()
     for word in "${choices[@]}"; do
-        if [[ $word == "$current"* ]]; then COMPREPLY+=("${word#"$there"}"); fi
+        if [[ $word != "$current"* ]]; then continue; fi
+        printf -v word %q "${word#"$there"}" # a name may hold what the shell would act upon
+        COMPREPLY+=("$word")
     done
 }
 

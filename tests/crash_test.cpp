@@ -3,7 +3,7 @@
 // The real program forwards from a mailbox to three addresses, one of which is refused now and then, with deletion on
 // and new mail coming in. It is killed at random moments of its runs; after each kill, and whenever a message is
 // deleted from the mailbox, everything that must hold is checked. The same with a service that runs again and again,
-// and with settings that are saved meanwhile.
+// and with settings that are saved, addresses that come and go, and profiles that come meanwhile.
 
 #include <gtest/gtest.h>
 
@@ -42,11 +42,13 @@ constexpr int kKills = 55;  // in each of six tests
 constexpr auto kServiceRuns =
     200ms;  // after that without the part: it does not end, and there may be nothing to deliver
 constexpr auto kProgramRuns = 60s;
-constexpr int kTryLater = 75;  // exit code of a command
+constexpr int kTryLater = 75;  // exit codes of a command
+constexpr int kNotFound = 66;  // an address that an edit which was killed did not add
 constexpr int kUndisturbedEvery = 8;
 constexpr double kRefusals = 0.05;  // of the recipients at the address that is refused now and then
 const std::vector<std::string> kAddresses = {"first@example.net", "second@example.net", "third@example.net"};
 const std::string kOftenRefused = kAddresses[1];
+const std::string kAfter = "after-";  // "after-12-3@example.net" is to get nothing before the thirteenth mail
 
 class Dice {
 public:
@@ -109,9 +111,15 @@ private:
         for (const DeliveredMail& mail : sink_.Delivered(heard_)) {
             ++heard_;
             const auto known = uidls_.find(mail.text);
-            EXPECT_NE(known, uidls_.end()) << "arrived, but never sent like this: " << mail.text.substr(0, 200);
+            EXPECT_NE(known, uidls_.end()) << "arrived at " << ::testing::PrintToString(mail.recipients)
+                                           << ", but never sent like this: " << mail.text;
             if (known == uidls_.end()) continue;
-            for (const std::string& recipient : mail.recipients) arrived_[recipient].insert(known->second);
+            for (const std::string& recipient : mail.recipients) {
+                arrived_[recipient].insert(known->second);
+                if (!recipient.starts_with(kAfter)) continue;
+                const int number = std::stoi(known->second.substr(known->second.find('-') + 1));
+                EXPECT_GT(number, std::stoi(recipient.substr(kAfter.size()))) << "old mail at " << recipient;
+            }
         }
     }
 
@@ -195,8 +203,9 @@ std::string WithoutTime(std::string text) {
 
 class Forwarding {
 public:
-    Forwarding(int text_limit, unsigned seed, bool by_service = false) : by_service_(by_service), dice_(seed) {
-        BuildTree(text_limit);
+    Forwarding(int text_limit, unsigned seed, bool by_service = false)
+        : text_limit_(text_limit), by_service_(by_service), dice_(seed) {
+        BuildTree();
         originals_ = FilesBelow(root_.Path());
         mailbox_.SetOnDelete([this](const std::string& uidl) { ledger_.ExpectArrivedEverywhere(uidl); });
         mailbox_.SetFault([this](const std::string& command) {
@@ -258,7 +267,8 @@ public:
         RunUndisturbed();
         EXPECT_TRUE(mailbox_.Mails().empty());
         CheckTree();
-        for (const auto& [name, text] : FilesBelow(root_.Path())) EXPECT_FALSE(IsNewFile(name)) << name;
+        for (const auto& [name, text] : FilesBelow(root_.Path()))
+            EXPECT_FALSE(IsNewFile(name) && !IsOfAnEdit(name)) << name;
     }
 
     // The conversations as one: on a busy machine one of them may be over before the moment comes.
@@ -273,11 +283,14 @@ public:
         for (int part = kStarting; part < kParts; ++part) {
             summary += std::string(" ") + kPartNames[part] + " " + std::to_string(kills_in_[part]) + " times,";
         }
+        for (const auto& [code, count] : edits_with_code_) {
+            summary += " " + std::to_string(count) + " edits ended with " + std::to_string(code) + ",";
+        }
         return summary + " " + std::to_string(left_over_) + " new files found";
     }
 
 private:
-    void BuildTree(int text_limit) {
+    void BuildTree() {
         CRootPath root;
         ASSERT_TRUE(root.SetRootPath(root_.String()));
         CPopProfile& profile =
@@ -293,7 +306,7 @@ private:
         ASSERT_TRUE(profile.SaveSetting());
         for (const std::string& name : kAddresses) {
             CForwardAddress& address = *profile.CreateNewForwardAddress(name, name);
-            address.setting.textonly = text_limit;
+            address.setting.textonly = text_limit_;
             for (const char* const time : {"0,0,0,0,0,0", "0,0,0,12,0,0"}) {  // each is closed at that very second
                 CTerm term;
                 term.status = 1;
@@ -310,8 +323,37 @@ private:
     std::vector<std::string> ServiceCommand() const {
         return {TARVEX_HOST, "serve", "--root", root_.String(), "--every", "0.01"};
     }
-    std::vector<std::string> EditCommand() const {
-        return {TARVEX_HOST, "profile", "set", "user0/from0", "--root", root_.String(), "--nickname", "profile"};
+    // Among others an address that is to get nothing of what has come so far, and a profile that is never to run.
+    std::vector<std::string> EditCommand() {
+        const std::string number = std::to_string(++edits_);
+        std::vector<std::string> words;
+        switch (dice_.Throw(4)) {
+            case 0:
+                words = {"profile", "set", "user0/from0", "--nickname", "profile"};
+                break;
+            case 1:
+                new_address_ = kAfter + std::to_string(received_) + "-" + number + "@example.net";
+                words = {"forward",
+                         "add",
+                         "user0/from0",
+                         new_address_,
+                         "--new-mail-only",
+                         "--nickname",
+                         "after",
+                         "--textonly",
+                         std::to_string(text_limit_)};
+                break;
+            case 2:
+                words = {"forward", "remove", new_address_, "--yes"};
+                break;
+            default:
+                words = {"profile",     "add",       "user0",     "box" + number + "@example.org",
+                         "--popserver", "127.0.0.1", "--popuser", "user",
+                         "--status",    "off"};
+        }
+        words.insert(words.begin(), TARVEX_HOST);
+        words.insert(words.end(), {"--root", root_.String()});
+        return words;
     }
 
     // Also measures how long each part takes.
@@ -344,7 +386,9 @@ private:
         run.Kill();
         if (edit) {
             edit->Wait();  // it goes on by itself, unless the service was killed before it answered
-            EXPECT_TRUE(edit->ExitCode() == 0 || edit->ExitCode() == kTryLater) << edit->Errors();
+            const int code = edit->ExitCode();
+            EXPECT_TRUE(code == 0 || code == kTryLater || code == kNotFound) << code << edit->Errors();
+            ++edits_with_code_[code];
         }
         return true;
     }
@@ -373,6 +417,7 @@ private:
             files.erase(name);
         }
         files.erase(".tarvex.lock");  // holds no state: the kernel knows who has the lock
+        std::erase_if(files, [](const auto& file) { return IsOfAnEdit(file.first); });
         for (const auto& [name, text] : files) ADD_FAILURE() << "an unknown file: " << name;
         CheckNothingElseIsLoaded();
     }
@@ -394,10 +439,35 @@ private:
         CRootPath root;
         ASSERT_TRUE(root.SetRootPath(root_.String()));
         ASSERT_EQ(root.users.size(), 1u);
-        ASSERT_EQ(root.users[0]->profiles.size(), 1u);
-        EXPECT_EQ(root.users[0]->profiles[0]->forward_addresses.size(), kAddresses.size());
+        std::size_t known = 0;
+        for (const auto& profile : root.users[0]->profiles) {
+            const std::string& address = profile->setting.address;
+            if (address != "me@example.org") {
+                EXPECT_TRUE(address.starts_with("box")) << address;
+                EXPECT_EQ(profile->setting.status, 0);
+                EXPECT_TRUE(profile->forward_addresses.empty());
+                continue;
+            }
+            for (const auto& forward : profile->forward_addresses) {
+                if (std::ranges::count(kAddresses, forward->setting.address) == 1) {
+                    ++known;
+                    continue;
+                }
+                EXPECT_TRUE(forward->setting.address.starts_with(kAfter)) << forward->setting.address;
+                EXPECT_EQ(forward->setting.nickname, "after");
+            }
+        }
+        EXPECT_EQ(known, kAddresses.size());
     }
 
+    // Of an address or a profile that an edit has made, or was removing.
+    static bool IsOfAnEdit(const std::string& name) {
+        static const std::regex kPattern(
+            "\\.tarvex-removed/.*|user0/from0/forwardto([3-9]|[1-9][0-9]+)/.*|user0/from[1-9].*");
+        return std::regex_match(name, kPattern);
+    }
+
+    const int text_limit_;
     const bool by_service_;
     Dice dice_;
     TempDir root_;
@@ -405,6 +475,9 @@ private:
     std::atomic<bool> refusing_ = true;
     int received_ = 0;
     int left_over_ = 0;
+    int edits_ = 0;
+    std::map<int, int> edits_with_code_;
+    std::string new_address_ = "nobody@example.net";  // the last one
     std::array<nanoseconds, kParts> lengths_{};
     std::array<int, kParts> kills_in_{};
     std::map<std::string, std::string> originals_;  // the settings files

@@ -43,6 +43,8 @@ Converter::~Converter() {
     if (impl_->handle) iconv_close(impl_->handle);
 }
 
+bool Converter::IsThere() const { return impl_->handle; }
+
 void Converter::Convert(std::string_view& text, std::string& result) {
     char* in = const_cast<char*>(text.data());  // iconv does not write to it
     std::size_t in_bytes = text.size();

@@ -2,12 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cmath>
 #include <memory>
 
 #include "host/commands.h"
 #include "host/posix/service.h"
 #include "host/process.h"
 #include "host/tree_root.h"
+#include "host/trouble.h"
 
 namespace tarvex::host {
 
@@ -26,6 +28,8 @@ void AddServeCommand(CLI::App& app, Context& context) {
     serve->footer("Commands that change the tree work while the service runs: they are carried out by it.");
     serve->callback([&context, every] {
         context.command = [&context, every] {
+            if (std::isnan(*every))
+                throw Trouble(kBadUsage, "--every: \"nan\" is no number of seconds");  // in any range
             RaiseFileLimit();
             const std::chrono::duration<double> seconds(*every);
             return Service(RootDirectory(context), std::chrono::duration_cast<std::chrono::microseconds>(seconds))

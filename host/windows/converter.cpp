@@ -129,8 +129,10 @@ Converter::Converter(const char* to, const char* from) : impl_(new Impl{FormOf(f
 
 Converter::~Converter() = default;
 
+bool Converter::IsThere() const { return impl_->from != Form::Unknown && impl_->to != Form::Unknown; }
+
 void Converter::Convert(std::string_view& text, std::string& result) {
-    if (impl_->from == Form::Unknown || impl_->to == Form::Unknown) return;
+    if (!IsThere()) return;
     while (!text.empty()) {
         if (impl_->from == Form::Jis && impl_->Escape(text)) continue;
         std::size_t bytes = 0;

@@ -44,6 +44,8 @@ for host in "$work/example/host" "$work/host"; do
     grep -q 'End Operation' "$log" 2>/dev/null && break
     sleep 0.1
   done
+  "$host" "$work/tree" 2>/dev/null && fail "two hosts at once" || [ $? = 75 ] || fail "$host does not see the other one"
+  tarvex user set taro --status on >/dev/null 2>&1 && fail "the command changed the tree of $host"
   kill -INT $pid || true
   wait $pid || fail "$host ended with an error"
   grep -q 'End Operation' "$log" || fail "$host ran nothing"

@@ -86,5 +86,7 @@ offers "tarvex --root=$tree profile show of" office
 offers "tarvex --root $tree profile show me@ex" example.org
 offers "tarvex --root $tree profile add t" taro
 offers "tarvex --root $work/tr" "$tree"
+"$tarvex" --root "$tree" profile set office --nickname 'x;touch$(id)' >/dev/null
+offers "tarvex --root $tree profile show x" 'x\;touch\$\(id\)'
 
 [ $failures = 0 ]

@@ -51,6 +51,9 @@ if command -v systemd-analyze >/dev/null && [ -d /lib/systemd/system ]; then
   mkdir -p "$root/bin"
   cp /bin/kill "$root/bin/"
   cp -rn /lib/systemd/system/. "$root/usr/lib/systemd/system"
+  # Below the tree of tarvex.service an instance could take the name of one of its users.
+  tree=$(sed -n 's/^StateDirectory=//p' "$root"/usr/lib/systemd/system/tarvex.service)
+  grep -q "^StateDirectory=$tree/" "$root"/usr/lib/systemd/system/tarvex@.service && fail "the trees of instances are in another tree"
   for unit in tarvex.service tarvex@shop.service; do
     systemd-analyze verify --root="$root" --man=no $unit >"$work/verify" 2>&1 || { cat "$work/verify"; fail "$unit is wrong"; }
     grep "tarvex" "$work/verify" && fail "$unit has warnings"

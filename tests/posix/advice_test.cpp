@@ -72,7 +72,7 @@ TEST(Advice, OfEveryFailureOfPop3) {
               {"S: -ERR go away\nC: (closed)\n", "wants nothing to do with this machine"},
               {"C: (closed)\n", "as 995 does: POP3 is spoken in clear here", kStallTimeOut_s},
               {"S: (closed)\n", "The server ended the connection: try again, and look at popport"},
-              {user + "S: -ERR no\nC: (closed)\n", "set popuser and poppassword"},
+              {user + "S: -ERR no\nC: (closed)\n", "set --popuser and --password"},
               {user + "C: (closed)\n", "did not answer within 1 second: raise timeout", kStallTimeOut_s},
               {logged_in + "C: UIDL\nS: -ERR no\nC: LIST\nS: -ERR locked\nC: (closed)\n",
                "another program may be using it"}});
@@ -83,24 +83,24 @@ TEST(Advice, OfEveryFailureOfPop3) {
     });
     CPopProfileSetting setting = Setting(apop.Port());
     setting.apop = 1;
-    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("If they are right, set apop to 0."));
+    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("If they are right, set --apop off."));
 }
 
 TEST(Advice, OfEveryFailureOfSmtp) {
     const std::string ehlo = "S: 220 ready\nC: EHLO {host}\n";
     const std::string quit = "C: QUIT\nS: 221 bye\nC: (closed)\n";
-    CheckAll(
-        Protocol::Smtp,
-        {{"S: +OK ready\nC: (closed)\n", "does not speak SMTP: set smtpport"},
-         {"S: 554 no\nC: (closed)\n", "wants nothing to do with this machine"},
-         {"C: (closed)\n", "as 465 does, set sslsmtp to 1", kStallTimeOut_s},
-         {"C: (closed)\n", "as 465 does, set sslsmtp to 1", kStallTimeOut_s, Tls(2)},
-         {ehlo + "S: 502 no\n" + quit, "try esmtp 0"},
-         {ehlo + "S: (closed)\n", "ended the connection"},
-         {ehlo + "S: 250-me\nS: 250-AUTH LOGIN\nS: 250 OK\nC: AUTH LOGIN\nS: 535 no\n" + quit,
-          "set smtpuser (empty: popuser) and smtppassword (empty: poppassword)"},
-         {"S: 220 ready\nC: (closed)\n", "465 usually does; for 587 and 25 set sslsmtp to 2", kAmpleTimeOut_s, Tls(1)},
-         {ehlo + "S: 250 me\nC: (closed)\n", "for 465 set sslsmtp to 1 in place of 2", kAmpleTimeOut_s, Tls(2)}});
+    CheckAll(Protocol::Smtp,
+             {{"S: +OK ready\nC: (closed)\n", "does not speak SMTP: set smtpport"},
+              {"S: 554 no\nC: (closed)\n", "wants nothing to do with this machine"},
+              {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s},
+              {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s, Tls(2)},
+              {ehlo + "S: 502 no\n" + quit, "try --esmtp off"},
+              {ehlo + "S: (closed)\n", "ended the connection"},
+              {ehlo + "S: 250-me\nS: 250-AUTH LOGIN\nS: 250 OK\nC: AUTH LOGIN\nS: 535 no\n" + quit,
+               "set --smtpuser (empty: popuser) and --smtp-password (empty: the POP3 password)"},
+              {"S: 220 ready\nC: (closed)\n", "465 usually does; for 587 and 25 set --sslsmtp starttls",
+               kAmpleTimeOut_s, Tls(1)},
+              {ehlo + "S: 250 me\nC: (closed)\n", "for 465 set --sslsmtp tls", kAmpleTimeOut_s, Tls(2)}});
 }
 
 // What is advised about a server with such a certificate, whose authority is trusted.

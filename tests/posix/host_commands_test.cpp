@@ -341,6 +341,8 @@ TEST_F(HostCommands, APasswordOnTheCommandLineIsRefusedAndNotRepeated) {
     MakeTree();
     for (const Words& words : {Words{"profile", "set", "me@example.org", "--password", "hunter2"},
                                {"profile", "set", "me@example.org", "--password=hunter2"},
+                               {"profile", "set", "me@example.org", "--poppassword", "hunter2"},
+                               {"profile", "set", "me@example.org", "poppassword=hunter2"},
                                {"profile", "set", "me@example.org", "--smtp-password", "hunter2"},
                                {"user", "add", "hana", "--password", "hunter2"},
                                {"profile", "set", "me@example.org", "--poppassword", "hunter2", "--password"}}) {
@@ -363,6 +365,23 @@ TEST_F(HostCommands, NoListShowsAPassword) {
         EXPECT_THAT(Do(words), AllOf(Not(HasSubstr("secret")), Not(HasSubstr(stored))));
     }
     EXPECT_EQ(DoJson({"profile", "show", "me@example.org", "--json"})["poppassword"], "(set)");
+}
+
+// ---- numbers that make no sense, and output that fails
+
+TEST_F(HostCommands, NumbersThatAreNoneAreRefused) {
+    MakeTree();
+    Fail(host::kBadUsage, {"log", "me@example.org", "-n", "-3"});
+    for (const char* const every : {"nan", "inf", "0", "-1"}) Fail(host::kBadUsage, {"serve", "--every", every});
+}
+
+TEST_F(HostCommands, AnEditThatCannotBeToldIsAnErrorThatSaysThatItWasMade) {
+    MakeTree();
+    ChildProcess full(Command({"user", "add", "hanako"}), Output::Full, Variables());
+    full.Wait();
+    EXPECT_EQ(full.ExitCode(), host::kCannotWrite);
+    EXPECT_EQ(full.Errors(), "tarvex: the change was made, but standard output cannot be written\n");
+    EXPECT_EQ(DoJson({"user", "list", "--json"}).size(), 2U);
 }
 
 // ---- removing
@@ -424,7 +443,8 @@ TEST_F(HostCommands, EveryKeyCanBeSetAndShown) {
             std::string word = "x";
             if (key.type == host::KeyType::Number)
                 word = key.words.empty() ? std::to_string(key.highest) : key.words.back().word;
-            if (key.type == host::KeyType::Mailbox || key.type == host::KeyType::Recipient) word = kind + "@example.com";
+            if (key.type == host::KeyType::Mailbox || key.type == host::KeyType::Recipient)
+                word = kind + "@example.com";
             if (key.type == host::KeyType::Moment) word = "2026-12-24 18:00";
             EXPECT_THAT(Do({kind, "set", name, "--" + std::string(key.name), word}), HasSubstr(key.name));
             EXPECT_THAT(Do({kind, "show", name}), HasSubstr(std::string(key.name) + ' '));

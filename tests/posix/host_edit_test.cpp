@@ -242,7 +242,8 @@ TEST_F(HostEdit, OnlyWhatSomebodyWasToldIsRemoved) {
 }
 
 TEST_F(HostEdit, MailIsNotForwardedToTheMailboxThatItComesFrom) {
-    for (const char* const own : {"me@example.org", "Me@Example.ORG", "Taro <me@example.org>", "me@example.org (home)"}) {
+    for (const char* const own :
+         {"me@example.org", "Me@Example.ORG", "Taro <me@example.org>", "me@example.org (home)"}) {
         const std::string address = std::string("address=") + own;
         EXPECT_THAT(Bad(host::kBadUsage, {"forward", "add", "me@example.org", address}), HasSubstr("own address"));
         EXPECT_THAT(Bad(host::kBadUsage, {"forward", "set", "phone", address}), HasSubstr("own address"));

@@ -86,7 +86,7 @@ TEST(HostCheck, AFailedStepComesWithAdviceAndCode69) {
     host.AddProfile(mailbox.Port(), UnusedPort());
     const std::string printed = host.Tell({"check", "from0"}, kUnavailable);
     EXPECT_THAT(printed, ContainsRegex("\n    log in +[0-9]+ ms  FAILED  -ERR wrong user or password\n"
-                                       "      The server does not take the login: set popuser and poppassword"));
+                                       "      The server does not take the login: set --popuser and --password"));
     EXPECT_THAT(printed, ContainsRegex("\n    connect +[0-9]+ ms  FAILED  could not connect .*Connection refused\n"
                                        "      Nothing listens there: smtpport may be wrong"));
     EXPECT_THAT(printed, Not(HasSubstr("secret")));
@@ -297,6 +297,20 @@ TEST(HostStatus, TellsWhatTheLogsHold) {
                                      ": Connection refused");
     EXPECT_EQ(list[2]["last_run"], nullptr);
     EXPECT_EQ(list[2]["switched_on"], false);
+}
+
+TEST(HostStatus, AProfileThatWaitsForAMomentLongAwayIsPointedOut) {
+    Host host;
+    const auto add = [&](CTime last_due) {
+        host.AddProfile(1, 1, [&](CPopProfile& profile) {
+            profile.setting.timer = 10;
+            profile.setting.lasttime = last_due;
+        });
+    };
+    add(std::time(nullptr));
+    EXPECT_EQ(host.Tell({"status"}).find("clock"), std::string::npos);
+    add(std::time(nullptr) + 3600);
+    EXPECT_THAT(host.Tell({"status"}), ContainsRegex("\nuser1/from0 was last due at .* was the clock wrong"));
 }
 
 TEST(HostStatus, AnEmptyTreeAndALogThatIsOffAreNoErrors) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "host/trouble.h"
 #include "testing/child_process.h"
 #include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
@@ -72,7 +73,7 @@ TEST(Host, OutputThatFailsIsAnErrorButTheMailIsForwarded) {
     mailbox.Add(MailNumber(1));
     ChildProcess full = host.Start(Output::Full);
     full.Wait();
-    EXPECT_EQ(full.ExitCode(), kBroken);
+    EXPECT_EQ(full.ExitCode(), host::kCannotWrite);
     EXPECT_EQ(full.Errors(), "tarvex: cannot write to standard output\n");
     EXPECT_EQ(Uidls(profile), "mail-1\n");
 

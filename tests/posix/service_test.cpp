@@ -645,29 +645,40 @@ TEST_F(ServedEdits, NoneIsLostInAThousandRacesWithQuickRuns) {
     const auto service = Serve({}, "0.01");
     static constexpr std::array<const char*, kClients> kKeys = {"nickname", "popuser", "smtpuser", "logsize"};
     std::atomic<int> failures = 0;
-    std::atomic<int> at_work = kClients;
+    std::atomic<int> at_work = kClients + 1;
+    const auto make = [&](const std::vector<std::string>& words) {
+        auto connection = host::ServiceConnection::Try(host_.Root());
+        host::Reply reply;
+        if (connection && connection->Edit({words, {}, {}}, reply, [](const std::string&) {}) == 0) return;
+        ++failures;
+        ADD_FAILURE() << reply.error;
+    };
     const auto edit = [&](int client) {
         for (int i = 1; i <= kEdits; ++i) {
-            auto connection = host::ServiceConnection::Try(host_.Root());
-            host::Reply reply;
             const std::string value = client == 1 ? "user" : client == 3 ? std::to_string(i) : "v" + std::to_string(i);
-            const std::string word = std::string(kKeys[static_cast<std::size_t>(client)]) + '=' + value;
-            if (!connection ||
-                connection->Edit({{"profile", "set", kProfile, word}, {}, {}}, reply, [](const std::string&) {}) != 0) {
-                ++failures;
-                ADD_FAILURE() << reply.error;
-            }
+            make({"profile", "set", kProfile, std::string(kKeys[static_cast<std::size_t>(client)]) + '=' + value});
             CPopProfileSetting setting;
             if (client == 0 && (!setting.Load(profile) || setting.nickname != value)) ++failures;
             if (client == 2 && (!setting.Load(profile) || setting.smtpuser != value)) ++failures;
         }
         --at_work;
     };
+    const auto come_and_go = [&] {
+        for (int i = 1; i <= kEdits / 2; ++i) {
+            const std::string guest = "guest" + std::to_string(i) + "@example.net";
+            make({"forward", "add", kProfile, "address=" + guest, "status=0"});
+            make({"forward", "remove", guest});
+        }
+        make({"forward", "add", kProfile, "address=guest@example.net", "status=0"});
+        --at_work;
+    };
     std::vector<std::thread> clients;
     for (int client = 0; client < kClients; ++client) clients.emplace_back(edit, client);
+    clients.emplace_back(come_and_go);
     int mails = 0;
     while (at_work > 0) {
         if (mails < 200) mailbox_.Add(MailNumber(++mails));
+        if (mails % 20 == 0) service->Signal(SIGHUP);
         service->WaitForOutput("(never)", 10ms);
     }
     for (std::thread& client : clients) client.join();
@@ -679,6 +690,11 @@ TEST_F(ServedEdits, NoneIsLostInAThousandRacesWithQuickRuns) {
     EXPECT_EQ(setting.nickname, "v250");
     EXPECT_EQ(setting.smtpuser, "v250");
     EXPECT_EQ(setting.logsize, kEdits);
+    CPopProfile stored;
+    stored.SetPath(CString(profile));
+    ASSERT_EQ(stored.forward_addresses.size(), 2U);
+    EXPECT_TRUE(std::ranges::any_of(
+        stored.forward_addresses, [](const auto& forward) { return forward->setting.address == "guest@example.net"; }));
     EXPECT_EQ(std::ssize(sink_.Delivered()), mails);
     EXPECT_EQ(Count(ReadFile(profile + "/forwardto0/uidl.def"), "\r\n"), mails);
     EXPECT_GT(Count(service->Printed(), "run ended"), 100) << "the edits had something to race with";
