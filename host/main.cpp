@@ -76,6 +76,7 @@ bool HasPasswordOnCommandLine(const std::vector<std::string>& words) {
 int main(int argc, char** argv) {
     using namespace tarvex::host;
 
+    FillStandardStreams();
     ShowUtf8();
     const std::vector<std::string> words = Words(argc, argv);
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");

@@ -10,6 +10,9 @@ namespace tarvex::host {
 // The words of the command line as UTF-8, the program's first.
 std::vector<std::string> Words(int argc, char** argv);
 
+// Fills what is missing of standard input, output and errors, so that nothing that is opened later is taken for it.
+void FillStandardStreams();
+
 // SIGHUP, SIGINT and SIGTERM (on Windows Ctrl+C and Ctrl+Break) no longer end the process but are kept for
 // CaughtSignal; a second one of a kind ends it. One that is ignored (nohup, a job in the background) stays ignored.
 void CatchTermination();

@@ -21,7 +21,7 @@ struct RunRequest {
 // For one request. Its operations throw Trouble when the service ends before it has answered.
 class ServiceConnection {
 public:
-    // Null when no service answers there.
+    // Null when no service answers there. Throws Trouble when what answers is another user's.
     static std::unique_ptr<ServiceConnection> Try(const std::string& root);
 
     virtual ~ServiceConnection() = default;

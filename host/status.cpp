@@ -155,10 +155,10 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
 
 // What the service that owns the tree is doing, if there is one that tells.
 void AddReport(const std::string& directory, std::vector<Status>& all) {
-    auto service = ServiceConnection::Try(directory);
-    if (!service) return;
     ServiceReport report;
     try {
+        auto service = ServiceConnection::Try(directory);
+        if (!service) return;
         report = service->Report();
     } catch (const Trouble&) {
         return;  // the rest is worth showing

@@ -57,10 +57,10 @@ std::string ShowSpan(std::int64_t seconds) {
     return ShowCount(seconds / kDay, "day");
 }
 
-std::string OneLine(std::string_view text, std::size_t columns) {
+std::string OneLine(std::string_view text, std::size_t columns, const char* charset) {
     constexpr std::string_view kMore = "...";
     constexpr std::size_t kMostBytes = 4;  // of a character
-    std::string line = ShowText(text.substr(0, text.find_first_of("\r\n")));
+    std::string line = ShowText(text.substr(0, text.find_first_of("\r\n")), charset);
     if (Columns(line) <= columns) return line;
     line.resize(std::min(line.size(), columns * kMostBytes));
     while (Columns(line) + kMore.size() > columns) {

@@ -33,6 +33,7 @@ constexpr std::size_t kPiece = 64 << 10;
 constexpr int kMaxDepth = 3;  // of a request
 constexpr int kBacklog = 128;
 constexpr std::chrono::milliseconds kPause{100};
+constexpr std::chrono::seconds kSilence{2};    // of a service, of which a command does not speak
 constexpr std::chrono::seconds kPatience{10};  // with a client that has to send or to take something
 
 // ---- messages
@@ -71,6 +72,8 @@ std::string BytesOf(std::string_view text) {
 }
 
 std::string BytesIn(const Json& json) { return BytesOf(json.get_ref<const std::string&>()); }
+
+std::string ShownIn(const Json& json) { return ShowText(BytesIn(json), "UTF-8"); }
 
 std::vector<std::string> ListOf(const Json& json) {
     std::vector<std::string> list;
@@ -163,6 +166,12 @@ private:
 
 bool WouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR; }
 
+bool HasAllowedPeer(const Descriptor& socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && IsAllowedPeer(peer.uid, geteuid());
+}
+
 Trouble Gone() {
     return {kTryLater, "the service ended before it answered; see whether the change was made, and try again"};
 }
@@ -193,7 +202,16 @@ int SocketConnection::Edit(const EditRequest& request, Reply& reply,
     if (message.size() > kMaxRequest) {
         throw Trouble(kBadData, "this is more than the service takes at once; stop it, and try again");
     }
-    return Ask(message, reply, on_note, {});
+    // A service answers an edit at once or tells what it waits for, unless it has been halted.
+    bool heard = false;
+    const auto note = [&](const std::string& text) {
+        heard = true;
+        on_note(text);
+    };
+    const auto remark = [&, from = Clock::now() + kSilence] {
+        if (!heard && Clock::now() >= from) note("the service does not answer yet; waiting for it");
+    };
+    return Ask(message, reply, note, remark);
 }
 
 int SocketConnection::Run(const RunRequest& request, Reply& reply,
@@ -210,11 +228,11 @@ int SocketConnection::Ask(const std::string& message, Reply& reply,
         if (on_wait) Wait(on_wait);
         const Json answer = Json::parse(Receive());
         if (answer.contains("note")) {
-            on_note(BytesIn(answer.at("note")));
+            on_note(ShownIn(answer.at("note")));
             continue;
         }
-        reply.printed = BytesIn(answer.at("printed"));
-        reply.error = BytesIn(answer.at("error"));
+        reply.printed = ShownIn(answer.at("printed"));
+        reply.error = ShownIn(answer.at("error"));
         return answer.at("code");
     }
 }
@@ -229,11 +247,11 @@ ServiceReport SocketConnection::Report() {
     setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLimit, sizeof kLimit);
     Send(Framed({{"runs", true}}));
     const Json answer = Json::parse(Receive());
-    if (answer.contains("error")) throw Trouble(answer.at("code"), BytesIn(answer.at("error")));
+    if (answer.contains("error")) throw Trouble(answer.at("code"), ShownIn(answer.at("error")));
     ServiceReport report;
     for (const Json& run : answer.at("runs")) report.runs.push_back(RunIn(run));
     for (const auto& [profile, trouble] : answer.at("troubles").items()) {
-        report.troubles[BytesOf(profile)] = ShowText(BytesIn(trouble), "UTF-8");
+        report.troubles[BytesOf(profile)] = ShownIn(trouble);
     }
     return report;
 }
@@ -267,11 +285,14 @@ std::string SocketConnection::Receive() const {
 
 }  // namespace
 
-bool IsAllowedPeer(uid_t peer, uid_t service) { return peer == service || peer == 0; }
+bool IsAllowedPeer(uid_t peer, uid_t own) { return peer == own || peer == 0; }
 
 std::unique_ptr<ServiceConnection> ServiceConnection::Try(const std::string& root) {
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) return nullptr;
+    if (!HasAllowedPeer(socket)) {
+        throw Trouble(kNotAllowed, "what answers for the service of \"" + ShowPath(root) + "\" is another user's");
+    }
     return std::make_unique<SocketConnection>(std::move(socket));
 }
 
@@ -305,6 +326,11 @@ void ControlClient::Finish(const std::string& message) {
     edit_.reset();
     run_.reset();
     awaited.reset();
+}
+
+bool ControlClient::HasLeft() const {
+    char next = 0;
+    return recv(socket_.Get(), &next, sizeof next, MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
 bool ControlClient::Work(Clock::time_point now) {
@@ -365,11 +391,21 @@ ControlServer::ControlServer(const std::string& root)
     const mode_t old_mask = umask(0177);
     const bool bound = bind(listener_.Get(), SocketAddress(root).Get(), SocketAddress::kSize) == 0;
     umask(old_mask);
-    if (bound && listen(listener_.Get(), kBacklog) == 0) return;
+    struct stat status {};
+    if (bound && listen(listener_.Get(), kBacklog) == 0 && lstat(path_.c_str(), &status) == 0) {
+        device_ = status.st_dev;
+        number_ = status.st_ino;
+        return;
+    }
     throw Trouble(kCannotMake, "cannot listen on \"" + ShowPath(path_) + "\": " + std::strerror(errno));
 }
 
-ControlServer::~ControlServer() { unlink(path_.c_str()); }
+// Another root may have taken the path of this one, with a service of its own.
+ControlServer::~ControlServer() {
+    struct stat status {};
+    if (lstat(path_.c_str(), &status) != 0 || status.st_dev != device_ || status.st_ino != number_) return;
+    unlink(path_.c_str());
+}
 
 void ControlServer::AddTo(std::vector<pollfd>& watched) const {
     if (clients_.size() < kMaxClients && Clock::now() >= accept_from_) watched.push_back({listener_.Get(), POLLIN, 0});
@@ -417,11 +453,9 @@ void ControlServer::Accept() {
             if (!WouldBlock()) accept_from_ = Clock::now() + kPause;
             return;
         }
-        ucred peer{};
-        socklen_t size = sizeof peer;
-        const bool is_known = getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
+        const bool is_allowed = HasAllowedPeer(socket);
         ControlClient& client = clients_.emplace_back(std::move(socket), Clock::now() + kPatience);
-        if (!is_known || !IsAllowedPeer(peer.uid, geteuid())) client.Refuse(kNotAllowed, "only the owner may do this");
+        if (!is_allowed) client.Refuse(kNotAllowed, "only the owner may do this");
     }
 }
 

@@ -45,6 +45,8 @@ public:
     };
     std::optional<AwaitedRuns> awaited;
 
+    bool HasLeft() const;
+
     void Note(const std::string& text);  // the same one is sent only once
     void Answer(int exit_code, const Reply& reply);
     void Answer(const ServiceReport& report);
@@ -96,12 +98,14 @@ private:
     void Accept();
 
     std::string path_;
+    dev_t device_ = 0;  // of the socket that was made there
+    ino_t number_ = 0;
     Descriptor listener_;
     Clock::time_point accept_from_{};  // later than now while the process has no descriptor to spare
     std::list<ControlClient> clients_;
 };
 
-// Whether somebody of that user may use the service of the other.
-bool IsAllowedPeer(uid_t peer, uid_t service);
+// Whether a command or a service of the one user trusts the other side, which is the peer's.
+bool IsAllowedPeer(uid_t peer, uid_t own);
 
 }  // namespace tarvex::host

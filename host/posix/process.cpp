@@ -1,5 +1,6 @@
 #include "host/process.h"
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -19,6 +20,13 @@ void Remember(int signal) { caught_signal = signal; }
 }  // namespace
 
 std::vector<std::string> Words(int argc, char** argv) { return {argv, argv + argc}; }
+
+void FillStandardStreams() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        // The lowest free number is what is opened.
+        if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
+    }
+}
 
 void CatchTermination() {
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {

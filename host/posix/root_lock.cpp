@@ -11,6 +11,7 @@
 
 #include "host/directories.h"
 #include "host/display.h"
+#include "host/paths.h"
 #include "host/scratch.h"
 #include "host/trouble.h"
 
@@ -25,9 +26,24 @@ void Write(int descriptor, const std::string& text) {
     [[maybe_unused]] const ssize_t written = pwrite(descriptor, text.data(), text.size(), 0);
 }
 
+// Where others may write, they can put themselves in the place of the service, or rename what it has.
+void RequireOwnRoot(const std::string& root) {
+    constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
+    struct stat status {};
+    if (stat(NativePath(root).c_str(), &status) != 0 || (status.st_mode & kOthersMayWrite) == 0) return;
+    throw Trouble(kBadSettings,
+                  '"' + ShowPath(root) + "\" may be changed by others than its owner; `chmod go-w` ends that");
+}
+
+bool IsOwn(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && status.st_uid == geteuid();
+}
+
 }  // namespace
 
 std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view command) {
+    RequireOwnRoot(root);
     const int descriptor = open(FileIn(root).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     const auto fail = [&]() -> Trouble {
         const int code = errno == EACCES || errno == EPERM ? kNotAllowed : kCannotMake;
@@ -35,6 +51,11 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     };
     if (descriptor < 0) throw fail();
     RootLock lock(descriptor);
+    if (!IsOwn(descriptor)) {
+        lock.file_ = kNoFile;
+        close(descriptor);
+        throw Trouble(kNotAllowed, "cannot lock \"" + ShowPath(root) + "\": the lock file is another user's");
+    }
     if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) throw fail();
         lock.file_ = kNoFile;

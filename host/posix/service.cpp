@@ -32,6 +32,7 @@ constexpr auto kCloseLook = 2ms;    // while an edit waits for one
 constexpr auto kPatience = 2000ms;  // at the start, with an edit that is being saved
 constexpr auto kFarewell = 1000ms;  // at the end, with clients that take their answers
 constexpr std::size_t kReasonColumns = 200;
+constexpr std::size_t kHeadlineColumns = 60;
 constexpr const char* kRootHasGone =
     "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
     "restarted";
@@ -67,13 +68,13 @@ RootLock TakeRoot(const std::string& directory) {
 std::string Headline(const EditRequest& request) {
     std::string text = request.words[0] + ' ' + request.words[1];
     if (request.words.size() > 2 && request.words[2].find('=') == std::string::npos) text += ' ' + request.words[2];
-    return ShowText(text, "UTF-8");
+    return OneLine(text, kHeadlineColumns, "UTF-8");
 }
 
 std::string Headline(const RunRequest& request) {
     std::string text = "run";
-    for (const std::string& name : request.names) text += ' ' + ShowText(name, "UTF-8");
-    return text + (request.now ? " --now" : "");
+    for (const std::string& name : request.names) text += ' ' + name;
+    return OneLine(text, kHeadlineColumns, "UTF-8") + (request.now ? " --now" : "");
 }
 
 }  // namespace
@@ -190,6 +191,7 @@ void Service::AnswerClients() {
 
 // False when it has to wait.
 bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
+    if (client.HasLeft()) return false;  // while the service was halted
     CString running;
     if (HasToWait(request, running)) {
         client.Note("waiting for the run of " + Name(running) + " to end");
@@ -198,7 +200,7 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     const std::string headline = Headline(request);
     Reply reply{{}, kRootHasGone};
     const int code = !HasRoot() ? kCannotWrite : Edit(root_, request, reply);
-    code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLine(reply.error, kReasonColumns));
+    code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLine(reply.error, kReasonColumns, "UTF-8"));
     client.Answer(code, reply);
     return true;
 }

@@ -42,6 +42,8 @@ void CatchTermination() {
 
 int CaughtSignal() { return caught_signal; }
 
+void FillStandardStreams() {}  // a handle has no number that another one could take
+
 void RaiseFileLimit() {}
 
 // Escape sequences are switched on for that.

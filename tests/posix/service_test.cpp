@@ -228,6 +228,32 @@ TEST_F(Serving, ATreeThatHasGoneIsNotLoadedAgain) {
     Stop(*service);
 }
 
+TEST_F(Serving, TheSocketOfANewServiceAtTheSamePathIsNotRemoved) {
+    AddProfile(600);
+    const auto old_service = Serve();
+    std::filesystem::rename(host_.Root(), host_.Root() + ".gone");
+    AddProfile(600);
+    const auto service = Serve();
+    Stop(*old_service);
+    EXPECT_THAT(host_.Tell({"user", "set", "user0", "--loginname", "new"}), HasSubstr("new"));
+    EXPECT_TRUE(service->WaitForOutput("user set user0", kLong));
+    Stop(*service);
+    EXPECT_FALSE(std::filesystem::exists(Socket()));
+}
+
+TEST_F(Serving, AJournalThatNobodyReadsGoesIntoNoOtherFile) {
+    AddProfile(600);
+    const std::string lock = host_.Root() + "/.tarvex.lock";
+    ChildProcess service({"/bin/sh", "-c", "exec \"$@\" <&- 2>&-", "sh", TARVEX_HOST, "--root", host_.Root(), "serve"});
+    ASSERT_TRUE(Eventually([&] { return fs::exists(Socket()); }));
+    host_.Tell({"user", "set", "user0", "--loginname", "new"});
+    const std::string holder = ReadFile(lock);
+    EXPECT_THAT(holder, AllOf(HasSubstr(" serve\n"), Not(HasSubstr("user0"))));
+    service.Signal(SIGTERM);
+    EXPECT_TRUE(service.WaitFor(kLong));
+    EXPECT_EQ(service.ExitCode(), 0);
+}
+
 TEST_F(Serving, AReloadLeavesARunningCopyAlone) {
     mailbox_.Add(MailNumber(1));
     Block();
@@ -700,6 +726,38 @@ TEST_F(ServedEdits, NoneIsLostInAThousandRacesWithQuickRuns) {
     EXPECT_GT(Count(service->Printed(), "run ended"), 100) << "the edits had something to race with";
 }
 
+TEST_F(ServedEdits, AServiceThatIsHaltedIsSpokenOfAndMakesNoEditOfACommandThatHasGone) {
+    AddProfile(600);
+    const auto service = Serve();
+    service->Signal(SIGSTOP);
+    ChildProcess command({TARVEX_HOST, "--root", host_.Root(), "user", "set", "user0", "--loginname", "unwanted"},
+                         ChildProcess::Output::Terminal);
+    EXPECT_TRUE(command.WaitForOutput("tarvex: the service does not answer yet; waiting for it", kLong));
+    command.Kill();
+    service->Signal(SIGCONT);
+    EXPECT_THAT(host_.Tell({"user", "set", "user0", "--loginname", "wanted"}), HasSubstr("\"user\" -> \"wanted\""));
+    Stop(*service);
+    EXPECT_EQ(Count(service->Printed(), "user set user0"), 1);
+}
+
+TEST_F(ServedEdits, AreToldInOneShortLine) {
+    AddProfile(600);
+    const auto service = Serve();
+    const std::string forged = "x\n\xE6\x97\xA5 user0/from0: run ended, failed: " + std::string(100, '!');
+    for (const std::string& name : {forged, std::string(100, 'y') + "\xE6\x97\xA5"}) {
+        ChildProcess command = host_.StartCommand({"user", "set", name, "--loginname", "z"});
+        command.Wait();
+        EXPECT_EQ(command.ExitCode(), host::kNotFound);
+        ChildProcess run = host_.StartCommand({"run", name});
+        run.Wait();
+        EXPECT_EQ(run.ExitCode(), host::kNotFound);
+    }
+    EXPECT_TRUE(service->WaitForOutput("user set y", kLong));
+    Stop(*service);
+    EXPECT_EQ(Count(service->Printed(), "run ended"), 0);
+    EXPECT_EQ(Count(service->Printed(), std::string(60, 'y')), 1) << "in the reason, which may be longer";
+}
+
 // ---- runs that a command asks for
 
 class ServedRuns : public ServiceTest {
@@ -830,6 +888,76 @@ TEST_F(ServedRuns, ComeAfterTheEditsThatWaitForTheSameRun) {
 // ---- clients that mean no good
 
 using ServiceClients = ServiceTest;
+
+TEST_F(ServiceClients, TrustNoServiceOfAnotherUser) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can take another user's place";
+    AddProfile(600);
+    const host::Descriptor impostor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_un address = AddressOf(Socket());
+    ASSERT_EQ(bind(impostor.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(seteuid(kNobody), 0);
+    const bool listens = listen(impostor.Get(), 1) == 0;
+    ASSERT_EQ(seteuid(0), 0);
+    ASSERT_TRUE(listens);
+    try {
+        host::ServiceConnection::Try(host_.Root());
+        FAIL();
+    } catch (const host::Trouble& trouble) {
+        EXPECT_EQ(trouble.ExitCode(), host::kNotAllowed);
+        EXPECT_THAT(trouble.what(), HasSubstr("is another user's"));
+    }
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr(kProfile));
+}
+
+TEST_F(ServiceClients, TakeNoLockFileOfAnotherUser) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can take another user's place";
+    AddProfile(600);
+    const std::string lock = host_.Root() + "/.tarvex.lock";
+    host_.Tell({"user", "set", "user0", "--loginname", "one"});
+    ASSERT_EQ(chown(lock.c_str(), kNobody, static_cast<gid_t>(-1)), 0);
+    ChildProcess command = host_.StartCommand({"user", "set", "user0", "--loginname", "two"});
+    command.Wait();
+    EXPECT_EQ(command.ExitCode(), host::kNotAllowed);
+    EXPECT_THAT(command.Errors(), HasSubstr("the lock file is another user's"));
+}
+
+TEST_F(ServiceClients, AndServicesRefuseARootInWhichOthersMayWrite) {
+    AddProfile(600);
+    for (const fs::perms others : {fs::perms::group_write, fs::perms::others_write}) {
+        fs::permissions(host_.Root(), others, fs::perm_options::add);
+        for (const char* const word : {"serve", "run"}) {
+            ChildProcess command = host_.StartCommand({word});
+            command.Wait();
+            EXPECT_EQ(command.ExitCode(), host::kBadSettings);
+            EXPECT_THAT(command.Errors(), HasSubstr("may be changed by others than its owner; `chmod go-w` ends that"));
+        }
+        fs::permissions(host_.Root(), others, fs::perm_options::remove);
+    }
+    EXPECT_EQ(host_.Tell({"run"}), "No profile was due.\n");
+}
+
+// As a service of another make could.
+TEST_F(ServiceClients, ShowNoControlCharactersOfTheService) {
+    const host::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    std::filesystem::create_directories(host_.Root());
+    const sockaddr_un address = AddressOf(Socket());
+    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener.Get(), 1), 0);
+    auto connection = host::ServiceConnection::Try(host_.Root());
+    ASSERT_TRUE(connection);
+    const host::Descriptor service(accept(listener.Get(), nullptr, nullptr));
+    const auto send = [&](const std::string& text) {
+        Send(service, std::string("\0\0\0", 3) + static_cast<char>(text.size()) + text);
+    };
+    send(R"({"note":"\u001b[31m"})");
+    send(R"({"code":0,"printed":"\u001b[32m\nnext","error":"\u0007"})");
+    host::Reply reply;
+    std::string noted;
+    EXPECT_EQ(connection->Edit({{"user", "add"}, {}, {}}, reply, [&](const std::string& note) { noted = note; }), 0);
+    EXPECT_EQ(noted, "\\x1b[31m");
+    EXPECT_EQ(reply.printed, "\\x1b[32m\nnext");
+    EXPECT_EQ(reply.error, "\\x07");
+}
 
 TEST_F(ServiceClients, MayNotBeStrangers) {
     EXPECT_TRUE(host::IsAllowedPeer(1000, 1000));
