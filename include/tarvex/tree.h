@@ -200,7 +200,8 @@ public:
     // Frees the copies whose worker has finished; trims the process's memory when none is left.
     void RefreshThread();
 
-    // Interrupts every worker, waits for its end and frees all copies.
+    // Interrupts every worker, waits for its end and frees all copies. On Windows a file in use may delay it by a
+    // minute.
     void KillThread();
 
     // Waits until every worker has finished, at most that long (negative: without limit). Returns 1 when none runs any
