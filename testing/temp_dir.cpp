@@ -36,7 +36,10 @@ void AllowDeletion(const fs::path& directory) {
 TempDir::TempDir() {
     for (int attempt = 0; attempt < 100; ++attempt) {
         path_ = fs::temp_directory_path() / RandomName();
-        if (fs::create_directory(path_)) return;
+        if (!fs::create_directory(path_)) continue;
+        constexpr fs::perms kOthersMayWrite = fs::perms::group_write | fs::perms::others_write;
+        fs::permissions(path_, kOthersMayWrite, fs::perm_options::remove);  // which no tree is allowed
+        return;
     }
     throw std::runtime_error("no temporary folder can be made");
 }

@@ -653,6 +653,7 @@ TEST_F(ServedEdits, ARootWithALongNameHasASocketToo) {
     AddProfile(600);
     const std::string deep = host_.Root() + "/" + std::string(100, 'x');
     std::filesystem::create_directory(deep);
+    fs::permissions(deep, fs::perms::owner_all);  // whatever the mask
     ChildProcess service({TARVEX_HOST, "--root", deep, "serve"}, ChildProcess::Output::Terminal);
     ASSERT_TRUE(service.WaitForOutput(kServing, kLong));
     ChildProcess command({TARVEX_HOST, "--root", deep, "user", "add", "hanako"});
