@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <thread>
 
 #include "engine/interval.h"
 #include "engine/worker.h"
@@ -32,7 +33,6 @@ void StartWorker(CRootPath& root, const CPopProfile& profile) {
 
     CPopProfile& running = *root.running_copies.back();
     running.worker_thread.store(AfxBeginThread(WorkerProcedure, &running, 0, 0, 0, nullptr));
-    running.worker_thread.notify_all();
 }
 
 void RunDueProfiles(CRootPath& root) {
@@ -53,7 +53,8 @@ unsigned WorkerProcedure(void* profile_copy) {
     if (!profile_copy) return 1;
     auto& copy = *static_cast<CPopProfile*>(profile_copy);
     Shielded([&copy] { copy.DoOperation(); });
-    copy.worker_thread.wait(nullptr);
+    // Mostly it is there; and std::atomic::wait may sleep through the change where the compiler's library has no futex.
+    while (!copy.worker_thread.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     copy.worker_thread.store(nullptr);
     return 1;
 }

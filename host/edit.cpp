@@ -15,6 +15,7 @@
 #include "host/keys.h"
 #include "host/names.h"
 #include "host/paths.h"
+#include "host/run_state.h"
 #include "host/schedule_text.h"
 #include "host/trouble.h"
 
@@ -49,6 +50,11 @@ void RefuseLoop(const CString& own, const CString& target) {
     if (!SameMailbox(own, target)) return;
     throw Trouble(kBadUsage,
                   '"' + ShowText(target) + "\" is the profile's own address: its mail would come back to it");
+}
+
+// A save would put defaults in the place of what could not be read.
+void RequireReadable(const CPopProfile& profile) {
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) throw Trouble(kCannotWrite, why);
 }
 
 Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
@@ -264,6 +270,7 @@ std::string Editor::EditProfile() {
     CPopProfile* const profile = named.profile;
     if (Verb() == "remove") return RemoveFromDisk(*profile, [&] { named.user->DeletePopProfile(profile); });
     if (Verb() != "set") UnknownVerb();
+    RequireReadable(*profile);
     std::string text = Set<CPopProfileSetting>(*profile, [&](const CPopProfileSetting& after) {
         if (after.address == profile->setting.address) return;
         for (const auto& forward : profile->forward_addresses) RefuseLoop(after.address, forward->setting.address);
@@ -302,6 +309,7 @@ std::string Editor::EditForward() {
     CForwardAddress* const forward = named.forward;
     if (Verb() == "remove") return RemoveFromDisk(*forward, [&] { named.profile->DeleteForwardAddress(forward); });
     if (Verb() != "set") UnknownVerb();
+    RequireReadable(*named.profile);
     const CString before = forward->setting.address;
     const std::string text = Set<CForwardAddressSetting>(*forward, [&](const CForwardAddressSetting& after) {
         if (after.address != before) RefuseLoop(named.profile->setting.address, after.address);
@@ -349,8 +357,10 @@ std::string Editor::NoteOnTwin(const CPopProfile& profile, const CForwardAddress
 }
 
 std::string Editor::EditSchedule() {
-    CForwardAddress& forward = *FindForward(root_, Name()).forward;
+    const NamedForward named = FindForward(root_, Name());
+    CForwardAddress& forward = *named.forward;
     if (request_.words.size() < 4) throw Trouble(kBadUsage, "an edit of a schedule needs more words");
+    RequireReadable(*named.profile);
     if (Verb() == "add") return AddTerm(forward);
     if (Verb() == "remove") return RemoveTerms(forward);
     if (Verb() == "on" || Verb() == "off") return SwitchTerms(forward, Verb() == "on");

@@ -397,7 +397,6 @@ TEST(Worker, ThatEndsBeforeTheEntryHasStoredItsThreadClearsTheFieldAfterwards) {
 
     static char reference;
     copy.worker_thread.store(reinterpret_cast<Thread*>(&reference));
-    copy.worker_thread.notify_all();
     ASSERT_EQ(worker.wait_for(std::chrono::seconds(30)), std::future_status::ready);
     EXPECT_EQ(worker.get(), 1U);
     EXPECT_EQ(copy.worker_thread.load(), nullptr);

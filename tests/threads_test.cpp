@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <latch>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -29,6 +28,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::Begin;
 using testing::Gate;
+using testing::Latch;
 using testing::RunToItsEnd;
 using testing::ThreadCount;
 using testing::ThreadsFallTo;
@@ -106,20 +106,20 @@ TEST(Threads, TheReferenceOfAnEndedWorkerStopsNobodyElse) {
 
 TEST(Threads, TerminationWakesWhatTheWorkerWaitsForAndReturnsWhenItHasEnded) {
     Gate gate;
-    std::latch waiting(1);
+    Latch waiting(1);
     bool saved = false;  // not atomic: the end of the worker is what orders it
     std::function<void()> body = [&] {
         EXPECT_FALSE(ThreadInterrupted());
         {
             const InterruptScope scope(gate);
-            waiting.count_down();
+            waiting.CountDown();
             EXPECT_EQ(gate.Wait(), false);
         }
         EXPECT_TRUE(ThreadInterrupted());
         saved = true;
     };
     Thread* worker = Begin(body);
-    waiting.wait();
+    waiting.Wait();
     EXPECT_EQ(TerminateThread(worker, 0xFFFFFFFF), 1);
     EXPECT_TRUE(saved);
     EXPECT_EQ(gate.Interruptions(), 1);
@@ -129,11 +129,11 @@ TEST(Threads, TerminationWakesWhatTheWorkerWaitsForAndReturnsWhenItHasEnded) {
 TEST(Threads, AWaitThatBeginsAfterTheInterruptionFailsAtOnce) {
     Gate first;
     Gate second;
-    std::latch waiting(1);
+    Latch waiting(1);
     std::function<void()> body = [&] {
         {
             const InterruptScope scope(first);
-            waiting.count_down();
+            waiting.CountDown();
             EXPECT_EQ(first.Wait(), false);
         }
         for (int i = 1; i <= 3; ++i) {
@@ -143,7 +143,7 @@ TEST(Threads, AWaitThatBeginsAfterTheInterruptionFailsAtOnce) {
         }
     };
     Thread* worker = Begin(body);
-    waiting.wait();
+    waiting.Wait();
     EXPECT_EQ(TerminateThread(worker, 0), 1);
     EXPECT_EQ(second.Interruptions(), 3);
 }
@@ -153,20 +153,20 @@ TEST(Threads, TerminationWakesEveryScopeThatLivesAndNoneThatDoesNot) {
     Gate inner;
     Gate twice;
     Gate before;
-    std::latch waiting(1);
+    Latch waiting(1);
     std::function<void()> body = [&] {
         { const InterruptScope scope(before); }
         const InterruptScope outer_scope(outer);
         const InterruptScope twice_scope(twice);
         { const InterruptScope twice_again_scope(twice); }
         const InterruptScope inner_scope(inner);
-        waiting.count_down();
+        waiting.CountDown();
         EXPECT_EQ(inner.Wait(), false);
         EXPECT_EQ(twice.Wait(), false);
         EXPECT_EQ(outer.Wait(), false);
     };
     Thread* worker = Begin(body);
-    waiting.wait();
+    waiting.Wait();
     TerminateThread(worker, 0);
     EXPECT_EQ(outer.Interruptions(), 1);
     EXPECT_EQ(twice.Interruptions(), 1);
@@ -179,14 +179,14 @@ TEST(Threads, AThreadThatIsNoWorkerIsNeverInterrupted) {
     const InterruptScope scope(gate);
     EXPECT_FALSE(ThreadInterrupted());
     Gate waited_on;
-    std::latch waiting(1);
+    Latch waiting(1);
     std::function<void()> body = [&] {
         const InterruptScope worker_scope(waited_on);
-        waiting.count_down();
+        waiting.CountDown();
         EXPECT_EQ(waited_on.Wait(), false);
     };
     Thread* worker = Begin(body);
-    waiting.wait();
+    waiting.Wait();
     TerminateThread(worker, 0);
     EXPECT_FALSE(ThreadInterrupted());
     EXPECT_EQ(gate.Interruptions(), 0);
@@ -246,7 +246,7 @@ TEST(Threads, TerminationMeetsAWorkerThatEndsAtTheSameMoment) {
 TEST(Threads, AThousandWorkersRunAtOnce) {
     constexpr int count = 1'000;
     const std::ptrdiff_t before = ThreadCountWithoutWorkers();
-    std::latch all_running(count);
+    Latch all_running(count);
     std::atomic<int> woken = 0;
     std::vector<Gate> gates(count);
     std::vector<std::function<void()>> bodies;
@@ -254,7 +254,7 @@ TEST(Threads, AThousandWorkersRunAtOnce) {
     for (Gate& gate : gates) {
         bodies.emplace_back([&] {
             const InterruptScope scope(gate);
-            all_running.arrive_and_wait();
+            all_running.CountDown();
             if (gate.Wait() == false) ++woken;
         });
     }
@@ -263,7 +263,7 @@ TEST(Threads, AThousandWorkersRunAtOnce) {
         workers.push_back(Begin(body));
         ASSERT_NE(workers.back(), nullptr);
     }
-    all_running.wait();
+    all_running.Wait();
     for (Thread* worker : workers) ASSERT_EQ(TerminateThread(worker, 0xFFFFFFFF), 1);
     EXPECT_EQ(woken, count);
     EXPECT_TRUE(ThreadsFallTo(before));
@@ -279,17 +279,17 @@ protected:
 
 void ExitWhileAWorkerRuns() {
     static Gate gate;
-    static std::latch waiting(1);
+    static Latch waiting(1);
     static std::function<void()> body = [] {
         const InterruptScope scope(gate);
-        waiting.count_down();
+        waiting.CountDown();
         const bool interrupted = gate.Wait() == false;
         for (const auto end = Clock::now() + 50ms; Clock::now() < end;) {  // what it saves takes a moment
         }
         std::fputs(interrupted ? "saved" : "not interrupted", stderr);
     };
     Begin(body);
-    waiting.wait();
+    waiting.Wait();
     std::exit(0);
 }
 

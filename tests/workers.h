@@ -29,6 +29,25 @@ inline void RunToItsEnd(std::function<void()> body) {
     ASSERT_TRUE(WaitForThread(worker, -1));
 }
 
+// As std::latch, which may sleep through its end where the compiler's library has no futex.
+class Latch {
+public:
+    explicit Latch(int count) : count_(count) {}
+    void CountDown() {
+        const std::scoped_lock lock(mutex_);
+        if (--count_ == 0) changed_.notify_all();
+    }
+    void Wait() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return count_ == 0; });
+    }
+
+private:
+    int count_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+};
+
 // Something to wait on: a wait ends when Open or Interrupt was called.
 class Gate final : public Interruptible {
 public:

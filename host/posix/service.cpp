@@ -197,6 +197,7 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
         client.Note("waiting for the run of " + Name(running) + " to end");
         return false;
     }
+    LookAtLeftOut();  // may have been loaded when it could not be read
     const std::string headline = Headline(request);
     Reply reply{{}, kRootHasGone};
     const int code = !HasRoot() ? kCannotWrite : Edit(root_, request, reply);

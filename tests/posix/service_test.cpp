@@ -384,6 +384,24 @@ TEST_F(ServingWithCare, ASettingThatCouldNotBeReadIsReadBeforeTheProfileRuns) {
     EXPECT_THAT(ReadFile(file), HasSubstr("me@example.org"));
 }
 
+TEST_F(ServingWithCare, NoEditPutsDefaultsInThePlaceOfASettingThatCouldNotBeRead) {
+    const std::string file = AddProfile() + "/popprofile.def";
+    std::filesystem::rename(file, file + ".aside");
+    std::filesystem::create_directory(file);
+    const auto service = Serve({}, "600");
+    ASSERT_TRUE(service->WaitForOutput("user0/from0: left out", kLong));
+    const std::vector<std::string> edit = {"profile", "set", "user0/from0", "--nickname", "office"};
+    ChildProcess refused = host_.StartCommand(edit);
+    refused.Wait();
+    EXPECT_EQ(refused.ExitCode(), host::kCannotWrite);
+    EXPECT_THAT(refused.Errors(), StartsWith("tarvex: cannot read \"" + file));
+    std::filesystem::remove(file);
+    std::filesystem::rename(file + ".aside", file);
+    host_.Tell(edit);
+    Stop(*service);
+    EXPECT_THAT(ReadFile(file), AllOf(HasSubstr("office"), HasSubstr("me@example.org")));
+}
+
 // Where a save writes first there is something that it cannot replace, as on a disk that is full.
 TEST_F(ServingWithCare, AProfileWhoseListCannotBeSavedIsNotRun) {
     const std::string profile = AddProfile();
