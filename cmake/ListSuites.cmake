@@ -10,6 +10,7 @@ string(REGEX MATCHALL "\n[A-Za-z0-9_/]+\\.[^\n]*" suites "\n${output}")
 if(NOT suites)
   message(FATAL_ERROR "no tests in ${COMMAND}: ${output}")
 endif()
+list(REVERSE suites)  # the longest stand at the end
 list(TRANSFORM COMMAND REPLACE "(.+)" "[==[\\1]==]")
 list(JOIN COMMAND " " command)
 set(tests "")
