@@ -1,9 +1,7 @@
 // `tarvex check`: tries the servers of profiles, step by step.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
-#include <memory>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -171,15 +169,8 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
 }  // namespace
 
 void AddCheckCommand(CLI::App& app, Context& context) {
-    CLI::App* const check = app.add_subcommand(
-        "check", "Log in to the POP3 and SMTP servers of profiles, step by step; nothing is fetched or sent.");
-    auto names = std::make_shared<std::vector<std::string>>();
-    check->add_option("PROFILE", *names, "Path, nickname or address of a profile; without one, all of them");
-    auto as_json = std::make_shared<bool>(false);
-    check->add_flag("--json", *as_json, "Print JSON");
-    check->callback([&context, names, as_json] {
-        context.command = [&context, names, as_json] { return Check(context, *names, *as_json); };
-    });
+    AddLookCommand(app, context, "check",
+                   "Log in to the POP3 and SMTP servers of profiles, step by step; nothing is fetched or sent.", Check);
 }
 
 }  // namespace tarvex::host

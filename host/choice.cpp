@@ -1,6 +1,8 @@
 #include "host/choice.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <memory>
 
 namespace tarvex::host {
 
@@ -14,6 +16,23 @@ std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vecto
         if (!known) chosen.push_back(found);
     }
     return chosen;
+}
+
+void AddProfileNames(CLI::App& command, std::vector<std::string>& names) {
+    command.add_option("PROFILE", names, "Path, nickname or address of a profile; without one, all of them");
+}
+
+void AddLookCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help, LookCommand look,
+                    const std::string& footer) {
+    CLI::App* const command = app.add_subcommand(name, help);
+    command->footer(footer);
+    auto names = std::make_shared<std::vector<std::string>>();
+    auto as_json = std::make_shared<bool>(false);
+    AddProfileNames(*command, *names);
+    command->add_flag("--json", *as_json, "Print JSON");
+    command->callback([&context, names, as_json, look] {
+        context.command = [&context, names, as_json, look] { return look(context, *names, *as_json); };
+    });
 }
 
 }  // namespace tarvex::host

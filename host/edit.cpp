@@ -18,6 +18,7 @@
 #include "host/run_state.h"
 #include "host/schedule_text.h"
 #include "host/trouble.h"
+#include "host/wording.h"
 
 namespace tarvex::host {
 namespace {

@@ -1,5 +1,6 @@
 #include "host/interval.h"
 
+#include "host/wording.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {
@@ -16,12 +17,9 @@ std::int64_t WaitSeconds(int timer_minutes) {
 std::string WaitInWords(int timer_minutes) {
     if (timer_minutes <= 0) return "at every call";
     const std::int64_t minutes = WaitSeconds(timer_minutes) / 60;
-    const auto some = [](std::int64_t count, const char* unit) {
-        return std::to_string(count) + ' ' + unit + (count == 1 ? "" : "s");
-    };
-    if (minutes < 60) return "every " + some(minutes, "minute");
-    if (minutes % 60 == 0) return "every " + some(minutes / 60, "hour");
-    return "every " + some(minutes / 60, "hour") + ' ' + some(minutes % 60, "minute");
+    if (minutes < 60) return "every " + ShowCount(minutes, "minute");
+    if (minutes % 60 == 0) return "every " + ShowCount(minutes / 60, "hour");
+    return "every " + ShowCount(minutes / 60, "hour") + ' ' + ShowCount(minutes % 60, "minute");
 }
 
 }  // namespace tarvex::host

@@ -14,6 +14,7 @@
 #include "host/scratch.h"
 #include "host/stored_text.h"
 #include "host/trouble.h"
+#include "host/wording.h"
 
 namespace tarvex::host {
 namespace {
@@ -236,14 +237,6 @@ std::string NumberText(const KeyInfo& key, int value) {
     return std::to_string(value);
 }
 
-std::string ShortMoment(CTime moment, const char* format) {
-    const std::time_t time = moment;
-    std::tm parts{};
-    std::array<char, 64> text{};
-    if (!localtime_r(&time, &parts) || std::strftime(text.data(), text.size(), format, &parts) == 0) return "?";
-    return text.data();
-}
-
 Trouble NoSurvivor(const KeyInfo& key, const std::string& stored, const std::string& read) {
     const std::string name = key.name;
     if (key.type == KeyType::Password)
@@ -334,7 +327,7 @@ template <class Record>
 nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key) {
     if (const auto* const number = std::get_if<int Record::*>(&key.field)) return record.**number;
     if (const auto* const moment = std::get_if<CTime Record::*>(&key.field)) {
-        return ShortMoment(record.**moment, "%Y-%m-%dT%H:%M:%S%z");
+        return ShowIsoTime(record.**moment);
     }
     const CString& text = record.*std::get<CString Record::*>(key.field);
     if (key.type == KeyType::Password) return text.empty() ? nlohmann::ordered_json(nullptr) : "(set)";
@@ -377,8 +370,6 @@ CTime ParseMoment(std::string_view text) {
     }
     return moment;
 }
-
-std::string ShowMoment(CTime moment) { return ShortMoment(moment, "%Y-%m-%d %H:%M"); }
 
 template const Key<CAppSetting>& KeyNamed(std::string_view);
 template void SetValue(CAppSetting&, const Key<CAppSetting>&, std::string_view);

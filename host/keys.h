@@ -85,6 +85,5 @@ bool SameMailbox(const CString& left, const CString& right);
 
 // The moment that a text means (see KeyType::Moment), to the minute. Throws Trouble when it is none.
 CTime ParseMoment(std::string_view text);
-std::string ShowMoment(CTime moment);
 
 }  // namespace tarvex::host

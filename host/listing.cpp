@@ -3,6 +3,7 @@
 #include <iostream>
 #include <string>
 
+#include "host/advice.h"
 #include "host/display.h"
 #include "host/interval.h"
 #include "host/json.h"
@@ -118,11 +119,10 @@ void ListProfiles(const CRootPath& root, const CUser* only, Form form) {
         if (only && user != only) continue;
         const CPopProfileSetting& setting = profile->setting;
         if (form == Form::Json) json.push_back(JsonOf(root, *profile));
-        const CString& smtp = setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
         table.Add({ShownName(root, profile->path), ShowText(setting.nickname), ShowText(setting.address),
-                   Server(setting.popserver, setting.popport), Server(smtp, setting.smtpport),
-                   WaitInWords(setting.timer), OnOff(setting.status),
-                   std::to_string(profile->forward_addresses.size())});
+                   Server(setting.popserver, setting.popport),
+                   Server(ServerOf(setting, Protocol::Smtp), setting.smtpport), WaitInWords(setting.timer),
+                   OnOff(setting.status), std::to_string(profile->forward_addresses.size())});
     }
     form == Form::Json ? PrintJson(json) : table.Print(std::cout);
 }

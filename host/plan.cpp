@@ -1,10 +1,8 @@
 // `tarvex plan`: what the next run of a profile would do.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ctime>
 #include <iostream>
-#include <memory>
 #include <new>
 #include <string>
 #include <utility>
@@ -179,15 +177,8 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
 }  // namespace
 
 void AddPlanCommand(CLI::App& app, Context& context) {
-    CLI::App* const plan = app.add_subcommand(
-        "plan", "Say what the next run would fetch and to whom each message would go; nothing is changed.");
-    auto names = std::make_shared<std::vector<std::string>>();
-    plan->add_option("PROFILE", *names, "Path, nickname or address of a profile; without one, all of them");
-    auto as_json = std::make_shared<bool>(false);
-    plan->add_flag("--json", *as_json, "Print JSON");
-    plan->callback([&context, names, as_json] {
-        context.command = [&context, names, as_json] { return Plan(context, *names, *as_json); };
-    });
+    AddLookCommand(app, context, "plan",
+                   "Say what the next run would fetch and to whom each message would go; nothing is changed.", Plan);
 }
 
 }  // namespace tarvex::host

@@ -186,7 +186,7 @@ int RunOnce(const Context& context, const Options& options) {
 void AddRunCommand(CLI::App& app, Context& context) {
     CLI::App* const run = app.add_subcommand("run", "Run every profile that is due, once, and wait for the end.");
     auto options = std::make_shared<Options>();
-    run->add_option("PROFILE", options->names, "Path, nickname or address of a profile; without one, all of them");
+    AddProfileNames(*run, options->names);
     run->add_flag("--now", options->now, "Run them whether they are due or not");
     run->add_flag("--quiet", options->quiet, "Print neither progress nor what the runs added to their logs");
     run->footer("While a service owns the tree, it is the service that runs them.");

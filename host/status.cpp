@@ -1,10 +1,8 @@
 // `tarvex status`: how every profile is doing, from its settings and its log.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ctime>
 #include <iostream>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -192,17 +190,10 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
 }  // namespace
 
 void AddStatusCommand(CLI::App& app, Context& context) {
-    CLI::App* const status =
-        app.add_subcommand("status", "Say of every profile when it last ran, how that ended, and when it is due next.");
-    auto names = std::make_shared<std::vector<std::string>>();
-    auto as_json = std::make_shared<bool>(false);
-    status->add_option("PROFILE", *names, "Path, nickname or address of a profile; without one, all of them");
-    status->add_flag("--json", *as_json, "Print JSON");
-    status->footer(
+    AddLookCommand(
+        app, context, "status", "Say of every profile when it last ran, how that ended, and when it is due next.",
+        ShowStatus,
         "What is counted is what the logs still hold: messages fetched, and copies that the SMTP server took.");
-    status->callback([&context, names, as_json] {
-        context.command = [&context, names, as_json] { return ShowStatus(context, *names, *as_json); };
-    });
 }
 
 }  // namespace tarvex::host

@@ -45,6 +45,8 @@ std::string ShowCount(std::int64_t count, const std::string& one) {
 
 std::string ShowTime(CTime moment) { return Formatted("%Y-%m-%d %H:%M:%S", moment); }
 
+std::string ShowMoment(CTime moment) { return Formatted("%Y-%m-%d %H:%M", moment); }
+
 std::string ShowIsoTime(CTime moment) { return Formatted("%Y-%m-%dT%H:%M:%S%z", moment); }
 
 std::string ShowSpan(std::int64_t seconds) {

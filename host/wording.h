@@ -14,6 +14,7 @@ namespace tarvex::host {
 std::string ShowBytes(std::int64_t bytes);                          // "3 bytes", "12 KB", "3.4 MB"
 std::string ShowCount(std::int64_t count, const std::string& one);  // "1 message", "3 messages"
 std::string ShowTime(CTime moment);                                 // "2009-03-15 10:20:05", local time
+std::string ShowMoment(CTime moment);                               // "2009-03-15 10:20", as it is typed
 std::string ShowIsoTime(CTime moment);                              // "2009-03-15T10:20:05+0900"
 std::string ShowSpan(std::int64_t seconds);                         // "40 s", "7 min", "3 h", "12 days"
 

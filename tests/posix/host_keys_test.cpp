@@ -16,6 +16,7 @@
 #include "host/interval.h"
 #include "host/stored_text.h"
 #include "host/trouble.h"
+#include "host/wording.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {

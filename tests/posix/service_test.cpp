@@ -402,13 +402,23 @@ TEST_F(ServingWithCare, NoEditPutsDefaultsInThePlaceOfASettingThatCouldNotBeRead
     EXPECT_THAT(ReadFile(file), AllOf(HasSubstr("office"), HasSubstr("me@example.org")));
 }
 
+// A directory in one step: the service removes an empty one.
+void Obstruct(const std::string& path) {
+    std::filesystem::create_directories(path + ".whole/full");
+    EXPECT_TRUE(Eventually([&] {
+        std::error_code error;
+        std::filesystem::rename(path + ".whole", path, error);
+        return !error;
+    }));
+}
+
 // Where a save writes first there is something that it cannot replace, as on a disk that is full.
 TEST_F(ServingWithCare, AProfileWhoseListCannotBeSavedIsNotRun) {
     const std::string profile = AddProfile();
     const auto service = Serve();
     ASSERT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
     const std::string obstacle = profile + "/forwardto0/uidl.def.new";
-    std::filesystem::create_directories(obstacle + "/full");
+    Obstruct(obstacle);
     ASSERT_TRUE(service->WaitForOutput("user0/from0: left out, cannot write \"", kLong));
     mailbox_.Add(MailNumber(1));
     EXPECT_THAT(host_.Tell({"status"}), HasSubstr("user0/from0: left out, cannot write \""));
@@ -429,7 +439,7 @@ TEST_F(ServingWithCare, AfterARunWhoseListCouldNotBeSavedTheProfileRunsWhenItCan
     const auto service = Serve();
     WaitUntilBlocked();
     const std::string obstacle = profile + "/forwardto0/uidl.def.new";
-    std::filesystem::create_directories(obstacle + "/full");
+    Obstruct(obstacle);
     blocking_ = false;
     ASSERT_TRUE(service->WaitForOutput("what its last run forwarded could not be recorded", kLong));
     EXPECT_THAT(host_.Tell({"status"}), HasSubstr("could not be recorded"));
@@ -448,7 +458,7 @@ TEST_F(ServingWithCare, ARunOnceWhoseListCouldNotBeSavedSaysSo) {
     const std::string profile = AddProfile();
     ChildProcess run = host_.StartCommand({"run"});
     WaitUntilBlocked();
-    std::filesystem::create_directories(profile + "/forwardto0/uidl.def.new/full");
+    Obstruct(profile + "/forwardto0/uidl.def.new");
     blocking_ = false;
     run.Wait();
     EXPECT_EQ(run.ExitCode(), host::kCannotWrite);
