@@ -347,7 +347,7 @@ TEST(PopSocket, AddressThatSwallowsEverythingLeavesTimeForTheOthers) {
 
 TEST(PopSocket, ConnectingEndsWithTheTimeOutForAllAddressesTogether) {
     const testing::BlackHole hole;
-    const testing::ResolverStandIn resolver({kHost, kHost, kHost, kHost});
+    const testing::ResolverStandIn resolver(std::vector<std::string>(10, kHost));
     CPopSocket socket;
     socket.SetTimeOut(1);
     const Stopwatch watch;
@@ -355,7 +355,7 @@ TEST(PopSocket, ConnectingEndsWithTheTimeOutForAllAddressesTogether) {
                                                                  std::to_string(hole.Port()) + ": no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
     EXPECT_GE(watch.Elapsed(), 1s);
-    EXPECT_LT(watch.Elapsed(), 3s);
+    EXPECT_LT(watch.Elapsed(), 8s);
 }
 
 TEST(PopSocket, ConnectsAnewAfterAFailure) {
@@ -446,6 +446,7 @@ TEST(PopSocket, AfterATimeOutEverythingAnswersTheSameWithoutWaiting) {
     EXPECT_EQ(socket.timed_out, 0);
     EXPECT_EQ(socket.SendUser("u"), "-ERR Timeout: no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
+    socket.SetTimeOut(60);
     const Stopwatch watch;
     EXPECT_EQ(socket.SendPassWord("p"), "-ERR Timeout: no answer in time");
     EXPECT_EQ(socket.Uidl(), "-ERR Timeout: no answer in time");
@@ -454,7 +455,7 @@ TEST(PopSocket, AfterATimeOutEverythingAnswersTheSameWithoutWaiting) {
     socket.Close();
     EXPECT_EQ(socket.SendQuit(), "-ERR Timeout: no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
-    EXPECT_LT(watch.Elapsed(), 1s);
+    EXPECT_LT(watch.Elapsed(), 20s);
     EXPECT_EQ(server.Transcript(), "S: +OK ready\nC: USER u\nC: (closed)\n");
 }
 

@@ -238,11 +238,12 @@ TEST(SmtpSocket, SilentAndDrippingServersTimeOut) {
         EXPECT_EQ(socket.timed_out, 1);
         EXPECT_GE(watch.Elapsed(), 1s);
         EXPECT_LT(watch.Elapsed(), 5s);
+        socket.SetTimeOut(60);
         const Stopwatch after;
         EXPECT_EQ(socket.Data("a\r\n"), "421 no answer in time");
         EXPECT_EQ(socket.SendQuit(), "421 no answer in time");
         EXPECT_EQ(socket.timed_out, 1);
-        EXPECT_LT(after.Elapsed(), 1s);
+        EXPECT_LT(after.Elapsed(), 20s);
     }
 }
 

@@ -11,7 +11,6 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
 
 #include "tarvex/tarvex_c.h"
 #include "testing/child_process.h"
@@ -96,8 +95,10 @@ struct Holdings {
     }
 };
 
-TEST(Loading, LibraryForwardsMailIsUnloadedAndCanBeLoadedAgain) {
+// The servers are threads of this process: they have ended as well when this returns.
+void LoadForwardAndUnload() {
     MailboxServer pop("alice", "secret");
+    pop.Add(Mail("u1"));
     SinkServer smtp;
     DataTree tree;
     CPopProfile& profile = tree.AddProfile(pop.Port(), smtp.Port());
@@ -118,33 +119,33 @@ TEST(Loading, LibraryForwardsMailIsUnloadedAndCanBeLoadedAgain) {
     ASSERT_EQ(with_tls.SaveSetting(), 1);
     AddAddress(with_tls, "b@example.net");
 
-    Holdings held;
-    for (int round = 1; round <= 3; ++round) {
-        pop.Add(Mail("u" + std::to_string(round)));
-        ASSERT_FALSE(Library::IsLoaded());
-        {
-            const Library library;
-            EXPECT_EQ(library.open(nullptr), nullptr);
-            EXPECT_STREQ(library.last_error(), "The directory is null.");
-            EXPECT_EQ(library.run(nullptr), -1);
-            tarvex_root* const root = library.open((tree.Folder() / "root").c_str());
-            ASSERT_NE(root, nullptr);
-            EXPECT_EQ(library.run(root), 2);
-            EXPECT_EQ(library.wait(root, -1), 1);
-            EXPECT_TRUE(refused.WaitFor(round));
-            library.close(root);
-        }
-        ASSERT_TRUE(Library::Goes());
-        const Holdings before = std::exchange(held, Holdings::OfProcess());
-        if (round == 3) {
-            EXPECT_EQ(held.handles, before.handles);
-            // The compiler's own library, which is linked in, keeps a slot and some memory for good.
-            EXPECT_LE(held.first_free_slot, before.first_free_slot + 1);
-            EXPECT_LT(held.heap_bytes, before.heap_bytes + 160 * 1024);
-        }
+    ASSERT_FALSE(Library::IsLoaded());
+    {
+        const Library library;
+        EXPECT_EQ(library.open(nullptr), nullptr);
+        EXPECT_STREQ(library.last_error(), "The directory is null.");
+        EXPECT_EQ(library.run(nullptr), -1);
+        tarvex_root* const root = library.open((tree.Folder() / "root").c_str());
+        ASSERT_NE(root, nullptr);
+        EXPECT_EQ(library.run(root), 2);
+        EXPECT_EQ(library.wait(root, -1), 1);
+        EXPECT_TRUE(refused.WaitFor(1));
+        library.close(root);
     }
-    EXPECT_EQ(Arrived(smtp),
-              (Arrivals{{"u1 -> a@example.net", 1}, {"u2 -> a@example.net", 1}, {"u3 -> a@example.net", 1}}));
+    EXPECT_TRUE(Library::Goes());
+    EXPECT_EQ(Arrived(smtp), (Arrivals{{"u1 -> a@example.net", 1}}));
+}
+
+TEST(Loading, LibraryForwardsMailIsUnloadedAndCanBeLoadedAgain) {
+    LoadForwardAndUnload();
+    LoadForwardAndUnload();
+    const Holdings before = Holdings::OfProcess();
+    LoadForwardAndUnload();
+    const Holdings after = Holdings::OfProcess();
+    EXPECT_EQ(after.handles, before.handles);
+    // The compiler's own library, which is linked in, keeps a slot and some memory for good.
+    EXPECT_LE(after.first_free_slot, before.first_free_slot + 1);
+    EXPECT_LT(after.heap_bytes, before.heap_bytes + 32 * 1024);
 }
 
 TEST(Loading, LibraryTellsItsVersion) {
