@@ -29,6 +29,7 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
+    int Number() const;             // of its process, while it has not been waited for; on POSIX
     void Signal(int signal) const;  // nothing happens when it has ended; on POSIX
 
     // Waits until it has printed the text; false when that does not come in time, or it ends before. On POSIX.

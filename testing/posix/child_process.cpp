@@ -193,6 +193,8 @@ ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::v
 
 ChildProcess::~ChildProcess() { Kill(); }
 
+int ChildProcess::Number() const { return impl_->pid; }
+
 void ChildProcess::Signal(int signal) const {
     if (!impl_->ended) kill(impl_->pid, signal);  // not waited for yet, so the number is still its own
 }
