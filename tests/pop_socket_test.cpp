@@ -659,7 +659,8 @@ TEST(PopSocket, LongerReplyLineEndsTheConnection) {
 
 // Sends an answer with so many bytes between its status line and its "." line.
 void SendAnswer(Peer& peer, std::size_t bytes) {
-    const std::string block = std::string(1'048'574, 'x') + "\r\n";
+    std::string block(1'048'576, 'x');
+    block.replace(block.size() - 2, 2, "\r\n");
     peer.SendUnrecorded("+OK\r\n");
     for (; bytes > 2 * block.size(); bytes -= block.size()) peer.SendUnrecorded(block);
     peer.SendUnrecorded(std::string(bytes - 2, 'y') + "\r\n");
