@@ -50,7 +50,7 @@ struct Run {
 };
 
 void BookkeepingNothingNew(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         state.PauseTiming();
         auto run = std::make_unique<Run>(static_cast<int>(state.range(0)), 0);
         state.ResumeTiming();
@@ -65,7 +65,7 @@ BENCHMARK(BookkeepingNothingNew)->Arg(1'000)->Arg(10'000)->Arg(100'000)->Unit(be
 
 // Every message is new, and none can be delivered.
 void BookkeepingAllNewAllFailed(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         state.PauseTiming();
         auto run = std::make_unique<Run>(0, static_cast<int>(state.range(0)));
         state.ResumeTiming();

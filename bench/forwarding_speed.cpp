@@ -20,7 +20,6 @@
 namespace tarvex::bench {
 namespace {
 
-using testing::GeneratedMail;
 using testing::Login;
 using testing::MakeOrdinaryMails;
 using testing::PopServer;
@@ -66,7 +65,7 @@ class Bench {
 public:
     explicit Bench(const Rounds& rounds) : rounds_(rounds), pop_({kSmall, kLarge, kMany}), lmtp_({"-L"}) {
         pop_.Deliver(kSmall, MakeOrdinaryMails(1000, 4096));
-        pop_.Deliver(kLarge, MakeOrdinaryMails(200, 200 * 1024));
+        pop_.Deliver(kLarge, MakeOrdinaryMails(200, std::size_t{200} * 1024));
         pop_.Deliver(kMany, MakeOrdinaryMails(10'000, 1024));
     }
 

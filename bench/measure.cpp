@@ -97,6 +97,7 @@ double CpuSecondsOfGroups(const std::vector<pid_t>& groups) {
     for (std::string& variable : environment) putenv(variable.data());
     std::vector<std::string> words = program.words;
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
     execvp(pointers.front(), pointers.data());

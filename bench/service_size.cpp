@@ -107,7 +107,7 @@ void MakeTree(const std::string& directory, int profiles, int pop_port) {
 class Service {
 public:
     explicit Service(const std::string& root)
-        : program_({TARVEX_HOST, "--root", root, "serve", "--every", "1"}, ChildProcess::Output::Terminal) {
+        : program_({TARVEX_HOST, "--root", root, "serve", "--every", "1"}, ChildProcess::Output::Together) {
         if (!program_.WaitForOutput("serving ", kPatience)) throw std::runtime_error(program_.Printed());
     }
 

@@ -70,9 +70,7 @@ Terms ReadTerms(const std::vector<std::string>& lines) {
         const std::string_view line = TrimBlanks(raw_line);
         if (IsBlankOrComment(line)) continue;
         const std::string view = HeaderView(line);
-        if (Contains(view, "[version]")) {
-            current = nullptr;
-        } else if (Contains(view, "[schedule]")) {
+        if (Contains(view, "[schedule]") && !Contains(view, "[version]")) {
             current = terms.emplace_back(std::make_unique<CTerm>()).get();
         } else if (Contains(view, "[") && Contains(view, "]")) {
             current = nullptr;

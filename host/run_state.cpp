@@ -49,7 +49,7 @@ std::string WhyFileUnwritable(const CString& path, std::uintmax_t bytes) {
     std::ofstream out(file, std::ios::binary);
     const std::string piece(kRoom, '\0');
     for (std::uintmax_t written = 0; out && written < bytes + kRoom; written += kRoom) out << piece << std::flush;
-    const std::string trouble = out ? std::string() : Cannot("write", path, Refusal());
+    std::string trouble = out ? std::string() : Cannot("write", path, Refusal());
     out.close();
     fs::remove(file, ignored);
     return trouble;

@@ -15,6 +15,7 @@ public:
     enum class Output {
         Pipe,  // a pipe each for output and errors
         // On POSIX:
+        Together,  // one pipe for both, in which a megabyte may wait to be read
         Terminal,  // one terminal for both; a line end is CR LF there
         Dialogue,  // one terminal for both and for the input: see Type
         Full,      // output to a device that is full

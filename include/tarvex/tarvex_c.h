@@ -31,7 +31,7 @@ extern "C" {
 #endif
 
 /* A root and the runs that it has started. */
-typedef struct tarvex_root tarvex_root;
+typedef struct tarvex_root tarvex_root; /* NOLINT(modernize-use-using): it is C as well */
 
 /* Loads the data tree below a directory, in the system's own path form and code page, and creates the directory when
    only its last level is missing. The tree is loaded once, here: what is edited later counts after tarvex_close and

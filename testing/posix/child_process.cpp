@@ -178,14 +178,17 @@ ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::v
     const bool has_input = write(in.theirs.Get(), input.data(), input.size()) == static_cast<ssize_t>(input.size());
     if (!has_input) throw Failure("pipe");
     close(in.theirs.Release());
+    constexpr int kRoom = 1 << 20;
     const Descriptor full = OpenFile("/dev/full", O_WRONLY);
     const bool on_terminal = output == Output::Terminal || output == Output::Dialogue;
     Ends out = on_terminal ? OpenTerminal() : OpenPipe();
     Ends err = OpenPipe();
     const int their_output = output == Output::Full ? full.Get() : out.theirs.Get();
-    const int their_errors = on_terminal ? their_output : err.theirs.Get();
+    const bool together = on_terminal || output == Output::Together;
+    const int their_errors = together ? their_output : err.theirs.Get();
     const int their_input = output == Output::Dialogue ? their_output : in.ours.Get();
     if (output == Output::Closed) close(out.ours.Release());
+    if (output == Output::Together && fcntl(out.ours.Get(), F_SETPIPE_SZ, kRoom) < 0) throw Failure("pipe");
     impl_->pid = Spawn(std::move(words), std::move(variables), their_input, their_output, their_errors);
     impl_->output.descriptor = out.ours.Release();
     impl_->errors.descriptor = err.ours.Release();

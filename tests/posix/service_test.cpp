@@ -81,7 +81,7 @@ protected:
     std::unique_ptr<ChildProcess> Serve(const std::vector<std::string>& variables = {}, const char* every = "0.02") {
         auto service = std::make_unique<ChildProcess>(
             std::vector<std::string>{TARVEX_HOST, "--root", host_.Root(), "serve", "--every", every},
-            ChildProcess::Output::Terminal, variables);
+            ChildProcess::Output::Together, variables);
         EXPECT_TRUE(service->WaitForOutput(kServing, kLong));
         return service;
     }
@@ -478,7 +478,7 @@ TEST_F(ServingWithCare, ARunThatCouldNotBeginStandsInTheStatus) {
         GiveTheTreeTo(kNobody);
     }
     ChildProcess service({"/usr/bin/prlimit", "--nproc=1", TARVEX_HOST, "--root", host_.Root(), "serve"},
-                         ChildProcess::Output::Terminal, {"ASAN_OPTIONS=detect_leaks=0"});  // which takes a thread
+                         ChildProcess::Output::Together, {"ASAN_OPTIONS=detect_leaks=0"});  // which takes a thread
     ASSERT_TRUE(service.WaitForOutput("user0/from0: run ended, it could not begin", kLong)) << service.Printed();
     const std::string told = host_.Tell({"status"});
     EXPECT_THAT(told, AllOf(HasSubstr("see below"), HasSubstr("user0/from0: the run of ")));
@@ -682,7 +682,7 @@ TEST_F(ServedEdits, ARootWithALongNameHasASocketToo) {
     const std::string deep = host_.Root() + "/" + std::string(100, 'x');
     std::filesystem::create_directory(deep);
     fs::permissions(deep, fs::perms::owner_all);  // whatever the mask
-    ChildProcess service({TARVEX_HOST, "--root", deep, "serve"}, ChildProcess::Output::Terminal);
+    ChildProcess service({TARVEX_HOST, "--root", deep, "serve"}, ChildProcess::Output::Together);
     ASSERT_TRUE(service.WaitForOutput(kServing, kLong));
     ChildProcess command({TARVEX_HOST, "--root", deep, "user", "add", "hanako"});
     ASSERT_TRUE(command.WaitFor(kLong));
@@ -760,7 +760,7 @@ TEST_F(ServedEdits, AServiceThatIsHaltedIsSpokenOfAndMakesNoEditOfACommandThatHa
     const auto service = Serve();
     service->Signal(SIGSTOP);
     ChildProcess command({TARVEX_HOST, "--root", host_.Root(), "user", "set", "user0", "--loginname", "unwanted"},
-                         ChildProcess::Output::Terminal);
+                         ChildProcess::Output::Together);
     EXPECT_TRUE(command.WaitForOutput("tarvex: the service does not answer yet; waiting for it", kLong));
     command.Kill();
     service->Signal(SIGCONT);

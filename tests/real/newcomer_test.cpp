@@ -61,7 +61,7 @@ protected:
     }
 
     std::unique_ptr<ChildProcess> Serve() const {
-        auto service = Start({"serve", "--every", "0.2"}, ChildProcess::Output::Terminal);
+        auto service = Start({"serve", "--every", "0.2"}, ChildProcess::Output::Together);
         EXPECT_TRUE(service->WaitForOutput("serving \"" + Tree(), kPatience)) << service->Printed();
         return service;
     }

@@ -10,8 +10,8 @@
 namespace tarvex {
 
 std::unique_ptr<SystemCharset> SystemCharset::Open(const std::string& charset) {
-    const iconv_t handle = iconv_open("UTF-8", charset.c_str());
-    if (handle == reinterpret_cast<iconv_t>(-1)) return nullptr;
+    iconv_t handle = iconv_open("UTF-8", charset.c_str());
+    if (handle == reinterpret_cast<iconv_t>(-1)) return nullptr;  // NOLINT(performance-no-int-to-ptr): so POSIX has it
     std::unique_ptr<SystemCharset> opened(new SystemCharset(handle));
     return opened;
 }
