@@ -53,7 +53,7 @@ Program FetchmailPeer::Command(const std::filesystem::path& folder) const {
     Program program{.words = {"fetchmail", "--silent", "--fetchmailrc", (folder / "fetchmailrc").string(), "--pidfile",
                               (folder / "pid").string()},
                     .environment = {"FETCHMAILHOME=" + folder.string()}};
-    if (delay_ == Delay::None) program.environment.push_back("LD_PRELOAD=" NO_DELAY_SHIM);
+    if (delay_ == Delay::None) program.environment.emplace_back("LD_PRELOAD=" NO_DELAY_SHIM);
     return program;
 }
 
