@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <functional>
 #include <optional>
 
@@ -17,7 +16,6 @@
 namespace tarvex {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::AnyOf;
 using testing::ReadFile;
 using testing::TempDir;

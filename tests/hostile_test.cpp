@@ -34,7 +34,7 @@ constexpr auto kInTime = 10s;  // well before that, and well after a time-out of
 
 // TLS records full of HelloRequest, which a client has to ignore while it shakes hands.
 std::string HelloRequests() {
-    const std::string record = std::string({22, 3, 3, 0x40, 0}) + std::string(16 * 1024, '\0');
+    const std::string record = std::string({22, 3, 3, 0x40, 0}) + std::string(0x4000, '\0');
     std::string records;
     for (int i = 0; i < 1024; ++i) records += record;
     return records;

@@ -142,9 +142,9 @@ TEST(Judgement, KeepsLasttimeWhenNotDue) {
 TEST(Judgement, OneDayOfTimerWaitsTwoDays) {
     CPopProfile profile;
     profile.setting.timer = 1440;
-    profile.setting.lasttime = CurrentTime() - 47 * 3600;
+    profile.setting.lasttime = CurrentTime() - CTime{47} * 3600;
     EXPECT_EQ(profile.JudgeDoOperation(), 0);
-    profile.setting.lasttime = CurrentTime() - 48 * 3600;
+    profile.setting.lasttime = CurrentTime() - CTime{48} * 3600;
     EXPECT_EQ(profile.JudgeDoOperation(), 1);
 }
 

@@ -41,10 +41,11 @@ TEST(RefreshThread, GivesFreeMemoryBackOnlyWhenNoCopyIsLeft) {
     Tarvex(&tree.root);
     ASSERT_TRUE(pop.WaitForConnections(1));
 
-    constexpr std::size_t kFreeBytes = 64U * 1024 * 1024;
+    constexpr std::size_t kFreeBytes = 64 << 20;
+    constexpr std::size_t kBlockBytes = 16 << 10;
     std::vector<std::string> blocks;
-    for (std::size_t bytes = 0; bytes < kFreeBytes; bytes += 16U * 1024) blocks.emplace_back(16U * 1024, 'x');
-    const std::string last(16U * 1024, 'x');  // keeps what is below it from being given back without being asked
+    for (std::size_t bytes = 0; bytes < kFreeBytes; bytes += kBlockBytes) blocks.emplace_back(kBlockBytes, 'x');
+    const std::string last(kBlockBytes, 'x');  // keeps what is below it from being given back without being asked
     blocks.clear();
     if (mallinfo2().fordblks < kFreeBytes / 2) GTEST_SKIP() << "the sanitizers have their own memory";
     const std::size_t before = ResidentMemoryBytes();

@@ -34,7 +34,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using ::testing::AllOf;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;

@@ -61,7 +61,7 @@ std::string Replaced(std::string text, const std::string& from, const std::strin
 // What Postfix changes; everything else arrives as it is. (A message without a header arrives with its empty first
 // line: that is taken off before the message is sent, and Postfix sets one between its own header lines and the body.)
 std::string AsArrived(const GeneratedMail& mail) {
-    const std::string fetched = AsFetched(mail);
+    std::string fetched = AsFetched(mail);
     // Postfix makes a header field of a line that an mbox file would begin a message with.
     if (mail.kind == "mailbox_line") return "X-Mailbox-Line: " + fetched;
     // Postfix takes out blanks before the colon of a header field.

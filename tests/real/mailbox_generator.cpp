@@ -70,7 +70,8 @@ private:
 
 std::string Convert(std::string_view utf8, const char* charset) {
     iconv_t converter = iconv_open(charset, "UTF-8");
-    if (converter == reinterpret_cast<iconv_t>(-1)) throw std::runtime_error(std::string("no iconv for ") + charset);
+    const bool none = converter == reinterpret_cast<iconv_t>(-1);  // NOLINT(performance-no-int-to-ptr): so POSIX has it
+    if (none) throw std::runtime_error(std::string("no iconv for ") + charset);
     std::string result(utf8.size() * 3 + 64, '\0');
     std::string source(utf8);
     char* in = source.data();

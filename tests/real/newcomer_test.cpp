@@ -18,7 +18,6 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
-using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -74,7 +73,7 @@ protected:
 
     // A new mail in the mailbox, of plain text.
     GeneratedMail Deliver() {
-        const GeneratedMail mail = MakeMail("ascii", ++delivered_, 3000);
+        GeneratedMail mail = MakeMail("ascii", ++delivered_, 3000);
         pop_->Deliver(kAlice, mail);
         return mail;
     }
