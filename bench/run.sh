@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Called by `./dev bench`, which has built everything: forwarding beside other programs, what a service needs, then the single pieces.
-# Options go to forwarding_speed: --quick for fewer rounds.
+# Called by `./dev bench`, which has built everything: forwarding beside other programs, what a service needs, then the
+# single pieces. Options go to forwarding_speed: --quick for fewer rounds.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../build/bench/bin"
 

@@ -571,7 +571,7 @@ TEST(Destruction, OfARootWithAHundredStalledWorkersIsQuickAndLosesNothing) {
     dying->running_copies.swap(stalled.tree.root.running_copies);
     const auto start = Clock::now();
     dying.reset();
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(20));  // what they wait for would take an hour
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
 
     const auto& profiles = stalled.tree.root.users[0]->profiles;
     for (const auto& profile : profiles) {

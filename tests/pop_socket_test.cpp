@@ -355,7 +355,7 @@ TEST(PopSocket, ConnectingEndsWithTheTimeOutForAllAddressesTogether) {
                                                                  std::to_string(hole.Port()) + ": no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
     EXPECT_GE(watch.Elapsed(), 1s);
-    EXPECT_LT(watch.Elapsed(), 8s);
+    EXPECT_LT(watch.Elapsed(), 3s);
 }
 
 TEST(PopSocket, ConnectsAnewAfterAFailure) {
@@ -455,7 +455,7 @@ TEST(PopSocket, AfterATimeOutEverythingAnswersTheSameWithoutWaiting) {
     socket.Close();
     EXPECT_EQ(socket.SendQuit(), "-ERR Timeout: no answer in time");
     EXPECT_EQ(socket.timed_out, 1);
-    EXPECT_LT(watch.Elapsed(), 20s);
+    EXPECT_LT(watch.Elapsed(), 1s);
     EXPECT_EQ(server.Transcript(), "S: +OK ready\nC: USER u\nC: (closed)\n");
 }
 

@@ -243,7 +243,7 @@ TEST(SmtpSocket, SilentAndDrippingServersTimeOut) {
         EXPECT_EQ(socket.Data("a\r\n"), "421 no answer in time");
         EXPECT_EQ(socket.SendQuit(), "421 no answer in time");
         EXPECT_EQ(socket.timed_out, 1);
-        EXPECT_LT(after.Elapsed(), 20s);
+        EXPECT_LT(after.Elapsed(), 1s);
     }
 }
 

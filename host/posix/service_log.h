@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "host/posix/descriptor.h"
+
 namespace tarvex::host {
 
 // Lines on standard error. For the journal each begins with its level ("<6>", sd-daemon(3)); elsewhere with the time.
@@ -18,7 +20,9 @@ private:
     void Write(int level, const std::string& text);
 
     bool to_journal_;
-    int lost_ = 0;  // lines
+    Descriptor terminal_;  // standard error again, which never keeps a writer waiting; none when it is no terminal
+    int lost_ = 0;         // lines
+    bool torn_ = false;    // the last one that was written
 };
 
 }  // namespace tarvex::host

@@ -253,6 +253,17 @@ TEST_F(Serving, AJournalThatNobodyReadsGoesIntoNoOtherFile) {
     EXPECT_EQ(service.ExitCode(), 0);
 }
 
+// More is written than a terminal keeps for who does not read it.
+TEST_F(Serving, ATerminalThatNobodyReadsKeepsNoRunWaiting) {
+    AddProfile();
+    ChildProcess service({TARVEX_HOST, "--root", host_.Root(), "serve", "--every", "0.01"},
+                         ChildProcess::Output::Terminal);
+    ASSERT_TRUE(service.WaitForOutput(kServing, kLong));
+    EXPECT_TRUE(Eventually([this] { return mailbox_.Received("QUIT") > 400; })) << mailbox_.Received("QUIT");
+    EXPECT_TRUE(service.WaitForOutput(" lines lost)", kLong));
+    Stop(service);
+}
+
 TEST_F(Serving, AReloadLeavesARunningCopyAlone) {
     mailbox_.Add(MailNumber(1));
     Block();

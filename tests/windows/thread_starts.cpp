@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <tlhelp32.h>
-
 #include <atomic>
 #include <chrono>
 #include <thread>
+
+#include "tests/process_facts.h"
 
 namespace tarvex::testing {
 namespace {
@@ -21,23 +21,11 @@ void NTAPI OnThread(PVOID, DWORD reason, PVOID) {
     if (reason == DLL_THREAD_DETACH) --started;
 }
 
-int Existing() {
-    int count = 0;
-    const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    THREADENTRY32 thread{};
-    thread.dwSize = sizeof thread;
-    for (BOOL is_one = Thread32First(all, &thread); is_one; is_one = Thread32Next(all, &thread)) {
-        if (thread.th32OwnerProcessID == GetCurrentProcessId()) ++count;
-    }
-    CloseHandle(all);
-    return count;
-}
-
 class ThreadStarts : public ::testing::Environment {
 public:
     void TearDown() override {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (started < Existing() && std::chrono::steady_clock::now() < end) {
+        while (started < ThreadCount() && std::chrono::steady_clock::now() < end) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
