@@ -62,6 +62,7 @@ void CPopProfile::Reset() {
     path.clear();
     setting.Initialize();
     forward_addresses.clear();
+    result = {};
 }
 
 void CPopProfile::SetPath(CString new_path) {

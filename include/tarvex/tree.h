@@ -24,6 +24,7 @@
 #include "tarvex/log.h"
 #include "tarvex/mail.h"
 #include "tarvex/observer.h"
+#include "tarvex/result.h"
 #include "tarvex/schedule.h"
 #include "tarvex/settings.h"
 #include "tarvex/text.h"
@@ -79,10 +80,10 @@ public:
     virtual ~CPopProfile();
 
     // A deep copy for a worker: path, setting with lasttime but without the version, and a new copy of every forwarding
-    // address. The log, the worker-thread field and the observer are not copied.
+    // address. The log, the worker-thread field, the observer and the result are not copied.
     CPopProfile& operator=(const CPopProfile& other);
 
-    void Reset();                // default settings, no path, no addresses
+    void Reset();                // default settings, no path, no addresses, no result
     void SetPath(CString path);  // Reset, then loads the setting and the forwarding addresses of the directory
     int LoadSetting();  // 1 when popprofile.def was read, else 0; rewrites it when a password was not scrambled
     int SaveSetting();
@@ -149,6 +150,9 @@ public:
     std::atomic<tarvex::Thread*> worker_thread{nullptr};  // null unless this copy's run is under way
     CString path;
     CRunObserver observer;  // what this copy's run has done so far
+    // What this copy's run did. In a profile of the tree: CouldNotBegin as its ending, and nothing else, when the entry
+    // had no memory for the last copy of it.
+    CRunResult result;
 };
 
 // One user with his POP profiles.
