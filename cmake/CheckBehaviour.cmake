@@ -1,5 +1,5 @@
 # Checks docs/behaviour.md against the code: run as  cmake -DROOT=<source folder> -P CheckBehaviour.cmake
-# - the entries are numbered B1, B2, ... without a gap, and each names at least one test;
+# - the numbers are B1, B2, ... without a gap, each once, and each entry names at least one test;
 # - every test that the page names exists;
 # - every number that a source file names ("B7") stands on the page.
 
@@ -26,15 +26,15 @@ string(REPLACE "[" "(" page "${page}")
 string(REPLACE "]" ")" page "${page}")
 string(REPLACE "\n**B" ";B" entries "${page}")
 list(POP_FRONT entries)
-set(count 0)
+list(LENGTH entries count)
 set(numbers "")
 foreach(entry IN LISTS entries)
-  math(EXPR count "${count} + 1")
   string(REGEX MATCH "^B[0-9]+" number "${entry}")
-  list(APPEND numbers "${number}")
-  if(NOT number STREQUAL "B${count}")
-    list(APPEND errors "docs/behaviour.md: \"${number}\" stands where B${count} belongs")
+  string(REPLACE "B" "" value "${number}")
+  if(number IN_LIST numbers OR value GREATER count OR value LESS 1)
+    list(APPEND errors "docs/behaviour.md: ${number} comes twice, or a number before it is missing")
   endif()
+  list(APPEND numbers "${number}")
   string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Z][A-Za-z0-9]+`" named "${entry}")
   if(NOT named)
     list(APPEND errors "docs/behaviour.md: ${number} names no test")

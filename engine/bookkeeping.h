@@ -1,7 +1,7 @@
 #pragma once
 
-// Which message goes to which address, and what is remembered of it. Every operation is linear in the number of ids, by
-// hashing; the results and their order are those of walking the lists entry by entry.
+// Which message goes to which address, and what is remembered of it. Every operation takes time in proportion to the
+// number of ids. The results and their order are those of walking the lists entry by entry.
 
 #include <span>
 
@@ -11,9 +11,9 @@ namespace tarvex {
 
 using ReceivedMails = CArray<CReceiveMail*, CReceiveMail*>;
 
-// The ids that the lists hold together exactly as often as there are lists, in the order of their first occurrence. So
-// an id that is in each list once is handled; one that is twice in the only list is not, and one that is twice in one
-// of two lists is. Occurrences are counted, not lists: kept on purpose.
+// The ids that the lists hold together exactly as often as there are lists, in the order of their first occurrence.
+// Occurrences are counted, not lists (B37): an id once in each list is handled; one twice in the only list is not; one
+// twice in one of two lists is.
 void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail& handled);
 
 // Gives each message, as destinations, the taking-part addresses whose UIDL list lacks its id, and appends the id

@@ -39,8 +39,7 @@ void RunDueProfiles(CRootPath& root) {
     for (std::size_t u = 0; u < root.users.size(); ++u) {
         for (std::size_t p = 0; p < root.users[u]->profiles.size(); ++p) {
             CPopProfile& profile = *root.users[u]->profiles[p];
-            // The judgement comes first: a due profile that is still running waits one full interval more. Kept on
-            // purpose.
+            // The judgement comes first: a due profile that is still running waits one more interval (B1).
             if (!profile.JudgeDoOperation() || IsRunning(root, profile.path)) continue;
             Shielded([&] { StartWorker(root, profile); });
         }
@@ -87,7 +86,7 @@ void CRootPath::RefreshThread() {
 void CRootPath::KillThread() {
     RefreshThread();
     for (auto& copy : running_copies) {
-        // The thread is named by the worker-thread field itself: kept on purpose.
+        // Interrupts the run and waits for its end; the field itself names the thread (B5).
         if (tarvex::Thread* thread = copy->worker_thread.load()) tarvex::TerminateThread(thread, 0xFFFFFFFF);
         copy.reset();
     }

@@ -6,8 +6,8 @@
 
 namespace tarvex {
 
-// The interval in seconds for a timer in minutes. From 1,440 minutes on it is longer than the timer (the hours are
-// taken modulo 60): kept on purpose. Computed in 32 bits that wrap around.
+// The interval in seconds for a timer in minutes. From 1,440 minutes on it is longer than the timer (B2). Computed in
+// 32 bits that wrap around.
 std::int32_t IntervalSeconds(std::int32_t timer_minutes);
 
 // When a profile that last ran at `lasttime` is due again; the least moment there is when it has no interval (timer 0).

@@ -106,8 +106,8 @@ Terms Copies(const Terms& terms) {
 bool WrappedWeekdayMatches(int kind, CTime start, CTime end, CTime moment, int weekday) {
     if (!(moment > start) && !(moment < end)) return false;
     if (moment > end) return weekday == kind;
-    // Weekdays run from 1 to 7, so the following day of a Friday term (6) would be day 0, which never comes, while that
-    // of a Saturday term is Sunday. Kept on purpose.
+    // Days run from 1 to 7. The day after a Saturday term is 1, Sunday; that after a Friday term would be 0, which
+    // never comes (B32).
     return weekday == (kind + 1) % 7;
 }
 

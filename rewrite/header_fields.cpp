@@ -19,9 +19,8 @@ struct FieldExtent {
     std::size_t end;    // of the line end behind the field; kNone when no line end follows
 };
 
-// The search is case-sensitive, needs a line end before the name, so never finds a field on the very first line, and
-// runs on into the body: a name that stands only there is reported with an end before its start. All three are kept on
-// purpose.
+// The search is case-sensitive and needs a line end before the name, so it never finds a field on the very first line.
+// It goes on into the body; a field that stands only there has an end before its start (B67).
 std::optional<FieldExtent> FindField(std::string_view mail, std::string_view name) {
     const std::size_t header_end = mail.find("\r\n\r\n");
     if (header_end == kNone) return std::nullopt;
@@ -38,7 +37,7 @@ std::optional<FieldExtent> FindField(std::string_view mail, std::string_view nam
     return FieldExtent{start, end};
 }
 
-// A field without a line end behind it takes the rest of the message with it: kept on purpose.
+// A field without a line end behind it takes the rest of the message with it (B68).
 void ReplaceField(CString& mail, std::string_view name, std::string_view value) {
     const auto field = FindField(mail, name);
     if (!field) return;

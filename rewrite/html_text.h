@@ -12,8 +12,8 @@ int HtmlToText(CString* html);
 
 // Decodes character entities in a buffer; `length` becomes the length of the result. Returns 0 for a null buffer.
 //   amp quot lt gt nbsp minus, by their letters in either case, whatever stands between them and the ";";
-//   the apostrophe only as "apo" and a small "a" or a capital "S": so not in its common small form. Kept on purpose.
-// Numeric references stay as they are: kept on purpose. A decoded "&" may begin another entity.
+//   the apostrophe only as "apo" and a small "a" or a capital "S", so not in its common small form (B79).
+// Numeric references stay as they are (B80). A decoded "&" may begin another entity (B81).
 int DecodeHtmlEntities(char* buffer, unsigned* length);
 
 // The same over the text's own buffer.

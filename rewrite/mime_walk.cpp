@@ -22,7 +22,7 @@ constexpr std::size_t kNone = std::string_view::npos;
 bool Contains(std::string_view text, std::string_view part) { return text.find(part) != kNone; }
 
 // The boundary parameter of a content type, in its own letter case. It ends at the first ";" behind its first
-// character, else at the first blank there, so a quoted boundary with a blank is cut short: kept on purpose.
+// character, else at the first blank there, also inside quotes (B73).
 std::optional<std::string_view> BoundaryOf(std::string_view content_type, std::string_view lowered) {
     constexpr std::string_view kParameter = "boundary=";
     const std::size_t parameter = lowered.find(kParameter);
@@ -68,7 +68,7 @@ void ConvertCharset(std::string_view content_type, CString& text) {
 }
 
 // Takes POP3's additional dots off, and the line end that stood for the blank line. The dots are looked for in the
-// decoded text, so one behind a soft line break stays and Base64 text loses one of its own: kept on purpose.
+// decoded text (B75).
 void Unstuff(CString& text) {
     constexpr std::string_view kStuffed = "\r\n..";
     std::size_t read = text.starts_with("\r\n") ? 2 : 0;
@@ -119,8 +119,8 @@ public:
           end_(body.end),
           at_(Next(body.begin)) {}
 
-    // The next part: between two delimiters. What follows the last delimiter is no part, though it be not the closing
-    // one.
+    // The next part: between two delimiters. Text behind the last delimiter is ignored, even if the closing delimiter
+    // is missing (B74).
     std::optional<Extent> TakePart(std::string_view message) {
         if (at_ == kNone || (!first_ && IsClosing(message))) return std::nullopt;
         first_ = false;

@@ -17,8 +17,7 @@ namespace {
 constexpr std::string_view kTerminator = "\r\n.\r\n";
 
 // Cuts the text to the limit, and then back to a byte that is valid both alone and as the second half of a double-byte
-// character. So it never ends in half a character, and loses digits, blanks, punctuation and line ends at its end as
-// well: kept on purpose.
+// character. So it never ends in half a character, nor in a digit, a blank, punctuation or a line end (B70).
 void LimitBytes(CString& text, std::size_t limit_bytes) {
     if (text.size() <= limit_bytes) return;
     text.resize(limit_bytes);

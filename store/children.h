@@ -34,7 +34,7 @@ struct ChildDirectory {
 };
 
 // The directory with the lowest number that is free or has no marker file; created when it is free. Nothing when it
-// cannot be created. Only the name is tested: a plain file is taken over like a directory. Kept on purpose.
+// cannot be created. Only the name is tested: a plain file is taken over like a directory (B25).
 std::optional<ChildDirectory> ClaimDirectory(const CString& parent, const ChildKind& kind);
 
 // A new child whose directory is `path`: `open` loads what the directory holds.
@@ -58,8 +58,8 @@ void AppendChildren(std::vector<std::unique_ptr<Child>>& children, const CString
 }
 
 // Creates a child: claims a directory, loads what it holds already, lets `fill` set the fields of its settings, and
-// saves them, which writes the marker file. A failure of that save goes unnoticed on purpose: the child then lives in
-// memory until the tree is loaded again. Null when no directory can be had.
+// saves them, which writes the marker file. When that save fails, the child lives in memory until the tree is loaded
+// again (B25). Null when no directory can be created.
 template <class Child, class Fill>
 Child* CreateChild(std::vector<std::unique_ptr<Child>>& children, const CString& parent, const ChildKind& kind,
                    void (*open)(Child&, const CString&), Fill fill) {

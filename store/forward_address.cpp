@@ -95,7 +95,7 @@ int CForwardAddress::SaveUidlSetting() {
             text += '\n';
         }
         // Most runs find nothing new: a list that has not changed waits for no disk.
-        // An empty path is not refused here: it names a file in the root of the file system. Kept on purpose.
+        // An empty path is not refused: it names a file in the root of the file system (B30).
         return WriteTextFile(path + kUidlFile, text, Durability::SyncedWhenChanged) ? 1 : 0;
     });
 }

@@ -11,8 +11,7 @@ namespace tarvex {
 // Base64 of the complemented bytes; empty for an empty password.
 std::string ScramblePassword(std::string_view plain);
 
-// The reverse, but for 0xFF bytes at the end of the password: they are complemented to zero bytes, and zero bytes at
-// the end of the decoded form are cut off. Kept on purpose.
+// The reverse, except that 0xFF bytes at the end of a password are lost (B13).
 std::string UnscramblePassword(const std::string& stored);
 
 }  // namespace tarvex

@@ -13,8 +13,7 @@ namespace {
 
 using R = CPopProfileSetting;
 
-// The order of the file differs from that of the members in the places of status, lasttime and timeout. Kept on
-// purpose.
+// In the order of the file, which is not that of the members (B12).
 constexpr std::array kKeys = {
     Key<R>{"[version]", IntegerField<R>{&R::version}, Assigned::No},
     Key<R>{"[nickname]", TextField<R>{&R::nickname}},

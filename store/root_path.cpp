@@ -39,8 +39,7 @@ CUser* CRootPath::CreateNewUser(CString login_name, CString password, int admini
     const auto fill = [&](CUserSetting& setting, bool taken_over) {
         setting.loginname = login_name;
         setting.password = password;
-        // Whoever gets hold of a directory that is already there does not become an administrator by that. Kept on
-        // purpose.
+        // Taking over a directory that is there already makes nobody an administrator (B26).
         if (!taken_over) setting.administrator = administrator;
     };
     return Shielded<CUser*>(nullptr, [&] { return CreateChild<CUser>(users, path, kUser, Open, fill); });

@@ -18,8 +18,8 @@
 
 namespace tarvex {
 
-// What is taken off a line before it is examined. The files differ in this, and the difference is kept on purpose: it
-// decides whether a value may end with blanks.
+// What is taken off a line before it is examined. The files differ (B8): it decides whether a value may end with
+// blanks.
 enum class LineTrimming {
     BlanksAtBothEnds,   // 0x20 only
     LeadingWhiteSpace,  // whatever follows the value is part of it

@@ -24,7 +24,7 @@ CTime ParseTime(std::string_view text, CTime now) {
         part = DecimalValue(text.substr(0, comma));
         text.remove_prefix(comma + 1);
     }
-    // The seconds must be there, but they are dropped on purpose.
+    // The seconds must be there, but they are dropped (B4).
     if (text.empty()) return now;
 
     const auto [year, month, day, hour, minute] = parts;

@@ -53,7 +53,7 @@ bool PopConversation::LogIn() {
     return LogInPlain();
 }
 
-// A refused APOP does not fall back to USER and PASS.
+// A refused APOP does not fall back to USER and PASS (B49).
 bool PopConversation::LogInApop(const CString& timestamp) {
     const CString reply = socket_.SendAPOP(setting_.popuser, setting_.poppassword, timestamp);
     Log("APOP ");

@@ -32,8 +32,7 @@ std::vector<PopListEntry> ParseListing(std::string_view reply, ListingKind kind)
 
 class PopConversation {
 public:
-    // Both must outlive the conversation. The secure-connection setting is not looked at: POP3 is always plain TCP,
-    // kept on purpose.
+    // Both must outlive the conversation. POP3 is always plain TCP, whatever the setting `sslpop` says (B48).
     PopConversation(const CPopProfileSetting& setting, CProfileLog& log) : setting_(setting), log_(log) {}
 
     // Each is false when the conversation is over; the connection is closed then.
@@ -57,7 +56,7 @@ public:
     bool CloseWith(const char* text);
 
     // After a negative reply to a login command, LIST or DELE; returns the last text. QUIT is sent only when the reply
-    // says "Disconnected"; any other refusal is followed by closing without it. Kept on purpose.
+    // says "Disconnected" (B50).
     CString GiveUp(const CString& reply);
 
 private:

@@ -45,8 +45,7 @@ private:
                 listing[wanted++] = mail;
             } else if (setting_.deletemail != 0) {
                 if (!Delete(CString(mail.number))) return false;
-                // The last element goes, whichever it is: for an id that was listed before, another one. Kept on
-                // purpose.
+                // The last element goes, also when it is another id because this one was listed before (B51).
                 if (present) present->RemoveLast();
             }
         }

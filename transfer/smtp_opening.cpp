@@ -56,7 +56,7 @@ bool SmtpOpening::Connect() {
     LogReply(reply);
     if (IsCode(reply, "220")) return true;
 
-    // No QUIT here, and a tab and "!!" before the text: kept on purpose.
+    // No QUIT here, and a tab and "!!" before the text (B59).
     socket_->Close();
     Log(socket_->timed_out == 1 ? "\t!!TimeoutError..Closing Socket" : "\t!!Connect error");
     return false;
@@ -72,7 +72,7 @@ bool SmtpOpening::Greet() {
             if (setting_.smtpauth != 0) method_ = ChooseMethod(AuthList(reply), setting_.smtpauth_mode);
             return true;
         }
-        // Only a server that does not know the command is asked again with HELO: kept on purpose.
+        // Only a server that does not know the command is greeted again with HELO (B56).
         if (!IsCode(reply, "500") || !Reset()) return false;
     }
     const CString reply = socket_->SendHello(&host);
@@ -88,7 +88,7 @@ bool SmtpOpening::Reset() {
     return IsCode(reply, "250");
 }
 
-// A method that fails is not followed by another.
+// A method that fails is not followed by another (B58).
 bool SmtpOpening::Authenticate() {
     const CString& user = setting_.smtpuser.empty() ? setting_.popuser : setting_.smtpuser;
     const CString& password = setting_.smtppassword.empty() ? setting_.poppassword : setting_.smtppassword;
@@ -132,7 +132,7 @@ bool SmtpOpening::AuthenticateLogin(const CString& user, const CString& password
     return IsCode(reply, "235");
 }
 
-// The method's name is not logged, and the response stands in the log unmasked: kept on purpose.
+// The method's name is not logged, and the response stands in the log unmasked (B61).
 bool SmtpOpening::AuthenticatePlain(const CString& user, const CString& password) {
     CString reply = socket_->SendAuth("PLAIN");
     LogReply(reply);
@@ -146,8 +146,7 @@ bool SmtpOpening::AuthenticatePlain(const CString& user, const CString& password
     return IsCode(reply, "235");
 }
 
-// The answer to QUIT is neither logged nor looked at, and the time-out's text is logged also without a time-out:
-// kept on purpose.
+// The answer to QUIT is neither logged nor looked at; the text of a time-out is logged in any case (B60).
 void SmtpOpening::CloseAfterGreeting() {
     if (socket_->timed_out != 1) {
         Log("QUIT");

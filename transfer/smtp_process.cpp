@@ -47,8 +47,8 @@ public:
 private:
     void Log(CString line) { profile_.log.AddLine(std::move(line)); }
 
-    // A text limit other than 0, also the default that means "unchanged", sends a message out once per destination, and
-    // a message without destinations belongs to the batch: both are kept on purpose.
+    // Any text limit but 0, also the default that means "unchanged", sends a message out once per destination (B62). A
+    // message without destinations belongs to the batch (B64).
     void Sort() {
         for (std::size_t index = 0; index < mails_.size(); ++index) {
             CReceiveMail& mail = *mails_[index];
@@ -72,7 +72,7 @@ private:
         const CForwardAddressSetting& to = destination.setting;
         const CString recipient = PlainRecipient(to.address);
         if (!SendSender() || !SendRecipient(recipient)) return false;
-        // The message itself is rewritten: each copy from the one before.
+        // The message itself is rewritten: each copy is made from the one before (B65).
         if (profile_.setting.replaceto != 0) profile_.ReplaceTo(&mail, recipient);
         if (to.textonly < 0) return SendText(mail.text, DataForm::Fetched);
 
@@ -111,7 +111,7 @@ private:
         ++profile_.observer.messages_delivered;
     }
 
-    // The answer to QUIT is neither logged nor looked at: kept on purpose.
+    // The answer to QUIT is neither logged nor looked at (B60).
     bool GiveUp() {
         if (socket_.timed_out == 1) {
             Log(kSmtpTimeOutText);

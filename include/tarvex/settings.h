@@ -40,7 +40,7 @@ public:
     int Load(CString directory);
     int Save(CString directory) const;
 
-    // 1 when the two root paths are equal or the two flags are equal; 0 only when both differ. Kept on purpose.
+    // 1 when the two root paths are equal or the two flags are equal; 0 only when both differ (B14).
     int operator==(const CAppSetting& other) const;
 
     CString rootpath;            // root directory of the account tree; "TarvexRoot" below the application's directory
