@@ -1,3 +1,5 @@
+// Finds the delimiter lines and blank lines of a message: one pass, then sorted look-ups.
+
 #include "rewrite/boundary_index.h"
 
 #include <algorithm>

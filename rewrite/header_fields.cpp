@@ -1,4 +1,4 @@
-// Finds one header field in a fetched message and replaces it by one line.
+// FindHeader, ReplaceFrom and ReplaceTo: find one header field in a fetched message and replace it by one line.
 
 #include <algorithm>
 #include <cstddef>

@@ -1,3 +1,5 @@
+// HTML to text, character entities, and the filter that cuts or compresses characters.
+
 #include "rewrite/html_text.h"
 
 #include <algorithm>
@@ -30,7 +32,7 @@ bool BeginsWithLetters(std::string_view text, std::string_view letters) {
 
 // ---- tags
 
-// What is collected of a tag: as much as decides, without broken double-byte characters.
+// The beginning of a tag: as many letters as decide what it does, without broken double-byte characters.
 class TagText {
 public:
     void Clear() {
@@ -44,7 +46,7 @@ public:
         }
     }
 
-    // Whether a line ends where the tag stands.
+    // Whether the tag becomes a line end (B78).
     bool EndsLine() const {
         return BeginsWithLetters(name_, "/p") || BeginsWithLetters(name_, "p/") || BeginsWithLetters(name_, "/div");
     }
@@ -96,7 +98,7 @@ bool IsApostrophe(std::string_view name) {
     return BeginsWithLetters(name, "apo") && name.size() > 3 && (name[3] == 'a' || name[3] == 'S');
 }
 
-// What the entity of that name stands for; 0 for none.
+// The character that an entity stands for; 0 for a name that is none.
 char EntityResult(std::string_view name) {
     if (IsApostrophe(name)) return '\'';
     for (const Entity& entity : kEntities) {
@@ -192,7 +194,7 @@ public:
 private:
     static constexpr int kNone = -1;
 
-    // Line ends stay as CR LF, one at a time; runs of a blank, a tab or a listed character shrink to one.
+    // Line ends stay as CR LF, one at a time (B82); runs of a blank, a tab or a listed character shrink to one.
     bool KeepsCompressed(char c) const {
         if (c == '\r') return last_single_ != '\n';
         if (c == '\n') return last_single_ == '\r';
@@ -203,7 +205,7 @@ private:
     bool compress_;
     const CharacterSet& listed_;
     int last_single_ = kNone;  // the last character written, when it was a single byte
-    int last_double_ = kNone;  // likewise, when it was a double-byte character
+    int last_double_ = kNone;  // the last character written, when it was a double-byte one
 };
 
 }  // namespace

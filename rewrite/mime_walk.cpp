@@ -1,3 +1,8 @@
+// Walks through the MIME parts of a message and decodes the first one that holds readable text.
+//
+// The walk keeps a stack of the multiparts that it is in, so nesting costs no recursion. BoundaryIndex tells where the
+// delimiter lines are.
+
 #include "rewrite/mime_walk.h"
 
 #include <algorithm>
@@ -88,7 +93,7 @@ void Unstuff(CString& text) {
 
 bool HoldsText(std::string_view text) { return text.find_first_not_of("\t\n\r ") != kNone; }
 
-// The text of a part that has no parts; empty when it is not to be read.
+// The text of a part that has no parts itself. Empty for a part that is not text.
 CString TextOf(std::string_view body, std::string_view content_type, std::string_view transfer_encoding,
                bool accept_html) {
     const bool is_html = accept_html && Contains(content_type, "text/html");
@@ -186,8 +191,7 @@ private:
         return BoundaryIndex::First(Index().BlankLines(), part.begin, part.end, kBlankLine.size());
     }
 
-    // Without a blank line the part counts as body as a whole, but the fields in front of the first delimiter still say
-    // what it is.
+    // A part without a blank line is body as a whole. The fields before its first delimiter still name its type.
     std::size_t EndOfLonelyHeader(Extent part) {
         if (levels_.empty()) return HeaderOf(message_).size();
         if (Text(part).starts_with("--")) return part.begin;

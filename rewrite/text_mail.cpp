@@ -1,4 +1,26 @@
-// The reduction of a message to a short text mail in ISO-2022-JP.
+// Makes a short text mail out of a message.
+//
+// A phone or a pager takes a few hundred bytes of plain text. A message may be megabytes of nested parts, in any
+// encoding, from any stranger. So the text mail is not cut out of the message; it is written anew, from two things that
+// are read out of it: the summary of its header and its first readable text.
+//
+//     the message, as fetched             what is read            the text mail
+//
+//     Received: from mx.example ...       info.date, from, ... -> Date: Sat, 21 Nov 2026 ...
+//     From: =?UTF-8?B?5bGx55Sw?= <y@...>                          From: =?ISO-2022-JP?B?...?= <y@...>
+//     Content-Type: multipart/mixed; ...                          MIME-Version: 1.0
+//                                                                 Content-Type: text/plain; charset="ISO-2022-JP"
+//     --b
+//     Content-Type: text/html ...         (a part: passed over)
+//     --b
+//     Content-Type: text/plain; utf-8     PickReadableText     -> the text, in Shift-JIS
+//     Content-Transfer-Encoding: base64                           cutwhite: blanks and signs cut or compressed
+//                                                                 textonly: cut to so many bytes, then to a letter
+//     5Lya6K2w44Gv...                                             converted to ISO-2022-JP
+//     --b--                                                       .
+//
+// The limit counts bytes of Shift-JIS: it is applied before the conversion, whose escape sequences come on top.
+// Everything that is written passes a strict writer, so no value of the message can forge a header line or an end.
 
 #include <string_view>
 #include <utility>
