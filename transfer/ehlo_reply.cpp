@@ -1,3 +1,5 @@
+// Reads the authentication methods out of an EHLO reply.
+
 #include "transfer/ehlo_reply.h"
 
 #include <algorithm>

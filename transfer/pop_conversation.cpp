@@ -1,3 +1,5 @@
+// The steps of the POP3 conversation that a run and a probe share: connect, log in, list, give up, quit.
+
 #include "transfer/pop_conversation.h"
 
 #include <cstddef>

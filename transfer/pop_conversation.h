@@ -1,9 +1,9 @@
 #pragma once
 
-// The part of the POP3 conversation that a run and a mere look have in common: connect, log in, list, give up, quit.
+// The part of the POP3 conversation that a run and a probe share: connect, log in, list, give up, quit.
 //
-// It only decides what comes next from the first character of each reply; the socket formats, reads and keeps the time.
-// Every command and every reply goes into the log.
+// The first character of each reply decides what comes next. The socket formats commands, reads replies and keeps the
+// time. Every command and every reply goes into the log.
 
 #include <string_view>
 #include <vector>

@@ -34,8 +34,8 @@ private:
     void Log(CString line) { conversation_.Log(std::move(line)); }
     CPopSocket& Socket() { return conversation_.Socket(); }
 
-    // What is handled is left out and, where the profile says so, deleted on the server: never in the run that fetched
-    // it, only when its id has been on disk since an earlier one.
+    // Leaves handled messages out of the listing and deletes them on the server when the profile says so. An id is in
+    // `handled` only when an earlier run has saved it, so no run deletes what it fetched itself (B44).
     bool SortOut(std::vector<PopListEntry>& listing, const CCheckedMail& handled, CCheckedMail* present) {
         std::size_t wanted = 0;
         for (const PopListEntry mail : listing) {
@@ -85,8 +85,8 @@ private:
         return true;
     }
 
-    // False when there is no memory for the message: it and those behind it are left for a later run, so that a mailbox
-    // larger than the memory is forwarded piece by piece instead of never.
+    // False when there is no memory for the message. It and the later ones wait for another run: a mailbox that is
+    // larger than the memory is forwarded piece by piece.
     bool Retrieve(const CString& number, CString& text) {
         try {
             Socket().SendRetr(number, &text);

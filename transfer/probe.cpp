@@ -1,4 +1,4 @@
-// Trying the servers of a profile: the conversations of a run, without what they are for.
+// Tries the servers of a profile: the conversations of a run, without fetching or sending a message.
 
 #include "tarvex/probe.h"
 

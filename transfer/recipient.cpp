@@ -1,3 +1,5 @@
+// The address that RCPT names, out of an address with display name, brackets and comment.
+
 #include "transfer/recipient.h"
 
 #include <cstddef>

@@ -1,3 +1,5 @@
+// Opens an SMTP connection: connect, greet, choose an authentication method (ChooseMethod), authenticate.
+
 #include "transfer/smtp_opening.h"
 
 #include <cstddef>
@@ -29,8 +31,8 @@ CString Challenge(CString reply) {
     return challenge;
 }
 
-// Mode 0 takes the best method that is offered; 1, 2 and 3 force PLAIN, LOGIN and CRAM-MD5. Nothing fits: no
-// authentication.
+// The order of the authentication methods. Mode 0 takes the first one that the server offers; 1, 2 and 3 force PLAIN,
+// LOGIN and CRAM-MD5. When none fits, there is no authentication (B58).
 AuthMethod ChooseMethod(std::string_view offered, int mode) {
     const auto offers = [offered](std::string_view name) { return offered.find(name) != std::string_view::npos; };
     if (offers("CRAM-MD5") && (mode == 0 || mode == 3)) return AuthMethod::CramMd5;

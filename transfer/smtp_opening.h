@@ -1,7 +1,7 @@
 #pragma once
 
-// Opening an SMTP connection, as a run and a mere look have it in common: connect, greet with EHLO or HELO,
-// authenticate. Every command and every reply goes into the log.
+// Opening an SMTP connection, for a run and for a probe: connect, greet with EHLO or HELO, authenticate. Every command
+// and every reply goes into the log.
 
 #include <memory>
 #include <string_view>
@@ -22,7 +22,7 @@ public:
     // Connects and reads the greeting. When that fails the connection is closed.
     bool Connect();
 
-    // EHLO, or HELO where the server does not know that or the setting asks for it.
+    // EHLO; HELO when the server does not know EHLO or the setting asks for it.
     bool Greet();
 
     // True also when there is nothing to do: smtpauth is 0, the greeting was HELO, or no method fits.

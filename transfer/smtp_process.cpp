@@ -128,7 +128,7 @@ private:
     CArray<CReceiveMail*, CReceiveMail*>& mails_;
     CString sender_;
     std::vector<std::size_t> batch_;   // positions in mails_, ascending
-    std::vector<std::size_t> single_;  // likewise
+    std::vector<std::size_t> single_;  // positions in mails_, ascending
 };
 
 }  // namespace
