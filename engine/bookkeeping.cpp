@@ -1,3 +1,5 @@
+// Which message goes to which address: the work on the lists of ids, by hashing.
+
 #include "engine/bookkeeping.h"
 
 #include <bit>

@@ -1,3 +1,5 @@
+// How long a profile waits between two runs.
+
 #include "engine/interval.h"
 
 #include <limits>

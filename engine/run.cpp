@@ -1,7 +1,23 @@
 // One forwarding run of one profile, from the start line of its log to its end line.
 //
-// The order keeps the rule "at least once": ids are put into the UIDL lists before delivery, taken out again for every
-// message that was not completely delivered, and only then written to disk.
+// A run must keep one rule whatever fails: a message reaches every address at least once. The server names messages by
+// unique ids; each address has a list of the ids it has received (uidl.def). The whole run is work on these lists.
+// An example: the mailbox holds a, b and c; two addresses take part, and the SMTP server refuses c.
+//
+//     step                                    list of phone   list of office   messages
+//
+//     load the lists                          a  b  x         a
+//     handled: in both lists                                                   a is not fetched (deleted: deletemail)
+//     fetch the rest                                                           b  c
+//     drop ids that left the server           a  b            a
+//     give out destinations, note their ids   a  b  c         a  b  c          b -> office, c -> phone and office
+//     deliver: b is taken, c is refused                                        c is left
+//     take back the ids of what is left       a  b            a  b
+//     save the lists
+//
+// So the next run fetches c again. Ids are noted before the delivery and taken back after it, in memory only: a crash
+// at any instant leaves the lists of the run before on disk, and the worst that follows is a message sent twice. A list
+// from which ids could not be taken back is never saved.
 
 #include <memory>
 #include <vector>
