@@ -1,3 +1,5 @@
+// Makes the texts and mails that the benchmarks of the text mail work on.
+
 #include "bench/samples.h"
 
 #include <algorithm>

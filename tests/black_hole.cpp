@@ -1,3 +1,5 @@
+// Counts the connection attempts that a black hole has swallowed.
+
 #include "tests/black_hole.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Waiting until threads have ended.
+
 #include "tests/process_facts.h"
 
 #include <chrono>

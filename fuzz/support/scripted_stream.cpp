@@ -1,3 +1,5 @@
+// Replaces TcpStream in the fuzz targets: answers come from a script.
+
 #include "fuzz/support/scripted_stream.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Text in a named character set to Shift-JIS: by our own codecs, else by the system's converter.
+
 #include "platform/codec/charset.h"
 
 #include <algorithm>

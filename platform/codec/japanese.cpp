@@ -1,3 +1,5 @@
+// ISO-2022-JP, EUC-JP and UTF-8 to and from Shift-JIS.
+
 #include "platform/codec/japanese.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Quoted-printable and uuencode, decoding.
+
 #include "platform/codec/transfer_encoding.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Counts the bytes that a thread's sockets move.
+
 #include "platform/net/traffic.h"
 
 namespace tarvex {

@@ -1,3 +1,5 @@
+// Splits the text of a file into lines, and writes line feeds as CR LF.
+
 #include "platform/os/text_form.h"
 
 #include <cstddef>

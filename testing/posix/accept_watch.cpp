@@ -1,3 +1,5 @@
+// Waits for connections at a listening socket, by Asio's own means.
+
 #include "testing/accept_watch.h"
 
 #include <utility>

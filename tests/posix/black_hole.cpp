@@ -1,3 +1,5 @@
+// A server that swallows what is sent to it: POSIX sockets.
+
 #include "tests/black_hole.h"
 
 #include <arpa/inet.h>

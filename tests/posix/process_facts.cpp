@@ -1,3 +1,5 @@
+// Threads and memory of the test process, from /proc.
+
 #include "tests/process_facts.h"
 
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// iconv, to compare our codecs with.
+
 #include "tests/reference_converter.h"
 
 #include <iconv.h>

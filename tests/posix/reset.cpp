@@ -1,3 +1,5 @@
+// How a reset connection reads on POSIX.
+
 #include "tests/reset.h"
 
 namespace tarvex::testing {

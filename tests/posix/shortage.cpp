@@ -1,3 +1,5 @@
+// Takes descriptors away from the test process, by its limit.
+
 #include "tests/shortage.h"
 
 #include <gtest/gtest.h>

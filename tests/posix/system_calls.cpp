@@ -1,3 +1,5 @@
+// Replaces the calls that change a file system, to record them or make them fail.
+
 #include "tests/posix/system_calls.h"
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// Makes OpenSSL trust a test's certificate authority, by SSL_CERT_FILE.
+
 #include "tests/trusted_authority.h"
 
 #include "platform/net/tls.h"

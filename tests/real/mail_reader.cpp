@@ -1,3 +1,5 @@
+// Reads and makes mails with GMime, to check ours against a second implementation.
+
 #include "tests/real/mail_reader.h"
 
 #include <gmime/gmime.h>

@@ -1,3 +1,5 @@
+// Variables and time zone of the test process on Windows.
+
 #include "tests/environment.h"
 
 namespace tarvex::testing {

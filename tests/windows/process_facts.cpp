@@ -1,3 +1,5 @@
+// Threads and memory of the test process on Windows.
+
 #include "tests/process_facts.h"
 
 #include <winsock2.h>

@@ -1,3 +1,5 @@
+// Windows' code pages, to compare our codecs with.
+
 #include "tests/reference_converter.h"
 
 #include <windows.h>

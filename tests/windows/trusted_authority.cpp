@@ -1,3 +1,5 @@
+// Puts a test's certificate authority into the user's store.
+
 #include "tests/trusted_authority.h"
 
 #include <windows.h>

@@ -1,3 +1,5 @@
+// Errors of Windows Sockets, in the words that POSIX has for them.
+
 #include "platform/net/windows/socket_error.h"
 
 #include <winsock2.h>

@@ -1,3 +1,5 @@
+// localtime_r and mktime, under one lock.
+
 #include "platform/os/broken_down_time.h"
 
 #include <mutex>

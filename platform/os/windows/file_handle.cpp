@@ -1,3 +1,5 @@
+// Opens files on Windows, patiently with programs that hold them open.
+
 #include "platform/os/windows/file_handle.h"
 
 #include <winternl.h>
