@@ -11,14 +11,14 @@
 #include <utility>
 #include <vector>
 
-#include "host/account.h"
-#include "host/commands.h"
-#include "host/display.h"
-#include "host/paths.h"
-#include "host/process.h"
-#include "host/table.h"
-#include "host/tree_root.h"
-#include "host/trouble.h"
+#include "host/commands/commands.h"
+#include "host/system/account.h"
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/process.h"
+#include "host/system/trouble.h"
+#include "host/terminal/table.h"
+#include "host/tree/tree_root.h"
 
 namespace tarvex::host {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/keys.h"
+#include "host/tree/keys.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "host/converter.h"
+#include "host/system/converter.h"
 
 namespace tarvex::testing {
 namespace {

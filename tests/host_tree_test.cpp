@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/root_lock.h"
+#include "host/edit/root_lock.h"
 #include "tests/host_program.h"
 
 namespace tarvex::testing {

@@ -19,9 +19,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/keys.h"
-#include "host/root_lock.h"
-#include "host/trouble.h"
+#include "host/edit/root_lock.h"
+#include "host/system/trouble.h"
+#include "host/tree/keys.h"
 #include "tarvex/tarvex.h"
 #include "testing/child_process.h"
 #include "testing/mail_servers.h"

@@ -1,6 +1,6 @@
 // Edits, applied to a tree in memory as a service does it.
 
-#include "host/edit.h"
+#include "host/edit/edit.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "host/trouble.h"
+#include "host/system/trouble.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {

@@ -1,6 +1,6 @@
 // The tables of settings keys: complete, and true to the files.
 
-#include "host/keys.h"
+#include "host/tree/keys.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,11 +12,11 @@
 #include <string>
 
 #include "engine/interval.h"
-#include "host/display.h"
-#include "host/interval.h"
-#include "host/stored_text.h"
-#include "host/trouble.h"
-#include "host/wording.h"
+#include "host/system/display.h"
+#include "host/system/trouble.h"
+#include "host/terminal/stored_text.h"
+#include "host/terminal/wording.h"
+#include "host/tree/interval.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {

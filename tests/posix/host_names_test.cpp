@@ -1,6 +1,6 @@
 // How things in a tree are named on the command line.
 
-#include "host/names.h"
+#include "host/tree/names.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/trouble.h"
+#include "host/system/trouble.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {

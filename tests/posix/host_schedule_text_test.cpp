@@ -1,6 +1,6 @@
 // Terms as people write them, held against the rule by which the engine judges them.
 
-#include "host/schedule_text.h"
+#include "host/tree/schedule_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "engine/schedule.h"
-#include "host/trouble.h"
+#include "host/system/trouble.h"
 #include "store/time_text.h"
 
 namespace tarvex::testing {

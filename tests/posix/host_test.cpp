@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/trouble.h"
+#include "host/system/trouble.h"
 #include "testing/child_process.h"
 #include "testing/mail_servers.h"
 #include "testing/scripted_server.h"

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "host/edit.h"
-#include "host/root_lock.h"
-#include "host/trouble.h"
+#include "host/edit/edit.h"
+#include "host/edit/root_lock.h"
+#include "host/system/trouble.h"
 #include "testing/temp_dir.h"
 #include "tests/posix/system_calls.h"
 

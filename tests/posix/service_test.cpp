@@ -24,9 +24,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/posix/control_socket.h"
-#include "host/posix/descriptor.h"
-#include "host/trouble.h"
+#include "host/service/posix/control_socket.h"
+#include "host/service/posix/descriptor.h"
+#include "host/system/trouble.h"
 #include "tests/host_program.h"
 
 namespace tarvex::testing {

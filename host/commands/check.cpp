@@ -1,0 +1,176 @@
+// `tarvex check`: tries the servers of profiles, step by step.
+
+#include <algorithm>
+#include <iostream>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "host/commands/choice.h"
+#include "host/commands/commands.h"
+#include "host/system/display.h"
+#include "host/system/trouble.h"
+#include "host/terminal/json.h"
+#include "host/terminal/table.h"
+#include "host/terminal/wording.h"
+#include "host/tree/advice.h"
+#include "host/tree/tree_root.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::size_t kStepWidth = 17;
+constexpr std::size_t kTimeWidth = 8;
+constexpr std::size_t kTextWidth = 100;
+
+std::string Server(const CPopProfileSetting& setting, Protocol protocol) {
+    const int port = protocol == Protocol::Pop ? setting.popport : setting.smtpport;
+    return ShowText(ServerOf(setting, protocol)) + " port " + std::to_string(port);
+}
+
+std::string Security(const CPopProfileSetting& setting) {
+    if (setting.sslsmtp == 0) return "";
+    return setting.sslsmtp == 2 ? " with STARTTLS" : " with TLS";
+}
+
+void PrintStep(const CProbeStep& step, const std::string& remark) {
+    const std::string time = std::to_string((step.microseconds + 500) / 1000) + " ms";
+    const std::string padding(time.size() < kTimeWidth ? kTimeWidth - time.size() : 0, ' ');
+    std::string line = Padded(ProbeStepName(step.kind), kStepWidth) + padding + time + "  " +
+                       (step.failure == PROBE_SUCCESS ? "" : "FAILED  ") + OneLine(step.text, kTextWidth);
+    if (!remark.empty()) line += "  (" + remark + ')';
+    line.erase(line.find_last_not_of(' ') + 1);
+    std::cout << "    " << line << '\n';
+}
+
+// A server that is rude at the end has done what it should.
+bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && step.kind != PROBE_QUIT; }
+
+void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
+                const std::string& list_remark) {
+    for (const CProbeStep& step : steps) {
+        PrintStep(step, step.kind == PROBE_LIST ? list_remark : "");
+        if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting), 6);
+    }
+}
+
+std::int64_t BytesIn(const CMailboxListing& listing) {
+    const auto add = [](std::int64_t sum, const CListedMail& mail) {
+        return sum + std::max<std::int64_t>(mail.size_bytes, 0);
+    };
+    return std::accumulate(listing.mails.begin(), listing.mails.end(), std::int64_t{0}, add);
+}
+
+std::string InMailbox(const CMailboxListing& listing) {
+    const std::string size = listing.mails.empty() ? "" : ", " + ShowBytes(BytesIn(listing));
+    return ShowCount(static_cast<std::int64_t>(listing.mails.size()), "message") + size;
+}
+
+struct PopAnswer {
+    CMailboxListing listing;
+    bool good = false;
+};
+struct SmtpAnswer {
+    CSmtpTrial trial;
+    bool good = false;
+    bool without_login = false;  // though one is wanted
+};
+
+PopAnswer AskPop(const CPopProfileSetting& setting) {
+    PopAnswer answer;
+    answer.good = ListMailbox(setting, &answer.listing) != 0;
+    return answer;
+}
+
+SmtpAnswer AskSmtp(const CPopProfileSetting& setting) {
+    SmtpAnswer answer;
+    answer.good = TrySmtp(setting, &answer.trial) != 0;
+    answer.without_login = answer.good && setting.smtpauth != 0 && answer.trial.method.empty();
+    return answer;
+}
+
+bool PrintCheck(const CRootPath& root, const CPopProfile& profile) {
+    const CPopProfileSetting& setting = profile.setting;
+    std::cout << ShownName(root, profile.path) << "  " << ShowText(setting.address) << '\n';
+
+    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << '\n' << std::flush;
+    const PopAnswer pop = AskPop(setting);
+    PrintSteps(pop.listing.steps, Protocol::Pop, setting, pop.good ? InMailbox(pop.listing) : "");
+    if (pop.good && pop.listing.has_uidls == 0) {
+        std::cout << Paragraph("Note: the server has no unique ids (UIDL), so messages cannot be told apart.", 6);
+    }
+
+    std::cout << "  SMTP, " << Server(setting, Protocol::Smtp) << Security(setting) << '\n' << std::flush;
+    const SmtpAnswer smtp = AskSmtp(setting);
+    PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, "");
+    if (smtp.without_login) {
+        std::cout << Paragraph(
+            "Note: smtpauth is on, but the server was not asked to authenticate: it offers no method that fits "
+            "smtpauth_mode, or was greeted with HELO. Mail goes out without a login.",
+            6);
+    }
+
+    if (setting.status == 0) std::cout << "  Note: the profile is switched off (status 0).\n";
+    if (profile.forward_addresses.empty()) std::cout << "  Note: the profile has no forwarding address yet.\n";
+    return pop.good && smtp.good;
+}
+
+Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting) {
+    Json list = Json::array();
+    for (const CProbeStep& step : steps) {
+        list.push_back({{"step", ProbeStepName(step.kind)},
+                        {"success", step.failure == PROBE_SUCCESS},
+                        {"microseconds", step.microseconds},
+                        {"text", Utf8Text(step.text)},
+                        {"advice", Matters(step) ? Json(Advice(step, protocol, setting)) : Json()}});
+    }
+    return list;
+}
+
+bool AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
+    const CPopProfileSetting& setting = profile.setting;
+    const PopAnswer pop = AskPop(setting);
+    const SmtpAnswer smtp = AskSmtp(setting);
+    list.push_back({{"path", ShownName(root, profile.path)},
+                    {"address", Utf8Text(setting.address)},
+                    {"pop3",
+                     {{"server", Utf8Text(ServerOf(setting, Protocol::Pop))},
+                      {"port", setting.popport},
+                      {"good", pop.good},
+                      {"unique_ids", pop.listing.has_uidls != 0},
+                      {"messages", pop.listing.mails.size()},
+                      {"bytes", BytesIn(pop.listing)},
+                      {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting)}}},
+                    {"smtp",
+                     {{"server", Utf8Text(ServerOf(setting, Protocol::Smtp))},
+                      {"port", setting.smtpport},
+                      {"good", smtp.good},
+                      {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
+                      {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting)}}}});
+    return pop.good && smtp.good;
+}
+
+int Check(const Context& context, const std::vector<std::string>& names, bool as_json) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context));
+    const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
+    if (chosen.empty()) throw Trouble(kNotFound, "there is no profile to check; add one with `tarvex profile add`");
+    bool good = true;
+    Json list = Json::array();
+    for (const NamedProfile& named : chosen) {
+        const bool one = as_json ? AddCheck(list, root, *named.profile) : PrintCheck(root, *named.profile);
+        good = good && one;
+    }
+    if (as_json) PrintJson(list);
+    return good ? kDone : kUnavailable;
+}
+
+}  // namespace
+
+void AddCheckCommand(CLI::App& app, Context& context) {
+    AddLookCommand(app, context, "check",
+                   "Log in to the POP3 and SMTP servers of profiles, step by step; nothing is fetched or sent.", Check);
+}
+
+}  // namespace tarvex::host

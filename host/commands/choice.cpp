@@ -1,0 +1,38 @@
+#include "host/commands/choice.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+
+namespace tarvex::host {
+
+std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names) {
+    if (names.empty()) return AllProfiles(root);
+    std::vector<NamedProfile> chosen;
+    for (const std::string& name : names) {
+        const NamedProfile found = FindProfile(root, name);
+        const bool known = std::ranges::any_of(
+            chosen, [&found](const NamedProfile& earlier) { return earlier.profile == found.profile; });
+        if (!known) chosen.push_back(found);
+    }
+    return chosen;
+}
+
+void AddProfileNames(CLI::App& command, std::vector<std::string>& names) {
+    command.add_option("PROFILE", names, "Path, nickname or address of a profile; without one, all of them");
+}
+
+void AddLookCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help, LookCommand look,
+                    const std::string& footer) {
+    CLI::App* const command = app.add_subcommand(name, help);
+    command->footer(footer);
+    auto names = std::make_shared<std::vector<std::string>>();
+    auto as_json = std::make_shared<bool>(false);
+    AddProfileNames(*command, *names);
+    command->add_flag("--json", *as_json, "Print JSON");
+    command->callback([&context, names, as_json, look] {
+        context.command = [&context, names, as_json, look] { return look(context, *names, *as_json); };
+    });
+}
+
+}  // namespace tarvex::host

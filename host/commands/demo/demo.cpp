@@ -1,0 +1,279 @@
+// `tarvex demo`: the main job between two servers on this machine.
+//
+// Three passes over one profile with three forwarding addresses, of which one asks for text mail: everything is new;
+// nothing is new; one mail is new. What has arrived is compared byte for byte with what was in the mailbox, or with the
+// text mail that should be made of it. The log is shown for the last pass only: it holds a whole conversation, and the
+// first one would fill three screens with the same.
+
+#include <algorithm>
+#include <ctime>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/commands/commands.h"
+#include "host/commands/demo/demo_mails.h"
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/process.h"
+#include "host/system/trouble.h"
+#include "host/tree/run_log.h"
+#include "tarvex/tarvex.h"
+#include "testing/mail_servers.h"
+
+namespace tarvex::host {
+namespace {
+
+using testing::DeliveredMail;
+using testing::MailboxServer;
+using testing::SinkServer;
+
+constexpr const char* kUser = "demo";
+constexpr const char* kPassword = "secret";
+constexpr const char* kPhone = "phone@mobile.example";
+constexpr const char* kOffice = "office@work.example";
+constexpr const char* kPager = "pager@text.example";
+constexpr int kPagerLimit_bytes = 120;
+
+// ---- what is shown
+
+class Screen {
+public:
+    explicit Screen(bool colours) : colours_(colours) {}
+
+    void Heading(const std::string& text) const { std::cout << Coloured("1", text) << '\n'; }
+    void Title(const std::string& text) const { std::cout << '\n' << Coloured("1", text) << "\n\n"; }
+    void Plain(const std::string& text) const { std::cout << "  " << text << '\n'; }
+    void Quote(const std::string& text) const { std::cout << Dim("  | " + text) << '\n'; }
+    std::string Dim(const std::string& text) const { return Coloured("2", text); }
+    std::string Good(const std::string& text) const { return Coloured("32", text); }
+    std::string Bad(const std::string& text) const { return Coloured("1;31", text); }
+
+private:
+    std::string Coloured(const char* code, const std::string& text) const {
+        return colours_ ? "\x1b[" + std::string(code) + "m" + text + "\x1b[0m" : text;
+    }
+
+    bool colours_;
+};
+
+std::string Padded(std::string text, std::size_t width) {
+    text.resize(std::max(width, text.size()), ' ');
+    return text;
+}
+
+std::string Aligned(std::size_t number, std::size_t width) {
+    const std::string digits = std::to_string(number);
+    return std::string(width - std::min(width, digits.size()), ' ') + digits;
+}
+
+std::string BodyOf(const std::string& mail) {
+    constexpr std::string_view kBlankLine = "\r\n\r\n";
+    const std::size_t header_end = mail.find(kBlankLine);
+    std::string body = header_end == std::string::npos ? mail : mail.substr(header_end + kBlankLine.size());
+    std::erase(body, '\r');
+    return body;
+}
+
+// As much of the text as fits on a line, whatever it is, its line ends as blanks.
+std::string Beginning(std::string text) {
+    constexpr std::size_t kShown_bytes = 60;
+    std::ranges::replace(text, '\n', ' ');
+    return ShowText(text.substr(0, kShown_bytes), "US-ASCII") + (text.size() > kShown_bytes ? "..." : "");
+}
+
+// The lines that are not empty.
+std::vector<std::string> LinesOf(const std::string& text) {
+    std::istringstream pieces(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(pieces, line);) {
+        if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
+}
+
+// ---- the data tree
+
+template <class T>
+T& Created(T* object) {
+    if (!object) throw std::runtime_error("a part of the data tree could not be created");
+    return *object;
+}
+
+std::string TermTime(std::time_t moment) {
+    const std::tm local = *std::localtime(&moment);
+    return std::to_string(local.tm_year + 1900) + "," + std::to_string(local.tm_mon + 1) + "," +
+           std::to_string(local.tm_mday) + "," + std::to_string(local.tm_hour) + "," + std::to_string(local.tm_min) +
+           ",0";
+}
+
+// A term that is open now, and stays so over midnight and a change of the clocks: from yesterday to tomorrow.
+CTerm OpenNow() {
+    constexpr std::time_t kDay_s = 86'400;
+    const std::time_t now = std::time(nullptr);
+    CTerm term;
+    term.status = 1;
+    term.kind = TERM_DEFINED_TERM;
+    term.start = TermTime(now - kDay_s);
+    term.end = TermTime(now + kDay_s);
+    return term;
+}
+
+void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
+    CUser& user = Created(root.CreateNewUser(kUser, kPassword, 1));
+    CPopProfile& profile = Created(user.CreateNewPopProfile(FromUtf8("デモ", "CP932"), "demo@tarvex.example"));
+    CPopProfileSetting& setting = profile.setting;
+    setting.popserver = "127.0.0.1";
+    setting.popport = pop_port;
+    setting.popuser = kUser;
+    setting.poppassword = kPassword;
+    setting.apop = 1;
+    setting.smtpserver = "127.0.0.1";
+    setting.smtpport = smtp_port;
+    setting.smtpauth = 1;
+    setting.timer = 0;
+    profile.SaveSetting();
+
+    Created(profile.CreateNewForwardAddress("phone", FromUtf8("携帯", "CP932") + " <" + kPhone + ">"));
+    CForwardAddress& office = Created(profile.CreateNewForwardAddress("office", kOffice));
+    const CTerm term = OpenNow();
+    office.schedule.AddNewTerm(&term);
+    office.SaveScheduleSetting();
+
+    CForwardAddress& pager = Created(profile.CreateNewForwardAddress("pager", kPager));
+    pager.setting.textonly = kPagerLimit_bytes;
+    pager.setting.cutwhite = 1;
+    pager.setting.htmltotext = 1;
+    pager.setting.compress_words = FromUtf8("- = * 　", "CP932");
+    pager.SaveSetting();
+}
+
+// ---- the passes
+
+class Demonstration {
+public:
+    explicit Demonstration(const Screen& screen)
+        : screen_(screen), mailbox_(kUser, kPassword), sink_(kUser, kPassword) {}
+
+    // True when everything expected has arrived exactly once.
+    bool Run() {
+        const std::string folder = MakeNewFolder(TemporaryDirectory() + "\\tarvex-demo-");
+        if (!root_.SetRootPath(folder)) throw std::runtime_error("cannot use " + folder);
+        BuildTree(root_, mailbox_.Port(), sink_.Port());
+        const std::vector<DemoMail> first = FirstDemoMails();
+        screen_.Heading("A POP3 mailbox with " + std::to_string(first.size()) +
+                        " mails, three forwarding addresses, one SMTP server, all on this machine");
+        std::cout << '\n';
+        screen_.Plain(std::string("phone   ") + kPhone + "  gets the whole mail");
+        screen_.Plain(std::string("office  ") + kOffice + "   gets the whole mail, while its schedule is open");
+        screen_.Plain(std::string("pager   ") + kPager + "    gets a text mail: a header and " +
+                      std::to_string(kPagerLimit_bytes) + " bytes of text at most");
+
+        Pass("First pass: everything is new", first);
+        ShowTexts(first);
+        Pass("Second pass: nothing is new", {});
+        Pass("Third pass: one new mail has come", {LaterDemoMail()});
+
+        screen_.Title("What the third pass added to the profile's log");
+        for (const std::string& line : log_) screen_.Quote(line);
+
+        screen_.Title(complete_ ? screen_.Good("Everything arrived once: at phone and office byte for byte, at pager "
+                                               "as the text it should be.")
+                                : screen_.Bad("Something did not arrive as it should have."));
+        screen_.Plain("The data tree, to look at:  " + ShowPath(folder));
+        screen_.Plain("The log of all passes:      " + ShowPath(LogPath()) + "  (Shift-JIS)");
+        return complete_;
+    }
+
+private:
+    using Copy = std::pair<std::string, std::string>;  // recipient and uidl
+
+    std::string LogPath() const { return root_.users.front()->profiles.front()->path + "\\profile.log"; }
+
+    // Receives the mails and forwards what there is.
+    void Pass(const std::string& title, const std::vector<DemoMail>& mails) {
+        screen_.Title(title);
+        for (const DemoMail& mail : mails) mailbox_.Add({mail.uidl, mail.whole});
+        Tarvex(&root_);
+        root_.WaitThread(-1);
+        log_.clear();
+        for (const auto& copy : root_.running_copies) log_ = LinesOfThisRun(copy->log);
+        ShowArrivals(mails);
+    }
+
+    // Compares what has arrived since the last pass with what was expected at each address.
+    void ShowArrivals(const std::vector<DemoMail>& expected) {
+        const std::vector<DeliveredMail> delivered = sink_.Delivered(seen_);
+        seen_ += delivered.size();
+        if (delivered.empty() && expected.empty()) return screen_.Plain("Nothing was forwarded.");
+
+        for (const DeliveredMail& mail : delivered) Count(mail, expected);
+        if (expected.empty()) return;
+        screen_.Plain(screen_.Dim("phone          office           bytes  pager      bytes  mail"));
+        for (const DemoMail& mail : expected) {
+            screen_.Plain(Cell(kPhone, mail, "byte for byte  ") + Cell(kOffice, mail, "byte for byte  ") +
+                          Aligned(mail.whole.size(), 6) + "  " + Cell(kPager, mail, "as text  ") +
+                          Aligned(mail.reduced.size(), 7) + "  " + mail.title);
+        }
+    }
+
+    void Count(const DeliveredMail& arrived, const std::vector<DemoMail>& expected) {
+        for (const std::string& recipient : arrived.recipients) {
+            const auto text = recipient == kPager ? &DemoMail::reduced : &DemoMail::whole;
+            const auto same = std::ranges::find(expected, arrived.text, text);
+            if (same != expected.end()) {
+                ++copies_[{recipient, same->uidl}];
+            } else {
+                complete_ = false;
+                screen_.Plain(screen_.Bad("an unexpected mail") + " at " + ShowPath(recipient) + ": " +
+                              Beginning(BodyOf(arrived.text)));
+            }
+        }
+    }
+
+    std::string Cell(const char* recipient, const DemoMail& mail, const std::string& as_it_should_be) {
+        const int copies = copies_[{recipient, mail.uidl}];
+        if (copies == 1) return screen_.Good(as_it_should_be);
+        complete_ = false;
+        return screen_.Bad(
+            Padded(copies == 0 ? "missing" : std::to_string(copies) + " copies", as_it_should_be.size()));
+    }
+
+    // Of the mails that have arrived: the text mail, and the beginning of the whole one as it came. The others have
+    // lost their empty lines and nothing else.
+    void ShowTexts(const std::vector<DemoMail>& mails) {
+        screen_.Title("Where they differ: what phone was sent, and what pager can read");
+        for (const DemoMail& mail : mails) {
+            const std::string whole = BodyOf(mail.whole);
+            const std::vector<std::string> lines = LinesOf(ShowText(BodyOf(mail.reduced), "ISO-2022-JP"));
+            if (copies_[{kPager, mail.uidl}] == 0 || lines == LinesOf(whole)) continue;
+            screen_.Plain(mail.title);
+            screen_.Plain(screen_.Dim("    phone  " + Beginning(whole)));
+            std::string label = "    pager  ";
+            for (const std::string& line : lines) screen_.Plain(std::exchange(label, "           ") + line);
+        }
+    }
+
+    const Screen& screen_;
+    MailboxServer mailbox_;
+    SinkServer sink_;
+    CRootPath root_;
+    std::map<Copy, int> copies_;    // how many arrived as they should
+    std::vector<std::string> log_;  // what the last pass added
+    std::size_t seen_ = 0;          // deliveries shown so far
+    bool complete_ = true;
+};
+
+}  // namespace
+
+int Demo() {
+    const Screen screen(ShowsColours());
+    return Demonstration(screen).Run() ? kDone : kMissing;
+}
+
+}  // namespace tarvex::host

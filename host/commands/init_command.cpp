@@ -1,0 +1,134 @@
+// `tarvex init` and `tarvex settings`: the data tree's place, and what appset.def holds.
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "host/commands/commands.h"
+#include "host/commands/key_options.h"
+#include "host/system/account.h"
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/trouble.h"
+#include "host/tree/keys.h"
+#include "host/tree/listing.h"
+#include "host/tree/tree_root.h"
+
+namespace tarvex::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Directories of the tree are their owner's alone, and so are those above that are made for it.
+void MakeDirectories(const std::string& directory) {
+    std::error_code error = MakeOwnDirectories(directory);
+    if (error || !fs::is_directory(NativePath(directory), error)) {
+        throw Trouble(kCannotMake, "cannot make the directory \"" + ShowPath(directory) + "\"" +
+                                       (error ? ": " + error.message() : ", there is something else"));
+    }
+}
+
+void SaveSettings(const CAppSetting& setting) {
+    const std::string directory = ConfigurationDirectory();
+    if (!setting.Save(directory))
+        throw Trouble(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
+}
+
+// Among the temporary files: no lock keeps a folder in the configuration directory from being left there for good.
+void RequireSurvivalOf(const CAppSetting& setting, const std::vector<const Key<CAppSetting>*>& keys) {
+    RequireSurvival(setting, keys, TemporaryDirectory());
+}
+
+// Makes the tree, and remembers it unless --root names it for this command alone.
+int Init(const Context& context, const std::string& given) {
+    if (context.root_option && !given.empty())
+        throw Trouble(kBadUsage, "give either --root or a directory to remember");
+    CAppSetting setting;
+    const bool has_settings = setting.Load(ConfigurationDirectory()) != 0;
+    const std::string directory = context.root_option ? WholePath(*context.root_option)
+                                  : !given.empty()    ? WholePath(TreePath(given))
+                                  : has_settings      ? setting.rootpath
+                                                      : UsualRootDirectory();
+    if (!context.root_option) {
+        MakeDirectories(ConfigurationDirectory());
+        if (!has_settings) setting.allowcreatenewuser = 1;
+        SetValue(setting, KeyNamed<CAppSetting>("rootpath"), PathAsUtf8(directory));
+        RequireSurvivalOf(setting, {&KeyNamed<CAppSetting>("rootpath")});
+    }
+    std::error_code ignored;
+    const bool was_there = fs::is_directory(NativePath(directory), ignored);
+    MakeDirectories(directory);
+    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
+        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+    }
+    std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
+    if (context.root_option) return kDone;
+
+    SaveSettings(setting);
+    std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory() + "\\appset.def") << ".\n";
+    CRootPath root;
+    OpenTree(root, directory);
+    if (root.users.empty()) std::cout << "Next: tarvex user add NAME\n";
+    return kDone;
+}
+
+int ShowAppSettings(bool json) {
+    CAppSetting setting;
+    const bool found = setting.Load(ConfigurationDirectory()) != 0;
+    if (!json) {
+        std::cout << ShowPath(ConfigurationDirectory() + "\\appset.def") << (found ? "" : " (not there: defaults)")
+                  << "\n\n";
+    }
+    ShowSettings(setting, json ? Form::Json : Form::Text);
+    return kDone;
+}
+
+int SetAppSettings(const KeyOptions& keys) {
+    if (keys.Empty()) throw Trouble(kBadUsage, "nothing to set; `tarvex settings set --help` lists the keys");
+    EditRequest given;
+    keys.Fill(given);
+    MakeDirectories(ConfigurationDirectory());
+    CAppSetting setting;
+    setting.Load(ConfigurationDirectory());
+    std::vector<const Key<CAppSetting>*> set;
+    for (const std::string& word : given.words) {
+        const std::size_t equals = word.find('=');
+        set.push_back(&KeyNamed<CAppSetting>(word.substr(0, equals)));
+        SetValue(setting, *set.back(), word.substr(equals + 1));
+    }
+    RequireSurvivalOf(setting, set);
+    SaveSettings(setting);
+    return ShowAppSettings(false);
+}
+
+}  // namespace
+
+void AddInitCommands(CLI::App& app, Context& context) {
+    CLI::App* const init = app.add_subcommand("init", "Make a data tree, and remember where it is.");
+    auto directory = std::make_shared<std::string>();
+    init->add_option("DIR", *directory,
+                     "Where; remembered in appset.def for all later commands. Without it the tree that appset.def "
+                     "names, else " +
+                         ShowPath(UsualRootDirectory()) +
+                         ". With --root in its place the tree is made and not remembered")
+        ->option_text(" ");
+    init->callback(
+        [&context, directory] { context.command = [&context, directory] { return Init(context, *directory); }; });
+
+    CLI::App* const settings =
+        app.add_subcommand("settings", "The settings of tarvex itself: appset.def.")->require_subcommand(1);
+    CLI::App* const show = settings->add_subcommand("show", "Show them.");
+    auto json = std::make_shared<bool>(false);
+    show->add_flag("--json", *json, "As JSON");
+    show->callback([&context, json] { context.command = [json] { return ShowAppSettings(*json); }; });
+    CLI::App* const set = settings->add_subcommand("set", "Change them.");
+    auto keys = std::make_shared<KeyOptions>();
+    keys->AddTo<CAppSetting>(*set, {});
+    set->callback([&context, keys] { context.command = [keys] { return SetAppSettings(*keys); }; });
+}
+
+}  // namespace tarvex::host

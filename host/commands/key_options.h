@@ -1,0 +1,44 @@
+#pragma once
+
+// The options that are made from the tables of settings keys.
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/edit/edit.h"
+#include "host/tree/keys.h"
+
+namespace tarvex::host {
+
+// What was given for the keys of one record; as long-lived as the application.
+class KeyOptions {
+public:
+    // An option for each key but those that are left out; passwords get three options without a value on the command
+    // line.
+    template <class Record>
+    void AddTo(CLI::App& app, const std::vector<std::string_view>& left_out);
+
+    bool GivesPassword(const std::string& key) const;
+    bool Empty() const;
+
+    // Appends KEY=VALUE words, and gets the passwords.
+    void Fill(EditRequest& request) const;
+
+private:
+    struct Password {
+        bool ask = false;
+        bool from_input = false;
+        std::string file;
+    };
+
+    void AddPassword(CLI::App& app, const KeyInfo& key);
+
+    std::map<std::string, std::string> values_;
+    std::map<std::string, CLI::Option*> options_;
+    std::map<std::string, Password> passwords_;
+};
+
+}  // namespace tarvex::host

@@ -1,0 +1,96 @@
+// `tarvex log`: shows the log of a profile, and what comes to it.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "host/commands/commands.h"
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/trouble.h"
+#include "host/tree/log_file.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_root.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::chrono::milliseconds kPoll{200};
+constexpr std::size_t kLinesBeforeFollowing = 10;
+
+using Lines = std::vector<std::string>;
+
+void PrintLast(const Lines& lines, std::size_t count) {
+    for (std::size_t i = lines.size() - std::min(count, lines.size()); i < lines.size(); ++i) {
+        std::cout << ShowText(lines[i]) << '\n';
+    }
+    if (!std::cout.flush()) throw Trouble(kCannotWrite, "cannot write to standard output");
+}
+
+// A run replaces the log as a whole, by a new file of the same name: that the time of the last change is another one
+// tells it, since nobody writes into the file that is there.
+std::optional<std::filesystem::file_time_type> LastChange(const CString& profile_path) {
+    std::error_code error;
+    const auto time = std::filesystem::last_write_time(NativePath(profile_path + "\\profile.log"), error);
+    return error ? std::nullopt : std::optional(time);
+}
+
+[[noreturn]] void Follow(const CString& profile_path, std::optional<std::filesystem::file_time_type> seen,
+                         Lines shown) {
+    for (;;) {
+        std::this_thread::sleep_for(kPoll);
+        const auto change = LastChange(profile_path);
+        if (!change || change == seen) continue;
+        const std::optional<Lines> now = ReadLog(profile_path);
+        if (!now) continue;
+        seen = change;
+        PrintLast(*now, CountNewLines(shown, *now));
+        shown = *now;
+    }
+}
+
+struct Options {
+    std::string name;
+    std::optional<std::size_t> count;
+    bool follow = false;
+};
+
+int Log(const Context& context, const Options& options) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context));
+    const CPopProfile& profile = *FindProfile(root, options.name).profile;
+    if (profile.setting.logmode == 0) std::cerr << "tarvex: the log of this profile is switched off (logmode 0)\n";
+    const auto change = LastChange(profile.path);  // before the log is read, so that nothing is missed
+    const std::optional<Lines> lines = ReadLog(profile.path);
+    if (!lines && !options.follow) {
+        throw Trouble(kNotFound, ShownName(root, profile.path) + " has no log yet: a run writes it at its end");
+    }
+    const std::size_t all = lines ? lines->size() : 0;
+    PrintLast(lines.value_or(Lines()), options.count.value_or(options.follow ? kLinesBeforeFollowing : all));
+    if (options.follow) Follow(profile.path, change, lines.value_or(Lines()));
+    return kDone;
+}
+
+}  // namespace
+
+void AddLogCommand(CLI::App& app, Context& context) {
+    CLI::App* const log = app.add_subcommand("log", "Show the log of a profile.");
+    auto options = std::make_shared<Options>();
+    log->add_option("PROFILE", options->name, "Path, nickname or address of the profile")->required();
+    log->add_option("-n,--lines", options->count, "Only the last N lines")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
+    log->add_flag("-f,--follow", options->follow, "Go on showing what each run adds, until interrupted");
+    log->callback([&context, options] { context.command = [&context, options] { return Log(context, *options); }; });
+}
+
+}  // namespace tarvex::host

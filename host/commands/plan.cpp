@@ -1,0 +1,184 @@
+// `tarvex plan`: what the next run of a profile would do.
+
+#include <algorithm>
+#include <ctime>
+#include <iostream>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/commands/choice.h"
+#include "host/commands/commands.h"
+#include "host/system/display.h"
+#include "host/system/trouble.h"
+#include "host/terminal/json.h"
+#include "host/terminal/table.h"
+#include "host/terminal/wording.h"
+#include "host/tree/advice.h"
+#include "host/tree/tree_root.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+std::string WhenDue(const CPopProfile& profile, CTime now) {
+    if (profile.setting.status == 0) return "switched off: no run until its status is 1; as if it were on";
+    const CTime due = profile.NextDue();
+    if (due <= now) return "due now";
+    return "due in " + ShowSpan(due - now) + ", at " + ShowTime(due) + "; as if it ran now";
+}
+
+std::string Reduction(const CForwardAddressSetting& setting) {
+    if (setting.textonly < 0) return "";
+    return setting.textonly == 0 ? " as text" : " as text of at most " + ShowCount(setting.textonly, "byte");
+}
+
+void PrintAddresses(const CPopProfile& profile, CTime now) {
+    for (const auto& address : profile.forward_addresses) {
+        std::cout << "  " << ShowText(address->setting.address) << ": ";
+        if (address->JudgeTakePart(now)) {
+            std::cout << "takes part\n";
+        } else {
+            std::cout << (address->setting.status == 0 ? "switched off\n" : "outside its schedule now\n");
+        }
+    }
+}
+
+std::string Destinations(const CPlannedMail& planned) {
+    std::string text;
+    for (const CForwardAddress* address : planned.destinations) {
+        text += (text.empty() ? "-> " : ", ") + ShowText(address->setting.address) + Reduction(address->setting);
+    }
+    return text.empty() ? "-> nobody: another message has the same id" : text;
+}
+
+void PrintMails(const CArray<CPlannedMail>& plan) {
+    std::vector<Table::Row> rows;
+    std::int64_t handled = 0;
+    std::int64_t removed = 0;
+    for (const CPlannedMail& planned : plan) {
+        handled += planned.fetch ? 0 : 1;
+        removed += planned.remove ? 1 : 0;
+        if (!planned.fetch) continue;
+        const std::string size = planned.mail.size_bytes < 0 ? "" : ShowBytes(planned.mail.size_bytes);
+        rows.push_back({"  ", "fetch " + OneLine(planned.mail.number, 10), OneLine(planned.mail.uidl, 40), size,
+                        Destinations(planned)});
+    }
+    std::cout << "  " << ShowCount(static_cast<std::int64_t>(plan.size()), "message") << " in the mailbox, "
+              << rows.size() << " to fetch";
+    if (handled > 0) std::cout << ", " << handled << " handled already";
+    if (removed > 0) std::cout << " and to be deleted on the server";
+    std::cout << '\n';
+    if (rows.empty()) return;
+    Table table(std::move(rows.front()));
+    for (std::size_t i = 1; i < rows.size(); ++i) table.Add(std::move(rows[i]));
+    table.Print(std::cout);
+}
+
+// What the mailbox and the plan for it look like.
+struct Look {
+    CMailboxListing listing;
+    CArray<CPlannedMail> plan;
+    bool listed = false;
+};
+
+Look LookAt(const CPopProfile& profile, CTime now) {
+    Look look;
+    look.listed = ListMailbox(profile.setting, &look.listing) != 0;
+    const bool planned = !look.listed || PlanRun(profile, look.listing.mails, now, &look.plan);
+    if (look.listing.steps.empty() || !planned) throw std::bad_alloc();
+    return look;
+}
+
+bool AnyTakesPart(const CPopProfile& profile, CTime now) {
+    return std::ranges::any_of(profile.forward_addresses,
+                               [now](const auto& address) { return address->JudgeTakePart(now) != 0; });
+}
+
+// False when the mailbox cannot be listed.
+bool PrintPlan(const CRootPath& root, const CPopProfile& profile, CTime now) {
+    std::cout << ShownName(root, profile.path) << "  " << ShowText(profile.setting.address) << "  ("
+              << WhenDue(profile, now) << ")\n";
+    PrintAddresses(profile, now);
+    if (!AnyTakesPart(profile, now)) {
+        std::cout << "  No address takes part, so nothing is done and no connection is made.\n";
+        return true;
+    }
+    std::cout << std::flush;
+    const Look look = LookAt(profile, now);
+    if (look.listed) {
+        PrintMails(look.plan);
+    } else {
+        const CProbeStep& failed = look.listing.steps.back();
+        std::cout << "  The mailbox cannot be listed: " << ProbeStepName(failed.kind) << ": "
+                  << OneLine(failed.text, 100) << '\n'
+                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting), 2);
+    }
+    return look.listed;
+}
+
+Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
+    Json destinations = Json::array();
+    for (const CForwardAddress* address : planned.destinations) {
+        destinations.push_back({{"path", ShownName(root, address->path)},
+                                {"address", Utf8Text(address->setting.address)},
+                                {"textonly", address->setting.textonly}});
+    }
+    return {{"number", Utf8Text(planned.mail.number)},
+            {"uidl", Utf8Text(planned.mail.uidl)},
+            {"bytes", planned.mail.size_bytes < 0 ? Json() : Json(planned.mail.size_bytes)},
+            {"fetch", planned.fetch != 0},
+            {"remove", planned.remove != 0},
+            {"destinations", destinations}};
+}
+
+// Likewise; adds to the list.
+bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTime now) {
+    const CTime due = profile.NextDue();
+    Json addresses = Json::array();
+    for (const auto& address : profile.forward_addresses) {
+        addresses.push_back({{"path", ShownName(root, address->path)},
+                             {"address", Utf8Text(address->setting.address)},
+                             {"takes_part", address->JudgeTakePart(now) != 0}});
+    }
+    const bool any = AnyTakesPart(profile, now);
+    const Look look = any ? LookAt(profile, now) : Look{.listing = {}, .plan = {}, .listed = true};
+    Json mails = Json::array();
+    for (const CPlannedMail& planned : look.plan) mails.push_back(JsonOf(root, planned));
+    list.push_back({{"path", ShownName(root, profile.path)},
+                    {"address", Utf8Text(profile.setting.address)},
+                    {"switched_on", profile.setting.status != 0},
+                    {"due", profile.setting.status != 0 && due <= now},
+                    {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
+                    {"addresses", addresses},
+                    {"error", look.listed ? Json() : Json(Utf8Text(look.listing.steps.back().text))},
+                    {"messages", mails}});
+    return look.listed;
+}
+
+int Plan(const Context& context, const std::vector<std::string>& names, bool as_json) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context));
+    const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
+    if (chosen.empty()) throw Trouble(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
+    bool good = true;
+    Json list = Json::array();
+    for (const NamedProfile& named : chosen) {
+        const CPopProfile& profile = *named.profile;
+        const CTime now = std::time(nullptr);
+        const bool listed = as_json ? AddPlan(list, root, profile, now) : PrintPlan(root, profile, now);
+        good = good && listed;
+    }
+    if (as_json) PrintJson(list);
+    return good ? kDone : kUnavailable;
+}
+
+}  // namespace
+
+void AddPlanCommand(CLI::App& app, Context& context) {
+    AddLookCommand(app, context, "plan",
+                   "Say what the next run would fetch and to whom each message would go; nothing is changed.", Plan);
+}
+
+}  // namespace tarvex::host

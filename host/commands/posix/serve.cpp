@@ -1,0 +1,41 @@
+// `tarvex serve`: the service.
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cmath>
+#include <memory>
+
+#include "host/commands/commands.h"
+#include "host/service/posix/service.h"
+#include "host/system/process.h"
+#include "host/system/trouble.h"
+#include "host/tree/tree_root.h"
+
+namespace tarvex::host {
+
+void AddServeCommand(CLI::App& app, Context& context) {
+    CLI::App* const serve = app.add_subcommand(
+        "serve", "Run every profile whenever it is due, until SIGTERM or SIGINT. SIGHUP loads the tree again.");
+    auto every = std::make_shared<double>(10);
+    constexpr double kShortest = 0.01;
+    constexpr double kLongest = 86400;
+    serve
+        ->add_option("--every", *every,
+                     "Seconds between two looks at what is due (default 10); a profile is never run more often than "
+                     "its timer says")
+        ->check(CLI::Range(kShortest, kLongest))
+        ->type_name("SECONDS");
+    serve->footer("Commands that change the tree work while the service runs: they are carried out by it.");
+    serve->callback([&context, every] {
+        context.command = [&context, every] {
+            if (std::isnan(*every))
+                throw Trouble(kBadUsage, "--every: \"nan\" is no number of seconds");  // in any range
+            RaiseFileLimit();
+            const std::chrono::duration<double> seconds(*every);
+            return Service(RootDirectory(context), std::chrono::duration_cast<std::chrono::microseconds>(seconds))
+                .Run();
+        };
+    });
+}
+
+}  // namespace tarvex::host

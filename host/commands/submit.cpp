@@ -1,0 +1,56 @@
+#include "host/commands/submit.h"
+
+#include <chrono>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "host/system/trouble.h"
+#include "host/tree/tree_root.h"
+
+namespace tarvex::host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kPatience{2000};  // with edits; a run keeps the lock for longer
+constexpr std::chrono::milliseconds kPause{20};
+
+int EditTree(const std::string& directory, const EditRequest& request, Reply& reply) {
+    CRootPath root;
+    OpenTree(root, directory);
+    return Edit(root, request, reply);
+}
+
+// By the service when there is one, else by this process.
+int MakeEdit(const std::string& directory, const EditRequest& request, Reply& reply) {
+    LockOrService access = TakeLockOrService(directory, request.words[0] + '-' + request.words[1]);
+    auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access);
+    return service ? (*service)->Edit(request, reply, PrintNote) : EditTree(directory, request, reply);
+}
+
+}  // namespace
+
+LockOrService TakeLockOrService(const std::string& directory, const std::string& command) {
+    for (const auto deadline = Clock::now() + kPatience; Clock::now() < deadline; std::this_thread::sleep_for(kPause)) {
+        if (std::optional<RootLock> lock = RootLock::Try(directory, command)) return std::move(*lock);
+        if (auto service = ServiceConnection::Try(directory)) return service;
+    }
+    return RootLock::Take(directory, command, {});
+}
+
+void PrintNote(const std::string& note) { std::cerr << "tarvex: " << note << '\n'; }
+
+int Submit(const Context& context, const EditRequest& request) {
+    const std::string directory = RootDirectory(context);
+    RequireRoot(directory);
+    Reply reply;
+    const int code = MakeEdit(directory, request, reply);
+    if (code != kDone) throw Trouble(code, reply.error);
+    std::cout << reply.printed;
+    if (!std::cout.flush()) throw Trouble(kCannotWrite, "the change was made, but standard output cannot be written");
+    return code;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,28 @@
+#pragma once
+
+// Work on a tree, by this process or by the service that owns the tree.
+
+#include <memory>
+#include <string>
+#include <variant>
+
+#include "host/commands/commands.h"
+#include "host/edit/edit.h"
+#include "host/edit/root_lock.h"
+#include "host/service/service_connection.h"
+
+namespace tarvex::host {
+
+using LockOrService = std::variant<RootLock, std::unique_ptr<ServiceConnection>>;
+
+// The lock of the root for the command, or the service that has it. Throws Trouble, which names the holder, when that
+// is another command that does not let go soon.
+LockOrService TakeLockOrService(const std::string& directory, const std::string& command);
+
+// Tells what the service waits for.
+void PrintNote(const std::string& note);
+
+// Has the edit made, and prints what is to be said about it. Returns the exit code of the command; throws Trouble.
+int Submit(const Context& context, const EditRequest& request);
+
+}  // namespace tarvex::host

@@ -1,0 +1,280 @@
+// `tarvex user`, `profile`, `forward`: adding, listing, showing, setting and removing.
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/commands/commands.h"
+#include "host/commands/key_options.h"
+#include "host/commands/submit.h"
+#include "host/edit/edit.h"
+#include "host/system/account.h"
+#include "host/system/display.h"
+#include "host/system/input.h"
+#include "host/system/trouble.h"
+#include "host/terminal/secret.h"
+#include "host/tree/keys.h"
+#include "host/tree/listing.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_root.h"
+#include "tarvex/probe.h"
+
+namespace tarvex::host {
+namespace {
+
+// What a command was given; as long-lived as the application.
+struct Given {
+    std::string name;   // of what the command is about
+    std::string first;  // the value of an `add`: a login name, an address
+    KeyOptions keys;
+    bool new_mail_only = false;
+    bool yes = false;
+    bool json = false;
+
+    Form ListForm() const { return json ? Form::Json : Form::Text; }
+};
+using Command = std::function<int(const Context&, Given&)>;
+
+// A command below another; what it does is left in the context when it is chosen.
+std::shared_ptr<Given> AddCommand(CLI::App& parent, Context& context, const std::string& name, const std::string& help,
+                                  const Command& command, CLI::App*& added) {
+    added = parent.add_subcommand(name, help);
+    auto given = std::make_shared<Given>();
+    added->callback([&context, given, command] {
+        context.command = [&context, given, command] { return command(context, *given); };
+    });
+    return given;
+}
+
+void AddName(CLI::App& command, Given& given, const char* placeholder, const char* help) {
+    command.add_option(placeholder, given.name, help)->required()->option_text(" ");
+}
+
+// ---- the commands
+
+// Loads the tree, for a command that only reads.
+void ReadTree(const Context& context, CRootPath& root) { OpenTree(root, RootDirectory(context)); }
+
+template <class Object>
+int Remove(const Context& context, const Given& given, const std::string& kind, const CRootPath& root,
+           const Object& object) {
+    const std::string name = ShownName(root, object.path);
+    const std::string what = WhatGoes(object);
+    if (!given.yes && !AskYes("Remove " + name + " (" + what + ")?")) {
+        std::cout << "Nothing was removed.\n";
+        return kDone;
+    }
+    return Submit(context, {{kind, "remove", name, what}, {}, {}});
+}
+
+int RemoveUser(const Context& context, const Given& given) {
+    CRootPath root;
+    ReadTree(context, root);
+    return Remove(context, given, "user", root, FindUser(root, given.name));
+}
+
+int RemoveProfile(const Context& context, const Given& given) {
+    CRootPath root;
+    ReadTree(context, root);
+    return Remove(context, given, "profile", root, *FindProfile(root, given.name).profile);
+}
+
+int RemoveForward(const Context& context, const Given& given) {
+    CRootPath root;
+    ReadTree(context, root);
+    return Remove(context, given, "forward", root, *FindForward(root, given.name).forward);
+}
+
+int Set(const Context& context, const Given& given, const std::string& kind) {
+    if (given.keys.Empty()) throw Trouble(kBadUsage, "nothing to set; `tarvex " + kind + " set --help` lists the keys");
+    EditRequest request{{kind, "set", given.name}, {}, {}};
+    given.keys.Fill(request);
+    return Submit(context, request);
+}
+
+int AddUser(const Context& context, const Given& given) {
+    CAppSetting setting;
+    if (setting.Load(ConfigurationDirectory()) && setting.allowcreatenewuser == 0) {
+        throw Trouble(kNotAllowed,
+                      "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
+                          "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
+    }
+    EditRequest request{{"user", "add", "loginname=" + given.first}, {}, {}};
+    given.keys.Fill(request);
+    return Submit(context, request);
+}
+
+int AddProfile(const Context& context, const Given& given) {
+    EditRequest request{{"profile", "add", given.name, "address=" + given.first}, {}, {}};
+    given.keys.Fill(request);  // before the tree is read: a file with a password may be the superuser's alone
+    CRootPath root;
+    ReadTree(context, root);
+    FindUser(root, given.name);  // before anybody is asked for a password
+    const bool has_password = given.keys.GivesPassword("poppassword");
+    if (!has_password && CanAsk()) request.secrets["poppassword"] = AskSecret("POP3 password: ");
+    const int code = Submit(context, request);
+    if (!has_password && !CanAsk())
+        std::cout << "It has no password yet; `tarvex profile set --password` stores one.\n";
+    return code;
+}
+
+// The ids of everything that is in the mailbox.
+std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting) {
+    CMailboxListing listing;
+    const std::string server = ShowText(setting.popserver);
+    if (!ListMailbox(setting, &listing)) {
+        const CProbeStep* const failed = listing.steps.empty() ? nullptr : &listing.steps.back();
+        throw Trouble(kUnavailable,
+                      "cannot list the mailbox at " + server +
+                          (failed ? std::string(" (") + ProbeStepName(failed->kind) + "): " + ShowText(failed->text)
+                                  : ": not enough memory") +
+                          "; nothing was added");
+    }
+    std::vector<std::string> ids;
+    for (const CListedMail& mail : listing.mails) ids.push_back(mail.uidl);
+    if (!listing.has_uidls && !ids.empty()) {
+        throw Trouble(kUnavailable,
+                      server + " has no unique ids (UIDL), so old mail cannot be told from new; nothing was added");
+    }
+    return ids;
+}
+
+int AddForward(const Context& context, const Given& given) {
+    EditRequest request{{"forward", "add", given.name, "address=" + given.first}, {}, {}};
+    given.keys.Fill(request);
+    if (given.new_mail_only) {
+        CRootPath root;
+        ReadTree(context, root);
+        request.uidls = IdsOnServer(FindProfile(root, given.name).profile->setting);
+    }
+    return Submit(context, request);
+}
+
+// ---- their places on the command line
+
+constexpr const char* kAsJson = "As JSON";
+constexpr const char* kUserName = "Its path (user0) or login name";
+constexpr const char* kProfileName = "Its path (user0/from0), nickname or address";
+constexpr const char* kForwardName = "Its path (user0/from0/forwardto0), nickname or address";
+
+// The commands that differ between the three kinds in names alone.
+struct Kind {
+    const char* name;         // "profile"
+    const char* article;      // "a profile"
+    const char* placeholder;  // "PROFILE"
+    const char* name_help;
+    const char* parent_placeholder;  // "USER", null for users
+    const char* parent_help;
+};
+
+using ShowFunction = void (*)(const CRootPath&, std::string_view, Form);
+using ListFunction = void (*)(const CRootPath&, const std::string& parent, Form);
+using RemoveFunction = int (*)(const Context&, const Given&);
+
+template <class Record>
+void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, ListFunction list, ShowFunction show,
+                       RemoveFunction remove) {
+    const std::string article = kind.article;
+    CLI::App* command = nullptr;
+
+    auto given = AddCommand(
+        group, context, "list", "List them.",
+        [list](const Context& known, const Given& words) {
+            CRootPath root;
+            ReadTree(known, root);
+            list(root, words.name, words.ListForm());
+            return kDone;
+        },
+        command);
+    command->add_flag("--json", given->json, kAsJson);
+    if (kind.parent_placeholder) {
+        command->add_option(kind.parent_placeholder, given->name, std::string("Only those of one. ") + kind.parent_help)
+            ->option_text(" ");
+    }
+
+    given = AddCommand(
+        group, context, "show", "Show every setting of " + article + ".",
+        [show](const Context& known, const Given& words) {
+            CRootPath root;
+            ReadTree(known, root);
+            show(root, words.name, words.ListForm());
+            return kDone;
+        },
+        command);
+    AddName(*command, *given, kind.placeholder, kind.name_help);
+    command->add_flag("--json", given->json, kAsJson);
+
+    const std::string name = kind.name;
+    given = AddCommand(
+        group, context, "set", "Change settings of " + article + ".",
+        [name](const Context& known, const Given& words) { return Set(known, words, name); }, command);
+    AddName(*command, *given, kind.placeholder, kind.name_help);
+    given->keys.template AddTo<Record>(*command, {});
+
+    given = AddCommand(group, context, "remove", "Remove " + article + ", with everything below.", remove, command);
+    AddName(*command, *given, kind.placeholder, kind.name_help);
+    command->add_flag("--yes,-y", given->yes, "Do not ask");
+}
+
+void AddUserCommands(CLI::App& app, Context& context) {
+    CLI::App* const group = app.add_subcommand("user", "Users: whose profiles there are.")->require_subcommand(1);
+    CLI::App* command = nullptr;
+    const auto given = AddCommand(*group, context, "add", "Add a user.", AddUser, command);
+    command->add_option("NAME", given->first, "Login name")->required()->option_text(" ");
+    given->keys.AddTo<CUserSetting>(*command, {"loginname", "version"});
+    AddCommonCommands<CUserSetting>(
+        *group, context, {"user", "a user", "USER", kUserName, nullptr, nullptr},
+        [](const CRootPath& root, const std::string&, Form form) { ListUsers(root, form); }, ShowUser, RemoveUser);
+}
+
+void AddProfileCommands(CLI::App& app, Context& context) {
+    CLI::App* const group = app.add_subcommand("profile", "Profiles: the mailboxes, and the servers to send through.")
+                                ->require_subcommand(1);
+    CLI::App* command = nullptr;
+    const auto given =
+        AddCommand(*group, context, "add", "Add a profile: a mailbox to fetch from.", AddProfile, command);
+    AddName(*command, *given, "USER", "Whose profile it is: path (user0) or login name");
+    command->add_option("ADDRESS", given->first, "The mailbox's own address")->required()->option_text(" ");
+    given->keys.AddTo<CPopProfileSetting>(*command, {"address", "version"});
+    command->get_option("--popserver")->required();
+    command->get_option("--popuser")->required();
+    AddCommonCommands<CPopProfileSetting>(
+        *group, context, {"profile", "a profile", "PROFILE", kProfileName, "USER", kUserName},
+        [](const CRootPath& root, const std::string& user, Form form) {
+            ListProfiles(root, user.empty() ? nullptr : &FindUser(root, user), form);
+        },
+        ShowProfile, RemoveProfile);
+}
+
+void AddForwardCommands(CLI::App& app, Context& context) {
+    CLI::App* const group =
+        app.add_subcommand("forward", "Forwarding addresses: where the mail of a profile goes.")->require_subcommand(1);
+    CLI::App* command = nullptr;
+    const auto given =
+        AddCommand(*group, context, "add", "Add a forwarding address to a profile.", AddForward, command);
+    AddName(*command, *given, "PROFILE", "Whose mail it gets: path (user0/from0), nickname or address of the profile");
+    command->add_option("ADDRESS", given->first, "Where to send")->required()->option_text(" ");
+    command->add_flag("--new-mail-only", given->new_mail_only,
+                      "What is in the mailbox now counts as handled: the address gets only what comes from now "
+                      "on. Without it the first run sends it everything");
+    given->keys.AddTo<CForwardAddressSetting>(*command, {"address"});
+    AddCommonCommands<CForwardAddressSetting>(
+        *group, context, {"forward", "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},
+        [](const CRootPath& root, const std::string& profile, Form form) {
+            ListForwards(root, profile.empty() ? nullptr : FindProfile(root, profile).profile, form);
+        },
+        ShowForward, RemoveForward);
+}
+
+}  // namespace
+
+void AddTreeCommands(CLI::App& app, Context& context) {
+    AddUserCommands(app, context);
+    AddProfileCommands(app, context);
+    AddForwardCommands(app, context);
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,84 @@
+#include "host/edit/root_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "host/edit/directories.h"
+#include "host/edit/scratch.h"
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/trouble.h"
+
+namespace tarvex::host {
+namespace {
+
+int Descriptor(std::intptr_t file) { return static_cast<int>(file); }
+
+void Write(int descriptor, const std::string& text) {
+    // The lock is the kernel's; that its file names the holder is a courtesy, which may fail on a full disk.
+    if (ftruncate(descriptor, 0) != 0) return;
+    [[maybe_unused]] const ssize_t written = pwrite(descriptor, text.data(), text.size(), 0);
+}
+
+// Where others may write, they can put themselves in the place of the service, or rename what it has.
+void RequireOwnRoot(const std::string& root) {
+    constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
+    struct stat status {};
+    if (stat(NativePath(root).c_str(), &status) != 0 || (status.st_mode & kOthersMayWrite) == 0) return;
+    throw Trouble(kBadSettings,
+                  '"' + ShowPath(root) + "\" may be changed by others than its owner; `chmod go-w` ends that");
+}
+
+bool IsOwn(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && status.st_uid == geteuid();
+}
+
+}  // namespace
+
+std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view command) {
+    RequireOwnRoot(root);
+    const int descriptor = open(FileIn(root).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const auto fail = [&]() -> Trouble {
+        const int code = errno == EACCES || errno == EPERM ? kNotAllowed : kCannotMake;
+        return {code, "cannot lock \"" + ShowPath(root) + "\": " + std::strerror(errno)};
+    };
+    if (descriptor < 0) throw fail();
+    RootLock lock(descriptor);
+    if (!IsOwn(descriptor)) {
+        lock.file_ = kNoFile;
+        close(descriptor);
+        throw Trouble(kNotAllowed, "cannot lock \"" + ShowPath(root) + "\": the lock file is another user's");
+    }
+    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK) throw fail();
+        lock.file_ = kNoFile;
+        close(descriptor);
+        return std::nullopt;
+    }
+    Write(descriptor, std::to_string(getpid()) + ' ' + std::string(command) + '\n');
+    SweepScratchFolders(root);
+    DeleteAside(root);
+    return lock;
+}
+
+bool RootLock::IsHeldIn(const std::string& root) const {
+    struct stat held {};
+    struct stat there {};
+    return fstat(Descriptor(file_), &held) == 0 && stat(FileIn(root).c_str(), &there) == 0 &&
+           held.st_dev == there.st_dev && held.st_ino == there.st_ino;
+}
+
+RootLock::~RootLock() {
+    if (file_ == kNoFile) return;
+    Write(Descriptor(file_), "");
+    close(Descriptor(file_));
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,57 @@
+#include "host/edit/scratch.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/trouble.h"
+
+namespace tarvex::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kStart = ".tarvex-try-";
+
+bool IsRecordFile(const fs::directory_entry& entry) {
+    constexpr std::array<std::string_view, 3> kFiles = {"userset.def", "popprofile.def", "forwardaddress.def"};
+    std::string name = entry.path().filename().string();
+    if (name.ends_with(".new")) name.resize(name.size() - 4);  // half written
+    return entry.symlink_status().type() == fs::file_type::regular && std::ranges::count(kFiles, name) == 1;
+}
+
+// By its name, and that it holds nothing but what such a folder can hold.
+bool IsLeftOver(const fs::directory_entry& folder) {
+    const std::string name = folder.path().filename().string();
+    return name.starts_with(kStart) && name.size() == kStart.size() + kChosenLetters &&
+           folder.symlink_status().type() == fs::file_type::directory &&
+           std::ranges::all_of(fs::directory_iterator(folder), IsRecordFile);
+}
+
+}  // namespace
+
+ScratchFolder::ScratchFolder(const CString& parent) try : path_(MakeNewFolder(parent + '\\' + std::string(kStart))) {
+} catch (const std::system_error& error) {
+    throw Trouble(kCannotMake, "cannot write in \"" + ShowPath(parent) + "\": " + error.code().message());
+}
+
+ScratchFolder::~ScratchFolder() {
+    std::error_code ignored;
+    fs::remove_all(NativePath(path_), ignored);
+}
+
+void SweepScratchFolders(const std::string& root) {
+    try {
+        for (const fs::directory_entry& entry : fs::directory_iterator(NativePath(root))) {
+            if (IsLeftOver(entry)) fs::remove_all(entry.path());
+        }
+    } catch (const fs::filesystem_error&) {
+        // What cannot be removed does no harm, and whoever has to work on the tree finds out what is wrong with it.
+    }
+}
+
+}  // namespace tarvex::host

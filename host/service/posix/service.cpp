@@ -1,0 +1,435 @@
+#include "host/service/posix/service.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "host/commands/choice.h"
+#include "host/service/runs.h"
+#include "host/system/display.h"
+#include "host/system/trouble.h"
+#include "host/terminal/wording.h"
+#include "host/tree/log_file.h"
+#include "host/tree/names.h"
+#include "host/tree/run_log.h"
+#include "host/tree/run_state.h"
+#include "host/tree/tree_root.h"
+
+namespace tarvex::host {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kLook = 50ms;        // for runs that have ended, while there are runs
+constexpr auto kCloseLook = 2ms;    // while an edit waits for one
+constexpr auto kPatience = 2000ms;  // at the start, with an edit that is being saved
+constexpr auto kFarewell = 1000ms;  // at the end, with clients that take their answers
+constexpr std::size_t kReasonColumns = 200;
+constexpr std::size_t kHeadlineColumns = 60;
+constexpr const char* kRootHasGone =
+    "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
+    "restarted";
+constexpr const char* kCouldNotBegin = "it could not begin";
+constexpr const char* kLogIsOff = "its log is off";
+
+// Keeps profiles out of a call of the entry: in memory they are switched off for so long.
+class Hold {
+public:
+    Hold() = default;
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+    ~Hold() {
+        for (const auto& [profile, status] : held_) profile->setting.status = status;
+    }
+
+    void Add(CPopProfile& profile) {
+        held_.emplace_back(&profile, profile.setting.status);
+        profile.setting.status = 0;
+    }
+
+private:
+    std::vector<std::pair<CPopProfile*, int>> held_;
+};
+
+// The tree has to be there before the service takes its place.
+RootLock TakeRoot(const std::string& directory) {
+    RequireRoot(directory);
+    return RootLock::Take(directory, "serve", kPatience);
+}
+
+// What is edited, without what is stored: "profile set user0/from0".
+std::string Headline(const EditRequest& request) {
+    std::string text = request.words[0] + ' ' + request.words[1];
+    if (request.words.size() > 2 && request.words[2].find('=') == std::string::npos) text += ' ' + request.words[2];
+    return OneLine(text, kHeadlineColumns, "UTF-8");
+}
+
+std::string Headline(const RunRequest& request) {
+    std::string text = "run";
+    for (const std::string& name : request.names) text += ' ' + name;
+    return OneLine(text, kHeadlineColumns, "UTF-8") + (request.now ? " --now" : "");
+}
+
+}  // namespace
+
+Service::Service(std::string directory, std::chrono::microseconds every)
+    : directory_(std::move(directory)), every_(every), lock_(TakeRoot(directory_)), server_(directory_) {
+    OpenTree(root_, directory_);
+    LookForUnreadable();
+}
+
+int Service::Run() {
+    std::size_t profiles = 0;
+    ForEachProfile([&profiles](const CPopProfile&) { ++profiles; });
+    log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
+    manager_.Ready();
+    for (;;) {
+        Look();
+        AnswerClients();
+        if (Clock::now() >= next_tick_) Tick();
+        Wait();
+        if (server_.Work()) look_at_clients_ = true;
+        KeepAlive();
+        while (const std::optional<int> signal = signals_.Next()) {
+            if (*signal == SIGHUP) {
+                Reload();
+                continue;
+            }
+            Stop(*signal);
+            return kDone;
+        }
+    }
+}
+
+// Tells of runs that have ended, and frees what they left.
+void Service::Look() {
+    bool ended = false;
+    for (const auto& copy : root_.running_copies) {
+        if (copy->worker_thread.load() || running_.erase(copy->path) == 0) continue;
+        ended = true;
+        not_begun_.erase(copy->path);
+        if (const std::optional<LoggedRun> run = ThisRun(copy->log)) {
+            TellEnd(copy->path, HowItEnded(*run, 1, kReasonColumns), run->ending != Ending::Failed);
+        } else if (copy->setting.logmode == 0) {
+            TellEnd(copy->path, kLogIsOff, true);
+        } else {
+            TellEnd(copy->path, kCouldNotBegin, false);
+            not_begun_[copy->path] = ShowTime(copy->setting.lasttime);
+        }
+        LookForUnsaved(*copy);
+        HandOver(copy->path, ReportOf(*copy));
+    }
+    if (!ended) return;
+    look_at_clients_ = true;
+    root_.RefreshThread();
+}
+
+void Service::Tick() {
+    CallEntry();
+    const Clock::time_point now = Clock::now();
+    next_tick_ += every_;
+    if (next_tick_ < now) next_tick_ = now + every_;  // after a pause of the machine they are not made up for
+}
+
+void Service::CallEntry() {
+    if (!HasRoot()) return;
+    LookAtLeftOut();
+    {
+        // A run may end at any moment: what is taken for running stays so throughout the call, so that a new run of the
+        // same profile is not mistaken for it. The judgement is the one that the entry makes of a profile that runs.
+        Hold hold;
+        ForEachProfile([&](CPopProfile& profile) {
+            if (running_.contains(profile.path)) {
+                profile.JudgeDoOperation();
+                hold.Add(profile);
+            } else if (wanted_.contains(profile.path) || !MayRun(profile)) {
+                hold.Add(profile);
+            }
+        });
+        Look();  // before the entry frees what has ended by now
+        Tarvex(&root_);
+    }
+    std::set<CString> gone = running_;
+    for (const auto& copy : root_.running_copies) {
+        gone.erase(copy->path);
+        if (running_.insert(copy->path).second) log_.Say(Name(copy->path) + ": run started");
+    }
+    // The entry has freed those that ended just before it was called.
+    for (const CString& path : gone) {
+        running_.erase(path);
+        EndFromDisk(path);
+        look_at_clients_ = true;
+    }
+}
+
+// Answers who does not have to wait. Until something happens there is no need to look at the others again.
+void Service::AnswerClients() {
+    while (look_at_clients_) {
+        look_at_clients_ = false;
+        wanted_.clear();
+        for (ControlClient* const client : server_.Waiting()) {
+            // What was made may have renamed what the others are about.
+            if (client->Edit() && MakeEdit(*client, *client->Edit())) look_at_clients_ = true;
+        }
+        // Behind the edits, for a profile that one of them waits for is not to be run meanwhile.
+        for (ControlClient* const client : server_.Waiting()) {
+            if (client->Run()) {
+                HandleRuns(*client, *client->Run());
+            } else if (!client->Edit()) {
+                client->Answer(Report());
+            }
+        }
+    }
+}
+
+// False when it has to wait.
+bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
+    if (client.HasLeft()) return false;  // while the service was halted
+    CString running;
+    if (HasToWait(request, running)) {
+        client.Note("waiting for the run of " + Name(running) + " to end");
+        return false;
+    }
+    LookAtLeftOut();  // may have been loaded when it could not be read
+    const std::string headline = Headline(request);
+    Reply reply{{}, kRootHasGone};
+    const int code = !HasRoot() ? kCannotWrite : Edit(root_, request, reply);
+    code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLine(reply.error, kReasonColumns, "UTF-8"));
+    client.Answer(code, reply);
+    return true;
+}
+
+void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
+    try {
+        if (!client.awaited && !stopping_) StartRuns(client, request);
+    } catch (const Trouble& trouble) {
+        return client.Answer(trouble.ExitCode(), {{}, trouble.what()});
+    }
+    if (client.awaited && client.awaited->paths.empty()) {
+        const Reply reply{client.awaited->printed, client.awaited->left_out};
+        return client.Answer(reply.error.empty() ? kDone : kCannotWrite, reply);
+    }
+    if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
+}
+
+// With whatever else is due. A run that is under way already counts as what was asked for.
+void Service::StartRuns(ControlClient& client, const RunRequest& request) {
+    if (!HasRoot()) throw Trouble(kCannotWrite, kRootHasGone);
+    const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
+    for (const auto& [user, profile] : chosen) {
+        if (running_.contains(profile->path)) continue;
+        if (wanted_.contains(profile->path))
+            return client.Note("waiting for " + Name(profile->path) + " to be changed");
+    }
+    log_.Say(Headline(request));
+    LookAtLeftOut();
+    for (const auto& [user, profile] : chosen) {
+        if (request.now && !running_.contains(profile->path)) MakeDue(*profile);
+    }
+    CallEntry();
+    ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
+    for (const auto& [user, profile] : chosen) {
+        if (running_.contains(profile->path)) {
+            awaited.paths.insert(profile->path);
+        } else if (const auto left_out = left_out_.find(profile->path); left_out != left_out_.end()) {
+            AddLeftOut(awaited.left_out, Name(profile->path), left_out->second);
+        } else if (!request.names.empty()) {
+            awaited.printed += WhyItDoesNotRun(root_, *profile);
+        }
+    }
+    if (request.names.empty() && awaited.paths.empty() && awaited.left_out.empty()) awaited.printed = kNothingDue;
+}
+
+// A root that has been moved or unmounted would look like one without lists of ids.
+bool Service::HasRoot() {
+    const bool has_root = lock_.IsHeldIn(directory_);
+    if (has_root == std::exchange(has_root_, has_root)) return has_root;
+    if (has_root) {
+        log_.Say("the root is there again");
+    } else {
+        log_.Warn("\"" + ShowPath(directory_) + "\": " + kRootHasGone);
+    }
+    return has_root;
+}
+
+// Whatever runs has been looked at: what is not due here is left out though it may be due for the entry.
+bool Service::MayRun(const CPopProfile& profile) {
+    if (profile.setting.status == 0 || profile.NextDue() > std::time(nullptr)) return false;
+    if (left_out_.contains(profile.path)) return false;
+    if (const std::string why = WhyLeftOut(profile); !why.empty()) {
+        LeaveOut(profile.path, why);
+        return false;
+    }
+    unsaved_.erase(profile.path);
+    return true;
+}
+
+void Service::LookAtLeftOut() {
+    if (left_out_.empty()) return;
+    ForEachProfile([this](CPopProfile& profile) {
+        if (!left_out_.contains(profile.path) || running_.contains(profile.path)) return;
+        if (const std::string why = WhyLeftOut(profile); !why.empty()) return LeaveOut(profile.path, why);
+        left_out_.erase(profile.path);
+        log_.Say(Name(profile.path) + ": is run again");
+        profile.SetPath(CString(profile.path));  // what was loaded when it could not be read is not what it holds
+    });
+}
+
+std::string Service::WhyLeftOut(const CPopProfile& profile) const {
+    const auto unsaved = unsaved_.find(profile.path);
+    if (unsaved == unsaved_.end()) return WhyNotRunnable(profile);
+    const std::string why = WhyNotRunnable(profile, unsaved->second);
+    return why.empty() ? why : why + " (" + kStateNotSaved + ')';
+}
+
+void Service::LeaveOut(const CString& path, const std::string& why) {
+    if (std::exchange(left_out_[path], why) != why) log_.Warn(Name(path) + ": left out, " + why);
+}
+
+void Service::LookForUnreadable() {
+    ForEachProfile([this](const CPopProfile& profile) {
+        if (const std::string why = WhyUnreadable(profile); !why.empty()) LeaveOut(profile.path, why);
+    });
+}
+
+void Service::LookForUnsaved(const CPopProfile& copy) {
+    const std::uintmax_t bytes = UnsavedListBytes(copy);
+    if (bytes == 0) return;
+    unsaved_[copy.path] = bytes;
+    const std::string why = WhyLeftOut(copy);
+    why.empty() ? log_.Warn(Name(copy.path) + ": " + kStateNotSaved) : LeaveOut(copy.path, why);
+}
+
+bool Service::HasToWait(const EditRequest& request, CString& running) {
+    const std::vector<CString> touched = TouchedProfiles(root_, request);
+    const auto first = std::ranges::find_if(touched, [this](const CString& path) { return running_.contains(path); });
+    if (first == touched.end()) return false;
+    running = *first;
+    wanted_.insert(touched.begin(), touched.end());
+    return true;
+}
+
+void Service::Reload() {
+    manager_.Reloading();
+    // What a run that is under way will save is not on disk yet.
+    std::map<CString, CTime> last_times;
+    ForEachProfile([&](const CPopProfile& profile) {
+        if (running_.contains(profile.path)) last_times[profile.path] = profile.setting.lasttime;
+    });
+    std::string trouble = WhyUnreadable(directory_);  // which to the engine is an empty tree
+    if (trouble.empty() && !HasRoot()) trouble = kRootHasGone;
+    if (trouble.empty() && !root_.SetRootPath(directory_)) trouble = "not enough memory";
+    ForEachProfile([&](CPopProfile& profile) {
+        const auto last = last_times.find(profile.path);
+        if (last != last_times.end()) profile.setting.lasttime = last->second;
+    });
+    if (trouble.empty()) {
+        log_.Say("loaded the tree again");
+        left_out_.clear();
+        LookForUnreadable();
+    } else {
+        log_.Warn("cannot load the tree again: " + trouble);
+    }
+    look_at_clients_ = true;
+    manager_.Ready();
+}
+
+void Service::Stop(int signal) {
+    manager_.Stopping();
+    log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')');
+    Signals::Release(signal);  // whoever cannot wait sends it again
+    Look();
+    stopping_ = true;
+    look_at_clients_ = true;
+    AnswerClients();
+    root_.KillThread();
+    for (const CString& path : std::exchange(running_, {})) EndFromDisk(path);
+    look_at_clients_ = true;
+    AnswerClients();
+    const auto deadline = Clock::now() + kFarewell;
+    while (!server_.IsIdle() && Clock::now() < deadline) {
+        std::vector<pollfd> watched;
+        server_.AddTo(watched);
+        poll(watched.data(), watched.size(), 10);
+        if (server_.Work()) look_at_clients_ = true;
+        AnswerClients();
+    }
+    log_.Say("stopped");
+}
+
+void Service::Wait() {
+    Clock::time_point until = next_tick_;
+    if (!running_.empty()) until = std::min(until, Clock::now() + (wanted_.empty() ? kLook : kCloseLook));
+    if (manager_.KeepAliveInterval()) until = std::min(until, next_keep_alive_);
+    if (const auto deadline = server_.Deadline()) until = std::min(until, *deadline);
+    std::vector<pollfd> watched = {{signals_.WatchedDescriptor(), POLLIN, 0}};
+    server_.AddTo(watched);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+    poll(watched.data(), watched.size(), static_cast<int>(std::max(left, 0ms).count()));
+}
+
+void Service::KeepAlive() {
+    const auto interval = manager_.KeepAliveInterval();
+    if (!interval || Clock::now() < next_keep_alive_) return;
+    manager_.KeepAlive();
+    next_keep_alive_ = Clock::now() + *interval;
+}
+
+std::string Service::Name(const CString& path) const { return ShownName(root_, path); }
+
+void Service::TellEnd(const CString& path, const std::string& how, bool good) {
+    const std::string line = Name(path) + ": run ended, " + how;
+    good ? log_.Say(line) : log_.Warn(line);
+}
+
+// Of a run whose copy has been freed.
+void Service::EndFromDisk(const CString& path) {
+    bool has_log = true;
+    ForEachProfile([&](const CPopProfile& profile) {
+        if (profile.path == path) has_log = profile.setting.logmode != 0;
+    });
+    const std::vector<LoggedRun> runs = RunsIn(ReadLog(path).value_or(std::vector<std::string>()));
+    if (!has_log || runs.empty()) {
+        TellEnd(path, has_log ? "nothing is in its log" : kLogIsOff, true);
+    } else {
+        TellEnd(path, HowItEnded(runs.back(), 1, kReasonColumns), runs.back().ending != Ending::Failed);
+    }
+    HandOver(path, ReportFromDisk(path, has_log));
+}
+
+ServiceReport Service::Report() {
+    ServiceReport report{RunsNow(root_), {}};
+    ForEachProfile([&](const CPopProfile& profile) {
+        std::string& trouble = report.troubles[Name(profile.path)];
+        if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
+            trouble = "left out, " + left_out->second;
+        } else if (const auto not_begun = not_begun_.find(profile.path); not_begun != not_begun_.end()) {
+            trouble = "the run of " + not_begun->second + ": " + kCouldNotBegin;
+        } else {
+            report.troubles.erase(Name(profile.path));
+        }
+    });
+    return report;
+}
+
+// To whoever waits for the run.
+void Service::HandOver(const CString& path, const std::string& report) {
+    for (ControlClient* const client : server_.Waiting()) {
+        if (client->awaited && client->awaited->paths.erase(path) > 0) client->awaited->printed += report;
+    }
+}
+
+void Service::ForEachProfile(const std::function<void(CPopProfile&)>& action) {
+    for (const auto& user : root_.users) {
+        for (const auto& profile : user->profiles) action(*profile);
+    }
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,82 @@
+#pragma once
+
+// The service: the one host of a root, which calls the entry again and again, and has edits made in between.
+//
+// Everything happens on the thread that calls Run; only the workers have threads of their own.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+
+#include "host/edit/root_lock.h"
+#include "host/service/posix/control_socket.h"
+#include "host/service/posix/service_log.h"
+#include "host/service/posix/service_manager.h"
+#include "host/service/posix/signals.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+class Service {
+public:
+    // Takes the root and loads the tree. Throws Trouble, which names the holder of a root that is in use.
+    Service(std::string directory, std::chrono::microseconds every);
+
+    // Until SIGTERM or SIGINT. Returns the exit code of the program.
+    int Run();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Look();
+    void Tick();
+    void CallEntry();
+    void AnswerClients();
+    bool MakeEdit(ControlClient& client, const EditRequest& request);
+    void HandleRuns(ControlClient& client, const RunRequest& request);
+    void StartRuns(ControlClient& client, const RunRequest& request);
+    void Reload();
+    void Stop(int signal);
+    void Wait();
+    void KeepAlive();
+
+    bool HasRoot();
+    bool MayRun(const CPopProfile& profile);
+    void LookAtLeftOut();
+    std::string WhyLeftOut(const CPopProfile& profile) const;
+    void LeaveOut(const CString& path, const std::string& why);
+    void LookForUnreadable();
+    void LookForUnsaved(const CPopProfile& copy);
+    bool HasToWait(const EditRequest& request, CString& running);
+    std::string Name(const CString& path) const;
+    void TellEnd(const CString& path, const std::string& how, bool good);
+    void EndFromDisk(const CString& path);
+    ServiceReport Report();
+    void HandOver(const CString& path, const std::string& report);
+    void ForEachProfile(const std::function<void(CPopProfile&)>& action);
+
+    const std::string directory_;
+    const std::chrono::microseconds every_;
+    const Signals signals_;  // before there are threads
+    ServiceLog log_;
+    const ServiceManager manager_;
+    const RootLock lock_;
+    CRootPath root_;
+    ControlServer server_;
+
+    std::set<CString> running_;                  // paths of the profiles whose start was told, and whose end was not
+    std::set<CString> wanted_;                   // paths of the profiles for whose end an edit waits
+    std::map<CString, std::string> left_out_;    // why, by the paths of the profiles that are not run
+    std::map<CString, std::uintmax_t> unsaved_;  // what the lists take that the last runs could not save
+    std::map<CString, std::string> not_begun_;   // when, of the profiles whose last run could not begin
+    bool has_root_ = true;
+    bool look_at_clients_ = false;
+    bool stopping_ = false;
+    Clock::time_point next_tick_ = Clock::now();
+    Clock::time_point next_keep_alive_ = Clock::now();
+};
+
+}  // namespace tarvex::host

@@ -1,0 +1,41 @@
+#pragma once
+
+// How a command speaks to the service that owns the tree.
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/edit/edit.h"
+#include "host/service/runs.h"
+
+namespace tarvex::host {
+
+// Profiles to run at once: what `tarvex run` was told.
+struct RunRequest {
+    std::vector<std::string> names;  // UTF-8, as host/tree/names.h finds them; none for all
+    bool now = false;                // also those that are not due
+};
+
+// For one request. Its operations throw Trouble when the service ends before it has answered.
+class ServiceConnection {
+public:
+    // Null when no service answers there. Throws Trouble when what answers is another user's.
+    static std::unique_ptr<ServiceConnection> Try(const std::string& root);
+
+    virtual ~ServiceConnection() = default;
+
+    // Has the edit made, however long that takes, and returns its exit code. Notes say what it waits for.
+    virtual int Edit(const EditRequest& request, Reply& reply,
+                     const std::function<void(const std::string&)>& on_note) = 0;
+
+    // Has profiles run, waits for the ends of their runs, and returns the exit code. Meanwhile `on_wait`, when there is
+    // one, is called again and again.
+    virtual int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
+                    const std::function<void()>& on_wait) = 0;
+
+    virtual ServiceReport Report() = 0;  // throws Trouble also when the answer takes seconds
+};
+
+}  // namespace tarvex::host

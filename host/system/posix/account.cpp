@@ -1,0 +1,47 @@
+#include "host/system/account.h"
+
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/trouble.h"
+
+namespace tarvex::host {
+namespace {
+
+// An unset variable and a relative path count as nothing (the XDG base directories).
+std::string FolderOf(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value && *value == '/' ? value : "";
+}
+
+std::string OwnFolder(const char* variable, const std::string& of_superuser, const std::string& in_home) {
+    std::string folder = FolderOf(variable);
+    if (folder.empty()) folder = geteuid() == 0 ? of_superuser : FolderOf("HOME") + in_home;
+    return folder + "/tarvex";
+}
+
+}  // namespace
+
+std::string ConfigurationDirectory() { return OwnFolder("XDG_CONFIG_HOME", "/etc", "/.config"); }
+
+std::string UsualRootDirectory() { return OwnFolder("XDG_DATA_HOME", "/var/lib", "/.local/share"); }
+
+void WorkAsOwnerOf(const std::string& directory) {
+    struct stat status {};
+    if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
+    if (setgroups(0, nullptr) == 0 && setgid(status.st_gid) == 0 && setuid(status.st_uid) == 0) return;
+    throw Trouble(kNotAllowed, "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+}
+
+std::string RemarkOnOtherTrees() {
+    return geteuid() == 0 ? "" : " (that of the system's service is the superuser's: sudo)";
+}
+
+}  // namespace tarvex::host

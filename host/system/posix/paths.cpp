@@ -1,0 +1,49 @@
+#include "host/system/paths.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+namespace tarvex::host {
+namespace {
+
+std::string WithSlashes(std::string_view path) {
+    std::string native(path);
+    std::ranges::replace(native, '\\', '/');
+    return native;
+}
+
+}  // namespace
+
+std::filesystem::path NativePath(std::string_view path) { return WithSlashes(path); }
+
+std::string PathAsUtf8(std::string_view path) { return WithSlashes(path); }
+
+std::string TreePath(std::string_view typed) { return std::string(typed); }
+
+std::string WholePath(const std::string& path) {
+    std::string whole = std::filesystem::absolute(path).lexically_normal();
+    while (whole.size() > 1 && whole.ends_with('/')) whole.pop_back();
+    return whole;
+}
+
+std::string MakeNewFolder(const std::string& start) {
+    std::string folder = NativePath(start + "XXXXXX");
+    if (!mkdtemp(folder.data())) throw std::system_error(errno, std::generic_category(), "no folder " + folder);
+    return folder;
+}
+
+std::string TemporaryDirectory() { return std::filesystem::temp_directory_path(); }
+
+std::error_code MakeOwnDirectories(const std::string& directory) {
+    std::error_code error;
+    const mode_t old_mask = umask(077);
+    std::filesystem::create_directories(NativePath(directory), error);
+    umask(old_mask);
+    return error;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,24 @@
+#include "host/system/account.h"
+
+#include <cstdlib>
+
+namespace tarvex::host {
+namespace {
+
+// Every account has them; their values are in the system's code page.
+std::string FolderOf(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return std::string(value ? value : "C:") + "\\Tarvex";
+}
+
+}  // namespace
+
+std::string ConfigurationDirectory() { return FolderOf("APPDATA"); }
+
+std::string UsualRootDirectory() { return FolderOf("LOCALAPPDATA"); }
+
+void WorkAsOwnerOf(const std::string&) {}
+
+std::string RemarkOnOtherTrees() { return {}; }
+
+}  // namespace tarvex::host

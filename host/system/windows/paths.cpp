@@ -1,0 +1,53 @@
+// The tree's paths are in the system's code page.
+
+#include "host/system/paths.h"
+
+#include <iterator>
+#include <random>
+
+#include "host/system/display.h"
+#include "host/system/trouble.h"
+#include "host/system/windows/wide.h"
+
+namespace tarvex::host {
+
+std::filesystem::path NativePath(std::string_view path) { return Wide(CP_ACP, path); }
+
+std::string PathAsUtf8(std::string_view path) { return Utf8(NativePath(path).native()); }
+
+std::string TreePath(std::string_view typed) {
+    const std::wstring wide = Wide(CP_UTF8, typed);
+    std::string path = Narrow(CP_ACP, wide);
+    if (NativePath(path) != wide) {
+        throw Trouble(kBadUsage, "the path \"" + ShowText(typed, "UTF-8") +
+                                     "\" has characters that the code page of this system does not have");
+    }
+    return path;
+}
+
+std::string WholePath(const std::string& path) {
+    std::wstring whole = std::filesystem::absolute(NativePath(path)).lexically_normal().make_preferred();
+    while (whole.size() > std::size("C:\\") - 1 && whole.ends_with(L'\\')) whole.pop_back();
+    return Narrow(CP_ACP, whole);
+}
+
+std::string MakeNewFolder(const std::string& start) {
+    constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::random_device random;
+    std::string folder;
+    do {
+        folder = start;
+        for (std::size_t i = 0; i < kChosenLetters; ++i) folder += kLetters[random() % kLetters.size()];
+    } while (!std::filesystem::create_directory(NativePath(folder)));  // false for one that is there
+    return folder;
+}
+
+std::string TemporaryDirectory() { return Narrow(CP_ACP, std::filesystem::temp_directory_path().native()); }
+
+std::error_code MakeOwnDirectories(const std::string& directory) {
+    std::error_code error;
+    std::filesystem::create_directories(NativePath(directory), error);
+    return error;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,21 @@
+#include "host/system/windows/wide.h"
+
+namespace tarvex::host {
+
+std::string Narrow(unsigned code_page, std::wstring_view text) {
+    const int units = static_cast<int>(text.size());
+    const int bytes = WideCharToMultiByte(code_page, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
+    std::string narrow(static_cast<std::size_t>(bytes), '\0');
+    WideCharToMultiByte(code_page, 0, text.data(), units, narrow.data(), bytes, nullptr, nullptr);
+    return narrow;
+}
+
+std::wstring Wide(unsigned code_page, std::string_view text) {
+    const int bytes = static_cast<int>(text.size());
+    const int units = MultiByteToWideChar(code_page, 0, text.data(), bytes, nullptr, 0);
+    std::wstring wide(static_cast<std::size_t>(units), L'\0');
+    MultiByteToWideChar(code_page, 0, text.data(), bytes, wide.data(), units);
+    return wide;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,75 @@
+#include "host/terminal/table.h"
+
+#include <algorithm>
+#include <ostream>
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::string_view kGap = "  ";
+
+// Of what Shift-JIS can hold; its half-width katakana (U+FF61 to U+FF9F) are narrow.
+bool IsWide(unsigned code) {
+    return (code >= 0x2E80 && code <= 0xA4CF) || (code >= 0xAC00 && code <= 0xD7A3) ||
+           (code >= 0xF900 && code <= 0xFAFF) || (code >= 0xFE30 && code <= 0xFE6F) ||
+           (code >= 0xFF01 && code <= 0xFF60) || (code >= 0xFFE0 && code <= 0xFFE6);
+}
+
+bool BeginsCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }
+
+}  // namespace
+
+std::size_t Columns(std::string_view text) {
+    std::size_t columns = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (!BeginsCharacter(text[i])) continue;
+        const auto byte = [&](std::size_t n) {
+            return static_cast<unsigned char>(i + n < text.size() ? text[i + n] : 0);
+        };
+        // Every wide character has three bytes.
+        const bool three = (byte(0) & 0xF0) == 0xE0;
+        columns += three && IsWide((byte(0) & 0x0FU) << 12 | (byte(1) & 0x3FU) << 6 | (byte(2) & 0x3FU)) ? 2 : 1;
+    }
+    return columns;
+}
+
+std::string Padded(std::string text, std::size_t columns) {
+    const std::size_t taken = Columns(text);
+    if (taken < columns) text.append(columns - taken, ' ');
+    return text;
+}
+
+std::string Wrapped(std::string_view text, std::size_t columns) {
+    std::string result;
+    std::size_t taken = 0;
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(text.size(), word.size() + 1));
+        const std::size_t width = Columns(word);
+        if (taken > 0 && taken + 1 + width > columns) {
+            result += '\n';
+            taken = 0;
+        } else if (taken > 0) {
+            result += ' ';
+            ++taken;
+        }
+        result += word;
+        taken += width;
+    }
+    return result;
+}
+
+void Table::Print(std::ostream& out) const {
+    std::vector<std::size_t> widths(rows_.front().size(), 0);
+    for (const Row& row : rows_) {
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Columns(row[i]));
+    }
+    for (const Row& row : rows_) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) line += Padded(row[i], widths[i]) + std::string(kGap);
+        line.resize(line.find_last_not_of(' ') + 1);
+        out << line << '\n';
+    }
+}
+
+}  // namespace tarvex::host

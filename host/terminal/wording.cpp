@@ -1,0 +1,83 @@
+#include "host/terminal/wording.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <sstream>
+
+#include "host/system/display.h"
+#include "host/terminal/table.h"
+
+namespace tarvex::host {
+namespace {
+
+std::string Formatted(const char* format, CTime moment) {
+    const auto seconds = static_cast<std::time_t>(moment);
+    std::tm parts{};
+    if (localtime_r(&seconds, &parts) == nullptr) return "?";
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), format, &parts)};
+}
+
+std::string WithDecimal(double value, const char* unit) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), value < 10 ? "%.1f %s" : "%.0f %s", value, unit);
+    return text.data();
+}
+
+bool IsContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+}  // namespace
+
+std::string ShowBytes(std::int64_t bytes) {
+    constexpr double kKilo = 1000;
+    if (bytes < 1000) return ShowCount(bytes, "byte");
+    const auto value = static_cast<double>(bytes);
+    if (bytes < 1'000'000) return WithDecimal(value / kKilo, "KB");
+    if (bytes < 1'000'000'000) return WithDecimal(value / kKilo / kKilo, "MB");
+    return WithDecimal(value / kKilo / kKilo / kKilo, "GB");
+}
+
+std::string ShowCount(std::int64_t count, const std::string& one) {
+    return std::to_string(count) + ' ' + one + (count == 1 ? "" : "s");
+}
+
+std::string ShowTime(CTime moment) { return Formatted("%Y-%m-%d %H:%M:%S", moment); }
+
+std::string ShowMoment(CTime moment) { return Formatted("%Y-%m-%d %H:%M", moment); }
+
+std::string ShowIsoTime(CTime moment) { return Formatted("%Y-%m-%dT%H:%M:%S%z", moment); }
+
+std::string ShowSpan(std::int64_t seconds) {
+    constexpr std::int64_t kMinute = 60;
+    constexpr std::int64_t kHour = 60 * kMinute;
+    constexpr std::int64_t kDay = 24 * kHour;
+    if (seconds < 2 * kMinute) return std::to_string(seconds) + " s";
+    if (seconds < 2 * kHour) return std::to_string(seconds / kMinute) + " min";
+    if (seconds < 2 * kDay) return std::to_string(seconds / kHour) + " h";
+    return ShowCount(seconds / kDay, "day");
+}
+
+std::string OneLine(std::string_view text, std::size_t columns, const char* charset) {
+    constexpr std::string_view kMore = "...";
+    constexpr std::size_t kMostBytes = 4;  // of a character
+    std::string line = ShowText(text.substr(0, text.find_first_of("\r\n")), charset);
+    if (Columns(line) <= columns) return line;
+    line.resize(std::min(line.size(), columns * kMostBytes));
+    while (Columns(line) + kMore.size() > columns) {
+        while (IsContinuation(line.back())) line.pop_back();
+        line.pop_back();
+    }
+    return line.append(kMore);
+}
+
+std::string Paragraph(std::string_view text, std::size_t blanks) {
+    constexpr std::size_t kColumns = 100;
+    std::istringstream lines(Wrapped(text, kColumns - blanks));
+    std::string paragraph;
+    for (std::string line; std::getline(lines, line);) paragraph += std::string(blanks, ' ') + line + '\n';
+    return paragraph;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,179 @@
+#include "host/tree/listing.h"
+
+#include <iostream>
+#include <string>
+
+#include "host/system/display.h"
+#include "host/terminal/json.h"
+#include "host/terminal/table.h"
+#include "host/tree/advice.h"
+#include "host/tree/interval.h"
+#include "host/tree/keys.h"
+#include "host/tree/names.h"
+#include "host/tree/schedule_text.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::size_t kMeaningColumns = 60;
+
+template <class Record>
+void AddKeys(Json& json, const Record& record) {
+    for (const Key<Record>& key : Keys<Record>()) json[key.name] = JsonValue(record, key);
+}
+
+template <class Record>
+void PrintKeys(const Record& record) {
+    Table table({"KEY", "VALUE", "UNIT", "MEANING"});
+    for (const Key<Record>& key : Keys<Record>()) {
+        std::string meaning = key.meaning;
+        // The rest of a long one is in the help.
+        if (Columns(meaning) > kMeaningColumns) meaning = Wrapped(meaning, kMeaningColumns);
+        if (const std::size_t end = meaning.find('\n'); end != std::string::npos)
+            meaning = meaning.substr(0, end) + " ...";
+        table.Add({key.name, ShowValue(record, key), key.unit, meaning});
+    }
+    table.Print(std::cout);
+}
+
+Json JsonOfTerms(const CScheduleSetting& schedule) {
+    Json terms = Json::array();
+    for (std::size_t i = 0; i < schedule.terms.size(); ++i) {
+        const CTerm& term = *schedule.terms[i];
+        terms.push_back({{"number", i + 1},
+                         {"on", term.status != 0},
+                         {"term", WriteTerm(term)},
+                         {"meaning", DescribeTerm(term)},
+                         {"kind", term.kind},
+                         {"start", Utf8Text(term.start)},
+                         {"end", Utf8Text(term.end)}});
+    }
+    return terms;
+}
+
+Json JsonOf(const CRootPath& root, const CUser& user) {
+    Json json = {{"path", ShownName(root, user.path)}};
+    AddKeys(json, user.setting);
+    json["profiles"] = user.profiles.size();
+    return json;
+}
+
+Json JsonOf(const CRootPath& root, const CPopProfile& profile) {
+    Json json = {{"path", ShownName(root, profile.path)}};
+    AddKeys(json, profile.setting);
+    json["wait_seconds"] = WaitSeconds(profile.setting.timer);
+    json["forwards"] = profile.forward_addresses.size();
+    return json;
+}
+
+Json JsonOf(const CRootPath& root, const CForwardAddress& forward) {
+    Json json = {{"path", ShownName(root, forward.path)}};
+    AddKeys(json, forward.setting);
+    json["schedule"] = JsonOfTerms(forward.schedule);
+    return json;
+}
+
+template <class Object>
+void Show(const CRootPath& root, const Object& object, Form form) {
+    if (form == Form::Json) return PrintJson(JsonOf(root, object));
+    std::cout << ShownName(root, object.path) << "\n\n";
+    PrintKeys(object.setting);
+}
+
+const char* OnOff(int status) { return status != 0 ? "on" : "off"; }
+
+std::string Server(const CString& host, int port) {
+    return host.empty() ? "(none)" : ShowText(host) + ':' + std::to_string(port);
+}
+
+std::string ShortForm(const CForwardAddressSetting& setting) {
+    if (setting.textonly < 0) return "whole mail";
+    if (setting.textonly == 0) return "text mail";
+    return "text mail, " + std::to_string(setting.textonly) + " bytes";
+}
+
+std::string ShortSchedule(const CScheduleSetting& schedule) {
+    if (schedule.terms.empty()) return "always";
+    if (schedule.terms.size() > 1) return std::to_string(schedule.terms.size()) + " terms";
+    return WriteTerm(*schedule.terms.front());
+}
+
+}  // namespace
+
+void ListUsers(const CRootPath& root, Form form) {
+    Json json = Json::array();
+    Table table({"PATH", "LOGIN NAME", "STATUS", "ADMINISTRATOR", "PROFILES"});
+    for (const CUser* const user : AllUsers(root)) {
+        const CUserSetting& setting = user->setting;
+        if (form == Form::Json) json.push_back(JsonOf(root, *user));
+        table.Add({ShownName(root, user->path), ShowText(setting.loginname), OnOff(setting.status),
+                   setting.administrator != 0 ? "yes" : "no", std::to_string(user->profiles.size())});
+    }
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+}
+
+void ListProfiles(const CRootPath& root, const CUser* only, Form form) {
+    Json json = Json::array();
+    Table table({"PATH", "NICKNAME", "ADDRESS", "POP3", "SMTP", "RUNS", "STATUS", "FORWARDS"});
+    for (const auto& [user, profile] : AllProfiles(root)) {
+        if (only && user != only) continue;
+        const CPopProfileSetting& setting = profile->setting;
+        if (form == Form::Json) json.push_back(JsonOf(root, *profile));
+        table.Add({ShownName(root, profile->path), ShowText(setting.nickname), ShowText(setting.address),
+                   Server(setting.popserver, setting.popport),
+                   Server(ServerOf(setting, Protocol::Smtp), setting.smtpport), WaitInWords(setting.timer),
+                   OnOff(setting.status), std::to_string(profile->forward_addresses.size())});
+    }
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+}
+
+void ListForwards(const CRootPath& root, const CPopProfile* only, Form form) {
+    Json json = Json::array();
+    Table table({"PATH", "NICKNAME", "ADDRESS", "GETS", "SCHEDULE", "STATUS"});
+    for (const auto& [user, profile, forward] : AllForwards(root)) {
+        if (only && profile != only) continue;
+        const CForwardAddressSetting& setting = forward->setting;
+        if (form == Form::Json) json.push_back(JsonOf(root, *forward));
+        table.Add({ShownName(root, forward->path), ShowText(setting.nickname), ShowText(setting.address),
+                   ShortForm(setting), ShortSchedule(forward->schedule), OnOff(setting.status)});
+    }
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+}
+
+void ShowUser(const CRootPath& root, std::string_view name, Form form) { Show(root, FindUser(root, name), form); }
+
+void ShowProfile(const CRootPath& root, std::string_view name, Form form) {
+    const CPopProfile& profile = *FindProfile(root, name).profile;
+    Show(root, profile, form);
+    if (form == Form::Text) std::cout << "\nIt runs " << WaitInWords(profile.setting.timer) << ".\n";
+}
+
+void ShowForward(const CRootPath& root, std::string_view name, Form form) {
+    const CForwardAddress& forward = *FindForward(root, name).forward;
+    Show(root, forward, form);
+    if (form == Form::Text) std::cout << "\nSchedule: " << ShortSchedule(forward.schedule) << '\n';
+}
+
+void ListSchedule(const CRootPath& root, std::string_view name, Form form) {
+    const CScheduleSetting& schedule = FindForward(root, name).forward->schedule;
+    if (form == Form::Json) return PrintJson(JsonOfTerms(schedule));
+    if (schedule.terms.empty()) {
+        std::cout << "The schedule is empty: the address always takes part.\n";
+        return;
+    }
+    Table table({"NUMBER", "TERM", "THE ADDRESS TAKES PART"});
+    for (std::size_t i = 0; i < schedule.terms.size(); ++i) {
+        const CTerm& term = *schedule.terms[i];
+        table.Add({std::to_string(i + 1), WriteTerm(term), DescribeTerm(term)});
+    }
+    table.Print(std::cout);
+}
+
+void ShowSettings(const CAppSetting& setting, Form form) {
+    if (form == Form::Text) return PrintKeys(setting);
+    Json json = Json::object();
+    AddKeys(json, setting);
+    PrintJson(json);
+}
+
+}  // namespace tarvex::host

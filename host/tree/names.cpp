@@ -1,0 +1,241 @@
+#include "host/tree/names.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <span>
+
+#include "host/system/display.h"
+#include "host/system/trouble.h"
+
+namespace tarvex::host {
+namespace {
+
+using Parts = std::vector<std::string>;  // of a path, from the user down
+
+// The texts by which one level can be called: those that are set, without repetition of the directory.
+struct Level {
+    std::string directory;
+    std::vector<std::string> others;
+};
+
+struct Candidate {
+    std::vector<Level> levels;  // from the user down to what is named
+    std::string shown;
+    std::string remark;  // what it is to a person
+};
+
+constexpr std::size_t kMostListed = 20;
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+std::string_view TakeDigits(std::string_view& text) {
+    std::size_t count = 0;
+    while (count < text.size() && IsDigit(text[count])) ++count;
+    const std::string_view digits = text.substr(0, count);
+    text.remove_prefix(count);
+    return digits;
+}
+
+// As people count: user2 before user10.
+bool NaturalLess(std::string_view left, std::string_view right) {
+    while (!left.empty() && !right.empty()) {
+        if (IsDigit(left.front()) && IsDigit(right.front())) {
+            const std::string_view a = TakeDigits(left);
+            const std::string_view b = TakeDigits(right);
+            if (a != b) return a.size() != b.size() ? a.size() < b.size() : a < b;
+        } else {
+            if (left.front() != right.front()) return left.front() < right.front();
+            left.remove_prefix(1);
+            right.remove_prefix(1);
+        }
+    }
+    return left.size() < right.size();
+}
+
+template <class Children>
+auto Sorted(const Children& children) {
+    std::vector<typename Children::value_type::pointer> sorted;
+    sorted.reserve(children.size());
+    for (const auto& child : children) sorted.push_back(child.get());
+    std::ranges::sort(sorted, [](const auto* a, const auto* b) { return NaturalLess(a->path, b->path); });
+    return sorted;
+}
+
+Parts Split(std::string_view name) {
+    Parts parts;
+    for (;;) {
+        const std::size_t slash = name.find_first_of("/\\");
+        parts.emplace_back(name.substr(0, slash));
+        if (slash == std::string_view::npos) return parts;
+        name.remove_prefix(slash + 1);
+    }
+}
+
+// The address without display name: "Taro <taro@example.org>" can be called by both.
+std::string Bare(const std::string& address) {
+    const std::size_t open = address.find('<');
+    const std::size_t close = address.find('>', open);
+    return open == std::string::npos || close == std::string::npos ? address
+                                                                   : address.substr(open + 1, close - open - 1);
+}
+
+std::string DirectoryName(const CString& path) { return ShowPath(path.substr(path.rfind('\\') + 1)); }
+
+Level MakeLevel(const CString& path, std::initializer_list<CString> texts) {
+    Level level{DirectoryName(path), {}};
+    for (const CString& text : texts) {
+        if (text.empty()) continue;
+        const std::string shown = ShowText(text);
+        level.others.push_back(shown);
+        level.others.push_back(Bare(shown));
+    }
+    return level;
+}
+
+Level LevelOf(const CUser& user) { return MakeLevel(user.path, {user.setting.loginname}); }
+Level LevelOf(const CPopProfile& profile) {
+    return MakeLevel(profile.path, {profile.setting.nickname, profile.setting.address});
+}
+Level LevelOf(const CForwardAddress& forward) {
+    return MakeLevel(forward.path, {forward.setting.nickname, forward.setting.address});
+}
+
+std::string Folded(std::string_view text) {
+    std::string folded(text);
+    for (char& c : folded) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return folded;
+}
+
+enum class Match { Exact, IgnoringCase };
+
+bool Same(const std::string& a, const std::string& b, Match match) {
+    return match == Match::Exact ? a == b : Folded(a) == Folded(b);
+}
+
+bool Called(const Level& level, const std::string& part, Match match) {
+    return Same(level.directory, part, match) ||
+           std::ranges::any_of(level.others, [&](const std::string& other) { return Same(other, part, match); });
+}
+
+// A nickname may itself hold a slash, so the whole name is tried for the last level, too.
+bool Called(const Candidate& candidate, const std::string& name, const Parts& parts, Match match) {
+    if (Called(candidate.levels.back(), name, match)) return true;
+    if (parts.size() > candidate.levels.size()) return false;
+    const std::span levels = std::span(candidate.levels).last(parts.size());
+    return std::ranges::equal(levels, parts,
+                              [&](const Level& level, const std::string& part) { return Called(level, part, match); });
+}
+
+std::vector<std::size_t> Matching(const std::vector<Candidate>& candidates, const std::string& name) {
+    std::vector<std::size_t> found;
+    // A whole path always means what it says, whatever nicknames there are.
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+        if (candidates[i].shown == name) return {i};
+    }
+    const Parts parts = Split(name);
+    for (const Match match : {Match::Exact, Match::IgnoringCase}) {
+        for (std::size_t i = 0; i < candidates.size(); ++i) {
+            if (Called(candidates[i], name, parts, match)) found.push_back(i);
+        }
+        if (!found.empty()) break;
+    }
+    return found;
+}
+
+std::string Listed(const std::vector<Candidate>& candidates, const std::vector<std::size_t>& chosen) {
+    std::string text;
+    for (std::size_t i = 0; i < chosen.size() && i < kMostListed; ++i) {
+        const Candidate& candidate = candidates[chosen[i]];
+        text += "\n  " + candidate.shown;
+        if (!candidate.remark.empty()) text += "  (" + candidate.remark + ")";
+    }
+    if (chosen.size() > kMostListed) text += "\n  and " + std::to_string(chosen.size() - kMostListed) + " more";
+    return text;
+}
+
+std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view given, const std::string& kind,
+                   const std::string& command) {
+    std::string name(given);
+    while (name.size() > 1 && name.ends_with('/')) name.pop_back();
+    const std::string quoted = '"' + ShowText(name, "UTF-8") + '"';
+    const std::vector<std::size_t> found = Matching(candidates, name);
+    if (found.size() == 1) return found.front();
+    if (found.size() > 1) {
+        throw Trouble(kBadUsage,
+                      quoted + " is the name of more than one " + kind + "; say which:" + Listed(candidates, found));
+    }
+    if (candidates.empty()) {
+        throw Trouble(kNotFound, "there is no " + kind + " " + quoted + ", and no other one; `tarvex " + command +
+                                     " add` adds one");
+    }
+    std::vector<std::size_t> all(candidates.size());
+    for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
+    throw Trouble(kNotFound, "there is no " + kind + " " + quoted + "; there are:" + Listed(candidates, all));
+}
+
+std::string Remark(const std::string& nickname, const std::string& address) {
+    return nickname.empty() || address.empty() ? nickname + address : nickname + ", " + address;
+}
+
+}  // namespace
+
+std::vector<CUser*> AllUsers(const CRootPath& root) { return Sorted(root.users); }
+
+std::vector<NamedProfile> AllProfiles(const CRootPath& root) {
+    std::vector<NamedProfile> profiles;
+    for (CUser* const user : AllUsers(root)) {
+        for (CPopProfile* const profile : Sorted(user->profiles)) profiles.push_back({user, profile});
+    }
+    return profiles;
+}
+
+std::vector<NamedForward> AllForwards(const CRootPath& root) {
+    std::vector<NamedForward> forwards;
+    for (const auto& [user, profile] : AllProfiles(root)) {
+        for (CForwardAddress* const forward : Sorted(profile->forward_addresses)) {
+            forwards.push_back({user, profile, forward});
+        }
+    }
+    return forwards;
+}
+
+CUser& FindUser(const CRootPath& root, std::string_view name) {
+    const std::vector<CUser*> users = AllUsers(root);
+    std::vector<Candidate> candidates;
+    candidates.reserve(users.size());
+    for (const CUser* const user : users) {
+        candidates.push_back({{LevelOf(*user)}, ShownName(root, user->path), ShowText(user->setting.loginname)});
+    }
+    return *users[Choose(candidates, name, "user", "user")];
+}
+
+NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
+    const std::vector<NamedProfile> profiles = AllProfiles(root);
+    std::vector<Candidate> candidates;
+    candidates.reserve(profiles.size());
+    for (const auto& [user, profile] : profiles) {
+        candidates.push_back({{LevelOf(*user), LevelOf(*profile)},
+                              ShownName(root, profile->path),
+                              Remark(ShowText(profile->setting.nickname), ShowText(profile->setting.address))});
+    }
+    return profiles[Choose(candidates, name, "profile", "profile")];
+}
+
+NamedForward FindForward(const CRootPath& root, std::string_view name) {
+    const std::vector<NamedForward> forwards = AllForwards(root);
+    std::vector<Candidate> candidates;
+    candidates.reserve(forwards.size());
+    for (const auto& [user, profile, forward] : forwards) {
+        candidates.push_back({{LevelOf(*user), LevelOf(*profile), LevelOf(*forward)},
+                              ShownName(root, forward->path),
+                              Remark(ShowText(forward->setting.nickname), ShowText(forward->setting.address))});
+    }
+    return forwards[Choose(candidates, name, "forwarding address", "forward")];
+}
+
+std::string ShownName(const CRootPath& root, const CString& path) {
+    return ShowPath(path.substr(std::min(path.size(), root.path.size() + 1)));
+}
+
+}  // namespace tarvex::host

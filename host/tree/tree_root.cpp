@@ -1,0 +1,56 @@
+#include "host/tree/tree_root.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "host/system/account.h"
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/trouble.h"
+
+namespace tarvex::host {
+
+std::string RootDirectory(const Context& context) {
+    if (context.root_option) return *context.root_option;
+    // Looked up once: after WorkAsOwnerOf the superuser's settings are out of reach.
+    static const std::string remembered = [] {
+        CAppSetting setting;
+        setting.Load(ConfigurationDirectory());
+        return setting.rootpath;
+    }();
+    return remembered;
+}
+
+std::string WhyUnreadable(const std::string& directory) {
+    std::error_code error;
+    const std::filesystem::directory_iterator entries(NativePath(directory), error);
+    return error ? error.message() : std::string();
+}
+
+// To the engine a file in the place of the root, or a directory that cannot be read, is a tree without users, which is
+// nothing that a user of a command can mean.
+std::string LoadTree(CRootPath& root, const std::string& directory) {
+    WorkAsOwnerOf(directory);
+    if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";
+    return WhyUnreadable(directory);
+}
+
+void RequireRoot(const std::string& directory) {
+    std::error_code error;
+    if (!std::filesystem::exists(NativePath(directory), error)) {
+        throw Trouble(kNotFound, "there is no data tree at \"" + ShowPath(directory) +
+                                     "\"; make one with `tarvex init`, or name another with --root" +
+                                     RemarkOnOtherTrees());
+    }
+    WorkAsOwnerOf(directory);
+    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
+        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+    }
+}
+
+void OpenTree(CRootPath& root, const std::string& directory) {
+    RequireRoot(directory);
+    if (!root.SetRootPath(directory)) throw Trouble(kCannotWrite, "cannot load \"" + ShowPath(directory) + '"');
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,27 @@
+#pragma once
+
+// Which directory is the root, and loading the tree below it.
+
+#include <string>
+
+#include "host/commands/commands.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+// The directory of --root, else that of appset.def in the configuration directory, else the default of CAppSetting.
+std::string RootDirectory(const Context& context);
+
+// Why the directory cannot be read, empty when it can.
+std::string WhyUnreadable(const std::string& directory);
+
+// Why the tree below the directory cannot be loaded, empty when it has been. A missing directory is created.
+std::string LoadTree(CRootPath& root, const std::string& directory);
+
+// Throws Trouble when there is no directory that can be read. From here on the process works as its owner.
+void RequireRoot(const std::string& directory);
+
+// Loads the tree of a root that must exist; throws Trouble.
+void OpenTree(CRootPath& root, const std::string& directory);
+
+}  // namespace tarvex::host

@@ -1,8 +1,0 @@
-#include "host/commands.h"
-
-namespace tarvex::host {
-
-// There is no such command: the system's task scheduler starts `tarvex run` every minute or so.
-void AddServeCommand(CLI::App&, Context&) {}
-
-}  // namespace tarvex::host

@@ -1,7 +1,0 @@
-#include "host/service_connection.h"
-
-namespace tarvex::host {
-
-std::unique_ptr<ServiceConnection> ServiceConnection::Try(const std::string&) { return nullptr; }  // there are none
-
-}  // namespace tarvex::host
