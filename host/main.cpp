@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "host/commands/commands.h"
-#include "host/system/account.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
-#include "host/system/trouble.h"
+#include "host/system/tree_owner.h"
 #include "host/terminal/table.h"
 #include "host/tree/tree_root.h"
 
@@ -78,7 +78,7 @@ int main(int argc, char** argv) {
 
     FillStandardStreams();
     ShowUtf8();
-    const std::vector<std::string> words = Words(argc, argv);
+    const std::vector<std::string> words = Arguments(argc, argv);
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");
     app.set_version_flag("--version", "tarvex " TARVEX_VERSION);
     app.formatter(std::make_shared<HelpFormatter>());
@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
         if (context.root_option) context.root_option = TreePath(*context.root_option);
         const int code = context.command();
-        if (!std::cout.flush()) throw Trouble(kCannotWrite, "cannot write to standard output");
+        if (!std::cout.flush()) throw CommandError(kCannotWrite, "cannot write to standard output");
         return code;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(words)) {
@@ -116,9 +116,9 @@ int main(int argc, char** argv) {
             return kBadUsage;
         }
         return app.exit(error) == 0 ? kDone : kBadUsage;
-    } catch (const Trouble& trouble) {
-        std::cerr << "tarvex: " << trouble.what() << '\n';
-        return trouble.ExitCode();
+    } catch (const CommandError& error) {
+        std::cerr << "tarvex: " << error.what() << '\n';
+        return error.ExitCode();
     } catch (const std::exception& error) {
         std::cerr << "tarvex: " << error.what() << '\n';
         return kBroken;

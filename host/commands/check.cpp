@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "host/commands/choice.h"
 #include "host/commands/commands.h"
+#include "host/commands/profile_arguments.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
@@ -155,7 +155,8 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
     CRootPath root;
     OpenTree(root, RootDirectory(context));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
-    if (chosen.empty()) throw Trouble(kNotFound, "there is no profile to check; add one with `tarvex profile add`");
+    if (chosen.empty())
+        throw CommandError(kNotFound, "there is no profile to check; add one with `tarvex profile add`");
     bool good = true;
     Json list = Json::array();
     for (const NamedProfile& named : chosen) {
@@ -169,8 +170,9 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
 }  // namespace
 
 void AddCheckCommand(CLI::App& app, Context& context) {
-    AddLookCommand(app, context, "check",
-                   "Log in to the POP3 and SMTP servers of profiles, step by step; nothing is fetched or sent.", Check);
+    AddReadOnlyCommand(app, context, "check",
+                       "Log in to the POP3 and SMTP servers of profiles, step by step; nothing is fetched or sent.",
+                       Check);
 }
 
 }  // namespace tarvex::host

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "host/system/trouble.h"
-#include "host/terminal/secret.h"
+#include "host/system/command_error.h"
+#include "host/terminal/password_source.h"
 
 namespace tarvex::host {
 namespace {

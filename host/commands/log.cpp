@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "host/commands/commands.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
-#include "host/tree/log_file.h"
+#include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
@@ -33,7 +33,7 @@ void PrintLast(const Lines& lines, std::size_t count) {
     for (std::size_t i = lines.size() - std::min(count, lines.size()); i < lines.size(); ++i) {
         std::cout << ShowText(lines[i]) << '\n';
     }
-    if (!std::cout.flush()) throw Trouble(kCannotWrite, "cannot write to standard output");
+    if (!std::cout.flush()) throw CommandError(kCannotWrite, "cannot write to standard output");
 }
 
 // A run replaces the log as a whole, by a new file of the same name: that the time of the last change is another one
@@ -72,7 +72,7 @@ int Log(const Context& context, const Options& options) {
     const auto change = LastChange(profile.path);  // before the log is read, so that nothing is missed
     const std::optional<Lines> lines = ReadLog(profile.path);
     if (!lines && !options.follow) {
-        throw Trouble(kNotFound, ShownName(root, profile.path) + " has no log yet: a run writes it at its end");
+        throw CommandError(kNotFound, ShownName(root, profile.path) + " has no log yet: a run writes it at its end");
     }
     const std::size_t all = lines ? lines->size() : 0;
     PrintLast(lines.value_or(Lines()), options.count.value_or(options.follow ? kLinesBeforeFollowing : all));

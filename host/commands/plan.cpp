@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "host/commands/choice.h"
 #include "host/commands/commands.h"
+#include "host/commands/profile_arguments.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
@@ -76,19 +76,19 @@ void PrintMails(const CArray<CPlannedMail>& plan) {
     table.Print(std::cout);
 }
 
-// What the mailbox and the plan for it look like.
-struct Look {
+// What the mailbox holds, and the plan for it.
+struct Inspection {
     CMailboxListing listing;
     CArray<CPlannedMail> plan;
     bool listed = false;
 };
 
-Look LookAt(const CPopProfile& profile, CTime now) {
-    Look look;
-    look.listed = ListMailbox(profile.setting, &look.listing) != 0;
-    const bool planned = !look.listed || PlanRun(profile, look.listing.mails, now, &look.plan);
-    if (look.listing.steps.empty() || !planned) throw std::bad_alloc();
-    return look;
+Inspection Inspect(const CPopProfile& profile, CTime now) {
+    Inspection inspection;
+    inspection.listed = ListMailbox(profile.setting, &inspection.listing) != 0;
+    const bool planned = !inspection.listed || PlanRun(profile, inspection.listing.mails, now, &inspection.plan);
+    if (inspection.listing.steps.empty() || !planned) throw std::bad_alloc();
+    return inspection;
 }
 
 bool AnyTakesPart(const CPopProfile& profile, CTime now) {
@@ -106,16 +106,16 @@ bool PrintPlan(const CRootPath& root, const CPopProfile& profile, CTime now) {
         return true;
     }
     std::cout << std::flush;
-    const Look look = LookAt(profile, now);
-    if (look.listed) {
-        PrintMails(look.plan);
+    const Inspection inspection = Inspect(profile, now);
+    if (inspection.listed) {
+        PrintMails(inspection.plan);
     } else {
-        const CProbeStep& failed = look.listing.steps.back();
+        const CProbeStep& failed = inspection.listing.steps.back();
         std::cout << "  The mailbox cannot be listed: " << ProbeStepName(failed.kind) << ": "
                   << OneLine(failed.text, 100) << '\n'
                   << Paragraph(Advice(failed, Protocol::Pop, profile.setting), 2);
     }
-    return look.listed;
+    return inspection.listed;
 }
 
 Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
@@ -143,25 +143,26 @@ bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTim
                              {"takes_part", address->JudgeTakePart(now) != 0}});
     }
     const bool any = AnyTakesPart(profile, now);
-    const Look look = any ? LookAt(profile, now) : Look{.listing = {}, .plan = {}, .listed = true};
+    const Inspection inspection = any ? Inspect(profile, now) : Inspection{.listing = {}, .plan = {}, .listed = true};
     Json mails = Json::array();
-    for (const CPlannedMail& planned : look.plan) mails.push_back(JsonOf(root, planned));
+    for (const CPlannedMail& planned : inspection.plan) mails.push_back(JsonOf(root, planned));
     list.push_back({{"path", ShownName(root, profile.path)},
                     {"address", Utf8Text(profile.setting.address)},
                     {"switched_on", profile.setting.status != 0},
                     {"due", profile.setting.status != 0 && due <= now},
                     {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
                     {"addresses", addresses},
-                    {"error", look.listed ? Json() : Json(Utf8Text(look.listing.steps.back().text))},
+                    {"error", inspection.listed ? Json() : Json(Utf8Text(inspection.listing.steps.back().text))},
                     {"messages", mails}});
-    return look.listed;
+    return inspection.listed;
 }
 
 int Plan(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
     OpenTree(root, RootDirectory(context));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
-    if (chosen.empty()) throw Trouble(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
+    if (chosen.empty())
+        throw CommandError(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
     bool good = true;
     Json list = Json::array();
     for (const NamedProfile& named : chosen) {
@@ -177,8 +178,9 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
 }  // namespace
 
 void AddPlanCommand(CLI::App& app, Context& context) {
-    AddLookCommand(app, context, "plan",
-                   "Say what the next run would fetch and to whom each message would go; nothing is changed.", Plan);
+    AddReadOnlyCommand(app, context, "plan",
+                       "Say what the next run would fetch and to whom each message would go; nothing is changed.",
+                       Plan);
 }
 
 }  // namespace tarvex::host

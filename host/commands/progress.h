@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/service/runs.h"
+#include "host/service/run_reports.h"
 
 namespace tarvex::host {
 

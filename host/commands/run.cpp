@@ -15,17 +15,17 @@
 #include <variant>
 #include <vector>
 
-#include "host/commands/choice.h"
 #include "host/commands/commands.h"
+#include "host/commands/profile_arguments.h"
 #include "host/commands/progress.h"
 #include "host/commands/submit.h"
-#include "host/service/runs.h"
-#include "host/system/account.h"
+#include "host/service/run_reports.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
-#include "host/system/trouble.h"
-#include "host/tree/run_state.h"
+#include "host/system/tree_owner.h"
+#include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
 
@@ -86,7 +86,7 @@ void PrintReports(const CRootPath& root, const std::vector<NamedProfile>& chosen
     }
 }
 
-Trouble CannotUse(const std::string& directory, const std::string& why) {
+CommandError CannotUse(const std::string& directory, const std::string& why) {
     return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
 }
 
@@ -100,7 +100,7 @@ void RequireRootToRun(const std::string& directory, bool may_make) {
             throw CannotUse(directory, trouble);
     }
     WorkAsOwnerOf(directory);
-    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) throw CannotUse(directory, trouble);
+    if (const std::string trouble = WhyRootUnreadable(directory); !trouble.empty()) throw CannotUse(directory, trouble);
 }
 
 // Under the lock of the root.
@@ -123,7 +123,7 @@ int RunHere(const std::string& directory, const Options& options) {
         if (UnsavedListBytes(*copy) > 0) AddLeftOut(failed, ShownName(root, copy->path), kStateNotSaved);
     }
     if (!options.quiet) PrintReports(root, chosen, !options.names.empty());
-    if (!failed.empty()) throw Trouble(kCannotWrite, failed);
+    if (!failed.empty()) throw CommandError(kCannotWrite, failed);
     if (!options.quiet && options.names.empty() && root.running_copies.empty()) std::cout << kNothingDue;
     return kDone;
 }
@@ -143,7 +143,7 @@ public:
         std::vector<RunNow> runs;
         try {
             if (auto service = ServiceConnection::Try(directory_)) runs = service->Report().runs;
-        } catch (const Trouble&) {
+        } catch (const CommandError&) {
             return;  // what has become of the service, the answer that is waited for will tell
         }
         std::erase_if(runs, [this](const RunNow& run) { return !chosen_.contains(run.profile); });
@@ -168,7 +168,7 @@ int RunByService(ServiceConnection& service, const std::string& directory, const
     const int code = service.Run({options.names, options.now}, reply, PrintNote, show);
     progress.reset();  // off the terminal
     if (!options.quiet) std::cout << reply.printed;
-    if (code != kDone) throw Trouble(code, reply.error);
+    if (code != kDone) throw CommandError(code, reply.error);
     return code;
 }
 

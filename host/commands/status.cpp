@@ -7,16 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "host/commands/choice.h"
 #include "host/commands/commands.h"
+#include "host/commands/profile_arguments.h"
 #include "host/service/service_connection.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
-#include "host/tree/log_file.h"
-#include "host/tree/run_state.h"
+#include "host/tree/log_reader.h"
+#include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
 
@@ -158,7 +158,7 @@ void AddReport(const std::string& directory, std::vector<Status>& all) {
         auto service = ServiceConnection::Try(directory);
         if (!service) return;
         report = service->Report();
-    } catch (const Trouble&) {
+    } catch (const CommandError&) {
         return;  // the rest is worth showing
     }
     for (Status& status : all) {
@@ -190,7 +190,7 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
 }  // namespace
 
 void AddStatusCommand(CLI::App& app, Context& context) {
-    AddLookCommand(
+    AddReadOnlyCommand(
         app, context, "status", "Say of every profile when it last ran, how that ended, and when it is due next.",
         ShowStatus,
         "What is counted is what the logs still hold: messages fetched, and copies that the SMTP server took.");

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "host/tree/tree_root.h"
 
 namespace tarvex::host {
@@ -14,8 +14,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kPatience{2000};  // with edits; a run keeps the lock for longer
-constexpr std::chrono::milliseconds kPause{20};
+constexpr std::chrono::milliseconds kLockTimeout{2000};  // with edits; a run keeps the lock for longer
+constexpr std::chrono::milliseconds kRetryInterval{20};
 
 int EditTree(const std::string& directory, const EditRequest& request, Reply& reply) {
     CRootPath root;
@@ -33,7 +33,8 @@ int MakeEdit(const std::string& directory, const EditRequest& request, Reply& re
 }  // namespace
 
 LockOrService TakeLockOrService(const std::string& directory, const std::string& command) {
-    for (const auto deadline = Clock::now() + kPatience; Clock::now() < deadline; std::this_thread::sleep_for(kPause)) {
+    for (const auto deadline = Clock::now() + kLockTimeout; Clock::now() < deadline;
+         std::this_thread::sleep_for(kRetryInterval)) {
         if (std::optional<RootLock> lock = RootLock::Try(directory, command)) return std::move(*lock);
         if (auto service = ServiceConnection::Try(directory)) return service;
     }
@@ -47,9 +48,10 @@ int Submit(const Context& context, const EditRequest& request) {
     RequireRoot(directory);
     Reply reply;
     const int code = MakeEdit(directory, request, reply);
-    if (code != kDone) throw Trouble(code, reply.error);
+    if (code != kDone) throw CommandError(code, reply.error);
     std::cout << reply.printed;
-    if (!std::cout.flush()) throw Trouble(kCannotWrite, "the change was made, but standard output cannot be written");
+    if (!std::cout.flush())
+        throw CommandError(kCannotWrite, "the change was made, but standard output cannot be written");
     return code;
 }
 

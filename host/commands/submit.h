@@ -15,14 +15,14 @@ namespace tarvex::host {
 
 using LockOrService = std::variant<RootLock, std::unique_ptr<ServiceConnection>>;
 
-// The lock of the root for the command, or the service that has it. Throws Trouble, which names the holder, when that
-// is another command that does not let go soon.
+// The lock of the root for the command, or the service that has it. Throws CommandError, which names the holder, when
+// that is another command that does not let go soon.
 LockOrService TakeLockOrService(const std::string& directory, const std::string& command);
 
 // Tells what the service waits for.
 void PrintNote(const std::string& note);
 
-// Has the edit made, and prints what is to be said about it. Returns the exit code of the command; throws Trouble.
+// Has the edit made, and prints what is to be said about it. Returns the exit code of the command; throws CommandError.
 int Submit(const Context& context, const EditRequest& request);
 
 }  // namespace tarvex::host

@@ -4,9 +4,9 @@
 #include <system_error>
 #include <utility>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -29,7 +29,7 @@ NewDirectory::NewDirectory(const CString& parent, std::string_view prefix, const
     std::error_code error;
     fs::create_directory(NativePath(path_), error);
     if (!error) fs::permissions(NativePath(path_), fs::perms::owner_all, error);
-    if (error) throw Trouble(kCannotMake, "cannot make \"" + ShowPath(path_) + "\": " + error.message());
+    if (error) throw CommandError(kCannotMake, "cannot make \"" + ShowPath(path_) + "\": " + error.message());
     goes_ = true;
 }
 

@@ -15,7 +15,7 @@ namespace tarvex::host {
 // removes the directory, unless it was there before.
 class NewDirectory {
 public:
-    // Throws Trouble when it cannot be made.
+    // Throws CommandError when it cannot be made.
     NewDirectory(const CString& parent, std::string_view prefix, const CString& marker);
     ~NewDirectory();
     NewDirectory(const NewDirectory&) = delete;

@@ -10,14 +10,14 @@
 #include <utility>
 
 #include "host/edit/directories.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
 #include "host/terminal/wording.h"
 #include "host/tree/interval.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
-#include "host/tree/run_state.h"
+#include "host/tree/readiness.h"
 #include "host/tree/schedule_text.h"
 
 namespace tarvex::host {
@@ -42,23 +42,23 @@ std::string Counted(std::size_t count, const std::string& one, const std::string
     return std::to_string(count) + ' ' + (count == 1 ? one : many);
 }
 
-Trouble CannotMakeIn(const CString& path) {
+CommandError CannotMakeIn(const CString& path) {
     return {kCannotMake, "cannot make a directory in \"" + ShowPath(path) + '"'};
 }
 
 // What is forwarded to the mailbox itself is fetched again, and forwarded again.
 void RefuseLoop(const CString& own, const CString& target) {
     if (!SameMailbox(own, target)) return;
-    throw Trouble(kBadUsage,
-                  '"' + ShowText(target) + "\" is the profile's own address: its mail would come back to it");
+    throw CommandError(kBadUsage,
+                       '"' + ShowText(target) + "\" is the profile's own address: its mail would come back to it");
 }
 
 // A save would put defaults in the place of what could not be read.
 void RequireReadable(const CPopProfile& profile) {
-    if (const std::string why = WhyUnreadable(profile); !why.empty()) throw Trouble(kCannotWrite, why);
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) throw CommandError(kCannotWrite, why);
 }
 
-Trouble CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
+CommandError CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
 
 // One of the things in the tree that have settings: its record, and the words about it.
 template <class Record>
@@ -68,13 +68,13 @@ public:
         for (const std::string& word : words) {
             const std::size_t equals = word.find('=');
             if (equals == std::string::npos)
-                throw Trouble(kBadUsage, "no value for \"" + ShowText(word, "UTF-8") + '"');
+                throw CommandError(kBadUsage, "no value for \"" + ShowText(word, "UTF-8") + '"');
             Take(word.substr(0, equals), word.substr(equals + 1), false);
         }
         for (const auto& [name, secret] : secrets) Take(name, secret, true);
     }
 
-    // Throws Trouble when a value is not allowed, or would not be read back; tries that in the root.
+    // Throws CommandError when a value is not allowed, or would not be read back; tries that in the root.
     void SetIn(Record& record, const CString& root) const {
         SetAgainIn(record);
         std::vector<const Key<Record>*> keys;
@@ -116,7 +116,7 @@ private:
     void Take(const std::string& name, const std::string& word, bool secret) {
         const Key<Record>& key = KeyNamed<Record>(name);
         if ((key.type == KeyType::Password) != secret) {
-            throw Trouble(kBadUsage, std::string(key.name) + ": a password is never taken from the command line");
+            throw CommandError(kBadUsage, std::string(key.name) + ": a password is never taken from the command line");
         }
         values_.emplace_back(&key, word);
     }
@@ -127,7 +127,7 @@ private:
 class Editor {
 public:
     Editor(CRootPath& root, const EditRequest& request) : root_(root), request_(request) {
-        if (request.words.size() < 3) throw Trouble(kBadUsage, "an edit needs more words");
+        if (request.words.size() < 3) throw CommandError(kBadUsage, "an edit needs more words");
     }
 
     std::string Apply() {
@@ -136,7 +136,7 @@ public:
         if (kind == "profile") return EditProfile();
         if (kind == "forward") return EditForward();
         if (kind == "schedule") return EditSchedule();
-        throw Trouble(kBadUsage, "an edit cannot begin with \"" + ShowText(kind, "UTF-8") + '"');
+        throw CommandError(kBadUsage, "an edit cannot begin with \"" + ShowText(kind, "UTF-8") + '"');
     }
 
     std::vector<CString> Touched() {
@@ -157,11 +157,11 @@ private:
     std::string Shown(const CString& path) const { return ShownName(root_, path); }
 
     [[noreturn]] void UnknownVerb() const {
-        throw Trouble(kBadUsage, "an edit cannot be \"" + ShowText(Verb(), "UTF-8") + '"');
+        throw CommandError(kBadUsage, "an edit cannot be \"" + ShowText(Verb(), "UTF-8") + '"');
     }
 
     // Saves what was changed in the object's setting, or puts the old values back.
-    // `refuse` throws Trouble for values that do not go with the rest of the tree.
+    // `refuse` throws CommandError for values that do not go with the rest of the tree.
     template <class Record, class Object, class Refuse>
     std::string Set(Object& object, const Refuse& refuse) {
         const Values<Record> values(Behind(3), request_.secrets);
@@ -193,13 +193,14 @@ private:
         const CString directory = object.path;
         const std::string what = WhatGoes(object);
         if (request_.words.size() > 3 && request_.words[3] != what) {
-            throw Trouble(kNotFound,
-                          Shown(directory) + " is something else by now (" + what + "); nothing was removed");
+            throw CommandError(kNotFound,
+                               Shown(directory) + " is something else by now (" + what + "); nothing was removed");
         }
         MoveAside(root_.path, directory);
         remove();
         if (FileExists(directory) || !DeleteAside(root_.path)) {
-            throw Trouble(kCannotWrite, "cannot delete \"" + ShowPath(directory) + "\" whole; delete the rest by hand");
+            throw CommandError(kCannotWrite,
+                               "cannot delete \"" + ShowPath(directory) + "\" whole; delete the rest by hand");
         }
         return "Removed " + Shown(directory) + ".\n";
     }
@@ -239,7 +240,7 @@ std::string Editor::EditUser() {
 void Editor::RefuseSecondUser(const CString& login_name) const {
     for (const auto& user : root_.users) {
         if (user->setting.loginname != login_name) continue;
-        throw Trouble(kBadUsage, "there is a user \"" + ShowText(login_name) + "\" already: " + Shown(user->path));
+        throw CommandError(kBadUsage, "there is a user \"" + ShowText(login_name) + "\" already: " + Shown(user->path));
     }
 }
 
@@ -360,7 +361,7 @@ std::string Editor::NoteOnTwin(const CPopProfile& profile, const CForwardAddress
 std::string Editor::EditSchedule() {
     const NamedForward named = FindForward(root_, Name());
     CForwardAddress& forward = *named.forward;
-    if (request_.words.size() < 4) throw Trouble(kBadUsage, "an edit of a schedule needs more words");
+    if (request_.words.size() < 4) throw CommandError(kBadUsage, "an edit of a schedule needs more words");
     RequireReadable(*named.profile);
     if (Verb() == "add") return AddTerm(forward);
     if (Verb() == "remove") return RemoveTerms(forward);
@@ -372,7 +373,7 @@ std::string Editor::AddTerm(CForwardAddress& forward) {
     const CScheduleSetting before(forward.schedule);
     std::string said;
     for (const CTerm& term : ParseTerms(request_.words[3])) {
-        if (forward.schedule.AddNewTerm(&term) < 0) throw Trouble(kBroken, "not enough memory");
+        if (forward.schedule.AddNewTerm(&term) < 0) throw CommandError(kBroken, "not enough memory");
         said += "  " + std::to_string(forward.schedule.terms.size()) + "  " + DescribeTerm(term) + '\n';
     }
     return SaveSchedule(forward, before) + "Added:\n" + said;
@@ -412,8 +413,8 @@ CTerm* Editor::ChosenTerm(const CForwardAddress& forward) const {
     const char* const end = which.data() + which.size();
     const auto [rest, error] = std::from_chars(which.data(), end, number);
     if (error == std::errc() && rest == end && number >= 1 && number <= terms.size()) return terms[number - 1].get();
-    throw Trouble(kNotFound, "there is no term " + ShowText(which, "UTF-8") + "; the schedule has " +
-                                 std::to_string(terms.size()) + " (see `tarvex schedule list`)");
+    throw CommandError(kNotFound, "there is no term " + ShowText(which, "UTF-8") + "; the schedule has " +
+                                      std::to_string(terms.size()) + " (see `tarvex schedule list`)");
 }
 
 std::string Editor::SaveSchedule(CForwardAddress& forward, const CScheduleSetting& before) {
@@ -444,9 +445,9 @@ int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
     try {
         reply.printed = Editor(root, request).Apply();
         return kDone;
-    } catch (const Trouble& trouble) {
-        reply.error = trouble.what();
-        return trouble.ExitCode();
+    } catch (const CommandError& error) {
+        reply.error = error.what();
+        return error.ExitCode();
     } catch (const std::exception& error) {
         reply.error = error.what();
         return kBroken;
@@ -456,7 +457,7 @@ int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
 std::vector<CString> TouchedProfiles(CRootPath& root, const EditRequest& request) {
     try {
         return Editor(root, request).Touched();
-    } catch (const Trouble&) {
+    } catch (const CommandError&) {
         return {};
     }
 }

@@ -3,30 +3,30 @@
 #include <fstream>
 #include <thread>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kPause{20};
+constexpr std::chrono::milliseconds kRetryInterval{20};
 
 }  // namespace
 
 std::filesystem::path RootLock::FileIn(const std::string& root) { return NativePath(root + "\\.tarvex.lock"); }
 
-RootLock RootLock::Take(const std::string& root, std::string_view command, std::chrono::milliseconds patience) {
-    const auto deadline = Clock::now() + patience;
+RootLock RootLock::Take(const std::string& root, std::string_view command, std::chrono::milliseconds timeout) {
+    const auto deadline = Clock::now() + timeout;
     for (;;) {
         if (std::optional<RootLock> lock = Try(root, command)) return std::move(*lock);
         if (Clock::now() >= deadline) break;
-        std::this_thread::sleep_for(kPause);
+        std::this_thread::sleep_for(kRetryInterval);
     }
-    throw Trouble(kTryLater,
-                  "\"" + ShowPath(root) + "\" is in use by " + Holder(root) + "; try again when that has ended");
+    throw CommandError(kTryLater,
+                       "\"" + ShowPath(root) + "\" is in use by " + Holder(root) + "; try again when that has ended");
 }
 
 std::string RootLock::Holder(const std::string& root) {

@@ -15,12 +15,13 @@ namespace tarvex::host {
 
 class RootLock {
 public:
-    // Nothing when another process holds it. Throws Trouble when the root has no place for a lock. The command
+    // Nothing when another process holds it. Throws CommandError when the root has no place for a lock. The command
     // ("serve") is what others are told. Sweeps what killed commands left in the root.
     static std::optional<RootLock> Try(const std::string& root, std::string_view command);
 
-    // Waits for a holder that lets go soon. Throws Trouble, which names the holder, when that does not come in time.
-    static RootLock Take(const std::string& root, std::string_view command, std::chrono::milliseconds patience);
+    // Waits for a holder that lets go soon. Throws CommandError, which names the holder, when that does not come in
+    // time.
+    static RootLock Take(const std::string& root, std::string_view command, std::chrono::milliseconds timeout);
 
     // Who holds it, for a sentence: "tarvex serve (process 4711)".
     static std::string Holder(const std::string& root);

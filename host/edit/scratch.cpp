@@ -6,9 +6,9 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -36,7 +36,7 @@ bool IsLeftOver(const fs::directory_entry& folder) {
 
 ScratchFolder::ScratchFolder(const CString& parent) try : path_(MakeNewFolder(parent + '\\' + std::string(kStart))) {
 } catch (const std::system_error& error) {
-    throw Trouble(kCannotMake, "cannot write in \"" + ShowPath(parent) + "\": " + error.code().message());
+    throw CommandError(kCannotMake, "cannot write in \"" + ShowPath(parent) + "\": " + error.code().message());
 }
 
 ScratchFolder::~ScratchFolder() {

@@ -11,7 +11,7 @@ namespace tarvex::host {
 // Removed with what it holds, unless the process is killed.
 class ScratchFolder {
 public:
-    explicit ScratchFolder(const CString& parent);  // throws Trouble
+    explicit ScratchFolder(const CString& parent);  // throws CommandError
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/edit/edit.h"
-#include "host/service/runs.h"
+#include "host/service/run_reports.h"
 
 namespace tarvex::host {
 
@@ -18,10 +18,10 @@ struct RunRequest {
     bool now = false;                // also those that are not due
 };
 
-// For one request. Its operations throw Trouble when the service ends before it has answered.
+// For one request. Its operations throw CommandError when the service ends before it has answered.
 class ServiceConnection {
 public:
-    // Null when no service answers there. Throws Trouble when what answers is another user's.
+    // Null when no service answers there. Throws CommandError when what answers is another user's.
     static std::unique_ptr<ServiceConnection> Try(const std::string& root);
 
     virtual ~ServiceConnection() = default;
@@ -35,7 +35,7 @@ public:
     virtual int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
                     const std::function<void()>& on_wait) = 0;
 
-    virtual ServiceReport Report() = 0;  // throws Trouble also when the answer takes seconds
+    virtual ServiceReport Report() = 0;  // throws CommandError also when the answer takes seconds
 };
 
 }  // namespace tarvex::host

@@ -15,8 +15,8 @@ std::filesystem::path NativePath(std::string_view path);
 // The same as UTF-8, as far as it is text.
 std::string PathAsUtf8(std::string_view path);
 
-// A path that somebody typed (UTF-8) as a path of the tree. Throws Trouble when the system's code page cannot express
-// it.
+// A path that somebody typed (UTF-8) as a path of the tree. Throws CommandError when the system's code page cannot
+// express it.
 std::string TreePath(std::string_view typed);
 
 // The same, whole and without a slash at its end, for one that may be relative to the current directory.

@@ -8,7 +8,7 @@
 namespace tarvex::host {
 
 // The words of the command line as UTF-8, the program's first.
-std::vector<std::string> Words(int argc, char** argv);
+std::vector<std::string> Arguments(int argc, char** argv);
 
 // Fills what is missing of standard input, output and errors, so that nothing that is opened later is taken for it.
 void FillStandardStreams();

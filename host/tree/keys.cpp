@@ -1,5 +1,4 @@
 #include "host/tree/keys.h"
-#include "host/system/account.h"
 
 #include <algorithm>
 #include <array>
@@ -10,10 +9,11 @@
 #include <nlohmann/json.hpp>
 
 #include "host/edit/scratch.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
-#include "host/terminal/stored_text.h"
+#include "host/system/tree_owner.h"
+#include "host/terminal/tree_text.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -154,15 +154,16 @@ bool IsPlainAscii(std::string_view text) {
 void RequireHostName(const KeyInfo& key, std::string_view host) {
     const std::string start = std::string(key.name) + " \"" + ShowText(host, "UTF-8") + "\" is not a host name: ";
     if (!IsPlainAscii(host)) {
-        throw Trouble(kBadUsage, start +
-                                     "it has blanks or letters beyond ASCII (a name in another script has an ASCII "
-                                     "form that begins with xn--)");
+        throw CommandError(kBadUsage,
+                           start +
+                               "it has blanks or letters beyond ASCII (a name in another script has an ASCII "
+                               "form that begins with xn--)");
     }
     if (std::ranges::count(host, ':') == 1) {
-        throw Trouble(kBadUsage, start + "the port has a key of its own, popport or smtpport");
+        throw CommandError(kBadUsage, start + "the port has a key of its own, popport or smtpport");
     }
     if (host.find_first_of("/[]@<>,;\\\"") != std::string_view::npos) {
-        throw Trouble(kBadUsage, start + "write it like mail.example.org");
+        throw CommandError(kBadUsage, start + "write it like mail.example.org");
     }
 }
 
@@ -183,16 +184,16 @@ void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view
     const bool good = at != std::string_view::npos && at > 0 && at + 1 < plain.size() && IsPlainAscii(plain) &&
                       plain.find_first_of("<>(),;") == std::string_view::npos;
     if (good) return;
-    throw Trouble(kBadUsage, std::string(key.name) + " \"" + ShowText(given, "UTF-8") +
-                                 "\" is not a mail address; write it like me@example.org" +
-                                 (key.type == KeyType::Recipient ? " or Taro <taro@example.org>" : ""));
+    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowText(given, "UTF-8") +
+                                      "\" is not a mail address; write it like me@example.org" +
+                                      (key.type == KeyType::Recipient ? " or Taro <taro@example.org>" : ""));
 }
 
 CString PathValue(const KeyInfo& key, std::string_view word) {
     CString path = TreePath(word);
     if (!NativePath(path).is_absolute()) {
-        throw Trouble(kBadUsage, std::string(key.name) + " \"" + ShowPath(path) +
-                                     "\" is not a whole path; write it like " + ShowPath(UsualRootDirectory()));
+        throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowPath(path) +
+                                          "\" is not a whole path; write it like " + ShowPath(UsualRootDirectory()));
     }
     return path;
 }
@@ -200,19 +201,19 @@ CString PathValue(const KeyInfo& key, std::string_view word) {
 CString TextValue(const KeyInfo& key, std::string_view word) {
     if (key.type == KeyType::Password) {
         if (word.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-            throw Trouble(kBadData, std::string(key.name) + ": a password has one line, without zero bytes");
+            throw CommandError(kBadData, std::string(key.name) + ": a password has one line, without zero bytes");
         }
         return CString(word);
     }
-    if (key.is_needed && word.empty()) throw Trouble(kBadUsage, std::string(key.name) + " cannot be empty");
+    if (key.is_needed && word.empty()) throw CommandError(kBadUsage, std::string(key.name) + " cannot be empty");
     if (key.type == KeyType::Path) return PathValue(key, word);
     if (key.type == KeyType::HostName) RequireHostName(key, word);
     if (key.type == KeyType::Mailbox) RequireAddress(key, word, word);
     if (key.type == KeyType::Recipient) RequireAddress(key, word, PlainAddress(std::string(word)));
     try {
         return ToStored(word);
-    } catch (const Trouble& trouble) {
-        throw Trouble(trouble.ExitCode(), std::string(key.name) + ": " + trouble.what());
+    } catch (const CommandError& error) {
+        throw CommandError(error.ExitCode(), std::string(key.name) + ": " + error.what());
     }
 }
 
@@ -224,8 +225,8 @@ int NumberValue(const KeyInfo& key, std::string_view word) {
     const char* const end = word.data() + word.size();
     const auto [rest, error] = std::from_chars(word.data(), end, value);
     if (error != std::errc() || rest != end || word.empty() || value < key.lowest || value > key.highest) {
-        throw Trouble(kBadUsage, std::string(key.name) + " cannot be \"" + ShowText(word, "UTF-8") + "\"; it is " +
-                                     AllowedValues(key));
+        throw CommandError(kBadUsage, std::string(key.name) + " cannot be \"" + ShowText(word, "UTF-8") + "\"; it is " +
+                                          AllowedValues(key));
     }
     return value;
 }
@@ -237,7 +238,7 @@ std::string NumberText(const KeyInfo& key, int value) {
     return std::to_string(value);
 }
 
-Trouble NoSurvivor(const KeyInfo& key, const std::string& stored, const std::string& read) {
+CommandError NoSurvivor(const KeyInfo& key, const std::string& stored, const std::string& read) {
     const std::string name = key.name;
     if (key.type == KeyType::Password)
         return {kBadData, name + ": its last byte would be lost; choose another password"};
@@ -269,7 +270,7 @@ template <class Record>
 const Key<Record>& KeyNamed(std::string_view name) {
     const std::span<const Key<Record>> keys = Keys<Record>();
     const auto found = std::ranges::find_if(keys, [&](const Key<Record>& key) { return key.name == name; });
-    if (found == keys.end()) throw Trouble(kBadUsage, "there is no key \"" + ShowText(name, "UTF-8") + "\" here");
+    if (found == keys.end()) throw CommandError(kBadUsage, "there is no key \"" + ShowText(name, "UTF-8") + "\" here");
     return *found;
 }
 
@@ -339,7 +340,7 @@ void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>
     const ScratchFolder folder(directory);
     Record read;
     if (!record.Save(folder.Path()) || !read.Load(folder.Path())) {
-        throw Trouble(kCannotWrite, "cannot write in \"" + ShowPath(directory) + '"');
+        throw CommandError(kCannotWrite, "cannot write in \"" + ShowPath(directory) + '"');
     }
     for (const Key<Record>* const key : keys) {
         const auto same = [&](auto field) { return record.*field == read.*field; };
@@ -365,8 +366,8 @@ CTime ParseMoment(std::string_view text) {
     const CTime moment = GetCTime(commas.data());
     if (count != 5 || word.rfind(':') + 3 != word.size() || used != static_cast<int>(word.size()) ||
         ShowMoment(moment) != normal.data()) {
-        throw Trouble(kBadUsage, '"' + ShowText(text, "UTF-8") +
-                                     "\" is not a moment; write now, never or a time like 2026-12-24 18:00");
+        throw CommandError(kBadUsage, '"' + ShowText(text, "UTF-8") +
+                                          "\" is not a moment; write now, never or a time like 2026-12-24 18:00");
     }
     return moment;
 }

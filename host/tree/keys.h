@@ -54,14 +54,14 @@ struct Key : KeyInfo {
 template <class Record>
 std::span<const Key<Record>> Keys();
 
-// Throws Trouble when the record has no such key.
+// Throws CommandError when the record has no such key.
 template <class Record>
 const Key<Record>& KeyNamed(std::string_view name);
 
 // What the key accepts, for a sentence: "on or off", "0 to 600", "a host name or address".
 std::string AllowedValues(const KeyInfo& key);
 
-// The value that a word of the command line (UTF-8) stands for; throws Trouble when the key does not allow it. A
+// The value that a word of the command line (UTF-8) stands for; throws CommandError when the key does not allow it. A
 // password takes the bytes as they are: a server compares bytes.
 template <class Record>
 void SetValue(Record& record, const Key<Record>& key, std::string_view word);
@@ -75,15 +75,15 @@ std::string ShowValue(const Record& record, const Key<Record>& key);
 template <class Record>
 nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key);
 
-// Throws Trouble when the value of one of the keys would be read back as another one: saves the record in a scratch
-// folder below the directory, and loads it. In a root this is for the holder of its lock.
+// Throws CommandError when the value of one of the keys would be read back as another one: saves the record in a
+// scratch folder below the directory, and loads it. In a root this is for the holder of its lock.
 template <class Record>
 void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>& keys, const CString& directory);
 
 // Whether two addresses are the same, whatever display names, comments and letter case they come with.
 bool SameMailbox(const CString& left, const CString& right);
 
-// The moment that a text means (see KeyType::Moment), to the minute. Throws Trouble when it is none.
+// The moment that a text means (see KeyType::Moment), to the minute. Throws CommandError when it is none.
 CTime ParseMoment(std::string_view text);
 
 }  // namespace tarvex::host

@@ -5,8 +5,8 @@
 #include <cctype>
 #include <span>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -162,16 +162,16 @@ std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view gi
     const std::vector<std::size_t> found = Matching(candidates, name);
     if (found.size() == 1) return found.front();
     if (found.size() > 1) {
-        throw Trouble(kBadUsage,
-                      quoted + " is the name of more than one " + kind + "; say which:" + Listed(candidates, found));
+        throw CommandError(
+            kBadUsage, quoted + " is the name of more than one " + kind + "; say which:" + Listed(candidates, found));
     }
     if (candidates.empty()) {
-        throw Trouble(kNotFound, "there is no " + kind + " " + quoted + ", and no other one; `tarvex " + command +
-                                     " add` adds one");
+        throw CommandError(kNotFound, "there is no " + kind + " " + quoted + ", and no other one; `tarvex " + command +
+                                          " add` adds one");
     }
     std::vector<std::size_t> all(candidates.size());
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
-    throw Trouble(kNotFound, "there is no " + kind + " " + quoted + "; there are:" + Listed(candidates, all));
+    throw CommandError(kNotFound, "there is no " + kind + " " + quoted + "; there are:" + Listed(candidates, all));
 }
 
 std::string Remark(const std::string& nickname, const std::string& address) {

@@ -28,7 +28,8 @@ std::vector<CUser*> AllUsers(const CRootPath& root);
 std::vector<NamedProfile> AllProfiles(const CRootPath& root);
 std::vector<NamedForward> AllForwards(const CRootPath& root);
 
-// Names are UTF-8. Throw Trouble: kNotFound says what there is, kBadUsage lists the candidates of an ambiguous name.
+// Names are UTF-8. Throw CommandError: kNotFound says what there is, kBadUsage lists the candidates of an ambiguous
+// name.
 CUser& FindUser(const CRootPath& root, std::string_view name);
 NamedProfile FindProfile(const CRootPath& root, std::string_view name);
 NamedForward FindForward(const CRootPath& root, std::string_view name);

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/tree/log_file.h"
+#include "host/tree/log_reader.h"
 #include "tarvex/log.h"
 
 namespace tarvex::host {

@@ -8,8 +8,8 @@
 #include <optional>
 #include <tuple>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -31,9 +31,9 @@ struct Moment {
 };
 
 [[noreturn]] void Refuse(std::string_view text, const std::string& why) {
-    throw Trouble(kBadUsage, '"' + ShowText(text, "UTF-8") + "\" is not a term: " + why +
-                                 "; write it like \"mon-fri 9:00-17:30\", \"daily 22:00-6:00\" or "
-                                 "\"2026-12-24 18:00 .. 2026-12-26 9:00\"");
+    throw CommandError(kBadUsage, '"' + ShowText(text, "UTF-8") + "\" is not a term: " + why +
+                                      "; write it like \"mon-fri 9:00-17:30\", \"daily 22:00-6:00\" or "
+                                      "\"2026-12-24 18:00 .. 2026-12-26 9:00\"");
 }
 
 std::string Lower(std::string_view text) {

@@ -11,7 +11,7 @@
 namespace tarvex::host {
 
 // "mon-fri 9:00-17:30", "sat,sun 10:00-12:00", "daily 22:00-6:00", "2026-12-24 18:00 .. 2026-12-26 9:00". One term for
-// each day of the week that is named, switched on. Throws Trouble that says how to write it.
+// each day of the week that is named, switched on. Throws CommandError that says how to write it.
 std::vector<CTerm> ParseTerms(std::string_view text);
 
 // How the term would be written, "?" for one that cannot be written so.

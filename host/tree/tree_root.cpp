@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <system_error>
 
-#include "host/system/account.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
+#include "host/system/tree_owner.h"
 
 namespace tarvex::host {
 
@@ -21,7 +21,7 @@ std::string RootDirectory(const Context& context) {
     return remembered;
 }
 
-std::string WhyUnreadable(const std::string& directory) {
+std::string WhyRootUnreadable(const std::string& directory) {
     std::error_code error;
     const std::filesystem::directory_iterator entries(NativePath(directory), error);
     return error ? error.message() : std::string();
@@ -32,25 +32,25 @@ std::string WhyUnreadable(const std::string& directory) {
 std::string LoadTree(CRootPath& root, const std::string& directory) {
     WorkAsOwnerOf(directory);
     if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";
-    return WhyUnreadable(directory);
+    return WhyRootUnreadable(directory);
 }
 
 void RequireRoot(const std::string& directory) {
     std::error_code error;
     if (!std::filesystem::exists(NativePath(directory), error)) {
-        throw Trouble(kNotFound, "there is no data tree at \"" + ShowPath(directory) +
-                                     "\"; make one with `tarvex init`, or name another with --root" +
-                                     RemarkOnOtherTrees());
+        throw CommandError(kNotFound, "there is no data tree at \"" + ShowPath(directory) +
+                                          "\"; make one with `tarvex init`, or name another with --root" +
+                                          RemarkOnOtherTrees());
     }
     WorkAsOwnerOf(directory);
-    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
-        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+    if (const std::string trouble = WhyRootUnreadable(directory); !trouble.empty()) {
+        throw CommandError(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
     }
 }
 
 void OpenTree(CRootPath& root, const std::string& directory) {
     RequireRoot(directory);
-    if (!root.SetRootPath(directory)) throw Trouble(kCannotWrite, "cannot load \"" + ShowPath(directory) + '"');
+    if (!root.SetRootPath(directory)) throw CommandError(kCannotWrite, "cannot load \"" + ShowPath(directory) + '"');
 }
 
 }  // namespace tarvex::host

@@ -13,15 +13,15 @@ namespace tarvex::host {
 std::string RootDirectory(const Context& context);
 
 // Why the directory cannot be read, empty when it can.
-std::string WhyUnreadable(const std::string& directory);
+std::string WhyRootUnreadable(const std::string& directory);
 
 // Why the tree below the directory cannot be loaded, empty when it has been. A missing directory is created.
 std::string LoadTree(CRootPath& root, const std::string& directory);
 
-// Throws Trouble when there is no directory that can be read. From here on the process works as its owner.
+// Throws CommandError when there is no directory that can be read. From here on the process works as its owner.
 void RequireRoot(const std::string& directory);
 
-// Loads the tree of a root that must exist; throws Trouble.
+// Loads the tree of a root that must exist; throws CommandError.
 void OpenTree(CRootPath& root, const std::string& directory);
 
 }  // namespace tarvex::host

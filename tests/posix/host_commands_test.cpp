@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "host/edit/root_lock.h"
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "host/tree/keys.h"
 #include "tarvex/tarvex.h"
 #include "testing/child_process.h"

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {

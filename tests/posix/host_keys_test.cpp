@@ -12,9 +12,9 @@
 #include <string>
 
 #include "engine/interval.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
-#include "host/terminal/stored_text.h"
+#include "host/terminal/tree_text.h"
 #include "host/terminal/wording.h"
 #include "host/tree/interval.h"
 #include "testing/temp_dir.h"
@@ -54,7 +54,7 @@ template <class Call>
 std::string Refusal(int exit_code, Call call) {
     try {
         call();
-    } catch (const host::Trouble& trouble) {
+    } catch (const host::CommandError& trouble) {
         EXPECT_EQ(trouble.ExitCode(), exit_code) << trouble.what();
         return trouble.what();
     }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {
@@ -48,7 +48,7 @@ protected:
     static std::string Refusal(Find find, int exit_code) {
         try {
             find();
-        } catch (const host::Trouble& trouble) {
+        } catch (const host::CommandError& trouble) {
             EXPECT_EQ(trouble.ExitCode(), exit_code);
             return trouble.what();
         }

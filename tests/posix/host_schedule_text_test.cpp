@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "engine/schedule.h"
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "store/time_text.h"
 
 namespace tarvex::testing {
@@ -104,7 +104,7 @@ TEST(ScheduleText, WhatIsNoTermIsRefusedWithAnExample) {
         try {
             host::ParseTerms(text);
             ADD_FAILURE() << text;
-        } catch (const host::Trouble& trouble) {
+        } catch (const host::CommandError& trouble) {
             EXPECT_EQ(trouble.ExitCode(), host::kBadUsage);
             EXPECT_THAT(trouble.what(), HasSubstr("mon-fri 9:00-17:30"));
         }

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "testing/child_process.h"
 #include "testing/mail_servers.h"
 #include "testing/scripted_server.h"

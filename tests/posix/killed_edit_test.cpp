@@ -13,7 +13,7 @@
 
 #include "host/edit/edit.h"
 #include "host/edit/root_lock.h"
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "testing/temp_dir.h"
 #include "tests/posix/system_calls.h"
 

@@ -1,6 +1,6 @@
 // What a log tells of the runs, and what is new in a log that was replaced.
 
-#include "host/tree/log_file.h"
+#include "host/tree/log_reader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

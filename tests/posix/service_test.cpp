@@ -26,7 +26,7 @@
 
 #include "host/service/posix/control_socket.h"
 #include "host/service/posix/descriptor.h"
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "tests/host_program.h"
 
 namespace tarvex::testing {
@@ -941,7 +941,7 @@ TEST_F(ServiceClients, TrustNoServiceOfAnotherUser) {
     try {
         host::ServiceConnection::Try(host_.Root());
         FAIL();
-    } catch (const host::Trouble& trouble) {
+    } catch (const host::CommandError& trouble) {
         EXPECT_EQ(trouble.ExitCode(), host::kNotAllowed);
         EXPECT_THAT(trouble.what(), HasSubstr("is another user's"));
     }

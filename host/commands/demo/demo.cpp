@@ -17,11 +17,11 @@
 #include <vector>
 
 #include "host/commands/commands.h"
-#include "host/commands/demo/demo_mails.h"
+#include "host/commands/demo/mails.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
-#include "host/system/trouble.h"
 #include "host/tree/run_log.h"
 #include "tarvex/tarvex.h"
 #include "testing/mail_servers.h"

@@ -7,8 +7,8 @@
 
 #include "host/commands/commands.h"
 #include "host/service/posix/service.h"
+#include "host/system/command_error.h"
 #include "host/system/process.h"
-#include "host/system/trouble.h"
 #include "host/tree/tree_root.h"
 
 namespace tarvex::host {
@@ -29,7 +29,7 @@ void AddServeCommand(CLI::App& app, Context& context) {
     serve->callback([&context, every] {
         context.command = [&context, every] {
             if (std::isnan(*every))
-                throw Trouble(kBadUsage, "--every: \"nan\" is no number of seconds");  // in any range
+                throw CommandError(kBadUsage, "--every: \"nan\" is no number of seconds");  // in any range
             RaiseFileLimit();
             const std::chrono::duration<double> seconds(*every);
             return Service(RootDirectory(context), std::chrono::duration_cast<std::chrono::microseconds>(seconds))

@@ -11,9 +11,9 @@
 
 #include "host/edit/directories.h"
 #include "host/edit/scratch.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -31,8 +31,8 @@ void RequireOwnRoot(const std::string& root) {
     constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
     struct stat status {};
     if (stat(NativePath(root).c_str(), &status) != 0 || (status.st_mode & kOthersMayWrite) == 0) return;
-    throw Trouble(kBadSettings,
-                  '"' + ShowPath(root) + "\" may be changed by others than its owner; `chmod go-w` ends that");
+    throw CommandError(kBadSettings,
+                       '"' + ShowPath(root) + "\" may be changed by others than its owner; `chmod go-w` ends that");
 }
 
 bool IsOwn(int descriptor) {
@@ -45,7 +45,7 @@ bool IsOwn(int descriptor) {
 std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view command) {
     RequireOwnRoot(root);
     const int descriptor = open(FileIn(root).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    const auto fail = [&]() -> Trouble {
+    const auto fail = [&]() -> CommandError {
         const int code = errno == EACCES || errno == EPERM ? kNotAllowed : kCannotMake;
         return {code, "cannot lock \"" + ShowPath(root) + "\": " + std::strerror(errno)};
     };
@@ -54,7 +54,7 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     if (!IsOwn(descriptor)) {
         lock.file_ = kNoFile;
         close(descriptor);
-        throw Trouble(kNotAllowed, "cannot lock \"" + ShowPath(root) + "\": the lock file is another user's");
+        throw CommandError(kNotAllowed, "cannot lock \"" + ShowPath(root) + "\": the lock file is another user's");
     }
     if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) throw fail();

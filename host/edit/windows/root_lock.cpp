@@ -7,8 +7,8 @@
 
 #include "host/edit/directories.h"
 #include "host/edit/scratch.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -33,7 +33,7 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     if (file == INVALID_HANDLE_VALUE) {
         const DWORD error = GetLastError();
         if (error == ERROR_SHARING_VIOLATION) return std::nullopt;
-        throw Trouble(
+        throw CommandError(
             error == ERROR_ACCESS_DENIED ? kNotAllowed : kCannotMake,
             "cannot lock \"" + ShowPath(root) + "\": " + std::system_category().message(static_cast<int>(error)));
     }

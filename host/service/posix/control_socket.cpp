@@ -14,9 +14,9 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
 #include "host/terminal/json.h"
 
 namespace tarvex::host {
@@ -33,8 +33,8 @@ constexpr std::size_t kPiece = 64 << 10;
 constexpr int kMaxDepth = 3;  // of a request
 constexpr int kBacklog = 128;
 constexpr std::chrono::milliseconds kPause{100};
-constexpr std::chrono::seconds kSilence{2};    // of a service, of which a command does not speak
-constexpr std::chrono::seconds kPatience{10};  // with a client that has to send or to take something
+constexpr std::chrono::seconds kNoticeDelay{2};     // of a service, of which a command does not speak
+constexpr std::chrono::seconds kClientTimeout{10};  // with a client that has to send or to take something
 
 // ---- messages
 
@@ -172,7 +172,7 @@ bool HasAllowedPeer(const Descriptor& socket) {
     return getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && IsAllowedPeer(peer.uid, geteuid());
 }
 
-Trouble Gone() {
+CommandError Gone() {
     return {kTryLater, "the service ended before it answered; see whether the change was made, and try again"};
 }
 
@@ -200,7 +200,7 @@ int SocketConnection::Edit(const EditRequest& request, Reply& reply,
                            const std::function<void(const std::string&)>& on_note) {
     const std::string message = Framed({{"edit", JsonOf(request)}});
     if (message.size() > kMaxRequest) {
-        throw Trouble(kBadData, "this is more than the service takes at once; stop it, and try again");
+        throw CommandError(kBadData, "this is more than the service takes at once; stop it, and try again");
     }
     // A service answers an edit at once or tells what it waits for, unless it has been halted.
     bool heard = false;
@@ -208,7 +208,7 @@ int SocketConnection::Edit(const EditRequest& request, Reply& reply,
         heard = true;
         on_note(text);
     };
-    const auto remark = [&, from = Clock::now() + kSilence] {
+    const auto remark = [&, from = Clock::now() + kNoticeDelay] {
         if (!heard && Clock::now() >= from) note("the service does not answer yet; waiting for it");
     };
     return Ask(message, reply, note, remark);
@@ -247,7 +247,7 @@ ServiceReport SocketConnection::Report() {
     setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLimit, sizeof kLimit);
     Send(Framed({{"runs", true}}));
     const Json answer = Json::parse(Receive());
-    if (answer.contains("error")) throw Trouble(answer.at("code"), ShownIn(answer.at("error")));
+    if (answer.contains("error")) throw CommandError(answer.at("code"), ShownIn(answer.at("error")));
     ServiceReport report;
     for (const Json& run : answer.at("runs")) report.runs.push_back(RunIn(run));
     for (const auto& [profile, trouble] : answer.at("troubles").items()) {
@@ -291,7 +291,7 @@ std::unique_ptr<ServiceConnection> ServiceConnection::Try(const std::string& roo
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) return nullptr;
     if (!HasAllowedPeer(socket)) {
-        throw Trouble(kNotAllowed, "what answers for the service of \"" + ShowPath(root) + "\" is another user's");
+        throw CommandError(kNotAllowed, "what answers for the service of \"" + ShowPath(root) + "\" is another user's");
     }
     return std::make_unique<SocketConnection>(std::move(socket));
 }
@@ -321,7 +321,7 @@ void ControlClient::Refuse(int exit_code, const std::string& why) { Answer(exit_
 void ControlClient::Finish(const std::string& message) {
     out_ += message;
     state_ = State::Answering;
-    deadline_ = Clock::now() + kPatience;
+    deadline_ = Clock::now() + kClientTimeout;
     std::string().swap(in_);
     edit_.reset();
     run_.reset();
@@ -397,7 +397,7 @@ ControlServer::ControlServer(const std::string& root)
         number_ = status.st_ino;
         return;
     }
-    throw Trouble(kCannotMake, "cannot listen on \"" + ShowPath(path_) + "\": " + std::strerror(errno));
+    throw CommandError(kCannotMake, "cannot listen on \"" + ShowPath(path_) + "\": " + std::strerror(errno));
 }
 
 // Another root may have taken the path of this one, with a service of its own.
@@ -454,7 +454,7 @@ void ControlServer::Accept() {
             return;
         }
         const bool is_allowed = HasAllowedPeer(socket);
-        ControlClient& client = clients_.emplace_back(std::move(socket), Clock::now() + kPatience);
+        ControlClient& client = clients_.emplace_back(std::move(socket), Clock::now() + kClientTimeout);
         if (!is_allowed) client.Refuse(kNotAllowed, "only the owner may do this");
     }
 }

@@ -20,7 +20,7 @@
 
 #include "host/edit/edit.h"
 #include "host/service/posix/descriptor.h"
-#include "host/service/runs.h"
+#include "host/service/run_reports.h"
 #include "host/service/service_connection.h"
 
 namespace tarvex::host {
@@ -78,7 +78,7 @@ public:
     using Clock = ControlClient::Clock;
 
     // Listens in the root, in the place of a socket that was left over: by whoever holds the lock of the root, and
-    // before there are other threads. Throws Trouble.
+    // before there are other threads. Throws CommandError.
     explicit ControlServer(const std::string& root);
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;

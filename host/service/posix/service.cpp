@@ -11,15 +11,15 @@
 #include <utility>
 #include <vector>
 
-#include "host/commands/choice.h"
-#include "host/service/runs.h"
+#include "host/commands/profile_arguments.h"
+#include "host/service/run_reports.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 #include "host/terminal/wording.h"
-#include "host/tree/log_file.h"
+#include "host/tree/log_reader.h"
 #include "host/tree/names.h"
+#include "host/tree/readiness.h"
 #include "host/tree/run_log.h"
-#include "host/tree/run_state.h"
 #include "host/tree/tree_root.h"
 
 namespace tarvex::host {
@@ -27,10 +27,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kLook = 50ms;        // for runs that have ended, while there are runs
-constexpr auto kCloseLook = 2ms;    // while an edit waits for one
-constexpr auto kPatience = 2000ms;  // at the start, with an edit that is being saved
-constexpr auto kFarewell = 1000ms;  // at the end, with clients that take their answers
+constexpr auto kRunPollInterval = 50ms;    // for runs that have ended, while there are runs
+constexpr auto kUrgentPollInterval = 2ms;  // while an edit waits for one
+constexpr auto kLockTimeout = 2000ms;      // at the start, with an edit that is being saved
+constexpr auto kShutdownGrace = 1000ms;    // at the end, with clients that take their answers
 constexpr std::size_t kReasonColumns = 200;
 constexpr std::size_t kHeadlineColumns = 60;
 constexpr const char* kRootHasGone =
@@ -61,7 +61,7 @@ private:
 // The tree has to be there before the service takes its place.
 RootLock TakeRoot(const std::string& directory) {
     RequireRoot(directory);
-    return RootLock::Take(directory, "serve", kPatience);
+    return RootLock::Take(directory, "serve", kLockTimeout);
 }
 
 // What is edited, without what is stored: "profile set user0/from0".
@@ -82,7 +82,7 @@ std::string Headline(const RunRequest& request) {
 Service::Service(std::string directory, std::chrono::microseconds every)
     : directory_(std::move(directory)), every_(every), lock_(TakeRoot(directory_)), server_(directory_) {
     OpenTree(root_, directory_);
-    LookForUnreadable();
+    FindUnreadable();
 }
 
 int Service::Run() {
@@ -91,7 +91,7 @@ int Service::Run() {
     log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
     manager_.Ready();
     for (;;) {
-        Look();
+        ReapEndedRuns();
         AnswerClients();
         if (Clock::now() >= next_tick_) Tick();
         Wait();
@@ -109,7 +109,7 @@ int Service::Run() {
 }
 
 // Tells of runs that have ended, and frees what they left.
-void Service::Look() {
+void Service::ReapEndedRuns() {
     bool ended = false;
     for (const auto& copy : root_.running_copies) {
         if (copy->worker_thread.load() || running_.erase(copy->path) == 0) continue;
@@ -123,7 +123,7 @@ void Service::Look() {
             TellEnd(copy->path, kCouldNotBegin, false);
             not_begun_[copy->path] = ShowTime(copy->setting.lasttime);
         }
-        LookForUnsaved(*copy);
+        FindUnsaved(*copy);
         HandOver(copy->path, ReportOf(*copy));
     }
     if (!ended) return;
@@ -140,7 +140,7 @@ void Service::Tick() {
 
 void Service::CallEntry() {
     if (!HasRoot()) return;
-    LookAtLeftOut();
+    RetryLeftOut();
     {
         // A run may end at any moment: what is taken for running stays so throughout the call, so that a new run of the
         // same profile is not mistaken for it. The judgement is the one that the entry makes of a profile that runs.
@@ -153,7 +153,7 @@ void Service::CallEntry() {
                 hold.Add(profile);
             }
         });
-        Look();  // before the entry frees what has ended by now
+        ReapEndedRuns();  // before the entry frees what has ended by now
         Tarvex(&root_);
     }
     std::set<CString> gone = running_;
@@ -197,7 +197,7 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
         client.Note("waiting for the run of " + Name(running) + " to end");
         return false;
     }
-    LookAtLeftOut();  // may have been loaded when it could not be read
+    RetryLeftOut();  // may have been loaded when it could not be read
     const std::string headline = Headline(request);
     Reply reply{{}, kRootHasGone};
     const int code = !HasRoot() ? kCannotWrite : Edit(root_, request, reply);
@@ -209,8 +209,8 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
 void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
     try {
         if (!client.awaited && !stopping_) StartRuns(client, request);
-    } catch (const Trouble& trouble) {
-        return client.Answer(trouble.ExitCode(), {{}, trouble.what()});
+    } catch (const CommandError& error) {
+        return client.Answer(error.ExitCode(), {{}, error.what()});
     }
     if (client.awaited && client.awaited->paths.empty()) {
         const Reply reply{client.awaited->printed, client.awaited->left_out};
@@ -221,7 +221,7 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
 
 // With whatever else is due. A run that is under way already counts as what was asked for.
 void Service::StartRuns(ControlClient& client, const RunRequest& request) {
-    if (!HasRoot()) throw Trouble(kCannotWrite, kRootHasGone);
+    if (!HasRoot()) throw CommandError(kCannotWrite, kRootHasGone);
     const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
     for (const auto& [user, profile] : chosen) {
         if (running_.contains(profile->path)) continue;
@@ -229,7 +229,7 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
             return client.Note("waiting for " + Name(profile->path) + " to be changed");
     }
     log_.Say(Headline(request));
-    LookAtLeftOut();
+    RetryLeftOut();
     for (const auto& [user, profile] : chosen) {
         if (request.now && !running_.contains(profile->path)) MakeDue(*profile);
     }
@@ -271,7 +271,7 @@ bool Service::MayRun(const CPopProfile& profile) {
     return true;
 }
 
-void Service::LookAtLeftOut() {
+void Service::RetryLeftOut() {
     if (left_out_.empty()) return;
     ForEachProfile([this](CPopProfile& profile) {
         if (!left_out_.contains(profile.path) || running_.contains(profile.path)) return;
@@ -293,13 +293,13 @@ void Service::LeaveOut(const CString& path, const std::string& why) {
     if (std::exchange(left_out_[path], why) != why) log_.Warn(Name(path) + ": left out, " + why);
 }
 
-void Service::LookForUnreadable() {
+void Service::FindUnreadable() {
     ForEachProfile([this](const CPopProfile& profile) {
         if (const std::string why = WhyUnreadable(profile); !why.empty()) LeaveOut(profile.path, why);
     });
 }
 
-void Service::LookForUnsaved(const CPopProfile& copy) {
+void Service::FindUnsaved(const CPopProfile& copy) {
     const std::uintmax_t bytes = UnsavedListBytes(copy);
     if (bytes == 0) return;
     unsaved_[copy.path] = bytes;
@@ -323,7 +323,7 @@ void Service::Reload() {
     ForEachProfile([&](const CPopProfile& profile) {
         if (running_.contains(profile.path)) last_times[profile.path] = profile.setting.lasttime;
     });
-    std::string trouble = WhyUnreadable(directory_);  // which to the engine is an empty tree
+    std::string trouble = WhyRootUnreadable(directory_);  // which to the engine is an empty tree
     if (trouble.empty() && !HasRoot()) trouble = kRootHasGone;
     if (trouble.empty() && !root_.SetRootPath(directory_)) trouble = "not enough memory";
     ForEachProfile([&](CPopProfile& profile) {
@@ -333,7 +333,7 @@ void Service::Reload() {
     if (trouble.empty()) {
         log_.Say("loaded the tree again");
         left_out_.clear();
-        LookForUnreadable();
+        FindUnreadable();
     } else {
         log_.Warn("cannot load the tree again: " + trouble);
     }
@@ -345,7 +345,7 @@ void Service::Stop(int signal) {
     manager_.Stopping();
     log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')');
     Signals::Release(signal);  // whoever cannot wait sends it again
-    Look();
+    ReapEndedRuns();
     stopping_ = true;
     look_at_clients_ = true;
     AnswerClients();
@@ -353,7 +353,7 @@ void Service::Stop(int signal) {
     for (const CString& path : std::exchange(running_, {})) EndFromDisk(path);
     look_at_clients_ = true;
     AnswerClients();
-    const auto deadline = Clock::now() + kFarewell;
+    const auto deadline = Clock::now() + kShutdownGrace;
     while (!server_.IsIdle() && Clock::now() < deadline) {
         std::vector<pollfd> watched;
         server_.AddTo(watched);
@@ -366,7 +366,8 @@ void Service::Stop(int signal) {
 
 void Service::Wait() {
     Clock::time_point until = next_tick_;
-    if (!running_.empty()) until = std::min(until, Clock::now() + (wanted_.empty() ? kLook : kCloseLook));
+    if (!running_.empty())
+        until = std::min(until, Clock::now() + (wanted_.empty() ? kRunPollInterval : kUrgentPollInterval));
     if (manager_.KeepAliveInterval()) until = std::min(until, next_keep_alive_);
     if (const auto deadline = server_.Deadline()) until = std::min(until, *deadline);
     std::vector<pollfd> watched = {{signals_.WatchedDescriptor(), POLLIN, 0}};

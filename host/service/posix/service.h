@@ -22,7 +22,7 @@ namespace tarvex::host {
 
 class Service {
 public:
-    // Takes the root and loads the tree. Throws Trouble, which names the holder of a root that is in use.
+    // Takes the root and loads the tree. Throws CommandError, which names the holder of a root that is in use.
     Service(std::string directory, std::chrono::microseconds every);
 
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
@@ -31,7 +31,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void Look();
+    void ReapEndedRuns();
     void Tick();
     void CallEntry();
     void AnswerClients();
@@ -45,11 +45,11 @@ private:
 
     bool HasRoot();
     bool MayRun(const CPopProfile& profile);
-    void LookAtLeftOut();
+    void RetryLeftOut();
     std::string WhyLeftOut(const CPopProfile& profile) const;
     void LeaveOut(const CString& path, const std::string& why);
-    void LookForUnreadable();
-    void LookForUnsaved(const CPopProfile& copy);
+    void FindUnreadable();
+    void FindUnsaved(const CPopProfile& copy);
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
     void TellEnd(const CString& path, const std::string& how, bool good);

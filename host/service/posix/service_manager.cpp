@@ -34,8 +34,8 @@ ServiceManager::ServiceManager() : address_(Variable("NOTIFY_SOCKET")) {
     const bool is_address = address_.starts_with('/') || address_.starts_with('@');
     if (!is_address || address_.size() < 2 || address_.size() >= sizeof(sockaddr_un::sun_path)) return;
     socket_ = Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    constexpr timeval kPatience{1, 0};  // with a manager that does not read
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
+    constexpr timeval kSendTimeout{1, 0};  // with a manager that does not read
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
 
     const std::string_view watched = Variable("WATCHDOG_PID");  // of another process: not meant for this one
     const auto limit = Number(Variable("WATCHDOG_USEC"));

@@ -19,7 +19,7 @@ void Remember(int signal) { caught_signal = signal; }
 
 }  // namespace
 
-std::vector<std::string> Words(int argc, char** argv) { return {argv, argv + argc}; }
+std::vector<std::string> Arguments(int argc, char** argv) { return {argv, argv + argc}; }
 
 void FillStandardStreams() {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {

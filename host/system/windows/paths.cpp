@@ -5,8 +5,8 @@
 #include <iterator>
 #include <random>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
@@ -19,8 +19,8 @@ std::string TreePath(std::string_view typed) {
     const std::wstring wide = Wide(CP_UTF8, typed);
     std::string path = Narrow(CP_ACP, wide);
     if (NativePath(path) != wide) {
-        throw Trouble(kBadUsage, "the path \"" + ShowText(typed, "UTF-8") +
-                                     "\" has characters that the code page of this system does not have");
+        throw CommandError(kBadUsage, "the path \"" + ShowText(typed, "UTF-8") +
+                                          "\" has characters that the code page of this system does not have");
     }
     return path;
 }

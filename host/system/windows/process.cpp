@@ -26,7 +26,7 @@ std::optional<CONSOLE_SCREEN_BUFFER_INFO> Screen() {
 
 }  // namespace
 
-std::vector<std::string> Words(int, char**) {
+std::vector<std::string> Arguments(int, char**) {
     int count = 0;
     wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> words;

@@ -22,10 +22,10 @@ inline constexpr int kTryLater = 75;     // the tree is in use (EX_TEMPFAIL)
 inline constexpr int kNotAllowed = 77;   // not permitted (EX_NOPERM)
 inline constexpr int kBadSettings = 78;  // the configuration is wrong (EX_CONFIG)
 
-class Trouble : public std::runtime_error {
+class CommandError : public std::runtime_error {
 public:
     // `what` is UTF-8, fit to be shown, and ends without a full stop.
-    Trouble(int exit_code, const std::string& what) : std::runtime_error(what), exit_code_(exit_code) {}
+    CommandError(int exit_code, const std::string& what) : std::runtime_error(what), exit_code_(exit_code) {}
 
     int ExitCode() const { return exit_code_; }
 

@@ -15,7 +15,7 @@ std::string ConfigurationDirectory();
 std::string UsualRootDirectory();
 
 // The superuser goes on as the owner of the directory: what is written in a tree must stay readable to the service that
-// owns it. Throws Trouble when that is not allowed. Nothing of it on Windows.
+// owns it. Throws CommandError when that is not allowed. Nothing of it on Windows.
 void WorkAsOwnerOf(const std::string& directory);
 
 // Whose other trees there may be, for the end of a sentence about a missing one.

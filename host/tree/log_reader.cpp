@@ -1,4 +1,4 @@
-#include "host/tree/log_file.h"
+#include "host/tree/log_reader.h"
 
 #include <algorithm>
 #include <ctime>

@@ -1,4 +1,4 @@
-#include "host/commands/choice.h"
+#include "host/commands/profile_arguments.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -22,8 +22,8 @@ void AddProfileNames(CLI::App& command, std::vector<std::string>& names) {
     command.add_option("PROFILE", names, "Path, nickname or address of a profile; without one, all of them");
 }
 
-void AddLookCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help, LookCommand look,
-                    const std::string& footer) {
+void AddReadOnlyCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help,
+                        ReadOnlyCommand look, const std::string& footer) {
     CLI::App* const command = app.add_subcommand(name, help);
     command->footer(footer);
     auto names = std::make_shared<std::vector<std::string>>();

@@ -11,11 +11,11 @@
 #include "host/commands/key_options.h"
 #include "host/commands/submit.h"
 #include "host/edit/edit.h"
-#include "host/system/account.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/input.h"
-#include "host/system/trouble.h"
-#include "host/terminal/secret.h"
+#include "host/system/prompt.h"
+#include "host/system/tree_owner.h"
+#include "host/terminal/password_source.h"
 #include "host/tree/keys.h"
 #include "host/tree/listing.h"
 #include "host/tree/names.h"
@@ -89,7 +89,8 @@ int RemoveForward(const Context& context, const Given& given) {
 }
 
 int Set(const Context& context, const Given& given, const std::string& kind) {
-    if (given.keys.Empty()) throw Trouble(kBadUsage, "nothing to set; `tarvex " + kind + " set --help` lists the keys");
+    if (given.keys.Empty())
+        throw CommandError(kBadUsage, "nothing to set; `tarvex " + kind + " set --help` lists the keys");
     EditRequest request{{kind, "set", given.name}, {}, {}};
     given.keys.Fill(request);
     return Submit(context, request);
@@ -98,9 +99,9 @@ int Set(const Context& context, const Given& given, const std::string& kind) {
 int AddUser(const Context& context, const Given& given) {
     CAppSetting setting;
     if (setting.Load(ConfigurationDirectory()) && setting.allowcreatenewuser == 0) {
-        throw Trouble(kNotAllowed,
-                      "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
-                          "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
+        throw CommandError(kNotAllowed,
+                           "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
+                               "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
     }
     EditRequest request{{"user", "add", "loginname=" + given.first}, {}, {}};
     given.keys.Fill(request);
@@ -127,17 +128,17 @@ std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting) {
     const std::string server = ShowText(setting.popserver);
     if (!ListMailbox(setting, &listing)) {
         const CProbeStep* const failed = listing.steps.empty() ? nullptr : &listing.steps.back();
-        throw Trouble(kUnavailable,
-                      "cannot list the mailbox at " + server +
-                          (failed ? std::string(" (") + ProbeStepName(failed->kind) + "): " + ShowText(failed->text)
-                                  : ": not enough memory") +
-                          "; nothing was added");
+        throw CommandError(
+            kUnavailable, "cannot list the mailbox at " + server +
+                              (failed ? std::string(" (") + ProbeStepName(failed->kind) + "): " + ShowText(failed->text)
+                                      : ": not enough memory") +
+                              "; nothing was added");
     }
     std::vector<std::string> ids;
     for (const CListedMail& mail : listing.mails) ids.push_back(mail.uidl);
     if (!listing.has_uidls && !ids.empty()) {
-        throw Trouble(kUnavailable,
-                      server + " has no unique ids (UIDL), so old mail cannot be told from new; nothing was added");
+        throw CommandError(
+            kUnavailable, server + " has no unique ids (UIDL), so old mail cannot be told from new; nothing was added");
     }
     return ids;
 }

@@ -1,4 +1,4 @@
-#include "host/system/account.h"
+#include "host/system/tree_owner.h"
 
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-#include "host/system/account.h"
+#include "host/system/tree_owner.h"
 
 #include <grp.h>
 #include <sys/stat.h>
@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -37,7 +37,8 @@ void WorkAsOwnerOf(const std::string& directory) {
     struct stat status {};
     if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
     if (setgroups(0, nullptr) == 0 && setgid(status.st_gid) == 0 && setuid(status.st_uid) == 0) return;
-    throw Trouble(kNotAllowed, "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+    throw CommandError(kNotAllowed,
+                       "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
 }
 
 std::string RemarkOnOtherTrees() {

@@ -1,13 +1,13 @@
-#include "host/terminal/stored_text.h"
+#include "host/terminal/tree_text.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
+#include "host/system/command_error.h"
 #include "host/system/converter.h"
 #include "host/system/display.h"
-#include "host/system/trouble.h"
 
 namespace tarvex::host {
 namespace {
@@ -37,8 +37,8 @@ std::string Number(const char* format, std::uint32_t number) {
 std::string Converted(std::string_view text, const char* to, const char* from) {
     Converter converter(to, from);
     if (!converter.IsThere()) {
-        throw Trouble(kTryLater, std::string("the system has no converter from ") + from + " to " + to +
-                                     " now (too many open files, or no memory?)");
+        throw CommandError(kTryLater, std::string("the system has no converter from ") + from + " to " + to +
+                                          " now (too many open files, or no memory?)");
     }
     std::string result;
     converter.Convert(text, result);
@@ -59,17 +59,17 @@ std::string ToStored(std::string_view text) {
     while (!text.empty()) {
         const std::string_view character = text.substr(0, AnnouncedBytes(static_cast<unsigned char>(text.front())));
         if (Converted(character, "UTF-8", "UTF-8").empty()) {
-            throw Trouble(kBadData, "the byte " + Number("0x%02X", static_cast<unsigned char>(text.front())) +
-                                        " is not UTF-8, the character set in which tarvex reads its words");
+            throw CommandError(kBadData, "the byte " + Number("0x%02X", static_cast<unsigned char>(text.front())) +
+                                             " is not UTF-8, the character set in which tarvex reads its words");
         }
         const std::uint32_t code = CodePoint(character);
         const std::string name = Number("U+%04X", code);
-        if (IsControl(code)) throw Trouble(kBadData, "the control character " + name + " cannot be stored");
+        if (IsControl(code)) throw CommandError(kBadData, "the control character " + name + " cannot be stored");
         const std::string converted = Converted(character, "CP932", "UTF-8");
         if (!IsReadBack(character, converted)) {
-            throw Trouble(kBadData,
-                          "the character \"" + std::string(character) + "\" (" + name +
-                              ") cannot be stored: Shift-JIS, the character set of the tree, does not have it");
+            throw CommandError(kBadData,
+                               "the character \"" + std::string(character) + "\" (" + name +
+                                   ") cannot be stored: Shift-JIS, the character set of the tree, does not have it");
         }
         stored += converted;
         text.remove_prefix(character.size());

@@ -7,7 +7,7 @@
 #include "host/commands/commands.h"
 #include "host/commands/key_options.h"
 #include "host/commands/submit.h"
-#include "host/system/trouble.h"
+#include "host/system/command_error.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
 

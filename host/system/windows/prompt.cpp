@@ -1,4 +1,4 @@
-#include "host/system/input.h"
+#include "host/system/prompt.h"
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include "host/commands/demo/demo_mails.h"
+#include "host/commands/demo/mails.h"
 
 #include <algorithm>
 #include <cstdint>

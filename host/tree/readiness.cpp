@@ -1,4 +1,4 @@
-#include "host/tree/run_state.h"
+#include "host/tree/readiness.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
-#include "host/service/runs.h"
+#include "host/service/run_reports.h"
 
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
-#include "host/tree/log_file.h"
+#include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 #include "host/tree/run_log.h"
 

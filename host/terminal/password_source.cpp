@@ -1,30 +1,30 @@
-#include "host/terminal/secret.h"
+#include "host/terminal/password_source.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/input.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
+#include "host/system/prompt.h"
 
 namespace tarvex::host {
 
 std::string AskSecret(const std::string& question) {
     if (!CanAsk()) {
-        throw Trouble(kBadUsage,
-                      "there is no terminal to ask for a password on; give it with the -stdin or -file form of "
-                      "the option");
+        throw CommandError(kBadUsage,
+                           "there is no terminal to ask for a password on; give it with the -stdin or -file form of "
+                           "the option");
     }
     std::string secret;
-    if (!AskHidden(question, secret)) throw Trouble(kBadUsage, "no password was given");
+    if (!AskHidden(question, secret)) throw CommandError(kBadUsage, "no password was given");
     return secret;
 }
 
 bool AskYes(const std::string& question) {
-    if (!CanAsk()) throw Trouble(kBadUsage, "there is no terminal to ask on; say --yes");
+    if (!CanAsk()) throw CommandError(kBadUsage, "there is no terminal to ask on; say --yes");
     std::cerr << question << " [y/N] " << std::flush;
     std::string answer;
     ReadLine(answer);
@@ -34,7 +34,7 @@ bool AskYes(const std::string& question) {
 std::string SecretFromInput() {
     if (CanAsk()) return AskSecret("Password: ");
     std::string secret;
-    if (!ReadLine(secret)) throw Trouble(kBadUsage, "standard input has no line with the password");
+    if (!ReadLine(secret)) throw CommandError(kBadUsage, "standard input has no line with the password");
     return secret;
 }
 
@@ -42,8 +42,8 @@ std::string SecretFromFile(const std::string& path) {
     std::ifstream file(NativePath(TreePath(path)));
     std::string secret;
     if (!file || !std::getline(file, secret)) {
-        throw Trouble(kNotFound, "cannot read a password from \"" + ShowText(path, "UTF-8") +
-                                     "\": " + (file.eof() ? "it is empty" : std::strerror(errno)));
+        throw CommandError(kNotFound, "cannot read a password from \"" + ShowText(path, "UTF-8") +
+                                          "\": " + (file.eof() ? "it is empty" : std::strerror(errno)));
     }
     if (secret.ends_with('\r')) secret.pop_back();
     return secret;

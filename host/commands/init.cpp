@@ -10,10 +10,10 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/key_options.h"
-#include "host/system/account.h"
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/system/trouble.h"
+#include "host/system/tree_owner.h"
 #include "host/tree/keys.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
@@ -27,15 +27,15 @@ namespace fs = std::filesystem;
 void MakeDirectories(const std::string& directory) {
     std::error_code error = MakeOwnDirectories(directory);
     if (error || !fs::is_directory(NativePath(directory), error)) {
-        throw Trouble(kCannotMake, "cannot make the directory \"" + ShowPath(directory) + "\"" +
-                                       (error ? ": " + error.message() : ", there is something else"));
+        throw CommandError(kCannotMake, "cannot make the directory \"" + ShowPath(directory) + "\"" +
+                                            (error ? ": " + error.message() : ", there is something else"));
     }
 }
 
 void SaveSettings(const CAppSetting& setting) {
     const std::string directory = ConfigurationDirectory();
     if (!setting.Save(directory))
-        throw Trouble(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
+        throw CommandError(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
 }
 
 // Among the temporary files: no lock keeps a folder in the configuration directory from being left there for good.
@@ -46,7 +46,7 @@ void RequireSurvivalOf(const CAppSetting& setting, const std::vector<const Key<C
 // Makes the tree, and remembers it unless --root names it for this command alone.
 int Init(const Context& context, const std::string& given) {
     if (context.root_option && !given.empty())
-        throw Trouble(kBadUsage, "give either --root or a directory to remember");
+        throw CommandError(kBadUsage, "give either --root or a directory to remember");
     CAppSetting setting;
     const bool has_settings = setting.Load(ConfigurationDirectory()) != 0;
     const std::string directory = context.root_option ? WholePath(*context.root_option)
@@ -62,8 +62,8 @@ int Init(const Context& context, const std::string& given) {
     std::error_code ignored;
     const bool was_there = fs::is_directory(NativePath(directory), ignored);
     MakeDirectories(directory);
-    if (const std::string trouble = WhyUnreadable(directory); !trouble.empty()) {
-        throw Trouble(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+    if (const std::string trouble = WhyRootUnreadable(directory); !trouble.empty()) {
+        throw CommandError(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
     }
     std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
     if (context.root_option) return kDone;
@@ -88,7 +88,7 @@ int ShowAppSettings(bool json) {
 }
 
 int SetAppSettings(const KeyOptions& keys) {
-    if (keys.Empty()) throw Trouble(kBadUsage, "nothing to set; `tarvex settings set --help` lists the keys");
+    if (keys.Empty()) throw CommandError(kBadUsage, "nothing to set; `tarvex settings set --help` lists the keys");
     EditRequest given;
     keys.Fill(given);
     MakeDirectories(ConfigurationDirectory());
