@@ -14,6 +14,7 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/advice.h"
+#include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
 
@@ -153,7 +154,7 @@ bool AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
 
 int Check(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
-    OpenTree(root, RootDirectory(context));
+    OpenTree(root, RootDirectory(context.root_option));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
     if (chosen.empty())
         throw CommandError(kNotFound, "there is no profile to check; add one with `tarvex profile add`");

@@ -10,6 +10,7 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/key_options.h"
+#include "host/edit/survival.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"

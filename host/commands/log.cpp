@@ -66,7 +66,7 @@ struct Options {
 
 int Log(const Context& context, const Options& options) {
     CRootPath root;
-    OpenTree(root, RootDirectory(context));
+    OpenTree(root, RootDirectory(context.root_option));
     const CPopProfile& profile = *FindProfile(root, options.name).profile;
     if (profile.setting.logmode == 0) std::cerr << "tarvex: the log of this profile is switched off (logmode 0)\n";
     const auto change = LastChange(profile.path);  // before the log is read, so that nothing is missed

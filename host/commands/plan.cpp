@@ -16,6 +16,7 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/advice.h"
+#include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
 
@@ -159,7 +160,7 @@ bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTim
 
 int Plan(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
-    OpenTree(root, RootDirectory(context));
+    OpenTree(root, RootDirectory(context.root_option));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
     if (chosen.empty())
         throw CommandError(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");

@@ -1,22 +1,9 @@
 #include "host/commands/profile_arguments.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <memory>
 
 namespace tarvex::host {
-
-std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names) {
-    if (names.empty()) return AllProfiles(root);
-    std::vector<NamedProfile> chosen;
-    for (const std::string& name : names) {
-        const NamedProfile found = FindProfile(root, name);
-        const bool known = std::ranges::any_of(
-            chosen, [&found](const NamedProfile& earlier) { return earlier.profile == found.profile; });
-        if (!known) chosen.push_back(found);
-    }
-    return chosen;
-}
 
 void AddProfileNames(CLI::App& command, std::vector<std::string>& names) {
     command.add_option("PROFILE", names, "Path, nickname or address of a profile; without one, all of them");

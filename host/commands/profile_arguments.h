@@ -1,17 +1,13 @@
 #pragma once
 
-// Which profiles a command is about.
+// The arguments of commands that are about profiles.
 
 #include <string>
 #include <vector>
 
 #include "host/commands/commands.h"
-#include "host/tree/names.h"
 
 namespace tarvex::host {
-
-// The named profiles, each once, in the order of the names; without names all of the tree. Throws CommandError.
-std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names);
 
 // Adds the names of profiles to what a command takes.
 void AddProfileNames(CLI::App& command, std::vector<std::string>& names);

@@ -25,6 +25,7 @@
 #include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/system/tree_owner.h"
+#include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
@@ -174,7 +175,7 @@ int RunByService(ServiceConnection& service, const std::string& directory, const
 
 // Runs the profiles that are due, once, and waits for the workers. Prints what each run added to its log unless quiet.
 int RunOnce(const Context& context, const Options& options) {
-    const std::string directory = RootDirectory(context);
+    const std::string directory = RootDirectory(context.root_option);
     RequireRootToRun(directory, context.root_option.has_value());
     LockOrService access = TakeLockOrService(directory, "run");
     auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access);

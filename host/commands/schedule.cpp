@@ -60,7 +60,7 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
     list->callback([&context, given] {
         context.command = [&context, given] {
             CRootPath root;
-            OpenTree(root, RootDirectory(context));
+            OpenTree(root, RootDirectory(context.root_option));
             ListSchedule(root, given->forward, given->json ? Form::Json : Form::Text);
             return kDone;
         };

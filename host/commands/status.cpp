@@ -16,6 +16,7 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/log_reader.h"
+#include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
@@ -171,7 +172,7 @@ void AddReport(const std::string& directory, std::vector<Status>& all) {
 
 int ShowStatus(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
-    const std::string directory = RootDirectory(context);
+    const std::string directory = RootDirectory(context.root_option);
     OpenTree(root, directory);
     std::vector<Status> all;
     for (const NamedProfile& named : ChosenProfiles(root, names)) all.push_back(StatusOf(root, *named.profile));

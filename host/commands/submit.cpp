@@ -44,7 +44,7 @@ LockOrService TakeLockOrService(const std::string& directory, const std::string&
 void PrintNote(const std::string& note) { std::cerr << "tarvex: " << note << '\n'; }
 
 int Submit(const Context& context, const EditRequest& request) {
-    const std::string directory = RootDirectory(context);
+    const std::string directory = RootDirectory(context.root_option);
     RequireRoot(directory);
     Reply reply;
     const int code = MakeEdit(directory, request, reply);

@@ -56,7 +56,7 @@ void AddName(CLI::App& command, Given& given, const char* placeholder, const cha
 // ---- the commands
 
 // Loads the tree, for a command that only reads.
-void ReadTree(const Context& context, CRootPath& root) { OpenTree(root, RootDirectory(context)); }
+void ReadTree(const Context& context, CRootPath& root) { OpenTree(root, RootDirectory(context.root_option)); }
 
 template <class Object>
 int Remove(const Context& context, const Given& given, const std::string& kind, const CRootPath& root,

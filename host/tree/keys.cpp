@@ -8,7 +8,6 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "host/edit/scratch.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -238,15 +237,6 @@ std::string NumberText(const KeyInfo& key, int value) {
     return std::to_string(value);
 }
 
-CommandError NoSurvivor(const KeyInfo& key, const std::string& stored, const std::string& read) {
-    const std::string name = key.name;
-    if (key.type == KeyType::Password)
-        return {kBadData, name + ": its last byte would be lost; choose another password"};
-    return {kBadData, name + " cannot be \"" + stored + "\": it would be read back as \"" + read +
-                          "\". In the settings files a value cannot begin with \";\" or \"//\", begin or end with a "
-                          "blank, hold \"[\" and \"]\", or be empty where there is a default"};
-}
-
 }  // namespace
 
 template <>
@@ -335,19 +325,6 @@ nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key) {
     return key.type == KeyType::Path ? NativePath(text).string() : Utf8Text(text);
 }
 
-template <class Record>
-void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>& keys, const CString& directory) {
-    const ScratchFolder folder(directory);
-    Record read;
-    if (!record.Save(folder.Path()) || !read.Load(folder.Path())) {
-        throw CommandError(kCannotWrite, "cannot write in \"" + ShowPath(directory) + '"');
-    }
-    for (const Key<Record>* const key : keys) {
-        const auto same = [&](auto field) { return record.*field == read.*field; };
-        if (!std::visit(same, key->field)) throw NoSurvivor(*key, ShowValue(record, *key), ShowValue(read, *key));
-    }
-}
-
 bool SameMailbox(const CString& left, const CString& right) {
     const auto fold = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
     return std::ranges::equal(PlainAddress(left), PlainAddress(right), {}, fold, fold);
@@ -376,23 +353,17 @@ template const Key<CAppSetting>& KeyNamed(std::string_view);
 template void SetValue(CAppSetting&, const Key<CAppSetting>&, std::string_view);
 template std::string ShowValue(const CAppSetting&, const Key<CAppSetting>&);
 template nlohmann::ordered_json JsonValue(const CAppSetting&, const Key<CAppSetting>&);
-template void RequireSurvival(const CAppSetting&, const std::vector<const Key<CAppSetting>*>&, const CString&);
 template const Key<CUserSetting>& KeyNamed(std::string_view);
 template void SetValue(CUserSetting&, const Key<CUserSetting>&, std::string_view);
 template std::string ShowValue(const CUserSetting&, const Key<CUserSetting>&);
 template nlohmann::ordered_json JsonValue(const CUserSetting&, const Key<CUserSetting>&);
-template void RequireSurvival(const CUserSetting&, const std::vector<const Key<CUserSetting>*>&, const CString&);
 template const Key<CPopProfileSetting>& KeyNamed(std::string_view);
 template void SetValue(CPopProfileSetting&, const Key<CPopProfileSetting>&, std::string_view);
 template std::string ShowValue(const CPopProfileSetting&, const Key<CPopProfileSetting>&);
 template nlohmann::ordered_json JsonValue(const CPopProfileSetting&, const Key<CPopProfileSetting>&);
-template void RequireSurvival(const CPopProfileSetting&, const std::vector<const Key<CPopProfileSetting>*>&,
-                              const CString&);
 template const Key<CForwardAddressSetting>& KeyNamed(std::string_view);
 template void SetValue(CForwardAddressSetting&, const Key<CForwardAddressSetting>&, std::string_view);
 template std::string ShowValue(const CForwardAddressSetting&, const Key<CForwardAddressSetting>&);
 template nlohmann::ordered_json JsonValue(const CForwardAddressSetting&, const Key<CForwardAddressSetting>&);
-template void RequireSurvival(const CForwardAddressSetting&, const std::vector<const Key<CForwardAddressSetting>*>&,
-                              const CString&);
 
 }  // namespace tarvex::host

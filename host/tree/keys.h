@@ -75,11 +75,6 @@ std::string ShowValue(const Record& record, const Key<Record>& key);
 template <class Record>
 nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key);
 
-// Throws CommandError when the value of one of the keys would be read back as another one: saves the record in a
-// scratch folder below the directory, and loads it. In a root this is for the holder of its lock.
-template <class Record>
-void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>& keys, const CString& directory);
-
 // Whether two addresses are the same, whatever display names, comments and letter case they come with.
 bool SameMailbox(const CString& left, const CString& right);
 

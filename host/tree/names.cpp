@@ -234,6 +234,18 @@ NamedForward FindForward(const CRootPath& root, std::string_view name) {
     return forwards[Choose(candidates, name, "forwarding address", "forward")];
 }
 
+std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names) {
+    if (names.empty()) return AllProfiles(root);
+    std::vector<NamedProfile> chosen;
+    for (const std::string& name : names) {
+        const NamedProfile found = FindProfile(root, name);
+        const bool known = std::ranges::any_of(
+            chosen, [&found](const NamedProfile& earlier) { return earlier.profile == found.profile; });
+        if (!known) chosen.push_back(found);
+    }
+    return chosen;
+}
+
 std::string ShownName(const CRootPath& root, const CString& path) {
     return ShowPath(path.substr(std::min(path.size(), root.path.size() + 1)));
 }

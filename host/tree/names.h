@@ -34,6 +34,9 @@ CUser& FindUser(const CRootPath& root, std::string_view name);
 NamedProfile FindProfile(const CRootPath& root, std::string_view name);
 NamedForward FindForward(const CRootPath& root, std::string_view name);
 
+// The named profiles, each once, in the order of the names; without names all of the tree. Throws CommandError.
+std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names);
+
 // The path of something in the tree below its root, fit to be shown: "user0/from0".
 std::string ShownName(const CRootPath& root, const CString& path);
 

@@ -10,8 +10,8 @@
 
 namespace tarvex::host {
 
-std::string RootDirectory(const Context& context) {
-    if (context.root_option) return *context.root_option;
+std::string RootDirectory(const std::optional<std::string>& root_option) {
+    if (root_option) return *root_option;
     // Looked up once: after WorkAsOwnerOf the superuser's settings are out of reach.
     static const std::string remembered = [] {
         CAppSetting setting;

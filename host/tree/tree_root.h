@@ -2,15 +2,15 @@
 
 // Which directory is the root, and loading the tree below it.
 
+#include <optional>
 #include <string>
 
-#include "host/commands/commands.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 
 // The directory of --root, else that of appset.def in the configuration directory, else the default of CAppSetting.
-std::string RootDirectory(const Context& context);
+std::string RootDirectory(const std::optional<std::string>& root_option);
 
 // Why the directory cannot be read, empty when it can.
 std::string WhyRootUnreadable(const std::string& directory);

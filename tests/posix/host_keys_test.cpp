@@ -1,5 +1,6 @@
 // The tables of settings keys: complete, and true to the files.
 
+#include "host/edit/survival.h"
 #include "host/tree/keys.h"
 
 #include <gmock/gmock.h>

@@ -32,7 +32,8 @@ void AddServeCommand(CLI::App& app, Context& context) {
                 throw CommandError(kBadUsage, "--every: \"nan\" is no number of seconds");  // in any range
             RaiseFileLimit();
             const std::chrono::duration<double> seconds(*every);
-            return Service(RootDirectory(context), std::chrono::duration_cast<std::chrono::microseconds>(seconds))
+            return Service(RootDirectory(context.root_option),
+                           std::chrono::duration_cast<std::chrono::microseconds>(seconds))
                 .Run();
         };
     });

@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/commands/profile_arguments.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
