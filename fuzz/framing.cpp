@@ -3,7 +3,7 @@
 #include "platform/net/framing.h"
 
 #include "fuzz/fuzz.h"
-#include "tests/data_receiver.h"
+#include "tests/support/data_receiver.h"
 
 using namespace tarvex;
 

@@ -1,7 +1,7 @@
 // The readable text of a message: that of a literal walk through its parts. The first byte says whether HTML is taken.
 
 #include "fuzz/fuzz.h"
-#include "tests/literal_walk.h"
+#include "tests/support/literal_walk.h"
 
 using namespace tarvex;
 

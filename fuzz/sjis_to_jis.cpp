@@ -2,7 +2,7 @@
 
 #include "fuzz/fuzz.h"
 #include "platform/codec/japanese.h"
-#include "tests/text_mail_invariants.h"
+#include "tests/support/text_mail_invariants.h"
 
 using namespace tarvex;
 

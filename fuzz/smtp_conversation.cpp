@@ -9,7 +9,7 @@
 #include "fuzz/support/scripted_stream.h"
 #include "platform/net/sockets.h"
 #include "tarvex/tree.h"
-#include "tests/data_receiver.h"
+#include "tests/support/data_receiver.h"
 
 using namespace tarvex;
 

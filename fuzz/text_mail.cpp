@@ -5,7 +5,7 @@
 
 #include "fuzz/fuzz.h"
 #include "tarvex/tree.h"
-#include "tests/text_mail_invariants.h"
+#include "tests/support/text_mail_invariants.h"
 
 using namespace tarvex;
 

@@ -22,7 +22,7 @@ if "$cmake" -S "$examples" -B "$work/refused" -DCMAKE_PREFIX_PATH=/nonexistent -
 
 read -ra flags <<<"$(pkg-config --cflags --libs 'tarvex >= 0.1')"
 "$compiler" -std=c++20 "$examples/host.cpp" -o "$work/host" "${flags[@]}"
-"$compiler" -x c "$(dirname "$0")/../c_host/main.c" -o "$work/c_host" "${flags[@]}"
+"$compiler" -x c "$(dirname "$0")/../whole/c_host/main.c" -o "$work/c_host" "${flags[@]}"
 pkg-config --exists 'tarvex >= 99' && fail "pkg-config takes any version"
 
 # A server that nobody listens for: the run fails at once, and says so in its log.

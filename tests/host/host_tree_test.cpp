@@ -1,0 +1,121 @@
+// A tree that is kept by the commands alone, on every system.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/edit/root_lock.h"
+#include "tests/support/host_program.h"
+
+namespace tarvex::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+using Words = std::vector<std::string>;
+
+// The commands without --root: where they look is below the folder.
+class HostTree : public ::testing::Test {
+protected:
+    ChildProcess Start(const Words& words) const {
+        Words all = {TARVEX_HOST};
+        all.insert(all.end(), words.begin(), words.end());
+        const std::string place = folder_.String();
+        return ChildProcess(
+            all, ChildProcess::Output::Pipe,
+            {"XDG_CONFIG_HOME=" + place, "XDG_DATA_HOME=" + place, "APPDATA=" + place, "LOCALAPPDATA=" + place});
+    }
+
+    std::string Tell(const Words& words) const {
+        ChildProcess command = Start(words);
+        command.Wait();
+        EXPECT_EQ(command.ExitCode(), 0) << ::testing::PrintToString(words);
+        EXPECT_EQ(command.Errors(), "");
+        return command.Printed();
+    }
+
+    std::string Refusal(const Words& words, int exit_code) const {
+        ChildProcess command = Start(words);
+        command.Wait();
+        EXPECT_EQ(command.ExitCode(), exit_code);
+        EXPECT_EQ(command.Printed(), "");
+        return command.Errors();
+    }
+
+    std::string Tree() const { return folder_ / "tree"; }
+
+    TempDir folder_;
+};
+
+TEST_F(HostTree, IsMadeKeptAndRun) {
+    MailboxServer mailbox("taro", "secret");
+    mailbox.Add(MailNumber(1));
+    SinkServer sink;
+    const std::string password = folder_ / "password";
+    WriteFile(password, "secret\n");
+
+    EXPECT_THAT(Tell({"init", Tree()}), AllOf(HasSubstr("Made the data tree"), HasSubstr("It is remembered in")));
+    EXPECT_THAT(Tell({"user", "add", "花子"}), HasSubstr("花子"));
+    Tell({"profile",
+          "add",
+          "花子",
+          "me@example.org",
+          "--nickname",
+          "表",
+          "--popserver",
+          "127.0.0.1",
+          "--popport",
+          std::to_string(mailbox.Port()),
+          "--popuser",
+          "taro",
+          "--password-file",
+          password,
+          "--smtpserver",
+          "127.0.0.1",
+          "--smtpport",
+          std::to_string(sink.Port()),
+          "--apop",
+          "on",
+          "--timer",
+          "0"});
+    Tell({"forward", "add", "表", kPhone});
+    EXPECT_THAT(Tell({"schedule", "add", kPhone, "daily 0:00-24:00"}), HasSubstr("1  always"));
+    EXPECT_THAT(Tell({"schedule", "remove", kPhone, "1"}), HasSubstr("always takes part"));
+    EXPECT_THAT(Tell({"profile", "list"}), HasSubstr("表"));
+    EXPECT_THAT(Tell({"profile", "show", "user0/from0", "--json"}), HasSubstr("me@example.org"));
+
+    EXPECT_THAT(Tell({"plan"}), HasSubstr(kPhone));
+    EXPECT_THAT(Tell({"check", "表"}), HasSubstr("127.0.0.1"));
+    EXPECT_THAT(sink.Delivered(), SizeIs(0));
+    EXPECT_THAT(Tell({"run"}), HasSubstr("* SMTP Process - success"));
+    EXPECT_THAT(sink.Delivered(), SizeIs(1));
+    EXPECT_THAT(Tell({"status"}), HasSubstr("forwarded"));
+    EXPECT_THAT(Tell({"log", "表"}), HasSubstr("* SMTP Process - success"));
+
+    EXPECT_THAT(Tell({"forward", "remove", kPhone, "--yes"}), HasSubstr("Removed user0"));
+    EXPECT_FALSE(fs::exists(fs::path(Tree()) / "user0" / "from0" / "forwardto0"));
+}
+
+TEST_F(HostTree, CharactersThatItCannotStoreAreNamed) {
+    Tell({"init", Tree()});
+    EXPECT_THAT(Refusal({"user", "add", "\U0001F600"}, 65), HasSubstr("U+1F600"));
+}
+
+TEST_F(HostTree, HasOneHostAtATime) {
+    Tell({"init", Tree()});
+    const auto lock = host::RootLock::Try(Tree(), "serve");
+    ASSERT_TRUE(lock);
+    EXPECT_FALSE(host::RootLock::Try(Tree(), "run"));
+    EXPECT_THAT(Refusal({"user", "add", "hanako"}, 75), HasSubstr("tarvex serve (process "));
+    EXPECT_THAT(Tell({"user", "list"}), HasSubstr("PATH"));
+}
+
+}  // namespace
+}  // namespace tarvex::testing

@@ -1,0 +1,171 @@
+// For every way in which a server can fail, a sentence that says what to do.
+
+#include "host/tree/advice.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/conversation.h"
+#include "tests/support/net_tools.h"
+
+namespace tarvex::host {
+namespace {
+
+using namespace tarvex::testing;
+using ::testing::HasSubstr;
+
+CPopProfileSetting Setting(int port) {
+    CPopProfileSetting setting;
+    setting.popserver = setting.smtpserver = "127.0.0.1";
+    setting.popport = setting.smtpport = port;
+    setting.popuser = "alice";
+    setting.poppassword = "secret";
+    setting.smtpauth = 1;
+    setting.timeout = kAmpleTimeOut_s;
+    return setting;
+}
+
+// What is advised about the step at which the conversation ends.
+std::string AdviceFor(Protocol protocol, const CPopProfileSetting& setting) {
+    CMailboxListing listing;
+    CSmtpTrial trial;
+    const bool good = protocol == Protocol::Pop ? ListMailbox(setting, &listing) != 0 : TrySmtp(setting, &trial) != 0;
+    EXPECT_FALSE(good);
+    const CArray<CProbeStep>& steps = protocol == Protocol::Pop ? listing.steps : trial.steps;
+    return steps.empty() ? "" : Advice(steps.back(), protocol, setting);
+}
+
+struct Case {
+    std::string script;
+    std::string advice;
+    int timeout = kAmpleTimeOut_s;
+    std::function<void(CPopProfileSetting&)> adapt = {};
+};
+
+void CheckAll(Protocol protocol, const std::vector<Case>& cases) {
+    const auto ask = [protocol](const Case& one) {
+        Conversation server(one.script);
+        CPopProfileSetting setting = Setting(server.Port());
+        setting.timeout = one.timeout;
+        if (one.adapt) one.adapt(setting);
+        return AdviceFor(protocol, setting);
+    };
+    RunAll(cases, ask, [](const Case& one, const std::string& advice) {
+        SCOPED_TRACE(one.script);
+        EXPECT_THAT(advice, HasSubstr(one.advice));
+    });
+}
+
+std::function<void(CPopProfileSetting&)> Tls(int sslsmtp) {
+    return [sslsmtp](CPopProfileSetting& setting) { setting.sslsmtp = sslsmtp; };
+}
+
+TEST(Advice, OfEveryFailureOfPop3) {
+    const std::string user = "S: +OK <1@me> ready\nC: USER alice\n";
+    const std::string logged_in = user + "S: +OK\nC: PASS secret\nS: +OK\n";
+    CheckAll(Protocol::Pop,
+             {{"S: 220 ready\nC: (closed)\n", "does not speak POP3: set popport (POP3 is usually at 110)"},
+              {"S: -ERR go away\nC: (closed)\n", "wants nothing to do with this machine"},
+              {"C: (closed)\n", "as 995 does: POP3 is spoken in clear here", kStallTimeOut_s},
+              {"S: (closed)\n", "The server ended the connection: try again, and look at popport"},
+              {user + "S: -ERR no\nC: (closed)\n", "set --popuser and --password"},
+              {user + "C: (closed)\n", "did not answer within 1 second: raise timeout", kStallTimeOut_s},
+              {logged_in + "C: UIDL\nS: -ERR no\nC: LIST\nS: -ERR locked\nC: (closed)\n",
+               "another program may be using it"}});
+    ScriptedServer apop([](Peer& peer) {
+        peer.Send("+OK <1@me>\r\n");
+        peer.ReadLine();
+        peer.Send("-ERR no\r\n");
+    });
+    CPopProfileSetting setting = Setting(apop.Port());
+    setting.apop = 1;
+    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("If they are right, set --apop off."));
+}
+
+TEST(Advice, OfEveryFailureOfSmtp) {
+    const std::string ehlo = "S: 220 ready\nC: EHLO {host}\n";
+    const std::string quit = "C: QUIT\nS: 221 bye\nC: (closed)\n";
+    CheckAll(Protocol::Smtp,
+             {{"S: +OK ready\nC: (closed)\n", "does not speak SMTP: set smtpport"},
+              {"S: 554 no\nC: (closed)\n", "wants nothing to do with this machine"},
+              {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s},
+              {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s, Tls(2)},
+              {ehlo + "S: 502 no\n" + quit, "try --esmtp off"},
+              {ehlo + "S: (closed)\n", "ended the connection"},
+              {ehlo + "S: 250-me\nS: 250-AUTH LOGIN\nS: 250 OK\nC: AUTH LOGIN\nS: 535 no\n" + quit,
+               "set --smtpuser (empty: popuser) and --smtp-password (empty: the POP3 password)"},
+              {"S: 220 ready\nC: (closed)\n", "465 usually does; for 587 and 25 set --sslsmtp starttls",
+               kAmpleTimeOut_s, Tls(1)},
+              {ehlo + "S: 250 me\nC: (closed)\n", "for 465 set --sslsmtp tls", kAmpleTimeOut_s, Tls(2)}});
+}
+
+// What is advised about a server with such a certificate, whose authority is trusted.
+std::string AdviceForCertificate(const TlsOptions& options, const std::string& smtpserver) {
+    const TlsIdentity identity = MakeTlsIdentity(options);
+    const TrustedAuthority authority(identity);
+    ScriptedServer server([&](Peer& peer) { peer.StartTls(identity, "220 ready\r\n"); });
+    CPopProfileSetting setting = Setting(server.Port());
+    setting.sslsmtp = 1;
+    setting.smtpserver = smtpserver;
+    return AdviceFor(Protocol::Smtp, setting);
+}
+
+TEST(Advice, OfACertificate) {
+    const TlsOptions other = {.names = {"mail.example.org"}, .addresses = {"127.0.0.9"}};
+    EXPECT_THAT(AdviceForCertificate(other, "127.0.0.1"), HasSubstr("smtpserver must be a name"));
+    EXPECT_THAT(AdviceForCertificate(other, "localhost"), HasSubstr("smtpserver must be a name"));
+    EXPECT_THAT(AdviceForCertificate(other, ""), HasSubstr("popserver must be a name"));
+    EXPECT_THAT(AdviceForCertificate({.expired = true}, "127.0.0.1"), HasSubstr("look at the clock"));
+}
+
+TEST(Advice, OfACertificateFromAnUnknownAuthority) {
+    const TrustedAuthority another(MakeTlsIdentity());
+    const TlsIdentity stranger = MakeTlsIdentity();
+    ScriptedServer server([&](Peer& peer) { peer.StartTls(stranger, "220 ready\r\n"); });
+    CPopProfileSetting setting = Setting(server.Port());
+    setting.sslsmtp = 1;
+    EXPECT_THAT(AdviceFor(Protocol::Smtp, setting), HasSubstr("does not trust the authority"));
+}
+
+TEST(Advice, OfAServerThatCannotBeReached) {
+    CPopProfileSetting setting = Setting(UnusedPort());
+    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("Nothing listens there: popport may be wrong"));
+    EXPECT_THAT(AdviceFor(Protocol::Smtp, setting), HasSubstr("Nothing listens there: smtpport may be wrong"));
+    setting.popport = 70000;
+    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("Look at popserver and popport"));
+
+    const BlackHole hole;
+    setting.popport = hole.Port();
+    setting.timeout = kStallTimeOut_s;
+    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("a firewall may be in between"));
+
+    CProbeStep no_route;
+    no_route.kind = PROBE_CONNECT;
+    no_route.failure = PROBE_NO_CONNECTION;
+    no_route.text = "could not connect to 192.0.2.1 port 110: Network is unreachable";
+    EXPECT_THAT(Advice(no_route, Protocol::Pop, setting), HasSubstr("There is no way to the server"));
+    CProbeStep slow_name;
+    slow_name.kind = PROBE_FIND_SERVER;
+    slow_name.failure = PROBE_TIMED_OUT;
+    EXPECT_THAT(Advice(slow_name, Protocol::Pop, setting), HasSubstr("The name service (DNS) of this machine"));
+}
+
+TEST(Advice, OfANameThatIsNone) {
+    const ResolverStandIn resolver([](const std::string&) {
+        NameAnswer answer;
+        answer.error = "no such name";
+        return answer;
+    });
+    CPopProfileSetting setting = Setting(110);
+    setting.popserver = "pop.example.org";
+    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("look at popserver for a typing error"));
+    setting.popserver.clear();
+    EXPECT_EQ(AdviceFor(Protocol::Pop, setting), "No server is set: set popserver.");
+}
+
+}  // namespace
+}  // namespace tarvex::host

@@ -1,9 +1,0 @@
-// How a reset connection reads on POSIX.
-
-#include "tests/reset.h"
-
-namespace tarvex::testing {
-
-std::string WithResetAsSeen(std::string text) { return text; }
-
-}  // namespace tarvex::testing

@@ -1,0 +1,334 @@
+// Trying servers without a run: which steps there are, what each says, and why one fails.
+
+#include "tarvex/probe.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "testing/mail_servers.h"
+#include "tests/support/conversation.h"
+#include "tests/support/net_tools.h"
+
+namespace tarvex::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+CPopProfileSetting Setting(int pop_port, int smtp_port, int timeout = kAmpleTimeOut_s) {
+    CPopProfileSetting setting;
+    setting.popserver = "127.0.0.1";
+    setting.smtpserver = "127.0.0.1";
+    setting.popport = pop_port;
+    setting.smtpport = smtp_port;
+    setting.popuser = "alice";
+    setting.poppassword = "secret";
+    setting.timeout = timeout;
+    return setting;
+}
+
+// "log in: +OK welcome", and for a failed step "log in failed (7): -ERR no".
+std::vector<std::string> Shown(const CArray<CProbeStep>& steps) {
+    std::vector<std::string> shown;
+    for (const CProbeStep& step : steps) {
+        EXPECT_GE(step.microseconds, 0);
+        std::string line = ProbeStepName(step.kind);
+        if (step.failure != PROBE_SUCCESS) line += " failed (" + std::to_string(step.failure) + ")";
+        shown.push_back(line + ": " + step.text);
+    }
+    return shown;
+}
+
+std::vector<std::string> Shown(const CArray<CListedMail>& mails) {
+    std::vector<std::string> shown;
+    for (const CListedMail& mail : mails) {
+        shown.push_back(mail.number + " " + mail.uidl + " " + std::to_string(mail.size_bytes));
+    }
+    return shown;
+}
+
+std::string Failed(CProbeStepKind kind, CProbeFailure failure, const std::string& text) {
+    return std::string(ProbeStepName(kind)) + " failed (" + std::to_string(failure) + "): " + text;
+}
+
+// ---- POP3
+
+TEST(Probe, ListsAMailboxAndChangesNothing) {
+    Conversation server(R"(S: +OK ready
+C: USER alice
+S: +OK name
+C: PASS secret
+S: +OK welcome
+C: UIDL
+S: +OK two
+S: 1 a
+S: 2 b c
+S: .
+C: LIST
+S: +OK
+S: 1 120
+S: 2 many
+S: .
+C: QUIT
+S: +OK bye
+C: (closed)
+)");
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(Setting(server.Port(), 1), &listing), 1);
+    EXPECT_THAT(Shown(listing.steps), ElementsAre("find the server: ", "connect: ", "greeting: +OK ready",
+                                                  "log in: +OK welcome", "list: +OK two", "quit: +OK bye"));
+    EXPECT_THAT(Shown(listing.mails), ElementsAre("1 a 120", "2 b c -1"));
+    EXPECT_EQ(listing.has_uidls, 1);
+}
+
+TEST(Probe, AServerWithoutUidlListsSizesAlone) {
+    MailboxServer mailbox("alice", "secret");
+    mailbox.OfferUidl(false);
+    mailbox.Add({"a", "text\r\n"});
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(Setting(mailbox.Port(), 1), &listing), 1);
+    EXPECT_THAT(Shown(listing.mails), ElementsAre("1  6"));
+    EXPECT_EQ(listing.has_uidls, 0);
+}
+
+TEST(Probe, AListingWithoutSizesIsAListing) {
+    MailboxServer mailbox("alice", "secret");
+    mailbox.Add({"a", "text\r\n"});
+    mailbox.SetFault([](const std::string& command) { return command == "LIST" ? "-ERR no" : ""; });
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(Setting(mailbox.Port(), 1), &listing), 1);
+    EXPECT_THAT(Shown(listing.mails), ElementsAre("1 a -1"));
+    EXPECT_THAT(Shown(listing.steps).back(), StartsWith("quit: +OK"));
+}
+
+TEST(Probe, LogsInByApopWhereTheRunDoes) {
+    MailboxServer mailbox("alice", "secret");
+    CPopProfileSetting setting = Setting(mailbox.Port(), 1);
+    setting.apop = 1;
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(setting, &listing), 1);
+    EXPECT_EQ(mailbox.Received("APOP"), 1);
+    EXPECT_EQ(mailbox.Received("PASS"), 0);
+}
+
+TEST(Probe, ALookDownloadsAndDeletesNothing) {
+    MailboxServer mailbox("alice", "secret");
+    mailbox.Add({"a", "text\r\n"});
+    CPopProfileSetting setting = Setting(mailbox.Port(), 1);
+    setting.deletemail = 1;
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(setting, &listing), 1);
+    EXPECT_EQ(mailbox.Received("RETR") + mailbox.Received("DELE"), 0);
+    EXPECT_EQ(mailbox.Mails().size(), 1u);
+}
+
+TEST(Probe, AListingIsEmptiedFirst) {
+    MailboxServer mailbox("alice", "secret");
+    mailbox.Add({"a", "text\r\n"});
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(Setting(mailbox.Port(), 1), &listing), 1);
+    EXPECT_EQ(ListMailbox(Setting(UnusedPort(), 1), &listing), 0);
+    EXPECT_THAT(listing.mails, IsEmpty());
+    EXPECT_EQ(listing.steps.size(), 2u);
+    EXPECT_EQ(listing.has_uidls, 0);
+}
+
+TEST(Probe, TheLastStepSaysWhyAMailboxCannotBeListed) {
+    struct Case {
+        std::string name;
+        std::string script;
+        std::string last_step;
+        int timeout = kAmpleTimeOut_s;
+    };
+    const std::string greeted = "S: +OK ready\n";
+    const std::string named = greeted + "C: USER alice\nS: +OK\n";
+    const std::string logged_in = named + "C: PASS secret\nS: +OK\n";
+    const std::vector<Case> cases = {
+        {"a server of another protocol", "S: 220 mail.example.org ESMTP\nC: (closed)\n",
+         Failed(PROBE_GREETING, PROBE_WRONG_PROTOCOL, "not a reply of POP3: 220 mail.example.org ESMTP")},
+        {"a server that refuses everybody", "S: -ERR go away\nC: (closed)\n",
+         Failed(PROBE_GREETING, PROBE_REFUSED, "-ERR go away")},
+        {"a server that says nothing", "C: (closed)\n", Failed(PROBE_GREETING, PROBE_TIMED_OUT, "no answer in time"),
+         kStallTimeOut_s},
+        {"a server that goes at once", "S: (closed)\n",
+         Failed(PROBE_GREETING, PROBE_LOST, "the server closed the connection")},
+        {"an unknown user", greeted + "C: USER alice\nS: -ERR who?\nC: (closed)\n",
+         Failed(PROBE_LOGIN, PROBE_REFUSED, "-ERR who?")},
+        {"a wrong password", named + "C: PASS secret\nS: -ERR wrong\nC: (closed)\n",
+         Failed(PROBE_LOGIN, PROBE_REFUSED, "-ERR wrong")},
+        {"a log-in that takes for ever", named + "C: PASS secret\nC: (closed)\n",
+         Failed(PROBE_LOGIN, PROBE_TIMED_OUT, "no answer in time"), kStallTimeOut_s},
+        {"a mailbox that cannot be listed", logged_in + "C: UIDL\nS: -ERR no\nC: LIST\nS: -ERR neither\nC: (closed)\n",
+         Failed(PROBE_LIST, PROBE_REFUSED, "-ERR neither")},
+        {"a connection that is lost", logged_in + "C: UIDL\nS: (closed)\n",
+         Failed(PROBE_LIST, PROBE_LOST, "the server closed the connection")},
+    };
+    struct Outcome {
+        int result = -1;
+        std::string last_step;
+        std::string transcript;
+    };
+    const auto list = [](const Case& one) {
+        Conversation server(one.script);
+        CMailboxListing listing;
+        Outcome outcome;
+        outcome.result = ListMailbox(Setting(server.Port(), 1, one.timeout), &listing);
+        outcome.last_step = Shown(listing.steps).back();
+        outcome.transcript = server.Transcript();
+        return outcome;
+    };
+    RunAll(cases, list, [](const Case& one, const Outcome& outcome) {
+        SCOPED_TRACE(one.name);
+        EXPECT_EQ(outcome.result, 0);
+        EXPECT_EQ(outcome.last_step, one.last_step);
+        EXPECT_EQ(outcome.transcript, Conversation::Expected(one.script));
+    });
+}
+
+TEST(Probe, AServerThatCannotBeReachedSaysAtWhichStep) {
+    const int closed = UnusedPort();
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(Setting(closed, 1), &listing), 0);
+    EXPECT_THAT(Shown(listing.steps),
+                ElementsAre("find the server: ", Failed(PROBE_CONNECT, PROBE_NO_CONNECTION,
+                                                        "could not connect to 127.0.0.1 port " +
+                                                            std::to_string(closed) + ": Connection refused")));
+
+    EXPECT_EQ(ListMailbox(Setting(0, 1), &listing), 0);
+    EXPECT_THAT(Shown(listing.steps),
+                ElementsAre(Failed(PROBE_FIND_SERVER, PROBE_NO_CONNECTION, "there is no port 0")));
+
+    const BlackHole hole;
+    EXPECT_EQ(ListMailbox(Setting(hole.Port(), 1, kStallTimeOut_s), &listing), 0);
+    EXPECT_THAT(Shown(listing.steps).back(), StartsWith(Failed(PROBE_CONNECT, PROBE_TIMED_OUT, "")));
+    EXPECT_GE(listing.steps.back().microseconds, 900'000);
+
+    const ResolverStandIn resolver([](const std::string&) {
+        NameAnswer answer;
+        answer.error = "no such name";
+        return answer;
+    });
+    CPopProfileSetting setting = Setting(1, 1);
+    setting.popserver = "pop.example.org";
+    EXPECT_EQ(ListMailbox(setting, &listing), 0);
+    EXPECT_THAT(Shown(listing.steps), ElementsAre(AllOf(StartsWith(Failed(PROBE_FIND_SERVER, PROBE_NO_SUCH_SERVER, "")),
+                                                        HasSubstr("no such name"))));
+}
+
+// ---- SMTP
+
+TEST(Probe, TriesSmtpAndSendsNoMail) {
+    SinkServer sink("alice", "secret");
+    CPopProfileSetting setting = Setting(1, sink.Port());
+    CSmtpTrial trial;
+    EXPECT_EQ(TrySmtp(setting, &trial), 1);
+    EXPECT_EQ(trial.method, "");
+    EXPECT_EQ(trial.steps.size(), 5u);
+
+    setting.smtpauth = 1;
+    for (const auto& [mode, method] : {std::pair(0, "CRAM-MD5"), std::pair(1, "PLAIN"), std::pair(2, "LOGIN")}) {
+        setting.smtpauth_mode = mode;
+        EXPECT_EQ(TrySmtp(setting, &trial), 1);
+        EXPECT_EQ(trial.method, method);
+        EXPECT_THAT(Shown(trial.steps), ElementsAre("find the server: ", "connect: ", StartsWith("greeting: 220"),
+                                                    StartsWith("hello: 250-localhost\r\n"), "log in: 235 2.7.0 welcome",
+                                                    StartsWith("quit: 221")));
+    }
+    EXPECT_EQ(sink.Received("QUIT"), 4);
+    EXPECT_EQ(sink.Received("MAIL"), 0);
+}
+
+TEST(Probe, TheLastStepSaysWhySmtpIsNotReady) {
+    struct Case {
+        std::string name;
+        std::string script;
+        std::string last_step;
+        int sslsmtp = 0;
+        int timeout = kAmpleTimeOut_s;
+    };
+    const std::string ehlo = "S: 220 ready\nC: EHLO {host}\n";
+    const std::vector<Case> cases = {
+        {"a server of another protocol", "S: +OK ready\nC: (closed)\n",
+         Failed(PROBE_GREETING, PROBE_WRONG_PROTOCOL, "not a reply of SMTP: +OK ready")},
+        {"a server that refuses everybody", "S: 554 no\nC: (closed)\n",
+         Failed(PROBE_GREETING, PROBE_REFUSED, "554 no")},
+        {"a server that is too busy", "S: 421 later\nC: (closed)\n",
+         Failed(PROBE_GREETING, PROBE_REFUSED, "421 later")},
+        {"a hello that is refused", ehlo + "S: 502 no\nC: QUIT\nS: 221 bye\nC: (closed)\n",
+         Failed(PROBE_HELLO, PROBE_REFUSED, "502 no")},
+        {"a hello that is not answered", ehlo + "C: (closed)\n",
+         Failed(PROBE_HELLO, PROBE_TIMED_OUT, "no answer in time"), 0, kStallTimeOut_s},
+        {"a log-in that is refused",
+         ehlo + "S: 250-me\nS: 250-AUTH LOGIN\nS: 250 SIZE\nC: AUTH LOGIN\nS: 535 no\nC: QUIT\nS: (closed)\n",
+         Failed(PROBE_LOGIN, PROBE_REFUSED, "535 no")},
+        {"a server in clear where TLS is expected", "S: 220 ready\nC: (closed)\n", "", 1},
+        {"no STARTTLS", ehlo + "S: 250 me\nC: (closed)\n",
+         Failed(PROBE_TLS, PROBE_NO_TLS, "the server does not offer STARTTLS"), 2},
+    };
+    struct Outcome {
+        int result = -1;
+        std::string last_step;
+    };
+    const auto open = [](const Case& one) {
+        Conversation server(one.script);
+        CPopProfileSetting setting = Setting(1, server.Port(), one.timeout);
+        setting.sslsmtp = one.sslsmtp;
+        setting.smtpauth = 1;
+        CSmtpTrial trial;
+        Outcome outcome;
+        outcome.result = TrySmtp(setting, &trial);
+        outcome.last_step = Shown(trial.steps).back();
+        return outcome;
+    };
+    RunAll(cases, open, [](const Case& one, const Outcome& outcome) {
+        SCOPED_TRACE(one.name);
+        EXPECT_EQ(outcome.result, 0);
+        if (one.last_step.empty()) {
+            EXPECT_THAT(outcome.last_step, StartsWith(Failed(PROBE_TLS, PROBE_NO_TLS, "TLS handshake: ")));
+        } else {
+            EXPECT_EQ(outcome.last_step, one.last_step);
+        }
+    });
+}
+
+TEST(Probe, ACertificateIsJudgedAsInARun) {
+    const TlsIdentity good = MakeTlsIdentity();
+    const TlsIdentity stranger = MakeTlsIdentity();
+    const TrustedAuthority trusted(good);
+    const auto serve = [](const TlsIdentity& identity) {
+        return [&identity](Peer& peer) {
+            if (!peer.StartTls(identity, "220 ready\r\n")) return;
+            peer.ReadLine();
+            peer.Send("250 me\r\n");
+            peer.Expect("QUIT");
+            peer.Send("221 bye\r\n");
+        };
+    };
+    for (const bool is_good : {true, false}) {
+        ScriptedServer server(serve(is_good ? good : stranger));
+        CPopProfileSetting setting = Setting(1, server.Port());
+        setting.sslsmtp = 1;
+        CSmtpTrial trial;
+        EXPECT_EQ(TrySmtp(setting, &trial), is_good ? 1 : 0);
+        if (is_good) {
+            EXPECT_THAT(Shown(trial.steps), ElementsAre("find the server: ", "connect: ", "TLS: ",
+                                                        "greeting: 220 ready", "hello: 250 me", "quit: 221 bye"));
+        } else {
+            EXPECT_THAT(Shown(trial.steps).back(),
+                        StartsWith(Failed(PROBE_TLS, PROBE_BAD_CERTIFICATE, "TLS handshake: certificate: ")));
+        }
+    }
+}
+
+TEST(Probe, AStepThatIsNoneHasNoName) {
+    EXPECT_STREQ(ProbeStepName(-1), "");
+    EXPECT_STREQ(ProbeStepName(PROBE_QUIT + 1), "");
+}
+
+}  // namespace
+}  // namespace tarvex::testing
