@@ -28,7 +28,7 @@ public:
     int status = 0;  // 0 = switched off; any other value counts as on, but only exactly 1 is saved as on
     int kind = 0;    // a CTermKind; a term of any other kind never matches
     CString start;   // "year,month,day,hour,minute,second" as GetCTime reads it
-    CString end;     // likewise
+    CString end;     // the same form
 };
 
 // The terms of one forwarding address, in order. The schedule owns its terms. No operation throws: when memory runs

@@ -125,8 +125,8 @@ public:
     int spare = 0;     // unused; travels only with a copy construction
     CString address;   // where to send: a mail address, with or without display name and comment
     CString nickname;  // display name
-    int textonly =
-        -100;  // negative: send as it is; 0: text mail without limit; positive: text mail of at most that many bytes
+    // negative: send as it is; 0: text mail without limit; positive: text mail of at most that many bytes (B17)
+    int textonly = -100;
     int cutwhite = 0;    // text mail: 0 keeps, positive compresses, negative cuts white space and compress_words
     int htmltotext = 1;  // text mail: non-zero turns an HTML mail into text
     // text mail: characters for cutwhite, separated by single blanks; "-", "," and the ideographic space

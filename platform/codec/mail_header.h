@@ -23,9 +23,10 @@ public:
     std::string to;
     std::string subject;
     std::string cc;
-    std::string content_type;               // with its parameters, the bytes as they stand (no encoded words)
-    std::string content_transfer_encoding;  // likewise
-    std::string content_disposition;        // likewise
+    // Structure: the bytes as they stand, with parameters, encoded words not decoded.
+    std::string content_type;
+    std::string content_transfer_encoding;
+    std::string content_disposition;
     std::string content_id;
     std::string content_description;
     std::string sender;

@@ -253,7 +253,7 @@ std::string RawToSJis(std::string text) {
 
 enum class ValueForm {
     Text,       // decoded to Shift-JIS
-    Addresses,  // likewise, and what was decoded is never structure
+    Addresses,  // decoded to Shift-JIS; what was decoded is never structure
     Verbatim,   // structure: the bytes as they stand
 };
 

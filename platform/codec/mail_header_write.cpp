@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kMaxColumns = 76;
 constexpr std::size_t kMaxWordBytes = 75;   // RFC 2047 section 2
 constexpr std::size_t kMaxAtomBytes = 900;  // what is longer is encoded, so that no line passes 998 bytes
-constexpr std::size_t kMaxBlanks = 20;      // likewise
+constexpr std::size_t kMaxBlanks = 20;      // a longer run of blanks is encoded, for the same reason
 constexpr std::string_view kWordBegin = "=?ISO-2022-JP?B?";
 constexpr std::string_view kWordEnd = "?=";
 constexpr std::string_view kToKanji = "\x1B$B";

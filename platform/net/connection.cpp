@@ -290,7 +290,7 @@ bool Connection::ReceiveMore(const Deadline& deadline) {
             if (Failure failure = stream_.Wait(TcpStream::Event::ToRead, deadline)) return Fail(std::move(failure));
         }
         if (TryReceive() == Transfer::Status::Progress) return true;
-        // Likewise.
+        // Records of TLS that are no data end the wait as well, and must not put the deadline off.
         if (!failure_ && deadline.HasPassed()) return Fail(TimedOut("no answer in time"));
     }
     return false;

@@ -99,7 +99,7 @@ private:
     std::string server_;
     Failure failure_ = Disconnected("not connected");
     std::unique_ptr<char[]> buffer_;  // made when first needed, since a connection may never come about
-    std::unique_ptr<char[]> wire_;    // likewise, for what TLS received
+    std::unique_ptr<char[]> wire_;    // what TLS received; made when first needed
     std::size_t begin_ = 0;           // Received
     std::size_t end_ = 0;
     bool filled_room_ = false;  // by the last receive, so more is likely to be at hand

@@ -9,15 +9,15 @@
 
 namespace tarvex {
 
-// The lines of a message as they go over the wire, without the final "." line: line ends are CR LF throughout, the last
-// line has one (an empty message stays empty), and no line is a lone ".", so that nothing in the text can end DATA
-// early. What a receiving server unstuffs is the message.
-//   - The text's own final terminator, if it has one, is taken off: ".\r\n" as the last line.
+// The lines of a message as they go over the wire, without the final "." line. Every line ends with CR LF (an empty
+// message stays empty), and no line is a lone ".", so nothing in the text can end DATA early. The receiving server
+// unstuffs exactly the message.
+//   - A final "." line of the text itself is taken off.
 //   - A bare CR and a bare LF become CR LF (CR CR LF becomes two line ends).
-//   - Fetched: a line that follows a true CR LF goes as it is; a line that begins with a dot behind a bare CR or LF,
-//   and
-//     every line that is a lone ".", gets a dot more. NotStuffed: every line that begins with a dot gets one.
-// A text that needs no change is returned as a view of itself, else as a view of `scratch`.
+//   - NotStuffed: every line that begins with a dot gets one more.
+//   - Fetched: the POP3 server has stuffed the lines that follow a CR LF; they go as they are. Two kinds of lines get a
+//     dot: one that begins with a dot after a bare CR or LF, and one that is a lone ".".
+// The result is a view of the text when nothing has to change, else a view of `scratch`.
 std::string_view FrameData(std::string_view text, DataForm form, std::string& scratch);
 
 }  // namespace tarvex

@@ -1,6 +1,6 @@
 #pragma once
 
-// What a server may send before it is refused. A limit that is passed yields a negative reply that says so.
+// How much a server may send. An answer over its limit becomes a negative reply that says so.
 
 #include <cstddef>
 
@@ -12,9 +12,8 @@ inline constexpr std::size_t kMebibyte = 1024 * kKibibyte;
 inline constexpr std::size_t kMaxReplyLineBytes = 64 * kKibibyte;  // one reply line
 inline constexpr std::size_t kMaxSmtpReplyBytes = 64 * kKibibyte;  // one SMTP answer, all its lines
 inline constexpr std::size_t kMaxListingBytes = 64 * kMebibyte;    // one UIDL or LIST answer
-inline constexpr std::size_t kMaxListingLines = std::size_t{4}
-                                                << 20;            // likewise: a line costs more memory than its bytes
-inline constexpr std::size_t kMaxMessageBytes = 256 * kMebibyte;  // one message
+inline constexpr std::size_t kMaxListingLines = 4'194'304;         // its lines: each costs more memory than its bytes
+inline constexpr std::size_t kMaxMessageBytes = 256 * kMebibyte;   // one message
 
 inline constexpr int kDefaultTimeOutSeconds = 30;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// Foreign text inside a reason.
+// Makes server text safe to quote in an error message.
 
 #include <cstddef>
 #include <string>

@@ -37,7 +37,7 @@ public:
     [[nodiscard]] Transfer Decrypt(char* buffer, std::size_t size_bytes);
 
     [[nodiscard]] bool Encrypt(std::string_view clear);  // adds to what is to be sent; false on failure
-    void EncryptEnd();                                   // likewise, a close_notify
+    void EncryptEnd();                                   // adds a close_notify to what is to be sent
     std::string_view ToSend() const;
     void Sent(std::size_t bytes);
 
