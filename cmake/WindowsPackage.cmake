@@ -7,7 +7,8 @@ set(licences
   /usr/share/doc/mingw-w64-common/copyright                    mingw-w64
   /usr/share/doc/libasio-dev/copyright                         Asio
   /usr/share/doc/libcli11-dev/copyright                        CLI11
-  /usr/share/doc/nlohmann-json3-dev/copyright                  nlohmann-json)
+  /usr/share/doc/nlohmann-json3-dev/copyright                  nlohmann-json
+  /usr/share/doc/libsqlite3-dev/copyright                      SQLite)
 while(licences)
   list(POP_FRONT licences file name)
   install(FILES ${file} DESTINATION licences RENAME ${name}.txt)

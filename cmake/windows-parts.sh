@@ -2,6 +2,7 @@
 # windows-parts.sh FOLDER: puts into FOLDER, each once, what the Windows build needs and Debian has no package for.
 #
 #   openssl/   OpenSSL for 32-bit Windows, static, cross-compiled from Debian's source package
+#   sqlite/    SQLite, likewise
 #   headers/   the header-only libraries of this system that the host and the tests need, apart from its other headers
 #   wine/      the 32-bit wine, taken out of Debian's packages. They are not installed: a system's libraries can only be
 #              had for both architectures in the very same version, which half-updated mirrors do not allow.
@@ -10,6 +11,7 @@
 set -euo pipefail
 folder=$(mkdir -p "$1" && cd "$1" && pwd)
 openssl_number=4
+sqlite_number=1
 wine_number=2
 
 say() { printf '%s\n' "== $*"; }
@@ -41,9 +43,9 @@ private_apt() {
     -o APT::Sandbox::User="$(id -un)" "$@"
 }
 
-fetch_openssl() { # SUITES; into the current folder
+fetch_source() { # PACKAGE SUITES; into the current folder
   rm -rf -- *
-  private_apt source "$1" update && private_apt source "$1" source openssl
+  private_apt source "$2" update && private_apt source "$2" source "$1"
 }
 
 # No path of this machine gets into the library, nothing that it could load or read at run time, and none of the protocols
@@ -62,19 +64,30 @@ build_openssl() { # TARGET
   cp LICENSE.txt "$1"
 }
 
-make_openssl() {
-  say "building OpenSSL for Windows, once, in $folder/openssl"
-  local build=$folder/openssl-build target=$folder/openssl
+# In one file, without what could load code at run time.
+build_sqlite() { # TARGET
+  ./configure
+  make sqlite3.c
+  i686-w64-mingw32-gcc-posix -c -O2 -D_WIN32_WINNT=0x0601 -D__MINGW_USE_VC2005_COMPAT -DSQLITE_OMIT_LOAD_EXTENSION \
+    -DSQLITE_DQS=0 sqlite3.c
+  mkdir "$1/include" "$1/lib"
+  i686-w64-mingw32-gcc-ar-posix crs "$1/lib/libsqlite3.a" sqlite3.o
+  cp sqlite3.h "$1/include"
+}
+
+make_library() { # PACKAGE NUMBER: a library of Debian's, by build_PACKAGE
+  say "building $1 for Windows, once, in $folder/${1%3}"
+  local build=$folder/$1-build target=$folder/${1%3}
   rm -rf "$build" "$target"
   mkdir -p "$build" "$target"
   cd "$build"
   # Mirrors do not always carry the latest security update's sources.
-  fetch_openssl "bookworm bookworm-updates bookworm-security" >log 2>&1 ||
-    fetch_openssl "bookworm bookworm-updates" >log 2>&1 || { cat log; return 1; }
-  cd openssl-*/
-  export -f build_openssl
-  bash -euc 'build_openssl "$1"' bash "$target" >../log 2>&1 || { tail -50 ../log; return 1; }
-  echo "$openssl_number" >"$target/.complete"
+  fetch_source "$1" "bookworm bookworm-updates bookworm-security" >log 2>&1 ||
+    fetch_source "$1" "bookworm bookworm-updates" >log 2>&1 || { cat log; return 1; }
+  cd "$1"-*/
+  export -f build_openssl build_sqlite
+  bash -euc 'build_"$1" "$2"' bash "${1%3}" "$target" >../log 2>&1 || { tail -50 ../log; return 1; }
+  echo "$2" >"$target/.complete"
   cd "$folder"
   rm -rf "$build" apt-source
 }
@@ -128,5 +141,6 @@ exec 9>"$folder/.lock"
 flock 9
 mkdir -p "$folder/headers"
 ln -sfn /usr/include/asio /usr/include/asio.hpp /usr/include/CLI /usr/include/nlohmann "$folder/headers/"
-has openssl $openssl_number || (make_openssl)
+has openssl $openssl_number || (make_library openssl $openssl_number)
+has sqlite $sqlite_number || (make_library sqlite3 $sqlite_number)
 has wine $wine_number || (make_wine 9>&-)

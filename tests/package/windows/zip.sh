@@ -18,7 +18,7 @@ cd tarvex-*-win32
 
 expected=(README.txt bin/Tarvex.dll bin/tarvex.exe lib/Tarvex.def lib/libTarvex.dll.a
   docs/{files,host,network,stunnel,text-mail,tokens}.md
-  licences/{Asio,CLI11,GCC-runtime,OpenSSL,mingw-w64,nlohmann-json}.txt)
+  licences/{Asio,CLI11,GCC-runtime,OpenSSL,SQLite,mingw-w64,nlohmann-json}.txt)
 diff <({ printf '%s\n' "${expected[@]}"; (cd "$source" && ls include/tarvex/*); } | sort) <(find . -type f -printf '%P\n' | sort) ||
   fail "the zip holds other files"
 grep -qv $'\r$' README.txt && fail "the README has lines that do not end as on Windows"
