@@ -33,4 +33,7 @@ std::string TemporaryDirectory();
 // Makes what is missing of a directory, for its owner alone.
 std::error_code MakeOwnDirectories(const std::string& directory);
 
+// Tells a directory from another one that has taken its path since; empty when that cannot be found out.
+std::string DirectoryIdentity(std::string_view path);
+
 }  // namespace tarvex::host

@@ -1,5 +1,6 @@
 #include "host/system/paths.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -44,6 +45,14 @@ std::error_code MakeOwnDirectories(const std::string& directory) {
     std::filesystem::create_directories(NativePath(directory), error);
     umask(old_mask);
     return error;
+}
+
+// Numbers are used again: the moment of the directory's making comes with them, where the file system keeps it.
+std::string DirectoryIdentity(std::string_view path) {
+    struct statx status {};
+    if (statx(AT_FDCWD, NativePath(path).c_str(), 0, STATX_INO | STATX_BTIME, &status) != 0) return {};
+    return std::to_string(status.stx_ino) + '-' + std::to_string(status.stx_btime.tv_sec) + '-' +
+           std::to_string(status.stx_btime.tv_nsec);
 }
 
 }  // namespace tarvex::host

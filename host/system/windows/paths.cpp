@@ -50,4 +50,19 @@ std::error_code MakeOwnDirectories(const std::string& directory) {
     return error;
 }
 
+// Numbers are used again: the moment of the directory's making comes with them.
+std::string DirectoryIdentity(std::string_view path) {
+    const HANDLE directory =
+        CreateFileW(NativePath(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (directory == INVALID_HANDLE_VALUE) return {};
+    BY_HANDLE_FILE_INFORMATION status{};
+    const bool known = GetFileInformationByHandle(directory, &status) != 0;
+    CloseHandle(directory);
+    if (!known) return {};
+    const auto whole = [](std::uint64_t high, std::uint64_t low) { return std::to_string(high << 32 | low); };
+    return whole(status.nFileIndexHigh, status.nFileIndexLow) + '-' +
+           whole(status.ftCreationTime.dwHighDateTime, status.ftCreationTime.dwLowDateTime);
+}
+
 }  // namespace tarvex::host

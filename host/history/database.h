@@ -1,0 +1,96 @@
+#pragma once
+
+// SQLite, as far as the history needs it: a connection, statements with values bound to them, transactions. What fails
+// throws DatabaseError. A database belongs to one thread.
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace tarvex::host {
+
+class DatabaseError : public std::runtime_error {
+public:
+    DatabaseError(int code, const std::string& what) : std::runtime_error(what), code_(code) {}
+
+    bool IsDamage() const;  // the file is no database, is not whole, or is another's
+
+private:
+    int code_;  // of SQLite
+};
+
+// One SQL statement. Its rows are read one after the other; text is valid until the next row.
+class Statement {
+public:
+    // Binds the values to the statement's question marks, in their order, and starts it anew.
+    template <class... Values>
+    Statement& With(const Values&... values) {
+        Reset();
+        int place = 0;
+        (Bind(++place, values), ...);
+        return *this;
+    }
+
+    bool Next();  // false when there is no further row
+    void Run() {
+        while (Next()) {
+        }
+    }
+
+    std::int64_t Number(int column) const;  // counted from 0; 0 for NULL
+    std::string Text(int column) const;     // empty for NULL
+
+private:
+    friend class Database;
+    explicit Statement(sqlite3_stmt* statement) : statement_(statement) {}
+
+    void Reset();
+    void Bind(int place, std::int64_t number);
+    void Bind(int place, std::string_view text);
+
+    struct Finalize {
+        void operator()(sqlite3_stmt* statement) const;
+    };
+    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+};
+
+class Database {
+public:
+    enum class Use { Read, Write };
+
+    // Writing makes a file that is missing. Waits up to `patience` for another process each time that one has it.
+    Database(const std::string& utf8_path, Use use, std::chrono::milliseconds patience);
+
+    void Run(const char* sql);  // any number of statements
+    Statement Prepare(std::string_view sql);
+    std::int64_t Number(std::string_view sql);  // the first column of the first row, 0 without one
+    std::int64_t LastId() const;                // of the row that was inserted last
+
+private:
+    struct Close {
+        void operator()(sqlite3* database) const;
+    };
+    std::unique_ptr<sqlite3, Close> database_;
+};
+
+// What is done until Commit counts as a whole, or not at all.
+class Transaction {
+public:
+    explicit Transaction(Database& database);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    void Commit();
+
+private:
+    Database* database_;  // null once it is committed
+};
+
+}  // namespace tarvex::host

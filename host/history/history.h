@@ -1,0 +1,100 @@
+#pragma once
+
+// What the runs of a root did, remembered across restarts in ROOT/.tarvex/history.db (SQLite). One process writes it,
+// the holder of the root's lock; others may read meanwhile. Losing it loses no mail, and nothing that goes wrong with
+// it keeps a run from anything.
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "host/history/database.h"
+#include "tarvex/result.h"
+#include "tarvex/text.h"
+
+namespace tarvex::host {
+
+struct PastRun {
+    CTime started = 0;
+    CTime ended = 0;
+    CRunResult result;
+};
+
+// A profile's runs since it was made. The numbers only grow: they outlive the single runs, of which the newest
+// kKeptRuns of the last kKeptDays are kept, and of quiet ones in a row (nothing new) the last.
+struct ProfileHistory {
+    std::int64_t runs = 0;
+    std::int64_t failed = 0;
+    std::int64_t failed_in_a_row = 0;
+    CTime failing_since = 0;  // start of the first of them; 0 when the last run did not fail
+    CTime last_good = 0;      // start of the last run that did not fail; 0 for none
+    std::int64_t fetched = 0;
+    std::int64_t not_fetched = 0;
+    std::int64_t delivered = 0;  // messages, to all their addresses
+    std::int64_t copies = 0;
+    std::int64_t bytes_received = 0;
+    std::int64_t bytes_sent = 0;
+    PastRun last;
+};
+
+inline constexpr int kKeptRuns = 1000;
+inline constexpr int kKeptDays = 90;
+
+class HistoryWriter {
+public:
+    using Tell = std::function<void(const std::string& sentence)>;
+
+    // Opens nothing yet. `tell` hears once that something is wrong, and once that it is over; what is wrong is tried
+    // again after a while.
+    HistoryWriter(std::string root, Tell tell, std::chrono::milliseconds retry_after = std::chrono::seconds(30));
+
+    // What cannot be written is kept in memory, within limits, and written with a later run. Throws nothing but
+    // std::bad_alloc.
+    void Add(const CString& profile_path, PastRun run);
+
+private:
+    struct Entry {
+        std::string profile;
+        std::string directory;
+        PastRun run;
+    };
+
+    void Write();
+    std::optional<DatabaseError> TryToWrite();
+    void Open();
+    void Insert(const Entry& entry);
+    std::int64_t ProfileId(const Entry& entry);
+    void InsertRun(std::int64_t profile, const PastRun& run);
+    void InsertDetails(std::int64_t run, const CRunResult& result);
+    void DropOld(std::int64_t profile, CTime now);
+    bool SetAside();
+
+    const std::string root_;
+    const Tell tell_;
+    const std::chrono::milliseconds retry_after_;
+    std::optional<Database> database_;
+    std::deque<Entry> waiting_;
+    bool failing_ = false;
+    std::chrono::steady_clock::time_point next_try_{};
+};
+
+class HistoryReader {
+public:
+    // A root without a history has an empty one. Throws DatabaseError when it cannot be read.
+    explicit HistoryReader(const std::string& root);
+
+    // Nothing when no run of it is known. Throws DatabaseError.
+    std::optional<ProfileHistory> Of(const CString& profile_path);
+
+private:
+    void ReadLast(std::int64_t profile, PastRun& run);
+    void ReadDetails(std::int64_t run, CRunResult& result);
+
+    std::optional<Database> database_;  // none where nothing was written
+    bool was_moved_ = false;            // the root, since the history was written last
+};
+
+}  // namespace tarvex::host
