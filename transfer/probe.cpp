@@ -39,25 +39,34 @@ CProbeStepKind KindOf(ConnectStep step) {
     return PROBE_GREETING;
 }
 
-// Why a connection failed is told by the step and by the socket's own reasons.
-CProbeFailure FailureOf(int kind, const CBaseSocket& socket, std::string_view reason) {
-    const bool no_socket = reason.empty();
-    if (no_socket || reason.starts_with("there is no port ")) return PROBE_NO_CONNECTION;
-    if (socket.failed == 0) return PROBE_REFUSED;
-    if (socket.timed_out != 0) return PROBE_TIMED_OUT;
-    if (reason.starts_with("not a reply of ")) return PROBE_WRONG_PROTOCOL;
-    if (kind == PROBE_FIND_SERVER) return PROBE_NO_SUCH_SERVER;
-    if (kind == PROBE_CONNECT) return PROBE_NO_CONNECTION;
-    if (kind != PROBE_TLS) return PROBE_LOST;
-    return reason.starts_with("TLS handshake: certificate: ") ? PROBE_BAD_CERTIFICATE : PROBE_NO_TLS;
-}
-
-// The reason in a reply that the socket made up itself.
-std::string_view ReasonIn(std::string_view reply) {
-    for (const std::string_view prefix : {"-ERR Disconnected: ", "-ERR Timeout: ", "421 "}) {
-        if (reply.starts_with(prefix)) return reply.substr(prefix.size());
+CProbeFailure FailureOf(FailureKind kind) {
+    switch (kind) {
+        case FailureKind::None:
+            return PROBE_REFUSED;
+        case FailureKind::NoSuchServer:
+            return PROBE_NO_SUCH_SERVER;
+        case FailureKind::NotListening:
+        case FailureKind::NoRoute:
+        case FailureKind::NoConnection:
+            return PROBE_NO_CONNECTION;
+        case FailureKind::TimedOut:
+            return PROBE_TIMED_OUT;
+        case FailureKind::NoTls:
+            return PROBE_NO_TLS;
+        case FailureKind::CertificateOfOther:
+        case FailureKind::CertificateOutOfDate:
+        case FailureKind::CertificateNotTrusted:
+        case FailureKind::CertificateNotAccepted:
+            return PROBE_BAD_CERTIFICATE;
+        case FailureKind::Protocol:
+            return PROBE_WRONG_PROTOCOL;
+        case FailureKind::Lost:
+        case FailureKind::Interrupted:
+            return PROBE_LOST;
+        case FailureKind::Local:
+            break;
     }
-    return reply;
+    return PROBE_LOCAL;
 }
 
 // Keeps the steps of one conversation and the time that each takes.
@@ -79,8 +88,9 @@ public:
         CProbeStep& step = steps_.back();
         step.text = last_reply();
         if (success) return true;
-        if (socket_.failed != 0) step.text = ReasonIn(step.text);
-        step.failure = FailureOf(step.kind, socket_, step.text);
+        const Failure& failure = socket_.LastFailure();
+        if (failure) step.text = failure.reason;
+        step.failure = FailureOf(failure.kind);
         return false;
     }
 

@@ -69,7 +69,8 @@ Transfer TcpStream::Receive(char* buffer, std::size_t size_bytes) {
 
 // Whoever waits for a server that waits itself has waited in vain.
 Failure TcpStream::Wait(Event event, const Deadline& /*deadline*/) {
-    return event == Event::ToRead && fuzz::server->Waits() ? TimedOut("no answer in time") : Failure();
+    return event == Event::ToRead && fuzz::server->Waits() ? Failure{FailureKind::TimedOut, "no answer in time"}
+                                                           : Failure();
 }
 
 void TcpStream::Close() {}

@@ -153,6 +153,8 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
             return OnCertificate(words, step.text);
         case PROBE_REFUSED:
             return OnRefusal(words, step.kind, setting);
+        case PROBE_LOCAL:
+            return "The fault is on this machine, for the reason above.";
         default:
             return "The server ended the connection: try again, and look at " + words.port_key + " (" +
                    UsualPorts(words) + ").";

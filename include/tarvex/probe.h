@@ -32,11 +32,12 @@ enum CProbeFailure : int {
     PROBE_NO_SUCH_SERVER = 1,   // the name has no address
     PROBE_NO_CONNECTION = 2,    // refused, no route, or no such port
     PROBE_TIMED_OUT = 3,        // nothing came in time
-    PROBE_WRONG_PROTOCOL = 4,   // what answers speaks something else
+    PROBE_WRONG_PROTOCOL = 4,   // what answers speaks something else, or breaks the rules
     PROBE_NO_TLS = 5,           // the server offers no TLS, or the handshake failed
     PROBE_BAD_CERTIFICATE = 6,  // not trusted, expired, or of another server
     PROBE_REFUSED = 7,          // the server said no
     PROBE_LOST = 8,             // the connection ended
+    PROBE_LOCAL = 9,            // the fault is here: no socket, no trust store, a setting that must not be sent
 };
 
 // A short name for a kind of step, such as "log in"; empty for a value that is none.

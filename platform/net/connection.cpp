@@ -57,7 +57,7 @@ private:
 
 bool Connection::Reserve() {
     Close();
-    failure_ = Disconnected("not connected");
+    failure_ = {FailureKind::Local, "not connected"};
     return stream_.Reserve();
 }
 
@@ -73,8 +73,8 @@ bool Connection::Open(const std::string& server, int port, std::chrono::millisec
 }
 
 Failure Connection::ConnectToAny(const std::string& server, int port, const Deadline& deadline) {
-    if (port <= 0 || port > 65535) return Disconnected("there is no port " + std::to_string(port));
-    if (ThreadInterrupted()) return Interrupted();
+    if (port <= 0 || port > 65535) return {FailureKind::NoConnection, "there is no port " + std::to_string(port)};
+    if (ThreadInterrupted()) return {FailureKind::Interrupted, "interrupted"};
     Announce(ConnectStep::FindServer);
     std::vector<NetworkAddress> addresses;
     if (Failure failure = LookUpName(server, deadline, addresses)) return failure;
@@ -85,7 +85,7 @@ Failure Connection::ConnectToAny(const std::string& server, int port, const Dead
         // An address that swallows everything must leave time for the others.
         failure = stream_.Connect(addresses[i], port, deadline.FirstShare(addresses.size() - i));
         if (!failure) return failure;
-        if (ThreadInterrupted()) return Interrupted();
+        if (ThreadInterrupted()) return {FailureKind::Interrupted, "interrupted"};
         failure.reason =
             "could not connect to " + ToText(addresses[i]) + " port " + std::to_string(port) + ": " + failure.reason;
     }
@@ -96,9 +96,9 @@ bool Connection::StartTls(std::chrono::milliseconds time) {
     if (!IsUsable()) return false;
     if (!Received().empty()) return FailUnexpected();
     Announce(ConnectStep::StartTls);
-    std::string error;
-    tls_ = TlsSession::Make(server_, error);
-    if (!tls_) return Fail(Disconnected(error));
+    Failure none;
+    tls_ = TlsSession::Make(server_, none);
+    if (!tls_) return Fail(std::move(none));
     if (!wire_) wire_ = std::make_unique_for_overwrite<char[]>(kReadBytes);
     if (Failure failure = ShakeHands(Deadline(time))) {
         failure.reason = "TLS handshake: " + failure.reason;
@@ -112,16 +112,16 @@ Failure Connection::ShakeHands(const Deadline& deadline) {
         const TlsSession::Handshake state = tls_->ContinueHandshake();
         Failure failure = SendHandshake(deadline);
         // An alert that could not be sent tells less than what it was about.
-        if (state == TlsSession::Handshake::Failed) return Disconnected(tls_->Error());
+        if (state == TlsSession::Handshake::Failed) return tls_->Why();
         if (failure || state == TlsSession::Handshake::Done) return failure;
         if (Failure waited = stream_.Wait(TcpStream::Event::ToRead, deadline)) return waited;
 
         const Transfer received = ReceiveFromWire(wire_.get(), kReadBytes);
         // What a client has to ignore may keep it waiting without the wait ever being long.
-        if (deadline.HasPassed()) return TimedOut("no end in time");
+        if (deadline.HasPassed()) return {FailureKind::TimedOut, "no end in time"};
         if (received.status == Transfer::Status::Progress) tls_->Feed({wire_.get(), received.bytes});
-        if (received.status == Transfer::Status::Ended) return Disconnected("the server closed the connection");
-        if (received.status == Transfer::Status::Failed) return Disconnected(received.reason);
+        if (received.status == Transfer::Status::Ended) return {FailureKind::NoTls, "the server closed the connection"};
+        if (received.status == Transfer::Status::Failed) return {FailureKind::NoTls, received.reason};
     }
 }
 
@@ -130,7 +130,7 @@ Failure Connection::SendHandshake(const Deadline& deadline) {
         const std::array part = {tls_->ToSend()};
         const Transfer sent = SendToWire(part);
         tls_->Sent(sent.bytes);
-        if (sent.status == Transfer::Status::Failed) return Disconnected(sent.reason);
+        if (sent.status == Transfer::Status::Failed) return {FailureKind::NoTls, sent.reason};
         if (sent.status == Transfer::Status::Progress) continue;
         if (Failure failure = stream_.Wait(TcpStream::Event::ToWrite, deadline)) return failure;
     }
@@ -143,7 +143,7 @@ void Connection::Close() {
         const std::array part = {tls_->ToSend()};
         (void)SendToWire(part);  // a courtesy: nothing waits for it
     }
-    Fail(Disconnected("the connection is closed"));
+    Fail({FailureKind::Local, "the connection is closed"});
 }
 
 bool Connection::Fail(Failure failure) {
@@ -153,11 +153,11 @@ bool Connection::Fail(Failure failure) {
 }
 
 bool Connection::FailUnexpected() {
-    return Fail(Disconnected("unexpected data from the server: " + Printable(Received())));
+    return Fail({FailureKind::Protocol, "unexpected data from the server: " + Printable(Received())});
 }
 
 bool Connection::IsUsable() {
-    if (!failure_ && ThreadInterrupted()) Fail(Interrupted());
+    if (!failure_ && ThreadInterrupted()) Fail({FailureKind::Interrupted, "interrupted"});
     return !failure_;
 }
 
@@ -196,7 +196,7 @@ Connection::SendResult Connection::Send(Outgoing& outgoing, Deadline deadline, s
         if (taken_whole) continue;
         // Records of TLS that are no data end the wait as well, and must not put the deadline off.
         if (sent.status != Transfer::Status::Progress && deadline.HasPassed()) {
-            Fail(TimedOut("nothing could be sent in time"));
+            Fail({FailureKind::TimedOut, "nothing could be sent in time"});
             return SendResult::Failed;
         }
         if (Failure failure = stream_.Wait(TcpStream::Event::ToReadOrWrite, deadline)) {
@@ -214,7 +214,7 @@ Transfer Connection::SendSome(Outgoing& outgoing) {
     }
     if (tls_->ToSend().empty()) {
         const std::string_view piece = outgoing.NextPiece(kEncryptBytes);
-        if (!tls_->Encrypt(piece)) return {Transfer::Status::Failed, 0, tls_->Error()};
+        if (!tls_->Encrypt(piece)) return {Transfer::Status::Failed, 0, tls_->Why().reason};
         outgoing.Advance(piece.size());
     }
     const std::array part = {tls_->ToSend()};
@@ -226,7 +226,7 @@ Transfer Connection::SendSome(Outgoing& outgoing) {
 // A server that refuses and goes has often said why.
 Connection::SendResult Connection::SendingFailed(const std::string& reason) {
     if (ReceiveSome().status == Transfer::Status::Progress) return SendResult::ServerSpoke;
-    Fail(Disconnected("connection lost: " + reason));
+    Fail({FailureKind::Lost, "connection lost: " + reason});
     return SendResult::Failed;
 }
 
@@ -234,8 +234,8 @@ bool Connection::HasSpoken() { return !Received().empty() || TryReceive() == Tra
 
 Transfer::Status Connection::TryReceive() {
     const Transfer received = ReceiveSome();
-    if (received.status == Transfer::Status::Ended) Fail(Disconnected("the server closed the connection"));
-    if (received.status == Transfer::Status::Failed) Fail(Disconnected("connection lost: " + received.reason));
+    if (received.status == Transfer::Status::Ended) Fail({FailureKind::Lost, "the server closed the connection"});
+    if (received.status == Transfer::Status::Failed) Fail({FailureKind::Lost, "connection lost: " + received.reason});
     return received.status;
 }
 
@@ -291,7 +291,7 @@ bool Connection::ReceiveMore(const Deadline& deadline) {
         }
         if (TryReceive() == Transfer::Status::Progress) return true;
         // Records of TLS that are no data end the wait as well, and must not put the deadline off.
-        if (!failure_ && deadline.HasPassed()) return Fail(TimedOut("no answer in time"));
+        if (!failure_ && deadline.HasPassed()) return Fail({FailureKind::TimedOut, "no answer in time"});
     }
     return false;
 }
@@ -302,8 +302,8 @@ bool Connection::ReadLine(Line& line, const Deadline& deadline) {
         const std::size_t lf = received.find('\n', searched);
         const std::size_t line_bytes = lf == std::string_view::npos ? received.size() : lf + 1;
         if (line_bytes > kMaxReplyLineBytes) {
-            return Fail(
-                Disconnected("a reply line is over the limit of " + std::to_string(kMaxReplyLineBytes) + " bytes"));
+            return Fail({FailureKind::Protocol,
+                         "a reply line is over the limit of " + std::to_string(kMaxReplyLineBytes) + " bytes"});
         }
         if (lf != std::string_view::npos) {
             line.text = received.substr(0, lf);

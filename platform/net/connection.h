@@ -97,7 +97,7 @@ private:
     TcpStream stream_;
     std::unique_ptr<TlsSession> tls_;
     std::string server_;
-    Failure failure_ = Disconnected("not connected");
+    Failure failure_ = {FailureKind::Local, "not connected"};
     std::unique_ptr<char[]> buffer_;  // made when first needed, since a connection may never come about
     std::unique_ptr<char[]> wire_;    // what TLS received; made when first needed
     std::size_t begin_ = 0;           // Received

@@ -1,23 +1,35 @@
 #pragma once
 
-// Why a connection cannot be used.
+// Why a connection cannot be used, or an exchange has no answer of the server: the kind for whoever has to decide, the
+// words of the system or of the server for whoever reads.
 
 #include <string>
-#include <utility>
 
 namespace tarvex {
 
-enum class FailureKind { None, Disconnected, TimedOut };
+enum class FailureKind {
+    None,
+    NoSuchServer,            // its name has no address
+    NotListening,            // the machine refuses the connection
+    NoRoute,                 // no way leads to the machine
+    NoConnection,            // none could be made for another reason, such as a port number that is none
+    TimedOut,                // nothing came, or went, in time
+    NoTls,                   // the server does not offer it, or the handshake failed
+    CertificateOfOther,      // the certificate names another server
+    CertificateOutOfDate,    // it has expired, or is not yet valid
+    CertificateNotTrusted,   // this machine does not trust the authority that signed it
+    CertificateNotAccepted,  // it fails another check
+    Protocol,                // the server breaks the rules: it speaks out of turn, or without an end
+    Lost,                    // the connection ended
+    Interrupted,             // the worker was told to end
+    Local,                   // the fault is here: no descriptor, no trust store, an argument that must not be sent
+};
 
 struct Failure {
     FailureKind kind = FailureKind::None;
-    std::string reason;
+    std::string reason = {};
 
     explicit operator bool() const { return kind != FailureKind::None; }
 };
-
-inline Failure Disconnected(std::string reason) { return {FailureKind::Disconnected, std::move(reason)}; }
-inline Failure TimedOut(std::string reason) { return {FailureKind::TimedOut, std::move(reason)}; }
-inline Failure Interrupted() { return Disconnected("interrupted"); }
 
 }  // namespace tarvex

@@ -33,8 +33,8 @@ public:
     Failure Wait(const std::string& name, const Deadline& deadline, NameAnswer& answer) {
         std::unique_lock lock(mutex_);
         const bool ended = changed_.wait_until(lock, deadline.Moment(), [this] { return answer_ || interrupted_; });
-        if (interrupted_) return Interrupted();
-        if (!ended) return TimedOut("looking up " + name + " took too long");
+        if (interrupted_) return {FailureKind::Interrupted, "interrupted"};
+        if (!ended) return {FailureKind::TimedOut, "looking up " + name + " took too long"};
         answer = std::move(*answer_);
         return {};
     }
@@ -79,7 +79,7 @@ Failure AskOnItsOwnThread(const std::string& name, const Deadline& deadline, Nam
     auto question = std::make_unique<Question>(Question{pending, name, ResolverInUse()});
     const InterruptScope scope(*pending);
     std::optional<SystemThread> thread = SystemThread::Start(Ask, question.get());
-    if (!thread) return Disconnected("no thread to look up " + name);
+    if (!thread) return {FailureKind::Local, "no thread to look up " + name};
     static_cast<void>(question.release());  // the thread's own
     thread->Leave();
     return pending->Wait(name, deadline, answer);
@@ -93,8 +93,8 @@ void SetNameResolver(NameResolver resolver) {
 }
 
 Failure LookUpName(const std::string& name, const Deadline& deadline, std::vector<NetworkAddress>& addresses) {
-    if (name.empty()) return Disconnected("no server name");
-    if (name.find('\0') != std::string::npos) return Disconnected("the server name holds NUL");
+    if (name.empty()) return {FailureKind::NoSuchServer, "no server name"};
+    if (name.find('\0') != std::string::npos) return {FailureKind::NoSuchServer, "the server name holds NUL"};
     if (const auto numeric = NumericAddress(name)) {
         addresses = {*numeric};
         return {};
@@ -102,8 +102,8 @@ Failure LookUpName(const std::string& name, const Deadline& deadline, std::vecto
     NameAnswer answer;
     if (Failure failure = AskOnItsOwnThread(name, deadline, answer)) return failure;
     if (answer.addresses.empty()) {
-        return Disconnected("could not look up " + name + ": " +
-                            (answer.error.empty() ? "it has no address" : answer.error));
+        return {FailureKind::NoSuchServer,
+                "could not look up " + name + ": " + (answer.error.empty() ? "it has no address" : answer.error)};
     }
     addresses = std::move(answer.addresses);
     return {};

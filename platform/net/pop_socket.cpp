@@ -54,7 +54,7 @@ std::string OverLimit(std::string_view what, std::size_t limit, std::string_view
 }  // namespace
 
 std::string CPopSocket::PopConnect(const std::string& server, int port) {
-    ForgetFailure();
+    Keep({});
     if (!connection_->Open(server, port, TimeOut())) return WhyNot();
     connection_->Announce(ConnectStep::Greeting);
     return ReadStatus(Deadline(TimeOut()), AnswerForm::OneLine);
@@ -89,10 +89,10 @@ void CPopSocket::FetchListing(std::string_view command, std::string* reply) {
         case Collected::Whole:
             return;
         case Collected::TooLong:
-            connection_->Fail(Disconnected(OverLimit(what, kMaxListingBytes)));
+            connection_->Fail({FailureKind::Protocol, OverLimit(what, kMaxListingBytes)});
             break;
         case Collected::TooManyLines:
-            connection_->Fail(Disconnected(OverLimit(what, kMaxListingLines, "lines")));
+            connection_->Fail({FailureKind::Protocol, OverLimit(what, kMaxListingLines, "lines")});
             break;
         case Collected::Lost:
             break;
@@ -107,7 +107,7 @@ void CPopSocket::SendRetr(const std::string& number, std::string* text) {
         case Collected::Whole:
             return;
         case Collected::TooLong:
-            *text = "-ERR " + OverLimit("the message", kMaxMessageBytes);
+            *text = "-ERR " + Keep({FailureKind::Protocol, OverLimit("the message", kMaxMessageBytes)}).reason;
             return;
         case Collected::TooManyLines:  // of listings alone
         case Collected::Lost:
@@ -117,7 +117,8 @@ void CPopSocket::SendRetr(const std::string& number, std::string* text) {
 
 std::string CPopSocket::Exchange(std::string_view verb, std::string_view argument, AnswerForm form) {
     if (!connection_->IsUsable()) return WhyNot();
-    if (!IsSafeArgument(argument)) return "-ERR an argument with CR, LF or NUL was not sent";
+    if (!IsSafeArgument(argument)) return "-ERR " + Keep(UnsafeArgument()).reason;
+    Keep({});
     std::string command(verb);
     command += argument;
     command += "\r\n";
@@ -131,12 +132,12 @@ std::string CPopSocket::ReadStatus(const Deadline& deadline, AnswerForm form) {
     if (!connection_->ReadLine(line, deadline)) return WhyNot();
     if (IsNegative(line.text)) return std::string(line.text);
     if (!line.text.starts_with('+')) {
-        connection_->Fail(Disconnected("not a reply of POP3: " + Printable(line.text)));
+        connection_->Fail({FailureKind::Protocol, "not a reply of POP3: " + Printable(line.text)});
         return WhyNot();
     }
     if (form == AnswerForm::OneLine) return std::string(line.text);
     if (!line.has_cr) {
-        connection_->Fail(Disconnected("an answer of several lines begins with a bare LF"));
+        connection_->Fail({FailureKind::Protocol, "an answer of several lines begins with a bare LF"});
         return WhyNot();
     }
     return std::string(line.text) + "\r\n";
@@ -168,8 +169,7 @@ CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLon
 }
 
 std::string CPopSocket::WhyNot() {
-    KeepFailure();
-    const Failure& failure = connection_->Why();
+    const Failure& failure = Keep(connection_->Why());
     return (failure.kind == FailureKind::TimedOut ? "-ERR Timeout: " : "-ERR Disconnected: ") + failure.reason;
 }
 

@@ -53,7 +53,7 @@ bool Offers(std::string_view ehlo_reply, std::string_view keyword) {
 }  // namespace
 
 std::string CSmtpSocket::SmtpConnect(const std::string& server, int port) {
-    ForgetFailure();
+    Keep({});
     if (!connection_->Open(server, port, TimeOut())) return WhyNot();
     if (ssl != kNoTls && ssl != kStartTls && !connection_->StartTls(TimeOut())) return WhyNot();
     connection_->Announce(ConnectStep::Greeting);
@@ -65,7 +65,7 @@ std::string CSmtpSocket::SmtpConnect(const std::string& server, int port) {
 // the handshake counts after it.
 std::string CSmtpSocket::Upgrade(const std::string& greeting) {
     if (!greeting.starts_with("220")) {
-        connection_->Fail(Disconnected("there was no upgrade to TLS"));
+        connection_->Fail({FailureKind::NoTls, "there was no upgrade to TLS"});
         return greeting;
     }
     connection_->Announce(ConnectStep::StartTls);
@@ -79,7 +79,7 @@ std::string CSmtpSocket::Upgrade(const std::string& greeting) {
 
 // Keeps the first reason when the connection has failed by itself.
 std::string CSmtpSocket::UpgradeFailed(const std::string& reason) {
-    connection_->Fail(Disconnected(reason));
+    connection_->Fail({FailureKind::NoTls, reason});
     return WhyNot();
 }
 
@@ -125,7 +125,8 @@ std::string CSmtpSocket::SendData(const std::string* text, DataForm form) {
     const std::string_view message = FrameData(*text, form, scratch);
     std::string reply = Exchange("DATA", "");
     // A success before the message was sent must never pass for the answer to it: the mail would be lost.
-    if (IsAcceptance(reply)) return "554 DATA was answered: " + Printable(reply);
+    if (IsAcceptance(reply))
+        return "554 " + Keep({FailureKind::Protocol, "DATA was answered: " + Printable(reply)}).reason;
     if (!reply.starts_with("354")) return reply;
     switch (connection_->SendMessage({message, ".\r\n"}, TimeOut())) {
         case Connection::SendResult::Sent:
@@ -144,16 +145,17 @@ std::string CSmtpSocket::ReadEarlyReply() {
     std::string reply = ReadReply(Deadline(TimeOut()));
     if (connection_->Why()) return reply;
     if (IsRefusal(reply)) {
-        connection_->Fail(Disconnected("the server refused a message before its end"));
+        connection_->Fail({FailureKind::Lost, "the server refused a message before its end"});
         return reply;
     }
-    connection_->Fail(Disconnected("a reply before the end of the message: " + Printable(reply)));
+    connection_->Fail({FailureKind::Protocol, "a reply before the end of the message: " + Printable(reply)});
     return WhyNot();
 }
 
 std::string CSmtpSocket::Exchange(std::string_view verb, std::string_view argument) {
     if (!connection_->IsUsable()) return WhyNot();
-    if (!IsSafeArgument(verb) || !IsSafeArgument(argument)) return "501 an argument with CR, LF or NUL was not sent";
+    if (!IsSafeArgument(verb) || !IsSafeArgument(argument)) return "501 " + Keep(UnsafeArgument()).reason;
+    Keep({});
     std::string command(verb);
     command += argument;
     command += "\r\n";
@@ -169,13 +171,13 @@ std::string CSmtpSocket::ReadReply(Deadline deadline) {
     for (Connection::Line line; connection_->ReadLine(line, deadline); deadline = Deadline(TimeOut())) {
         bytes += line.text.size() + 2;
         if (bytes > kMaxSmtpReplyBytes) {
-            connection_->Fail(
-                Disconnected("a reply is over the limit of " + std::to_string(kMaxSmtpReplyBytes) + " bytes"));
+            connection_->Fail({FailureKind::Protocol,
+                               "a reply is over the limit of " + std::to_string(kMaxSmtpReplyBytes) + " bytes"});
             break;
         }
         const bool same_code = reply.empty() || line.text.substr(0, kCodeLength) == reply.substr(0, kCodeLength);
         if (!IsReplyLine(line.text) || !same_code) {
-            connection_->Fail(Disconnected("not a reply of SMTP: " + Printable(line.text)));
+            connection_->Fail({FailureKind::Protocol, "not a reply of SMTP: " + Printable(line.text)});
             break;
         }
         if (!reply.empty()) reply += "\r\n";
@@ -185,9 +187,6 @@ std::string CSmtpSocket::ReadReply(Deadline deadline) {
     return WhyNot();
 }
 
-std::string CSmtpSocket::WhyNot() {
-    KeepFailure();
-    return "421 " + connection_->Why().reason;
-}
+std::string CSmtpSocket::WhyNot() { return "421 " + Keep(connection_->Why()).reason; }
 
 }  // namespace tarvex

@@ -29,12 +29,11 @@ std::chrono::milliseconds CBaseSocket::TimeOut() const { return std::chrono::sec
 
 void CBaseSocket::AnnounceSteps(OnConnectStep on_step) { connection_->AnnounceSteps(std::move(on_step)); }
 
-void CBaseSocket::KeepFailure() {
-    timed_out = connection_->Why().kind == FailureKind::TimedOut ? 1 : 0;
-    failed = 1;
+const Failure& CBaseSocket::Keep(Failure failure) {
+    last_failure_ = std::move(failure);
+    timed_out = last_failure_.kind == FailureKind::TimedOut ? 1 : 0;
+    return last_failure_;
 }
-
-void CBaseSocket::ForgetFailure() { timed_out = failed = 0; }
 
 bool CBaseSocket::IsSafeArgument(std::string_view argument) {
     return argument.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
@@ -42,7 +41,9 @@ bool CBaseSocket::IsSafeArgument(std::string_view argument) {
 
 int CSocketX::Create(unsigned port, int type, const char* address) {
     const bool supported = port == 0 && type == kStreamSocket && (address == nullptr || *address == '\0');
-    return supported && connection_->Reserve() ? 1 : 0;
+    if (supported && connection_->Reserve()) return 1;
+    Keep({FailureKind::Local, "no socket could be made"});
+    return 0;
 }
 
 void CSocketX::Close() { connection_->Close(); }

@@ -22,6 +22,7 @@
 #include <string_view>
 
 #include "platform/net/connect_step.h"
+#include "platform/net/failure.h"
 
 namespace tarvex {
 
@@ -40,19 +41,23 @@ public:
     // Has each step of connecting announced before it begins.
     void AnnounceSteps(OnConnectStep on_step);
 
+    // Why the last operation has no answer of the server: its reply was made here from the reason. None when the reply
+    // is the server's own.
+    const Failure& LastFailure() const { return last_failure_; }
+
     int timed_out = 0;  // 1 when the last exchange ended by time-out
-    int failed = 0;     // 1 when it ended by any failure of the connection: its reply is not the server's
     int ssl = 0;        // SMTP: 0 plain, 2 STARTTLS, anything else TLS from the first byte
 
 protected:
     std::chrono::milliseconds TimeOut() const;
-    void KeepFailure();  // sets timed_out and failed, once an exchange has failed
-    void ForgetFailure();
+    const Failure& Keep(Failure failure);  // as the last; none forgets it
     static bool IsSafeArgument(std::string_view argument);
+    static Failure UnsafeArgument() { return {FailureKind::Local, "an argument with CR, LF or NUL was not sent"}; }
 
     std::unique_ptr<Connection> connection_;
 
 private:
+    Failure last_failure_;
     int timeout_s_;
 };
 

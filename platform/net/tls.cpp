@@ -92,6 +92,25 @@ bool ExpectServer(SSL* ssl, const std::string& server) {
     return SSL_set1_host(ssl, name.c_str()) == 1 && SSL_set_tlsext_host_name(ssl, name.c_str()) == 1;
 }
 
+FailureKind CertificateFailureKind(long verify_result) {
+    switch (verify_result) {
+        case X509_V_ERR_HOSTNAME_MISMATCH:
+        case X509_V_ERR_IP_ADDRESS_MISMATCH:
+            return FailureKind::CertificateOfOther;
+        case X509_V_ERR_CERT_HAS_EXPIRED:
+        case X509_V_ERR_CERT_NOT_YET_VALID:
+            return FailureKind::CertificateOutOfDate;
+        case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+        case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+        case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+        case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+        case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+            return FailureKind::CertificateNotTrusted;
+        default:
+            return FailureKind::CertificateNotAccepted;
+    }
+}
+
 int AsInt(std::size_t size) { return static_cast<int>(size); }
 
 }  // namespace
@@ -101,20 +120,21 @@ struct TlsSession::State {
     BIO* received = nullptr;  // both belong to `ssl`
     BIO* to_send = nullptr;
     std::size_t sent_bytes = 0;  // of what is in `to_send`
-    std::string error;
+    Failure failure;
 
     // Why the last operation failed.
-    void KeepError() {
+    void KeepFailure() {
         const long verified = SSL_get_verify_result(ssl.get());
         const bool ended = ERR_GET_REASON(ERR_peek_error()) == SSL_R_UNEXPECTED_EOF_WHILE_READING;
         if (verified != X509_V_OK) {
-            error = std::string("certificate: ") + X509_verify_cert_error_string(verified);
+            failure = {CertificateFailureKind(verified),
+                       std::string("certificate: ") + X509_verify_cert_error_string(verified)};
             ERR_clear_error();
         } else if (ended) {
-            error = "the connection was cut without a TLS close";
+            failure = {FailureKind::NoTls, "the connection was cut without a TLS close"};
             ERR_clear_error();
         } else {
-            error = "TLS: " + LastError();
+            failure = {FailureKind::NoTls, "TLS: " + LastError()};
         }
     }
 };
@@ -122,19 +142,19 @@ struct TlsSession::State {
 TlsSession::TlsSession(std::unique_ptr<State> state) : state_(std::move(state)) {}
 TlsSession::~TlsSession() = default;
 
-std::unique_ptr<TlsSession> TlsSession::Make(const std::string& server, std::string& error) {
+std::unique_ptr<TlsSession> TlsSession::Make(const std::string& server, Failure& failure) {
     auto state = std::make_unique<State>();
     const ContextPtr context = CurrentContext();
     if (context) state->ssl.reset(SSL_new(context.get()));
     if (!state->ssl || !ExpectServer(state->ssl.get(), server)) {
-        error = "TLS: " + LastError();
+        failure = {FailureKind::Local, "TLS: " + LastError()};
         return nullptr;
     }
     state->received = BIO_new(BIO_s_mem());
     state->to_send = BIO_new(BIO_s_mem());
     SSL_set_bio(state->ssl.get(), state->received, state->to_send);
     if (state->received == nullptr || state->to_send == nullptr) {
-        error = "TLS: out of memory";
+        failure = {FailureKind::Local, "TLS: out of memory"};
         return nullptr;
     }
     SSL_set_connect_state(state->ssl.get());
@@ -146,7 +166,7 @@ TlsSession::Handshake TlsSession::ContinueHandshake() {
     const int result = SSL_do_handshake(state_->ssl.get());
     if (result == 1) return Handshake::Done;
     if (SSL_get_error(state_->ssl.get(), result) == SSL_ERROR_WANT_READ) return Handshake::NeedsMore;
-    state_->KeepError();
+    state_->KeepFailure();
     return Handshake::Failed;
 }
 
@@ -171,8 +191,8 @@ Transfer TlsSession::Decrypt(char* buffer, std::size_t size_bytes) {
         case SSL_ERROR_ZERO_RETURN:
             return {Transfer::Status::Ended};
         default:
-            state_->KeepError();
-            return {Transfer::Status::Failed, 0, state_->error};
+            state_->KeepFailure();
+            return {Transfer::Status::Failed, 0, state_->failure.reason};
     }
 }
 
@@ -180,7 +200,7 @@ bool TlsSession::Encrypt(std::string_view clear) {
     ERR_clear_error();
     std::size_t bytes = 0;
     if (clear.empty() || SSL_write_ex(state_->ssl.get(), clear.data(), clear.size(), &bytes) == 1) return true;
-    state_->KeepError();
+    state_->KeepFailure();
     return false;
 }
 
@@ -204,7 +224,7 @@ void TlsSession::Sent(std::size_t bytes) {
     state_->sent_bytes = 0;
 }
 
-const std::string& TlsSession::Error() const { return state_->error; }
+const Failure& TlsSession::Why() const { return state_->failure; }
 
 void ForgetTrustStore() {
     const std::lock_guard lock(shared.mutex);

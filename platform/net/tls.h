@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/net/failure.h"
 #include "platform/net/tcp_stream.h"
 
 namespace tarvex {
@@ -23,8 +24,8 @@ public:
     TlsSession(const TlsSession&) = delete;
     TlsSession& operator=(const TlsSession&) = delete;
 
-    // Null when it cannot be set up; `error` says why.
-    static std::unique_ptr<TlsSession> Make(const std::string& server, std::string& error);
+    // Null when it cannot be set up; `failure` says why.
+    static std::unique_ptr<TlsSession> Make(const std::string& server, Failure& failure);
 
     enum class Handshake { Done, NeedsMore, Failed };
     Handshake ContinueHandshake();
@@ -41,7 +42,7 @@ public:
     std::string_view ToSend() const;
     void Sent(std::size_t bytes);
 
-    const std::string& Error() const;  // of a failure
+    const Failure& Why() const;  // what the last operation that failed failed by
 
 private:
     std::unique_ptr<State> state_;

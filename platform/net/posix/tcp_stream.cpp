@@ -23,6 +23,25 @@ constexpr std::size_t kMaxParts = 8;
 
 std::string Message(int error) { return std::system_category().message(error); }
 
+FailureKind ConnectFailureKind(int error) {
+    switch (error) {
+        case ECONNREFUSED:
+            return FailureKind::NotListening;
+        case EHOSTDOWN:
+        case EHOSTUNREACH:
+        case ENETDOWN:
+        case ENETUNREACH:
+            return FailureKind::NoRoute;
+        case EMFILE:
+        case ENFILE:
+        case ENOBUFS:
+        case ENOMEM:
+            return FailureKind::Local;
+        default:
+            return FailureKind::NoConnection;
+    }
+}
+
 struct SystemAddress {
     sockaddr_storage storage{};
     socklen_t length = 0;
@@ -73,7 +92,7 @@ bool TcpStream::OpenSocket(bool ipv6) {
 
 Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadline& deadline) {
     if (socket_ >= 0 && is_ipv6_ != address.is_ipv6) Close();
-    if (socket_ < 0 && !OpenSocket(address.is_ipv6)) return Disconnected(Message(errno));
+    if (socket_ < 0 && !OpenSocket(address.is_ipv6)) return {ConnectFailureKind(errno), Message(errno)};
     const int on = 1;
     // Small commands must not wait for the acknowledgement of the one before.
     (void)::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -87,7 +106,7 @@ Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadli
             socklen_t length = sizeof error;
             if (!failure && ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
         }
-        if (!failure && error != 0) failure = Disconnected(Message(error));
+        if (!failure && error != 0) failure = {ConnectFailureKind(error), Message(error)};
     }
     if (failure) Close();
     return failure;
@@ -117,10 +136,10 @@ Failure TcpStream::Wait(Event event, const Deadline& deadline) {
         pollfd target{socket_, events, 0};
         const int ready = interrupted_ ? 0 : ::poll(&target, 1, deadline.RemainingMs());
         const int error = errno;
-        if (interrupted_) return Interrupted();
+        if (interrupted_) return {FailureKind::Interrupted, "interrupted"};
         if (ready > 0) return {};
-        if (ready < 0 && error != EINTR) return Disconnected(Message(error));
-        if (deadline.HasPassed()) return TimedOut("no answer in time");
+        if (ready < 0 && error != EINTR) return {FailureKind::Local, Message(error)};
+        if (deadline.HasPassed()) return {FailureKind::TimedOut, "no answer in time"};
     }
 }
 

@@ -53,4 +53,21 @@ std::string SocketErrorText(int error) {
     }
 }
 
+FailureKind ConnectFailureKind(int error) {
+    switch (error) {
+        case WSAECONNREFUSED:
+            return FailureKind::NotListening;
+        case WSAEHOSTDOWN:
+        case WSAEHOSTUNREACH:
+        case WSAENETDOWN:
+        case WSAENETUNREACH:
+            return FailureKind::NoRoute;
+        case WSAEMFILE:
+        case WSAENOBUFS:
+            return FailureKind::Local;
+        default:
+            return FailureKind::NoConnection;
+    }
+}
+
 }  // namespace tarvex

@@ -5,8 +5,13 @@
 
 #include <string>
 
+#include "platform/net/failure.h"
+
 namespace tarvex {
 
 std::string SocketErrorText(int error);
+
+// Why no connection came about.
+FailureKind ConnectFailureKind(int error);
 
 }  // namespace tarvex

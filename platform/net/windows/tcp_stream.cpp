@@ -113,7 +113,10 @@ bool TcpStream::OpenSocket(bool ipv6) {
 
 Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadline& deadline) {
     if (socket_ >= 0 && is_ipv6_ != address.is_ipv6) Close();
-    if (socket_ < 0 && !OpenSocket(address.is_ipv6)) return Disconnected(SocketErrorText(WSAGetLastError()));
+    if (socket_ < 0 && !OpenSocket(address.is_ipv6)) {
+        const int error = WSAGetLastError();
+        return {ConnectFailureKind(error), SocketErrorText(error)};
+    }
     const BOOL on = TRUE;
     // Small commands must not wait for the acknowledgement of the one before.
     (void)::setsockopt(Handle(socket_), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
@@ -130,7 +133,7 @@ Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadli
                 error = WSAGetLastError();
             }
         }
-        if (!failure && error != 0) failure = Disconnected(SocketErrorText(error));
+        if (!failure && error != 0) failure = {ConnectFailureKind(error), SocketErrorText(error)};
     }
     if (failure) Close();
     return failure;
@@ -174,10 +177,10 @@ Failure TcpStream::Wait(Event event, const Deadline& deadline) {
         if (event != Event::ToRead) FD_SET(socket, &to_write);
         timeval time = ToTimeval(deadline.RemainingMs());
         const int ready = interrupted_ ? 0 : ::select(0, &to_read, &to_write, &failed, &time);
-        if (interrupted_) return Interrupted();
+        if (interrupted_) return {FailureKind::Interrupted, "interrupted"};
         if (ready > 0) return {};
-        if (ready < 0) return Disconnected(SocketErrorText(WSAGetLastError()));
-        if (deadline.HasPassed()) return TimedOut("no answer in time");
+        if (ready < 0) return {FailureKind::Local, SocketErrorText(WSAGetLastError())};
+        if (deadline.HasPassed()) return {FailureKind::TimedOut, "no answer in time"};
     }
 }
 
