@@ -1,4 +1,4 @@
-// The command `tarvex`.
+// The command `tarvex`: builds the command line out of the commands, runs the chosen one, reports its error.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -60,7 +60,7 @@ private:
     static constexpr std::size_t kTextColumns = kColumns - kNameColumns;
 };
 
-// Whether somebody tried: then what could not be understood is not repeated.
+// Whether somebody typed a password: then the words are not repeated in the error message.
 bool HasPasswordOnCommandLine(const std::vector<std::string>& words) {
     return std::ranges::any_of(words, [](std::string_view word) {
         const std::string_view option = word.substr(0, word.find('='));

@@ -45,7 +45,7 @@ void PrintStep(const CProbeStep& step, const std::string& remark) {
     std::cout << "    " << line << '\n';
 }
 
-// A server that is rude at the end has done what it should.
+// A failed QUIT counts for nothing: the server has done all that a run needs.
 bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && step.kind != PROBE_QUIT; }
 
 void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,

@@ -1,6 +1,6 @@
 #pragma once
 
-// The commands of `tarvex`: what they share, and how each takes its place on the command line.
+// The commands of `tarvex`: what they share, and how each adds itself to the command line.
 
 #include <functional>
 #include <optional>
@@ -12,7 +12,7 @@ class App;
 
 namespace tarvex::host {
 
-// What is known once the command line has been read.
+// What the command line said.
 struct Context {
     std::optional<std::string> root_option;  // of --root
     std::function<int()> command;            // the chosen one; returns the exit code of the program

@@ -1,3 +1,5 @@
+// Makes the options of a command from the tables of settings keys.
+
 #include "host/commands/key_options.h"
 
 #include <algorithm>

@@ -13,11 +13,11 @@
 
 namespace tarvex::host {
 
-// What was given for the keys of one record; as long-lived as the application.
+// The values given for the keys of one record. Lives as long as the application.
 class KeyOptions {
 public:
-    // An option for each key but those that are left out; passwords get three options without a value on the command
-    // line.
+    // Adds an option for each key except those left out. A password gets three options, none of which takes the
+    // password itself.
     template <class Record>
     void AddTo(CLI::App& app, const std::vector<std::string_view>& left_out);
 

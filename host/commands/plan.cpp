@@ -134,7 +134,7 @@ Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
             {"destinations", destinations}};
 }
 
-// Likewise; adds to the list.
+// Adds the plan to the list of JSON objects; false when the mailbox cannot be listed.
 bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTime now) {
     const CTime due = profile.NextDue();
     Json addresses = Json::array();

@@ -1,3 +1,5 @@
+// The names of profiles, --json and the rest that commands about profiles have in common.
+
 #include "host/commands/profile_arguments.h"
 
 #include <CLI/CLI.hpp>

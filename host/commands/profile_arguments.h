@@ -1,6 +1,6 @@
 #pragma once
 
-// The arguments of commands that are about profiles.
+// The arguments of commands that take profiles.
 
 #include <string>
 #include <vector>

@@ -1,3 +1,5 @@
+// Draws a line on the terminal for each run that is under way.
+
 #include "host/commands/progress.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-// A line on the terminal for each run that goes on.
+// Shows a line on the terminal for each run that is under way.
 
 #include <string>
 #include <vector>

@@ -1,3 +1,5 @@
+// Takes the lock of a root, or finds the service that has it, and has work done by the one or the other.
+
 #include "host/commands/submit.h"
 
 #include <chrono>

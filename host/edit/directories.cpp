@@ -1,3 +1,5 @@
+// Makes and removes the directories of a tree.
+
 #include "host/edit/directories.h"
 
 #include <filesystem>

@@ -1,3 +1,5 @@
+// Makes edits: checks an edit, changes the tree, saves it.
+
 #include "host/edit/edit.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Waits for the lock of a root, and says who holds it.
+
 #include "host/edit/root_lock.h"
 
 #include <fstream>

@@ -1,7 +1,7 @@
 #pragma once
 
-// The one host of a root: whoever changes a tree or runs it holds a lock of the kernel on ROOT/.tarvex.lock. The lock
-// ends with its process, however that ends. Commands that only read do not take it.
+// The lock of a root. A process that changes or runs a tree holds a kernel lock on ROOT/.tarvex.lock. The lock ends
+// with the process, however that ends. Commands that only read do not take it.
 
 #include <chrono>
 #include <cstdint>

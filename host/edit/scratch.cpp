@@ -1,3 +1,5 @@
+// Makes scratch folders, and removes those that killed commands left.
+
 #include "host/edit/scratch.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-// Folders in which a command tries how a value would be read back, before it touches the tree.
+// Scratch folders: a command validates a value there, by saving and loading it, before it touches the tree.
 
 #include <string>
 
@@ -22,8 +22,8 @@ private:
     std::string path_;
 };
 
-// Removes the folders that killed commands left in the root. By the holder of its lock alone: to everybody else such a
-// folder may be in use.
+// Removes the folders that killed commands left in the root. Only the holder of the lock may call it: for anybody else
+// such a folder may be in use.
 void SweepScratchFolders(const std::string& root);
 
 }  // namespace tarvex::host

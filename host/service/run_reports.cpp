@@ -1,3 +1,5 @@
+// How far runs are and how they ended, for commands and the service.
+
 #include "host/service/run_reports.h"
 
 #include "host/system/display.h"

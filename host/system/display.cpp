@@ -1,3 +1,5 @@
+// Makes text from servers and files safe to show on a terminal.
+
 #include "host/system/display.h"
 
 #include <cstddef>

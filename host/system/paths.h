@@ -22,8 +22,8 @@ std::string TreePath(std::string_view typed);
 // The same, whole and without a slash at its end, for one that may be relative to the current directory.
 std::string WholePath(const std::string& path);
 
-// A new folder for its owner alone: its path, one of the tree, is what is given and some letters that make it another
-// than any. Throws std::system_error.
+// Creates a private folder named `start` plus random letters (like mkdtemp), and returns its path in the tree's form.
+// Throws std::system_error.
 inline constexpr std::size_t kChosenLetters = 6;
 std::string MakeNewFolder(const std::string& start);
 
@@ -33,7 +33,7 @@ std::string TemporaryDirectory();
 // Makes what is missing of a directory, for its owner alone.
 std::error_code MakeOwnDirectories(const std::string& directory);
 
-// Tells a directory from another one that has taken its path since; empty when that cannot be found out.
+// A text that differs for two directories that have had the same path one after the other; empty when unknown.
 std::string DirectoryIdentity(std::string_view path);
 
 }  // namespace tarvex::host

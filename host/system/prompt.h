@@ -1,6 +1,6 @@
 #pragma once
 
-// Standard input, and the person behind it.
+// Standard input and prompts.
 
 #include <string>
 

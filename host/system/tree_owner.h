@@ -1,6 +1,6 @@
 #pragma once
 
-// What the user's account decides: where settings and trees are, and as whom the command works.
+// Where settings and trees are for this user, and which user the command works as.
 
 #include <string>
 
@@ -14,11 +14,11 @@ std::string ConfigurationDirectory();
 // ~/.local/share/tarvex; on Windows %LOCALAPPDATA%\Tarvex.
 std::string UsualRootDirectory();
 
-// The superuser goes on as the owner of the directory: what is written in a tree must stay readable to the service that
-// owns it. Throws CommandError when that is not allowed. Nothing of it on Windows.
+// Makes a command of the superuser go on as the owner of the directory, so that the service that owns the tree can read
+// what is written. Throws CommandError when that is not allowed. Does nothing on Windows.
 void WorkAsOwnerOf(const std::string& directory);
 
-// Whose other trees there may be, for the end of a sentence about a missing one.
+// The end of a sentence about a missing tree: which other users may have one.
 std::string RemarkOnOtherTrees();
 
 }  // namespace tarvex::host

@@ -1,3 +1,5 @@
+// Gets passwords from the terminal, standard input or a file.
+
 #include "host/terminal/password_source.h"
 
 #include <cerrno>

@@ -1,7 +1,6 @@
 #pragma once
 
-// What is asked of the person at the terminal, and passwords, which come from there, from standard input or from a
-// file.
+// Questions at the terminal, and passwords from the terminal, standard input or a file.
 
 #include <string>
 

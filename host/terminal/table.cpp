@@ -1,3 +1,5 @@
+// Aligns and wraps text in columns, with wide characters counted as two.
+
 #include "host/terminal/table.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// The terminal's UTF-8 to the Shift-JIS of the tree.
+
 #include "host/terminal/tree_text.h"
 
 #include <array>

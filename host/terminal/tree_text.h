@@ -7,8 +7,8 @@
 
 namespace tarvex::host {
 
-// The text as the tree holds it. Throws CommandError that names the first character that cannot be stored so that it is
-// read back as the same one: one that Shift-JIS does not have, a control character, a byte that is no UTF-8.
+// The text as the tree holds it. Throws a CommandError that names the first character that cannot be stored: one that
+// Shift-JIS does not have or does not give back, a control character, a byte that is not UTF-8.
 std::string ToStored(std::string_view text);
 
 }  // namespace tarvex::host

@@ -1,3 +1,5 @@
+// Numbers, moments and spans in words.
+
 #include "host/terminal/wording.h"
 
 #include <algorithm>

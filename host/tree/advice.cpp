@@ -1,3 +1,5 @@
+// What a person can do about a server that cannot be used.
+
 #include "host/tree/advice.h"
 
 #include "host/system/display.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-// What to do about a server that cannot be used.
+// Advice to the user about a server that cannot be used.
 
 #include <string>
 

@@ -1,3 +1,5 @@
+// How long a profile waits between two runs, in words.
+
 #include "host/tree/interval.h"
 
 #include "host/terminal/wording.h"

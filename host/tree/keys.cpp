@@ -1,3 +1,5 @@
+// The tables of settings keys, and the way of a value between command line, record and display.
+
 #include "host/tree/keys.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Prints what is in a tree, as text or JSON.
+
 #include "host/tree/listing.h"
 
 #include <iostream>

@@ -1,3 +1,5 @@
+// Reads profile.log: its lines, and the runs that they tell of.
+
 #include "host/tree/log_reader.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Finds what a name on the command line means in the tree.
+
 #include "host/tree/names.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #pragma once
 
-// Naming what is in a tree. A name is a path ("user0/from0/forwardto0"), the last parts of one ("from0/forwardto0"), or
-// has in the place of a directory the nickname, login name or mail address of what is there ("taro/shop/phone"). It
-// must be unique. Where letters differ in case alone, the one that is written exactly so is meant.
+// Finds users, profiles and addresses by name. A name is a path ("user0/from0/forwardto0") or the last parts of one
+// ("from0/forwardto0"). A nickname, login name or mail address may replace a directory in it ("taro/shop/phone"). A
+// name must be unique. When candidates differ only in letter case, the one written exactly so is taken.
 
 #include <string>
 #include <string_view>

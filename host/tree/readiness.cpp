@@ -1,3 +1,5 @@
+// Tries whether the files of a profile can be read and saved.
+
 #include "host/tree/readiness.h"
 
 #include <algorithm>

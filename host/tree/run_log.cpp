@@ -1,3 +1,5 @@
+// What a run added to its log.
+
 #include "host/tree/run_log.h"
 
 #include <algorithm>

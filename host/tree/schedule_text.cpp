@@ -1,3 +1,5 @@
+// Terms of a schedule: from the words people write, and into words that say what a term does.
+
 #include "host/tree/schedule_text.h"
 
 #include <algorithm>

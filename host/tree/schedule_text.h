@@ -17,7 +17,7 @@ std::vector<CTerm> ParseTerms(std::string_view text);
 // How the term would be written, "?" for one that cannot be written so.
 std::string WriteTerm(const CTerm& term);
 
-// When the term lets its address take part, also where that is not what one might think of it.
+// When the term lets its address take part, in a sentence that also tells the surprising cases.
 std::string DescribeTerm(const CTerm& term);
 
 }  // namespace tarvex::host

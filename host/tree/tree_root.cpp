@@ -1,3 +1,5 @@
+// Finds the root directory and loads the tree.
+
 #include "host/tree/tree_root.h"
 
 #include <filesystem>
@@ -27,8 +29,7 @@ std::string WhyRootUnreadable(const std::string& directory) {
     return error ? error.message() : std::string();
 }
 
-// To the engine a file in the place of the root, or a directory that cannot be read, is a tree without users, which is
-// nothing that a user of a command can mean.
+// The engine treats a root that is a file or cannot be read as a tree without users. A command must refuse it.
 std::string LoadTree(CRootPath& root, const std::string& directory) {
     WorkAsOwnerOf(directory);
     if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";

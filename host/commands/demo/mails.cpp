@@ -1,3 +1,5 @@
+// Writes the demo's mails, and the text mails that should be made of them.
+
 #include "host/commands/demo/mails.h"
 
 #include <algorithm>

@@ -12,7 +12,7 @@ struct DemoMail {
     std::string uidl;
     std::string title;    // what it is, UTF-8
     std::string whole;    // CR LF line ends, not dot-stuffed
-    std::string reduced;  // likewise: the text mail that an address gets in its place
+    std::string reduced;  // the text mail that an address gets instead, in the same form
 };
 
 // Plain ASCII, ISO-2022-JP, UTF-8 with HTML beside it, HTML alone, one over the limit of the text mail, an attachment

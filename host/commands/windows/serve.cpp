@@ -1,3 +1,5 @@
+// Windows has no `tarvex serve`.
+
 #include "host/commands/commands.h"
 
 namespace tarvex::host {

@@ -1,3 +1,5 @@
+// The lock of a root by flock.
+
 #include "host/edit/root_lock.h"
 
 #include <fcntl.h>
@@ -21,12 +23,12 @@ namespace {
 int Descriptor(std::intptr_t file) { return static_cast<int>(file); }
 
 void Write(int descriptor, const std::string& text) {
-    // The lock is the kernel's; that its file names the holder is a courtesy, which may fail on a full disk.
+    // The file also names the holder, for messages. That may fail on a full disk; the lock holds all the same.
     if (ftruncate(descriptor, 0) != 0) return;
     [[maybe_unused]] const ssize_t written = pwrite(descriptor, text.data(), text.size(), 0);
 }
 
-// Where others may write, they can put themselves in the place of the service, or rename what it has.
+// Users who may write in the root could take the place of the service, or rename its files.
 void RequireOwnRoot(const std::string& root) {
     constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
     struct stat status {};

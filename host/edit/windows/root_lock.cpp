@@ -1,3 +1,5 @@
+// The lock of a root: a file that is open for one process alone.
+
 #include "host/edit/root_lock.h"
 
 #include <windows.h>
@@ -16,7 +18,7 @@ namespace {
 HANDLE Handle(std::intptr_t file) { return reinterpret_cast<HANDLE>(file); }
 
 void Write(std::intptr_t file, const std::string& text) {
-    // The lock is the kernel's; that its file names the holder is a courtesy, which may fail on a full disk.
+    // The file also names the holder, for messages. That may fail on a full disk; the lock holds all the same.
     DWORD written = 0;
     SetFilePointer(Handle(file), 0, nullptr, FILE_BEGIN);
     if (SetEndOfFile(Handle(file))) {

@@ -1,3 +1,5 @@
+// The Unix socket of the service: its messages, the side of a command, the side of the service.
+
 #include "host/service/posix/control_socket.h"
 
 #include <fcntl.h>

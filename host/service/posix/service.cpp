@@ -1,3 +1,23 @@
+// The loop of the service.
+//
+// The service owns one tree: it starts the runs that are due, makes the edits of other commands, and answers questions.
+// All of this happens on one thread, in turns, so nothing needs a lock. Only the runs have threads of their own. A
+// turn:
+//
+//     reap        for each run that has ended: say how, free its copy
+//     answer      edits first, then requests for runs, then questions
+//     tick        when it is time (every 10 seconds): leave out what must not run, then call the entry, which starts
+//                 every other profile that is due
+//     wait        for a client, a signal or the next tick; in short steps while runs are under way
+//     clients     read and write what can be read and written now
+//     signals     SIGHUP: load the tree again; SIGTERM, SIGINT: stop
+//
+// An edit must not meet a run of the same profile, because the run saves its own copy of the settings at its end. So
+// the edit waits, and the profile starts no other run before the edit is made:
+//
+//     profile    run starts ............. run ends                  next tick: run starts, with the new timer
+//     command           "set timer" ..... waits ...... edit made, "timer: 10 -> 5"
+
 #include "host/service/posix/service.h"
 
 #include <poll.h>
@@ -57,7 +77,7 @@ private:
     std::vector<std::pair<CPopProfile*, int>> held_;
 };
 
-// The tree has to be there before the service takes its place.
+// Creates the tree when it is missing; its lock needs the directory.
 RootLock TakeRoot(const std::string& directory) {
     RequireRoot(directory);
     return RootLock::Take(directory, "serve", kLockTimeout);
@@ -134,7 +154,7 @@ void Service::Tick() {
     CallEntry();
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
-    if (next_tick_ < now) next_tick_ = now + every_;  // after a pause of the machine they are not made up for
+    if (next_tick_ < now) next_tick_ = now + every_;  // ticks that a pause of the machine skipped are dropped
 }
 
 void Service::CallEntry() {
@@ -168,16 +188,16 @@ void Service::CallEntry() {
     }
 }
 
-// Answers who does not have to wait. Until something happens there is no need to look at the others again.
+// Answers every client whose request can be served now. The others are tried again when something has happened.
 void Service::AnswerClients() {
     while (look_at_clients_) {
         look_at_clients_ = false;
         wanted_.clear();
         for (ControlClient* const client : server_.Waiting()) {
-            // What was made may have renamed what the others are about.
+            // An edit may have renamed what other requests name.
             if (client->Edit() && MakeEdit(*client, *client->Edit())) look_at_clients_ = true;
         }
-        // Behind the edits, for a profile that one of them waits for is not to be run meanwhile.
+        // After the edits: a profile that an edit waits for starts no run.
         for (ControlClient* const client : server_.Waiting()) {
             if (client->Run()) {
                 HandleRuns(*client, *client->Run());

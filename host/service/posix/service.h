@@ -1,8 +1,7 @@
 #pragma once
 
-// The service: the one host of a root, which calls the entry again and again, and has edits made in between.
-//
-// Everything happens on the thread that calls Run; only the workers have threads of their own.
+// The service: the one host of a root. It calls the entry again and again and makes edits in between. service.cpp
+// begins with a picture of its loop. Everything happens on the thread that calls Run, except the runs.
 
 #include <chrono>
 #include <cstdint>
@@ -67,8 +66,8 @@ private:
     CRootPath root_;
     ControlServer server_;
 
-    std::set<CString> running_;                  // paths of the profiles whose start was told, and whose end was not
-    std::set<CString> wanted_;                   // paths of the profiles for whose end an edit waits
+    std::set<CString> running_;                  // profiles whose start has been logged and whose end has not
+    std::set<CString> wanted_;                   // profiles that an edit waits for
     std::map<CString, std::string> left_out_;    // why, by the paths of the profiles that are not run
     std::map<CString, std::uintmax_t> unsaved_;  // what the lists take that the last runs could not save
     std::map<CString, std::string> not_begun_;   // when, of the profiles whose last run could not begin

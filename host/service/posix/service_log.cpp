@@ -1,3 +1,5 @@
+// Writes the service's lines to the journal, a terminal or a file.
+
 #include "host/service/posix/service_log.h"
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// Sends the datagrams that systemd expects of a service.
+
 #include "host/service/posix/service_manager.h"
 
 #include <sys/socket.h>

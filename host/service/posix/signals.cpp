@@ -1,3 +1,5 @@
+// Reads the signals of a service from a signalfd.
+
 #include "host/service/posix/signals.h"
 
 #include <sys/signalfd.h>

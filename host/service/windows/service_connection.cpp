@@ -1,3 +1,5 @@
+// Windows has no service, so there is none to connect to.
+
 #include "host/service/service_connection.h"
 
 namespace tarvex::host {

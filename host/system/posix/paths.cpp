@@ -1,3 +1,5 @@
+// Paths of the tree on POSIX: the backslash is a slash there.
+
 #include "host/system/paths.h"
 
 #include <fcntl.h>

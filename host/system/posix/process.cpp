@@ -1,3 +1,5 @@
+// Signals, descriptors and the terminal of the process on POSIX.
+
 #include "host/system/process.h"
 
 #include <fcntl.h>

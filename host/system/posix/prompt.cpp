@@ -1,3 +1,5 @@
+// Reads standard input, and passwords without showing them, on POSIX.
+
 #include "host/system/prompt.h"
 
 #include <poll.h>

@@ -1,3 +1,5 @@
+// Where settings and trees are on POSIX, and how the superuser becomes the owner of a tree.
+
 #include "host/system/tree_owner.h"
 
 #include <grp.h>

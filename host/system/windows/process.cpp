@@ -1,3 +1,5 @@
+// Control events, console and command line of the process on Windows.
+
 #include "host/system/process.h"
 
 #include <windows.h>

@@ -1,3 +1,5 @@
+// Reads standard input, and passwords without showing them, on Windows.
+
 #include "host/system/prompt.h"
 
 #include <windows.h>

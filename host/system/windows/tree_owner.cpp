@@ -1,3 +1,5 @@
+// Where settings and trees are on Windows.
+
 #include "host/system/tree_owner.h"
 
 #include <cstdlib>

@@ -1,3 +1,5 @@
+// UTF-16 to UTF-8 and to the code page.
+
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
