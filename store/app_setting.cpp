@@ -43,7 +43,8 @@ void CAppSetting::Initialize() {
 }
 
 int CAppSetting::Load(CString directory) {
-    return Shielded(0, [&] { return ReadRecord(*this, directory, kFormat); });
+    CLoaded ignored;
+    return Shielded(0, [&] { return ReadRecord(*this, directory, kFormat, ignored); });
 }
 
 int CAppSetting::Save(CString directory) const {

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "store/loaded.h"
+
 namespace tarvex {
 namespace {
 
@@ -14,18 +16,24 @@ CString Join(const CString& parent, std::string_view name) {
     return path;
 }
 
-bool HasMarker(const CString& directory, const ChildKind& kind) {
-    return PathExists(directory + std::string(kind.marker));
-}
+CString MarkerOf(const CString& directory, const ChildKind& kind) { return directory + std::string(kind.marker); }
 
 }  // namespace
 
-std::vector<CString> FindChildren(const CString& parent, const ChildKind& kind) {
+std::vector<CString> FindChildren(const CString& parent, const ChildKind& kind, CLoaded& loaded) {
     std::vector<CString> children;
-    for (const DirectoryEntry& entry : EnumerateDirectory(Join(parent, kind.prefix) + '*')) {
-        if (!entry.is_directory || entry.name == "." || entry.name == "..") continue;
+    std::string why;
+    const std::vector<DirectoryEntry> entries = EnumerateDirectory(Join(parent, kind.prefix) + '*', &why);
+    if (!why.empty()) NoteUnread(loaded, parent, why);
+    for (const DirectoryEntry& entry : entries) {
         CString path = Join(parent, entry.name);
-        if (HasMarker(path, kind)) children.push_back(std::move(path));
+        if (!entry.why_unseen.empty()) NoteUnread(loaded, path, entry.why_unseen);
+        if (!entry.is_directory || entry.name == "." || entry.name == "..") continue;
+        if (PathExists(MarkerOf(path, kind), &why)) {
+            children.push_back(std::move(path));
+        } else if (!why.empty()) {
+            NoteUnread(loaded, path, why);
+        }
     }
     return children;
 }
@@ -35,10 +43,12 @@ std::optional<ChildDirectory> ClaimDirectory(const CString& parent, const ChildK
     for (std::uint64_t number = 0;; ++number) {
         CString path = prefix + std::to_string(number);
         if (!PathExists(path)) {
-            if (!CreateOneDirectory(path)) return std::nullopt;
-            return ChildDirectory{std::move(path), false};
+            if (CreateOneDirectory(path)) return ChildDirectory{std::move(path), false};
+            if (!NameIsTaken(path)) return std::nullopt;
+            continue;
         }
-        if (!HasMarker(path, kind)) return ChildDirectory{std::move(path), true};
+        std::string why;
+        if (!PathExists(MarkerOf(path, kind), &why) && why.empty()) return ChildDirectory{std::move(path), true};
     }
 }
 

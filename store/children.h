@@ -11,6 +11,7 @@
 
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
+#include "tarvex/loaded.h"
 #include "tarvex/text.h"
 
 namespace tarvex {
@@ -24,8 +25,9 @@ inline constexpr ChildKind kUser{"user", "\\userset.def"};
 inline constexpr ChildKind kPopProfile{"from", "\\popprofile.def"};
 inline constexpr ChildKind kForwardAddress{"forwardto", "\\forwardaddress.def"};
 
-// The paths of the child directories that hold their marker file, in the order in which the system lists them.
-std::vector<CString> FindChildren(const CString& parent, const ChildKind& kind);
+// The paths of the child directories that hold their marker file, in the order in which the system lists them. A
+// directory that cannot be looked into is none of them; `loaded` tells of it.
+std::vector<CString> FindChildren(const CString& parent, const ChildKind& kind, CLoaded& loaded);
 
 // A directory for a new child.
 struct ChildDirectory {
@@ -34,7 +36,8 @@ struct ChildDirectory {
 };
 
 // The directory with the lowest number that is free or has no marker file; created when it is free. Nothing when it
-// cannot be created. Only the name is tested: a plain file is taken over like a directory (B25).
+// cannot be created. Only the name is tested: a plain file is taken over like a directory (B25). A link that leads
+// nowhere and a directory that cannot be looked into keep their number: what they stand for may come back.
 std::optional<ChildDirectory> ClaimDirectory(const CString& parent, const ChildKind& kind);
 
 // A new child whose directory is `path`: `open` loads what the directory holds.
@@ -45,16 +48,19 @@ std::unique_ptr<Child> OpenChild(const CString& path, void (*open)(Child&, const
     return child;
 }
 
-// Appends the children that the parent's directory holds; all of them or, when memory runs out, none.
+// Appends the children that the parent's directory holds; all of them or, when memory runs out, none. `loaded` becomes
+// what the listing came to.
 template <class Child>
-void AppendChildren(std::vector<std::unique_ptr<Child>>& children, const CString& parent, const ChildKind& kind,
-                    void (*open)(Child&, const CString&)) {
-    const std::vector<CString> paths = FindChildren(parent, kind);
+void AppendChildren(std::vector<std::unique_ptr<Child>>& children, CLoaded& loaded, const CString& parent,
+                    const ChildKind& kind, void (*open)(Child&, const CString&)) {
+    CLoaded listing;
+    const std::vector<CString> paths = FindChildren(parent, kind, listing);
     std::vector<std::unique_ptr<Child>> found;
     found.reserve(paths.size());
     for (const CString& path : paths) found.push_back(OpenChild(path, open));
     children.reserve(children.size() + found.size());
     std::ranges::move(found, std::back_inserter(children));
+    loaded = std::move(listing);
 }
 
 // Creates a child: claims a directory, loads what it holds already, lets `fill` set the fields of its settings, and

@@ -2,10 +2,12 @@
 
 #include <new>
 #include <optional>
+#include <utility>
 
 #include "platform/codec/text.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
+#include "store/loaded.h"
 #include "store/loading.h"
 #include "store/records.h"
 #include "tarvex/tree.h"
@@ -16,25 +18,54 @@ namespace {
 constexpr const char* kUidlFile = "\\uidl.def";
 
 // The list of uidl.def: one id per line, in order, without any comment syntax. Nothing when the file cannot be read.
-std::optional<CStringArray> ReadUidlFile(const CString& path) {
-    std::optional<CStringArray> ids = ReadTextLines(path + kUidlFile);
+std::optional<CStringArray> ReadUidlFile(const CString& path, CLoaded& loaded) {
+    std::string why;
+    std::optional<CStringArray> ids = ReadTextLines(path + kUidlFile, &why);
+    if (!why.empty()) NoteUnread(loaded, path + kUidlFile, why);
     if (!ids) return std::nullopt;
     for (CString& id : *ids) id.erase(0, id.size() - TrimLeadingBlanks(id).size());
     std::erase_if(*ids, [](const CString& id) { return id.empty(); });
     return ids;
 }
 
+int LoadSettingOf(CForwardAddress& address) {
+    address.setting_loaded = {};
+    return LoadRecord(address.setting, address.path, address.setting_loaded);
+}
+
+int LoadScheduleOf(CForwardAddress& address) {
+    address.schedule_loaded = {};
+    return LoadSchedule(address.schedule, address.path, address.schedule_loaded);
+}
+
+int LoadUidlsOf(CForwardAddress& address) {
+    address.uidls_loaded = {};
+    std::optional<CStringArray> ids = ReadUidlFile(address.path, address.uidls_loaded);
+    if (!ids) return 0;
+    address.uidls.swap(*ids);
+    return 1;
+}
+
+// The result of a reading; 0, noted as not loaded, when memory runs out.
+int Noted(CForwardAddress& address, int (*load)(CForwardAddress&), CLoaded& loaded) {
+    return Shielded(
+        0, [&] { return load(address); }, [&](const char*) { NoteNoMemory(loaded); });
+}
+
 }  // namespace
 
 void Open(CForwardAddress& address, const CString& path) {
     address.path = path;
-    LoadRecord(address.setting, path);
-    address.schedule.Load(path);
+    LoadSettingOf(address);
+    LoadScheduleOf(address);
 }
 
 void Assign(CForwardAddress& target, const CForwardAddress& source) {
     CString path = source.path;
-    CStringArray uidls = ReadUidlFile(path).value_or(CStringArray());
+    CLoaded setting_loaded = source.setting_loaded;
+    CLoaded schedule_loaded = source.schedule_loaded;
+    CLoaded uidls_loaded;
+    CStringArray uidls = ReadUidlFile(path, uidls_loaded).value_or(CStringArray());
     CScheduleSetting schedule(source.schedule);
     if (!(schedule == source.schedule)) throw std::bad_alloc();
     AssignRecord(target.setting, source.setting);
@@ -42,6 +73,9 @@ void Assign(CForwardAddress& target, const CForwardAddress& source) {
     target.path.swap(path);
     target.uidls.swap(uidls);
     target.schedule.terms.swap(schedule.terms);
+    target.setting_loaded = std::move(setting_loaded);
+    target.schedule_loaded = std::move(schedule_loaded);
+    target.uidls_loaded = std::move(uidls_loaded);
 }
 
 }  // namespace tarvex
@@ -56,20 +90,19 @@ CForwardAddress& CForwardAddress::operator=(const CForwardAddress& other) {
 }
 
 void CForwardAddress::SetPath(CString new_path) {
-    if (!Shielded([&] { Open(*this, new_path); })) path.clear();
+    if (Shielded([&] { Open(*this, new_path); })) return;
+    path.clear();
+    NoteNoMemory(setting_loaded);
+    NoteNoMemory(schedule_loaded);
 }
 
-int CForwardAddress::LoadSetting() {
-    return Shielded(0, [&] { return LoadRecord(setting, path); });
-}
+int CForwardAddress::LoadSetting() { return Noted(*this, LoadSettingOf, setting_loaded); }
 
 int CForwardAddress::SaveSetting() {
     return Shielded(0, [&] { return setting.Save(path); });
 }
 
-int CForwardAddress::LoadScheduleSetting() {
-    return Shielded(0, [&] { return schedule.Load(path); });
-}
+int CForwardAddress::LoadScheduleSetting() { return Noted(*this, LoadScheduleOf, schedule_loaded); }
 
 int CForwardAddress::SaveScheduleSetting() {
     return Shielded(0, [&] { return schedule.Save(path); });
@@ -77,12 +110,7 @@ int CForwardAddress::SaveScheduleSetting() {
 
 int CForwardAddress::LoadUidlSetting() {
     RemoveAllUidl(uidls);
-    return Shielded(0, [&] {
-        std::optional<CStringArray> ids = ReadUidlFile(path);
-        if (!ids) return 0;
-        uidls.swap(*ids);
-        return 1;
-    });
+    return Noted(*this, LoadUidlsOf, uidls_loaded);
 }
 
 int CForwardAddress::SaveUidlSetting() {

@@ -28,12 +28,12 @@ constexpr RecordFormat<R> kFormat{"\\forwardaddress.def", LineTrimming::BlanksAt
 
 }  // namespace
 
-int LoadRecord(CForwardAddressSetting& setting, const CString& directory) {
+int LoadRecord(CForwardAddressSetting& setting, const CString& directory, CLoaded& loaded) {
     CForwardAddressSetting draft;
     AssignFields(draft, setting, kFormat);
     // The directory's own name stands in for an address that the file does not give, also when there is no file.
     draft.address = LastComponent(directory);
-    const int result = ReadRecord(draft, directory, kFormat);
+    const int result = ReadRecord(draft, directory, kFormat, loaded);
     SwapAllFields(setting, draft, kFormat);
     return result;
 }
@@ -66,7 +66,8 @@ void CForwardAddressSetting::Initialize() {
 }
 
 int CForwardAddressSetting::Load(CString directory) {
-    return Shielded(0, [&] { return LoadRecord(*this, directory); });
+    CLoaded ignored;
+    return Shielded(0, [&] { return LoadRecord(*this, directory, ignored); });
 }
 
 int CForwardAddressSetting::Save(CString directory) const {

@@ -2,6 +2,7 @@
 
 #include "platform/os/shield.h"
 #include "store/children.h"
+#include "store/loaded.h"
 #include "store/loading.h"
 #include "store/records.h"
 #include "tarvex/tree.h"
@@ -11,13 +12,15 @@ namespace {
 
 // A password that was not scrambled is scrambled in the file at once.
 int LoadSettingOf(CPopProfile& profile) {
-    const int result = LoadRecord(profile.setting, profile.path);
+    profile.setting_loaded = {};
+    const int result = LoadRecord(profile.setting, profile.path, profile.setting_loaded);
     if (result == 2) profile.SaveSetting();
     return result != 0 ? 1 : 0;
 }
 
 void AppendForwardAddresses(CPopProfile& profile) {
-    AppendChildren<CForwardAddress>(profile.forward_addresses, profile.path, kForwardAddress, Open);
+    AppendChildren<CForwardAddress>(profile.forward_addresses, profile.addresses_loaded, profile.path, kForwardAddress,
+                                    Open);
 }
 
 }  // namespace
@@ -37,11 +40,15 @@ void Assign(CPopProfile& target, const CPopProfile& source) {
         addresses.push_back(std::make_unique<CForwardAddress>());
         Assign(*addresses.back(), *address);
     }
+    CLoaded setting_loaded = source.setting_loaded;
+    CLoaded addresses_loaded = source.addresses_loaded;
     AssignRecord(target.setting, source.setting);
 
     target.setting.lasttime = source.setting.lasttime;
     target.path.swap(path);
     target.forward_addresses.swap(addresses);
+    target.setting_loaded = std::move(setting_loaded);
+    target.addresses_loaded = std::move(addresses_loaded);
 }
 
 }  // namespace tarvex
@@ -63,14 +70,20 @@ void CPopProfile::Reset() {
     setting.Initialize();
     forward_addresses.clear();
     result = {};
+    setting_loaded = {};
+    addresses_loaded = {};
 }
 
 void CPopProfile::SetPath(CString new_path) {
-    if (!Shielded([&] { Open(*this, new_path); })) Reset();
+    if (Shielded([&] { Open(*this, new_path); })) return;
+    Reset();
+    NoteNoMemory(setting_loaded);
+    NoteNoMemory(addresses_loaded);
 }
 
 int CPopProfile::LoadSetting() {
-    return Shielded(0, [&] { return LoadSettingOf(*this); });
+    return Shielded(
+        0, [&] { return LoadSettingOf(*this); }, [this](const char*) { NoteNoMemory(setting_loaded); });
 }
 
 int CPopProfile::SaveSetting() {
@@ -78,7 +91,7 @@ int CPopProfile::SaveSetting() {
 }
 
 int CPopProfile::SeekForwardAddress() {
-    Shielded([&] { AppendForwardAddresses(*this); });
+    if (!Shielded([&] { AppendForwardAddresses(*this); })) NoteNoMemory(addresses_loaded);
     return 1;
 }
 

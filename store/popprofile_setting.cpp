@@ -46,8 +46,8 @@ constexpr RecordFormat<R> kFormat{"\\popprofile.def", LineTrimming::LeadingWhite
 
 }  // namespace
 
-int LoadRecord(CPopProfileSetting& setting, const CString& directory) {
-    return ReadRecord(setting, directory, kFormat);
+int LoadRecord(CPopProfileSetting& setting, const CString& directory, CLoaded& loaded) {
+    return ReadRecord(setting, directory, kFormat, loaded);
 }
 
 void AssignRecord(CPopProfileSetting& target, const CPopProfileSetting& source) {
@@ -78,7 +78,8 @@ void CPopProfileSetting::Initialize() {
 }
 
 int CPopProfileSetting::Load(CString directory) {
-    return Shielded(0, [&] { return LoadRecord(*this, directory); });
+    CLoaded ignored;
+    return Shielded(0, [&] { return LoadRecord(*this, directory, ignored); });
 }
 
 int CPopProfileSetting::Save(CString directory) const {

@@ -152,7 +152,7 @@ bool SameFields(const Record& left, const Record& right, const RecordFormat<Reco
 
 // Reads the record's file in the directory: 0 = it cannot be read, 2 = a stored password was not scrambled, else 1.
 template <class Record>
-int ReadRecord(Record& record, const CString& directory, const RecordFormat<Record>& format) {
+int ReadRecord(Record& record, const CString& directory, const RecordFormat<Record>& format, CLoaded& loaded) {
     std::vector<std::string_view> headers;
     headers.reserve(format.keys.size());
     for (const Key<Record>& key : format.keys) headers.push_back(key.header);
@@ -163,7 +163,8 @@ int ReadRecord(Record& record, const CString& directory, const RecordFormat<Reco
     const auto take = [&](std::size_t i, std::string_view value) {
         if (TakeValue(draft, format.keys[i], value)) rewrite = true;
     };
-    if (!ReadSettingsFile(directory + std::string(format.file_name), format.trimming, headers, take)) return 0;
+    const std::string path = directory + std::string(format.file_name);
+    if (!ReadSettingsFile(path, format.trimming, headers, take, loaded)) return 0;
     SwapAllFields(record, draft, format);
     return rewrite ? 2 : 1;
 }

@@ -3,6 +3,7 @@
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "store/children.h"
+#include "store/loaded.h"
 #include "store/loading.h"
 #include "tarvex/tree.h"
 
@@ -18,7 +19,7 @@ int CRootPath::SetRootPath(CString root) {
     return Shielded(0, [&] {
         if (!PathExists(root) && !CreateOneDirectory(root)) return 0;
         std::vector<std::unique_ptr<CUser>> found;
-        AppendChildren<CUser>(found, root, kUser, Open);
+        AppendChildren<CUser>(found, users_loaded, root, kUser, Open);
         users.swap(found);
         path.swap(root);
         return 1;
@@ -30,7 +31,7 @@ CString CRootPath::GetRootPath() const {
 }
 
 void CRootPath::SeekUser() {
-    Shielded([&] { AppendChildren<CUser>(users, path, kUser, Open); });
+    if (!Shielded([&] { AppendChildren<CUser>(users, users_loaded, path, kUser, Open); })) NoteNoMemory(users_loaded);
 }
 
 void CRootPath::DeleteAllUser() { users.clear(); }

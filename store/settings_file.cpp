@@ -6,6 +6,7 @@
 
 #include "platform/codec/text.h"
 #include "platform/os/files.h"
+#include "store/loaded.h"
 
 namespace tarvex {
 namespace {
@@ -44,9 +45,17 @@ void ReadSettingsLines(std::span<const std::string> lines, LineTrimming trimming
     }
 }
 
+std::optional<std::vector<std::string>> LoadSettingsLines(const std::string& path, CLoaded& loaded) {
+    std::string why;
+    std::optional<std::vector<std::string>> lines = ReadTextLines(path, &why);
+    if (lines && lines->empty()) why = "it is empty";
+    if (!why.empty()) NoteUnread(loaded, path, why);
+    return lines;
+}
+
 bool ReadSettingsFile(const std::string& path, LineTrimming trimming, std::span<const std::string_view> headers,
-                      const ValueSink& sink) {
-    const std::optional<std::vector<std::string>> lines = ReadTextLines(path);
+                      const ValueSink& sink, CLoaded& loaded) {
+    const std::optional<std::vector<std::string>> lines = LoadSettingsLines(path, loaded);
     if (!lines) return false;
     ReadSettingsLines(*lines, trimming, headers, sink);
     return true;

@@ -15,6 +15,9 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "tarvex/loaded.h"
 
 namespace tarvex {
 
@@ -28,10 +31,14 @@ enum class LineTrimming {
 // Receives a value line, trimmed, with the index of its key.
 using ValueSink = std::function<void(std::size_t key, std::string_view value)>;
 
+// The lines of a settings file; nothing when it cannot be read. A file without a single byte is read, but was not
+// loaded whole: every save writes keys, so somebody else has cut the file and has not yet filled it again.
+[[nodiscard]] std::optional<std::vector<std::string>> LoadSettingsLines(const std::string& path, CLoaded& loaded);
+
 // Reads a settings file whose keys have these headers, brackets included, in lower case. False when the file cannot be
 // read; the sink has then not been called.
 [[nodiscard]] bool ReadSettingsFile(const std::string& path, LineTrimming trimming,
-                                    std::span<const std::string_view> headers, const ValueSink& sink);
+                                    std::span<const std::string_view> headers, const ValueSink& sink, CLoaded& loaded);
 
 // The same for lines that have been read already.
 void ReadSettingsLines(std::span<const std::string> lines, LineTrimming trimming,

@@ -2,17 +2,26 @@
 
 #include "platform/os/shield.h"
 #include "store/children.h"
+#include "store/loaded.h"
 #include "store/loading.h"
 #include "store/records.h"
 #include "tarvex/tree.h"
 
 namespace tarvex {
+namespace {
+
+int LoadSettingOf(CUser& user) {
+    user.setting_loaded = {};
+    return LoadRecord(user.setting, user.path, user.setting_loaded);
+}
+
+}  // namespace
 
 void Open(CUser& user, const CString& path) {
     user.Reset();
     user.path = path;
-    LoadRecord(user.setting, path);
-    AppendChildren<CPopProfile>(user.profiles, path, kPopProfile, Open);
+    LoadSettingOf(user);
+    AppendChildren<CPopProfile>(user.profiles, user.profiles_loaded, path, kPopProfile, Open);
 }
 
 }  // namespace tarvex
@@ -22,13 +31,17 @@ using namespace tarvex;
 CUser::~CUser() = default;
 
 void CUser::SetPath(CString new_path) {
-    if (!Shielded([&] { Open(*this, new_path); })) path.clear();
+    if (Shielded([&] { Open(*this, new_path); })) return;
+    path.clear();
+    NoteNoMemory(setting_loaded);
+    NoteNoMemory(profiles_loaded);
 }
 
 void CUser::Reset() { profiles.clear(); }
 
 int CUser::LoadSetting() {
-    return Shielded(0, [&] { return LoadRecord(setting, path); });
+    return Shielded(
+        0, [&] { return LoadSettingOf(*this); }, [this](const char*) { NoteNoMemory(setting_loaded); });
 }
 
 int CUser::SaveSetting() {
@@ -36,7 +49,9 @@ int CUser::SaveSetting() {
 }
 
 int CUser::SeekPopProfile() {
-    Shielded([&] { AppendChildren<CPopProfile>(profiles, path, kPopProfile, Open); });
+    const bool listed =
+        Shielded([&] { AppendChildren<CPopProfile>(profiles, profiles_loaded, path, kPopProfile, Open); });
+    if (!listed) NoteNoMemory(profiles_loaded);
     return 1;
 }
 

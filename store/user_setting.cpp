@@ -23,9 +23,9 @@ constexpr RecordFormat<R> kFormat{"\\userset.def", LineTrimming::LeadingWhiteSpa
 
 }  // namespace
 
-int LoadRecord(CUserSetting& setting, const CString& directory) {
+int LoadRecord(CUserSetting& setting, const CString& directory, CLoaded& loaded) {
     // Unlike a POP profile, a user does not ask for a password to be rewritten.
-    return ReadRecord(setting, directory, kFormat) != 0 ? 1 : 0;
+    return ReadRecord(setting, directory, kFormat, loaded) != 0 ? 1 : 0;
 }
 
 }  // namespace tarvex
@@ -51,7 +51,8 @@ void CUserSetting::Initialize() {
 }
 
 int CUserSetting::Load(CString directory) {
-    return Shielded(0, [&] { return LoadRecord(*this, directory); });
+    CLoaded ignored;
+    return Shielded(0, [&] { return LoadRecord(*this, directory, ignored); });
 }
 
 int CUserSetting::Save(CString directory) const {

@@ -14,6 +14,10 @@
 // destroyed, and is never deleted by the caller. A destructor touches nothing on disk.
 // The tree belongs to one thread, the host's, which may change it freely between two calls of the entry: workers run on
 // copies.
+// Loading keeps what could not be read, file by file, in the members of type CLoaded. Loading itself goes on: an object
+// whose file cannot be read has its defaults, and a child that cannot be looked into is left out. Then the parent's
+// listing is not whole: a directory "forwardto*", "from*" or "user*" without the right to enter it, for instance. A
+// settings file without a single byte is read, but not loaded whole: a save never leaves one. A uidl.def may be empty.
 // No operation throws. Where memory runs out, an operation fails and leaves what it was to change; an object whose
 // SetPath fails like that is left without a path, so that what could not be loaded is never saved over its own files.
 
@@ -21,6 +25,7 @@
 #include <memory>
 #include <vector>
 
+#include "tarvex/loaded.h"
 #include "tarvex/log.h"
 #include "tarvex/mail.h"
 #include "tarvex/observer.h"
@@ -70,6 +75,9 @@ public:
     CStringArray uidls;  // the unique ids of the messages that this address has received
     CForwardAddressSetting setting;
     CString path;
+    CLoaded setting_loaded;   // of the last reading of forwardaddress.def
+    CLoaded schedule_loaded;  // of schedule.def
+    CLoaded uidls_loaded;     // of uidl.def
 };
 
 // One POP3 account with its forwarding addresses.
@@ -153,6 +161,8 @@ public:
     // What this copy's run did. In a profile of the tree: CouldNotBegin as its ending, and nothing else, when the entry
     // had no memory for the last copy of it.
     CRunResult result;
+    CLoaded setting_loaded;    // of the last reading of popprofile.def
+    CLoaded addresses_loaded;  // of the last listing of the addresses
 };
 
 // One user with his POP profiles.
@@ -176,6 +186,8 @@ public:
     CUserSetting setting;
     std::vector<std::unique_ptr<CPopProfile>> profiles;
     CString path;
+    CLoaded setting_loaded;   // of the last reading of userset.def
+    CLoaded profiles_loaded;  // of the last listing of the profiles
 };
 
 // The root of the tree, and the owner of the running copies.
@@ -215,4 +227,5 @@ public:
     std::vector<std::unique_ptr<CUser>> users;
     std::vector<std::unique_ptr<CPopProfile>> running_copies;  // in the order in which they were started
     CString path;
+    CLoaded users_loaded;  // of the last listing of the users
 };

@@ -13,8 +13,14 @@
 
 namespace tarvex {
 
+// In the functions below, `why` may be null. It becomes the system's words when something is there, or may be there,
+// that could not be looked at, and empty in every other case: also when there is nothing.
+
 // A link that leads nowhere does not exist.
-bool PathExists(const std::string& path);
+bool PathExists(const std::string& path, std::string* why = nullptr);
+
+// Whether a directory holds this name, whatever it stands for: a link that leads nowhere counts.
+bool NameIsTaken(const std::string& path);
 
 // Creates one directory (0700 on Linux) below an existing one. False when that fails or it exists.
 bool CreateOneDirectory(const std::string& path);
@@ -35,13 +41,14 @@ DirectoryIdentity IdentifyDirectory(const std::string& path);
 struct DirectoryEntry {
     std::string name;
     bool is_directory = false;  // of what a link points to
+    std::string why_unseen;     // the system's words when it does not tell whether this is a directory
 };
 
 // The entries of a directory whose names match the wildcard mask in the last component ("root\user*": * any text, ? one
 // byte, case-sensitive; on Windows ? is one character, and short names match as well), in the order in which the system
 // returns them, "." and ".." included. On Linux a name that holds a backslash itself is left out, since no path could
-// name it. Empty when the directory cannot be read.
-std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask);
+// name it. Empty when the directory cannot be read. `why` is set as well when the listing breaks off.
+std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask, std::string* why = nullptr);
 
 // Removes a directory with everything in it, as far as the system lets it. Links are removed, not followed: a path that
 // is a link to a directory loses the link and nothing else. Something that is no directory stays, and so does the root
@@ -50,7 +57,7 @@ void DeleteDirectory(const std::string& path, std::string_view first = {});
 
 // The lines of a text file without their line ends (CR LF or LF; a lone CR is part of its line). A last line without a
 // line end counts. Nothing when the file cannot be read to its end or is no regular file.
-std::optional<std::vector<std::string>> ReadTextLines(const std::string& path);
+std::optional<std::vector<std::string>> ReadTextLines(const std::string& path, std::string* why = nullptr);
 
 enum class Durability {
     Synced,             // the new content survives a power failure once the call has returned

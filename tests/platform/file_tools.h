@@ -28,7 +28,8 @@ inline Lines Names(const std::string& directory) {
 // The entries, directories with a slash, in alphabetical order.
 inline std::string Enumerated(const std::string& mask) {
     Lines names;
-    for (const auto& [name, is_directory] : EnumerateDirectory(mask)) names.push_back(name + (is_directory ? "/" : ""));
+    for (const DirectoryEntry& entry : EnumerateDirectory(mask))
+        names.push_back(entry.name + (entry.is_directory ? "/" : ""));
     std::sort(names.begin(), names.end());
     std::string joined;
     for (const std::string& name : names) joined += (joined.empty() ? "" : " ") + name;

@@ -140,20 +140,27 @@ TEST(SettingsFile, LineEndsMayBeCrLfOrLfAndTheLastOneMayBeMissing) {
     for (const FileCase& c : cases) {
         WriteFile(dir / "test.def", c.content);
         Values values;
-        EXPECT_TRUE(ReadSettingsFile(dir.String() + "\\test.def", LineTrimming::LeadingWhiteSpace, kHeaders,
-                                     [&](std::size_t key, std::string_view value) { values.emplace_back(key, value); }))
+        CLoaded loaded;
+        EXPECT_TRUE(ReadSettingsFile(
+            dir.String() + "\\test.def", LineTrimming::LeadingWhiteSpace, kHeaders,
+            [&](std::size_t key, std::string_view value) { values.emplace_back(key, value); }, loaded))
             << c.name;
         EXPECT_EQ(values, c.expected) << c.name;
+        EXPECT_EQ(loaded.whole, !c.content.empty()) << c.name << ": somebody has cut it";
     }
 }
 
 TEST(SettingsFile, FileThatCannotBeReadYieldsNothing) {
     const TempDir dir;
     std::filesystem::create_directory(dir.Path() / "directory.def");
-    for (const char* name : {"\\missing.def", "\\directory.def", "\\missing\\test.def"}) {
-        EXPECT_FALSE(ReadSettingsFile(dir.String() + name, LineTrimming::LeadingWhiteSpace, kHeaders,
-                                      [](std::size_t, std::string_view) { ADD_FAILURE() << "no value was expected"; }))
+    for (const std::string name : {"\\missing.def", "\\directory.def", "\\missing\\test.def"}) {
+        CLoaded loaded;
+        EXPECT_FALSE(ReadSettingsFile(
+            dir.String() + name, LineTrimming::LeadingWhiteSpace, kHeaders,
+            [](std::size_t, std::string_view) { ADD_FAILURE() << "no value was expected"; }, loaded))
             << name;
+        EXPECT_EQ(loaded.path, name == "\\directory.def" ? dir.String() + name : "")
+            << "what is missing counts as read";
     }
 }
 

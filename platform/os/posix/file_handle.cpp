@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <system_error>
 #include <utility>
 
 namespace tarvex {
@@ -41,6 +42,11 @@ FileHandle OpenAt(int directory, const std::string& path, int flags, unsigned mo
 
 void ThrowWhenExhausted() {
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) throw std::bad_alloc();
+}
+
+void ExplainFailure(std::string* why) {
+    if (!why) return;
+    *why = errno == ENOENT || errno == ENOTDIR ? std::string() : std::generic_category().message(errno);
 }
 
 FileHandle Open(const std::string& path, int flags, unsigned mode) { return OpenAt(AT_FDCWD, path, flags, mode); }

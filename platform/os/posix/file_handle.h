@@ -37,4 +37,8 @@ FileHandle Open(const std::string& path, int flags, unsigned mode = 0);
 // not be looked at must not pass for missing.
 void ThrowWhenExhausted();
 
+// What a failed call says of the thing it was to look at: the system's words, or nothing when errno says that there is
+// no such thing.
+void ExplainFailure(std::string* why);
+
 }  // namespace tarvex

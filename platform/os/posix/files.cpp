@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <system_error>
@@ -54,10 +55,16 @@ bool MatchesMask(std::string_view name, std::string_view mask) {
     return mask.find_first_not_of('*', m) == std::string_view::npos;
 }
 
-bool IsDirectory(DIR* directory, const dirent& entry) {
-    if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+DirectoryEntry Describe(DIR* directory, const dirent& entry) {
+    DirectoryEntry result{entry.d_name, entry.d_type == DT_DIR, {}};
+    if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) return result;
     struct stat status {};
-    return fstatat(dirfd(directory), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
+    if (fstatat(dirfd(directory), entry.d_name, &status, 0) == 0) {
+        result.is_directory = S_ISDIR(status.st_mode);
+    } else {
+        ExplainFailure(&result.why_unseen);
+    }
+    return result;
 }
 
 std::vector<std::string> EntryNames(DIR* directory) {
@@ -83,9 +90,17 @@ void RemoveEntries(DIR* directory) {
 
 }  // namespace
 
-bool PathExists(const std::string& path) {
+bool PathExists(const std::string& path, std::string* why) {
+    if (why) why->clear();
     struct stat status {};
-    return stat(NativePath(path).c_str(), &status) == 0;
+    if (stat(NativePath(path).c_str(), &status) == 0) return true;
+    ExplainFailure(why);
+    return false;
+}
+
+bool NameIsTaken(const std::string& path) {
+    struct stat status {};
+    return lstat(NativePath(path).c_str(), &status) == 0;
 }
 
 bool CreateOneDirectory(const std::string& path) { return mkdir(NativePath(path).c_str(), 0700) == 0; }
@@ -103,7 +118,8 @@ DirectoryIdentity IdentifyDirectory(const std::string& path) {
     return identity;
 }
 
-std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
+std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask, std::string* why) {
+    if (why) why->clear();
     const std::string native = NativePath(mask);
     const std::size_t name_start = native.rfind('/') + 1;  // 0 without a separator
     const std::string_view name_mask = std::string_view(native).substr(name_start);
@@ -112,13 +128,18 @@ std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
     const Directory directory = OpenDirectory(AT_FDCWD, name_start == 0 ? "." : native.substr(0, name_start), 0);
     if (!directory) {
         ThrowWhenExhausted();
+        ExplainFailure(why);
         return entries;
     }
-    while (const dirent* entry = readdir(directory.get())) {
-        std::string name = entry->d_name;
-        if (name.find('\\') != std::string::npos || !MatchesMask(name, name_mask)) continue;
-        entries.push_back({std::move(name), IsDirectory(directory.get(), *entry)});
+    for (;;) {
+        errno = 0;  // all that tells the end of the listing from a failure
+        const dirent* const entry = readdir(directory.get());
+        if (!entry) break;
+        const std::string_view name = entry->d_name;
+        if (name.find('\\') != std::string_view::npos || !MatchesMask(name, name_mask)) continue;
+        entries.push_back(Describe(directory.get(), *entry));
     }
+    if (errno != 0) ExplainFailure(why);
     return entries;
 }
 

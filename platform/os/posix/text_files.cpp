@@ -178,17 +178,27 @@ bool NewFile::RenameTo(const std::string& target_name) {
 
 }  // namespace
 
-std::optional<std::vector<std::string>> ReadTextLines(const std::string& path) {
+std::optional<std::vector<std::string>> ReadTextLines(const std::string& path, std::string* why) {
+    if (why) why->clear();
     // Not blocking, since a pipe would keep the call waiting for its writer.
     const FileHandle file = Open(NativePath(path), O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (!file) {
         ThrowWhenExhausted();
+        ExplainFailure(why);
         return std::nullopt;
     }
     struct stat status {};
-    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-    const std::optional<std::string> content = ReadWhole(file.Get(), static_cast<std::size_t>(status.st_size));
-    if (!content) return std::nullopt;
+    const bool is_seen = fstat(file.Get(), &status) == 0;
+    if (is_seen && !S_ISREG(status.st_mode)) {
+        if (why) *why = "it is no regular file";
+        return std::nullopt;
+    }
+    const std::optional<std::string> content =
+        is_seen ? ReadWhole(file.Get(), static_cast<std::size_t>(status.st_size)) : std::nullopt;
+    if (!content) {
+        ExplainFailure(why);
+        return std::nullopt;
+    }
     return SplitLines(*content);
 }
 

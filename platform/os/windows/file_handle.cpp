@@ -5,6 +5,7 @@
 #include <winternl.h>
 
 #include <new>
+#include <system_error>
 
 extern "C" NTSTATUS NTAPI RtlGetLastNtStatus(void);
 
@@ -15,6 +16,13 @@ void ThrowWhenExhausted(DWORD error) {
         error == ERROR_NO_SYSTEM_RESOURCES) {
         throw std::bad_alloc();
     }
+}
+
+void ExplainFailure(std::string* why, DWORD error) {
+    if (!why) return;
+    const bool is_missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
+                            error == ERROR_INVALID_NAME || error == ERROR_DIRECTORY;
+    *why = is_missing ? std::string() : std::system_category().message(static_cast<int>(error));
 }
 
 // A name whose file is deleted, and goes when the last of those who have it open closes it, is refused like one without

@@ -42,6 +42,10 @@ private:
 // not be looked at must not pass for missing.
 void ThrowWhenExhausted(DWORD error);
 
+// What a failed call says of the thing it was to look at: the system's words, or nothing when the error says that there
+// is no such thing.
+void ExplainFailure(std::string* why, DWORD error);
+
 // Whether the last error says that somebody else holds the file, or has it open although it is deleted.
 bool IsHeldByOthers();
 

@@ -95,16 +95,23 @@ bool IsRootOfFileSystem(const std::wstring& full_path) {
 
 }  // namespace
 
-bool PathExists(const std::string& path) {
+bool PathExists(const std::string& path, std::string* why) {
+    if (why) why->clear();
     // Opened, not only looked up, so that a link that leads nowhere does not exist.
     const std::wstring native = NativePath(path);
     if (native.empty()) return false;
     const FileHandle file(
         CreateFileW(native.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (file) return true;
-    const bool is_held = IsHeldByOthers();
-    if (!is_held) ThrowWhenExhausted(GetLastError());
-    return is_held;
+    const DWORD error = GetLastError();
+    if (IsHeldByOthers()) return true;
+    ThrowWhenExhausted(error);
+    ExplainFailure(why, error);
+    return false;
+}
+
+bool NameIsTaken(const std::string& path) {
+    return GetFileAttributesW(NativePath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 bool CreateOneDirectory(const std::string& path) { return CreateDirectoryW(NativePath(path).c_str(), nullptr) != 0; }
@@ -121,15 +128,17 @@ DirectoryIdentity IdentifyDirectory(const std::string& path) {
     return identity;
 }
 
-std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask) {
+std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask, std::string* why) {
+    if (why) why->clear();
     std::vector<DirectoryEntry> entries;
     const Listing listing = ForEachEntry(NativePath(mask), [&](const WIN32_FIND_DATAW& entry) {
         if (auto name = FromWide(entry.cFileName)) {
-            entries.push_back({std::move(*name), IsDirectory(entry.dwFileAttributes)});
+            entries.push_back({std::move(*name), IsDirectory(entry.dwFileAttributes), {}});
         }
     });
     ThrowWhenExhausted(listing.error);
     if (listing.begun && listing.error != 0) throw std::bad_alloc();  // a part must not pass for the whole
+    if (!listing.begun) ExplainFailure(why, listing.error);
     return entries;
 }
 

@@ -245,14 +245,23 @@ bool Holds(const Target& target, const std::wstring& new_path, std::string_view 
 
 }  // namespace
 
-std::optional<std::vector<std::string>> ReadTextLines(const std::string& path) {
+std::optional<std::vector<std::string>> ReadTextLines(const std::string& path, std::string* why) {
+    if (why) why->clear();
     const OpenedFile file(NativePath(path), GENERIC_READ, FILE_FLAG_SEQUENTIAL_SCAN);
     if (!file) {
-        ThrowWhenExhausted(GetLastError());
+        const DWORD error = GetLastError();
+        ThrowWhenExhausted(error);
+        ExplainFailure(why, error);
         return std::nullopt;
     }
+    SetLastError(ERROR_SUCCESS);
     const std::optional<std::string> content = ReadWhole(file.Get());
-    if (!content) return std::nullopt;
+    if (!content) {
+        const DWORD error = GetLastError();
+        if (why) *why = "it is no regular file";
+        if (error != ERROR_SUCCESS) ExplainFailure(why, error);
+        return std::nullopt;
+    }
     return SplitLines(*content);
 }
 

@@ -2,6 +2,8 @@
 
 #include "tests/support/posix/system_calls.h"
 
+#include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -9,6 +11,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
+#include <optional>
+#include <string_view>
 
 namespace tarvex::testing {
 
@@ -38,7 +43,38 @@ int Delete(int directory, const char* name, int flags) {
     return static_cast<int>(syscall(SYS_unlinkat, directory, name, flags));
 }
 
+struct Refusal {
+    Look look;
+    std::string path_end;
+    int error;
+    int descriptor = -1;  // the last one that was opened for such a path
+};
+std::optional<Refusal> refusal;
+
+// True, with errno set, when the look is to fail.
+bool Refuses(Look look, const char* path) {
+    if (!refusal || refusal->look != look || !std::string_view(path).ends_with(refusal->path_end)) return false;
+    errno = refusal->error;
+    return true;
+}
+
+bool Refuses(Look look, int descriptor) {
+    return refusal && descriptor >= 0 && refusal->descriptor == descriptor && Refuses(look, refusal->path_end.c_str());
+}
+
+// The C library's own function behind one of those below.
+template <class Function>
+Function* Next(const char* name, Function*) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
 }  // namespace
+
+RefusedLook::RefusedLook(Look look, std::string path_end, int error) {
+    refusal = Refusal{look, std::move(path_end), error};
+}
+RefusedLook::~RefusedLook() { refusal.reset(); }
+
 }  // namespace tarvex::testing
 
 using namespace tarvex::testing;
@@ -70,6 +106,41 @@ extern "C" int rmdir(const char* name) noexcept { return Delete(AT_FDCWD, name, 
 extern "C" int mkdir(const char* name, mode_t mode) noexcept {
     if (Record("make")) return -1;
     return static_cast<int>(syscall(SYS_mkdirat, AT_FDCWD, name, mode));
+}
+
+extern "C" int openat(int directory, const char* name, int flags, ...) {
+    static auto* const next = Next("openat", openat);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (Refuses(Look::Open, name)) return -1;
+    const int descriptor = next(directory, name, flags, mode);
+    if (refusal) {
+        const bool is_meant = std::string_view(name).ends_with(refusal->path_end);
+        if (is_meant || refusal->descriptor == descriptor) refusal->descriptor = is_meant ? descriptor : -1;
+    }
+    return descriptor;
+}
+
+extern "C" int stat(const char* path, struct stat* status) noexcept {
+    static auto* const next = Next("stat", static_cast<int (*)(const char*, struct stat*)>(stat));
+    return Refuses(Look::Stat, path) ? -1 : next(path, status);
+}
+
+extern "C" int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
+    static auto* const next = Next("fstatat", fstatat);
+    return Refuses(Look::Stat, path) ? -1 : next(directory, path, status, flags);
+}
+
+extern "C" ssize_t read(int descriptor, void* buffer, std::size_t bytes) {
+    static auto* const next = Next("read", read);
+    return Refuses(Look::Read, descriptor) ? -1 : next(descriptor, buffer, bytes);
+}
+
+extern "C" dirent* readdir(DIR* directory) {
+    static auto* const next = Next("readdir", readdir);
+    return Refuses(Look::List, dirfd(directory)) ? nullptr : next(directory);
 }
 
 #pragma GCC visibility pop

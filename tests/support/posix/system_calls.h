@@ -1,7 +1,7 @@
 #pragma once
 
 // The calls by which the test program changes a file system: recorded, made to fail, or made the last thing that the
-// process does.
+// process does. And those by which it looks at one: made to fail for one path, for the superuser as well.
 
 #include <cstddef>
 #include <string>
@@ -18,5 +18,16 @@ struct SystemCalls {
 };
 
 extern SystemCalls system_calls;
+
+enum class Look { Open, Stat, Read, List };
+
+// While it lives, each look of that kind at a path with that end fails with that errno.
+class RefusedLook {
+public:
+    RefusedLook(Look look, std::string path_end, int error);
+    ~RefusedLook();
+    RefusedLook(const RefusedLook&) = delete;
+    RefusedLook& operator=(const RefusedLook&) = delete;
+};
 
 }  // namespace tarvex::testing

@@ -1,0 +1,16 @@
+#pragma once
+
+// Keeping what a reading came to.
+
+#include <string>
+
+#include "tarvex/loaded.h"
+
+namespace tarvex {
+
+// Keeps the first path that could not be read. Throws std::bad_alloc.
+void NoteUnread(CLoaded& loaded, const std::string& path, const std::string& reason);
+
+void NoteNoMemory(CLoaded& loaded) noexcept;
+
+}  // namespace tarvex
