@@ -19,6 +19,9 @@
 // at any instant leaves the lists of the run before on disk, and the worst that follows is a message sent twice. A list
 // from which ids could not be taken back is never saved.
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -64,21 +67,27 @@ private:
     bool known_ = false;
 };
 
+CSaved Saved(bool saved) { return saved ? CSaved::Saved : CSaved::Failed; }
+
 class Operation {
 public:
-    explicit Operation(CPopProfile& profile) : profile_(profile), directory_(profile.path) {}
+    explicit Operation(CPopProfile& profile) : profile_(profile), result_(profile.result), directory_(profile.path) {}
 
     // Whatever goes wrong in between, what is not delivered is taken back, and the lists, the log and the settings are
     // saved.
     void Run() {
+        TellAddresses();
         Guarded([this] { Start(); });
         Guarded([this] {
-            if (JudgeAddresses()) Forward();
+            if (JudgeAddresses()) {
+                Forward();
+            } else {
+                ending_ = CRunEnding::NobodyTakesPart;
+            }
         });
         Guarded([this] { Log("---- End Operation at " + FormatLongTime(CurrentTime())); });
-        if (!directory_.IsStillThere()) return;
-        Guarded([this] { profile_.log.Save(profile_.path); });
-        profile_.SaveSetting();
+        SaveProfile();
+        result_.ending = ending_;
     }
 
 private:
@@ -93,7 +102,35 @@ private:
                 step();
                 return true;
             },
-            [this](const char* reason) { Log(CString("* Operation exception : ") + reason); });
+            [this](const char* reason) {
+                Shielded([&] {
+                    if (result_.exception.empty()) result_.exception = reason;
+                });
+                Log(CString("* Operation exception : ") + reason);
+            });
+    }
+
+    // An entry of the result for each address; none at all, or none of its texts, where there is no memory for them.
+    void TellAddresses() {
+        const auto& addresses = profile_.forward_addresses;
+        if (!Shielded([&] { result_.addresses.resize(addresses.size()); })) return;
+        for (std::size_t i = 0; i < addresses.size(); ++i) {
+            Shielded([&] {
+                result_.addresses[i].path = addresses[i]->path;
+                result_.addresses[i].address = addresses[i]->setting.address;
+            });
+        }
+    }
+
+    void SaveProfile() {
+        if (!directory_.IsStillThere()) {
+            result_.log = result_.settings = CSaved::LeftAlone;
+            return;
+        }
+        bool saved = false;
+        Guarded([&] { saved = profile_.log.Save(profile_.path) != 0; });
+        if (profile_.log.log_mode != 0) result_.log = Saved(saved);
+        result_.settings = Saved(profile_.SaveSetting() != 0);
     }
 
     // The start line shows when the profile was judged due, not when the worker got going.
@@ -142,6 +179,7 @@ private:
         MailOwner owner;
         CCheckedMail present;
         if (!profile_.PopProcess(&owner.mails, &handled, &present)) {
+            ending_ = CRunEnding::MailboxFailed;
             Log("* POP Process error : " + profile_.setting.address);
             return;
         }
@@ -151,11 +189,18 @@ private:
             Remember(owner.mails, present);
             Deliver(owner.mails);
         });
-        // Lists from which undelivered messages could not be taken back must not reach the disk.
-        if (!Guarded([&] { TakeBack(owner.mails); })) return;
-        for (std::size_t i = 0; i < profile_.forward_addresses.size(); ++i) {
-            if (directories[i].IsStillThere()) profile_.forward_addresses[i]->SaveUidlSetting();
+        const bool taken_back = Guarded([&] { TakeBack(owner.mails); });
+        for (std::size_t i = 0; i < directories.size(); ++i) SaveList(i, directories[i], taken_back);
+    }
+
+    // A list from which undelivered messages could not be taken back must not reach the disk.
+    void SaveList(std::size_t index, const OwnDirectory& directory, bool taken_back) {
+        CSaved saved = CSaved::LeftAlone;
+        if (directory.IsStillThere()) {
+            saved = Saved(taken_back && profile_.forward_addresses[index]->SaveUidlSetting() != 0);
         }
+        if (index < result_.addresses.size()) result_.addresses[index].list = saved;
+        result_.lists = std::max(result_.lists, saved);
     }
 
     void Remember(const ReceivedMails& mails, const CCheckedMail& present) {
@@ -167,14 +212,17 @@ private:
 
     void Deliver(ReceivedMails& mails) {
         if (mails.empty()) {
+            ending_ = CRunEnding::NothingNew;
             Log("You have no mail to Forward");
             return;
         }
         if (profile_.setting.replacefrom != 0) profile_.ReplaceFrom(&mails);
         const std::unique_ptr<CSmtpSocket> socket(profile_.CreateSmtpConnection());
+        ending_ = CRunEnding::DeliveryFailed;
         if (!socket) {
             Log("* SMTP Process - error to create socket : ");
         } else if (profile_.SmtpProcess(socket.get(), &mails)) {
+            ending_ = CRunEnding::Delivered;
             const CString reply = socket->SendQuit();
             Log("QUIT");
             Log(reply);
@@ -185,7 +233,9 @@ private:
     }
 
     CPopProfile& profile_;
+    CRunResult& result_;
     const OwnDirectory directory_;
+    CRunEnding ending_ = CRunEnding::Exception;  // until it is known
     std::vector<CForwardAddress*> taking_part_;
 };
 
@@ -194,6 +244,11 @@ private:
 
 int CPopProfile::DoOperation() {
     const tarvex::TrafficScope traffic(observer.bytes_received, observer.bytes_sent);
+    const std::int64_t received_before = observer.bytes_received;
+    const std::int64_t sent_before = observer.bytes_sent;
+    result = {};
     tarvex::Operation(*this).Run();
+    result.bytes_received = observer.bytes_received - received_before;
+    result.bytes_sent = observer.bytes_sent - sent_before;
     return 1;
 }

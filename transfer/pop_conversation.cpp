@@ -26,6 +26,11 @@ std::vector<PopListEntry> ParseListing(std::string_view reply, ListingKind kind)
     return listing;
 }
 
+void PopConversation::Keep(CString reply) {
+    last_reply_ = std::move(reply);
+    last_failure_ = socket_.LastFailure();
+}
+
 bool PopConversation::CloseWith(const char* text) {
     socket_.Close();
     Log(text);
@@ -35,12 +40,13 @@ bool PopConversation::CloseWith(const char* text) {
 bool PopConversation::Connect() {
     socket_.SetTimeOut(setting_.timeout);
     if (!socket_.Create(0, 1, nullptr)) {
+        Keep({});
         Log("Fail to create pop socket");
         return false;
     }
     Log("Success to create pop socket");
     greeting_ = socket_.PopConnect(setting_.popserver, setting_.popport);
-    last_reply_ = greeting_;
+    Keep(greeting_);
     Log("connecting.. " + setting_.popserver);
     Log(greeting_);
     if (IsNegative(greeting_)) return CloseWith(TimedOut() ? kPopTimeOutText : "Error..Closing Socket");
@@ -72,7 +78,7 @@ bool PopConversation::LogInPlain() {
 }
 
 bool PopConversation::AcceptLogIn(const CString& reply) {
-    last_reply_ = reply;
+    Keep(reply);
     Log(reply);
     if (!IsNegative(reply)) return true;
     if (TimedOut()) Log(kPopTimeOutText);
@@ -82,7 +88,7 @@ bool PopConversation::AcceptLogIn(const CString& reply) {
 
 bool PopConversation::List(CString& reply, std::vector<PopListEntry>& listing) {
     socket_.SendUidl(&reply);
-    last_reply_ = reply.substr(0, reply.find("\r\n"));
+    Keep(reply.substr(0, reply.find("\r\n")));
     Log("UIDL");
     Log(reply);
     if (!IsNegative(reply)) {
@@ -92,7 +98,7 @@ bool PopConversation::List(CString& reply, std::vector<PopListEntry>& listing) {
     if (TimedOut()) return CloseWith(kPopTimeOutText);
 
     socket_.SendList(&reply);
-    last_reply_ = reply.substr(0, reply.find("\r\n"));
+    Keep(reply.substr(0, reply.find("\r\n")));
     Log("LIST");
     Log(reply);
     if (IsNegative(reply)) {
@@ -105,7 +111,7 @@ bool PopConversation::List(CString& reply, std::vector<PopListEntry>& listing) {
 }
 
 void PopConversation::Quit() {
-    last_reply_ = socket_.SendQuit();
+    Keep(socket_.SendQuit());
     Log("QUIT");
     Log(last_reply_);
     socket_.Close();

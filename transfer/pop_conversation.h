@@ -49,8 +49,9 @@ public:
 
     ListingKind ListedBy() const { return listed_by_; }
 
-    // The answer that the last of the above was decided by.
+    // The answer that the last of the above was decided by, and the socket's own failure where there was none.
     const CString& LastReply() const { return last_reply_; }
+    const Failure& LastFailure() const { return last_failure_; }
 
     // Closes and logs the text. Always false.
     bool CloseWith(const char* text);
@@ -63,12 +64,14 @@ private:
     bool LogInApop(const CString& timestamp);
     bool LogInPlain();
     bool AcceptLogIn(const CString& reply);
+    void Keep(CString reply);
 
     const CPopProfileSetting& setting_;
     CProfileLog& log_;
     CPopSocket socket_;
     CString greeting_;
     CString last_reply_;
+    Failure last_failure_;
     ListingKind listed_by_ = ListingKind::Uidl;
 };
 

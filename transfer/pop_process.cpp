@@ -1,28 +1,41 @@
 // The POP3 conversation of one run: log in, list by unique id, delete what is handled, fetch the rest, quit.
 
 #include <cstddef>
+#include <iterator>
 #include <memory>
 #include <new>
+#include <span>
 #include <string_view>
 #include <vector>
 
 #include "platform/os/shield.h"
 #include "tarvex/tree.h"
 #include "transfer/pop_conversation.h"
+#include "transfer/run_failure.h"
 
 namespace tarvex {
 namespace {
 
+// Of the messages that could not be fetched, the result of a run tells so many, and so much of each answer: what a
+// server sends must not fill the memory.
+constexpr std::size_t kMaxNotFetchedTold = 10'000;
+constexpr std::size_t kMaxReplyToldBytes = 1'000;
+
 class Retrieval {
 public:
     explicit Retrieval(CPopProfile& profile)
-        : setting_(profile.setting), observer_(profile.observer), conversation_(profile.setting, profile.log) {}
+        : setting_(profile.setting),
+          observer_(profile.observer),
+          result_(profile.result),
+          conversation_(profile.setting, profile.log) {}
 
     bool Run(CArray<CReceiveMail*, CReceiveMail*>& mails, const CCheckedMail& handled, CCheckedMail* present) {
-        if (!conversation_.Connect() || !conversation_.LogIn()) return false;
+        if (!Connect()) return false;
+        if (!conversation_.LogIn()) return Refused(CRunStage::Login);
         CString reply;
         std::vector<PopListEntry> listing;
-        if (!conversation_.List(reply, listing)) return false;
+        if (!conversation_.List(reply, listing)) return Refused(CRunStage::List);
+        result_.messages_listed = static_cast<int>(listing.size());
         if (!SortOut(listing, handled, present)) return false;
         observer_.messages_to_fetch = static_cast<int>(listing.size());
         if (!Fetch(listing, mails)) return false;
@@ -34,6 +47,34 @@ private:
     void Log(CString line) { conversation_.Log(std::move(line)); }
     CPopSocket& Socket() { return conversation_.Socket(); }
 
+    bool Connect() {
+        ConnectStep step = ConnectStep::FindServer;
+        Socket().AnnounceSteps([&step](ConnectStep begun) { step = begun; });
+        const bool connected = conversation_.Connect();
+        Socket().AnnounceSteps({});
+        return connected || Refused(StageOf(step));
+    }
+
+    // Always false.
+    bool Refused(CRunStage stage) {
+        Tell(stage, {}, {conversation_.LastFailure(), conversation_.LastReply()});
+        return false;
+    }
+
+    void Tell(CRunStage stage, std::string_view uidl, const Refusal& refusal) {
+        Fill(result_.mailbox, stage, PopClass(refusal), refusal);
+        Fill(result_.mailbox.uidl, uidl);
+    }
+
+    void TellNotFetched(std::string_view uidl, CFailureClass failure_class, const Refusal& refusal) {
+        CArray<CNotFetchedMail>& told = result_.not_fetched;
+        if (told.size() == kMaxNotFetchedTold || !Shielded([&told] { told.emplace_back(); })) return;
+        told.back().failure_class = failure_class;
+        Fill(told.back().uidl, uidl);
+        Fill(told.back().reply, refusal.Words().substr(0, kMaxReplyToldBytes));
+        Fill(told.back().reason, refusal.failure.reason);
+    }
+
     // Leaves handled messages out of the listing and deletes them on the server when the profile says so. An id is in
     // `handled` only when an earlier run has saved it, so no run deletes what it fetched itself (B44).
     bool SortOut(std::vector<PopListEntry>& listing, const CCheckedMail& handled, CCheckedMail* present) {
@@ -44,7 +85,7 @@ private:
             if (!handled.Contains(uidl)) {
                 listing[wanted++] = mail;
             } else if (setting_.deletemail != 0) {
-                if (!Delete(CString(mail.number))) return false;
+                if (!Delete(CString(mail.number), uidl)) return false;
                 // The last element goes, also when it is another id because this one was listed before (B51).
                 if (present) present->RemoveLast();
             }
@@ -53,8 +94,9 @@ private:
         return true;
     }
 
-    bool Delete(const CString& number) {
+    bool Delete(const CString& number, const CString& uidl) {
         const CString reply = Socket().SendDelete(number);
+        if (IsNegative(reply)) Tell(CRunStage::Delete, uidl, {Socket().LastFailure(), reply});
         Log("DELE " + number);
         Log(reply);
         if (!IsNegative(reply)) return true;
@@ -63,10 +105,11 @@ private:
     }
 
     bool Fetch(const std::vector<PopListEntry>& wanted, CArray<CReceiveMail*, CReceiveMail*>& mails) {
-        for (const PopListEntry& listed : wanted) {
-            const CString number(listed.number);
+        result_.messages_not_fetched = static_cast<int>(wanted.size());
+        for (auto listed = wanted.begin(); listed != wanted.end(); ++listed) {
+            const CString number(listed->number);
             auto mail = std::make_unique<CReceiveMail>();
-            mail->uidl = listed.uidl;
+            mail->uidl = listed->uidl;
             const bool room = Retrieve(number, mail->text);
             Log("RETR " + number);
             if (!IsNegative(mail->text)) {
@@ -76,13 +119,25 @@ private:
                 mails.push_back(mail.get());
                 static_cast<void>(mail.release());
                 ++observer_.messages_fetched;
+                ++result_.messages_fetched;
+                --result_.messages_not_fetched;
                 continue;
             }
+            const Refusal refusal{room ? Socket().LastFailure() : no_room_, mail->text};
+            TellNotFetched(mail->uidl, PopClass(refusal), refusal);
+            const bool timed_out = conversation_.TimedOut();
+            if (timed_out || !room) TellRest({std::next(listed), wanted.end()}, PopClass(refusal));
+            if (timed_out) Tell(CRunStage::Retrieve, mail->uidl, refusal);
             Log(mail->uidl + " receive error");
-            if (conversation_.TimedOut()) return conversation_.CloseWith(kPopTimeOutText);
+            if (timed_out) return conversation_.CloseWith(kPopTimeOutText);
             if (!room) break;
         }
         return true;
+    }
+
+    // What is not asked for any more.
+    void TellRest(std::span<const PopListEntry> rest, CFailureClass failure_class) {
+        for (const PopListEntry& listed : rest) TellNotFetched(listed.uidl, failure_class, {{}, {}});
     }
 
     // False when there is no memory for the message. It and the later ones wait for another run: a mailbox that is
@@ -101,6 +156,8 @@ private:
 
     const CPopProfileSetting& setting_;
     CRunObserver& observer_;
+    CRunResult& result_;
+    const Failure no_room_{FailureKind::Local, "no memory"};
     PopConversation conversation_;
 };
 
@@ -110,5 +167,8 @@ private:
 int CPopProfile::PopProcess(CArray<CReceiveMail*, CReceiveMail*>* mails, CCheckedMail* handled, CCheckedMail* present) {
     return tarvex::Shielded(
         0, [&] { return tarvex::Retrieval(*this).Run(*mails, *handled, present) ? 1 : 0; },
-        [&](const char* reason) { log.AddLine(CString("* POP exception : ") + reason); });
+        [&](const char* reason) {
+            tarvex::FillException(result.mailbox, reason);
+            log.AddLine(CString("* POP exception : ") + reason);
+        });
 }

@@ -10,6 +10,7 @@
 #include "platform/os/system.h"
 #include "tarvex/tree.h"
 #include "transfer/ehlo_reply.h"
+#include "transfer/run_failure.h"
 #include "transfer/smtp_replies.h"
 
 namespace tarvex {
@@ -39,6 +40,30 @@ AuthMethod ChooseMethod(std::string_view offered, int mode) {
     if (offers("LOGIN") && (mode == 0 || mode == 2)) return AuthMethod::Login;
     if (offers("PLAIN") && (mode == 0 || mode == 1)) return AuthMethod::Plain;
     return AuthMethod::None;
+}
+
+// Opens the connection as a run does, and tells why where that fails.
+bool OpenAndTell(SmtpOpening& opening, CRunFailure& told) {
+    const auto refused_at = [&](CRunStage stage) {
+        const Refusal refusal{opening.Socket().LastFailure(), opening.LastReply()};
+        Fill(told, stage, SmtpClass(refusal), refusal);
+        return false;
+    };
+    ConnectStep step = ConnectStep::FindServer;
+    opening.Socket().AnnounceSteps([&step](ConnectStep begun) { step = begun; });
+    const bool connected = opening.Connect();
+    opening.Socket().AnnounceSteps({});
+    if (!connected) return refused_at(StageOf(step));
+
+    if (!opening.Greet()) {
+        refused_at(CRunStage::Greeting);
+    } else if (!opening.Authenticate()) {
+        refused_at(CRunStage::Login);
+    } else {
+        return true;
+    }
+    opening.CloseAfterGreeting();
+    return false;
 }
 
 }  // namespace
@@ -170,10 +195,13 @@ tarvex::CSmtpSocket* CPopProfile::CreateSmtpConnection() {
         nullptr,
         [&]() -> tarvex::CSmtpSocket* {
             tarvex::SmtpOpening opening(setting, log);
-            if (!opening.Connect()) return nullptr;
-            if (opening.Greet() && opening.Authenticate()) return opening.TakeSocket().release();
-            opening.CloseAfterGreeting();
-            return nullptr;
+            if (!tarvex::OpenAndTell(opening, result.delivery)) return nullptr;
+            return opening.TakeSocket().release();
         },
-        [&](const char* reason) { log.AddLine(CString("* SMTP exception : ") + reason); });
+        [&](const char* reason) {
+            tarvex::FillException(result.delivery, reason);
+            log.AddLine(CString("* SMTP exception : ") + reason);
+        });
 }
+
+void CloseSmtpConnection(tarvex::CSmtpSocket* connection) { delete connection; }

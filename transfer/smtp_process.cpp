@@ -5,12 +5,15 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
+#include <string_view>
 #include <vector>
 
 #include "platform/net/sockets.h"
 #include "platform/os/shield.h"
 #include "tarvex/tree.h"
 #include "transfer/recipient.h"
+#include "transfer/run_failure.h"
 #include "transfer/smtp_replies.h"
 
 namespace tarvex {
@@ -22,6 +25,12 @@ void RemoveLeadingLineEnds(CString& text) {
     while (text.compare(length, 2, "\r\n") == 0) length += 2;
     text.erase(0, length);
 }
+
+// What goes out now, for the result of the run.
+struct Transaction {
+    std::string_view uidl;
+    std::span<CForwardAddress* const> destinations;
+};
 
 class Delivery {
 public:
@@ -35,8 +44,8 @@ public:
             Destroy(index);
         }
         for (const std::size_t index : single_) {
-            for (const CForwardAddress* destination : mails_[index]->destinations) {
-                if (!DeliverToOne(*mails_[index], *destination)) return GiveUp();
+            for (CForwardAddress* const& destination : mails_[index]->destinations) {
+                if (!DeliverToOne(*mails_[index], destination)) return GiveUp();
             }
             Destroy(index);
         }
@@ -61,6 +70,7 @@ private:
     }
 
     bool DeliverToAll(const CReceiveMail& mail) {
+        current_ = {mail.uidl, mail.destinations};
         if (!SendSender()) return false;
         for (const CForwardAddress* destination : mail.destinations) {
             if (!SendRecipient(PlainRecipient(destination->setting.address))) return false;
@@ -68,9 +78,10 @@ private:
         return SendText(mail.text, DataForm::Fetched);
     }
 
-    bool DeliverToOne(CReceiveMail& mail, const CForwardAddress& destination) {
-        const CForwardAddressSetting& to = destination.setting;
+    bool DeliverToOne(CReceiveMail& mail, CForwardAddress* const& destination) {
+        const CForwardAddressSetting& to = destination->setting;
         const CString recipient = PlainRecipient(to.address);
+        current_ = {mail.uidl, {&destination, 1}};
         if (!SendSender() || !SendRecipient(recipient)) return false;
         // The message itself is rewritten: each copy is made from the one before (B65).
         if (profile_.setting.replaceto != 0) profile_.ReplaceTo(&mail, recipient);
@@ -84,28 +95,56 @@ private:
     bool SendSender() {
         const CString reply = socket_.SendMailFrom(&sender_);
         Log("MAIL FROM: " + sender_);
-        return Accept(reply);
+        return Accept(reply, CRunStage::MailFrom);
     }
 
     bool SendRecipient(const CString& plain) {
         CString recipient = "<" + plain + ">";
         const CString reply = socket_.SendRcptTo(&recipient);
         Log("RCPT TO:" + recipient);
-        return Accept(reply);
+        return Accept(reply, CRunStage::RcptTo, &plain);
     }
 
     bool SendText(const CString& text, DataForm form) {
         const CString reply = socket_.SendData(&text, form);
         Log("DATA");
-        return Accept(reply);
+        return Accept(reply, socket_.message_sent != 0 ? CRunStage::EndOfData : CRunStage::Data);
     }
 
-    bool Accept(const CString& reply) {
+    // The result is filled in before the log, for which there may be no memory.
+    bool Accept(const CString& reply, CRunStage stage, const CString* recipient = nullptr) {
+        const bool accepted = IsCode(reply, "250");
+        if (!accepted) Tell(stage, {socket_.LastFailure(), reply}, recipient);
+        if (accepted && stage == CRunStage::EndOfData) CountCopies();
         Log(reply);
-        return IsCode(reply, "250");
+        return accepted;
+    }
+
+    void Tell(CRunStage stage, const Refusal& refusal, const CString* recipient) {
+        CRunFailure& told = profile_.result.delivery;
+        Fill(told, stage, SmtpClass(refusal), refusal);
+        Fill(told.uidl, current_.uidl);
+        Fill(told.sender, profile_.setting.address);
+        if (recipient) {
+            Fill(told.recipient, *recipient);
+        } else if (current_.destinations.size() == 1) {
+            Shielded([&] { told.recipient = PlainRecipient(current_.destinations.front()->setting.address); });
+        }
+    }
+
+    void CountCopies() {
+        const auto& all = profile_.forward_addresses;
+        CArray<CAddressResult>& told = profile_.result.addresses;
+        for (const CForwardAddress* to : current_.destinations) {
+            ++profile_.result.copies;
+            const auto place = std::ranges::find(all, to, [](const auto& address) { return address.get(); });
+            const auto index = static_cast<std::size_t>(place - all.begin());
+            if (index < told.size()) ++told[index].copies;
+        }
     }
 
     void Destroy(std::size_t index) {
+        if (!mails_[index]->destinations.empty()) ++profile_.result.messages_delivered;
         delete mails_[index];
         mails_[index] = nullptr;
         ++profile_.observer.messages_delivered;
@@ -127,6 +166,7 @@ private:
     CSmtpSocket& socket_;
     CArray<CReceiveMail*, CReceiveMail*>& mails_;
     CString sender_;
+    Transaction current_;
     std::vector<std::size_t> batch_;   // positions in mails_, ascending
     std::vector<std::size_t> single_;  // positions in mails_, ascending
 };
@@ -137,5 +177,8 @@ private:
 int CPopProfile::SmtpProcess(tarvex::CSmtpSocket* socket, CArray<CReceiveMail*, CReceiveMail*>* mails) {
     return tarvex::Shielded(
         0, [&] { return tarvex::Delivery(*this, *socket, *mails).Run() ? 1 : 0; },
-        [&](const char* reason) { log.AddLine(CString("* SMTP exception : ") + reason); });
+        [&](const char* reason) {
+            tarvex::FillException(result.delivery, reason);
+            log.AddLine(CString("* SMTP exception : ") + reason);
+        });
 }

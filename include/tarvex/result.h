@@ -70,11 +70,12 @@ struct TARVEX_API CNotFetchedMail {
     CString reason;  // happened to the one before it
 };
 
+// In the order in which they count: a sum of several is the greatest of them.
 enum class CSaved : int {
     NotTried = 0,   // there was nothing to save: the mailbox failed, the log is switched off, ...
     Saved = 1,      // it is on disk; also when it was there already, unchanged
-    Failed = 2,     // the file could not be written, or could not be brought up to date: it holds what it held before
-    LeftAlone = 3,  // the directory is gone, or another's by now
+    LeftAlone = 2,  // the directory is gone, or another's by now
+    Failed = 3,     // the file could not be written, or could not be brought up to date: it holds what it held before
 };
 
 // One forwarding address, whether it took part or not.
@@ -103,8 +104,7 @@ struct TARVEX_API CRunResult {
     CRunFailure delivery;  // the first refusal of the SMTP conversation, which ended it
     CString exception;     // what ended the run, with CRunEnding::Exception
 
-    CSaved lists = CSaved::NotTried;  // uidl.def of all addresses: Failed when one of them failed, else LeftAlone when
-                                      // one was, else Saved when one was
+    CSaved lists = CSaved::NotTried;  // uidl.def of every address, summed up
     CSaved log = CSaved::NotTried;
     CSaved settings = CSaved::NotTried;
 };

@@ -123,7 +123,8 @@ public:
     // fetched stays.
     int PopProcess(CArray<CReceiveMail*, CReceiveMail*>* mails, CCheckedMail* handled, CCheckedMail* present);
 
-    // Connects, greets and authenticates. Returns the connection, owned by the caller, or null; the log says why.
+    // Connects, greets and authenticates. Returns the connection, owned by the caller, who hands it to SmtpProcess and
+    // gives it back with CloseSmtpConnection. Null on failure: the log and result.delivery say why.
     tarvex::CSmtpSocket* CreateSmtpConnection();
 
     // Delivers every message to its destinations. A message that is delivered to all of them is destroyed; its place is
@@ -158,12 +159,16 @@ public:
     std::atomic<tarvex::Thread*> worker_thread{nullptr};  // null unless this copy's run is under way
     CString path;
     CRunObserver observer;  // what this copy's run has done so far
-    // What this copy's run did. In a profile of the tree: CouldNotBegin as its ending, and nothing else, when the entry
-    // had no memory for the last copy of it.
+    // What this copy's run did. In a profile of the tree: CouldNotBegin as its ending, and nothing else, when there was
+    // no memory for the last copy of it.
     CRunResult result;
     CLoaded setting_loaded;    // of the last reading of popprofile.def
     CLoaded addresses_loaded;  // of the last listing of the addresses
 };
+
+// Closes a connection that CreateSmtpConnection made, without QUIT, and frees it. Null is ignored. To be called on the
+// thread that used it last.
+TARVEX_API void CloseSmtpConnection(tarvex::CSmtpSocket* connection);
 
 // One user with his POP profiles.
 class TARVEX_API CUser {

@@ -121,6 +121,7 @@ std::string CSmtpSocket::SendMailFrom(std::string* sender) { return Exchange("MA
 std::string CSmtpSocket::SendRcptTo(std::string* recipient) { return Exchange("RCPT TO:", *recipient); }
 
 std::string CSmtpSocket::SendData(const std::string* text, DataForm form) {
+    message_sent = 0;
     std::string scratch;
     const std::string_view message = FrameData(*text, form, scratch);
     std::string reply = Exchange("DATA", "");
@@ -130,6 +131,7 @@ std::string CSmtpSocket::SendData(const std::string* text, DataForm form) {
     if (!reply.starts_with("354")) return reply;
     switch (connection_->SendMessage({message, ".\r\n"}, TimeOut())) {
         case Connection::SendResult::Sent:
+            message_sent = 1;
             return ReadReply(Deadline(TimeOut()));
         case Connection::SendResult::ServerSpoke:
             return ReadEarlyReply();

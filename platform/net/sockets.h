@@ -131,6 +131,9 @@ public:
     // is a protocol error; both end the connection.
     std::string SendData(const std::string* text, DataForm form = DataForm::Fetched);
 
+    int message_sent = 0;  // 1 when the last SendData sent all of the message: then the server may have taken it,
+                           // whatever the reply
+
 private:
     std::string Exchange(std::string_view verb, std::string_view argument);
     std::string ReadReply(Deadline deadline);

@@ -1,0 +1,80 @@
+// Gives failures of a conversation the class and the words that a run's result has for them.
+
+#include "transfer/run_failure.h"
+
+#include "platform/os/shield.h"
+#include "transfer/smtp_replies.h"
+
+namespace tarvex {
+namespace {
+
+CFailureClass ClassOf(FailureKind kind) {
+    switch (kind) {
+        case FailureKind::None:
+            return CFailureClass::None;
+        case FailureKind::TimedOut:
+            return CFailureClass::TimeOut;
+        case FailureKind::Protocol:
+            return CFailureClass::Protocol;
+        case FailureKind::Interrupted:
+        case FailureKind::Local:
+            return CFailureClass::Local;
+        case FailureKind::NoSuchServer:
+        case FailureKind::NotListening:
+        case FailureKind::NoRoute:
+        case FailureKind::NoConnection:
+        case FailureKind::NoTls:
+        case FailureKind::CertificateOfOther:
+        case FailureKind::CertificateOutOfDate:
+        case FailureKind::CertificateNotTrusted:
+        case FailureKind::CertificateNotAccepted:
+        case FailureKind::Lost:
+            break;
+    }
+    return CFailureClass::Connection;
+}
+
+}  // namespace
+
+CFailureClass PopClass(const Refusal& refusal) {
+    return refusal.failure ? ClassOf(refusal.failure.kind) : CFailureClass::Permanent;
+}
+
+CFailureClass SmtpClass(const Refusal& refusal) {
+    if (refusal.failure) return ClassOf(refusal.failure.kind);
+    if (IsCode(refusal.reply, "421")) return CFailureClass::Connection;
+    if (refusal.reply.starts_with('4')) return CFailureClass::Transient;
+    return refusal.reply.starts_with('5') ? CFailureClass::Permanent : CFailureClass::Protocol;
+}
+
+CRunStage StageOf(ConnectStep step) {
+    switch (step) {
+        case ConnectStep::FindServer:
+        case ConnectStep::Connect:
+            return CRunStage::Connect;
+        case ConnectStep::StartTls:
+            return CRunStage::Tls;
+        case ConnectStep::Greeting:
+            break;
+    }
+    return CRunStage::Greeting;
+}
+
+void Fill(CString& text, std::string_view value) noexcept {
+    Shielded([&] { text = value; });
+}
+
+void Fill(CRunFailure& told, CRunStage stage, CFailureClass failure_class, const Refusal& refusal) noexcept {
+    told.stage = stage;
+    told.failure_class = failure_class;
+    Fill(told.reply, refusal.Words());
+    Fill(told.reason, refusal.failure.reason);
+}
+
+void FillException(CRunFailure& told, const char* reason) noexcept {
+    if (told.failure_class != CFailureClass::None) return;
+    told.failure_class = CFailureClass::Local;
+    Fill(told.reason, reason);
+}
+
+}  // namespace tarvex
