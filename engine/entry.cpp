@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "engine/interval.h"
 #include "engine/worker.h"
@@ -25,14 +26,27 @@ bool IsRunning(const CRootPath& root, const CString& path) {
                        [&path](const auto& copy) { return copy->worker_thread.load() && copy->path == path; });
 }
 
-void StartWorker(CRootPath& root, const CPopProfile& profile) {
-    auto copy = std::make_unique<CPopProfile>();
-    *copy = profile;
-    if (copy->path != profile.path) return;  // no memory for the copy: the profile is judged again an interval later
-    root.running_copies.push_back(std::move(copy));
+// Adds a copy to the list of running copies; false, as the profile's result tells, when there is no memory for it.
+bool AddCopy(CRootPath& root, CPopProfile& profile) {
+    const bool added = Shielded(false, [&] {
+        auto copy = std::make_unique<CPopProfile>();
+        *copy = profile;
+        if (copy->path != profile.path) return false;
+        root.running_copies.push_back(std::move(copy));
+        return true;
+    });
+    profile.result.ending = added ? CRunEnding::NotEnded : CRunEnding::CouldNotBegin;
+    return added;
+}
 
-    CPopProfile& running = *root.running_copies.back();
-    running.worker_thread.store(AfxBeginThread(WorkerProcedure, &running, 0, 0, 0, nullptr));
+// Starts the worker of the copy that was added last; false, as the copy's result tells, when there is no thread for it.
+bool StartWorker(CRootPath& root) {
+    CPopProfile& copy = *root.running_copies.back();
+    Thread* const thread =
+        Shielded<Thread*>(nullptr, [&copy] { return AfxBeginThread(WorkerProcedure, &copy, 0, 0, 0, nullptr); });
+    if (!thread) copy.result.ending = CRunEnding::CouldNotBegin;
+    copy.worker_thread.store(thread);
+    return thread != nullptr;
 }
 
 void RunDueProfiles(CRootPath& root) {
@@ -41,7 +55,8 @@ void RunDueProfiles(CRootPath& root) {
             CPopProfile& profile = *root.users[u]->profiles[p];
             // The judgement comes first: a due profile that is still running waits one more interval (B1).
             if (!profile.JudgeDoOperation() || IsRunning(root, profile.path)) continue;
-            Shielded([&] { StartWorker(root, profile); });
+            // A profile whose run could not begin is judged again an interval later.
+            if (AddCopy(root, profile)) StartWorker(root);
         }
     }
 }
@@ -64,6 +79,17 @@ void Tarvex(CRootPath* root) {
     if (!root) return;
     root->RefreshThread();
     tarvex::RunDueProfiles(*root);
+}
+
+CStartResult StartRun(CRootPath& root, CPopProfile& profile) {
+    if (tarvex::IsRunning(root, profile.path)) return CStartResult::AlreadyRunning;
+    const CTime last_time = std::exchange(profile.setting.lasttime, tarvex::CurrentTime());
+    if (tarvex::AddCopy(root, profile)) {
+        if (tarvex::StartWorker(root)) return CStartResult::Started;
+        root.running_copies.pop_back();
+    }
+    profile.setting.lasttime = last_time;
+    return CStartResult::CouldNotBegin;
 }
 
 int CPopProfile::JudgeDoOperation() {

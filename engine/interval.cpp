@@ -4,8 +4,25 @@
 
 #include <limits>
 
+#include "tarvex/tarvex.h"
+
 namespace tarvex {
 
+std::int64_t DueTime(std::int32_t timer_minutes, std::int64_t lasttime) {
+    if (timer_minutes == 0) return std::numeric_limits<std::int64_t>::min();
+    // lasttime + interval could leave 64 bits only for a lasttime that no clock shows; then the sum wraps around as
+    // well.
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(lasttime) +
+                                     static_cast<std::uint64_t>(std::int64_t{IntervalSeconds(timer_minutes)}));
+}
+
+bool IsDue(std::int32_t timer_minutes, std::int64_t lasttime, std::int64_t now) {
+    return now >= DueTime(timer_minutes, lasttime);
+}
+
+}  // namespace tarvex
+
+// From 1,440 minutes on it is longer than the timer (B2).
 std::int32_t IntervalSeconds(std::int32_t timer_minutes) {
     std::int32_t days = 0;
     std::int32_t hours = 0;
@@ -22,17 +39,3 @@ std::int32_t IntervalSeconds(std::int32_t timer_minutes) {
     const auto wrapping = [](std::int32_t value) { return static_cast<std::uint32_t>(value); };
     return static_cast<std::int32_t>(((wrapping(days) * 24 + wrapping(hours)) * 60 + wrapping(minutes)) * 60);
 }
-
-std::int64_t DueTime(std::int32_t timer_minutes, std::int64_t lasttime) {
-    if (timer_minutes == 0) return std::numeric_limits<std::int64_t>::min();
-    // lasttime + interval could leave 64 bits only for a lasttime that no clock shows; then the sum wraps around as
-    // well.
-    return static_cast<std::int64_t>(static_cast<std::uint64_t>(lasttime) +
-                                     static_cast<std::uint64_t>(std::int64_t{IntervalSeconds(timer_minutes)}));
-}
-
-bool IsDue(std::int32_t timer_minutes, std::int64_t lasttime, std::int64_t now) {
-    return now >= DueTime(timer_minutes, lasttime);
-}
-
-}  // namespace tarvex

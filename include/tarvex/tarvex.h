@@ -6,6 +6,8 @@
 //     if (!root.SetRootPath("/srv/tarvex")) ...;
 //     for (;;) { Tarvex(&root); wait a while; }
 
+#include <cstdint>
+
 #include "tarvex/plan.h"
 #include "tarvex/probe.h"
 #include "tarvex/tree.h"
@@ -14,3 +16,20 @@
 // at once. A null root is ignored. Call it from the thread that owns the root, never concurrently with itself or with
 // another operation of that root.
 TARVEX_API void Tarvex(CRootPath* root);
+
+enum class CStartResult : int {
+    Started = 0,
+    AlreadyRunning = 1,  // a run of the same directory is under way
+    CouldNotBegin = 2,   // there was no memory for the copy, or no thread to run it
+};
+
+// Starts a run of one profile of the root's tree, as the entry does, but without its judgement: due or not, and
+// switched on or not. The profile's lasttime becomes now, as when it is judged due. Where nothing is started, nothing
+// changes: lasttime stays, and no copy is added to root.running_copies. Unlike the entry it frees no copy that has
+// ended; call RefreshThread once their results have been read. To be called as the entry is.
+[[nodiscard]] TARVEX_API CStartResult StartRun(CRootPath& root, CPopProfile& profile);
+
+// The interval of a profile's `timer` (in minutes), in seconds. Below 1,440 minutes it is that many minutes; from there
+// on it is longer (1,440 minutes give 48 hours). 0 for 0; a negative one, or one that the arithmetic of 32 bits has
+// made negative, has always passed.
+[[nodiscard]] TARVEX_API std::int32_t IntervalSeconds(std::int32_t timer_minutes);

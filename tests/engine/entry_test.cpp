@@ -208,6 +208,44 @@ TEST(Entry, FinishedCopyDoesNotBlockItsProfile) {
     }
 }
 
+// One profile alone.
+
+TEST(StartRun, RunsAProfileThatIsNotDueAndSwitchedOff) {
+    DataTree tree;
+    CPopProfile& profile = tree.AddProfile(UnusedPort(), UnusedPort());
+    CPopProfile& other = tree.AddProfile(UnusedPort(), UnusedPort());
+    profile.setting.timer = 60;
+    profile.setting.lasttime = CurrentTime() - 30;
+    profile.setting.status = 0;
+    const CTime before = CurrentTime();
+    EXPECT_EQ(StartRun(tree.root, profile), CStartResult::Started);
+    EXPECT_GE(profile.setting.lasttime, before);
+    EXPECT_THAT(PathsOfCopies(tree.root), ElementsAre(profile.path));
+    ASSERT_EQ(tree.root.WaitThread(kLongEnough_ms), 1);
+    EXPECT_EQ(tree.root.running_copies[0]->result.ending, CRunEnding::NobodyTakesPart);
+    EXPECT_THAT(ReadFile(OnDisk(profile.path) + "/profile.log"),
+                HasSubstr("---- Operation starting at " + LongTime(profile.setting.lasttime) + "\r\n"));
+    EXPECT_FALSE(HasLog(other));
+    EXPECT_EQ(StartRun(tree.root, profile), CStartResult::Started) << "what has ended does not block";
+    EXPECT_EQ(tree.root.running_copies.size(), 2U) << "nor is it freed";
+}
+
+TEST(StartRun, IsRefusedWhileTheSameDirectoryRuns) {
+    DataTree tree;
+    SilentServer pop;
+    CPopProfile& profile = AddBusyProfile(tree, pop.Port());
+    Tarvex(&tree.root);
+    profile.setting.lasttime = 1000;
+    EXPECT_EQ(StartRun(tree.root, profile), CStartResult::AlreadyRunning);
+    EXPECT_EQ(profile.setting.lasttime, 1000);
+    EXPECT_EQ(tree.root.running_copies.size(), 1U);
+    tree.root.KillThread();
+    EXPECT_EQ(StartRun(tree.root, profile), CStartResult::Started);
+    profile.JudgeDoOperation();
+    Tarvex(&tree.root);
+    EXPECT_EQ(tree.root.running_copies.size(), 1U) << "the entry sees what was started without it";
+}
+
 // A copy whose worker ended after the reaping that begins a call is still in the list while the call looks for
 // duplicates. Here a profile stands in the tree many times, and between two of its places another one takes its time to
 // be copied. Nothing is written, since the directories do not exist, so a run takes next to no time.

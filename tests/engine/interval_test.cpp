@@ -9,7 +9,7 @@
 #include <string>
 
 #include "platform/os/clock.h"
-#include "tarvex/tree.h"
+#include "tarvex/tarvex.h"
 
 namespace tarvex {
 namespace {

@@ -81,7 +81,9 @@ public:
     bool RunFailing(long n, Outage outage) {
         CPopProfile copy;
         copy = profile_;
-        return Failing(n, outage, [&copy] { copy.DoOperation(); });
+        const bool failed = Failing(n, outage, [&copy] { copy.DoOperation(); });
+        CheckResult(copy.result);
+        return failed;
     }
 
     // What holds after any run: nothing is remembered, and nothing deleted on the server, that has not arrived.
@@ -112,6 +114,23 @@ public:
     }
 
 private:
+    // What the run tells of itself is what happened, as far as it could know.
+    void CheckResult(const CRunResult& result) const {
+        int arrived = 0;
+        for (const auto& [what, count] : Arrived(sink_, delivered_before_)) arrived += count;
+        EXPECT_LE(result.copies, arrived);
+        EXPECT_NE(result.ending, CRunEnding::NotEnded);
+        EXPECT_EQ(result.ending == CRunEnding::MailboxFailed, result.mailbox.failure_class != CFailureClass::None);
+        EXPECT_EQ(result.ending == CRunEnding::DeliveryFailed, result.delivery.failure_class != CFailureClass::None);
+        if (result.ending == CRunEnding::Delivered) {
+            EXPECT_EQ(result.copies, arrived);
+        }
+        if (!result.addresses.empty()) {
+            EXPECT_EQ(result.addresses.at(0).copies + result.addresses.at(1).copies, result.copies);
+            EXPECT_EQ(result.lists, std::max(result.addresses[0].list, result.addresses[1].list));
+        }
+    }
+
     // The messages that the address had from the start or received since.
     std::set<std::string> Received(std::size_t i) const {
         std::set<std::string> ids(kKnown[i].begin(), kKnown[i].end());
@@ -202,6 +221,13 @@ TEST(EntryWithoutMemory, StartsWholeCopiesOrNone) {
             scene.Prepare();
             failed = Failing(n, outage, [&root] { Tarvex(&root); });
             ASSERT_EQ(root.WaitThread(60'000), 1);
+            // What could not begin is told by the copy, and where there is none by the profile.
+            const auto& copies = root.running_copies;
+            const CRunResult& told = copies.empty() ? root.users[0]->profiles[0]->result : copies[0]->result;
+            EXPECT_TRUE(failed || told.ending == CRunEnding::Delivered);
+            if (copies.empty() || told.ending != CRunEnding::Delivered) {
+                EXPECT_EQ(told.ending, CRunEnding::CouldNotBegin);
+            }
             scene.CheckDisk();
             EXPECT_EQ(root.users[0]->profiles[0]->forward_addresses.size(), 2U);
             scene.CheckRecovery();
@@ -209,6 +235,29 @@ TEST(EntryWithoutMemory, StartsWholeCopiesOrNone) {
         }
         EXPECT_FALSE(failed) << "it never succeeded";
     }
+}
+
+TEST(StartRunWithoutMemory, StartsARunOrChangesNothing) {
+    DataTree tree;
+    CPopProfile& profile = tree.AddProfile(UnusedPort(), UnusedPort());
+    AddAddress(profile, "a-long-name@example.org");
+    const CTime last_time = profile.setting.lasttime;
+    bool failed = true;
+    for (long n = 1; failed && n < 1000 && !::testing::Test::HasFailure(); ++n) {
+        SCOPED_TRACE("failing allocation " + std::to_string(n));
+        CStartResult result = CStartResult::AlreadyRunning;
+        failed = Failing(n, Outage::Once, [&] { result = StartRun(tree.root, profile); });
+        ASSERT_EQ(tree.root.WaitThread(60'000), 1);
+        EXPECT_EQ(tree.root.running_copies.size(), result == CStartResult::Started ? 1U : 0U);
+        EXPECT_TRUE(failed || result == CStartResult::Started);
+        if (result != CStartResult::Started) {
+            EXPECT_EQ(result, CStartResult::CouldNotBegin);
+            EXPECT_EQ(profile.setting.lasttime, last_time);
+        }
+        tree.root.RefreshThread();
+        profile.setting.lasttime = last_time;
+    }
+    EXPECT_FALSE(failed) << "it never succeeded";
 }
 
 TEST(EntryWithoutMemory, EndsItsWorkersAllTheSame) {

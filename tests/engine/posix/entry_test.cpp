@@ -22,9 +22,14 @@ void StartWithoutThreadsToBeHad(CRootPath& root) {
     if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(2);
     if (setrlimit(RLIMIT_NPROC, &none) != 0) _exit(3);
     Tarvex(&root);
-    const bool not_running = root.running_copies.size() == 1 && !root.running_copies[0]->worker_thread.load();
+    const bool not_running = root.running_copies.size() == 1 && !root.running_copies[0]->worker_thread.load() &&
+                             root.running_copies[0]->result.ending == CRunEnding::CouldNotBegin;
     root.RefreshThread();
-    _exit(not_running && root.running_copies.empty() ? 0 : 4);
+    if (!not_running || !root.running_copies.empty()) _exit(4);
+    CPopProfile& profile = *root.users[0]->profiles[0];
+    profile.setting.lasttime = 1000;
+    const bool refused = StartRun(root, profile) == CStartResult::CouldNotBegin && root.running_copies.empty();
+    _exit(refused && profile.setting.lasttime == 1000 ? 0 : 5);
 }
 
 TEST(EntryDeathTest, CopyForWhichNoThreadIsToBeHadIsReaped) {
