@@ -86,6 +86,35 @@ inline std::string WithReasons(std::string log, const std::string& lost, const s
     return WithResetAsSeen(Replaced(std::move(log), "{timeout}", late + "no answer in time"));
 }
 
+inline std::vector<std::string> SplitLines(std::string_view text) {
+    std::vector<std::string> lines;
+    for (std::size_t end; (end = text.find('\n')) != std::string_view::npos; text.remove_prefix(end + 1)) {
+        lines.emplace_back(text.substr(0, end));
+    }
+    return lines;
+}
+
+// What a script has the client say, and the answer to it as a log shows that. The first is the server's greeting.
+struct Exchange {
+    std::string command;
+    std::string reply;
+};
+
+// An answer that stops in the middle of a line is none.
+inline std::vector<Exchange> Exchanges(const std::string& script) {
+    std::vector<Exchange> exchanges(1);
+    for (const std::string& line : SplitLines(WithHost(script))) {
+        const std::string what = Visible(line.substr(3));
+        if (line.starts_with("S-") || what == "(closed)" || what == "(reset)") continue;
+        std::string& reply = exchanges.back().reply;
+        if (line.starts_with('C'))
+            exchanges.push_back({what, ""});
+        else
+            reply += (reply.empty() ? "" : "\\r\\n") + what;
+    }
+    return exchanges;
+}
+
 // A server that plays a script for one connection.
 class Conversation {
 public:
@@ -118,14 +147,6 @@ public:
     }
 
 private:
-    static std::vector<std::string> SplitLines(std::string_view text) {
-        std::vector<std::string> lines;
-        for (std::size_t end; (end = text.find('\n')) != std::string_view::npos; text.remove_prefix(end + 1)) {
-            lines.emplace_back(text.substr(0, end));
-        }
-        return lines;
-    }
-
     void Play(Peer& peer) {
         std::string together;
         for (std::size_t i = 0; i < script_.size(); ++i) {
