@@ -9,7 +9,8 @@ set(may_include_store     "store;include;platform")
 set(may_include_transfer  "transfer;include;platform")
 set(may_include_rewrite   "rewrite;include;platform")
 set(may_include_platform  "platform")
-set(may_include_testing   "testing")
+set(may_include_loopback  "loopback")
+set(may_include_testing   "testing;loopback")
 
 # The host's folders are rooms of their own: each may include itself and those before it in this list.
 set(open "include")
@@ -17,7 +18,7 @@ foreach(folder system terminal tree edit history rules service commands)
   list(APPEND open "host/${folder}")
   set(may_include_host/${folder} "${open}")
 endforeach()
-set(may_include_host/commands/demo "${open};host/commands/demo;testing")
+set(may_include_host/commands/demo "${open};host/commands/demo;loopback")
 set(may_include_host "${open};host/commands/demo")  # main.cpp
 
 # The room of a path: the longest beginning that has a line above.
@@ -30,7 +31,7 @@ function(find_room path result)
 endfunction()
 
 set(violations "")
-foreach(folder include engine store transfer rewrite platform testing host)
+foreach(folder include engine store transfer rewrite platform loopback testing host)
   file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
   foreach(file IN LISTS files)
     find_room(${file} room)
@@ -45,7 +46,7 @@ foreach(folder include engine store transfer rewrite platform testing host)
           list(APPEND violations "${file}: only an implementation may include \"${path}\"")
         endif()
       elseif(line MATCHES "#[ \t]*include[ \t]*<(sys/|unistd|netinet|netdb|poll\\.h|arpa/|windows\\.h|winsock|openssl/)"
-             AND NOT folder MATCHES "^(platform|testing|host)$")
+             AND NOT folder MATCHES "^(platform|loopback|testing|host)$")
         list(APPEND violations "${file}: only platform/ may reach the operating system: ${line}")
       elseif(line MATCHES "^[ \t]*#[ \t]*if" AND NOT file MATCHES "^include/tarvex/(text|tarvex_c)\\.h$")
         list(APPEND violations "${file}: no #if; systems differ in posix/ and windows/ alone")

@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "testing/loopback.h"
+#include "loopback/listener.h"
 #include "testing/tls.h"
 
 namespace tarvex::testing {
@@ -190,7 +190,7 @@ void Peer::Impl::Finish() {
         tls->CloseNotify();
         Transmit(tls->TakeOutput());
     }
-    asio::post(socket->get_executor(), [socket = socket] { EndAndDiscard(socket); });
+    asio::post(socket->get_executor(), [socket = socket] { loopback::EndAndDiscard(socket); });
     const std::lock_guard guard(mutex);
     finished = true;
     changed.notify_all();
@@ -302,7 +302,7 @@ struct ScriptedServer::Impl {
     Impl(std::vector<Session> scripts, bool repeat_first, const std::string& address)
         : sessions(std::move(scripts)),
           repeat(repeat_first),
-          loopback(address, [this](tcp::socket socket) { Serve(std::move(socket)); }) {}
+          listener(address, [this](tcp::socket socket) { Serve(std::move(socket)); }) {}
 
     ~Impl();
 
@@ -314,18 +314,18 @@ struct ScriptedServer::Impl {
     std::mutex mutex;
     int accepted = 0;
     std::vector<std::unique_ptr<Peer::Impl>> connections;  // that have a session
-    Loopback loopback;
+    loopback::Listener listener;
 };
 
 ScriptedServer::Impl::~Impl() {
-    loopback.Run([this] { loopback.CloseListener(); });
+    listener.Run([this] { listener.CloseListener(); });
     for (const auto& connection : connections) {
         const std::lock_guard guard(connection->mutex);
         connection->ending = true;
         connection->changed.notify_all();
     }
     for (const auto& connection : connections) connection->thread.join();
-    loopback.Stop();
+    listener.Stop();
     connections.clear();  // the sockets go before the context they belong to
 }
 
@@ -359,10 +359,10 @@ ScriptedServer::ScriptedServer(Session session, const std::string& address)
 
 ScriptedServer::~ScriptedServer() = default;
 
-int ScriptedServer::Port() const { return impl_->loopback.Port(); }
+int ScriptedServer::Port() const { return impl_->listener.Port(); }
 
 std::string ScriptedServer::Transcript() {
-    impl_->loopback.Run([this] { impl_->loopback.AcceptWaiting(); });
+    impl_->listener.Run([this] { impl_->listener.AcceptWaiting(); });
     std::vector<Peer::Impl*> connections;
     {
         const std::lock_guard guard(impl_->mutex);

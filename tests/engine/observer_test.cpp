@@ -9,15 +9,18 @@
 #include <string>
 #include <thread>
 
+#include "loopback/mail_servers.h"
 #include "platform/net/sockets.h"
 #include "platform/net/traffic.h"
 #include "tarvex/tarvex.h"
-#include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
 #include "tests/support/net_tools.h"
 
 namespace tarvex::testing {
 namespace {
+
+using loopback::MailboxServer;
+using loopback::SinkServer;
 
 using namespace std::chrono_literals;
 

@@ -10,13 +10,17 @@
 #include <string>
 #include <vector>
 
+#include "loopback/mail_servers.h"
 #include "platform/os/clock.h"
 #include "tarvex/tarvex.h"
-#include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {
 namespace {
+
+using loopback::DeliveredMail;
+using loopback::MailboxServer;
+using loopback::SinkServer;
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "testing/mail_servers.h"
+#include "loopback/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
 #include "tests/support/host_program.h"

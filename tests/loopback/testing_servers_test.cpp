@@ -10,13 +10,21 @@
 #include <string>
 #include <thread>
 
-#include "testing/codec.h"
-#include "testing/mail_servers.h"
+#include "loopback/codec.h"
+#include "loopback/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {
 namespace {
+
+using loopback::DeliveredMail;
+using loopback::FromBase64;
+using loopback::HmacMd5;
+using loopback::MailboxServer;
+using loopback::Md5;
+using loopback::SinkServer;
+using loopback::ToBase64;
 
 using namespace std::chrono_literals;
 

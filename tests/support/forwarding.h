@@ -18,12 +18,17 @@
 #include <utility>
 #include <vector>
 
+#include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
-#include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
 #include "tests/support/environment.h"
 
 namespace tarvex::testing {
+
+using loopback::DeliveredMail;
+using loopback::MailboxServer;
+using loopback::SinkServer;
+using loopback::StoredMail;
 
 using Ids = std::vector<std::string>;
 

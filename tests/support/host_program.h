@@ -12,12 +12,17 @@
 #include <string_view>
 #include <vector>
 
+#include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 #include "testing/child_process.h"
-#include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {
+
+using loopback::DeliveredMail;
+using loopback::MailboxServer;
+using loopback::SinkServer;
+using loopback::StoredMail;
 
 constexpr int kNoRoot = 2;
 constexpr int kBadUsage = 64;

@@ -8,12 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "testing/mail_servers.h"
+#include "loopback/mail_servers.h"
 #include "tests/support/conversation.h"
 #include "tests/support/net_tools.h"
 
 namespace tarvex::testing {
 namespace {
+
+using loopback::MailboxServer;
+using loopback::SinkServer;
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;

@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
+#include "loopback/mail_servers.h"
 #include "testing/child_process.h"
-#include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
 #include "tests/support/busy_profile.h"

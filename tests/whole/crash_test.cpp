@@ -25,13 +25,18 @@
 #include <string_view>
 #include <vector>
 
+#include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 #include "testing/child_process.h"
-#include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {
 namespace {
+
+using loopback::DeliveredMail;
+using loopback::MailboxServer;
+using loopback::SinkServer;
+using loopback::StoredMail;
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;

@@ -23,15 +23,15 @@
 #include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/tree/run_log.h"
+#include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
-#include "testing/mail_servers.h"
 
 namespace tarvex::host {
 namespace {
 
-using testing::DeliveredMail;
-using testing::MailboxServer;
-using testing::SinkServer;
+using loopback::DeliveredMail;
+using loopback::MailboxServer;
+using loopback::SinkServer;
 
 constexpr const char* kUser = "demo";
 constexpr const char* kPassword = "secret";

@@ -22,13 +22,16 @@
 #include "host/edit/root_lock.h"
 #include "host/system/command_error.h"
 #include "host/tree/keys.h"
+#include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 #include "testing/child_process.h"
-#include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {
 namespace {
+
+using loopback::MailboxServer;
+using loopback::SinkServer;
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;

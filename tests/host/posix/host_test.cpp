@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "host/system/command_error.h"
+#include "loopback/mail_servers.h"
 #include "testing/child_process.h"
-#include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
 #include "tests/support/host_program.h"

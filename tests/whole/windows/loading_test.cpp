@@ -12,9 +12,9 @@
 #include <string_view>
 #include <thread>
 
+#include "loopback/mail_servers.h"
 #include "tarvex/tarvex_c.h"
 #include "testing/child_process.h"
-#include "testing/mail_servers.h"
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
 #include "tests/support/forwarding.h"

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "loopback/mail_servers.h"
 #include "platform/os/files.h"
 #include "tarvex/tarvex.h"
-#include "testing/mail_servers.h"
 #include "testing/temp_dir.h"
 #include "tests/support/forwarding.h"
 

@@ -4,12 +4,12 @@
 #include <mutex>
 #include <utility>
 
-#include "testing/codec.h"
-#include "testing/command_session.h"
-#include "testing/loopback.h"
-#include "testing/mail_servers.h"
+#include "loopback/codec.h"
+#include "loopback/command_session.h"
+#include "loopback/listener.h"
+#include "loopback/mail_servers.h"
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 namespace {
 
@@ -199,7 +199,7 @@ struct SinkServer::Impl {
         : sink{std::move(user), std::move(password), login_required} {}
 
     Sink sink;
-    Loopback loopback{"127.0.0.1", [this](asio::ip::tcp::socket socket) {
+    Listener listener{"127.0.0.1", [this](asio::ip::tcp::socket socket) {
                           std::make_shared<SmtpSession>(std::move(socket), sink)->Start();
                       }};
 };
@@ -211,7 +211,7 @@ SinkServer::SinkServer(std::string user, std::string password)
 
 SinkServer::~SinkServer() = default;
 
-int SinkServer::Port() const { return impl_->loopback.Port(); }
+int SinkServer::Port() const { return impl_->listener.Port(); }
 
 std::vector<DeliveredMail> SinkServer::Delivered(std::size_t first) const {
     const std::lock_guard guard(impl_->sink.mutex);
@@ -225,4 +225,4 @@ void SinkServer::SetFault(std::function<std::string(const std::string& command)>
 
 int SinkServer::Received(const std::string& verb) const { return impl_->sink.desk.Received(verb); }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 class LineSession : public std::enable_shared_from_this<LineSession> {
 public:
@@ -42,4 +42,4 @@ private:
     State state_ = State::Talking;
 };
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

@@ -6,12 +6,12 @@
 #include <mutex>
 #include <utility>
 
-#include "testing/codec.h"
-#include "testing/command_session.h"
-#include "testing/loopback.h"
-#include "testing/mail_servers.h"
+#include "loopback/codec.h"
+#include "loopback/command_session.h"
+#include "loopback/listener.h"
+#include "loopback/mail_servers.h"
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 namespace {
 
@@ -229,7 +229,7 @@ struct MailboxServer::Impl {
     Impl(std::string user, std::string password) : account{std::move(user), std::move(password)} {}
 
     Account account;
-    Loopback loopback{"127.0.0.1", [this](asio::ip::tcp::socket socket) {
+    Listener listener{"127.0.0.1", [this](asio::ip::tcp::socket socket) {
                           std::make_shared<PopSession>(std::move(socket), account)->Start();
                       }};
 };
@@ -239,7 +239,7 @@ MailboxServer::MailboxServer(std::string user, std::string password)
 
 MailboxServer::~MailboxServer() = default;
 
-int MailboxServer::Port() const { return impl_->loopback.Port(); }
+int MailboxServer::Port() const { return impl_->listener.Port(); }
 void MailboxServer::Add(StoredMail mail) { impl_->account.mailbox.Add(std::move(mail)); }
 void MailboxServer::Remove(const std::string& uidl) { impl_->account.mailbox.Remove(uidl); }
 
@@ -262,4 +262,4 @@ void MailboxServer::SetOnDelete(std::function<void(const std::string& uidl)> on_
 
 int MailboxServer::Received(const std::string& verb) const { return impl_->account.desk.Received(verb); }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

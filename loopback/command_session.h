@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "testing/line_session.h"
+#include "loopback/line_session.h"
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 std::string_view WithoutLineEnd(std::string_view line);
 
@@ -51,4 +51,4 @@ private:
     CommandDesk& desk_;
 };
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

@@ -1,13 +1,13 @@
 // The reading and answering of a server that talks in lines.
 
-#include "testing/line_session.h"
+#include "loopback/line_session.h"
 
 #include <asio/write.hpp>
 #include <utility>
 
-#include "testing/loopback.h"
+#include "loopback/listener.h"
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 LineSession::LineSession(asio::ip::tcp::socket socket)
     : socket_(std::make_shared<asio::ip::tcp::socket>(std::move(socket))) {}
@@ -50,4 +50,4 @@ void LineSession::Continue() {
     Discard(socket_);
 }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 struct StoredMail {
     std::string uidl;
@@ -74,4 +74,4 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

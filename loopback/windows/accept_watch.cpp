@@ -1,6 +1,6 @@
 // By a thread that polls, since Asio's wait for reading does not work with listening sockets here.
 
-#include "testing/accept_watch.h"
+#include "loopback/accept_watch.h"
 
 #include <winsock2.h>
 
@@ -10,7 +10,7 @@
 #include <thread>
 #include <utility>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 using asio::ip::tcp;
 
@@ -57,4 +57,4 @@ void AcceptWatch::Wait(std::function<void()> then) {
     impl_->changed.notify_all();
 }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

@@ -1,11 +1,11 @@
 // Commands, counted and made to fail.
 
-#include "testing/command_session.h"
+#include "loopback/command_session.h"
 
 #include <cctype>
 #include <utility>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 std::string_view WithoutLineEnd(std::string_view line) {
     if (line.ends_with('\n')) line.remove_suffix(1);
@@ -60,4 +60,4 @@ void CommandSession::OnCommand(const std::string& command) {
     Answer(Obey(command));
 }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

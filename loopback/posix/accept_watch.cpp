@@ -1,10 +1,10 @@
 // Waits for connections at a listening socket, by Asio's own means.
 
-#include "testing/accept_watch.h"
+#include "loopback/accept_watch.h"
 
 #include <utility>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 using asio::ip::tcp;
 
@@ -19,4 +19,4 @@ void AcceptWatch::Wait(std::function<void()> then) {
     impl_->acceptor.async_wait(tcp::acceptor::wait_read, [then = std::move(then)](std::error_code) { then(); });
 }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

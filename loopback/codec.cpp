@@ -1,6 +1,6 @@
 // Digests and Base64 through OpenSSL.
 
-#include "testing/codec.h"
+#include "loopback/codec.h"
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <array>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 namespace {
 
@@ -57,4 +57,4 @@ std::string FromBase64(const std::string& text) {
     return bytes;
 }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

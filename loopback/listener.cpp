@@ -1,6 +1,6 @@
 // The listening socket and the thread that serves it.
 
-#include "testing/loopback.h"
+#include "loopback/listener.h"
 
 #include <array>
 #include <asio/buffer.hpp>
@@ -10,11 +10,11 @@
 #include <future>
 #include <utility>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 using asio::ip::tcp;
 
-Loopback::Loopback(const std::string& address, OnConnection on_connection) : on_connection_(std::move(on_connection)) {
+Listener::Listener(const std::string& address, OnConnection on_connection) : on_connection_(std::move(on_connection)) {
     const tcp::endpoint endpoint(asio::ip::make_address(address), 0);
     acceptor_.open(endpoint.protocol());
     acceptor_.bind(endpoint);
@@ -29,14 +29,14 @@ Loopback::Loopback(const std::string& address, OnConnection on_connection) : on_
     });
 }
 
-Loopback::~Loopback() { Stop(); }
+Listener::~Listener() { Stop(); }
 
-void Loopback::Stop() {
+void Listener::Stop() {
     context_.stop();
     if (thread_.joinable()) thread_.join();
 }
 
-void Loopback::Run(const std::function<void()>& work) {
+void Listener::Run(const std::function<void()>& work) {
     std::promise<void> done;
     asio::post(context_, [&] {
         work();
@@ -45,7 +45,7 @@ void Loopback::Run(const std::function<void()>& work) {
     done.get_future().wait();
 }
 
-void Loopback::Accept() {
+void Listener::Accept() {
     watch_->Wait([this] {
         if (!acceptor_.is_open()) return;
         AcceptWaiting();
@@ -53,7 +53,7 @@ void Loopback::Accept() {
     });
 }
 
-void Loopback::AcceptWaiting() {
+void Listener::AcceptWaiting() {
     for (;;) {
         std::error_code error;
         tcp::socket socket = acceptor_.accept(error);
@@ -62,13 +62,13 @@ void Loopback::AcceptWaiting() {
     }
 }
 
-void Loopback::HandOver(tcp::socket socket) {
+void Listener::HandOver(tcp::socket socket) {
     std::error_code ignored;
     socket.set_option(tcp::no_delay(true), ignored);
     on_connection_(std::move(socket));
 }
 
-void Loopback::CloseListener() {
+void Listener::CloseListener() {
     std::error_code ignored;
     acceptor_.close(ignored);
 }
@@ -92,4 +92,4 @@ void Discard(std::shared_ptr<tcp::socket> socket) {
     });
 }
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

@@ -10,20 +10,20 @@
 #include <string>
 #include <thread>
 
-#include "testing/accept_watch.h"
+#include "loopback/accept_watch.h"
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
-class Loopback {
+class Listener {
 public:
     // Called on the serving thread with each connection.
     using OnConnection = std::function<void(asio::ip::tcp::socket)>;
 
     // Serves from now on. Throws std::system_error when the address cannot be had.
-    Loopback(const std::string& address, OnConnection on_connection);
-    ~Loopback();  // as Stop
-    Loopback(const Loopback&) = delete;
-    Loopback& operator=(const Loopback&) = delete;
+    Listener(const std::string& address, OnConnection on_connection);
+    ~Listener();  // as Stop
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
 
     int Port() const { return port_; }
 
@@ -58,4 +58,4 @@ void EndAndDiscard(std::shared_ptr<asio::ip::tcp::socket> socket);
 // Reads and forgets until the client has gone. Serving thread only.
 void Discard(std::shared_ptr<asio::ip::tcp::socket> socket);
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback

@@ -7,7 +7,7 @@
 #include <functional>
 #include <memory>
 
-namespace tarvex::testing {
+namespace tarvex::loopback {
 
 class AcceptWatch {
 public:
@@ -24,4 +24,4 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace tarvex::testing
+}  // namespace tarvex::loopback
