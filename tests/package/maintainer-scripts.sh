@@ -1,11 +1,57 @@
 #!/usr/bin/env bash
-# Installs, upgrades, removes and purges the packages with dpkg, in a view of this system that forgets what is written:
-# the maintainer scripts do there what they do for everybody.
+# Installs, upgrades, removes and purges the packages with dpkg, in a small system of its own: a copy, in memory, of the
+# essential packages of this one and of what ours depend on. The maintainer scripts do there what they do for everybody.
 #   maintainer-scripts.sh FOLDER    into which make.sh has put the packages
 set -euo pipefail
 folder=$1 stage=${2-start}
 fail() { echo "$*" >&2; exit 1; }
 skip() { echo "$*"; exit 77; }
+
+# The packages that dpkg calls essential, those named, and what they depend on, as far as installed here.
+closure() { # NAME...
+  dpkg-query -W -f '${Package}\t${Essential}\t${Provides}\t${Pre-Depends}, ${Depends}\n' | awk -F '\t' -v wanted="$*" '
+    function names(list) { gsub(/\([^)]*\)|:any|[,|]/, " ", list); return list }
+    { needs[$1] = needs[$1] " " names($4)
+      provider[$1] = provider[$1] " " $1
+      count = split(names($3), provided, " ")
+      for (i = 1; i <= count; ++i) provider[provided[i]] = provider[provided[i]] " " $1
+      if ($2 == "yes") wanted = wanted " " $1 }
+    END {
+      while (wanted != "") {
+        count = split(wanted, wants, " "); wanted = ""
+        for (i = 1; i <= count; ++i) {
+          providers = split(provider[wants[i]], by, " ")
+          for (j = 1; j <= providers; ++j)
+            if (!(by[j] in taken)) { taken[by[j]]; wanted = wanted needs[by[j]]; print by[j] }
+        }
+      }
+    }'
+}
+
+# Nothing here reads a database that apt may be writing but dpkg-query, and the files that are replaced whole.
+copy_system() { # FOLDER
+  local database=/var/lib/dpkg to=$1 taken package list
+  mapfile -t taken < <(closure dpkg passwd "$(dpkg-deb -f "$folder"/tarvex_*.deb Depends)" "$(dpkg-deb -f "$folder"/libtarvex0_*.deb Depends)")
+  list=$(mktemp)
+  dpkg-query -L "${taken[@]}" 2>/dev/null | grep -vE '^/(.|usr/share/(doc|man|locale|info|zoneinfo)/.*)$' | sort -u >"$list"
+  ls -d /etc/{passwd,group,shadow,gshadow,nsswitch.conf,ld.so.conf,ld.so.conf.d/*,alternatives/*} >>"$list" 2>/dev/null || true
+  mkdir -p "$to"/{proc,dev,root,tmp,usr/{bin,sbin,lib,lib32,lib64,libx32}} "$to$database"/{info,triggers,updates}
+  for package in bin sbin lib lib32 lib64 libx32; do [ ! -L /$package ] || ln -s usr/$package "$to/$package"; done
+  tar -C / -c --no-recursion --ignore-failed-read -P -T "$list" 2>/dev/null | tar -C "$to" -x --keep-directory-symlink 2>/dev/null
+  rm "$list"
+
+  printf '%s\n' "${taken[@]}" >"$to/taken"
+  dpkg-query -s "${taken[@]}" >"$to$database/status"
+  for package in "${taken[@]}"; do
+    for list in "$database/info/$package".* "$database/info/$package":*; do [ ! -e "$list" ] || cp "$list" "$to$database/info/"; done
+  done
+  cp $database/info/format "$to$database/info/"
+  : >"$to$database/available"
+  for list in $database/triggers/*; do # a path or nothing, and a package
+    awk 'NR == FNR { taken[$1]; next } { package = $NF; sub("/.*", "", package) } package in taken' "$to/taken" "$list" \
+      >"$to$database/triggers/${list##*/}"
+  done
+}
 
 case $stage in
 start)
@@ -22,13 +68,12 @@ view)  # all that is mounted ends with this process
   view=$folder/view
   mkdir -p "$view"
   mount -t tmpfs tmpfs "$view"
-  mkdir "$view/written" "$view/work" "$view/system"
-  mount -t overlay overlay -o "lowerdir=/,upperdir=$view/written,workdir=$view/work" "$view/system" || skip "no overlay file system"
-  mount --rbind /proc "$view/system/proc"
-  mount --rbind /dev "$view/system/dev"
-  mkdir "$view/system/packages"
-  cp "$folder"/*.deb "$0" "$view/system/packages"
-  exec chroot "$view/system" "/packages/$(basename "$0")" /packages inside
+  copy_system "$view"
+  mount --rbind /proc "$view/proc"
+  mount --rbind /dev "$view/dev"
+  mkdir "$view/packages"
+  cp "$folder"/*.deb "$0" "$view/packages"
+  exec chroot "$view" "/packages/$(basename "$0")" /packages inside
   ;;
 esac
 
