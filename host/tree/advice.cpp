@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kDefaultTimeOut_s = 30;
 
-// What the sentences are made of.
+// The pieces of the sentences.
 struct Words {
     bool pop;
     std::string server;  // "pop.example.org"
@@ -39,7 +39,7 @@ std::string UsualPorts(const Words& words) {
 
 std::string OnName(const Words& words) {
     if (words.server.empty()) return "No server is set: set " + words.server_key + ".";
-    return "There is no server of this name: look at " + words.server_key +
+    return "There is no server of this name: check " + words.server_key +
            " for a typing error. If it is right, the name service (DNS) of this machine does not answer.";
 }
 
@@ -49,7 +49,7 @@ std::string OnConnection(const Words& words, const CString& reason) {
                "), or the server is down.";
     }
     if (reason.find("unreachable") != CString::npos || reason.find("route") != CString::npos) {
-        return "There is no way to the server: this machine may be off the network, or " + words.server_key +
+        return "The server cannot be reached: this machine may be off the network, or " + words.server_key +
                " may be wrong.";
     }
     return "Look at " + words.server_key + " and " + words.port_key + " (" + UsualPorts(words) + ").";
@@ -63,17 +63,17 @@ std::string OnSilence(const Words& words, int kind) {
     }
     if (kind == PROBE_GREETING && words.pop) {
         return "The server accepts the connection and says nothing. If " + words.port +
-               " wants TLS from the first byte, as 995 does: POP3 is spoken in clear here, so use 110, or a tunnel.";
+               " expects TLS from the first byte, as 995 does: tarvex speaks POP3 in clear, so use 110, or a tunnel.";
     }
     if (kind == PROBE_GREETING && words.ssl != 1) {
         return "The server accepts the connection and says nothing. If " + words.port +
-               " wants TLS from the first byte, as 465 does, set --sslsmtp tls.";
+               " expects TLS from the first byte, as 465 does, set --sslsmtp tls.";
     }
     return "The server did not answer within " + words.seconds + ": raise timeout if it is merely slow.";
 }
 
 std::string OnForeigner(const Words& words) {
-    return "What answers at " + words.port + " does not speak " + (words.pop ? "POP3" : "SMTP") + ": set " +
+    return "The server at " + words.port + " does not speak " + (words.pop ? "POP3" : "SMTP") + ": set " +
            words.port_key + " (" + UsualPorts(words) + ").";
 }
 
@@ -87,12 +87,13 @@ std::string OnTls(const Words& words) {
 
 std::string OnCertificate(const Words& words, const CString& reason) {
     if (reason.find("mismatch") != CString::npos) {
-        return "The certificate is that of another name: " + words.server_key +
+        return "The certificate is for another name: " + words.server_key +
                " must be a name that is in the certificate.";
     }
     if (reason.find("expired") != CString::npos || reason.find("not yet valid") != CString::npos) {
-        return "The certificate is out of date: look at the clock of this machine; if it is right, tell who runs the "
-               "server.";
+        return "The certificate is out of date: look at the clock of this machine; if it is right, tell the operator "
+               "of "
+               "the server.";
     }
     if (reason.find("issuer") != CString::npos || reason.find("self") != CString::npos) {
         return "This machine does not trust the authority that signed the certificate. Install the package "
@@ -105,14 +106,14 @@ std::string OnCertificate(const Words& words, const CString& reason) {
 std::string OnLogIn(const Words& words, const CPopProfileSetting& setting) {
     if (words.pop) {
         const std::string apop = setting.apop != 0 ? " If they are right, set --apop off." : "";
-        return "The server does not take the login: set --popuser and --password (`tarvex profile set`). Some "
-               "providers want a password made for programs in place of your own." +
+        return "The server refused the login: set --popuser and --password (`tarvex profile set`). Some providers "
+               "require an app password instead of your own." +
                apop;
     }
     const std::string user = setting.smtpuser.empty() ? "--smtpuser (empty: popuser)" : "--smtpuser";
     const std::string password =
         setting.smtppassword.empty() ? "--smtp-password (empty: the POP3 password)" : "--smtp-password";
-    return "The server does not take the login: set " + user + " and " + password +
+    return "The server refused the login: set " + user + " and " + password +
            ". If they are right, try another --smtpauth_mode.";
 }
 
@@ -121,14 +122,14 @@ std::string OnRefusal(const Words& words, int kind, const CPopProfileSetting& se
         case PROBE_LOGIN:
             return OnLogIn(words, setting);
         case PROBE_GREETING:
-            return "The server wants nothing to do with this machine, or not now: ask who runs it, or try later.";
+            return "The server rejected the connection. It may be blocking this machine or be temporarily unavailable: "
+                   "ask its operator, or try again later.";
         case PROBE_HELLO:
-            return "The server does not take the greeting: try --esmtp " + std::string(setting.esmtp ? "off" : "on") +
-                   ".";
+            return "The server refused the greeting: try --esmtp " + std::string(setting.esmtp ? "off" : "on") + ".";
         case PROBE_LIST:
             return "The server does not list the mailbox: another program may be using it; try later.";
         default:
-            return "The server refused; what it said should tell why.";
+            return "The server refused; its answer says why.";
     }
 }
 

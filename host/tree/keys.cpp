@@ -74,7 +74,7 @@ constexpr std::array kUserKeys = {
          "Password of the user, for programs that let users log in"),
     Flag("administrator", "User", &U::administrator, "Administrator rights, for such programs"),
     Flag("status", "User", &U::status,
-         "State of the user, for such programs; the mail of a user is forwarded either way"),
+         "State of the user, for such programs; off does not stop the user's mail from being forwarded"),
     Number("version", "User", "NUMBER", "", INT_MIN, INT_MAX, {}, &U::version, "Stored only"),
 };
 
@@ -91,8 +91,8 @@ constexpr std::array kProfileKeys = {
     Text("nickname", kGeneral, "NAME", KeyType::Text, &P::nickname, "A name for you to call the profile by"),
     Flag("status", kGeneral, &P::status, "off: the profile is never run"),
     Number("timer", kGeneral, "MINUTES", "minutes", 0, kLongestTimer_minutes, kEveryCall, &P::timer,
-           "Minutes between two runs; always: whenever tarvex looks. From 1440 minutes on the wait is longer than the "
-           "number (1440 wait 48 hours), and is said when it is set"),
+           "Minutes between two runs; always: every time tarvex checks what is due. From 1440 minutes on the real wait "
+           "is longer (1440 wait 48 hours); setting the key shows it"),
     Number("timeout", kGeneral, "SECONDS", "seconds", 1, kLongestTimeout_s, {}, &P::timeout,
            "How long a server may take for each step"),
     Needed(Text("popserver", kFetching, "HOST", KeyType::HostName, &P::popserver, "POP3 server")),
@@ -100,7 +100,7 @@ constexpr std::array kProfileKeys = {
     Needed(Text("popuser", kFetching, "NAME", KeyType::Login, &P::popuser, "POP3 user name")),
     Text("poppassword", kFetching, "", KeyType::Password, &P::poppassword, "POP3 password"),
     Flag("apop", kFetching, &P::apop, "on: log in with APOP where the server offers it"),
-    Flag("sslpop", kFetching, &P::sslpop, "Stored only: POP3 is always plain TCP. A tunnel brings it through TLS"),
+    Flag("sslpop", kFetching, &P::sslpop, "Stored only: POP3 is always plain TCP. For TLS use a tunnel"),
     Flag("deletemail", kFetching, &P::deletemail,
          "on: a mail is deleted on the POP3 server in the run after it was forwarded"),
     Text("smtpserver", kSending, "HOST", KeyType::HostName, &P::smtpserver, "SMTP server; empty: popserver"),
@@ -137,13 +137,13 @@ constexpr std::array kForwardKeys = {
     Text("nickname", kAddress, "NAME", KeyType::Text, &F::nickname, "A name for you to call the address by"),
     Flag("status", kAddress, &F::status, "off: nothing is sent there"),
     Number("textonly", kTextMail, "BYTES", "bytes", INT_MIN, INT_MAX, kTextOnly, &F::textonly,
-           "whole: the mail as it is. A number: a text mail of at most so many bytes of Shift-JIS in its place; "
-           "unlimited: one without limit. Any number below 0 means whole, too"),
+           "whole: the whole mail. A number: a text mail of at most that many bytes of Shift-JIS instead; unlimited: a "
+           "text mail without limit. Any number below 0 means whole"),
     Number("cutwhite", kTextMail, "HOW", "", INT_MIN, INT_MAX, kCutWhite, &F::cutwhite,
            "Text mail: keep, compress or cut white space and the characters of compress_words"),
     Flag("htmltotext", kTextMail, &F::htmltotext, "Text mail: on: an HTML mail becomes text"),
     Text("compress_words", kTextMail, "CHARACTERS", KeyType::Text, &F::compress_words,
-         "Text mail: the characters that cutwhite is about, with single blanks between them"),
+         "Text mail: more characters for cutwhite, with single blanks between them"),
 };
 
 // ---- values

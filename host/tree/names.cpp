@@ -168,8 +168,8 @@ std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view gi
             kBadUsage, quoted + " is the name of more than one " + kind + "; say which:" + Listed(candidates, found));
     }
     if (candidates.empty()) {
-        throw CommandError(kNotFound, "there is no " + kind + " " + quoted + ", and no other one; `tarvex " + command +
-                                          " add` adds one");
+        throw CommandError(kNotFound,
+                           "no " + kind + " " + quoted + " (there is none yet); `tarvex " + command + " add` adds one");
     }
     std::vector<std::size_t> all(candidates.size());
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;

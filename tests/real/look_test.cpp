@@ -108,8 +108,8 @@ std::vector<Mistake> Mistakes() {
              setting.smtppassword = kAlice.password;
              setting.poppassword = "wrong password";
          },
-         "log in +[0-9]+ ms  FAILED  -ERR .AUTH. Authentication failed",
-         "The server does not take the login: set --popuser", true},
+         "log in +[0-9]+ ms  FAILED  -ERR .AUTH. Authentication failed", "The server refused the login: set --popuser",
+         true},
         {"PopPortOnWhichNobodyListens", [](S& setting, const P&, const T&) { setting.popport = UnusedPort(); },
          "connect +[0-9]+ ms  FAILED ", "Nothing listens there: popport may be wrong", true},
         {"PopPortOfSmtp", [](S& setting, const P&, const T& smtp) { setting.popport = smtp.PlainPort(); },
@@ -127,7 +127,7 @@ std::vector<Mistake> Mistakes() {
              setting.smtpuser = kAlice.user;
              setting.smtppassword = "wrong password";
          },
-         "log in +[0-9]+ ms  FAILED  535 5.7.8 Error", "The server does not take the login: set --smtpuser", false},
+         "log in +[0-9]+ ms  FAILED  535 5.7.8 Error", "The server refused the login: set --smtpuser", false},
         {"SmtpPortOnWhichNobodyListens", [](S& setting, const P&, const T&) { setting.smtpport = UnusedPort(); },
          "connect +[0-9]+ ms  FAILED ", "Nothing listens there: smtpport may be wrong", false},
         {"SmtpPortWithoutTls", [](S& setting, const P&, const T& smtp) { setting.smtpport = smtp.AuthPort(); },

@@ -69,8 +69,8 @@ TEST(Advice, OfEveryFailureOfPop3) {
     const std::string logged_in = user + "S: +OK\nC: PASS secret\nS: +OK\n";
     CheckAll(Protocol::Pop,
              {{"S: 220 ready\nC: (closed)\n", "does not speak POP3: set popport (POP3 is usually at 110)"},
-              {"S: -ERR go away\nC: (closed)\n", "wants nothing to do with this machine"},
-              {"C: (closed)\n", "as 995 does: POP3 is spoken in clear here", kStallTimeOut_s},
+              {"S: -ERR go away\nC: (closed)\n", "The server rejected the connection."},
+              {"C: (closed)\n", "as 995 does: tarvex speaks POP3 in clear", kStallTimeOut_s},
               {"S: (closed)\n", "The server ended the connection: try again, and look at popport"},
               {user + "S: -ERR no\nC: (closed)\n", "set --popuser and --password"},
               {user + "C: (closed)\n", "did not answer within 1 second: raise timeout", kStallTimeOut_s},
@@ -91,7 +91,7 @@ TEST(Advice, OfEveryFailureOfSmtp) {
     const std::string quit = "C: QUIT\nS: 221 bye\nC: (closed)\n";
     CheckAll(Protocol::Smtp,
              {{"S: +OK ready\nC: (closed)\n", "does not speak SMTP: set smtpport"},
-              {"S: 554 no\nC: (closed)\n", "wants nothing to do with this machine"},
+              {"S: 554 no\nC: (closed)\n", "The server rejected the connection."},
               {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s},
               {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s, Tls(2)},
               {ehlo + "S: 502 no\n" + quit, "try --esmtp off"},

@@ -85,7 +85,7 @@ TEST(HostCheck, AFailedStepComesWithAdviceAndCode69) {
     host.AddProfile(mailbox.Port(), UnusedPort());
     const std::string printed = host.Tell({"check", "from0"}, kUnavailable);
     EXPECT_THAT(printed, ContainsRegex("\n    log in +[0-9]+ ms  FAILED  -ERR wrong user or password\n"
-                                       "      The server does not take the login: set --popuser and --password"));
+                                       "      The server refused the login: set --popuser and --password"));
     EXPECT_THAT(printed, ContainsRegex("\n    connect +[0-9]+ ms  FAILED  could not connect .*Connection refused\n"
                                        "      Nothing listens there: smtpport may be wrong"));
     EXPECT_THAT(printed, Not(HasSubstr("secret")));

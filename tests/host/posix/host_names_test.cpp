@@ -19,6 +19,7 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StrEq;
 
 // Two users. user0 (taro) has a profile "work" with addresses "phone" and one without a nickname; user1 (hana) has two
 // profiles, of which one has an address "phone", too.
@@ -106,7 +107,8 @@ TEST_F(HostNames, AnEmptyTreeSaysHowToAddSomething) {
     const TempDir folder;
     CRootPath empty;
     empty.SetRootPath(folder.String());
-    EXPECT_THAT(Refusal([&] { host::FindForward(empty, "x"); }, host::kNotFound), HasSubstr("`tarvex forward add`"));
+    EXPECT_THAT(Refusal([&] { host::FindForward(empty, "x"); }, host::kNotFound),
+                StrEq("no forwarding address \"x\" (there is none yet); `tarvex forward add` adds one"));
 }
 
 TEST_F(HostNames, AWholePathIsNeverTakenForANickname) {
