@@ -147,7 +147,7 @@ TEST(Advice, OfAServerThatCannotBeReached) {
     no_route.kind = PROBE_CONNECT;
     no_route.failure = PROBE_NO_CONNECTION;
     no_route.text = "could not connect to 192.0.2.1 port 110: Network is unreachable";
-    EXPECT_THAT(Advice(no_route, Protocol::Pop, setting), HasSubstr("There is no way to the server"));
+    EXPECT_THAT(Advice(no_route, Protocol::Pop, setting), HasSubstr("The server cannot be reached"));
     CProbeStep slow_name;
     slow_name.kind = PROBE_FIND_SERVER;
     slow_name.failure = PROBE_TIMED_OUT;
@@ -162,7 +162,7 @@ TEST(Advice, OfANameThatIsNone) {
     });
     CPopProfileSetting setting = Setting(110);
     setting.popserver = "pop.example.org";
-    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("look at popserver for a typing error"));
+    EXPECT_THAT(AdviceFor(Protocol::Pop, setting), HasSubstr("check popserver for a typing error"));
     setting.popserver.clear();
     EXPECT_EQ(AdviceFor(Protocol::Pop, setting), "No server is set: set popserver.");
 }
