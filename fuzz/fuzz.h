@@ -69,7 +69,7 @@ std::string InPlace(std::string_view text, Operation operation) {
     return first;
 }
 
-// Likewise for an operation with a source and a target, which may be the same.
+// The same for an operation with a source and a target, which may be the same.
 template <class Operation>
 std::string Converted(std::string_view text, Operation operation) {
     const std::string source = WithBytesBehind(text, '=');

@@ -45,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const ContentFields fields = ReadContentFields(HeaderOf(text));
     fuzz::Require(fields.content_type == info.content_type, "one content type, however it is read");
-    fuzz::Require(fields.content_transfer_encoding == info.content_transfer_encoding, "likewise the encoding");
+    fuzz::Require(fields.content_transfer_encoding == info.content_transfer_encoding,
+                  "the encoding is that of the summary");
 
     const std::string with_body = fuzz::WithBytesBehind(text, ' ');
     CMailInfo again;

@@ -25,7 +25,7 @@ protected:
 
     void Answer(std::string_view bytes) { answer_ += bytes; }  // sent when every line at hand has been heard
     void HangUp() { state_ = State::HangingUp; }               // once the answer has been sent
-    void Stall() { state_ = State::Stalling; }                 // likewise: nothing is said or heard any more
+    void Stall() { state_ = State::Stalling; }                 // sends the answer, then neither sends nor reads
 
 private:
     enum class State { Talking, HangingUp, Stalling };

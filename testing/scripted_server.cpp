@@ -46,7 +46,7 @@ struct Peer::Impl {
     bool Transmit(std::string_view bytes);     // as they are
     void SendOrEnd(std::string_view bytes);    // through TLS where that is on
     bool ReceiveMore();                        // appends to `received`; false at the client's end
-    bool ReceiveDecrypted();                   // likewise, with TLS
+    bool ReceiveDecrypted();                   // the same with TLS
     bool Pause(std::chrono::milliseconds);     // false when the server ends meanwhile
     void ReadThrough(std::string_view token);  // until `received` holds it; ends the session when it does not come
     void HearLines();                          // records the complete lines of `received`

@@ -1,11 +1,11 @@
 #pragma once
 
-// What an object of the tree says about the last reading of its file or directory.
+// Whether the files of an object of the tree could be read when it was loaded last.
 
 #include "tarvex/text.h"
 
-// Whether what stands on disk reached memory. What is missing counts as read, for there was nothing to read. Whoever
-// runs, edits or saves an object that was not loaded whole takes defaults for what somebody had set.
+// A missing file counts as read. An object that was not loaded whole holds defaults where somebody had set values: a
+// host must not run, edit or save it.
 struct CLoaded {
     bool whole = true;  // false: something that is there, or may be there, could not be read
     CString path;       // the first such file or directory; empty when memory ran out

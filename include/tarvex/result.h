@@ -59,7 +59,7 @@ struct TARVEX_API CRunFailure {
     CString reason;     // in English, where no answer of the server tells it; may quote the server, made printable
     CString uidl;       // Delete, Retrieve, and from MailFrom on: the id of the message
     CString sender;     // from MailFrom on: the envelope sender, without angle brackets
-    CString recipient;  // from MailFrom on, likewise; empty where the command was for several recipients
+    CString recipient;  // from MailFrom on, without brackets; empty where the command was for several recipients
 };
 
 // A message that the run wanted and did not get; the next run asks for it again.
@@ -95,7 +95,7 @@ struct TARVEX_API CRunResult {
     int messages_delivered = 0;       // taken by the SMTP server for every address that lacked them, one at least
     int copies = 0;                   // taken by it for one address: the sum over the addresses
     std::int64_t bytes_received = 0;  // over the wire, from both servers, TLS included
-    std::int64_t bytes_sent = 0;      // likewise
+    std::int64_t bytes_sent = 0;      // over the wire, to both servers, TLS included
 
     CArray<CNotFetchedMail> not_fetched;  // in the server's order; the first 10,000
     CArray<CAddressResult> addresses;     // one for each forwarding address, in the profile's order

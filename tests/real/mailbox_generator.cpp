@@ -214,7 +214,7 @@ public:
         return text;
     }
 
-    // Likewise in Japanese, UTF-8.
+    // The same in Japanese, UTF-8.
     std::string Japanese(std::size_t want_bytes) {
         std::string text;
         while (text.size() < want_bytes || text.empty()) {

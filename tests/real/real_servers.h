@@ -78,7 +78,7 @@ private:
 // One message as Postfix delivered it.
 struct ArrivedMail {
     std::string sender;     // the envelope's, without brackets
-    std::string recipient;  // likewise
+    std::string recipient;  // without brackets
     std::string added;      // the header lines that the server added at the top
     std::string text;       // all below them, CR LF line ends
 };

@@ -3,8 +3,8 @@
 // Conversations as tests write them: one text is the server's script and also the transcript that must come out of it.
 //
 //     S: +OK ready      the server sends this line; lines that follow one another go out in one write
-//     S~ +OK ready      likewise, but slowly, byte by byte
-//     S- +OK 12         likewise, but without a line end
+//     S~ +OK ready      the server sends this line slowly, byte by byte
+//     S- +OK 12         the server sends this line without a line end
 //     C: USER alice     the client must send this line, and nothing before it
 //     C: (message)      the client must send a message; its bytes are kept
 //     C: (closed)       the server says nothing more and waits until the client closes
