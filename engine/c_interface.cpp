@@ -1,15 +1,21 @@
 // The interface for C: handles over the tree. The operations of the tree throw nothing; making a handle may.
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
+#include "engine/c_result.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "tarvex/tarvex.h"
 #include "tarvex/tarvex_c.h"
 
 struct tarvex_root {
+    std::vector<std::unique_ptr<tarvex::CResultForC>> ended;
     CRootPath tree;
 };
 
@@ -17,6 +23,7 @@ namespace tarvex {
 namespace {
 
 constexpr int kFailed = -1;
+constexpr const char* kNoMemory = "There is not enough memory.";
 
 thread_local const char* last_error = "";
 
@@ -38,6 +45,67 @@ tarvex_root* Open(const char* directory) {
     return root.release();
 }
 
+CPopProfile* FindProfile(const CRootPath& tree, std::string_view name) {
+    for (const auto& user : tree.users) {
+        for (const auto& profile : user->profiles) {
+            if (NameBelow(tree.path, profile->path) == name) return profile.get();
+        }
+    }
+    return nullptr;
+}
+
+void KeepResult(tarvex_root& root, const CString& path, CRunResult& result) {
+    root.ended.push_back(std::make_unique<CResultForC>(root.tree.path, path, std::move(result)));
+}
+
+// Takes what has ended out of the running copies. Not by RefreshThread, which would also free what ends after this
+// look. A result for which there is no memory is not told.
+void CollectEnded(tarvex_root& root) {
+    auto& copies = root.tree.running_copies;
+    for (auto copy = copies.begin(); copy != copies.end();) {
+        if ((*copy)->worker_thread.load()) {
+            ++copy;
+            continue;
+        }
+        Shielded([&] { KeepResult(root, (*copy)->path, (*copy)->result); });
+        copy = copies.erase(copy);
+    }
+    if (copies.empty()) root.tree.RefreshThread();  // gives memory back
+}
+
+// As the entry does, but without freeing what has ended.
+void StartDueRuns(tarvex_root& root) {
+    for (const auto& user : root.tree.users) {
+        for (const auto& profile : user->profiles) {
+            if (profile->JudgeDoOperation() == 0) continue;
+            if (StartRun(root.tree, *profile) != CStartResult::CouldNotBegin) continue;
+            Shielded([&] {
+                CRunResult result;
+                result.ending = CRunEnding::CouldNotBegin;
+                KeepResult(root, profile->path, result);
+            });
+        }
+    }
+}
+
+int Start(tarvex_root& root, const char* name) {
+    CPopProfile* const profile = name ? FindProfile(root.tree, name) : nullptr;
+    if (!profile) {
+        last_error = "There is no such profile.";
+        return kFailed;
+    }
+    switch (StartRun(root.tree, *profile)) {
+        case CStartResult::Started:
+            return 1;
+        case CStartResult::AlreadyRunning:
+            return 0;
+        case CStartResult::CouldNotBegin:
+            break;
+    }
+    last_error = "There is no memory or no thread for the run.";
+    return kFailed;
+}
+
 }  // namespace
 }  // namespace tarvex
 
@@ -46,15 +114,45 @@ tarvex_root* tarvex_open(const char* directory) {
         tarvex::last_error = "The directory is null.";
         return nullptr;
     }
-    const auto report = [](const char*) { tarvex::last_error = "There is not enough memory."; };
+    const auto report = [](const char*) { tarvex::last_error = tarvex::kNoMemory; };
     return tarvex::Shielded<tarvex_root*>(
         nullptr, [directory] { return tarvex::Open(directory); }, report);
 }
 
 int tarvex_run(tarvex_root* root) {
     if (!tarvex::IsRoot(root)) return tarvex::kFailed;
-    Tarvex(&root->tree);
+    root->ended.clear();
+    tarvex::CollectEnded(*root);
+    tarvex::StartDueRuns(*root);
     return tarvex_running(root);
+}
+
+int tarvex_start(tarvex_root* root, const char* profile) {
+    if (!tarvex::IsRoot(root)) return tarvex::kFailed;
+    return tarvex::Shielded(
+        tarvex::kFailed, [&] { return tarvex::Start(*root, profile); },
+        [](const char*) { tarvex::last_error = tarvex::kNoMemory; });
+}
+
+int tarvex_interval_seconds(int timer_minutes) { return IntervalSeconds(timer_minutes); }
+
+int tarvex_ended(tarvex_root* root) {
+    if (!tarvex::IsRoot(root)) return tarvex::kFailed;
+    tarvex::CollectEnded(*root);
+    return static_cast<int>(root->ended.size());
+}
+
+const tarvex_result* tarvex_ended_run(tarvex_root* root, int index) {
+    if (!tarvex::IsRoot(root)) return nullptr;
+    if (index < 0 || static_cast<std::size_t>(index) >= root->ended.size()) {
+        tarvex::last_error = "There is no such run.";
+        return nullptr;
+    }
+    return &root->ended[static_cast<std::size_t>(index)]->Get();
+}
+
+void tarvex_forget(tarvex_root* root) {
+    if (root) root->ended.clear();
 }
 
 int tarvex_running(tarvex_root* root) {
@@ -69,6 +167,7 @@ int tarvex_wait(tarvex_root* root, int milliseconds) {
 
 int tarvex_stop(tarvex_root* root) {
     if (!tarvex::IsRoot(root)) return tarvex::kFailed;
+    tarvex::CollectEnded(*root);
     root->tree.KillThread();
     return 1;
 }

@@ -39,8 +39,16 @@ typedef struct tarvex_root tarvex_root; /* NOLINT(modernize-use-using): it is C 
 TARVEX_C_API tarvex_root* TARVEX_C_CALL tarvex_open(const char* directory);
 
 /* Starts a run, on a thread of its own, for every profile that is due and not running already, and returns at once: the
-   number of runs that are under way then, -1 on failure. How a run went stands in the profile's profile.log. */
+   number of runs that are under way then, -1 on failure. What a run did is told by tarvex_ended once it has ended; this
+   forgets what was told before. */
 TARVEX_C_API int TARVEX_C_CALL tarvex_run(tarvex_root* root);
+
+/* Starts a run of one profile, due or not and switched on or not: 1 when it was started, 0 when the profile is running
+   already, -1 on failure. The profile is named by its directory below the root, with slashes: "user0/from0". */
+TARVEX_C_API int TARVEX_C_CALL tarvex_start(tarvex_root* root, const char* profile);
+
+/* The interval of a profile's timer in minutes, in seconds. From 1,440 minutes on it is longer than the timer. */
+TARVEX_C_API int TARVEX_C_CALL tarvex_interval_seconds(int timer_minutes);
 
 /* The number of runs that are under way, -1 on failure. */
 TARVEX_C_API int TARVEX_C_CALL tarvex_running(tarvex_root* root);
@@ -48,6 +56,118 @@ TARVEX_C_API int TARVEX_C_CALL tarvex_running(tarvex_root* root);
 /* Waits until no run is under way, at most so many milliseconds (negative: without limit). 1 when none is, 0 when the
    time was up, -1 on failure. */
 TARVEX_C_API int TARVEX_C_CALL tarvex_wait(tarvex_root* root, int milliseconds);
+
+/* How a run ended. */
+enum tarvex_ending {
+    TARVEX_COULD_NOT_BEGIN = 1,   /* no memory for the profile, or no thread */
+    TARVEX_NOBODY_TAKES_PART = 2, /* no address is switched on and within its schedule */
+    TARVEX_MAILBOX_FAILED = 3,    /* see tarvex_result.mailbox */
+    TARVEX_NOTHING_NEW = 4,
+    TARVEX_DELIVERED = 5,       /* everything that was fetched */
+    TARVEX_DELIVERY_FAILED = 6, /* see tarvex_result.delivery */
+    TARVEX_EXCEPTION = 7        /* mostly want of memory; see tarvex_result.exception */
+};
+
+/* How far a conversation had come. */
+enum tarvex_stage {
+    TARVEX_STAGE_NONE = 0,
+    TARVEX_STAGE_CONNECT = 1,
+    TARVEX_STAGE_TLS = 2,
+    TARVEX_STAGE_GREETING = 3, /* with EHLO and HELO */
+    TARVEX_STAGE_LOGIN = 4,
+    TARVEX_STAGE_LIST = 5,
+    TARVEX_STAGE_DELETE = 6,
+    TARVEX_STAGE_RETRIEVE = 7,
+    TARVEX_STAGE_MAIL_FROM = 8,
+    TARVEX_STAGE_RCPT_TO = 9,
+    TARVEX_STAGE_DATA = 10,
+    TARVEX_STAGE_END_OF_DATA = 11 /* the whole message has gone, so the server may have taken it */
+};
+
+/* What to expect of trying again. */
+enum tarvex_failure_class {
+    TARVEX_FAILURE_NONE = 0,
+    TARVEX_FAILURE_PERMANENT = 1,  /* SMTP 5xx, POP3 "-ERR" */
+    TARVEX_FAILURE_TRANSIENT = 2,  /* SMTP 4xx */
+    TARVEX_FAILURE_CONNECTION = 3, /* no connection, no TLS, connection lost, SMTP 421 */
+    TARVEX_FAILURE_TIME_OUT = 4,
+    TARVEX_FAILURE_PROTOCOL = 5, /* the server breaks the rules */
+    TARVEX_FAILURE_LOCAL = 6     /* no memory, no socket, interrupted, a setting that cannot be sent */
+};
+
+/* How far something was saved. */
+enum tarvex_saved {
+    TARVEX_NOT_TRIED = 0,
+    TARVEX_SAVED = 1,
+    TARVEX_LEFT_ALONE = 2, /* the directory is gone, or another's by now */
+    TARVEX_NOT_SAVED = 3   /* the file could not be written, and holds what it held before */
+};
+
+/* The structs below are only ever handed out: later versions may add members to the end of tarvex_result. A text is
+   never null; it is empty where there is none. What a server said is untrusted, and ends at its first NUL. */
+/* NOLINTBEGIN(modernize-use-using): it is C as well */
+
+typedef struct tarvex_failure {
+    int stage;          /* a tarvex_stage */
+    int failure_class;  /* a tarvex_failure_class */
+    const char* reply;  /* the server's answer; empty when none came */
+    const char* reason; /* in English, where there is no answer */
+    const char* uidl;   /* the id of the message, where it is about one */
+    const char* sender; /* of the envelope, without angle brackets */
+    const char* recipient;
+} tarvex_failure;
+
+/* A message that the run wanted and did not get. */
+typedef struct tarvex_not_fetched {
+    const char* uidl;
+    int failure_class;
+    const char* reply; /* the first 1,000 bytes; with both empty the message was not asked for any more */
+    const char* reason;
+} tarvex_not_fetched;
+
+/* A forwarding address, whether it took part or not. */
+typedef struct tarvex_address {
+    const char* path;    /* its directory below the root, with slashes: "user0/from0/forwardto0" */
+    const char* address; /* in Shift-JIS */
+    int copies;          /* that the SMTP server took for it */
+    int list;            /* how far its list of ids was saved: a tarvex_saved */
+} tarvex_address;
+
+typedef struct tarvex_result {
+    const char* profile; /* its directory below the root, with slashes: "user0/from0" */
+    int ending;          /* a tarvex_ending */
+    int messages_listed;
+    int messages_fetched;
+    int messages_not_fetched;
+    int messages_delivered;   /* taken for every address that lacked them, one at least */
+    int copies;               /* taken for one address: the sum over the addresses */
+    long long bytes_received; /* over the wire, from both servers */
+    long long bytes_sent;
+    const tarvex_failure* mailbox;  /* what ended the POP3 conversation early */
+    const tarvex_failure* delivery; /* the first refusal of the SMTP conversation, which ended it */
+    const char* exception;
+    int lists;    /* the lists of ids of all addresses: a tarvex_saved, the greatest of them */
+    int log;      /* profile.log: a tarvex_saved */
+    int settings; /* popprofile.def: a tarvex_saved */
+    int address_count;
+    const tarvex_address* addresses; /* in the order of the tree; none where there was no memory for them */
+    int not_fetched_count;           /* 10,000 at most */
+    const tarvex_not_fetched* not_fetched;
+} tarvex_result;
+/* NOLINTEND(modernize-use-using) */
+
+/* The number of runs that have ended and can be asked about, -1 on failure. It grows with each run that ends, until
+   tarvex_run or tarvex_forget: so read them before the next tarvex_run. A run that has ended meanwhile is not forgotten
+   but told after it. Runs that tarvex_stop has interrupted are not told, nor one for whose result there is no memory.
+ */
+TARVEX_C_API int TARVEX_C_CALL tarvex_ended(tarvex_root* root);
+
+/* What one of the runs did that tarvex_ended has counted, from 0, in the order in which they were seen to end. Owned by
+   the handle, until the next tarvex_run, tarvex_forget or tarvex_close. Null on failure. */
+TARVEX_C_API const tarvex_result* TARVEX_C_CALL tarvex_ended_run(tarvex_root* root, int index);
+
+/* Frees what tarvex_ended has counted, for hosts that start runs with tarvex_start alone. */
+TARVEX_C_API void TARVEX_C_CALL tarvex_forget(tarvex_root* root);
 
 /* Interrupts every run, waits until they have saved their state and returns 1; -1 on failure. The handle stays usable.
  */

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -59,6 +60,10 @@ TEST(CInterface, OperationsOnANullRootFail) {
     EXPECT_EQ(tarvex_running(nullptr), -1);
     EXPECT_EQ(tarvex_wait(nullptr, 0), -1);
     EXPECT_EQ(tarvex_stop(nullptr), -1);
+    EXPECT_EQ(tarvex_start(nullptr, "user0/from0"), -1);
+    EXPECT_EQ(tarvex_ended(nullptr), -1);
+    EXPECT_EQ(tarvex_ended_run(nullptr, 0), nullptr);
+    tarvex_forget(nullptr);
     tarvex_close(nullptr);
 }
 
@@ -79,6 +84,96 @@ TEST(CInterface, CountsTheRunsUnderWayAndStopsThem) {
     EXPECT_EQ(tarvex_wait(root.get(), 0), 1);
 }
 
+TEST(CInterface, TellsWhatARunDid) {
+    MailboxServer pop("alice", "secret");
+    for (const char* id : {"u1", "u2", "u3"}) pop.Add(Mail(id));
+    pop.SetFault([](const std::string& command) { return command == "RETR 1" ? "-ERR locked" : ""; });
+    SinkServer smtp;
+    smtp.SetFault([recipients = 0](const std::string& command) mutable {
+        return command.starts_with("RCPT") && ++recipients == 2 ? "550 no" : "";
+    });
+    DataTree tree;
+    AddAddress(tree.AddProfile(pop.Port(), smtp.Port()), "a@example.net");
+    const Root root = Open(tree.Folder() / "root");
+    EXPECT_EQ(tarvex_run(root.get()), 1);
+    ASSERT_EQ(tarvex_wait(root.get(), 30'000), 1);
+    ASSERT_EQ(tarvex_ended(root.get()), 1);
+    EXPECT_EQ(tarvex_ended(root.get()), 1) << "it stays";
+
+    const tarvex_result& run = *tarvex_ended_run(root.get(), 0);
+    EXPECT_STREQ(run.profile, "user0/from0");
+    EXPECT_EQ(run.ending, TARVEX_DELIVERY_FAILED);
+    EXPECT_EQ(run.messages_listed, 3);
+    EXPECT_EQ(run.messages_fetched, 2);
+    EXPECT_EQ(run.messages_not_fetched, 1);
+    EXPECT_EQ(run.messages_delivered, 1);
+    EXPECT_EQ(run.copies, 1);
+    EXPECT_GT(run.bytes_received, run.bytes_sent);
+    EXPECT_EQ(run.mailbox->failure_class, TARVEX_FAILURE_NONE);
+    EXPECT_EQ(run.delivery->stage, TARVEX_STAGE_RCPT_TO);
+    EXPECT_EQ(run.delivery->failure_class, TARVEX_FAILURE_PERMANENT);
+    EXPECT_STREQ(run.delivery->reply, "550 no");
+    EXPECT_STREQ(run.delivery->reason, "");
+    EXPECT_STREQ(run.delivery->uidl, "u3");
+    EXPECT_STREQ(run.delivery->sender, "me@example.org");
+    EXPECT_STREQ(run.delivery->recipient, "a@example.net");
+    EXPECT_STREQ(run.exception, "");
+    EXPECT_EQ(run.lists, TARVEX_SAVED);
+    EXPECT_EQ(run.log, TARVEX_SAVED);
+    EXPECT_EQ(run.settings, TARVEX_SAVED);
+    ASSERT_EQ(run.address_count, 1);
+    EXPECT_STREQ(run.addresses[0].path, "user0/from0/forwardto0");
+    EXPECT_STREQ(run.addresses[0].address, "a@example.net");
+    EXPECT_EQ(run.addresses[0].copies, 1);
+    EXPECT_EQ(run.addresses[0].list, TARVEX_SAVED);
+    ASSERT_EQ(run.not_fetched_count, 1);
+    EXPECT_STREQ(run.not_fetched[0].uidl, "u1");
+    EXPECT_STREQ(run.not_fetched[0].reply, "-ERR locked");
+    EXPECT_EQ(run.not_fetched[0].failure_class, TARVEX_FAILURE_PERMANENT);
+
+    for (const int index : {-1, 1}) EXPECT_EQ(tarvex_ended_run(root.get(), index), nullptr);
+    EXPECT_THAT(tarvex_last_error(), StrEq("There is no such run."));
+    tarvex_forget(root.get());
+    EXPECT_EQ(tarvex_ended(root.get()), 0);
+}
+
+TEST(CInterface, RunForgetsWhatWasToldAndNothingElse) {
+    DataTree tree;
+    AddAddress(tree.AddProfile(UnusedPort(), UnusedPort()), "a@example.net");
+    const Root root = Open(tree.Folder() / "root");
+    EXPECT_EQ(tarvex_run(root.get()), 1);
+    ASSERT_EQ(tarvex_wait(root.get(), 30'000), 1);
+    EXPECT_EQ(tarvex_ended(root.get()), 1);
+    tarvex_run(root.get());  // forgets it, and starts another
+    ASSERT_EQ(tarvex_wait(root.get(), 30'000), 1);
+    tarvex_run(root.get());  // the other has not been told
+    ASSERT_EQ(tarvex_wait(root.get(), 30'000), 1);
+    EXPECT_EQ(tarvex_ended(root.get()), 2);
+    EXPECT_EQ(tarvex_stop(root.get()), 1);
+    EXPECT_EQ(tarvex_ended(root.get()), 2);
+    EXPECT_EQ(tarvex_ended_run(root.get(), 1)->ending, TARVEX_MAILBOX_FAILED);
+}
+
+TEST(CInterface, StartsOneProfileByItsName) {
+    SilentServer pop;
+    DataTree tree;
+    CPopProfile& profile = AddBusyProfile(tree, pop.Port());
+    profile.setting.timer = 60;
+    profile.setting.lasttime = std::time(nullptr);
+    EXPECT_EQ(profile.SaveSetting(), 1);
+    const Root root = Open(tree.Folder() / "root");
+    EXPECT_EQ(tarvex_run(root.get()), 0) << "it is not due";
+    EXPECT_EQ(tarvex_start(root.get(), "user0/from0"), 1);
+    EXPECT_EQ(tarvex_start(root.get(), "user0/from0"), 0);
+    EXPECT_EQ(tarvex_running(root.get()), 1);
+    for (const char* unknown : {"user0/from1", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(tarvex_start(root.get(), unknown), -1);
+        EXPECT_THAT(tarvex_last_error(), StrEq("There is no such profile."));
+    }
+}
+
+TEST(CInterface, TellsTheIntervalOfATimer) { EXPECT_EQ(tarvex_interval_seconds(1440), 172'800); }
+
 TEST(CInterface, HostInCForwardsTheMail) {
     MailboxServer pop("alice", "secret");
     pop.Add(Mail("u1"));
@@ -89,7 +184,7 @@ TEST(CInterface, HostInCForwardsTheMail) {
     ChildProcess host({TARVEX_C_HOST, tree.Folder() / "root"});
     host.Wait();
     EXPECT_EQ(host.ExitCode(), 0);
-    EXPECT_EQ(host.Printed(), "started 1\nfinished 1\nrunning 0\nstopped 1\n");
+    EXPECT_EQ(host.Printed(), "started 1\nfinished 1\nuser0/from0 ended 5, delivered 1, \nrunning 0\nstopped 1\n");
     EXPECT_EQ(Arrived(smtp), (Arrivals{{"u1 -> a@example.net", 1}}));
 }
 

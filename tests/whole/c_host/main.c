@@ -15,6 +15,11 @@ int main(int argc, char** argv) {
     printf("started %d\n", tarvex_run(root));
     printf("finished %d\n", tarvex_wait(root, argc > 2 ? atoi(argv[2]) : 60000));
     if (argc > 2) return 0;
+    for (int i = 0; i < tarvex_ended(root); i++) {
+        const tarvex_result* run = tarvex_ended_run(root, i);
+        printf("%s ended %d, delivered %d, %s\n", run->profile, run->ending, run->messages_delivered,
+               run->delivery->reply);
+    }
     printf("running %d\n", tarvex_running(root));
     printf("stopped %d\n", tarvex_stop(root));
     tarvex_close(root);
