@@ -12,12 +12,12 @@
 #include <set>
 #include <string>
 
-#include "engine/interval.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/tree_text.h"
 #include "host/terminal/wording.h"
 #include "host/tree/interval.h"
+#include "tarvex/tarvex.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::testing {
