@@ -15,8 +15,8 @@ namespace {
 using UidlSet = std::unordered_set<std::string_view, CUidlHash>;
 using UidlCounts = std::unordered_map<std::string_view, std::size_t, CUidlHash>;
 
-// How often each id occurs. A hash table with open addressing in one piece of memory: a node for every id would cost
-// more than the counting.
+// How often each id occurs. A hash table with open addressing in one piece of memory, because allocating a node for
+// each id would cost more than counting.
 class Occurrences {
 public:
     explicit Occurrences(std::size_t ids) : entries_(std::bit_ceil(2 * ids + 1)) {}
@@ -68,7 +68,7 @@ void AssignDestinations(const ReceivedMails& mails, std::span<CForwardAddress* c
     for (CReceiveMail* mail : mails) {
         for (std::size_t i = 0; i < taking_part.size(); ++i) {
             if (!known[i].insert(mail->uidl).second) continue;
-            // The destination first: should the list not take the id, the message is merely sent once more.
+            // The destination first: if memory for the id runs out then, the message is only sent once more.
             mail->destinations.push_back(taking_part[i]);
             taking_part[i]->uidls.push_back(mail->uidl);
         }

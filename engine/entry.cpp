@@ -67,7 +67,7 @@ unsigned WorkerProcedure(void* profile_copy) {
     if (!profile_copy) return 1;
     auto& copy = *static_cast<CPopProfile*>(profile_copy);
     Shielded([&copy] { copy.DoOperation(); });
-    // Mostly it is there; and std::atomic::wait may sleep through the change where the compiler's library has no futex.
+    // The field is nearly always set already. std::atomic::wait may miss the change on systems without a futex.
     while (!copy.worker_thread.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     copy.worker_thread.store(nullptr);
     return 1;

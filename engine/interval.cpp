@@ -10,8 +10,7 @@ namespace tarvex {
 
 std::int64_t DueTime(std::int32_t timer_minutes, std::int64_t lasttime) {
     if (timer_minutes == 0) return std::numeric_limits<std::int64_t>::min();
-    // lasttime + interval could leave 64 bits only for a lasttime that no clock shows; then the sum wraps around as
-    // well.
+    // The sum leaves 64 bits only for a lasttime that no clock shows; then it wraps around.
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(lasttime) +
                                      static_cast<std::uint64_t>(std::int64_t{IntervalSeconds(timer_minutes)}));
 }

@@ -1,4 +1,4 @@
-// The log of one profile.
+// profile.log: loading, adding lines, saving the newest.
 
 #include "tarvex/log.h"
 

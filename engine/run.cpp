@@ -48,15 +48,15 @@ struct MailOwner {
     }
 };
 
-// A directory as the run found it. While the run goes on, the host may delete it and give its path to another account
-// or address, whose settings and list are not the run's to replace.
+// A directory as the run found it. During the run the host may delete it and give its path to another profile or
+// address. The run must not replace the files of that one.
 class OwnDirectory {
 public:
     explicit OwnDirectory(const CString& path) : path_(path) {
         known_ = Shielded([&] { identity_ = IdentifyDirectory(path_); });
     }
 
-    // Without memory to find out, the state of the run is saved.
+    // True when memory is too short to find out: then the run saves its state.
     bool IsStillThere() const {
         return !known_ || Shielded(true, [&] { return IdentifyDirectory(path_) == identity_; });
     }

@@ -6,8 +6,8 @@
 
 namespace tarvex {
 
-// Whether a term of that kind, from `start` to `end`, matches at the moment. All comparisons are strict: at its very
-// start and end a term does not match. The term's status is the caller's business.
+// Whether a term of that kind, from `start` to `end`, matches at the moment. At its very start and end it does not
+// (B33). The caller checks the term's status.
 bool TermMatches(int kind, CTime start, CTime end, CTime moment);
 
 }  // namespace tarvex

@@ -2,9 +2,9 @@
 
 namespace tarvex {
 
-// The procedure of a worker thread; the parameter is the profile copy to run. Its last act on the copy is to clear the
-// copy's worker-thread field, and it waits for that until the entry has set the field: a run that ends before the entry
-// has stored the thread reference would otherwise leave the field set for ever, and the profile blocked. Always 1.
+// The procedure of a worker thread: runs the profile copy that is its parameter, then clears the copy's worker-thread
+// field. A short run may end before the entry has set that field, so it waits until the field is set: otherwise the
+// field would stay set for ever and block the profile. Always returns 1.
 unsigned WorkerProcedure(void* profile_copy);
 
 }  // namespace tarvex

@@ -1,4 +1,4 @@
-// One forwarding address of a profile.
+// One forwarding address of a profile: loading, saving, copying, and its list of ids.
 
 #include <new>
 #include <optional>

@@ -1,4 +1,4 @@
-// Keeping what a reading came to.
+// Notes which file or directory of an object could not be read.
 
 #include "store/loaded.h"
 

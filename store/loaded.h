@@ -1,6 +1,6 @@
 #pragma once
 
-// Keeping what a reading came to.
+// Notes which file or directory of an object could not be read.
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Pointing the objects of the tree at their directories. These do the work of the members named SetPath, but throw
-// std::bad_alloc, so that an object that is half loaded can be dropped instead of being saved over its own files.
+// Loads the objects of the tree from their directories. These do the work of SetPath but throw std::bad_alloc, so that
+// an object that was half loaded is dropped and never saved over its own files.
 
 #include "tarvex/tree.h"
 

@@ -1,4 +1,4 @@
-// What one run holds of the mailbox.
+// A fetched message, and a list of unique ids that is searched by hash.
 
 #include "tarvex/mail.h"
 

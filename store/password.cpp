@@ -1,4 +1,4 @@
-// Scrambling passwords.
+// Passwords in the form of the settings files, and back.
 
 #include "store/password.h"
 

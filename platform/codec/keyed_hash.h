@@ -1,7 +1,7 @@
 #pragma once
 
-// A hash for tables whose keys strangers choose: without knowing the key of the hash, nobody can make up many texts
-// that collide, which would make every look-up a walk through all of them.
+// A hash for tables of texts that strangers choose. Its key is secret, so nobody can make up many texts that collide
+// and turn every look-up into a walk through all of them.
 
 #include <array>
 #include <cstdint>

@@ -7,8 +7,8 @@
 
 namespace tarvex {
 
-// The header summary of a message or MIME part. Texts are Shift-JIS, unfolded, with encoded words decoded and a blank
-// in the place of every control character; a field that the header lacks is empty.
+// The header summary of a message or MIME part. Texts are Shift-JIS and unfolded; encoded words are decoded, and every
+// control character is a blank. A missing field is empty.
 class CMailInfo {
 public:
     virtual ~CMailInfo() = default;
@@ -51,27 +51,30 @@ public:
 // begins with "--". A view of the text.
 std::string_view HeaderOf(std::string_view text);
 
-// Fills `info` from the header of the text. Names in either letter case, blanks before the colon tolerated, folded
-// lines joined with one blank; of a repeated field the first one counts; a line that is no field is skipped. An encoded
-// word that cannot be decoded stays as it is; the bytes of adjacent words of one character set are joined before they
-// are decoded. In a list of addresses a decoded word that holds such characters as commas or brackets is quoted, so
-// that none of them counts as structure. A raw value with bytes above 0x7F is read as UTF-8 where it is valid UTF-8,
-// else as Shift-JIS; raw ISO-2022-JP is decoded. Linear in the size of the header.
+// Fills `info` from the header of the text. The time is linear in the size of the header.
+//   - Fields: names in either letter case; blanks before the colon are tolerated; folded lines are joined with one
+//     blank; the first of a repeated field counts; a line that is no field is skipped.
+//   - Encoded words: the bytes of adjacent words of one character set are joined before they are decoded. A word that
+//     cannot be decoded stays as it is.
+//   - Lists of addresses: a decoded word that holds a comma, a bracket or the like is quoted, so that it stays one
+//   name.
+//   - Raw bytes above 0x7F: UTF-8 when the value is valid UTF-8, else Shift-JIS. Raw ISO-2022-JP is decoded.
 void MakeMailInfo(std::string_view text, CMailInfo* info);
 
-// The two fields that the structure of a message hangs on, without the cost of the others; from header lines.
+// The two fields that decide how a part is read, without the cost of reading the others. From header lines.
 struct ContentFields {
     std::string content_type;
     std::string content_transfer_encoding;
 };
 ContentFields ReadContentFields(std::string_view header);
 
-// Fills `encoded` with the header lines of `header` (ISO-2022-JP, one field a line, CR LF between them) as they may
-// stand in a mail: non-ASCII text, and text that looks like an encoded word, as encoded words in ISO-2022-JP and
-// Base64, of at most 75 bytes, each beginning and ending in ASCII state and holding whole characters; lines folded at
-// 76 columns where there is a place to fold. What cannot be folded and would make a line longer than 998 bytes becomes
-// encoded words as well. In From, To, CC and Reply-To only words are encoded, never what is structure: brackets,
-// commas, quotes.
+// Fills `encoded` with the header lines of `header` as a mail may hold them. `header` is ISO-2022-JP, one field a line,
+// with CR LF between the lines.
+//   - Encoded words, in ISO-2022-JP and Base64, replace non-ASCII text, text that looks like an encoded word, and text
+//     that cannot be folded and would make a line longer than 998 bytes. Each word has at most 75 bytes, holds whole
+//     characters, and begins and ends in ASCII state.
+//   - Lines are folded at 76 columns, at blanks.
+//   - In From, To, CC and Reply-To only words are encoded, never structure: brackets, commas, quotes.
 void EncodeMailHeader(const std::string* header, std::string* encoded);
 
 }  // namespace tarvex

@@ -44,15 +44,14 @@ std::string ToUpper(std::string_view text);
 // without digits. Saturates at the limits of 32 bits.
 int DecimalValue(std::string_view text);
 
-// The line as far as headers are recognised in it: ASCII letters lowered, every double-byte character blotted out (with
-// 0xFF bytes), so that a trail byte 0x5B or 0x5D never reads as a bracket. Same length as the line.
+// The line in the form in which headers are searched: ASCII letters in lower case, every double-byte character replaced
+// by 0xFF bytes, so that a trail byte 0x5B or 0x5D never reads as a bracket. Same length as the line.
 std::string HeaderView(std::string_view line);
 
-// The text with a blank in the place of every CR and every LF: as it stands in one line of a file.
+// The text with a blank for every CR and every LF, so that it fits in one line of a file.
 std::string WithoutLineBreaks(std::string_view text);
 
-// Whether the line counts for nothing in a settings file: empty, or a comment (";" or "//" first). Expects a trimmed
-// line.
+// Whether a settings file ignores the line: it is empty or a comment (";" or "//" first). Expects a trimmed line.
 bool IsBlankOrComment(std::string_view line);
 
 }  // namespace tarvex

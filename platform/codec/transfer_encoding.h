@@ -7,14 +7,15 @@
 
 namespace tarvex {
 
-// Quoted-printable (RFC 2045 section 6.7). A soft line break goes, with the blanks and tabs before its line end; an "="
-// that begins neither that nor two hexadecimal digits stays as it is.
+// Quoted-printable (RFC 2045 section 6.7). A soft line break is removed, with the blanks and tabs before its line end.
+// Any other "=" that is not followed by two hexadecimal digits stays as it is.
 void QuotedPrintableDecode(const std::string* source, std::string* target);
 
-// Uuencode: the bytes between the line that begins with "begin " and the line "end". Blanks that are missing at the end
-// of a line count as there, and a line that POP3 has dot-stuffed is taken without its extra dot. Without a begin line
-// the result is empty; without an end line, or with a line that is no uuencode, it ends there. It is never longer than
-// the source: lines that lie about their length make it end as well.
+// Uuencode: the bytes between the line that begins with "begin " and the line "end".
+//   - Missing blanks at the end of a line are filled in. The extra dot of a line that POP3 has stuffed is taken off.
+//   - Without a begin line the result is empty. It ends at the first line that is no uuencode, or lies about its
+//   length,
+//     so it is never longer than the source.
 void UUDecode(const std::string* source, std::string* target);
 
 }  // namespace tarvex
