@@ -1,5 +1,5 @@
-# Completion of tarvex for bash. Commands and options are what the command's own --help says; names are what stands in
-# the tree. The line is split here at blanks alone: bash would split an address at its @.
+# Completion of tarvex for bash. Commands and options come from the command's own --help, names from the tree. The line
+# is split at blanks only: bash would split an address at its @.
 
 _tarvex() {
     local line=${COMP_LINE:0:COMP_POINT} words word current previous i
@@ -65,13 +65,13 @@ _tarvex() {
         fi
     fi
 
-    # What stands before an @ in the word is there already, where bash takes the @ for a border.
+    # Where bash splits the word at an @, the part before it is on the line already.
     local there=
     if [[ $COMP_WORDBREAKS == *@* && $current == *@* ]]; then there=${current%@*}@; fi
     COMPREPLY=()
     for word in "${choices[@]}"; do
         if [[ $word != "$current"* ]]; then continue; fi
-        printf -v word %q "${word#"$there"}" # a name may hold what the shell would act upon
+        printf -v word %q "${word#"$there"}" # a name may hold special characters of the shell
         COMPREPLY+=("$word")
     done
 }

@@ -52,7 +52,7 @@ void SweepScratchFolders(const std::string& root) {
             if (IsLeftOver(entry)) fs::remove_all(entry.path());
         }
     } catch (const fs::filesystem_error&) {
-        // What cannot be removed does no harm, and whoever has to work on the tree finds out what is wrong with it.
+        // A folder that stays does no harm; the next command that works on the tree reports what is wrong with it.
     }
 }
 

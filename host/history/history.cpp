@@ -302,7 +302,7 @@ void HistoryWriter::DropOld(std::int64_t profile, CTime now) {
         .Run();
 }
 
-// What is damaged stays for whoever wants to look at it, until there is more damage.
+// The damaged file is kept for inspection, until another one is set aside.
 bool HistoryWriter::SetAside() {
     std::error_code error;
     for (const char* const part : {"-wal", "-shm", ""}) {

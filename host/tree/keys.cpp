@@ -161,7 +161,7 @@ void RequireHostName(const KeyInfo& key, std::string_view host) {
                                "form that begins with xn--)");
     }
     if (std::ranges::count(host, ':') == 1) {
-        throw CommandError(kBadUsage, start + "the port has a key of its own, popport or smtpport");
+        throw CommandError(kBadUsage, start + "leave the port out, and set popport or smtpport");
     }
     if (host.find_first_of("/[]@<>,;\\\"") != std::string_view::npos) {
         throw CommandError(kBadUsage, start + "write it like mail.example.org");

@@ -21,7 +21,7 @@ void AddServeCommand(CLI::App& app, Context& context) {
     constexpr double kLongest = 86400;
     serve
         ->add_option("--every", *every,
-                     "Seconds between two looks at what is due (default 10); a profile is never run more often than "
+                     "Seconds between two checks of what is due (default 10); a profile is never run more often than "
                      "its timer says")
         ->check(CLI::Range(kShortest, kLongest))
         ->type_name("SECONDS");

@@ -363,7 +363,7 @@ void Service::Reload() {
 void Service::Stop(int signal) {
     manager_.Stopping();
     log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')');
-    Signals::Release(signal);  // whoever cannot wait sends it again
+    Signals::Release(signal);  // a second signal ends the process at once
     ReapEndedRuns();
     stopping_ = true;
     look_at_clients_ = true;

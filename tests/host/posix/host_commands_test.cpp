@@ -240,7 +240,7 @@ TEST_F(HostCommands, WhatAKilledEditLeavesIsSweptByTheNextHolderOfTheLock) {
     EXPECT_THAT(ReadFile(Tree() + '/' + ScratchFolders(Tree())[0] + "/popprofile.def.new"), StartsWith("[version]"));
     EXPECT_EQ(Profile().nickname, "");
 
-    Do({"profile", "show", "me@example.org"});  // to whoever only reads it may be in use
+    Do({"profile", "show", "me@example.org"});  // a reading command leaves it alone: it may be in use
     {
         const host::RootLock lock = host::RootLock::Take(Tree(), "serve", 0ms);
         EXPECT_THAT(ScratchFolders(Tree()), IsEmpty());
@@ -562,7 +562,7 @@ TEST_F(HostCommands, CommandsThatOnlyReadChangeNothing) {
             if (as_json) all.emplace_back("--json");
             ChildProcess command(Command(all), Output::Pipe, Variables());
             command.Wait();
-            // The server does not take the password in clear, which is not what the file's form means.
+            // The server refuses the password of this tree.
             const bool asks_servers = words[0] == "plan" || words[0] == "check";
             EXPECT_EQ(command.ExitCode(), asks_servers ? host::kUnavailable : host::kDone) << command.Errors();
             EXPECT_EQ(Everything(home_.Path()), before) << ::testing::PrintToString(all);

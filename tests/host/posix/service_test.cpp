@@ -253,7 +253,7 @@ TEST_F(Serving, AJournalThatNobodyReadsGoesIntoNoOtherFile) {
     EXPECT_EQ(service.ExitCode(), 0);
 }
 
-// More is written than a terminal keeps for who does not read it.
+// More is written than a terminal keeps unread.
 TEST_F(Serving, ATerminalThatNobodyReadsKeepsNoRunWaiting) {
     AddProfile();
     ChildProcess service({TARVEX_HOST, "--root", host_.Root(), "serve", "--every", "0.01"},
