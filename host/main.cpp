@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
 
     Context context;
     app.add_option("--root", context.root_option,
-                   "Root directory of the data tree, in place of the one that appset.def in " +
+                   "Root directory of the data tree, instead of the one that appset.def in " +
                        ShowPath(ConfigurationDirectory()) + " names")
         ->type_name("DIR");
     AddInitCommands(app, context);
