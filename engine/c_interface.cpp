@@ -2,13 +2,18 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
+#include <limits>
 #include <memory>
+#include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "engine/c_result.h"
+#include "platform/codec/japanese.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "tarvex/tarvex.h"
@@ -106,6 +111,24 @@ int Start(tarvex_root& root, const char* name) {
     return kFailed;
 }
 
+// Puts a converted text into the caller's buffer.
+int Deliver(const std::string& text, char* target, int room) {
+    if (text.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max())) throw std::bad_alloc();
+    const int bytes = static_cast<int>(text.size());
+    if (bytes < room) std::memcpy(target, text.c_str(), text.size() + 1);
+    return bytes;
+}
+
+template <class Convert>
+int Converted(const char* source, Convert convert) {
+    if (!source) {
+        last_error = "The text is null.";
+        return kFailed;
+    }
+    return Shielded(
+        kFailed, [&] { return convert(std::string(source)); }, [](const char*) { last_error = kNoMemory; });
+}
+
 }  // namespace
 }  // namespace tarvex
 
@@ -173,5 +196,21 @@ int tarvex_stop(tarvex_root* root) {
 }
 
 void tarvex_close(tarvex_root* root) { delete root; }
+
+int tarvex_utf8_from_text(const char* text, char* utf8, int room) {
+    return tarvex::Converted(text, [&](std::string source) {
+        tarvex::SJisToUtf8(&source, &source);
+        return tarvex::Deliver(source, utf8, room);
+    });
+}
+
+int tarvex_text_from_utf8(const char* utf8, char* text, int room) {
+    return tarvex::Converted(utf8, [&](const std::string& source) {
+        const std::optional<std::string> converted = tarvex::Utf8ToSameSJis(source);
+        if (converted) return tarvex::Deliver(*converted, text, room);
+        tarvex::last_error = "The text is not UTF-8, or has a character that Shift-JIS does not have.";
+        return tarvex::kFailed;
+    });
+}
 
 const char* tarvex_last_error() { return tarvex::last_error; }

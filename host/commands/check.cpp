@@ -123,7 +123,7 @@ Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfil
         list.push_back({{"step", ProbeStepName(step.kind)},
                         {"success", step.failure == PROBE_SUCCESS},
                         {"microseconds", step.microseconds},
-                        {"text", Utf8Text(step.text)},
+                        {"text", Utf8FromText(step.text)},
                         {"advice", Matters(step) ? Json(Advice(step, protocol, setting)) : Json()}});
     }
     return list;
@@ -134,9 +134,9 @@ bool AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
     const PopAnswer pop = AskPop(setting);
     const SmtpAnswer smtp = AskSmtp(setting);
     list.push_back({{"path", ShownName(root, profile.path)},
-                    {"address", Utf8Text(setting.address)},
+                    {"address", Utf8FromText(setting.address)},
                     {"pop3",
-                     {{"server", Utf8Text(ServerOf(setting, Protocol::Pop))},
+                     {{"server", Utf8FromText(ServerOf(setting, Protocol::Pop))},
                       {"port", setting.popport},
                       {"good", pop.good},
                       {"unique_ids", pop.listing.has_uidls != 0},
@@ -144,7 +144,7 @@ bool AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
                       {"bytes", BytesIn(pop.listing)},
                       {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting)}}},
                     {"smtp",
-                     {{"server", Utf8Text(ServerOf(setting, Protocol::Smtp))},
+                     {{"server", Utf8FromText(ServerOf(setting, Protocol::Smtp))},
                       {"port", setting.smtpport},
                       {"good", smtp.good},
                       {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},

@@ -123,11 +123,11 @@ Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
     Json destinations = Json::array();
     for (const CForwardAddress* address : planned.destinations) {
         destinations.push_back({{"path", ShownName(root, address->path)},
-                                {"address", Utf8Text(address->setting.address)},
+                                {"address", Utf8FromText(address->setting.address)},
                                 {"textonly", address->setting.textonly}});
     }
-    return {{"number", Utf8Text(planned.mail.number)},
-            {"uidl", Utf8Text(planned.mail.uidl)},
+    return {{"number", Utf8FromText(planned.mail.number)},
+            {"uidl", Utf8FromText(planned.mail.uidl)},
             {"bytes", planned.mail.size_bytes < 0 ? Json() : Json(planned.mail.size_bytes)},
             {"fetch", planned.fetch != 0},
             {"remove", planned.remove != 0},
@@ -140,7 +140,7 @@ bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTim
     Json addresses = Json::array();
     for (const auto& address : profile.forward_addresses) {
         addresses.push_back({{"path", ShownName(root, address->path)},
-                             {"address", Utf8Text(address->setting.address)},
+                             {"address", Utf8FromText(address->setting.address)},
                              {"takes_part", address->JudgeTakePart(now) != 0}});
     }
     const bool any = AnyTakesPart(profile, now);
@@ -148,12 +148,12 @@ bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTim
     Json mails = Json::array();
     for (const CPlannedMail& planned : inspection.plan) mails.push_back(JsonOf(root, planned));
     list.push_back({{"path", ShownName(root, profile.path)},
-                    {"address", Utf8Text(profile.setting.address)},
+                    {"address", Utf8FromText(profile.setting.address)},
                     {"switched_on", profile.setting.status != 0},
                     {"due", profile.setting.status != 0 && due <= now},
                     {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
                     {"addresses", addresses},
-                    {"error", inspection.listed ? Json() : Json(Utf8Text(inspection.listing.steps.back().text))},
+                    {"error", inspection.listed ? Json() : Json(Utf8FromText(inspection.listing.steps.back().text))},
                     {"messages", mails}});
     return inspection.listed;
 }

@@ -140,7 +140,7 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
         entry["last_run"] = status.last && status.last->start ? Json(ShowIsoTime(*status.last->start)) : Json();
         entry["ended"] = status.last ? Json(Word(status.last->ending)) : Json();
         entry["reason"] =
-            status.last && status.last->ending == Ending::Failed ? Json(Utf8Text(status.last->reason)) : Json();
+            status.last && status.last->ending == Ending::Failed ? Json(Utf8FromText(status.last->reason)) : Json();
         entry["failed_in_a_row"] = status.failed_in_a_row;
         entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
         entry["runs"] = status.runs;

@@ -71,7 +71,7 @@ public:
         for (const std::string& word : words) {
             const std::size_t equals = word.find('=');
             if (equals == std::string::npos)
-                throw CommandError(kBadUsage, "no value for \"" + ShowText(word, "UTF-8") + '"');
+                throw CommandError(kBadUsage, "no value for \"" + ShowUtf8Text(word) + '"');
             Take(word.substr(0, equals), word.substr(equals + 1), false);
         }
         for (const auto& [name, secret] : secrets) Take(name, secret, true);
@@ -139,7 +139,7 @@ public:
         if (kind == "profile") return EditProfile();
         if (kind == "forward") return EditForward();
         if (kind == "schedule") return EditSchedule();
-        throw CommandError(kBadUsage, "an edit cannot begin with \"" + ShowText(kind, "UTF-8") + '"');
+        throw CommandError(kBadUsage, "an edit cannot begin with \"" + ShowUtf8Text(kind) + '"');
     }
 
     std::vector<CString> Touched() {
@@ -160,7 +160,7 @@ private:
     std::string Shown(const CString& path) const { return ShownName(root_, path); }
 
     [[noreturn]] void UnknownVerb() const {
-        throw CommandError(kBadUsage, "an edit cannot be \"" + ShowText(Verb(), "UTF-8") + '"');
+        throw CommandError(kBadUsage, "an edit cannot be \"" + ShowUtf8Text(Verb()) + '"');
     }
 
     // Saves what was changed in the object's setting, or puts the old values back.
@@ -416,7 +416,7 @@ CTerm* Editor::ChosenTerm(const CForwardAddress& forward) const {
     const char* const end = which.data() + which.size();
     const auto [rest, error] = std::from_chars(which.data(), end, number);
     if (error == std::errc() && rest == end && number >= 1 && number <= terms.size()) return terms[number - 1].get();
-    throw CommandError(kNotFound, "there is no term " + ShowText(which, "UTF-8") + "; the schedule has " +
+    throw CommandError(kNotFound, "there is no term " + ShowUtf8Text(which) + "; the schedule has " +
                                       std::to_string(terms.size()) + " (see `tarvex schedule list`)");
 }
 

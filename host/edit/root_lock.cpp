@@ -35,7 +35,7 @@ std::string RootLock::Holder(const std::string& root) {
     std::ifstream file(FileIn(root));
     std::string process, command;
     if (!(file >> process) || !(file >> command)) return "another tarvex";
-    return "tarvex " + ShowText(command, "UTF-8") + " (process " + ShowText(process, "UTF-8") + ")";
+    return "tarvex " + ShowUtf8Text(command) + " (process " + ShowUtf8Text(process) + ")";
 }
 
 }  // namespace tarvex::host

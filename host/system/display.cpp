@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "host/system/converter.h"
 #include "host/system/paths.h"
+#include "tarvex/conversion.h"
 
 namespace tarvex::host {
 namespace {
@@ -40,31 +40,27 @@ std::string Harmless(std::string_view text, std::string_view allowed) {
     return result;
 }
 
-// As UTF-8. What to append for a byte that is no text is said by `replace`.
+// The text with something else in the place of each byte that is no UTF-8.
 template <class Replace>
-std::string ToUtf8(std::string_view text, const char* charset, Replace replace) {
-    Converter converter("UTF-8", charset);
+std::string WellFormed(std::string_view text, Replace replace) {
     std::string result;
     for (;;) {
-        converter.Convert(text, result);
-        if (text.empty()) return result;
-        if (static_cast<unsigned char>(text.front()) < 0x80) {
-            result += text.front();
-        } else {
-            replace(result, text.front());
-        }
-        text.remove_prefix(1);
+        const std::size_t bytes = WellFormedUtf8Bytes(text);
+        result += text.substr(0, bytes);
+        if (bytes == text.size()) return result;
+        replace(result, text[bytes]);
+        text.remove_prefix(bytes + 1);
     }
 }
 
 }  // namespace
 
-std::string ShowText(std::string_view text, const char* charset) { return Harmless(Utf8Text(text, charset), "\n\t"); }
+std::string ShowText(std::string_view text) { return Harmless(Utf8FromText(text), "\n\t"); }
 
-std::string Utf8Text(std::string_view text, const char* charset) {
-    return ToUtf8(text, charset, [](std::string& result, char) { result += '?'; });
+std::string ShowUtf8Text(std::string_view text) {
+    return Harmless(WellFormed(text, [](std::string& result, char) { result += '?'; }), "\n\t");
 }
 
-std::string ShowPath(std::string_view path) { return Harmless(ToUtf8(PathAsUtf8(path), "UTF-8", AppendHarmless), ""); }
+std::string ShowPath(std::string_view path) { return Harmless(WellFormed(PathAsUtf8(path), AppendHarmless), ""); }
 
 }  // namespace tarvex::host

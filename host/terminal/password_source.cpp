@@ -44,7 +44,7 @@ std::string SecretFromFile(const std::string& path) {
     std::ifstream file(NativePath(TreePath(path)));
     std::string secret;
     if (!file || !std::getline(file, secret)) {
-        throw CommandError(kNotFound, "cannot read a password from \"" + ShowText(path, "UTF-8") +
+        throw CommandError(kNotFound, "cannot read a password from \"" + ShowUtf8Text(path) +
                                           "\": " + (file.eof() ? "it is empty" : std::strerror(errno)));
     }
     if (secret.ends_with('\r')) secret.pop_back();

@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 
 #include "host/system/command_error.h"
-#include "host/system/converter.h"
-#include "host/system/display.h"
+#include "tarvex/conversion.h"
 
 namespace tarvex::host {
 namespace {
@@ -36,44 +36,26 @@ std::string Number(const char* format, std::uint32_t number) {
     return text.data();
 }
 
-std::string Converted(std::string_view text, const char* to, const char* from) {
-    Converter converter(to, from);
-    if (!converter.IsThere()) {
-        throw CommandError(kTryLater, std::string("the system has no converter from ") + from + " to " + to +
-                                          " now (too many open files, or no memory?)");
-    }
-    std::string result;
-    converter.Convert(text, result);
-    return text.empty() ? result : std::string();
-}
-
-// Some signs have two code points, and Shift-JIS one of them (the wave dash, the minus sign): those are stored. But a
-// yen sign must not become a backslash, nor an overline a tilde.
-bool IsReadBack(std::string_view character, const std::string& stored) {
-    if (stored.empty()) return false;
-    return stored.size() == 2 || Utf8Text(stored) == character;
-}
-
 }  // namespace
 
 std::string ToStored(std::string_view text) {
     std::string stored;
     while (!text.empty()) {
         const std::string_view character = text.substr(0, AnnouncedBytes(static_cast<unsigned char>(text.front())));
-        if (Converted(character, "UTF-8", "UTF-8").empty()) {
+        if (WellFormedUtf8Bytes(character) < character.size()) {
             throw CommandError(kBadData, "the byte " + Number("0x%02X", static_cast<unsigned char>(text.front())) +
                                              " is not UTF-8, the character set in which tarvex reads its words");
         }
         const std::uint32_t code = CodePoint(character);
         const std::string name = Number("U+%04X", code);
         if (IsControl(code)) throw CommandError(kBadData, "the control character " + name + " cannot be stored");
-        const std::string converted = Converted(character, "CP932", "UTF-8");
-        if (!IsReadBack(character, converted)) {
+        const std::optional<CString> converted = TextFromUtf8(character);
+        if (!converted) {
             throw CommandError(kBadData,
                                "the character \"" + std::string(character) + "\" (" + name +
                                    ") cannot be stored: Shift-JIS, the character set of the tree, does not have it");
         }
-        stored += converted;
+        stored += *converted;
         text.remove_prefix(character.size());
     }
     return stored;

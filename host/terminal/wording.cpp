@@ -30,6 +30,20 @@ std::string WithDecimal(double value, const char* unit) {
 
 bool IsContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
+std::string_view FirstLine(std::string_view text) { return text.substr(0, text.find_first_of("\r\n")); }
+
+std::string Shortened(std::string line, std::size_t columns) {
+    constexpr std::string_view kMore = "...";
+    constexpr std::size_t kMostBytes = 4;  // of a character
+    if (Columns(line) <= columns) return line;
+    line.resize(std::min(line.size(), columns * kMostBytes));
+    while (Columns(line) + kMore.size() > columns) {
+        while (IsContinuation(line.back())) line.pop_back();
+        line.pop_back();
+    }
+    return line.append(kMore);
+}
+
 }  // namespace
 
 std::string ShowBytes(std::int64_t bytes) {
@@ -61,17 +75,12 @@ std::string ShowSpan(std::int64_t seconds) {
     return ShowCount(seconds / kDay, "day");
 }
 
-std::string OneLine(std::string_view text, std::size_t columns, const char* charset) {
-    constexpr std::string_view kMore = "...";
-    constexpr std::size_t kMostBytes = 4;  // of a character
-    std::string line = ShowText(text.substr(0, text.find_first_of("\r\n")), charset);
-    if (Columns(line) <= columns) return line;
-    line.resize(std::min(line.size(), columns * kMostBytes));
-    while (Columns(line) + kMore.size() > columns) {
-        while (IsContinuation(line.back())) line.pop_back();
-        line.pop_back();
-    }
-    return line.append(kMore);
+std::string OneLine(std::string_view text, std::size_t columns) {
+    return Shortened(ShowText(FirstLine(text)), columns);
+}
+
+std::string OneLineOfUtf8(std::string_view text, std::size_t columns) {
+    return Shortened(ShowUtf8Text(FirstLine(text)), columns);
 }
 
 std::string Paragraph(std::string_view text, std::size_t blanks) {

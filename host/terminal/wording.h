@@ -19,7 +19,9 @@ std::string ShowIsoTime(CTime moment);                              // "2009-03-
 std::string ShowSpan(std::int64_t seconds);                         // "40 s", "7 min", "3 h", "12 days"
 
 // The first line of bytes that came from elsewhere, fit to be shown and shortened to at most that many columns.
-std::string OneLine(std::string_view text, std::size_t columns, const char* charset = "CP932");
+// Tree text is Shift-JIS.
+std::string OneLine(std::string_view text, std::size_t columns);
+std::string OneLineOfUtf8(std::string_view text, std::size_t columns);
 
 // Lines of at most 100 columns, each behind the blanks and ended.
 std::string Paragraph(std::string_view text, std::size_t blanks);

@@ -16,6 +16,7 @@
 #include "host/system/tree_owner.h"
 #include "host/terminal/tree_text.h"
 #include "host/terminal/wording.h"
+#include "tarvex/conversion.h"
 
 namespace tarvex::host {
 namespace {
@@ -153,7 +154,7 @@ bool IsPlainAscii(std::string_view text) {
 }
 
 void RequireHostName(const KeyInfo& key, std::string_view host) {
-    const std::string start = std::string(key.name) + " \"" + ShowText(host, "UTF-8") + "\" is not a host name: ";
+    const std::string start = std::string(key.name) + " \"" + ShowUtf8Text(host) + "\" is not a host name: ";
     if (!IsPlainAscii(host)) {
         throw CommandError(kBadUsage,
                            start +
@@ -185,7 +186,7 @@ void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view
     const bool good = at != std::string_view::npos && at > 0 && at + 1 < plain.size() && IsPlainAscii(plain) &&
                       plain.find_first_of("<>(),;") == std::string_view::npos;
     if (good) return;
-    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowText(given, "UTF-8") +
+    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowUtf8Text(given) +
                                       "\" is not a mail address; write it like me@example.org" +
                                       (key.type == KeyType::Recipient ? " or Taro <taro@example.org>" : ""));
 }
@@ -226,7 +227,7 @@ int NumberValue(const KeyInfo& key, std::string_view word) {
     const char* const end = word.data() + word.size();
     const auto [rest, error] = std::from_chars(word.data(), end, value);
     if (error != std::errc() || rest != end || word.empty() || value < key.lowest || value > key.highest) {
-        throw CommandError(kBadUsage, std::string(key.name) + " cannot be \"" + ShowText(word, "UTF-8") + "\"; it is " +
+        throw CommandError(kBadUsage, std::string(key.name) + " cannot be \"" + ShowUtf8Text(word) + "\"; it is " +
                                           AllowedValues(key));
     }
     return value;
@@ -262,7 +263,7 @@ template <class Record>
 const Key<Record>& KeyNamed(std::string_view name) {
     const std::span<const Key<Record>> keys = Keys<Record>();
     const auto found = std::ranges::find_if(keys, [&](const Key<Record>& key) { return key.name == name; });
-    if (found == keys.end()) throw CommandError(kBadUsage, "there is no key \"" + ShowText(name, "UTF-8") + "\" here");
+    if (found == keys.end()) throw CommandError(kBadUsage, "there is no key \"" + ShowUtf8Text(name) + "\" here");
     return *found;
 }
 
@@ -324,7 +325,7 @@ nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key) {
     }
     const CString& text = record.*std::get<CString Record::*>(key.field);
     if (key.type == KeyType::Password) return text.empty() ? nlohmann::ordered_json(nullptr) : "(set)";
-    return key.type == KeyType::Path ? NativePath(text).string() : Utf8Text(text);
+    return key.type == KeyType::Path ? NativePath(text).string() : Utf8FromText(text);
 }
 
 bool SameMailbox(const CString& left, const CString& right) {
@@ -345,7 +346,7 @@ CTime ParseMoment(std::string_view text) {
     const CTime moment = GetCTime(commas.data());
     if (count != 5 || word.rfind(':') + 3 != word.size() || used != static_cast<int>(word.size()) ||
         ShowMoment(moment) != normal.data()) {
-        throw CommandError(kBadUsage, '"' + ShowText(text, "UTF-8") +
+        throw CommandError(kBadUsage, '"' + ShowUtf8Text(text) +
                                           "\" is not a moment; write now, never or a time like 2026-12-24 18:00");
     }
     return moment;

@@ -13,6 +13,7 @@
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/schedule_text.h"
+#include "tarvex/conversion.h"
 
 namespace tarvex::host {
 namespace {
@@ -47,8 +48,8 @@ Json JsonOfTerms(const CScheduleSetting& schedule) {
                          {"term", WriteTerm(term)},
                          {"meaning", DescribeTerm(term)},
                          {"kind", term.kind},
-                         {"start", Utf8Text(term.start)},
-                         {"end", Utf8Text(term.end)}});
+                         {"start", Utf8FromText(term.start)},
+                         {"end", Utf8FromText(term.end)}});
     }
     return terms;
 }

@@ -160,7 +160,7 @@ std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view gi
                    const std::string& command) {
     std::string name(given);
     while (name.size() > 1 && name.ends_with('/')) name.pop_back();
-    const std::string quoted = '"' + ShowText(name, "UTF-8") + '"';
+    const std::string quoted = '"' + ShowUtf8Text(name) + '"';
     const std::vector<std::size_t> found = Matching(candidates, name);
     if (found.size() == 1) return found.front();
     if (found.size() > 1) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "tarvex/conversion.h"
 #include "tarvex/plan.h"
 #include "tarvex/probe.h"
 #include "tarvex/tree.h"

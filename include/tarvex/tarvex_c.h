@@ -181,6 +181,18 @@ TARVEX_C_API void TARVEX_C_CALL tarvex_close(tarvex_root* root);
    failure. It is owned by the library and never freed. */
 TARVEX_C_API const char* TARVEX_C_CALL tarvex_last_error(void);
 
+/* ---- text: the tree's files and logs hold Shift-JIS */
+
+/* Writes the Shift-JIS text `text` as UTF-8 to `utf8`, and the UTF-8 `utf8` as Shift-JIS to `text`. Both end with a
+   zero byte. `room` is the size of the target in bytes; the caller owns it, and it may be null when `room` is 0. The
+   result is the length of the whole converted text without its zero byte: when it is not less than `room`, the target
+   was too small and is left as it was.
+   To UTF-8 every text has a form: a byte that belongs to no character becomes "?". To Shift-JIS the result is -1, with
+   the target left as it was, when the source is not UTF-8 or has a character that Shift-JIS does not have. -1 as well
+   for a null source and when memory runs out. */
+TARVEX_C_API int TARVEX_C_CALL tarvex_utf8_from_text(const char* text, char* utf8, int room);
+TARVEX_C_API int TARVEX_C_CALL tarvex_text_from_utf8(const char* utf8, char* text, int room);
+
 #ifdef __cplusplus
 }
 #endif

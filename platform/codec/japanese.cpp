@@ -205,6 +205,49 @@ inline Utf8Step ReadUtf8(std::string_view text) {
 
 bool IsVariationSelector(char32_t character) { return character >= 0xE0100 && character <= 0xE01EF; }
 
+// 0 for a code without a character.
+char16_t UnicodeOf(Code code) {
+    if (code < 0x80) return code;
+    if (code <= 0xFF) return static_cast<char16_t>(0xFF61 - 0xA1 + code);
+    const std::size_t index = IndexOf(code);
+    const std::size_t first_user_defined = IndexOf(0xF040);
+    if (index < first_user_defined || index >= first_user_defined + kUserDefinedCharacters)
+        return kCp932ToUnicode[index];
+    return static_cast<char16_t>(kFirstUserDefined + (index - first_user_defined));
+}
+
+// The signs that Unicode has twice and the code page once, under another code point. Foldings also join what only looks
+// alike: a yen sign is no full-width yen sign.
+constexpr std::u16string_view kSignsOfTwoCodePoints = u"\u00A2\u00A3\u00AC\u2014\u2016\u2212\u301C";
+
+void AddCodeOrByte(Code code, Output& out) {
+    if (code > 0xFF) {
+        out.AddCode(code);
+    } else {
+        out.AddByte(static_cast<char>(code));
+    }
+}
+
+// The code that stands for the same character; 0 when there is none.
+Code SameCode(const UnicodeTable& table, char32_t character) {
+    if (character > 0xFFFF) return 0;
+    const auto unit = static_cast<char16_t>(character);
+    const Code code = table[unit];
+    if (code == 0 || code == UnicodeTable::kDropped) return 0;
+    return UnicodeOf(code) == unit || kSignsOfTwoCodePoints.find(unit) != std::u16string_view::npos ? code : Code{0};
+}
+
+void AddUtf8(char16_t character, Output& out) {
+    const auto low = [character](int shift) { return static_cast<char>(0x80 | (character >> shift & 0x3F)); };
+    if (character < 0x800) {
+        out.AddByte(static_cast<char>(0xC0 | character >> 6));
+    } else {
+        out.AddByte(static_cast<char>(0xE0 | character >> 12));
+        out.AddByte(low(6));
+    }
+    out.AddByte(low(0));
+}
+
 void AddUnicode(const UnicodeTable& table, char32_t character, Output& out) {
     if (character > 0xFFFF) {
         if (!IsVariationSelector(character)) out.AddCode(kGetaSJis);
@@ -212,13 +255,7 @@ void AddUnicode(const UnicodeTable& table, char32_t character, Output& out) {
     }
     const Code code = table[static_cast<char16_t>(character)];
     if (code == UnicodeTable::kDropped) return;
-    if (code == 0) {
-        out.AddCode(kGetaSJis);
-    } else if (code > 0xFF) {
-        out.AddCode(code);
-    } else {
-        out.AddByte(static_cast<char>(code));
-    }
+    AddCodeOrByte(code == 0 ? kGetaSJis : code, out);
 }
 
 // ---- ISO-2022-JP, reading
@@ -427,14 +464,59 @@ void EucToSJis(const std::string* source, std::string* target) {
     *target = out.Take();
 }
 
-bool IsUtf8(std::string_view text) {
+std::size_t WellFormedUtf8Bytes(std::string_view text) {
+    const std::size_t bytes = text.size();
     for (;;) {
         text.remove_prefix(AsciiBytes(text));
-        if (text.empty()) return true;
+        if (text.empty()) return bytes;
         const Utf8Step step = ReadUtf8(text);
-        if (step.character == kIllFormed) return false;
+        if (step.character == kIllFormed) return bytes - text.size();
         text.remove_prefix(step.length);
     }
+}
+
+bool IsUtf8(std::string_view text) { return WellFormedUtf8Bytes(text) == text.size(); }
+
+std::optional<std::string> Utf8ToSameSJis(std::string_view utf8) {
+    Output out(utf8.size());
+    const UnicodeTable& table = UnicodeTable::Get();
+    for (;;) {
+        const std::size_t ascii = AsciiBytes(utf8);
+        out.AddText(utf8.substr(0, ascii));
+        utf8.remove_prefix(ascii);
+        if (utf8.empty()) return out.Take();
+
+        const Utf8Step step = ReadUtf8(utf8);
+        const Code code = step.character == kIllFormed ? Code{0} : SameCode(table, step.character);
+        if (code == 0) return std::nullopt;
+        AddCodeOrByte(code, out);
+        utf8.remove_prefix(step.length);
+    }
+}
+
+void SJisToUtf8(const std::string* source, std::string* target) {
+    std::string_view text = *source;
+    Output out(text.size() + text.size() / 2);
+    while (!text.empty()) {
+        const std::size_t ascii = AsciiBytes(text);
+        out.AddText(text.substr(0, ascii));
+        text.remove_prefix(ascii);
+        if (text.empty()) break;
+
+        const Byte first = At(text, 0);
+        const std::size_t bytes = CharacterBytes(text);
+        const bool is_code = bytes == 2 || IsHalfWidth(first);
+        const char16_t character =
+            is_code ? UnicodeOf(bytes == 2 ? static_cast<Code>(first << 8 | At(text, 1)) : Code{first}) : u'\0';
+        if (character == 0) {
+            out.AddByte('?');
+            text.remove_prefix(1);
+        } else {
+            AddUtf8(character, out);
+            text.remove_prefix(bytes);
+        }
+    }
+    *target = out.Take();
 }
 
 void Utf8ToSJis(const std::string* source, std::string* target) {

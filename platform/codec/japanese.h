@@ -4,6 +4,8 @@
 // the same object, in one pass; every input has a result. What a code cannot express becomes a geta mark (0x81 0xAC),
 // what is broken a "?".
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -21,8 +23,16 @@ void EucToSJis(const std::string* source, std::string* target);
 // sequence becomes one "?".
 void Utf8ToSJis(const std::string* source, std::string* target);
 
-// Whether the text is well-formed UTF-8.
+// UTF-8 whose every character is the same in Shift-JIS, or a sign of which Unicode has two and Shift-JIS one (the wave
+// dash, the minus sign). Nothing when another character is in it, or when it is not well-formed.
+std::optional<std::string> Utf8ToSameSJis(std::string_view utf8);
+
+// Shift-JIS as UTF-8. Each byte that belongs to no character becomes "?".
+void SJisToUtf8(const std::string* source, std::string* target);
+
+// Whether the text is well-formed UTF-8, and how many bytes at its beginning are.
 bool IsUtf8(std::string_view text);
+std::size_t WellFormedUtf8Bytes(std::string_view text);
 
 // ISO-2022-JP, in ASCII state at each line end and at the end. Half-width katakana become full-width ones, joined with
 // their voice marks; IBM extension characters take their code within the 94 rows; other codes outside of the rows

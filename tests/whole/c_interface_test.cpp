@@ -55,6 +55,40 @@ TEST(CInterface, LastErrorIsThatOfTheThread) {
     EXPECT_THAT(tarvex_last_error(), StrEq("The root is null."));
 }
 
+TEST(CInterface, TextIsConvertedIntoTheCallersBuffer) {
+    std::string buffer(8, 'x');
+    EXPECT_EQ(tarvex_utf8_from_text("\x82\xA0?\x80", buffer.data(), 8), 5);
+    EXPECT_THAT(buffer.c_str(), StrEq("\u3042??"));
+    EXPECT_EQ(tarvex_text_from_utf8("\u3042b", buffer.data(), 4), 3);
+    EXPECT_THAT(buffer.c_str(), StrEq("\x82\xA0"
+                                      "b"));
+    EXPECT_EQ(tarvex_utf8_from_text("", buffer.data(), 1), 0);
+    EXPECT_THAT(buffer.c_str(), StrEq(""));
+}
+
+TEST(CInterface, TargetThatIsTooSmallIsLeftAsItWas) {
+    std::string buffer = "xxxx";
+    EXPECT_EQ(tarvex_utf8_from_text("\x82\xA0z", buffer.data(), 4), 4);
+    EXPECT_EQ(tarvex_text_from_utf8("abc", buffer.data(), 3), 3);
+    EXPECT_EQ(buffer, "xxxx");
+    EXPECT_EQ(tarvex_utf8_from_text("abc", nullptr, 0), 3);
+    EXPECT_EQ(tarvex_text_from_utf8("abc", nullptr, 0), 3);
+}
+
+TEST(CInterface, TextThatCannotBeConvertedIsRefused) {
+    std::string buffer = "xxxx";
+    for (const char* utf8 : {"\u00E9", "\x80"}) {
+        EXPECT_EQ(tarvex_text_from_utf8(utf8, buffer.data(), 4), -1);
+        EXPECT_THAT(tarvex_last_error(),
+                    StrEq("The text is not UTF-8, or has a character that Shift-JIS does not have."));
+    }
+    for (auto* const convert : {tarvex_text_from_utf8, tarvex_utf8_from_text}) {
+        EXPECT_EQ(convert(nullptr, buffer.data(), 4), -1);
+        EXPECT_THAT(tarvex_last_error(), StrEq("The text is null."));
+    }
+    EXPECT_EQ(buffer, "xxxx");
+}
+
 TEST(CInterface, OperationsOnANullRootFail) {
     EXPECT_EQ(tarvex_run(nullptr), -1);
     EXPECT_EQ(tarvex_running(nullptr), -1);

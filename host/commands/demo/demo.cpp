@@ -22,6 +22,7 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
+#include "host/terminal/tree_text.h"
 #include "host/tree/run_log.h"
 #include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
@@ -84,7 +85,7 @@ std::string BodyOf(const std::string& mail) {
 std::string Beginning(std::string text) {
     constexpr std::size_t kShown_bytes = 60;
     std::ranges::replace(text, '\n', ' ');
-    return ShowText(text.substr(0, kShown_bytes), "US-ASCII") + (text.size() > kShown_bytes ? "..." : "");
+    return ShowText(text.substr(0, kShown_bytes)) + (text.size() > kShown_bytes ? "..." : "");
 }
 
 // The lines that are not empty.
@@ -126,7 +127,7 @@ CTerm OpenNow() {
 
 void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
     CUser& user = Created(root.CreateNewUser(kUser, kPassword, 1));
-    CPopProfile& profile = Created(user.CreateNewPopProfile(FromUtf8("デモ", "CP932"), "demo@tarvex.example"));
+    CPopProfile& profile = Created(user.CreateNewPopProfile(ToStored("デモ"), "demo@tarvex.example"));
     CPopProfileSetting& setting = profile.setting;
     setting.popserver = "127.0.0.1";
     setting.popport = pop_port;
@@ -139,7 +140,7 @@ void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
     setting.timer = 0;
     profile.SaveSetting();
 
-    Created(profile.CreateNewForwardAddress("phone", FromUtf8("携帯", "CP932") + " <" + kPhone + ">"));
+    Created(profile.CreateNewForwardAddress("phone", ToStored("携帯") + " <" + kPhone + ">"));
     CForwardAddress& office = Created(profile.CreateNewForwardAddress("office", kOffice));
     const CTerm term = OpenNow();
     office.schedule.AddNewTerm(&term);
@@ -149,7 +150,7 @@ void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
     pager.setting.textonly = kPagerLimit_bytes;
     pager.setting.cutwhite = 1;
     pager.setting.htmltotext = 1;
-    pager.setting.compress_words = FromUtf8("- = * 　", "CP932");
+    pager.setting.compress_words = ToStored("- = * 　");
     pager.SaveSetting();
 }
 
@@ -250,7 +251,7 @@ private:
         screen_.Title("Where they differ: what phone was sent, and what pager can read");
         for (const DemoMail& mail : mails) {
             const std::string whole = BodyOf(mail.whole);
-            const std::vector<std::string> lines = LinesOf(ShowText(BodyOf(mail.reduced), "ISO-2022-JP"));
+            const std::vector<std::string> lines = LinesOf(ShowText(TextFromJis(BodyOf(mail.reduced))));
             if (copies_[{kPager, mail.uidl}] == 0 || lines == LinesOf(whole)) continue;
             screen_.Plain(mail.title);
             screen_.Plain(screen_.Dim("    phone  " + Beginning(whole)));

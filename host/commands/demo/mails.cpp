@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/system/converter.h"
+#include "tarvex/conversion.h"
 
 namespace tarvex::host {
 namespace {
@@ -41,9 +41,14 @@ bool IsAscii(std::string_view text) {
     return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
+// UTF-8 text in one of the character sets above; ASCII text is UTF-8 already.
+std::string InCharset(const std::string& utf8, std::string_view charset) {
+    return charset == kJis ? JisFromText(TextFromUtf8(utf8).value()) : utf8;
+}
+
 std::string EncodedWord(const std::string& utf8, const char* charset) {
     if (IsAscii(utf8)) return utf8;
-    return "=?" + std::string(charset) + "?B?" + Base64(FromUtf8(utf8, charset)) + "?=";
+    return "=?" + std::string(charset) + "?B?" + Base64(InCharset(utf8, charset)) + "?=";
 }
 
 struct Heading {
@@ -71,7 +76,7 @@ DemoMail Mail(std::string uidl, std::string title, const Heading& heading, const
     return {std::move(uidl), std::move(title),
             "Return-Path: <sender@example.org>\r\n" + Fields(heading, charset) + content,
             Fields(heading, kJis) + "Content-Type: text/plain; charset=\"" + short_charset + "\"\r\n\r\n" +
-                FromUtf8(short_text, short_charset) + "\r\n"};
+                InCharset(short_text, short_charset) + "\r\n"};
 }
 
 DemoMail Plain() {
@@ -84,9 +89,9 @@ DemoMail Plain() {
 DemoMail Japanese() {
     return Mail("demo-0002", "会議の資料", {"山田 太郎", "yamada@example.jp", "会議の資料"}, kJis,
                 "Content-Type: text/plain; charset=ISO-2022-JP\r\nContent-Transfer-Encoding: 7bit\r\n\r\n" +
-                    FromUtf8("お世話になっております。\r\n会議の資料をお送りします。\r\n"
-                             "次回は来週の火曜日、午後三時からです。\r\n",
-                             kJis),
+                    InCharset("お世話になっております。\r\n会議の資料をお送りします。\r\n"
+                              "次回は来週の火曜日、午後三時からです。\r\n",
+                              kJis),
                 "お世話になっております。\r\n会議の資料をお送りします。\r\n次回は来週の火曜日、午後三時からです。");
 }
 
@@ -118,14 +123,14 @@ DemoMail Long() {
     return Mail(
         "demo-0005", "町内会だより (too long for the pager)", {"町内会", "chonaikai@example.jp", "町内会だより"}, kJis,
         "Content-Type: text/plain; charset=ISO-2022-JP\r\nContent-Transfer-Encoding: 7bit\r\n\r\n" +
-            FromUtf8("----------------------------------------\r\n"
-                     "　　　町内会だより　　十一月号\r\n"
-                     "----------------------------------------\r\n\r\n"
-                     "もちつき大会は12月6日、公園で行います。\r\n"
-                     "雨の日は集会所です。\r\n"
-                     "エプロンと手ぬぐいをお持ちください。\r\n\r\n"
-                     "ごみの収集は年末まで変わりません。\r\n",
-                     kJis),
+            InCharset("----------------------------------------\r\n"
+                      "　　　町内会だより　　十一月号\r\n"
+                      "----------------------------------------\r\n\r\n"
+                      "もちつき大会は12月6日、公園で行います。\r\n"
+                      "雨の日は集会所です。\r\n"
+                      "エプロンと手ぬぐいをお持ちください。\r\n\r\n"
+                      "ごみの収集は年末まで変わりません。\r\n",
+                      kJis),
         // Cut in the middle of a character, and back from there to one whose second byte is a letter by itself.
         "-\r\n　町内会だより　十一月号\r\n-\r\nもちつき大会は12月6日、公園で行います。\r\n雨の日は集会所です。\r\n"
         "エプロンと手ぬぐいをお");
@@ -173,15 +178,6 @@ DemoMail LaterDemoMail() {
     return Mail("demo-0009", "Re: Lunch on Friday?", {"Alice", "alice@example.org", "Re: Lunch on Friday?"}, kAscii,
                 "Content-Type: text/plain\r\n\r\nA table for three is booked.\r\n\r\nAlice\r\n",
                 "A table for three is booked.\r\nAlice");
-}
-
-std::string FromUtf8(std::string_view text, const char* charset) {
-    Converter converter(charset, "UTF-8");
-    std::string result;
-    converter.Convert(text, result);
-    if (!text.empty()) throw std::runtime_error(std::string("cannot convert to ") + charset);
-    converter.Finish(result);
-    return result;
 }
 
 }  // namespace tarvex::host

@@ -3,7 +3,6 @@
 // The mailbox of the demo.
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace tarvex::host {
@@ -21,8 +20,5 @@ std::vector<DemoMail> FirstDemoMails();
 
 // The mail that arrives later.
 DemoMail LaterDemoMail();
-
-// UTF-8 text in another character set that the system's converter knows; throws std::runtime_error when that fails.
-std::string FromUtf8(std::string_view text, const char* charset);
 
 }  // namespace tarvex::host

@@ -75,7 +75,7 @@ std::string BytesOf(std::string_view text) {
 
 std::string BytesIn(const Json& json) { return BytesOf(json.get_ref<const std::string&>()); }
 
-std::string ShownIn(const Json& json) { return ShowText(BytesIn(json), "UTF-8"); }
+std::string ShownIn(const Json& json) { return ShowUtf8Text(BytesIn(json)); }
 
 std::vector<std::string> ListOf(const Json& json) {
     std::vector<std::string> list;

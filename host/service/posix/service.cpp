@@ -87,13 +87,13 @@ RootLock TakeRoot(const std::string& directory) {
 std::string Headline(const EditRequest& request) {
     std::string text = request.words[0] + ' ' + request.words[1];
     if (request.words.size() > 2 && request.words[2].find('=') == std::string::npos) text += ' ' + request.words[2];
-    return OneLine(text, kHeadlineColumns, "UTF-8");
+    return OneLineOfUtf8(text, kHeadlineColumns);
 }
 
 std::string Headline(const RunRequest& request) {
     std::string text = "run";
     for (const std::string& name : request.names) text += ' ' + name;
-    return OneLine(text, kHeadlineColumns, "UTF-8") + (request.now ? " --now" : "");
+    return OneLineOfUtf8(text, kHeadlineColumns) + (request.now ? " --now" : "");
 }
 
 }  // namespace
@@ -220,7 +220,7 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     const std::string headline = Headline(request);
     Reply reply{{}, kRootHasGone};
     const int code = !HasRoot() ? kCannotWrite : Edit(root_, request, reply);
-    code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLine(reply.error, kReasonColumns, "UTF-8"));
+    code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLineOfUtf8(reply.error, kReasonColumns));
     client.Answer(code, reply);
     return true;
 }

@@ -19,7 +19,7 @@ std::string TreePath(std::string_view typed) {
     const std::wstring wide = Wide(CP_UTF8, typed);
     std::string path = Narrow(CP_ACP, wide);
     if (NativePath(path) != wide) {
-        throw CommandError(kBadUsage, "the path \"" + ShowText(typed, "UTF-8") +
+        throw CommandError(kBadUsage, "the path \"" + ShowUtf8Text(typed) +
                                           "\" has characters that the code page of this system does not have");
     }
     return path;

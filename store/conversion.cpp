@@ -1,0 +1,35 @@
+// Text of the tree in other encodings, for hosts.
+
+#include "tarvex/conversion.h"
+
+#include <string>
+
+#include "platform/codec/japanese.h"
+#include "platform/os/shield.h"
+
+using tarvex::Shielded;
+
+namespace {
+
+template <class Convert>
+CString Converted(std::string_view source, Convert convert) {
+    return Shielded(CString(), [&] {
+        CString text(source);
+        convert(&text, &text);
+        return text;
+    });
+}
+
+}  // namespace
+
+CString Utf8FromText(std::string_view text) { return Converted(text, tarvex::SJisToUtf8); }
+
+CString TextFromJis(std::string_view jis) { return Converted(jis, tarvex::JisToSJis); }
+
+CString JisFromText(std::string_view text) { return Converted(text, tarvex::SJisToJis); }
+
+std::optional<CString> TextFromUtf8(std::string_view utf8) {
+    return Shielded(std::optional<CString>(), [&] { return tarvex::Utf8ToSameSJis(utf8); });
+}
+
+std::size_t WellFormedUtf8Bytes(std::string_view text) { return tarvex::WellFormedUtf8Bytes(text); }
