@@ -2,6 +2,7 @@
 
 #include "tarvex/probe.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -37,6 +38,31 @@ CProbeStepKind KindOf(ConnectStep step) {
             break;
     }
     return PROBE_GREETING;
+}
+
+// A refusal that may be none later: of SMTP (RFC 5321), or by a response code of POP3 (RFC 2449, RFC 3206).
+bool IsForNow(std::string_view reply) {
+    constexpr std::array kForNow = {"4", "-ERR [IN-USE]", "-ERR [LOGIN-DELAY]", "-ERR [SYS/TEMP]"};
+    return std::ranges::any_of(kForNow, [reply](const char* begin) { return reply.starts_with(begin); });
+}
+
+CProbeReason ReasonOf(FailureKind kind, std::string_view reply) {
+    switch (kind) {
+        case FailureKind::NotListening:
+            return CProbeReason::NotListening;
+        case FailureKind::NoRoute:
+            return CProbeReason::NoRoute;
+        case FailureKind::CertificateOfOther:
+            return CProbeReason::OtherName;
+        case FailureKind::CertificateOutOfDate:
+            return CProbeReason::OutOfDate;
+        case FailureKind::CertificateNotTrusted:
+            return CProbeReason::NotTrusted;
+        case FailureKind::None:
+            return IsForNow(reply) ? CProbeReason::ForNow : CProbeReason::None;
+        default:
+            return CProbeReason::None;
+    }
 }
 
 CProbeFailure FailureOf(FailureKind kind) {
@@ -87,10 +113,11 @@ public:
         EndTime();
         CProbeStep& step = steps_.back();
         step.text = last_reply();
-        if (success) return true;
         const Failure& failure = socket_.LastFailure();
-        if (failure) step.text = failure.reason;
+        if (success) return true;
         step.failure = FailureOf(failure.kind);
+        step.reason = ReasonOf(failure.kind, step.text);
+        if (failure) step.text = failure.reason;
         return false;
     }
 

@@ -43,12 +43,12 @@ std::string OnName(const Words& words) {
            " for a typing error. If it is right, the name service (DNS) of this machine does not answer.";
 }
 
-std::string OnConnection(const Words& words, const CString& reason) {
-    if (reason.find("refused") != CString::npos) {
+std::string OnConnection(const Words& words, CProbeReason reason) {
+    if (reason == CProbeReason::NotListening) {
         return "Nothing listens there: " + words.port_key + " may be wrong (" + UsualPorts(words) +
                "), or the server is down.";
     }
-    if (reason.find("unreachable") != CString::npos || reason.find("route") != CString::npos) {
+    if (reason == CProbeReason::NoRoute) {
         return "The server cannot be reached: this machine may be off the network, or " + words.server_key +
                " may be wrong.";
     }
@@ -85,17 +85,16 @@ std::string OnTls(const Words& words) {
            ": 465 usually does; for 587 and 25 set --sslsmtp starttls.";
 }
 
-std::string OnCertificate(const Words& words, const CString& reason) {
-    if (reason.find("mismatch") != CString::npos) {
+std::string OnCertificate(const Words& words, CProbeReason reason) {
+    if (reason == CProbeReason::OtherName) {
         return "The certificate is for another name: " + words.server_key +
                " must be a name that is in the certificate.";
     }
-    if (reason.find("expired") != CString::npos || reason.find("not yet valid") != CString::npos) {
+    if (reason == CProbeReason::OutOfDate) {
         return "The certificate is out of date: look at the clock of this machine; if it is right, tell the operator "
-               "of "
-               "the server.";
+               "of the server.";
     }
-    if (reason.find("issuer") != CString::npos || reason.find("self") != CString::npos) {
+    if (reason == CProbeReason::NotTrusted) {
         return "This machine does not trust the authority that signed the certificate. Install the package "
                "ca-certificates if it is missing; for an authority of your own, put its certificate into the trust "
                "store of this machine.";
@@ -117,8 +116,9 @@ std::string OnLogIn(const Words& words, const CPopProfileSetting& setting) {
            ". If they are right, try another --smtpauth_mode.";
 }
 
-std::string OnRefusal(const Words& words, int kind, const CPopProfileSetting& setting) {
-    switch (kind) {
+std::string OnRefusal(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
+    if (step.reason == CProbeReason::ForNow) return "The server refuses for now: try later.";
+    switch (step.kind) {
         case PROBE_LOGIN:
             return OnLogIn(words, setting);
         case PROBE_GREETING:
@@ -145,7 +145,7 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
         case PROBE_NO_SUCH_SERVER:
             return OnName(words);
         case PROBE_NO_CONNECTION:
-            return OnConnection(words, step.text);
+            return OnConnection(words, step.reason);
         case PROBE_TIMED_OUT:
             return OnSilence(words, step.kind);
         case PROBE_WRONG_PROTOCOL:
@@ -153,9 +153,9 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
         case PROBE_NO_TLS:
             return OnTls(words);
         case PROBE_BAD_CERTIFICATE:
-            return OnCertificate(words, step.text);
+            return OnCertificate(words, step.reason);
         case PROBE_REFUSED:
-            return OnRefusal(words, step.kind, setting);
+            return OnRefusal(words, step, setting);
         case PROBE_LOCAL:
             return "The fault is on this machine, for the reason above.";
         default:

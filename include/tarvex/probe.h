@@ -40,12 +40,27 @@ enum CProbeFailure : int {
     PROBE_LOCAL = 9,            // the fault is here: no socket, no trust store, a setting that must not be sent
 };
 
+// What is known of a failure beyond that.
+enum class CProbeReason : int {
+    None,
+    // PROBE_NO_CONNECTION
+    NotListening,  // the machine refuses the connection
+    NoRoute,       // no way leads to the machine
+    // PROBE_BAD_CERTIFICATE
+    OtherName,
+    OutOfDate,   // expired, or not yet valid
+    NotTrusted,  // by this machine
+    // PROBE_REFUSED
+    ForNow,  // the server says that it may answer otherwise later
+};
+
 // A short name for a kind of step, such as "log in"; empty for a value that is none.
 TARVEX_API const char* ProbeStepName(int kind);
 
 struct TARVEX_API CProbeStep {
-    int kind = PROBE_FIND_SERVER;   // a CProbeStepKind
-    int failure = PROBE_SUCCESS;    // a CProbeFailure; only the last step can have failed
+    int kind = PROBE_FIND_SERVER;  // a CProbeStepKind
+    int failure = PROBE_SUCCESS;   // a CProbeFailure; only the last step can have failed
+    CProbeReason reason = CProbeReason::None;
     std::int64_t microseconds = 0;  // how long it took
     CString text;  // the server's last answer, every line of it; where none came, the reason. Untrusted bytes
 };

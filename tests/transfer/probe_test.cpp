@@ -328,6 +328,24 @@ TEST(Probe, ACertificateIsJudgedAsInARun) {
     }
 }
 
+TEST(Probe, ARefusalForNowIsTold) {
+    const auto reason = [](const std::string& refusal) {
+        Conversation server("S: " + refusal + "\nC: (closed)\n");
+        CMailboxListing listing;
+        CSmtpTrial trial;
+        const bool pop = refusal.starts_with('-');
+        if (pop) ListMailbox(Setting(server.Port(), 1), &listing);
+        if (!pop) TrySmtp(Setting(1, server.Port()), &trial);
+        return (pop ? listing.steps : trial.steps).back().reason;
+    };
+    for (const char* refusal : {"421 busy", "450", "-ERR [IN-USE] locked", "-ERR [SYS/TEMP]", "-ERR [LOGIN-DELAY] 5"}) {
+        EXPECT_EQ(reason(refusal), CProbeReason::ForNow) << refusal;
+    }
+    for (const char* refusal : {"554 no", "-ERR 4 no", "-ERR [AUTH]"}) {
+        EXPECT_EQ(reason(refusal), CProbeReason::None) << refusal;
+    }
+}
+
 TEST(Probe, AStepThatIsNoneHasNoName) {
     EXPECT_STREQ(ProbeStepName(-1), "");
     EXPECT_STREQ(ProbeStepName(PROBE_QUIT + 1), "");

@@ -92,6 +92,7 @@ TEST(Advice, OfEveryFailureOfSmtp) {
     CheckAll(Protocol::Smtp,
              {{"S: +OK ready\nC: (closed)\n", "does not speak SMTP: set smtpport"},
               {"S: 554 no\nC: (closed)\n", "The server rejected the connection."},
+              {"S: 450 busy\nC: (closed)\n", "The server refuses for now: try later."},
               {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s},
               {"C: (closed)\n", "as 465 does, set --sslsmtp tls", kStallTimeOut_s, Tls(2)},
               {ehlo + "S: 502 no\n" + quit, "try --esmtp off"},
@@ -146,7 +147,7 @@ TEST(Advice, OfAServerThatCannotBeReached) {
     CProbeStep no_route;
     no_route.kind = PROBE_CONNECT;
     no_route.failure = PROBE_NO_CONNECTION;
-    no_route.text = "could not connect to 192.0.2.1 port 110: Network is unreachable";
+    no_route.reason = CProbeReason::NoRoute;
     EXPECT_THAT(Advice(no_route, Protocol::Pop, setting), HasSubstr("The server cannot be reached"));
     CProbeStep slow_name;
     slow_name.kind = PROBE_FIND_SERVER;
