@@ -95,10 +95,21 @@ CProbeFailure FailureOf(FailureKind kind) {
     return PROBE_LOCAL;
 }
 
+// A run takes any greeting of POP3 for a success that does not begin with "-", so that another protocol is only noticed
+// when a later step fails.
+bool IsPopGreeting(std::string_view reply) { return reply.starts_with('+') || reply.starts_with('-'); }
+
+bool IsSmtpGreeting(std::string_view reply) {
+    return reply.size() >= 3 && reply.substr(0, 3).find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 // Keeps the steps of one conversation and the time that each takes.
 class StepRecorder {
 public:
-    StepRecorder(Steps& steps, CBaseSocket& socket) : steps_(steps), socket_(socket) {
+    using IsGreeting = bool (*)(std::string_view reply);
+
+    StepRecorder(Steps& steps, CBaseSocket& socket, IsGreeting is_greeting)
+        : steps_(steps), socket_(socket), is_greeting_(is_greeting) {
         socket.AnnounceSteps([this](ConnectStep step) { Begin(KindOf(step)); });
     }
     ~StepRecorder() { socket_.AnnounceSteps({}); }
@@ -114,8 +125,9 @@ public:
         CProbeStep& step = steps_.back();
         step.text = last_reply();
         const Failure& failure = socket_.LastFailure();
+        if (step.kind == PROBE_GREETING && !failure) speaks_otherwise_ = !is_greeting_(step.text);
         if (success) return true;
-        step.failure = FailureOf(failure.kind);
+        step.failure = speaks_otherwise_ ? PROBE_WRONG_PROTOCOL : FailureOf(failure.kind);
         step.reason = ReasonOf(failure.kind, step.text);
         if (failure) step.text = failure.reason;
         return false;
@@ -141,6 +153,8 @@ private:
 
     Steps& steps_;
     CBaseSocket& socket_;
+    const IsGreeting is_greeting_;
+    bool speaks_otherwise_ = false;
     Clock::time_point begun_;
     bool running_ = false;
 };
@@ -177,7 +191,7 @@ bool List(PopConversation& conversation, CMailboxListing& listing) {
 int Probe(const CPopProfileSetting& setting, CMailboxListing& listing) {
     CProfileLog log;
     PopConversation conversation(setting, log);
-    StepRecorder recorder(listing.steps, conversation.Socket());
+    StepRecorder recorder(listing.steps, conversation.Socket(), IsPopGreeting);
     const auto reply = [&] { return conversation.LastReply(); };
     if (!recorder.Run(
             PROBE_FIND_SERVER, [&] { return conversation.Connect(); }, reply))
@@ -213,7 +227,7 @@ const char* NameOf(AuthMethod method) {
 int Probe(const CPopProfileSetting& setting, CSmtpTrial& trial) {
     CProfileLog log;
     SmtpOpening opening(setting, log);
-    StepRecorder recorder(trial.steps, opening.Socket());
+    StepRecorder recorder(trial.steps, opening.Socket(), IsSmtpGreeting);
     const auto reply = [&] { return opening.LastReply(); };
     if (!recorder.Run(
             PROBE_FIND_SERVER, [&] { return opening.Connect(); }, reply))

@@ -296,7 +296,7 @@ bool Connection::ReceiveMore(const Deadline& deadline) {
     return false;
 }
 
-bool Connection::ReadLine(Line& line, const Deadline& deadline) {
+bool Connection::ReadLine(std::string_view& line, const Deadline& deadline) {
     for (std::size_t searched = 0;;) {
         const std::string_view received = Received();
         const std::size_t lf = received.find('\n', searched);
@@ -306,9 +306,8 @@ bool Connection::ReadLine(Line& line, const Deadline& deadline) {
                          "a reply line is over the limit of " + std::to_string(kMaxReplyLineBytes) + " bytes"});
         }
         if (lf != std::string_view::npos) {
-            line.text = received.substr(0, lf);
-            line.has_cr = line.text.ends_with('\r');
-            if (line.has_cr) line.text.remove_suffix(1);
+            line = received.substr(0, lf);
+            if (line.ends_with('\r')) line.remove_suffix(1);
             Take(line_bytes);
             return true;
         }

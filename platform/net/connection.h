@@ -60,12 +60,9 @@ public:
     // speaks before everything was sent, the rest is not sent and what it said waits in Received.
     [[nodiscard]] SendResult SendMessage(const std::array<std::string_view, 2>& parts, std::chrono::milliseconds time);
 
-    struct Line {
-        std::string_view text;  // without its line end, until the next operation
-        bool has_cr = false;    // the line end is CR LF, not a bare LF
-    };
-    // The next line, until the deadline.
-    [[nodiscard]] bool ReadLine(Line& line, const Deadline& deadline);
+    // Waits for the next line until the deadline. `line` comes without its line end, CR LF or a bare LF, and is valid
+    // until the next operation.
+    [[nodiscard]] bool ReadLine(std::string_view& line, const Deadline& deadline);
 
     // Received and not yet taken.
     std::string_view Received() const { return {buffer_.get() + begin_, end_ - begin_}; }

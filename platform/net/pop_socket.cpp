@@ -1,8 +1,7 @@
 // POP3 (RFC 1939).
 //
-// A reply is judged by its first character, "+" or "-"; a line that begins otherwise is no reply and ends the
-// connection. A reply line may end with a bare LF, but not one that opens a multi-line answer: the end of such an
-// answer is told by its CR LFs alone, since a bare LF may stand inside a message.
+// A reply is negative when its first character is "-", else positive, whatever it says. A bare LF ends a reply line as
+// well; the end of a multi-line answer is told by its CR LFs alone, since a bare LF may stand inside a message.
 
 #include <algorithm>
 #include <cstddef>
@@ -12,7 +11,6 @@
 #include "platform/codec/digest.h"
 #include "platform/net/connection.h"
 #include "platform/net/limits.h"
-#include "platform/net/printable.h"
 #include "platform/net/sockets.h"
 
 namespace tarvex {
@@ -128,19 +126,11 @@ std::string CPopSocket::Exchange(std::string_view verb, std::string_view argumen
 }
 
 std::string CPopSocket::ReadStatus(const Deadline& deadline, AnswerForm form) {
-    Connection::Line line;
+    std::string_view line;
     if (!connection_->ReadLine(line, deadline)) return WhyNot();
-    if (IsNegative(line.text)) return std::string(line.text);
-    if (!line.text.starts_with('+')) {
-        connection_->Fail({FailureKind::Protocol, "not a reply of POP3: " + Printable(line.text)});
-        return WhyNot();
-    }
-    if (form == AnswerForm::OneLine) return std::string(line.text);
-    if (!line.has_cr) {
-        connection_->Fail({FailureKind::Protocol, "an answer of several lines begins with a bare LF"});
-        return WhyNot();
-    }
-    return std::string(line.text) + "\r\n";
+    std::string status(line);
+    if (form == AnswerForm::ManyLines && !IsNegative(status)) status += "\r\n";
+    return status;
 }
 
 // Appends the answer after its status line, as it comes.

@@ -1,7 +1,7 @@
 // SMTP (RFC 5321) with STARTTLS (RFC 3207) and CRAM-MD5 (RFC 2195).
 //
-// A reply line is three digits, then a blank, a hyphen or its end; a bare LF ends it as well. Lines of one reply carry
-// the same code. Anything else ends the connection.
+// A reply is judged by its first three characters, whatever they are and whatever follows. The line without a hyphen as
+// its fourth character is its last. A bare LF ends a line as well.
 
 #include <algorithm>
 #include <string>
@@ -25,15 +25,7 @@ constexpr int kNoTls = 0;
 constexpr int kStartTls = 2;
 constexpr std::size_t kCodeLength = 3;
 
-bool IsReplyLine(std::string_view line) {
-    const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-    if (line.size() < kCodeLength) return false;
-    const std::string_view code = line.substr(0, kCodeLength);
-    if (!std::all_of(code.begin(), code.end(), is_digit)) return false;
-    return line.size() == kCodeLength || line[kCodeLength] == ' ' || line[kCodeLength] == '-';
-}
-
-bool IsLastLine(std::string_view line) { return line.size() == kCodeLength || line[kCodeLength] == ' '; }
+bool IsLastLine(std::string_view line) { return line.size() <= kCodeLength || line[kCodeLength] != '-'; }
 
 bool IsAcceptance(std::string_view reply) { return reply.starts_with('2'); }
 
@@ -170,21 +162,16 @@ std::string CSmtpSocket::Exchange(std::string_view verb, std::string_view argume
 std::string CSmtpSocket::ReadReply(Deadline deadline) {
     std::string reply;
     std::size_t bytes = 0;
-    for (Connection::Line line; connection_->ReadLine(line, deadline); deadline = Deadline(TimeOut())) {
-        bytes += line.text.size() + 2;
+    for (std::string_view line; connection_->ReadLine(line, deadline); deadline = Deadline(TimeOut())) {
+        bytes += line.size() + 2;
         if (bytes > kMaxSmtpReplyBytes) {
             connection_->Fail({FailureKind::Protocol,
                                "a reply is over the limit of " + std::to_string(kMaxSmtpReplyBytes) + " bytes"});
             break;
         }
-        const bool same_code = reply.empty() || line.text.substr(0, kCodeLength) == reply.substr(0, kCodeLength);
-        if (!IsReplyLine(line.text) || !same_code) {
-            connection_->Fail({FailureKind::Protocol, "not a reply of SMTP: " + Printable(line.text)});
-            break;
-        }
         if (!reply.empty()) reply += "\r\n";
-        reply += line.text;
-        if (IsLastLine(line.text)) return reply;
+        reply += line;
+        if (IsLastLine(line)) return reply;
     }
     return WhyNot();
 }

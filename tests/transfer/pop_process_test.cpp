@@ -159,6 +159,50 @@ S: +OK bye
 C: (closed)
 )";
 
+// The status line of a listing is known by its "+" alone.
+TEST(PopProcess, TakesForASuccessWhateverDoesNotBeginWithAMinus) {
+    CheckAll({{.name = "a server of another kind",
+               .script = R"(S: 220 ready
+C: USER alice
+S: 
+C: PASS secret
+S: 500 what
+C: UIDL
+S: listing follows
+S: 1 a
+S: .
+C: RETR listing
+S: -ERR no such message
+C: RETR 1
+S: 
+S: Subject: one
+S: 
+S: first
+S: .
+C: QUIT
+S: 500 what
+C: (closed)
+)",
+               .log = R"(Success to create pop socket
+connecting.. 127.0.0.1
+220 ready
+USER alice
+
+PASS ******
+500 what
+UIDL
+listing follows\r\n1 a\r\n.
+RETR listing
+follows receive error
+RETR 1
+a received
+QUIT
+500 what
+)",
+               .mails = {"a: \r\nSubject: one\r\n\r\nfirst\r\n.\r\n"},
+               .present = {"follows", "a"}}});
+}
+
 TEST(PopProcess, FetchesEveryMessageThatIsNotHandled) {
     CheckAll({
         {.name = "an empty mailbox", .script = kLoggedIn + R"(C: UIDL

@@ -152,8 +152,10 @@ TEST(Probe, TheLastStepSaysWhyAMailboxCannotBeListed) {
     const std::string named = greeted + "C: USER alice\nS: +OK\n";
     const std::string logged_in = named + "C: PASS secret\nS: +OK\n";
     const std::vector<Case> cases = {
-        {"a server of another protocol", "S: 220 mail.example.org ESMTP\nC: (closed)\n",
-         Failed(PROBE_GREETING, PROBE_WRONG_PROTOCOL, "not a reply of POP3: 220 mail.example.org ESMTP")},
+        {"a server of another protocol", "S: 220 mail.example.org ESMTP\nC: USER alice\nS: (closed)\n",
+         Failed(PROBE_LOGIN, PROBE_WRONG_PROTOCOL, "the server closed the connection")},
+        {"a server that speaks out of turn", "S: +OK\nS: +OK\nC: (closed)\n",
+         Failed(PROBE_LOGIN, PROBE_WRONG_PROTOCOL, "unexpected data from the server: +OK??")},
         {"a server that refuses everybody", "S: -ERR go away\nC: (closed)\n",
          Failed(PROBE_GREETING, PROBE_REFUSED, "-ERR go away")},
         {"a server that says nothing", "C: (closed)\n", Failed(PROBE_GREETING, PROBE_TIMED_OUT, "no answer in time"),
@@ -257,7 +259,7 @@ TEST(Probe, TheLastStepSaysWhySmtpIsNotReady) {
     const std::string ehlo = "S: 220 ready\nC: EHLO {host}\n";
     const std::vector<Case> cases = {
         {"a server of another protocol", "S: +OK ready\nC: (closed)\n",
-         Failed(PROBE_GREETING, PROBE_WRONG_PROTOCOL, "not a reply of SMTP: +OK ready")},
+         Failed(PROBE_GREETING, PROBE_WRONG_PROTOCOL, "+OK ready")},
         {"a server that refuses everybody", "S: 554 no\nC: (closed)\n",
          Failed(PROBE_GREETING, PROBE_REFUSED, "554 no")},
         {"a server that is too busy", "S: 421 later\nC: (closed)\n",

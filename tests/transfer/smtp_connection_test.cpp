@@ -161,6 +161,33 @@ S: 250 mx
     });
 }
 
+TEST(SmtpConnection, JudgesRepliesByTheirFirstThreeCharacters) {
+    const std::string script = "S: 220\tmx\n" + std::string(R"(C: EHLO {host}
+S: 250-mx
+S: 250-AUTH PLAIN
+S: 5501 odd
+C: AUTH PLAIN
+S: 334ABC
+C: YWxpY2UAYWxpY2UAc2VjcmV0
+S: 2359-5 yes
+)") + kReady;
+    CheckAll({
+        {.name = "whatever follows them",
+         .script = script,
+         .log = Replaced(ImpliedLog(script), "\t", "\\t"),
+         .outcome = Outcome::Ready,
+         .smtpauth = 1},
+
+        {.name = "an empty greeting is none of the codes",
+         .script = "S: \nC: (closed)\n",
+         .log = "Success to create smtp socket\nconnecting.. 127.0.0.1\n\n" + Visible("\t!!Connect error") + "\n"},
+
+        {.name = "a short answer is none of the codes",
+         .script = kGreeted + "C: EHLO {host}\nS: 25\n" + kQuit,
+         .log = ImpliedLog(kGreeted) + "EHLO {host}\n25\n" + kQuitLog},
+    });
+}
+
 TEST(SmtpConnection, GreetsWithHeloWithoutAuthenticationWhereTheProfileSaysSo) {
     const ConnectionCase plain = {.name = "",
                                   .script = kGreeted + R"(C: HELO {host}

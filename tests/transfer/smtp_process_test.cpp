@@ -373,6 +373,47 @@ RCPT TO:<a@x>\r\nDATA>
     });
 }
 
+TEST(SmtpProcess, JudgesRepliesByTheirFirstThreeCharacters) {
+    const std::string empty_log = "MAIL FROM: <me@x>\n250 sender\nRCPT TO:<a@x>\n250 recipient\nDATA\n\n" + kQuitLog;
+    CheckAll({
+        {.name = "whatever follows them",
+         .messages = {{kMail, {{"a@x"}}}},
+         .script = R"(C: MAIL FROM:<me@x>
+S: 2505 sender
+C: RCPT TO:<a@x>
+S: 250-recipient
+S: 550 or not
+C: DATA
+S: 354go
+C: (message)
+S: 250taken
+)" + kEnd,
+         .log = R"(MAIL FROM: <me@x>
+2505 sender
+RCPT TO:<a@x>
+250-recipient\r\n550 or not
+DATA
+250taken
+)",
+         .wire = {kWire}},
+
+        {.name = "an empty answer to DATA is not 354",
+         .messages = {{kShort, {{"a@x"}}}},
+         .script = Replaced(kToA, "S: 354 go\nC: (message)\nS: 250 taken\n", "S: \n") + kQuit,
+         .log = empty_log,
+         .result = 0,
+         .left = kShortLeft + " -> a@x\n"},
+
+        {.name = "an empty answer to the message is not 250",
+         .messages = {{kShort, {{"a@x"}}}},
+         .script = Replaced(kToA, "S: 250 taken\n", "S: \n") + kQuit,
+         .log = empty_log,
+         .result = 0,
+         .wire = {kShortWire},
+         .left = kShortLeft + " -> a@x\n"},
+    });
+}
+
 TEST(SmtpProcess, QuitsAfterARefusal) {
     const std::vector<Message> batch = {{kShort, {{"a@x"}}}, {kShort, {{"a@x"}, {"b@x"}}}, {kShort, {{"b@x"}}}};
     const std::vector<Message> single = {
