@@ -211,6 +211,8 @@ void Peer::Drip(std::string_view bytes, std::chrono::milliseconds pause, std::si
     }
 }
 
+void Peer::WaitForAcknowledgements() { impl_.socket->set_option(tcp::no_delay(false)); }
+
 void Peer::Pause(std::chrono::milliseconds pause) {
     if (!impl_.Pause(pause)) throw SessionOver();
 }

@@ -37,6 +37,9 @@ public:
     // closes meanwhile.
     void Drip(std::string_view bytes, std::chrono::milliseconds pause, std::size_t piece_bytes = 1);
 
+    // From here on a small piece waits until the client's system has acknowledged the one before (Nagle's algorithm).
+    void WaitForAcknowledgements();
+
     // Does nothing for that long, as a slow server does.
     void Pause(std::chrono::milliseconds pause);
 

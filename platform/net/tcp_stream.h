@@ -61,6 +61,7 @@ private:
     int socket_ = -1;
     [[maybe_unused]] int wake_up_ = -1;  // where shutting the socket down does not wake Wait: a socket that does
     bool is_ipv6_ = false;
+    [[maybe_unused]] bool received_since_sent_ = false;  // what was received may not be acknowledged yet
     std::atomic<bool> interrupted_ = false;
 };
 

@@ -75,6 +75,13 @@ Transfer ToTransfer(ssize_t result) {
     return {Transfer::Status::Failed, 0, Message(errno)};
 }
 
+// A server that writes an answer in pieces may hold each back until the one before is acknowledged (Nagle's algorithm),
+// and the system delays that by 40 ms in the hope of something to send with it. The socket does not keep the option.
+void AcknowledgeAtOnce(int socket) {
+    const int on = 1;
+    (void)::setsockopt(socket, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+}
+
 }  // namespace
 
 TcpStream::~TcpStream() { Close(); }
@@ -120,11 +127,15 @@ Transfer TcpStream::Send(std::span<const std::string_view> parts) {
     message.msg_iov = vectors.data();
     message.msg_iovlen = count;
     // A server that has gone must not end the process with SIGPIPE.
-    return ToTransfer(::sendmsg(socket_, &message, MSG_NOSIGNAL));
+    Transfer sent = ToTransfer(::sendmsg(socket_, &message, MSG_NOSIGNAL));
+    if (sent.bytes > 0) received_since_sent_ = false;
+    return sent;
 }
 
 Transfer TcpStream::Receive(char* buffer, std::size_t size_bytes) {
-    return ToTransfer(::recv(socket_, buffer, size_bytes, 0));
+    Transfer received = ToTransfer(::recv(socket_, buffer, size_bytes, 0));
+    if (received.bytes > 0) received_since_sent_ = true;
+    return received;
 }
 
 Failure TcpStream::Wait(Event event, const Deadline& deadline) {
@@ -132,6 +143,8 @@ Failure TcpStream::Wait(Event event, const Deadline& deadline) {
     // The socket is registered only while this thread is in here, so it is never closed under an interruption. A worker
     // that was interrupted before wakes at once.
     const InterruptScope scope(*this);
+    // An answer that came in one piece is acknowledged with the next command.
+    if (received_since_sent_) AcknowledgeAtOnce(socket_);
     for (;;) {
         pollfd target{socket_, events, 0};
         const int ready = interrupted_ ? 0 : ::poll(&target, 1, deadline.RemainingMs());

@@ -7,6 +7,8 @@
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
+// It needs what those two declare.
+#include <mstcpip.h>
 
 #include <algorithm>
 #include <array>
@@ -94,6 +96,15 @@ Transfer ToTransfer(int result, std::size_t bytes) {
 
 timeval ToTimeval(int milliseconds) { return {milliseconds / 1000, milliseconds % 1000 * 1000}; }
 
+// A server that writes an answer in pieces may hold each back until the one before is acknowledged (Nagle's algorithm),
+// and the system delays that by up to 200 ms in the hope of something to send with it. An older system knows no better.
+void AcknowledgeAtOnce(SOCKET socket) {
+    int segments = 1;
+    DWORD unused = 0;
+    (void)::WSAIoctl(socket, SIO_TCP_SET_ACK_FREQUENCY, &segments, sizeof segments, nullptr, 0, &unused, nullptr,
+                     nullptr);
+}
+
 }  // namespace
 
 TcpStream::~TcpStream() { Close(); }
@@ -136,6 +147,7 @@ Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadli
         if (!failure && error != 0) failure = {ConnectFailureKind(error), SocketErrorText(error)};
     }
     if (failure) Close();
+    if (!failure) AcknowledgeAtOnce(Handle(socket_));
     return failure;
 }
 
