@@ -1,7 +1,7 @@
 #pragma once
 
-// Why a connection cannot be used, or an exchange has no answer of the server: the kind for whoever has to decide, the
-// words of the system or of the server for whoever reads.
+// Why a connection cannot be used, or an exchange got no answer: the kind, for code that decides, and the words of the
+// system or the server, for people.
 
 #include <string>
 
@@ -11,8 +11,8 @@ enum class FailureKind {
     None,
     NoSuchServer,            // its name has no address
     NotListening,            // the machine refuses the connection
-    NoRoute,                 // no way leads to the machine
-    NoConnection,            // none could be made for another reason, such as a port number that is none
+    NoRoute,                 // the network does not reach the machine
+    NoConnection,            // connecting failed for another reason, such as an impossible port number
     TimedOut,                // nothing came, or went, in time
     NoTls,                   // the server does not offer it, or the handshake failed
     CertificateOfOther,      // the certificate names another server

@@ -15,7 +15,7 @@ namespace tarvex {
 
 namespace {
 
-// Shared by the caller and the thread that asks; whoever is done last frees it.
+// Shared by the caller and the thread that asks; the last of them frees it.
 class PendingLookUp final : public Interruptible {
 public:
     void Answer(NameAnswer answer) {

@@ -38,7 +38,7 @@ std::string ToText(const NetworkAddress& address);
 // Asks the system, which may take long.
 NameAnswer AskSystemForName(const std::string& name);
 
-// For tests: what is asked in place of the system, from a thread of its own; null for the system again.
+// For tests: replaces the system's look-up, on a thread of its own; null restores it.
 using NameResolver = std::function<NameAnswer(const std::string& name)>;
 void SetNameResolver(NameResolver resolver);
 

@@ -2,18 +2,19 @@
 
 // The POP3 (RFC 1939) and SMTP (RFC 5321) sockets: they format each command, send it, and read the reply.
 //
-// Time. Connecting (every address of the name, in turn), each TLS handshake and each single-line exchange must finish
-// within the time-out as a whole, however slowly the server drips; a multi-line answer and a message being sent must
-// make progress within it. A time-out sets `timed_out` to 1 and ends the connection.
+// Time. Connecting (every address of the name, in turn), each TLS handshake and each single-line exchange must end
+// within the time-out. A multi-line answer and a message being sent must make progress within it. A time-out sets
+// `timed_out` to 1 and ends the connection.
 //
-// Failures are replies. POP3: "-ERR Disconnected: <reason>" for a connection that was refused, lost, not resolved or
-// interrupted, "-ERR Timeout: <reason>" for a time-out. SMTP: "421 <reason>" for both. From then on the connection
-// answers the same way without waiting. An argument that holds CR, LF or NUL is never sent: "-ERR ..." or "501 ...",
-// and the connection goes on. Bytes that arrive after a complete reply, before the next command was sent, are a
-// protocol error and end the connection. Limits: net/limits.h.
+// Failures are replies, so that conversations have one way to fail:
+//     connection refused, lost, not resolved, interrupted    "-ERR Disconnected: <reason>"    "421 <reason>"
+//     time-out                                               "-ERR Timeout: <reason>"         "421 <reason>"
+//     an argument with CR, LF or NUL, which is not sent      "-ERR ..."                       "501 ..."
+// After the first two the connection has ended, and every later command gets the same reply without waiting. Bytes that
+// arrive between a complete reply and the next command are a protocol error and end the connection. Limits: limits.h.
 //
-// Everything a reply holds comes from the server and is untrusted. A socket is used by one thread; a worker's sockets
-// are interrupted by TerminateThread. Nothing throws but std::bad_alloc. Destruction closes.
+// A reply comes from the server and is untrusted. A socket is used by one thread; TerminateThread interrupts a worker's
+// sockets. Nothing throws but std::bad_alloc. Destruction closes.
 
 #include <chrono>
 #include <cstddef>

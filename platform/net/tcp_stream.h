@@ -1,7 +1,6 @@
 #pragma once
 
-// One TCP socket that never blocks: whoever wants to wait calls Wait, and that is the only place where an interruption
-// has to reach it.
+// One TCP socket that never blocks. Waiting happens in Wait alone, so an interruption has one place to reach.
 
 #include <atomic>
 #include <cstddef>

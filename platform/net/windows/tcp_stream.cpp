@@ -1,7 +1,7 @@
 // TCP by Windows Sockets and select.
 //
-// Shutting a socket down wakes nobody who waits for it here, so whoever waits for the connection waits for a second
-// socket as well, which Interrupt makes readable.
+// On Windows shutting a socket down wakes no waiting thread. So Wait also waits for a second socket, which Interrupt
+// makes readable.
 
 #include "platform/net/tcp_stream.h"
 
