@@ -2,9 +2,9 @@
 
 // A connection for both protocols: opened by name, in clear or TLS, read by lines and in large pieces.
 //
-// Every operation that waits takes its time limit. A failure returns false, ends the connection and leaves the reason in
-// Why; every later operation fails at once. The server must not speak out of turn: SendCommand and SendMessage send only
-// while nothing has arrived that was not asked for.
+// Every operation that waits takes its time limit. A failure returns false, ends the connection and leaves the reason
+// in Why; every later operation fails at once. The server must not speak out of turn: SendCommand and SendMessage send
+// only while nothing has arrived that was not asked for.
 
 #include <array>
 #include <chrono>

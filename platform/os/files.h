@@ -25,7 +25,7 @@ bool NameIsTaken(const std::string& path);
 // Creates one directory (0700 on Linux) below an existing one. False when that fails or it exists.
 bool CreateOneDirectory(const std::string& path);
 
-// Tells a directory from another one that has taken its path since.
+// Identifies a directory, also when another one takes its path later.
 struct DirectoryIdentity {
     std::uint64_t device = 0;
     std::uint64_t number = 0;
@@ -50,9 +50,9 @@ struct DirectoryEntry {
 // name it. Empty when the directory cannot be read. `why` is set as well when the listing breaks off.
 std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask, std::string* why = nullptr);
 
-// Removes a directory with everything in it, as far as the system lets it. Links are removed, not followed: a path that
-// is a link to a directory loses the link and nothing else. Something that is no directory stays, and so does the root
-// of the file system. The file of that name in it goes first, so that whatever a crash leaves is without it.
+// Removes a directory with everything in it, as far as the system allows. Links are removed, not followed: a path that
+// is a link to a directory loses only the link. Something that is no directory stays, and so does the root of the file
+// system. The file `first` goes first, so that what a crash leaves is without it.
 void DeleteDirectory(const std::string& path, std::string_view first = {});
 
 // The lines of a text file without their line ends (CR LF or LF; a lone CR is part of its line). A last line without a
@@ -61,9 +61,9 @@ std::optional<std::vector<std::string>> ReadTextLines(const std::string& path, s
 
 enum class Durability {
     Synced,             // the new content survives a power failure once the call has returned
-    SyncedWhenChanged,  // likewise, but a file that holds the new content already is left alone, without waiting for
+    SyncedWhenChanged,  // as Synced, but a file that holds the new content already is left alone without waiting for
                         // the disk: after a power failure it may hold what an interrupted writer had just replaced
-    NotSynced,          // after a power failure: the old or the new content
+    NotSynced,  // after a power failure: the old or the new content
 };
 
 // Replaces the content of a text file, creating the file (0600 on Linux) when it is missing: each LF is written as CR

@@ -10,7 +10,7 @@ namespace tarvex {
 // The machine's name for the SMTP greeting; "localhost" when it has none. Never throws but std::bad_alloc.
 std::string HostName();
 
-// A number that nobody can foresee.
+// An unpredictable number.
 std::uint64_t RandomNumber();
 
 }  // namespace tarvex

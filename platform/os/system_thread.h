@@ -1,6 +1,6 @@
 #pragma once
 
-// Threads as the system has them, for the worker threads and for what they leave behind.
+// Threads of the system, for the workers and for name look-ups that outlive them.
 
 #include <cstdint>
 #include <optional>
@@ -16,8 +16,8 @@ public:
     // thread can be had.
     static std::optional<SystemThread> Start(void (*procedure)(void*), void* parameter) noexcept;
 
-    // Either is to be called once: Free when the procedure is about to return or has, Leave for a thread that nobody
-    // asks after. The system then keeps nothing of the thread once it has ended.
+    // Call one of them once: Free when the procedure has returned or is about to, Leave when nothing waits for the
+    // thread. The system then keeps nothing of the thread once it has ended.
     void Free();
     void Leave();
 

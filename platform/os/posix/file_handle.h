@@ -33,8 +33,8 @@ private:
 FileHandle OpenAt(int directory, const std::string& path, int flags, unsigned mode = 0);
 FileHandle Open(const std::string& path, int flags, unsigned mode = 0);
 
-// Throws std::bad_alloc when errno says that descriptors or the system's memory have run out: what is there but could
-// not be looked at must not pass for missing.
+// Throws std::bad_alloc when errno says that descriptors or the system's memory have run out: a file that could not be
+// opened must not pass for a missing one.
 void ThrowWhenExhausted();
 
 // What a failed call says of the thing it was to look at: the system's words, or nothing when errno says that there is

@@ -76,8 +76,8 @@ std::vector<std::string> EntryNames(DIR* directory) {
     return names;
 }
 
-// Removes what it can and goes on after a failure, so that as little as possible is left behind. The names are read
-// first: not every file system goes on in order while entries disappear.
+// Removes what it can and goes on after a failure, so that as little as possible stays. The names are read first,
+// because some file systems skip entries while others disappear.
 void RemoveEntries(DIR* directory) {
     for (const std::string& name : EntryNames(directory)) {
         if (unlinkat(dirfd(directory), name.c_str(), 0) == 0) continue;
@@ -145,7 +145,7 @@ std::vector<DirectoryEntry> EnumerateDirectory(const std::string& mask, std::str
 
 void DeleteDirectory(const std::string& path, std::string_view first) {
     std::string native = NativePath(path);
-    while (native.ends_with('/')) native.pop_back();  // behind a separator a link would be followed
+    while (native.ends_with('/')) native.pop_back();  // with a separator at the end a link would be followed
     if (native.empty()) return;
 
     if (const Directory directory = OpenDirectory(AT_FDCWD, native, O_NOFOLLOW)) {

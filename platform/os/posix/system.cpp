@@ -19,7 +19,7 @@ std::string HostName() {
 std::uint64_t RandomNumber() {
     std::uint64_t number = 0;
     if (getrandom(&number, sizeof number, 0) == sizeof number) return number;
-    // A system without the call: the clock to the nanosecond and where the process lies are better than nothing.
+    // A system without the call: the clock in nanoseconds and an address of the process must do.
     const auto now = static_cast<std::uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
     return now * 0x9E3779B97F4A7C15U ^ reinterpret_cast<std::uintptr_t>(&number);
 }

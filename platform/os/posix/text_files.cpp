@@ -1,10 +1,14 @@
 // Text files, read whole and replaced whole.
 //
-// The new content goes to a file beside the old one, which is renamed over it; the new file is also the lock that keeps
-// two writers of one file apart. Whoever holds the lock of a file that no longer has its name starts again: its last
-// writer has renamed or removed it meanwhile. Nobody but the holder of the lock renames or removes the new file.
+// The new content goes to a file beside the old one ("uidl.def.new"), which is then renamed over it:
 //
-// A file that may be written in a directory that may not cannot be replaced like this, and the write fails.
+//     make and lock .new      write it      sync it      rename it over uidl.def      sync the directory
+//
+// A crash before the rename leaves the old content, a crash after it the new one. The new file is also the lock that
+// keeps two writers of one file apart; only its holder renames or removes it. A writer that gets the lock of a file
+// that has lost its name meanwhile starts again.
+//
+// A writable file in a directory that is not writable cannot be replaced like this: the write fails.
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -134,7 +138,7 @@ private:
 
 std::optional<NewFile> NewFile::Take(int directory, std::string name) {
     for (;;) {
-        // Not blocking, since something else than a left-over may stand there.
+        // Not blocking: the name may belong to something else than a left-over file.
         FileHandle file = OpenAt(directory, name, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK, kNewFileMode);
         if (!file) return std::nullopt;
         struct stat held {};
@@ -152,7 +156,7 @@ bool NewFile::AdoptOwnerAndMode(const Target& target) const {
     if (target.exists) {
         struct stat own {};
         if (fstat(file_.Get(), &own) != 0) return false;
-        // Only a privileged process may give a file away; for others the group at least may be theirs to set.
+        // Only a privileged process may change the owner; others may at least be able to set the group.
         if (own.st_uid != target.status.st_uid || own.st_gid != target.status.st_gid) {
             const bool given = fchown(file_.Get(), target.status.st_uid, target.status.st_gid) == 0 ||
                                fchown(file_.Get(), static_cast<uid_t>(-1), target.status.st_gid) == 0;

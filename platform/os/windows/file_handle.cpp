@@ -25,8 +25,8 @@ void ExplainFailure(std::string* why, DWORD error) {
     *why = is_missing ? std::string() : std::system_category().message(static_cast<int>(error));
 }
 
-// A name whose file is deleted, and goes when the last of those who have it open closes it, is refused like one without
-// the right to it: the cause alone tells them apart.
+// A deleted file keeps its name until its last handle is closed. Opening it fails like a file without permission; only
+// the NT status tells the two apart.
 bool IsHeldByOthers() {
     constexpr auto kDeletePending = static_cast<NTSTATUS>(0xC0000056);
     const DWORD error = GetLastError();

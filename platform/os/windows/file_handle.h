@@ -1,6 +1,6 @@
 #pragma once
 
-// What the file operations share on Windows: an owned handle, and patience with those who hold a file open.
+// What the file operations share on Windows: an owned handle, and retries while other programs hold a file open.
 
 #include <windows.h>
 
@@ -38,8 +38,8 @@ private:
     HANDLE handle_;
 };
 
-// Throws std::bad_alloc when the error says that handles or the system's memory have run out: what is there but could
-// not be looked at must not pass for missing.
+// Throws std::bad_alloc when the error says that handles or the system's memory have run out: a file that could not be
+// opened must not pass for a missing one.
 void ThrowWhenExhausted(DWORD error);
 
 // What a failed call says of the thing it was to look at: the system's words, or nothing when the error says that there
@@ -65,7 +65,7 @@ bool Patiently(Operation operation, std::chrono::seconds patience = kPatience) {
     return true;
 }
 
-// CreateFile, patiently.
+// CreateFile, with retries.
 FileHandle OpenFileHandle(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition, DWORD flags,
                           std::chrono::seconds patience = kPatience);
 

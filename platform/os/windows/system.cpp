@@ -23,7 +23,7 @@ std::uint64_t RandomNumber() {
                         BCRYPT_USE_SYSTEM_PREFERRED_RNG) == 0) {
         return number;
     }
-    // The clock to the nanosecond and where the process lies are better than nothing.
+    // Without it the clock in nanoseconds and an address of the process must do.
     const auto now = static_cast<std::uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
     return now * 0x9E3779B97F4A7C15U ^ reinterpret_cast<std::uintptr_t>(&number);
 }

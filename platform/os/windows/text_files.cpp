@@ -4,8 +4,8 @@
 // two writers of one file apart, since it is open for one writer alone until it has its new name. ReplaceFile would for
 // a moment leave no file under the name.
 //
-// Nothing can be renamed over an open file everywhere. So a rename waits for the readers of this process, who in return
-// let it pass before the next of them begins, and is patient with those of others.
+// Older systems cannot rename over an open file. So a rename waits for the readers of this process, blocks new ones
+// meanwhile, and is tried again while other programs have the file open.
 
 #include <windows.h>
 
@@ -29,7 +29,7 @@ constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 
 // ---- reading
 
-SRWLOCK open_or_renamed = SRWLOCK_INIT;  // shared by who has a text file open, exclusive for who renames over one
+SRWLOCK open_or_renamed = SRWLOCK_INIT;  // shared by readers of text files, exclusive for a rename
 
 class RenameLock {
 public:
