@@ -14,6 +14,7 @@
 #include "platform/net/limits.h"
 #include "platform/net/sockets.h"
 #include "testing/scripted_server.h"
+#include "tests/platform/socket_tools.h"
 #include "tests/support/net_tools.h"
 #include "tests/support/reset.h"
 #include "tests/support/shortage.h"
@@ -22,22 +23,20 @@ namespace tarvex {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::kHost;
+using testing::kLong_s;
 using testing::Peer;
 using testing::ScriptedServer;
 using testing::Stopwatch;
 using testing::WithResetAsSeen;
 
-constexpr const char* kHost = "127.0.0.1";
-constexpr int kLong_s = 60;  // far longer than anything here takes
+constexpr auto AfterCommand = testing::AfterCommandTo<CPopSocket>;
+constexpr auto AnswersOnce = testing::AnswerOnceTo<CPopSocket>;
 
 // The socket of a conversation whose greeting was taken.
-class GreetedSocket : public CPopSocket {
+class GreetedSocket : public testing::Greeted<CPopSocket> {
 public:
-    explicit GreetedSocket(const ScriptedServer& server, int time_out_s = kLong_s) {
-        SetTimeOut(time_out_s);
-        EXPECT_EQ(Create(0, 1, nullptr), 1);
-        EXPECT_EQ(PopConnect(kHost, server.Port()), "+OK ready");
-    }
+    using Greeted::Greeted;
     std::string Uidl() {
         std::string reply = "left over";
         SendUidl(&reply);
@@ -54,15 +53,6 @@ public:
         return text;
     }
 };
-
-// A server that greets, takes one command and then does this.
-ScriptedServer::Session AfterCommand(const std::function<void(Peer&)>& then) {
-    return [then](Peer& peer) {
-        peer.Send("+OK ready\r\n");
-        peer.ReadLine();
-        then(peer);
-    };
-}
 
 // The bytes have surely reached the client once the session that sent them has ended.
 void WaitForEndOfSession(ScriptedServer& server) {
@@ -176,10 +166,7 @@ TEST(PopSocket, StatusLineMayEndWithBareLf) {
 }
 
 TEST(PopSocket, AStatusLineBeforeLinesMayEndWithBareLf) {
-    ScriptedServer server(AfterCommand([](Peer& peer) {
-        peer.Send("+OK\n1 a\n.\n\r\n.\r\n");
-        peer.WaitForClose();
-    }));
+    ScriptedServer server(AnswersOnce("+OK\n1 a\n.\n\r\n.\r\n"));
     GreetedSocket socket(server);
     EXPECT_EQ(socket.Uidl(), "+OK\r\n1 a\n.\n\r\n.\r\n");
 }
@@ -414,10 +401,7 @@ TEST(PopSocket, ClosedSocketAnswersAtOnceAndTheServerSeesTheEnd) {
 }
 
 TEST(PopSocket, NothingFollowsQuit) {
-    ScriptedServer server(AfterCommand([](Peer& peer) {
-        peer.Send("+OK bye\r\nand more\r\n");
-        peer.WaitForClose();
-    }));
+    ScriptedServer server(AnswersOnce("+OK bye\r\nand more\r\n"));
     GreetedSocket socket(server);
     EXPECT_EQ(socket.SendQuit(), "+OK bye");
     EXPECT_EQ(socket.SendQuit(), "-ERR Disconnected: the connection is closed");
@@ -537,10 +521,7 @@ TEST(PopSocket, MultiLineAnswerOnlyHasToGoOn) {
 
 TEST(PopSocket, MultiLineAnswerThatStopsTimesOut) {
     for (const std::string begun : {"+OK\r\n", "+OK\r\n1 a\r\n", "+OK\r\n1 a\r\n.\r", "+OK\r\n.\n"}) {
-        ScriptedServer server(AfterCommand([&](Peer& peer) {
-            peer.Send(begun);
-            peer.WaitForClose();
-        }));
+        ScriptedServer server(AnswersOnce(begun));
         GreetedSocket socket(server, 1);
         EXPECT_EQ(socket.Uidl(), "-ERR Timeout: no answer in time");
         EXPECT_EQ(socket.timed_out, 1);
@@ -600,10 +581,7 @@ TEST(PopSocket, ConnectionLostBetweenCommandsIsNoticedBeforeTheNext) {
 // --- What comes out of turn
 
 TEST(PopSocket, BytesBehindAReplyEndTheConnectionBeforeTheNextCommand) {
-    ScriptedServer server(AfterCommand([](Peer& peer) {
-        peer.Send("+OK\r\n+OK in advance\r\n");
-        peer.WaitForClose();
-    }));
+    ScriptedServer server(AnswersOnce("+OK\r\n+OK in advance\r\n"));
     GreetedSocket socket(server);
     EXPECT_EQ(socket.SendUser("u"), "+OK");
     EXPECT_EQ(socket.timed_out, 0);
@@ -614,10 +592,7 @@ TEST(PopSocket, BytesBehindAReplyEndTheConnectionBeforeTheNextCommand) {
 }
 
 TEST(PopSocket, BytesBehindAMultiLineAnswerEndTheConnectionBeforeTheNextCommand) {
-    ScriptedServer server(AfterCommand([](Peer& peer) {
-        peer.Send("+OK\r\n1 a\r\n.\r\nX");
-        peer.WaitForClose();
-    }));
+    ScriptedServer server(AnswersOnce("+OK\r\n1 a\r\n.\r\nX"));
     GreetedSocket socket(server);
     EXPECT_EQ(socket.Uidl(), "+OK\r\n1 a\r\n.\r\n");
     EXPECT_EQ(socket.SendQuit(), "-ERR Disconnected: unexpected data from the server: X");
@@ -636,10 +611,7 @@ TEST(PopSocket, BytesBetweenTwoCommandsEndTheConnection) {
 }
 
 TEST(PopSocket, LongUnexpectedDataIsShortenedInTheReason) {
-    ScriptedServer server(AfterCommand([](Peer& peer) {
-        peer.Send("+OK\r\n" + std::string(5000, '\x1b'));
-        peer.WaitForClose();
-    }));
+    ScriptedServer server(AnswersOnce("+OK\r\n" + std::string(5000, '\x1b')));
     GreetedSocket socket(server);
     EXPECT_EQ(socket.SendUser("u"), "+OK");
     EXPECT_EQ(socket.SendQuit(), "-ERR Disconnected: unexpected data from the server: " + std::string(80, '?') + "...");
@@ -655,10 +627,7 @@ std::string LineOf(std::size_t bytes) {
 
 TEST(PopSocket, LongestReplyLineIsTaken) {
     const std::string line = LineOf(kMaxReplyLineBytes);
-    ScriptedServer server(AfterCommand([&](Peer& peer) {
-        peer.Send(line);
-        peer.WaitForClose();
-    }));
+    ScriptedServer server(AnswersOnce(line));
     GreetedSocket socket(server);
     EXPECT_TRUE(socket.SendUser("u") + "\r\n" == line);
 }
@@ -757,10 +726,7 @@ TEST(PopSocket, ArgumentsWithLineEndsOrNulAreNeverSent) {
 }
 
 TEST(PopSocket, WhatIsOnlyDigestedMayHoldAnything) {
-    ScriptedServer server(AfterCommand([](Peer& peer) {
-        peer.Send("+OK\r\n");
-        peer.WaitForClose();
-    }));
+    ScriptedServer server(AnswersOnce("+OK\r\n"));
     GreetedSocket socket(server);
     EXPECT_EQ(socket.SendAPOP("u", "pass\r\nword", "<t>"), "+OK");
 }

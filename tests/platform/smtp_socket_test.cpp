@@ -11,6 +11,7 @@
 #include "platform/net/limits.h"
 #include "platform/net/sockets.h"
 #include "testing/scripted_server.h"
+#include "tests/platform/socket_tools.h"
 #include "tests/support/net_tools.h"
 #include "tests/support/reset.h"
 
@@ -18,22 +19,20 @@ namespace tarvex {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::kHost;
+using testing::kLong_s;
 using testing::Peer;
 using testing::ScriptedServer;
 using testing::Stopwatch;
 using testing::WithResetAsSeen;
 
-constexpr const char* kHost = "127.0.0.1";
-constexpr int kLong_s = 60;  // far longer than anything here takes
+constexpr auto AfterCommand = testing::AfterCommandTo<CSmtpSocket>;
+constexpr auto AnswersOnce = testing::AnswerOnceTo<CSmtpSocket>;
 
 // The socket of a conversation whose greeting was taken.
-class GreetedSocket : public CSmtpSocket {
+class GreetedSocket : public testing::Greeted<CSmtpSocket> {
 public:
-    explicit GreetedSocket(const ScriptedServer& server, int time_out_s = kLong_s) {
-        SetTimeOut(time_out_s);
-        EXPECT_EQ(Create(0, 1, nullptr), 1);
-        EXPECT_EQ(SmtpConnect(kHost, server.Port()), "220 ready");
-    }
+    using Greeted::Greeted;
     std::string Data(const std::string& text, DataForm form = DataForm::Fetched) { return SendData(&text, form); }
     std::string Ehlo() {
         std::string host = "client.example";
@@ -44,22 +43,6 @@ public:
         return {SendEHello(&argument), SendHello(&argument), SendMailFrom(&argument), SendRcptTo(&argument)};
     }
 };
-
-// A server that greets, takes one command and then does this.
-ScriptedServer::Session AfterCommand(const std::function<void(Peer&)>& then) {
-    return [then](Peer& peer) {
-        peer.Send("220 ready\r\n");
-        peer.ReadLine();
-        then(peer);
-    };
-}
-
-ScriptedServer::Session AnswersOnce(const std::string& reply) {
-    return AfterCommand([reply](Peer& peer) {
-        peer.Send(reply);
-        peer.WaitForClose();
-    });
-}
 
 // Far more than the system holds between two ends that do not read, in lines.
 std::string LargeMessage() {
