@@ -7,9 +7,29 @@
 #include "platform/os/files.h"
 #include "tarvex/settings.h"
 #include "testing/temp_dir.h"
+#include "tests/store/record_test.h"
 
 namespace tarvex {
+
+template <>
+struct RecordFacts<CAppSetting> {
+    using S = CAppSetting;
+    static constexpr const char* kFile = "appset.def";
+
+    static std::vector<FieldCase<S>> Fields() {
+        return {Field("rootpath", &S::rootpath, "C:\\Data"), Field("allowcreatenewuser", &S::allowcreatenewuser, 1)};
+    }
+
+    static std::string FileOfAllFieldsChanged() {
+        return "[version]\r\n0\r\n\r\n"
+               "[rootpath]\r\nC:\\Data\r\n\r\n"
+               "[allowcreatenewuser]\r\n1\r\n\r\n";
+    }
+};
+
 namespace {
+
+INSTANTIATE_TYPED_TEST_SUITE_P(App, Record, CAppSetting);
 
 using testing::ReadFile;
 using testing::TempDir;
@@ -26,22 +46,6 @@ TEST(AppSetting, DefaultsAreARootBelowTheApplicationAndNoNewUsers) {
     const CAppSetting setting;
     EXPECT_EQ(setting.rootpath, GetApplicationPath() + "\\TarvexRoot");
     EXPECT_EQ(setting.allowcreatenewuser, 0);
-}
-
-TEST(AppSetting, InitializeRestoresTheDefaults) {
-    CAppSetting setting = Make("elsewhere", 1);
-    setting.Initialize();
-    EXPECT_EQ(setting.rootpath, CAppSetting().rootpath);
-    EXPECT_EQ(setting.allowcreatenewuser, 0);
-}
-
-TEST(AppSetting, FileIsWrittenInItsOrderWithVersionZero) {
-    const TempDir dir;
-    EXPECT_EQ(Make("C:\\Data", 1).Save(dir.String()), 1);
-    EXPECT_EQ(ReadFile(dir / "appset.def"),
-              "[version]\r\n0\r\n\r\n"
-              "[rootpath]\r\nC:\\Data\r\n\r\n"
-              "[allowcreatenewuser]\r\n1\r\n\r\n");
 }
 
 TEST(AppSetting, VersionIsReadAndIgnored) {
@@ -75,35 +79,12 @@ TEST(AppSetting, BlanksAroundAValueAreTrimmed) {
     EXPECT_EQ(setting.allowcreatenewuser, 1);
 }
 
-TEST(AppSetting, MissingFileChangesNothing) {
-    const TempDir dir;
-    CAppSetting setting = Make("kept", 1);
-    EXPECT_EQ(setting.Load(dir.String()), 0);
-    EXPECT_EQ(setting.rootpath, "kept");
-    EXPECT_EQ(setting.allowcreatenewuser, 1);
-}
-
-TEST(AppSetting, EmptyDirectoryTextIsRefusedBySave) { EXPECT_EQ(CAppSetting().Save(""), 0); }
-
 TEST(AppSetting, EqualInOneFieldIsEqual) {
     EXPECT_EQ(Make("a", 0) == Make("a", 0), 1);
     EXPECT_EQ(Make("a", 0) == Make("b", 0), 1);
     EXPECT_EQ(Make("a", 0) == Make("a", 1), 1);
     EXPECT_EQ(Make("a", 0) == Make("b", 1), 0);
     EXPECT_EQ(Make("a", 0) == Make("A", 1), 0) << "letter case counts";
-}
-
-TEST(AppSetting, CopyAndAssignmentTakeBothFields) {
-    const CAppSetting source = Make("a", 1);
-    const CAppSetting copy(source);
-    EXPECT_EQ(copy.rootpath, "a");
-    EXPECT_EQ(copy.allowcreatenewuser, 1);
-    CAppSetting assigned;
-    assigned = source;
-    EXPECT_EQ(assigned.rootpath, "a");
-    EXPECT_EQ(assigned.allowcreatenewuser, 1);
-    assigned = static_cast<const CAppSetting&>(assigned);
-    EXPECT_EQ(assigned.rootpath, "a");
 }
 
 }  // namespace

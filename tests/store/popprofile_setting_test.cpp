@@ -9,96 +9,91 @@
 #include "platform/os/clock.h"
 #include "tarvex/settings.h"
 #include "testing/temp_dir.h"
+#include "tests/store/record_test.h"
 
 namespace tarvex {
 namespace {
+
+// 15 March 2009 10:20:00 local time.
+const CTime kLastTime = FromLocalTime(2009, 3, 15, 10, 20, 0).value();
+
+}  // namespace
+
+template <>
+struct RecordFacts<CPopProfileSetting> {
+    using S = CPopProfileSetting;
+    static constexpr const char* kFile = "popprofile.def";
+
+    static std::vector<FieldCase<S>> Fields() {
+        return {
+            Field("version", &S::version, 101, false),
+            Field("nickname", &S::nickname, "a nickname"),
+            Field("address", &S::address, "me@example.org"),
+            Field("popuser", &S::popuser, "pop user"),
+            Field("popserver", &S::popserver, "pop.example.org"),
+            Field("poppassword", &S::poppassword, "pop secret"),
+            Field("smtpuser", &S::smtpuser, "smtp user"),
+            Field("smtpserver", &S::smtpserver, "smtp.example.org"),
+            Field("smtppassword", &S::smtppassword, "smtp secret"),
+            Field("timer", &S::timer, 102),
+            Field("deletemail", &S::deletemail, 103),
+            Field("apop", &S::apop, 104),
+            Field("esmtp", &S::esmtp, 105),
+            Field("smtpauth", &S::smtpauth, 106),
+            Field("logmode", &S::logmode, 107),
+            Field("logsize", &S::logsize, 108),
+            Field("lasttime", &S::lasttime, kLastTime, false),
+            Field("status", &S::status, 109),
+            Field("popport", &S::popport, 111),
+            Field("smtpport", &S::smtpport, 112),
+            Field("sslpop", &S::sslpop, 113),
+            Field("sslsmtp", &S::sslsmtp, 114),
+            Field("replacefrom", &S::replacefrom, 115),
+            Field("replaceto", &S::replaceto, 116),
+            Field("timeout", &S::timeout, 117),
+            Field("smtpauth_mode", &S::smtpauth_mode, 118),
+        };
+    }
+
+    static std::string FileOfAllFieldsChanged() {
+        return "[version]\r\n101\r\n\r\n"
+               "[nickname]\r\na nickname\r\n\r\n"
+               "[address]\r\nme@example.org\r\n\r\n"
+               "[popuser]\r\npop user\r\n\r\n"
+               "[popserver]\r\npop.example.org\r\n\r\n"
+               "[poppassword]\r\nj5CP34yanI2aiw==\r\n\r\n"
+               "[smtpuser]\r\nsmtp user\r\n\r\n"
+               "[smtpserver]\r\nsmtp.example.org\r\n\r\n"
+               "[smtppassword]\r\njJKLj9+MmpyNmos=\r\n\r\n"
+               "[timer]\r\n102\r\n\r\n"
+               "[deletemail]\r\n103\r\n\r\n"
+               "[apop]\r\n104\r\n\r\n"
+               "[esmtp]\r\n105\r\n\r\n"
+               "[smtpauth]\r\n106\r\n\r\n"
+               "[logmode]\r\n107\r\n\r\n"
+               "[logsize]\r\n108\r\n\r\n"
+               "[status]\r\n109\r\n\r\n"
+               "[popport]\r\n111\r\n\r\n"
+               "[smtpport]\r\n112\r\n\r\n"
+               "[sslpop]\r\n113\r\n\r\n"
+               "[sslsmtp]\r\n114\r\n\r\n"
+               "[lasttime]\r\n2009,3,15,10,20,0\r\n\r\n"
+               "[timeout]\r\n117\r\n\r\n"
+               "[replacefrom]\r\n115\r\n\r\n"
+               "[replaceto]\r\n116\r\n\r\n"
+               "[smtpauth_mode]\r\n118\r\n\r\n";
+    }
+};
+
+namespace {
+
+INSTANTIATE_TYPED_TEST_SUITE_P(PopProfile, Record, CPopProfileSetting);
 
 using testing::ReadFile;
 using testing::TempDir;
 using testing::WriteFile;
 
 using S = CPopProfileSetting;
-
-// 15 March 2009 10:20:00 local time.
-const CTime kLastTime = FromLocalTime(2009, 3, 15, 10, 20, 0).value();
-
-struct FieldCase {
-    const char* name;
-    std::function<void(S&)> change;
-    std::function<bool(const S&, const S&)> same;
-    bool assigned = true;
-};
-
-template <class Member>
-FieldCase Field(const char* name, Member member, auto value, bool assigned = true) {
-    return {name, [=](S& setting) { setting.*member = value; },
-            [=](const S& a, const S& b) { return a.*member == b.*member; }, assigned};
-}
-
-std::vector<FieldCase> Fields() {
-    return {
-        Field("version", &S::version, 101, false),
-        Field("nickname", &S::nickname, "a nickname"),
-        Field("address", &S::address, "me@example.org"),
-        Field("popuser", &S::popuser, "pop user"),
-        Field("popserver", &S::popserver, "pop.example.org"),
-        Field("poppassword", &S::poppassword, "pop secret"),
-        Field("smtpuser", &S::smtpuser, "smtp user"),
-        Field("smtpserver", &S::smtpserver, "smtp.example.org"),
-        Field("smtppassword", &S::smtppassword, "smtp secret"),
-        Field("timer", &S::timer, 102),
-        Field("deletemail", &S::deletemail, 103),
-        Field("apop", &S::apop, 104),
-        Field("esmtp", &S::esmtp, 105),
-        Field("smtpauth", &S::smtpauth, 106),
-        Field("logmode", &S::logmode, 107),
-        Field("logsize", &S::logsize, 108),
-        Field("lasttime", &S::lasttime, kLastTime, false),
-        Field("status", &S::status, 109),
-        Field("popport", &S::popport, 111),
-        Field("smtpport", &S::smtpport, 112),
-        Field("sslpop", &S::sslpop, 113),
-        Field("sslsmtp", &S::sslsmtp, 114),
-        Field("replacefrom", &S::replacefrom, 115),
-        Field("replaceto", &S::replaceto, 116),
-        Field("timeout", &S::timeout, 117),
-        Field("smtpauth_mode", &S::smtpauth_mode, 118),
-    };
-}
-
-S AllFieldsChanged() {
-    S setting;
-    for (const FieldCase& field : Fields()) field.change(setting);
-    return setting;
-}
-
-const char* const kFileOfAllFieldsChanged =
-    "[version]\r\n101\r\n\r\n"
-    "[nickname]\r\na nickname\r\n\r\n"
-    "[address]\r\nme@example.org\r\n\r\n"
-    "[popuser]\r\npop user\r\n\r\n"
-    "[popserver]\r\npop.example.org\r\n\r\n"
-    "[poppassword]\r\nj5CP34yanI2aiw==\r\n\r\n"
-    "[smtpuser]\r\nsmtp user\r\n\r\n"
-    "[smtpserver]\r\nsmtp.example.org\r\n\r\n"
-    "[smtppassword]\r\njJKLj9+MmpyNmos=\r\n\r\n"
-    "[timer]\r\n102\r\n\r\n"
-    "[deletemail]\r\n103\r\n\r\n"
-    "[apop]\r\n104\r\n\r\n"
-    "[esmtp]\r\n105\r\n\r\n"
-    "[smtpauth]\r\n106\r\n\r\n"
-    "[logmode]\r\n107\r\n\r\n"
-    "[logsize]\r\n108\r\n\r\n"
-    "[status]\r\n109\r\n\r\n"
-    "[popport]\r\n111\r\n\r\n"
-    "[smtpport]\r\n112\r\n\r\n"
-    "[sslpop]\r\n113\r\n\r\n"
-    "[sslsmtp]\r\n114\r\n\r\n"
-    "[lasttime]\r\n2009,3,15,10,20,0\r\n\r\n"
-    "[timeout]\r\n117\r\n\r\n"
-    "[replacefrom]\r\n115\r\n\r\n"
-    "[replaceto]\r\n116\r\n\r\n"
-    "[smtpauth_mode]\r\n118\r\n\r\n";
 
 TEST(PopProfileSetting, Defaults) {
     const CTime before = CurrentTime();
@@ -129,60 +124,22 @@ TEST(PopProfileSetting, Defaults) {
     EXPECT_EQ(setting.smtpauth_mode, 0);
 }
 
-TEST(PopProfileSetting, InitializeRestoresEveryDefaultAndTakesTheCurrentTime) {
-    S setting = AllFieldsChanged();
+TEST(PopProfileSetting, InitializeTakesTheCurrentTime) {
+    S setting;
+    setting.lasttime = kLastTime;
     const CTime before = CurrentTime();
     setting.Initialize();
-    for (const FieldCase& field : Fields()) {
-        if (field.name == std::string("lasttime")) continue;
-        EXPECT_TRUE(field.same(setting, S())) << field.name;
-    }
     EXPECT_LE(before, setting.lasttime);
     EXPECT_LE(setting.lasttime, CurrentTime());
 }
 
-TEST(PopProfileSetting, CopyConstructionTakesEveryField) {
-    const S source = AllFieldsChanged();
-    const S copy(source);
-    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(copy, source)) << field.name;
-}
-
-TEST(PopProfileSetting, AssignmentTakesAllButVersionAndLastTime) {
-    const S source = AllFieldsChanged();
-    S target;
-    target.lasttime = 77;
-    const S before(target);
-    target = source;
-    for (const FieldCase& field : Fields()) EXPECT_EQ(field.same(target, source), field.assigned) << field.name;
-    EXPECT_EQ(target.version, before.version);
-    EXPECT_EQ(target.lasttime, 77);
-}
-
-TEST(PopProfileSetting, AssignmentToItselfChangesNothing) {
-    S setting = AllFieldsChanged();
-    setting = static_cast<const S&>(setting);
-    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(setting, AllFieldsChanged())) << field.name;
-}
-
-TEST(PopProfileSetting, EqualityComparesAllButVersionAndLastTime) {
-    for (const FieldCase& field : Fields()) {
-        S changed;
-        field.change(changed);
-        EXPECT_EQ(changed == S(), field.assigned ? 0 : 1) << field.name;
-    }
-}
+TEST(PopProfileSetting, EqualityComparesAllButVersionAndLastTime) { ExpectEqualityOfAssignedFields<S>(); }
 
 TEST(PopProfileSetting, EqualityIsCaseSensitive) {
     S lower, upper;
     lower.popserver = "pop.example.org";
     upper.popserver = "POP.example.org";
     EXPECT_EQ(lower == upper, 0);
-}
-
-TEST(PopProfileSetting, FileIsWrittenInItsOwnOrder) {
-    const TempDir dir;
-    EXPECT_EQ(AllFieldsChanged().Save(dir.String()), 1);
-    EXPECT_EQ(ReadFile(dir / "popprofile.def"), kFileOfAllFieldsChanged);
 }
 
 TEST(PopProfileSetting, SecondsAreWrittenButDroppedWhenRead) {
@@ -194,22 +151,6 @@ TEST(PopProfileSetting, SecondsAreWrittenButDroppedWhenRead) {
     S loaded;
     EXPECT_EQ(loaded.Load(dir.String()), 1);
     EXPECT_EQ(loaded.lasttime, kLastTime);
-}
-
-TEST(PopProfileSetting, EveryFieldOfTheFileIsLoaded) {
-    const TempDir dir;
-    WriteFile(dir / "popprofile.def", kFileOfAllFieldsChanged);
-    S loaded;
-    EXPECT_EQ(loaded.Load(dir.String()), 1);
-    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(loaded, AllFieldsChanged())) << field.name;
-}
-
-TEST(PopProfileSetting, SavingTwiceYieldsIdenticalFiles) {
-    const TempDir dir;
-    const S setting = AllFieldsChanged();
-    EXPECT_EQ(setting.Save(dir.String()), 1);
-    EXPECT_EQ(setting.Save(dir.String()), 1);
-    EXPECT_EQ(ReadFile(dir / "popprofile.def"), kFileOfAllFieldsChanged);
 }
 
 // Each with the effect on a record of defaults.
@@ -286,23 +227,6 @@ TEST(PopProfileSetting, DamagedTimeStampYieldsTheCurrentTime) {
         EXPECT_LE(before, setting.lasttime) << stamp;
         EXPECT_LE(setting.lasttime, CurrentTime()) << stamp;
     }
-}
-
-TEST(PopProfileSetting, MissingFileChangesNothing) {
-    const TempDir dir;
-    S setting = AllFieldsChanged();
-    EXPECT_EQ(setting.Load(dir.String()), 0);
-    for (const FieldCase& field : Fields()) EXPECT_TRUE(field.same(setting, AllFieldsChanged())) << field.name;
-}
-
-TEST(PopProfileSetting, EmptyDirectoryTextIsRefusedBySave) { EXPECT_EQ(S().Save(""), 0); }
-
-TEST(PopProfileSetting, SaveLeavesTheOldFileWhenItFails) {
-    const TempDir dir;
-    WriteFile(dir / "file", "x");
-    EXPECT_EQ(S().Save(dir / "file"), 0);
-    EXPECT_EQ(S().Save(dir / "missing"), 0);
-    EXPECT_EQ(ReadFile(dir / "file"), "x");
 }
 
 // No text but the empty one decodes to itself, since decoding shortens, so a password from a time before scrambling is
