@@ -31,7 +31,8 @@ struct TARVEX_API CUidlHash {
     std::size_t operator()(std::string_view id) const;
 };
 
-// A list of unique ids in the order in which they were added.
+// A set of unique ids that keeps the order in which they were added. The name was given: it holds ids, no mail. A run
+// keeps two: the ids that are handled and those that are present.
 class TARVEX_API CCheckedMail {
 public:
     int GetSize() const { return static_cast<int>(ids_.size()); }

@@ -3,8 +3,9 @@
 // What one run did: how it ended, what it fetched and delivered, what was refused and why, what is on disk.
 //
 // Part of every profile (CPopProfile::result). The worker of a running copy fills it. It is complete when the copy's
-// worker-thread field reads null, and may be read, copied or moved away from then on until RefreshThread or KillThread
-// frees the copy; before that only the observer may be read. Nothing here is sent, logged or written to disk.
+// worker-thread field reads null, and may be read, copied or moved away from then on until the copy is freed, by the
+// host, RefreshThread, the entry or KillThread; before that only the observer may be read. Nothing here is sent, logged
+// or written to disk.
 //
 // No exception comes from filling it. When memory runs out, every number and every enumerator outside an array is still
 // right; a text may be empty, and an array shorter than the number that counts the same.

@@ -20,6 +20,10 @@
 // settings file without a single byte is read, but not loaded whole: a save never leaves one. A uidl.def may be empty.
 // No operation throws. Where memory runs out, an operation fails and leaves what it was to change; an object whose
 // SetPath fails like that is left without a path, so that what could not be loaded is never saved over its own files.
+//
+// The members of a class stand under headings that say what they are for and which source file defines them. A host
+// needs what is kept in files, what is judged, and the members at the end. The steps of a run and the operations on
+// text are for whoever builds a run of his own.
 
 #include <atomic>
 #include <memory>
@@ -47,6 +51,8 @@ public:
     CForwardAddress(const CForwardAddress&) = delete;
     virtual ~CForwardAddress();
 
+    // ---- kept in files (store/forward_address.cpp)
+
     // Copies the path, the setting and the schedule, and reads the UIDL list from uidl.def in that path: a copy starts
     // from what is on disk, not from the other's list in memory. The takes-part flag is not copied.
     CForwardAddress& operator=(const CForwardAddress& other);
@@ -66,9 +72,13 @@ public:
     // path is not refused, unlike by the other Save operations: it names the root of the file system.
     int SaveUidlSetting();
 
+    // ---- judged (engine/schedule.cpp)
+
     // Whether the address takes part in a run that was judged due at that moment: it is switched on, and its schedule
     // is empty or has a term, switched on, that holds the moment. A term without a date stands for the current day.
     int JudgeTakePart(CTime moment) const;
+
+    // ---- members
 
     int takes_part = 0;  // whether the address takes part in the current run
     CScheduleSetting schedule;
@@ -87,6 +97,8 @@ public:
     CPopProfile(const CPopProfile&) = delete;
     virtual ~CPopProfile();
 
+    // ---- kept in files (store/pop_profile.cpp)
+
     // A deep copy for a worker: path, setting with lasttime but without the version, and a new copy of every forwarding
     // address. The log, the worker-thread field, the observer and the result are not copied.
     CPopProfile& operator=(const CPopProfile& other);
@@ -104,6 +116,8 @@ public:
     // Deletes the address and everything in its directory. Returns 0 when it is not one of this profile's.
     int DeleteForwardAddress(CForwardAddress* address);
 
+    // ---- judged (engine/entry.cpp)
+
     // Whether the profile is due: switched on, and its interval has passed since lasttime. Sets lasttime to now when it
     // is. Below 1,440 minutes the interval is `timer` minutes; from there on it is longer (1,440 minutes wait 48
     // hours).
@@ -113,23 +127,28 @@ public:
     // that is due. The beginning of time when the profile has no interval and is due at every call.
     CTime NextDue() const;
 
-    // One whole forwarding run: judge the addresses, fetch, deliver, remember, log. Always 1; the log tells the rest.
-    // Blocks for as long as the servers take; call it on a copy that no other thread uses.
+    // ---- run: the whole (engine/run.cpp) and its two conversations (transfer/)
+
+    // One whole forwarding run ("operation"): judge the addresses, fetch, deliver, remember, log. Always 1; `result`
+    // and the log tell the rest. Blocks for as long as the servers take; call it on a copy that no other thread uses.
     int DoOperation();
 
-    // The POP3 conversation of a run. Appends each fetched message to `mails`, which then owns it; leaves out the ids
-    // of `handled` (and deletes them on the server when `deletemail` is set); adds the ids that are on the server at
-    // the end to `present`, which may be null. Returns 1 when the conversation reached its QUIT, else 0; what was
-    // fetched stays.
+    // The POP3 conversation of a run (pop_process.cpp). Appends each fetched message to `mails`, which then owns it;
+    // leaves out the ids of `handled` (and deletes them on the server when `deletemail` is set); adds the ids that are
+    // on the server at the end to `present`, which may be null. Returns 1 when the conversation reached its QUIT, else
+    // 0; what was fetched stays, and result.mailbox tells why.
     int PopProcess(CArray<CReceiveMail*, CReceiveMail*>* mails, CCheckedMail* handled, CCheckedMail* present);
 
-    // Connects, greets and authenticates. Returns the connection, owned by the caller, who hands it to SmtpProcess and
-    // gives it back with CloseSmtpConnection. Null on failure: the log and result.delivery say why.
+    // Connects, greets and authenticates (smtp_opening.cpp). Returns the connection, owned by the caller, who hands it
+    // to SmtpProcess and gives it back with CloseSmtpConnection. Null on failure: the log and result.delivery say why.
     tarvex::CSmtpSocket* CreateSmtpConnection();
 
-    // Delivers every message to its destinations. A message that is delivered to all of them is destroyed; its place is
-    // null until all are delivered, when the array is emptied. Returns 0 after the first refusal.
+    // Delivers every message to its destinations (smtp_process.cpp). A message that is delivered to all of them is
+    // destroyed; its place is null until all are delivered, when the array is emptied. Returns 0 after the first
+    // refusal, which result.delivery tells.
     int SmtpProcess(tarvex::CSmtpSocket* socket, CArray<CReceiveMail*, CReceiveMail*>* mails);
+
+    // ---- text operations: header fields (rewrite/header_fields.cpp), text mails (rewrite/text_mail.cpp)
 
     // Finds a field by name ("From:"). `start` is the offset of the CR LF before it, `end` of that after its last line;
     // for a name that stands only in the body `end` is less than `start`. Returns 0 when there is no such field.
@@ -153,14 +172,16 @@ public:
     // takes an HTML message, but nested HTML parts are never taken.
     CString PickText(CString part, int offset, int htmltotext);
 
+    // ---- members
+
     std::vector<std::unique_ptr<CForwardAddress>> forward_addresses;
     CPopProfileSetting setting;
     CProfileLog log;
     std::atomic<tarvex::Thread*> worker_thread{nullptr};  // null unless this copy's run is under way
     CString path;
     CRunObserver observer;  // what this copy's run has done so far
-    // What this copy's run did. In a profile of the tree: CouldNotBegin as its ending, and nothing else, when there was
-    // no memory for the last copy of it.
+    // What this copy's run did, once worker_thread is null. In a profile of the tree: CouldNotBegin as its ending, and
+    // nothing else, when there was no memory for the last copy of it.
     CRunResult result;
     CLoaded setting_loaded;    // of the last reading of popprofile.def
     CLoaded addresses_loaded;  // of the last listing of the addresses
@@ -178,6 +199,8 @@ public:
     CUser& operator=(const CUser&) = delete;
     virtual ~CUser();
 
+    // ---- kept in files (store/user.cpp)
+
     void SetPath(CString path);  // Reset, then loads the setting and the profiles of the directory
     void Reset();                // destroys all profiles; path and setting stay
     int LoadSetting();
@@ -187,6 +210,8 @@ public:
     // As CreateNewForwardAddress and DeleteForwardAddress, with "from%d".
     CPopProfile* CreateNewPopProfile(CString nickname, CString address);
     int DeletePopProfile(CPopProfile* profile);
+
+    // ---- members
 
     CUserSetting setting;
     std::vector<std::unique_ptr<CPopProfile>> profiles;
@@ -205,6 +230,8 @@ public:
     // Interrupts the workers that still run, waits until they have saved their state, and frees everything.
     virtual ~CRootPath();
 
+    // ---- kept in files (store/root_path.cpp)
+
     // Makes the directory exist and loads the tree below it. Returns 0, with the former tree unchanged, when the
     // directory can neither be found nor created; one missing level is created, not several.
     int SetRootPath(CString root);
@@ -218,6 +245,12 @@ public:
     CUser* CreateNewUser(CString login_name, CString password, int administrator);
     int DeleteUser(CUser* user);
 
+    // ---- run (engine/entry.cpp)
+    //
+    // Runs are started by Tarvex and StartRun (tarvex/tarvex.h), which add a copy to running_copies. A host that wants
+    // the result of every run takes the copies whose worker has finished out of running_copies itself before it calls
+    // Tarvex: both Tarvex and RefreshThread free also what has finished since the host looked.
+
     // Frees the copies whose worker has finished; trims the process's memory when none is left.
     void RefreshThread();
 
@@ -226,8 +259,11 @@ public:
     void KillThread();
 
     // Waits until every worker has finished, at most that long (negative: without limit). Returns 1 when none runs any
-    // more, 0 when the time was up. The copies stay until RefreshThread frees them, so a host can read their logs.
+    // more, 0 when the time was up. The copies stay until RefreshThread frees them, so a host can read their
+    // results and logs.
     int WaitThread(int milliseconds);
+
+    // ---- members
 
     std::vector<std::unique_ptr<CUser>> users;
     std::vector<std::unique_ptr<CPopProfile>> running_copies;  // in the order in which they were started

@@ -1,7 +1,8 @@
 #pragma once
 
 // Operations on a UIDL list: the ordered list of unique ids that a forwarding address has received. Ids are compared
-// byte for byte. A list may hold an id more than once.
+// byte for byte. A list may hold an id more than once. These names were given; a host needs none of them, and the
+// engine itself works on whole lists (engine/bookkeeping.h).
 
 #include "tarvex/text.h"
 
