@@ -104,9 +104,7 @@ CTime CPopProfile::NextDue() const { return tarvex::DueTime(setting.timer, setti
 
 void CRootPath::RefreshThread() {
     std::erase_if(running_copies, [](const auto& copy) { return !copy->worker_thread.load(); });
-    if (running_copies.empty() && tarvex::GetCurrentProcess()) {
-        tarvex::SetProcessWorkingSetSize(tarvex::GetCurrentProcess(), -1, -1);
-    }
+    if (running_copies.empty()) tarvex::TrimProcess();
 }
 
 void CRootPath::KillThread() {

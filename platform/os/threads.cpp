@@ -249,15 +249,9 @@ InterruptScope::~InterruptScope() {
     if (current_worker != nullptr) current_worker->Remove(*target_);
 }
 
-void* GetCurrentProcess() {
-    static char process;
-    return &process;
-}
-
-int SetProcessWorkingSetSize(void* /*process*/, long /*minimum*/, long /*maximum*/) {
+void TrimProcess() {
     Registry::Get().FreeFinished();
     GiveMemoryBack();
-    return 1;
 }
 
 }  // namespace tarvex

@@ -4,6 +4,7 @@
 //
 // A worker ends by itself: TerminateThread interrupts what it waits for (sockets, name look-ups), makes every further
 // wait of that thread fail at once, and returns when the worker has ended. No thread is killed while it holds anything.
+// The names AfxBeginThread and TerminateThread were given: they start a worker, and interrupt and join it.
 
 namespace tarvex {
 
@@ -57,10 +58,7 @@ private:
     Interruptible* target_;
 };
 
-// A reference to the process; never null.
-void* GetCurrentProcess();
-
-// Gives memory that the process does not use back to the system. The sizes are taken as -1.
-int SetProcessWorkingSetSize(void* process, long minimum, long maximum);
+// Gives memory that the process does not use back to the system; on Windows, trims its working set.
+void TrimProcess();
 
 }  // namespace tarvex

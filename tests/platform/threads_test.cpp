@@ -299,8 +299,6 @@ TEST_F(ThreadsDeathTest, TheEndOfTheProgramInterruptsRunningWorkersAndWaitsForTh
 
 // ---- the rest of the system
 
-TEST(System, TheCurrentProcessIsNotNull) { EXPECT_NE(GetCurrentProcess(), nullptr); }
-
 TEST(System, TheHostNameIsTheMachines) {
     const std::string expected = testing::SystemHostName();
     EXPECT_EQ(HostName(), expected.empty() ? "localhost" : expected);
