@@ -1,4 +1,4 @@
-// A host in forty lines: runs what is due in a data tree, looking every minute, until Ctrl-C.
+// A small host: runs what is due in a data tree, looking every minute, and says how each run ended, until Ctrl-C.
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -11,6 +11,49 @@
 #include "tarvex/tarvex.h"
 
 static volatile std::sig_atomic_t stopped = 0;
+
+static std::string HowItEnded(const CRunResult& run) {
+    switch (run.ending) {
+        case CRunEnding::NotEnded:
+        case CRunEnding::CouldNotBegin:
+            return "could not begin";
+        case CRunEnding::NobodyTakesPart:
+            return "no address takes part now";
+        case CRunEnding::MailboxFailed:
+            return "the mailbox failed: " + run.mailbox.reply + run.mailbox.reason;
+        case CRunEnding::NothingNew:
+            return "nothing new";
+        case CRunEnding::Delivered:
+            return "delivered " + std::to_string(run.messages_delivered) + " messages in " +
+                   std::to_string(run.copies) + " copies";
+        case CRunEnding::DeliveryFailed:
+            return "the delivery of " + run.delivery.uidl + " failed: " + run.delivery.reply + run.delivery.reason;
+        case CRunEnding::Exception:
+            break;
+    }
+    return "ended early: " + run.exception;
+}
+
+// Takes the copies whose runs have ended out of the list. One that ends meanwhile stays for the next time.
+static void TellEndedRuns(CRootPath& root) {
+    std::erase_if(root.running_copies, [](const auto& copy) {
+        if (copy->worker_thread.load()) return false;
+        std::cout << copy->path << ": " << HowItEnded(copy->result) << std::endl;
+        return true;
+    });
+}
+
+// As Tarvex(&root) does, which however frees what has ended since its result was looked for.
+static void StartDueRuns(CRootPath& root) {
+    for (const auto& user : root.users) {
+        for (const auto& profile : user->profiles) {
+            if (!profile->JudgeDoOperation()) continue;
+            if (StartRun(root, *profile) == CStartResult::CouldNotBegin) {
+                std::cout << profile->path << ": could not begin" << std::endl;
+            }
+        }
+    }
+}
 
 int main(int argc, char** argv) {
     if (argc != 2) {
@@ -31,8 +74,9 @@ int main(int argc, char** argv) {
     std::signal(SIGINT, [](int) { stopped = 1; });
     std::signal(SIGTERM, [](int) { stopped = 1; });
     while (!stopped) {
-        Tarvex(&root);  // returns at once; each due profile runs in a thread of its own
-        sleep(60);      // a signal ends it early
+        TellEndedRuns(root);
+        StartDueRuns(root);  // returns at once; each due profile runs in a thread of its own
+        sleep(60);           // a signal ends it early
     }
     std::cout << "stopped\n";
 }
