@@ -6,13 +6,14 @@
 #include "rewrite/mime_walk.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <optional>
 #include <vector>
 
 #include "platform/codec/base64.h"
-#include "platform/codec/japanese.h"
+#include "platform/codec/charset.h"
 #include "platform/codec/mail_header.h"
 #include "platform/codec/text.h"
 #include "platform/codec/transfer_encoding.h"
@@ -43,33 +44,21 @@ std::optional<std::string_view> BoundaryOf(std::string_view content_type, std::s
 
 // ---- a text part
 
-using Conversion = void (*)(const CString* source, CString* target);
+struct TransferEncoding {
+    std::string_view word;  // in the field's value
+    Conversion decode;
+};
+// The first whose word the value contains.
+constexpr std::array<TransferEncoding, 3> kTransferEncodings = {{
+    {"base64", Base64Decode},
+    {"x-uuencode", UUDecode},
+    {"quoted-printable", QuotedPrintableDecode},
+}};
 
-// First match in this order.
 void UndoTransferEncoding(std::string_view encoding, CString& text) {
-    Conversion conversion = nullptr;
-    if (Contains(encoding, "base64")) {
-        conversion = Base64Decode;
-    } else if (Contains(encoding, "x-uuencode")) {
-        conversion = UUDecode;
-    } else if (Contains(encoding, "quoted-printable")) {
-        conversion = QuotedPrintableDecode;
-    }
-    if (conversion) conversion(&text, &text);
-}
-
-// First match in this order; a part that names none of these is taken for ISO-2022-JP, which leaves ASCII and Shift-JIS
-// alone.
-void ConvertCharset(std::string_view content_type, CString& text) {
-    if (Contains(content_type, "iso-2022-jp")) {  // NOLINT(bugprone-branch-clone): the first match counts
-        JisToSJis(&text, &text);
-    } else if (Contains(content_type, "utf-8")) {
-        Utf8ToSJis(&text, &text);
-    } else if (Contains(content_type, "euc-jp")) {
-        EucToSJis(&text, &text);
-    } else if (!Contains(content_type, "us-ascii")) {
-        JisToSJis(&text, &text);
-    }
+    const auto* const found = std::ranges::find_if(
+        kTransferEncodings, [encoding](const TransferEncoding& entry) { return Contains(encoding, entry.word); });
+    if (found != kTransferEncodings.end()) found->decode(&text, &text);
 }
 
 // Takes POP3's additional dots off, and the line end that stood for the blank line. The dots are looked for in the
@@ -101,7 +90,7 @@ CString TextOf(std::string_view body, std::string_view content_type, std::string
 
     CString text(body);
     UndoTransferEncoding(transfer_encoding, text);
-    ConvertCharset(content_type, text);
+    BodyConversion(content_type)(&text, &text);
     Unstuff(text);
     if (is_html) HtmlToText(&text);
     if (!HoldsText(text)) return {};

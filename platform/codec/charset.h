@@ -1,6 +1,6 @@
 #pragma once
 
-// Named character sets of mail headers, to Shift-JIS.
+// The character sets of mails, to Shift-JIS.
 
 #include <memory>
 #include <optional>
@@ -8,6 +8,22 @@
 #include <string_view>
 
 namespace tarvex {
+
+// Fills `target` from `source`, which may be the same object.
+using Conversion = void (*)(const std::string* source, std::string* target);
+
+struct Charset {
+    std::string_view names;           // with blanks between them; lower case, without "-" and "_"
+    Conversion to_sjis;               // null: the system converts it
+    std::string_view word_in_bodies;  // empty: the content type of a body cannot name it
+    unsigned windows_code_page;
+};
+
+// The character set of that name, from the table in charset.cpp; null when it is not there.
+const Charset* FindCharset(std::string_view name);
+
+// The conversion of a body whose content type is this, in lower case.
+Conversion BodyConversion(std::string_view content_type);
 
 // Converts from ISO-2022-JP, Shift_JIS, EUC-JP, UTF-8 and US-ASCII, under their usual names, by our own code and from
 // what else the system's converter knows by way of UTF-8. A name from a mail is untrusted: only letters, digits and

@@ -58,18 +58,22 @@ INSTANTIATE_TEST_SUITE_P(
 
 INSTANTIATE_TEST_SUITE_P(
     TransferEncoding, ReadableText,
-    ::testing::Values(Both("Base64", "Content-Transfer-Encoding: base64\r\n\r\naGVs\r\nbG8=\r\n.\r\n", "hello"),
-                      Both("Base64InCapitals", "Content-Transfer-Encoding: BASE64\r\n\r\naGVsbG8\r\n.\r\n", "hello"),
-                      Both("QuotedPrintable", "Content-Transfer-Encoding: quoted-printable\r\n\r\na=3Db=\r\nc", "a=bc"),
-                      Both("UuEncode",
-                           "Content-Transfer-Encoding: x-uuencode\r\n\r\nbegin 644 a.txt\r\n%:&5L;&\\\r\n \r\nend\r\n",
-                           "hello"),
-                      Both("StuffedDotBehindASoftBreakStays",
-                           "Content-Transfer-Encoding: quoted-printable\r\n\r\na=\r\n..b\r\n..c", "a..b\r\n.c"),
-                      Both("DotOfBase64TextGoes", "Content-Transfer-Encoding: base64\r\n\r\nYQ0KLi5i", "a\r\n.b"),
-                      Both("SevenBit", "Content-Transfer-Encoding: 7bit\r\n\r\naGVsbG8=", "aGVsbG8="),
-                      Both("Base64WinsOverQuotedPrintable",
-                           "Content-Transfer-Encoding: quoted-printable base64\r\n\r\naGVsbG8=", "hello")));
+    ::testing::Values(
+        Both("Base64", "Content-Transfer-Encoding: base64\r\n\r\naGVs\r\nbG8=\r\n.\r\n", "hello"),
+        Both("Base64InCapitals", "Content-Transfer-Encoding: BASE64\r\n\r\naGVsbG8\r\n.\r\n", "hello"),
+        Both("QuotedPrintable", "Content-Transfer-Encoding: quoted-printable\r\n\r\na=3Db=\r\nc", "a=bc"),
+        Both("UuEncode", "Content-Transfer-Encoding: x-uuencode\r\n\r\nbegin 644 a.txt\r\n%:&5L;&\\\r\n \r\nend\r\n",
+             "hello"),
+        Both("StuffedDotBehindASoftBreakStays", "Content-Transfer-Encoding: quoted-printable\r\n\r\na=\r\n..b\r\n..c",
+             "a..b\r\n.c"),
+        Both("DotOfBase64TextGoes", "Content-Transfer-Encoding: base64\r\n\r\nYQ0KLi5i", "a\r\n.b"),
+        Both("SevenBit", "Content-Transfer-Encoding: 7bit\r\n\r\naGVsbG8=", "aGVsbG8="),
+        Both("UuEncodeWithoutItsX", "Content-Transfer-Encoding: uuencode\r\n\r\nbegin 644 a\r\n", "begin 644 a\r\n"),
+        Both("UuEncodeWinsOverQuotedPrintable",
+             "Content-Transfer-Encoding: quoted-printable x-uuencode\r\n\r\nbegin 644 a\r\n#86)C\r\nend\r\n", "abc"),
+        Both("Base64WinsOverUuEncode", "Content-Transfer-Encoding: x-uuencode base64\r\n\r\naGVsbG8=", "hello"),
+        Both("Base64WinsOverQuotedPrintable",
+             "Content-Transfer-Encoding: quoted-printable base64\r\n\r\naGVsbG8=", "hello")));
 
 INSTANTIATE_TEST_SUITE_P(
     Charset, ReadableText,

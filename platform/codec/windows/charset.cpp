@@ -4,33 +4,12 @@
 
 #include <windows.h>
 
-#include <algorithm>
-#include <array>
 #include <charconv>
 #include <string>
 
 namespace tarvex {
 
 namespace {
-
-struct NamedCodePage {
-    std::string_view name;
-    unsigned code_page;
-};
-// Without "-" and "_", on whose use mails do not agree.
-constexpr std::array<NamedCodePage, 31> kNamed = {{
-    {"usascii", 20127},   {"ascii", 20127},     {"ansix3.41968", 20127},
-    {"iso88591", 28591},  {"latin1", 28591},    {"l1", 28591},
-    {"iso88592", 28592},  {"latin2", 28592},    {"iso88593", 28593},
-    {"iso88594", 28594},  {"iso88595", 28595},  {"iso88596", 28596},
-    {"iso88597", 28597},  {"iso88598", 28598},  {"iso88599", 28599},
-    {"latin5", 28599},    {"iso885913", 28603}, {"iso885915", 28605},
-    {"latin9", 28605},    {"koi8r", 20866},     {"koi8u", 21866},
-    {"gb2312", 936},      {"gbk", 936},         {"gb18030", 54936},
-    {"big5", 950},        {"euckr", 949},       {"ksc56011987", 949},
-    {"uhc", 949},         {"iso2022kr", 50225}, {"tis620", 874},
-    {"macintosh", 10000},
-}};
 
 // The number behind "windows-", "cp" or "ibm".
 unsigned NumberedCodePage(std::string_view name) {
@@ -45,10 +24,8 @@ unsigned NumberedCodePage(std::string_view name) {
 }
 
 unsigned CodePageOf(std::string_view name) {
-    std::string plain_name(name);
-    std::erase_if(plain_name, [](char c) { return c == '-' || c == '_'; });
-    const auto* const named = std::ranges::find(kNamed, plain_name, &NamedCodePage::name);
-    const unsigned code_page = named != kNamed.end() ? named->code_page : NumberedCodePage(name);
+    const Charset* const known = FindCharset(name);
+    const unsigned code_page = known ? known->windows_code_page : NumberedCodePage(name);
     return IsValidCodePage(code_page) ? code_page : 0;
 }
 
