@@ -7,8 +7,8 @@ cmake_minimum_required(VERSION 3.25)
 
 set(errors "")
 
-# The tests there are: "Suite.Name" of every TEST, TEST_F and TEST_P.
-file(GLOB_RECURSE test_files ${ROOT}/tests/*.cpp)
+# The tests there are: "Suite.Name" of every TEST, TEST_F and TEST_P, typed or not.
+file(GLOB_RECURSE test_files ${ROOT}/tests/*.cpp ${ROOT}/tests/*.h)
 set(tests "")
 foreach(file IN LISTS test_files)
   file(READ ${file} text)
