@@ -92,6 +92,10 @@ CStartResult StartRun(CRootPath& root, CPopProfile& profile) {
     return CStartResult::CouldNotBegin;
 }
 
+void InterruptRuns(CRootPath& root) {
+    for (const auto& copy : root.running_copies) tarvex::InterruptThread(copy->worker_thread.load());
+}
+
 int CPopProfile::JudgeDoOperation() {
     if (setting.status == 0) return 0;
     const CTime now = tarvex::CurrentTime();

@@ -30,6 +30,10 @@ enum class CStartResult : int {
 // ended; call RefreshThread once their results have been read. To be called as the entry is.
 [[nodiscard]] TARVEX_API CStartResult StartRun(CRootPath& root, CPopProfile& profile);
 
+// Interrupts every run of the root and returns at once. They save their state and end soon; WaitThread waits for that.
+// Their copies stay, with their results, until RefreshThread or KillThread frees them. To be called as the entry is.
+TARVEX_API void InterruptRuns(CRootPath& root);
+
 // The interval of a profile's `timer` (in minutes), in seconds. Below 1,440 minutes it is that many minutes; from there
 // on it is longer (1,440 minutes give 48 hours). 0 for 0; a negative one, or one that the arithmetic of 32 bits has
 // made negative, has always passed.

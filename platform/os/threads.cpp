@@ -227,6 +227,10 @@ int TerminateThread(Thread* thread, unsigned /*exit_code*/) {
     return 1;
 }
 
+void InterruptThread(Thread* thread) {
+    if (const auto worker = Registry::Get().FindRunning(IdOf(thread))) worker->Interrupt();
+}
+
 bool WaitForThread(Thread* thread, int milliseconds) {
     if (const auto worker = Registry::Get().FindRunning(IdOf(thread))) {
         if (milliseconds < 0) {

@@ -28,6 +28,9 @@ Thread* AfxBeginThread(unsigned (*procedure)(void*), void* parameter, int priori
 // interrupted: it waits 5 s at most, and a minute for another writer of the same file.
 int TerminateThread(Thread* thread, unsigned exit_code);
 
+// Interrupts the worker and returns at once. Nothing happens when it has ended, or is null.
+void InterruptThread(Thread* thread);
+
 // Waits until the worker has ended, at most that long; negative = without limit. True when it has ended, also before,
 // or is null. A worker must not wait for itself.
 bool WaitForThread(Thread* thread, int milliseconds);

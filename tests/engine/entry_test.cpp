@@ -246,6 +246,20 @@ TEST(StartRun, IsRefusedWhileTheSameDirectoryRuns) {
     EXPECT_EQ(tree.root.running_copies.size(), 1U) << "the entry sees what was started without it";
 }
 
+TEST(InterruptRuns, EndsEveryRunAndLeavesTheResults) {
+    DataTree tree;
+    SilentServer pop;
+    CPopProfile& first = AddBusyProfile(tree, pop.Port());
+    CPopProfile& second = AddBusyProfile(tree, pop.Port());
+    Tarvex(&tree.root);
+    InterruptRuns(tree.root);
+    ASSERT_EQ(tree.root.WaitThread(kLongEnough_ms), 1);
+    ASSERT_EQ(tree.root.running_copies.size(), 2U);
+    for (const auto& copy : tree.root.running_copies) EXPECT_EQ(copy->result.ending, CRunEnding::MailboxFailed);
+    EXPECT_EQ(EndedRuns(first) + EndedRuns(second), 2) << "their state is saved";
+    InterruptRuns(tree.root);  // nothing runs any more
+}
+
 // A copy whose worker ended after the reaping that begins a call is still in the list while the call looks for
 // duplicates. Here a profile stands in the tree many times, and between two of its places another one takes its time to
 // be copied. Nothing is written, since the directories do not exist, so a run takes next to no time.
