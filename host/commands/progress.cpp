@@ -29,6 +29,11 @@ Progress::~Progress() {
 }
 
 void Progress::Show(const std::vector<RunNow>& runs) {
+    if (runs.empty()) {
+        std::cout << Wiping() << std::flush;
+        shown_ = 0;
+        return;
+    }
     std::string text = Wiping() + kNoWrapping;
     // With room for the line that says how many more there are, and for the cursor's own.
     const std::size_t room = std::min(runs.size(), static_cast<std::size_t>(std::max(TerminalLines() - 2, 0)));

@@ -54,42 +54,69 @@ bool WaitForWorkers(CRootPath& root, bool show_progress) {
     return true;
 }
 
-// Takes everything else out of the tree in memory, so that the entry does not see it.
-void KeepOnly(CRootPath& root, const std::vector<NamedProfile>& chosen) {
-    const auto is_chosen = [&chosen](const auto& profile) {
-        return std::ranges::any_of(chosen, [&](const NamedProfile& named) { return named.profile == profile.get(); });
-    };
-    for (const auto& user : root.users) std::erase_if(user->profiles, std::not_fn(is_chosen));
-}
-
 bool Runs(const CRootPath& root, const CPopProfile& profile) {
     return std::ranges::any_of(root.running_copies, [&](const auto& copy) { return copy->path == profile.path; });
-}
-
-// Takes those out of the chosen ones that must not run, and says why.
-std::string LeaveOut(const CRootPath& root, std::vector<NamedProfile>& chosen) {
-    std::string left_out;
-    std::erase_if(chosen, [&](const NamedProfile& named) {
-        const CPopProfile& profile = *named.profile;
-        const bool is_due = profile.setting.status != 0 && profile.NextDue() <= std::time(nullptr);
-        const std::string why = is_due ? WhyNotRunnable(profile) : WhyUnreadable(profile);
-        if (!why.empty()) AddLeftOut(left_out, ShownName(root, profile.path), why);
-        return !why.empty();
-    });
-    return left_out;
-}
-
-// Also why those that were named did not run.
-void PrintReports(const CRootPath& root, const std::vector<NamedProfile>& chosen, bool named_ones) {
-    for (const auto& copy : root.running_copies) std::cout << ReportOf(*copy);
-    for (const NamedProfile& named : chosen) {
-        if (named_ones && !Runs(root, *named.profile)) std::cout << WhyItDoesNotRun(root, *named.profile);
-    }
 }
 
 CommandError CannotUse(const std::string& directory, const std::string& why) {
     return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
 }
+
+// The runs of one call, and what has to be said about them.
+class Runner {
+public:
+    Runner(const std::string& directory, const Options& options)
+        : options_(options), history_(directory, [](const std::string& sentence) { PrintNote(sentence); }) {
+        if (const std::string trouble = LoadTree(root_, directory); !trouble.empty())
+            throw CannotUse(directory, trouble);
+        chosen_ = ChosenProfiles(root_, options.names);
+        for (const std::string& why : WhatIsNotListed(root_)) troubles_.Add("", why, kCannotWrite);
+    }
+
+    int Run() {
+        for (const NamedProfile& named : chosen_) StartIfWanted(*named.profile);
+        const bool done = WaitForWorkers(root_, options_.ShowsProgress());
+        if (!done) {
+            InterruptRuns(root_);
+            root_.WaitThread(-1);
+        }
+        for (const auto& copy : root_.running_copies) {
+            history_.Add(copy->path, RunThatEnded(*copy));
+            troubles_.AddEnd(ShownName(root_, copy->path), copy->result);
+        }
+        if (!done) return kSignalExit + CaughtSignal();
+        if (!options_.quiet) Print();
+        if (troubles_.code != kDone) throw CommandError(troubles_.code, troubles_.sentence);
+        return kDone;
+    }
+
+private:
+    void StartIfWanted(CPopProfile& profile) {
+        const bool is_due = profile.setting.status != 0 && profile.NextDue() <= std::time(nullptr);
+        const bool wanted = is_due || (options_.now && profile.setting.status != 0);
+        const std::string why = wanted ? WhyNotRunnable(profile) : WhyUnreadable(profile);
+        if (!why.empty()) return troubles_.Add(ShownName(root_, profile.path), why, kCannotWrite);
+        if (!wanted || StartRun(root_, profile) == CStartResult::Started) return;
+        history_.Add(profile.path, RunThatCouldNotBegin());
+        troubles_.AddEnd(ShownName(root_, profile.path), RunThatCouldNotBegin().result);
+    }
+
+    // Also why those that were named did not run.
+    void Print() const {
+        for (const auto& copy : root_.running_copies) std::cout << ReportOf(*copy);
+        if (options_.names.empty() && root_.running_copies.empty() && troubles_.code == kDone) std::cout << kNothingDue;
+        for (const NamedProfile& named : chosen_) {
+            const bool told = options_.names.empty() || Runs(root_, *named.profile);
+            if (!told && WhyUnreadable(*named.profile).empty()) std::cout << WhyItDoesNotRun(root_, *named.profile);
+        }
+    }
+
+    const Options& options_;
+    HistoryWriter history_;
+    CRootPath root_;
+    std::vector<NamedProfile> chosen_;
+    RunTroubles troubles_;
+};
 
 // A directory that is not there yet is created, but only where it was named.
 void RequireRootToRun(const std::string& directory, bool may_make) {
@@ -108,25 +135,7 @@ void RequireRootToRun(const std::string& directory, bool may_make) {
 int RunHere(const std::string& directory, const Options& options) {
     RaiseFileLimit();
     CatchTermination();
-    CRootPath root;
-    if (const std::string trouble = LoadTree(root, directory); !trouble.empty()) throw CannotUse(directory, trouble);
-    std::vector<NamedProfile> chosen = ChosenProfiles(root, options.names);
-    for (const NamedProfile& named : chosen) {
-        if (options.now) MakeDue(*named.profile);
-    }
-    std::string failed = LeaveOut(root, chosen);
-    KeepOnly(root, chosen);
-    Tarvex(&root);
-    // Destroying the root interrupts the workers, which save their state.
-    if (!WaitForWorkers(root, options.ShowsProgress())) return kSignalExit + CaughtSignal();
-
-    for (const auto& copy : root.running_copies) {
-        if (UnsavedListBytes(*copy) > 0) AddLeftOut(failed, ShownName(root, copy->path), kStateNotSaved);
-    }
-    if (!options.quiet) PrintReports(root, chosen, !options.names.empty());
-    if (!failed.empty()) throw CommandError(kCannotWrite, failed);
-    if (!options.quiet && options.names.empty() && root.running_copies.empty()) std::cout << kNothingDue;
-    return kDone;
+    return Runner(directory, options).Run();
 }
 
 // The service's runs that this command is about, as lines on the terminal.
@@ -189,7 +198,7 @@ void AddRunCommand(CLI::App& app, Context& context) {
     auto options = std::make_shared<Options>();
     AddProfileNames(*run, options->names);
     run->add_flag("--now", options->now, "Run them whether they are due or not");
-    run->add_flag("--quiet", options->quiet, "Print neither progress nor what the runs added to their logs");
+    run->add_flag("--quiet", options->quiet, "Print failures and nothing else");
     run->footer("While a service owns the tree, it is the service that runs them.");
     run->callback(
         [&context, options] { context.command = [&context, options] { return RunOnce(context, *options); }; });

@@ -1,4 +1,4 @@
-// `tarvex status`: how every profile is doing, from its settings and its log.
+// `tarvex status`: how every profile is doing, from its settings and the history of its runs.
 
 #include <algorithm>
 #include <ctime>
@@ -9,6 +9,9 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/profile_arguments.h"
+#include "host/commands/submit.h"
+#include "host/history/history.h"
+#include "host/history/run_words.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -30,20 +33,16 @@ struct Status {
     std::string name;
     std::string address;
     bool switched_on = false;
-    bool has_log = false;  // switched on
+    bool has_log = false;         // switched on
+    bool ran_unrecorded = false;  // before there was a history
     CTime last_due = 0;
     CTime next_due = 0;
     std::optional<RunNow> running;  // by a service
-    std::optional<LoggedRun> last;
-    std::string trouble;  // why it does not run, as far as the log cannot tell
-    int failed_in_a_row = 0;
-    std::int64_t runs = 0;
-    std::int64_t failed = 0;
-    std::int64_t fetched = 0;
-    std::int64_t sent = 0;
+    std::optional<ProfileHistory> history;
+    std::string trouble;  // why it is not run, or what of its last run is not on disk
 };
 
-Status StatusOf(const CRootPath& root, const CPopProfile& profile) {
+Status StatusOf(const CRootPath& root, const CPopProfile& profile, HistoryReader* reader) {
     Status status;
     status.name = ShownName(root, profile.path);
     status.address = ShowText(profile.setting.address);
@@ -51,28 +50,25 @@ Status StatusOf(const CRootPath& root, const CPopProfile& profile) {
     status.has_log = profile.setting.logmode != 0;
     status.last_due = profile.setting.lasttime;
     status.next_due = profile.NextDue();
-    if (const std::string why = WhyUnreadable(profile); !why.empty()) status.trouble = "left out, " + why;
-    for (const LoggedRun& run : RunsIn(ReadLog(profile.path).value_or(std::vector<std::string>()))) {
-        const bool failed = run.ending == Ending::Failed;
-        status.failed_in_a_row = failed ? status.failed_in_a_row + 1 : 0;
-        status.failed += failed ? 1 : 0;
-        status.fetched += run.fetched;
-        status.sent += run.sent;
-        ++status.runs;
-        status.last = run;
+    if (reader) status.history = reader->Of(profile.path);
+    status.ran_unrecorded = !status.history && ReadLog(profile.path).has_value();
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) {
+        status.trouble = "left out, " + why;
+    } else if (status.history) {
+        status.trouble = WhatIsNotSaved(status.history->last.result);
     }
     return status;
 }
 
-std::string HowItEnded(const Status& status) {
+std::string HowTheLastRunEnded(const Status& status) {
     if (!status.trouble.empty()) return "see below";
-    if (!status.last) return status.has_log ? "" : "its log is off";
-    return HowItEnded(*status.last, status.failed_in_a_row, kReasonWidth);
+    if (!status.history) return status.ran_unrecorded ? "no record yet" : "";
+    return HowItEnded(status.history->last.result, status.history->failed_in_a_row, kReasonWidth);
 }
 
 std::string LastRun(const Status& status) {
-    if (!status.last) return "never";
-    return status.last->start ? ShowTime(*status.last->start) : "?";
+    if (status.history) return ShowTime(status.history->last.started);
+    return status.ran_unrecorded ? ShowTime(status.last_due) : "never";
 }
 
 std::string NextDue(const Status& status, CTime now) {
@@ -86,12 +82,13 @@ std::string NextDue(const Status& status, CTime now) {
 }
 
 void PrintTable(const std::vector<Status>& all, CTime now) {
-    Table table(
-        {"PROFILE", "ADDRESS", "LAST RUN", "NEXT DUE", "RUNS", "FAILED", "FETCHED", "SENT", "HOW THE LAST RUN ENDED"});
+    Table table({"PROFILE", "ADDRESS", "LAST RUN", "NEXT DUE", "RUNS", "FAILED", "DELIVERED", "COPIES",
+                 "HOW THE LAST RUN ENDED"});
     for (const Status& status : all) {
-        table.Add({status.name, status.address, LastRun(status), NextDue(status, now), std::to_string(status.runs),
-                   std::to_string(status.failed), std::to_string(status.fetched), std::to_string(status.sent),
-                   HowItEnded(status)});
+        const ProfileHistory history = status.history.value_or(ProfileHistory());
+        table.Add({status.name, status.address, LastRun(status), NextDue(status, now), std::to_string(history.runs),
+                   std::to_string(history.failed), std::to_string(history.delivered), std::to_string(history.copies),
+                   HowTheLastRunEnded(status)});
     }
     table.Print(std::cout);
     for (const Status& status : all) {
@@ -103,18 +100,37 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
     }
 }
 
-const char* Word(Ending ending) {
-    switch (ending) {
-        case Ending::Forwarded:
-            return "forwarded";
-        case Ending::NothingNew:
-            return "nothing new";
-        case Ending::NobodyTook:
-            return "no address took part";
-        case Ending::Failed:
-            break;
-    }
-    return "failed";
+Json JsonOfMoment(CTime moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment)); }
+
+// What ended the last run, with everything that is known of it.
+Json JsonOfFailure(const CRunResult& result) {
+    const CRunFailure* const failure = FailureOf(result);
+    if (!failure) return {};
+    return {{"conversation", failure == &result.mailbox ? "mailbox" : "delivery"},
+            {"stage", Word(failure->stage)},
+            {"class", Word(failure->failure_class)},
+            {"reply", Utf8FromText(failure->reply)},
+            {"reason", Utf8FromText(failure->reason)},
+            {"id", Utf8FromText(failure->uidl)},
+            {"sender", Utf8FromText(failure->sender)},
+            {"recipient", Utf8FromText(failure->recipient)}};
+}
+
+void AddHistory(Json& entry, const ProfileHistory& history) {
+    const CRunResult& last = history.last.result;
+    entry["last_run"] = JsonOfMoment(history.last.started);
+    entry["ended"] = history.runs == 0 ? Json() : Json(Word(last.ending));
+    entry["reason"] = IsFailure(last.ending) && history.runs > 0 ? Json(Utf8FromText(ReasonOf(last))) : Json();
+    entry["failure"] = JsonOfFailure(last);
+    entry["failed_in_a_row"] = history.failed_in_a_row;
+    entry["failing_since"] = JsonOfMoment(history.failing_since);
+    entry["last_good_run"] = JsonOfMoment(history.last_good);
+    entry["runs"] = history.runs;
+    entry["failed"] = history.failed;
+    entry["fetched"] = history.fetched;
+    entry["not_fetched"] = history.not_fetched;
+    entry["delivered"] = history.delivered;
+    entry["copies"] = history.copies;
 }
 
 Json JsonOf(const std::optional<RunNow>& run) {
@@ -137,16 +153,8 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
         entry["due"] = status.switched_on && status.next_due <= now;
         entry["next_due"] = status.switched_on && status.next_due > now ? Json(ShowIsoTime(status.next_due)) : Json();
         entry["running"] = JsonOf(status.running);
-        entry["last_run"] = status.last && status.last->start ? Json(ShowIsoTime(*status.last->start)) : Json();
-        entry["ended"] = status.last ? Json(Word(status.last->ending)) : Json();
-        entry["reason"] =
-            status.last && status.last->ending == Ending::Failed ? Json(Utf8FromText(status.last->reason)) : Json();
-        entry["failed_in_a_row"] = status.failed_in_a_row;
+        AddHistory(entry, status.history.value_or(ProfileHistory()));
         entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
-        entry["runs"] = status.runs;
-        entry["failed"] = status.failed;
-        entry["fetched"] = status.fetched;
-        entry["sent"] = status.sent;
         list.push_back(std::move(entry));
     }
     PrintJson(list);
@@ -166,7 +174,29 @@ void AddReport(const std::string& directory, std::vector<Status>& all) {
         const auto run = std::ranges::find(report.runs, status.name, &RunNow::profile);
         if (run != report.runs.end()) status.running = *run;
         const auto trouble = report.troubles.find(status.name);
-        if (trouble != report.troubles.end()) status.trouble = trouble->second;
+        if (trouble == report.troubles.end()) continue;
+        status.trouble = trouble->second;
+        const std::string unsaved = status.history ? WhatIsNotSaved(status.history->last.result) : "";
+        if (!unsaved.empty()) status.trouble += " (" + unsaved + ')';
+    }
+}
+
+// Also without the history, where that cannot be read.
+std::vector<Status> StatusesOf(const CRootPath& root, const std::vector<std::string>& names,
+                               const std::string& directory) {
+    const auto read = [&](HistoryReader* reader) {
+        std::vector<Status> all;
+        for (const NamedProfile& named : ChosenProfiles(root, names)) {
+            all.push_back(StatusOf(root, *named.profile, reader));
+        }
+        return all;
+    };
+    try {
+        HistoryReader reader(directory);
+        return read(&reader);
+    } catch (const DatabaseError& error) {
+        PrintNote(std::string("the history of runs cannot be read: ") + error.what());
+        return read(nullptr);
     }
 }
 
@@ -174,10 +204,10 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     CRootPath root;
     const std::string directory = RootDirectory(context.root_option);
     OpenTree(root, directory);
-    std::vector<Status> all;
-    for (const NamedProfile& named : ChosenProfiles(root, names)) all.push_back(StatusOf(root, *named.profile));
+    std::vector<Status> all = StatusesOf(root, names, directory);
     AddReport(directory, all);
     const CTime now = std::time(nullptr);
+    for (const std::string& why : WhatIsNotListed(root)) PrintNote(why + "; its profiles are not known");
     if (as_json) {
         PrintAsJson(all, now);
     } else if (all.empty()) {
@@ -191,10 +221,10 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
 }  // namespace
 
 void AddStatusCommand(CLI::App& app, Context& context) {
-    AddReadOnlyCommand(
-        app, context, "status", "Say of every profile when it last ran, how that ended, and when it is due next.",
-        ShowStatus,
-        "What is counted is what the logs still hold: messages fetched, and copies that the SMTP server took.");
+    AddReadOnlyCommand(app, context, "status",
+                       "Say of every profile when it last ran, how that ended, and when it is due next.", ShowStatus,
+                       "Counted is since the profile was made: runs, messages delivered to all their addresses, and "
+                       "copies that the SMTP server took.");
 }
 
 }  // namespace tarvex::host

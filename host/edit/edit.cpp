@@ -17,7 +17,6 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
-#include "host/tree/interval.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
@@ -57,8 +56,9 @@ void RefuseLoop(const CString& own, const CString& target) {
 }
 
 // A save would put defaults in the place of what could not be read.
-void RequireReadable(const CPopProfile& profile) {
-    if (const std::string why = WhyUnreadable(profile); !why.empty()) throw CommandError(kCannotWrite, why);
+template <class Loaded>
+void RequireLoaded(const Loaded& loaded) {
+    if (const std::string why = WhyNotLoaded(loaded); !why.empty()) throw CommandError(kCannotWrite, why);
 }
 
 CommandError CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
@@ -231,6 +231,7 @@ std::string Editor::EditUser() {
     if (Verb() == "add") return AddUser();
     CUser& user = FindUser(root_, Name());
     if (Verb() == "set") {
+        RequireLoaded(user.setting_loaded);
         return Set<CUserSetting>(user, [&](const CUserSetting& after) {
             if (after.loginname != user.setting.loginname) RefuseSecondUser(after.loginname);
         });
@@ -248,6 +249,7 @@ void Editor::RefuseSecondUser(const CString& login_name) const {
 }
 
 std::string Editor::AddUser() {
+    RequireLoaded(root_.users_loaded);  // a new folder must not take the place of one that cannot be seen
     const Values<CUserSetting> values(Behind(2), request_.secrets);
     CUserSetting draft;
     values.SetIn(draft, root_.path);
@@ -275,21 +277,22 @@ std::string Editor::EditProfile() {
     CPopProfile* const profile = named.profile;
     if (Verb() == "remove") return RemoveFromDisk(*profile, [&] { named.user->DeletePopProfile(profile); });
     if (Verb() != "set") UnknownVerb();
-    RequireReadable(*profile);
+    RequireLoaded(*profile);
     std::string text = Set<CPopProfileSetting>(*profile, [&](const CPopProfileSetting& after) {
         if (after.address == profile->setting.address) return;
         for (const auto& forward : profile->forward_addresses) RefuseLoop(after.address, forward->setting.address);
     });
     const int timer = profile->setting.timer;
     if (Values<CPopProfileSetting>(Behind(3), request_.secrets).Has("timer") &&
-        WaitSeconds(timer) != std::int64_t{timer} * 60) {
-        text += "Note: with a timer of " + std::to_string(timer) + " minutes it runs " + WaitInWords(timer) + ".\n";
+        IntervalSeconds(timer) != std::int64_t{timer} * 60) {
+        text += "Note: with a timer of " + std::to_string(timer) + " minutes it runs " + ShowInterval(timer) + ".\n";
     }
     return text;
 }
 
 std::string Editor::AddProfile() {
     CUser& user = FindUser(root_, Name());
+    RequireLoaded(user.profiles_loaded);
     const Values<CPopProfileSetting> values(Behind(3), request_.secrets);
     CPopProfileSetting draft;
     values.SetIn(draft, root_.path);
@@ -301,8 +304,8 @@ std::string Editor::AddProfile() {
     directory.Keep();
     const CPopProfileSetting& setting = profile->setting;
     std::string text = "Added profile " + Shown(profile->path) + " (" + ShowText(setting.address) + "). It runs " +
-                       WaitInWords(setting.timer);
-    const CTime first = setting.lasttime + WaitSeconds(setting.timer);
+                       ShowInterval(setting.timer);
+    const CTime first = setting.lasttime + IntervalSeconds(setting.timer);
     text += first > setting.lasttime ? ", for the first time at " + ShowMoment(first) + ".\n" : ".\n";
     user.profiles.push_back(std::move(profile));
     return text;
@@ -314,7 +317,7 @@ std::string Editor::EditForward() {
     CForwardAddress* const forward = named.forward;
     if (Verb() == "remove") return RemoveFromDisk(*forward, [&] { named.profile->DeleteForwardAddress(forward); });
     if (Verb() != "set") UnknownVerb();
-    RequireReadable(*named.profile);
+    RequireLoaded(*named.profile);
     const CString before = forward->setting.address;
     const std::string text = Set<CForwardAddressSetting>(*forward, [&](const CForwardAddressSetting& after) {
         if (after.address != before) RefuseLoop(named.profile->setting.address, after.address);
@@ -324,6 +327,7 @@ std::string Editor::EditForward() {
 
 std::string Editor::AddForward() {
     CPopProfile& profile = *FindProfile(root_, Name()).profile;
+    RequireLoaded(profile);
     const Values<CForwardAddressSetting> values(Behind(3), request_.secrets);
     CForwardAddressSetting draft;
     values.SetIn(draft, root_.path);
@@ -365,7 +369,7 @@ std::string Editor::EditSchedule() {
     const NamedForward named = FindForward(root_, Name());
     CForwardAddress& forward = *named.forward;
     if (request_.words.size() < 4) throw CommandError(kBadUsage, "an edit of a schedule needs more words");
-    RequireReadable(*named.profile);
+    RequireLoaded(*named.profile);
     if (Verb() == "add") return AddTerm(forward);
     if (Verb() == "remove") return RemoveTerms(forward);
     if (Verb() == "on" || Verb() == "off") return SwitchTerms(forward, Verb() == "on");

@@ -7,6 +7,8 @@
 namespace tarvex::host {
 namespace {
 
+constexpr int kLogPages = 100;  // of 4 KiB; the first use of a database reads as much
+
 DatabaseError Failure(sqlite3* database) {
     // Without a connection there was no memory for one.
     if (!database) return {SQLITE_NOMEM, "not enough memory"};
@@ -68,6 +70,9 @@ Database::Database(const std::string& utf8_path, Use use, std::chrono::milliseco
     // A file from elsewhere must not do anything when it is read.
     sqlite3_db_config(opened, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    // What is in the log goes into the file now and then, not at the end of each command that has added a little.
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_wal_autocheckpoint(opened, kLogPages);
 }
 
 void Database::Run(const char* sql) {

@@ -121,7 +121,7 @@ std::string HowItEnded(const CRunResult& result, std::int64_t failed_in_a_row, s
     }
     std::string text(Word(result.ending));
     if (result.ending == CRunEnding::Delivered) {
-        text += ' ' + ShowCount(result.messages_delivered, "message");
+        text = "forwarded " + ShowCount(result.messages_delivered, "message");
         if (result.copies != result.messages_delivered) text += " (" + std::to_string(result.copies) + " copies)";
     }
     if (result.messages_not_fetched > 0) text += ", could not fetch " + std::to_string(result.messages_not_fetched);
@@ -129,7 +129,7 @@ std::string HowItEnded(const CRunResult& result, std::int64_t failed_in_a_row, s
 }
 
 std::string WhatIsNotSaved(const CRunResult& result) {
-    if (result.lists == CSaved::Failed) return "what its last run delivered could not be recorded, and may come again";
+    if (result.lists == CSaved::Failed) return "what its last run forwarded could not be recorded, and may come again";
     if (result.settings == CSaved::Failed) return "when it last ran could not be recorded";
     if (result.log == CSaved::Failed) return "its log could not be written";
     return {};

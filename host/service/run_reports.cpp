@@ -1,21 +1,26 @@
-// How far runs are and how they ended, for commands and the service.
+// The words for runs that go on, that ended and that were not made.
 
 #include "host/service/run_reports.h"
 
+#include <algorithm>
+#include <ctime>
+#include <sstream>
+#include <string_view>
+
+#include "host/history/run_words.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
-#include "host/tree/log_reader.h"
 #include "host/tree/names.h"
-#include "host/tree/run_log.h"
 
 namespace tarvex::host {
 namespace {
 
-std::string Report(const CString& path, const std::vector<std::string>& lines, bool has_log) {
-    std::string text = "== " + ShowPath(path) + '\n';
-    for (const std::string& line : lines) text += line + '\n';
-    if (lines.empty()) text += has_log ? "(it did not run)\n" : "(its log is switched off)\n";
-    return text;
+constexpr std::size_t kReasonColumns = 200;
+
+// Entries that were read from the file hold no line end, so the start line of this run is the first entry that does.
+bool BeginsRun(std::string_view entry) {
+    constexpr std::string_view kStart = "---- Operation starting at ";
+    return entry.starts_with(std::string("\n").append(kStart)) || entry.starts_with(std::string("\r\n").append(kStart));
 }
 
 }  // namespace
@@ -31,25 +36,42 @@ std::vector<RunNow> RunsNow(const CRootPath& root) {
     return runs;
 }
 
-std::string ReportOf(const CPopProfile& copy) {
-    return Report(copy.path, LinesOfThisRun(copy.log), copy.setting.logmode != 0);
-}
-
-std::string ReportFromDisk(const CString& path, bool has_log) {
+std::vector<std::string> LinesOfThisRun(const CProfileLog& log) {
     std::vector<std::string> lines;
-    if (has_log) lines = LinesOfLastRun(ReadLog(path).value_or(std::vector<std::string>()));
-    for (std::string& line : lines) line = ShowText(line);
-    return Report(path, lines, has_log);
+    for (auto entry = std::ranges::find_if(log.entries, BeginsRun); entry != log.entries.end(); ++entry) {
+        std::string text = *entry;
+        std::erase(text, '\r');
+        std::istringstream pieces(text);
+        for (std::string line; std::getline(pieces, line);) lines.push_back(ShowText(line));
+    }
+    if (!lines.empty() && lines.front().empty()) lines.erase(lines.begin());
+    return lines;
 }
 
-void MakeDue(CPopProfile& profile) {
-    // Before any moment to which an interval could be added without passing now.
-    constexpr CTime kLongAgo = -(CTime{1} << 40);
-    if (profile.setting.status != 0) profile.setting.lasttime = kLongAgo;
+std::string ReportOf(const CPopProfile& copy) {
+    std::string text = "== " + ShowPath(copy.path) + ": " + HowItEnded(copy.result, 1, kReasonColumns) + '\n';
+    for (const std::string& line : LinesOfThisRun(copy.log)) text += line + '\n';
+    if (copy.setting.logmode == 0) text += "(its log is switched off)\n";
+    return text;
 }
 
-void AddLeftOut(std::string& sentence, const std::string& name, const std::string& why) {
-    sentence += (sentence.empty() ? "" : "; ") + name + ": " + why;
+PastRun RunThatEnded(const CPopProfile& copy) { return {copy.setting.lasttime, std::time(nullptr), copy.result}; }
+
+PastRun RunThatCouldNotBegin() {
+    PastRun run;
+    run.started = run.ended = std::time(nullptr);
+    run.result.ending = CRunEnding::CouldNotBegin;
+    return run;
+}
+
+void RunTroubles::Add(const std::string& name, const std::string& why, int exit_code) {
+    sentence += (sentence.empty() ? "" : "; ") + (name.empty() ? why : name + ": " + why);
+    code = std::max(code, exit_code);
+}
+
+void RunTroubles::AddEnd(const std::string& name, const CRunResult& result) {
+    if (IsFailure(result.ending)) Add(name, HowItEnded(result, 1, kReasonColumns), kUnavailable);
+    if (const std::string what = WhatIsNotSaved(result); !what.empty()) Add(name, what, kCannotWrite);
 }
 
 std::string WhyItDoesNotRun(const CRootPath& root, const CPopProfile& profile) {

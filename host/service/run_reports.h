@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "host/history/history.h"
+#include "host/system/command_error.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -24,27 +26,34 @@ struct RunNow {
 // What a service tells of itself. Profiles are named as by ShownName.
 struct ServiceReport {
     std::vector<RunNow> runs;                     // under way
-    std::map<std::string, std::string> troubles;  // by profile: why it does not run, as far as its log cannot tell
+    std::map<std::string, std::string> troubles;  // by profile: why it is not run
 };
 
 // Those that are under way. On the thread that owns the root.
 std::vector<RunNow> RunsNow(const CRootPath& root);
 
-// What a run that has ended added to its log, in lines below its directory.
+// What a run that has ended added to its log, line by line and fit to be shown.
+std::vector<std::string> LinesOfThisRun(const CProfileLog& log);
+
+// The same below its directory and how it ended.
 std::string ReportOf(const CPopProfile& copy);
 
-// The same of the last run in a log on disk, for a copy that has been freed.
-std::string ReportFromDisk(const CString& path, bool has_log);
+// A run that ends now, for the history.
+PastRun RunThatEnded(const CPopProfile& copy);
+PastRun RunThatCouldNotBegin();
 
-// Lets the next call of the entry run the profile, as long as it is switched on.
-void MakeDue(CPopProfile& profile);
+// What went wrong with the profiles that a command is about: one sentence, and the exit code for it.
+struct RunTroubles {
+    std::string sentence;
+    int code = kDone;  // of several the highest: a profile left out (74) says more than a run that failed (69)
 
-// Adds to a sentence about profiles that are not run for what their files are like, or were not recorded.
-void AddLeftOut(std::string& sentence, const std::string& name, const std::string& why);
+    void Add(const std::string& name, const std::string& why, int exit_code);  // the name may be empty
+    void AddEnd(const std::string& name, const CRunResult& result);            // nothing when all went well
+};
 
 inline constexpr const char* kNothingDue = "No profile was due.\n";
 
-// Why that did not run it, in a line for whoever named it.
+// One line explaining why a named profile was not run.
 std::string WhyItDoesNotRun(const CRootPath& root, const CPopProfile& profile);
 
 }  // namespace tarvex::host

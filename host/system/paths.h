@@ -2,6 +2,7 @@
 
 // Paths of the tree outside of the engine.
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -32,6 +33,10 @@ std::string TemporaryDirectory();
 
 // Makes what is missing of a directory, for its owner alone.
 std::error_code MakeOwnDirectories(const std::string& directory);
+
+// Takes room for a file of so many bytes that does not stay, in one call and without writing; what was there is gone
+// afterwards. An error when there is none.
+std::error_code ReserveRoom(const std::filesystem::path& file, std::uintmax_t bytes);
 
 // A text that differs for two directories that have had the same path one after the other; empty when unknown.
 std::string DirectoryIdentity(std::string_view path);

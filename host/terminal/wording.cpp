@@ -10,6 +10,7 @@
 
 #include "host/system/display.h"
 #include "host/terminal/table.h"
+#include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
@@ -73,6 +74,14 @@ std::string ShowSpan(std::int64_t seconds) {
     if (seconds < 2 * kHour) return std::to_string(seconds / kMinute) + " min";
     if (seconds < 2 * kDay) return std::to_string(seconds / kHour) + " h";
     return ShowCount(seconds / kDay, "day");
+}
+
+std::string ShowInterval(int timer) {
+    if (timer <= 0) return "at every call";
+    const std::int32_t minutes = IntervalSeconds(timer) / 60;
+    if (minutes < 60) return "every " + ShowCount(minutes, "minute");
+    if (minutes % 60 == 0) return "every " + ShowCount(minutes / 60, "hour");
+    return "every " + ShowCount(minutes / 60, "hour") + ' ' + ShowCount(minutes % 60, "minute");
 }
 
 std::string OneLine(std::string_view text, std::size_t columns) {

@@ -18,6 +18,9 @@ std::string ShowMoment(CTime moment);                               // "2009-03-
 std::string ShowIsoTime(CTime moment);                              // "2009-03-15T10:20:05+0900"
 std::string ShowSpan(std::int64_t seconds);                         // "40 s", "7 min", "3 h", "12 days"
 
+// How often a profile with that timer (in minutes) runs: "at every call", "every 10 minutes", "every 48 hours".
+std::string ShowInterval(int timer);
+
 // The first line of bytes that came from elsewhere, fit to be shown and shortened to at most that many columns.
 // Tree text is Shift-JIS.
 std::string OneLine(std::string_view text, std::size_t columns);

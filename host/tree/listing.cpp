@@ -8,8 +8,8 @@
 #include "host/system/display.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
+#include "host/terminal/wording.h"
 #include "host/tree/advice.h"
-#include "host/tree/interval.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/schedule_text.h"
@@ -64,7 +64,7 @@ Json JsonOf(const CRootPath& root, const CUser& user) {
 Json JsonOf(const CRootPath& root, const CPopProfile& profile) {
     Json json = {{"path", ShownName(root, profile.path)}};
     AddKeys(json, profile.setting);
-    json["wait_seconds"] = WaitSeconds(profile.setting.timer);
+    json["wait_seconds"] = IntervalSeconds(profile.setting.timer);
     json["forwards"] = profile.forward_addresses.size();
     return json;
 }
@@ -124,7 +124,7 @@ void ListProfiles(const CRootPath& root, const CUser* only, Form form) {
         if (form == Form::Json) json.push_back(JsonOf(root, *profile));
         table.Add({ShownName(root, profile->path), ShowText(setting.nickname), ShowText(setting.address),
                    Server(setting.popserver, setting.popport),
-                   Server(ServerOf(setting, Protocol::Smtp), setting.smtpport), WaitInWords(setting.timer),
+                   Server(ServerOf(setting, Protocol::Smtp), setting.smtpport), ShowInterval(setting.timer),
                    OnOff(setting.status), std::to_string(profile->forward_addresses.size())});
     }
     form == Form::Json ? PrintJson(json) : table.Print(std::cout);
@@ -148,7 +148,7 @@ void ShowUser(const CRootPath& root, std::string_view name, Form form) { Show(ro
 void ShowProfile(const CRootPath& root, std::string_view name, Form form) {
     const CPopProfile& profile = *FindProfile(root, name).profile;
     Show(root, profile, form);
-    if (form == Form::Text) std::cout << "\nIt runs " << WaitInWords(profile.setting.timer) << ".\n";
+    if (form == Form::Text) std::cout << "\nIt runs " << ShowInterval(profile.setting.timer) << ".\n";
 }
 
 void ShowForward(const CRootPath& root, std::string_view name, Form form) {

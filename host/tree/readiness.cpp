@@ -1,8 +1,9 @@
-// Tries whether the files of a profile can be read and saved.
+// What loading the tree said of each profile, and what the system says of the files that a run will read and write.
 
 #include "host/tree/readiness.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -18,7 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr const char* kSetting = "\\popprofile.def";
 constexpr const char* kList = "\\uidl.def";
-constexpr std::uintmax_t kRoom = 16 << 10;  // bytes for what a run adds
+// For what a run adds to a file: a list grows by the ids of the mailbox's new messages.
+constexpr std::uintmax_t kGrowthBytes = 1 << 20;
 
 std::string Cannot(const char* verb, const CString& path, const std::string& why) {
     return std::string("cannot ") + verb + " \"" + ShowPath(path) + "\": " + why;
@@ -27,70 +29,87 @@ std::string Cannot(const char* verb, const CString& path, const std::string& why
 // Why the system refused the last call.
 std::string Refusal() { return std::generic_category().message(errno); }
 
-std::string WhyFileUnreadable(const CString& path, bool may_be_missing) {
+// Reads it to its end: that it can be opened does not say that the disk gives it back.
+std::string WhyListUnreadable(const CString& path) {
     std::error_code error;
     const fs::file_type type = fs::status(NativePath(path), error).type();
-    if (type == fs::file_type::not_found && may_be_missing) return {};
+    if (type == fs::file_type::not_found) return {};
     if (error) return Cannot("read", path, error.message());
     if (type != fs::file_type::regular) return Cannot("read", path, "it is no regular file");
-    return std::ifstream(NativePath(path)) ? std::string() : Cannot("read", path, Refusal());
+    std::ifstream file(NativePath(path), std::ios::binary);
+    if (!file) return Cannot("read", path, Refusal());
+    static std::array<char, 1 << 16> piece;
+    while (file.read(piece.data(), piece.size())) {
+    }
+    return file.bad() ? Cannot("read", path, Refusal()) : std::string();
 }
 
-// What is written for a try goes where a save writes first: a kill leaves nothing that is ever read or stays.
-std::string WhyFileUnwritable(const CString& path, std::uintmax_t bytes) {
-    std::error_code ignored;
-    fs::path file = fs::weakly_canonical(NativePath(path), ignored);
-    if (fs::exists(file, ignored)) {
+// Room is taken where a save writes first: a kill leaves nothing that is ever read or stays.
+std::string WhyFileUnwritable(const CString& path) {
+    std::error_code error;
+    fs::path file = fs::weakly_canonical(NativePath(path), error);
+    std::uintmax_t bytes = kGrowthBytes;
+    if (fs::exists(file, error)) {
         if (!std::fstream(file, std::ios::in | std::ios::out | std::ios::binary)) {
             return Cannot("write", path, Refusal());
         }
-        bytes = std::max(bytes, fs::file_size(file, ignored));
+        bytes += fs::file_size(file, error);
     }
     file += ".new";
-    fs::remove(file, ignored);
-    std::ofstream out(file, std::ios::binary);
-    const std::string piece(kRoom, '\0');
-    for (std::uintmax_t written = 0; out && written < bytes + kRoom; written += kRoom) out << piece << std::flush;
-    std::string trouble = out ? std::string() : Cannot("write", path, Refusal());
-    out.close();
-    fs::remove(file, ignored);
-    return trouble;
+    error = ReserveRoom(file, bytes);
+    return error ? Cannot("write", path, error.message()) : std::string();
 }
 
 }  // namespace
 
+std::string WhyNotLoaded(const CLoaded& loaded) {
+    if (loaded.whole) return {};
+    if (loaded.path.empty()) return "not enough memory to load it";
+    return Cannot("read", loaded.path, ShowUtf8Text(loaded.reason));
+}
+
+std::string WhyNotLoaded(const CPopProfile& profile) {
+    std::string why = WhyNotLoaded(profile.setting_loaded);
+    if (why.empty()) why = WhyNotLoaded(profile.addresses_loaded);
+    for (const auto& address : profile.forward_addresses) {
+        if (why.empty()) why = WhyNotLoaded(address->setting_loaded);
+        if (why.empty()) why = WhyNotLoaded(address->schedule_loaded);
+    }
+    return why;
+}
+
+void LoadAgain(CPopProfile& profile) {
+    profile.SetPath(CString(profile.path));
+    if (profile.LoadSetting() == 0 && profile.setting_loaded.whole) {
+        profile.setting_loaded = {false, profile.path + kSetting, "it is missing"};
+    }
+}
+
 std::string WhyUnreadable(const CPopProfile& profile) {
-    std::string trouble = WhyFileUnreadable(profile.path + kSetting, false);
+    std::string why = WhyNotLoaded(profile);
     for (const auto& address : profile.forward_addresses) {
-        if (trouble.empty()) trouble = WhyFileUnreadable(address->path + "\\forwardaddress.def", false);
-        if (trouble.empty()) trouble = WhyFileUnreadable(address->path + "\\schedule.def", true);
-        if (trouble.empty()) trouble = WhyFileUnreadable(address->path + kList, true);
+        if (why.empty()) why = WhyListUnreadable(address->path + kList);
     }
-    return trouble;
+    return why;
 }
 
-std::string WhyNotRunnable(const CPopProfile& profile, std::uintmax_t list_bytes) {
-    std::string trouble = WhyUnreadable(profile);
-    if (trouble.empty()) trouble = WhyFileUnwritable(profile.path + kSetting, 0);
+std::string WhyNotRunnable(const CPopProfile& profile) {
+    std::string why = WhyUnreadable(profile);
+    if (why.empty()) why = WhyFileUnwritable(profile.path + kSetting);
     for (const auto& address : profile.forward_addresses) {
-        if (trouble.empty()) trouble = WhyFileUnwritable(address->path + kList, list_bytes);
+        if (why.empty()) why = WhyFileUnwritable(address->path + kList);
     }
-    return trouble;
+    return why;
 }
 
-std::uintmax_t UnsavedListBytes(const CPopProfile& copy) {
-    constexpr std::uintmax_t kLineEnd = 2;
-    std::uintmax_t most = 0;
-    for (const auto& address : copy.forward_addresses) {
-        CForwardAddress stored;
-        stored.path = address->path;
-        stored.LoadUidlSetting();
-        if (stored.uidls == address->uidls) continue;
-        std::uintmax_t bytes = 1;
-        for (const CString& uidl : address->uidls) bytes += uidl.size() + kLineEnd;
-        most = std::max(most, bytes);
-    }
-    return most;
+std::vector<std::string> WhatIsNotListed(const CRootPath& root) {
+    std::vector<std::string> sentences;
+    const auto add = [&sentences](const CLoaded& loaded) {
+        if (!loaded.whole) sentences.push_back(WhyNotLoaded(loaded));
+    };
+    add(root.users_loaded);
+    for (const auto& user : root.users) add(user->profiles_loaded);
+    return sentences;
 }
 
 }  // namespace tarvex::host

@@ -1,26 +1,29 @@
 #pragma once
 
-// Whether the files of a profile let it run. To the engine a file that cannot be read is an empty one, and a run whose
-// state cannot be saved goes well: either way the next run would forward again what was forwarded already.
+// Whether a profile may be run, edited and saved. To the engine a file that cannot be read is an empty one, and a run
+// whose state cannot be saved goes well: either way the next run would forward again what was forwarded already.
 
-#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tarvex/tree.h"
 
 namespace tarvex::host {
 
-// Why a file of the profile cannot be read, empty when all that are needed can.
+// What of an object's files could not be read when it was loaded, and why; empty when all was.
+std::string WhyNotLoaded(const CLoaded& loaded);
+std::string WhyNotLoaded(const CPopProfile& profile);  // with its forwarding addresses
+
+// For a profile that was not loaded whole. One whose settings file is missing stays so: it is about to be replaced.
+void LoadAgain(CPopProfile& profile);
+
+// As WhyNotLoaded, or why a list of ids, which only a run loads, cannot be read.
 std::string WhyUnreadable(const CPopProfile& profile);
 
-// The same, or why what a run leaves could not be saved. Tries that beside the files, with lists of ids that take that
-// many bytes, or as many as those that are there, and some more. Not while the profile runs.
-std::string WhyNotRunnable(const CPopProfile& profile, std::uintmax_t list_bytes = 0);
+// The same, or why there is no room for what a run saves. Not while the profile runs.
+std::string WhyNotRunnable(const CPopProfile& profile);
 
-// Of the copy of a run that has ended: 0 when its lists of ids are on disk, else how many bytes the longest one that is
-// not would take, at least one.
-std::uintmax_t UnsavedListBytes(const CPopProfile& copy);
-
-inline constexpr const char* kStateNotSaved = "what its last run forwarded could not be recorded, and may come again";
+// The users and profiles that may be there and are not known, a sentence for each: a folder that cannot be looked into.
+std::vector<std::string> WhatIsNotListed(const CRootPath& root);
 
 }  // namespace tarvex::host

@@ -196,6 +196,7 @@ TEST_F(History, KeepsSoManyRunsAndSoManyDaysButEveryNumber) {
 TEST_F(History, ADamagedOneIsSetAsideAndBegunAnew) {
     Add(100, DeliveredMails(1, 1));
     const std::string damage(5000, 'x');
+    fs::remove(Uri() + "-wal");
     testing::WriteFile(Uri(), damage);
     HistoryWriter writer = Writer();
     Add(writer, 200, DeliveredMails(1, 1));
@@ -255,10 +256,10 @@ TEST_F(History, OneThatAnotherProcessKeepsLocksNobodyOutForLong) {
 TEST(RunWords, SayHowARunEnded) {
     EXPECT_EQ(HowItEnded(Ended(CRunEnding::NothingNew), 0, 60), "nothing new");
     EXPECT_EQ(HowItEnded(Ended(CRunEnding::NobodyTakesPart), 0, 60), "no address took part");
-    EXPECT_EQ(HowItEnded(DeliveredMails(1, 1), 0, 60), "delivered 1 message");
+    EXPECT_EQ(HowItEnded(DeliveredMails(1, 1), 0, 60), "forwarded 1 message");
     CRunResult result = DeliveredMails(2, 5);
     result.messages_not_fetched = 1;
-    EXPECT_EQ(HowItEnded(result, 0, 60), "delivered 2 messages (5 copies), could not fetch 1");
+    EXPECT_EQ(HowItEnded(result, 0, 60), "forwarded 2 messages (5 copies), could not fetch 1");
 
     result = Ended(CRunEnding::MailboxFailed);
     result.mailbox.reason = "the connection ended";

@@ -75,7 +75,7 @@ TEST(Host, PrintsWhatThisRunAddedToTheLog) {
     Host host;
     const std::string profile = host.AddProfile(mailbox.Port(), sink.Port());
     mailbox.Add(MailNumber(1));
-    const std::string heading = "== " + profile;
+    const std::string heading = "== " + profile + ": forwarded 1 message";
     const std::string first = host.Run();
     const std::string first_log = Log(profile);
     EXPECT_EQ(first, heading + first_log);
@@ -118,7 +118,7 @@ TEST(Host, ALogThatIsSwitchedOffIsSaidToBeSo) {
     const std::string profile =
         host.AddProfile(mailbox.Port(), sink.Port(), [](CPopProfile& changed) { changed.setting.logmode = 0; });
     mailbox.Add(MailNumber(1));
-    EXPECT_EQ(host.Run(), "== " + profile + "\n(its log is switched off)\n");
+    EXPECT_EQ(host.Run(), "== " + profile + ": forwarded 1 message\n(its log is switched off)\n");
     EXPECT_FALSE(fs::exists(profile + "/profile.log"));
     EXPECT_EQ(sink.Delivered().size(), 1u);
 }
@@ -132,8 +132,8 @@ TEST(Host, EveryProfileHasItsOwnPart) {
     first.Add(MailNumber(1));
     second.Add(MailNumber(2));
     const std::string printed = host.Run();
-    const std::string one = "== " + profiles[0] + Log(profiles[0]);
-    const std::string two = "== " + profiles[1] + Log(profiles[1]);
+    const std::string one = "== " + profiles[0] + ": forwarded 1 message" + Log(profiles[0]);
+    const std::string two = "== " + profiles[1] + ": forwarded 1 message" + Log(profiles[1]);
     EXPECT_THAT(printed, AnyOf(one + two, two + one));  // the tree is in the order of the directory
     EXPECT_THAT(one, HasSubstr("\nmail-1 received\n"));
     EXPECT_THAT(two, HasSubstr("\nmail-2 received\n"));
@@ -146,7 +146,7 @@ TEST(Host, ShiftJisIsShownAsUtf8) {
         changed.forward_addresses[0]->setting.address = "\x8C\x67\x91\xD1 <phone@example.net>";
         changed.forward_addresses[0]->SaveSetting();
     });
-    EXPECT_THAT(host.Run(), HasSubstr("\n* enabled : 携帯 <phone@example.net>\n"));
+    EXPECT_THAT(host.Run(kUnavailable), HasSubstr("\n* enabled : 携帯 <phone@example.net>\n"));
 }
 
 // ---- hostile text
@@ -165,7 +165,7 @@ TEST(Host, NothingThatAServerSaysReachesTheTerminalAsACommand) {
     Host host;
     const std::string profile = host.AddProfile(
         mailbox.Port(), sink.Port(), [&](CPopProfile& changed) { changed.setting.address = hostile.substr(0, 10); });
-    const std::string printed = host.Run();
+    const std::string printed = host.Run(kUnavailable);
     ExpectFitForATerminal(printed);
     EXPECT_THAT(printed, HasSubstr("\n+OK \\x1b]0;owned\\x07 ?31m"));
     EXPECT_THAT(printed, HasSubstr("\n550-\\x1b]0;owned\\x07 ?31m"));

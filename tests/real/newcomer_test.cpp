@@ -164,7 +164,7 @@ TEST_F(Newcomer, SetsUpAMailboxAndHasItServed) {
         EXPECT_EQ(mail.recipient, kPager);
         ExpectShort(mail);
     }
-    EXPECT_THAT(Do({"status", "--json"}), AllOf(HasSubstr("\"fetched\": 3"), HasSubstr("\"sent\": 3")));
+    EXPECT_THAT(Do({"status", "--json"}), AllOf(HasSubstr("\"fetched\": 3"), HasSubstr("\"copies\": 3")));
     EXPECT_THAT(Do({"log", kMailbox}), AllOf(HasSubstr("* POP Process - success"),
                                              HasSubstr("* SMTP Process - success"), Not(HasSubstr(kAlice.password))));
 

@@ -26,6 +26,7 @@ using loopback::StoredMail;
 
 constexpr int kNoRoot = 2;
 constexpr int kBadUsage = 64;
+constexpr int kUnavailable = 69;
 constexpr int kBroken = 70;
 inline constexpr const char* kPhone = "phone@example.net";
 
@@ -83,8 +84,14 @@ public:
         return command.Printed();
     }
 
-    // What a run that goes well prints.
-    std::string Run() const { return Tell({"run"}); }
+    // What a run prints. One that does not go well says so on standard error.
+    std::string Run(int exit_code = 0, const std::vector<std::string>& more = {}) const {
+        ChildProcess run = Start(Output::Pipe, more);
+        run.Wait();
+        EXPECT_EQ(run.ExitCode(), exit_code);
+        EXPECT_EQ(run.Errors().empty(), exit_code == 0) << run.Errors();
+        return run.Printed();
+    }
 
     static std::string Native(std::string path) {
         std::ranges::replace(path, '\\', static_cast<char>(std::filesystem::path::preferred_separator));

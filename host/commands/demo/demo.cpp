@@ -18,12 +18,12 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/demo/mails.h"
+#include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/terminal/tree_text.h"
-#include "host/tree/run_log.h"
 #include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 

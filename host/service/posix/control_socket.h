@@ -41,7 +41,7 @@ public:
     struct AwaitedRuns {
         std::set<CString> paths;  // of the profiles whose runs have not ended
         std::string printed;
-        std::string left_out;  // what has to be said about those that are not run
+        RunTroubles troubles;
     };
     std::optional<AwaitedRuns> awaited;
 

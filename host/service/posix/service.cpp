@@ -4,10 +4,10 @@
 // All of this happens on one thread, in turns, so nothing needs a lock. Only the runs have threads of their own. A
 // turn:
 //
-//     reap        for each run that has ended: say how, free its copy
+//     reap        for each run that has ended: say how, remember it, free its copy
 //     answer      edits first, then requests for runs, then questions
-//     tick        when it is time (every 10 seconds): leave out what must not run, then call the entry, which starts
-//                 every other profile that is due
+//     tick        when it is time (every 10 seconds): start a run of every profile that is due, leave out what must
+//                 not run
 //     wait        for a client, a signal or the next tick; in short steps while runs are under way
 //     clients     read and write what can be read and written now
 //     signals     SIGHUP: load the tree again; SIGTERM, SIGINT: stop
@@ -27,18 +27,18 @@
 #include <cstring>
 #include <ctime>
 #include <map>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "host/history/run_words.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
-#include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
-#include "host/tree/run_log.h"
 #include "host/tree/tree_root.h"
 
 namespace tarvex::host {
@@ -55,28 +55,6 @@ constexpr std::size_t kHeadlineColumns = 60;
 constexpr const char* kRootHasGone =
     "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
     "restarted";
-constexpr const char* kCouldNotBegin = "it could not begin";
-constexpr const char* kLogIsOff = "its log is off";
-
-// Keeps profiles out of a call of the entry: in memory they are switched off for so long.
-class Hold {
-public:
-    Hold() = default;
-    Hold(const Hold&) = delete;
-    Hold& operator=(const Hold&) = delete;
-    ~Hold() {
-        for (const auto& [profile, status] : held_) profile->setting.status = status;
-    }
-
-    void Add(CPopProfile& profile) {
-        held_.emplace_back(&profile, profile.setting.status);
-        profile.setting.status = 0;
-    }
-
-private:
-    std::vector<std::pair<CPopProfile*, int>> held_;
-};
-
 // Creates the tree when it is missing; its lock needs the directory.
 RootLock TakeRoot(const std::string& directory) {
     RequireRoot(directory);
@@ -96,10 +74,18 @@ std::string Headline(const RunRequest& request) {
     return OneLineOfUtf8(text, kHeadlineColumns) + (request.now ? " --now" : "");
 }
 
+bool IsDue(const CPopProfile& profile) {
+    return profile.setting.status != 0 && profile.NextDue() <= std::time(nullptr);
+}
+
 }  // namespace
 
 Service::Service(std::string directory, std::chrono::microseconds every)
-    : directory_(std::move(directory)), every_(every), lock_(TakeRoot(directory_)), server_(directory_) {
+    : directory_(std::move(directory)),
+      every_(every),
+      lock_(TakeRoot(directory_)),
+      server_(directory_),
+      history_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }) {
     OpenTree(root_, directory_);
     FindUnreadable();
 }
@@ -127,65 +113,54 @@ int Service::Run() {
     }
 }
 
-// Tells of runs that have ended, and frees what they left.
+// Tells of runs that have ended, and frees what they left. One that ends meanwhile is left for the next time.
 void Service::ReapEndedRuns() {
-    bool ended = false;
-    for (const auto& copy : root_.running_copies) {
-        if (copy->worker_thread.load() || running_.erase(copy->path) == 0) continue;
-        ended = true;
-        not_begun_.erase(copy->path);
-        if (const std::optional<LoggedRun> run = ThisRun(copy->log)) {
-            TellEnd(copy->path, HowItEnded(*run, 1, kReasonColumns), run->ending != Ending::Failed);
-        } else if (copy->setting.logmode == 0) {
-            TellEnd(copy->path, kLogIsOff, true);
-        } else {
-            TellEnd(copy->path, kCouldNotBegin, false);
-            not_begun_[copy->path] = ShowTime(copy->setting.lasttime);
-        }
-        FindUnsaved(*copy);
-        HandOver(copy->path, ReportOf(*copy));
+    std::vector<std::unique_ptr<CPopProfile>> ended;
+    std::erase_if(root_.running_copies, [&ended](auto& copy) {
+        if (copy->worker_thread.load()) return false;
+        ended.push_back(std::move(copy));
+        return true;
+    });
+    for (const auto& copy : ended) {
+        running_.erase(copy->path);
+        TellEnd(copy->path, RunThatEnded(*copy));
+        HandOver(*copy);
     }
-    if (!ended) return;
+    if (ended.empty()) return;
     look_at_clients_ = true;
-    root_.RefreshThread();
+    ended.clear();
+    if (root_.running_copies.empty()) root_.RefreshThread();  // gives memory back
 }
 
 void Service::Tick() {
-    CallEntry();
+    StartDueRuns();
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
     if (next_tick_ < now) next_tick_ = now + every_;  // ticks that a pause of the machine skipped are dropped
 }
 
-void Service::CallEntry() {
+// As the entry does, but for the profiles that must not run now.
+void Service::StartDueRuns() {
     if (!HasRoot()) return;
     RetryLeftOut();
-    {
-        // A run may end at any moment: what is taken for running stays so throughout the call, so that a new run of the
-        // same profile is not mistaken for it. The judgement is the one that the entry makes of a profile that runs.
-        Hold hold;
-        ForEachProfile([&](CPopProfile& profile) {
-            if (running_.contains(profile.path)) {
-                profile.JudgeDoOperation();
-                hold.Add(profile);
-            } else if (wanted_.contains(profile.path) || !MayRun(profile)) {
-                hold.Add(profile);
-            }
-        });
-        ReapEndedRuns();  // before the entry frees what has ended by now
-        Tarvex(&root_);
+    ForEachProfile([this](CPopProfile& profile) {
+        if (running_.contains(profile.path)) {
+            profile.JudgeDoOperation();  // one that is due while it runs waits an interval more (B1)
+        } else if (IsDue(profile) && MayRun(profile) && profile.JudgeDoOperation()) {
+            Start(profile);
+        }
+    });
+}
+
+bool Service::Start(CPopProfile& profile) {
+    const bool started = StartRun(root_, profile) == CStartResult::Started;
+    if (started) {
+        running_.insert(profile.path);
+        log_.Say(Name(profile.path) + ": run started");
+    } else {
+        TellEnd(profile.path, RunThatCouldNotBegin());
     }
-    std::set<CString> gone = running_;
-    for (const auto& copy : root_.running_copies) {
-        gone.erase(copy->path);
-        if (running_.insert(copy->path).second) log_.Say(Name(copy->path) + ": run started");
-    }
-    // The entry has freed those that ended just before it was called.
-    for (const CString& path : gone) {
-        running_.erase(path);
-        EndFromDisk(path);
-        look_at_clients_ = true;
-    }
+    return started;
 }
 
 // Answers every client whose request can be served now. The others are tried again when something has happened.
@@ -232,8 +207,8 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
         return client.Answer(error.ExitCode(), {{}, error.what()});
     }
     if (client.awaited && client.awaited->paths.empty()) {
-        const Reply reply{client.awaited->printed, client.awaited->left_out};
-        return client.Answer(reply.error.empty() ? kDone : kCannotWrite, reply);
+        return client.Answer(client.awaited->troubles.code,
+                             {client.awaited->printed, client.awaited->troubles.sentence});
     }
     if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
 }
@@ -249,21 +224,24 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
     }
     log_.Say(Headline(request));
     RetryLeftOut();
-    for (const auto& [user, profile] : chosen) {
-        if (request.now && !running_.contains(profile->path)) MakeDue(*profile);
-    }
-    CallEntry();
     ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
-    for (const auto& [user, profile] : chosen) {
-        if (running_.contains(profile->path)) {
-            awaited.paths.insert(profile->path);
-        } else if (const auto left_out = left_out_.find(profile->path); left_out != left_out_.end()) {
-            AddLeftOut(awaited.left_out, Name(profile->path), left_out->second);
-        } else if (!request.names.empty()) {
-            awaited.printed += WhyItDoesNotRun(root_, *profile);
-        }
+    for (const auto& [user, profile] : chosen) StartIfWanted(*profile, request, awaited);
+    StartDueRuns();
+    if (request.names.empty() && awaited.paths.empty() && awaited.troubles.code == kDone) awaited.printed = kNothingDue;
+}
+
+void Service::StartIfWanted(CPopProfile& profile, const RunRequest& request, ControlClient::AwaitedRuns& awaited) {
+    const bool wanted = IsDue(profile) || (request.now && profile.setting.status != 0);
+    if (!running_.contains(profile.path) && wanted && MayRun(profile) && !Start(profile)) {
+        return awaited.troubles.AddEnd(Name(profile.path), RunThatCouldNotBegin().result);
     }
-    if (request.names.empty() && awaited.paths.empty() && awaited.left_out.empty()) awaited.printed = kNothingDue;
+    if (running_.contains(profile.path)) {
+        awaited.paths.insert(profile.path);
+    } else if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
+        awaited.troubles.Add(Name(profile.path), left_out->second, kCannotWrite);
+    } else if (!request.names.empty()) {
+        awaited.printed += WhyItDoesNotRun(root_, profile);
+    }
 }
 
 // A root that has been moved or unmounted would look like one without lists of ids.
@@ -278,34 +256,22 @@ bool Service::HasRoot() {
     return has_root;
 }
 
-// Whatever runs has been looked at: what is not due here is left out though it may be due for the entry.
 bool Service::MayRun(const CPopProfile& profile) {
-    if (profile.setting.status == 0 || profile.NextDue() > std::time(nullptr)) return false;
-    if (left_out_.contains(profile.path)) return false;
-    if (const std::string why = WhyLeftOut(profile); !why.empty()) {
-        LeaveOut(profile.path, why);
-        return false;
-    }
-    unsaved_.erase(profile.path);
-    return true;
+    if (wanted_.contains(profile.path) || left_out_.contains(profile.path)) return false;
+    const std::string why = WhyNotRunnable(profile);
+    if (!why.empty()) LeaveOut(profile.path, why);
+    return why.empty();
 }
 
 void Service::RetryLeftOut() {
     if (left_out_.empty()) return;
     ForEachProfile([this](CPopProfile& profile) {
         if (!left_out_.contains(profile.path) || running_.contains(profile.path)) return;
-        if (const std::string why = WhyLeftOut(profile); !why.empty()) return LeaveOut(profile.path, why);
+        if (!WhyNotLoaded(profile).empty()) LoadAgain(profile);
+        if (const std::string why = WhyNotRunnable(profile); !why.empty()) return LeaveOut(profile.path, why);
         left_out_.erase(profile.path);
         log_.Say(Name(profile.path) + ": is run again");
-        profile.SetPath(CString(profile.path));  // what was loaded when it could not be read is not what it holds
     });
-}
-
-std::string Service::WhyLeftOut(const CPopProfile& profile) const {
-    const auto unsaved = unsaved_.find(profile.path);
-    if (unsaved == unsaved_.end()) return WhyNotRunnable(profile);
-    const std::string why = WhyNotRunnable(profile, unsaved->second);
-    return why.empty() ? why : why + " (" + kStateNotSaved + ')';
 }
 
 void Service::LeaveOut(const CString& path, const std::string& why) {
@@ -313,17 +279,10 @@ void Service::LeaveOut(const CString& path, const std::string& why) {
 }
 
 void Service::FindUnreadable() {
+    for (const std::string& why : WhatIsNotListed(root_)) log_.Warn(why + "; what is in there is not run until SIGHUP");
     ForEachProfile([this](const CPopProfile& profile) {
         if (const std::string why = WhyUnreadable(profile); !why.empty()) LeaveOut(profile.path, why);
     });
-}
-
-void Service::FindUnsaved(const CPopProfile& copy) {
-    const std::uintmax_t bytes = UnsavedListBytes(copy);
-    if (bytes == 0) return;
-    unsaved_[copy.path] = bytes;
-    const std::string why = WhyLeftOut(copy);
-    why.empty() ? log_.Warn(Name(copy.path) + ": " + kStateNotSaved) : LeaveOut(copy.path, why);
 }
 
 bool Service::HasToWait(const EditRequest& request, CString& running) {
@@ -368,8 +327,9 @@ void Service::Stop(int signal) {
     stopping_ = true;
     look_at_clients_ = true;
     AnswerClients();
-    root_.KillThread();
-    for (const CString& path : std::exchange(running_, {})) EndFromDisk(path);
+    InterruptRuns(root_);
+    root_.WaitThread(-1);
+    ReapEndedRuns();
     look_at_clients_ = true;
     AnswerClients();
     const auto deadline = Clock::now() + kShutdownGrace;
@@ -404,45 +364,25 @@ void Service::KeepAlive() {
 
 std::string Service::Name(const CString& path) const { return ShownName(root_, path); }
 
-void Service::TellEnd(const CString& path, const std::string& how, bool good) {
-    const std::string line = Name(path) + ": run ended, " + how;
-    good ? log_.Say(line) : log_.Warn(line);
-}
-
-// Of a run whose copy has been freed.
-void Service::EndFromDisk(const CString& path) {
-    bool has_log = true;
-    ForEachProfile([&](const CPopProfile& profile) {
-        if (profile.path == path) has_log = profile.setting.logmode != 0;
-    });
-    const std::vector<LoggedRun> runs = RunsIn(ReadLog(path).value_or(std::vector<std::string>()));
-    if (!has_log || runs.empty()) {
-        TellEnd(path, has_log ? "nothing is in its log" : kLogIsOff, true);
-    } else {
-        TellEnd(path, HowItEnded(runs.back(), 1, kReasonColumns), runs.back().ending != Ending::Failed);
-    }
-    HandOver(path, ReportFromDisk(path, has_log));
+void Service::TellEnd(const CString& path, const PastRun& run) {
+    history_.Add(path, run);  // before anybody can know
+    const std::string line = Name(path) + ": run ended, " + HowItEnded(run.result, 1, kReasonColumns);
+    IsFailure(run.result.ending) ? log_.Warn(line) : log_.Say(line);
+    if (const std::string what = WhatIsNotSaved(run.result); !what.empty()) log_.Warn(Name(path) + ": " + what);
 }
 
 ServiceReport Service::Report() {
     ServiceReport report{RunsNow(root_), {}};
-    ForEachProfile([&](const CPopProfile& profile) {
-        std::string& trouble = report.troubles[Name(profile.path)];
-        if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
-            trouble = "left out, " + left_out->second;
-        } else if (const auto not_begun = not_begun_.find(profile.path); not_begun != not_begun_.end()) {
-            trouble = "the run of " + not_begun->second + ": " + kCouldNotBegin;
-        } else {
-            report.troubles.erase(Name(profile.path));
-        }
-    });
+    for (const auto& [path, why] : left_out_) report.troubles[Name(path)] = "left out, " + why;
     return report;
 }
 
 // To whoever waits for the run.
-void Service::HandOver(const CString& path, const std::string& report) {
+void Service::HandOver(const CPopProfile& copy) {
     for (ControlClient* const client : server_.Waiting()) {
-        if (client->awaited && client->awaited->paths.erase(path) > 0) client->awaited->printed += report;
+        if (!client->awaited || client->awaited->paths.erase(copy.path) == 0) continue;
+        client->awaited->printed += ReportOf(copy);
+        client->awaited->troubles.AddEnd(Name(copy.path), copy.result);
     }
 }
 

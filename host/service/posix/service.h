@@ -11,6 +11,7 @@
 #include <string>
 
 #include "host/edit/root_lock.h"
+#include "host/history/history.h"
 #include "host/service/posix/control_socket.h"
 #include "host/service/posix/service_log.h"
 #include "host/service/posix/service_manager.h"
@@ -32,7 +33,9 @@ private:
 
     void ReapEndedRuns();
     void Tick();
-    void CallEntry();
+    void StartDueRuns();
+    bool Start(CPopProfile& profile);
+    void StartIfWanted(CPopProfile& profile, const RunRequest& request, ControlClient::AwaitedRuns& awaited);
     void AnswerClients();
     bool MakeEdit(ControlClient& client, const EditRequest& request);
     void HandleRuns(ControlClient& client, const RunRequest& request);
@@ -45,16 +48,13 @@ private:
     bool HasRoot();
     bool MayRun(const CPopProfile& profile);
     void RetryLeftOut();
-    std::string WhyLeftOut(const CPopProfile& profile) const;
     void LeaveOut(const CString& path, const std::string& why);
     void FindUnreadable();
-    void FindUnsaved(const CPopProfile& copy);
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
-    void TellEnd(const CString& path, const std::string& how, bool good);
-    void EndFromDisk(const CString& path);
+    void TellEnd(const CString& path, const PastRun& run);
     ServiceReport Report();
-    void HandOver(const CString& path, const std::string& report);
+    void HandOver(const CPopProfile& copy);
     void ForEachProfile(const std::function<void(CPopProfile&)>& action);
 
     const std::string directory_;
@@ -65,12 +65,11 @@ private:
     const RootLock lock_;
     CRootPath root_;
     ControlServer server_;
+    HistoryWriter history_;
 
-    std::set<CString> running_;                  // profiles whose start has been logged and whose end has not
-    std::set<CString> wanted_;                   // profiles that an edit waits for
-    std::map<CString, std::string> left_out_;    // why, by the paths of the profiles that are not run
-    std::map<CString, std::uintmax_t> unsaved_;  // what the lists take that the last runs could not save
-    std::map<CString, std::string> not_begun_;   // when, of the profiles whose last run could not begin
+    std::set<CString> running_;                // profiles whose start has been logged and whose end has not
+    std::set<CString> wanted_;                 // profiles that an edit waits for
+    std::map<CString, std::string> left_out_;  // why, by the paths of the profiles that are not run
     bool has_root_ = true;
     bool look_at_clients_ = false;
     bool stopping_ = false;

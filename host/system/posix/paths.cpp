@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -47,6 +48,19 @@ std::error_code MakeOwnDirectories(const std::string& directory) {
     std::filesystem::create_directories(NativePath(directory), error);
     umask(old_mask);
     return error;
+}
+
+std::error_code ReserveRoom(const std::filesystem::path& file, std::uintmax_t bytes) {
+    unlink(file.c_str());
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (descriptor < 0) return {errno, std::generic_category()};
+    int error = 0;
+    do {
+        error = posix_fallocate(descriptor, 0, static_cast<off_t>(bytes));
+    } while (error == EINTR);
+    close(descriptor);
+    unlink(file.c_str());
+    return {error, std::generic_category()};
 }
 
 // Numbers are used again: the moment of the directory's making comes with them, where the file system keeps it.

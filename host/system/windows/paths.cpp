@@ -50,6 +50,18 @@ std::error_code MakeOwnDirectories(const std::string& directory) {
     return error;
 }
 
+std::error_code ReserveRoom(const std::filesystem::path& file, std::uintmax_t bytes) {
+    const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    LARGE_INTEGER end;
+    end.QuadPart = static_cast<LONGLONG>(bytes);
+    const bool done = handle != INVALID_HANDLE_VALUE && SetFilePointerEx(handle, end, nullptr, FILE_BEGIN) != 0 &&
+                      SetEndOfFile(handle) != 0;
+    const std::error_code error(done ? 0 : static_cast<int>(GetLastError()), std::system_category());
+    if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
+    return error;
+}
+
 // Numbers are used again: the moment of the directory's making comes with them.
 std::string DirectoryIdentity(std::string_view path) {
     const HANDLE directory =

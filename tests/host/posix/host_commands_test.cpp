@@ -514,6 +514,7 @@ TEST_F(HostCommands, AScheduleIsAddedListedAndRemoved) {
 std::map<std::string, std::string> Everything(const fs::path& folder) {
     std::map<std::string, std::string> all;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        if (entry.path().string().ends_with("-shm")) continue;  // memory that readers of the history share
         struct stat status {};
         EXPECT_EQ(lstat(entry.path().c_str(), &status), 0);
         std::ostringstream text;

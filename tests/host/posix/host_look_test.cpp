@@ -33,7 +33,6 @@ using nlohmann::json;
 
 constexpr int kBadUsage = 64;
 constexpr int kNotFound = 66;
-constexpr int kUnavailable = 69;
 
 // Every file below the folder: its content, and when it was written.
 using Snapshot = std::map<std::string, std::pair<std::string, fs::file_time_type>>;
@@ -255,7 +254,7 @@ TEST(HostPlan, TellsTheSameAsJson) {
 
 // ---- status
 
-TEST(HostStatus, TellsWhatTheLogsHold) {
+TEST(HostStatus, TellsWhatTheRunsDid) {
     MailboxServer mailbox("user", "secret");
     SinkServer sink;
     mailbox.Add(MailNumber(1));
@@ -266,14 +265,14 @@ TEST(HostStatus, TellsWhatTheLogsHold) {
     host.AddProfile(closed, 1, [](CPopProfile& profile) { profile.setting.timer = 600; });
     host.AddProfile(1, 1, [](CPopProfile& profile) { profile.setting.status = 0; });
     const std::time_t begun = std::time(nullptr);
-    host.Tell({"run", "user0/from0", "user1/from0", "--now"});
-    host.Tell({"run", "user0/from0", "user1/from0", "--now"});
+    for (int i = 0; i < 2; ++i) host.Run(kUnavailable, {"user0/from0", "user1/from0", "--now"});
 
     const std::string printed = host.Tell({"status"});
     EXPECT_THAT(printed, StartsWith("PROFILE  "));
     EXPECT_THAT(printed,
                 ContainsRegex("\nuser0/from0 +me@example.org +[-0-9]+ [:0-9]+ +now +2 +0 +2 +2 +nothing new\n"));
-    EXPECT_THAT(printed, ContainsRegex("\nuser1/from0 .* in (9|10) h +2 +2 +0 +0 +failed .2 in a row.: -ERR Disc"));
+    EXPECT_THAT(printed,
+                ContainsRegex("\nuser1/from0 .* in (9|10) h +2 +2 +0 +0 +failed .2 in a row.: could not connect"));
     EXPECT_THAT(printed, ContainsRegex("\nuser2/from0 +me@example.org +never +switched off +0 +0 +0 +0\n"));
     EXPECT_EQ(host.Tell({"status", "user2/from0"}).find("user0"), std::string::npos);
 
@@ -284,16 +283,22 @@ TEST(HostStatus, TellsWhatTheLogsHold) {
     EXPECT_EQ(list[0]["ended"], "nothing new");
     EXPECT_EQ(list[0]["reason"], nullptr);
     EXPECT_EQ(list[0]["fetched"], 2);
-    EXPECT_EQ(list[0]["sent"], 2);
+    EXPECT_EQ(list[0]["delivered"], 2);
+    EXPECT_EQ(list[0]["copies"], 2);
+    EXPECT_EQ(list[0]["failure"], nullptr);
     std::tm moment{};
     ASSERT_NE(strptime(list[0]["last_run"].get<std::string>().c_str(), "%Y-%m-%dT%H:%M:%S%z", &moment), nullptr);
     moment.tm_isdst = -1;
     EXPECT_GE(std::mktime(&moment), begun);
-    EXPECT_EQ(list[1]["ended"], "failed");
+    EXPECT_EQ(list[1]["ended"], "mailbox failed");
     EXPECT_EQ(list[1]["failed_in_a_row"], 2);
     EXPECT_EQ(list[1]["due"], false);
-    EXPECT_EQ(list[1]["reason"], "-ERR Disconnected: could not connect to 127.0.0.1 port " + std::to_string(closed) +
-                                     ": Connection refused");
+    EXPECT_THAT(list[1]["reason"].get<std::string>(),
+                HasSubstr("could not connect to 127.0.0.1 port " + std::to_string(closed)));
+    EXPECT_EQ(list[1]["failure"]["conversation"], "mailbox");
+    EXPECT_EQ(list[1]["failure"]["stage"], "connect");
+    EXPECT_EQ(list[1]["failure"]["class"], "connection");
+    EXPECT_EQ(list[1]["last_good_run"], nullptr);
     EXPECT_EQ(list[2]["last_run"], nullptr);
     EXPECT_EQ(list[2]["switched_on"], false);
 }
@@ -312,14 +317,73 @@ TEST(HostStatus, AProfileThatWaitsForAMomentLongAwayIsPointedOut) {
     EXPECT_THAT(host.Tell({"status"}), ContainsRegex("\nuser1/from0 was last due at .* was the clock wrong"));
 }
 
-TEST(HostStatus, AnEmptyTreeAndALogThatIsOffAreNoErrors) {
+TEST(HostStatus, AnEmptyTreeIsNoErrorAndNeitherIsALogThatIsOff) {
+    MailboxServer mailbox("user", "secret");
     Host host;
     host.Run();
     EXPECT_THAT(host.Tell({"status"}), StartsWith("There is no profile yet"));
     EXPECT_EQ(json::parse(host.Tell({"status", "--json"})), json::array());
-    host.AddProfile(UnusedPort(), 1, [](CPopProfile& profile) { profile.setting.logmode = 0; });
-    host.Tell({"run"});
-    EXPECT_THAT(host.Tell({"status"}), EndsWith("its log is off\n"));
+    host.AddProfile(mailbox.Port(), 1, [](CPopProfile& profile) { profile.setting.logmode = 0; });
+    host.Run();
+    EXPECT_THAT(host.Tell({"status"}), EndsWith(" 1     0       0          0       nothing new\n"));
+}
+
+// The log would have lost the start of the run.
+TEST(HostStatus, CountsCopiesAndOutlivesTheLog) {
+    MailboxServer mailbox("user", "secret");
+    SinkServer sink;
+    for (int mail = 1; mail <= 3; ++mail) mailbox.Add(MailNumber(mail));
+    Host host;
+    const std::string profile = host.AddProfile(mailbox.Port(), sink.Port(), [](CPopProfile& changed) {
+        changed.setting.logsize = 1;
+        changed.CreateNewForwardAddress("pager", "pager@example.net");
+    });
+    EXPECT_THAT(host.Run(), StartsWith("== " + profile + ": forwarded 3 messages (6 copies)\n"));
+    EXPECT_THAT(host.Tell({"status"}), ContainsRegex(" 1 +0 +3 +6 +forwarded 3 messages .6 copies.\n$"));
+}
+
+// As after an upgrade.
+TEST(HostStatus, AProfileWithoutARecordSaysSoWhereItHasRun) {
+    Host host;
+    WriteFile(host.AddProfile(1, 1) + "/profile.log", "a run\r\n");
+    EXPECT_THAT(host.Tell({"status"}),
+                ContainsRegex("example.org +[-0-9]+ [:0-9]+ +now +0 +0 +0 +0 +no record yet\n$"));
+}
+
+TEST(HostStatus, SaysWhatTheServerRefused) {
+    MailboxServer mailbox("user", "secret");
+    SinkServer sink;
+    mailbox.Add(MailNumber(1));
+    sink.SetFault([](const std::string& command) { return command.starts_with("RCPT") ? "550 no such user" : ""; });
+    Host host;
+    host.AddProfile(mailbox.Port(), sink.Port());
+    const std::string told = "failed: 550 no such user (phone@example.net)";
+    ChildProcess run = host.StartCommand({"run", "--quiet"});
+    run.Wait();
+    EXPECT_EQ(run.ExitCode(), kUnavailable);
+    EXPECT_EQ(run.Printed(), "");
+    EXPECT_EQ(run.Errors(), "tarvex: user0/from0: " + told + "\n");
+    EXPECT_THAT(host.Tell({"status"}), EndsWith(told + '\n'));
+    const json failure = json::parse(host.Tell({"status", "--json"}))[0]["failure"];
+    EXPECT_EQ(failure["conversation"], "delivery");
+    EXPECT_EQ(failure["stage"], "RCPT TO");
+    EXPECT_EQ(failure["class"], "permanent");
+    EXPECT_EQ(failure["id"], "mail-1");
+    EXPECT_EQ(failure["sender"], "me@example.org");
+    EXPECT_EQ(failure["recipient"], "phone@example.net");
+}
+
+// Servers without ids, and ids that do not come back from the file as they were: the disk is fine.
+TEST(HostRun, WhatTheListCannotHoldIsNoTroubleOfTheDisk) {
+    MailboxServer mailbox("user", "secret");
+    SinkServer sink;
+    StoredMail mail = MailNumber(1);
+    mail.uidl = " blank";
+    mailbox.Add(mail);
+    Host host;
+    host.AddProfile(mailbox.Port(), sink.Port());
+    host.Run();
+    EXPECT_EQ(sink.Delivered().size(), 1u);
 }
 
 // ---- log
@@ -361,7 +425,7 @@ TEST(HostLog, FollowsALogThatRunsReplaceAndShorten) {
     std::string expected;
     for (int run = 1; run <= 3; ++run) {
         mailbox.Add(MailNumber(run));
-        expected += "\n" + host.Run().substr(("== " + profile + "\n").size());
+        expected += "\n" + host.Run().substr(("== " + profile + ": forwarded 1 message\n").size());
         WaitUntilPrinted(log, "\nmail-" + std::to_string(run) + " received\n");
         WaitUntilPrinted(log, expected);
     }
@@ -393,7 +457,7 @@ TEST(HostRun, RunsTheNamedProfilesAlone) {
     Host host;
     const std::string profile = host.AddProfile(first.Port(), sink.Port());
     host.AddProfile(second.Port(), sink.Port());
-    EXPECT_THAT(host.Tell({"run", "user0/from0"}), StartsWith("== " + profile + "\n----"));
+    EXPECT_THAT(host.Tell({"run", "user0/from0"}), StartsWith("== " + profile + ": nothing new\n----"));
     EXPECT_EQ(first.Received("QUIT"), 1);
     EXPECT_EQ(second.Received("QUIT"), 0);
     EXPECT_EQ(host.Tell({"run", "user1/from0", "user0/from0", "user1/from0", "--quiet"}), "");

@@ -394,6 +394,30 @@ TEST_F(ServingWithCare, ASettingThatCouldNotBeReadIsReadBeforeTheProfileRuns) {
     EXPECT_THAT(ReadFile(file), HasSubstr("me@example.org"));
 }
 
+TEST_F(ServingWithCare, AFolderThatCannotBeEnteredIsNotTakenForNone) {
+    mailbox_.Add(MailNumber(1));
+    const fs::path profile = AddProfile();
+    if (geteuid() == 0) {  // and goes on as the tree's owner
+        OpenTheWayToTheTree();
+        GiveTheTreeTo(kNobody);
+    }
+    for (const fs::path& folder : {profile / "forwardto0", profile.parent_path()}) {
+        fs::permissions(folder, fs::perms::none);
+        const std::string printed = host_.Run(host::kCannotWrite);
+        EXPECT_EQ(mailbox_.Received("QUIT"), 0);
+        ChildProcess status = host_.StartCommand({"status"});
+        status.Wait();
+        EXPECT_THAT(status.Printed() + status.Errors(), HasSubstr("cannot read \"" + folder.string()));
+        fs::permissions(folder, fs::perms::owner_all);
+    }
+    fs::permissions(profile / "forwardto0", fs::perms::none);
+    const auto service = Serve();
+    ASSERT_TRUE(service->WaitForOutput("user0/from0: left out, cannot read \"", kLong));
+    fs::permissions(profile / "forwardto0", fs::perms::owner_all);
+    EXPECT_TRUE(service->WaitForOutput("run ended, forwarded 1 message", kLong));
+    Stop(*service);
+}
+
 TEST_F(ServingWithCare, NoEditPutsDefaultsInThePlaceOfASettingThatCouldNotBeRead) {
     const std::string file = AddProfile() + "/popprofile.def";
     std::filesystem::rename(file, file + ".aside");
@@ -489,10 +513,9 @@ TEST_F(ServingWithCare, ARunThatCouldNotBeginStandsInTheStatus) {
     }
     ChildProcess service({"/usr/bin/prlimit", "--nproc=1", TARVEX_HOST, "--root", host_.Root(), "serve"},
                          ChildProcess::Output::Together, {"ASAN_OPTIONS=detect_leaks=0"});  // which takes a thread
-    ASSERT_TRUE(service.WaitForOutput("user0/from0: run ended, it could not begin", kLong)) << service.Printed();
-    const std::string told = host_.Tell({"status"});
-    EXPECT_THAT(told, AllOf(HasSubstr("see below"), HasSubstr("user0/from0: the run of ")));
-    EXPECT_THAT(told, HasSubstr(": it could not begin\n"));
+    ASSERT_TRUE(service.WaitForOutput("user0/from0: run ended, failed: it could not begin", kLong))
+        << service.Printed();
+    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("it could not begin"));
     Stop(service);
 }
 
@@ -815,12 +838,13 @@ TEST_F(ServedRuns, AreMadeByTheServiceAndReportedAsWithoutOne) {
     const auto service = Serve({}, "60");
     mailbox_.Add(MailNumber(1));
     const std::string report = host_.Tell({"run", kProfile, "--now"});
-    EXPECT_EQ(report, "== " + profile_ + Unix("\n" + ReadFile(profile_ + "/profile.log")).erase(0, 1));
+    EXPECT_EQ(report, "== " + profile_ + ": forwarded 1 message" +
+                          Unix("\n" + ReadFile(profile_ + "/profile.log")).erase(0, 1));
     EXPECT_THAT(report, AllOf(HasSubstr("\nmail-1 received\n"), HasSubstr("* SMTP Process - success")));
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
     EXPECT_EQ(host_.Tell({"run", kProfile, "--now", "--quiet"}), "");
     EXPECT_EQ(mailbox_.Received("QUIT"), 2);
-    EXPECT_THAT(host_.Tell({"run", "--now"}), StartsWith("== " + profile_ + "\n"));
+    EXPECT_THAT(host_.Tell({"run", "--now"}), StartsWith("== " + profile_ + ": "));
     EXPECT_THAT(host_.Tell({"run", kProfile}), AllOf(StartsWith("user0/from0 is not due before "), HasSubstr("--now")));
     EXPECT_EQ(host_.Tell({"run", "--now", "user1/from0"}), "user1/from0 is switched off (status 0).\n");
     EXPECT_EQ(host_.Tell({"run"}), "No profile was due.\n");
@@ -868,7 +892,7 @@ TEST_F(ServedRuns, ThatAreUnderWayAreWaitedForAndShownOnATerminal) {
         ASSERT_TRUE(command->WaitFor(kLong));
         EXPECT_EQ(command->ExitCode(), 0) << command->Errors();
     }
-    EXPECT_THAT(first.Printed(), StartsWith("== " + profile_ + "\n"));
+    EXPECT_THAT(first.Printed(), StartsWith("== " + profile_ + ": "));
     const std::string shown = Unix(second.Printed());
     EXPECT_EQ(shown.substr(shown.rfind('\x1b')), "\x1b[J" + first.Printed());
     EXPECT_EQ(mailbox_.Received("QUIT"), 1);
