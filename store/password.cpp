@@ -26,6 +26,7 @@ std::string ScramblePassword(std::string_view plain) {
 }
 
 std::string UnscramblePassword(const std::string& stored) {
+    if (!CouldBeBase64(stored)) return stored;
     std::string plain;
     Base64Decode(&stored, &plain);
     plain.resize(plain.find_last_not_of('\0') + 1);

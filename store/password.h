@@ -11,7 +11,8 @@ namespace tarvex {
 // Base64 of the complemented bytes; empty for an empty password.
 std::string ScramblePassword(std::string_view plain);
 
-// The reverse, except that 0xFF bytes at the end of a password are lost (B13).
+// The reverse. A text that cannot be Base64 was typed in clear: it is the password itself. Of any other, 0xFF bytes at
+// the end of the password are lost (B13).
 std::string UnscramblePassword(const std::string& stored);
 
 }  // namespace tarvex

@@ -20,7 +20,8 @@
 // password from being read at a glance.
 TARVEX_API CString EncodePassWord(const CString& plain);
 
-// The plain password of a stored form. Trailing 0xFF bytes of the plain text do not survive encoding and decoding.
+// The plain password of a stored form. A text that cannot be Base64 is taken for a password in clear and stays as it
+// is. Trailing 0xFF bytes of the plain text do not survive encoding and decoding.
 TARVEX_API CString DecodePassWord(const CString& stored);
 
 // The local time that "year,month,day,hour,minute,second" stands for. A year, month or day of 0 is the current one; the

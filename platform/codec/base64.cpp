@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/codec/text.h"
+
 namespace tarvex {
 
 namespace {
@@ -95,6 +97,23 @@ void Base64Decode(const std::string* source, std::string* target) {
     if (digits >= 2) out = AppendBytes(bits << 6 * (4 - digits), digits - 1, out);
     decoded.resize(static_cast<std::size_t>(out - decoded.data()));
     *target = std::move(decoded);
+}
+
+bool CouldBeBase64(std::string_view text) {
+    unsigned digits = 0;  // of the quantum that is under way
+    unsigned padding = 0;
+    bool complete = false;
+    for (const char c : text) {
+        const bool is_padding = c == '=';
+        if (IsWhiteSpace(c)) continue;
+        if (!is_padding && kDigitValues[static_cast<unsigned char>(c)] == kNoDigit) return false;
+        if (complete) continue;
+        if (is_padding && digits < 2) return false;
+        digits = is_padding ? digits : (digits + 1) % 4;
+        padding = is_padding ? padding + 1 : 0;
+        complete = is_padding && digits + padding == 4;
+    }
+    return digits != 1;
 }
 
 }  // namespace tarvex

@@ -3,6 +3,7 @@
 // Base64 (RFC 4648 section 4). `source` and `target` may be the same string.
 
 #include <string>
+#include <string_view>
 
 namespace tarvex {
 
@@ -14,5 +15,10 @@ void Base64Encode(const std::string* source, std::string* target);
 // alphabet are skipped, decoding stops at the padding that completes a quantum ("=" behind three digits, "==" behind
 // two), padding elsewhere is skipped, and bits that do not fill a byte are dropped.
 void Base64Decode(const std::string* source, std::string* target);
+
+// Whether the text may be Base64, white space aside. It cannot be when it has another character outside the alphabet,
+// padding behind fewer than two digits, or a last quantum of a single digit. What follows the padding that completes a
+// quantum does not count but for its characters.
+bool CouldBeBase64(std::string_view text);
 
 }  // namespace tarvex

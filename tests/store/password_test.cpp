@@ -47,11 +47,20 @@ TEST(Password, TrailingZeroBytesSurvive) {
     EXPECT_EQ(DecodePassWord(EncodePassWord(plain)), plain);
 }
 
-TEST(Password, CharactersOutsideTheAlphabetAreSkippedAndPaddingEndsTheText) {
+TEST(Password, WhatCouldBeBase64IsDecoded) {
     EXPECT_EQ(DecodePassWord(" n p\t2\r\nc "), "abc");
-    EXPECT_EQ(DecodePassWord("np2cng==np2c"), "abca");
-    EXPECT_EQ(DecodePassWord("np2cn"), "abc") << "bits that fill no byte are dropped";
-    EXPECT_EQ(DecodePassWord("!\"#"), "");
+    EXPECT_EQ(DecodePassWord("np2cng==np2c"), "abca") << "padding ends the text";
+    EXPECT_EQ(DecodePassWord("np2cng"), "abca") << "padding may be missing";
+    EXPECT_EQ(DecodePassWord("np2cng="), "abca");
+}
+
+TEST(Password, WhatCannotBeBase64IsAPasswordInClear) {
+    for (const char* clear : {"pa$$word!", "!\"#", "np2c-", "np2cng==!", "x", "np2cn", "np2cn===", "=np2",
+                              "np2c=", "\x93\xFA", "with blanks!",
+                              "np2cng=="
+                              "\xFF"}) {
+        EXPECT_EQ(DecodePassWord(clear), clear);
+    }
 }
 
 }  // namespace

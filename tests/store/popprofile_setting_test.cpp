@@ -229,16 +229,18 @@ TEST(PopProfileSetting, DamagedTimeStampYieldsTheCurrentTime) {
     }
 }
 
-// No text but the empty one decodes to itself, since decoding shortens, so a password from a time before scrambling is
-// decoded like any other.
-TEST(PopProfileSetting, PasswordThatWasNeverScrambledIsDecodedAllTheSame) {
+TEST(PopProfileSetting, PasswordInClearIsTakenAsItIsAndAsksForTheFileToBeRewritten) {
     const TempDir dir;
-    for (const char* stored : {"secret", "=", "!", "A", "AA", "AAAA", "a///"}) {
-        WriteFile(dir / "popprofile.def", std::string("[poppassword]\r\n") + stored + "\r\n");
-        S setting;
-        EXPECT_EQ(setting.Load(dir.String()), 1) << stored;
-        EXPECT_EQ(setting.poppassword, DecodePassWord(stored)) << stored;
-        EXPECT_NE(setting.poppassword, stored);
+    const struct {
+        std::string pop, smtp;
+        int result;
+    } cases[] = {{"pa$$word!", "np2c", 2}, {"np2c", "np2c  ", 1}, {"np2c", "sec-ret ", 2}, {"secret12", "np2c", 1}};
+    for (const auto& c : cases) {
+        WriteFile(dir / "popprofile.def", "[poppassword]\r\n" + c.pop + "\r\n[smtppassword]\r\n" + c.smtp + "\r\n");
+        CPopProfileSetting setting;
+        EXPECT_EQ(setting.Load(dir.String()), c.result) << c.pop << c.smtp;
+        EXPECT_EQ(setting.poppassword, DecodePassWord(c.pop));
+        EXPECT_EQ(setting.smtppassword, DecodePassWord(c.smtp));
     }
 }
 

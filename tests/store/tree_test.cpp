@@ -484,7 +484,18 @@ TEST_F(Tree, DeletionTakesTheChildOutOfMemoryEvenWhenTheDirectoryStays) {
     EXPECT_EQ(ReadFile(Path() / "user0"), "a file");
 }
 
-// ---- passwords that were not scrambled: none, since no text decodes to itself; a load rewrites nothing
+// ---- passwords in clear
+
+TEST_F(Tree, LoadingRewritesAPasswordInClear) {
+    Put("from0/popprofile.def", "[popserver]\npop\n[poppassword]\npa$$word!\n; comment\n");
+    CPopProfile profile;
+    profile.SetPath(Root() + "\\from0");
+    EXPECT_EQ(profile.setting.poppassword, "pa$$word!");
+    EXPECT_THAT(ReadFile(Path() / "from0" / "popprofile.def"),
+                ::testing::HasSubstr("[poppassword]\r\n" + EncodePassWord("pa$$word!") + "\r\n"));
+    EXPECT_EQ(profile.LoadSetting(), 1);
+    EXPECT_EQ(profile.setting.poppassword, "pa$$word!");
+}
 
 TEST_F(Tree, LoadingDoesNotRewriteTheSettings) {
     const std::string content = "[popserver]\npop\n[poppassword]\nnp2c\n; comment\n";
