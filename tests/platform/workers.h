@@ -62,10 +62,10 @@ public:
         open_ = true;
         changed_.notify_all();
     }
-    // True when opened, false when interrupted, nothing when neither happens in a minute.
+    // True when opened, false when interrupted, nothing when neither happens in five minutes.
     std::optional<bool> Wait() {
         std::unique_lock lock(mutex_);
-        if (!changed_.wait_for(lock, std::chrono::minutes(1), [this] { return open_ || interruptions_ > 0; }))
+        if (!changed_.wait_for(lock, std::chrono::minutes(5), [this] { return open_ || interruptions_ > 0; }))
             return std::nullopt;
         return open_;
     }
