@@ -17,6 +17,6 @@ set(tests "")
 foreach(suite IN LISTS suites)
   string(REGEX MATCH "[A-Za-z0-9_/]+" name "${suite}")
   string(APPEND tests "add_test([==[${name}]==] ${command} [==[--gtest_filter=${name}.*-${NOT_RUN}]==])\n"
-    "set_tests_properties([==[${name}]==] PROPERTIES TIMEOUT 600)\n")
+    "set_tests_properties([==[${name}]==] PROPERTIES TIMEOUT 300)\n")
 endforeach()
 file(WRITE ${FILE} "${tests}")
