@@ -62,7 +62,7 @@ std::error_code ReserveRoom(const std::filesystem::path& file, std::uintmax_t by
     return error;
 }
 
-// Numbers are used again: the moment of the directory's making comes with them.
+// On NTFS a number that is used again has another count in its highest bits.
 std::string DirectoryIdentity(std::string_view path) {
     const HANDLE directory =
         CreateFileW(NativePath(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -72,9 +72,7 @@ std::string DirectoryIdentity(std::string_view path) {
     const bool known = GetFileInformationByHandle(directory, &status) != 0;
     CloseHandle(directory);
     if (!known) return {};
-    const auto whole = [](std::uint64_t high, std::uint64_t low) { return std::to_string(high << 32 | low); };
-    return whole(status.nFileIndexHigh, status.nFileIndexLow) + '-' +
-           whole(status.ftCreationTime.dwHighDateTime, status.ftCreationTime.dwLowDateTime);
+    return std::to_string(std::uint64_t{status.nFileIndexHigh} << 32 | status.nFileIndexLow);
 }
 
 }  // namespace tarvex::host
