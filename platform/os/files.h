@@ -63,7 +63,7 @@ enum class Durability {
     Synced,             // the new content survives a power failure once the call has returned
     SyncedWhenChanged,  // as Synced, but a file that holds the new content already is left alone without waiting for
                         // the disk: after a power failure it may hold what an interrupted writer had just replaced
-    NotSynced,          // after a power failure: the old or the new content
+    NotSynced,          // after a power failure: the old content, the new one or, on some file systems, none
 };
 
 // Replaces the content of a text file, creating the file (0600 on Linux) when it is missing: each LF is written as CR
