@@ -312,15 +312,15 @@ TEST_F(RunResultTest, LogThatIsSwitchedOffIsNotSaved) {
 
 // What cannot be replaced: a file in whose place a folder stands.
 TEST_F(RunResultTest, TellsWhatCouldNotBeSaved) {
-    AddAddress(profile, "a@example.net");
-    CForwardAddress& unsaved = AddAddress(profile, "b@example.net");
+    CForwardAddress& unsaved = AddAddress(profile, "a@example.net");
+    AddAddress(profile, "b@example.net");
     mailbox.Add(Mail("u1"));
     std::filesystem::create_directory(UidlFile(unsaved));
     Run();
     EXPECT_EQ(Ending(), "delivered");
     EXPECT_EQ(Result().lists, CSaved::Failed);
-    EXPECT_EQ(Result().addresses.at(0).list, CSaved::Saved);
-    EXPECT_EQ(Result().addresses.at(1).list, CSaved::Failed);
+    EXPECT_EQ(Result().addresses.at(0).list, CSaved::Failed);
+    EXPECT_EQ(Result().addresses.at(1).list, CSaved::Saved);
     EXPECT_EQ(Result().log, CSaved::Saved);
 
     for (const std::string& file : {ProfileFile(profile), OnDisk(profile.path) + "/profile.log"}) {
