@@ -44,7 +44,7 @@ struct Options {
     bool ShowsProgress() const { return !quiet && CanRedraw(); }
 };
 
-// False when a signal came first.
+// False when a signal ended the wait.
 bool WaitForWorkers(CRootPath& root, bool show_progress) {
     Progress progress;
     while (!root.WaitThread(kPollMs)) {
@@ -118,7 +118,7 @@ private:
     RunTroubles troubles_;
 };
 
-// A directory that is not there yet is created, but only where it was named.
+// Creates a missing directory, but only one that --root names.
 void RequireRootToRun(const std::string& directory, bool may_make) {
     std::error_code error;
     if (!std::filesystem::is_directory(NativePath(directory), error)) {
@@ -154,7 +154,7 @@ public:
         try {
             if (auto service = ServiceConnection::Try(directory_)) runs = service->Report().runs;
         } catch (const CommandError&) {
-            return;  // what has become of the service, the answer that is waited for will tell
+            return;  // the answer that the command waits for will say what has become of the service
         }
         std::erase_if(runs, [this](const RunNow& run) { return !chosen_.contains(run.profile); });
         progress_.Show(runs);
@@ -166,7 +166,7 @@ private:
     Progress progress_;
 };
 
-// A signal ends the command and not the runs, which are the service's.
+// A signal ends the command, not the runs: they belong to the service.
 int RunByService(ServiceConnection& service, const std::string& directory, const Options& options) {
     std::optional<ServiceProgress> progress;
     std::function<void()> show;

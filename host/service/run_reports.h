@@ -23,13 +23,13 @@ struct RunNow {
     int messages_delivered = 0;
 };
 
-// What a service tells of itself. Profiles are named as by ShownName.
+// What a service reports of itself. Profiles are named as by ShownName.
 struct ServiceReport {
     std::vector<RunNow> runs;                     // under way
     std::map<std::string, std::string> troubles;  // by profile: why it is not run
 };
 
-// Those that are under way. On the thread that owns the root.
+// The runs that are under way. Call it on the thread that owns the root.
 std::vector<RunNow> RunsNow(const CRootPath& root);
 
 // What a run that has ended added to its log, line by line and fit to be shown.

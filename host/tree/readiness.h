@@ -1,7 +1,7 @@
 #pragma once
 
-// Whether a profile may be run, edited and saved. To the engine a file that cannot be read is an empty one, and a run
-// whose state cannot be saved goes well: either way the next run would forward again what was forwarded already.
+// Whether a profile may be run, edited and saved. The engine treats an unreadable file as empty, and runs although its
+// state cannot be saved. In both cases the next run would forward again what was forwarded already.
 
 #include <string>
 #include <vector>
@@ -10,11 +10,12 @@
 
 namespace tarvex::host {
 
-// What of an object's files could not be read when it was loaded, and why; empty when all was.
+// Which file of an object could not be read when it was loaded, and why; empty when all were.
 std::string WhyNotLoaded(const CLoaded& loaded);
 std::string WhyNotLoaded(const CPopProfile& profile);  // with its forwarding addresses
 
-// For a profile that was not loaded whole. One whose settings file is missing stays so: it is about to be replaced.
+// Loads a profile again that was not loaded whole. Does nothing while its settings file is missing: an editor may be
+// replacing it.
 void LoadAgain(CPopProfile& profile);
 
 // As WhyNotLoaded, or why a list of ids, which only a run loads, cannot be read.
@@ -23,7 +24,7 @@ std::string WhyUnreadable(const CPopProfile& profile);
 // The same, or why there is no room for what a run saves. Not while the profile runs.
 std::string WhyNotRunnable(const CPopProfile& profile);
 
-// The users and profiles that may be there and are not known, a sentence for each: a folder that cannot be looked into.
+// A sentence for each folder that may be a user or a profile but cannot be entered.
 std::vector<std::string> WhatIsNotListed(const CRootPath& root);
 
 }  // namespace tarvex::host

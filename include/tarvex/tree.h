@@ -12,18 +12,19 @@
 // The path in memory uses the backslash as separator; "/srv/tarvex\user0" is the directory /srv/tarvex/user0 on Linux.
 // Parents own their children: a pointer handed out stays valid until the child is deleted or the parent is reset or
 // destroyed, and is never deleted by the caller. A destructor touches nothing on disk.
-// The tree belongs to one thread, the host's, which may change it freely between two calls of the entry: workers run on
-// copies.
-// Loading keeps what could not be read, file by file, in the members of type CLoaded. Loading itself goes on: an object
-// whose file cannot be read has its defaults, and a child that cannot be looked into is left out. Then the parent's
-// listing is not whole: a directory "forwardto*", "from*" or "user*" without the right to enter it, for instance. A
-// settings file without a single byte is read, but not loaded whole: a save never leaves one. A uidl.def may be empty.
-// No operation throws. Where memory runs out, an operation fails and leaves what it was to change; an object whose
-// SetPath fails like that is left without a path, so that what could not be loaded is never saved over its own files.
+// The tree belongs to one thread, the host's. It may change the tree freely between two calls of the entry, because
+// workers run on copies.
 //
-// The members of a class stand under headings that say what they are for and which source file defines them. A host
+// Loading never fails on a file that cannot be read; the members of type CLoaded name it. Such an object has its
+// defaults. A child whose directory cannot be entered is left out, and the parent's listing is not whole. A settings
+// file of no bytes is not loaded whole, because a save never leaves one; a uidl.def may be empty.
+//
+// No operation throws. Without memory an operation fails and leaves its target unchanged. An object whose SetPath fails
+// like that has no path afterwards, so that it is never saved over its own files.
+//
+// The members of a class stand under headings that name their purpose and the source file that defines them. A host
 // needs what is kept in files, what is judged, and the members at the end. The steps of a run and the operations on
-// text are for whoever builds a run of his own.
+// text are for hosts that build a run of their own.
 
 #include <atomic>
 #include <memory>

@@ -61,7 +61,7 @@ RootLock TakeRoot(const std::string& directory) {
     return RootLock::Take(directory, "serve", kLockTimeout);
 }
 
-// What is edited, without what is stored: "profile set user0/from0".
+// The edit in a few words, without the values: "profile set user0/from0".
 std::string Headline(const EditRequest& request) {
     std::string text = request.words[0] + ' ' + request.words[1];
     if (request.words.size() > 2 && request.words[2].find('=') == std::string::npos) text += ' ' + request.words[2];
@@ -213,7 +213,7 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
     if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
 }
 
-// With whatever else is due. A run that is under way already counts as what was asked for.
+// Runs what was asked for, with whatever else is due. A run that is under way already counts as asked for.
 void Service::StartRuns(ControlClient& client, const RunRequest& request) {
     if (!HasRoot()) throw CommandError(kCannotWrite, kRootHasGone);
     const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
@@ -244,7 +244,7 @@ void Service::StartIfWanted(CPopProfile& profile, const RunRequest& request, Con
     }
 }
 
-// A root that has been moved or unmounted would look like one without lists of ids.
+// A root that was moved or unmounted would look like one without lists of ids.
 bool Service::HasRoot() {
     const bool has_root = lock_.IsHeldIn(directory_);
     if (has_root == std::exchange(has_root_, has_root)) return has_root;
@@ -365,7 +365,7 @@ void Service::KeepAlive() {
 std::string Service::Name(const CString& path) const { return ShownName(root_, path); }
 
 void Service::TellEnd(const CString& path, const PastRun& run) {
-    history_.Add(path, run);  // before anybody can know
+    history_.Add(path, run);  // before a client hears of it
     const std::string line = Name(path) + ": run ended, " + HowItEnded(run.result, 1, kReasonColumns);
     IsFailure(run.result.ending) ? log_.Warn(line) : log_.Say(line);
     if (const std::string what = WhatIsNotSaved(run.result); !what.empty()) log_.Warn(Name(path) + ": " + what);
