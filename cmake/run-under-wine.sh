@@ -62,7 +62,7 @@ for attempt in first second; do
   make_prefix "$prefix"
   if run "$prefix" "$@"; then exit $status; fi
   echo "run-under-wine: $*: the wineserver of the $attempt attempt has ended before the program, with $status" >&2
-  cat "$prefix/wineserver.log" >&2
+  sed 's/^/run-under-wine: /' "$prefix/wineserver.log" >&2
   remove_prefix "$prefix" 2>/dev/null
 done
 exit 1
