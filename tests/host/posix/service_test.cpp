@@ -1,5 +1,6 @@
 // The service as a process: its ticks, its signals, what it tells its manager, and edits that are made through it.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -47,6 +48,7 @@ constexpr uid_t kNobody = 65534;
 constexpr const char* kProfile = "user0/from0";
 constexpr const char* kStarted = "user0/from0: run started";
 constexpr const char* kServing = "serving ";
+constexpr const char* kSocketName = ".tarvex.sock";
 
 template <class Condition>
 bool Eventually(Condition condition) {
@@ -62,8 +64,21 @@ int Count(const std::string& text, const std::string& what) {
     return count;
 }
 
+// A way to a folder that is short enough for the name of a socket in there, for any process of this user.
+class ShortWay {
+public:
+    explicit ShortWay(const std::string& folder) : folder_(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+    std::string operator/(const std::string& name) const {
+        return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(folder_.Get()) + "/" + name;
+    }
+
+private:
+    host::Descriptor folder_;
+};
+
 sockaddr_un AddressOf(const std::string& name) {
     sockaddr_un address{};
+    EXPECT_LT(name.size(), sizeof address.sun_path);
     address.sun_family = AF_UNIX;
     std::ranges::copy(name, address.sun_path);
     return address;
@@ -110,7 +125,8 @@ protected:
     // A raw connection to the service.
     host::Descriptor Connect() const {
         host::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        const sockaddr_un address = AddressOf(Socket());
+        const ShortWay root(host_.Root());
+        const sockaddr_un address = AddressOf(root / kSocketName);
         EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         return client;
     }
@@ -144,7 +160,7 @@ protected:
         }
     }
 
-    std::string Socket() const { return host_.Root() + "/.tarvex.sock"; }
+    std::string Socket() const { return host_.Root() + "/" + kSocketName; }
 
     std::string Setting(const std::string& key) const {
         CRootPath root;
@@ -545,8 +561,9 @@ private:
 
 class ServiceManaged : public ServiceTest, public ::testing::WithParamInterface<bool> {
 protected:
-    std::string Name() const { return GetParam() ? "@tarvex-test-" + std::to_string(getpid()) : folder_ / "notify"; }
+    std::string Name() const { return GetParam() ? "@tarvex-test-" + std::to_string(getpid()) : way_ / "notify"; }
     TempDir folder_;
+    ShortWay way_{folder_.String()};
 };
 
 TEST_P(ServiceManaged, TellsWhenItIsReadyReloadsAndStops) {
@@ -1042,9 +1059,10 @@ TEST_F(ServiceClients, OfAnotherUserAreRefusedEvenWhereTheSocketIsOpenToAll) {
     ASSERT_EQ(::pipe(pipe.data()), 0);
     const pid_t stranger = fork();
     if (stranger == 0) {
+        if (chdir(host_.Root().c_str()) != 0) _exit(1);  // whose name may be too long for a socket's
         if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(2);
         const host::Descriptor client(socket(AF_UNIX, SOCK_STREAM, 0));
-        const sockaddr_un address = AddressOf(Socket());
+        const sockaddr_un address = AddressOf(kSocketName);
         if (connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) _exit(3);
         const std::string answer = ReadAll(client);
         _exit(write(pipe[1], answer.data(), answer.size()) < 0 ? 4 : 0);
