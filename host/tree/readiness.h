@@ -14,7 +14,7 @@ namespace tarvex::host {
 std::string WhyNotLoaded(const CLoaded& loaded);
 std::string WhyNotLoaded(const CPopProfile& profile);  // with its forwarding addresses
 
-// Loads a profile again that was not loaded whole. Does nothing while its settings file is missing: an editor may be
+// Loads a profile again that was not loaded whole. A missing settings file counts as not loaded here: an editor may be
 // replacing it.
 void LoadAgain(CPopProfile& profile);
 
