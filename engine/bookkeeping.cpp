@@ -44,14 +44,16 @@ void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail&
     for (const CForwardAddress* address : taking_part) total += address->uidls.size();
 
     Occurrences occurrences(total);
+    std::vector<std::size_t*> counts;  // of the ids in turn, since finding one costs more than anything else here
+    counts.reserve(total);
     for (const CForwardAddress* address : taking_part) {
-        for (const CString& uidl : address->uidls) ++occurrences[uidl];
+        for (const CString& uidl : address->uidls) ++*counts.emplace_back(&occurrences[uidl]);
     }
+    auto count = counts.begin();
     for (const CForwardAddress* address : taking_part) {
         for (const CString& uidl : address->uidls) {
-            std::size_t& count = occurrences[uidl];
-            if (count == taking_part.size()) handled.Add(uidl);
-            count = 0;  // decided at the first occurrence
+            if (**count == taking_part.size()) handled.Add(uidl);
+            **count++ = 0;  // decided at the first occurrence
         }
     }
 }
