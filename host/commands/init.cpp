@@ -90,16 +90,13 @@ int ShowAppSettings(bool json) {
 
 int SetAppSettings(const KeyOptions& keys) {
     if (keys.Empty()) throw CommandError(kBadUsage, "nothing to set; `tarvex settings set --help` lists the keys");
-    EditRequest given;
-    keys.Fill(given);
     MakeDirectories(ConfigurationDirectory());
     CAppSetting setting;
     setting.Load(ConfigurationDirectory());
     std::vector<const Key<CAppSetting>*> set;
-    for (const std::string& word : given.words) {
-        const std::size_t equals = word.find('=');
-        set.push_back(&KeyNamed<CAppSetting>(word.substr(0, equals)));
-        SetValue(setting, *set.back(), word.substr(equals + 1));
+    for (const auto& [name, value] : keys.Values()) {
+        set.push_back(&KeyNamed<CAppSetting>(name));
+        SetValue(setting, *set.back(), value);
     }
     RequireSurvivalOf(setting, set);
     SaveSettings(setting);

@@ -68,10 +68,16 @@ bool KeyOptions::Empty() const {
            std::ranges::none_of(passwords_, [this](const auto& password) { return GivesPassword(password.first); });
 }
 
-void KeyOptions::Fill(EditRequest& request) const {
+std::map<std::string, std::string> KeyOptions::Values() const {
+    std::map<std::string, std::string> given;
     for (const auto& [key, option] : options_) {
-        if (option->count() > 0) request.words.push_back(key + '=' + values_.at(key));
+        if (option->count() > 0) given[key] = values_.at(key);
     }
+    return given;
+}
+
+void KeyOptions::Fill(EditRequest& request) const {
+    request.values.merge(Values());
     for (const auto& [key, password] : passwords_) {
         if (password.ask) request.secrets[key] = AskSecret(key == "smtppassword" ? "SMTP password: " : "Password: ");
         if (password.from_input) request.secrets[key] = SecretFromInput();

@@ -24,7 +24,9 @@ public:
     bool GivesPassword(const std::string& key) const;
     bool Empty() const;
 
-    // Appends KEY=VALUE words, and gets the passwords.
+    std::map<std::string, std::string> Values() const;  // by key, without passwords
+
+    // Adds the values, and gets the passwords.
     void Fill(EditRequest& request) const;
 
 private:

@@ -1,13 +1,19 @@
 // `tarvex schedule`: when a forwarding address takes part.
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "host/commands/commands.h"
 #include "host/commands/key_options.h"
 #include "host/commands/submit.h"
 #include "host/system/command_error.h"
+#include "host/system/display.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
 
@@ -28,6 +34,17 @@ struct Given {
         return text;
     }
 };
+
+// Nothing for all of them.
+std::optional<std::size_t> TermNumber(const std::string& word) {
+    if (word == "all") return std::nullopt;
+    std::size_t number = 0;
+    const char* const end = word.data() + word.size();
+    const auto [rest, error] = std::from_chars(word.data(), end, number);
+    if (error == std::errc() && rest == end) return number;
+    throw CommandError(
+        kBadUsage, '"' + ShowUtf8Text(word) + "\" is no number of a term; write one of `tarvex schedule list`, or all");
+}
 
 }  // namespace
 
@@ -51,7 +68,9 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
         ->option_text(" ");
     add_term->callback([&context, given] {
         context.command = [&context, given] {
-            return Submit(context, {{"schedule", "add", given->forward, given->Joined()}, {}, {}});
+            EditRequest request(EditKind::Schedule, EditVerb::Add, given->forward);
+            request.terms = given->Joined();
+            return Submit(context, request);
         };
     });
 
@@ -66,21 +85,24 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
         };
     });
 
-    const auto add_for_term = [&](const char* name, const char* help) {
-        CLI::App* const command = add(name, help);
+    const auto add_for_term = [&](EditVerb verb, const char* help) {
+        CLI::App* const command = add(kEditVerbs[static_cast<std::size_t>(verb)].data(), help);
         command->add_option("NUMBER", given->words, "Its number in the list, or all")
             ->required()
             ->expected(1)
             ->option_text(" ");
-        command->callback([&context, given, name] {
-            context.command = [&context, given, name] {
-                return Submit(context, {{"schedule", name, given->forward, given->Joined()}, {}, {}});
+        command->callback([&context, given, verb] {
+            context.command = [&context, given, verb] {
+                EditRequest request(EditKind::Schedule, verb, given->forward);
+                request.term_number = TermNumber(given->Joined());
+                return Submit(context, request);
             };
         });
     };
-    add_for_term("on", "Switch a term on.");
-    add_for_term("off", "Switch a term off: it stays in the list, and lets the address take part no more.");
-    add_for_term("remove", "Remove a term.");
+    add_for_term(EditVerb::SwitchOn, "Switch a term on.");
+    add_for_term(EditVerb::SwitchOff,
+                 "Switch a term off: it stays in the list, and lets the address take part no more.");
+    add_for_term(EditVerb::Remove, "Remove a term.");
 }
 
 }  // namespace tarvex::host

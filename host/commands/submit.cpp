@@ -2,6 +2,7 @@
 
 #include "host/commands/submit.h"
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <optional>
@@ -27,7 +28,9 @@ int EditTree(const std::string& directory, const EditRequest& request, Reply& re
 
 // By the service when there is one, else by this process.
 int MakeEdit(const std::string& directory, const EditRequest& request, Reply& reply) {
-    LockOrService access = TakeLockOrService(directory, request.words[0] + '-' + request.words[1]);
+    std::string command = EditName(request);
+    std::ranges::replace(command, ' ', '-');
+    LockOrService access = TakeLockOrService(directory, command);
     auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access);
     return service ? (*service)->Edit(request, reply, PrintNote) : EditTree(directory, request, reply);
 }
@@ -50,10 +53,10 @@ int Submit(const Context& context, const EditRequest& request) {
     RequireRoot(directory);
     Reply reply;
     const int code = MakeEdit(directory, request, reply);
-    if (code != kDone) throw CommandError(code, reply.error);
     std::cout << reply.printed;
-    if (!std::cout.flush())
-        throw CommandError(kCannotWrite, "the change was made, but standard output cannot be written");
+    const bool printed = !std::cout.flush().fail();
+    if (code != kDone) throw CommandError(code, reply.error);
+    if (!printed) throw CommandError(kCannotWrite, "the change was made, but standard output cannot be written");
     return code;
 }
 

@@ -59,39 +59,38 @@ void AddName(CLI::App& command, Given& given, const char* placeholder, const cha
 void ReadTree(const Context& context, CRootPath& root) { OpenTree(root, RootDirectory(context.root_option)); }
 
 template <class Object>
-int Remove(const Context& context, const Given& given, const std::string& kind, const CRootPath& root,
-           const Object& object) {
-    const std::string name = ShownName(root, object.path);
-    const std::string what = WhatGoes(object);
-    if (!given.yes && !AskYes("Remove " + name + " (" + what + ")?")) {
+int Remove(const Context& context, const Given& given, EditKind kind, const CRootPath& root, const Object& object) {
+    EditRequest request(kind, EditVerb::Remove, ShownName(root, object.path));
+    request.expected = WhatGoes(object);
+    if (!given.yes && !AskYes("Remove " + request.name + " (" + request.expected + ")?")) {
         std::cout << "Nothing was removed.\n";
         return kDone;
     }
-    return Submit(context, {{kind, "remove", name, what}, {}, {}});
+    return Submit(context, request);
 }
 
 int RemoveUser(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    return Remove(context, given, "user", root, FindUser(root, given.name));
+    return Remove(context, given, EditKind::User, root, FindUser(root, given.name));
 }
 
 int RemoveProfile(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    return Remove(context, given, "profile", root, *FindProfile(root, given.name).profile);
+    return Remove(context, given, EditKind::Profile, root, *FindProfile(root, given.name).profile);
 }
 
 int RemoveForward(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    return Remove(context, given, "forward", root, *FindForward(root, given.name).forward);
+    return Remove(context, given, EditKind::Forward, root, *FindForward(root, given.name).forward);
 }
 
-int Set(const Context& context, const Given& given, const std::string& kind) {
+int Set(const Context& context, const Given& given, EditKind kind) {
+    EditRequest request(kind, EditVerb::Set, given.name);
     if (given.keys.Empty())
-        throw CommandError(kBadUsage, "nothing to set; `tarvex " + kind + " set --help` lists the keys");
-    EditRequest request{{kind, "set", given.name}, {}, {}};
+        throw CommandError(kBadUsage, "nothing to set; `tarvex " + EditName(request) + " --help` lists the keys");
     given.keys.Fill(request);
     return Submit(context, request);
 }
@@ -103,13 +102,15 @@ int AddUser(const Context& context, const Given& given) {
                            "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
                                "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
     }
-    EditRequest request{{"user", "add", "loginname=" + given.first}, {}, {}};
+    EditRequest request(EditKind::User, EditVerb::Add, "");
+    request.values["loginname"] = given.first;
     given.keys.Fill(request);
     return Submit(context, request);
 }
 
 int AddProfile(const Context& context, const Given& given) {
-    EditRequest request{{"profile", "add", given.name, "address=" + given.first}, {}, {}};
+    EditRequest request(EditKind::Profile, EditVerb::Add, given.name);
+    request.values["address"] = given.first;
     given.keys.Fill(request);  // before the tree is read: a file with a password may be the superuser's alone
     CRootPath root;
     ReadTree(context, root);
@@ -144,7 +145,8 @@ std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting) {
 }
 
 int AddForward(const Context& context, const Given& given) {
-    EditRequest request{{"forward", "add", given.name, "address=" + given.first}, {}, {}};
+    EditRequest request(EditKind::Forward, EditVerb::Add, given.name);
+    request.values["address"] = given.first;
     given.keys.Fill(request);
     if (given.new_mail_only) {
         CRootPath root;
@@ -163,7 +165,7 @@ constexpr const char* kForwardName = "Its path (user0/from0/forwardto0), nicknam
 
 // The commands that differ between the three kinds in names alone.
 struct Kind {
-    const char* name;         // "profile"
+    EditKind kind;
     const char* article;      // "a profile"
     const char* placeholder;  // "PROFILE"
     const char* name_help;
@@ -208,10 +210,9 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
     AddName(*command, *given, kind.placeholder, kind.name_help);
     command->add_flag("--json", given->json, kAsJson);
 
-    const std::string name = kind.name;
     given = AddCommand(
         group, context, "set", "Change settings of " + article + ".",
-        [name](const Context& known, const Given& words) { return Set(known, words, name); }, command);
+        [edited = kind.kind](const Context& known, const Given& words) { return Set(known, words, edited); }, command);
     AddName(*command, *given, kind.placeholder, kind.name_help);
     given->keys.template AddTo<Record>(*command, {});
 
@@ -227,7 +228,7 @@ void AddUserCommands(CLI::App& app, Context& context) {
     command->add_option("NAME", given->first, "Login name")->required()->option_text(" ");
     given->keys.AddTo<CUserSetting>(*command, {"loginname", "version"});
     AddCommonCommands<CUserSetting>(
-        *group, context, {"user", "a user", "USER", kUserName, nullptr, nullptr},
+        *group, context, {EditKind::User, "a user", "USER", kUserName, nullptr, nullptr},
         [](const CRootPath& root, const std::string&, Form form) { ListUsers(root, form); }, ShowUser, RemoveUser);
 }
 
@@ -243,7 +244,7 @@ void AddProfileCommands(CLI::App& app, Context& context) {
     command->get_option("--popserver")->required();
     command->get_option("--popuser")->required();
     AddCommonCommands<CPopProfileSetting>(
-        *group, context, {"profile", "a profile", "PROFILE", kProfileName, "USER", kUserName},
+        *group, context, {EditKind::Profile, "a profile", "PROFILE", kProfileName, "USER", kUserName},
         [](const CRootPath& root, const std::string& user, Form form) {
             ListProfiles(root, user.empty() ? nullptr : &FindUser(root, user), form);
         },
@@ -263,7 +264,7 @@ void AddForwardCommands(CLI::App& app, Context& context) {
                       "on. Without it the first run sends it everything");
     given->keys.AddTo<CForwardAddressSetting>(*command, {"address"});
     AddCommonCommands<CForwardAddressSetting>(
-        *group, context, {"forward", "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},
+        *group, context, {EditKind::Forward, "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},
         [](const CRootPath& root, const std::string& profile, Form form) {
             ListForwards(root, profile.empty() ? nullptr : FindProfile(root, profile).profile, form);
         },

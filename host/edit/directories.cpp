@@ -1,10 +1,9 @@
-// Makes and removes the directories of a tree.
+// Makes the directories of new users, profiles and addresses, and takes away those of removed ones.
 
 #include "host/edit/directories.h"
 
 #include <filesystem>
 #include <system_error>
-#include <utility>
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -15,41 +14,64 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path Aside(const CString& root) { return NativePath(root) / ".tarvex-removed"; }
+fs::path Aside(const CString& directory) { return NativePath(directory) / ".tarvex-removed"; }
 
-bool Exists(const CString& path) {
+bool IsFree(const CString& path) {
     std::error_code ignored;
-    return fs::exists(NativePath(path), ignored);
+    return fs::symlink_status(NativePath(path), ignored).type() == fs::file_type::not_found;
+}
+
+// Else something stands there that can be no child: a file, a link that leads nowhere.
+bool IsDirectoryWithout(const CString& path, const CString& marker) {
+    std::error_code ignored;
+    return fs::is_directory(NativePath(path), ignored) && !fs::exists(NativePath(path + '\\' + marker), ignored);
+}
+
+bool MoveTo(const CString& place, const CString& directory) {
+    if (!DeleteAside(place)) return false;
+    std::error_code error;
+    fs::rename(NativePath(directory), Aside(place), error);
+    return !error;
 }
 
 }  // namespace
 
-NewDirectory::NewDirectory(const CString& parent, std::string_view prefix, const CString& marker) {
-    for (int number = 0; Exists(path_ = parent + '\\' + CString(prefix) + std::to_string(number)); ++number) {
-        if (!Exists(path_ + '\\' + marker)) return;
+NewDirectory::NewDirectory(const CString& parent, std::string_view prefix, const CString& marker) : parent_(parent) {
+    for (int number = 0; !IsFree(path_ = parent + '\\' + CString(prefix) + std::to_string(number)); ++number) {
+        was_there_ = IsDirectoryWithout(path_, marker);
+        if (was_there_) return;
     }
     std::error_code error;
     fs::create_directory(NativePath(path_), error);
     if (!error) fs::permissions(NativePath(path_), fs::perms::owner_all, error);
     if (error) throw CommandError(kCannotMake, "cannot make \"" + ShowPath(path_) + "\": " + error.message());
-    goes_ = true;
 }
 
 NewDirectory::~NewDirectory() {
     std::error_code ignored;
-    if (goes_) fs::remove_all(NativePath(path_), ignored);
+    if (!was_there_ && !kept_) fs::remove_all(NativePath(path_), ignored);
 }
 
-void MoveAside(const CString& root, const CString& directory) {
-    if (!DeleteAside(root)) return;
-    std::error_code ignored;
-    fs::rename(NativePath(directory), Aside(root), ignored);
+bool NewDirectory::Keep() {
+    kept_ = true;
+    return SyncDirectory(parent_);
 }
 
-bool DeleteAside(const CString& root) {
+Saved MoveAside(const CString& root, const CString& directory) {
+    const CString parent = ParentOf(directory);
+    const bool to_root = MoveTo(root, directory);
+    if (!to_root && !MoveTo(parent, directory)) return Saved::No;
+    // Where it was comes first: it must not come back without what is deleted next.
+    const bool synced = SyncDirectory(parent) && (!to_root || SyncDirectory(root));
+    return synced ? Saved::Yes : Saved::Unsynced;
+}
+
+bool DeleteAside(const CString& directory) {
     std::error_code error;
-    fs::remove_all(Aside(root), error);
+    fs::remove_all(Aside(directory), error);
     return !error;
 }
+
+CString ParentOf(const CString& path) { return path.substr(0, path.rfind('\\')); }
 
 }  // namespace tarvex::host

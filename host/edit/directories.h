@@ -1,11 +1,12 @@
 #pragma once
 
-// Making and taking away the directories of a tree, so that a kill at any moment leaves a thing whole or without what
-// makes it count. By the holder of the root's lock.
+// Making and taking away the directories of a tree, so that a kill or a power failure at any moment leaves a thing
+// whole or without what makes it count. By the holder of the root's lock.
 
 #include <string>
 #include <string_view>
 
+#include "host/edit/saving.h"
 #include "tarvex/text.h"
 
 namespace tarvex::host {
@@ -22,18 +23,28 @@ public:
     NewDirectory& operator=(const NewDirectory&) = delete;
 
     const CString& Path() const { return path_; }
-    void Keep() { goes_ = false; }
+    bool WasThere() const { return was_there_; }
+
+    // The child is complete. False when its place in the parent may not survive a power failure.
+    [[nodiscard]] bool Keep();
 
 private:
+    CString parent_;
     CString path_;
-    bool goes_ = false;
+    bool was_there_ = false;
+    bool kept_ = false;
 };
 
-// Moves a directory out of the tree, to a place in the root for what is to be deleted. Nothing happens when that is not
-// possible.
-void MoveAside(const CString& root, const CString& directory);
+// Moves a directory out of the tree in one step, to a place in the root for what is to be deleted, or to one beside it
+// where the root is another file system.
+[[nodiscard]] Saved MoveAside(const CString& root, const CString& directory);
 
 // Deletes what is in that place, also what a killed command left there. False when something stays.
-bool DeleteAside(const CString& root);
+bool DeleteAside(const CString& directory);
+
+// Waits until the entries of the directory are on disk. False when that fails.
+[[nodiscard]] bool SyncDirectory(const CString& directory);
+
+CString ParentOf(const CString& path);
 
 }  // namespace tarvex::host

@@ -1,18 +1,16 @@
-// Makes edits: checks an edit, changes the tree, saves it.
+// Edits users, profiles and forwarding addresses; schedules are in schedule_edit.cpp.
 
 #include "host/edit/edit.h"
 
-#include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <memory>
-#include <span>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "host/edit/directories.h"
-#include "host/edit/survival.h"
+#include "host/edit/key_values.h"
+#include "host/edit/saving.h"
+#include "host/edit/schedule_edit.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -20,32 +18,12 @@
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
-#include "host/tree/schedule_text.h"
 
 namespace tarvex::host {
 namespace {
 
-using Words = std::span<const std::string>;
-
-bool FileExists(const CString& path) {
-    std::error_code ignored;
-    return std::filesystem::exists(NativePath(path), ignored);
-}
-
-// What one might not expect of a schedule without a term that counts.
-std::string WhatRemains(const CScheduleSetting& schedule) {
-    if (schedule.terms.empty()) return "The schedule is empty: the address always takes part.\n";
-    const auto is_off = [](const auto& term) { return term->status == 0; };
-    if (!std::ranges::all_of(schedule.terms, is_off)) return "";
-    return "Every term is switched off: the address takes part in no run. Without any term it always would.\n";
-}
-
 std::string Counted(std::size_t count, const std::string& one, const std::string& many) {
     return std::to_string(count) + ' ' + (count == 1 ? one : many);
-}
-
-CommandError CannotMakeIn(const CString& path) {
-    return {kCannotMake, "cannot make a directory in \"" + ShowPath(path) + '"'};
 }
 
 // What is forwarded to the mailbox itself is fetched again, and forwarded again.
@@ -61,149 +39,98 @@ void RequireLoaded(const Loaded& loaded) {
     if (const std::string why = WhyNotLoaded(loaded); !why.empty()) throw CommandError(kCannotWrite, why);
 }
 
-CommandError CannotSave(const CString& path) { return {kCannotWrite, "cannot write in \"" + ShowPath(path) + '"'}; }
-
-// One of the things in the tree that have settings: its record, and the words about it.
-template <class Record>
-class Values {
-public:
-    Values(Words words, const std::map<std::string, std::string>& secrets) {
-        for (const std::string& word : words) {
-            const std::size_t equals = word.find('=');
-            if (equals == std::string::npos)
-                throw CommandError(kBadUsage, "no value for \"" + ShowUtf8Text(word) + '"');
-            Take(word.substr(0, equals), word.substr(equals + 1), false);
-        }
-        for (const auto& [name, secret] : secrets) Take(name, secret, true);
-    }
-
-    // Throws CommandError when a value is not allowed, or would not be read back; tries that in the root.
-    void SetIn(Record& record, const CString& root) const {
-        SetAgainIn(record);
-        std::vector<const Key<Record>*> keys;
-        for (const auto& value : values_) keys.push_back(value.first);
-        RequireSurvival(record, keys, root);
-    }
-
-    // Without looking whether the values survive.
-    void SetAgainIn(Record& record) const {
-        for (const auto& [key, word] : values_) SetValue(record, *key, word);
-    }
-
-    // What differs, line by line.
-    std::string Difference(const Record& before, const Record& after) const {
-        std::string lines;
-        for (const auto& [key, word] : values_) {
-            lines += "  ";
-            lines += key->name;
-            lines += ": ";
-            const std::string old_text = ShowValue(before, *key);
-            const std::string new_text = ShowValue(after, *key);
-            if (key->type == KeyType::Password) {
-                lines += new_text == "(none)" ? "removed" : "stored";
-            } else if (old_text == new_text) {
-                lines += '"' + new_text + "\" as before";
-            } else {
-                lines.append("\"").append(old_text).append("\" -> \"").append(new_text).append("\"");
-            }
-            lines += '\n';
-        }
-        return lines;
-    }
-
-    bool Has(std::string_view name) const {
-        return std::ranges::any_of(values_, [&](const auto& value) { return value.first->name == name; });
-    }
-
-private:
-    void Take(const std::string& name, const std::string& word, bool secret) {
-        const Key<Record>& key = KeyNamed<Record>(name);
-        if ((key.type == KeyType::Password) != secret) {
-            throw CommandError(kBadUsage, std::string(key.name) + ": a password is never taken from the command line");
-        }
-        values_.emplace_back(&key, word);
-    }
-
-    std::vector<std::pair<const Key<Record>*, std::string>> values_;
-};
-
 class Editor {
 public:
-    Editor(CRootPath& root, const EditRequest& request) : root_(root), request_(request) {
-        if (request.words.size() < 3) throw CommandError(kBadUsage, "an edit needs more words");
-    }
+    Editor(CRootPath& root, const EditRequest& request) : root_(root), request_(request) {}
 
     std::string Apply() {
-        const std::string& kind = request_.words[0];
-        if (kind == "user") return EditUser();
-        if (kind == "profile") return EditProfile();
-        if (kind == "forward") return EditForward();
-        if (kind == "schedule") return EditSchedule();
-        throw CommandError(kBadUsage, "an edit cannot begin with \"" + ShowUtf8Text(kind) + '"');
+        switch (request_.kind) {
+            case EditKind::User:
+                return EditUser();
+            case EditKind::Profile:
+                return EditProfile();
+            case EditKind::Forward:
+                return EditForward();
+            case EditKind::Schedule:
+                return EditTerms();
+        }
+        UnknownEdit();
     }
 
+    // The path of what a power failure may bring back as it was; empty when there is nothing of the kind.
+    const CString& Unsynced() const { return unsynced_; }
+
     std::vector<CString> Touched() {
-        const std::string& kind = Verb() == "add" ? std::string() : request_.words[0];
-        if (kind == "profile") return {FindProfile(root_, Name()).profile->path};
-        if (kind == "forward" && Verb() == "remove") return {FindForward(root_, Name()).profile->path};
+        if (request_.verb == EditVerb::Add) return {};
+        if (request_.kind == EditKind::Profile) return {FindProfile(root_, request_.name).profile->path};
+        if (request_.verb != EditVerb::Remove) return {};
+        if (request_.kind == EditKind::Forward) return {FindForward(root_, request_.name).profile->path};
         std::vector<CString> paths;
-        if (kind == "user" && Verb() == "remove") {
-            for (const auto& profile : FindUser(root_, Name()).profiles) paths.push_back(profile->path);
+        if (request_.kind == EditKind::User) {
+            for (const auto& profile : FindUser(root_, request_.name).profiles) paths.push_back(profile->path);
         }
         return paths;
     }
 
 private:
-    const std::string& Verb() const { return request_.words[1]; }
-    const std::string& Name() const { return request_.words[2]; }
-    Words Behind(std::size_t count) const { return Words(request_.words).subspan(count); }
     std::string Shown(const CString& path) const { return ShownName(root_, path); }
 
-    [[noreturn]] void UnknownVerb() const {
-        throw CommandError(kBadUsage, "an edit cannot be \"" + ShowUtf8Text(Verb()) + '"');
+    [[noreturn]] void UnknownEdit() const {
+        throw CommandError(kBadUsage, "there is no edit \"" + EditName(request_) + '"');
     }
 
-    // Saves what was changed in the object's setting, or puts the old values back.
+    // Throws CommandError when nothing was saved.
+    void Require(Saved saved, const CString& path) {
+        if (saved == Saved::No) throw CommandError(kCannotWrite, "cannot write in \"" + ShowPath(path) + '"');
+        if (saved == Saved::Unsynced) unsynced_ = path;
+    }
+
     // `refuse` throws CommandError for values that do not go with the rest of the tree.
     template <class Record, class Object, class Refuse>
     std::string Set(Object& object, const Refuse& refuse) {
-        const Values<Record> values(Behind(3), request_.secrets);
+        const KeyValues<Record> values(request_);
         const Record before(object.setting);
         Record after(object.setting);
         values.SetIn(after, root_.path);
         refuse(after);
-        values.SetAgainIn(object.setting);
-        if (!object.SaveSetting()) {
-            object.setting = before;
-            KeepUnassigned(object.setting, before);
-            throw CannotSave(object.path);
-        }
+        Require(Save(after, values.Keys(), object.path), object.path);
+        Assign(object.setting, after);
         return Shown(object.path) + ":\n" + values.Difference(before, after);
     }
 
-    // Assignment leaves these out.
-    static void KeepUnassigned(CUserSetting& target, const CUserSetting& source) { target.version = source.version; }
-    static void KeepUnassigned(CForwardAddressSetting&, const CForwardAddressSetting&) {}
-    static void KeepUnassigned(CPopProfileSetting& target, const CPopProfileSetting& source) {
-        target.version = source.version;
-        target.lasttime = source.lasttime;
+    // The record of something new.
+    template <class Record>
+    Record Draft() const {
+        Record draft;
+        KeyValues<Record>(request_).SetIn(draft, root_.path);
+        return draft;
     }
 
-    // Moved out of the tree in one step, so that a kill leaves all of it or nothing. What cannot be moved, a directory
-    // on another file system, is deleted where it is. The object is gone afterwards.
+    // Makes the directory count, with its settings. Whatever else it holds is there already.
+    template <class Object, class Record>
+    void SaveNew(NewDirectory& directory, Object& object, const Record& draft) {
+        Require(Save(draft, KeyValues<Record>(request_).Keys(), directory.Path()), directory.Path());
+        Assign(object.setting, draft);
+        if (!directory.Keep()) unsynced_ = directory.Path();
+    }
+
+    // Moved out of the tree in one step, so that a kill or a power failure leaves all of it or nothing. The object is
+    // gone afterwards.
     template <class Object, class Remove>
     std::string RemoveFromDisk(const Object& object, const Remove& remove) {
         const CString directory = object.path;
         const std::string what = WhatGoes(object);
-        if (request_.words.size() > 3 && request_.words[3] != what) {
+        if (!request_.expected.empty() && request_.expected != what) {
             throw CommandError(kNotFound,
                                Shown(directory) + " is something else by now (" + what + "); nothing was removed");
         }
-        MoveAside(root_.path, directory);
+        Require(MoveAside(root_.path, directory), directory);
         remove();
-        if (FileExists(directory) || !DeleteAside(root_.path)) {
-            throw CommandError(kCannotWrite,
-                               "cannot delete \"" + ShowPath(directory) + "\" whole; delete the rest by hand");
+        // What may come back after a power failure comes back whole; whoever takes the root next deletes it.
+        if (!unsynced_.empty()) return {};
+        if (!DeleteAside(root_.path) || !DeleteAside(ParentOf(directory))) {
+            throw CommandError(kCannotWrite, "removed " + Shown(directory) + ", but \".tarvex-removed\" in \"" +
+                                                 ShowPath(root_.path) + "\" cannot be deleted whole");
         }
         return "Removed " + Shown(directory) + ".\n";
     }
@@ -213,31 +140,27 @@ private:
     std::string EditUser();
     std::string EditProfile();
     std::string EditForward();
-    std::string EditSchedule();
+    std::string EditTerms();
     std::string AddUser();
     std::string AddProfile();
+    std::string SetProfile(CPopProfile& profile);
     std::string AddForward();
-    std::string AddTerm(CForwardAddress& forward);
-    std::string RemoveTerms(CForwardAddress& forward);
-    std::string SwitchTerms(CForwardAddress& forward, bool on);
-    CTerm* ChosenTerm(const CForwardAddress& forward) const;
-    std::string SaveSchedule(CForwardAddress& forward, const CScheduleSetting& before);
+    std::string SetForward(const NamedForward& named);
 
     CRootPath& root_;
     const EditRequest& request_;
+    CString unsynced_;
 };
 
 std::string Editor::EditUser() {
-    if (Verb() == "add") return AddUser();
-    CUser& user = FindUser(root_, Name());
-    if (Verb() == "set") {
-        RequireLoaded(user.setting_loaded);
-        return Set<CUserSetting>(user, [&](const CUserSetting& after) {
-            if (after.loginname != user.setting.loginname) RefuseSecondUser(after.loginname);
-        });
-    }
-    if (Verb() == "remove") return RemoveFromDisk(user, [&] { root_.DeleteUser(&user); });
-    UnknownVerb();
+    if (request_.verb == EditVerb::Add) return AddUser();
+    CUser& user = FindUser(root_, request_.name);
+    if (request_.verb == EditVerb::Remove) return RemoveFromDisk(user, [&] { root_.DeleteUser(&user); });
+    if (request_.verb != EditVerb::Set) UnknownEdit();
+    RequireLoaded(user.setting_loaded);
+    return Set<CUserSetting>(user, [&](const CUserSetting& after) {
+        if (after.loginname != user.setting.loginname) RefuseSecondUser(after.loginname);
+    });
 }
 
 // Neither could be called by the name.
@@ -250,92 +173,87 @@ void Editor::RefuseSecondUser(const CString& login_name) const {
 
 std::string Editor::AddUser() {
     RequireLoaded(root_.users_loaded);  // a new folder must not take the place of one that cannot be seen
-    const Values<CUserSetting> values(Behind(2), request_.secrets);
-    CUserSetting draft;
-    values.SetIn(draft, root_.path);
+    auto draft = Draft<CUserSetting>();
     RefuseSecondUser(draft.loginname);
-    CUser* const user = root_.CreateNewUser(draft.loginname, draft.password, draft.administrator);
-    if (!user) throw CannotMakeIn(root_.path);
-    // What became of the administrator rights is the tree's decision.
-    user->setting.status = draft.status;
-    user->setting.version = draft.version;
-    if (!user->SaveSetting()) {
-        const CString path = user->path;
-        root_.DeleteUser(user);
-        throw CannotSave(path);
-    }
-    std::string text = "Added user " + Shown(user->path) + " (" + ShowText(draft.loginname) + ").\n";
-    if (user->setting.administrator != draft.administrator) {
-        text += "The directory was there already, so the user has no administrator rights.\n";
-    }
-    return text;
+    NewDirectory directory(root_.path, "user", "userset.def");
+    auto user = std::make_unique<CUser>();
+    user->SetPath(directory.Path());
+    // Taking over a directory that is there already makes nobody an administrator (B26).
+    const bool loses_rights = directory.WasThere() && draft.administrator != 0;
+    if (loses_rights) draft.administrator = 0;
+    SaveNew(directory, *user, draft);
+    root_.users.push_back(std::move(user));
+    return "Added user " + Shown(directory.Path()) + " (" + ShowText(draft.loginname) + ").\n" +
+           (loses_rights ? "The directory was there already, so the user has no administrator rights.\n" : "");
 }
 
 std::string Editor::EditProfile() {
-    if (Verb() == "add") return AddProfile();
-    const NamedProfile named = FindProfile(root_, Name());
+    if (request_.verb == EditVerb::Add) return AddProfile();
+    const NamedProfile named = FindProfile(root_, request_.name);
     CPopProfile* const profile = named.profile;
-    if (Verb() == "remove") return RemoveFromDisk(*profile, [&] { named.user->DeletePopProfile(profile); });
-    if (Verb() != "set") UnknownVerb();
-    RequireLoaded(*profile);
-    std::string text = Set<CPopProfileSetting>(*profile, [&](const CPopProfileSetting& after) {
-        if (after.address == profile->setting.address) return;
-        for (const auto& forward : profile->forward_addresses) RefuseLoop(after.address, forward->setting.address);
+    if (request_.verb == EditVerb::Remove) {
+        return RemoveFromDisk(*profile, [&] { named.user->DeletePopProfile(profile); });
+    }
+    if (request_.verb != EditVerb::Set) UnknownEdit();
+    return SetProfile(*profile);
+}
+
+std::string Editor::SetProfile(CPopProfile& profile) {
+    RequireLoaded(profile);
+    std::string text = Set<CPopProfileSetting>(profile, [&](const CPopProfileSetting& after) {
+        if (after.address == profile.setting.address) return;
+        for (const auto& forward : profile.forward_addresses) RefuseLoop(after.address, forward->setting.address);
     });
-    const int timer = profile->setting.timer;
-    if (Values<CPopProfileSetting>(Behind(3), request_.secrets).Has("timer") &&
-        IntervalSeconds(timer) != std::int64_t{timer} * 60) {
+    const int timer = profile.setting.timer;
+    if (request_.values.contains("timer") && IntervalSeconds(timer) != std::int64_t{timer} * 60) {
         text += "Note: with a timer of " + std::to_string(timer) + " minutes it runs " + ShowInterval(timer) + ".\n";
     }
     return text;
 }
 
 std::string Editor::AddProfile() {
-    CUser& user = FindUser(root_, Name());
+    CUser& user = FindUser(root_, request_.name);
     RequireLoaded(user.profiles_loaded);
-    const Values<CPopProfileSetting> values(Behind(3), request_.secrets);
-    CPopProfileSetting draft;
-    values.SetIn(draft, root_.path);
+    const auto draft = Draft<CPopProfileSetting>();
     NewDirectory directory(user.path, "from", "popprofile.def");
     auto profile = std::make_unique<CPopProfile>();
     profile->SetPath(directory.Path());
-    values.SetAgainIn(profile->setting);
-    if (!profile->SaveSetting()) throw CannotSave(directory.Path());
-    directory.Keep();
-    const CPopProfileSetting& setting = profile->setting;
-    std::string text = "Added profile " + Shown(profile->path) + " (" + ShowText(setting.address) + "). It runs " +
-                       ShowInterval(setting.timer);
-    const CTime first = setting.lasttime + IntervalSeconds(setting.timer);
-    text += first > setting.lasttime ? ", for the first time at " + ShowMoment(first) + ".\n" : ".\n";
+    SaveNew(directory, *profile, draft);
+    std::string text = "Added profile " + Shown(profile->path) + " (" + ShowText(draft.address) + "). It runs " +
+                       ShowInterval(draft.timer);
+    const CTime first = draft.lasttime + IntervalSeconds(draft.timer);
+    text += first > draft.lasttime ? ", for the first time at " + ShowMoment(first) + ".\n" : ".\n";
     user.profiles.push_back(std::move(profile));
     return text;
 }
 
 std::string Editor::EditForward() {
-    if (Verb() == "add") return AddForward();
-    const NamedForward named = FindForward(root_, Name());
-    CForwardAddress* const forward = named.forward;
-    if (Verb() == "remove") return RemoveFromDisk(*forward, [&] { named.profile->DeleteForwardAddress(forward); });
-    if (Verb() != "set") UnknownVerb();
+    if (request_.verb == EditVerb::Add) return AddForward();
+    const NamedForward named = FindForward(root_, request_.name);
+    if (request_.verb == EditVerb::Remove) {
+        return RemoveFromDisk(*named.forward, [&] { named.profile->DeleteForwardAddress(named.forward); });
+    }
+    if (request_.verb != EditVerb::Set) UnknownEdit();
+    return SetForward(named);
+}
+
+std::string Editor::SetForward(const NamedForward& named) {
     RequireLoaded(*named.profile);
-    const CString before = forward->setting.address;
-    const std::string text = Set<CForwardAddressSetting>(*forward, [&](const CForwardAddressSetting& after) {
+    const CString before = named.forward->setting.address;
+    const std::string text = Set<CForwardAddressSetting>(*named.forward, [&](const CForwardAddressSetting& after) {
         if (after.address != before) RefuseLoop(named.profile->setting.address, after.address);
     });
-    return forward->setting.address == before ? text : text + NoteOnTwin(*named.profile, *forward);
+    return named.forward->setting.address == before ? text : text + NoteOnTwin(*named.profile, *named.forward);
 }
 
 std::string Editor::AddForward() {
-    CPopProfile& profile = *FindProfile(root_, Name()).profile;
+    CPopProfile& profile = *FindProfile(root_, request_.name).profile;
     RequireLoaded(profile);
-    const Values<CForwardAddressSetting> values(Behind(3), request_.secrets);
-    CForwardAddressSetting draft;
-    values.SetIn(draft, root_.path);
+    const auto draft = Draft<CForwardAddressSetting>();
     RefuseLoop(profile.setting.address, draft.address);
     NewDirectory directory(profile.path, "forwardto", "forwardaddress.def");
     auto forward = std::make_unique<CForwardAddress>();
     forward->SetPath(directory.Path());
-    values.SetAgainIn(forward->setting);
 
     // A directory that was there may hold the schedule and the list of another address that once had it.
     forward->LoadUidlSetting();
@@ -344,11 +262,10 @@ std::string Editor::AddForward() {
     forward->uidls = request_.uidls;
     forward->schedule.Reset();
     // The marker file comes last: an address that counts before it has its list would get the whole mailbox.
-    if ((other_list && !forward->SaveUidlSetting()) || (other_schedule && !forward->SaveScheduleSetting()) ||
-        !forward->SaveSetting()) {
-        throw CannotSave(directory.Path());
+    if ((other_list && !forward->SaveUidlSetting()) || (other_schedule && !forward->SaveScheduleSetting())) {
+        Require(Saved::No, directory.Path());
     }
-    directory.Keep();
+    SaveNew(directory, *forward, draft);
     profile.forward_addresses.push_back(std::move(forward));
     return "Added forwarding address " + Shown(directory.Path()) + " (" + ShowText(draft.address) + ").\n" +
            (request_.uidls.empty() ? ""
@@ -365,71 +282,13 @@ std::string Editor::NoteOnTwin(const CPopProfile& profile, const CForwardAddress
     return {};
 }
 
-std::string Editor::EditSchedule() {
-    const NamedForward named = FindForward(root_, Name());
-    CForwardAddress& forward = *named.forward;
-    if (request_.words.size() < 4) throw CommandError(kBadUsage, "an edit of a schedule needs more words");
+std::string Editor::EditTerms() {
+    const NamedForward named = FindForward(root_, request_.name);
     RequireLoaded(*named.profile);
-    if (Verb() == "add") return AddTerm(forward);
-    if (Verb() == "remove") return RemoveTerms(forward);
-    if (Verb() == "on" || Verb() == "off") return SwitchTerms(forward, Verb() == "on");
-    UnknownVerb();
-}
-
-std::string Editor::AddTerm(CForwardAddress& forward) {
-    const CScheduleSetting before(forward.schedule);
-    std::string said;
-    for (const CTerm& term : ParseTerms(request_.words[3])) {
-        if (forward.schedule.AddNewTerm(&term) < 0) throw CommandError(kBroken, "not enough memory");
-        said += "  " + std::to_string(forward.schedule.terms.size()) + "  " + DescribeTerm(term) + '\n';
-    }
-    return SaveSchedule(forward, before) + "Added:\n" + said;
-}
-
-std::string Editor::RemoveTerms(CForwardAddress& forward) {
-    const CScheduleSetting before(forward.schedule);
-    if (CTerm* const term = ChosenTerm(forward)) {
-        forward.schedule.DeleteTerm(term);
-    } else {
-        forward.schedule.Reset();
-    }
-    return SaveSchedule(forward, before) + "Removed.\n" + WhatRemains(forward.schedule);
-}
-
-std::string Editor::SwitchTerms(CForwardAddress& forward, bool on) {
-    const CScheduleSetting before(forward.schedule);
-    const CTerm* const chosen = ChosenTerm(forward);
-    std::string said;
-    int number = 0;
-    for (const auto& term : forward.schedule.terms) {
-        ++number;
-        if (chosen && term.get() != chosen) continue;
-        term->status = on ? 1 : 0;
-        said += "  " + std::to_string(number) + "  " + DescribeTerm(*term) + '\n';
-    }
-    return SaveSchedule(forward, before) + (on ? "Switched on:\n" : "Switched off:\n") + said +
-           WhatRemains(forward.schedule);
-}
-
-// The one that the request names by its number; null for all of them.
-CTerm* Editor::ChosenTerm(const CForwardAddress& forward) const {
-    const auto& terms = forward.schedule.terms;
-    const std::string& which = request_.words[3];
-    if (which == "all") return nullptr;
-    std::size_t number = 0;
-    const char* const end = which.data() + which.size();
-    const auto [rest, error] = std::from_chars(which.data(), end, number);
-    if (error == std::errc() && rest == end && number >= 1 && number <= terms.size()) return terms[number - 1].get();
-    throw CommandError(kNotFound, "there is no term " + ShowUtf8Text(which) + "; the schedule has " +
-                                      std::to_string(terms.size()) + " (see `tarvex schedule list`)");
-}
-
-std::string Editor::SaveSchedule(CForwardAddress& forward, const CScheduleSetting& before) {
-    // The file has one number for "on", but each other than 0 counts as that.
-    for (const auto& term : forward.schedule.terms) term->status = term->status != 0 ? 1 : 0;
-    if (forward.SaveScheduleSetting()) return {};
-    forward.schedule = before;
-    throw CannotSave(forward.path);
+    Saved saved = Saved::No;
+    std::string said = EditSchedule(*named.forward, request_, saved);
+    Require(saved, named.forward->path);
+    return said;
 }
 
 }  // namespace
@@ -447,11 +306,20 @@ std::string WhatGoes(const CForwardAddress& forward) {
     return ShowText(forward.setting.address) + ", with the list of what it has received";
 }
 
+std::string EditName(const EditRequest& request) {
+    return std::string(kEditKinds[static_cast<std::size_t>(request.kind)]) + ' ' +
+           std::string(kEditVerbs[static_cast<std::size_t>(request.verb)]);
+}
+
 int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
     reply = {};
     try {
-        reply.printed = Editor(root, request).Apply();
-        return kDone;
+        Editor editor(root, request);
+        reply.printed = editor.Apply();
+        if (editor.Unsynced().empty()) return kDone;
+        reply.error = "the change was made, but may not survive a power failure: \"" + ShowPath(editor.Unsynced()) +
+                      "\" cannot be synced";
+        return kCannotWrite;
     } catch (const CommandError& error) {
         reply.error = error.what();
         return error.ExitCode();

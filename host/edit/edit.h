@@ -3,26 +3,45 @@
 // Changing a tree. An edit is data, so that it can be made by the command itself, or handed to the service that owns
 // the tree.
 
+#include <array>
+#include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 
-// All text is UTF-8. The words are one of
-//     user add KEY=VALUE...         user set USER KEY=VALUE...         user remove USER [WHAT]
-//     profile add USER KEY=VALUE... profile set PROFILE KEY=VALUE...   profile remove PROFILE [WHAT]
-//     forward add PROFILE KEY=VALUE... forward set FORWARD KEY=VALUE... forward remove FORWARD [WHAT]
-//     schedule add FORWARD TERM     schedule remove|on|off FORWARD NUMBER     (counted from 1, or "all")
-// with the settings keys of host/tree/keys.h and names as host/tree/names.h finds them. WHAT is what somebody was told
-// that goes, in the words of WhatGoes: nothing is removed when it has become something else.
+enum class EditKind { User, Profile, Forward, Schedule };
+enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff };  // schedules are switched, and are not set
+
+// As they are typed, in that order.
+inline constexpr std::array<std::string_view, 4> kEditKinds = {"user", "profile", "forward", "schedule"};
+inline constexpr std::array<std::string_view, 5> kEditVerbs = {"add", "set", "remove", "on", "off"};
+
+// All text is UTF-8; names are found as in host/tree/names.h.
 struct EditRequest {
-    std::vector<std::string> words;
-    std::map<std::string, std::string> secrets;  // passwords by settings key, as bytes; an empty one clears
-    std::vector<std::string> uidls;              // forward add: ids on the server that count as handled already
+    EditRequest(EditKind new_kind, EditVerb new_verb, std::string new_name)
+        : kind(new_kind), verb(new_verb), name(std::move(new_name)) {}
+
+    EditKind kind;
+    EditVerb verb;
+    std::string name;                            // of what is changed; for add, of what it goes into: empty for a user
+    std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/tree/keys.h)
+    std::map<std::string, std::string> secrets;  // likewise passwords, as bytes; an empty one clears
+    std::vector<std::string> uidls;              // of a new forwarding address: ids that count as handled already
+    std::string terms;                           // of a schedule, add: as ParseTerms reads them
+    std::optional<std::size_t> term_number;      // of a schedule, else: counted from 1; all terms when there is none
+    std::string expected;  // remove: what the confirmation prompt said (WhatGoes); nothing is removed when that has
+                           // changed since. Empty when nobody was asked
 };
+
+// "profile set"
+std::string EditName(const EditRequest& request);
 
 // What a command that was carried out elsewhere has to say.
 struct Reply {
@@ -35,8 +54,10 @@ std::string WhatGoes(const CUser& user);
 std::string WhatGoes(const CPopProfile& profile);
 std::string WhatGoes(const CForwardAddress& forward);
 
-// Applies an edit to the tree in memory and saves it; both stay as they were when it fails. Returns the exit code of
-// the command. On the thread that owns the tree.
+// Applies an edit to the tree in memory and saves it; both stay as they were when it fails. Once it has returned kDone,
+// a power failure does not undo it. Where only the last wait for the disk failed, the change stands in memory and on
+// disk, and the result is kCannotWrite with an error that says so. Returns the exit code of the command. On the thread
+// that owns the tree.
 int Edit(CRootPath& root, const EditRequest& request, Reply& reply);
 
 // The paths of the profiles in whose directories the edit writes or deletes: while a worker runs one of them, the edit

@@ -63,9 +63,7 @@ RootLock TakeRoot(const std::string& directory) {
 
 // The edit in a few words, without the values: "profile set user0/from0".
 std::string Headline(const EditRequest& request) {
-    std::string text = request.words[0] + ' ' + request.words[1];
-    if (request.words.size() > 2 && request.words[2].find('=') == std::string::npos) text += ' ' + request.words[2];
-    return OneLineOfUtf8(text, kHeadlineColumns);
+    return OneLineOfUtf8(EditName(request) + (request.name.empty() ? "" : ' ' + request.name), kHeadlineColumns);
 }
 
 std::string Headline(const RunRequest& request) {

@@ -12,7 +12,7 @@
 
 #include "host/edit/root_lock.h"
 #include "host/history/history.h"
-#include "host/service/posix/control_socket.h"
+#include "host/service/posix/control_server.h"
 #include "host/service/posix/service_log.h"
 #include "host/service/posix/service_manager.h"
 #include "host/service/posix/signals.h"

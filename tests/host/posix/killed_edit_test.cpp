@@ -15,6 +15,7 @@
 #include "host/edit/root_lock.h"
 #include "host/system/command_error.h"
 #include "testing/temp_dir.h"
+#include "tests/host/edit_words.h"
 #include "tests/support/posix/system_calls.h"
 
 namespace tarvex::testing {
@@ -80,10 +81,10 @@ private:
     static void MakeTree(const TempDir& folder) {
         CRootPath root;
         ASSERT_EQ(root.SetRootPath(folder.String()), 1);
-        Make(root, {{"user", "add", "loginname=taro"}, {}, {}});
-        Make(root, {{"profile", "add", "taro", "address=me@example.org", "popserver=pop.example.org"}, {}, {}});
+        Make(root, EditOf({"user", "add", "loginname=taro"}));
+        Make(root, EditOf({"profile", "add", "taro", "address=me@example.org", "popserver=pop.example.org"}));
         for (const char* const address : {"address=phone@example.net", "address=office@example.net"}) {
-            Make(root, {{"forward", "add", "me@example.org", address, "textonly=120"}, {}, kIds});
+            Make(root, EditOf({"forward", "add", "me@example.org", address, "textonly=120"}, {}, kIds));
         }
     }
 
@@ -113,26 +114,24 @@ private:
 };
 
 TEST_F(KilledEdit, ANewAddressThatCountsHasItsListAndItsSettings) {
-    KillAtEachStep({{"forward", "add", "me@example.org", "address=pager@example.net", "textonly=120"}, {}, kIds},
+    KillAtEachStep(EditOf({"forward", "add", "me@example.org", "address=pager@example.net", "textonly=120"}, {}, kIds),
                    ExpectLists);
 }
 
 TEST_F(KilledEdit, ANewProfileThatCountsHasItsSettings) {
-    KillAtEachStep(
-        {{"profile", "add", "taro", std::string("address=") + kNewProfile, "popserver=pop.example.org", "status=off"},
-         {},
-         {}},
-        [](const CRootPath& root) {
-            for (const auto& profile : root.users.front()->profiles) {
-                EXPECT_EQ(profile->setting.popserver, "pop.example.org");
-                EXPECT_EQ(profile->setting.status, profile->setting.address == kNewProfile ? 0 : 1);
-            }
-            ExpectLists(root);
-        });
+    KillAtEachStep(EditOf({"profile", "add", "taro", std::string("address=") + kNewProfile, "popserver=pop.example.org",
+                           "status=off"}),
+                   [](const CRootPath& root) {
+                       for (const auto& profile : root.users.front()->profiles) {
+                           EXPECT_EQ(profile->setting.popserver, "pop.example.org");
+                           EXPECT_EQ(profile->setting.status, profile->setting.address == kNewProfile ? 0 : 1);
+                       }
+                       ExpectLists(root);
+                   });
 }
 
 TEST_F(KilledEdit, ARemovedAddressIsThereWithItsListOrNotAtAll) {
-    KillAtEachStep({{"forward", "remove", "phone@example.net"}, {}, {}}, [](const CRootPath& root) {
+    KillAtEachStep(EditOf({"forward", "remove", "phone@example.net"}), [](const CRootPath& root) {
         ExpectLists(root);
         EXPECT_TRUE(IsThere(root, "office@example.net"));
     });
@@ -143,7 +142,7 @@ TEST_F(KilledEdit, ARemovedProfileIsThereWithAllItsAddressesOrNotAtAll) {
     for (const auto& words :
          {std::vector<std::string>{"profile", "remove", "me@example.org"}, {"user", "remove", "taro"}}) {
         SCOPED_TRACE(words.front());
-        KillAtEachStep({words, {}, {}}, [&](const CRootPath& root) {
+        KillAtEachStep(EditOf(words), [&](const CRootPath& root) {
             ExpectLists(root);
             EXPECT_EQ(IsThere(root, "phone@example.net"), IsThere(root, "me@example.org"));
             EXPECT_EQ(IsThere(root, "office@example.net"), IsThere(root, "me@example.org"));

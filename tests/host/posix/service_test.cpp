@@ -27,7 +27,9 @@
 
 #include "host/service/posix/control_socket.h"
 #include "host/service/posix/descriptor.h"
+#include "host/service/service_connection.h"
 #include "host/system/command_error.h"
+#include "tests/host/edit_words.h"
 #include "tests/support/host_program.h"
 
 namespace tarvex::testing {
@@ -343,7 +345,7 @@ TEST_F(ServingWithCare, ARootThatHasGoneIsNotTakenForOneWithoutLists) {
     std::filesystem::rename(host_.Root(), host_.Root() + ".gone");
     ASSERT_TRUE(service->WaitForOutput("the tree that the service has loaded is not here any more", kLong));
     host::Reply reply;
-    EXPECT_EQ(connection->Edit({{"user", "set", "user0", "loginname=other"}, {}, {}}, reply, [](const auto&) {}),
+    EXPECT_EQ(connection->Edit(EditOf({"user", "set", "user0", "loginname=other"}), reply, [](const auto&) {}),
               host::kCannotWrite);
     EXPECT_THAT(reply.error, HasSubstr("is restarted"));
     service->Signal(SIGHUP);
@@ -666,9 +668,10 @@ TEST_F(ServedEdits, AnAddressThatIsAddedDuringARunKeepsItsListOfIds) {
     auto connection = host::ServiceConnection::Try(host_.Root());
     ASSERT_TRUE(connection);
     host::Reply reply;
-    ASSERT_EQ(connection->Edit({{"forward", "add", kProfile, "address=new@example.net"}, {}, {"mail-1", "b\xE9te"}},
-                               reply, [](const std::string&) {}),
-              0)
+    ASSERT_EQ(
+        connection->Edit(EditOf({"forward", "add", kProfile, "address=new@example.net"}, {}, {"mail-1", "b\xE9te"}),
+                         reply, [](const std::string&) {}),
+        0)
         << reply.error;
     EXPECT_EQ(ReadFile(profile + "/forwardto1/uidl.def"), "mail-1\r\nb\xE9te\r\n");
     blocking_ = false;
@@ -754,7 +757,7 @@ TEST_F(ServedEdits, NoneIsLostInAThousandRacesWithQuickRuns) {
     const auto make = [&](const std::vector<std::string>& words) {
         auto connection = host::ServiceConnection::Try(host_.Root());
         host::Reply reply;
-        if (connection && connection->Edit({words, {}, {}}, reply, [](const std::string&) {}) == 0) return;
+        if (connection && connection->Edit(EditOf(words), reply, [](const std::string&) {}) == 0) return;
         ++failures;
         ADD_FAILURE() << reply.error;
     };
@@ -1033,7 +1036,7 @@ TEST_F(ServiceClients, ShowNoControlCharactersOfTheService) {
     send(R"({"code":0,"printed":"\u001b[32m\nnext","error":"\u0007"})");
     host::Reply reply;
     std::string noted;
-    EXPECT_EQ(connection->Edit({{"user", "add"}, {}, {}}, reply, [&](const std::string& note) { noted = note; }), 0);
+    EXPECT_EQ(connection->Edit(EditOf({"user", "add"}), reply, [&](const std::string& note) { noted = note; }), 0);
     EXPECT_EQ(noted, "\\x1b[31m");
     EXPECT_EQ(reply.printed, "\\x1b[32m\nnext");
     EXPECT_EQ(reply.error, "\\x07");
@@ -1106,18 +1109,22 @@ TEST_F(ServiceClients, MayNotSendWhatIsTooLargeOrNoRequest) {
                text;
     };
     EXPECT_THAT(ask("\x7F\xFF\xFF\xFFmore"), HasSubstr("too large"));
+    const auto edit = [](const std::string& kind, const std::string& verb, const std::string& rest) {
+        return R"({"edit":{"name":"a","values":{},"secrets":{},"uidls":[],"terms":"","expected":"","kind":")" + kind +
+               R"(","verb":")" + verb + "\"," + rest + "}}";
+    };
+    const std::string all_terms = R"("term_number":null)";
     for (const std::string& text :
-         {std::string("{"), std::string("[]"), std::string("{\"edit\":{}}"),
-          std::string("{\"edit\":{\"words\":[1,2],\"secrets\":{},\"uidls\":[]}}"),
-          std::string("{\"edit\":{\"words\":[],\"secrets\":{},\"uidls\":[]}}"), std::string("{\"run\":{}}"),
-          std::string("{\"run\":{\"names\":[],\"now\":2}}"),
-          std::string("{\"run\":{\"names\":{\"a\":1},\"now\":true}}"),
-          std::string("{\"edit\":{\"words\":[\"\xE3\x81\x82\",\"b\"],\"secrets\":{},\"uidls\":[]}}"),
+         {std::string("{"), std::string("[]"), std::string(R"({"edit":{}})"), edit("planet", "set", all_terms),
+          edit("user", "paint", all_terms), edit("user", "set", R"("term":null)"),
+          edit("user", "set", R"("term_number":"1")"), edit("user", "set", all_terms + R"(,"name":1)"),
+          edit("user", "set", all_terms + R"(,"values":{"a":1})"),
+          edit("user", "set", all_terms + ",\"name\":\"\xE3\x81\x82\""), std::string(R"({"run":{}})"),
+          std::string(R"({"run":{"names":[],"now":2}})"), std::string(R"({"run":{"names":{"a":1},"now":true}})"),
           std::string(60000, '[')}) {
-        EXPECT_THAT(ask(framed(text)), HasSubstr("cannot be read")) << text.substr(0, 80);
+        EXPECT_THAT(ask(framed(text)), HasSubstr("cannot be read")) << text.substr(0, 200);
     }
-    EXPECT_THAT(ask(framed("{\"edit\":{\"words\":[\"a\",\"b\"],\"secrets\":{},\"uidls\":[]}}")),
-                HasSubstr("\"code\":64"));
+    EXPECT_THAT(ask(framed(edit("user", "on", all_terms))), HasSubstr("\"code\":66"));
     EXPECT_EQ(ask(framed("{\"runs\":true}") + "more"), "");
     EXPECT_THAT(ask(framed("{\"runs\":true}")), HasSubstr("\"runs\":[]"));
     Stop(*service);

@@ -1,0 +1,203 @@
+// Turns requests and replies into JSON texts, and back.
+
+#include "host/service/control_messages.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <stdexcept>
+
+#include "host/system/display.h"
+#include "host/terminal/json.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr int kMaxDepth = 3;  // of a request
+
+// A byte in each character: Latin-1 as UTF-8.
+std::string TextOf(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x80) {
+            text += c;
+        } else {
+            text += static_cast<char>(0xC0 | byte >> 6);
+            text += static_cast<char>(0x80 | (byte & 0x3F));
+        }
+    }
+    return text;
+}
+
+// The text is UTF-8. Throws std::invalid_argument for a character that is no byte.
+std::string BytesOf(std::string_view text) {
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte < 0x80) {
+            bytes += text[i];
+        } else if ((byte & 0xFC) == 0xC0 && i + 1 < text.size()) {
+            bytes += static_cast<char>(byte << 6 | (text[++i] & 0x3F));
+        } else {
+            throw std::invalid_argument("a character that is no byte");
+        }
+    }
+    return bytes;
+}
+
+std::string BytesIn(const Json& json) { return BytesOf(json.get_ref<const std::string&>()); }
+
+std::string ShownIn(const Json& json) { return ShowUtf8Text(BytesIn(json)); }
+
+std::vector<std::string> ListOf(const Json& json) {
+    std::vector<std::string> list;
+    list.reserve(json.size());
+    for (const Json& entry : json) list.push_back(BytesIn(entry));
+    return list;
+}
+
+using Strings = std::map<std::string, std::string>;
+
+Strings StringsIn(const Json& json) {
+    Strings words;
+    for (const auto& [key, word] : json.items()) words[BytesOf(key)] = BytesIn(word);
+    return words;
+}
+
+Json JsonOf(const Strings& words) {
+    Json json = Json::object();
+    for (const auto& [key, word] : words) json[TextOf(key)] = TextOf(word);
+    return json;
+}
+
+Json JsonOf(const std::vector<std::string>& list) {
+    Json json = Json::array();
+    for (const std::string& entry : list) json.push_back(TextOf(entry));
+    return json;
+}
+
+// The place of a word in a list of all that are allowed.
+template <class Choice, std::size_t kCount>
+Choice ChoiceIn(const Json& json, const std::array<std::string_view, kCount>& words) {
+    const auto word = std::ranges::find(words, json.get_ref<const std::string&>());
+    if (word == words.end()) throw std::invalid_argument("an unknown word");
+    return static_cast<Choice>(word - words.begin());
+}
+
+Json JsonOf(const EditRequest& request) {
+    return {{"kind", kEditKinds[static_cast<std::size_t>(request.kind)]},
+            {"verb", kEditVerbs[static_cast<std::size_t>(request.verb)]},
+            {"name", TextOf(request.name)},
+            {"values", JsonOf(request.values)},
+            {"secrets", JsonOf(request.secrets)},
+            {"uidls", JsonOf(request.uidls)},
+            {"terms", TextOf(request.terms)},
+            {"term_number", request.term_number ? Json(*request.term_number) : Json()},
+            {"expected", TextOf(request.expected)}};
+}
+
+EditRequest EditIn(const Json& json) {
+    EditRequest request(ChoiceIn<EditKind>(json.at("kind"), kEditKinds),
+                        ChoiceIn<EditVerb>(json.at("verb"), kEditVerbs), BytesIn(json.at("name")));
+    request.values = StringsIn(json.at("values"));
+    request.secrets = StringsIn(json.at("secrets"));
+    request.uidls = ListOf(json.at("uidls"));
+    request.terms = BytesIn(json.at("terms"));
+    if (const Json& number = json.at("term_number"); !number.is_null()) request.term_number = number.get<std::size_t>();
+    request.expected = BytesIn(json.at("expected"));
+    return request;
+}
+
+Json JsonOf(const RunRequest& request) { return {{"names", JsonOf(request.names)}, {"now", request.now}}; }
+
+RunRequest RunRequestIn(const Json& json) { return {ListOf(json.at("names")), json.at("now").get<bool>()}; }
+
+Json JsonOf(const RunNow& run) {
+    return {{"profile", TextOf(run.profile)},
+            {"bytes_received", run.bytes_received},
+            {"bytes_sent", run.bytes_sent},
+            {"messages_to_fetch", run.messages_to_fetch},
+            {"messages_fetched", run.messages_fetched},
+            {"messages_delivered", run.messages_delivered}};
+}
+
+RunNow RunIn(const Json& json) {
+    return {BytesIn(json.at("profile")),  json.at("bytes_received"),   json.at("bytes_sent"),
+            json.at("messages_to_fetch"), json.at("messages_fetched"), json.at("messages_delivered")};
+}
+
+Json JsonOf(const ReportRequest&) { return true; }
+
+Json JsonOf(const Outcome& outcome) {
+    return {{"code", outcome.exit_code},
+            {"printed", TextOf(outcome.reply.printed)},
+            {"error", TextOf(outcome.reply.error)}};
+}
+
+Json JsonOf(const Note& note) { return {{"note", TextOf(note.text)}}; }
+
+Json JsonOf(const ServiceReport& report) {
+    Json runs = Json::array();
+    for (const RunNow& run : report.runs) runs.push_back(JsonOf(run));
+    Json troubles = Json::object();
+    for (const auto& [profile, trouble] : report.troubles) troubles[TextOf(profile)] = TextOf(trouble);
+    return {{"runs", std::move(runs)}, {"troubles", std::move(troubles)}};
+}
+
+ServiceReport ReportIn(const Json& json) {
+    ServiceReport report;
+    for (const Json& run : json.at("runs")) report.runs.push_back(RunIn(run));
+    for (const auto& [profile, trouble] : json.at("troubles").items()) {
+        report.troubles[BytesOf(profile)] = ShownIn(trouble);
+    }
+    return report;
+}
+
+// What is nested deeper than a request can be is skipped.
+Json Parsed(std::string_view text) {
+    return Json::parse(text, [](int depth, Json::parse_event_t, const Json&) { return depth <= kMaxDepth; });
+}
+
+std::string Framed(const Json& json) {
+    const std::string text = json.dump();
+    std::string message;
+    for (int shift = 24; shift >= 0; shift -= 8) message += static_cast<char>(text.size() >> shift & 0xFF);
+    return message + text;
+}
+
+}  // namespace
+
+std::string MessageOf(const ControlRequest& request) {
+    constexpr std::array kNames = {"runs", "edit", "run"};
+    return Framed({{kNames[request.index()], std::visit([](const auto& asked) { return JsonOf(asked); }, request)}});
+}
+
+std::string MessageOf(const ControlReply& reply) {
+    return Framed(std::visit([](const auto& said) { return JsonOf(said); }, reply));
+}
+
+std::size_t LengthIn(std::string_view bytes) {
+    std::size_t length = 0;
+    for (const char c : bytes.substr(0, kLengthBytes)) length = length << 8 | static_cast<unsigned char>(c);
+    return length;
+}
+
+ControlRequest RequestIn(std::string_view text) {
+    const Json request = Parsed(text);
+    if (request.contains("edit")) return EditIn(request.at("edit"));
+    if (request.contains("run")) return RunRequestIn(request.at("run"));
+    request.at("runs");
+    return ReportRequest();
+}
+
+ControlReply ReplyIn(std::string_view text) {
+    const Json reply = Json::parse(text);
+    if (reply.contains("note")) return Note{ShownIn(reply.at("note"))};
+    if (reply.contains("runs")) return ReportIn(reply);
+    return Outcome{reply.at("code"), {ShownIn(reply.at("printed")), ShownIn(reply.at("error"))}};
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,101 @@
+#pragma once
+
+// The service's side of the control socket. Nothing here waits for a client, and what a client may send, and for how
+// long, has its limits.
+
+#include <poll.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <list>
+#include <optional>
+#include <set>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "host/service/control_messages.h"
+#include "host/service/posix/descriptor.h"
+
+namespace tarvex::host {
+
+// A connection as the service sees it.
+class ControlClient {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    ControlClient(Descriptor socket, Clock::time_point deadline) : socket_(std::move(socket)), deadline_(deadline) {}
+
+    // What is asked, once it is there whole and until it is answered: an edit, runs, or else how far the runs are.
+    bool IsWaiting() const { return state_ == State::Waiting; }
+    const EditRequest* Edit() const { return std::get_if<EditRequest>(&request_); }
+    const RunRequest* Run() const { return std::get_if<RunRequest>(&request_); }
+
+    // Of the runs that it asked for, once they have been started.
+    struct AwaitedRuns {
+        std::set<CString> paths;  // of the profiles whose runs have not ended
+        std::string printed;
+        RunTroubles troubles;
+    };
+    std::optional<AwaitedRuns> awaited;
+
+    bool HasLeft() const;
+
+    void Note(const std::string& text);  // the same one is sent only once
+    void Answer(int exit_code, const Reply& reply);
+    void Answer(const ServiceReport& report);
+
+private:
+    friend class ControlServer;
+    enum class State { Reading, Waiting, Answering };
+
+    bool Work(Clock::time_point now);  // false when it is over
+    bool Read();
+    bool TakeRequest();
+    bool Write();
+    void Refuse(int exit_code, const std::string& why);
+    void Finish(const ControlReply& reply);
+
+    Descriptor socket_;
+    Clock::time_point deadline_;  // for sending the request, for taking the answer
+    State state_ = State::Reading;
+    std::string in_;
+    std::string out_;
+    std::string note_;
+    ControlRequest request_;
+};
+
+// The side of the service: every operation returns at once.
+class ControlServer {
+public:
+    using Clock = ControlClient::Clock;
+
+    // Listens in the root, in the place of a socket that was left over: by whoever holds the lock of the root, and
+    // before there are other threads. Throws CommandError.
+    explicit ControlServer(const std::string& root);
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+    // What to wait for before the next Work, and until when.
+    void AddTo(std::vector<pollfd>& watched) const;
+    std::optional<Clock::time_point> Deadline() const;
+
+    // Accepts, reads and writes what can be. True when a request has come in, or one that waits was given up.
+    bool Work();
+
+    std::vector<ControlClient*> Waiting();  // the oldest first; valid until the next Work
+    bool IsIdle() const { return clients_.empty(); }
+
+private:
+    void Accept();
+
+    std::string path_;
+    dev_t device_ = 0;  // of the socket that was made there
+    ino_t number_ = 0;
+    Descriptor listener_;
+    Clock::time_point accept_from_{};  // later than now while the process has no descriptor to spare
+    std::list<ControlClient> clients_;
+};
+
+}  // namespace tarvex::host

@@ -1,0 +1,146 @@
+// The side of a command: asks the service, and waits for its answer.
+
+#include "host/service/service_connection.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <chrono>
+#include <string_view>
+
+#include "host/service/control_messages.h"
+#include "host/service/posix/control_socket.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+
+namespace tarvex::host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kMaxReply_bytes = 64 << 20;
+constexpr std::chrono::milliseconds kProgressInterval{100};
+constexpr std::chrono::seconds kNoticeDelay{2};  // until a silent service is spoken of
+
+CommandError Gone() {
+    return {kTryLater, "the service ended before it answered; see whether the change was made, and try again"};
+}
+
+// The side of a command.
+class SocketConnection : public ServiceConnection {
+public:
+    explicit SocketConnection(Descriptor socket) : socket_(std::move(socket)) {}
+
+    int Edit(const EditRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note) override;
+    int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
+            const std::function<void()>& on_wait) override;
+    ServiceReport Report() override;
+
+private:
+    int Ask(const std::string& message, Reply& reply, const std::function<void(const std::string&)>& on_note,
+            const std::function<void()>& on_wait);
+    void Send(const std::string& message) const;
+    void Wait(const std::function<void()>& on_wait) const;
+    std::string Receive() const;
+
+    Descriptor socket_;
+};
+
+int SocketConnection::Edit(const EditRequest& request, Reply& reply,
+                           const std::function<void(const std::string&)>& on_note) {
+    const std::string message = MessageOf(ControlRequest(request));
+    if (message.size() > kMaxRequest_bytes) {
+        throw CommandError(kBadData, "this is more than the service takes at once; stop it, and try again");
+    }
+    // A service answers an edit at once or tells what it waits for, unless it has been halted.
+    bool heard = false;
+    const auto note = [&](const std::string& text) {
+        heard = true;
+        on_note(text);
+    };
+    const auto remark = [&, from = Clock::now() + kNoticeDelay] {
+        if (!heard && Clock::now() >= from) note("the service does not answer yet; waiting for it");
+    };
+    return Ask(message, reply, note, remark);
+}
+
+int SocketConnection::Run(const RunRequest& request, Reply& reply,
+                          const std::function<void(const std::string&)>& on_note,
+                          const std::function<void()>& on_wait) {
+    return Ask(MessageOf(ControlRequest(request)), reply, on_note, on_wait);
+}
+
+int SocketConnection::Ask(const std::string& message, Reply& reply,
+                          const std::function<void(const std::string&)>& on_note,
+                          const std::function<void()>& on_wait) {
+    Send(message);
+    for (;;) {
+        if (on_wait) Wait(on_wait);
+        const ControlReply answer = ReplyIn(Receive());
+        if (const auto* const note = std::get_if<Note>(&answer)) {
+            on_note(note->text);
+            continue;
+        }
+        const auto& outcome = std::get<Outcome>(answer);
+        reply = outcome.reply;
+        return outcome.exit_code;
+    }
+}
+
+void SocketConnection::Wait(const std::function<void()>& on_wait) const {
+    pollfd answer{socket_.Get(), POLLIN, 0};
+    while (poll(&answer, 1, static_cast<int>(kProgressInterval.count())) == 0) on_wait();
+}
+
+ServiceReport SocketConnection::Report() {
+    constexpr timeval kLimit{2, 0};
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLimit, sizeof kLimit);
+    Send(MessageOf(ControlRequest()));
+    const ControlReply answer = ReplyIn(Receive());
+    if (const auto* const refusal = std::get_if<Outcome>(&answer)) {
+        throw CommandError(refusal->exit_code, refusal->reply.error);
+    }
+    return std::get<ServiceReport>(answer);
+}
+
+void SocketConnection::Send(const std::string& message) const {
+    std::string_view rest = message;
+    while (!rest.empty()) {
+        const ssize_t sent = send(socket_.Get(), rest.data(), rest.size(), MSG_NOSIGNAL);
+        // A service that refuses does not read on; its answer tells why.
+        if (sent < 0 && (errno == EPIPE || errno == ECONNRESET)) return;
+        if (sent < 0 && errno != EINTR) throw Gone();
+        if (sent > 0) rest.remove_prefix(static_cast<std::size_t>(sent));
+    }
+}
+
+std::string SocketConnection::Receive() const {
+    const auto receive = [this](std::size_t size) {
+        std::string bytes(size, '\0');
+        std::size_t done = 0;
+        while (done < size) {
+            const ssize_t count = recv(socket_.Get(), bytes.data() + done, size - done, 0);
+            if (count == 0 || (count < 0 && errno != EINTR)) throw Gone();
+            if (count > 0) done += static_cast<std::size_t>(count);
+        }
+        return bytes;
+    };
+    const std::size_t length = LengthIn(receive(kLengthBytes));
+    if (length > kMaxReply_bytes) throw Gone();
+    return receive(length);
+}
+
+}  // namespace
+
+std::unique_ptr<ServiceConnection> ServiceConnection::Try(const std::string& root) {
+    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) return nullptr;
+    if (!HasAllowedPeer(socket)) {
+        throw CommandError(kNotAllowed, "what answers for the service of \"" + ShowPath(root) + "\" is another user's");
+    }
+    return std::make_unique<SocketConnection>(std::move(socket));
+}
+
+}  // namespace tarvex::host
