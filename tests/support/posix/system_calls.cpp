@@ -86,6 +86,10 @@ extern "C" int fsync(int descriptor) {
     struct stat status {};
     fstat(descriptor, &status);
     if (Record(S_ISDIR(status.st_mode) ? "sync directory" : "sync file")) return -1;
+    if (system_calls.on_sync && !system_calls.on_sync(descriptor)) {
+        errno = EIO;
+        return -1;
+    }
     return static_cast<int>(syscall(SYS_fsync, descriptor));
 }
 

@@ -4,6 +4,7 @@
 // process does. And those by which it looks at one: made to fail for one path, for the superuser as well.
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,8 @@ struct SystemCalls {
     std::vector<std::string> calls;  // "sync file", "sync directory", "rename", "make", "delete NAME"
     std::string failing;
     std::string deadly;
-    std::size_t deadly_number = 0;  // counted from 1
+    std::size_t deadly_number = 0;                          // counted from 1
+    std::function<bool(int descriptor)> on_sync = nullptr;  // before each sync, which fails when it says false
 };
 
 extern SystemCalls system_calls;
