@@ -77,6 +77,7 @@ int main(int argc, char** argv) {
     using namespace tarvex::host;
 
     FillStandardStreams();
+    SurviveFileSizeLimit();
     ShowUtf8();
     const std::vector<std::string> words = Arguments(argc, argv);
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");

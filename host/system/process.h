@@ -20,6 +20,9 @@ void CatchTermination();
 // The signal that was caught, 0 for none.
 int CaughtSignal();
 
+// A write beyond a limit on the size of files fails from now on, as on a full disk, and does not end the process.
+void SurviveFileSizeLimit();
+
 // Lets the process open as many files and sockets as the system allows it, where that is limited.
 void RaiseFileLimit();
 

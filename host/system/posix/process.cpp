@@ -43,6 +43,8 @@ void CatchTermination() {
 
 int CaughtSignal() { return caught_signal; }
 
+void SurviveFileSizeLimit() { std::signal(SIGXFSZ, SIG_IGN); }
+
 void RaiseFileLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;

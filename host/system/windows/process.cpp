@@ -46,6 +46,8 @@ int CaughtSignal() { return caught_signal; }
 
 void FillStandardStreams() {}  // a handle has no number that another one could take
 
+void SurviveFileSizeLimit() {}  // there is none
+
 void RaiseFileLimit() {}
 
 // Escape sequences are switched on for that.
