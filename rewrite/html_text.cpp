@@ -19,13 +19,11 @@ using Byte = unsigned char;
 
 constexpr bool IsBlankOrLineEnd(char c) { return c == '\t' || c == '\n' || c == '\r' || c == ' '; }
 
-constexpr char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 // `letters`: lower case.
 bool BeginsWithLetters(std::string_view text, std::string_view letters) {
     if (text.size() < letters.size()) return false;
     for (std::size_t i = 0; i < letters.size(); ++i) {
-        if (Lower(text[i]) != letters[i]) return false;
+        if (LowerLetter(text[i]) != letters[i]) return false;
     }
     return true;
 }

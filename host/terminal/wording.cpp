@@ -92,6 +92,12 @@ std::string OneLineOfUtf8(std::string_view text, std::size_t columns) {
     return Shortened(ShowUtf8Text(FirstLine(text)), columns);
 }
 
+std::string Lower(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return lower;
+}
+
 std::string Paragraph(std::string_view text, std::size_t blanks) {
     constexpr std::size_t kColumns = 100;
     std::istringstream lines(Wrapped(text, kColumns - blanks));

@@ -329,8 +329,7 @@ nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key) {
 }
 
 bool SameMailbox(const CString& left, const CString& right) {
-    const auto fold = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return std::ranges::equal(PlainAddress(left), PlainAddress(right), {}, fold, fold);
+    return Lower(PlainAddress(left)) == Lower(PlainAddress(right));
 }
 
 CTime ParseMoment(std::string_view text) {

@@ -9,6 +9,7 @@
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/terminal/wording.h"
 
 namespace tarvex::host {
 namespace {
@@ -103,16 +104,10 @@ Level LevelOf(const CForwardAddress& forward) {
     return MakeLevel(forward.path, {forward.setting.nickname, forward.setting.address});
 }
 
-std::string Folded(std::string_view text) {
-    std::string folded(text);
-    for (char& c : folded) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return folded;
-}
-
 enum class Match { Exact, IgnoringCase };
 
 bool Same(const std::string& a, const std::string& b, Match match) {
-    return match == Match::Exact ? a == b : Folded(a) == Folded(b);
+    return match == Match::Exact ? a == b : Lower(a) == Lower(b);
 }
 
 bool Called(const Level& level, const std::string& part, Match match) {

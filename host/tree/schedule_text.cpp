@@ -12,6 +12,7 @@
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/terminal/wording.h"
 
 namespace tarvex::host {
 namespace {
@@ -36,12 +37,6 @@ struct Moment {
     throw CommandError(kBadUsage, '"' + ShowUtf8Text(text) + "\" is not a term: " + why +
                                       "; write it like \"mon-fri 9:00-17:30\", \"daily 22:00-6:00\" or "
                                       "\"2026-12-24 18:00 .. 2026-12-26 9:00\"");
-}
-
-std::string Lower(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return lower;
 }
 
 std::string_view Trim(std::string_view text) {

@@ -14,7 +14,6 @@ constexpr char kBlot = '\xFF';  // no letter, no bracket, and no byte of any cha
 
 constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-constexpr char LowerLetter(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 constexpr char UpperLetter(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 // Applies `convert` to every single-byte character. Lead bytes pass through it as well: none of them is a letter.

@@ -36,6 +36,9 @@ std::string_view TrimLeadingBlanks(std::string_view text);      // without leadi
 std::string_view TrimTrailingBlanks(std::string_view text);     // without trailing blanks (0x20 only)
 std::string_view TrimLeadingWhiteSpace(std::string_view text);  // without leading white space
 
+// ASCII letters, whatever the locale.
+constexpr char LowerLetter(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 // ASCII letters only; the bytes of double-byte characters stay.
 std::string ToLower(std::string_view text);
 std::string ToUpper(std::string_view text);
