@@ -32,7 +32,7 @@ struct EditRequest {
     EditVerb verb;
     std::string name;                            // of what is changed; for add, of what it goes into: empty for a user
     std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/tree/keys.h)
-    std::map<std::string, std::string> secrets;  // likewise passwords, as bytes; an empty one clears
+    std::map<std::string, std::string> secrets;  // add, set: passwords by settings key, as bytes; an empty one clears
     std::vector<std::string> uidls;              // of a new forwarding address: ids that count as handled already
     std::string terms;                           // of a schedule, add: as ParseTerms reads them
     std::optional<std::size_t> term_number;      // of a schedule, else: counted from 1; all terms when there is none
