@@ -36,6 +36,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Case{"ClosingParagraphEndsALine", "a b</p>c", "ab\r\nc"}, Case{"OpeningParagraphDoesNot", "<p>x", "x"},
         Case{"WhiteSpaceGoesEverywhere", " a\tb\r\nc d ", "abcd"},
+        Case{"FormFeedAndVerticalTabStay", "a\fb\vc", "a\fb\vc"}, Case{"AlsoInATag", "a<\f/p>b<\v/p>c", "abc"},
         Case{"WhiteSpaceInsideATagGoesToo", "a< / p >b", "a\r\nb"},
         Case{"ClosingTagsOfAnyNameWithPCount", "a</pre>b</param>c", "a\r\nb\r\nc"},
         Case{"SlashBehindPCounts", "a<p/>b", "a\r\nb"},
@@ -160,6 +161,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         FilterCase{"BlanksAndLineEnds", "a  b\r\nc", "", "abc", "a b\r\nc"},
         FilterCase{"Tabs", "a\t\tb \tc", "", "abc", "a\tb \tc"},
+        FilterCase{"FormFeedsAndVerticalTabs", "a\f\fb\v\vc", "", "a\f\fb\v\vc", "a\f\fb\v\vc"},
         FilterCase{"BlankLinesDisappear", "a\r\n\r\n\r\nb", "", "ab", "a\r\nb"},
         FilterCase{"LineFeedNeedsItsCarriageReturn", "a\nb\n\nc", "", "abc", "abc"},
         FilterCase{"LoneCarriageReturns", "a\r\rb\rc", "", "abc", "a\r\rb\rc"},

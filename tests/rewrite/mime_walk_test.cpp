@@ -29,7 +29,7 @@ TEST_P(ReadableText, IsFound) {
     EXPECT_EQ(PickReadableText(GetParam().message, true), GetParam().text);
     EXPECT_EQ(PickReadableText(GetParam().message, false), GetParam().plain_only);
     CPopProfile profile;
-    EXPECT_EQ(profile.PickText(GetParam().message, 0, 1), GetParam().text);
+    EXPECT_EQ(profile.PickText(GetParam().message, 0, -1), GetParam().text);
     EXPECT_EQ(profile.PickText(GetParam().message, 12345, 0), GetParam().plain_only);
 }
 
@@ -48,7 +48,11 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"Html", "Content-Type: text/html\r\n\r\n<p>a b</p>c", "ab\r\nc", ""},
         Both("Image", "Content-Type: image/png\r\n\r\nhello", ""),
         Both("OtherText", "Content-Type: text/calendar\r\n\r\nhello", ""),
+        Both("PlainAnywhereInTheType", "Content-Type: x-text/plain\r\n\r\nhello", "hello"),
+        Case{"HtmlAnywhereInTheType", "Content-Type: x-text/html\r\n\r\n<b>a", "a", ""},
+        Case{"StuffedDotOfHtmlGoesBeforeTheLineEnds", "Content-Type: text/html\r\n\r\na\r\n..b", "a.b", ""},
         Both("OnlyWhiteSpace", "Content-Type: text/plain\r\n\r\n \t\r\n \r\n", ""),
+        Both("FormFeedIsText", "A: b\r\n\r\n \f", " \f"), Both("VerticalTabIsText", "A: b\r\n\r\n\v ", "\v "),
         Both("WithoutBlankLineAllIsBody", "just a line", "just a line"),
         Both("WithoutBlankLineTheFieldsStillCount", "Content-Type: image/png\r\nhello", ""),
         Both("LineEndsOfOtherBlankLinesStay", "A: b\r\n\r\n\r\n\r\nx", "\r\n\r\nx"),
@@ -118,6 +122,15 @@ INSTANTIATE_TEST_SUITE_P(
              "one"),
         Both("QuotedBoundaryIsCutAtItsBlank",
              "Content-Type: multipart/mixed; boundary=\"b c\"\r\n\r\n--b\r\n\r\none\r\n--b--", "one"),
+        Both("BoundaryEndsAtASemicolonEvenBehindABlank",
+             "Content-Type: multipart/mixed; boundary=b c; d\r\n\r\n--b\r\n\r\nno\r\n--b c\r\n\r\none\r\n--b c--",
+             "one"),
+        Both("SemicolonAtItsBeginningIsOfTheBoundary",
+             "Content-Type: multipart/mixed; boundary=;b\r\n\r\n--\r\n\r\nno\r\n--;b\r\n\r\none\r\n--;b--", "one"),
+        Both("BlankAtItsBeginningIsOfTheBoundary",
+             "Content-Type: multipart/mixed; boundary= b\r\n\r\n--\r\n\r\nno\r\n-- b\r\n\r\none\r\n-- b--", "one"),
+        Both("MultipartAnywhereInTheType", "Content-Type: x-multipart/mixed; boundary=b\r\n\r\n--b\r\n\r\none\r\n--b--",
+             "one"),
         Both("WithoutBoundaryNoText", "Content-Type: multipart/mixed\r\n\r\n--b\r\n\r\none\r\n--b--", ""),
         Both("EmptyBoundaryMatchesEveryDelimiter",
              "Content-Type: multipart/mixed; boundary=\"\"\r\n\r\n--\r\n\r\none\r\n--\r\n", "one"),

@@ -91,7 +91,9 @@ TEST(TextMail, HtmlAloneIsEmptyWithoutHtmlToText) {
     const CString mail = "Content-Type: text/html\r\n\r\n<p>a b</p>c\r\n.\r\n";
     EXPECT_EQ(BodyOf(Reduced(mail, {.htmltotext = 0})), "\r\n.\r\n");
     // HTML loses its line ends, the one before the last line too, so the dot of that line stays as text.
-    EXPECT_EQ(BodyOf(Reduced(mail)), "ab\r\nc.\r\n.\r\n");
+    for (const int htmltotext : {1, 5, -1}) {
+        EXPECT_EQ(BodyOf(Reduced(mail, {.htmltotext = htmltotext})), "ab\r\nc.\r\n.\r\n") << htmltotext;
+    }
 }
 
 TEST(TextMail, WhiteSpaceIsCutOrCompressed) {
