@@ -139,6 +139,7 @@ TEST_F(ForwardAddressSetting, LastComponentOfThePathIsWhatFollowsTheLastBackslas
              {"no-such\\place", "place"},
              {"no-such-place", "no-such-place"},
              {"/no/such\\place", "place"},
+             {"no-such\\place/of mine", "place/of mine"},
              {"no-such\\place\\", ""},
              {"", ""},
          }) {

@@ -145,9 +145,15 @@ TEST_F(Tree, OnlyDirectoriesWithTheirPrefixAndTheirMarkerFileCount) {
     Put("from0/popprofile.def");          // the prefix of another level
     Put("user6/userset.def/inside", "");  // a marker only has to exist
     fs::create_directory(Path() / "user8");
+    for (const char* name : {"forwardto", "forward1", "forward"}) {
+        Put(fs::path("from0") / name / "forwardaddress.def");
+    }
     ASSERT_EQ(root_.SetRootPath(Root()), 1);
     EXPECT_THAT(Paths(root_.users), UnorderedElementsAre(Root() + "\\user0", Root() + "\\userdata", Root() + "\\user",
                                                          Root() + "\\user007", Root() + "\\user6"));
+    CPopProfile profile;
+    profile.SetPath(Root() + "\\from0");
+    EXPECT_THAT(Paths(profile.forward_addresses), ElementsAre(Root() + "\\from0\\forwardto"));
 }
 
 TEST_F(Tree, ChildrenComeInTheOrderOfTheDirectory) {
@@ -236,6 +242,7 @@ TEST_F(Tree, ProfileResetRestoresTheDefaults) {
     profile.SetPath(Root() + "\\user0\\from0");
     EXPECT_EQ(profile.forward_addresses.size(), 2u);
     profile.setting.version = 3;
+    profile.worker_thread = reinterpret_cast<Thread*>(&profile);
     const CTime before = CurrentTime();
     profile.Reset();
     EXPECT_EQ(profile.path, "");
@@ -321,13 +328,13 @@ TEST_F(Tree, ObjectsWithoutAPathHaveNoSettingsToLoadOrSave) {
 
 TEST_F(Tree, CreationMakesTheDirectoryAndTheMarkerFile) {
     ASSERT_EQ(root_.SetRootPath(Root()), 1);
-    CUser* user = root_.CreateNewUser("name", "abc", 1);
+    CUser* user = root_.CreateNewUser("name", "abc", 5);
     ASSERT_TRUE(user);
     EXPECT_EQ(root_.users.back().get(), user);
     EXPECT_EQ(user->path, Root() + "\\user0");
     EXPECT_EQ(ReadFile(Path() / "user0" / "userset.def"),
               "[version]\r\n0\r\n\r\n[loginname]\r\nname\r\n\r\n[password]\r\nnp2c\r\n\r\n[status]\r\n1\r\n\r\n"
-              "[administrator]\r\n1\r\n\r\n");
+              "[administrator]\r\n5\r\n\r\n");
 
     CPopProfile* profile = user->CreateNewPopProfile("nick", "me@example.org");
     ASSERT_TRUE(profile);
@@ -441,6 +448,8 @@ TEST_F(Tree, DeletionTakesTheDirectoryAndClosesTheGap) {
     EXPECT_TRUE(Exists("user0/userset.def"));
     EXPECT_TRUE(Exists("user2/userset.def"));
     EXPECT_EQ(root_.CreateNewUser("d", "", 0)->path, Root() + "\\user1");
+    EXPECT_EQ(root_.DeleteUser(users[0]), 1);
+    EXPECT_THAT(Paths(root_.users), ElementsAre(Root() + "\\user2", Root() + "\\user1"));
 }
 
 TEST_F(Tree, DeletionWorksOnEveryLevel) {
@@ -521,16 +530,18 @@ TEST_F(Tree, AssignedProfileIsADeepCopyWithItsLastTimeButWithoutItsVersion) {
 
     CPopProfile target;
     target.setting.version = 8;
+    target.log.SetLogMode(1);
+    target.log.AddLine("own");
+    target.worker_thread = reinterpret_cast<Thread*>(&target);
     target.forward_addresses.push_back(std::make_unique<CForwardAddress>());
     target = source;
-    source.worker_thread = nullptr;
     EXPECT_EQ(target.path, source.path);
     EXPECT_EQ(target.setting == source.setting, 1);
     EXPECT_EQ(target.setting.lasttime, 1234567890);
     EXPECT_EQ(target.setting.version, 8);
-    EXPECT_EQ(target.worker_thread.load(), nullptr);
-    EXPECT_THAT(target.log.entries, IsEmpty());
-    EXPECT_EQ(target.log.log_mode, 0);
+    EXPECT_EQ(target.worker_thread.load(), reinterpret_cast<Thread*>(&target));
+    EXPECT_THAT(target.log.entries, ElementsAre("own"));
+    source.worker_thread = target.worker_thread = nullptr;
     ASSERT_EQ(target.forward_addresses.size(), source.forward_addresses.size());
     for (std::size_t i = 0; i < source.forward_addresses.size(); ++i) {
         const CForwardAddress& copy = *target.forward_addresses[i];
@@ -560,14 +571,18 @@ TEST_F(Tree, AssignedAddressKeepsItsOwnTakesPartFlagAndSpareInteger) {
     source.takes_part = 1;
     source.setting.spare = 1;
     CForwardAddress target;
+    target.takes_part = 2;
     target.uidls = {"old"};
     target = source;
     EXPECT_EQ(target.path, source.path);
-    EXPECT_EQ(target.takes_part, 0);
+    EXPECT_EQ(target.takes_part, 2);
     EXPECT_EQ(target.setting.spare, 0);
     EXPECT_EQ(target.setting == source.setting, 1);
     EXPECT_EQ(target.schedule == source.schedule, 1);
     EXPECT_THAT(target.uidls, ElementsAre("id-1", "id-2"));
+    source.path = Root() + "\\user0\\from0\\forwardto1";
+    target = source;
+    EXPECT_THAT(target.uidls, IsEmpty()) << "it has no file";
 }
 
 TEST_F(Tree, AssignmentToItselfChangesNothing) {
@@ -594,16 +609,20 @@ TEST_F(Tree, AssigningAnEmptyProfileEmptiesTheTarget) {
     EXPECT_EQ(target.setting == CPopProfileSetting(), 1);
 }
 
-// Adding an address through SetPath of the address itself.
+// Nothing is reset before: a second time the terms stand twice, and what the file does not give stays.
 TEST_F(Tree, AddressSetPathLoadsSettingAndScheduleButNotTheIds) {
     PutSmallTree();
     CForwardAddress address;
+    address.setting.nickname = "kept";
     address.uidls = {"kept"};
     address.SetPath(Root() + "\\user0\\from0\\forwardto0");
     EXPECT_EQ(address.path, Root() + "\\user0\\from0\\forwardto0");
     EXPECT_EQ(address.setting.address, "a@example.org");
     EXPECT_EQ(address.schedule.terms.size(), 1u);
     EXPECT_THAT(address.uidls, ElementsAre("kept"));
+    address.SetPath(Root() + "\\user0\\from0\\forwardto0");
+    EXPECT_EQ(address.schedule.terms.size(), 2u);
+    EXPECT_EQ(address.setting.nickname, "kept");
 }
 
 }  // namespace

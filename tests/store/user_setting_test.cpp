@@ -19,7 +19,7 @@ struct RecordFacts<CUserSetting> {
     static std::vector<FieldCase<S>> Fields() {
         return {
             Field("status", &S::status, -2),
-            Field("administrator", &S::administrator, 1),
+            Field("administrator", &S::administrator, 5),
             Field("loginname", &S::loginname, "\x83\x54\x81\x5B"),
             Field("password", &S::password, "abc"),
             Field("version", &S::version, 3, false),
@@ -32,7 +32,7 @@ struct RecordFacts<CUserSetting> {
                "[loginname]\r\n\x83\x54\x81\x5B\r\n\r\n"
                "[password]\r\nnp2c\r\n\r\n"
                "[status]\r\n-2\r\n\r\n"
-               "[administrator]\r\n1\r\n\r\n";
+               "[administrator]\r\n5\r\n\r\n";
     }
 };
 
