@@ -560,7 +560,7 @@ TEST_F(HostCommands, CommandsThatOnlyReadChangeNothing) {
     fs::create_directories(other + "/forwardto1");
     WriteFile(other + "/popprofile.def",
               "; mine\n[address]\nb@example.org\n[popserver]\n127.0.0.1\n[popport]\n" + std::to_string(mailbox.Port()) +
-                  "\n[popuser]\nme\n[poppassword]\nsecret\n[smtppassword]\np\xE1ss\n[unknown]\n1\n");
+                  "\n[popuser]\nme\n[poppassword]\nsecret\n[smtppassword]\nanother1\n[unknown]\n1\n");
     WriteFile(other + "/forwardto0/forwardaddress.def", "[address]\nb@example.net");
     WriteFile(other + "/forwardto1/forwardaddress.def", "[address]\nodd@example.net");
     WriteFile(other + "/forwardto1/schedule.def", "[schedule]\nstatus=2\nmode=TERM_EVERY_SUN\nterm=1:2\n");
