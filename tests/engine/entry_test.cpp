@@ -293,16 +293,16 @@ TEST(Entry, CopyThatFinishesDuringTheCallDoesNotBlockEither) {
 TEST(RefreshThread, FreesFinishedCopiesAndKeepsTheOthersInTheirOrder) {
     DataTree tree;
     SilentServer pop;
-    const CPopProfile& first = AddBusyProfile(tree, pop.Port());
     const CPopProfile& finished = tree.AddProfile(UnusedPort(), UnusedPort());
+    const CPopProfile& second = AddBusyProfile(tree, pop.Port());
     const CPopProfile& third = AddBusyProfile(tree, pop.Port());
     Tarvex(&tree.root);
-    EXPECT_THAT(PathsOfCopies(tree.root), ElementsAre(first.path, finished.path, third.path));
-    ASSERT_TRUE(WaitForThread(tree.root.running_copies[1]->worker_thread.load(), kLongEnough_ms));
+    EXPECT_THAT(PathsOfCopies(tree.root), ElementsAre(finished.path, second.path, third.path));
+    ASSERT_TRUE(WaitForThread(tree.root.running_copies[0]->worker_thread.load(), kLongEnough_ms));
     tree.root.RefreshThread();
-    EXPECT_THAT(PathsOfCopies(tree.root), ElementsAre(first.path, third.path));
+    EXPECT_THAT(PathsOfCopies(tree.root), ElementsAre(second.path, third.path));
     tree.root.RefreshThread();
-    EXPECT_THAT(PathsOfCopies(tree.root), ElementsAre(first.path, third.path));
+    EXPECT_THAT(PathsOfCopies(tree.root), ElementsAre(second.path, third.path));
 }
 
 TEST(RefreshThread, OfAnEmptyListMayBeCalledAtAnyTime) {

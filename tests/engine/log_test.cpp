@@ -68,6 +68,10 @@ TEST_F(ProfileLog, AnyModeButZeroIsOn) {
         CProfileLog log;
         log.SetLogMode(mode);
         EXPECT_EQ(log.AddLine("abc"), 1) << mode;
+        EXPECT_EQ(log.Save(dir_.String()), 1) << mode;
+        EXPECT_EQ(log.Load(dir_.String()), 1) << mode;
+        EXPECT_THAT(log.entries, ElementsAre("abc", "abc")) << mode;
+        std::filesystem::remove(File());
     }
 }
 

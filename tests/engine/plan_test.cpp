@@ -105,12 +105,14 @@ TEST_F(Plan, SaysWhatTheRunThenDoes) {
     Run();
     EXPECT_THAT(Delivered(), ElementsAre(std::pair("office@example.net", 3), std::pair("phone@example.net", 1)));
 
-    profile_->setting.deletemail = 1;
-    EXPECT_THAT(Planned(), ElementsAre("a remove", "b remove", "c remove"));
-    EXPECT_EQ(mailbox_.Mails().size(), 3u);
+    profile_->setting.deletemail = -5;  // any setting but 0
+    Arrives("d");
+    EXPECT_THAT(Planned(),
+                ElementsAre("a remove", "b remove", "c remove", "d fetch phone@example.net office@example.net"));
+    EXPECT_EQ(mailbox_.Mails().size(), 4u);
     Run();
-    EXPECT_EQ(mailbox_.Mails().size(), 0u);
-    EXPECT_THAT(Planned(), IsEmpty());
+    EXPECT_EQ(mailbox_.Mails().size(), 1u);
+    EXPECT_THAT(Planned(), ElementsAre("d remove"));
 }
 
 TEST_F(Plan, AnIdThatIsListedTwiceIsForOneMessage) {

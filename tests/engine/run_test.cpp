@@ -433,7 +433,8 @@ INSTANTIATE_TEST_SUITE_P(
                       PopFailure{"PasswordRefused", "PASS", "-ERR wrong"},
                       PopFailure{"PasswordDropped", "PASS", "close"}, PopFailure{"UidlStalled", "UIDL", "stall"},
                       PopFailure{"UidlDropped", "UIDL", "close"}, PopFailure{"DeleteRefused", "DELE", "-ERR locked"},
-                      PopFailure{"DeleteDropped", "DELE", "close"}, PopFailure{"RetrieveStalled", "RETR", "stall"}),
+                      PopFailure{"DeleteDropped", "DELE", "close"}, PopFailure{"RetrieveStalled", "RETR", "stall"},
+                      PopFailure{"SecondRetrieveStalled", "RETR 2", "stall"}),
     [](const auto& test) { return test.param.name; });
 
 TEST_F(RunTest, MessageThatCannotBeFetchedIsOfferedAgain) {
@@ -763,7 +764,7 @@ TEST_F(RunTest, MessageArrivesAsItWasFetched) {
 TEST_F(RunTest, ReplaceFromPutsTheProfilesAddressIntoEveryMessage) {
     AddAddress(profile, "a@example.org");
     for (const char* id : {"u1", "u2"}) mailbox.Add(Mail(id));
-    profile.setting.replacefrom = 1;
+    profile.setting.replacefrom = -5;  // any setting but 0
     RunOnce(profile);
     ASSERT_EQ(sink.Delivered().size(), 2U);
     for (const DeliveredMail& mail : sink.Delivered()) {

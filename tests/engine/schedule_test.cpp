@@ -427,6 +427,7 @@ TEST_F(ScheduleFile, TolerantReading) {
         {"[schedule]\nstatus=1\nx]y[z\nstatus=0\n", {Term(1, 0, "", "")}},
         // Comments and blanks inside a section.
         {"[schedule]\n;status=1\n//status=1\n\n   \n  term=a:b  \n", {Term(0, 0, "a", "b")}},
+        {"[schedule]\n;[schedule]\n//[schedule]\n ;[other]\nstatus=1\n", {Term(1, 0, "", "")}},
         // Blanks around key and value; other white space is kept.
         {"[schedule]\n  status   =   1  \n  term  =  a : b  \n", {Term(1, 0, "a ", " b")}},
         {"[schedule]\nstatus\t=1\nterm=\ta:b\t\n", {Term(0, 0, "\ta", "b\t")}},
