@@ -119,7 +119,7 @@ void CheckAll(const std::vector<ConnectionCase>& cases) {
 // The user of the examples, who wants to be authenticated.
 std::vector<ConnectionCase> AsTim(std::vector<ConnectionCase> cases) {
     for (ConnectionCase& one : cases) {
-        one.smtpauth = 1;
+        one.smtpauth = -5;  // any setting but 0
         one.smtpuser = "tim";
         one.smtppassword = "tanstaaftanstaaf";
     }
@@ -338,6 +338,10 @@ S: 500 what?
 
         {.name = "502", .script = kGreeted + R"(C: EHLO {host}
 S: 502 not implemented
+)" + kQuit},
+
+        {.name = "500 behind another code", .script = kGreeted + R"(C: EHLO {host}
+S: 550 500 commands a day
 )" + kQuit},
 
         {.name = "501", .script = kGreeted + R"(C: EHLO {host}
