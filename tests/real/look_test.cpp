@@ -125,7 +125,7 @@ std::vector<Mistake> Mistakes() {
          },
          "greeting +[0-9]+ ms  FAILED ", "The server accepts the connection and says nothing", true},
         {"PopServerThatDoesNotExist", [](S& setting, const P&, const T&) { setting.popserver = kNoName; },
-         "find the server +[0-9]+ ms  FAILED ", "There is no server of this name: look at popserver", true},
+         "find the server +[0-9]+ ms  FAILED ", "There is no server of this name: check popserver", true},
         {"SmtpPassword",
          [](S& setting, const P&, const T&) {
              setting.smtpuser = kAlice.user;
@@ -143,7 +143,7 @@ std::vector<Mistake> Mistakes() {
          },
          "greeting +[0-9]+ ms  FAILED ", "The server accepts the connection and says nothing", false},
         {"SmtpServerThatDoesNotExist", [](S& setting, const P&, const T&) { setting.smtpserver = kNoName; },
-         "find the server +[0-9]+ ms  FAILED ", "There is no server of this name: look at smtpserver", false},
+         "find the server +[0-9]+ ms  FAILED ", "There is no server of this name: check smtpserver", false},
     };
 }
 
