@@ -290,10 +290,10 @@ TEST(SmtpProcess, ReducesACopyForEachDestinationWithALimit) {
          .wire = {"Subject: s\r\n..dot\r\n...\r\n.\r\n"}},
 
         {.name = "the To field is rewritten before the reduction",
-         .messages = {{kMail, {{"a@x", kTextMail}, {"b@x", kUnchanged}}}},
+         .messages = {{kMail, {{"a@x", kTextMail}, {"b@x", kTextMail}}}},
          .script = kToA + kToB + kEnd,
-         .wire = {ReducedWire(replaced_a, kTextMail), replaced_b},
-         .replaceto = 1},
+         .wire = {ReducedWire(replaced_a, kTextMail), ReducedWire(replaced_b, kTextMail)},
+         .replaceto = -5},
     });
 }
 
