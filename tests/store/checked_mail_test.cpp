@@ -65,6 +65,14 @@ TEST(CheckedMail, ManyIdsAreFoundAfterAddingAndRemovingInTurn) {
     EXPECT_FALSE(list.Contains("id3000"));
 }
 
+// So many that some have the same hash of 32 bits, whatever its key.
+TEST(CheckedMail, IdsOfOneHashAreToldApart) {
+    CCheckedMail list;
+    constexpr int kIds = 400'000;
+    for (int number = 0; number < kIds; ++number) list.Add("id" + std::to_string(number));
+    EXPECT_EQ(list.GetSize(), kIds);
+}
+
 TEST(CheckedMail, RemoveLastOfAnEmptyListDoesNothing) {
     CCheckedMail list;
     list.RemoveLast();
