@@ -24,7 +24,16 @@ std::size_t CUidlHash::operator()(std::string_view id) const {
     return static_cast<std::size_t>(tarvex::KeyedHash(tarvex::ProcessHashKey(), id));
 }
 
-bool CCheckedMail::Contains(const CString& id) const { return !ids_.empty() && slots_[SlotOf(id, Hash(id))] != kFree; }
+bool CCheckedMail::Contains(const CString& id) const {
+    if (ids_.empty()) return false;
+    if (next_ >= ids_.size() || ids_[next_] != id) {
+        const int index = slots_[SlotOf(id, Hash(id))];
+        if (index == kFree) return false;
+        next_ = static_cast<std::size_t>(index);
+    }
+    ++next_;
+    return true;
+}
 
 int CCheckedMail::Add(const CString& id) {
     return Shielded(-1, [&] {

@@ -79,8 +79,9 @@ private:
     // `handled` only when an earlier run has saved it, so no run deletes what it fetched itself (B44).
     bool SortOut(std::vector<PopListEntry>& listing, const CCheckedMail& handled, CCheckedMail* present) {
         std::size_t wanted = 0;
+        CString uidl;  // one for all of them: its memory is used again
         for (const PopListEntry mail : listing) {
-            const CString uidl(mail.uidl);
+            uidl = mail.uidl;
             if (present) present->Add(uidl);
             if (!handled.Contains(uidl)) {
                 listing[wanted++] = mail;

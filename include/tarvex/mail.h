@@ -58,4 +58,6 @@ private:
     std::vector<std::uint32_t> hashes_;  // of ids_
     // A hash table with open addressing: indexes of ids_, -1 where free; never more than half full.
     std::vector<int> slots_;
+    // The entry behind the one that Contains found last: ids are mostly asked for in the order of the list.
+    mutable std::size_t next_ = 0;
 };
