@@ -123,7 +123,7 @@ Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfil
         list.push_back({{"step", ProbeStepName(step.kind)},
                         {"success", step.failure == PROBE_SUCCESS},
                         {"microseconds", step.microseconds},
-                        {"text", Utf8FromText(step.text)},
+                        {"text", Utf8OfServerText(step.text)},
                         {"advice", Matters(step) ? Json(Advice(step, protocol, setting)) : Json()}});
     }
     return list;

@@ -14,7 +14,6 @@
 
 #include "host/commands/commands.h"
 #include "host/system/command_error.h"
-#include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
@@ -31,7 +30,7 @@ using Lines = std::vector<std::string>;
 
 void PrintLast(const Lines& lines, std::size_t count) {
     for (std::size_t i = lines.size() - std::min(count, lines.size()); i < lines.size(); ++i) {
-        std::cout << ShowText(lines[i]) << '\n';
+        std::cout << ShowLogLine(lines, i) << '\n';
     }
     if (!std::cout.flush()) throw CommandError(kCannotWrite, "cannot write to standard output");
 }

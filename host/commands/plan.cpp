@@ -147,14 +147,15 @@ bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTim
     const Inspection inspection = any ? Inspect(profile, now) : Inspection{.listing = {}, .plan = {}, .listed = true};
     Json mails = Json::array();
     for (const CPlannedMail& planned : inspection.plan) mails.push_back(JsonOf(root, planned));
-    list.push_back({{"path", ShownName(root, profile.path)},
-                    {"address", Utf8FromText(profile.setting.address)},
-                    {"switched_on", profile.setting.status != 0},
-                    {"due", profile.setting.status != 0 && due <= now},
-                    {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
-                    {"addresses", addresses},
-                    {"error", inspection.listed ? Json() : Json(Utf8FromText(inspection.listing.steps.back().text))},
-                    {"messages", mails}});
+    list.push_back(
+        {{"path", ShownName(root, profile.path)},
+         {"address", Utf8FromText(profile.setting.address)},
+         {"switched_on", profile.setting.status != 0},
+         {"due", profile.setting.status != 0 && due <= now},
+         {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
+         {"addresses", addresses},
+         {"error", inspection.listed ? Json() : Json(Utf8OfServerText(inspection.listing.steps.back().text))},
+         {"messages", mails}});
     return inspection.listed;
 }
 

@@ -109,8 +109,8 @@ Json JsonOfFailure(const CRunResult& result) {
     return {{"conversation", failure == &result.mailbox ? "mailbox" : "delivery"},
             {"stage", Word(failure->stage)},
             {"class", Word(failure->failure_class)},
-            {"reply", Utf8FromText(failure->reply)},
-            {"reason", Utf8FromText(failure->reason)},
+            {"reply", Utf8OfServerText(failure->reply)},
+            {"reason", Utf8OfServerText(failure->reason)},
             {"id", Utf8FromText(failure->uidl)},
             {"sender", Utf8FromText(failure->sender)},
             {"recipient", Utf8FromText(failure->recipient)}};
@@ -120,7 +120,7 @@ void AddHistory(Json& entry, const ProfileHistory& history) {
     const CRunResult& last = history.last.result;
     entry["last_run"] = JsonOfMoment(history.last.started);
     entry["ended"] = history.runs == 0 ? Json() : Json(Word(last.ending));
-    entry["reason"] = IsFailure(last.ending) && history.runs > 0 ? Json(Utf8FromText(ReasonOf(last))) : Json();
+    entry["reason"] = IsFailure(last.ending) && history.runs > 0 ? Json(Utf8OfServerText(ReasonOf(last))) : Json();
     entry["failure"] = JsonOfFailure(last);
     entry["failed_in_a_row"] = history.failed_in_a_row;
     entry["failing_since"] = JsonOfMoment(history.failing_since);

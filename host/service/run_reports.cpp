@@ -3,6 +3,7 @@
 #include "host/service/run_reports.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <ctime>
 #include <sstream>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include "host/history/run_words.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
+#include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 
 namespace tarvex::host {
@@ -19,8 +21,15 @@ constexpr std::size_t kReasonColumns = 200;
 
 // Entries that were read from the file hold no line end, so the start line of this run is the first entry that does.
 bool BeginsRun(std::string_view entry) {
-    constexpr std::string_view kStart = "---- Operation starting at ";
-    return entry.starts_with(std::string("\n").append(kStart)) || entry.starts_with(std::string("\r\n").append(kStart));
+    return entry.starts_with(std::string("\n").append(kRunStart)) ||
+           entry.starts_with(std::string("\r\n").append(kRunStart));
+}
+
+// Only a server's answer has more than one line. The further ones are indented, so that none passes for one of ours.
+void AppendEntry(std::vector<std::string>& lines, const std::string& entry) {
+    std::istringstream pieces(entry);
+    const char* indent = "";
+    for (std::string line; std::getline(pieces, line); indent = "  ") lines.push_back(indent + line);
 }
 
 }  // namespace
@@ -41,15 +50,17 @@ std::vector<std::string> LinesOfThisRun(const CProfileLog& log) {
     for (auto entry = std::ranges::find_if(log.entries, BeginsRun); entry != log.entries.end(); ++entry) {
         std::string text = *entry;
         std::erase(text, '\r');
-        std::istringstream pieces(text);
-        for (std::string line; std::getline(pieces, line);) lines.push_back(ShowText(line));
+        if (lines.empty()) text.erase(0, 1);  // the line end in front of the start line
+        AppendEntry(lines, text);
     }
-    if (!lines.empty() && lines.front().empty()) lines.erase(lines.begin());
-    return lines;
+    std::vector<std::string> shown;
+    for (std::size_t i = 0; i < lines.size(); ++i) shown.push_back(ShowLogLine(lines, i));
+    return shown;
 }
 
 std::string ReportOf(const CPopProfile& copy) {
-    std::string text = "== " + ShowPath(copy.path) + ": " + HowItEnded(copy.result, 1, kReasonColumns) + '\n';
+    std::string text =
+        std::string(kReportHeading) + ShowPath(copy.path) + ": " + HowItEnded(copy.result, 1, kReasonColumns) + '\n';
     for (const std::string& line : LinesOfThisRun(copy.log)) text += line + '\n';
     if (copy.setting.logmode == 0) text += "(its log is switched off)\n";
     return text;

@@ -2,10 +2,12 @@
 
 #include "host/system/display.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "host/system/paths.h"
 #include "tarvex/conversion.h"
+#include "tarvex/settings.h"
 
 namespace tarvex::host {
 namespace {
@@ -40,6 +42,28 @@ std::string Harmless(std::string_view text, std::string_view allowed) {
     return result;
 }
 
+// Whether the word is the response of AUTH PLAIN: user, NUL, user, NUL and password in Base64. The scrambled form of a
+// password is Base64 of complemented bytes, so what comes out of it is complemented: the NUL is 0xFF.
+bool IsPlainLogin(std::string_view word) {
+    const CString login = DecodePassWord(CString(word));
+    const std::size_t end = login.find('\xFF');
+    if (end == CString::npos || end == 0) return false;
+    return std::string_view(login).substr(end + 1).starts_with(std::string_view(login).substr(0, end + 1));
+}
+
+// The text with each response of AUTH PLAIN starred, also one that a server sends back within a reply.
+std::string WithoutPlainLogin(std::string_view text) {
+    constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string result(text);
+    for (std::size_t begin = 0; (begin = text.find_first_of(kDigits, begin)) != std::string_view::npos;) {
+        const std::size_t padding = std::min(text.find_first_not_of(kDigits, begin), text.size());
+        const std::size_t end = std::min(text.find_first_not_of('=', padding), text.size());
+        if (IsPlainLogin(text.substr(begin, end - begin))) result.replace(begin, end - begin, end - begin, '*');
+        begin = end;
+    }
+    return result;
+}
+
 // The text with something else in the place of each byte that is no UTF-8.
 template <class Replace>
 std::string WellFormed(std::string_view text, Replace replace) {
@@ -55,7 +79,9 @@ std::string WellFormed(std::string_view text, Replace replace) {
 
 }  // namespace
 
-std::string ShowText(std::string_view text) { return Harmless(Utf8FromText(text), "\n\t"); }
+std::string ShowText(std::string_view text) { return Harmless(Utf8OfServerText(text), "\n\t"); }
+
+std::string Utf8OfServerText(std::string_view text) { return Utf8FromText(WithoutPlainLogin(text)); }
 
 std::string ShowUtf8Text(std::string_view text) {
     return Harmless(WellFormed(text, [](std::string& result, char) { result += '?'; }), "\n\t");

@@ -1,13 +1,42 @@
-// Reads profile.log, and finds what came to it.
+// Reads profile.log, finds what came to it, and shows it.
 
 #include "host/tree/log_reader.h"
 
 #include <algorithm>
 #include <fstream>
+#include <string_view>
 
+#include "host/system/display.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+bool IsStart(std::string_view line) { return line.starts_with(kRunStart); }
+bool IsEnd(std::string_view line) { return line.starts_with("---- End Operation at "); }
+
+// A run begins its log with an empty line and the start line, and closes it with the end line. The oldest lines may
+// have gone.
+bool RunBeginsAt(const Lines& lines, std::size_t i) {
+    if (i == 0) return true;
+    return lines[i - 1].empty() && (i == 1 || IsEnd(lines[i - 2]));
+}
+
+bool RunEndsAt(const Lines& lines, std::size_t i) {
+    if (i + 1 == lines.size()) return true;
+    return lines[i + 1].empty() && i + 2 < lines.size() && IsStart(lines[i + 2]);
+}
+
+bool IsForged(const Lines& lines, std::size_t i) {
+    if (IsStart(lines[i])) return !RunBeginsAt(lines, i);
+    if (IsEnd(lines[i])) return !RunEndsAt(lines, i);
+    return lines[i].starts_with(kReportHeading);  // stands above a log, never in it
+}
+
+}  // namespace
+
 std::optional<std::vector<std::string>> ReadLog(const CString& profile_path) {
     std::ifstream file(NativePath(profile_path + "\\profile.log"), std::ios::binary);
     if (!file) return std::nullopt;
@@ -33,6 +62,10 @@ std::size_t CountNewLines(const std::vector<std::string>& before, const std::vec
         if (matched < now.size() && now[matched] == line) ++matched;
     }
     return now.size() - matched;
+}
+
+std::string ShowLogLine(const std::vector<std::string>& lines, std::size_t index) {
+    return (IsForged(lines, index) ? "? " : "") + ShowText(lines[index]);
 }
 
 }  // namespace tarvex::host

@@ -35,6 +35,12 @@ inline std::string Unix(std::string text) {
     return text;
 }
 
+// The report of a run without the indent of the further lines of an answer.
+inline std::string AsInTheLog(std::string report) {
+    for (std::size_t at = 0; (at = report.find("\n  ", at)) != std::string::npos; ++at) report.erase(at + 1, 2);
+    return report;
+}
+
 // A data tree and the program that runs it.
 class Host {
 public:

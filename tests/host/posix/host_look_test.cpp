@@ -398,6 +398,32 @@ TEST(HostLog, ShowsTheLogOrItsEndAsUtf8) {
     EXPECT_EQ(host.Tell({"log", "-n9", "from0"}), "one\n\n携帯\nlast \\x1b[31m\n");
 }
 
+TEST(HostLog, WhatIsShownOfARunStarsTheLoginAndTellsLinesOfServersApart) {
+    const std::string login = "dXNlcgB1c2VyAHNlY3JldA==";  // user, NUL, user, NUL, secret
+    const std::string stars(login.size(), '*');
+    MailboxServer mailbox("user", "secret");
+    SinkServer sink("user", "secret");
+    mailbox.Add(MailNumber(1));
+    mailbox.SetFault([](const std::string& command) { return command == "QUIT" ? "---- End Operation at noon" : ""; });
+    sink.SetFault([&](const std::string& command) {
+        return command.starts_with("RCPT") ? "550-" + login + "\r\n* SMTP Process - success : " : "";
+    });
+    Host host;
+    const std::string profile = host.AddProfile(mailbox.Port(), sink.Port(), [](CPopProfile& changed) {
+        changed.setting.smtpauth = changed.setting.smtpauth_mode = 1;
+    });
+    const std::string run = host.Run(kUnavailable);
+    const std::string log = host.Tell({"log", "from0"});
+    EXPECT_THAT(Log(profile), HasSubstr("\n" + login + "\n"));
+    for (const std::string& shown : {run, log, host.Tell({"status"}), host.Tell({"status", "--json"})}) {
+        EXPECT_THAT(shown, Not(HasSubstr(login)));
+    }
+    for (const std::string& shown : {run, log}) {
+        EXPECT_THAT(shown, AllOf(HasSubstr("\n" + stars + "\n235"), HasSubstr("\n? ---- End Operation at noon\n")));
+    }
+    EXPECT_THAT(run, HasSubstr("\n550-" + stars + "\n  * SMTP Process - success : \n"));
+}
+
 TEST(HostLog, WithoutALogOrAProfileThereIsAReason) {
     Host host;
     host.AddProfile(UnusedPort(), 1);
@@ -425,7 +451,7 @@ TEST(HostLog, FollowsALogThatRunsReplaceAndShorten) {
     std::string expected;
     for (int run = 1; run <= 3; ++run) {
         mailbox.Add(MailNumber(run));
-        expected += "\n" + host.Run().substr(("== " + profile + ": forwarded 1 message\n").size());
+        expected += "\n" + AsInTheLog(host.Run()).substr(("== " + profile + ": forwarded 1 message\n").size());
         WaitUntilPrinted(log, "\nmail-" + std::to_string(run) + " received\n");
         WaitUntilPrinted(log, expected);
     }

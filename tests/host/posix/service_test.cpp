@@ -858,8 +858,8 @@ TEST_F(ServedRuns, AreMadeByTheServiceAndReportedAsWithoutOne) {
     const auto service = Serve({}, "60");
     mailbox_.Add(MailNumber(1));
     const std::string report = host_.Tell({"run", kProfile, "--now"});
-    EXPECT_EQ(report, "== " + profile_ + ": forwarded 1 message" +
-                          Unix("\n" + ReadFile(profile_ + "/profile.log")).erase(0, 1));
+    EXPECT_EQ(AsInTheLog(report), "== " + profile_ + ": forwarded 1 message" +
+                                      Unix("\n" + ReadFile(profile_ + "/profile.log")).erase(0, 1));
     EXPECT_THAT(report, AllOf(HasSubstr("\nmail-1 received\n"), HasSubstr("* SMTP Process - success")));
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
     EXPECT_EQ(host_.Tell({"run", kProfile, "--now", "--quiet"}), "");
