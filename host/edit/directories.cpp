@@ -16,15 +16,23 @@ namespace fs = std::filesystem;
 
 fs::path Aside(const CString& directory) { return NativePath(directory) / ".tarvex-removed"; }
 
-bool IsFree(const CString& path) {
-    std::error_code ignored;
-    return fs::symlink_status(NativePath(path), ignored).type() == fs::file_type::not_found;
+CommandError CannotMake(const CString& path, const std::error_code& error) {
+    return {kCannotMake, "cannot make \"" + ShowPath(path) + "\": " + error.message()};
 }
 
-// Else something stands there that can be no child: a file, a link that leads nowhere.
+// Throws CommandError when the system does not tell: then it would tell of no other number either.
+bool IsFree(const CString& path) {
+    std::error_code error;
+    const fs::file_type type = fs::symlink_status(NativePath(path), error).type();
+    if (type == fs::file_type::none) throw CannotMake(path, error);
+    return type == fs::file_type::not_found;
+}
+
+// Else something stands there that keeps its number: a file, a link that leads nowhere, a directory that cannot be
+// looked into.
 bool IsDirectoryWithout(const CString& path, const CString& marker) {
-    std::error_code ignored;
-    return fs::is_directory(NativePath(path), ignored) && !fs::exists(NativePath(path + '\\' + marker), ignored);
+    std::error_code error;
+    return fs::is_directory(NativePath(path), error) && !fs::exists(NativePath(path + '\\' + marker), error) && !error;
 }
 
 bool MoveTo(const CString& place, const CString& directory) {
@@ -44,7 +52,7 @@ NewDirectory::NewDirectory(const CString& parent, std::string_view prefix, const
     std::error_code error;
     fs::create_directory(NativePath(path_), error);
     if (!error) fs::permissions(NativePath(path_), fs::perms::owner_all, error);
-    if (error) throw CommandError(kCannotMake, "cannot make \"" + ShowPath(path_) + "\": " + error.message());
+    if (error) throw CannotMake(path_, error);
 }
 
 NewDirectory::~NewDirectory() {

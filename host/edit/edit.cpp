@@ -257,8 +257,8 @@ std::string Editor::AddForward() {
 
     // A directory that was there may hold the schedule and the list of another address that once had it.
     forward->LoadUidlSetting();
-    const bool other_list = forward->uidls != request_.uidls;
-    const bool other_schedule = !forward->schedule.terms.empty();
+    const bool other_list = forward->uidls != request_.uidls || !forward->uidls_loaded.whole;
+    const bool other_schedule = !forward->schedule.terms.empty() || !forward->schedule_loaded.whole;
     forward->uidls = request_.uidls;
     forward->schedule.Reset();
     // The marker file comes last: an address that counts before it has its list would get the whole mailbox.

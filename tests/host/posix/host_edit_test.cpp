@@ -159,6 +159,24 @@ TEST_F(HostEdit, ANewAddressInheritsNothing) {
     EXPECT_TRUE(loaded.schedule.terms.empty());
 }
 
+// What cannot be read now may be readable in the next run.
+TEST_F(HostEdit, ANewAddressTakesNoFolderWhoseFilesCannotBeReplaced) {
+    for (const char* const file : {"uidl.def", "schedule.def"}) {
+        fs::create_directories(fs::path(folder_ / "user0/from0/forwardto1") / file);
+        EXPECT_THAT(Bad(host::kCannotWrite, {"forward", "add", "user0/from0", "address=pager@text.example"}),
+                    HasSubstr("forwardto1"));
+        fs::remove_all(folder_ / "user0/from0/forwardto1");
+    }
+}
+
+TEST_F(HostEdit, AFolderThatCannotBeEnteredAnyMoreGetsNothingNew) {
+    fs::rename(folder_ / "user0", folder_ / "away");
+    fs::create_symlink("user0", folder_ / "user0");
+    EXPECT_EQ(Do({"profile", "add", "taro", "address=new@example.org", "popserver=pop.example.org", "popuser=me"}),
+              host::kCannotMake);
+    EXPECT_THAT(reply_.error, HasSubstr("from0"));
+}
+
 TEST_F(HostEdit, AUserThatTakesADirectoryOverIsNoAdministrator) {
     Good({"user", "add", "loginname=boss", "administrator=on"});
     EXPECT_EQ(root_.users.back()->setting.administrator, 1);
