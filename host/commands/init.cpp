@@ -39,6 +39,17 @@ void SaveSettings(const CAppSetting& setting) {
         throw CommandError(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
 }
 
+// False when there are none yet. Defaults must not be saved over what is there and could not be read.
+bool LoadSettings(CAppSetting& setting) {
+    const CString file = ConfigurationDirectory() + "\\appset.def";
+    std::error_code error;
+    const bool is_read = setting.Load(ConfigurationDirectory()) != 0;
+    if (is_read && !fs::is_empty(NativePath(file), error)) return true;
+    if (fs::status(NativePath(file), error).type() == fs::file_type::not_found) return false;
+    throw CommandError(kCannotWrite, '"' + ShowPath(file) + "\" " + (is_read ? "is empty" : "cannot be read") +
+                                         "; mend it or remove it first");
+}
+
 // Among the temporary files: no lock keeps a folder in the configuration directory from being left there for good.
 void RequireSurvivalOf(const CAppSetting& setting, const std::vector<const Key<CAppSetting>*>& keys) {
     RequireSurvival(setting, keys, TemporaryDirectory());
@@ -49,7 +60,7 @@ int Init(const Context& context, const std::string& given) {
     if (context.root_option && !given.empty())
         throw CommandError(kBadUsage, "give either --root or a directory to remember");
     CAppSetting setting;
-    const bool has_settings = setting.Load(ConfigurationDirectory()) != 0;
+    const bool has_settings = LoadSettings(setting);
     const std::string directory = context.root_option ? WholePath(*context.root_option)
                                   : !given.empty()    ? WholePath(TreePath(given))
                                   : has_settings      ? setting.rootpath
@@ -92,7 +103,7 @@ int SetAppSettings(const KeyOptions& keys) {
     if (keys.Empty()) throw CommandError(kBadUsage, "nothing to set; `tarvex settings set --help` lists the keys");
     MakeDirectories(ConfigurationDirectory());
     CAppSetting setting;
-    setting.Load(ConfigurationDirectory());
+    LoadSettings(setting);
     std::vector<const Key<CAppSetting>*> set;
     for (const auto& [name, value] : keys.Values()) {
         set.push_back(&KeyNamed<CAppSetting>(name));

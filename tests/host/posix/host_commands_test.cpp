@@ -179,6 +179,14 @@ TEST_F(HostCommands, TheSettingsMayForbidNewUsers) {
     Do({"user", "add", "taro"});
 }
 
+TEST_F(HostCommands, SettingsThatWereCutAreNotSavedOver) {
+    Do({"init"});
+    WriteFile(Settings(), "");
+    EXPECT_THAT(Fail(host::kCannotWrite, {"settings", "set", "--allowcreatenewuser", "off"}), HasSubstr("appset.def"));
+    EXPECT_THAT(Fail(host::kCannotWrite, {"init", home_ / "other"}), HasSubstr("is empty"));
+    EXPECT_EQ(ReadFile(Settings()), "");
+}
+
 // ---- the lock
 
 TEST_F(HostCommands, AnEditIsRefusedWhileAnotherHasTheRootAndNamesIt) {
