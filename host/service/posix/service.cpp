@@ -114,6 +114,7 @@ int Service::Run() {
 // Tells of runs that have ended, and frees what they left. One that ends meanwhile is left for the next time.
 void Service::ReapEndedRuns() {
     std::vector<std::unique_ptr<CPopProfile>> ended;
+    ended.reserve(root_.running_copies.size());  // so that nothing throws while copies are moved
     std::erase_if(root_.running_copies, [&ended](auto& copy) {
         if (copy->worker_thread.load()) return false;
         ended.push_back(std::move(copy));
