@@ -15,7 +15,7 @@ if(others OR NOT imported)
   message(FATAL_ERROR "${LIBRARY} needs other libraries than the system's: ${others}")
 endif()
 
-string(REGEX MATCHALL "\\] tarvex_[a-z_]+" exported "${output}")
+string(REGEX MATCHALL "\\] tarvex_[a-z0-9_]+" exported "${output}")
 list(TRANSFORM exported REPLACE "\\] " "")
 file(STRINGS ${DEFINITIONS} defined REGEX "tarvex_")
 list(TRANSFORM defined STRIP)
