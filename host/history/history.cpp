@@ -27,6 +27,7 @@ using namespace std::chrono_literals;
 constexpr auto kLockPatience = 1000ms;
 constexpr std::size_t kMostWaiting = 1000;    // entries
 constexpr std::size_t kMostNotFetched = 100;  // of a run that are kept
+constexpr std::uintmax_t kMostLogBytes = 400 * 1024;
 constexpr CTime kDay = 86400;
 
 // Each brings the schema from the version before it to its own, which is its place counted from 1.
@@ -103,6 +104,7 @@ CREATE TABLE copies (                         -- of the addresses that got some,
 
 constexpr const char* kFolder = "\\.tarvex";  // below the root
 constexpr const char* kFile = "\\.tarvex\\history.db";
+constexpr const char* kLog = "-wal";  // SQLite's write-ahead log, beside the file
 constexpr const char* kDamagedFile = "\\.tarvex\\history-damaged.db";
 
 // A path of the tree below its root: a profile is two levels down.
@@ -137,12 +139,28 @@ void BringUpToDate(Database& database) {
     transaction.Commit();
 }
 
+// SQLite would wait for whoever opens the other end of a pipe.
+bool IsThere(const fs::path& file) {
+    std::error_code error;
+    const fs::file_type type = fs::status(file, error).type();
+    if (type == fs::file_type::not_found) return false;
+    if (!error && type != fs::file_type::regular) throw DatabaseError(0, "history.db is no regular file");
+    return true;  // or may be there: SQLite says why it cannot be opened
+}
+
+// A process that ends leaves its log to the next one, which only adds to it: somebody must begin it anew.
+void EmptyLongLog(Database& database, const std::string& root) {
+    std::error_code error;
+    const std::uintmax_t bytes = fs::file_size(NativePath(root + kFile + kLog), error);
+    if (!error && bytes > kMostLogBytes) database.Run("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
 // For its owner alone; what SQLite puts beside it gets the same permissions.
 void MakeFile(const std::string& root) {
     if (const std::error_code error = MakeOwnDirectories(root + kFolder)) throw DatabaseError(0, error.message());
     const fs::path file = NativePath(root + kFile);
     std::error_code ignored;
-    if (fs::exists(file, ignored)) return;
+    if (IsThere(file)) return;
     { const std::ofstream made(file, std::ios::app); }
     fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write, ignored);
 }
@@ -193,6 +211,7 @@ void HistoryWriter::Open() {
     Database database(PathAsUtf8(root_ + kFile), Database::Use::Write, kLockPatience);
     // After a power failure it may lack the last runs, and is whole.
     database.Run("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON");
+    EmptyLongLog(database, root_);
     BringUpToDate(database);
     Transaction transaction(database);
     const std::string directory = DirectoryIdentity(root_);
@@ -305,7 +324,7 @@ void HistoryWriter::DropOld(std::int64_t profile, CTime now) {
 // The damaged file is kept for inspection, until another one is set aside.
 bool HistoryWriter::SetAside() {
     std::error_code error;
-    for (const char* const part : {"-wal", "-shm", ""}) {
+    for (const char* const part : {kLog, "-shm", ""}) {
         std::error_code ignored;
         fs::remove(NativePath(root_ + kDamagedFile + part), ignored);
         fs::rename(NativePath(root_ + kFile + part), NativePath(root_ + kDamagedFile + part), error);
@@ -314,8 +333,7 @@ bool HistoryWriter::SetAside() {
 }
 
 HistoryReader::HistoryReader(const std::string& root) {
-    std::error_code error;
-    if (!fs::exists(NativePath(root + kFile), error) && !error) return;
+    if (!IsThere(NativePath(root + kFile))) return;
     Database database(PathAsUtf8(root + kFile), Database::Use::Read, kLockPatience);
     database.Run("BEGIN");  // the numbers of one moment
     if (SchemaVersion(database) == 0) return;

@@ -240,6 +240,13 @@ TEST_F(History, WhatCannotBeWrittenIsSaidOnceAndWrittenLater) {
     EXPECT_EQ(Read().runs, 3);
 }
 
+// What commands that end leave in SQLite's log, the next ones must not pile up.
+TEST_F(History, StaysSmallWhenEachRunIsAProcessOfItsOwn) {
+    for (int i = 0; i < 100; ++i) Add(100 + i, Ended(CRunEnding::NothingNew));
+    EXPECT_EQ(Read().runs, 100);
+    EXPECT_LT(fs::file_size(Uri() + "-wal"), 1u << 19);
+}
+
 TEST_F(History, OneThatAnotherProcessKeepsLocksNobodyOutForLong) {
     Add(100, DeliveredMails(1, 1));
     Database other(Uri(), Database::Use::Write, 1s);

@@ -1,4 +1,4 @@
-// Who may read the history's files.
+// Who may read the history's files, and what is no file.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -27,6 +27,17 @@ TEST(HistoryFile, IsItsOwnersAlone) {
         ++files;
     }
     EXPECT_EQ(files, 3);  // history.db, history.db-wal, history.db-shm
+}
+
+TEST(HistoryFile, APipeInItsPlaceKeepsNobodyWaiting) {
+    const testing::TempDir root;
+    fs::create_directories(root / ".tarvex");
+    ASSERT_EQ(mkfifo((root / ".tarvex/history.db").c_str(), 0600), 0);
+    std::string told;
+    HistoryWriter writer(root.String(), [&](const std::string& sentence) { told += sentence; });
+    writer.Add(root.String() + "\\user0\\from0", {1, 2, {}});
+    EXPECT_NE(told.find("is no regular file"), std::string::npos) << told;
+    EXPECT_THROW(HistoryReader reader(root.String()), DatabaseError);
 }
 
 }  // namespace
