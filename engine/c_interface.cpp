@@ -190,8 +190,10 @@ int tarvex_wait(tarvex_root* root, int milliseconds) {
 
 int tarvex_stop(tarvex_root* root) {
     if (!tarvex::IsRoot(root)) return tarvex::kFailed;
+    InterruptRuns(root->tree);
+    root->tree.WaitThread(-1);
     tarvex::CollectEnded(*root);
-    root->tree.KillThread();
+    root->tree.KillThread();  // those for whose result there was no memory
     return 1;
 }
 

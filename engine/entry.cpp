@@ -42,7 +42,7 @@ bool AddCopy(CRootPath& root, CPopProfile& profile) {
 // Starts the worker of the copy that was added last; false, as the copy's result tells, when there is no thread for it.
 bool StartWorker(CRootPath& root) {
     CPopProfile& copy = *root.running_copies.back();
-    Thread* const thread =
+    auto* const thread =
         Shielded<Thread*>(nullptr, [&copy] { return AfxBeginThread(WorkerProcedure, &copy, 0, 0, 0, nullptr); });
     if (!thread) copy.result.ending = CRunEnding::CouldNotBegin;
     copy.worker_thread.store(thread);

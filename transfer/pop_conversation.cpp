@@ -2,10 +2,17 @@
 
 #include "transfer/pop_conversation.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <utility>
 
 namespace tarvex {
+
+bool IsForNow(std::string_view refusal) {
+    constexpr std::array kForNow = {"-ERR [IN-USE]", "-ERR [LOGIN-DELAY]", "-ERR [SYS/TEMP]"};
+    return std::ranges::any_of(kForNow, [refusal](const char* begin) { return refusal.starts_with(begin); });
+}
 
 std::vector<PopListEntry> ParseListing(std::string_view reply, ListingKind kind) {
     std::vector<PopListEntry> listing;

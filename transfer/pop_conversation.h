@@ -18,6 +18,9 @@ inline constexpr const char* kPopTimeOutText = "TimeoutError..Closing Socket";
 
 inline bool IsNegative(std::string_view reply) { return reply.starts_with('-'); }
 
+// Whether a refusal may be none later, as a response code says (RFC 2449, RFC 3206).
+bool IsForNow(std::string_view refusal);
+
 // One message on the server, as views of the listing. `number` is what the server calls it in this session.
 struct PopListEntry {
     std::string_view number;

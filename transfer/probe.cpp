@@ -40,12 +40,6 @@ CProbeStepKind KindOf(ConnectStep step) {
     return PROBE_GREETING;
 }
 
-// A refusal that may be none later: of SMTP (RFC 5321), or by a response code of POP3 (RFC 2449, RFC 3206).
-bool IsForNow(std::string_view reply) {
-    constexpr std::array kForNow = {"4", "-ERR [IN-USE]", "-ERR [LOGIN-DELAY]", "-ERR [SYS/TEMP]"};
-    return std::ranges::any_of(kForNow, [reply](const char* begin) { return reply.starts_with(begin); });
-}
-
 CProbeReason ReasonOf(FailureKind kind, std::string_view reply) {
     switch (kind) {
         case FailureKind::NotListening:
@@ -59,7 +53,7 @@ CProbeReason ReasonOf(FailureKind kind, std::string_view reply) {
         case FailureKind::CertificateNotTrusted:
             return CProbeReason::NotTrusted;
         case FailureKind::None:
-            return IsForNow(reply) ? CProbeReason::ForNow : CProbeReason::None;
+            return IsForNow(reply) || reply.starts_with('4') ? CProbeReason::ForNow : CProbeReason::None;
         default:
             return CProbeReason::None;
     }

@@ -3,6 +3,7 @@
 #include "transfer/run_failure.h"
 
 #include "platform/os/shield.h"
+#include "transfer/pop_conversation.h"
 #include "transfer/smtp_replies.h"
 
 namespace tarvex {
@@ -37,7 +38,8 @@ CFailureClass ClassOf(FailureKind kind) {
 }  // namespace
 
 CFailureClass PopClass(const Refusal& refusal) {
-    return refusal.failure ? ClassOf(refusal.failure.kind) : CFailureClass::Permanent;
+    if (refusal.failure) return ClassOf(refusal.failure.kind);
+    return IsForNow(refusal.reply) ? CFailureClass::Transient : CFailureClass::Permanent;
 }
 
 CFailureClass SmtpClass(const Refusal& refusal) {

@@ -4,6 +4,8 @@
 
 #include <sqlite3.h>
 
+#include <exception>
+
 namespace tarvex::host {
 namespace {
 
@@ -99,7 +101,7 @@ Transaction::~Transaction() {
     if (!database_) return;
     try {
         database_->Run("ROLLBACK");
-    } catch (const DatabaseError&) {
+    } catch (const std::exception&) {
         // SQLite has rolled back by itself.
     }
 }

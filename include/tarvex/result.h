@@ -29,7 +29,7 @@ enum class CRunEnding : int {
 enum class CFailureClass : int {
     None = 0,
     Permanent = 1,   // the server refused: SMTP with 5xx, POP3 with "-ERR". The same again gets the same answer
-    Transient = 2,   // the SMTP server refused with 4xx other than 421: later may do
+    Transient = 2,   // later may do: SMTP with 4xx other than 421, POP3 with [IN-USE], [LOGIN-DELAY] or [SYS/TEMP]
     Connection = 3,  // the server was not found or not reached, TLS failed, the connection ended, or the answer was 421
     TimeOut = 4,     // nothing came or went within the profile's time-out
     Protocol = 5,    // an answer that is none, is another than was asked for, or is over a limit

@@ -25,9 +25,9 @@ enum class CStartResult : int {
 };
 
 // Starts a run of one profile of the root's tree, as the entry does, but without its judgement: due or not, and
-// switched on or not. The profile's lasttime becomes now, as when it is judged due. Where nothing is started, nothing
-// changes: lasttime stays, and no copy is added to root.running_copies. Unlike the entry it frees no copy that has
-// ended; call RefreshThread once their results have been read. To be called as the entry is.
+// switched on or not. The profile's lasttime becomes now, as when it is judged due. Where nothing is started, lasttime
+// stays, no copy is added to root.running_copies, and only `result` of the profile tells of it. Unlike the entry it
+// frees no copy that has ended; call RefreshThread once their results have been read. To be called as the entry is.
 [[nodiscard]] TARVEX_API CStartResult StartRun(CRootPath& root, CPopProfile& profile);
 
 // Interrupts every run of the root and returns at once. They save their state and end soon; WaitThread waits for that.

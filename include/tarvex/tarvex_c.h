@@ -158,7 +158,7 @@ typedef struct tarvex_result {
 
 /* The number of runs that have ended and can be asked about, -1 on failure. It grows with each run that ends, until
    tarvex_run or tarvex_forget: so read them before the next tarvex_run. A run that has ended meanwhile is not forgotten
-   but told after it. Runs that tarvex_stop has interrupted are not told, nor one for whose result there is no memory.
+   but told after it. Only a run for whose result there is no memory is not told.
  */
 TARVEX_C_API int TARVEX_C_CALL tarvex_ended(tarvex_root* root);
 

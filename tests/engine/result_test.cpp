@@ -93,6 +93,7 @@ TEST(RunResult, TellsStageAndClassOfWhatEndedTheMailbox) {
         {"greeting connection (reason)", kCloses},
         {"greeting time-out (reason)", kStalls},
         {"login permanent: -ERR no", "S: +OK ready\nC: USER alice\nS: -ERR no\n"},
+        {"login transient: -ERR [IN-USE] wait", "S: +OK ready\nC: USER alice\nS: -ERR [IN-USE] wait\n"},
         {"login permanent: -ERR Disconnected", "S: +OK ready\nC: USER alice\nS: -ERR Disconnected\n"},
         {"login connection (reason)", "S: +OK ready\nC: USER alice\nS: +OK\nC: PASS secret\n" + kCloses},
         {"login local (reason)", "S: +OK ready\n", [](CPopProfile& p) { p.setting.popuser = "a\rb"; }},

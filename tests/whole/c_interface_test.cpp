@@ -115,6 +115,8 @@ TEST(CInterface, CountsTheRunsUnderWayAndStopsThem) {
     EXPECT_EQ(tarvex_running(root.get()), 1);
     EXPECT_EQ(tarvex_stop(root.get()), 1);
     EXPECT_EQ(tarvex_running(root.get()), 0);
+    ASSERT_EQ(tarvex_ended(root.get()), 1);
+    EXPECT_EQ(tarvex_ended_run(root.get(), 0)->ending, TARVEX_MAILBOX_FAILED);
     EXPECT_EQ(tarvex_wait(root.get(), 0), 1);
 }
 

@@ -56,8 +56,9 @@ std::error_code ReserveRoom(const std::filesystem::path& file, std::uintmax_t by
     if (descriptor < 0) return {errno, std::generic_category()};
     int error = 0;
     do {
-        error = posix_fallocate(descriptor, 0, static_cast<off_t>(bytes));
+        error = fallocate(descriptor, 0, 0, static_cast<off_t>(bytes)) == 0 ? 0 : errno;
     } while (error == EINTR);
+    if (error == EOPNOTSUPP) error = 0;  // the file system cannot tell
     close(descriptor);
     unlink(file.c_str());
     return {error, std::generic_category()};
