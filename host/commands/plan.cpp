@@ -17,6 +17,7 @@
 #include "host/terminal/wording.h"
 #include "host/tree/advice.h"
 #include "host/tree/names.h"
+#include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
 
@@ -97,14 +98,18 @@ bool AnyTakesPart(const CPopProfile& profile, CTime now) {
                                [now](const auto& address) { return address->JudgeTakePart(now) != 0; });
 }
 
-// False when the mailbox cannot be listed.
-bool PrintPlan(const CRootPath& root, const CPopProfile& profile, CTime now) {
+// The exit code.
+int PrintPlan(const CRootPath& root, const CPopProfile& profile, CTime now) {
     std::cout << ShownName(root, profile.path) << "  " << ShowText(profile.setting.address) << "  ("
               << WhenDue(profile, now) << ")\n";
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) {
+        std::cout << "  A run leaves it out: " << why << '\n';
+        return kCannotWrite;
+    }
     PrintAddresses(profile, now);
     if (!AnyTakesPart(profile, now)) {
         std::cout << "  No address takes part, so nothing is done and no connection is made.\n";
-        return true;
+        return kDone;
     }
     std::cout << std::flush;
     const Inspection inspection = Inspect(profile, now);
@@ -116,7 +121,7 @@ bool PrintPlan(const CRootPath& root, const CPopProfile& profile, CTime now) {
                   << OneLine(failed.text, 100) << '\n'
                   << Paragraph(Advice(failed, Protocol::Pop, profile.setting), 2);
     }
-    return inspection.listed;
+    return inspection.listed ? kDone : kUnavailable;
 }
 
 Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
@@ -134,8 +139,13 @@ Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
             {"destinations", destinations}};
 }
 
-// Adds the plan to the list of JSON objects; false when the mailbox cannot be listed.
-bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTime now) {
+std::string WhyNotPlanned(const std::string& why_left_out, const Inspection& inspection) {
+    if (!why_left_out.empty() || inspection.listed) return why_left_out;
+    return Utf8OfServerText(inspection.listing.steps.back().text);
+}
+
+// Adds the plan to the list of JSON objects. Returns the exit code.
+int AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTime now) {
     const CTime due = profile.NextDue();
     Json addresses = Json::array();
     for (const auto& address : profile.forward_addresses) {
@@ -143,20 +153,22 @@ bool AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTim
                              {"address", Utf8FromText(address->setting.address)},
                              {"takes_part", address->JudgeTakePart(now) != 0}});
     }
-    const bool any = AnyTakesPart(profile, now);
+    const std::string why_left_out = WhyUnreadable(profile);
+    const bool any = why_left_out.empty() && AnyTakesPart(profile, now);
     const Inspection inspection = any ? Inspect(profile, now) : Inspection{.listing = {}, .plan = {}, .listed = true};
+    const std::string error = WhyNotPlanned(why_left_out, inspection);
     Json mails = Json::array();
     for (const CPlannedMail& planned : inspection.plan) mails.push_back(JsonOf(root, planned));
-    list.push_back(
-        {{"path", ShownName(root, profile.path)},
-         {"address", Utf8FromText(profile.setting.address)},
-         {"switched_on", profile.setting.status != 0},
-         {"due", profile.setting.status != 0 && due <= now},
-         {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
-         {"addresses", addresses},
-         {"error", inspection.listed ? Json() : Json(Utf8OfServerText(inspection.listing.steps.back().text))},
-         {"messages", mails}});
-    return inspection.listed;
+    list.push_back({{"path", ShownName(root, profile.path)},
+                    {"address", Utf8FromText(profile.setting.address)},
+                    {"switched_on", profile.setting.status != 0},
+                    {"due", profile.setting.status != 0 && due <= now},
+                    {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
+                    {"addresses", addresses},
+                    {"error", error.empty() ? Json() : Json(error)},
+                    {"messages", mails}});
+    if (!why_left_out.empty()) return kCannotWrite;
+    return inspection.listed ? kDone : kUnavailable;
 }
 
 int Plan(const Context& context, const std::vector<std::string>& names, bool as_json) {
@@ -165,16 +177,16 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
     if (chosen.empty())
         throw CommandError(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
-    bool good = true;
+    int exit_code = kDone;
     Json list = Json::array();
     for (const NamedProfile& named : chosen) {
         const CPopProfile& profile = *named.profile;
         const CTime now = std::time(nullptr);
-        const bool listed = as_json ? AddPlan(list, root, profile, now) : PrintPlan(root, profile, now);
-        good = good && listed;
+        const int one = as_json ? AddPlan(list, root, profile, now) : PrintPlan(root, profile, now);
+        exit_code = std::max(exit_code, one);
     }
     if (as_json) PrintJson(list);
-    return good ? kDone : kUnavailable;
+    return exit_code;
 }
 
 }  // namespace

@@ -252,6 +252,16 @@ TEST(HostPlan, TellsTheSameAsJson) {
     EXPECT_EQ(list[2]["error"], nullptr);
 }
 
+TEST(HostPlan, SaysThatAProfileIsLeftOut) {
+    Host host;
+    host.AddProfile(UnusedPort(), 1);
+    testing::WriteFile(host.Root() + "/user0/from0/forwardto0/forwardaddress.def", "");
+    EXPECT_THAT(host.Tell({"plan"}, 74), HasSubstr("A run leaves it out: cannot read \""));
+    const json list = json::parse(host.Tell({"plan", "--json"}, 74));
+    EXPECT_THAT(list[0]["error"].get<std::string>(), HasSubstr("forwardaddress.def\": it is empty"));
+    EXPECT_EQ(list[0]["messages"].size(), 0u);
+}
+
 // ---- status
 
 TEST(HostStatus, TellsWhatTheRunsDid) {
