@@ -110,6 +110,7 @@ CString ReasonOf(const CRunResult& result) {
     const CRunFailure* const failure = FailureOf(result);
     if (!failure) return {};
     CString reason = failure->reply.empty() ? failure->reason : failure->reply.substr(0, failure->reply.find('\r'));
+    if (reason.empty()) reason = "an empty answer";
     if (!failure->recipient.empty()) reason += " (" + failure->recipient + ')';
     return reason;
 }

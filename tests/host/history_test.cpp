@@ -279,6 +279,8 @@ TEST(RunWords, SayHowARunEnded) {
     result.delivery.reply = "550 no";
     result.delivery.recipient = "you@x";
     EXPECT_EQ(HowItEnded(result, 1, 60), "failed: 550 no (you@x)");
+    result.delivery.reply = "";
+    EXPECT_EQ(HowItEnded(result, 1, 60), "failed: an empty answer (you@x)");
     result = Ended(CRunEnding::Exception);
     result.exception = "no memory";
     EXPECT_EQ(HowItEnded(result, 1, 60), "failed: no memory");
