@@ -55,7 +55,8 @@ constexpr std::size_t kHeadlineColumns = 60;
 constexpr const char* kRootHasGone =
     "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
     "restarted";
-// Creates the tree when it is missing; its lock needs the directory.
+
+// The tree must be there: the lock stands in its directory.
 RootLock TakeRoot(const std::string& directory) {
     RequireRoot(directory);
     return RootLock::Take(directory, "serve", kLockTimeout);
