@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/real/mailbox_generator.h"
-#include "tests/real/real_servers.h"
-#include "tests/real/server_process.h"
+#include "tests/real/servers/mailbox_generator.h"
+#include "tests/real/servers/real_servers.h"
+#include "tests/real/servers/server_process.h"
 
 namespace tarvex::bench {
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "tests/real/mailbox_generator.h"
+#include "tests/real/servers/mailbox_generator.h"
 
 int main(int argc, char** argv) {
     using namespace tarvex::testing;

@@ -18,7 +18,7 @@
 #include <system_error>
 #include <thread>
 
-#include "tests/real/server_process.h"
+#include "tests/real/servers/server_process.h"
 
 namespace tarvex::bench {
 namespace {

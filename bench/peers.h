@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "bench/measure.h"
-#include "tests/real/real_servers.h"
+#include "tests/real/servers/real_servers.h"
 
 namespace tarvex::bench {
 

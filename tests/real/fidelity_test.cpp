@@ -5,7 +5,7 @@
 #include <map>
 
 #include "platform/net/sockets.h"
-#include "tests/real/servers_fixture.h"
+#include "tests/real/servers/servers_fixture.h"
 
 namespace tarvex::testing {
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tarvex/tarvex.h"
-#include "tests/real/real_servers.h"
+#include "tests/real/servers/real_servers.h"
 
 namespace tarvex::testing {
 

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "tests/real/servers_fixture.h"
+#include "tests/real/servers/servers_fixture.h"
 
 namespace tarvex::testing {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "tests/real/servers_fixture.h"
+#include "tests/real/servers/servers_fixture.h"
 
 namespace tarvex::testing {
 namespace {

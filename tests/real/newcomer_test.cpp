@@ -9,7 +9,7 @@
 
 #include "testing/child_process.h"
 #include "tests/real/mail_reader.h"
-#include "tests/real/servers_fixture.h"
+#include "tests/real/servers/servers_fixture.h"
 
 namespace tarvex::testing {
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tests/real/mail_reader.h"
-#include "tests/real/servers_fixture.h"
+#include "tests/real/servers/servers_fixture.h"
 
 namespace tarvex::testing {
 namespace {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <stdlib.h>
 
-#include "tests/real/servers_fixture.h"
+#include "tests/real/servers/servers_fixture.h"
 
 namespace tarvex::testing {
 namespace {

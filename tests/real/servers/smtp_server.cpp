@@ -6,7 +6,7 @@
 #include <array>
 #include <stdexcept>
 
-#include "tests/real/real_servers.h"
+#include "tests/real/servers/real_servers.h"
 
 namespace tarvex::testing {
 namespace {

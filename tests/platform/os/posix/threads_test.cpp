@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/platform/workers.h"
+#include "tests/platform/os/workers.h"
 #include "tests/support/process_facts.h"
 
 namespace tarvex {

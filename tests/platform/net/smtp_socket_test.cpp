@@ -11,7 +11,7 @@
 #include "platform/net/limits.h"
 #include "platform/net/sockets.h"
 #include "testing/scripted_server.h"
-#include "tests/platform/socket_tools.h"
+#include "tests/platform/net/socket_tools.h"
 #include "tests/support/net_tools.h"
 #include "tests/support/reset.h"
 

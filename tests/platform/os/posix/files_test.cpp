@@ -29,7 +29,7 @@
 #include <vector>
 
 #include "testing/temp_dir.h"
-#include "tests/platform/file_tools.h"
+#include "tests/platform/os/file_tools.h"
 #include "tests/support/posix/system_calls.h"
 
 namespace tarvex {

@@ -8,7 +8,7 @@
 
 #include <utility>
 
-#include "tests/platform/workers.h"
+#include "tests/platform/os/workers.h"
 #include "tests/support/process_facts.h"
 #include "tests/support/windows/replaced_import.h"
 

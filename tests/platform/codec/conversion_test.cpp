@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/codec/text.h"
-#include "tests/platform/reference_converter.h"
+#include "tests/platform/codec/reference_converter.h"
 #include "tests/support/allocation_failure.h"
 
 namespace tarvex {

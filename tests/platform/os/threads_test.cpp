@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "platform/os/system.h"
-#include "tests/platform/workers.h"
+#include "tests/platform/os/workers.h"
 #include "tests/support/process_facts.h"
 
 namespace tarvex {

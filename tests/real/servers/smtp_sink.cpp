@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "tests/real/real_servers.h"
+#include "tests/real/servers/real_servers.h"
 
 namespace tarvex::testing {
 namespace {

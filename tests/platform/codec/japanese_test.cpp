@@ -11,7 +11,7 @@
 
 #include "platform/codec/cp932_table.h"
 #include "platform/codec/text.h"
-#include "tests/platform/reference_converter.h"
+#include "tests/platform/codec/reference_converter.h"
 
 namespace tarvex {
 namespace {

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "testing/temp_dir.h"
-#include "tests/platform/file_tools.h"
+#include "tests/platform/os/file_tools.h"
 #include "tests/support/windows/replaced_import.h"
 
 extern "C" {

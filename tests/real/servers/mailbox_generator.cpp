@@ -1,6 +1,6 @@
 // The kinds of generated mail, and the Maildir that holds them.
 
-#include "tests/real/mailbox_generator.h"
+#include "tests/real/servers/mailbox_generator.h"
 
 #include <iconv.h>
 #include <openssl/evp.h>

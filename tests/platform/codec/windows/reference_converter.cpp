@@ -1,6 +1,6 @@
 // Windows' code pages, to compare our codecs with.
 
-#include "tests/platform/reference_converter.h"
+#include "tests/platform/codec/reference_converter.h"
 
 #include <windows.h>
 

@@ -12,8 +12,8 @@
 
 #include "testing/scripted_server.h"
 #include "testing/temp_dir.h"
-#include "tests/real/mailbox_generator.h"
-#include "tests/real/server_process.h"
+#include "tests/real/servers/mailbox_generator.h"
+#include "tests/real/servers/server_process.h"
 
 namespace tarvex::testing {
 

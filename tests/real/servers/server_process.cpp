@@ -1,6 +1,6 @@
 // Starting, watching and stopping of server programs.
 
-#include "tests/real/server_process.h"
+#include "tests/real/servers/server_process.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "testing/temp_dir.h"
-#include "tests/platform/file_tools.h"
+#include "tests/platform/os/file_tools.h"
 
 namespace tarvex {
 

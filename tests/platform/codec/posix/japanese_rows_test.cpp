@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/codec/japanese.h"
-#include "tests/platform/reference_converter.h"
+#include "tests/platform/codec/reference_converter.h"
 
 namespace tarvex {
 namespace {
