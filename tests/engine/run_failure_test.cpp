@@ -75,7 +75,12 @@ public:
         delivered_before_ = sink_.Delivered().size();
     }
 
+    void RefuseEverything() {
+        sink_.SetFault([](const std::string& command) { return command == "." ? "554 no" : ""; });
+    }
+
     DataTree& Tree() { return tree_; }
+    const CRunResult& Result() const { return result_; }
 
     // One run on a copy, on this thread, during which the n-th allocation fails. True when so many were made.
     bool RunFailing(long n, Outage outage) {
@@ -83,7 +88,12 @@ public:
         copy = profile_;
         const bool failed = Failing(n, outage, [&copy] { copy.DoOperation(); });
         CheckResult(copy.result);
+        result_ = copy.result;
         return failed;
+    }
+
+    void CheckLists(const Ids (&expected)[2]) {
+        for (std::size_t i = 0; i < 2; ++i) EXPECT_EQ(UidlsOnDisk(*profile_.forward_addresses[i]), expected[i]);
     }
 
     // What holds after any run: nothing is remembered, and nothing deleted on the server, that has not arrived.
@@ -161,6 +171,7 @@ private:
     DataTree tree_;
     CPopProfile& profile_ = tree_.AddProfile(mailbox_.Port(), sink_.Port());
     std::size_t delivered_before_ = 0;
+    CRunResult result_;  // of the last run
     std::string settings_;
 };
 
@@ -208,6 +219,25 @@ TEST(RunWithoutMemory, AtOneAllocationOfABatchLosesNothing) { CheckRuns(kBatch, 
 TEST(RunWithoutMemory, AtOneAllocationOfSingleCopiesLosesNothing) { CheckRuns(kSingle, Outage::Once); }
 TEST(RunWithoutMemory, FromOneAllocationOnInABatchLosesNothing) { CheckRuns(kBatch, Outage::Lasting); }
 TEST(RunWithoutMemory, FromOneAllocationOnInSingleCopiesLosesNothing) { CheckRuns(kSingle, Outage::Lasting); }
+
+// The server takes nothing, so every id that was noted has to be taken back, and memory runs out while that is done.
+TEST(RunWithoutMemory, LeavesTheListsAsTheyWereWhenIdsCannotBeTakenBack) {
+    Scene scene(kBatch);
+    scene.RefuseEverything();
+    const auto lists_left = [&scene] {
+        const auto& addresses = scene.Result().addresses;
+        return std::ranges::all_of(addresses, [](const auto& address) { return address.list == CSaved::Failed; });
+    };
+    // One allocation that fails in a file being saved costs one list, in taking back both.
+    long n = AllocationsOfARun(scene);
+    do {
+        scene.Prepare();
+        scene.RunFailing(n, Outage::Once);
+        scene.CheckDisk();
+    } while (--n > 0 && !HasFailure() && !(scene.Result().ending == CRunEnding::DeliveryFailed && lists_left()));
+    ASSERT_GT(n, 0) << "no allocation was one of taking back";
+    scene.CheckLists(kKnown);
+}
 
 // The host's own thread.
 

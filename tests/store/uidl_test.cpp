@@ -117,6 +117,12 @@ TEST_F(UidlFile, EmptyIdIsAnEmptyLineAndNotReadBack) {
     EXPECT_THAT(address_.uidls, ElementsAre("a", "b"));
 }
 
+TEST_F(UidlFile, IdThatWouldBeReadBackAsTwoIsNotSaved) {
+    address_.uidls = {"a", "b\nc", "d"};
+    EXPECT_EQ(address_.SaveUidlSetting(), 1);
+    EXPECT_EQ(ReadFile(File()), "a\r\nd\r\n");
+}
+
 TEST_F(UidlFile, EmptyListIsAnEmptyFile) {
     WriteFile(File(), "old\r\n");
     EXPECT_EQ(address_.SaveUidlSetting(), 1);

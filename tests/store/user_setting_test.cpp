@@ -77,6 +77,14 @@ TEST(UserSetting, BlanksBehindAStoredPasswordGoToTheDecoderWhichSkipsThem) {
     EXPECT_EQ(setting.password, "abc");
 }
 
+TEST(UserSetting, PasswordTypedInClearAsksForNoRewriting) {
+    const TempDir dir;
+    WriteFile(dir / "userset.def", "[password]\r\npa$$word!\r\n");
+    CUserSetting setting;
+    EXPECT_EQ(setting.Load(dir.String()), 1);
+    EXPECT_EQ(setting.password, "pa$$word!");
+}
+
 TEST(UserSetting, EmptyValueLeavesTheFieldAsItWas) {
     const TempDir dir;
     EXPECT_EQ(CUserSetting().Save(dir.String()), 1);
