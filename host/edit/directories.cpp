@@ -7,6 +7,7 @@
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/durable_files.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {

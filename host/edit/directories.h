@@ -42,9 +42,6 @@ private:
 // Deletes what is in that place, also what a killed command left there. False when something stays.
 bool DeleteAside(const CString& directory);
 
-// Waits until the entries of the directory are on disk. False when that fails.
-[[nodiscard]] bool SyncDirectory(const CString& directory);
-
 CString ParentOf(const CString& path);
 
 }  // namespace tarvex::host

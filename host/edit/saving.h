@@ -5,16 +5,11 @@
 
 #include <vector>
 
+#include "host/system/durable_files.h"
 #include "host/tree/keys.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
-
-enum class Saved {
-    No,        // all is as it was
-    Unsynced,  // the change is made, but may not survive a power failure
-    Yes,
-};
 
 // In the directory. For the settings of users, profiles and forwarding addresses, of which these keys were changed.
 template <class Record>

@@ -16,6 +16,7 @@
 #include "host/system/tree_owner.h"
 #include "host/terminal/tree_text.h"
 #include "host/terminal/wording.h"
+#include "host/tree/host_setting.h"
 #include "tarvex/conversion.h"
 
 namespace tarvex::host {
@@ -305,12 +306,14 @@ template <class Record>
 void SetValue(Record& record, const Key<Record>& key, std::string_view word) {
     if (const auto* const text = std::get_if<CString Record::*>(&key.field)) record.** text = TextValue(key, word);
     if (const auto* const number = std::get_if<int Record::*>(&key.field)) record.** number = NumberValue(key, word);
+    if (const auto* const flag = std::get_if<bool Record::*>(&key.field)) record.** flag = NumberValue(key, word) != 0;
     if (const auto* const moment = std::get_if<CTime Record::*>(&key.field)) record.** moment = ParseMoment(word);
 }
 
 template <class Record>
 std::string ShowValue(const Record& record, const Key<Record>& key) {
     if (const auto* const number = std::get_if<int Record::*>(&key.field)) return NumberText(key, record.**number);
+    if (const auto* const flag = std::get_if<bool Record::*>(&key.field)) return NumberText(key, record.**flag);
     if (const auto* const moment = std::get_if<CTime Record::*>(&key.field)) return ShowMoment(record.**moment);
     const CString& text = record.*std::get<CString Record::*>(key.field);
     if (key.type == KeyType::Password) return text.empty() ? "(none)" : "(set)";
@@ -320,6 +323,7 @@ std::string ShowValue(const Record& record, const Key<Record>& key) {
 template <class Record>
 nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key) {
     if (const auto* const number = std::get_if<int Record::*>(&key.field)) return record.**number;
+    if (const auto* const flag = std::get_if<bool Record::*>(&key.field)) return record.**flag ? 1 : 0;
     if (const auto* const moment = std::get_if<CTime Record::*>(&key.field)) {
         return ShowIsoTime(record.**moment);
     }
@@ -367,5 +371,9 @@ template const Key<CForwardAddressSetting>& KeyNamed(std::string_view);
 template void SetValue(CForwardAddressSetting&, const Key<CForwardAddressSetting>&, std::string_view);
 template std::string ShowValue(const CForwardAddressSetting&, const Key<CForwardAddressSetting>&);
 template nlohmann::ordered_json JsonValue(const CForwardAddressSetting&, const Key<CForwardAddressSetting>&);
+template const Key<HostRules>& KeyNamed(std::string_view);
+template void SetValue(HostRules&, const Key<HostRules>&, std::string_view);
+template std::string ShowValue(const HostRules&, const Key<HostRules>&);
+template nlohmann::ordered_json JsonValue(const HostRules&, const Key<HostRules>&);
 
 }  // namespace tarvex::host

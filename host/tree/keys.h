@@ -42,15 +42,17 @@ struct KeyInfo {
     std::span<const ValueWord> words = {};  // of a number; the first that fits is shown
     int lowest = 0;                         // of a number
     int highest = 0;
-    bool is_needed = false;  // never empty
+    bool is_needed = false;   // never empty
+    bool is_of_root = false;  // of the rules: not in a profile's folder
 };
 
 template <class Record>
 struct Key : KeyInfo {
-    std::variant<CString Record::*, int Record::*, CTime Record::*> field;
+    std::variant<CString Record::*, int Record::*, CTime Record::*, bool Record::*> field;
 };
 
-// In the order in which they are shown. For CAppSetting, CUserSetting, CPopProfileSetting and CForwardAddressSetting.
+// In the order in which they are shown. For CAppSetting, CUserSetting, CPopProfileSetting, CForwardAddressSetting
+// and HostRules (host/tree/host_setting.h).
 template <class Record>
 std::span<const Key<Record>> Keys();
 

@@ -1,0 +1,133 @@
+// Reads the rules of a tree from its host.def files.
+
+#include "host/tree/host_setting.h"
+
+#include <array>
+#include <charconv>
+#include <climits>
+#include <filesystem>
+#include <system_error>
+
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/system/durable_files.h"
+#include "host/system/paths.h"
+#include "host/tree/settings_sections.h"
+
+namespace tarvex::host {
+namespace {
+
+using R = HostRules;
+
+constexpr std::array kOnOff = {ValueWord{"on", 1}, ValueWord{"off", 0}};
+constexpr const char* kRules = "Rules";
+constexpr const char* kLimits = "Limits";
+constexpr const char* kService = "The whole tree";
+
+constexpr int kLongestEndOfData_s = 24 * 60 * 60;
+constexpr int kLongestRun_minutes = 7 * 24 * 60;
+constexpr int kLargestSize_MiB = 1 << 20;
+constexpr int kMostRuns = 100000;
+
+constexpr Key<R> Rule(const char* name, const char* group, bool R::*field, const char* meaning) {
+    return {{name, group, "on|off", meaning, KeyType::Number, "", kOnOff, 0, 1}, field};
+}
+
+constexpr Key<R> Limit(const char* name, const char* group, const char* placeholder, const char* unit, int highest,
+                       int R::*field, const char* meaning) {
+    return {{name, group, placeholder, meaning, KeyType::Number, unit, {}, 1, highest}, field};
+}
+
+constexpr Key<R> OfTheRoot(Key<R> key) {
+    key.is_of_root = true;
+    return key;
+}
+
+constexpr std::array kRuleKeys = {
+    Rule("setaside", kRules, &R::setaside, "on: set aside what a server refuses, and go on with the rest"),
+    Rule("sentonce", kRules, &R::sentonce, "on: never send an address again what a server has taken for it"),
+    Rule("loopguard", kRules, &R::loopguard, "on: set aside what goes round in circles"),
+    Rule("deletewaits", kRules, &R::deletewaits,
+         "on: delete a mail on the server only when every address that is switched on has it"),
+    Rule("floodguard", kRules, &R::floodguard, "on: wait when a mailbox that is known looks new"),
+    Rule("retrylast", kRules, &R::retrylast, "on: fetch last what could not be fetched before"),
+    Rule("backoff", kRules, &R::backoff, "on: wait longer after a failed login or connection"),
+    Rule("keyless", kRules, &R::keyless,
+         "on: leave a profile out whose settings file holds no key, and mail nothing to an address without \"@\""),
+    Limit("endofdata", kLimits, "SECONDS", "seconds", kLongestEndOfData_s, &R::endofdata,
+          "How long a server may take to answer the end of a message"),
+    Limit("runtime", kLimits, "MINUTES", "minutes", kLongestRun_minutes, &R::runtime, "How long a run may take"),
+    Limit("minspeed", kLimits, "BYTES", "bytes a second", INT_MAX, &R::minspeed,
+          "How fast a POP3 server must send, averaged over a minute"),
+    Limit("runsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::runsize, "Messages that one run holds in memory"),
+    Limit("floodlimit", kLimits, "MESSAGES", "messages", INT_MAX, &R::floodlimit,
+          "How many new messages are too many for floodguard"),
+    Limit("heldmessages", kLimits, "MESSAGES", "messages", INT_MAX, &R::heldmessages,
+          "How many messages of a profile may be set aside"),
+    Limit("heldsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::heldsize,
+          "How large the messages of a profile may be that are set aside"),
+    Limit("serverruns", kLimits, "RUNS", "runs", kMostRuns, &R::serverruns, "Runs at once to one server"),
+    OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
+    OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
+                    "Messages that all runs of the service hold in memory")),
+    OfTheRoot(Limit("allruns", kService, "RUNS", "runs", kMostRuns, &R::allruns, "Runs at once")),
+};
+
+CommandError BadFile(const CString& path, const std::string& why) {
+    return {kCannotWrite, '"' + ShowPath(path) + "\" " + why};
+}
+
+// "50 messages" is 50, as in the other files; but a text without a number is none. Rules must not be guessed.
+int NumberIn(const KeyInfo& key, const std::string& value, const CString& path) {
+    int number = 0;
+    const bool is_number = std::from_chars(value.data(), value.data() + value.size(), number).ec == std::errc();
+    if (is_number && number >= key.lowest && number <= key.highest) return number;
+    throw BadFile(path, "has a wrong value: " + std::string(key.name) + " cannot be \"" + ShowText(value) + "\" but " +
+                            std::to_string(key.lowest) + " to " + std::to_string(key.highest));
+}
+
+}  // namespace
+
+template <>
+std::span<const Key<HostRules>> Keys() {
+    return kRuleKeys;
+}
+
+HostRules RulesIn(const std::string& text, const CString& path, HostRules others, bool is_root) {
+    const SettingsSections file(text);
+    bool has_key = file.Find("version") != nullptr;
+    for (const Key<HostRules>& key : kRuleKeys) {
+        const SettingsSection* const section = file.Find(key.name);
+        if (!section) continue;
+        has_key = true;
+        const int number = NumberIn(key, section->Value().value(), path);
+        if (key.is_of_root && !is_root) continue;
+        if (const auto* const flag = std::get_if<bool R::*>(&key.field)) others.** flag = number != 0;
+        if (const auto* const limit = std::get_if<int R::*>(&key.field)) others.** limit = number;
+    }
+    if (!has_key) throw BadFile(path, "holds no key: it was cut short");
+    return others;
+}
+
+bool HasRules(const CString& root) {
+    std::error_code error;
+    return std::filesystem::symlink_status(NativePath(root + kHostSettingFile), error).type() !=
+           std::filesystem::file_type::not_found;
+}
+
+std::optional<HostRules> RulesOf(const CString& root) {
+    const CString path = root + kHostSettingFile;
+    const std::optional<std::string> text = ReadWholeFile(path);
+    if (!text) return std::nullopt;
+    return RulesIn(*text, path, {}, true);
+}
+
+std::optional<HostRules> RulesOf(const CString& root, const CString& profile) {
+    const std::optional<HostRules> rules = RulesOf(root);
+    if (!rules) return rules;
+    const CString path = profile + kHostSettingFile;
+    const std::optional<std::string> text = ReadWholeFile(path);
+    return text ? RulesIn(*text, path, *rules, false) : rules;
+}
+
+}  // namespace tarvex::host
