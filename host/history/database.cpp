@@ -25,9 +25,10 @@ void Require(int result, sqlite3* database) {
 
 bool DatabaseError::IsDamage() const {
     const int kind = code_ & 0xFF;
-    // SQLITE_ERROR: a statement does not fit the tables.
-    return kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB || kind == SQLITE_ERROR;
+    return kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB;
 }
+
+bool DatabaseError::IsOfStatement() const { return (code_ & 0xFF) == SQLITE_ERROR; }
 
 void Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 

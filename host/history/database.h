@@ -19,7 +19,8 @@ class DatabaseError : public std::runtime_error {
 public:
     DatabaseError(int code, const std::string& what) : std::runtime_error(what), code_(code) {}
 
-    bool IsDamage() const;  // the file is no database, is not whole, or is another's
+    bool IsDamage() const;       // the file is no database, or is not whole
+    bool IsOfStatement() const;  // it cannot be carried out, for one because it does not fit the tables
 
 private:
     int code_;  // of SQLite

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "host/history/run_words.h"
 #include "host/system/display.h"
@@ -27,6 +28,8 @@ using namespace std::chrono_literals;
 constexpr auto kLockPatience = 1000ms;
 constexpr std::size_t kMostWaiting = 1000;    // entries
 constexpr std::size_t kMostNotFetched = 100;  // of a run that are kept
+constexpr std::size_t kMostNotFetchedBytes = 20'000;
+constexpr std::size_t kMostTextBytes = 1000;  // of one text of a server or a mail
 constexpr std::uintmax_t kMostLogBytes = 400 * 1024;
 constexpr CTime kDay = 86400;
 
@@ -121,6 +124,31 @@ bool IsQuiet(const CRunResult& result) {
            result.settings != CSaved::Failed;
 }
 
+void Cut(CString& text) {
+    if (text.size() <= kMostTextBytes) return;
+    text.resize(kMostTextBytes);
+    text.shrink_to_fit();
+}
+
+// Long answers to many commands, over many runs, must fill neither the disk nor the memory of those that wait for it.
+void Shorten(CRunResult& result) {
+    for (CRunFailure* const why : {&result.mailbox, &result.delivery}) {
+        for (CString* const text : {&why->reply, &why->reason, &why->uidl, &why->sender, &why->recipient}) Cut(*text);
+    }
+    std::size_t kept = 0;
+    std::size_t bytes = 0;
+    for (CNotFetchedMail& mail : result.not_fetched) {
+        for (CString* const text : {&mail.uidl, &mail.reply, &mail.reason}) {
+            Cut(*text);
+            bytes += text->size();
+        }
+        if (bytes > kMostNotFetchedBytes || kept == kMostNotFetched) break;
+        ++kept;
+    }
+    result.not_fetched.resize(kept);
+    result.not_fetched.shrink_to_fit();
+}
+
 // Refuses what a newer program has written.
 std::int64_t SchemaVersion(Database& database) {
     const std::int64_t version = database.Number("PRAGMA user_version");
@@ -137,6 +165,29 @@ void BringUpToDate(Database& database) {
     for (auto i = static_cast<std::size_t>(version); i < kSchemas.size(); ++i) database.Run(kSchemas[i]);
     database.Run(("PRAGMA user_version = " + std::to_string(kSchemas.size())).c_str());
     transaction.Commit();
+}
+
+std::vector<std::string> TablesOf(Database& database) {
+    std::vector<std::string> tables;
+    Statement made = database.Prepare("SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL");
+    while (made.Next()) tables.push_back(made.Text(0));
+    return tables;
+}
+
+// Whether no statement of ours can fit the file: it lacks tables, or is another program's.
+bool HasOtherTables(const std::string& utf8_path) {
+    try {
+        Database found(utf8_path, Database::Use::Read, kLockPatience);
+        const std::vector<std::string> tables = TablesOf(found);
+        const std::int64_t version = SchemaVersion(found);
+        if (version == 0) return !tables.empty();  // ours gets its tables and its version at once
+        Database expected(":memory:", Database::Use::Write, kLockPatience);
+        for (std::int64_t i = 0; i < version; ++i) expected.Run(kSchemas[static_cast<std::size_t>(i)]);
+        const auto is_there = [&](const std::string& table) { return std::ranges::count(tables, table) != 0; };
+        return !std::ranges::all_of(TablesOf(expected), is_there);
+    } catch (const DatabaseError&) {
+        return false;
+    }
 }
 
 // SQLite would wait for whoever opens the other end of a pipe.
@@ -171,6 +222,7 @@ HistoryWriter::HistoryWriter(std::string root, Tell tell, std::chrono::milliseco
     : root_(std::move(root)), tell_(std::move(tell)), retry_after_(retry_after) {}
 
 void HistoryWriter::Add(const CString& profile_path, PastRun run) {
+    Shorten(run.result);
     waiting_.push_back({ProfileKey(profile_path), DirectoryIdentity(profile_path), std::move(run)});
     if (waiting_.size() > kMostWaiting) waiting_.pop_front();
     if (failing_ && std::chrono::steady_clock::now() < next_try_) return;
@@ -179,7 +231,7 @@ void HistoryWriter::Add(const CString& profile_path, PastRun run) {
 
 void HistoryWriter::Write() {
     std::optional<DatabaseError> error = TryToWrite();
-    if (error && error->IsDamage() && SetAside()) {
+    if (error && IsUseless(*error) && SetAside()) {
         tell_("the history of runs was damaged (" + std::string(error->what()) + "); it was set aside as " +
               ShowPath(root_ + kDamagedFile) + ", and a new one is begun");
         error = TryToWrite();
@@ -189,6 +241,11 @@ void HistoryWriter::Write() {
     tell_(error ? "the history of runs cannot be written (" + std::string(error->what()) +
                       "); mail is forwarded all the same"
                 : "the history of runs is written again");
+}
+
+// Whether the file itself is to blame, and not what is around it.
+bool HistoryWriter::IsUseless(const DatabaseError& error) const {
+    return error.IsDamage() || (error.IsOfStatement() && HasOtherTables(PathAsUtf8(root_ + kFile)));
 }
 
 std::optional<DatabaseError> HistoryWriter::TryToWrite() {
@@ -291,7 +348,7 @@ void HistoryWriter::InsertDetails(std::int64_t run, const CRunResult& result) {
             .Run();
     }
     Statement mail = database_->Prepare("INSERT INTO not_fetched VALUES (?, ?, ?, ?, ?, ?)");
-    for (std::size_t i = 0; i < std::min(result.not_fetched.size(), kMostNotFetched); ++i) {
+    for (std::size_t i = 0; i < result.not_fetched.size(); ++i) {
         const CNotFetchedMail& lost = result.not_fetched[i];
         mail.With(run, i, lost.uidl, Word(lost.failure_class), lost.reply, lost.reason).Run();
     }

@@ -24,7 +24,8 @@ struct PastRun {
 };
 
 // A profile's runs since it was made. The numbers only grow: they outlive the single runs, of which the newest
-// kKeptRuns of the last kKeptDays are kept, and of quiet ones in a row (nothing new) the last.
+// kKeptRuns of the last kKeptDays are kept, and of quiet ones in a row (nothing new) the last. Of what a server can
+// make long only a beginning is kept.
 struct ProfileHistory {
     std::int64_t runs = 0;
     std::int64_t failed = 0;
@@ -70,6 +71,7 @@ private:
     void InsertRun(std::int64_t profile, const PastRun& run);
     void InsertDetails(std::int64_t run, const CRunResult& result);
     void DropOld(std::int64_t profile, CTime now);
+    bool IsUseless(const DatabaseError& error) const;
     bool SetAside();
 
     const std::string root_;

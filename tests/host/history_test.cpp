@@ -209,10 +209,29 @@ TEST_F(History, ADamagedOneIsSetAsideAndBegunAnew) {
 
 TEST_F(History, OneWithOtherTablesIsSetAside) {
     fs::create_directories(root_ + "/.tarvex");
-    Database(Uri(), Database::Use::Write, 1s).Run("CREATE TABLE other (x); PRAGMA user_version = 1");
+    for (const char* const tables : {"CREATE TABLE other (x); PRAGMA user_version = 1", "CREATE TABLE runs (x)"}) {
+        fs::remove(Uri());
+        fs::remove(Uri() + "-wal");
+        told_.clear();
+        Database(Uri(), Database::Use::Write, 1s).Run(tables);
+        Add(100, DeliveredMails(1, 1));
+        EXPECT_EQ(Read().runs, 1);
+        EXPECT_EQ(told_.size(), 1u);
+    }
+}
+
+// A trigger that somebody added and that fails, say.
+TEST_F(History, OneInWhichAStatementFailsForAnotherReasonIsKept) {
     Add(100, DeliveredMails(1, 1));
+    Database(Uri(), Database::Use::Write, 1s).Run("CREATE TRIGGER mine BEFORE INSERT ON runs BEGIN SELECT none(); END");
+    HistoryWriter writer = Writer();
+    Add(writer, 200, DeliveredMails(1, 1));
+    ASSERT_EQ(told_.size(), 1u);
+    EXPECT_NE(told_[0].find("cannot be written"), std::string::npos) << told_[0];
     EXPECT_EQ(Read().runs, 1);
-    EXPECT_EQ(told_.size(), 1u);
+    Database(Uri(), Database::Use::Write, 1s).Run("DROP TRIGGER mine");
+    Add(writer, 300, DeliveredMails(1, 1));
+    EXPECT_EQ(Read().runs, 3);
 }
 
 TEST_F(History, OneOfANewerProgramStaysAsItIs) {
@@ -238,6 +257,23 @@ TEST_F(History, WhatCannotBeWrittenIsSaidOnceAndWrittenLater) {
     ASSERT_EQ(told_.size(), 2u);
     EXPECT_EQ(told_[1], "the history of runs is written again");
     EXPECT_EQ(Read().runs, 3);
+}
+
+TEST_F(History, StaysSmallWhateverServersSay) {
+    const std::string endless(64 * 1024, 'x');
+    CRunResult result = Ended(CRunEnding::MailboxFailed);
+    result.mailbox = {CRunStage::Retrieve, CFailureClass::Permanent, endless, endless, endless, endless, endless};
+    for (int i = 0; i < 10'000; ++i) result.not_fetched.push_back({"id", CFailureClass::Permanent, "-ERR no", ""});
+    Add(100, result);
+    EXPECT_EQ(Read().last.result.not_fetched.size(), 100u);
+    EXPECT_EQ(Read().last.result.mailbox.reply, endless.substr(0, 1000));
+
+    result.not_fetched.resize(10);
+    for (auto& mail : result.not_fetched) mail = {endless, CFailureClass::Permanent, endless, endless};
+    for (int i = 0; i < 20; ++i) Add(200 + i, result);
+    EXPECT_EQ(Read().last.result.not_fetched.size(), 6u);
+    Database(Uri(), Database::Use::Write, 1s).Run("PRAGMA wal_checkpoint(TRUNCATE)");
+    EXPECT_LT(fs::file_size(Uri()), 1u << 20);
 }
 
 // What commands that end leave in SQLite's log, the next ones must not pile up.
