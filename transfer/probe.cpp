@@ -15,6 +15,7 @@
 #include "platform/net/sockets.h"
 #include "platform/os/shield.h"
 #include "tarvex/mail.h"
+#include "transfer/failure_meaning.h"
 #include "transfer/pop_conversation.h"
 #include "transfer/smtp_opening.h"
 #include "transfer/smtp_replies.h"
@@ -41,52 +42,8 @@ CProbeStepKind KindOf(ConnectStep step) {
 }
 
 CProbeReason ReasonOf(FailureKind kind, std::string_view reply) {
-    switch (kind) {
-        case FailureKind::NotListening:
-            return CProbeReason::NotListening;
-        case FailureKind::NoRoute:
-            return CProbeReason::NoRoute;
-        case FailureKind::CertificateOfOther:
-            return CProbeReason::OtherName;
-        case FailureKind::CertificateOutOfDate:
-            return CProbeReason::OutOfDate;
-        case FailureKind::CertificateNotTrusted:
-            return CProbeReason::NotTrusted;
-        case FailureKind::None:
-            return IsForNow(reply) || reply.starts_with('4') ? CProbeReason::ForNow : CProbeReason::None;
-        default:
-            return CProbeReason::None;
-    }
-}
-
-CProbeFailure FailureOf(FailureKind kind) {
-    switch (kind) {
-        case FailureKind::None:
-            return PROBE_REFUSED;
-        case FailureKind::NoSuchServer:
-            return PROBE_NO_SUCH_SERVER;
-        case FailureKind::NotListening:
-        case FailureKind::NoRoute:
-        case FailureKind::NoConnection:
-            return PROBE_NO_CONNECTION;
-        case FailureKind::TimedOut:
-            return PROBE_TIMED_OUT;
-        case FailureKind::NoTls:
-            return PROBE_NO_TLS;
-        case FailureKind::CertificateOfOther:
-        case FailureKind::CertificateOutOfDate:
-        case FailureKind::CertificateNotTrusted:
-        case FailureKind::CertificateNotAccepted:
-            return PROBE_BAD_CERTIFICATE;
-        case FailureKind::Protocol:
-            return PROBE_WRONG_PROTOCOL;
-        case FailureKind::Lost:
-        case FailureKind::Interrupted:
-            return PROBE_LOST;
-        case FailureKind::Local:
-            break;
-    }
-    return PROBE_LOCAL;
+    if (kind == FailureKind::None && (IsForNow(reply) || reply.starts_with('4'))) return CProbeReason::ForNow;
+    return MeaningOf(kind).reason;
 }
 
 // A run takes any greeting of POP3 for a success that does not begin with "-", so that another protocol is only noticed
@@ -121,7 +78,7 @@ public:
         const Failure& failure = socket_.LastFailure();
         if (step.kind == PROBE_GREETING && !failure) speaks_otherwise_ = !is_greeting_(step.text);
         if (success) return true;
-        step.failure = speaks_otherwise_ ? PROBE_WRONG_PROTOCOL : FailureOf(failure.kind);
+        step.failure = speaks_otherwise_ ? PROBE_WRONG_PROTOCOL : MeaningOf(failure.kind).in_probe;
         step.reason = ReasonOf(failure.kind, step.text);
         if (failure) step.text = failure.reason;
         return false;

@@ -3,47 +3,18 @@
 #include "transfer/run_failure.h"
 
 #include "platform/os/shield.h"
+#include "transfer/failure_meaning.h"
 #include "transfer/pop_conversation.h"
 #include "transfer/smtp_replies.h"
 
 namespace tarvex {
-namespace {
-
-CFailureClass ClassOf(FailureKind kind) {
-    switch (kind) {
-        case FailureKind::None:
-            return CFailureClass::None;
-        case FailureKind::TimedOut:
-            return CFailureClass::TimeOut;
-        case FailureKind::Protocol:
-            return CFailureClass::Protocol;
-        case FailureKind::Interrupted:
-        case FailureKind::Local:
-            return CFailureClass::Local;
-        case FailureKind::NoSuchServer:
-        case FailureKind::NotListening:
-        case FailureKind::NoRoute:
-        case FailureKind::NoConnection:
-        case FailureKind::NoTls:
-        case FailureKind::CertificateOfOther:
-        case FailureKind::CertificateOutOfDate:
-        case FailureKind::CertificateNotTrusted:
-        case FailureKind::CertificateNotAccepted:
-        case FailureKind::Lost:
-            break;
-    }
-    return CFailureClass::Connection;
-}
-
-}  // namespace
-
 CFailureClass PopClass(const Refusal& refusal) {
-    if (refusal.failure) return ClassOf(refusal.failure.kind);
+    if (refusal.failure) return MeaningOf(refusal.failure.kind).in_result;
     return IsForNow(refusal.reply) ? CFailureClass::Transient : CFailureClass::Permanent;
 }
 
 CFailureClass SmtpClass(const Refusal& refusal) {
-    if (refusal.failure) return ClassOf(refusal.failure.kind);
+    if (refusal.failure) return MeaningOf(refusal.failure.kind).in_result;
     if (IsCode(refusal.reply, "421")) return CFailureClass::Connection;
     if (refusal.reply.starts_with('4')) return CFailureClass::Transient;
     return refusal.reply.starts_with('5') ? CFailureClass::Permanent : CFailureClass::Protocol;
