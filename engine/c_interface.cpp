@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "engine/c_result.h"
+#include "engine/worker.h"
 #include "platform/codec/japanese.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
@@ -83,7 +84,7 @@ void StartDueRuns(tarvex_root& root) {
     for (const auto& user : root.tree.users) {
         for (const auto& profile : user->profiles) {
             if (profile->JudgeDoOperation() == 0) continue;
-            if (StartRun(root.tree, *profile) != CStartResult::CouldNotBegin) continue;
+            if (StartCopy(root.tree, *profile) != CStartResult::CouldNotBegin) continue;
             Shielded([&] {
                 CRunResult result;
                 result.ending = CRunEnding::CouldNotBegin;

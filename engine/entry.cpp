@@ -63,6 +63,14 @@ void RunDueProfiles(CRootPath& root) {
 
 }  // namespace
 
+CStartResult StartCopy(CRootPath& root, CPopProfile& profile) {
+    if (IsRunning(root, profile.path)) return CStartResult::AlreadyRunning;
+    if (!AddCopy(root, profile)) return CStartResult::CouldNotBegin;
+    if (StartWorker(root)) return CStartResult::Started;
+    root.running_copies.pop_back();
+    return CStartResult::CouldNotBegin;
+}
+
 unsigned WorkerProcedure(void* profile_copy) {
     if (!profile_copy) return 1;
     auto& copy = *static_cast<CPopProfile*>(profile_copy);
@@ -82,14 +90,10 @@ void Tarvex(CRootPath* root) {
 }
 
 CStartResult StartRun(CRootPath& root, CPopProfile& profile) {
-    if (tarvex::IsRunning(root, profile.path)) return CStartResult::AlreadyRunning;
     const CTime last_time = std::exchange(profile.setting.lasttime, tarvex::CurrentTime());
-    if (tarvex::AddCopy(root, profile)) {
-        if (tarvex::StartWorker(root)) return CStartResult::Started;
-        root.running_copies.pop_back();
-    }
-    profile.setting.lasttime = last_time;
-    return CStartResult::CouldNotBegin;
+    const CStartResult result = tarvex::StartCopy(root, profile);
+    if (result != CStartResult::Started) profile.setting.lasttime = last_time;
+    return result;
 }
 
 void InterruptRuns(CRootPath& root) {

@@ -1,6 +1,11 @@
 #pragma once
 
+#include "tarvex/tarvex.h"
+
 namespace tarvex {
+
+// What StartRun does, with lasttime as it is.
+CStartResult StartCopy(CRootPath& root, CPopProfile& profile);
 
 // The procedure of a worker thread: runs the profile copy that is its parameter, then clears the copy's worker-thread
 // field. A short run may end before the entry has set that field, so it waits until the field is set: otherwise the

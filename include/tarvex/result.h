@@ -92,7 +92,7 @@ struct TARVEX_API CRunResult {
 
     int messages_listed = 0;          // on the server; 0 until the mailbox was listed
     int messages_fetched = 0;         // in memory, whole
-    int messages_not_fetched = 0;     // wanted, and not got
+    int messages_not_fetched = 0;     // wanted, and not got; 0 where the mailbox failed before the first RETR
     int messages_delivered = 0;       // taken by the SMTP server for every address that lacked them, one at least
     int copies = 0;                   // taken by it for one address: the sum over the addresses
     std::int64_t bytes_received = 0;  // over the wire, from both servers, TLS included
