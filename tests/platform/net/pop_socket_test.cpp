@@ -23,6 +23,7 @@ namespace tarvex {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using testing::kHost;
 using testing::kLong_s;
 using testing::Peer;
@@ -107,9 +108,10 @@ TEST(PopSocket, ApopSendsTheDigestOfTimestampAndPassword) {
 }
 
 TEST(PopSocket, MultiLineAnswersAreWholeHoweverTheyArrive) {
-    // Not one of the lines within is the end: a bare LF or CR does not make a line.
+    // Not one of the lines within is the end: a bare LF or CR does not make a line, nor does one beside a NUL.
     const std::string text =
-        "+OK\r\na\r\n..\r\n..b\r\n\n.\n\n.\r\n\r.\r\r\n.\n\r\n.\rx\r\n\r\n. \r\n.x\r\n\r.\r\n \r\n.\r\n";
+        "+OK\r\na\r\n..\r\n..b\r\n\n.\n\n.\r\n\r.\r\r\n.\n\r\n.\rx\r\n\r\n. \r\n.x\r\n\r.\r\n \r"s +
+        "\0\n.\r\n.\0\r\n\0.\r\n\r\n.\r\n"s;
     for (const std::size_t piece_bytes : {1U, 2U, 3U, 7U, 4096U}) {
         ScriptedServer server([&](Peer& peer) {
             peer.Drip("+OK ready\r\n", 1ms, piece_bytes);
@@ -172,7 +174,8 @@ TEST(PopSocket, AStatusLineBeforeLinesMayEndWithBareLf) {
 }
 
 TEST(PopSocket, AReplyIsNegativeByItsFirstCharacterAlone) {
-    const std::vector<std::string> positive = {"HTTP/1.1 400 Bad Request", "", " -ERR", "OK", "500 no", "\x01\xff"};
+    const std::vector<std::string> positive = {
+        "HTTP/1.1 400 Bad Request", "", " -ERR", "OK", "500 no", "\x01\xff", "\0-ERR"s, "+OK\0\r\0"s};
     const std::vector<std::string> negative = {"-", "-OK", "--"};
     ScriptedServer server([&](Peer& peer) {
         peer.Send("220 ready\r\n");

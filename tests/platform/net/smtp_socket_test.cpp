@@ -19,6 +19,7 @@ namespace tarvex {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using testing::kHost;
 using testing::kLong_s;
 using testing::Peer;
@@ -141,9 +142,26 @@ TEST(SmtpSocket, RepliesAreWholeHoweverTheyArrive) {
 
 TEST(SmtpSocket, AReplyEndsWithTheLineWithoutAHyphenAsItsFourthCharacter) {
     const std::vector<std::string> replies = {
-        "",           "2",         "25",      "+OK",     "250",     "2500",           "250x",
-        "250\tok",    "25x no",    " 250 ok", "-250-ok", "250 -ok", "250-a\r\n550 b", "250-a\r\nb-c",
-        "25x-a\r\n-", "250-a\r\n",
+        "",
+        "2",
+        "25",
+        "+OK",
+        "250",
+        "2500",
+        "250x",
+        "250\tok",
+        "25x no",
+        " 250 ok",
+        "-250-ok",
+        "250 -ok",
+        "250-a\r\n550 b",
+        "250-a\r\nb-c",
+        "25x-a\r\n-",
+        "250-a\r\n",
+        "\0"s,
+        "25\0 x"s,
+        "250\0-x"s,
+        "250-a\0b\r\n250 \r\0"s,
     };
     ScriptedServer server([&](Peer& peer) {
         peer.Send("220 ready\r\n");
