@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "host/service/control_messages.h"
-#include "host/service/posix/descriptor.h"
+#include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {
 

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <string>
 
-#include "host/service/posix/descriptor.h"
+#include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {
 

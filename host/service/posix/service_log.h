@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "host/service/posix/descriptor.h"
+#include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {
 

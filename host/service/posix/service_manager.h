@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "host/service/posix/descriptor.h"
+#include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {
 

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "host/service/posix/descriptor.h"
+#include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {
 

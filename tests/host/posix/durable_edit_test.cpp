@@ -1,90 +1,28 @@
 // Edits and power failures: what was synced survives, and nothing else.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <filesystem>
-#include <map>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/edit/edit.h"
-#include "host/service/posix/descriptor.h"
 #include "host/system/command_error.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/schedule_text.h"
 #include "testing/temp_dir.h"
 #include "tests/host/edit_words.h"
+#include "tests/host/posix/durable_disk.h"
 #include "tests/support/posix/system_calls.h"
 
 namespace tarvex::testing {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::AnyOf;
 using ::testing::StartsWith;
-
-// What a power failure leaves of a directory in the worst case: of each file the content of its last sync, of each
-// directory the entries of its last sync. What was there at the start counts as synced.
-class DurableDisk {
-public:
-    explicit DurableDisk(const fs::path& root) : root_(Number(root)) {
-        Keep(root);
-        for (const auto& entry : fs::recursive_directory_iterator(root)) Keep(entry.path());
-    }
-
-    void Synced(int descriptor) { Keep("/proc/self/fd/" + std::to_string(descriptor)); }
-
-    void RestoreTo(const fs::path& target) const { Restore(root_, target); }
-
-private:
-    struct Entry {
-        ino_t number;
-        bool is_directory;
-    };
-
-    static ino_t Number(const fs::path& path) {
-        struct stat status {};
-        EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-        return status.st_ino;
-    }
-
-    void Keep(const fs::path& path) {
-        held_.emplace_back(open(path.c_str(), O_RDONLY | O_CLOEXEC));  // so that its number is not used again
-        const ino_t number = Number(path);
-        if (!fs::is_directory(path)) {
-            files_[number] = ReadFile(path);
-            return;
-        }
-        auto& entries = directories_[number];
-        entries.clear();
-        for (const auto& entry : fs::directory_iterator(path)) {
-            entries[entry.path().filename()] = {Number(entry.path()), entry.is_directory()};
-        }
-    }
-
-    void Restore(ino_t number, const fs::path& target) const {
-        const auto directory = directories_.find(number);
-        if (directory == directories_.end()) return;
-        for (const auto& [name, entry] : directory->second) {
-            if (entry.is_directory) {
-                fs::create_directory(target / name);
-                Restore(entry.number, target / name);
-            } else {
-                const auto file = files_.find(entry.number);
-                WriteFile(target / name, file == files_.end() ? "" : file->second);
-            }
-        }
-    }
-
-    ino_t root_;
-    std::vector<host::Descriptor> held_;
-    std::map<ino_t, std::string> files_;
-    std::map<ino_t, std::map<std::string, Entry>> directories_;
-};
 
 template <class Object>
 std::string SettingText(const CRootPath& root, const Object& object) {

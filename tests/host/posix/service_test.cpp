@@ -26,9 +26,9 @@
 #include <vector>
 
 #include "host/service/posix/control_socket.h"
-#include "host/service/posix/descriptor.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
+#include "host/system/posix/descriptor.h"
 #include "tests/host/edit_words.h"
 #include "tests/support/host_program.h"
 

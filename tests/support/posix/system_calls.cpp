@@ -30,7 +30,7 @@ bool Record(const char* verb, const char* name = "") {
         kill(getpid(), SIGKILL);
     }
     errno = EIO;
-    return call == system_calls.failing;
+    return call == system_calls.failing || system_calls.calls.size() == system_calls.failing_number;
 }
 
 int Rename(int old_directory, const char* old_name, int new_directory, const char* new_name) {
@@ -119,6 +119,7 @@ extern "C" int openat(int directory, const char* name, int flags, ...) {
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     if (Refuses(Look::Open, name)) return -1;
+    if (system_calls.contents && (flags & O_CREAT) != 0 && Record("create ", name)) return -1;
     const int descriptor = next(directory, name, flags, mode);
     if (refusal) {
         const bool is_meant = std::string_view(name).ends_with(refusal->path_end);
@@ -140,6 +141,13 @@ extern "C" int fstatat(int directory, const char* path, struct stat* status, int
 extern "C" ssize_t read(int descriptor, void* buffer, std::size_t bytes) {
     static auto* const next = Next("read", read);
     return Refuses(Look::Read, descriptor) ? -1 : next(descriptor, buffer, bytes);
+}
+
+extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t count) {
+    static auto* const next = Next("write", write);
+    struct stat status {};
+    const bool is_meant = system_calls.contents && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    return is_meant && Record("write") ? -1 : next(descriptor, bytes, count);
 }
 
 extern "C" dirent* readdir(DIR* directory) {

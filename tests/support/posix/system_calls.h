@@ -12,11 +12,14 @@ namespace tarvex::testing {
 
 struct SystemCalls {
     bool recording = false;
-    std::vector<std::string> calls;  // "sync file", "sync directory", "rename", "make", "delete NAME"
+    // "sync file", "sync directory", "rename", "make", "delete NAME"; with `contents` also "create NAME" and "write"
+    std::vector<std::string> calls;
     std::string failing;
     std::string deadly;
     std::size_t deadly_number = 0;                          // counted from 1
     std::function<bool(int descriptor)> on_sync = nullptr;  // before each sync, which fails when it says false
+    bool contents = false;
+    std::size_t failing_number = 0;  // counted from 1
 };
 
 extern SystemCalls system_calls;
