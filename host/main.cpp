@@ -94,6 +94,7 @@ int main(int argc, char** argv) {
     AddInitCommands(app, context);
     AddTreeCommands(app, context);
     AddScheduleCommands(app, context);
+    AddRulesCommands(app, context);
     AddRunCommand(app, context);
     AddServeCommand(app, context);
     AddCheckCommand(app, context);

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 
 namespace {
@@ -84,6 +85,8 @@ int main(int argc, char** argv) {
             PrintKeys<CPopProfileSetting>(page);
         } else if (file == "forwardaddress.def") {
             PrintKeys<CForwardAddressSetting>(page);
+        } else if (file == "host.def") {
+            PrintKeys<HostRules>(page);
         } else {
             std::cerr << argv[1] << ": no table for " << file << '\n';
             return 65;

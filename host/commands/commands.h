@@ -22,6 +22,7 @@ struct Context {
 void AddInitCommands(CLI::App& app, Context& context);
 void AddTreeCommands(CLI::App& app, Context& context);
 void AddScheduleCommands(CLI::App& app, Context& context);
+void AddRulesCommands(CLI::App& app, Context& context);
 void AddRunCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
 void AddCheckCommand(CLI::App& app, Context& context);

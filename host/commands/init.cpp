@@ -10,11 +10,15 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/key_options.h"
+#include "host/commands/submit.h"
 #include "host/edit/survival.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/system/prompt.h"
 #include "host/system/tree_owner.h"
+#include "host/terminal/password_source.h"
+#include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
@@ -55,8 +59,28 @@ void RequireSurvivalOf(const CAppSetting& setting, const std::vector<const Key<C
     RequireSurvival(setting, keys, TemporaryDirectory());
 }
 
+// A tree without users is new: it gets its rules at once. One that is in use is changed only when somebody wants it.
+void GiveRules(const std::string& directory, bool wanted) {
+    CRootPath root;
+    OpenTree(root, directory);
+    if (HasRules(directory)) {
+        if (wanted) std::cout << "The tree has rules already; `tarvex rules show` shows them.\n";
+        return;
+    }
+    const bool is_new = root.users.empty() && root.users_loaded.whole;
+    if (!is_new && !wanted && !CanAsk()) {
+        std::cout
+            << "The tree has no rules (no host.def) that keep it safe when it is left alone; `tarvex init --rules` "
+               "adds them.\n";
+        return;
+    }
+    if (is_new || wanted || AskYes("The tree has no rules that keep it safe when it is left alone. Add them?")) {
+        SubmitTo(directory, EditRequest(EditKind::Rules, EditVerb::Add, ""));
+    }
+}
+
 // Makes the tree, and remembers it unless --root names it for this command alone.
-int Init(const Context& context, const std::string& given) {
+int Init(const Context& context, const std::string& given, bool wants_rules) {
     if (context.root_option && !given.empty())
         throw CommandError(kBadUsage, "give either --root or a directory to remember");
     CAppSetting setting;
@@ -78,10 +102,13 @@ int Init(const Context& context, const std::string& given) {
         throw CommandError(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
     }
     std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
+    if (!context.root_option) {
+        SaveSettings(setting);
+        std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory() + "\\appset.def") << ".\n";
+    }
+    GiveRules(directory, wants_rules);
     if (context.root_option) return kDone;
 
-    SaveSettings(setting);
-    std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory() + "\\appset.def") << ".\n";
     CRootPath root;
     OpenTree(root, directory);
     if (root.users.empty()) std::cout << "Next: tarvex user add NAME\n";
@@ -119,14 +146,18 @@ int SetAppSettings(const KeyOptions& keys) {
 void AddInitCommands(CLI::App& app, Context& context) {
     CLI::App* const init = app.add_subcommand("init", "Make a data tree, and remember where it is.");
     auto directory = std::make_shared<std::string>();
+    auto rules = std::make_shared<bool>(false);
     init->add_option("DIR", *directory,
                      "Where; remembered in appset.def for all later commands. Without it the tree that appset.def "
                      "names, else " +
                          ShowPath(UsualRootDirectory()) +
                          ". With --root in its place the tree is made and not remembered")
         ->option_text(" ");
-    init->callback(
-        [&context, directory] { context.command = [&context, directory] { return Init(context, *directory); }; });
+    init->add_flag("--rules", *rules,
+                   "Give a tree that is in use its rules, too, without asking; a new one gets them anyway");
+    init->callback([&context, directory, rules] {
+        context.command = [&context, directory, rules] { return Init(context, *directory, *rules); };
+    });
 
     CLI::App* const settings =
         app.add_subcommand("settings", "The settings of tarvex itself: appset.def.")->require_subcommand(1);

@@ -6,6 +6,7 @@
 
 #include "host/system/command_error.h"
 #include "host/terminal/password_source.h"
+#include "host/tree/host_setting.h"
 
 namespace tarvex::host {
 namespace {
@@ -89,5 +90,6 @@ template void KeyOptions::AddTo<CAppSetting>(CLI::App&, const std::vector<std::s
 template void KeyOptions::AddTo<CUserSetting>(CLI::App&, const std::vector<std::string_view>&);
 template void KeyOptions::AddTo<CPopProfileSetting>(CLI::App&, const std::vector<std::string_view>&);
 template void KeyOptions::AddTo<CForwardAddressSetting>(CLI::App&, const std::vector<std::string_view>&);
+template void KeyOptions::AddTo<HostRules>(CLI::App&, const std::vector<std::string_view>&);
 
 }  // namespace tarvex::host

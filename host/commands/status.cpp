@@ -18,6 +18,7 @@
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
+#include "host/tree/host_setting.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
@@ -214,6 +215,9 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
         std::cout << "There is no profile yet; add one with `tarvex profile add`.\n";
     } else {
         PrintTable(all, now);
+    }
+    if (!as_json && !HasRules(directory)) {
+        std::cout << "The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.\n";
     }
     return kDone;
 }

@@ -49,7 +49,10 @@ LockOrService TakeLockOrService(const std::string& directory, const std::string&
 void PrintNote(const std::string& note) { std::cerr << "tarvex: " << note << '\n'; }
 
 int Submit(const Context& context, const EditRequest& request) {
-    const std::string directory = RootDirectory(context.root_option);
+    return SubmitTo(RootDirectory(context.root_option), request);
+}
+
+int SubmitTo(const std::string& directory, const EditRequest& request) {
     RequireRoot(directory);
     Reply reply;
     const int code = MakeEdit(directory, request, reply);

@@ -25,4 +25,7 @@ void PrintNote(const std::string& note);
 // Has the edit made, and prints what is to be said about it. Returns the exit code of the command; throws CommandError.
 int Submit(const Context& context, const EditRequest& request);
 
+// The same in the tree of that directory.
+int SubmitTo(const std::string& directory, const EditRequest& request);
+
 }  // namespace tarvex::host

@@ -81,6 +81,4 @@ bool DeleteAside(const CString& directory) {
     return !error;
 }
 
-CString ParentOf(const CString& path) { return path.substr(0, path.rfind('\\')); }
-
 }  // namespace tarvex::host

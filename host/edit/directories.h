@@ -42,6 +42,4 @@ private:
 // Deletes what is in that place, also what a killed command left there. False when something stays.
 bool DeleteAside(const CString& directory);
 
-CString ParentOf(const CString& path);
-
 }  // namespace tarvex::host

@@ -9,6 +9,7 @@
 
 #include "host/edit/directories.h"
 #include "host/edit/key_values.h"
+#include "host/edit/rules_edit.h"
 #include "host/edit/saving.h"
 #include "host/edit/schedule_edit.h"
 #include "host/system/command_error.h"
@@ -53,6 +54,8 @@ public:
                 return EditForward();
             case EditKind::Schedule:
                 return EditTerms();
+            case EditKind::Rules:
+                return EditHostRules();
         }
         UnknownEdit();
     }
@@ -141,6 +144,7 @@ private:
     std::string EditProfile();
     std::string EditForward();
     std::string EditTerms();
+    std::string EditHostRules();
     std::string AddUser();
     std::string AddProfile();
     std::string SetProfile(CPopProfile& profile);
@@ -288,6 +292,15 @@ std::string Editor::EditTerms() {
     Saved saved = Saved::No;
     std::string said = EditSchedule(*named.forward, request_, saved);
     Require(saved, named.forward->path);
+    return said;
+}
+
+std::string Editor::EditHostRules() {
+    if (request_.verb != EditVerb::Add && request_.verb != EditVerb::Set) UnknownEdit();
+    Saved saved = Saved::No;
+    CString directory;
+    std::string said = EditRules(root_, request_, saved, directory);
+    Require(saved, directory);
     return said;
 }
 

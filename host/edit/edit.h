@@ -16,11 +16,12 @@
 
 namespace tarvex::host {
 
-enum class EditKind { User, Profile, Forward, Schedule };
-enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff };  // schedules are switched, and are not set
+enum class EditKind { User, Profile, Forward, Schedule, Rules };
+// Schedules are switched, and are not set. Rules are added to a tree that has none, and set.
+enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff };
 
 // As they are typed, in that order.
-inline constexpr std::array<std::string_view, 4> kEditKinds = {"user", "profile", "forward", "schedule"};
+inline constexpr std::array<std::string_view, 5> kEditKinds = {"user", "profile", "forward", "schedule", "rules"};
 inline constexpr std::array<std::string_view, 5> kEditVerbs = {"add", "set", "remove", "on", "off"};
 
 // All text is UTF-8; names are found as in host/tree/names.h.
@@ -30,7 +31,8 @@ struct EditRequest {
 
     EditKind kind;
     EditVerb verb;
-    std::string name;                            // of what is changed; for add, of what it goes into: empty for a user
+    std::string name;  // of what is changed; for add, of what it goes into: empty for a user, and
+                       // for the rules of the whole tree
     std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/tree/keys.h)
     std::map<std::string, std::string> secrets;  // add, set: passwords by settings key, as bytes; an empty one clears
     std::vector<std::string> uidls;              // of a new forwarding address: ids that count as handled already

@@ -25,8 +25,13 @@ public:
 
     // Throws CommandError when a value is not allowed, or would not be read back; tries that in the root.
     void SetIn(Record& record, const CString& root) const {
-        for (const auto& [key, value] : values_) SetValue(record, *key, value);
+        Assign(record);
         RequireSurvival(record, Keys(), root);
+    }
+
+    // For a record without texts. Throws CommandError when a value is not allowed.
+    void Assign(Record& record) const {
+        for (const auto& [key, value] : values_) SetValue(record, *key, value);
     }
 
     std::vector<const Key<Record>*> Keys() const {

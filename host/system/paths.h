@@ -13,7 +13,10 @@ namespace tarvex::host {
 // A path of the tree in the system's own form.
 std::filesystem::path NativePath(std::string_view path);
 
-// The same as UTF-8, as far as it is text.
+// The directory of something in the tree.
+inline std::string ParentOf(const std::string& path) { return path.substr(0, path.rfind('\\')); }
+
+// A path of the tree as UTF-8, as far as it is text.
 std::string PathAsUtf8(std::string_view path);
 
 // A path that somebody typed (UTF-8) as a path of the tree. Throws CommandError when the system's code page cannot

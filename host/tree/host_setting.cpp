@@ -4,11 +4,9 @@
 
 #include <array>
 #include <charconv>
-#include <climits>
 #include <filesystem>
 #include <system_error>
 
-#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
 #include "host/system/paths.h"
@@ -27,7 +25,7 @@ constexpr const char* kService = "The whole tree";
 constexpr int kLongestEndOfData_s = 24 * 60 * 60;
 constexpr int kLongestRun_minutes = 7 * 24 * 60;
 constexpr int kLargestSize_MiB = 1 << 20;
-constexpr int kMostRuns = 100000;
+constexpr int kMost = 1000000000;
 
 constexpr Key<R> Rule(const char* name, const char* group, bool R::*field, const char* meaning) {
     return {{name, group, "on|off", meaning, KeyType::Number, "", kOnOff, 0, 1}, field};
@@ -57,20 +55,20 @@ constexpr std::array kRuleKeys = {
     Limit("endofdata", kLimits, "SECONDS", "seconds", kLongestEndOfData_s, &R::endofdata,
           "How long a server may take to answer the end of a message"),
     Limit("runtime", kLimits, "MINUTES", "minutes", kLongestRun_minutes, &R::runtime, "How long a run may take"),
-    Limit("minspeed", kLimits, "BYTES", "bytes a second", INT_MAX, &R::minspeed,
+    Limit("minspeed", kLimits, "BYTES", "bytes a second", kMost, &R::minspeed,
           "How fast a POP3 server must send, averaged over a minute"),
     Limit("runsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::runsize, "Messages that one run holds in memory"),
-    Limit("floodlimit", kLimits, "MESSAGES", "messages", INT_MAX, &R::floodlimit,
+    Limit("floodlimit", kLimits, "MESSAGES", "messages", kMost, &R::floodlimit,
           "How many new messages are too many for floodguard"),
-    Limit("heldmessages", kLimits, "MESSAGES", "messages", INT_MAX, &R::heldmessages,
+    Limit("heldmessages", kLimits, "MESSAGES", "messages", kMost, &R::heldmessages,
           "How many messages of a profile may be set aside"),
     Limit("heldsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::heldsize,
           "How large the messages of a profile may be that are set aside"),
-    Limit("serverruns", kLimits, "RUNS", "runs", kMostRuns, &R::serverruns, "Runs at once to one server"),
+    Limit("serverruns", kLimits, "RUNS", "runs", kMost, &R::serverruns, "Runs at once to one server"),
     OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
     OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
                     "Messages that all runs of the service hold in memory")),
-    OfTheRoot(Limit("allruns", kService, "RUNS", "runs", kMostRuns, &R::allruns, "Runs at once")),
+    OfTheRoot(Limit("allruns", kService, "RUNS", "runs", kMost, &R::allruns, "Runs at once")),
 };
 
 CommandError BadFile(const CString& path, const std::string& why) {
@@ -92,6 +90,8 @@ template <>
 std::span<const Key<HostRules>> Keys() {
     return kRuleKeys;
 }
+
+CommandError NoRules() { return {kNotFound, "the tree has no rules (no host.def); `tarvex init --rules` adds them"}; }
 
 HostRules RulesIn(const std::string& text, const CString& path, HostRules others, bool is_root) {
     const SettingsSections file(text);
@@ -128,6 +128,10 @@ std::optional<HostRules> RulesOf(const CString& root, const CString& profile) {
     const CString path = profile + kHostSettingFile;
     const std::optional<std::string> text = ReadWholeFile(path);
     return text ? RulesIn(*text, path, *rules, false) : rules;
+}
+
+std::optional<HostRules> RulesOf(const CPopProfile& profile) {
+    return RulesOf(ParentOf(ParentOf(profile.path)), profile.path);
 }
 
 }  // namespace tarvex::host

@@ -6,7 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "host/system/command_error.h"
 #include "host/tree/keys.h"
+#include "tarvex/tree.h"
 
 namespace tarvex::host {
 
@@ -40,6 +42,9 @@ std::span<const Key<HostRules>> Keys();
 
 inline constexpr const char* kHostSettingFile = "\\host.def";
 
+// For a command that needs rules: says how a tree gets them.
+CommandError NoRules();
+
 // Whether the tree has rules: whether there is anything called host.def in its root.
 bool HasRules(const CString& root);
 
@@ -50,6 +55,7 @@ std::optional<HostRules> RulesOf(const CString& root);
 
 // The same for a profile, by its directory in the root.
 std::optional<HostRules> RulesOf(const CString& root, const CString& profile);
+std::optional<HostRules> RulesOf(const CPopProfile& profile);
 
 // The rules that hold when a file is read: its values in the place of others.
 // Throws CommandError. `is_root`: the keys of the root count.

@@ -3,6 +3,7 @@
 #include "host/tree/listing.h"
 
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "host/system/display.h"
@@ -10,6 +11,7 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/advice.h"
+#include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/schedule_text.h"
@@ -170,6 +172,25 @@ void ListSchedule(const CRootPath& root, std::string_view name, Form form) {
         table.Add({std::to_string(i + 1), WriteTerm(term), DescribeTerm(term)});
     }
     table.Print(std::cout);
+}
+
+void ShowRules(const CRootPath& root, std::string_view name, Form form) {
+    const std::optional<HostRules> of_root = RulesOf(root.path);
+    if (!of_root) throw NoRules();
+    const CString path = name.empty() ? root.path : FindProfile(root, name).profile->path;
+    const HostRules rules = name.empty() ? *of_root : RulesOf(root.path, path).value();
+    if (form == Form::Json) {
+        Json json = {{"path", name.empty() ? "" : ShownName(root, path)}};
+        AddKeys(json, rules);
+        return PrintJson(json);
+    }
+    std::cout << "Rules of " << (name.empty() ? "the tree" : ShownName(root, path)) << "\n\n";
+    PrintKeys(rules);
+    std::string own;
+    for (const Key<HostRules>& key : Keys<HostRules>()) {
+        if (JsonValue(rules, key) != JsonValue(*of_root, key)) own += (own.empty() ? "" : ", ") + std::string(key.name);
+    }
+    if (!own.empty()) std::cout << "\nNot as in the tree: " << own << ".\n";
 }
 
 void ShowSettings(const CAppSetting& setting, Form form) {

@@ -23,6 +23,10 @@ void ShowForward(const CRootPath& root, std::string_view name, Form form);
 // The terms of an address, numbered, with what each does.
 void ListSchedule(const CRootPath& root, std::string_view name, Form form);
 
+// The rules as they hold for the profile, or for the whole tree when its name is empty. Throws CommandError when there
+// are none.
+void ShowRules(const CRootPath& root, std::string_view profile, Form form);
+
 // The settings of appset.def.
 void ShowSettings(const CAppSetting& setting, Form form);
 

@@ -9,8 +9,10 @@
 #include <fstream>
 #include <system_error>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/tree/host_setting.h"
 
 namespace tarvex::host {
 namespace {
@@ -60,6 +62,15 @@ std::string WhyFileUnwritable(const CString& path) {
     return error ? Cannot("write", path, error.message()) : std::string();
 }
 
+std::string WhyRulesUnknown(const CPopProfile& profile) {
+    try {
+        static_cast<void>(RulesOf(profile));
+        return {};
+    } catch (const CommandError& error) {
+        return error.what();
+    }
+}
+
 }  // namespace
 
 std::string WhyNotLoaded(const CLoaded& loaded) {
@@ -87,6 +98,7 @@ void LoadAgain(CPopProfile& profile) {
 
 std::string WhyUnreadable(const CPopProfile& profile) {
     std::string why = WhyNotLoaded(profile);
+    if (why.empty()) why = WhyRulesUnknown(profile);
     for (const auto& address : profile.forward_addresses) {
         if (why.empty()) why = WhyListUnreadable(address->path + kList);
     }

@@ -18,7 +18,7 @@ std::string WhyNotLoaded(const CPopProfile& profile);  // with its forwarding ad
 // replacing it.
 void LoadAgain(CPopProfile& profile);
 
-// As WhyNotLoaded, or why a list of ids, which only a run loads, cannot be read.
+// As WhyNotLoaded, or why the rules are not known, or a list of ids, which only a run loads, cannot be read.
 std::string WhyUnreadable(const CPopProfile& profile);
 
 // The same, or why there is no room for what a run saves. Not while the profile runs.

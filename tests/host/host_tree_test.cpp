@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "host/edit/root_lock.h"
+#include "host/tree/host_setting.h"
 #include "tests/support/host_program.h"
 
 namespace tarvex::testing {
@@ -17,6 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::SizeIs;
 
 using Words = std::vector<std::string>;
@@ -106,6 +109,69 @@ TEST_F(HostTree, IsMadeKeptAndRun) {
 TEST_F(HostTree, CharactersThatItCannotStoreAreNamed) {
     Tell({"init", Tree()});
     EXPECT_THAT(Refusal({"user", "add", "\U0001F600"}, 65), HasSubstr("U+1F600"));
+}
+
+constexpr const char* kHasNoRules = "The tree has no rules";
+
+TEST_F(HostTree, GetsItsRulesWhenItIsNewAndElseWhenSomebodyWantsThem) {
+    const std::string file = Tree() + "/host.def";
+    EXPECT_THAT(Tell({"init", Tree()}), HasSubstr("has rules now"));
+    EXPECT_THAT(ReadFile(file), AllOf(HasSubstr("[setaside]"), HasSubstr("[allruns]")));
+    EXPECT_EQ(host::RulesOf(Tree()), host::HostRules());
+    EXPECT_THAT(Tell({"init", "--rules"}), HasSubstr("has rules already"));
+    EXPECT_THAT(Tell({"status"}), Not(HasSubstr(kHasNoRules)));
+
+    fs::remove(file);
+    Tell({"user", "add", "taro"});
+    EXPECT_THAT(Tell({"init"}), HasSubstr(kHasNoRules));  // nobody to ask
+    EXPECT_FALSE(fs::exists(file));
+    EXPECT_THAT(Tell({"status"}), HasSubstr(kHasNoRules));
+    EXPECT_THAT(Refusal({"rules", "show"}, 66), HasSubstr("`tarvex init --rules`"));
+    EXPECT_THAT(Refusal({"rules", "set", "--runsize", "1"}, 66), HasSubstr("`tarvex init --rules`"));
+    EXPECT_FALSE(fs::exists(file));
+    EXPECT_THAT(Tell({"init", "--rules"}), HasSubstr("has rules now"));
+    EXPECT_EQ(host::RulesOf(Tree()), host::HostRules());
+}
+
+TEST_F(HostTree, HasRulesThatAreShownAndSet) {
+    Tell({"init", Tree()});
+    Tell({"user", "add", "taro"});
+    Tell({"profile", "add", "taro", "me@example.org", "--popserver", "x", "--popuser", "y"});
+    EXPECT_THAT(Tell({"rules", "set", "--floodlimit", "70", "--setaside", "off", "--allruns", "9"}),
+                AllOf(HasSubstr("floodlimit: \"50\" -> \"70\""), HasSubstr("setaside: \"on\" -> \"off\"")));
+    // The profile may stand at either place.
+    Tell({"rules", "me@example.org", "set", "--floodlimit", "80"});
+    Tell({"rules", "set", "me@example.org", "--setaside", "on"});
+    EXPECT_THAT(Tell({"rules", "me@example.org", "show"}),
+                AllOf(HasSubstr("80     messages"), HasSubstr("Not as in the tree: setaside, floodlimit.")));
+    const auto json = nlohmann::json::parse(Tell({"rules", "show", "user0/from0", "--json"}));
+    EXPECT_EQ(json["path"], "user0/from0");
+    EXPECT_EQ(json["floodlimit"], 80);
+    EXPECT_EQ(json["allruns"], 9);
+    EXPECT_EQ(nlohmann::json::parse(Tell({"rules", "show", "--json"}))["setaside"], 0);
+
+    // As the tree has it: nothing of its own.
+    Tell({"rules", "me@example.org", "set", "--floodlimit", "70", "--setaside", "off"});
+    EXPECT_EQ(ReadFile(Tree() + "/user0/from0/host.def"), "[version]\r\n0\r\n\r\n");
+
+    EXPECT_THAT(Refusal({"rules", "me@example.org", "set", "--allruns", "8"}, 64), HasSubstr("of the whole tree"));
+    EXPECT_THAT(Refusal({"rules", "set", "--runsize", "0"}, 64), HasSubstr("1 to 1048576"));
+    EXPECT_THAT(Refusal({"rules", "set"}, 64), HasSubstr("nothing to set"));
+    EXPECT_THAT(Refusal({"rules", "nobody", "show"}, 66), HasSubstr("nobody"));
+}
+
+// Neither without rules nor with other ones.
+TEST_F(HostTree, IsNotRunWhileItsRulesAreUnknown) {
+    Tell({"init", Tree()});
+    Tell({"user", "add", "taro"});
+    Tell({"profile", "add", "taro", "me@example.org", "--popserver", "x", "--popuser", "y"});
+    for (const std::string& file : {Tree() + "/host.def", Tree() + "/user0/from0/host.def"}) {
+        WriteFile(file, "[runsize]\nmuch\n");
+        EXPECT_THAT(Refusal({"run", "--now"}, 74), AllOf(HasSubstr("user0/from0: "), HasSubstr("\"much\"")));
+        EXPECT_THAT(Tell({"status"}), HasSubstr("user0/from0: left out, "));
+        EXPECT_THAT(Refusal({"rules", "set", "user0/from0", "--runsize", "1"}, 74), HasSubstr("runsize"));
+        WriteFile(file, "[version]\n0\n");
+    }
 }
 
 TEST_F(HostTree, HasOneHostAtATime) {

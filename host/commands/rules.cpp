@@ -1,0 +1,64 @@
+// `tarvex rules`: what the rules of a tree are, and changing them.
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+#include "host/commands/commands.h"
+#include "host/commands/key_options.h"
+#include "host/commands/submit.h"
+#include "host/edit/edit.h"
+#include "host/system/command_error.h"
+#include "host/tree/host_setting.h"
+#include "host/tree/listing.h"
+#include "host/tree/tree_root.h"
+
+namespace tarvex::host {
+namespace {
+
+struct Given {
+    std::string profile;  // empty: the tree
+    KeyOptions keys;
+    bool json = false;
+};
+
+int Show(const Context& context, const Given& given) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context.root_option));
+    ShowRules(root, given.profile, given.json ? Form::Json : Form::Text);
+    return kDone;
+}
+
+int Set(const Context& context, const Given& given) {
+    if (given.keys.Empty()) throw CommandError(kBadUsage, "nothing to set; `tarvex rules set --help` lists the keys");
+    EditRequest request(EditKind::Rules, EditVerb::Set, given.profile);
+    given.keys.Fill(request);
+    return Submit(context, request);
+}
+
+// The profile may stand before the word and behind it.
+void AddProfile(CLI::App& command, Given& given) {
+    command.add_option("PROFILE", given.profile, "Path, nickname or address of a profile; without it the whole tree")
+        ->option_text(" ");
+}
+
+}  // namespace
+
+void AddRulesCommands(CLI::App& app, Context& context) {
+    CLI::App* const group =
+        app.add_subcommand("rules", "The rules that keep a tree safe when it is left alone: host.def.")
+            ->require_subcommand(1);
+    auto given = std::make_shared<Given>();
+    AddProfile(*group, *given);
+    CLI::App* const show = group->add_subcommand("show", "Show them, those of a profile as they hold for it.");
+    AddProfile(*show, *given);
+    show->add_flag("--json", given->json, "As JSON");
+    show->callback([&context, given] { context.command = [&context, given] { return Show(context, *given); }; });
+    CLI::App* const set =
+        group->add_subcommand("set", "Change them. A profile follows the tree where nothing else is set for it.");
+    AddProfile(*set, *given);
+    given->keys.AddTo<HostRules>(*set, {});
+    set->callback([&context, given] { context.command = [&context, given] { return Set(context, *given); }; });
+}
+
+}  // namespace tarvex::host

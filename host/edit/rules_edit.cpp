@@ -1,0 +1,74 @@
+// Makes and changes host.def.
+
+#include "host/edit/rules_edit.h"
+
+#include <optional>
+#include <variant>
+
+#include "host/edit/key_values.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/tree/host_setting.h"
+#include "host/tree/names.h"
+#include "host/tree/settings_sections.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::string_view kNewFile = "[version]\r\n0\r\n\r\n";
+
+std::string FileNumber(const HostRules& rules, const Key<HostRules>& key) {
+    const auto* const limit = std::get_if<int HostRules::*>(&key.field);
+    return std::to_string(limit ? rules.**limit : int{rules.*std::get<bool HostRules::*>(key.field)});
+}
+
+void RefuseKeysOfTheRoot(const std::vector<const Key<HostRules>*>& keys) {
+    for (const Key<HostRules>* const key : keys) {
+        if (!key->is_of_root) continue;
+        throw CommandError(kBadUsage, std::string(key->name) + " is of the whole tree: set it without a profile");
+    }
+}
+
+std::string AddRules(const CRootPath& root, Saved& saved) {
+    if (HasRules(root.path)) throw CommandError(kBadUsage, "the tree has rules already");
+    SettingsSections file(kNewFile);
+    for (const Key<HostRules>& key : Keys<HostRules>()) file.Set(key.name, FileNumber({}, key));
+    saved = ReplaceFile(root.path + kHostSettingFile, file.Text());
+    return "The tree has rules now, all of them on; `tarvex rules show` shows them.\n";
+}
+
+// A profile that is as the root has no key of its own.
+std::string SetRules(const CString& directory, const HostRules& before, const std::optional<HostRules>& of_root,
+                     const KeyValues<HostRules>& values, Saved& saved) {
+    HostRules after = before;
+    values.Assign(after);
+    const CString path = directory + kHostSettingFile;
+    SettingsSections file(ReadWholeFile(path).value_or(std::string(kNewFile)));
+    for (const Key<HostRules>* const key : values.Keys()) {
+        const std::string number = FileNumber(after, *key);
+        if (of_root && FileNumber(*of_root, *key) == number) {
+            file.Remove(key->name);
+        } else {
+            file.Set(key->name, number);
+        }
+    }
+    saved = ReplaceFile(path, file.Text());
+    return values.Difference(before, after);
+}
+
+}  // namespace
+
+std::string EditRules(const CRootPath& root, const EditRequest& request, Saved& saved, CString& directory) {
+    directory = root.path;
+    if (request.verb == EditVerb::Add) return AddRules(root, saved);
+    const KeyValues<HostRules> values(request);
+    const std::optional<HostRules> of_root = RulesOf(root.path);
+    if (!of_root) throw NoRules();
+    if (request.name.empty()) return "Rules of the tree:\n" + SetRules(directory, *of_root, {}, values, saved);
+    RefuseKeysOfTheRoot(values.Keys());
+    directory = FindProfile(root, request.name).profile->path;
+    const HostRules before = RulesOf(root.path, directory).value();
+    return "Rules of " + ShownName(root, directory) + ":\n" + SetRules(directory, before, of_root, values, saved);
+}
+
+}  // namespace tarvex::host
