@@ -15,6 +15,7 @@
 #include "host/terminal/wording.h"
 #include "host/tree/advice.h"
 #include "host/tree/names.h"
+#include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
 
@@ -91,9 +92,18 @@ SmtpAnswer AskSmtp(const CPopProfileSetting& setting) {
     return answer;
 }
 
-bool PrintCheck(const CRootPath& root, const CPopProfile& profile) {
+int CodeOf(bool good, const std::string& why_left_out) {
+    if (!why_left_out.empty()) return kCannotWrite;
+    return good ? kDone : kUnavailable;
+}
+
+// The exit code.
+int PrintCheck(const CRootPath& root, const CPopProfile& profile) {
     const CPopProfileSetting& setting = profile.setting;
     std::cout << ShownName(root, profile.path) << "  " << ShowText(setting.address) << '\n';
+    const std::string why_left_out = WhyUnreadable(profile);
+    if (!why_left_out.empty()) std::cout << "  A run leaves it out: " << why_left_out << '\n';
+    if (!profile.setting_loaded.whole) return kCannotWrite;  // which servers it has is not known
 
     std::cout << "  POP3, " << Server(setting, Protocol::Pop) << '\n' << std::flush;
     const PopAnswer pop = AskPop(setting);
@@ -114,7 +124,7 @@ bool PrintCheck(const CRootPath& root, const CPopProfile& profile) {
 
     if (setting.status == 0) std::cout << "  Note: the profile is switched off (status 0).\n";
     if (profile.forward_addresses.empty()) std::cout << "  Note: the profile has no forwarding address yet.\n";
-    return pop.good && smtp.good;
+    return CodeOf(pop.good && smtp.good, why_left_out);
 }
 
 Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting) {
@@ -129,43 +139,56 @@ Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfil
     return list;
 }
 
-bool AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
+Json JsonOf(const PopAnswer& pop, const CPopProfileSetting& setting) {
+    return {{"server", Utf8FromText(ServerOf(setting, Protocol::Pop))},
+            {"port", setting.popport},
+            {"good", pop.good},
+            {"unique_ids", pop.listing.has_uidls != 0},
+            {"messages", pop.listing.mails.size()},
+            {"bytes", BytesIn(pop.listing)},
+            {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting)}};
+}
+
+Json JsonOf(const SmtpAnswer& smtp, const CPopProfileSetting& setting) {
+    return {{"server", Utf8FromText(ServerOf(setting, Protocol::Smtp))},
+            {"port", setting.smtpport},
+            {"good", smtp.good},
+            {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
+            {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting)}};
+}
+
+// Adds the check to the list of JSON objects. Returns the exit code.
+int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
     const CPopProfileSetting& setting = profile.setting;
+    const std::string why_left_out = WhyUnreadable(profile);
+    Json& check = list.emplace_back(Json{{"path", ShownName(root, profile.path)},
+                                         {"address", Utf8FromText(setting.address)},
+                                         {"error", why_left_out.empty() ? Json() : Json(why_left_out)},
+                                         {"pop3", nullptr},
+                                         {"smtp", nullptr}});
+    if (!profile.setting_loaded.whole) return kCannotWrite;
     const PopAnswer pop = AskPop(setting);
     const SmtpAnswer smtp = AskSmtp(setting);
-    list.push_back({{"path", ShownName(root, profile.path)},
-                    {"address", Utf8FromText(setting.address)},
-                    {"pop3",
-                     {{"server", Utf8FromText(ServerOf(setting, Protocol::Pop))},
-                      {"port", setting.popport},
-                      {"good", pop.good},
-                      {"unique_ids", pop.listing.has_uidls != 0},
-                      {"messages", pop.listing.mails.size()},
-                      {"bytes", BytesIn(pop.listing)},
-                      {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting)}}},
-                    {"smtp",
-                     {{"server", Utf8FromText(ServerOf(setting, Protocol::Smtp))},
-                      {"port", setting.smtpport},
-                      {"good", smtp.good},
-                      {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
-                      {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting)}}}});
-    return pop.good && smtp.good;
+    check["pop3"] = JsonOf(pop, setting);
+    check["smtp"] = JsonOf(smtp, setting);
+    return CodeOf(pop.good && smtp.good, why_left_out);
 }
 
 int Check(const Context& context, const std::vector<std::string>& names, bool as_json) {
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
-    if (chosen.empty())
+    int exit_code = names.empty() ? NoteWhatIsNotListed(root) : kDone;
+    if (chosen.empty() && exit_code == kDone) {
         throw CommandError(kNotFound, "there is no profile to check; add one with `tarvex profile add`");
-    bool good = true;
+    }
     Json list = Json::array();
     for (const NamedProfile& named : chosen) {
-        const bool one = as_json ? AddCheck(list, root, *named.profile) : PrintCheck(root, *named.profile);
-        good = good && one;
+        const int one = as_json ? AddCheck(list, root, *named.profile) : PrintCheck(root, *named.profile);
+        exit_code = std::max(exit_code, one);
     }
     if (as_json) PrintJson(list);
-    return good ? kDone : kUnavailable;
+    return exit_code;
 }
 
 }  // namespace

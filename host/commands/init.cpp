@@ -43,7 +43,7 @@ void SaveSettings(const CAppSetting& setting) {
         throw CommandError(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
 }
 
-// False when there are none yet. Defaults must not be saved over what is there and could not be read.
+// False when there are none yet. Defaults must not be shown, or saved, for what is there and could not be read.
 bool LoadSettings(CAppSetting& setting) {
     const CString file = ConfigurationDirectory() + "\\appset.def";
     std::error_code error;
@@ -117,7 +117,7 @@ int Init(const Context& context, const std::string& given, bool wants_rules) {
 
 int ShowAppSettings(bool json) {
     CAppSetting setting;
-    const bool found = setting.Load(ConfigurationDirectory()) != 0;
+    const bool found = LoadSettings(setting);
     if (!json) {
         std::cout << ShowPath(ConfigurationDirectory() + "\\appset.def") << (found ? "" : " (not there: defaults)")
                   << "\n\n";

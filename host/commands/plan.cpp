@@ -175,9 +175,10 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
-    if (chosen.empty())
+    int exit_code = names.empty() ? NoteWhatIsNotListed(root) : kDone;
+    if (chosen.empty() && exit_code == kDone) {
         throw CommandError(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
-    int exit_code = kDone;
+    }
     Json list = Json::array();
     for (const NamedProfile& named : chosen) {
         const CPopProfile& profile = *named.profile;

@@ -5,6 +5,10 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "host/commands/submit.h"
+#include "host/system/command_error.h"
+#include "host/tree/readiness.h"
+
 namespace tarvex::host {
 
 void AddProfileNames(CLI::App& command, std::vector<std::string>& names) {
@@ -22,6 +26,12 @@ void AddReadOnlyCommand(CLI::App& app, Context& context, const std::string& name
     command->callback([&context, names, as_json, look] {
         context.command = [&context, names, as_json, look] { return look(context, *names, *as_json); };
     });
+}
+
+int NoteWhatIsNotListed(const CRootPath& root) {
+    const std::vector<std::string> reasons = WhatIsNotListed(root);
+    for (const std::string& why : reasons) PrintNote(why + "; its profiles are not known");
+    return reasons.empty() ? kDone : kCannotWrite;
 }
 
 }  // namespace tarvex::host

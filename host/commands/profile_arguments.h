@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/commands/commands.h"
+#include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 
@@ -16,5 +17,8 @@ void AddProfileNames(CLI::App& command, std::vector<std::string>& names);
 using ReadOnlyCommand = int (*)(const Context& context, const std::vector<std::string>& names, bool as_json);
 void AddReadOnlyCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help,
                         ReadOnlyCommand look, const std::string& footer = {});
+
+// Says on standard error which folders of the tree may hold profiles and could not be seen. The exit code for that.
+int NoteWhatIsNotListed(const CRootPath& root);
 
 }  // namespace tarvex::host

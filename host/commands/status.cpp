@@ -208,7 +208,7 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     std::vector<Status> all = StatusesOf(root, names, directory);
     AddReport(directory, all);
     const CTime now = std::time(nullptr);
-    for (const std::string& why : WhatIsNotListed(root)) PrintNote(why + "; its profiles are not known");
+    NoteWhatIsNotListed(root);
     if (as_json) {
         PrintAsJson(all, now);
     } else if (all.empty()) {

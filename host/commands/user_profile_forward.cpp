@@ -174,7 +174,7 @@ struct Kind {
 };
 
 using ShowFunction = void (*)(const CRootPath&, std::string_view, Form);
-using ListFunction = void (*)(const CRootPath&, const std::string& parent, Form);
+using ListFunction = Unread (*)(const CRootPath&, const std::string& parent, Form);
 using RemoveFunction = int (*)(const Context&, const Given&);
 
 template <class Record>
@@ -188,8 +188,9 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
         [list](const Context& known, const Given& words) {
             CRootPath root;
             ReadTree(known, root);
-            list(root, words.name, words.ListForm());
-            return kDone;
+            const Unread unread = list(root, words.name, words.ListForm());
+            for (const std::string& why : unread) PrintNote(why);
+            return unread.empty() ? kDone : kCannotWrite;
         },
         command);
     command->add_flag("--json", given->json, kAsJson);
@@ -229,7 +230,8 @@ void AddUserCommands(CLI::App& app, Context& context) {
     given->keys.AddTo<CUserSetting>(*command, {"loginname", "version"});
     AddCommonCommands<CUserSetting>(
         *group, context, {EditKind::User, "a user", "USER", kUserName, nullptr, nullptr},
-        [](const CRootPath& root, const std::string&, Form form) { ListUsers(root, form); }, ShowUser, RemoveUser);
+        [](const CRootPath& root, const std::string&, Form form) { return ListUsers(root, form); }, ShowUser,
+        RemoveUser);
 }
 
 void AddProfileCommands(CLI::App& app, Context& context) {
@@ -246,7 +248,7 @@ void AddProfileCommands(CLI::App& app, Context& context) {
     AddCommonCommands<CPopProfileSetting>(
         *group, context, {EditKind::Profile, "a profile", "PROFILE", kProfileName, "USER", kUserName},
         [](const CRootPath& root, const std::string& user, Form form) {
-            ListProfiles(root, user.empty() ? nullptr : &FindUser(root, user), form);
+            return ListProfiles(root, user.empty() ? nullptr : &FindUser(root, user), form);
         },
         ShowProfile, RemoveProfile);
 }
@@ -266,7 +268,7 @@ void AddForwardCommands(CLI::App& app, Context& context) {
     AddCommonCommands<CForwardAddressSetting>(
         *group, context, {EditKind::Forward, "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},
         [](const CRootPath& root, const std::string& profile, Form form) {
-            ListForwards(root, profile.empty() ? nullptr : FindProfile(root, profile).profile, form);
+            return ListForwards(root, profile.empty() ? nullptr : FindProfile(root, profile).profile, form);
         },
         ShowForward, RemoveForward);
 }

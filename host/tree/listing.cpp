@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
@@ -14,6 +15,7 @@
 #include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
+#include "host/tree/readiness.h"
 #include "host/tree/schedule_text.h"
 #include "tarvex/conversion.h"
 
@@ -78,8 +80,31 @@ Json JsonOf(const CRootPath& root, const CForwardAddress& forward) {
     return json;
 }
 
+void RequireLoaded(const CLoaded& loaded) {
+    if (!loaded.whole) throw CommandError(kCannotWrite, WhyNotLoaded(loaded));
+}
+
+// Where the files of the object were not read.
+void Add(Unread& unread, const CRootPath& root, const CString& path, const CLoaded& loaded) {
+    if (loaded.whole) return;
+    unread.push_back(ShownName(root, path) + " is listed with defaults: " + WhyNotLoaded(loaded));
+}
+
+// Where folders could not be seen, or not be entered.
+void AddMissing(Unread& unread, const CLoaded& loaded) {
+    if (!loaded.whole) unread.push_back("the list may not be whole: " + WhyNotLoaded(loaded));
+}
+
+void AddMissingProfiles(Unread& unread, const CRootPath& root, const CUser* only) {
+    if (!only) AddMissing(unread, root.users_loaded);
+    for (const CUser* const user : AllUsers(root)) {
+        if (!only || user == only) AddMissing(unread, user->profiles_loaded);
+    }
+}
+
 template <class Object>
 void Show(const CRootPath& root, const Object& object, Form form) {
+    RequireLoaded(object.setting_loaded);
     if (form == Form::Json) return PrintJson(JsonOf(root, object));
     std::cout << ShownName(root, object.path) << "\n\n";
     PrintKeys(object.setting);
@@ -105,24 +130,31 @@ std::string ShortSchedule(const CScheduleSetting& schedule) {
 
 }  // namespace
 
-void ListUsers(const CRootPath& root, Form form) {
+Unread ListUsers(const CRootPath& root, Form form) {
+    Unread unread;
+    AddMissing(unread, root.users_loaded);
     Json json = Json::array();
     Table table({"PATH", "LOGIN NAME", "STATUS", "ADMINISTRATOR", "PROFILES"});
     for (const CUser* const user : AllUsers(root)) {
         const CUserSetting& setting = user->setting;
+        Add(unread, root, user->path, user->setting_loaded);
         if (form == Form::Json) json.push_back(JsonOf(root, *user));
         table.Add({ShownName(root, user->path), ShowText(setting.loginname), OnOff(setting.status),
                    setting.administrator != 0 ? "yes" : "no", std::to_string(user->profiles.size())});
     }
     form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+    return unread;
 }
 
-void ListProfiles(const CRootPath& root, const CUser* only, Form form) {
+Unread ListProfiles(const CRootPath& root, const CUser* only, Form form) {
+    Unread unread;
+    AddMissingProfiles(unread, root, only);
     Json json = Json::array();
     Table table({"PATH", "NICKNAME", "ADDRESS", "POP3", "SMTP", "RUNS", "STATUS", "FORWARDS"});
     for (const auto& [user, profile] : AllProfiles(root)) {
         if (only && user != only) continue;
         const CPopProfileSetting& setting = profile->setting;
+        Add(unread, root, profile->path, profile->setting_loaded);
         if (form == Form::Json) json.push_back(JsonOf(root, *profile));
         table.Add({ShownName(root, profile->path), ShowText(setting.nickname), ShowText(setting.address),
                    Server(setting.popserver, setting.popport),
@@ -130,19 +162,28 @@ void ListProfiles(const CRootPath& root, const CUser* only, Form form) {
                    OnOff(setting.status), std::to_string(profile->forward_addresses.size())});
     }
     form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+    return unread;
 }
 
-void ListForwards(const CRootPath& root, const CPopProfile* only, Form form) {
+Unread ListForwards(const CRootPath& root, const CPopProfile* only, Form form) {
+    Unread unread;
+    if (!only) AddMissingProfiles(unread, root, nullptr);
+    for (const auto& [user, profile] : AllProfiles(root)) {
+        if (!only || profile == only) AddMissing(unread, profile->addresses_loaded);
+    }
     Json json = Json::array();
     Table table({"PATH", "NICKNAME", "ADDRESS", "GETS", "SCHEDULE", "STATUS"});
     for (const auto& [user, profile, forward] : AllForwards(root)) {
         if (only && profile != only) continue;
         const CForwardAddressSetting& setting = forward->setting;
+        Add(unread, root, forward->path, forward->setting_loaded);
+        Add(unread, root, forward->path, forward->schedule_loaded);
         if (form == Form::Json) json.push_back(JsonOf(root, *forward));
         table.Add({ShownName(root, forward->path), ShowText(setting.nickname), ShowText(setting.address),
                    ShortForm(setting), ShortSchedule(forward->schedule), OnOff(setting.status)});
     }
     form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+    return unread;
 }
 
 void ShowUser(const CRootPath& root, std::string_view name, Form form) { Show(root, FindUser(root, name), form); }
@@ -155,12 +196,15 @@ void ShowProfile(const CRootPath& root, std::string_view name, Form form) {
 
 void ShowForward(const CRootPath& root, std::string_view name, Form form) {
     const CForwardAddress& forward = *FindForward(root, name).forward;
+    RequireLoaded(forward.schedule_loaded);
     Show(root, forward, form);
     if (form == Form::Text) std::cout << "\nSchedule: " << ShortSchedule(forward.schedule) << '\n';
 }
 
 void ListSchedule(const CRootPath& root, std::string_view name, Form form) {
-    const CScheduleSetting& schedule = FindForward(root, name).forward->schedule;
+    const CForwardAddress& forward = *FindForward(root, name).forward;
+    RequireLoaded(forward.schedule_loaded);
+    const CScheduleSetting& schedule = forward.schedule;
     if (form == Form::Json) return PrintJson(JsonOfTerms(schedule));
     if (schedule.terms.empty()) {
         std::cout << "The schedule is empty: the address always takes part.\n";

@@ -2,7 +2,9 @@
 
 // What is in a tree, for a person or as JSON, on standard output. Passwords are never shown.
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "tarvex/tarvex.h"
 
@@ -10,12 +12,15 @@ namespace tarvex::host {
 
 enum class Form { Text, Json };
 
-// One line, or one object, for each; all of the tree, or those of one parent.
-void ListUsers(const CRootPath& root, Form form);
-void ListProfiles(const CRootPath& root, const CUser* only, Form form);
-void ListForwards(const CRootPath& root, const CPopProfile* only, Form form);
+// What could not be read, a sentence for each thing that is not shown for that, or not as it is.
+using Unread = std::vector<std::string>;
 
-// Every key of one.
+// One line, or one object, for each; all of the tree, or those of one parent.
+[[nodiscard]] Unread ListUsers(const CRootPath& root, Form form);
+[[nodiscard]] Unread ListProfiles(const CRootPath& root, const CUser* only, Form form);
+[[nodiscard]] Unread ListForwards(const CRootPath& root, const CPopProfile* only, Form form);
+
+// Every key of one. These throw CommandError where it could not be read.
 void ShowUser(const CRootPath& root, std::string_view name, Form form);
 void ShowProfile(const CRootPath& root, std::string_view name, Form form);
 void ShowForward(const CRootPath& root, std::string_view name, Form form);

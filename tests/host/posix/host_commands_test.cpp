@@ -179,11 +179,12 @@ TEST_F(HostCommands, TheSettingsMayForbidNewUsers) {
     Do({"user", "add", "taro"});
 }
 
-TEST_F(HostCommands, SettingsThatWereCutAreNotSavedOver) {
+TEST_F(HostCommands, SettingsThatWereCutAreNeitherShownNorSavedOver) {
     Do({"init"});
     WriteFile(Settings(), "");
     EXPECT_THAT(Fail(host::kCannotWrite, {"settings", "set", "--allowcreatenewuser", "off"}), HasSubstr("appset.def"));
     EXPECT_THAT(Fail(host::kCannotWrite, {"init", home_ / "other"}), HasSubstr("is empty"));
+    EXPECT_THAT(Fail(host::kCannotWrite, {"settings", "show"}), HasSubstr("is empty"));
     EXPECT_EQ(ReadFile(Settings()), "");
 }
 

@@ -152,6 +152,53 @@ TEST(HostCheck, TellsTheSameAsJson) {
     EXPECT_THAT(smtp["steps"][1]["advice"].get<std::string>(), StartsWith("Nothing listens there"));
 }
 
+// ---- what could not be read
+
+TEST(HostLooks, SayWhatCouldNotBeReadAndEndWith74) {
+    const std::string profile = "user0/from0/popprofile.def";
+    const std::string forward = "user0/from0/forwardto0/forwardaddress.def";
+    const std::string schedule = "user0/from0/forwardto0/schedule.def";
+    struct {
+        std::string file;
+        std::vector<std::string> command;
+        std::string beside;  // what is printed all the same
+    } const cases[] = {
+        {"user0/userset.def", {"user", "list"}, "listed with defaults"},
+        {"user0/userset.def", {"user", "show", "user0"}, ""},
+        {profile, {"profile", "list"}, "user0/from0 is listed with defaults"},
+        {profile, {"profile", "list", "user0", "--json"}, R"("path": "user0/from0")"},
+        {profile, {"profile", "show", "user0/from0"}, ""},
+        {profile, {"check"}, "A run leaves it out"},
+        {profile, {"check", "--json"}, R"("pop3": null)"},
+        {forward, {"forward", "list"}, "forwardto0 is listed with defaults"},
+        {forward, {"forward", "show", "user0/from0/forwardto0", "--json"}, ""},
+        {forward, {"check"}, "POP3, 127.0.0.1"},
+        {schedule, {"forward", "list", "user0/from0"}, "forwardto0 is listed with defaults"},
+        {schedule, {"forward", "show", kPhone}, ""},
+        {schedule, {"schedule", "list", kPhone}, ""},
+        {"user0/from0/forwardto0", {"forward", "list"}, "the list may not be whole"},
+        {"user0/from0", {"profile", "list"}, "the list may not be whole"},
+        {"user0/from0", {"profile", "list", "user0"}, "the list may not be whole"},
+        {"user0/from0", {"forward", "list"}, "the list may not be whole"},
+        {"user0", {"user", "list"}, "the list may not be whole"},
+        {"user0/from0", {"check"}, "its profiles are not known"},
+        {"user0", {"plan"}, "its profiles are not known"},
+    };
+    for (const auto& [file, command, beside] : cases) {
+        SCOPED_TRACE(file + ", " + command[0] + ' ' + command.back());
+        Host host;
+        host.AddProfile(UnusedPort(), 1);
+        const std::string path = host.Root() + '/' + file;
+        fs::remove_all(path);
+        // Not even the superuser can read a directory as a file, or follow a link to itself.
+        file.ends_with(".def") ? static_cast<void>(fs::create_directory(path)) : fs::create_symlink(path, path);
+        ChildProcess program = host.StartCommand(command);
+        program.Wait();
+        EXPECT_EQ(program.ExitCode(), 74);
+        EXPECT_THAT(program.Printed() + program.Errors(), AllOf(HasSubstr("cannot read "), HasSubstr(beside)));
+    }
+}
+
 // ---- plan
 
 TEST(HostPlan, SaysWhatTheRunThenDoesAndChangesNothing) {
