@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <memory>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -58,7 +59,7 @@ void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail&
     }
 }
 
-void AssignDestinations(const ReceivedMails& mails, std::span<CForwardAddress* const> taking_part) {
+void AssignDestinations(ReceivedMails& mails, std::span<CForwardAddress* const> taking_part, const AskSending& ask) {
     if (mails.empty()) return;
     std::vector<UidlSet> known(taking_part.size());
     for (std::size_t i = 0; i < taking_part.size(); ++i) {
@@ -67,14 +68,28 @@ void AssignDestinations(const ReceivedMails& mails, std::span<CForwardAddress* c
         known[i].reserve(uidls.size() + mails.size());
         known[i].insert(uidls.begin(), uidls.end());
     }
-    for (CReceiveMail* mail : mails) {
+    std::vector<std::unique_ptr<CReceiveMail>> for_nobody;  // until the end: the sets hold views of their ids
+    for (CReceiveMail*& mail : mails) {
+        bool as_always = true;
         for (std::size_t i = 0; i < taking_part.size(); ++i) {
-            if (!known[i].insert(mail->uidl).second) continue;
+            const bool received = !known[i].insert(mail->uidl).second;
+            const CSending sending = ask ? ask(*mail, *taking_part[i], received) : CSending::AsAlways;
+            if (sending != CSending::AsAlways) as_always = false;
             // The destination first: if memory for the id runs out then, the message is only sent once more.
-            mail->destinations.push_back(taking_part[i]);
-            taking_part[i]->uidls.push_back(mail->uidl);
+            if (sending == CSending::Send || (sending == CSending::AsAlways && !received))
+                mail->destinations.push_back(taking_part[i]);
+            if (received) continue;
+            if (sending == CSending::KeepBack) {
+                known[i].erase(mail->uidl);
+            } else {
+                taking_part[i]->uidls.push_back(mail->uidl);
+            }
         }
+        if (as_always || !mail->destinations.empty()) continue;
+        for_nobody.emplace_back(mail);
+        mail = nullptr;
     }
+    std::erase(mails, nullptr);
 }
 
 void TakeBack(const ReceivedMails& mails) {

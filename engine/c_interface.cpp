@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/c_guard.h"
 #include "engine/c_result.h"
 #include "engine/worker.h"
 #include "platform/codec/japanese.h"
@@ -21,6 +22,7 @@
 #include "tarvex/tarvex_c.h"
 
 struct tarvex_root {
+    std::vector<std::unique_ptr<tarvex::CGuardForC>> guards;  // the last decides; runs may ask those before it
     std::vector<std::unique_ptr<tarvex::CResultForC>> ended;
     CRootPath tree;
 };
@@ -84,7 +86,7 @@ void StartDueRuns(tarvex_root& root) {
     for (const auto& user : root.tree.users) {
         for (const auto& profile : user->profiles) {
             if (profile->JudgeDoOperation() == 0) continue;
-            if (StartCopy(root.tree, *profile) != CStartResult::CouldNotBegin) continue;
+            if (StartCopy(root.tree, *profile, root.tree.guard) != CStartResult::CouldNotBegin) continue;
             Shielded([&] {
                 CRunResult result;
                 result.ending = CRunEnding::CouldNotBegin;
@@ -100,7 +102,7 @@ int Start(tarvex_root& root, const char* name) {
         last_error = "There is no such profile.";
         return kFailed;
     }
-    switch (StartRun(root.tree, *profile)) {
+    switch (StartRun(root.tree, *profile, root.tree.guard)) {
         case CStartResult::Started:
             return 1;
         case CStartResult::AlreadyRunning:
@@ -155,6 +157,18 @@ int tarvex_start(tarvex_root* root, const char* profile) {
     if (!tarvex::IsRoot(root)) return tarvex::kFailed;
     return tarvex::Shielded(
         tarvex::kFailed, [&] { return tarvex::Start(*root, profile); },
+        [](const char*) { tarvex::last_error = tarvex::kNoMemory; });
+}
+
+int tarvex_set_guard(tarvex_root* root, const tarvex_guard* guard) {
+    if (!tarvex::IsRoot(root)) return tarvex::kFailed;
+    return tarvex::Shielded(
+        tarvex::kFailed,
+        [&] {
+            if (guard) root->guards.push_back(std::make_unique<tarvex::CGuardForC>(root->tree.path, *guard));
+            root->tree.guard = guard ? root->guards.back().get() : nullptr;
+            return 1;
+        },
         [](const char*) { tarvex::last_error = tarvex::kNoMemory; });
 }
 

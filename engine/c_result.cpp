@@ -18,7 +18,7 @@ static_assert(Is(TARVEX_COULD_NOT_BEGIN, CRunEnding::CouldNotBegin) &&
               Is(TARVEX_NOBODY_TAKES_PART, CRunEnding::NobodyTakesPart) &&
               Is(TARVEX_MAILBOX_FAILED, CRunEnding::MailboxFailed) && Is(TARVEX_NOTHING_NEW, CRunEnding::NothingNew) &&
               Is(TARVEX_DELIVERED, CRunEnding::Delivered) && Is(TARVEX_DELIVERY_FAILED, CRunEnding::DeliveryFailed) &&
-              Is(TARVEX_EXCEPTION, CRunEnding::Exception));
+              Is(TARVEX_EXCEPTION, CRunEnding::Exception) && Is(TARVEX_KEPT_BACK, CRunEnding::KeptBack));
 static_assert(Is(TARVEX_STAGE_NONE, CRunStage::None) && Is(TARVEX_STAGE_CONNECT, CRunStage::Connect) &&
               Is(TARVEX_STAGE_TLS, CRunStage::Tls) && Is(TARVEX_STAGE_GREETING, CRunStage::Greeting) &&
               Is(TARVEX_STAGE_LOGIN, CRunStage::Login) && Is(TARVEX_STAGE_LIST, CRunStage::List) &&
@@ -33,6 +33,8 @@ static_assert(Is(TARVEX_FAILURE_NONE, CFailureClass::None) && Is(TARVEX_FAILURE_
 static_assert(Is(TARVEX_NOT_TRIED, CSaved::NotTried) && Is(TARVEX_SAVED, CSaved::Saved) &&
               Is(TARVEX_LEFT_ALONE, CSaved::LeftAlone) && Is(TARVEX_NOT_SAVED, CSaved::Failed));
 
+}  // namespace
+
 tarvex_failure Told(const CRunFailure& failure) {
     return {.stage = static_cast<int>(failure.stage),
             .failure_class = static_cast<int>(failure.failure_class),
@@ -42,8 +44,6 @@ tarvex_failure Told(const CRunFailure& failure) {
             .sender = failure.sender.c_str(),
             .recipient = failure.recipient.c_str()};
 }
-
-}  // namespace
 
 std::string NameBelow(const CString& root, const CString& path) {
     std::string name = path.substr(std::min(path.size(), root.size() + 1));
@@ -76,7 +76,9 @@ CResultForC::CResultForC(const CString& root, const CString& profile, CRunResult
              .address_count = static_cast<int>(addresses_.size()),
              .addresses = addresses_.data(),
              .not_fetched_count = static_cast<int>(not_fetched_.size()),
-             .not_fetched = not_fetched_.data()};
+             .not_fetched = not_fetched_.data(),
+             .messages_put_off = result_.messages_put_off,
+             .copies_set_aside = result_.copies_set_aside};
 }
 
 void CResultForC::TellAddresses(const CString& root) {

@@ -13,6 +13,9 @@ namespace tarvex {
 // The name of a directory of the tree for hosts in C: "user0/from0".
 std::string NameBelow(const CString& root, const CString& path);
 
+// The struct's texts are those of the failure.
+tarvex_failure Told(const CRunFailure& failure);
+
 // Owns what the members of the struct point to. Not to be moved: they point into it.
 class CResultForC {
 public:

@@ -27,11 +27,12 @@ bool IsRunning(const CRootPath& root, const CString& path) {
 }
 
 // Adds a copy to the list of running copies; false, as the profile's result tells, when there is no memory for it.
-bool AddCopy(CRootPath& root, CPopProfile& profile) {
+bool AddCopy(CRootPath& root, CPopProfile& profile, CRunGuard* guard) {
     const bool added = Shielded(false, [&] {
         auto copy = std::make_unique<CPopProfile>();
         *copy = profile;
         if (copy->path != profile.path) return false;
+        copy->guard = guard;
         root.running_copies.push_back(std::move(copy));
         return true;
     });
@@ -56,16 +57,16 @@ void RunDueProfiles(CRootPath& root) {
             // The judgement comes first: a due profile that is still running waits one more interval (B1).
             if (!profile.JudgeDoOperation() || IsRunning(root, profile.path)) continue;
             // A profile whose run could not begin is judged again an interval later.
-            if (AddCopy(root, profile)) StartWorker(root);
+            if (AddCopy(root, profile, root.guard)) StartWorker(root);
         }
     }
 }
 
 }  // namespace
 
-CStartResult StartCopy(CRootPath& root, CPopProfile& profile) {
+CStartResult StartCopy(CRootPath& root, CPopProfile& profile, CRunGuard* guard) {
     if (IsRunning(root, profile.path)) return CStartResult::AlreadyRunning;
-    if (!AddCopy(root, profile)) return CStartResult::CouldNotBegin;
+    if (!AddCopy(root, profile, guard)) return CStartResult::CouldNotBegin;
     if (StartWorker(root)) return CStartResult::Started;
     root.running_copies.pop_back();
     return CStartResult::CouldNotBegin;
@@ -89,9 +90,9 @@ void Tarvex(CRootPath* root) {
     tarvex::RunDueProfiles(*root);
 }
 
-CStartResult StartRun(CRootPath& root, CPopProfile& profile) {
+CStartResult StartRun(CRootPath& root, CPopProfile& profile, CRunGuard* guard) {
     const CTime last_time = std::exchange(profile.setting.lasttime, tarvex::CurrentTime());
-    const CStartResult result = tarvex::StartCopy(root, profile);
+    const CStartResult result = tarvex::StartCopy(root, profile, guard);
     if (result != CStartResult::Started) profile.setting.lasttime = last_time;
     return result;
 }

@@ -79,7 +79,9 @@ public:
         TellAddresses();
         Guarded([this] { Start(); });
         Guarded([this] {
-            if (JudgeAddresses()) {
+            if (!Guard().Begins(profile_)) {
+                ending_ = CRunEnding::KeptBack;
+            } else if (JudgeAddresses()) {
                 Forward();
             } else {
                 ending_ = CRunEnding::NobodyTakesPart;
@@ -91,6 +93,7 @@ public:
     }
 
 private:
+    CRunGuard& Guard() const { return CRunGuard::OrDefaults(profile_.guard); }
     void Log(CString line) { profile_.log.AddLine(std::move(line)); }
 
     // Runs one step; an exception is logged and ends the step. True when there was none.
@@ -179,7 +182,7 @@ private:
         MailOwner owner;
         CCheckedMail present;
         if (!profile_.PopProcess(&owner.mails, &handled, &present)) {
-            ending_ = CRunEnding::MailboxFailed;
+            ending_ = result_.ending == CRunEnding::KeptBack ? CRunEnding::KeptBack : CRunEnding::MailboxFailed;
             Log("* POP Process error : " + profile_.setting.address);
             return;
         }
@@ -203,11 +206,12 @@ private:
         result_.lists = std::max(result_.lists, saved);
     }
 
-    void Remember(const ReceivedMails& mails, const CCheckedMail& present) {
+    void Remember(ReceivedMails& mails, const CCheckedMail& present) {
         for (const auto& address : profile_.forward_addresses) {
             std::erase_if(address->uidls, [&present](const CString& uidl) { return !present.Contains(uidl); });
         }
-        AssignDestinations(mails, taking_part_);
+        AssignDestinations(mails, taking_part_,
+                           [this](const auto&... question) { return Guard().Sends(profile_, question...); });
     }
 
     void Deliver(ReceivedMails& mails) {

@@ -4,8 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
+#include <unordered_map>
 #include <utility>
+
+#include "tarvex/mail.h"
 
 namespace tarvex {
 
@@ -14,8 +18,18 @@ bool IsForNow(std::string_view refusal) {
     return std::ranges::any_of(kForNow, [refusal](const char* begin) { return refusal.starts_with(begin); });
 }
 
-std::vector<PopListEntry> ParseListing(std::string_view reply, ListingKind kind) {
-    std::vector<PopListEntry> listing;
+namespace {
+
+std::int64_t SizeIn(std::string_view text) {
+    std::int64_t size = -1;
+    std::from_chars(text.data(), text.data() + text.size(), size);
+    return size;
+}
+
+}  // namespace
+
+std::vector<CMailOnServer> ParseListing(std::string_view reply, ListingKind kind) {
+    std::vector<CMailOnServer> listing;
     std::size_t begin = 0;
     for (std::size_t end = reply.find("\r\n"); end != std::string_view::npos; end = reply.find("\r\n", begin)) {
         const std::string_view line = reply.substr(begin, end - begin);
@@ -24,10 +38,14 @@ std::vector<PopListEntry> ParseListing(std::string_view reply, ListingKind kind)
         if (line.starts_with('+')) continue;
 
         const std::size_t blank = line.find(' ');
-        PopListEntry entry;
+        CMailOnServer entry;
         if (blank != std::string_view::npos) entry.number = line.substr(0, blank);
         const std::string_view rest = blank == std::string_view::npos ? line : line.substr(blank + 1);
-        (kind == ListingKind::Uidl ? entry.uidl : entry.size) = rest;
+        if (kind == ListingKind::Uidl) {
+            entry.uidl = rest;
+        } else {
+            entry.size_bytes = SizeIn(rest);
+        }
         listing.push_back(entry);
     }
     return listing;
@@ -93,7 +111,7 @@ bool PopConversation::AcceptLogIn(const CString& reply) {
     return false;
 }
 
-bool PopConversation::List(CString& reply, std::vector<PopListEntry>& listing) {
+bool PopConversation::List(CString& reply, std::vector<CMailOnServer>& listing) {
     socket_.SendUidl(&reply);
     Keep(reply.substr(0, reply.find("\r\n")));
     Log("UIDL");
@@ -115,6 +133,17 @@ bool PopConversation::List(CString& reply, std::vector<PopListEntry>& listing) {
     listed_by_ = ListingKind::List;
     listing = ParseListing(reply, listed_by_);
     return true;
+}
+
+void PopConversation::AddSizes(std::vector<CMailOnServer>& listing) {
+    CString reply;
+    socket_.SendList(&reply);
+    std::unordered_map<std::string_view, std::int64_t, CUidlHash> sizes;
+    for (const CMailOnServer& mail : ParseListing(reply, ListingKind::List))
+        sizes.emplace(mail.number, mail.size_bytes);
+    for (CMailOnServer& mail : listing) {
+        if (const auto size = sizes.find(mail.number); size != sizes.end()) mail.size_bytes = size->second;
+    }
 }
 
 void PopConversation::Quit() {

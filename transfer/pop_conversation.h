@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/net/sockets.h"
+#include "tarvex/guard.h"
 #include "tarvex/log.h"
 #include "tarvex/settings.h"
 
@@ -21,17 +22,10 @@ inline bool IsNegative(std::string_view reply) { return reply.starts_with('-'); 
 // Whether a refusal may be none later, as a response code says (RFC 2449, RFC 3206).
 bool IsForNow(std::string_view refusal);
 
-// One message on the server, as views of the listing. `number` is what the server calls it in this session.
-struct PopListEntry {
-    std::string_view number;
-    std::string_view uidl;  // of UIDL
-    std::string_view size;  // of LIST
-};
-
 enum class ListingKind { Uidl, List };
 
-// The entries of a UIDL or LIST answer. A line without a blank is an entry without a number.
-std::vector<PopListEntry> ParseListing(std::string_view reply, ListingKind kind);
+// The entries of a UIDL or LIST answer, as views of it. A line without a blank is an entry without a number.
+std::vector<CMailOnServer> ParseListing(std::string_view reply, ListingKind kind);
 
 class PopConversation {
 public:
@@ -42,7 +36,10 @@ public:
     bool Connect();
     bool LogIn();
     // UIDL, or LIST where the server refuses UIDL. The listing consists of views of the reply.
-    bool List(CString& reply, std::vector<PopListEntry>& listing);
+    bool List(CString& reply, std::vector<CMailOnServer>& listing);
+
+    // Adds the sizes to a listing by UIDL. A server that refuses LIST is none the worse.
+    void AddSizes(std::vector<CMailOnServer>& listing);
 
     void Quit();
 

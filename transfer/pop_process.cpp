@@ -1,6 +1,8 @@
 // The POP3 conversation of one run: log in, list by unique id, delete what is handled, fetch the rest, quit.
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -24,23 +26,27 @@ constexpr std::size_t kMaxReplyToldBytes = 1'000;
 class Retrieval {
 public:
     explicit Retrieval(CPopProfile& profile)
-        : setting_(profile.setting),
+        : profile_(profile),
+          guard_(CRunGuard::OrDefaults(profile.guard)),
+          setting_(profile.setting),
           observer_(profile.observer),
           result_(profile.result),
-          conversation_(profile.setting, profile.log) {}
+          conversation_(profile.setting, profile.log) {
+        Socket().SetLeastRate(guard_.LeastBytesPerMinute(profile));
+    }
 
     bool Run(CArray<CReceiveMail*, CReceiveMail*>& mails, const CCheckedMail& handled, CCheckedMail* present) {
         if (!Connect()) return false;
         if (!conversation_.LogIn()) return Refused(CRunStage::Login);
         CString reply;
-        std::vector<PopListEntry> listing;
+        std::vector<CMailOnServer> listing;
         if (!conversation_.List(reply, listing)) return Refused(CRunStage::List);
         result_.messages_listed = static_cast<int>(listing.size());
+        if (!guard_.Listed(profile_, listing)) return KeepBack();
         if (!SortOut(listing, handled, present)) return false;
         observer_.messages_to_fetch = static_cast<int>(listing.size());
-        if (!Fetch(listing, mails)) return false;
-        conversation_.Quit();
-        return true;
+        PutInOrder(listing);
+        return Fetch(listing, mails);
     }
 
 private:
@@ -53,6 +59,13 @@ private:
         const bool connected = conversation_.Connect();
         Socket().AnnounceSteps({});
         return connected || Refused(StageOf(step));
+    }
+
+    // Always false.
+    bool KeepBack() {
+        result_.ending = CRunEnding::KeptBack;
+        conversation_.Quit();
+        return false;
     }
 
     // Always false.
@@ -77,68 +90,97 @@ private:
 
     // Leaves handled messages out of the listing and deletes them on the server when the profile says so. An id is in
     // `handled` only when an earlier run has saved it, so no run deletes what it fetched itself (B44).
-    bool SortOut(std::vector<PopListEntry>& listing, const CCheckedMail& handled, CCheckedMail* present) {
+    bool SortOut(std::vector<CMailOnServer>& listing, const CCheckedMail& handled, CCheckedMail* present) {
         std::size_t wanted = 0;
         CString uidl;  // one for all of them: its memory is used again
-        for (const PopListEntry mail : listing) {
+        for (const CMailOnServer mail : listing) {
             uidl = mail.uidl;
             if (present) present->Add(uidl);
-            if (!handled.Contains(uidl)) {
+            if (!guard_.IsHandled(profile_, mail, handled.Contains(uidl))) {
                 listing[wanted++] = mail;
-            } else if (setting_.deletemail != 0) {
-                if (!Delete(CString(mail.number), uidl)) return false;
-                // The last element goes, also when it is another id because this one was listed before (B51).
-                if (present) present->RemoveLast();
+                continue;
             }
+            const CDeletion deletion = setting_.deletemail != 0 ? guard_.Deletes(profile_, mail) : CDeletion::NotNow;
+            if (deletion == CDeletion::NotNow) continue;
+            const Deleted deleted = Delete(CString(mail.number), uidl);
+            if (deleted == Deleted::GaveUp) return false;
+            // The last element goes, also when it is another id because this one was listed before (B51).
+            if (present && deleted == Deleted::Yes && deletion == CDeletion::Forget) present->RemoveLast();
         }
         listing.resize(wanted);
         return true;
     }
 
-    bool Delete(const CString& number, const CString& uidl) {
+    enum class Deleted { Yes, No, GaveUp };
+
+    Deleted Delete(const CString& number, const CString& uidl) {
         const CString reply = Socket().SendDelete(number);
         if (IsNegative(reply)) Tell(CRunStage::Delete, uidl, {Socket().LastFailure(), reply});
         Log("DELE " + number);
         Log(reply);
-        if (!IsNegative(reply)) return true;
+        if (!IsNegative(reply)) return Deleted::Yes;
+        if (!Socket().LastFailure() && guard_.GoesOnAfter(profile_, result_.mailbox)) {
+            result_.mailbox = {};
+            return Deleted::No;
+        }
         Log(conversation_.GiveUp(reply));
-        return false;
+        return Deleted::GaveUp;
     }
 
-    bool Fetch(const std::vector<PopListEntry>& wanted, CArray<CReceiveMail*, CReceiveMail*>& mails) {
+    // The order of the server, but for what the guard wants last.
+    void PutInOrder(std::vector<CMailOnServer>& wanted) {
+        if (wanted.empty()) return;
+        if (guard_.WantsSizes(profile_) && conversation_.ListedBy() == ListingKind::Uidl)
+            conversation_.AddSizes(wanted);
+        std::ranges::stable_partition(wanted, [this](const auto& mail) { return !guard_.ComesLast(profile_, mail); });
+    }
+
+    // False when nothing that was fetched is to be delivered.
+    bool Fetch(std::span<const CMailOnServer> wanted, CArray<CReceiveMail*, CReceiveMail*>& mails) {
         result_.messages_not_fetched = static_cast<int>(wanted.size());
-        for (auto listed = wanted.begin(); listed != wanted.end(); ++listed) {
-            const CString number(listed->number);
+        for (; !wanted.empty(); wanted = wanted.subspan(1)) {
+            if (!guard_.Fetches(profile_, wanted.front(), held_bytes_)) {
+                ++result_.messages_put_off;
+                --result_.messages_not_fetched;
+                continue;
+            }
             auto mail = std::make_unique<CReceiveMail>();
-            mail->uidl = listed->uidl;
+            mail->uidl = wanted.front().uidl;
+            const CString number(wanted.front().number);
             const bool room = Retrieve(number, mail->text);
             Log("RETR " + number);
             if (!IsNegative(mail->text)) {
                 Log(mail->uidl + " received");
-                // The status line goes, its line end stays: header lines are found by the line end before them.
-                mail->text.erase(0, mail->text.find("\r\n"));
-                mails.push_back(mail.get());
-                static_cast<void>(mail.release());
-                ++observer_.messages_fetched;
-                ++result_.messages_fetched;
-                --result_.messages_not_fetched;
+                Keep(std::move(mail), mails);
                 continue;
             }
             const Refusal refusal{room ? Socket().LastFailure() : no_room_, mail->text};
             TellNotFetched(mail->uidl, PopClass(refusal), refusal);
             const bool timed_out = conversation_.TimedOut();
-            if (timed_out || !room) TellRest({std::next(listed), wanted.end()}, PopClass(refusal));
+            if (timed_out || !room) TellRest(wanted.subspan(1), PopClass(refusal));
             if (timed_out) Tell(CRunStage::Retrieve, mail->uidl, refusal);
             Log(mail->uidl + " receive error");
-            if (timed_out) return conversation_.CloseWith(kPopTimeOutText);
+            if (timed_out)
+                return conversation_.CloseWith(kPopTimeOutText) || guard_.DeliversAfter(profile_, result_.mailbox);
             if (!room) break;
         }
+        conversation_.Quit();
         return true;
     }
 
+    void Keep(std::unique_ptr<CReceiveMail> mail, CArray<CReceiveMail*, CReceiveMail*>& mails) {
+        // The status line goes, its line end stays: header lines are found by the line end before them.
+        mail->text.erase(0, mail->text.find("\r\n"));
+        mails.push_back(mail.get());
+        held_bytes_ += static_cast<std::int64_t>(mail.release()->text.size());
+        ++observer_.messages_fetched;
+        ++result_.messages_fetched;
+        --result_.messages_not_fetched;
+    }
+
     // What is not asked for any more.
-    void TellRest(std::span<const PopListEntry> rest, CFailureClass failure_class) {
-        for (const PopListEntry& listed : rest) TellNotFetched(listed.uidl, failure_class, {{}, {}});
+    void TellRest(std::span<const CMailOnServer> rest, CFailureClass failure_class) {
+        for (const CMailOnServer& listed : rest) TellNotFetched(listed.uidl, failure_class, {{}, {}});
     }
 
     // False when there is no memory for the message. It and the later ones wait for another run: a mailbox that is
@@ -155,9 +197,12 @@ private:
         }
     }
 
+    const CPopProfile& profile_;
+    CRunGuard& guard_;
     const CPopProfileSetting& setting_;
     CRunObserver& observer_;
     CRunResult& result_;
+    std::int64_t held_bytes_ = 0;
     const Failure no_room_{FailureKind::Local, "no memory"};
     PopConversation conversation_;
 };

@@ -4,11 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 #include <cstddef>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -110,31 +108,14 @@ private:
     bool running_ = false;
 };
 
-std::int64_t SizeIn(std::string_view text) {
-    std::int64_t size = -1;
-    std::from_chars(text.data(), text.data() + text.size(), size);
-    return size;
-}
-
 bool List(PopConversation& conversation, CMailboxListing& listing) {
     CString reply;
-    std::vector<PopListEntry> entries;
+    std::vector<CMailOnServer> entries;
     if (!conversation.List(reply, entries)) return false;
     listing.has_uidls = conversation.ListedBy() == ListingKind::Uidl ? 1 : 0;
-
-    // The sizes are told by LIST alone; a server that refuses it is none the worse.
-    CString sizes_reply;
-    std::unordered_map<std::string_view, std::string_view, CUidlHash> sizes;
-    if (listing.has_uidls != 0) {
-        conversation.Socket().SendList(&sizes_reply);
-        for (const PopListEntry& entry : ParseListing(sizes_reply, ListingKind::List)) {
-            sizes.emplace(entry.number, entry.size);
-        }
-    }
-    for (const PopListEntry& entry : entries) {
-        const auto size = sizes.find(entry.number);
-        listing.mails.push_back(
-            {CString(entry.number), CString(entry.uidl), SizeIn(size == sizes.end() ? entry.size : size->second)});
+    if (listing.has_uidls != 0) conversation.AddSizes(entries);
+    for (const CMailOnServer& mail : entries) {
+        listing.mails.push_back({CString(mail.number), CString(mail.uidl), mail.size_bytes});
     }
     return true;
 }

@@ -1,12 +1,11 @@
 // Delivers the fetched messages of one run over the open SMTP connection.
 //
 // A message that all its destinations take unchanged goes out in one transaction; any other goes out once per
-// destination. The first refused command ends the delivery.
+// destination. The first refused command ends the delivery, unless the guard takes over what was refused.
 
 #include <algorithm>
 #include <cstddef>
 #include <span>
-#include <string_view>
 #include <vector>
 
 #include "platform/net/sockets.h"
@@ -26,26 +25,35 @@ void RemoveLeadingLineEnds(CString& text) {
     text.erase(0, length);
 }
 
-// What goes out now, for the result of the run.
+// What goes out now.
 struct Transaction {
-    std::string_view uidl;
-    std::span<CForwardAddress* const> destinations;
+    CReceiveMail* mail = nullptr;
+    std::span<CForwardAddress* const> destinations;  // those that were refused and set aside are left out
+    bool set_aside = false;                          // for one address at least
 };
 
 class Delivery {
 public:
     Delivery(CPopProfile& profile, CSmtpSocket& socket, CArray<CReceiveMail*, CReceiveMail*>& mails)
-        : profile_(profile), socket_(socket), mails_(mails), sender_("<" + profile.setting.address + ">") {}
+        : profile_(profile),
+          guard_(CRunGuard::OrDefaults(profile.guard)),
+          socket_(socket),
+          mails_(mails),
+          sender_("<" + profile.setting.address + ">") {
+        socket_.SetEndOfDataTimeOut(guard_.EndOfDataSeconds(profile));
+    }
 
     bool Run() {
         Sort();
         for (const std::size_t index : batch_) {
-            if (!DeliverToAll(*mails_[index])) return GiveUp();
+            Begin(*mails_[index]);
+            if (!DeliverToAll()) return GiveUp();
             Destroy(index);
         }
         for (const std::size_t index : single_) {
+            Begin(*mails_[index]);
             for (CForwardAddress* const& destination : mails_[index]->destinations) {
-                if (!DeliverToOne(*mails_[index], destination)) return GiveUp();
+                if (!DeliverToOne(destination)) return GiveUp();
             }
             Destroy(index);
         }
@@ -69,20 +77,31 @@ private:
         }
     }
 
-    bool DeliverToAll(const CReceiveMail& mail) {
-        current_ = {mail.uidl, mail.destinations};
+    void Begin(CReceiveMail& mail) { current_ = {.mail = &mail, .destinations = mail.destinations}; }
+
+    bool DeliverToAll() {
+        const CReceiveMail& mail = *current_.mail;
         if (!SendSender()) return false;
-        for (const CForwardAddress* destination : mail.destinations) {
-            if (!SendRecipient(PlainRecipient(destination->setting.address))) return false;
+        accepted_.clear();
+        for (CForwardAddress* const& destination : mail.destinations) {
+            if (SendRecipient(PlainRecipient(destination->setting.address))) {
+                accepted_.push_back(destination);
+            } else if (!SetAside({&destination, 1})) {
+                return false;
+            }
         }
+        if (accepted_.empty() && !mail.destinations.empty()) return Reset();
+        current_.destinations = accepted_;
         return SendText(mail.text, DataForm::Fetched);
     }
 
-    bool DeliverToOne(CReceiveMail& mail, CForwardAddress* const& destination) {
+    bool DeliverToOne(CForwardAddress* const& destination) {
+        CReceiveMail& mail = *current_.mail;
         const CForwardAddressSetting& to = destination->setting;
         const CString recipient = PlainRecipient(to.address);
-        current_ = {mail.uidl, {&destination, 1}};
-        if (!SendSender() || !SendRecipient(recipient)) return false;
+        current_.destinations = {&destination, 1};
+        if (!SendSender()) return false;
+        if (!SendRecipient(recipient)) return SetAside(current_.destinations) && Reset();
         // The message itself is rewritten: each copy is made from the one before (B65).
         if (profile_.setting.replaceto != 0) profile_.ReplaceTo(&mail, recipient);
         if (to.textonly < 0) return SendText(mail.text, DataForm::Fetched);
@@ -108,14 +127,42 @@ private:
     bool SendText(const CString& text, DataForm form) {
         const CString reply = socket_.SendData(&text, form);
         Log("DATA");
-        return Accept(reply, socket_.message_sent != 0 ? CRunStage::EndOfData : CRunStage::Data);
+        if (Accept(reply, socket_.message_sent != 0 ? CRunStage::EndOfData : CRunStage::Data)) return true;
+        return SetAside(current_.destinations) && Reset();
+    }
+
+    // Whether the guard takes over what was refused just now, for all these addresses: then the delivery goes on.
+    bool SetAside(std::span<CForwardAddress* const> refused) {
+        CRunFailure& refusal = profile_.result.delivery;
+        const bool by_server =
+            refusal.failure_class == CFailureClass::Permanent || refusal.failure_class == CFailureClass::Transient;
+        if (!by_server || refusal.stage == CRunStage::MailFrom || refused.empty()) return false;
+        for (const CForwardAddress* to : refused) {
+            if (guard_.Refused(profile_, *current_.mail, *to, refusal) == CRefusal::EndDelivery) return false;
+            Log("* set aside : " + to->setting.address);
+            ++profile_.result.copies_set_aside;
+            current_.set_aside = true;
+        }
+        refusal = {};
+        return true;
+    }
+
+    // Always true: where the server does not take it, the next command tells.
+    bool Reset() {
+        const CString reply = socket_.SendReset();
+        Log("RSET");
+        Log(reply);
+        return true;
     }
 
     // The result is filled in before the log, for which there may be no memory.
     bool Accept(const CString& reply, CRunStage stage, const CString* recipient = nullptr) {
         const bool accepted = IsCode(reply, "250");
         if (!accepted) Tell(stage, {socket_.LastFailure(), reply}, recipient);
-        if (accepted && stage == CRunStage::EndOfData) CountCopies();
+        if (accepted && stage == CRunStage::EndOfData) {
+            CountCopies();
+            guard_.Taken(profile_, *current_.mail, current_.destinations);
+        }
         Log(reply);
         return accepted;
     }
@@ -123,7 +170,7 @@ private:
     void Tell(CRunStage stage, const Refusal& refusal, const CString* recipient) {
         CRunFailure& told = profile_.result.delivery;
         Fill(told, stage, SmtpClass(refusal), refusal);
-        Fill(told.uidl, current_.uidl);
+        Fill(told.uidl, current_.mail->uidl);
         Fill(told.sender, profile_.setting.address);
         if (recipient) {
             Fill(told.recipient, *recipient);
@@ -144,7 +191,7 @@ private:
     }
 
     void Destroy(std::size_t index) {
-        if (!mails_[index]->destinations.empty()) ++profile_.result.messages_delivered;
+        if (!mails_[index]->destinations.empty() && !current_.set_aside) ++profile_.result.messages_delivered;
         delete mails_[index];
         mails_[index] = nullptr;
         ++profile_.observer.messages_delivered;
@@ -163,12 +210,14 @@ private:
     }
 
     CPopProfile& profile_;
+    CRunGuard& guard_;
     CSmtpSocket& socket_;
     CArray<CReceiveMail*, CReceiveMail*>& mails_;
     CString sender_;
     Transaction current_;
-    std::vector<std::size_t> batch_;   // positions in mails_, ascending
-    std::vector<std::size_t> single_;  // positions in mails_, ascending
+    std::vector<CForwardAddress*> accepted_;  // by the server at RCPT TO, in this transaction
+    std::vector<std::size_t> batch_;          // positions in mails_, ascending
+    std::vector<std::size_t> single_;         // positions in mails_, ascending
 };
 
 }  // namespace

@@ -23,6 +23,7 @@ enum class CRunEnding : int {
     Delivered = 5,        // every message that was fetched was taken for every address that lacked it
     DeliveryFailed = 6,   // see CRunResult::delivery; what was not taken is offered again in the next run
     Exception = 7,        // mostly want of memory, outside the two conversations; see CRunResult::exception
+    KeptBack = 8,         // the guard ended it before anything was deleted or fetched; no list of ids changed
 };
 
 // What to expect of trying again.
@@ -93,8 +94,10 @@ struct TARVEX_API CRunResult {
     int messages_listed = 0;          // on the server; 0 until the mailbox was listed
     int messages_fetched = 0;         // in memory, whole
     int messages_not_fetched = 0;     // wanted, and not got; 0 where the mailbox failed before the first RETR
+    int messages_put_off = 0;         // left for a later run by the guard
     int messages_delivered = 0;       // taken by the SMTP server for every address that lacked them, one at least
     int copies = 0;                   // taken by it for one address: the sum over the addresses
+    int copies_set_aside = 0;         // refused by it, and taken over by the guard: the sum over the addresses
     std::int64_t bytes_received = 0;  // over the wire, from both servers, TLS included
     std::int64_t bytes_sent = 0;      // over the wire, to both servers, TLS included
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "tarvex/conversion.h"
+#include "tarvex/guard.h"
 #include "tarvex/plan.h"
 #include "tarvex/probe.h"
 #include "tarvex/tree.h"
@@ -27,8 +28,9 @@ enum class CStartResult : int {
 // Starts a run of one profile of the root's tree, as the entry does, but without its judgement: due or not, and
 // switched on or not. The profile's lasttime becomes now, as when it is judged due. Where nothing is started, lasttime
 // stays, no copy is added to root.running_copies, and only `result` of the profile tells of it. Unlike the entry it
-// frees no copy that has ended; call RefreshThread once their results have been read. To be called as the entry is.
-[[nodiscard]] TARVEX_API CStartResult StartRun(CRootPath& root, CPopProfile& profile);
+// frees no copy that has ended; call RefreshThread once their results have been read. `guard` decides in this run; null
+// stands for the defaults, whatever root.guard is. To be called as the entry is.
+[[nodiscard]] TARVEX_API CStartResult StartRun(CRootPath& root, CPopProfile& profile, CRunGuard* guard = nullptr);
 
 // Interrupts every run of the root and returns at once. They save their state and end soon; WaitThread waits for that.
 // Their copies stay, with their results, until RefreshThread or KillThread frees them. To be called as the entry is.

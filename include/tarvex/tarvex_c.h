@@ -65,7 +65,8 @@ enum tarvex_ending {
     TARVEX_NOTHING_NEW = 4,
     TARVEX_DELIVERED = 5,       /* everything that was fetched */
     TARVEX_DELIVERY_FAILED = 6, /* see tarvex_result.delivery */
-    TARVEX_EXCEPTION = 7        /* mostly want of memory; see tarvex_result.exception */
+    TARVEX_EXCEPTION = 7,       /* mostly want of memory; see tarvex_result.exception */
+    TARVEX_KEPT_BACK = 8        /* by the guard, before anything was deleted or fetched */
 };
 
 /* How far a conversation had come. */
@@ -153,6 +154,8 @@ typedef struct tarvex_result {
     const tarvex_address* addresses; /* in the order of the tree; none where there was no memory for them */
     int not_fetched_count;           /* 10,000 at most */
     const tarvex_not_fetched* not_fetched;
+    int messages_put_off; /* left for a later run by the guard */
+    int copies_set_aside; /* refused by the server, and taken over by the guard */
 } tarvex_result;
 /* NOLINTEND(modernize-use-using) */
 
@@ -180,6 +183,72 @@ TARVEX_C_API void TARVEX_C_CALL tarvex_close(tarvex_root* root);
 /* Why the last operation of this thread that failed did so: an English sentence in UTF-8, empty before the first
    failure. It is owned by the library and never freed. */
 TARVEX_C_API const char* TARVEX_C_CALL tarvex_last_error(void);
+
+/* ---- a guard: what a host decides in a run
+
+   A run asks its guard at every step that a host may want otherwise. A member that is null gives the answer that a run
+   without a guard has. The functions are called on the threads of the runs, for several runs at once; they may block
+   their run, and must not call back into this root. The texts are valid during the call; they come from servers and
+   may hold anything but a zero byte. */
+/* NOLINTBEGIN(modernize-use-using): it is C as well */
+
+typedef struct tarvex_mail {
+    const char* profile; /* "user0/from0" */
+    const char* uidl;    /* the unique id; empty where the server has none */
+    long long size;      /* as the server lists it, in bytes; -1 when it was not asked or gave no number */
+    const char* text;    /* the message, `text_bytes` long, zero bytes included; null before it is fetched */
+    long long text_bytes;
+} tarvex_mail;
+
+enum tarvex_deletion {
+    TARVEX_DELETE_AND_FORGET = 0,   /* as without a guard */
+    TARVEX_DELETE_AND_REMEMBER = 1, /* the id stays in the lists until a listing lacks it */
+    TARVEX_DELETE_NOT_NOW = 2
+};
+
+enum tarvex_sending {
+    TARVEX_SEND_AS_ALWAYS = 0, /* when the address's list lacks the id */
+    TARVEX_SEND = 1,           /* whatever the list says */
+    TARVEX_HAS_IT = 2,         /* note the id, and do not send it */
+    TARVEX_KEEP_BACK = 3       /* neither: the next run asks again */
+};
+
+enum tarvex_refusal {
+    TARVEX_END_DELIVERY = 0, /* as without a guard */
+    TARVEX_HOST_HAS_IT = 1   /* the host holds it durably for this address: go on with the next */
+};
+
+typedef struct tarvex_guard {
+    int size;      /* sizeof(tarvex_guard): later versions add members to the end */
+    void* context; /* handed to every function */
+    /* Non-zero for yes. Whether the run shall begin; whether it shall go on with what the server lists; whether a
+       message needs no fetching (`received`: the lists say so); whether the run goes on after a refused deletion. */
+    int(TARVEX_C_CALL* begins)(void* context, const char* profile);
+    int(TARVEX_C_CALL* listed)(void* context, const char* profile, const tarvex_mail* mails, int count);
+    int(TARVEX_C_CALL* is_handled)(void* context, const tarvex_mail* mail, int received);
+    int(TARVEX_C_CALL* deletes)(void* context, const tarvex_mail* mail); /* a tarvex_deletion */
+    int(TARVEX_C_CALL* goes_on_after)(void* context, const char* profile, const tarvex_failure* refused_deletion);
+    /* Whether sizes are wanted before anything is fetched; whether a message is fetched last; whether it is fetched in
+       this run, which holds `held_bytes` already; whether what was fetched is delivered although the mailbox failed. */
+    int(TARVEX_C_CALL* wants_sizes)(void* context, const char* profile);
+    int(TARVEX_C_CALL* comes_last)(void* context, const tarvex_mail* mail);
+    int(TARVEX_C_CALL* fetches)(void* context, const tarvex_mail* mail, long long held_bytes);
+    long long(TARVEX_C_CALL* least_bytes_per_minute)(void* context, const char* profile); /* 0: no such rule */
+    int(TARVEX_C_CALL* delivers_after)(void* context, const char* profile, const tarvex_failure* failed_retrieval);
+    /* A tarvex_sending for a fetched message and an address ("user0/from0/forwardto0"). */
+    int(TARVEX_C_CALL* sends)(void* context, const tarvex_mail* mail, const char* address, int received);
+    int(TARVEX_C_CALL* end_of_data_seconds)(void* context, const char* profile); /* 0: the profile's time-out */
+    /* A tarvex_refusal. */
+    int(TARVEX_C_CALL* refused)(void* context, const tarvex_mail* mail, const char* address,
+                                const tarvex_failure* refusal);
+    /* The server has taken it for this address. */
+    void(TARVEX_C_CALL* taken)(void* context, const tarvex_mail* mail, const char* address);
+} tarvex_guard;
+/* NOLINTEND(modernize-use-using) */
+
+/* Has the guard decide in every run that begins from now on, of tarvex_run and of tarvex_start; null ends that. The
+   functions are copied; the context must live until the runs have ended. 1, or -1 on failure. */
+TARVEX_C_API int TARVEX_C_CALL tarvex_set_guard(tarvex_root* root, const tarvex_guard* guard);
 
 /* ---- text: the tree's files and logs hold Shift-JIS */
 

@@ -30,6 +30,7 @@
 #include <memory>
 #include <vector>
 
+#include "tarvex/guard.h"
 #include "tarvex/loaded.h"
 #include "tarvex/log.h"
 #include "tarvex/mail.h"
@@ -184,6 +185,8 @@ public:
     // What this copy's run did, once worker_thread is null. In a profile of the tree: CouldNotBegin as its ending, and
     // nothing else, when there was no memory for the last copy of it.
     CRunResult result;
+    CRunGuard* guard =
+        nullptr;               // decides in the runs of this copy; null stands for the defaults. Not owned, not copied
     CLoaded setting_loaded;    // of the last reading of popprofile.def
     CLoaded addresses_loaded;  // of the last listing of the addresses
 };
@@ -269,5 +272,6 @@ public:
     std::vector<std::unique_ptr<CUser>> users;
     std::vector<std::unique_ptr<CPopProfile>> running_copies;  // in the order in which they were started
     CString path;
-    CLoaded users_loaded;  // of the last listing of the users
+    CRunGuard* guard = nullptr;  // of every run that Tarvex starts; null stands for the defaults. Not owned
+    CLoaded users_loaded;        // of the last listing of the users
 };

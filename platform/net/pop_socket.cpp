@@ -4,7 +4,9 @@
 // well; the end of a multi-line answer is told by its CR LFs alone, since a bare LF may stand inside a message.
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -41,6 +43,28 @@ public:
 private:
     static constexpr std::size_t kOverlap = kTerminator.size() - 1;
     std::string tail_ = "\r\n";  // of the status line
+};
+
+// Whether an answer brings as much as it must within each span of time. Looked at whenever something has come: silence
+// has a time-out of its own.
+class LeastRate {
+public:
+    LeastRate(std::int64_t bytes, std::chrono::milliseconds span)
+        : least_bytes_(static_cast<std::size_t>(bytes)), span_(span), end_(span) {}
+
+    bool IsMissed(std::size_t bytes_so_far) {
+        if (least_bytes_ == 0 || !end_.HasPassed()) return false;
+        const bool missed = bytes_so_far - bytes_before_ < least_bytes_;
+        bytes_before_ = bytes_so_far;
+        end_ = Deadline(span_);
+        return missed;
+    }
+
+private:
+    std::size_t least_bytes_;
+    std::chrono::milliseconds span_;
+    Deadline end_;
+    std::size_t bytes_before_ = 0;
 };
 
 bool IsNegative(std::string_view reply) { return reply.starts_with('-'); }
@@ -137,6 +161,7 @@ std::string CPopSocket::ReadStatus(const Deadline& deadline, AnswerForm form) {
 CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer) {
     TerminatorFinder terminator;
     std::size_t lines = 0;  // of a listing
+    LeastRate rate(least_bytes_, least_span_);
     for (std::size_t bytes = 0;;) {
         const std::string_view received = connection_->Received();
         const std::size_t end = terminator.EndIn(received);
@@ -154,6 +179,7 @@ CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLon
         }
         connection_->Take(chunk.size());
         if (end != std::string_view::npos) return too_long ? Collected::TooLong : Collected::Whole;
+        if (rate.IsMissed(bytes)) connection_->Fail({FailureKind::TimedOut, "the answer comes too slowly"});
         if (!connection_->ReceiveMore(Deadline(TimeOut()))) return Collected::Lost;
     }
 }

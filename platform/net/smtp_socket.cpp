@@ -4,6 +4,7 @@
 // its fourth character is its last. A bare LF ends a line as well.
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -124,7 +125,7 @@ std::string CSmtpSocket::SendData(const std::string* text, DataForm form) {
     switch (connection_->SendMessage({message, ".\r\n"}, TimeOut())) {
         case Connection::SendResult::Sent:
             message_sent = 1;
-            return ReadReply(Deadline(TimeOut()));
+            return ReadReply(Deadline(end_of_data_s_ > 0 ? std::chrono::seconds(end_of_data_s_) : TimeOut()));
         case Connection::SendResult::ServerSpoke:
             return ReadEarlyReply();
         case Connection::SendResult::Failed:

@@ -18,6 +18,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -39,6 +40,13 @@ public:
 
     void SetTimeOut(int seconds);  // 0 or less counts as 30
 
+    // What a multi-line answer of POP3 must bring within each span; what is slower ends as by time-out. 0: no such
+    // rule.
+    void SetLeastRate(std::int64_t bytes, std::chrono::milliseconds span = std::chrono::minutes(1)) {
+        least_bytes_ = bytes;
+        least_span_ = span;
+    }
+
     // Has each step of connecting announced before it begins.
     void AnnounceSteps(OnConnectStep on_step);
 
@@ -56,6 +64,8 @@ protected:
     static Failure UnsafeArgument() { return {FailureKind::Local, "an argument with CR, LF or NUL was not sent"}; }
 
     std::unique_ptr<Connection> connection_;
+    std::int64_t least_bytes_ = 0;
+    std::chrono::milliseconds least_span_{};
 
 private:
     Failure last_failure_;
@@ -132,6 +142,9 @@ public:
     // is a protocol error; both end the connection.
     std::string SendData(const std::string* text, DataForm form = DataForm::Fetched);
 
+    // How long the answer to a whole message may take; 0 or less counts as the time-out.
+    void SetEndOfDataTimeOut(int seconds) { end_of_data_s_ = seconds; }
+
     int message_sent = 0;  // 1 when the last SendData sent all of the message: then the server may have taken it,
                            // whatever the reply
 
@@ -142,6 +155,8 @@ private:
     std::string Upgrade(const std::string& greeting);
     std::string UpgradeFailed(const std::string& reason);
     std::string WhyNot();
+
+    int end_of_data_s_ = 0;
 };
 
 }  // namespace tarvex

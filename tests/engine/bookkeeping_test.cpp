@@ -63,7 +63,7 @@ struct Books {
 };
 
 Ids Handled(const std::vector<Ids>& lists) {
-    const Books books(lists);
+    Books books(lists);
     CCheckedMail handled;
     CollectHandled(books.All(), handled);
     Ids ids;
@@ -193,8 +193,8 @@ TEST(Destinations, SameDestinationsAndListsAsWalkingTheLists) {
     for (int i = 0; i < kRandomCases; ++i) {
         const std::vector<Ids> lists = cases.Lists();
         const Ids mail_ids = cases.List(6);
-        const Books actual(lists, mail_ids);
-        const Books expected(lists, mail_ids);
+        Books actual(lists, mail_ids);
+        Books expected(lists, mail_ids);
         AssignDestinations(actual.mails, actual.All());
         AssignByWalking(expected.mails, expected.All());
         ASSERT_EQ(actual.Destinations(), expected.Destinations()) << Shown(lists) << "mails " << Shown({mail_ids});
@@ -203,21 +203,21 @@ TEST(Destinations, SameDestinationsAndListsAsWalkingTheLists) {
 }
 
 TEST(Destinations, AddressesThatLackTheIdInTheirOrder) {
-    const Books books({{"x"}, {"m1"}, {}}, {"m1", "m2"});
+    Books books({{"x"}, {"m1"}, {}}, {"m1", "m2"});
     AssignDestinations(books.mails, books.All());
     EXPECT_EQ(books.Destinations(), (std::vector<std::vector<std::size_t>>{{0, 2}, {0, 1, 2}}));
     EXPECT_EQ(books.Lists(), (std::vector<Ids>{{"x", "m1", "m2"}, {"m1", "m2"}, {"m1", "m2"}}));
 }
 
 TEST(Destinations, SecondMessageWithTheSameIdGetsNone) {
-    const Books books({{}, {}}, {"m", "m", ""});
+    Books books({{}, {}}, {"m", "m", ""});
     AssignDestinations(books.mails, books.All());
     EXPECT_EQ(books.Destinations(), (std::vector<std::vector<std::size_t>>{{0, 1}, {}, {0, 1}}));
     EXPECT_EQ(books.Lists(), (std::vector<Ids>{{"m", ""}, {"m", ""}}));
 }
 
 TEST(Destinations, AddressThatDoesNotTakePartIsLeftAlone) {
-    const Books books({{}, {}}, {"m"});
+    Books books({{}, {}}, {"m"});
     AssignDestinations(books.mails, std::vector{books.addresses[1].get()});
     EXPECT_EQ(books.Destinations(), (std::vector<std::vector<std::size_t>>{{1}}));
     EXPECT_EQ(books.Lists(), (std::vector<Ids>{{}, {"m"}}));
@@ -252,7 +252,7 @@ TEST(TakingBack, SameListsAsWalkingThem) {
 }
 
 TEST(TakingBack, OnlyTheFirstOfEqualEntriesGoes) {
-    const Books books({{"m", "x", "m"}}, {"m"});
+    Books books({{"m", "x", "m"}}, {"m"});
     books.mails[0]->destinations.push_back(books.addresses[0].get());
     TakeBack(books.mails);
     EXPECT_EQ(books.Lists(), (std::vector<Ids>{{"x", "m"}}));
@@ -269,7 +269,7 @@ TEST(TakingBack, EmptyPlacesAreSkippedAndDestinationsStay) {
 }
 
 TEST(TakingBack, MessageWithoutDestinationsTakesNothingBack) {
-    const Books books({{"m"}}, {"m"});
+    Books books({{"m"}}, {"m"});
     AssignDestinations(books.mails, books.All());
     TakeBack(books.mails);
     EXPECT_EQ(books.Lists(), (std::vector<Ids>{{"m"}}));

@@ -5,11 +5,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "loopback/mail_servers.h"
 #include "testing/child_process.h"
@@ -21,6 +24,7 @@
 namespace tarvex::testing {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::StrEq;
 
 struct Close {
@@ -206,6 +210,140 @@ TEST(CInterface, StartsOneProfileByItsName) {
         EXPECT_EQ(tarvex_start(root.get(), unknown), -1);
         EXPECT_THAT(tarvex_last_error(), StrEq("There is no such profile."));
     }
+}
+
+// A guard that notes the questions, and has the answers of its members.
+struct Asked {
+    std::vector<std::string> questions;
+    int sending = TARVEX_SEND_AS_ALWAYS;
+
+    static Asked& Of(void* context) { return *static_cast<Asked*>(context); }
+    static void Note(void* context, const tarvex_mail* mail, const std::string& question) {
+        Of(context).questions.push_back(question + " " + mail->profile + " " + mail->uidl);
+    }
+    tarvex_guard Guard() {
+        tarvex_guard guard{};
+        guard.size = sizeof(guard);
+        guard.context = this;
+        guard.begins = [](void* c, const char* profile) {
+            Of(c).questions.push_back(std::string("begins ") + profile);
+            return 1;
+        };
+        guard.listed = [](void* c, const char*, const tarvex_mail* mails, int count) {
+            for (int i = 0; i < count; ++i) Note(c, &mails[i], "listed");
+            return 1;
+        };
+        guard.is_handled = [](void* c, const tarvex_mail* mail, int received) {
+            Note(c, mail, "is_handled " + std::to_string(received));
+            return received;
+        };
+        guard.deletes = [](void* c, const tarvex_mail* mail) {
+            Note(c, mail, "deletes");
+            return static_cast<int>(TARVEX_DELETE_AND_REMEMBER);
+        };
+        guard.goes_on_after = [](void* c, const char*, const tarvex_failure* refused) {
+            Of(c).questions.push_back(std::string("goes_on_after ") + refused->reply);
+            return 1;
+        };
+        guard.wants_sizes = [](void*, const char*) { return 1; };
+        guard.comes_last = [](void* c, const tarvex_mail* mail) {
+            Note(c, mail, "comes_last " + std::to_string(mail->size));
+            return 0;
+        };
+        guard.fetches = [](void* c, const tarvex_mail* mail, long long held_bytes) {
+            Note(c, mail, "fetches beside " + std::to_string(held_bytes));
+            return 1;
+        };
+        guard.least_bytes_per_minute = [](void*, const char*) { return 1LL; };
+        guard.delivers_after = [](void*, const char*, const tarvex_failure*) { return 1; };
+        guard.sends = [](void* c, const tarvex_mail* mail, const char* address, int received) {
+            Note(c, mail,
+                 std::string("sends ") + address + " " + std::to_string(received) + " " +
+                     std::to_string(mail->text_bytes == static_cast<long long>(std::strlen(mail->text))));
+            return Of(c).sending;
+        };
+        guard.end_of_data_seconds = [](void*, const char*) { return 60; };
+        guard.refused = [](void* c, const tarvex_mail* mail, const char* address, const tarvex_failure* refusal) {
+            Note(c, mail, std::string("refused ") + address + " " + refusal->reply);
+            return static_cast<int>(TARVEX_HOST_HAS_IT);
+        };
+        guard.taken = [](void* c, const tarvex_mail* mail, const char* address) {
+            Note(c, mail, std::string("taken ") + address);
+        };
+        return guard;
+    }
+};
+
+// A mailbox with "old", which the address has and the server does not delete, and two new ones; the first is refused.
+class CGuard : public ::testing::Test {
+protected:
+    CGuard() {
+        for (const char* id : {"old", "u1", "u2"}) pop.Add(Mail(id));
+        pop.SetFault([](const std::string& command) { return command == "DELE 1" ? "-ERR locked" : ""; });
+        smtp.SetFault([recipients = 0](const std::string& command) mutable {
+            return command.starts_with("RCPT") && ++recipients == 1 ? "550 no" : "";
+        });
+        CPopProfile& profile = tree.AddProfile(pop.Port(), smtp.Port());
+        profile.setting.deletemail = 1;
+        EXPECT_EQ(profile.SaveSetting(), 1);
+        WriteUidls(AddAddress(profile, "a@example.net"), {"old"});
+        root = Open(tree.Folder() / "root");
+    }
+
+    const tarvex_result& RunWith(const tarvex_guard& guard) {
+        EXPECT_EQ(tarvex_set_guard(root.get(), &guard), 1);
+        EXPECT_EQ(tarvex_start(root.get(), "user0/from0"), 1);
+        EXPECT_EQ(tarvex_wait(root.get(), 30'000), 1);
+        EXPECT_EQ(tarvex_ended(root.get()), 1);
+        return *tarvex_ended_run(root.get(), 0);
+    }
+
+    MailboxServer pop{"alice", "secret"};
+    SinkServer smtp;
+    DataTree tree;
+    Asked asked;
+    Root root;
+};
+
+TEST_F(CGuard, IsAskedEveryQuestion) {
+    const tarvex_result& run = RunWith(asked.Guard());
+    EXPECT_EQ(run.ending, TARVEX_DELIVERED);
+    EXPECT_EQ(run.copies_set_aside, 1);
+    EXPECT_EQ(run.copies, 1);
+    const std::string size = std::to_string(Message("u1").size());
+    const std::string held = std::to_string(Message("u1").size() + 5);  // with the line end before it, and its end
+    const std::string of = " user0/from0 ";
+    const std::string to = "user0/from0/forwardto0";
+    EXPECT_THAT(asked.questions,
+                ElementsAre("begins user0/from0", "listed" + of + "old", "listed" + of + "u1", "listed" + of + "u2",
+                            "is_handled 1" + of + "old", "deletes" + of + "old", "goes_on_after -ERR locked",
+                            "is_handled 0" + of + "u1", "is_handled 0" + of + "u2", "comes_last " + size + of + "u1",
+                            "comes_last " + size + of + "u2", "fetches beside 0" + of + "u1",
+                            "fetches beside " + held + of + "u2", "sends " + to + " 0 1" + of + "u1",
+                            "sends " + to + " 0 1" + of + "u2", "refused " + to + " 550 no" + of + "u1",
+                            "taken " + to + of + "u2"));
+}
+
+TEST_F(CGuard, AnswerThatIsNoneIsTheDefault) {
+    asked.sending = 42;
+    EXPECT_EQ(RunWith(asked.Guard()).copies, 1);
+}
+
+TEST_F(CGuard, WithoutFunctionsIsTheRunWithoutOne) {
+    tarvex_guard guard = asked.Guard();
+    guard.size = offsetof(tarvex_guard, begins);
+    EXPECT_EQ(RunWith(guard).ending, TARVEX_MAILBOX_FAILED) << "of the message that cannot be deleted";
+    EXPECT_TRUE(asked.questions.empty());
+}
+
+TEST_F(CGuard, CanBeTakenAway) {
+    const tarvex_guard guard = asked.Guard();
+    EXPECT_EQ(tarvex_set_guard(root.get(), &guard), 1);
+    EXPECT_EQ(tarvex_set_guard(root.get(), nullptr), 1);
+    EXPECT_EQ(tarvex_set_guard(nullptr, &guard), -1);
+    EXPECT_EQ(tarvex_start(root.get(), "user0/from0"), 1);
+    EXPECT_EQ(tarvex_wait(root.get(), 30'000), 1);
+    EXPECT_TRUE(asked.questions.empty());
 }
 
 TEST(CInterface, TellsTheIntervalOfATimer) { EXPECT_EQ(tarvex_interval_seconds(1440), 172'800); }

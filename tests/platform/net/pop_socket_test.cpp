@@ -522,6 +522,20 @@ TEST(PopSocket, MultiLineAnswerOnlyHasToGoOn) {
     EXPECT_GT(watch.Elapsed(), 1s);
 }
 
+TEST(PopSocket, MultiLineAnswerMustKeepToTheLeastRate) {
+    const std::string text = "+OK\r\nslow but steady\r\n.\r\n";
+    for (const int least_bytes : {1, 100}) {
+        ScriptedServer server(AfterCommand([&](Peer& peer) {
+            peer.Send(text.substr(0, 5));
+            peer.Drip(text.substr(5), 50ms);
+        }));
+        GreetedSocket socket(server, 15);
+        socket.SetLeastRate(least_bytes, 200ms);
+        EXPECT_EQ(socket.Retr(), least_bytes == 1 ? text : "-ERR Timeout: the answer comes too slowly");
+        EXPECT_EQ(socket.timed_out, least_bytes == 1 ? 0 : 1);
+    }
+}
+
 TEST(PopSocket, MultiLineAnswerThatStopsTimesOut) {
     for (const std::string begun : {"+OK\r\n", "+OK\r\n1 a\r\n", "+OK\r\n1 a\r\n.\r", "+OK\r\n.\n"}) {
         ScriptedServer server(AnswersOnce(begun));

@@ -1,0 +1,153 @@
+// Hands the questions of a run to the functions of a host in C.
+
+#include "engine/c_guard.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "engine/c_result.h"
+#include "tarvex/tree.h"
+
+namespace tarvex {
+namespace {
+
+template <class Enumeration>
+constexpr bool Is(int value, Enumeration enumerator) {
+    return value == static_cast<int>(enumerator);
+}
+
+static_assert(Is(TARVEX_DELETE_AND_FORGET, CDeletion::Forget) && Is(TARVEX_DELETE_AND_REMEMBER, CDeletion::Remember) &&
+              Is(TARVEX_DELETE_NOT_NOW, CDeletion::NotNow));
+static_assert(Is(TARVEX_SEND_AS_ALWAYS, CSending::AsAlways) && Is(TARVEX_SEND, CSending::Send) &&
+              Is(TARVEX_HAS_IT, CSending::HasIt) && Is(TARVEX_KEEP_BACK, CSending::KeepBack));
+static_assert(Is(TARVEX_END_DELIVERY, CRefusal::EndDelivery) && Is(TARVEX_HOST_HAS_IT, CRefusal::HostHasIt));
+
+// What is no answer is the default.
+template <class Enumeration>
+Enumeration Answer(int value, Enumeration last) {
+    return value >= 0 && value <= static_cast<int>(last) ? static_cast<Enumeration>(value) : Enumeration{};
+}
+
+}  // namespace
+
+CGuardForC::CGuardForC(const CString& root, const tarvex_guard& host) : root_(root) {
+    std::memcpy(&host_, &host, std::min(static_cast<std::size_t>(std::max(host.size, 0)), sizeof(host_)));
+}
+
+template <class Ask>
+auto CGuardForC::AskAbout(const CPopProfile& profile, const CMailOnServer& mail, Ask ask) const {
+    const std::string name = NameBelow(root_, profile.path);
+    const std::string uidl(mail.uidl);
+    const tarvex_mail told{name.c_str(), uidl.c_str(), mail.size_bytes, nullptr, 0};
+    return ask(&told);
+}
+
+template <class Ask>
+auto CGuardForC::AskAbout(const CPopProfile& profile, const CReceiveMail& mail, Ask ask) const {
+    const std::string name = NameBelow(root_, profile.path);
+    const auto bytes = static_cast<long long>(mail.text.size());
+    const tarvex_mail told{name.c_str(), mail.uidl.c_str(), -1, mail.text.c_str(), bytes};
+    return ask(&told);
+}
+
+bool CGuardForC::Begins(const CPopProfile& profile) {
+    if (!host_.begins) return CRunGuard::Begins(profile);
+    return host_.begins(host_.context, NameBelow(root_, profile.path).c_str()) != 0;
+}
+
+bool CGuardForC::Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) {
+    if (!host_.listed) return CRunGuard::Listed(profile, listing);
+    const std::string name = NameBelow(root_, profile.path);
+    std::list<std::string> uidls;  // whose texts do not move
+    std::vector<tarvex_mail> told;
+    for (const CMailOnServer& mail : listing) {
+        told.push_back({name.c_str(), uidls.emplace_back(mail.uidl).c_str(), mail.size_bytes, nullptr, 0});
+    }
+    return host_.listed(host_.context, name.c_str(), told.data(), static_cast<int>(told.size())) != 0;
+}
+
+bool CGuardForC::IsHandled(const CPopProfile& profile, const CMailOnServer& mail, bool received) {
+    if (!host_.is_handled) return CRunGuard::IsHandled(profile, mail, received);
+    return AskAbout(profile, mail, [&](const tarvex_mail* told) {
+        return host_.is_handled(host_.context, told, received ? 1 : 0) != 0;
+    });
+}
+
+CDeletion CGuardForC::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
+    if (!host_.deletes) return CRunGuard::Deletes(profile, mail);
+    return AskAbout(profile, mail, [&](const tarvex_mail* told) {
+        return Answer(host_.deletes(host_.context, told), CDeletion::NotNow);
+    });
+}
+
+bool CGuardForC::GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion) {
+    if (!host_.goes_on_after) return CRunGuard::GoesOnAfter(profile, refused_deletion);
+    const tarvex_failure told = Told(refused_deletion);
+    return host_.goes_on_after(host_.context, NameBelow(root_, profile.path).c_str(), &told) != 0;
+}
+
+bool CGuardForC::WantsSizes(const CPopProfile& profile) {
+    if (!host_.wants_sizes) return CRunGuard::WantsSizes(profile);
+    return host_.wants_sizes(host_.context, NameBelow(root_, profile.path).c_str()) != 0;
+}
+
+bool CGuardForC::ComesLast(const CPopProfile& profile, const CMailOnServer& mail) {
+    if (!host_.comes_last) return CRunGuard::ComesLast(profile, mail);
+    return AskAbout(profile, mail, [&](const tarvex_mail* told) { return host_.comes_last(host_.context, told) != 0; });
+}
+
+bool CGuardForC::Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) {
+    if (!host_.fetches) return CRunGuard::Fetches(profile, mail, held_bytes);
+    return AskAbout(profile, mail,
+                    [&](const tarvex_mail* told) { return host_.fetches(host_.context, told, held_bytes) != 0; });
+}
+
+std::int64_t CGuardForC::LeastBytesPerMinute(const CPopProfile& profile) {
+    if (!host_.least_bytes_per_minute) return CRunGuard::LeastBytesPerMinute(profile);
+    return host_.least_bytes_per_minute(host_.context, NameBelow(root_, profile.path).c_str());
+}
+
+bool CGuardForC::DeliversAfter(const CPopProfile& profile, const CRunFailure& failed_retrieval) {
+    if (!host_.delivers_after) return CRunGuard::DeliversAfter(profile, failed_retrieval);
+    const tarvex_failure told = Told(failed_retrieval);
+    return host_.delivers_after(host_.context, NameBelow(root_, profile.path).c_str(), &told) != 0;
+}
+
+CSending CGuardForC::Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
+                           bool received) {
+    if (!host_.sends) return CRunGuard::Sends(profile, mail, address, received);
+    const std::string to = NameBelow(root_, address.path);
+    return AskAbout(profile, mail, [&](const tarvex_mail* told) {
+        return Answer(host_.sends(host_.context, told, to.c_str(), received ? 1 : 0), CSending::KeepBack);
+    });
+}
+
+int CGuardForC::EndOfDataSeconds(const CPopProfile& profile) {
+    if (!host_.end_of_data_seconds) return CRunGuard::EndOfDataSeconds(profile);
+    return host_.end_of_data_seconds(host_.context, NameBelow(root_, profile.path).c_str());
+}
+
+CRefusal CGuardForC::Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
+                             const CRunFailure& refusal) {
+    if (!host_.refused) return CRunGuard::Refused(profile, mail, address, refusal);
+    const std::string to = NameBelow(root_, address.path);
+    const tarvex_failure why = Told(refusal);
+    return AskAbout(profile, mail, [&](const tarvex_mail* told) {
+        return Answer(host_.refused(host_.context, told, to.c_str(), &why), CRefusal::HostHasIt);
+    });
+}
+
+void CGuardForC::Taken(const CPopProfile& profile, const CReceiveMail& mail,
+                       std::span<CForwardAddress* const> addresses) {
+    if (!host_.taken) return CRunGuard::Taken(profile, mail, addresses);
+    for (const CForwardAddress* address : addresses) {
+        const std::string to = NameBelow(root_, address->path);
+        AskAbout(profile, mail, [&](const tarvex_mail* told) { host_.taken(host_.context, told, to.c_str()); });
+    }
+}
+
+}  // namespace tarvex

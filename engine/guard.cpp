@@ -1,0 +1,51 @@
+// The default answers of a guard: the run as it is without one.
+
+#include "tarvex/guard.h"
+
+CRunGuard::~CRunGuard() = default;
+
+CRunGuard& CRunGuard::OrDefaults(CRunGuard* guard) {
+    static CRunGuard defaults;
+    return guard ? *guard : defaults;
+}
+
+bool CRunGuard::Begins(const CPopProfile& /*profile*/) { return true; }
+
+bool CRunGuard::Listed(const CPopProfile& /*profile*/, std::span<const CMailOnServer> /*listing*/) { return true; }
+
+bool CRunGuard::IsHandled(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/, bool received) {
+    return received;
+}
+
+CDeletion CRunGuard::Deletes(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) {
+    return CDeletion::Forget;
+}
+
+bool CRunGuard::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& /*refused_deletion*/) { return false; }
+
+bool CRunGuard::WantsSizes(const CPopProfile& /*profile*/) { return false; }
+
+bool CRunGuard::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) { return false; }
+
+bool CRunGuard::Fetches(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/, std::int64_t /*held_bytes*/) {
+    return true;
+}
+
+std::int64_t CRunGuard::LeastBytesPerMinute(const CPopProfile& /*profile*/) { return 0; }
+
+bool CRunGuard::DeliversAfter(const CPopProfile& /*profile*/, const CRunFailure& /*failed_retrieval*/) { return false; }
+
+CSending CRunGuard::Sends(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,
+                          const CForwardAddress& /*address*/, bool /*received*/) {
+    return CSending::AsAlways;
+}
+
+int CRunGuard::EndOfDataSeconds(const CPopProfile& /*profile*/) { return 0; }
+
+CRefusal CRunGuard::Refused(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,
+                            const CForwardAddress& /*address*/, const CRunFailure& /*refusal*/) {
+    return CRefusal::EndDelivery;
+}
+
+void CRunGuard::Taken(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,
+                      std::span<CForwardAddress* const> /*addresses*/) {}
