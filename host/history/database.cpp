@@ -32,7 +32,7 @@ bool DatabaseError::IsOfStatement() const { return (code_ & 0xFF) == SQLITE_ERRO
 
 void Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 
-// What an earlier run of the statement returned was told then.
+// What the statement returned was told when it did.
 void Statement::Reset() {
     sqlite3_reset(statement_.get());
     sqlite3_clear_bindings(statement_.get());
@@ -44,6 +44,11 @@ void Statement::Bind(int place, std::int64_t number) {
 
 void Statement::Bind(int place, std::string_view text) {
     Require(sqlite3_bind_text64(statement_.get(), place, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8),
+            sqlite3_db_handle(statement_.get()));
+}
+
+void Statement::Bind(int place, std::span<const unsigned char> bytes) {
+    Require(sqlite3_bind_blob64(statement_.get(), place, bytes.data(), bytes.size(), SQLITE_TRANSIENT),
             sqlite3_db_handle(statement_.get()));
 }
 
@@ -59,6 +64,11 @@ std::int64_t Statement::Number(int column) const { return sqlite3_column_int64(s
 std::string Statement::Text(int column) const {
     const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
     return text ? std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))) : "";
+}
+
+std::span<const unsigned char> Statement::Bytes(int column) const {
+    const auto* const bytes = static_cast<const unsigned char*>(sqlite3_column_blob(statement_.get(), column));
+    return {bytes, bytes ? static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column)) : 0};
 }
 
 void Database::Close::operator()(sqlite3* database) const { sqlite3_close(database); }
@@ -88,6 +98,14 @@ Statement Database::Prepare(std::string_view sql) {
             database_.get());
     return Statement(statement);
 }
+
+Database::Kept Database::Lend(const char* sql) {
+    auto found = kept_.find(sql);
+    if (found == kept_.end()) found = kept_.emplace(sql, Prepare(sql)).first;
+    return Kept(&found->second);
+}
+
+bool Database::IsInTransaction() const { return sqlite3_get_autocommit(database_.get()) == 0; }
 
 std::int64_t Database::Number(std::string_view sql) {
     Statement statement = Prepare(sql);

@@ -5,7 +5,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -44,16 +46,20 @@ public:
         }
     }
 
-    std::int64_t Number(int column) const;  // counted from 0; 0 for NULL
-    std::string Text(int column) const;     // empty for NULL
+    std::int64_t Number(int column) const;                   // counted from 0; 0 for NULL
+    std::string Text(int column) const;                      // empty for NULL
+    std::span<const unsigned char> Bytes(int column) const;  // valid until the next row
+
+    // Ends what was started, so that nothing of the database is held any more.
+    void Reset();
 
 private:
     friend class Database;
     explicit Statement(sqlite3_stmt* statement) : statement_(statement) {}
 
-    void Reset();
     void Bind(int place, std::int64_t number);
     void Bind(int place, std::string_view text);
+    void Bind(int place, std::span<const unsigned char> bytes);
 
     struct Finalize {
         void operator()(sqlite3_stmt* statement) const;
@@ -65,11 +71,21 @@ class Database {
 public:
     enum class Use { Read, Write };
 
+    struct Return {
+        void operator()(Statement* statement) const { statement->Reset(); }
+    };
+    using Kept = std::unique_ptr<Statement, Return>;
+
     // Writing makes a file that is missing. Waits up to `patience` for another process each time that one has it.
     Database(const std::string& utf8_path, Use use, std::chrono::milliseconds patience);
 
     void Run(const char* sql);  // any number of statements
     Statement Prepare(std::string_view sql);
+
+    // A statement that is prepared once and lent until the result goes. `sql` is a literal: it is known by its address.
+    Kept Lend(const char* sql);
+
+    bool IsInTransaction() const;
     std::int64_t Number(std::string_view sql);  // the first column of the first row, 0 without one
     std::int64_t LastId() const;                // of the row that was inserted last
 
@@ -78,6 +94,7 @@ private:
         void operator()(sqlite3* database) const;
     };
     std::unique_ptr<sqlite3, Close> database_;
+    std::map<const char*, Statement> kept_;
 };
 
 // What is done until Commit counts as a whole, or not at all.

@@ -7,11 +7,10 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <optional>
 #include <string>
 
-#include "host/history/database.h"
+#include "host/history/root_database.h"
 #include "tarvex/result.h"
 #include "tarvex/text.h"
 
@@ -46,7 +45,7 @@ inline constexpr int kKeptDays = 90;
 
 class HistoryWriter {
 public:
-    using Tell = std::function<void(const std::string& sentence)>;
+    using Tell = RootDatabaseWriter::Tell;
 
     // Opens nothing yet. `tell` hears once that something is wrong, and once that it is over; what is wrong is tried
     // again after a while.
@@ -58,29 +57,12 @@ public:
 
 private:
     struct Entry {
-        std::string profile;
-        std::string directory;
+        ProfileName profile;
         PastRun run;
     };
 
-    void Write();
-    std::optional<DatabaseError> TryToWrite();
-    void Open();
-    void Insert(const Entry& entry);
-    std::int64_t ProfileId(const Entry& entry);
-    void InsertRun(std::int64_t profile, const PastRun& run);
-    void InsertDetails(std::int64_t run, const CRunResult& result);
-    void DropOld(std::int64_t profile, CTime now);
-    bool IsUseless(const DatabaseError& error) const;
-    bool SetAside();
-
-    const std::string root_;
-    const Tell tell_;
-    const std::chrono::milliseconds retry_after_;
-    std::optional<Database> database_;
     std::deque<Entry> waiting_;
-    bool failing_ = false;
-    std::chrono::steady_clock::time_point next_try_{};
+    RootDatabaseWriter database_;
 };
 
 class HistoryReader {
@@ -95,8 +77,7 @@ private:
     void ReadLast(std::int64_t profile, PastRun& run);
     void ReadDetails(std::int64_t run, CRunResult& result);
 
-    std::optional<Database> database_;  // none where nothing was written
-    bool was_moved_ = false;            // the root, since the history was written last
+    RootDatabaseReader database_;
 };
 
 }  // namespace tarvex::host
