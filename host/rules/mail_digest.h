@@ -1,0 +1,48 @@
+#pragma once
+
+// By what messages are known again, whatever a POP3 server calls them.
+
+#include <array>
+#include <compare>
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tarvex::host {
+
+// 128 bits that stand for the bytes of a message. They are for this machine alone: somebody who knew those of messages
+// that he has written could work out the key.
+struct MailDigest {
+    std::array<unsigned char, 16> bytes{};
+
+    auto operator<=>(const MailDigest&) const = default;
+
+    std::string Hex() const;  // 32 digits
+};
+
+// The key of a tree's digests. Different messages have different digests for whoever does not know it: of two messages
+// of at most 16 MB the chance to have the same one is below 1 in 2^83, however they are written. Thread-safe.
+class DigestKey {
+public:
+    static constexpr std::size_t kBytes = 32;
+
+    DigestKey();                                               // a new one, at random
+    explicit DigestKey(std::span<const unsigned char> bytes);  // kBytes of them
+
+    std::span<const unsigned char, kBytes> Bytes() const { return bytes_; }
+
+    // Of a message as POP3 delivered it, with or without the line end before it and the "." line behind it. Header
+    // lines that POP3 servers put in themselves, such as Status and X-UIDL, do not count. Throws std::bad_alloc.
+    MailDigest Of(std::string_view message) const;
+
+    // Of what stays the same when a message comes back from where it was sent: its Message-ID, Date and From, without
+    // white space. Nothing without a Message-ID. Throws std::bad_alloc.
+    std::optional<MailDigest> LoopMark(std::string_view message) const;
+
+private:
+    std::array<unsigned char, kBytes> bytes_;
+};
+
+}  // namespace tarvex::host
