@@ -4,6 +4,9 @@
 
 #include <cstddef>
 
+#include "platform/os/shield.h"
+#include "tarvex/tarvex.h"
+
 namespace tarvex {
 
 CString PlainRecipient(CString address) {
@@ -24,3 +27,7 @@ CString PlainRecipient(CString address) {
 }
 
 }  // namespace tarvex
+
+CString RecipientOf(std::string_view address) {
+    return tarvex::Shielded(CString(), [address] { return tarvex::PlainRecipient(CString(address)); });
+}

@@ -18,6 +18,7 @@
 #include "host/terminal/wording.h"
 #include "host/tree/host_setting.h"
 #include "tarvex/conversion.h"
+#include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
@@ -170,18 +171,6 @@ void RequireHostName(const KeyInfo& key, std::string_view host) {
     }
 }
 
-// The plain address within one with a display name and a comment, as the engine takes it for its RCPT command.
-std::string PlainAddress(std::string text) {
-    std::erase(text, ' ');
-    const std::size_t open = text.find('<');
-    const std::size_t close = text.find('>');
-    if (open < close && close != std::string::npos) text = text.substr(open + 1, close - open - 1);
-    const std::size_t comment = text.find('(');
-    const std::size_t comment_end = text.find(')');
-    if (comment < comment_end && comment_end != std::string::npos) text.erase(comment, comment_end - comment + 1);
-    return text;
-}
-
 void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view plain) {
     const std::size_t at = plain.rfind('@');
     const bool good = at != std::string_view::npos && at > 0 && at + 1 < plain.size() && IsPlainAscii(plain) &&
@@ -212,7 +201,7 @@ CString TextValue(const KeyInfo& key, std::string_view word) {
     if (key.type == KeyType::Path) return PathValue(key, word);
     if (key.type == KeyType::HostName) RequireHostName(key, word);
     if (key.type == KeyType::Mailbox) RequireAddress(key, word, word);
-    if (key.type == KeyType::Recipient) RequireAddress(key, word, PlainAddress(std::string(word)));
+    if (key.type == KeyType::Recipient) RequireAddress(key, word, RecipientOf(word));
     try {
         return ToStored(word);
     } catch (const CommandError& error) {
@@ -333,7 +322,7 @@ nlohmann::ordered_json JsonValue(const Record& record, const Key<Record>& key) {
 }
 
 bool SameMailbox(const CString& left, const CString& right) {
-    return Lower(PlainAddress(left)) == Lower(PlainAddress(right));
+    return Lower(RecipientOf(left)) == Lower(RecipientOf(right));
 }
 
 CTime ParseMoment(std::string_view text) {

@@ -75,33 +75,26 @@ Parts Split(std::string_view name) {
     }
 }
 
-// The address without display name: "Taro <taro@example.org>" can be called by both.
-std::string Bare(const std::string& address) {
-    const std::size_t open = address.find('<');
-    const std::size_t close = address.find('>', open);
-    return open == std::string::npos || close == std::string::npos ? address
-                                                                   : address.substr(open + 1, close - open - 1);
-}
-
 std::string DirectoryName(const CString& path) { return ShowPath(path.substr(path.rfind('\\') + 1)); }
 
-Level MakeLevel(const CString& path, std::initializer_list<CString> texts) {
-    Level level{DirectoryName(path), {}};
-    for (const CString& text : texts) {
-        if (text.empty()) continue;
-        const std::string shown = ShowText(text);
-        level.others.push_back(shown);
-        level.others.push_back(Bare(shown));
-    }
+void AddName(Level& level, const CString& text) {
+    if (!text.empty()) level.others.push_back(ShowText(text));
+}
+
+Level LevelOf(const CUser& user) {
+    Level level{DirectoryName(user.path), {}};
+    AddName(level, user.setting.loginname);
     return level;
 }
 
-Level LevelOf(const CUser& user) { return MakeLevel(user.path, {user.setting.loginname}); }
-Level LevelOf(const CPopProfile& profile) {
-    return MakeLevel(profile.path, {profile.setting.nickname, profile.setting.address});
-}
-Level LevelOf(const CForwardAddress& forward) {
-    return MakeLevel(forward.path, {forward.setting.nickname, forward.setting.address});
+// "Taro <taro@example.org>" can be called by the address alone.
+template <class Addressed>
+Level LevelOf(const Addressed& object) {
+    Level level{DirectoryName(object.path), {}};
+    AddName(level, object.setting.nickname);
+    AddName(level, object.setting.address);
+    AddName(level, RecipientOf(object.setting.address));
+    return level;
 }
 
 enum class Match { Exact, IgnoringCase };

@@ -7,6 +7,7 @@
 //     for (;;) { Tarvex(&root); wait a while; }
 
 #include <cstdint>
+#include <string_view>
 
 #include "tarvex/conversion.h"
 #include "tarvex/guard.h"
@@ -40,3 +41,7 @@ TARVEX_API void InterruptRuns(CRootPath& root);
 // on it is longer (1,440 minutes give 48 hours). 0 for 0; a negative one, or one that the arithmetic of 32 bits has
 // made negative, has always passed.
 [[nodiscard]] TARVEX_API std::int32_t IntervalSeconds(std::int32_t timer_minutes);
+
+// What RCPT TO names for the address of a forwarding address: without blanks, display name, comment and brackets. Empty
+// when memory runs out.
+[[nodiscard]] TARVEX_API CString RecipientOf(std::string_view address);

@@ -6,6 +6,8 @@
 
 #include <vector>
 
+#include "tarvex/tarvex.h"
+
 namespace tarvex {
 namespace {
 
@@ -55,6 +57,7 @@ TEST(Recipient, IsTheAddressWithoutBlanksNameCommentAndBrackets) {
     };
     for (const Example& example : examples) {
         EXPECT_EQ(PlainRecipient(example.address), example.plain) << "of " << example.address;
+        EXPECT_EQ(RecipientOf(example.address), example.plain) << "of " << example.address;
     }
 }
 
