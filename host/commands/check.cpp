@@ -17,6 +17,7 @@
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
+#include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -98,7 +99,7 @@ int CodeOf(bool good, const std::string& why_left_out) {
 }
 
 // The exit code.
-int PrintCheck(const CRootPath& root, const CPopProfile& profile) {
+int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& profile) {
     const CPopProfileSetting& setting = profile.setting;
     std::cout << ShownName(root, profile.path) << "  " << ShowText(setting.address) << '\n';
     const std::string why_left_out = WhyUnreadable(profile);
@@ -122,7 +123,8 @@ int PrintCheck(const CRootPath& root, const CPopProfile& profile) {
             6);
     }
 
-    if (setting.status == 0) std::cout << "  Note: the profile is switched off (status 0).\n";
+    const std::string off = WhySwitchedOff(user, profile);
+    if (!off.empty()) std::cout << "  Note: the profile is " << off << ".\n";
     if (profile.forward_addresses.empty()) std::cout << "  Note: the profile has no forwarding address yet.\n";
     return CodeOf(pop.good && smtp.good, why_left_out);
 }
@@ -184,7 +186,7 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
     }
     Json list = Json::array();
     for (const NamedProfile& named : chosen) {
-        const int one = as_json ? AddCheck(list, root, *named.profile) : PrintCheck(root, *named.profile);
+        const int one = as_json ? AddCheck(list, root, *named.profile) : PrintCheck(root, *named.user, *named.profile);
         exit_code = std::max(exit_code, one);
     }
     if (as_json) PrintJson(list);

@@ -19,13 +19,15 @@
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
+#include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
 
-std::string WhenDue(const CPopProfile& profile, CTime now) {
+std::string WhenDue(const CUser& user, const CPopProfile& profile, CTime now) {
     if (profile.setting.status == 0) return "switched off: no run until its status is 1; as if it were on";
+    if (const std::string off = WhySwitchedOff(user, profile); !off.empty()) return off + "; as if it were on";
     const CTime due = profile.NextDue();
     if (due <= now) return "due now";
     return "due in " + ShowSpan(due - now) + ", at " + ShowTime(due) + "; as if it ran now";
@@ -99,9 +101,9 @@ bool AnyTakesPart(const CPopProfile& profile, CTime now) {
 }
 
 // The exit code.
-int PrintPlan(const CRootPath& root, const CPopProfile& profile, CTime now) {
+int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profile, CTime now) {
     std::cout << ShownName(root, profile.path) << "  " << ShowText(profile.setting.address) << "  ("
-              << WhenDue(profile, now) << ")\n";
+              << WhenDue(user, profile, now) << ")\n";
     if (const std::string why = WhyUnreadable(profile); !why.empty()) {
         std::cout << "  A run leaves it out: " << why << '\n';
         return kCannotWrite;
@@ -145,8 +147,9 @@ std::string WhyNotPlanned(const std::string& why_left_out, const Inspection& ins
 }
 
 // Adds the plan to the list of JSON objects. Returns the exit code.
-int AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTime now) {
+int AddPlan(Json& list, const CRootPath& root, const CUser& user, const CPopProfile& profile, CTime now) {
     const CTime due = profile.NextDue();
+    const bool is_on = IsSwitchedOn(user, profile);
     Json addresses = Json::array();
     for (const auto& address : profile.forward_addresses) {
         addresses.push_back({{"path", ShownName(root, address->path)},
@@ -161,9 +164,9 @@ int AddPlan(Json& list, const CRootPath& root, const CPopProfile& profile, CTime
     for (const CPlannedMail& planned : inspection.plan) mails.push_back(JsonOf(root, planned));
     list.push_back({{"path", ShownName(root, profile.path)},
                     {"address", Utf8FromText(profile.setting.address)},
-                    {"switched_on", profile.setting.status != 0},
-                    {"due", profile.setting.status != 0 && due <= now},
-                    {"next_due", profile.setting.status != 0 && due > now ? Json(ShowIsoTime(due)) : Json()},
+                    {"switched_on", is_on},
+                    {"due", is_on && due <= now},
+                    {"next_due", is_on && due > now ? Json(ShowIsoTime(due)) : Json()},
                     {"addresses", addresses},
                     {"error", error.empty() ? Json() : Json(error)},
                     {"messages", mails}});
@@ -180,10 +183,9 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
         throw CommandError(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
     }
     Json list = Json::array();
-    for (const NamedProfile& named : chosen) {
-        const CPopProfile& profile = *named.profile;
+    for (const auto& [user, profile] : chosen) {
         const CTime now = std::time(nullptr);
-        const int one = as_json ? AddPlan(list, root, profile, now) : PrintPlan(root, profile, now);
+        const int one = as_json ? AddPlan(list, root, *user, *profile, now) : PrintPlan(root, *user, *profile, now);
         exit_code = std::max(exit_code, one);
     }
     if (as_json) PrintJson(list);

@@ -28,6 +28,7 @@
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
+#include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -74,7 +75,7 @@ public:
     }
 
     int Run() {
-        for (const NamedProfile& named : chosen_) StartIfWanted(*named.profile);
+        for (const NamedProfile& named : chosen_) StartIfWanted(*named.user, *named.profile);
         const bool done = WaitForWorkers(root_, options_.ShowsProgress());
         if (!done) {
             InterruptRuns(root_);
@@ -91,9 +92,9 @@ public:
     }
 
 private:
-    void StartIfWanted(CPopProfile& profile) {
-        const bool is_due = profile.setting.status != 0 && profile.NextDue() <= std::time(nullptr);
-        const bool wanted = is_due || (options_.now && profile.setting.status != 0);
+    void StartIfWanted(const CUser& user, CPopProfile& profile) {
+        const bool is_due = options_.now || profile.NextDue() <= std::time(nullptr);
+        const bool wanted = is_due && IsSwitchedOn(user, profile);
         const std::string why = wanted ? WhyNotRunnable(profile) : WhyUnreadable(profile);
         if (!why.empty()) return troubles_.Add(ShownName(root_, profile.path), why, kCannotWrite);
         if (!wanted || StartRun(root_, profile) == CStartResult::Started) return;
@@ -107,7 +108,8 @@ private:
         if (options_.names.empty() && root_.running_copies.empty() && troubles_.code == kDone) std::cout << kNothingDue;
         for (const NamedProfile& named : chosen_) {
             const bool told = options_.names.empty() || Runs(root_, *named.profile);
-            if (!told && WhyUnreadable(*named.profile).empty()) std::cout << WhyItDoesNotRun(root_, *named.profile);
+            if (!told && WhyUnreadable(*named.profile).empty())
+                std::cout << WhyItDoesNotRun(root_, *named.user, *named.profile);
         }
     }
 

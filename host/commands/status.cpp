@@ -23,6 +23,7 @@
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
+#include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -43,11 +44,11 @@ struct Status {
     std::string trouble;  // why it is not run, or what of its last run is not on disk
 };
 
-Status StatusOf(const CRootPath& root, const CPopProfile& profile, HistoryReader* reader) {
+Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& profile, HistoryReader* reader) {
     Status status;
     status.name = ShownName(root, profile.path);
     status.address = ShowText(profile.setting.address);
-    status.switched_on = profile.setting.status != 0;
+    status.switched_on = IsSwitchedOn(user, profile);
     status.has_log = profile.setting.logmode != 0;
     status.last_due = profile.setting.lasttime;
     status.next_due = profile.NextDue();
@@ -188,7 +189,7 @@ std::vector<Status> StatusesOf(const CRootPath& root, const std::vector<std::str
     const auto read = [&](HistoryReader* reader) {
         std::vector<Status> all;
         for (const NamedProfile& named : ChosenProfiles(root, names)) {
-            all.push_back(StatusOf(root, *named.profile, reader));
+            all.push_back(StatusOf(root, *named.user, *named.profile, reader));
         }
         return all;
     };

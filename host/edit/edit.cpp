@@ -16,9 +16,11 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
+#include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
@@ -329,6 +331,7 @@ int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
     try {
         Editor editor(root, request);
         reply.printed = editor.Apply();
+        if (request.verb == EditVerb::Add && HasRules(root.path)) OrderByNumber(root);
         if (editor.Unsynced().empty()) return kDone;
         reply.error = "the change was made, but may not survive a power failure: \"" + ShowPath(editor.Unsynced()) +
                       "\" cannot be synced";

@@ -13,6 +13,7 @@
 #include "host/terminal/wording.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
@@ -85,9 +86,9 @@ void RunTroubles::AddEnd(const std::string& name, const CRunResult& result) {
     if (const std::string what = WhatIsNotSaved(result); !what.empty()) Add(name, what, kCannotWrite);
 }
 
-std::string WhyItDoesNotRun(const CRootPath& root, const CPopProfile& profile) {
+std::string WhyItDoesNotRun(const CRootPath& root, const CUser& user, const CPopProfile& profile) {
     const std::string name = ShownName(root, profile.path);
-    if (profile.setting.status == 0) return name + " is switched off (status 0).\n";
+    if (const std::string off = WhySwitchedOff(user, profile); !off.empty()) return name + " is " + off + ".\n";
     return name + " is not due before " + ShowTime(profile.NextDue()) + "; --now runs it all the same.\n";
 }
 

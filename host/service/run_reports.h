@@ -54,6 +54,6 @@ struct RunTroubles {
 inline constexpr const char* kNothingDue = "No profile was due.\n";
 
 // One line explaining why a named profile was not run.
-std::string WhyItDoesNotRun(const CRootPath& root, const CPopProfile& profile);
+std::string WhyItDoesNotRun(const CRootPath& root, const CUser& user, const CPopProfile& profile);
 
 }  // namespace tarvex::host

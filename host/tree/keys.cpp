@@ -76,8 +76,7 @@ constexpr std::array kUserKeys = {
     Text("password", "User", "", KeyType::Password, &U::password,
          "Password of the user, for programs that let users log in"),
     Flag("administrator", "User", &U::administrator, "Administrator rights, for such programs"),
-    Flag("status", "User", &U::status,
-         "State of the user, for such programs; off does not stop the user's mail from being forwarded"),
+    Flag("status", "User", &U::status, "off: no profile of the user is run, where the tree has rules"),
     Number("version", "User", "NUMBER", "", INT_MIN, INT_MAX, {}, &U::version, "Stored only"),
 };
 

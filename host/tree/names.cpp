@@ -40,22 +40,6 @@ std::string_view TakeDigits(std::string_view& text) {
     return digits;
 }
 
-// As people count: user2 before user10.
-bool NaturalLess(std::string_view left, std::string_view right) {
-    while (!left.empty() && !right.empty()) {
-        if (IsDigit(left.front()) && IsDigit(right.front())) {
-            const std::string_view a = TakeDigits(left);
-            const std::string_view b = TakeDigits(right);
-            if (a != b) return a.size() != b.size() ? a.size() < b.size() : a < b;
-        } else {
-            if (left.front() != right.front()) return left.front() < right.front();
-            left.remove_prefix(1);
-            right.remove_prefix(1);
-        }
-    }
-    return left.size() < right.size();
-}
-
 template <class Children>
 auto Sorted(const Children& children) {
     std::vector<typename Children::value_type::pointer> sorted;
@@ -169,6 +153,21 @@ std::string Remark(const std::string& nickname, const std::string& address) {
 }
 
 }  // namespace
+
+bool NaturalLess(std::string_view left, std::string_view right) {
+    while (!left.empty() && !right.empty()) {
+        if (IsDigit(left.front()) && IsDigit(right.front())) {
+            const std::string_view a = TakeDigits(left);
+            const std::string_view b = TakeDigits(right);
+            if (a != b) return a.size() != b.size() ? a.size() < b.size() : a < b;
+        } else {
+            if (left.front() != right.front()) return left.front() < right.front();
+            left.remove_prefix(1);
+            right.remove_prefix(1);
+        }
+    }
+    return left.size() < right.size();
+}
 
 std::vector<CUser*> AllUsers(const CRootPath& root) { return Sorted(root.users); }
 

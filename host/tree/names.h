@@ -23,6 +23,9 @@ struct NamedForward {
     CForwardAddress* forward;
 };
 
+// As people count: user2 before user10.
+bool NaturalLess(std::string_view left, std::string_view right);
+
 // Everything there is, user2 before user10.
 std::vector<CUser*> AllUsers(const CRootPath& root);
 std::vector<NamedProfile> AllProfiles(const CRootPath& root);

@@ -13,6 +13,7 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/tree/host_setting.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
@@ -94,6 +95,7 @@ void LoadAgain(CPopProfile& profile) {
     if (profile.LoadSetting() == 0 && profile.setting_loaded.whole) {
         profile.setting_loaded = {false, profile.path + kSetting, "it is missing"};
     }
+    ApplyRules(profile);
 }
 
 std::string WhyUnreadable(const CPopProfile& profile) {

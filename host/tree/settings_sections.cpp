@@ -67,6 +67,10 @@ const SettingsSection* SettingsSections::Find(std::string_view key) const {
     return found == sections_.rend() ? nullptr : &*found;
 }
 
+bool SettingsSections::HasHeader(std::string_view key) const {
+    return std::ranges::any_of(sections_, [key](const SettingsSection& section) { return HasKey(section, key); });
+}
+
 std::vector<std::string> SettingsSections::Headers() const {
     std::vector<std::string> headers;
     for (const SettingsSection& section : sections_) {

@@ -28,6 +28,8 @@ public:
     // The last section of a key (lower case, without brackets) that has a value, as the last one counts.
     const SettingsSection* Find(std::string_view key) const;
 
+    bool HasHeader(std::string_view key) const;
+
     // The headers, as they stand in the file.
     std::vector<std::string> Headers() const;
 

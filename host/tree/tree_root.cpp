@@ -9,6 +9,7 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/tree_owner.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 
@@ -33,6 +34,7 @@ std::string WhyRootUnreadable(const std::string& directory) {
 std::string LoadTree(CRootPath& root, const std::string& directory) {
     WorkAsOwnerOf(directory);
     if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";
+    ApplyRules(root);
     return WhyRootUnreadable(directory);
 }
 
@@ -52,6 +54,7 @@ void RequireRoot(const std::string& directory) {
 void OpenTree(CRootPath& root, const std::string& directory) {
     RequireRoot(directory);
     if (!root.SetRootPath(directory)) throw CommandError(kCannotWrite, "cannot load \"" + ShowPath(directory) + '"');
+    ApplyRules(root);
 }
 
 }  // namespace tarvex::host

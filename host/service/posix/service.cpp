@@ -40,6 +40,7 @@
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
@@ -73,8 +74,8 @@ std::string Headline(const RunRequest& request) {
     return OneLineOfUtf8(text, kHeadlineColumns) + (request.now ? " --now" : "");
 }
 
-bool IsDue(const CPopProfile& profile) {
-    return profile.setting.status != 0 && profile.NextDue() <= std::time(nullptr);
+bool IsDue(const CUser& user, const CPopProfile& profile) {
+    return profile.NextDue() <= std::time(nullptr) && IsSwitchedOn(user, profile);
 }
 
 }  // namespace
@@ -91,7 +92,7 @@ Service::Service(std::string directory, std::chrono::microseconds every)
 
 int Service::Run() {
     std::size_t profiles = 0;
-    ForEachProfile([&profiles](const CPopProfile&) { ++profiles; });
+    ForEachProfile([&profiles](const CUser&, const CPopProfile&) { ++profiles; });
     log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
     manager_.Ready();
     for (;;) {
@@ -143,10 +144,10 @@ void Service::Tick() {
 void Service::StartDueRuns() {
     if (!HasRoot()) return;
     RetryLeftOut();
-    ForEachProfile([this](CPopProfile& profile) {
+    ForEachProfile([this](const CUser& user, CPopProfile& profile) {
         if (running_.contains(profile.path)) {
             profile.JudgeDoOperation();  // one that is due while it runs waits an interval more (B1)
-        } else if (IsDue(profile) && MayRun(profile) && profile.JudgeDoOperation()) {
+        } else if (IsDue(user, profile) && MayRun(profile) && profile.JudgeDoOperation()) {
             Start(profile);
         }
     });
@@ -225,13 +226,14 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
     log_.Say(Headline(request));
     RetryLeftOut();
     ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
-    for (const auto& [user, profile] : chosen) StartIfWanted(*profile, request, awaited);
+    for (const auto& [user, profile] : chosen) StartIfWanted(*user, *profile, request, awaited);
     StartDueRuns();
     if (request.names.empty() && awaited.paths.empty() && awaited.troubles.code == kDone) awaited.printed = kNothingDue;
 }
 
-void Service::StartIfWanted(CPopProfile& profile, const RunRequest& request, ControlClient::AwaitedRuns& awaited) {
-    const bool wanted = IsDue(profile) || (request.now && profile.setting.status != 0);
+void Service::StartIfWanted(const CUser& user, CPopProfile& profile, const RunRequest& request,
+                            ControlClient::AwaitedRuns& awaited) {
+    const bool wanted = request.now ? IsSwitchedOn(user, profile) : IsDue(user, profile);
     if (!running_.contains(profile.path) && wanted && MayRun(profile) && !Start(profile)) {
         return awaited.troubles.AddEnd(Name(profile.path), RunThatCouldNotBegin().result);
     }
@@ -240,7 +242,7 @@ void Service::StartIfWanted(CPopProfile& profile, const RunRequest& request, Con
     } else if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
         awaited.troubles.Add(Name(profile.path), left_out->second, kCannotWrite);
     } else if (!request.names.empty()) {
-        awaited.printed += WhyItDoesNotRun(root_, profile);
+        awaited.printed += WhyItDoesNotRun(root_, user, profile);
     }
 }
 
@@ -265,7 +267,7 @@ bool Service::MayRun(const CPopProfile& profile) {
 
 void Service::RetryLeftOut() {
     if (left_out_.empty()) return;
-    ForEachProfile([this](CPopProfile& profile) {
+    ForEachProfile([this](const CUser&, CPopProfile& profile) {
         if (!left_out_.contains(profile.path) || running_.contains(profile.path)) return;
         if (!WhyNotLoaded(profile).empty()) LoadAgain(profile);
         if (const std::string why = WhyNotRunnable(profile); !why.empty()) return LeaveOut(profile.path, why);
@@ -280,7 +282,7 @@ void Service::LeaveOut(const CString& path, const std::string& why) {
 
 void Service::FindUnreadable() {
     for (const std::string& why : WhatIsNotListed(root_)) log_.Warn(why + "; what is in there is not run until SIGHUP");
-    ForEachProfile([this](const CPopProfile& profile) {
+    ForEachProfile([this](const CUser&, const CPopProfile& profile) {
         if (const std::string why = WhyUnreadable(profile); !why.empty()) LeaveOut(profile.path, why);
     });
 }
@@ -298,13 +300,14 @@ void Service::Reload() {
     manager_.Reloading();
     // What a run that is under way will save is not on disk yet.
     std::map<CString, CTime> last_times;
-    ForEachProfile([&](const CPopProfile& profile) {
+    ForEachProfile([&](const CUser&, const CPopProfile& profile) {
         if (running_.contains(profile.path)) last_times[profile.path] = profile.setting.lasttime;
     });
     std::string trouble = WhyRootUnreadable(directory_);  // which to the engine is an empty tree
     if (trouble.empty() && !HasRoot()) trouble = kRootHasGone;
     if (trouble.empty() && !root_.SetRootPath(directory_)) trouble = "not enough memory";
-    ForEachProfile([&](CPopProfile& profile) {
+    ApplyRules(root_);
+    ForEachProfile([&](const CUser&, CPopProfile& profile) {
         const auto last = last_times.find(profile.path);
         if (last != last_times.end()) profile.setting.lasttime = last->second;
     });
@@ -386,9 +389,9 @@ void Service::HandOver(const CPopProfile& copy) {
     }
 }
 
-void Service::ForEachProfile(const std::function<void(CPopProfile&)>& action) {
+void Service::ForEachProfile(const std::function<void(const CUser&, CPopProfile&)>& action) {
     for (const auto& user : root_.users) {
-        for (const auto& profile : user->profiles) action(*profile);
+        for (const auto& profile : user->profiles) action(*user, *profile);
     }
 }
 

@@ -35,7 +35,8 @@ private:
     void Tick();
     void StartDueRuns();
     bool Start(CPopProfile& profile);
-    void StartIfWanted(CPopProfile& profile, const RunRequest& request, ControlClient::AwaitedRuns& awaited);
+    void StartIfWanted(const CUser& user, CPopProfile& profile, const RunRequest& request,
+                       ControlClient::AwaitedRuns& awaited);
     void AnswerClients();
     bool MakeEdit(ControlClient& client, const EditRequest& request);
     void HandleRuns(ControlClient& client, const RunRequest& request);
@@ -55,7 +56,7 @@ private:
     void TellEnd(const CString& path, const PastRun& run);
     ServiceReport Report();
     void HandOver(const CPopProfile& copy);
-    void ForEachProfile(const std::function<void(CPopProfile&)>& action);
+    void ForEachProfile(const std::function<void(const CUser&, CPopProfile&)>& action);
 
     const std::string directory_;
     const std::chrono::microseconds every_;

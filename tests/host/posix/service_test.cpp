@@ -180,6 +180,23 @@ protected:
 
 using Serving = ServiceTest;
 
+TEST_F(Serving, ChangesRulesAndRunsNoProfileOfAUserWhoIsOff) {
+    AddProfile();
+    mailbox_.Add(MailNumber(1));
+    const std::string rules = host_.Root() + "/host.def";
+    WriteFile(rules, "[version]\n0\n");
+    host_.Tell({"user", "set", "user0", "--status", "off"});
+    const auto service = Serve();
+    EXPECT_THAT(host_.Tell({"rules", "set", "--runsize", "7"}), HasSubstr("runsize: \"64\" -> \"7\""));
+    EXPECT_TRUE(service->WaitForOutput("rules set", kLong));
+    EXPECT_THAT(ReadFile(rules), HasSubstr("[runsize]\r\n7\r\n"));
+    EXPECT_THAT(host_.Tell({"run", "--now", kProfile}), HasSubstr("switched off with its user"));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(0));
+    host_.Tell({"user", "set", "user0", "--status", "on"});
+    EXPECT_TRUE(service->WaitForOutput(kStarted, kLong));
+    Stop(*service);
+}
+
 TEST_F(Serving, RunsAgainAndAgainAndTellsOfEachRunInTwoLines) {
     mailbox_.Add(MailNumber(1));
     AddProfile();

@@ -1,0 +1,113 @@
+// Applies the rules of a tree to what was loaded.
+
+#include "host/tree/tree_rules.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/system/durable_files.h"
+#include "host/system/paths.h"
+#include "host/tree/host_setting.h"
+#include "host/tree/names.h"
+#include "host/tree/settings_sections.h"
+
+namespace tarvex::host {
+namespace {
+
+template <class Children>
+void Order(Children& children) {
+    std::ranges::stable_sort(children,
+                             [](const auto& left, const auto& right) { return NaturalLess(left->path, right->path); });
+}
+
+// An editor may have been writing the file while it was loaded: it counts as cut short, too, when it has the key by
+// now.
+bool IsCutShort(const CString& path, std::span<const std::string_view> keys, std::string_view needed_key) {
+    try {
+        const std::optional<std::string> text = ReadWholeFile(path);
+        if (!text) return false;
+        const SettingsSections file(*text);
+        const bool has_key = std::ranges::any_of(keys, [&file](std::string_view key) { return file.HasHeader(key); });
+        return !has_key || (!needed_key.empty() && file.Find(needed_key) != nullptr);
+    } catch (const CommandError&) {
+        return false;  // the engine has said so
+    }
+}
+
+template <class Record>
+std::vector<std::string_view> KeyNames() {
+    std::vector<std::string_view> names = {"version"};
+    for (const Key<Record>& key : Keys<Record>()) names.emplace_back(key.name);
+    return names;
+}
+
+void Mark(CLoaded& loaded, const CString& path) {
+    if (loaded.whole) loaded = {false, path, "it holds no key: it was cut short"};
+}
+
+// What a settings file with keys never leaves like this is all that has to be looked at again.
+void MarkCutShort(CPopProfile& profile) {
+    const CString file = profile.path + "\\popprofile.def";
+    const bool is_bare = profile.setting.popserver.empty() && profile.setting.popuser.empty();
+    if (is_bare && IsCutShort(file, KeyNames<CPopProfileSetting>(), "popserver")) Mark(profile.setting_loaded, file);
+}
+
+void MarkCutShort(CForwardAddress& forward) {
+    const CString file = forward.path + "\\forwardaddress.def";
+    const bool is_bare = forward.setting.address.find('@') == CString::npos;
+    if (is_bare && IsCutShort(file, KeyNames<CForwardAddressSetting>(), {})) Mark(forward.setting_loaded, file);
+    constexpr std::array<std::string_view, 2> kScheduleKeys = {"version", "schedule"};
+    const CString schedule = forward.path + "\\schedule.def";
+    if (forward.schedule.terms.empty() && IsCutShort(schedule, kScheduleKeys, "schedule")) {
+        Mark(forward.schedule_loaded, schedule);
+    }
+}
+
+bool LooksForCutShort(const CPopProfile& profile) {
+    try {
+        const std::optional<HostRules> rules = RulesOf(profile);
+        return rules && rules->keyless;
+    } catch (const CommandError&) {
+        return false;  // it is left out anyway
+    }
+}
+
+}  // namespace
+
+void OrderByNumber(CRootPath& root) {
+    Order(root.users);
+    for (const auto& user : root.users) {
+        Order(user->profiles);
+        for (const auto& profile : user->profiles) Order(profile->forward_addresses);
+    }
+}
+
+void ApplyRules(CRootPath& root) {
+    if (!HasRules(root.path)) return;
+    OrderByNumber(root);
+    for (const auto& user : root.users) {
+        for (const auto& profile : user->profiles) ApplyRules(*profile);
+    }
+}
+
+void ApplyRules(CPopProfile& profile) {
+    if (!HasRules(ParentOf(ParentOf(profile.path)))) return;
+    Order(profile.forward_addresses);
+    if (!LooksForCutShort(profile)) return;
+    MarkCutShort(profile);
+    for (const auto& forward : profile.forward_addresses) MarkCutShort(*forward);
+}
+
+std::string WhySwitchedOff(const CUser& user, const CPopProfile& profile) {
+    if (profile.setting.status == 0) return "switched off (status 0)";
+    if (user.setting.status != 0 || !HasRules(ParentOf(user.path))) return {};
+    return "switched off with its user (status 0 of " + ShowText(user.setting.loginname) + ')';
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,25 @@
+#pragma once
+
+// What the rules of a tree (host/tree/host_setting.h) say about loading it and about what takes part in runs.
+
+#include <string>
+
+#include "tarvex/tree.h"
+
+namespace tarvex::host {
+
+// For what has just been loaded: in a tree with rules the children stand in the order of their numbers, and what was
+// cut short counts as not loaded.
+void ApplyRules(CRootPath& root);
+void ApplyRules(CPopProfile& profile);
+
+// The children in the order of their numbers. The engine keeps the order in which the system lists them.
+void OrderByNumber(CRootPath& root);
+
+// "switched off (status 0)", or the same of its user, which counts in a tree with rules; empty when it is on.
+std::string WhySwitchedOff(const CUser& user, const CPopProfile& profile);
+inline bool IsSwitchedOn(const CUser& user, const CPopProfile& profile) {
+    return WhySwitchedOff(user, profile).empty();
+}
+
+}  // namespace tarvex::host
