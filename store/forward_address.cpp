@@ -8,8 +8,7 @@
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
 #include "store/loaded.h"
-#include "store/loading.h"
-#include "store/records.h"
+#include "store/tree_loading.h"
 #include "tarvex/tree.h"
 
 namespace tarvex {

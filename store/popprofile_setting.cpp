@@ -5,7 +5,7 @@
 #include "platform/os/clock.h"
 #include "platform/os/shield.h"
 #include "store/record.h"
-#include "store/records.h"
+#include "store/tree_loading.h"
 #include "tarvex/settings.h"
 
 namespace tarvex {

@@ -4,7 +4,7 @@
 #include "platform/os/shield.h"
 #include "store/children.h"
 #include "store/loaded.h"
-#include "store/loading.h"
+#include "store/tree_loading.h"
 #include "tarvex/tree.h"
 
 using namespace tarvex;

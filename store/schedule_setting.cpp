@@ -8,8 +8,8 @@
 #include "platform/codec/text.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
-#include "store/records.h"
 #include "store/settings_file.h"
+#include "store/tree_loading.h"
 #include "tarvex/schedule.h"
 
 namespace tarvex {

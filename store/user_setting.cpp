@@ -4,7 +4,7 @@
 
 #include "platform/os/shield.h"
 #include "store/record.h"
-#include "store/records.h"
+#include "store/tree_loading.h"
 #include "tarvex/settings.h"
 
 namespace tarvex {

@@ -15,6 +15,7 @@
 #include "host/commands/commands.h"
 #include "host/system/command_error.h"
 #include "host/system/paths.h"
+#include "host/tree/file_names.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
@@ -39,7 +40,7 @@ void PrintLast(const Lines& lines, std::size_t count) {
 // tells it, since nobody writes into the file that is there.
 std::optional<std::filesystem::file_time_type> LastChange(const CString& profile_path) {
     std::error_code error;
-    const auto time = std::filesystem::last_write_time(NativePath(profile_path + "\\profile.log"), error);
+    const auto time = std::filesystem::last_write_time(NativePath(FileIn(profile_path, kLogFile)), error);
     return error ? std::nullopt : std::optional(time);
 }
 

@@ -16,6 +16,7 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
+#include "host/tree/file_names.h"
 #include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 #include "host/tree/names.h"
@@ -181,7 +182,7 @@ std::string Editor::AddUser() {
     RequireLoaded(root_.users_loaded);  // a new folder must not take the place of one that cannot be seen
     auto draft = Draft<CUserSetting>();
     RefuseSecondUser(draft.loginname);
-    NewDirectory directory(root_.path, "user", "userset.def");
+    NewDirectory directory(root_.path, "user", kUserFile);
     auto user = std::make_unique<CUser>();
     user->SetPath(directory.Path());
     // Taking over a directory that is there already makes nobody an administrator (B26).
@@ -221,7 +222,7 @@ std::string Editor::AddProfile() {
     CUser& user = FindUser(root_, request_.name);
     RequireLoaded(user.profiles_loaded);
     const auto draft = Draft<CPopProfileSetting>();
-    NewDirectory directory(user.path, "from", "popprofile.def");
+    NewDirectory directory(user.path, "from", kProfileFile);
     auto profile = std::make_unique<CPopProfile>();
     profile->SetPath(directory.Path());
     SaveNew(directory, *profile, draft);
@@ -257,7 +258,7 @@ std::string Editor::AddForward() {
     RequireLoaded(profile);
     const auto draft = Draft<CForwardAddressSetting>();
     RefuseLoop(profile.setting.address, draft.address);
-    NewDirectory directory(profile.path, "forwardto", "forwardaddress.def");
+    NewDirectory directory(profile.path, "forwardto", kForwardFile);
     auto forward = std::make_unique<CForwardAddress>();
     forward->SetPath(directory.Path());
 

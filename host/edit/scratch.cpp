@@ -11,6 +11,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/tree/file_names.h"
 
 namespace tarvex::host {
 namespace {
@@ -20,7 +21,7 @@ namespace fs = std::filesystem;
 constexpr std::string_view kStart = ".tarvex-try-";
 
 bool IsRecordFile(const fs::directory_entry& entry) {
-    constexpr std::array<std::string_view, 3> kFiles = {"userset.def", "popprofile.def", "forwardaddress.def"};
+    constexpr std::array<std::string_view, 3> kFiles = {kUserFile, kProfileFile, kForwardFile};
     std::string name = entry.path().filename().string();
     if (name.ends_with(".new")) name.resize(name.size() - 4);  // half written
     return entry.symlink_status().type() == fs::file_type::regular && std::ranges::count(kFiles, name) == 1;

@@ -8,6 +8,7 @@
 
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/tree/file_names.h"
 
 namespace tarvex::host {
 namespace {
@@ -38,7 +39,7 @@ bool IsForged(const Lines& lines, std::size_t i) {
 }  // namespace
 
 std::optional<std::vector<std::string>> ReadLog(const CString& profile_path) {
-    std::ifstream file(NativePath(profile_path + "\\profile.log"), std::ios::binary);
+    std::ifstream file(NativePath(FileIn(profile_path, kLogFile)), std::ios::binary);
     if (!file) return std::nullopt;
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line);) {

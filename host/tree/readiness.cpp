@@ -12,6 +12,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/tree/file_names.h"
 #include "host/tree/host_setting.h"
 #include "host/tree/tree_rules.h"
 
@@ -20,8 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kSetting = "\\popprofile.def";
-constexpr const char* kList = "\\uidl.def";
 // For what a run adds to a file: a list grows by the ids of the mailbox's new messages.
 constexpr std::uintmax_t kGrowthBytes = 1 << 20;
 
@@ -93,7 +92,7 @@ std::string WhyNotLoaded(const CPopProfile& profile) {
 void LoadAgain(CPopProfile& profile) {
     profile.SetPath(CString(profile.path));
     if (profile.LoadSetting() == 0 && profile.setting_loaded.whole) {
-        profile.setting_loaded = {false, profile.path + kSetting, "it is missing"};
+        profile.setting_loaded = {false, FileIn(profile.path, kProfileFile), "it is missing"};
     }
     ApplyRules(profile);
 }
@@ -102,16 +101,16 @@ std::string WhyUnreadable(const CPopProfile& profile) {
     std::string why = WhyNotLoaded(profile);
     if (why.empty()) why = WhyRulesUnknown(profile);
     for (const auto& address : profile.forward_addresses) {
-        if (why.empty()) why = WhyListUnreadable(address->path + kList);
+        if (why.empty()) why = WhyListUnreadable(FileIn(address->path, kListFile));
     }
     return why;
 }
 
 std::string WhyNotRunnable(const CPopProfile& profile) {
     std::string why = WhyUnreadable(profile);
-    if (why.empty()) why = WhyFileUnwritable(profile.path + kSetting);
+    if (why.empty()) why = WhyFileUnwritable(FileIn(profile.path, kProfileFile));
     for (const auto& address : profile.forward_addresses) {
-        if (why.empty()) why = WhyFileUnwritable(address->path + kList);
+        if (why.empty()) why = WhyFileUnwritable(FileIn(address->path, kListFile));
     }
     return why;
 }

@@ -24,6 +24,7 @@
 #include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/terminal/tree_text.h"
+#include "host/tree/file_names.h"
 #include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 
@@ -194,7 +195,7 @@ public:
 private:
     using Copy = std::pair<std::string, std::string>;  // recipient and uidl
 
-    std::string LogPath() const { return root_.users.front()->profiles.front()->path + "\\profile.log"; }
+    std::string LogPath() const { return FileIn(root_.users.front()->profiles.front()->path, kLogFile); }
 
     // Receives the mails and forwards what there is.
     void Pass(const std::string& title, const std::vector<DemoMail>& mails) {
