@@ -126,6 +126,13 @@ CSending CGuardForC::Sends(const CPopProfile& profile, const CReceiveMail& mail,
     });
 }
 
+bool CGuardForC::Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address) {
+    if (!host_.offers) return CRunGuard::Offers(profile, mail, address);
+    const std::string to = NameBelow(root_, address.path);
+    return AskAbout(profile, mail,
+                    [&](const tarvex_mail* told) { return host_.offers(host_.context, told, to.c_str()) != 0; });
+}
+
 int CGuardForC::EndOfDataSeconds(const CPopProfile& profile) {
     if (!host_.end_of_data_seconds) return CRunGuard::EndOfDataSeconds(profile);
     return host_.end_of_data_seconds(host_.context, NameBelow(root_, profile.path).c_str());

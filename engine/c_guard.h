@@ -25,6 +25,7 @@ public:
     bool DeliversAfter(const CPopProfile& profile, const CRunFailure& failed_retrieval) override;
     CSending Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                    bool received) override;
+    bool Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address) override;
     int EndOfDataSeconds(const CPopProfile& profile) override;
     CRefusal Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                      const CRunFailure& refusal) override;

@@ -40,6 +40,11 @@ CSending CRunGuard::Sends(const CPopProfile& /*profile*/, const CReceiveMail& /*
     return CSending::AsAlways;
 }
 
+bool CRunGuard::Offers(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,
+                       const CForwardAddress& /*address*/) {
+    return true;
+}
+
 int CRunGuard::EndOfDataSeconds(const CPopProfile& /*profile*/) { return 0; }
 
 CRefusal CRunGuard::Refused(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,

@@ -81,17 +81,21 @@ private:
 
     bool DeliverToAll() {
         const CReceiveMail& mail = *current_.mail;
+        std::erase_if(recipients_ = mail.destinations, [this](const auto* to) { return !Offer(*to); });
+        current_.destinations = recipients_;
+        if (recipients_.empty() && !mail.destinations.empty()) return true;
         if (!SendSender()) return false;
-        accepted_.clear();
-        for (CForwardAddress* const& destination : mail.destinations) {
+        CArray<CForwardAddress*, CForwardAddress*> accepted;
+        for (CForwardAddress* const& destination : recipients_) {
             if (SendRecipient(PlainRecipient(destination->setting.address))) {
-                accepted_.push_back(destination);
+                accepted.push_back(destination);
             } else if (!SetAside({&destination, 1})) {
                 return false;
             }
         }
-        if (accepted_.empty() && !mail.destinations.empty()) return Reset();
-        current_.destinations = accepted_;
+        if (accepted.empty() && !recipients_.empty()) return Reset();
+        recipients_.swap(accepted);
+        current_.destinations = recipients_;
         return SendText(mail.text, DataForm::Fetched);
     }
 
@@ -100,6 +104,7 @@ private:
         const CForwardAddressSetting& to = destination->setting;
         const CString recipient = PlainRecipient(to.address);
         current_.destinations = {&destination, 1};
+        if (!Offer(*destination)) return true;
         if (!SendSender()) return false;
         if (!SendRecipient(recipient)) return SetAside(current_.destinations) && Reset();
         // The message itself is rewritten: each copy is made from the one before (B65).
@@ -131,6 +136,18 @@ private:
         return SetAside(current_.destinations) && Reset();
     }
 
+    bool Offer(const CForwardAddress& to) {
+        const bool offered = guard_.Offers(profile_, *current_.mail, to);
+        if (!offered) NoteSetAside(to);
+        return offered;
+    }
+
+    void NoteSetAside(const CForwardAddress& to) {
+        Log("* set aside : " + to.setting.address);
+        ++profile_.result.copies_set_aside;
+        current_.set_aside = true;
+    }
+
     // Whether the guard takes over what was refused just now, for all these addresses: then the delivery goes on.
     bool SetAside(std::span<CForwardAddress* const> refused) {
         CRunFailure& refusal = profile_.result.delivery;
@@ -139,9 +156,7 @@ private:
         if (!by_server || refusal.stage == CRunStage::MailFrom || refused.empty()) return false;
         for (const CForwardAddress* to : refused) {
             if (guard_.Refused(profile_, *current_.mail, *to, refusal) == CRefusal::EndDelivery) return false;
-            Log("* set aside : " + to->setting.address);
-            ++profile_.result.copies_set_aside;
-            current_.set_aside = true;
+            NoteSetAside(*to);
         }
         refusal = {};
         return true;
@@ -215,9 +230,9 @@ private:
     CArray<CReceiveMail*, CReceiveMail*>& mails_;
     CString sender_;
     Transaction current_;
-    std::vector<CForwardAddress*> accepted_;  // by the server at RCPT TO, in this transaction
-    std::vector<std::size_t> batch_;          // positions in mails_, ascending
-    std::vector<std::size_t> single_;         // positions in mails_, ascending
+    CArray<CForwardAddress*, CForwardAddress*> recipients_;  // of a transaction for all
+    std::vector<std::size_t> batch_;                         // positions in mails_, ascending
+    std::vector<std::size_t> single_;                        // positions in mails_, ascending
 };
 
 }  // namespace

@@ -104,6 +104,10 @@ public:
     virtual CSending Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                            bool received);
 
+    // Whether the server is asked to take the message for this address. Asked just before the transaction. False: the
+    // host holds it durably for the address by now; note it as received, go on with the next.
+    virtual bool Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address);
+
     // How long the answer to a whole message may take, in seconds; 0 for the profile's time-out.
     virtual int EndOfDataSeconds(const CPopProfile& profile);
 

@@ -237,6 +237,8 @@ typedef struct tarvex_guard {
     int(TARVEX_C_CALL* delivers_after)(void* context, const char* profile, const tarvex_failure* failed_retrieval);
     /* A tarvex_sending for a fetched message and an address ("user0/from0/forwardto0"). */
     int(TARVEX_C_CALL* sends)(void* context, const tarvex_mail* mail, const char* address, int received);
+    /* Whether the server is asked to take it for this address; 0: the host holds it durably by now. */
+    int(TARVEX_C_CALL* offers)(void* context, const tarvex_mail* mail, const char* address);
     int(TARVEX_C_CALL* end_of_data_seconds)(void* context, const char* profile); /* 0: the profile's time-out */
     /* A tarvex_refusal. */
     int(TARVEX_C_CALL* refused)(void* context, const tarvex_mail* mail, const char* address,

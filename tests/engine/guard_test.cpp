@@ -32,6 +32,7 @@ struct TestGuard : CRunGuard {
     std::function<bool(const CMailOnServer&)> comes_last;
     std::function<bool(const CMailOnServer&, std::int64_t)> fetches;
     std::function<CSending(const CReceiveMail&, const CForwardAddress&, bool)> sends;
+    std::function<bool(const CReceiveMail&, const CForwardAddress&)> offers;
     std::function<CRefusal(const CForwardAddress&, const CRunFailure&)> refused;
     int end_of_data_s = 0;
     std::vector<std::string> told;
@@ -64,6 +65,9 @@ struct TestGuard : CRunGuard {
     }
     CSending Sends(const CPopProfile& p, const CReceiveMail& mail, const CForwardAddress& to, bool received) override {
         return sends ? sends(mail, to, received) : CRunGuard::Sends(p, mail, to, received);
+    }
+    bool Offers(const CPopProfile& p, const CReceiveMail& mail, const CForwardAddress& to) override {
+        return offers ? offers(mail, to) : CRunGuard::Offers(p, mail, to);
     }
     int EndOfDataSeconds(const CPopProfile& p) override {
         return end_of_data_s != 0 ? end_of_data_s : CRunGuard::EndOfDataSeconds(p);
@@ -368,6 +372,19 @@ TEST_P(GuardAtStages, ThatDoesNotTakeARefusalOverEndsTheDelivery) {
     EXPECT_EQ(Ending(), CRunEnding::DeliveryFailed);
     EXPECT_EQ(copy.result.delivery.reply, "551 no");
     EXPECT_THAT(lists, ElementsAre(IsEmpty(), IsEmpty()));
+}
+
+TEST_P(GuardAtStages, MayHaveTheServerNotAsked) {
+    lists = {{}, {}};
+    textonly = {GetParam(), GetParam()};
+    guard.offers = [](const CReceiveMail& mail, const CForwardAddress& to) {
+        return mail.uidl == "n" && to.setting.address == "b@x";
+    };
+    RunBetween(Mailbox({"m", "n"}, Retr("1") + Retr("2") + kPopQuit), kOpening + Sent("b") + kSmtpQuit);
+    EXPECT_EQ(Ending(), CRunEnding::Delivered);
+    EXPECT_EQ(copy.result.copies_set_aside, 3);
+    EXPECT_EQ(copy.result.copies, 1);
+    EXPECT_THAT(lists, ElementsAre(ElementsAre("m", "n"), ElementsAre("m", "n")));
 }
 
 TEST_F(Guard, IsNotAskedAboutWhatIsNotTheMessagesFault) {

@@ -262,6 +262,10 @@ struct Asked {
                      std::to_string(mail->text_bytes == static_cast<long long>(std::strlen(mail->text))));
             return Of(c).sending;
         };
+        guard.offers = [](void* c, const tarvex_mail* mail, const char* address) {
+            Note(c, mail, std::string("offers ") + address);
+            return 1;
+        };
         guard.end_of_data_seconds = [](void*, const char*) { return 60; };
         guard.refused = [](void* c, const tarvex_mail* mail, const char* address, const tarvex_failure* refusal) {
             Note(c, mail, std::string("refused ") + address + " " + refusal->reply);
@@ -314,14 +318,15 @@ TEST_F(CGuard, IsAskedEveryQuestion) {
     const std::string held = std::to_string(Message("u1").size() + 5);  // with the line end before it, and its end
     const std::string of = " user0/from0 ";
     const std::string to = "user0/from0/forwardto0";
-    EXPECT_THAT(asked.questions,
-                ElementsAre("begins user0/from0", "listed" + of + "old", "listed" + of + "u1", "listed" + of + "u2",
-                            "is_handled 1" + of + "old", "deletes" + of + "old", "goes_on_after -ERR locked",
-                            "is_handled 0" + of + "u1", "is_handled 0" + of + "u2", "comes_last " + size + of + "u1",
-                            "comes_last " + size + of + "u2", "fetches beside 0" + of + "u1",
-                            "fetches beside " + held + of + "u2", "sends " + to + " 0 1" + of + "u1",
-                            "sends " + to + " 0 1" + of + "u2", "refused " + to + " 550 no" + of + "u1",
-                            "taken " + to + of + "u2"));
+    EXPECT_THAT(
+        asked.questions,
+        ElementsAre("begins user0/from0", "listed" + of + "old", "listed" + of + "u1", "listed" + of + "u2",
+                    "is_handled 1" + of + "old", "deletes" + of + "old", "goes_on_after -ERR locked",
+                    "is_handled 0" + of + "u1", "is_handled 0" + of + "u2", "comes_last " + size + of + "u1",
+                    "comes_last " + size + of + "u2", "fetches beside 0" + of + "u1",
+                    "fetches beside " + held + of + "u2", "sends " + to + " 0 1" + of + "u1",
+                    "sends " + to + " 0 1" + of + "u2", "offers " + to + of + "u1",
+                    "refused " + to + " 550 no" + of + "u1", "offers " + to + of + "u2", "taken " + to + of + "u2"));
 }
 
 TEST_F(CGuard, AnswerThatIsNoneIsTheDefault) {
