@@ -205,3 +205,8 @@ tarvex::CSmtpSocket* CPopProfile::CreateSmtpConnection() {
 }
 
 void CloseSmtpConnection(tarvex::CSmtpSocket* connection) { delete connection; }
+
+void QuitSmtpConnection(tarvex::CSmtpSocket* connection) {
+    if (connection) tarvex::Shielded([&] { connection->SendQuit(); });
+    CloseSmtpConnection(connection);
+}

@@ -195,6 +195,9 @@ public:
 // thread that used it last.
 TARVEX_API void CloseSmtpConnection(tarvex::CSmtpSocket* connection);
 
+// The same after QUIT, as a run ends a delivery that succeeded. Waits for the answer, at most the profile's time-out.
+TARVEX_API void QuitSmtpConnection(tarvex::CSmtpSocket* connection);
+
 // One user with his POP profiles.
 class TARVEX_API CUser {
 public:
