@@ -23,6 +23,7 @@
 #include <sstream>
 
 #include "host/history/run_words.h"
+#include "host/system/paths.h"
 
 namespace tarvex::host {
 namespace {
@@ -168,11 +169,11 @@ const std::array kRecordKeys = {
     NumberKey("bytes", &HeldRecord::bytes),
 };
 const std::array kAddressKeys = {
-    TextKey("address", &HeldAddress::address),     TextKey("folder", &HeldAddress::folder),
-    TextKey("route", &HeldAddress::route),         WordKey("stage", &HeldAddress::stage),
-    WordKey("class", &HeldAddress::failure_class), TextKey("reply", &HeldAddress::reply),
-    NumberKey("tries", &HeldAddress::tries),       TimeKey("last try", &HeldAddress::last_try),
-    TimeKey("next try", &HeldAddress::next_try),
+    TextKey("address", &HeldAddress::address),   TextKey("folder", &HeldAddress::folder),
+    TextKey("made", &HeldAddress::made),         TextKey("route", &HeldAddress::route),
+    WordKey("stage", &HeldAddress::stage),       WordKey("class", &HeldAddress::failure_class),
+    TextKey("reply", &HeldAddress::reply),       NumberKey("tries", &HeldAddress::tries),
+    TimeKey("last try", &HeldAddress::last_try), TimeKey("next try", &HeldAddress::next_try),
 };
 constexpr std::string_view kVersionKey = "version";
 constexpr std::string_view kCountKey = "addresses";
@@ -276,6 +277,8 @@ private:
     std::string_view failed_;  // the key that was missing, or had a value that it cannot have
 };
 
+CString FolderOf(const CForwardAddress& address) { return address.path.substr(address.path.find_last_of("\\/") + 1); }
+
 constexpr CTime kFirstDelay_s = 15 * 60;
 constexpr CTime kLongestDelay_s = 4 * 60 * 60;
 
@@ -293,11 +296,17 @@ CString RouteOf(const CPopProfileSetting& setting) {
            (setting.smtpuser.empty() ? setting.popuser : setting.smtpuser);
 }
 
+bool IsOf(const HeldAddress& waiting, const CForwardAddress& address) {
+    if (FolderOf(address) != waiting.folder) return false;
+    return waiting.address == address.setting.address || waiting.made == DirectoryIdentity(address.path);
+}
+
 HeldAddress RefusedNow(const CPopProfile& profile, const CForwardAddress& address, CRunStage stage,
                        CFailureClass failure_class, const CString& reply, CTime now) {
     HeldAddress waiting;
     waiting.address = address.setting.address;
-    waiting.folder = address.path.substr(address.path.find_last_of("\\/") + 1);
+    waiting.folder = FolderOf(address);
+    waiting.made = DirectoryIdentity(address.path);
     waiting.route = RouteOf(profile.setting);
     CountRefusal(waiting, stage, failure_class, reply, now);
     return waiting;

@@ -22,6 +22,7 @@ std::string_view Word(HeldKind kind);  // "refused"
 struct HeldAddress {
     CString address;  // as in its setting when the server was asked last
     CString folder;   // "forwardto0"
+    CString made;     // DirectoryIdentity of that folder: another address may come to be called the same
     CString route;    // RouteOf the profile when the server was asked last
     CRunStage stage = CRunStage::None;
     CFailureClass failure_class = CFailureClass::None;
@@ -49,6 +50,9 @@ struct HeldRecord {
 // What decides the answers of an SMTP server beside address and message: server, port, TLS, login, sender. Without a
 // password.
 CString RouteOf(const CPopProfileSetting& setting);
+
+// Whether it is this address of the profile that waits, also after its setting was changed.
+bool IsOf(const HeldAddress& waiting, const CForwardAddress& address);
 
 // What the address waits for that the server has just refused for the first time.
 HeldAddress RefusedNow(const CPopProfile& profile, const CForwardAddress& address, CRunStage stage,

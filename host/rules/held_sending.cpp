@@ -1,0 +1,231 @@
+// Delivers mail that was set aside.
+//
+// One try of a message for an address:
+//
+//     write the time of the try into the record     a disk that is full shows itself before anything is sent
+//     MAIL, RCPT, DATA                              by the engine, over a connection that serves all tries
+//     taken       the address is struck off the record; with its last address the message is removed
+//     refused     reply and time of the next try go into the record; the next try goes on
+//     failed      nothing more is tried: the server is the same for all
+//
+// A kill between the server's yes and the record costs a second copy, never the message.
+
+#include "host/rules/held_sending.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "host/rules/held.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr CTime kPause_s = 15 * 60;
+
+struct Quit {
+    void operator()(CSmtpSocket* connection) const { QuitSmtpConnection(connection); }
+};
+using Connection = std::unique_ptr<CSmtpSocket, Quit>;
+
+using Mails = CArray<CReceiveMail*, CReceiveMail*>;
+
+CForwardAddress* AddressOf(const CPopProfile& profile, const HeldAddress& waiting) {
+    for (const auto& address : profile.forward_addresses) {
+        if (IsOf(waiting, *address)) return address.get();
+    }
+    return nullptr;
+}
+
+HeldAddress* Waiting(HeldRecord& record, const CString& folder) {
+    const auto found = std::ranges::find(record.addresses, folder, &HeldAddress::folder);
+    return found == record.addresses.end() ? nullptr : &*found;
+}
+
+// By the server's word on this message or recipient, and not on the rest of the conversation.
+bool IsRefusal(const CRunFailure& failure) {
+    const bool of_message =
+        failure.stage == CRunStage::RcptTo || failure.stage == CRunStage::Data || failure.stage == CRunStage::EndOfData;
+    return of_message &&
+           (failure.failure_class == CFailureClass::Permanent || failure.failure_class == CFailureClass::Transient);
+}
+
+bool WasRefusedAsRecipient(const HeldAddress& waiting) { return waiting.stage == CRunStage::RcptTo; }
+
+// Its last try had no answer about it.
+bool HasFailed(const HeldAddress& waiting) { return waiting.next_try != 0 && waiting.last_try >= waiting.next_try; }
+
+bool HasChanged(const HeldAddress& waiting, const CForwardAddress& address, const CString& route) {
+    return waiting.address != address.setting.address || waiting.route != route;
+}
+
+class Sending {
+public:
+    Sending(CPopProfile& copy, CTime now) : copy_(copy), store_(copy.path), now_(now) {}
+
+    // False when nothing more can be tried.
+    bool Try(HeldResult& result) {
+        std::optional<HeldRecord> record = store_.Find(result.choice.id);
+        if (!record) return NotTried(result, "it is not held any more");
+        if (!record->damage.empty()) return NotTried(result, record->damage);
+        result.digest = record->digest;
+        HeldAddress* const waiting = Waiting(*record, result.choice.folder);
+        if (!waiting) return NotTried(result, "the address does not wait for it any more");
+        result.address = waiting->address;
+        CForwardAddress* const address = AddressOf(copy_, *waiting);
+        if (!address) return NotTried(result, "its address was removed");
+        result.address = address->setting.address;
+        if (address->setting.status == 0) return NotTried(result, "its address is switched off");
+        if (refused_.contains(waiting->folder)) {
+            return NotTried(result, "the server has just refused its address for another message");
+        }
+        std::optional<std::string> text = store_.Text(record->id);
+        if (!text) return NotTried(result, "the message cannot be read");
+
+        waiting->last_try = now_;
+        const bool changed = HasChanged(*waiting, *address, RouteOf(copy_.setting));
+        if (changed && waiting->next_try == 0) waiting->next_try = now_;  // should this try fail, it is tried again
+        if (!store_.Update(*record)) {
+            result.outcome = HeldOutcome::Failed;
+            result.why = "its record cannot be written";
+            return false;
+        }
+        Deliver(*std::move(text), *address, result);
+        if (result.outcome == HeldOutcome::Failed) return false;
+        Record(*record, *waiting, *address, result);
+        return result.why.empty();
+    }
+
+private:
+    static bool NotTried(HeldResult& result, const std::string& why) {
+        result.outcome = HeldOutcome::NotTried;
+        result.why = why;
+        return true;
+    }
+
+    void Deliver(std::string text, CForwardAddress& address, HeldResult& result) {
+        copy_.result.delivery = {};
+        result.outcome = HeldOutcome::Failed;
+        if (!connection_) connection_.reset(copy_.CreateSmtpConnection());
+        if (!connection_) {
+            result.failure = copy_.result.delivery;
+            return;
+        }
+        auto mail = std::make_unique<CReceiveMail>();
+        mail->text = std::move(text);
+        mail->destinations = {&address};
+        if (Send(std::move(mail))) {
+            result.outcome = HeldOutcome::Taken;
+            return;
+        }
+        CloseSmtpConnection(connection_.release());  // QUIT has been said
+        result.failure = copy_.result.delivery;
+        if (IsRefusal(result.failure)) result.outcome = HeldOutcome::Refused;
+    }
+
+    // The array owns its messages.
+    bool Send(std::unique_ptr<CReceiveMail> mail) {
+        Mails mails(1);
+        mails.front() = mail.release();
+        if (copy_.setting.replacefrom != 0) copy_.ReplaceFrom(&mails);
+        const bool taken = copy_.SmtpProcess(connection_.get(), &mails) != 0;
+        for (CReceiveMail* const left : mails) std::unique_ptr<CReceiveMail>{left}.reset();
+        return taken;
+    }
+
+    void Record(HeldRecord& record, HeldAddress& waiting, const CForwardAddress& address, HeldResult& result) {
+        const bool taken = result.outcome == HeldOutcome::Taken;
+        const bool follow = taken && WasRefusedAsRecipient(waiting);
+        if (taken) {
+            std::erase_if(record.addresses, [&](const HeldAddress& one) { return one.folder == result.choice.folder; });
+        } else {
+            const CRunFailure& failure = result.failure;
+            waiting.address = address.setting.address;
+            waiting.route = RouteOf(copy_.setting);
+            CountRefusal(waiting, failure.stage, failure.failure_class, failure.reply, now_);
+            if (failure.stage == CRunStage::RcptTo) refused_[waiting.folder] = true;
+        }
+        const bool written = record.addresses.empty() ? store_.Remove(record.id) : store_.Update(record);
+        if (!written) result.why = "its record cannot be written";
+        if (follow) MakeHeldDue(copy_.path, result.choice.folder, now_);
+    }
+
+    CPopProfile& copy_;
+    const HeldStore store_;
+    const CTime now_;
+    Connection connection_;
+    std::map<CString, bool> refused_;  // addresses that the server has refused now as recipients
+};
+
+}  // namespace
+
+std::vector<HeldChoice> AllHeld(const std::vector<HeldRecord>& records) {
+    std::vector<HeldChoice> all;
+    for (const HeldRecord& record : records) {
+        for (const HeldAddress& waiting : record.addresses) all.push_back({record.id, waiting.folder});
+    }
+    return all;
+}
+
+std::vector<HeldChoice> DueHeld(const CPopProfile& profile, const std::vector<HeldRecord>& records, CTime now) {
+    const CString route = RouteOf(profile.setting);
+    std::map<CString, HeldAddress> last_as_recipient;  // by folder: the latest refusal
+    for (const HeldRecord& record : records) {
+        for (const HeldAddress& waiting : record.addresses) {
+            if (HasFailed(waiting) && now < waiting.last_try + kPause_s) return {};
+            HeldAddress& last = last_as_recipient[waiting.folder];
+            if (WasRefusedAsRecipient(waiting) && waiting.last_try >= last.last_try) last = waiting;
+        }
+    }
+    std::vector<HeldChoice> due;
+    for (const HeldRecord& record : records) {
+        if (record.kind != HeldKind::Refused || !record.damage.empty()) continue;
+        for (const HeldAddress& waiting : record.addresses) {
+            const CForwardAddress* const address = AddressOf(profile, waiting);
+            if (!address || !address->JudgeTakePart(now)) continue;
+            const bool changed = HasChanged(waiting, *address, route);
+            const bool time_has_come = waiting.next_try != 0 && waiting.next_try <= now;
+            if (!time_has_come && !(changed && now >= waiting.last_try + kPause_s)) continue;
+            if (!changed && last_as_recipient[waiting.folder].next_try > now) continue;
+            due.push_back({record.id, waiting.folder});
+        }
+    }
+    return due;
+}
+
+CTime NextHeldLook(const std::vector<HeldRecord>& records, CTime now) {
+    CTime next = now + kPause_s;
+    for (const HeldRecord& record : records) {
+        for (const HeldAddress& waiting : record.addresses) {
+            if (waiting.next_try > now) next = std::min(next, waiting.next_try);
+        }
+    }
+    return next;
+}
+
+std::vector<HeldResult> SendHeld(CPopProfile& copy, const std::vector<HeldChoice>& choice, CTime now,
+                                 const std::function<bool()>& stop) {
+    std::vector<HeldResult> results;
+    Sending sending(copy, now);
+    for (const HeldChoice& one : choice) {
+        if (stop()) break;
+        results.emplace_back().choice = one;
+        if (!sending.Try(results.back())) break;
+    }
+    return results;
+}
+
+void MakeHeldDue(const CString& profile_path, const CString& folder, CTime now) {
+    const HeldStore store(profile_path);
+    for (HeldRecord& record : store.List().value_or(std::vector<HeldRecord>())) {
+        HeldAddress* const waiting = Waiting(record, folder);
+        if (!waiting || !record.damage.empty() || record.kind != HeldKind::Refused) continue;
+        if (!WasRefusedAsRecipient(*waiting) || (waiting->next_try != 0 && waiting->next_try <= now)) continue;
+        waiting->next_try = std::max(now, waiting->last_try + 1);  // else it would look as if that try had failed
+        // What stays as it was is tried at its own time.
+        [[maybe_unused]] const bool written = store.Update(record);
+    }
+}
+
+}  // namespace tarvex::host
