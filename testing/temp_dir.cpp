@@ -33,9 +33,9 @@ void AllowDeletion(const fs::path& directory) {
 
 }  // namespace
 
-TempDir::TempDir() {
+TempDir::TempDir(const fs::path& parent) {
     for (int attempt = 0; attempt < 100; ++attempt) {
-        path_ = fs::temp_directory_path() / RandomName();
+        path_ = parent / RandomName();
         if (!fs::create_directory(path_)) continue;
         constexpr fs::perms kOthersMayWrite = fs::perms::group_write | fs::perms::others_write;
         fs::permissions(path_, kOthersMayWrite, fs::perm_options::remove);  // which no tree is allowed

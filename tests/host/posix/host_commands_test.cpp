@@ -516,7 +516,10 @@ TEST_F(HostCommands, EveryHelpFitsATerminal) {
     for (Words& words : commands) {
         words.push_back("--help");
         std::istringstream help(Do(words));
-        for (std::string line; std::getline(help, line);) EXPECT_LE(line.size(), 80U) << line;
+        for (std::string line; std::getline(help, line);) {
+            const bool is_path = line.find(home_.String()) != std::string::npos;  // as long as the system likes it
+            EXPECT_TRUE(is_path || line.size() <= 80) << line;
+        }
     }
 }
 

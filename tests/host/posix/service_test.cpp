@@ -21,6 +21,7 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -80,7 +81,7 @@ private:
 
 sockaddr_un AddressOf(const std::string& name) {
     sockaddr_un address{};
-    EXPECT_LT(name.size(), sizeof address.sun_path);
+    if (name.size() >= sizeof address.sun_path) throw std::length_error(name);
     address.sun_family = AF_UNIX;
     std::ranges::copy(name, address.sun_path);
     return address;
@@ -993,7 +994,8 @@ TEST_F(ServiceClients, TrustNoServiceOfAnotherUser) {
     if (geteuid() != 0) GTEST_SKIP() << "only the superuser can take another user's place";
     AddProfile(600);
     const host::Descriptor impostor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_un address = AddressOf(Socket());
+    const ShortWay root(host_.Root());
+    const sockaddr_un address = AddressOf(root / kSocketName);
     ASSERT_EQ(bind(impostor.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(seteuid(kNobody), 0);
     const bool listens = listen(impostor.Get(), 1) == 0;
@@ -1040,7 +1042,8 @@ TEST_F(ServiceClients, AndServicesRefuseARootInWhichOthersMayWrite) {
 TEST_F(ServiceClients, ShowNoControlCharactersOfTheService) {
     const host::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     std::filesystem::create_directories(host_.Root());
-    const sockaddr_un address = AddressOf(Socket());
+    const ShortWay root(host_.Root());
+    const sockaddr_un address = AddressOf(root / kSocketName);
     ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(listen(listener.Get(), 1), 0);
     auto connection = host::ServiceConnection::Try(host_.Root());

@@ -17,9 +17,16 @@ std::string UsersFile(const std::vector<Login>& logins) {
     return lines;
 }
 
+// Below it the servers make sockets, whose names the system limits to 107 bytes.
+std::filesystem::path ShortParent() {
+    constexpr std::size_t kMostBytes = 40;
+    std::filesystem::path parent = std::filesystem::temp_directory_path();
+    return parent.native().size() <= kMostBytes ? parent : "/tmp";
+}
+
 }  // namespace
 
-ServerFolder::ServerFolder() {
+ServerFolder::ServerFolder() : folder_(ShortParent()) {
     using std::filesystem::perms;
     std::filesystem::permissions(folder_.Path(), perms::owner_all | perms::group_exec | perms::group_read |
                                                      perms::others_exec | perms::others_read);
