@@ -16,6 +16,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
+#include <span>
+#include <utility>
 
 #include "host/rules/held.h"
 
@@ -43,14 +46,6 @@ HeldAddress* Waiting(HeldRecord& record, const CString& folder) {
     return found == record.addresses.end() ? nullptr : &*found;
 }
 
-// By the server's word on this message or recipient, and not on the rest of the conversation.
-bool IsRefusal(const CRunFailure& failure) {
-    const bool of_message =
-        failure.stage == CRunStage::RcptTo || failure.stage == CRunStage::Data || failure.stage == CRunStage::EndOfData;
-    return of_message &&
-           (failure.failure_class == CFailureClass::Permanent || failure.failure_class == CFailureClass::Transient);
-}
-
 bool WasRefusedAsRecipient(const HeldAddress& waiting) { return waiting.stage == CRunStage::RcptTo; }
 
 // Its last try had no answer about it.
@@ -60,9 +55,39 @@ bool HasChanged(const HeldAddress& waiting, const CForwardAddress& address, cons
     return waiting.address != address.setting.address || waiting.route != route;
 }
 
+// Keeps a refusal from ending the conversation: the message is held.
+class SendingGuard : public CRunGuard {
+public:
+    explicit SendingGuard(int end_of_data_s) : end_of_data_s_(end_of_data_s) {}
+
+    // Of one message for one address.
+    bool taken = false;
+    CRunFailure refusal;
+
+private:
+    int EndOfDataSeconds(const CPopProfile&) override { return end_of_data_s_; }
+    CRefusal Refused(const CPopProfile&, const CReceiveMail&, const CForwardAddress&, const CRunFailure& why) override {
+        refusal = why;
+        return CRefusal::HostHasIt;
+    }
+    void Taken(const CPopProfile&, const CReceiveMail&, std::span<CForwardAddress* const>) override { taken = true; }
+
+    const int end_of_data_s_;
+};
+
 class Sending {
 public:
-    Sending(CPopProfile& copy, CTime now) : copy_(copy), store_(copy.path), now_(now) {}
+    Sending(CPopProfile& copy, const HeldSendingOptions& options)
+        : copy_(copy), options_(options), store_(copy.path), guard_(options.end_of_data_s) {
+        if (options.memory) memory_ = options.memory->Of(copy.path);
+        copy_.guard = &guard_;
+    }
+    ~Sending() {
+        connection_.reset();
+        copy_.guard = nullptr;
+    }
+    Sending(const Sending&) = delete;
+    Sending& operator=(const Sending&) = delete;
 
     // False when nothing more can be tried.
     bool Try(HeldResult& result) {
@@ -82,19 +107,7 @@ public:
         }
         std::optional<std::string> text = store_.Text(record->id);
         if (!text) return NotTried(result, "the message cannot be read");
-
-        waiting->last_try = now_;
-        const bool changed = HasChanged(*waiting, *address, RouteOf(copy_.setting));
-        if (changed && waiting->next_try == 0) waiting->next_try = now_;  // should this try fail, it is tried again
-        if (!store_.Update(*record)) {
-            result.outcome = HeldOutcome::Failed;
-            result.why = "its record cannot be written";
-            return false;
-        }
-        Deliver(*std::move(text), *address, result);
-        if (result.outcome == HeldOutcome::Failed) return false;
-        Record(*record, *waiting, *address, result);
-        return result.why.empty();
+        return TryNow(*record, *waiting, *address, *std::move(text), result);
     }
 
 private:
@@ -104,34 +117,75 @@ private:
         return true;
     }
 
-    void Deliver(std::string text, CForwardAddress& address, HeldResult& result) {
-        copy_.result.delivery = {};
-        result.outcome = HeldOutcome::Failed;
-        if (!connection_) connection_.reset(copy_.CreateSmtpConnection());
-        if (!connection_) {
-            result.failure = copy_.result.delivery;
-            return;
+    bool TryNow(HeldRecord& record, HeldAddress& waiting, CForwardAddress& address, std::string text,
+                HeldResult& result) {
+        waiting.last_try = options_.now;
+        const bool changed = HasChanged(waiting, address, RouteOf(copy_.setting));
+        if (changed && waiting.next_try == 0) waiting.next_try = options_.now;  // should this try fail
+        if (!store_.Update(record)) {
+            result.outcome = HeldOutcome::Failed;
+            result.why = kCannotWriteRecord;
+            return false;
         }
+        std::optional<MailDigest> digest;
+        if (memory_) digest = options_.memory->DigestOf(text);
+        if (memory_ && memory_->WasSent(address.setting.address, *digest, options_.now)) {
+            result.outcome = HeldOutcome::Taken;
+        } else {
+            Deliver(std::move(text), address, result);
+        }
+        if (result.outcome == HeldOutcome::Failed) return false;
+        if (memory_) Remember(address.setting.address, *digest, result);
+        Record(record, waiting, address, result);
+        return result.why.empty();
+    }
+
+    // A connection that has served a while may have been closed, or have reached a limit of the server.
+    void Deliver(std::string text, CForwardAddress& address, HeldResult& result) {
+        const bool reused = connection_ != nullptr;
+        const bool may_repeat = DeliverOnce(reused ? text : std::move(text), address, result) && reused;
+        if (may_repeat) DeliverOnce(std::move(text), address, result);
+    }
+
+    // True when the server was gone before it heard of the message.
+    bool DeliverOnce(std::string text, CForwardAddress& address, HeldResult& result) {
+        result.outcome = HeldOutcome::Failed;
+        copy_.result.delivery = {};
+        guard_.taken = false;
+        guard_.refusal = {};
+        if (!connection_) connection_.reset(copy_.CreateSmtpConnection());
+        if (connection_ && !Send(std::move(text), address)) CloseSmtpConnection(connection_.release());  // after QUIT
+        if (guard_.taken) {
+            result.outcome = HeldOutcome::Taken;
+            return false;
+        }
+        const bool refused = guard_.refusal.failure_class != CFailureClass::None;
+        if (refused) result.outcome = HeldOutcome::Refused;
+        result.failure = refused ? guard_.refusal : copy_.result.delivery;
+        return !refused && result.failure.stage == CRunStage::MailFrom &&
+               result.failure.failure_class == CFailureClass::Connection;
+    }
+
+    // False when the connection can be used no more.
+    bool Send(std::string text, CForwardAddress& address) {
         auto mail = std::make_unique<CReceiveMail>();
         mail->text = std::move(text);
         mail->destinations = {&address};
-        if (Send(std::move(mail))) {
-            result.outcome = HeldOutcome::Taken;
-            return;
-        }
-        CloseSmtpConnection(connection_.release());  // QUIT has been said
-        result.failure = copy_.result.delivery;
-        if (IsRefusal(result.failure)) result.outcome = HeldOutcome::Refused;
-    }
-
-    // The array owns its messages.
-    bool Send(std::unique_ptr<CReceiveMail> mail) {
-        Mails mails(1);
+        Mails mails(1);  // owns its messages
         mails.front() = mail.release();
         if (copy_.setting.replacefrom != 0) copy_.ReplaceFrom(&mails);
-        const bool taken = copy_.SmtpProcess(connection_.get(), &mails) != 0;
+        const bool done = copy_.SmtpProcess(connection_.get(), &mails) != 0;
         for (CReceiveMail* const left : mails) std::unique_ptr<CReceiveMail>{left}.reset();
-        return taken;
+        return done;
+    }
+
+    void Remember(const CString& address, const MailDigest& digest, const HeldResult& result) {
+        if (result.outcome == HeldOutcome::Taken) {
+            memory_->RecordSent({&address, 1}, digest, options_.now);
+            memory_->Unpark(address);
+        } else if (result.failure.stage == CRunStage::RcptTo) {
+            memory_->Park(address, result.failure.reply, options_.now);
+        }
     }
 
     void Record(HeldRecord& record, HeldAddress& waiting, const CForwardAddress& address, HeldResult& result) {
@@ -143,19 +197,23 @@ private:
             const CRunFailure& failure = result.failure;
             waiting.address = address.setting.address;
             waiting.route = RouteOf(copy_.setting);
-            CountRefusal(waiting, failure.stage, failure.failure_class, failure.reply, now_);
-            if (failure.stage == CRunStage::RcptTo) refused_[waiting.folder] = true;
+            CountRefusal(waiting, failure.stage, failure.failure_class, failure.reply, options_.now);
+            if (failure.stage == CRunStage::RcptTo) refused_.insert(waiting.folder);
         }
         const bool written = record.addresses.empty() ? store_.Remove(record.id) : store_.Update(record);
-        if (!written) result.why = "its record cannot be written";
-        if (follow) MakeHeldDue(copy_.path, result.choice.folder, now_);
+        if (!written) result.why = kCannotWriteRecord;
+        if (follow) MakeHeldDue(copy_.path, result.choice.folder, options_.now);
     }
 
+    static constexpr const char* kCannotWriteRecord = "its record cannot be written";
+
     CPopProfile& copy_;
+    const HeldSendingOptions& options_;
     const HeldStore store_;
-    const CTime now_;
+    std::optional<ProfileMemory> memory_;
+    SendingGuard guard_;
     Connection connection_;
-    std::map<CString, bool> refused_;  // addresses that the server has refused now as recipients
+    std::set<CString> refused_;  // folders of addresses that the server has refused now as recipients
 };
 
 }  // namespace
@@ -204,12 +262,12 @@ CTime NextHeldLook(const std::vector<HeldRecord>& records, CTime now) {
     return next;
 }
 
-std::vector<HeldResult> SendHeld(CPopProfile& copy, const std::vector<HeldChoice>& choice, CTime now,
-                                 const std::function<bool()>& stop) {
+std::vector<HeldResult> SendHeld(CPopProfile& copy, const std::vector<HeldChoice>& choice,
+                                 const HeldSendingOptions& options) {
     std::vector<HeldResult> results;
-    Sending sending(copy, now);
+    Sending sending(copy, options);
     for (const HeldChoice& one : choice) {
-        if (stop()) break;
+        if (options.stop && options.stop()) break;
         results.emplace_back().choice = one;
         if (!sending.Try(results.back())) break;
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/rules/held_record.h"
+#include "host/rules/memory.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {
@@ -46,12 +47,19 @@ std::vector<HeldChoice> DueHeld(const CPopProfile& profile, const std::vector<He
 // The moment from which DueHeld may find something if nothing changes, at most 15 minutes from now.
 CTime NextHeldLook(const std::vector<HeldRecord>& records, CTime now);
 
-// Tries the choice in its order, each message for each address as a delivery of its own, and brings the records up to
-// date. On a copy of the profile that is used for nothing else, and never beside a run of that profile. Blocks for as
-// long as the server takes; `stop` is asked before each message. For an address that is switched off nothing is tried,
+struct HeldSendingOptions {
+    CTime now = 0;
+    std::function<bool()> stop;    // asked before each message; may be empty
+    RuleMemory* memory = nullptr;  // learns what was sent and refused, and keeps what was sent from being sent again
+    int end_of_data_s = 0;         // how long the answer to a whole message may take; 0: the profile's time-out
+};
+
+// Tries the choice in its order, each message for each address as a delivery of its own, over one connection as long
+// as that lasts, and brings the records up to date. On a copy of the profile that is used for nothing else, and never
+// beside a run of that profile. Blocks for as long as the server takes. An address that is switched off gets nothing;
 // its schedule does not matter.
-std::vector<HeldResult> SendHeld(CPopProfile& copy, const std::vector<HeldChoice>& choice, CTime now,
-                                 const std::function<bool()>& stop);
+std::vector<HeldResult> SendHeld(CPopProfile& copy, const std::vector<HeldChoice>& choice,
+                                 const HeldSendingOptions& options);
 
 // Makes due what waits because the recipient was refused: the server has taken mail for the address again.
 void MakeHeldDue(const CString& profile_path, const CString& folder, CTime now);

@@ -68,7 +68,7 @@ protected:
     std::vector<HeldResult> Send(const std::vector<HeldChoice>& choice, CTime now = kNow) const {
         CPopProfile copy;
         copy = *profile_;
-        return host::SendHeld(copy, choice, now, [] { return false; });
+        return host::SendHeld(copy, choice, {now, {}, memory_, 0});
     }
     std::vector<HeldResult> SendAll(CTime now = kNow) const { return Send(host::AllHeld(*Store().List()), now); }
 
@@ -107,6 +107,7 @@ protected:
     loopback::SinkServer sink_;
     CRootPath tree_;
     CPopProfile* profile_ = nullptr;
+    host::RuleMemory* memory_ = nullptr;
 };
 
 TEST_F(HeldSending, WhatIsTakenIsGoneWhenNoAddressWaitsAnyMore) {
@@ -134,6 +135,7 @@ TEST_F(HeldSending, ARefusalKeepsTheMessageAndStopsNoOther) {
     });
     const auto results = SendAll(kNow + 15 * kMinute);
     EXPECT_THAT(Outcomes(results), ElementsAre(HeldOutcome::Refused, HeldOutcome::Taken, HeldOutcome::Taken));
+    EXPECT_EQ(sink_.Received("EHLO"), 1);
     ASSERT_THAT(Ids(*Store().List()), ElementsAre(1));
     const host::HeldAddress waiting = Store().Find(1)->addresses.front();
     EXPECT_THAT(waiting.reply, StartsWith("451 4.3.0 too busy for this"));
@@ -174,6 +176,35 @@ TEST_F(HeldSending, AFailureOfTheServerEndsAllAndCountsAsNoTry) {
         EXPECT_THAT(Due(kNow + 30 * kMinute), ElementsAre("1 forwardto0", "1 forwardto1", "2 forwardto0"));
         EXPECT_TRUE(Store().Remove(1) && Store().Remove(2));
     }
+}
+
+TEST_F(HeldSending, AServerThatTakesOneMessageAConnectionIsAskedAgain) {
+    for (const char* const subject : {"one", "two", "three"}) Hold(subject, {0});
+    int senders = 0;
+    sink_.SetFault([&senders](const std::string& command) {
+        if (command.starts_with("EHLO")) senders = 0;
+        return command.starts_with("MAIL") && ++senders == 2 ? "421 too much\r\n" : "";
+    });
+    EXPECT_THAT(Outcomes(SendAll()), ElementsAre(HeldOutcome::Taken, HeldOutcome::Taken, HeldOutcome::Taken));
+    EXPECT_EQ(sink_.Received("EHLO"), 3);
+}
+
+TEST_F(HeldSending, WhatTheMemorySaysWasSentIsNotSentAgain) {
+    host::RuleMemory memory(root_, [](const std::string&) {});
+    memory_ = &memory;
+    Hold("one", {0, 1});
+    const CString phone = "phone@example.net";
+    host::ProfileMemory remembered = memory.Of(profile_->path);
+    remembered.RecordSent({&phone, 1}, memory.DigestOf(Mail("one")), kNow);
+    Answer({{"RCPT", "550 no such user\r\n"}});
+    EXPECT_THAT(Outcomes(SendAll()), ElementsAre(HeldOutcome::Taken, HeldOutcome::Refused));
+    EXPECT_TRUE(remembered.IsParked("office@example.net"));
+    Answer({});
+    EXPECT_THAT(Outcomes(SendAll()), ElementsAre(HeldOutcome::Taken));
+    EXPECT_THAT(Delivered(), ElementsAre("one to office@example.net"));
+    EXPECT_TRUE(remembered.WasSent("office@example.net", memory.DigestOf(Mail("one")), kNow));
+    EXPECT_FALSE(remembered.IsParked("office@example.net"));
+    EXPECT_THAT(*Store().List(), IsEmpty());
 }
 
 TEST_F(HeldSending, OnlyWhatHasItsTimeIsDue) {
