@@ -30,6 +30,7 @@ struct Given {
     std::string name;   // of what the command is about
     std::string first;  // the value of an `add`: a login name, an address
     KeyOptions keys;
+    bool again = false;
     bool new_mail_only = false;
     bool yes = false;
     bool json = false;
@@ -111,6 +112,7 @@ int AddUser(const Context& context, const Given& given) {
 int AddProfile(const Context& context, const Given& given) {
     EditRequest request(EditKind::Profile, EditVerb::Add, given.name);
     request.values["address"] = given.first;
+    request.again = given.again;
     given.keys.Fill(request);  // before the tree is read: a file with a password may be the superuser's alone
     CRootPath root;
     ReadTree(context, root);
@@ -147,6 +149,7 @@ std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting) {
 int AddForward(const Context& context, const Given& given) {
     EditRequest request(EditKind::Forward, EditVerb::Add, given.name);
     request.values["address"] = given.first;
+    request.again = given.again;
     given.keys.Fill(request);
     if (given.new_mail_only) {
         CRootPath root;
@@ -242,6 +245,7 @@ void AddProfileCommands(CLI::App& app, Context& context) {
         AddCommand(*group, context, "add", "Add a profile: a mailbox to fetch from.", AddProfile, command);
     AddName(*command, *given, "USER", "Whose profile it is: path (user0) or login name");
     command->add_option("ADDRESS", given->first, "The mailbox's own address")->required()->option_text(" ");
+    command->add_flag("--again", given->again, "Also when another profile fetches from the same mailbox");
     given->keys.AddTo<CPopProfileSetting>(*command, {"address", "version"});
     command->get_option("--popserver")->required();
     command->get_option("--popuser")->required();
@@ -261,6 +265,7 @@ void AddForwardCommands(CLI::App& app, Context& context) {
         AddCommand(*group, context, "add", "Add a forwarding address to a profile.", AddForward, command);
     AddName(*command, *given, "PROFILE", "Whose mail it gets: path (user0/from0), nickname or address of the profile");
     command->add_option("ADDRESS", given->first, "Where to send")->required()->option_text(" ");
+    command->add_flag("--again", given->again, "Also when the profile has the same address already");
     command->add_flag("--new-mail-only", given->new_mail_only,
                       "What is in the mailbox now counts as handled: the address gets only what comes from now "
                       "on. Without it the first run sends it everything");

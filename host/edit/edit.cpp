@@ -142,6 +142,8 @@ private:
     }
 
     void RefuseSecondUser(const CString& login_name) const;
+    void RefuseSecondMailbox(const CPopProfileSetting& draft) const;
+    void RefuseSecondAddress(const CPopProfile& profile, const CForwardAddressSetting& draft) const;
     std::string NoteOnTwin(const CPopProfile& profile, const CForwardAddress& forward) const;
     std::string EditUser();
     std::string EditProfile();
@@ -218,10 +220,26 @@ std::string Editor::SetProfile(CPopProfile& profile) {
     return text;
 }
 
+// Its mail would be forwarded twice, and with deletemail each of the two would delete what the other has not seen.
+void Editor::RefuseSecondMailbox(const CPopProfileSetting& draft) const {
+    if (request_.again) return;
+    for (const NamedProfile& named : AllProfiles(root_)) {
+        const CPopProfileSetting& other = named.profile->setting;
+        if (Lower(other.popserver) != Lower(draft.popserver) || other.popport != draft.popport ||
+            other.popuser != draft.popuser) {
+            continue;
+        }
+        throw CommandError(kBadUsage, Shown(named.profile->path) + " fetches from the same mailbox, that of \"" +
+                                          ShowText(draft.popuser) + "\" at " + ShowText(draft.popserver) +
+                                          "; --again adds it all the same");
+    }
+}
+
 std::string Editor::AddProfile() {
     CUser& user = FindUser(root_, request_.name);
     RequireLoaded(user.profiles_loaded);
     const auto draft = Draft<CPopProfileSetting>();
+    RefuseSecondMailbox(draft);
     NewDirectory directory(user.path, "from", kProfileFile);
     auto profile = std::make_unique<CPopProfile>();
     profile->SetPath(directory.Path());
@@ -253,11 +271,21 @@ std::string Editor::SetForward(const NamedForward& named) {
     return named.forward->setting.address == before ? text : text + NoteOnTwin(*named.profile, *named.forward);
 }
 
+void Editor::RefuseSecondAddress(const CPopProfile& profile, const CForwardAddressSetting& draft) const {
+    if (request_.again) return;
+    for (const auto& other : profile.forward_addresses) {
+        if (!SameMailbox(other->setting.address, draft.address)) continue;
+        throw CommandError(kBadUsage, Shown(other->path) + " is the same address: it would get each mail twice; " +
+                                          "--again adds it all the same");
+    }
+}
+
 std::string Editor::AddForward() {
     CPopProfile& profile = *FindProfile(root_, request_.name).profile;
     RequireLoaded(profile);
     const auto draft = Draft<CForwardAddressSetting>();
     RefuseLoop(profile.setting.address, draft.address);
+    RefuseSecondAddress(profile, draft);
     NewDirectory directory(profile.path, "forwardto", kForwardFile);
     auto forward = std::make_unique<CForwardAddress>();
     forward->SetPath(directory.Path());

@@ -35,6 +35,7 @@ struct EditRequest {
                        // for the rules of the whole tree
     std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/tree/keys.h)
     std::map<std::string, std::string> secrets;  // add, set: passwords by settings key, as bytes; an empty one clears
+    bool again = false;                          // add: also what the tree has already
     std::vector<std::string> uidls;              // of a new forwarding address: ids that count as handled already
     std::string terms;                           // of a schedule, add: as ParseTerms reads them
     std::optional<std::size_t> term_number;      // of a schedule, else: counted from 1; all terms when there is none

@@ -93,6 +93,7 @@ Json JsonOf(const EditRequest& request) {
             {"name", TextOf(request.name)},
             {"values", JsonOf(request.values)},
             {"secrets", JsonOf(request.secrets)},
+            {"again", request.again},
             {"uidls", JsonOf(request.uidls)},
             {"terms", TextOf(request.terms)},
             {"term_number", request.term_number ? Json(*request.term_number) : Json()},
@@ -104,6 +105,7 @@ EditRequest EditIn(const Json& json) {
                         ChoiceIn<EditVerb>(json.at("verb"), kEditVerbs), BytesIn(json.at("name")));
     request.values = StringsIn(json.at("values"));
     request.secrets = StringsIn(json.at("secrets"));
+    request.again = json.value("again", false);
     request.uidls = ListOf(json.at("uidls"));
     request.terms = BytesIn(json.at("terms"));
     if (const Json& number = json.at("term_number"); !number.is_null()) request.term_number = number.get<std::size_t>();

@@ -170,10 +170,33 @@ void RequireHostName(const KeyInfo& key, std::string_view host) {
     }
 }
 
+// Of those outside of quotation marks.
+std::ptrdiff_t AtSigns(std::string_view address) {
+    bool quoted = false;
+    return std::ranges::count_if(address, [&quoted](char c) {
+        if (c == '"') quoted = !quoted;
+        return c == '@' && !quoted;
+    });
+}
+
+// The engine leaves blanks out, wherever they are: "a b@example.org" would be another mailbox.
+void RequireNoBlankWithin(const KeyInfo& key, std::string_view given) {
+    constexpr char kMark = '\x01';
+    std::string marked(given);
+    std::ranges::replace(marked, ' ', kMark);
+    const std::string address = RecipientOf(marked);
+    const std::size_t start = address.find_first_not_of(kMark);
+    if (start == std::string::npos || address.find(kMark, start) > address.find_last_not_of(kMark)) return;
+    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowUtf8Text(given) +
+                                      "\" has a blank within the address, so mail would go to \"" +
+                                      ShowUtf8Text(RecipientOf(given)) +
+                                      "\"; write one address, like Taro <taro@example.org>");
+}
+
 void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view plain) {
     const std::size_t at = plain.rfind('@');
     const bool good = at != std::string_view::npos && at > 0 && at + 1 < plain.size() && IsPlainAscii(plain) &&
-                      plain.find_first_of("<>(),;") == std::string_view::npos;
+                      AtSigns(plain) == 1 && plain.find_first_of("<>(),;") == std::string_view::npos;
     if (good) return;
     throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowUtf8Text(given) +
                                       "\" is not a mail address; write it like me@example.org" +
@@ -200,7 +223,10 @@ CString TextValue(const KeyInfo& key, std::string_view word) {
     if (key.type == KeyType::Path) return PathValue(key, word);
     if (key.type == KeyType::HostName) RequireHostName(key, word);
     if (key.type == KeyType::Mailbox) RequireAddress(key, word, word);
-    if (key.type == KeyType::Recipient) RequireAddress(key, word, RecipientOf(word));
+    if (key.type == KeyType::Recipient) {
+        RequireNoBlankWithin(key, word);
+        RequireAddress(key, word, RecipientOf(word));
+    }
     try {
         return ToStored(word);
     } catch (const CommandError& error) {

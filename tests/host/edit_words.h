@@ -29,6 +29,8 @@ inline host::EditRequest EditOf(std::vector<std::string> words, std::map<std::st
                 request.terms = word;
             else if (word != "all")
                 request.term_number = std::stoul(word);
+        } else if (word == "--again") {
+            request.again = true;
         } else if (verb == EditVerb::Remove) {
             request.expected = word;
         } else {

@@ -158,7 +158,7 @@ TEST_F(HostCommands, TheSuperuserWorksAsTheOwnerOfTheTree) {
        "secret");                               // looks for the tree twice
     WriteFile(home_ / "password", "secret\n");  // which the owner of the tree may not read
     fs::permissions(home_ / "password", fs::perms::owner_read);
-    Do({"profile", "add", "hana", "hana@example.net", "--popserver", "127.0.0.1", "--popuser", "hana",
+    Do({"profile", "add", "hana", "hana@example.net", "--again", "--popserver", "127.0.0.1", "--popuser", "hana",
         "--password-file", home_ / "password"});
     fs::remove(Tree() + "/.tarvex.lock");  // so that the next one makes it
     Do({"run"});
@@ -252,7 +252,7 @@ TEST_F(HostCommands, ALimitOnTheSizeOfFilesIsAFullDisk) {
     EXPECT_EQ(Profile().nickname, "");
     EXPECT_THAT(ScratchFolders(Tree()), IsEmpty());
 
-    Do({"forward", "add", "me@example.org", "phone@example.net"});
+    Do({"forward", "add", "me@example.org", "pager@example.net"});
     WriteFile(Tree() + "/user0/from0/forwardto0/uidl.def", std::string(5000, 'x') + "\r\n");
     const auto run = limited({"run", "--now"});
     run->Wait();

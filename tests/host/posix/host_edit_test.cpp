@@ -47,6 +47,12 @@ protected:
         return reply_.printed;
     }
 
+    // The same with --again.
+    static std::vector<std::string> Again(std::vector<std::string> words) {
+        words.emplace_back("--again");
+        return words;
+    }
+
     // Refused, and nothing has changed in memory or on disk.
     std::string Bad(int exit_code, const std::vector<std::string>& words,
                     const std::map<std::string, std::string>& secrets = {}) {
@@ -172,7 +178,7 @@ TEST_F(HostEdit, ANewAddressTakesNoFolderWhoseFilesCannotBeReplaced) {
 TEST_F(HostEdit, AFolderThatCannotBeEnteredAnyMoreGetsNothingNew) {
     fs::rename(folder_ / "user0", folder_ / "away");
     fs::create_symlink("user0", folder_ / "user0");
-    EXPECT_EQ(Do({"profile", "add", "taro", "address=new@example.org", "popserver=pop.example.org", "popuser=me"}),
+    EXPECT_EQ(Do({"profile", "add", "taro", "address=new@example.org", "popserver=pop.example.org", "popuser=new"}),
               host::kCannotMake);
     EXPECT_THAT(reply_.error, HasSubstr("from0"));
 }
@@ -274,11 +280,26 @@ TEST_F(HostEdit, MailIsNotForwardedToTheMailboxThatItComesFrom) {
 }
 
 TEST_F(HostEdit, AnAddressThatIsThereAlreadyIsPointedOut) {
-    EXPECT_THAT(Good({"forward", "add", "me@example.org", "address=Phone <PHONE@example.net>"}),
-                HasSubstr("Note: user0/from0/forwardto0 is the same address"));
+    const std::vector<std::string> add = {"forward", "add", "me@example.org", "address=Phone <PHONE@example.net>"};
+    EXPECT_THAT(Bad(host::kBadUsage, add), HasSubstr("user0/from0/forwardto0 is the same address"));
+    EXPECT_THAT(Good(Again(add)), HasSubstr("Note: user0/from0/forwardto0 is the same address"));
     EXPECT_THAT(Good({"forward", "add", "me@example.org", "address=phone2@example.net"}), Not(HasSubstr("Note")));
     EXPECT_THAT(Good({"forward", "set", "phone2@example.net", "address=phone@example.net"}), HasSubstr("Note"));
     EXPECT_THAT(Good({"forward", "set", "user0/from0/forwardto2", "status=off"}), Not(HasSubstr("Note")));
+}
+
+TEST_F(HostEdit, AMailboxThatIsThereAlreadyIsPointedOut) {
+    const std::vector<std::string> add = {
+        "profile", "add", "taro", "address=other@example.org", "popserver=POP.example.org", "popuser=me"};
+    EXPECT_THAT(Bad(host::kBadUsage, add), HasSubstr("user0/from0 fetches from the same mailbox"));
+    Good(Again(add));
+    for (const char* const other : {"popserver=pop2.example.org", "popport=1110", "popuser=Me"}) {
+        std::vector<std::string> words = {"profile", "add", "taro", "address=other@example.org"};
+        for (const char* const value : {"popserver=pop.example.org", "popport=110", "popuser=me"})
+            words.emplace_back(value);
+        words.emplace_back(other);  // the last one counts
+        Good(words);
+    }
 }
 
 TEST_F(HostEdit, TwoUsersHaveNotTheSameName) {

@@ -207,14 +207,18 @@ TEST(HostKeys, AnAddressIsOne) {
         host::SetValue(profile, from, good);
         host::SetValue(forward, to, good);
     }
-    for (const char* const good : {"Taro <me@example.org>", "me@example.org (Taro)", "太郎 <me@example.org>"}) {
+    for (const char* const good : {"Taro <me@example.org>", "me@example.org (Taro)", "太郎 <me@example.org>",
+                                   "Taro Yamada < me@example.org >", "\"a@b\" <me@example.org>"}) {
         host::SetValue(forward, to, good);
         EXPECT_EQ(host::ShowValue(forward, to), good);
         EXPECT_THAT(Refusal(host::kBadUsage, [&] { host::SetValue(profile, from, good); }),
                     HasSubstr("me@example.org"));
     }
     for (const char* const bad :
-         {"", "me", "@example.org", "me@", "Taro <me>", "a@example.org, b@example.org", "太郎@example.org"}) {
+         {"", "me", "@example.org", "me@", "Taro <me>", "a@example.org, b@example.org", "太郎@example.org",
+          // what the engine would turn into another mailbox
+          "Taro me@example.org", "a b@example.org", "\"a b\"@example.org", "a@example.org b@example.org",
+          "a@@example.org", "a@example.org@example.net", "Taro <a b@example.org>", "me@example.org (Taro) home"}) {
         Refusal(host::kBadUsage, [&] { host::SetValue(forward, to, bad); });
         Refusal(host::kBadUsage, [&] { host::SetValue(profile, from, bad); });
     }

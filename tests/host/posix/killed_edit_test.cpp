@@ -120,7 +120,7 @@ TEST_F(KilledEdit, ANewAddressThatCountsHasItsListAndItsSettings) {
 
 TEST_F(KilledEdit, ANewProfileThatCountsHasItsSettings) {
     KillAtEachStep(EditOf({"profile", "add", "taro", std::string("address=") + kNewProfile, "popserver=pop.example.org",
-                           "status=off"}),
+                           "status=off", "--again"}),
                    [](const CRootPath& root) {
                        for (const auto& profile : root.users.front()->profiles) {
                            EXPECT_EQ(profile->setting.popserver, "pop.example.org");

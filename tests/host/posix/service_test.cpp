@@ -737,7 +737,7 @@ TEST_F(ServedEdits, AreNotMadeForACommandThatHasGone) {
 
 TEST_F(ServedEdits, AUserIsRemovedThoughOneOfHisProfilesAlwaysRuns) {
     AddProfile();
-    host_.Tell({"profile", "add", "user0", "two@example.org", "--popserver", "127.0.0.1", "--popport",
+    host_.Tell({"profile", "add", "user0", "two@example.org", "--again", "--popserver", "127.0.0.1", "--popport",
                 std::to_string(mailbox_.Port()), "--popuser", "user", "--timer", "0"});
     const auto service = Serve({}, "0.01");
     ASSERT_TRUE(service->WaitForOutput("user0/from1: run started", kLong));
@@ -969,7 +969,7 @@ TEST_F(ServedRuns, ThatTheServiceIsStoppedInAreToBeTriedAgain) {
 TEST_F(ServedRuns, ComeAfterTheEditsThatWaitForTheSameRun) {
     Block();
     AddTwoProfiles();
-    host_.Tell({"profile", "add", "user0", "two@example.org", "--popserver", "127.0.0.1", "--popport",
+    host_.Tell({"profile", "add", "user0", "two@example.org", "--again", "--popserver", "127.0.0.1", "--popport",
                 std::to_string(mailbox_.Port()), "--popuser", "user", "--timer", "600"});
     const auto service = Serve({}, "60");
     ChildProcess first = host_.StartCommand({"run", kProfile, "--now"});
