@@ -38,8 +38,7 @@ struct Run {
     }
 
     void KeepBooks() {
-        CCheckedMail handled;
-        CollectHandled(taking_part, handled);
+        const CCheckedMail handled = CollectHandled(taking_part);
         benchmark::DoNotOptimize(handled.GetSize());
         for (const auto& address : addresses) {
             std::erase_if(address->uidls, [this](const CString& uidl) { return !present.Contains(uidl); });

@@ -2,9 +2,10 @@
 
 #include "engine/bookkeeping.h"
 
-#include <bit>
+#include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -16,47 +17,26 @@ namespace {
 using UidlSet = std::unordered_set<std::string_view, CUidlHash>;
 using UidlCounts = std::unordered_map<std::string_view, std::size_t, CUidlHash>;
 
-// How often each id occurs. A hash table with open addressing in one piece of memory, because allocating a node for
-// each id would cost more than counting.
-class Occurrences {
-public:
-    explicit Occurrences(std::size_t ids) : entries_(std::bit_ceil(2 * ids + 1)) {}
-
-    std::size_t& operator[](std::string_view id) {
-        const std::size_t mask = entries_.size() - 1;
-        std::size_t at = CUidlHash()(id) & mask;
-        while (entries_[at].id.data() && entries_[at].id != id) at = (at + 1) & mask;
-        entries_[at].id = id;
-        return entries_[at].count;
-    }
-
-private:
-    struct Entry {
-        std::string_view id;  // without data where the entry is free
-        std::size_t count = 0;
-    };
-    std::vector<Entry> entries_;
-};
-
 }  // namespace
 
-void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail& handled) {
-    std::size_t total = 0;
-    for (const CForwardAddress* address : taking_part) total += address->uidls.size();
-
-    Occurrences occurrences(total);
-    std::vector<std::size_t*> counts;  // of the ids in turn, since finding one costs more than anything else here
-    counts.reserve(total);
-    for (const CForwardAddress* address : taking_part) {
-        for (const CString& uidl : address->uidls) ++*counts.emplace_back(&occurrences[uidl]);
-    }
-    auto count = counts.begin();
+CCheckedMail CollectHandled(std::span<CForwardAddress* const> taking_part) {
+    CCheckedMail ids;
+    std::vector<std::size_t> counts;  // of the ids in turn
     for (const CForwardAddress* address : taking_part) {
         for (const CString& uidl : address->uidls) {
-            if (**count == taking_part.size()) handled.Add(uidl);
-            **count++ = 0;  // decided at the first occurrence
+            const int index = ids.Add(uidl);
+            if (index < 0) throw std::bad_alloc();
+            if (index == static_cast<int>(counts.size())) counts.push_back(0);
+            ++counts[static_cast<std::size_t>(index)];
         }
     }
+    const auto is_handled = [&](std::size_t count) { return count == taking_part.size(); };
+    if (std::ranges::all_of(counts, is_handled)) return ids;  // the usual case: no id has to be hashed again
+    CCheckedMail handled;
+    for (int index = 0; index < ids.GetSize(); ++index) {
+        if (is_handled(counts[static_cast<std::size_t>(index)])) handled.Add(ids.GetAt(index));
+    }
+    return handled;
 }
 
 void AssignDestinations(ReceivedMails& mails, std::span<CForwardAddress* const> taking_part, const AskSending& ask) {

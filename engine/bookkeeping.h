@@ -15,7 +15,7 @@ using ReceivedMails = CArray<CReceiveMail*, CReceiveMail*>;
 // The ids that the lists hold together exactly as often as there are lists, in the order of their first occurrence.
 // Occurrences are counted, not lists (B37): an id once in each list is handled; one twice in the only list is not; one
 // twice in one of two lists is.
-void CollectHandled(std::span<CForwardAddress* const> taking_part, CCheckedMail& handled);
+CCheckedMail CollectHandled(std::span<CForwardAddress* const> taking_part);
 
 using AskSending = std::function<CSending(const CReceiveMail&, const CForwardAddress&, bool received)>;
 

@@ -28,8 +28,7 @@ void Plan(const CPopProfile& profile, CTime moment, CArray<CPlannedMail>& plan) 
     }
     if (taking_part.empty()) return;
 
-    CCheckedMail handled;
-    CollectHandled(taking_part, handled);
+    const CCheckedMail handled = CollectHandled(taking_part);
     std::list<CReceiveMail> fetched;
     ReceivedMails mails;
     for (CPlannedMail& planned : plan) {

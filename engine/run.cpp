@@ -176,8 +176,7 @@ private:
         directories.reserve(profile_.forward_addresses.size());
         for (const auto& address : profile_.forward_addresses) directories.emplace_back(address->path);
         for (CForwardAddress* address : taking_part_) address->LoadUidlSetting();
-        CCheckedMail handled;
-        CollectHandled(taking_part_, handled);
+        CCheckedMail handled = CollectHandled(taking_part_);
 
         MailOwner owner;
         CCheckedMail present;

@@ -64,8 +64,7 @@ struct Books {
 
 Ids Handled(const std::vector<Ids>& lists) {
     Books books(lists);
-    CCheckedMail handled;
-    CollectHandled(books.All(), handled);
+    const CCheckedMail handled = CollectHandled(books.All());
     Ids ids;
     for (int i = 0; i < handled.GetSize(); ++i) ids.push_back(handled.GetAt(i));
     return ids;

@@ -117,8 +117,7 @@ TEST(HostileServer, IdsMadeToCollideCostNoMoreThanOthers) {
     AssignDestinations(mails, taking_part);
     EXPECT_EQ(address.uidls, ids);
     KeepOnlyUidl(address.uidls, ids);
-    CCheckedMail handled;
-    CollectHandled(taking_part, handled);
+    const CCheckedMail handled = CollectHandled(taking_part);
     EXPECT_EQ(handled.GetSize(), 65536);
     TakeBack(mails);
     EXPECT_TRUE(address.uidls.empty());
