@@ -71,6 +71,7 @@ int CProfileLog::Load(CString directory) {
     return Shielded(0, [&] {
         std::optional<CStringArray> lines = ReadTextLines(directory + kLogFile);
         if (!lines) return 0;
+        if (entries.empty()) entries.swap(*lines);  // then none is left to be moved
         entries.reserve(entries.size() + lines->size());
         std::ranges::move(*lines, std::back_inserter(entries));
         return 1;
