@@ -28,6 +28,8 @@ bool DatabaseError::IsDamage() const {
     return kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB;
 }
 
+bool DatabaseError::IsWantOfRoom() const { return code_ == SQLITE_FULL || code_ == SQLITE_IOERR_WRITE; }
+
 bool DatabaseError::IsOfStatement() const { return (code_ & 0xFF) == SQLITE_ERROR; }
 
 void Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }

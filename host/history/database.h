@@ -22,6 +22,7 @@ public:
     DatabaseError(int code, const std::string& what) : std::runtime_error(what), code_(code) {}
 
     bool IsDamage() const;       // the file is no database, or is not whole
+    bool IsWantOfRoom() const;   // on the disk
     bool IsOfStatement() const;  // it cannot be carried out, for one because it does not fit the tables
 
 private:

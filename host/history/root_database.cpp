@@ -132,20 +132,21 @@ RootDatabaseWriter::RootDatabaseWriter(const RootDatabase& kind, std::string roo
 
 bool RootDatabaseWriter::Do(const Work& work) {
     if (failing_ && std::chrono::steady_clock::now() < next_try_) return false;
-    const std::string contents(kind_.contents);
     std::optional<DatabaseError> error = Try(work);
     if (error && IsUseless(*error) && SetAside()) {
-        tell_(contents + " was damaged (" + error->what() + "); it was set aside as " + ShowPath(Path(kDamagedFile)) +
-              ", and a new one is begun");
+        Say(" was damaged (" + std::string(error->what()) + "); it was set aside as " + ShowPath(Path(kDamagedFile)) +
+            ", and a new one is begun");
         error = Try(work);
     }
     if (error) next_try_ = std::chrono::steady_clock::now() + retry_after_;
     if (std::exchange(failing_, error.has_value()) != failing_) {
-        tell_(error ? contents + " cannot be written (" + error->what() + "); mail is forwarded all the same"
-                    : contents + " is written again");
+        Say(error ? " cannot be written (" + std::string(error->what()) + "); mail is forwarded all the same"
+                  : " is written again");
     }
     return !error;
 }
+
+void RootDatabaseWriter::Say(const std::string& what) const { tell_(std::string(kind_.contents) + what); }
 
 std::optional<DatabaseError> RootDatabaseWriter::Try(const Work& work) {
     try {
@@ -153,10 +154,12 @@ std::optional<DatabaseError> RootDatabaseWriter::Try(const Work& work) {
         work(*database_);
         return std::nullopt;
     } catch (const DatabaseError& error) {
-        database_.reset();
+        if (!error.IsWantOfRoom()) database_.reset();  // else what is there can be read further on
         return error;
     }
 }
+
+bool RootDatabaseWriter::Look(const Work& work) { return database_ ? !Try(work) : Do(work); }
 
 void RootDatabaseWriter::Open() {
     MakeFile(root_, Path(kFile));

@@ -53,15 +53,18 @@ public:
                        Work opened);
 
     // Opens the database where that is needed and does the work. A damaged file is set aside, and the work is done
-    // once more with a new one. False when it could not be done: the database is closed then, and nothing is tried
-    // again for a while.
+    // once more with a new one. False when it could not be done; then nothing is tried again for a while.
     bool Do(const Work& work);
+
+    // The same for work that writes nothing: it can be done as long as the database is open.
+    bool Look(const Work& work);
 
 private:
     std::optional<DatabaseError> Try(const Work& work);
     void Open();
     bool IsUseless(const DatabaseError& error) const;
     bool SetAside();
+    void Say(const std::string& what) const;
     std::string Path(std::string_view suffix) const;
 
     const RootDatabase kind_;

@@ -35,26 +35,6 @@ bool FitsALine(const SentCopy& copy) {
     return fits(copy.profile.path) && fits(copy.profile.directory) && fits(copy.address);
 }
 
-// The number of a whole text.
-template <class Number>
-std::optional<Number> NumberOf(std::string_view text, int base) {
-    Number number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return number;
-}
-
-std::optional<MailDigest> DigestOf(std::string_view hex) {
-    MailDigest digest;
-    if (hex.size() != 2 * digest.bytes.size()) return std::nullopt;
-    for (std::size_t i = 0; i < digest.bytes.size(); ++i) {
-        const auto byte = NumberOf<unsigned char>(hex.substr(2 * i, 2), 16);
-        if (!byte) return std::nullopt;
-        digest.bytes[i] = *byte;
-    }
-    return digest;
-}
-
 std::optional<SentCopy> CopyOf(std::string_view line) {
     std::array<std::string_view, kParts> parts;
     for (std::size_t i = 0; i < kParts; ++i) {
@@ -63,10 +43,11 @@ std::optional<SentCopy> CopyOf(std::string_view line) {
         parts[i] = line.substr(0, tab);
         line.remove_prefix(std::min(tab + 1, line.size()));
     }
-    const auto digest = DigestOf(parts[0]);
-    const auto sent = NumberOf<CTime>(parts[1], 10);
-    if (!digest || !sent || parts[5] != ".") return std::nullopt;
-    return SentCopy{{std::string(parts[2]), std::string(parts[3])}, std::string(parts[4]), *digest, *sent};
+    const auto digest = MailDigest::FromHex(parts[0]);
+    CTime sent = 0;
+    const auto [end, error] = std::from_chars(parts[1].data(), parts[1].data() + parts[1].size(), sent);
+    if (!digest || error != std::errc() || parts[5] != ".") return std::nullopt;
+    return SentCopy{{std::string(parts[2]), std::string(parts[3])}, std::string(parts[4]), *digest, sent};
 }
 
 }  // namespace

@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <charconv>
 #include <memory>
 #include <new>
+#include <system_error>
 
 namespace tarvex::host {
 namespace {
@@ -108,6 +110,17 @@ std::string MailDigest::Hex() const {
     std::string hex;
     for (const unsigned char byte : bytes) hex.append({kDigits[byte >> 4], kDigits[byte & 15]});
     return hex;
+}
+
+std::optional<MailDigest> MailDigest::FromHex(std::string_view hex) {
+    MailDigest digest;
+    if (hex.size() != 2 * digest.bytes.size()) return std::nullopt;
+    for (std::size_t i = 0; i < digest.bytes.size(); ++i) {
+        const char* const end = hex.data() + 2 * i + 2;
+        const auto [stop, error] = std::from_chars(end - 2, end, digest.bytes[i], 16);
+        if (error != std::errc() || stop != end) return std::nullopt;
+    }
+    return digest;
 }
 
 DigestKey::DigestKey() : bytes_{} { RequireMemory(RAND_bytes(bytes_.data(), kBytes) == 1); }

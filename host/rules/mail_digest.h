@@ -20,6 +20,7 @@ struct MailDigest {
     auto operator<=>(const MailDigest&) const = default;
 
     std::string Hex() const;  // 32 digits
+    static std::optional<MailDigest> FromHex(std::string_view hex);
 };
 
 // The key of a tree's digests. Different messages have different digests for whoever does not know it: of two messages

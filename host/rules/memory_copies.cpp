@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <sstream>
 #include <unordered_set>
 #include <vector>
 
@@ -89,8 +90,8 @@ void RefreshIds(Database& file, std::int64_t profile, std::span<const CString> u
 std::int64_t FindAddress(Database& file, RememberedProfile& profile, const std::string& mailbox) {
     if (const auto known = profile.addresses.find(mailbox); known != profile.addresses.end()) return known->second;
     auto row = file.Lend("SELECT id FROM addresses WHERE profile = ? AND mailbox = ?");
-    if (!row->With(FindId(file, profile), mailbox).Next()) return 0;
-    return profile.addresses[mailbox] = row->Number(0);
+    const bool found = row->With(FindId(file, profile), mailbox).Next();
+    return profile.addresses[mailbox] = found ? row->Number(0) : 0;
 }
 
 // ---- copies
@@ -115,7 +116,7 @@ void ProfileMemory::RecordSent(std::span<const CString> addresses, const MailDig
     for (const CString& address : addresses) {
         const CopyName copy(MailboxOf(address), digest);
         KeepCopy(*state_, *profile_, copy, now);
-        state_->DropNote(*profile_, Matter::Refused, RefusalSubject(copy.first, digest));
+        if (!profile_->notes.empty()) state_->DropNote(*profile_, Matter::Refused, RefusalSubject(copy.first, digest));
         sent.push_back({profile_->name, copy.first, digest, now});
     }
     if (!state_->journal.Add(sent)) state_->Save(now);
@@ -211,7 +212,9 @@ void ProfileMemory::RecordId(const CString& uidl, const MailDigest& digest, CTim
 
 void WriteIds(Database& file, RememberedProfile& profile) {
     for (const auto& [uidl, recorded] : profile.ids) {
-        file.Lend("INSERT OR REPLACE INTO ids VALUES (?, ?, ?, ?)")
+        file.Lend(
+                "INSERT INTO ids VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET digest = excluded.digest, seen = "
+                "excluded.seen")
             ->With(profile.id, uidl, recorded.digest.bytes, recorded.seen)
             .Run();
     }
@@ -249,30 +252,35 @@ bool ProfileMemory::BeginSeen(std::span<const CString> uidls, CTime now) {
 bool ProfileMemory::HasPassed(const MailDigest& mark, const CString& uidl, CTime now) {
     if (!IsUsable(uidl)) return false;
     const std::scoped_lock lock(state_->mutex);
-    std::optional<Passage> known;
-    if (const auto found = profile_->marks.find(mark); found != profile_->marks.end()) {
-        known = found->second;
-    } else {
-        state_->Look([&](Database& file) {
-            auto row = file.Lend("SELECT uidl, time FROM marks WHERE profile = ? AND mark = ?");
-            if (row->With(FindId(file, *profile_), mark.bytes).Next()) known = {row->Text(0), row->Number(1)};
-        });
-    }
-    if (known && known->time >= now - kMarksKept) return known->uidl != uidl;
+    const auto known = profile_->marks.find(mark);
+    if (known != profile_->marks.end() && known->second.time >= now - kMarksKept) return known->second.uidl != uidl;
     if (!state_->MakeRoom(now)) return false;
     profile_->marks[mark] = {uidl, now};
+    profile_->marks_changed = true;
     state_->NoteWaiting(*profile_);
     return false;
 }
 
-void WriteMarks(Database& file, RememberedProfile& profile, CTime now) {
-    if (profile.marks.empty()) return;
-    for (const auto& [mark, passage] : profile.marks) {
-        file.Lend("INSERT OR REPLACE INTO marks VALUES (?, ?, ?, ?)")
-            ->With(profile.id, mark.bytes, passage.uidl, passage.time)
-            .Run();
+void LoadMarks(Database& file, RememberedProfile& profile) {
+    auto row = file.Lend("SELECT passages FROM marks WHERE profile = ?");
+    if (!row->With(FindId(file, profile)).Next()) return;
+    std::istringstream lines(row->Text(0));
+    std::string mark;
+    Passage passage;
+    while (lines >> mark >> passage.time && lines.get() == ' ' && std::getline(lines, passage.uidl)) {
+        if (const auto digest = MailDigest::FromHex(mark)) profile.marks.emplace(*digest, passage);
     }
-    file.Lend("DELETE FROM marks WHERE profile = ? AND time < ?")->With(profile.id, now - kMarksKept).Run();
+}
+
+// As one text: so many rows that live for an hour would take longer.
+void WriteMarks(Database& file, RememberedProfile& profile, CTime now) {
+    if (!profile.marks_changed) return;
+    std::erase_if(profile.marks, [&](const auto& mark) { return mark.second.time < now - kMarksKept; });
+    std::string passages;
+    for (const auto& [mark, passage] : profile.marks) {
+        passages += mark.Hex() + ' ' + std::to_string(passage.time) + ' ' + passage.uidl + '\n';
+    }
+    file.Lend("INSERT OR REPLACE INTO marks VALUES (?, ?)")->With(profile.id, passages).Run();
 }
 
 }  // namespace tarvex::host

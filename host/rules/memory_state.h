@@ -35,22 +35,21 @@ struct Passage {
 struct RememberedProfile {
     ProfileName name;
 
-    std::map<Subject, Note> notes;  // all of them, once they were loaded
-    bool notes_loaded = false;
+    std::map<Subject, Note> notes;        // all of them, once they were loaded
+    std::map<MailDigest, Passage> marks;  // likewise: those of the last hour, and some older ones
+    bool is_loaded = false;
 
     // Not in the file yet:
     std::set<Subject> changed_notes;                  // also those that are gone
     std::set<std::string> forgotten_addresses;        // with all their copies
     std::map<CopyName, std::optional<CTime>> copies;  // when they were sent or seen; nothing: forgotten
     std::map<CString, RecordedId> ids;
-    std::map<MailDigest, Passage> marks;
+    bool marks_changed = false;
 
     // Numbers in the file that is open; 0 where there is none, or none was looked for.
     std::int64_t id = 0;
     CTime used = 0;  // what the file says of when the profile was last worked on; 0 when it was not brought up to date
     std::map<std::string, std::int64_t> addresses;
-
-    std::size_t Waiting() const { return changed_notes.size() + copies.size() + ids.size() + marks.size(); }
 };
 
 struct MemoryState {
@@ -61,6 +60,7 @@ struct MemoryState {
     CopyJournal journal;
     bool journal_was_read = false;
     DigestKey key;
+    bool key_is_known = false;  // as that of the file
     std::map<ProfileName, RememberedProfile> profiles;
     std::set<RememberedProfile*> changed;  // those that hold what is not in the file yet
     std::size_t waiting = 0;               // such things, roughly
@@ -68,7 +68,7 @@ struct MemoryState {
 
     DigestKey Key();  // locks by itself
     void Start();
-    void LoadNotes(RememberedProfile& profile);
+    void Load(RememberedProfile& profile);
 
     // Looks into the file, or changes it; false when that could not be done.
     bool Look(const RootDatabaseWriter::Work& work);
@@ -101,7 +101,12 @@ CString RefusalSubject(const std::string& mailbox, const MailDigest& digest);
 std::int64_t FindId(Database& file, RememberedProfile& profile);
 std::int64_t FindAddress(Database& file, RememberedProfile& profile, const std::string& mailbox);
 
-// Writes what waits, and removes what is too old (memory_copies.cpp).
+// What is in memory whole (memory_notes.cpp, memory_copies.cpp).
+void LoadNotes(Database& file, RememberedProfile& profile);
+void LoadMarks(Database& file, RememberedProfile& profile);
+
+// Write what waits, and remove what is too old (likewise).
+void WriteNotes(Database& file, RememberedProfile& profile);
 void WriteCopies(Database& file, RememberedProfile& profile);
 void WriteIds(Database& file, RememberedProfile& profile);
 void WriteMarks(Database& file, RememberedProfile& profile, CTime now);

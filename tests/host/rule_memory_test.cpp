@@ -6,6 +6,8 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -226,6 +228,224 @@ TEST_F(Memory, CountsBounces) {
     EXPECT_EQ(Profile().Notes(Matter::Bouncing).at("a@x"), (Note{2, kNow, kNow + 5, kNow + 5, {}}));
     Profile().ClearBounces("a@x");
     EXPECT_EQ(Profile().CountBounce("a@x", kNow), 1);
+}
+
+// ---- how long
+
+constexpr CTime kWeek = 7 * kDay;
+
+TEST_F(Memory, KeepsACopyFor400DaysAfterItWasSentOrSeenLast) {
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
+    Profile().RecordId("1", Mail(1), kNow);
+    for (int mail = 2; mail <= 10; ++mail) Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(mail), kNow);
+    Profile().Seen(std::vector<CString>{"1"}, kNow + 2 * kDay);
+    EXPECT_EQ(Number("SELECT count(*) FROM copies"), 10);
+
+    // Each save cleans a part.
+    const auto copies_at = [&](CTime now) {
+        for (CTime i = 0; i < 5; ++i) {
+            Profile().RecordId("later", Mail(1), now);
+            memory_->Save(now);
+        }
+        return Number("SELECT count(*) FROM copies");
+    };
+    EXPECT_EQ(copies_at(kNow + kCopiesKept), 10);
+    EXPECT_EQ(copies_at(kNow + kCopiesKept + 1), 1);
+    EXPECT_TRUE(Profile().HasSentAny("a@x"));
+    EXPECT_EQ(copies_at(kNow + 2 * kDay + kCopiesKept + 1), 0);
+    EXPECT_FALSE(Profile().WasSent("a@x", Mail(1), kNow + kCopiesKept));
+    EXPECT_FALSE(Profile().HasSentAny("a@x"));
+}
+
+TEST_F(Memory, ACopyThatIsAskedForAgainStays) {
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
+    memory_->Save(kNow);
+    EXPECT_TRUE(Profile().WasSent("a@x", Mail(1), kNow + kWeek + 1));
+    memory_->Save(kNow);
+    EXPECT_EQ(Number("SELECT seen - sent FROM copies"), kWeek + 1);
+}
+
+TEST_F(Memory, NotesOnceAWeekWhatIsInTheMailbox) {
+    std::vector<CString> listing;
+    for (int mail = 0; mail < 1200; ++mail) {
+        listing.push_back(std::to_string(mail));
+        Profile().RecordSent(std::vector<CString>{"a@x", "b@x"}, Mail(mail), kNow);
+        Profile().RecordId(listing.back(), Mail(mail), kNow);
+    }
+    const auto seen_at = [&](CTime now) {
+        return Number("SELECT count(*) FROM copies WHERE seen = " + std::to_string(now));
+    };
+    Profile().Seen(listing, kNow + kDay);
+    EXPECT_EQ(seen_at(kNow + kDay), 2400);
+    Profile().Seen(listing, kNow + kDay + kWeek - 1);
+    EXPECT_EQ(seen_at(kNow + kDay), 2400);
+    Restart();
+    listing.pop_back();
+    Profile().Seen({}, kNow + 2 * kWeek);
+    Profile().Seen(listing, kNow + kDay + kWeek);
+    EXPECT_EQ(seen_at(kNow + kDay + kWeek), 2398);
+}
+
+TEST_F(Memory, ForgetsTheTroubleOfIdsThatAreGone) {
+    Profile().CountNotFetched("1", "-ERR", kNow);
+    Profile().CountNotFetched("2", "-ERR", kNow);
+    Profile().RecordNotDeleted("3", "-ERR", kNow);
+    Profile().Seen(std::vector<CString>{"2"}, kNow);
+    EXPECT_EQ(Profile().Notes(Matter::NotFetched).size(), 1u);
+    EXPECT_TRUE(Profile().Notes(Matter::NotFetched).contains("2"));
+    ExpectAlsoLater([&] { return Profile().Notes(Matter::NotDeleted).empty(); });
+}
+
+TEST_F(Memory, AProfileMadeAnewUnderTheSamePathBeginsAnew) {
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
+    Profile().Park("a@x", "550", kNow);
+    // The system must not give the new directory the number of the old one at the same moment.
+    fs::rename(root_ + "/user0/from0", root_ + "/user0/removed");
+    MakeProfile("from0");
+    EXPECT_FALSE(Profile().WasSent("a@x", Mail(1), kNow));
+    EXPECT_FALSE(Profile().IsParked("a@x"));
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(2), kNow);
+    ExpectAlsoLater(
+        [&] { return !Profile().WasSent("a@x", Mail(1), kNow) && Profile().WasSent("a@x", Mail(2), kNow); });
+    EXPECT_EQ(Number("SELECT count(*) FROM notes"), 0);
+}
+
+TEST_F(Memory, ATreeThatWasCopiedElsewhereKeepsIts) {
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
+    memory_.reset();
+    fs::copy(root_, folder_ / "copy", fs::copy_options::recursive);
+    root_ = folder_ / "copy";
+    Restart();
+    EXPECT_TRUE(Profile().WasSent("a@x", Mail(1), kNow));
+}
+
+// ---- trouble
+
+TEST_F(Memory, ADamagedFileIsSetAsideAndWhatThisProcessKnowsStays) {
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
+    Restart();
+    ProfileMemory profile = Profile();
+    profile.Park("a@x", "550", kNow);
+    const MailDigest mail = Mail(2);
+    memory_.reset();
+    fs::remove(File("sent.db-wal"));
+    testing::WriteFile(File("sent.db"), std::string(5000, 'x'));
+    Restart();
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(2), kNow);
+    EXPECT_NE(Mail(2), mail);  // the key went with the file
+    ExpectAlsoLater(
+        [&] { return !Profile().WasSent("a@x", Mail(1), kNow) && Profile().WasSent("a@x", Mail(2), kNow); });
+    ASSERT_EQ(told_.size(), 1u);
+    EXPECT_NE(told_[0].find("sent-damaged.db, and a new one is begun"), std::string::npos) << told_[0];
+}
+
+TEST_F(Memory, DamageInTheMiddleOfAProcessLosesOnlyWhatWasOnDisk) {
+    Profile().Park("a@x", "550", kNow);
+    const MailDigest mail = Mail(1);
+    Profile().RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
+    for (const char* const table : {"copies", "notes"}) {  // as far as a statement can tell
+        Database(File("sent.db"), Database::Use::Write, 1s).Run(("DROP TABLE " + std::string(table)).c_str());
+    }
+    memory_->Save(kNow);
+    EXPECT_EQ(told_.size(), 1u);
+    EXPECT_EQ(Mail(1), mail);
+    ExpectAlsoLater([&] { return Profile().WasSent("a@x", mail, kNow) && Profile().IsParked("a@x"); });
+}
+
+TEST_F(Memory, WhatCannotBeWrittenIsKnownAllTheSameAndWrittenLater) {
+    testing::WriteFile(root_ + "/.tarvex", "in its place");
+    std::optional<ProfileMemory> profile = Profile();
+    const MailDigest mail = Mail(1);
+    profile->RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
+    profile->Park("a@x", "550", kNow);
+    profile->RecordId("1", mail, kNow);
+    EXPECT_TRUE(profile->WasSent("a@x", mail, kNow));
+    EXPECT_FALSE(profile->WasSent("b@x", mail, kNow));
+    EXPECT_TRUE(profile->HasSentAny("a@x"));
+    EXPECT_FALSE(profile->MayAsk("a@x", kNow));
+    EXPECT_EQ(profile->DigestOfId("1"), mail);
+    EXPECT_FALSE(profile->HasPassed(mail, "1", kNow));
+    EXPECT_TRUE(profile->HasPassed(mail, "2", kNow));
+    profile->Seen(std::vector<CString>{"1"}, kNow);
+    ASSERT_EQ(told_.size(), 1u);
+    EXPECT_NE(told_[0].find("cannot be written"), std::string::npos);
+    fs::remove(root_ + "/.tarvex");
+    memory_->Save(kNow);
+    ASSERT_EQ(told_.size(), 2u);
+    EXPECT_EQ(told_[1], "the memory of what was sent is written again");
+    ExpectAlsoLater([&] {
+        return Profile().WasSent("a@x", mail, kNow) && Profile().IsParked("a@x") && Profile().DigestOfId("1") == mail;
+    });
+}
+
+TEST_F(Memory, ALineOfTheJournalThatIsNotWholeDoesNotCount) {
+    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
+    const std::string line = testing::ReadFile(File("sent.recent"));
+    const MailDigest other = Mail(2);
+    memory_.reset();
+    std::string torn = line.substr(0, line.size() - 3);
+    torn.replace(torn.find('\t') - 32, 32, other.Hex());
+    testing::WriteFile(File("sent.recent"), "nonsense\t\t\n" + torn + line);
+    fs::remove(File("sent.db"));  // with what Save put there
+    fs::remove(File("sent.db-wal"));
+    Restart();
+    Profile();
+    memory_->Save(kNow);
+    EXPECT_EQ(Number("SELECT count(*) FROM copies"), 1);
+    EXPECT_EQ(testing::ReadFile(File("sent.recent")), "");
+}
+
+TEST_F(Memory, HoldsNoMoreThanItShouldOfWhatServersSay) {
+    const std::string endless(64 * 1024, 'x');
+    Profile().Park("a@x", endless, kNow);
+    EXPECT_EQ(Profile().Notes(Matter::Parked).at("a@x").words.size(), 300u);
+    Profile().CountNotFetched(endless, "-ERR", kNow);
+    Profile().RecordId(endless, Mail(1), kNow);
+    for (int i = 0; i < 1100; ++i) Profile().CountNotFetched(std::to_string(i), "-ERR", kNow);
+    EXPECT_EQ(Profile().Notes(Matter::NotFetched).size(), 1000u);
+    EXPECT_FALSE(Profile().DigestOfId(endless));
+    EXPECT_TRUE(Profile().IsParked("a@x"));
+}
+
+TEST_F(Memory, ServesManyRunsAtOnce) {
+    constexpr int kRuns = 8;
+    constexpr int kMails = 300;
+    for (int run = 0; run < kRuns; ++run) MakeProfile("from" + std::to_string(run));
+    std::vector<std::jthread> runs;
+    for (int run = 0; run < kRuns; ++run) {
+        runs.emplace_back([this, run] {
+            ProfileMemory profile = Profile("from" + std::to_string(run));
+            for (int mail = run; mail < kMails + run; ++mail) {
+                const MailDigest digest = Mail(mail);
+                if (profile.WasSent("a@x", digest, kNow)) ADD_FAILURE() << mail;
+                profile.RecordId(std::to_string(mail), digest, kNow);
+                profile.RecordSent(std::vector<CString>{"a@x"}, digest, kNow);
+                if (mail % 50 == 0) profile.Park(std::to_string(mail), "550", kNow);
+            }
+            memory_->Save(kNow);
+        });
+    }
+    runs.clear();
+    Restart();
+    for (int run = 0; run < kRuns; ++run) {
+        ProfileMemory profile = Profile("from" + std::to_string(run));
+        for (int mail = 0; mail < kMails + kRuns; ++mail) {
+            EXPECT_EQ(profile.WasSent("a@x", Mail(mail), kNow), mail >= run && mail < kMails + run) << run << mail;
+        }
+        EXPECT_EQ(profile.Notes(Matter::Parked).size(), 6u);
+    }
+    EXPECT_TRUE(told_.empty());
+}
+
+TEST_F(Memory, OthersReadTheNotesMeanwhile) {
+    EXPECT_TRUE(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0", Matter::Parked).empty());
+    Profile().Park("a@x", "550 no", kNow);
+    RuleMemoryReader reader(root_);
+    Profile().Unpark("a@x");
+    memory_->Save(kNow);
+    EXPECT_EQ(reader.Notes(root_ + "\\user0\\from0", Matter::Parked).at("a@x").words, "550 no");  // of one moment
+    EXPECT_TRUE(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0", Matter::Parked).empty());
+    EXPECT_TRUE(told_.empty());
 }
 
 }  // namespace
