@@ -20,6 +20,7 @@ constexpr std::array kMeanings = {
     FailureMeaning{K::NoConnection, C::Connection, PROBE_NO_CONNECTION, R::None},
     FailureMeaning{K::TimedOut, C::TimeOut, PROBE_TIMED_OUT, R::None},
     FailureMeaning{K::NoTls, C::Connection, PROBE_NO_TLS, R::None},
+    FailureMeaning{K::TlsRefused, C::Connection, PROBE_NO_TLS, R::TlsRefused},
     FailureMeaning{K::CertificateOfOther, C::Connection, PROBE_BAD_CERTIFICATE, R::OtherName},
     FailureMeaning{K::CertificateOutOfDate, C::Connection, PROBE_BAD_CERTIFICATE, R::OutOfDate},
     FailureMeaning{K::CertificateNotTrusted, C::Connection, PROBE_BAD_CERTIFICATE, R::NotTrusted},

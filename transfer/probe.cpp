@@ -6,6 +6,8 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -23,7 +25,8 @@ namespace {
 
 using Steps = CArray<CProbeStep>;
 
-constexpr std::array kStepNames = {"find the server", "connect", "TLS", "greeting", "hello", "log in", "list", "quit"};
+constexpr std::array kStepNames = {
+    "find the server", "connect", "TLS", "greeting", "hello", "log in", "list", "quit", "sender", "recipient", "reset"};
 
 CProbeStepKind KindOf(ConnectStep step) {
     switch (step) {
@@ -156,7 +159,45 @@ const char* NameOf(AuthMethod method) {
     return "";
 }
 
-int Probe(const CPopProfileSetting& setting, CSmtpTrial& trial) {
+// The envelope of what a run forwards. A refusal ends nothing; a lost connection does.
+class EnvelopeProbe {
+public:
+    EnvelopeProbe(CSmtpSocket& socket, StepRecorder& recorder, Steps& steps)
+        : socket_(socket), recorder_(recorder), steps_(steps) {}
+
+    // True when all was taken.
+    bool Run(const CString& sender, std::span<const CString> recipients) {
+        CString from = "<" + sender + ">";
+        bool taken = Ask(PROBE_MAIL_FROM, [&] { return socket_.SendMailFrom(&from); });
+        for (const CString& recipient : recipients) {
+            if (!has_sender_ || IsLost()) break;
+            CString to = "<" + recipient + ">";
+            taken = Ask(PROBE_RCPT_TO, [&] { return socket_.SendRcptTo(&to); }) && taken;
+            steps_.back().recipient = recipient;
+        }
+        return !IsLost() && Ask(PROBE_RESET, [&] { return socket_.SendReset(); }) && taken;
+    }
+
+    // Then nothing more can be said to the server.
+    bool IsLost() const { return static_cast<bool>(socket_.LastFailure()); }
+
+private:
+    template <class Send>
+    bool Ask(CProbeStepKind kind, const Send& send) {
+        CString reply;
+        const bool taken = recorder_.Run(
+            kind, [&] { return IsCode(reply = send(), "250"); }, [&] { return reply; });
+        if (kind == PROBE_MAIL_FROM) has_sender_ = taken;
+        return taken;
+    }
+
+    CSmtpSocket& socket_;
+    StepRecorder& recorder_;
+    Steps& steps_;
+    bool has_sender_ = false;
+};
+
+int Probe(const CPopProfileSetting& setting, std::optional<std::span<const CString>> recipients, CSmtpTrial& trial) {
     CProfileLog log;
     SmtpOpening opening(setting, log);
     StepRecorder recorder(trial.steps, opening.Socket(), IsSmtpGreeting);
@@ -175,13 +216,16 @@ int Probe(const CPopProfileSetting& setting, CSmtpTrial& trial) {
         opening.CloseAfterGreeting();
         return 0;
     }
+    EnvelopeProbe envelope(opening.Socket(), recorder, trial.steps);
+    const bool taken = !recipients || envelope.Run(setting.address, *recipients);
+    if (envelope.IsLost()) return 0;
     CString goodbye;
     const auto quit = [&] {
         goodbye = opening.Socket().SendQuit();
         return IsCode(goodbye, "221");
     };
     recorder.Run(PROBE_QUIT, quit, [&] { return goodbye; });
-    return 1;
+    return taken ? 1 : 0;
 }
 
 }  // namespace
@@ -202,6 +246,13 @@ int ListMailbox(const CPopProfileSetting& setting, CMailboxListing* listing) {
 int TrySmtp(const CPopProfileSetting& setting, CSmtpTrial* trial) {
     return tarvex::Shielded(0, [&] {
         *trial = {};
-        return tarvex::Probe(setting, *trial);
+        return tarvex::Probe(setting, {}, *trial);
+    });
+}
+
+int TrySmtp(const CPopProfileSetting& setting, std::span<const CString> recipients, CSmtpTrial* trial) {
+    return tarvex::Shielded(0, [&] {
+        *trial = {};
+        return tarvex::Probe(setting, recipients, *trial);
     });
 }

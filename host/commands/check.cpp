@@ -53,7 +53,7 @@ bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && s
 void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
                 const std::string& list_remark) {
     for (const CProbeStep& step : steps) {
-        PrintStep(step, step.kind == PROBE_LIST ? list_remark : "");
+        PrintStep(step, step.kind == PROBE_LIST ? list_remark : ShowText(step.recipient));
         if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting), 6);
     }
 }
@@ -77,7 +77,7 @@ struct PopAnswer {
 struct SmtpAnswer {
     CSmtpTrial trial;
     bool good = false;
-    bool without_login = false;  // though one is wanted
+    std::string without_login;  // why and what to do, when one is wanted
 };
 
 PopAnswer AskPop(const CPopProfileSetting& setting) {
@@ -86,10 +86,24 @@ PopAnswer AskPop(const CPopProfileSetting& setting) {
     return answer;
 }
 
-SmtpAnswer AskSmtp(const CPopProfileSetting& setting) {
+// Those that a run may send to.
+std::vector<CString> RecipientsOf(const CPopProfile& profile) {
+    std::vector<CString> recipients;
+    for (const auto& forward : profile.forward_addresses) {
+        if (forward->setting.status != 0) recipients.push_back(RecipientOf(forward->setting.address));
+    }
+    return recipients;
+}
+
+SmtpAnswer AskSmtp(const CPopProfile& profile) {
+    const CPopProfileSetting& setting = profile.setting;
     SmtpAnswer answer;
-    answer.good = TrySmtp(setting, &answer.trial) != 0;
-    answer.without_login = answer.good && setting.smtpauth != 0 && answer.trial.method.empty();
+    answer.good = TrySmtp(setting, RecipientsOf(profile), &answer.trial) != 0;
+    const auto hello = std::ranges::find(answer.trial.steps, int{PROBE_HELLO}, &CProbeStep::kind);
+    const bool greeted = hello != answer.trial.steps.end() && hello->failure == PROBE_SUCCESS;
+    if (greeted && setting.smtpauth != 0 && answer.trial.method.empty()) {
+        answer.without_login = AdviceOnMissingLogin(hello->text, setting);
+    }
     return answer;
 }
 
@@ -114,14 +128,9 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     }
 
     std::cout << "  SMTP, " << Server(setting, Protocol::Smtp) << Security(setting) << '\n' << std::flush;
-    const SmtpAnswer smtp = AskSmtp(setting);
+    const SmtpAnswer smtp = AskSmtp(profile);
     PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, "");
-    if (smtp.without_login) {
-        std::cout << Paragraph(
-            "Note: smtpauth is on, but the server was not asked to authenticate: it offers no method that fits "
-            "smtpauth_mode, or was greeted with HELO. Mail goes out without a login.",
-            6);
-    }
+    if (!smtp.without_login.empty()) std::cout << Paragraph("Note: " + smtp.without_login, 6);
 
     const std::string off = WhySwitchedOff(user, profile);
     if (!off.empty()) std::cout << "  Note: the profile is " << off << ".\n";
@@ -136,6 +145,7 @@ Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfil
                         {"success", step.failure == PROBE_SUCCESS},
                         {"microseconds", step.microseconds},
                         {"text", Utf8OfServerText(step.text)},
+                        {"recipient", step.recipient.empty() ? Json() : Json(Utf8FromText(step.recipient))},
                         {"advice", Matters(step) ? Json(Advice(step, protocol, setting)) : Json()}});
     }
     return list;
@@ -156,6 +166,7 @@ Json JsonOf(const SmtpAnswer& smtp, const CPopProfileSetting& setting) {
             {"port", setting.smtpport},
             {"good", smtp.good},
             {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
+            {"without_login", smtp.without_login.empty() ? Json() : Json(smtp.without_login)},
             {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting)}};
 }
 
@@ -170,7 +181,7 @@ int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
                                          {"smtp", nullptr}});
     if (!profile.setting_loaded.whole) return kCannotWrite;
     const PopAnswer pop = AskPop(setting);
-    const SmtpAnswer smtp = AskSmtp(setting);
+    const SmtpAnswer smtp = AskSmtp(profile);
     check["pop3"] = JsonOf(pop, setting);
     check["smtp"] = JsonOf(smtp, setting);
     return CodeOf(pop.good && smtp.good, why_left_out);
@@ -197,7 +208,8 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
 
 void AddCheckCommand(CLI::App& app, Context& context) {
     AddReadOnlyCommand(app, context, "check",
-                       "Log in to the POP3 and SMTP servers of profiles, step by step; nothing is fetched or sent.",
+                       "Log in to the POP3 and SMTP servers of profiles, step by step, up to the addresses; nothing is "
+                       "fetched or sent.",
                        Check);
 }
 

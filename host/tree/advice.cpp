@@ -2,8 +2,12 @@
 
 #include "host/tree/advice.h"
 
+#include <algorithm>
+#include <array>
+
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
+#include "host/tree/reply_codes.h"
 
 namespace tarvex::host {
 namespace {
@@ -77,7 +81,12 @@ std::string OnForeigner(const Words& words) {
            words.port_key + " (" + UsualPorts(words) + ").";
 }
 
-std::string OnTls(const Words& words) {
+std::string OnTls(const Words& words, CProbeReason reason) {
+    if (reason == CProbeReason::TlsRefused) {
+        return "The server speaks TLS, but refused this connection: it may want a version or a method of encryption "
+               "that tarvex does not use (TLS 1.2 or newer), or another name of the server. Look at " +
+               words.server_key + ", or ask its operator.";
+    }
     if (words.ssl == 2) {
         return "The server does not upgrade to TLS at " + words.port + ": 587 usually does; for 465 set --sslsmtp tls.";
     }
@@ -102,7 +111,64 @@ std::string OnCertificate(const Words& words, CProbeReason reason) {
     return "The server's certificate is not accepted, for the reason above.";
 }
 
-std::string OnLogIn(const Words& words, const CPopProfileSetting& setting) {
+// RFC 2449 and 3206; what is no such code has no advice here.
+std::string OnPopCode(const std::string& code) {
+    if (code == "IN-USE")
+        return "Another program has the mailbox open, or the last connection has not ended yet: try later.";
+    if (code == "LOGIN-DELAY") return "The server wants longer pauses between two logins: set a larger --timer.";
+    if (code == "SYS/TEMP")
+        return "The server has a fault of its own for now; your settings are not to blame: try later.";
+    if (code == "SYS/PERM") {
+        return "The server has a fault of its own that does not pass by itself; your settings are not to blame: tell "
+               "its "
+               "operator.";
+    }
+    return {};
+}
+
+bool Mentions(const CString& reply, std::string_view word) { return Lower(reply).find(word) != std::string::npos; }
+
+// About a login that is missing, or that the server wants otherwise; empty when the answer is not about that.
+std::string OnWantedLogin(const CProbeStep& step, const CPopProfileSetting& setting) {
+    const std::string_view code = EnhancedCode(step.text);
+    if (Mentions(step.text, "starttls") || step.text.starts_with("538") || code == "5.7.11") {
+        return "The server wants an encrypted connection first: set --sslsmtp starttls (usually port 587).";
+    }
+    const bool wanted = step.text.starts_with("530") || Mentions(step.text, "authentication required") ||
+                        Mentions(step.text, "not logged in");
+    const bool relay = step.kind == PROBE_RCPT_TO && (Mentions(step.text, "relay") || code == "5.7.1");
+    if (setting.smtpauth == 0 && wanted) return "The server wants a login: set --smtpauth on.";
+    if (setting.smtpauth == 0 && relay) {
+        return "The server does not send mail there for somebody who is not logged in: set --smtpauth on.";
+    }
+    if (relay) return "The server does not let this account send mail there; its answer says why.";
+    return {};
+}
+
+std::string OnSender(const CProbeStep& step, const CPopProfileSetting& setting) {
+    if (const std::string login = OnWantedLogin(step, setting); !login.empty()) return login;
+    return "The server does not accept \"" + ShowText(setting.address) +
+           "\" as a sender: set --address to one that this account may send from.";
+}
+
+std::string OnRecipient(const CProbeStep& step, const CPopProfileSetting& setting) {
+    if (const std::string login = OnWantedLogin(step, setting); !login.empty()) return login;
+    const std::string_view code = EnhancedCode(step.text);
+    if (code.starts_with("5.1.")) return "There is no such mailbox: correct the address (`tarvex forward set`).";
+    if (code == "5.2.1") return "The mailbox is switched off: ask its owner.";
+    if (code == "5.2.2") return "The mailbox is full: ask its owner.";
+    return "The server takes no mail for this address; its answer says why.";
+}
+
+std::string OnLogIn(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
+    if (const std::string told = words.pop ? OnPopCode(PopResponseCode(step.text)) : OnWantedLogin(step, setting);
+        !told.empty()) {
+        return told;
+    }
+    if (EnhancedCode(step.text) == "5.7.9") {
+        return "The server wants another kind of login: an app password instead of your own, or another "
+               "--smtpauth_mode.";
+    }
     if (words.pop) {
         const std::string apop = setting.apop != 0 ? " If they are right, set --apop off." : "";
         return "The server refused the login: set --popuser and --password (`tarvex profile set`). Some providers "
@@ -117,10 +183,22 @@ std::string OnLogIn(const Words& words, const CPopProfileSetting& setting) {
 }
 
 std::string OnRefusal(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
-    if (step.reason == CProbeReason::ForNow) return "The server refuses for now: try later.";
+    if (words.pop) {
+        if (const std::string told = OnPopCode(PopResponseCode(step.text)); !told.empty()) return told;
+    }
+    if (step.reason == CProbeReason::ForNow) {
+        return step.kind == PROBE_RCPT_TO ? "The server refuses for now, as servers do with senders that they do not "
+                                            "know yet: try again in some "
+                                            "minutes."
+                                          : "The server refuses for now: try later.";
+    }
     switch (step.kind) {
         case PROBE_LOGIN:
-            return OnLogIn(words, setting);
+            return OnLogIn(words, step, setting);
+        case PROBE_MAIL_FROM:
+            return OnSender(step, setting);
+        case PROBE_RCPT_TO:
+            return OnRecipient(step, setting);
         case PROBE_GREETING:
             return "The server rejected the connection. It may be blocking this machine or be temporarily unavailable: "
                    "ask its operator, or try again later.";
@@ -139,6 +217,30 @@ const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol) {
     return protocol == Protocol::Pop || setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
 }
 
+std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting) {
+    const std::string start = "smtpauth is on, but mail goes out without a login: ";
+    if (setting.esmtp == 0) return start + "the server is greeted with HELO. Set --esmtp on.";
+    const std::string offered = OfferedMethods(hello_reply);
+    if (offered.empty()) {
+        return start + "the server offers none" +
+               (setting.sslsmtp == 0 ? ". Many offer it on an encrypted connection alone: set --sslsmtp starttls."
+                                     : ".");
+    }
+    const std::string methods = "the server offers " + ShowText(offered);
+    constexpr std::array kKnown = {"CRAM-MD5", "LOGIN", "PLAIN"};
+    const auto is_offered = [&](std::string_view method) { return offered.find(method) != std::string::npos; };
+    if (std::ranges::none_of(kKnown, is_offered)) return start + methods + ", and tarvex knows none of these.";
+    // By the value of smtpauth_mode.
+    constexpr std::array kByMode = {"", "PLAIN", "LOGIN", "CRAM-MD5"};
+    const int mode = setting.smtpauth_mode;
+    const bool fits =
+        mode == 0 || (mode > 0 && mode < int{kByMode.size()} && is_offered(kByMode[static_cast<std::size_t>(mode)]));
+    if (!fits) return start + methods + ", which does not fit smtpauth_mode. Set --smtpauth_mode best.";
+    return start + methods +
+           ", but on the first or last line of its answer, where a run does not look for it. Ask its "
+           "operator, or send through another server.";
+}
+
 std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting) {
     const Words words = WordsFor(protocol, setting);
     switch (step.failure) {
@@ -151,7 +253,7 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
         case PROBE_WRONG_PROTOCOL:
             return OnForeigner(words);
         case PROBE_NO_TLS:
-            return OnTls(words);
+            return OnTls(words, step.reason);
         case PROBE_BAD_CERTIFICATE:
             return OnCertificate(words, step.reason);
         case PROBE_REFUSED:

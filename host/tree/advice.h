@@ -14,6 +14,10 @@ enum class Protocol { Pop, Smtp };
 // The server's name that a run uses.
 const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol);
 
+// Why a run goes without a login, and what to do, for a greeting (an answer to EHLO, or to HELO) after which the server
+// was not asked to authenticate though smtpauth is on.
+std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting);
+
 // One or two sentences about a step that failed, in plain English, fit to be shown.
 std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting);
 

@@ -10,6 +10,7 @@
 // memory runs out, they return 0 with the steps that were kept until then.
 
 #include <cstdint>
+#include <span>
 
 #include "tarvex/settings.h"
 #include "tarvex/text.h"
@@ -24,6 +25,9 @@ enum CProbeStepKind : int {
     PROBE_LOGIN = 5,        // USER and PASS or APOP; AUTH
     PROBE_LIST = 6,         // POP3: UIDL and LIST
     PROBE_QUIT = 7,
+    PROBE_MAIL_FROM = 8,  // SMTP, before PROBE_QUIT: the sender of what a run forwards
+    PROBE_RCPT_TO = 9,    // one for each recipient
+    PROBE_RESET = 10,     // takes both back
 };
 
 // Why a step failed.
@@ -46,6 +50,8 @@ enum class CProbeReason : int {
     // PROBE_NO_CONNECTION
     NotListening,  // the machine refuses the connection
     NoRoute,       // no way leads to the machine
+    // PROBE_NO_TLS
+    TlsRefused,  // the server speaks TLS, and refused the handshake
     // PROBE_BAD_CERTIFICATE
     OtherName,
     OutOfDate,   // expired, or not yet valid
@@ -59,10 +65,11 @@ TARVEX_API const char* ProbeStepName(int kind);
 
 struct TARVEX_API CProbeStep {
     int kind = PROBE_FIND_SERVER;  // a CProbeStepKind
-    int failure = PROBE_SUCCESS;   // a CProbeFailure; only the last step can have failed
+    int failure = PROBE_SUCCESS;   // a CProbeFailure; only the last step can have failed, and those from MAIL FROM on
     CProbeReason reason = CProbeReason::None;
     std::int64_t microseconds = 0;  // how long it took
-    CString text;  // the server's last answer, every line of it; where none came, the reason. Untrusted bytes
+    CString text;       // the server's last answer, every line of it; where none came, the reason. Untrusted bytes
+    CString recipient;  // PROBE_RCPT_TO: the address as it was sent
 };
 
 // A message as the server lists it.
@@ -91,3 +98,7 @@ struct TARVEX_API CSmtpTrial {
 // Connects to the setting's SMTP server as a run does, greets it, authenticates where the setting asks for it and
 // quits. `trial` is emptied first. Returns 1 when the server was ready for mail, else 0.
 TARVEX_API int TrySmtp(const CPopProfileSetting& setting, CSmtpTrial* trial);
+
+// The same, and before the end it names the sender and these recipients (as RecipientOf gives them), each whether the
+// one before was refused or not, and takes it back: no message is sent. Returns 1 when the server took all of it.
+TARVEX_API int TrySmtp(const CPopProfileSetting& setting, std::span<const CString> recipients, CSmtpTrial* trial);

@@ -15,6 +15,7 @@ enum class FailureKind {
     NoConnection,            // connecting failed for another reason, such as an impossible port number
     TimedOut,                // nothing came, or went, in time
     NoTls,                   // the server does not offer it, or the handshake failed
+    TlsRefused,              // the server speaks TLS, and refused the handshake
     CertificateOfOther,      // the certificate names another server
     CertificateOutOfDate,    // it has expired, or is not yet valid
     CertificateNotTrusted,   // this machine does not trust the authority that signed it

@@ -111,6 +111,9 @@ FailureKind CertificateFailureKind(long verify_result) {
     }
 }
 
+// An alert of the server, or a version that is too old: only a server that speaks TLS fails like this.
+bool IsRefusal(int reason) { return reason > SSL_AD_REASON_OFFSET || reason == SSL_R_UNSUPPORTED_PROTOCOL; }
+
 int AsInt(std::size_t size) { return static_cast<int>(size); }
 
 }  // namespace
@@ -134,7 +137,9 @@ struct TlsSession::State {
             failure = {FailureKind::NoTls, "the connection was cut without a TLS close"};
             ERR_clear_error();
         } else {
-            failure = {FailureKind::NoTls, "TLS: " + LastError()};
+            const FailureKind kind =
+                IsRefusal(ERR_GET_REASON(ERR_peek_error())) ? FailureKind::TlsRefused : FailureKind::NoTls;
+            failure = {kind, "TLS: " + LastError()};
         }
     }
 };

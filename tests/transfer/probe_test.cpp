@@ -248,6 +248,61 @@ TEST(Probe, TriesSmtpAndSendsNoMail) {
     EXPECT_EQ(sink.Received("MAIL"), 0);
 }
 
+TEST(Probe, NamesTheSenderAndEachRecipientAndTakesThemBack) {
+    const std::string script = R"(S: 220 ready
+C: EHLO {host}
+S: 250 me
+C: MAIL FROM:<me@example.org>
+S: 250 ok
+C: RCPT TO:<a@example.org>
+S: 550 5.1.1 no such user
+C: RCPT TO:<b@example.org>
+S: 250 ok
+C: RSET
+S: 250 ok
+C: QUIT
+S: 221 bye
+C: (closed)
+)";
+    Conversation server(script);
+    CPopProfileSetting setting = Setting(1, server.Port());
+    setting.address = "me@example.org";
+    CSmtpTrial trial;
+    EXPECT_EQ(TrySmtp(setting, std::vector<CString>{"a@example.org", "b@example.org"}, &trial), 0);
+    EXPECT_EQ(server.Transcript(), Conversation::Expected(script));
+    EXPECT_THAT(Shown(trial.steps),
+                ElementsAre("find the server: ", "connect: ", "greeting: 220 ready", "hello: 250 me", "sender: 250 ok",
+                            Failed(PROBE_RCPT_TO, PROBE_REFUSED, "550 5.1.1 no such user"), "recipient: 250 ok",
+                            "reset: 250 ok", "quit: 221 bye"));
+    EXPECT_EQ(trial.steps[5].recipient, "a@example.org");
+
+    SinkServer sink;
+    setting.smtpport = sink.Port();
+    EXPECT_EQ(TrySmtp(setting, std::vector<CString>{"a@example.org"}, &trial), 1);
+    EXPECT_TRUE(sink.Delivered().empty());
+    sink.SetFault([](const std::string& command) { return command.starts_with("MAIL") ? "550 no" : ""; });
+    EXPECT_EQ(TrySmtp(setting, std::vector<CString>{"a@example.org"}, &trial), 0);
+    EXPECT_EQ(sink.Received("RCPT"), 1);
+    sink.SetFault([](const std::string& command) { return command.starts_with("RCPT") ? "close" : ""; });
+    EXPECT_EQ(TrySmtp(setting, std::vector<CString>{"a@example.org", "b@example.org"}, &trial), 0);
+    EXPECT_EQ(trial.steps.back().failure, PROBE_LOST);
+    EXPECT_EQ(trial.steps.back().recipient, "a@example.org");
+}
+
+// It speaks TLS, though not with us.
+TEST(Probe, ATlsAlertIsNoLackOfTls) {
+    ScriptedServer server([](Peer& peer) {
+        peer.Send(std::string("\x15\x03\x03\x00\x02\x02\x28", 7));
+        peer.WaitForClose();
+    });
+    CPopProfileSetting setting = Setting(1, server.Port());
+    setting.sslsmtp = 1;
+    CSmtpTrial trial;
+    EXPECT_EQ(TrySmtp(setting, &trial), 0);
+    EXPECT_EQ(trial.steps.back().failure, PROBE_NO_TLS);
+    EXPECT_EQ(trial.steps.back().reason, CProbeReason::TlsRefused);
+}
+
 TEST(Probe, TheLastStepSaysWhySmtpIsNotReady) {
     struct Case {
         std::string name;
@@ -350,7 +405,7 @@ TEST(Probe, ARefusalForNowIsTold) {
 
 TEST(Probe, AStepThatIsNoneHasNoName) {
     EXPECT_STREQ(ProbeStepName(-1), "");
-    EXPECT_STREQ(ProbeStepName(PROBE_QUIT + 1), "");
+    EXPECT_STREQ(ProbeStepName(PROBE_RESET + 1), "");
 }
 
 }  // namespace

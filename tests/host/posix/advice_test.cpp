@@ -67,15 +67,21 @@ std::function<void(CPopProfileSetting&)> Tls(int sslsmtp) {
 TEST(Advice, OfEveryFailureOfPop3) {
     const std::string user = "S: +OK <1@me> ready\nC: USER alice\n";
     const std::string logged_in = user + "S: +OK\nC: PASS secret\nS: +OK\n";
-    CheckAll(Protocol::Pop, {{"S: 220 ready\nC: USER alice\nS: (closed)\n",
-                              "does not speak POP3: set popport (POP3 is usually at 110)"},
-                             {"S: -ERR go away\nC: (closed)\n", "The server rejected the connection."},
-                             {"C: (closed)\n", "as 995 does: tarvex speaks POP3 in clear", kStallTimeOut_s},
-                             {"S: (closed)\n", "The server ended the connection: try again, and look at popport"},
-                             {user + "S: -ERR no\nC: (closed)\n", "set --popuser and --password"},
-                             {user + "C: (closed)\n", "did not answer within 1 second: raise timeout", kStallTimeOut_s},
-                             {logged_in + "C: UIDL\nS: -ERR no\nC: LIST\nS: -ERR locked\nC: (closed)\n",
-                              "another program may be using it"}});
+    CheckAll(
+        Protocol::Pop,
+        {{"S: 220 ready\nC: USER alice\nS: (closed)\n", "does not speak POP3: set popport (POP3 is usually at 110)"},
+         {"S: -ERR go away\nC: (closed)\n", "The server rejected the connection."},
+         {"C: (closed)\n", "as 995 does: tarvex speaks POP3 in clear", kStallTimeOut_s},
+         {"S: (closed)\n", "The server ended the connection: try again, and look at popport"},
+         {user + "S: -ERR no\nC: (closed)\n", "set --popuser and --password"},
+         {user + "C: (closed)\n", "did not answer within 1 second: raise timeout", kStallTimeOut_s},
+         {user + "S: -ERR [in-use] locked\nC: (closed)\n", "Another program has the mailbox open"},
+         {user + "S: -ERR [LOGIN-DELAY] 60\nC: (closed)\n", "set a larger --timer"},
+         {user + "S: -ERR [SYS/TEMP] x\nC: (closed)\n", "your settings are not to blame: try later"},
+         {user + "S: -ERR [SYS/PERM] x\nC: (closed)\n", "tell its operator"},
+         {user + "S: -ERR [AUTH] no\nC: (closed)\n", "set --popuser and --password"},
+         {logged_in + "C: UIDL\nS: -ERR no\nC: LIST\nS: -ERR locked\nC: (closed)\n",
+          "another program may be using it"}});
     ScriptedServer apop([](Peer& peer) {
         peer.Send("+OK <1@me>\r\n");
         peer.ReadLine();
@@ -99,9 +105,68 @@ TEST(Advice, OfEveryFailureOfSmtp) {
               {ehlo + "S: (closed)\n", "ended the connection"},
               {ehlo + "S: 250-me\nS: 250-AUTH LOGIN\nS: 250 OK\nC: AUTH LOGIN\nS: 535 no\n" + quit,
                "set --smtpuser (empty: popuser) and --smtp-password (empty: the POP3 password)"},
+              {ehlo + "S: 250-me\nS: 250-AUTH LOGIN\nS: 250 OK\nC: AUTH LOGIN\nS: 534 5.7.9 app\n" + quit,
+               "an app password instead of your own"},
+              {ehlo + "S: 250-me\nS: 250-AUTH LOGIN\nS: 250 OK\nC: AUTH LOGIN\nS: 538 5.7.11 no\n" + quit,
+               "set --sslsmtp starttls"},
               {"S: 220 ready\nC: (closed)\n", "465 usually does; for 587 and 25 set --sslsmtp starttls",
                kAmpleTimeOut_s, Tls(1)},
               {ehlo + "S: 250 me\nC: (closed)\n", "for 465 set --sslsmtp tls", kAmpleTimeOut_s, Tls(2)}});
+}
+
+// What is advised about an answer to MAIL FROM or RCPT TO.
+TEST(Advice, OfARefusedEnvelope) {
+    struct Refused {
+        CProbeStepKind kind;
+        std::string reply;
+        bool logs_in;
+        std::string advice;
+    };
+    for (const Refused& one : std::vector<Refused>{
+             {PROBE_MAIL_FROM, "530 5.7.0 Authentication required", false, "set --smtpauth on"},
+             {PROBE_MAIL_FROM, "530 5.7.0 Must issue a STARTTLS command first", false, "set --sslsmtp starttls"},
+             {PROBE_MAIL_FROM, "553 5.7.1 not owned by user", true, "does not accept \"me@example.org\" as a sender"},
+             {PROBE_RCPT_TO, "554 5.7.1 Relay access denied", false, "not logged in: set --smtpauth on"},
+             {PROBE_RCPT_TO, "554 5.7.1 Relay access denied", true, "does not let this account send"},
+             {PROBE_RCPT_TO, "550 5.1.1 who", false, "There is no such mailbox"},
+             {PROBE_RCPT_TO, "552 5.2.2 quota", false, "The mailbox is full"},
+             {PROBE_RCPT_TO, "550 go away", false, "its answer says why"}}) {
+        CPopProfileSetting setting = Setting(25);
+        setting.address = "me@example.org";
+        setting.smtpauth = one.logs_in ? 1 : 0;
+        CProbeStep step;
+        step.kind = one.kind;
+        step.failure = PROBE_REFUSED;
+        step.text = one.reply;
+        EXPECT_THAT(Advice(step, Protocol::Smtp, setting), HasSubstr(one.advice)) << one.reply;
+    }
+    CProbeStep grey;
+    grey.kind = PROBE_RCPT_TO;
+    grey.failure = PROBE_REFUSED;
+    grey.reason = CProbeReason::ForNow;
+    EXPECT_THAT(Advice(grey, Protocol::Smtp, Setting(25)), HasSubstr("try again in some minutes"));
+    CProbeStep alert;
+    alert.kind = PROBE_TLS;
+    alert.failure = PROBE_NO_TLS;
+    alert.reason = CProbeReason::TlsRefused;
+    EXPECT_THAT(Advice(alert, Protocol::Smtp, Setting(25)), HasSubstr("The server speaks TLS, but refused"));
+}
+
+TEST(Advice, OfALoginThatIsMissing) {
+    const auto told = [](const std::string& hello, int mode = 0, int esmtp = 1) {
+        CPopProfileSetting setting = Setting(25);
+        setting.smtpauth_mode = mode;
+        setting.esmtp = esmtp;
+        return AdviceOnMissingLogin(hello, setting);
+    };
+    EXPECT_THAT(told("250 me", 0, 0), HasSubstr("Set --esmtp on"));
+    EXPECT_THAT(told("250-me\r\n250 SIZE"), HasSubstr("set --sslsmtp starttls"));
+    EXPECT_THAT(told("250-me\r\n250-AUTH LOGIN\r\n250 SIZE", 3), HasSubstr("offers LOGIN, which does not fit"));
+    EXPECT_THAT(told("250-me\r\n250-AUTH XOAUTH2\r\n250 SIZE"), HasSubstr("offers XOAUTH2, and tarvex knows none"));
+    // Where a run does not look for the offer.
+    for (const char* const hello : {"250-me\r\n250 AUTH PLAIN", "250-me\r\n250 auth=plain"}) {
+        EXPECT_THAT(told(hello), HasSubstr("first or last line of its answer")) << hello;
+    }
 }
 
 // What is advised about a server with such a certificate, whose authority is trusted.

@@ -75,7 +75,7 @@ TEST(HostCheck, ShowsEveryStepWithItsTime) {
     }
     EXPECT_THAT(printed, Not(HasSubstr("FAILED")));
     EXPECT_EQ(SnapshotOf(host.Root()), before);
-    EXPECT_EQ(mailbox.Received("RETR") + mailbox.Received("DELE") + sink.Received("MAIL"), 0);
+    EXPECT_EQ(mailbox.Received("RETR") + mailbox.Received("DELE") + sink.Received("DATA"), 0);
 }
 
 TEST(HostCheck, AFailedStepComesWithAdviceAndCode69) {
@@ -116,7 +116,7 @@ TEST(HostCheck, SaysWhatIsStrangeThoughNothingFailed) {
     });
     const std::string printed = host.Tell({"check"});
     for (const char* const note :
-         {"no unique ids", "Mail goes out without a login", "switched off (status 0)", "no forwarding address yet"}) {
+         {"no unique ids", "mail goes out without a login", "switched off (status 0)", "no forwarding address yet"}) {
         EXPECT_THAT(printed, HasSubstr(note));
     }
 }
