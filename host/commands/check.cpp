@@ -16,6 +16,7 @@
 #include "host/tree/advice.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
+#include "host/tree/remarks.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
@@ -132,6 +133,7 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, "");
     if (!smtp.without_login.empty()) std::cout << Paragraph("Note: " + smtp.without_login, 6);
 
+    for (const std::string& remark : RemarksOn(profile)) std::cout << Paragraph("Note: " + remark + '.', 2);
     const std::string off = WhySwitchedOff(user, profile);
     if (!off.empty()) std::cout << "  Note: the profile is " << off << ".\n";
     if (profile.forward_addresses.empty()) std::cout << "  Note: the profile has no forwarding address yet.\n";
@@ -177,6 +179,7 @@ int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
     Json& check = list.emplace_back(Json{{"path", ShownName(root, profile.path)},
                                          {"address", Utf8FromText(setting.address)},
                                          {"error", why_left_out.empty() ? Json() : Json(why_left_out)},
+                                         {"remarks", RemarksOn(profile)},
                                          {"pop3", nullptr},
                                          {"smtp", nullptr}});
     if (!profile.setting_loaded.whole) return kCannotWrite;

@@ -13,6 +13,7 @@
 #include "host/edit/edit.h"
 #include "host/system/command_error.h"
 #include "host/tree/readiness.h"
+#include "host/tree/remarks.h"
 #include "host/tree/tree_root.h"
 #include "tests/host/edit_words.h"
 #include "tests/support/host_program.h"
@@ -118,6 +119,28 @@ TEST_F(TreeRules, LetAUserSwitchProfilesOff) {
     EXPECT_EQ(why(), "");
     ASSERT_EQ(Edit({"profile", "set", "user0/from0", "status=off"}), host::kDone);
     EXPECT_EQ(why(), "switched off (status 0)");
+}
+
+TEST_F(TreeRules, AreNoReasonNotToSayWhatLooksWrong) {
+    EXPECT_TRUE(host::RemarksOn(Profile()).empty());
+    const auto remark_on = [this](const std::string& file, const std::string& text) {
+        const std::string before = ReadFile(folder_ / file);
+        WriteFile(folder_ / file, text + before);
+        const std::vector<std::string> remarks = host::RemarksOn(Profile());
+        before.empty() ? static_cast<void>(fs::remove(folder_ / file)) : WriteFile(folder_ / file, before);
+        EXPECT_EQ(remarks.size(), 1U) << file << text;
+        return remarks.empty() ? "" : remarks.front();
+    };
+    for (const char* const file :
+         {"host.def", "user0/userset.def", "user0/from0/host.def", "user0/from0/popprofile.def",
+          "user0/from0/forwardto0/forwardaddress.def", "user0/from0/forwardto0/schedule.def"}) {
+        EXPECT_THAT(remark_on(file, "[loginnames]\n1\n"), HasSubstr("has an unknown key: [loginnames]")) << file;
+    }
+    EXPECT_THAT(remark_on("host.def", "[runsize]\nmuch\n"), HasSubstr("no number for runsize but \"much\""));
+    EXPECT_THAT(remark_on("host.def", "[runsize]\n0\n"), HasSubstr("0 for runsize, which can be 1 to 1048576"));
+    EXPECT_THAT(remark_on("host.def", "[runsize]\n64 MiB\n"), HasSubstr("\"64 MiB\""));
+    Profile().forward_addresses.front()->setting.address = "forwardto0";
+    EXPECT_THAT(host::RemarksOn(Profile()), ElementsAre(HasSubstr("has an address without \"@\": \"forwardto0\"")));
 }
 
 TEST(HostProgram, RunsNoProfileOfAUserWhoIsOff) {

@@ -39,6 +39,7 @@
 #include "host/terminal/wording.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
+#include "host/tree/remarks.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
 
@@ -287,6 +288,15 @@ void Service::FindUnreadable() {
     });
 }
 
+// Once for each, for profiles share files.
+void Service::TellRemarks() {
+    std::set<std::string> remarks;
+    ForEachProfile([&remarks](const CUser&, const CPopProfile& profile) {
+        for (std::string& remark : RemarksOn(profile)) remarks.insert(std::move(remark));
+    });
+    for (const std::string& remark : remarks) log_.Warn(remark);
+}
+
 bool Service::HasToWait(const EditRequest& request, CString& running) {
     const std::vector<CString> touched = TouchedProfiles(root_, request);
     const auto first = std::ranges::find_if(touched, [this](const CString& path) { return running_.contains(path); });
@@ -315,6 +325,7 @@ void Service::Reload() {
         log_.Say("loaded the tree again");
         left_out_.clear();
         FindUnreadable();
+        TellRemarks();
     } else {
         log_.Warn("cannot load the tree again: " + trouble);
     }

@@ -51,6 +51,7 @@ private:
     void RetryLeftOut();
     void LeaveOut(const CString& path, const std::string& why);
     void FindUnreadable();
+    void TellRemarks();
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
     void TellEnd(const CString& path, const PastRun& run);

@@ -181,6 +181,17 @@ protected:
 
 using Serving = ServiceTest;
 
+TEST_F(Serving, SaysAtSighupWhatLooksWrongInAFile) {
+    const std::string file = AddProfile() + "/popprofile.def";
+    const auto service = Serve({}, "60");
+    ASSERT_TRUE(service->WaitForOutput("run ended", kLong));
+    WriteFile(file, ReadFile(file) + "[timeuot]\r\n5\r\n[popport]\r\n11O\r\n");
+    service->Signal(SIGHUP);
+    EXPECT_TRUE(service->WaitForOutput("\"" + file + "\" has an unknown key: [timeuot]", kLong));
+    EXPECT_TRUE(service->WaitForOutput("\"" + file + "\" has no number for popport but \"11O\"", kLong));
+    Stop(*service);
+}
+
 TEST_F(Serving, ChangesRulesAndRunsNoProfileOfAUserWhoIsOff) {
     AddProfile();
     mailbox_.Add(MailNumber(1));

@@ -1,0 +1,102 @@
+// Looks for unknown keys and malformed numbers in settings files.
+
+#include "host/tree/remarks.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/system/durable_files.h"
+#include "host/system/paths.h"
+#include "host/terminal/wording.h"
+#include "host/tree/host_setting.h"
+#include "host/tree/keys.h"
+#include "host/tree/settings_sections.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::size_t kValueColumns = 60;
+
+// What there is to say about one file.
+class FileRemarks {
+public:
+    FileRemarks(CString path, std::vector<std::string>& remarks)
+        : path_(std::move(path)), remarks_(remarks), file_(TextOf(path_)) {}
+
+    template <class Record>
+    void AddAllOf() {
+        std::vector<std::string_view> names = {"version"};
+        for (const Key<Record>& key : Keys<Record>()) names.emplace_back(key.name);
+        AddUnknown(names);
+        for (const Key<Record>& key : Keys<Record>()) AddNumber(key);
+    }
+
+    void AddUnknown(std::span<const std::string_view> names) {
+        for (const std::string& header : file_.Headers()) {
+            const auto is_it = [&header](std::string_view name) { return IsHeaderOf(header, name); };
+            if (std::ranges::none_of(names, is_it)) Add("has an unknown key: " + OneLine(header, kValueColumns));
+        }
+    }
+
+private:
+    static std::string TextOf(const CString& path) {
+        try {
+            return ReadWholeFile(path).value_or("");
+        } catch (const CommandError&) {
+            return {};  // the loading has said so
+        }
+    }
+
+    void Add(const std::string& what) { remarks_.push_back('"' + ShowPath(path_) + "\" " + what); }
+
+    // Digits to the last one are read, and anything else is 0.
+    void AddNumber(const KeyInfo& key) {
+        const SettingsSection* const section = key.type == KeyType::Number ? file_.Find(key.name) : nullptr;
+        if (!section) return;
+        const std::string value = section->Value().value();
+        const std::string_view digits = std::string_view(value).substr(value.starts_with('+') ? 1 : 0);
+        int number = 0;
+        const auto [rest, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+        if (error != std::errc() || rest != digits.data() + digits.size()) {
+            Add("has no number for " + std::string(key.name) + " but \"" + OneLine(value, kValueColumns) + '"');
+        } else if (number < key.lowest || number > key.highest) {
+            Add("has " + std::to_string(number) + " for " + std::string(key.name) + ", which can be " +
+                AllowedValues(key));
+        }
+    }
+
+    const CString path_;
+    std::vector<std::string>& remarks_;
+    const SettingsSections file_;
+};
+
+}  // namespace
+
+std::vector<std::string> RemarksOn(const CPopProfile& profile) {
+    std::vector<std::string> remarks;
+    const CString user = ParentOf(profile.path);
+    FileRemarks(ParentOf(user) + kHostSettingFile, remarks).AddAllOf<HostRules>();
+    FileRemarks(user + "\\userset.def", remarks).AddAllOf<CUserSetting>();
+    FileRemarks(profile.path + kHostSettingFile, remarks).AddAllOf<HostRules>();
+    FileRemarks(profile.path + "\\popprofile.def", remarks).AddAllOf<CPopProfileSetting>();
+    for (const auto& forward : profile.forward_addresses) {
+        FileRemarks(forward->path + "\\forwardaddress.def", remarks).AddAllOf<CForwardAddressSetting>();
+        constexpr std::array<std::string_view, 2> kScheduleKeys = {"version", "schedule"};
+        FileRemarks(forward->path + "\\schedule.def", remarks).AddUnknown(kScheduleKeys);
+        if (RecipientOf(forward->setting.address).find('@') == CString::npos) {
+            remarks.push_back('"' + ShowPath(forward->path) + "\" has an address without \"@\": \"" +
+                              OneLine(forward->setting.address, kValueColumns) + '"');
+        }
+    }
+    return remarks;
+}
+
+}  // namespace tarvex::host
