@@ -106,9 +106,20 @@ TEST_F(Memory, ForgetsForOnePersonWhoWantsACopyAgain) {
     });
     Profile().Forget("a@x", kNow);
     ExpectAlsoLater([&] { return !Profile().HasSentAny("a@x") && !Profile().WasSent("a@x", Mail(2), kNow); });
-    Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
+    for (int mail = 3; mail <= 4; ++mail) {  // anew, both in a new process and in one that had sent copies before
+        Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(mail), kNow);
+        memory_->Save(kNow);
+        EXPECT_TRUE(Profile().WasSent("a@x", Mail(mail), kNow));
+        EXPECT_FALSE(Profile().WasSent("a@x", Mail(mail - 1), kNow));
+        if (mail == 3) Profile().Forget("a@x", kNow);
+    }
     ExpectAlsoLater(
-        [&] { return Profile().WasSent("a@x", Mail(1), kNow) && !Profile().WasSent("a@x", Mail(2), kNow); });
+        [&] { return Profile().WasSent("a@x", Mail(4), kNow) && !Profile().WasSent("a@x", Mail(3), kNow); });
+    for (int i = 0; i < 3; ++i) {
+        Profile().RecordId(std::to_string(i), Mail(1), kNow);
+        memory_->Save(kNow);
+    }
+    EXPECT_EQ(Number("SELECT count(*) FROM copies"), 2);  // what belongs to nobody goes by and by
 }
 
 TEST_F(Memory, KnowsWhatHadAnId) {
@@ -343,13 +354,19 @@ TEST_F(Memory, DamageInTheMiddleOfAProcessLosesOnlyWhatWasOnDisk) {
     Profile().Park("a@x", "550", kNow);
     const MailDigest mail = Mail(1);
     Profile().RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
+    Profile().HasPassed(mail, "1", kNow);
+    memory_->Save(kNow);
+    Profile().RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
     for (const char* const table : {"copies", "notes"}) {  // as far as a statement can tell
         Database(File("sent.db"), Database::Use::Write, 1s).Run(("DROP TABLE " + std::string(table)).c_str());
     }
     memory_->Save(kNow);
     EXPECT_EQ(told_.size(), 1u);
     EXPECT_EQ(Mail(1), mail);
-    ExpectAlsoLater([&] { return Profile().WasSent("a@x", mail, kNow) && Profile().IsParked("a@x"); });
+    ExpectAlsoLater([&] {
+        return Profile().WasSent("a@x", mail, kNow) && Profile().IsParked("a@x") &&
+               Profile().HasPassed(mail, "2", kNow);
+    });
 }
 
 TEST_F(Memory, WhatCannotBeWrittenIsKnownAllTheSameAndWrittenLater) {

@@ -99,7 +99,9 @@ TEST_F(MemoryFile, WithoutRoomOnTheDiskNothingIsForgottenAndItIsSaidOnce) {
         setrlimit(RLIMIT_FSIZE, &no_room);
         for (int i = 0; i < 100; ++i) profile.RecordSent(kAddresses, memory.DigestOf(std::to_string(i)), kNow);
         profile.Park("a@x", "550", kNow);
-        const bool known = profile.WasSent("a@x", memory.DigestOf("7"), kNow) &&
+        profile.Forget("b@x", kNow);
+        const bool known = !profile.WasSent("b@x", memory.DigestOf("before"), kNow) &&
+                           profile.WasSent("a@x", memory.DigestOf("7"), kNow) &&
                            profile.WasSent("a@x", memory.DigestOf("before"), kNow) && profile.IsParked("a@x");
         const std::size_t told_then = told.size();
         setrlimit(RLIMIT_FSIZE, &limit);
@@ -135,13 +137,15 @@ TEST_F(MemoryFile, InAFolderThatMayNotBeWrittenIsNotKnown) {
     EXPECT_EQ(status, 0);
 }
 
-TEST_F(MemoryFile, APipeInThePlaceOfTheJournalKeepsNobodyWaiting) {
+TEST_F(MemoryFile, APipeInThePlaceOfTheJournalKeepsNobodyWaitingAndLosesNothing) {
     fs::create_directories(root_ / ".tarvex");
     ASSERT_EQ(mkfifo((root_ / ".tarvex/sent.recent").c_str(), 0600), 0);
-    {
+    const int status = StatusAfter([this] {
         RuleMemory memory(root_.String(), Fail);
         memory.Of(Profile()).RecordSent(kAddresses, memory.DigestOf("1"), kNow);
-    }
+        return raise(SIGKILL) == 0;
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
     RuleMemory memory(root_.String(), Fail);
     EXPECT_TRUE(memory.Of(Profile()).WasSent("a@x", memory.DigestOf("1"), kNow));
 }
