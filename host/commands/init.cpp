@@ -12,6 +12,7 @@
 #include "host/commands/key_options.h"
 #include "host/commands/submit.h"
 #include "host/edit/survival.h"
+#include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -79,12 +80,30 @@ void GiveRules(const std::string& directory, bool wanted) {
     }
 }
 
+// Which tree a service runs: that of the system's unit, else the one that was remembered until now.
+std::string ServedTree(const std::string& former) {
+    if (std::string of_unit = ServiceRootDirectory(); !of_unit.empty()) return of_unit;
+    try {
+        return !former.empty() && ServiceConnection::Try(former) ? former : std::string();
+    } catch (const CommandError&) {
+        return former;  // another user's service
+    }
+}
+
+// The unit for several instances serves a tree for each, beside that of the one.
+void NoteOnService(const std::string& directory, const std::string& served) {
+    if (served.empty() || directory == served || directory.starts_with(served + '-')) return;
+    std::cout << "Note: the service serves " << ShowPath(served) << ", not this tree; `tarvex --root "
+              << ShowPath(directory) << " serve` serves this one.\n";
+}
+
 // Makes the tree, and remembers it unless --root names it for this command alone.
 int Init(const Context& context, const std::string& given, bool wants_rules) {
     if (context.root_option && !given.empty())
         throw CommandError(kBadUsage, "give either --root or a directory to remember");
     CAppSetting setting;
     const bool has_settings = LoadSettings(setting);
+    const std::string served = ServedTree(has_settings ? setting.rootpath : "");
     const std::string directory = context.root_option ? WholePath(*context.root_option)
                                   : !given.empty()    ? WholePath(TreePath(given))
                                   : has_settings      ? setting.rootpath
@@ -106,6 +125,7 @@ int Init(const Context& context, const std::string& given, bool wants_rules) {
         SaveSettings(setting);
         std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory() + "\\appset.def") << ".\n";
     }
+    NoteOnService(directory, served);
     GiveRules(directory, wants_rules);
     if (context.root_option) return kDone;
 

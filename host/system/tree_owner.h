@@ -14,6 +14,9 @@ std::string ConfigurationDirectory();
 // ~/.local/share/tarvex; on Windows %LOCALAPPDATA%\Tarvex.
 std::string UsualRootDirectory();
 
+// The tree that the system's service runs, as its unit says, when the superuser asks; else empty.
+std::string ServiceRootDirectory();
+
 // Makes a command of the superuser go on as the owner of the directory, so that the service that owns the tree can read
 // what is written. Throws CommandError when that is not allowed. Does nothing on Windows.
 void WorkAsOwnerOf(const std::string& directory);

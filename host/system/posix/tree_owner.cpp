@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -29,11 +31,38 @@ std::string OwnFolder(const char* variable, const std::string& of_superuser, con
     return folder + "/tarvex";
 }
 
+// Where the service manager looks for units, in its order.
+constexpr const char* kUnitFolders =
+    "/etc/systemd/system:/run/systemd/system:/usr/local/lib/systemd/system:/usr/lib/systemd/system:/lib/systemd/system";
+
+// The word behind --root.
+std::string RootIn(const std::string& command_line) {
+    std::istringstream words(command_line);
+    std::string word;
+    while (words >> word) {
+        if (word == "--root" && words >> word) return word;
+    }
+    return {};
+}
+
 }  // namespace
 
 std::string ConfigurationDirectory() { return OwnFolder("XDG_CONFIG_HOME", "/etc", "/.config"); }
 
 std::string UsualRootDirectory() { return OwnFolder("XDG_DATA_HOME", "/var/lib", "/.local/share"); }
+
+std::string ServiceRootDirectory() {
+    if (geteuid() != 0) return {};
+    const char* const given = std::getenv("SYSTEMD_UNIT_PATH");
+    std::istringstream folders(given && *given ? given : kUnitFolders);
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        std::ifstream unit(folder + "/tarvex.service");
+        for (std::string line; std::getline(unit, line);) {
+            if (line.starts_with("ExecStart=")) return RootIn(line);
+        }
+    }
+    return {};
+}
 
 void WorkAsOwnerOf(const std::string& directory) {
     struct stat status {};

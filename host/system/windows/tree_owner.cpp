@@ -19,6 +19,8 @@ std::string ConfigurationDirectory() { return FolderOf("APPDATA"); }
 
 std::string UsualRootDirectory() { return FolderOf("LOCALAPPDATA"); }
 
+std::string ServiceRootDirectory() { return {}; }
+
 void WorkAsOwnerOf(const std::string&) {}
 
 std::string RemarkOnOtherTrees() { return {}; }

@@ -103,6 +103,31 @@ protected:
 
 // ---- the root
 
+TEST_F(HostCommands, ATreeElsewhereIsNotTheOneThatTheServiceServes) {
+    const std::string note = "Note: the service serves ";
+    EXPECT_THAT(Do({"init"}), Not(HasSubstr(note)));
+    ChildProcess service(Command({"serve"}), Output::Together, Variables());
+    ASSERT_TRUE(service.WaitForOutput("serving ", 20s));
+    EXPECT_THAT(Do({"init"}), Not(HasSubstr(note)));
+    EXPECT_THAT(Do({"init", home_ / "other"}), HasSubstr(note + Tree() + ", not this tree"));
+    service.Signal(SIGTERM);
+    EXPECT_TRUE(service.WaitFor(20s));
+
+    if (geteuid() != 0) return;  // who has no business with the system's service
+    fs::create_directory(home_ / "units");
+    WriteFile(home_ / "units/tarvex.service", "[Service]\nExecStart=/usr/bin/tarvex --root " + Tree() + " serve\n");
+    const auto said = [this](const std::string& directory) {
+        Words variables = Variables();
+        variables.push_back("SYSTEMD_UNIT_PATH=/nowhere:" + (home_ / "units"));
+        ChildProcess command(Command({"init", directory}), Output::Pipe, variables);
+        command.Wait();
+        return command.Printed();
+    };
+    EXPECT_THAT(said(home_ / "third"), HasSubstr(note + Tree() + ", not this tree"));
+    EXPECT_THAT(said(Tree()), Not(HasSubstr(note)));
+    EXPECT_THAT(said(Tree() + "-shop"), Not(HasSubstr(note)));  // that of tarvex@shop
+}
+
 TEST_F(HostCommands, InitMakesATreeAndRemembersIt) {
     EXPECT_THAT(Fail(host::kNotFound, {"user", "list"}), AllOf(HasSubstr("TarvexRoot"), HasSubstr("`tarvex init`")));
     EXPECT_THAT(Do({"init"}), AllOf(HasSubstr(Tree()), HasSubstr(Settings())));
