@@ -19,6 +19,7 @@
 #include "host/commands/profile_arguments.h"
 #include "host/commands/progress.h"
 #include "host/commands/submit.h"
+#include "host/rules/held_work.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -87,6 +88,8 @@ public:
         }
         if (!done) return kSignalExit + CaughtSignal();
         if (!options_.quiet) Print();
+        for (const NamedProfile& named : chosen_) TryHeld(*named.user, *named.profile);
+        if (CaughtSignal() != 0) return kSignalExit + CaughtSignal();
         if (troubles_.code != kDone) throw CommandError(troubles_.code, troubles_.sentence);
         return kDone;
     }
@@ -100,6 +103,24 @@ private:
         if (!wanted || StartRun(root_, profile) == CStartResult::Started) return;
         history_.Add(profile.path, RunThatCouldNotBegin());
         troubles_.AddEnd(ShownName(root_, profile.path), RunThatCouldNotBegin().result);
+    }
+
+    // What was set aside and is due. It says nothing about the runs, so it does not change how the command ends.
+    void TryHeld(const CUser& user, const CPopProfile& profile) const {
+        const CTime now = std::time(nullptr);
+        CTime next_look = 0;
+        if (CaughtSignal() != 0 || !IsSwitchedOn(user, profile) || !WhyUnreadable(profile).empty()) return;
+        const std::vector<HeldChoice> due = DueHeldOf(root_, profile, now, next_look);
+        if (due.empty()) return;
+        CPopProfile copy;
+        copy = profile;
+        Reply reply;
+        const HeldSendingOptions options{now, [] { return CaughtSignal() != 0; }, nullptr,
+                                         EndOfDataSeconds(root_, profile)};
+        const int code = TellHeld(SendHeld(copy, due, options), reply);
+        const std::string heading = ShownName(root_, profile.path) + ": held mail was tried again";
+        if (!options_.quiet) std::cout << heading << ":\n" << reply.printed;
+        if (options_.quiet && code != kDone) PrintNote(heading + ", " + reply.error);
     }
 
     // Also why those that were named did not run.

@@ -12,6 +12,7 @@
 #include "host/commands/submit.h"
 #include "host/history/history.h"
 #include "host/history/run_words.h"
+#include "host/rules/held_work.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -41,6 +42,7 @@ struct Status {
     CTime next_due = 0;
     std::optional<RunNow> running;  // by a service
     std::optional<ProfileHistory> history;
+    HeldCount held;
     std::string trouble;  // why it is not run, or what of its last run is not on disk
 };
 
@@ -52,6 +54,7 @@ Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& pro
     status.has_log = profile.setting.logmode != 0;
     status.last_due = profile.setting.lasttime;
     status.next_due = profile.NextDue();
+    status.held = CountHeld(profile);
     if (reader) status.history = reader->Of(profile.path);
     status.ran_unrecorded = !status.history && ReadLog(profile.path).has_value();
     if (const std::string why = WhyUnreadable(profile); !why.empty()) {
@@ -95,6 +98,10 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
     table.Print(std::cout);
     for (const Status& status : all) {
         if (!status.trouble.empty()) std::cout << status.name << ": " << status.trouble << '\n';
+        if (!status.held.IsEmpty()) {
+            std::cout << status.name << ": " << ShowHeld(status.held) << "; `tarvex held list " << status.name
+                      << "` shows why\n";
+        }
         if (!status.switched_on || status.last_due <= now || status.next_due <= now) continue;
         std::cout << status.name << " was last due at " << ShowTime(status.last_due)
                   << ", which is still to come: was the clock wrong? `tarvex profile set " << status.name
@@ -156,6 +163,10 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
         entry["next_due"] = status.switched_on && status.next_due > now ? Json(ShowIsoTime(status.next_due)) : Json();
         entry["running"] = JsonOf(status.running);
         AddHistory(entry, status.history.value_or(ProfileHistory()));
+        entry["held"] = {{"messages", status.held.messages},
+                         {"copies", status.held.copies},
+                         {"damaged", status.held.damaged},
+                         {"bytes", status.held.bytes}};
         entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
         list.push_back(std::move(entry));
     }
@@ -220,7 +231,8 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     if (!as_json && !HasRules(directory)) {
         std::cout << "The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.\n";
     }
-    return kDone;
+    const bool holds_mail = std::ranges::any_of(all, [](const Status& status) { return !status.held.IsEmpty(); });
+    return holds_mail && HasRules(directory) ? kNotAllSent : kDone;
 }
 
 }  // namespace
@@ -229,7 +241,7 @@ void AddStatusCommand(CLI::App& app, Context& context) {
     AddReadOnlyCommand(app, context, "status",
                        "Say of every profile when it last ran, how that ended, and when it is due next.", ShowStatus,
                        "Counted is since the profile was made: runs, messages delivered to all their addresses, and "
-                       "copies that the SMTP server took.");
+                       "copies that the SMTP server took. Ends with 1 while mail is set aside.");
 }
 
 }  // namespace tarvex::host

@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "host/rules/held_work.h"
 #include "host/system/command_error.h"
 #include "host/tree/tree_root.h"
 
@@ -23,7 +24,7 @@ constexpr std::chrono::milliseconds kRetryInterval{20};
 int EditTree(const std::string& directory, const EditRequest& request, Reply& reply) {
     CRootPath root;
     OpenTree(root, directory);
-    return Edit(root, request, reply);
+    return EditWithHeld(root, request, reply);
 }
 
 // By the service when there is one, else by this process.

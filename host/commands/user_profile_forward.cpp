@@ -11,6 +11,7 @@
 #include "host/commands/key_options.h"
 #include "host/commands/submit.h"
 #include "host/edit/edit.h"
+#include "host/rules/held_work.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/prompt.h"
@@ -60,10 +61,13 @@ void AddName(CLI::App& command, Given& given, const char* placeholder, const cha
 void ReadTree(const Context& context, CRootPath& root) { OpenTree(root, RootDirectory(context.root_option)); }
 
 template <class Object>
-int Remove(const Context& context, const Given& given, EditKind kind, const CRootPath& root, const Object& object) {
+int Remove(const Context& context, const Given& given, EditKind kind, const CRootPath& root, const Object& object,
+           const HeldCount& held) {
     EditRequest request(kind, EditVerb::Remove, ShownName(root, object.path));
     request.expected = WhatGoes(object);
-    if (!given.yes && !AskYes("Remove " + request.name + " (" + request.expected + ")?")) {
+    request.expected_held = ShowHeld(held);
+    const std::string also = request.expected_held.empty() ? "" : ", and " + request.expected_held;
+    if (!given.yes && !AskYes("Remove " + request.name + " (" + request.expected + also + ")?")) {
         std::cout << "Nothing was removed.\n";
         return kDone;
     }
@@ -73,19 +77,22 @@ int Remove(const Context& context, const Given& given, EditKind kind, const CRoo
 int RemoveUser(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    return Remove(context, given, EditKind::User, root, FindUser(root, given.name));
+    const CUser& user = FindUser(root, given.name);
+    return Remove(context, given, EditKind::User, root, user, CountHeld(user));
 }
 
 int RemoveProfile(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    return Remove(context, given, EditKind::Profile, root, *FindProfile(root, given.name).profile);
+    const CPopProfile& profile = *FindProfile(root, given.name).profile;
+    return Remove(context, given, EditKind::Profile, root, profile, CountHeld(profile));
 }
 
 int RemoveForward(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
-    return Remove(context, given, EditKind::Forward, root, *FindForward(root, given.name).forward);
+    const NamedForward named = FindForward(root, given.name);
+    return Remove(context, given, EditKind::Forward, root, *named.forward, CountHeld(*named.profile, *named.forward));
 }
 
 int Set(const Context& context, const Given& given, EditKind kind) {

@@ -94,6 +94,9 @@ public:
         std::optional<HeldRecord> record = store_.Find(result.choice.id);
         if (!record) return NotTried(result, "it is not held any more");
         if (!record->damage.empty()) return NotTried(result, record->damage);
+        if (!result.choice.digest.empty() && record->digest != result.choice.digest) {
+            return NotTried(result, "it is not held any more");
+        }
         result.digest = record->digest;
         HeldAddress* const waiting = Waiting(*record, result.choice.folder);
         if (!waiting) return NotTried(result, "the address does not wait for it any more");
@@ -221,7 +224,7 @@ private:
 std::vector<HeldChoice> AllHeld(const std::vector<HeldRecord>& records) {
     std::vector<HeldChoice> all;
     for (const HeldRecord& record : records) {
-        for (const HeldAddress& waiting : record.addresses) all.push_back({record.id, waiting.folder});
+        for (const HeldAddress& waiting : record.addresses) all.push_back({record.id, waiting.folder, record.digest});
     }
     return all;
 }
@@ -246,7 +249,7 @@ std::vector<HeldChoice> DueHeld(const CPopProfile& profile, const std::vector<He
             const bool time_has_come = waiting.next_try != 0 && waiting.next_try <= now;
             if (!time_has_come && !(changed && now >= waiting.last_try + kPause_s)) continue;
             if (!changed && last_as_recipient[waiting.folder].next_try > now) continue;
-            due.push_back({record.id, waiting.folder});
+            due.push_back({record.id, waiting.folder, record.digest});
         }
     }
     return due;

@@ -15,7 +15,8 @@ namespace tarvex::host {
 // A message for one of the addresses that wait for it.
 struct HeldChoice {
     int id = 0;
-    CString folder;  // of the address
+    CString folder;      // of the address
+    std::string digest;  // of the message that is meant; empty for whichever has the id
 
     bool operator==(const HeldChoice&) const = default;
 };

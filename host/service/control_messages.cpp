@@ -97,7 +97,8 @@ Json JsonOf(const EditRequest& request) {
             {"uidls", JsonOf(request.uidls)},
             {"terms", TextOf(request.terms)},
             {"term_number", request.term_number ? Json(*request.term_number) : Json()},
-            {"expected", TextOf(request.expected)}};
+            {"expected", TextOf(request.expected)},
+            {"expected_held", TextOf(request.expected_held)}};
 }
 
 EditRequest EditIn(const Json& json) {
@@ -110,12 +111,41 @@ EditRequest EditIn(const Json& json) {
     request.terms = BytesIn(json.at("terms"));
     if (const Json& number = json.at("term_number"); !number.is_null()) request.term_number = number.get<std::size_t>();
     request.expected = BytesIn(json.at("expected"));
+    request.expected_held = BytesIn(json.at("expected_held"));
     return request;
 }
 
 Json JsonOf(const RunRequest& request) { return {{"names", JsonOf(request.names)}, {"now", request.now}}; }
 
 RunRequest RunRequestIn(const Json& json) { return {ListOf(json.at("names")), json.at("now").get<bool>()}; }
+
+// As lists side by side: a request is not nested deeper.
+Json JsonOf(const HeldRequest& request) {
+    std::vector<std::string> ids;
+    std::vector<std::string> folders;
+    std::vector<std::string> digests;
+    for (const HeldChoice& one : request.choice) {
+        ids.push_back(std::to_string(one.id));
+        folders.push_back(one.folder);
+        digests.push_back(one.digest);
+    }
+    return {{"verb", kHeldVerbs[static_cast<std::size_t>(request.verb)]},
+            {"profile", TextOf(request.profile)},
+            {"ids", JsonOf(ids)},
+            {"folders", JsonOf(folders)},
+            {"digests", JsonOf(digests)}};
+}
+
+HeldRequest HeldRequestIn(const Json& json) {
+    HeldRequest request{ChoiceIn<HeldVerb>(json.at("verb"), kHeldVerbs), BytesIn(json.at("profile")), {}};
+    const std::vector<std::string> ids = ListOf(json.at("ids"));
+    const std::vector<std::string> folders = ListOf(json.at("folders"));
+    const std::vector<std::string> digests = ListOf(json.at("digests"));
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        request.choice.push_back({std::stoi(ids[i]), folders.at(i), digests.at(i)});
+    }
+    return request;
+}
 
 Json JsonOf(const RunNow& run) {
     return {{"profile", TextOf(run.profile)},
@@ -139,7 +169,7 @@ Json JsonOf(const Outcome& outcome) {
             {"error", TextOf(outcome.reply.error)}};
 }
 
-Json JsonOf(const Note& note) { return {{"note", TextOf(note.text)}}; }
+Json JsonOf(const ClientNote& note) { return {{"note", TextOf(note.text)}}; }
 
 Json JsonOf(const ServiceReport& report) {
     Json runs = Json::array();
@@ -173,7 +203,7 @@ std::string Framed(const Json& json) {
 }  // namespace
 
 std::string MessageOf(const ControlRequest& request) {
-    constexpr std::array kNames = {"runs", "edit", "run"};
+    constexpr std::array kNames = {"runs", "edit", "run", "held"};
     return Framed({{kNames[request.index()], std::visit([](const auto& asked) { return JsonOf(asked); }, request)}});
 }
 
@@ -191,13 +221,14 @@ ControlRequest RequestIn(std::string_view text) {
     const Json request = Parsed(text);
     if (request.contains("edit")) return EditIn(request.at("edit"));
     if (request.contains("run")) return RunRequestIn(request.at("run"));
+    if (request.contains("held")) return HeldRequestIn(request.at("held"));
     request.at("runs");
     return ReportRequest();
 }
 
 ControlReply ReplyIn(std::string_view text) {
     const Json reply = Json::parse(text);
-    if (reply.contains("note")) return Note{ShownIn(reply.at("note"))};
+    if (reply.contains("note")) return ClientNote{ShownIn(reply.at("note"))};
     if (reply.contains("runs")) return ReportIn(reply);
     return Outcome{reply.at("code"), {ShownIn(reply.at("printed")), ShownIn(reply.at("error"))}};
 }

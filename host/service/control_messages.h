@@ -10,22 +10,23 @@
 #include <variant>
 
 #include "host/edit/edit.h"
+#include "host/rules/held_work.h"
 #include "host/service/run_reports.h"
 #include "host/service/service_connection.h"
 
 namespace tarvex::host {
 
 struct ReportRequest {};
-using ControlRequest = std::variant<ReportRequest, EditRequest, RunRequest>;
+using ControlRequest = std::variant<ReportRequest, EditRequest, RunRequest, HeldRequest>;
 
-struct Note {
+struct ClientNote {
     std::string text;
 };
 struct Outcome {
     int exit_code = 0;
     Reply reply;
 };
-using ControlReply = std::variant<Outcome, Note, ServiceReport>;
+using ControlReply = std::variant<Outcome, ClientNote, ServiceReport>;
 
 std::string MessageOf(const ControlRequest& request);
 std::string MessageOf(const ControlReply& reply);

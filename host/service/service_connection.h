@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/edit/edit.h"
+#include "host/rules/held_work.h"
 #include "host/service/run_reports.h"
 
 namespace tarvex::host {
@@ -34,6 +35,10 @@ public:
     // one, is called again and again.
     virtual int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
                     const std::function<void()>& on_wait) = 0;
+
+    // Has held mail sent or dropped, and returns the exit code.
+    virtual int Held(const HeldRequest& request, Reply& reply,
+                     const std::function<void(const std::string&)>& on_note) = 0;
 
     virtual ServiceReport Report() = 0;  // throws CommandError also when the answer takes seconds
 };

@@ -35,6 +35,9 @@ int TerminalLines();
 // Whether standard output is a terminal that shows colours (and NO_COLOR is not set).
 bool ShowsColours();
 
+// Lets standard output pass bytes as they are from now on, where it would change line ends.
+void PassBytesToOutput();
+
 // Makes a terminal that has to be told so take what is printed as UTF-8.
 void ShowUtf8();
 

@@ -59,8 +59,8 @@ protected:
     // "1 forwardto0" for each that is due.
     std::vector<std::string> Due(CTime now) const {
         std::vector<std::string> due;
-        for (const auto& [id, address] : host::DueHeld(*profile_, *Store().List(), now)) {
-            due.push_back(std::to_string(id) + ' ' + address);
+        for (const HeldChoice& one : host::DueHeld(*profile_, *Store().List(), now)) {
+            due.push_back(std::to_string(one.id) + ' ' + one.folder);
         }
         return due;
     }
@@ -113,7 +113,7 @@ protected:
 TEST_F(HeldSending, WhatIsTakenIsGoneWhenNoAddressWaitsAnyMore) {
     Hold("one", {0, 1});
     Hold("two", {1});
-    EXPECT_THAT(Outcomes(Send({{1, "forwardto1"}})), ElementsAre(HeldOutcome::Taken));
+    EXPECT_THAT(Outcomes(Send({{1, "forwardto1", ""}})), ElementsAre(HeldOutcome::Taken));
     EXPECT_EQ(Store().Find(1)->addresses.size(), 1U);
     const auto results = SendAll();
     EXPECT_THAT(Outcomes(results), ElementsAre(HeldOutcome::Taken, HeldOutcome::Taken));
@@ -215,7 +215,7 @@ TEST_F(HeldSending, OnlyWhatHasItsTimeIsDue) {
     EXPECT_THAT(Due(kNow + 15 * kMinute), ElementsAre("1 forwardto0", "1 forwardto1"));
     Address(0).setting.status = 0;
     EXPECT_THAT(Due(kNow + 15 * kMinute), ElementsAre("1 forwardto1"));
-    EXPECT_THAT(Outcomes(Send({{1, "forwardto0"}})), ElementsAre(HeldOutcome::NotTried));
+    EXPECT_THAT(Outcomes(Send({{1, "forwardto0", ""}})), ElementsAre(HeldOutcome::NotTried));
 }
 
 TEST_F(HeldSending, ARefusedRecipientIsAskedAboutOnceForAllThatWaits) {
@@ -230,7 +230,7 @@ TEST_F(HeldSending, ARefusedRecipientIsAskedAboutOnceForAllThatWaits) {
     EXPECT_THAT(Due(later + 30 * kMinute), ElementsAre("1 forwardto0", "2 forwardto0", "3 forwardto0"));
     // Once the server takes mail for it, the rest follows in its order.
     Answer({});
-    EXPECT_THAT(Outcomes(Send({{2, "forwardto0"}}, later + kMinute)), ElementsAre(HeldOutcome::Taken));
+    EXPECT_THAT(Outcomes(Send({{2, "forwardto0", ""}}, later + kMinute)), ElementsAre(HeldOutcome::Taken));
     EXPECT_THAT(Due(later + kMinute), ElementsAre("1 forwardto0", "3 forwardto0"));
 }
 
@@ -241,7 +241,7 @@ TEST_F(HeldSending, AChangedAddressOrRouteIsTriedAgainAfterAPermanentRefusal) {
     Address(0).setting.address = "new@example.net";
     EXPECT_THAT(Due(later - 1), IsEmpty());
     EXPECT_THAT(Due(later), ElementsAre("1 forwardto0"));
-    EXPECT_THAT(Outcomes(Send({{1, "forwardto0"}}, later)), ElementsAre(HeldOutcome::Taken));
+    EXPECT_THAT(Outcomes(Send({{1, "forwardto0", ""}}, later)), ElementsAre(HeldOutcome::Taken));
     EXPECT_THAT(Delivered(), ElementsAre("one to new@example.net"));
     profile_->setting.smtpuser = "x";
     EXPECT_THAT(Due(later), IsEmpty()) << "without a login the user does not matter";
@@ -249,7 +249,7 @@ TEST_F(HeldSending, AChangedAddressOrRouteIsTriedAgainAfterAPermanentRefusal) {
     EXPECT_THAT(Due(later), ElementsAre("1 forwardto1"));
     // While the server is away, all of it waits.
     Answer({{"EHLO", "421 not now\r\n"}});
-    EXPECT_THAT(Outcomes(Send({{1, "forwardto1"}}, later)), ElementsAre(HeldOutcome::Failed));
+    EXPECT_THAT(Outcomes(Send({{1, "forwardto1", ""}}, later)), ElementsAre(HeldOutcome::Failed));
     EXPECT_THAT(Due(later + 15 * kMinute - 1), IsEmpty());
     EXPECT_THAT(Due(later + 15 * kMinute), ElementsAre("1 forwardto1"));
 }

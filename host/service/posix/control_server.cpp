@@ -35,7 +35,7 @@ bool WouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK || errno == E
 void ControlClient::Note(const std::string& text) {
     if (note_ == text) return;
     note_ = text;
-    out_ += MessageOf(host::Note{text});
+    out_ += MessageOf(ClientNote{text});
 }
 
 void ControlClient::Answer(int exit_code, const Reply& reply) { Finish(Outcome{exit_code, reply}); }

@@ -26,10 +26,12 @@ public:
 
     ControlClient(Descriptor socket, Clock::time_point deadline) : socket_(std::move(socket)), deadline_(deadline) {}
 
-    // What is asked, once it is there whole and until it is answered: an edit, runs, or else how far the runs are.
+    // What is asked, once it is there whole and until it is answered: an edit, runs, something about held mail, or else
+    // how far the runs are.
     bool IsWaiting() const { return state_ == State::Waiting; }
     const EditRequest* Edit() const { return std::get_if<EditRequest>(&request_); }
     const RunRequest* Run() const { return std::get_if<RunRequest>(&request_); }
+    const HeldRequest* Held() const { return std::get_if<HeldRequest>(&request_); }
 
     // Of the runs that it asked for, once they have been started.
     struct AwaitedRuns {
@@ -38,6 +40,7 @@ public:
         RunTroubles troubles;
     };
     std::optional<AwaitedRuns> awaited;
+    CString awaited_held;  // the profile whose held mail is being sent for it
 
     bool HasLeft() const;
 

@@ -29,6 +29,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -98,6 +99,7 @@ int Service::Run() {
     manager_.Ready();
     for (;;) {
         ReapEndedRuns();
+        ReapSenders();
         AnswerClients();
         if (Clock::now() >= next_tick_) Tick();
         Wait();
@@ -125,6 +127,7 @@ void Service::ReapEndedRuns() {
     });
     for (const auto& copy : ended) {
         running_.erase(copy->path);
+        next_held_look_.erase(copy->path);
         TellEnd(copy->path, RunThatEnded(*copy));
         HandOver(*copy);
     }
@@ -135,6 +138,7 @@ void Service::ReapEndedRuns() {
 }
 
 void Service::Tick() {
+    StartDueHeld();
     StartDueRuns();
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
@@ -178,6 +182,8 @@ void Service::AnswerClients() {
         for (ControlClient* const client : server_.Waiting()) {
             if (client->Run()) {
                 HandleRuns(*client, *client->Run());
+            } else if (client->Held()) {
+                HandleHeld(*client, *client->Held());
             } else if (!client->Edit()) {
                 client->Answer(Report());
             }
@@ -196,7 +202,8 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     RetryLeftOut();  // may have been loaded when it could not be read
     const std::string headline = Headline(request);
     Reply reply{{}, kRootHasGone};
-    const int code = !HasRoot() ? kCannotWrite : Edit(root_, request, reply);
+    const int code = !HasRoot() ? kCannotWrite : EditWithHeld(root_, request, reply);
+    next_held_look_.clear();
     code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLineOfUtf8(reply.error, kReasonColumns));
     client.Answer(code, reply);
     return true;
@@ -223,6 +230,8 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
         if (running_.contains(profile->path)) continue;
         if (wanted_.contains(profile->path))
             return client.Note("waiting for " + Name(profile->path) + " to be changed");
+        if (senders_.contains(profile->path))
+            return client.Note("waiting for held mail of " + Name(profile->path) + " to be sent");
     }
     log_.Say(Headline(request));
     RetryLeftOut();
@@ -260,7 +269,8 @@ bool Service::HasRoot() {
 }
 
 bool Service::MayRun(const CPopProfile& profile) {
-    if (wanted_.contains(profile.path) || left_out_.contains(profile.path)) return false;
+    if (wanted_.contains(profile.path) || left_out_.contains(profile.path) || senders_.contains(profile.path))
+        return false;
     const std::string why = WhyNotRunnable(profile);
     if (!why.empty()) LeaveOut(profile.path, why);
     return why.empty();
@@ -299,7 +309,7 @@ void Service::TellRemarks() {
 
 bool Service::HasToWait(const EditRequest& request, CString& running) {
     const std::vector<CString> touched = TouchedProfiles(root_, request);
-    const auto first = std::ranges::find_if(touched, [this](const CString& path) { return running_.contains(path); });
+    const auto first = std::ranges::find_if(touched, [this](const CString& path) { return IsBusy(path); });
     if (first == touched.end()) return false;
     running = *first;
     wanted_.insert(touched.begin(), touched.end());
@@ -324,6 +334,7 @@ void Service::Reload() {
     if (trouble.empty()) {
         log_.Say("loaded the tree again");
         left_out_.clear();
+        next_held_look_.clear();
         FindUnreadable();
         TellRemarks();
     } else {
@@ -342,8 +353,10 @@ void Service::Stop(int signal) {
     look_at_clients_ = true;
     AnswerClients();
     InterruptRuns(root_);
+    for (const auto& [path, sender] : senders_) sender->Stop();
     root_.WaitThread(-1);
     ReapEndedRuns();
+    for (; !senders_.empty(); std::this_thread::sleep_for(kUrgentPollInterval)) ReapSenders();
     look_at_clients_ = true;
     AnswerClients();
     const auto deadline = Clock::now() + kShutdownGrace;
@@ -359,7 +372,7 @@ void Service::Stop(int signal) {
 
 void Service::Wait() {
     Clock::time_point until = next_tick_;
-    if (!running_.empty())
+    if (!running_.empty() || !senders_.empty())
         until = std::min(until, Clock::now() + (wanted_.empty() ? kRunPollInterval : kUrgentPollInterval));
     if (manager_.KeepAliveInterval()) until = std::min(until, next_keep_alive_);
     if (const auto deadline = server_.Deadline()) until = std::min(until, *deadline);

@@ -7,12 +7,15 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/edit/root_lock.h"
 #include "host/history/history.h"
 #include "host/service/posix/control_server.h"
+#include "host/service/posix/held_sender.h"
 #include "host/service/posix/service_log.h"
 #include "host/service/posix/service_manager.h"
 #include "host/service/posix/signals.h"
@@ -32,8 +35,15 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void ReapEndedRuns();
+    void ReapSenders();
     void Tick();
     void StartDueRuns();
+    void StartDueHeld();
+    bool StartSender(const CPopProfile& profile, const std::vector<HeldChoice>& choice);
+    void TellSender(const CString& path, const std::vector<HeldResult>& results);
+    void HandleHeld(ControlClient& client, const HeldRequest& request);
+    void BeginHeld(ControlClient& client, const HeldRequest& request);
+    bool IsBusy(const CString& profile) const;  // it is being run, or its held mail is being sent
     bool Start(CPopProfile& profile);
     void StartIfWanted(const CUser& user, CPopProfile& profile, const RunRequest& request,
                        ControlClient::AwaitedRuns& awaited);
@@ -69,8 +79,10 @@ private:
     ControlServer server_;
     HistoryWriter history_;
 
-    std::set<CString> running_;                // profiles whose start has been logged and whose end has not
-    std::set<CString> wanted_;                 // profiles that an edit waits for
+    std::set<CString> running_;  // profiles whose start has been logged and whose end has not
+    std::set<CString> wanted_;   // profiles that an edit, or a request about held mail, waits for
+    std::map<CString, std::unique_ptr<HeldSender>> senders_;
+    std::map<CString, CTime> next_held_look_;  // profiles whose held mail is of no interest before that
     std::map<CString, std::string> left_out_;  // why, by the paths of the profiles that are not run
     bool has_root_ = true;
     bool look_at_clients_ = false;

@@ -28,6 +28,11 @@ CommandError Gone() {
     return {kTryLater, "the service ended before it answered; see whether the change was made, and try again"};
 }
 
+std::string Sized(std::string message) {
+    if (message.size() <= kMaxRequest_bytes) return message;
+    throw CommandError(kBadData, "this is more than the service takes at once; stop it, and try again");
+}
+
 // The side of a command.
 class SocketConnection : public ServiceConnection {
 public:
@@ -36,6 +41,7 @@ public:
     int Edit(const EditRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note) override;
     int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
             const std::function<void()>& on_wait) override;
+    int Held(const HeldRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note) override;
     ServiceReport Report() override;
 
 private:
@@ -50,10 +56,7 @@ private:
 
 int SocketConnection::Edit(const EditRequest& request, Reply& reply,
                            const std::function<void(const std::string&)>& on_note) {
-    const std::string message = MessageOf(ControlRequest(request));
-    if (message.size() > kMaxRequest_bytes) {
-        throw CommandError(kBadData, "this is more than the service takes at once; stop it, and try again");
-    }
+    const std::string message = Sized(MessageOf(ControlRequest(request)));
     // A service answers an edit at once or tells what it waits for, unless it has been halted.
     bool heard = false;
     const auto note = [&](const std::string& text) {
@@ -72,6 +75,11 @@ int SocketConnection::Run(const RunRequest& request, Reply& reply,
     return Ask(MessageOf(ControlRequest(request)), reply, on_note, on_wait);
 }
 
+int SocketConnection::Held(const HeldRequest& request, Reply& reply,
+                           const std::function<void(const std::string&)>& on_note) {
+    return Ask(Sized(MessageOf(ControlRequest(request))), reply, on_note, {});
+}
+
 int SocketConnection::Ask(const std::string& message, Reply& reply,
                           const std::function<void(const std::string&)>& on_note,
                           const std::function<void()>& on_wait) {
@@ -79,7 +87,7 @@ int SocketConnection::Ask(const std::string& message, Reply& reply,
     for (;;) {
         if (on_wait) Wait(on_wait);
         const ControlReply answer = ReplyIn(Receive());
-        if (const auto* const note = std::get_if<Note>(&answer)) {
+        if (const auto* const note = std::get_if<ClientNote>(&answer)) {
             on_note(note->text);
             continue;
         }

@@ -70,4 +70,6 @@ bool ShowsColours() {
 
 void ShowUtf8() {}  // UTF-8 is what they take
 
+void PassBytesToOutput() {}
+
 }  // namespace tarvex::host

@@ -2,13 +2,17 @@
 
 #include "host/system/process.h"
 
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
 #include <shellapi.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
+#include <iostream>
 #include <optional>
 
 #include "host/system/windows/wide.h"
@@ -69,5 +73,10 @@ bool ShowsColours() {
 }
 
 void ShowUtf8() { SetConsoleOutputCP(CP_UTF8); }
+
+void PassBytesToOutput() {
+    std::cout.flush();
+    _setmode(_fileno(stdout), _O_BINARY);
+}
 
 }  // namespace tarvex::host

@@ -1,0 +1,392 @@
+// `tarvex held`: mail that was set aside, for people who look at it, send it again, drop it or take it elsewhere.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <system_error>
+#include <variant>
+#include <vector>
+
+#include "host/commands/commands.h"
+#include "host/commands/profile_arguments.h"
+#include "host/commands/submit.h"
+#include "host/history/run_words.h"
+#include "host/rules/held.h"
+#include "host/rules/held_export.h"
+#include "host/rules/held_work.h"
+#include "host/rules/memory.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/system/paths.h"
+#include "host/system/process.h"
+#include "host/terminal/json.h"
+#include "host/terminal/password_source.h"
+#include "host/terminal/table.h"
+#include "host/terminal/wording.h"
+#include "host/tree/keys.h"
+#include "host/tree/names.h"
+#include "host/tree/readiness.h"
+#include "host/tree/tree_root.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kReplyColumns = 60;
+constexpr std::size_t kHead_bytes = 16 << 10;
+
+struct Given {
+    std::vector<std::string> profiles;  // of `list`
+    std::string profile;
+    std::vector<int> ids;
+    std::string address;
+    std::string to = "-";
+    bool all = false;
+    bool yes = false;
+    bool json = false;
+};
+
+// ---- what is meant
+
+std::vector<HeldRecord> RecordsOf(const CPopProfile& profile) {
+    auto records = HeldStore(profile.path).List();
+    if (!records) throw CommandError(kCannotWrite, "cannot read \"" + ShowPath(profile.path + "\\held") + '"');
+    return *std::move(records);
+}
+
+bool IsCalled(const HeldAddress& waiting, const std::string& name) {
+    return name.empty() || ShowPath(waiting.folder) == name || Lower(ShowText(waiting.address)) == Lower(name) ||
+           SameMailbox(waiting.address, name);
+}
+
+// The records with these ids, or all of them; of each the addresses that are meant.
+std::vector<HeldRecord> Chosen(const CPopProfile& profile, const Given& given) {
+    std::vector<HeldRecord> chosen;
+    std::set<int> missing(given.ids.begin(), given.ids.end());
+    for (HeldRecord& record : RecordsOf(profile)) {
+        if (!given.ids.empty() && missing.erase(record.id) == 0) continue;
+        std::erase_if(record.addresses, [&](const HeldAddress& one) { return !IsCalled(one, given.address); });
+        if (given.address.empty() || !record.addresses.empty()) chosen.push_back(std::move(record));
+    }
+    if (!missing.empty()) {
+        throw CommandError(kNotFound, "no message " + std::to_string(*missing.begin()) + " is set aside there");
+    }
+    return chosen;
+}
+
+std::vector<HeldChoice> ChoiceOf(const std::vector<HeldRecord>& records) {
+    std::vector<HeldChoice> choice;
+    for (const HeldRecord& record : records) {
+        if (!record.damage.empty()) {
+            choice.push_back({record.id, {}, record.digest});
+            continue;
+        }
+        for (const HeldAddress& waiting : record.addresses)
+            choice.push_back({record.id, waiting.folder, record.digest});
+    }
+    return choice;
+}
+
+// ---- list and show
+
+std::string NextTry(const HeldAddress& waiting, CTime now) {
+    if (waiting.next_try == 0) return "when told";
+    return waiting.next_try <= now ? "now" : "in " + ShowSpan(waiting.next_try - now);
+}
+
+Json MomentOrNull(CTime moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment)); }
+
+Json JsonOf(const HeldAddress& waiting) {
+    return {{"address", Utf8FromText(waiting.address)},
+            {"path", ShowPath(waiting.folder)},
+            {"stage", Word(waiting.stage)},
+            {"class", Word(waiting.failure_class)},
+            {"reply", Utf8OfServerText(waiting.reply)},
+            {"tries", waiting.tries},
+            {"last_try", MomentOrNull(waiting.last_try)},
+            {"next_try", MomentOrNull(waiting.next_try)}};
+}
+
+Json JsonOf(const std::string& profile, const HeldRecord& record) {
+    Json addresses = Json::array();
+    for (const HeldAddress& waiting : record.addresses) addresses.push_back(JsonOf(waiting));
+    return {{"profile", profile},
+            {"id", record.id},
+            {"kind", Word(record.kind)},
+            {"uidl", Utf8FromText(record.uidl)},
+            {"digest", Utf8FromText(record.digest)},
+            {"set_aside", MomentOrNull(record.set_aside)},
+            {"bytes", record.bytes},
+            {"damage", record.damage.empty() ? Json() : Json(record.damage)},
+            {"addresses", std::move(addresses)}};
+}
+
+void AddRows(Table& table, const std::string& profile, const HeldRecord& record, CTime now) {
+    const std::string id = std::to_string(record.id);
+    if (!record.damage.empty()) {
+        table.Add({profile, id, "", "", "damaged", "", "", OneLineOfUtf8(record.damage, kReplyColumns)});
+        return;
+    }
+    for (const HeldAddress& waiting : record.addresses) {
+        table.Add({profile, id, ShowText(waiting.address), ShowMoment(record.set_aside), std::string(Word(record.kind)),
+                   std::to_string(waiting.tries),
+                   record.kind == HeldKind::Refused ? NextTry(waiting, now) : "when told",
+                   OneLine(waiting.reply, kReplyColumns)});
+    }
+}
+
+int List(const Context& context, const Given& given) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context.root_option));
+    const CTime now = std::time(nullptr);
+    Table table({"PROFILE", "ID", "ADDRESS", "SET ASIDE", "WHY", "TRIES", "NEXT TRY", "THE SERVER SAID"});
+    Json json = Json::array();
+    bool is_empty = true;
+    for (const NamedProfile& named : ChosenProfiles(root, given.profiles)) {
+        const std::string name = ShownName(root, named.profile->path);
+        for (const HeldRecord& record : Chosen(*named.profile, given)) {
+            is_empty = false;
+            AddRows(table, name, record, now);
+            json.push_back(JsonOf(name, record));
+        }
+    }
+    if (given.json) {
+        PrintJson(json);
+    } else if (is_empty) {
+        std::cout << "No mail is set aside.\n";
+    } else {
+        table.Print(std::cout);
+    }
+    return kDone;
+}
+
+void PrintAddress(const HeldAddress& waiting, bool is_tried, CTime now) {
+    std::cout << "\nwaits for  " << ShowText(waiting.address) << " (" << ShowPath(waiting.folder) << ")\n";
+    if (waiting.failure_class != CFailureClass::None) {
+        std::cout << "  refused  at " << Word(waiting.stage) << ", " << Word(waiting.failure_class) << ": "
+                  << ShowText(waiting.reply) << '\n';
+    }
+    std::cout << "  tries    " << waiting.tries;
+    if (waiting.last_try != 0) std::cout << ", the last at " << ShowTime(waiting.last_try);
+    std::cout << "; next " << (is_tried ? NextTry(waiting, now) : "when told") << '\n';
+}
+
+int Show(const Context& context, const Given& given) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context.root_option));
+    const CPopProfile& profile = *FindProfile(root, given.profile).profile;
+    const std::string name = ShownName(root, profile.path);
+    const HeldRecord record = Chosen(profile, given).front();
+    const std::optional<std::string> text = HeldStore(profile.path).Text(record.id);
+    const std::string head = text ? ShowHead(*text, kHead_bytes) : "";
+    if (given.json) {
+        Json json = JsonOf(name, record);
+        json["header"] = text ? Json(head) : Json();
+        PrintJson(json);
+        return kDone;
+    }
+    std::cout << "message    " << record.id << " of " << name << ", " << ShowBytes(record.bytes) << '\n';
+    if (!record.damage.empty()) {
+        std::cout << "damaged    " << record.damage << '\n';
+    } else {
+        std::cout << "set aside  " << ShowTime(record.set_aside) << " (" << Word(record.kind) << ")\n"
+                  << "id         " << ShowText(record.uidl) << '\n';
+    }
+    const CTime now = std::time(nullptr);
+    for (const HeldAddress& waiting : record.addresses) PrintAddress(waiting, record.kind == HeldKind::Refused, now);
+    std::cout << '\n' << head;
+    return kDone;
+}
+
+// ---- send and drop
+
+int SendHere(const std::string& directory, CRootPath& root, const HeldRequest& request, Reply& reply) {
+    const CPopProfile& profile = *FindProfile(root, request.profile).profile;
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) throw CommandError(kCannotWrite, why);
+    CPopProfile copy;
+    copy = profile;
+    RuleMemory memory(directory, PrintNote);
+    const HeldSendingOptions options{std::time(nullptr), [] { return CaughtSignal() != 0; }, &memory,
+                                     EndOfDataSeconds(root, profile)};
+    return TellHeld(SendHeld(copy, request.choice, options), reply);
+}
+
+int WorkHere(const std::string& directory, const HeldRequest& request, Reply& reply) {
+    CatchTermination();
+    CRootPath root;
+    OpenTree(root, directory);
+    if (request.verb == HeldVerb::Send) return SendHere(directory, root, request, reply);
+    return DropHeld(FindProfile(root, request.profile).profile->path, request.choice, reply);
+}
+
+int SubmitHeld(const Context& context, const HeldRequest& request) {
+    const std::string directory = RootDirectory(context.root_option);
+    const std::string verb(kHeldVerbs[static_cast<std::size_t>(request.verb)]);
+    Reply reply;
+    LockOrService access = TakeLockOrService(directory, "held-" + verb);
+    auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access);
+    const int code = service ? (*service)->Held(request, reply, PrintNote) : WorkHere(directory, request, reply);
+    std::cout << reply.printed;
+    if (code != kDone) throw CommandError(code, reply.error);
+    return code;
+}
+
+// What the command is about, as it stands now.
+HeldRequest RequestFor(const Context& context, const Given& given, HeldVerb verb, std::vector<HeldRecord>& chosen) {
+    const std::string directory = RootDirectory(context.root_option);
+    RequireRoot(directory);
+    CRootPath root;
+    OpenTree(root, directory);
+    const CPopProfile& profile = *FindProfile(root, given.profile).profile;
+    chosen = Chosen(profile, given);
+    return {verb, ShownName(root, profile.path), ChoiceOf(chosen)};
+}
+
+int Send(const Context& context, const Given& given) {
+    std::vector<HeldRecord> chosen;
+    HeldRequest request = RequestFor(context, given, HeldVerb::Send, chosen);
+    for (const HeldRecord& record : chosen) {
+        if (record.damage.empty()) continue;
+        PrintNote("message " + std::to_string(record.id) + " is damaged, " + record.damage + "; it is not sent");
+        std::erase_if(request.choice, [&](const HeldChoice& one) { return one.id == record.id; });
+    }
+    if (request.choice.empty()) {
+        std::cout << "There is nothing to send.\n";
+        return kDone;
+    }
+    return SubmitHeld(context, request);
+}
+
+int Drop(const Context& context, const Given& given) {
+    if (given.ids.empty() && given.address.empty() && !given.all) {
+        throw CommandError(kBadUsage, "say which: ids, --address or --all");
+    }
+    std::vector<HeldRecord> chosen;
+    const HeldRequest request = RequestFor(context, given, HeldVerb::Drop, chosen);
+    if (chosen.empty()) {
+        std::cout << "There is nothing to drop.\n";
+        return kDone;
+    }
+    const std::string question = "Drop " + ShowCount(static_cast<std::int64_t>(chosen.size()), "message") + " of " +
+                                 request.profile + " that will then never be sent?";
+    if (!given.yes && !AskYes(question)) {
+        std::cout << "Nothing was dropped.\n";
+        return kDone;
+    }
+    return SubmitHeld(context, request);
+}
+
+// ---- export
+
+fs::path FileFor(const Given& given, const std::string& profile, int id) {
+    fs::path path = NativePath(TreePath(given.to));
+    std::error_code ignored;
+    if (!fs::is_directory(path, ignored)) return path;
+    std::string name = profile + '-' + std::to_string(id) + ".eml";
+    std::ranges::replace(name, '/', '-');
+    return path / name;
+}
+
+void WriteOut(const fs::path& path, const std::string& message) {
+    std::error_code error;
+    const std::string shown = '"' + ShowPath(path.string()) + '"';
+    if (fs::symlink_status(path, error).type() != fs::file_type::not_found) {
+        throw CommandError(kCannotMake, "there is a file " + shown + " already");
+    }
+    std::ofstream file(path, std::ios::binary);
+    fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write, error);
+    file << message;
+    if (!file.flush()) throw CommandError(kCannotWrite, "cannot write " + shown);
+}
+
+int Export(const Context& context, const Given& given) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context.root_option));
+    const CPopProfile& profile = *FindProfile(root, given.profile).profile;
+    const std::vector<HeldRecord> chosen = Chosen(profile, given);
+    std::error_code ignored;
+    if (chosen.size() != 1 && !fs::is_directory(NativePath(TreePath(given.to)), ignored)) {
+        throw CommandError(kBadUsage, "several messages need a folder: --to DIR");
+    }
+    for (const HeldRecord& record : chosen) {
+        const std::optional<std::string> text = HeldStore(profile.path).Text(record.id);
+        if (!text) throw CommandError(kCannotWrite, "message " + std::to_string(record.id) + " cannot be read");
+        if (given.to == "-") {
+            PassBytesToOutput();
+            std::cout << MessageIn(*text);
+        } else {
+            WriteOut(FileFor(given, ShownName(root, profile.path), record.id), MessageIn(*text));
+        }
+    }
+    return kDone;
+}
+
+// ---- the command line
+
+constexpr const char* kIdsHelp = "Their numbers, as `held list` shows them; without one, all";
+constexpr const char* kAddressHelp = "Only for this forwarding address: its mailbox or folder (forwardto0)";
+
+using Command = int (*)(const Context&, const Given&);
+
+CLI::App* AddHeld(CLI::App& group, Context& context, const std::string& name, const std::string& help, Command run,
+                  const std::shared_ptr<Given>& given) {
+    CLI::App* const command = group.add_subcommand(name, help);
+    command->callback(
+        [&context, given, run] { context.command = [&context, given, run] { return run(context, *given); }; });
+    return command;
+}
+
+void AddProfile(CLI::App& command, Given& given) {
+    command.add_option("PROFILE", given.profile, "Path, nickname or address of the profile")
+        ->required()
+        ->option_text(" ");
+}
+
+}  // namespace
+
+void AddHeldCommands(CLI::App& app, Context& context) {
+    CLI::App* const group =
+        app.add_subcommand("held", "Mail that was set aside because a server refused it.")->require_subcommand(1);
+    auto given = std::make_shared<Given>();
+
+    CLI::App* command = AddHeld(*group, context, "list", "List it.", List, given);
+    AddProfileNames(*command, given->profiles);
+    command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
+    command->add_flag("--json", given->json, "Print JSON");
+
+    command = AddHeld(*group, context, "show", "Show why a message was set aside, and its header.", Show, given);
+    AddProfile(*command, *given);
+    command->add_option("ID", given->ids, "Its number, as `held list` shows it")->required()->expected(1);
+    command->add_flag("--json", given->json, "Print JSON");
+
+    command = AddHeld(*group, context, "send", "Try to send it now.", Send, given);
+    AddProfile(*command, *given);
+    command->add_option("ID", given->ids, kIdsHelp);
+    command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
+    command->footer("What the server takes is gone from the list. Nothing else is lost.");
+
+    command = AddHeld(*group, context, "drop", "Delete it: it will never be sent.", Drop, given);
+    AddProfile(*command, *given);
+    command->add_option("ID", given->ids, "Their numbers, as `held list` shows them");
+    command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
+    command->add_flag("--all", given->all, "All of the profile");
+    command->add_flag("--yes,-y", given->yes, "Do not ask");
+
+    command =
+        AddHeld(*group, context, "export", "Write messages as files that mail programs open (.eml).", Export, given);
+    AddProfile(*command, *given);
+    command->add_option("ID", given->ids, kIdsHelp);
+    command->add_option("--to", given->to, "A new file, or a folder; without it standard output")->type_name("PATH");
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,104 @@
+// What the service does with held mail: requests of commands, and what is due by itself.
+//
+// Held mail is tried on a thread of its own, and never beside a run of the same profile: whichever of the two comes
+// first, the other waits, and so do edits. What is due goes before a run that is due, for it is older.
+
+#include <ctime>
+#include <system_error>
+
+#include "host/service/posix/service.h"
+#include "host/system/command_error.h"
+#include "host/terminal/wording.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_rules.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::size_t kMostSenders = 8;
+constexpr std::size_t kHeadlineColumns = 60;
+
+}  // namespace
+
+bool Service::IsBusy(const CString& profile) const { return running_.contains(profile) || senders_.contains(profile); }
+
+void Service::StartDueHeld() {
+    if (!HasRoot()) return;
+    const CTime now = std::time(nullptr);
+    ForEachProfile([&](const CUser& user, CPopProfile& profile) {
+        if (senders_.size() >= kMostSenders || IsBusy(profile.path) || next_held_look_[profile.path] > now) return;
+        if (!IsSwitchedOn(user, profile) || wanted_.contains(profile.path) || left_out_.contains(profile.path)) return;
+        const std::vector<HeldChoice> due = DueHeldOf(root_, profile, now, next_held_look_[profile.path]);
+        if (due.empty() || !StartSender(profile, due)) return;
+        log_.Say(Name(profile.path) + ": trying " + ShowCount(static_cast<std::int64_t>(due.size()), "held message") +
+                 " again");
+    });
+}
+
+bool Service::StartSender(const CPopProfile& profile, const std::vector<HeldChoice>& choice) {
+    try {
+        const HeldSendingOptions options{std::time(nullptr), {}, nullptr, EndOfDataSeconds(root_, profile)};
+        senders_[profile.path] = std::make_unique<HeldSender>(profile, choice, options);
+        return true;
+    } catch (const std::system_error&) {
+        senders_.erase(profile.path);
+        return false;
+    }
+}
+
+void Service::ReapSenders() {
+    for (auto sender = senders_.begin(); sender != senders_.end();) {
+        if (!sender->second->HasEnded()) {
+            ++sender;
+            continue;
+        }
+        TellSender(sender->first, sender->second->Results());
+        sender = senders_.erase(sender);
+        look_at_clients_ = true;
+    }
+}
+
+void Service::TellSender(const CString& path, const std::vector<HeldResult>& results) {
+    next_held_look_.erase(path);
+    Reply reply;
+    const int code = TellHeld(results, reply);
+    const std::string line = Name(path) + ": held mail was tried, " + (code == kDone ? "all was taken" : reply.error);
+    code == kDone ? log_.Say(line) : log_.Warn(line);
+    for (ControlClient* const client : server_.Waiting()) {
+        if (!client->Held() || client->awaited_held != path) continue;
+        client->awaited_held.clear();
+        client->Answer(code, reply);
+    }
+}
+
+void Service::HandleHeld(ControlClient& client, const HeldRequest& request) {
+    if (!client.awaited_held.empty()) return;
+    if (stopping_) return client.Answer(kTryLater, {{}, "the service was stopped before it had done this"});
+    try {
+        BeginHeld(client, request);
+    } catch (const CommandError& error) {
+        client.Answer(error.ExitCode(), {{}, error.what()});
+    }
+}
+
+void Service::BeginHeld(ControlClient& client, const HeldRequest& request) {
+    if (!HasRoot()) throw CommandError(kCannotWrite, "the tree that the service has loaded is not here any more");
+    CPopProfile& profile = *FindProfile(root_, request.profile).profile;
+    if (IsBusy(profile.path)) {
+        wanted_.insert(profile.path);
+        return client.Note("waiting for the run of " + Name(profile.path) + " to end");
+    }
+    const std::string verb(kHeldVerbs[static_cast<std::size_t>(request.verb)]);
+    log_.Say(OneLineOfUtf8("held " + verb + ' ' + request.profile, kHeadlineColumns));
+    next_held_look_.erase(profile.path);
+    if (request.verb == HeldVerb::Send) {
+        if (!StartSender(profile, request.choice)) throw CommandError(kTryLater, "there is no thread for this now");
+        client.awaited_held = profile.path;
+        return;
+    }
+    Reply reply;
+    const int code = DropHeld(profile.path, request.choice, reply);
+    client.Answer(code, reply);
+}
+
+}  // namespace tarvex::host
