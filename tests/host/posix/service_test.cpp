@@ -1141,8 +1141,8 @@ TEST_F(ServiceClients, MayNotSendWhatIsTooLargeOrNoRequest) {
     };
     EXPECT_THAT(ask("\x7F\xFF\xFF\xFFmore"), HasSubstr("too large"));
     const auto edit = [](const std::string& kind, const std::string& verb, const std::string& rest) {
-        return R"({"edit":{"name":"a","values":{},"secrets":{},"uidls":[],"terms":"","expected":"","kind":")" + kind +
-               R"(","verb":")" + verb + "\"," + rest + "}}";
+        return R"({"edit":{"name":"a","values":{},"secrets":{},"uidls":[],"terms":"","expected":"","expected_held":"","kind":")" +
+               kind + R"(","verb":")" + verb + "\"," + rest + "}}";
     };
     const std::string all_terms = R"("term_number":null)";
     for (const std::string& text :
