@@ -18,7 +18,7 @@
 #include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 #include "host/tree/settings_sections.h"
-#include "tarvex/tarvex.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
@@ -91,7 +91,7 @@ std::vector<std::string> RemarksOn(const CPopProfile& profile) {
         FileRemarks(forward->path + "\\forwardaddress.def", remarks).AddAllOf<CForwardAddressSetting>();
         constexpr std::array<std::string_view, 2> kScheduleKeys = {"version", "schedule"};
         FileRemarks(forward->path + "\\schedule.def", remarks).AddUnknown(kScheduleKeys);
-        if (RecipientOf(forward->setting.address).find('@') == CString::npos) {
+        if (!HasMailbox(*forward)) {
             remarks.push_back('"' + ShowPath(forward->path) + "\" has an address without \"@\": \"" +
                               OneLine(forward->setting.address, kValueColumns) + '"');
         }

@@ -16,6 +16,7 @@
 #include "host/tree/host_setting.h"
 #include "host/tree/names.h"
 #include "host/tree/settings_sections.h"
+#include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
@@ -60,8 +61,8 @@ void MarkCutShort(CPopProfile& profile) {
 
 void MarkCutShort(CForwardAddress& forward) {
     const CString file = forward.path + "\\forwardaddress.def";
-    const bool is_bare = forward.setting.address.find('@') == CString::npos;
-    if (is_bare && IsCutShort(file, KeyNames<CForwardAddressSetting>(), {})) Mark(forward.setting_loaded, file);
+    if (!HasMailbox(forward) && IsCutShort(file, KeyNames<CForwardAddressSetting>(), {}))
+        Mark(forward.setting_loaded, file);
     constexpr std::array<std::string_view, 2> kScheduleKeys = {"version", "schedule"};
     const CString schedule = forward.path + "\\schedule.def";
     if (forward.schedule.terms.empty() && IsCutShort(schedule, kScheduleKeys, "schedule")) {
@@ -102,6 +103,10 @@ void ApplyRules(CPopProfile& profile) {
     if (!LooksForCutShort(profile)) return;
     MarkCutShort(profile);
     for (const auto& forward : profile.forward_addresses) MarkCutShort(*forward);
+}
+
+bool HasMailbox(const CForwardAddress& forward) {
+    return RecipientOf(forward.setting.address).find('@') != CString::npos;
 }
 
 std::string WhySwitchedOff(const CUser& user, const CPopProfile& profile) {

@@ -16,6 +16,10 @@ void ApplyRules(CPopProfile& profile);
 // The children in the order of their numbers. The engine keeps the order in which the system lists them.
 void OrderByNumber(CRootPath& root);
 
+// Whether mail can go to the address: it has an "@". With the rule `keyless` a run sends nothing to one that has none;
+// a forwardaddress.def without a value yields the folder's name.
+bool HasMailbox(const CForwardAddress& forward);
+
 // "switched off (status 0)", or the same of its user, which counts in a tree with rules; empty when it is on.
 std::string WhySwitchedOff(const CUser& user, const CPopProfile& profile);
 inline bool IsSwitchedOn(const CUser& user, const CPopProfile& profile) {
