@@ -218,7 +218,7 @@ int SendHere(const std::string& directory, CRootPath& root, const HeldRequest& r
     RuleMemory memory(directory, PrintNote);
     const HeldSendingOptions options{std::time(nullptr), [] { return CaughtSignal() != 0; }, &memory,
                                      EndOfDataSeconds(root, profile)};
-    return TellHeld(SendHeld(copy, request.choice, options), reply);
+    return TellHeld(SendHeld(copy, request.choice, options), request.choice.size(), reply);
 }
 
 int WorkHere(const std::string& directory, const HeldRequest& request, Reply& reply) {

@@ -117,7 +117,7 @@ private:
         Reply reply;
         const HeldSendingOptions options{now, [] { return CaughtSignal() != 0; }, nullptr,
                                          EndOfDataSeconds(root_, profile)};
-        const int code = TellHeld(SendHeld(copy, due, options), reply);
+        const int code = TellHeld(SendHeld(copy, due, options), due.size(), reply);
         const std::string heading = ShownName(root_, profile.path) + ": held mail was tried again";
         if (!options_.quiet) std::cout << heading << ":\n" << reply.printed;
         if (options_.quiet && code != kDone) PrintNote(heading + ", " + reply.error);

@@ -19,15 +19,17 @@ namespace {
 constexpr std::size_t kReplyColumns = 200;
 constexpr CTime kUnreadablePause_s = 60;
 
-// Those of the records that `is_meant` says of one of their addresses.
+enum class Damaged { Counted, LeftOut };
+
+// Those of the records that `is_meant` says of one of their addresses. What is damaged goes with no address.
 template <class IsMeant>
-HeldCount Count(const CString& profile_path, const IsMeant& is_meant) {
+HeldCount Count(const CString& profile_path, Damaged damaged, const IsMeant& is_meant) {
     HeldCount count;
     const auto records = HeldStore(profile_path).List();
     count.readable = records.has_value();
     for (const HeldRecord& record : records.value_or(std::vector<HeldRecord>())) {
         const auto copies = std::ranges::count_if(record.addresses, is_meant);
-        if (copies == 0 && record.damage.empty()) continue;
+        if (record.damage.empty() ? copies == 0 : damaged == Damaged::LeftOut) continue;
         ++count.messages;
         count.copies += copies;
         count.damaged += record.damage.empty() ? 0 : 1;
@@ -77,7 +79,7 @@ Removal RemovalOf(CRootPath& root, const EditRequest& request) {
     removal.profile = named.profile->path;
     for (const HeldRecord& record : HeldStore(removal.profile).List().value_or(std::vector<HeldRecord>())) {
         for (const HeldAddress& waiting : record.addresses) {
-            if (!IsOf(waiting, *named.forward)) continue;
+            if (!record.damage.empty() || !IsOf(waiting, *named.forward)) continue;
             removal.waiting.push_back({record.id, waiting.folder, record.digest});
         }
     }
@@ -95,7 +97,7 @@ void HeldCount::Add(const HeldCount& other) {
 }
 
 HeldCount CountHeld(const CPopProfile& profile) {
-    return Count(profile.path, [](const HeldAddress&) { return true; });
+    return Count(profile.path, Damaged::Counted, [](const HeldAddress&) { return true; });
 }
 
 HeldCount CountHeld(const CUser& user) {
@@ -105,11 +107,7 @@ HeldCount CountHeld(const CUser& user) {
 }
 
 HeldCount CountHeld(const CPopProfile& profile, const CForwardAddress& address) {
-    HeldCount count = Count(profile.path, [&](const HeldAddress& waiting) { return IsOf(waiting, address); });
-    // What is damaged does not go with an address.
-    count.messages -= count.damaged;
-    count.damaged = 0;
-    return count;
+    return Count(profile.path, Damaged::LeftOut, [&](const HeldAddress& waiting) { return IsOf(waiting, address); });
 }
 
 std::string ShowHeld(const HeldCount& count) {
@@ -157,15 +155,14 @@ int DropHeld(const CString& profile_path, const std::vector<HeldChoice>& choice,
     return kDone;
 }
 
-int TellHeld(const std::vector<HeldResult>& results, Reply& reply) {
-    std::int64_t left = 0;
+int TellHeld(const std::vector<HeldResult>& results, std::size_t asked, Reply& reply) {
+    std::size_t left = asked;
     for (const HeldResult& result : results) {
-        if (result.outcome != HeldOutcome::Taken) ++left;
+        if (result.outcome == HeldOutcome::Taken) --left;
         reply.printed += std::to_string(result.choice.id) + " to " +
                          (result.address.empty() ? ShowPath(result.choice.folder) : ShowText(result.address)) + ": " +
                          Said(result) + '\n';
     }
-    if (results.empty()) reply.printed += "Nothing was tried.\n";
     if (left == 0) return kDone;
     reply.error = (left == 1 ? "one copy is" : std::to_string(left) + " copies are") + " still set aside";
     return kUnavailable;

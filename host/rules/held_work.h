@@ -4,6 +4,7 @@
 // address that it waits for.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -53,8 +54,8 @@ int EndOfDataSeconds(const CRootPath& root, const CPopProfile& profile);
 // Strikes off what was chosen. Returns the exit code.
 int DropHeld(const CString& profile_path, const std::vector<HeldChoice>& choice, Reply& reply);
 
-// What became of each. Returns the exit code.
-int TellHeld(const std::vector<HeldResult>& results, Reply& reply);
+// What became of each of so many that were asked for. Returns the exit code.
+int TellHeld(const std::vector<HeldResult>& results, std::size_t asked, Reply& reply);
 
 // As Edit. What is removed takes the mail along that waits for it; nothing is removed when that is other mail than the
 // request expects.

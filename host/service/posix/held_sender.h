@@ -3,6 +3,7 @@
 // Tries held mail of one profile on a thread of its own.
 
 #include <atomic>
+#include <cstddef>
 #include <thread>
 #include <vector>
 
@@ -21,6 +22,7 @@ public:
 
     void Stop() { stopped_ = true; }
     bool HasEnded() const { return ended_; }
+    std::size_t Asked() const { return choice_.size(); }
     const std::vector<HeldResult>& Results() const { return results_; }  // once it has ended
 
 private:

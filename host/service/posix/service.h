@@ -40,7 +40,7 @@ private:
     void StartDueRuns();
     void StartDueHeld();
     bool StartSender(const CPopProfile& profile, const std::vector<HeldChoice>& choice);
-    void TellSender(const CString& path, const std::vector<HeldResult>& results);
+    void TellSender(const CString& path, const HeldSender& sender);
     void HandleHeld(ControlClient& client, const HeldRequest& request);
     void BeginHeld(ControlClient& client, const HeldRequest& request);
     bool IsBusy(const CString& profile) const;  // it is being run, or its held mail is being sent

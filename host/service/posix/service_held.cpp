@@ -52,16 +52,16 @@ void Service::ReapSenders() {
             ++sender;
             continue;
         }
-        TellSender(sender->first, sender->second->Results());
+        TellSender(sender->first, *sender->second);
         sender = senders_.erase(sender);
         look_at_clients_ = true;
     }
 }
 
-void Service::TellSender(const CString& path, const std::vector<HeldResult>& results) {
+void Service::TellSender(const CString& path, const HeldSender& sender) {
     next_held_look_.erase(path);
     Reply reply;
-    const int code = TellHeld(results, reply);
+    const int code = TellHeld(sender.Results(), sender.Asked(), reply);
     const std::string line = Name(path) + ": held mail was tried, " + (code == kDone ? "all was taken" : reply.error);
     code == kDone ? log_.Say(line) : log_.Warn(line);
     for (ControlClient* const client : server_.Waiting()) {
