@@ -98,8 +98,10 @@ CStartResult StartRun(CRootPath& root, CPopProfile& profile, CRunGuard* guard) {
 }
 
 void InterruptRuns(CRootPath& root) {
-    for (const auto& copy : root.running_copies) tarvex::InterruptThread(copy->worker_thread.load());
+    for (const auto& copy : root.running_copies) InterruptRun(*copy);
 }
+
+void InterruptRun(CPopProfile& copy) { tarvex::InterruptThread(copy.worker_thread.load()); }
 
 int CPopProfile::JudgeDoOperation() {
     if (setting.status == 0) return 0;

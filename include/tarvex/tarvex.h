@@ -37,6 +37,9 @@ enum class CStartResult : int {
 // Their copies stay, with their results, until RefreshThread or KillThread frees them. To be called as the entry is.
 TARVEX_API void InterruptRuns(CRootPath& root);
 
+// The same for one run, by its copy in root.running_copies.
+TARVEX_API void InterruptRun(CPopProfile& copy);
+
 // The interval of a profile's `timer` (in minutes), in seconds. Below 1,440 minutes it is that many minutes; from there
 // on it is longer (1,440 minutes give 48 hours). 0 for 0; a negative one, or one that the arithmetic of 32 bits has
 // made negative, has always passed.
