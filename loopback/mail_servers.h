@@ -67,6 +67,9 @@ public:
     // As MailboxServer::SetFault; called also with the pseudo command "." at the end of each message.
     void SetFault(std::function<std::string(const std::string& command)> fault);
 
+    // Called with each message at its end, on the server's thread. A non-empty result is sent instead of taking it.
+    void SetJudge(std::function<std::string(const DeliveredMail& mail)> judge);
+
     int Received(const std::string& verb) const;
 
 private:

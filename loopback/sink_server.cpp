@@ -1,6 +1,7 @@
 // The SMTP server (RFC 5321) that takes everything and keeps it.
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -21,6 +22,7 @@ struct Sink {
 
     mutable std::mutex mutex{};
     std::vector<DeliveredMail> delivered{};
+    std::function<std::string(const DeliveredMail&)> judge{};
 };
 
 // The path in angle brackets after "FROM:" or "TO:"; the parameters after it are ignored.
@@ -183,6 +185,8 @@ std::string SmtpSession::Data() {
 
 std::string SmtpSession::EndOfMessage() {
     const std::lock_guard guard(sink_.mutex);
+    const std::string refusal = sink_.judge ? sink_.judge(mail_) : "";
+    if (!refusal.empty()) return refusal + "\r\n";
     sink_.delivered.push_back(std::move(mail_));
     return "250 2.0.0 taken\r\n";
 }
@@ -221,6 +225,11 @@ std::vector<DeliveredMail> SinkServer::Delivered(std::size_t first) const {
 
 void SinkServer::SetFault(std::function<std::string(const std::string& command)> fault) {
     impl_->sink.desk.SetFault(std::move(fault));
+}
+
+void SinkServer::SetJudge(std::function<std::string(const DeliveredMail& mail)> judge) {
+    const std::lock_guard guard(impl_->sink.mutex);
+    impl_->sink.judge = std::move(judge);
 }
 
 int SinkServer::Received(const std::string& verb) const { return impl_->sink.desk.Received(verb); }

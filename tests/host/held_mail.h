@@ -13,7 +13,9 @@ namespace tarvex::testing {
 
 inline constexpr CTime kNow = 1'795'315'000;
 
-inline std::string Mail(const std::string& subject) { return "\r\nSubject: " + subject + "\r\n\r\n..text\r\n.\r\n"; }
+inline std::string HeldText(const std::string& subject) {
+    return "\r\nSubject: " + subject + "\r\n\r\n..text\r\n.\r\n";
+}
 
 inline host::HeldRecord SomeRecord(const std::string& address, char digest = 'a') {
     host::HeldRecord record;

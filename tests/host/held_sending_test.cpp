@@ -53,7 +53,7 @@ protected:
             record.addresses.push_back(
                 host::RefusedNow(*profile_, Address(number), stage, failure_class, "450 later", kNow));
         }
-        ASSERT_EQ(Store().Hold(Mail(subject), record, {}), host::HoldOutcome::Held);
+        ASSERT_EQ(Store().Hold(HeldText(subject), record, {}), host::HoldOutcome::Held);
     }
 
     // "1 forwardto0" for each that is due.
@@ -195,14 +195,14 @@ TEST_F(HeldSending, WhatTheMemorySaysWasSentIsNotSentAgain) {
     Hold("one", {0, 1});
     const CString phone = "phone@example.net";
     host::ProfileMemory remembered = memory.Of(profile_->path);
-    remembered.RecordSent({&phone, 1}, memory.DigestOf(Mail("one")), kNow);
+    remembered.RecordSent({&phone, 1}, memory.DigestOf(HeldText("one")), kNow);
     Answer({{"RCPT", "550 no such user\r\n"}});
     EXPECT_THAT(Outcomes(SendAll()), ElementsAre(HeldOutcome::Taken, HeldOutcome::Refused));
     EXPECT_TRUE(remembered.IsParked("office@example.net"));
     Answer({});
     EXPECT_THAT(Outcomes(SendAll()), ElementsAre(HeldOutcome::Taken));
     EXPECT_THAT(Delivered(), ElementsAre("one to office@example.net"));
-    EXPECT_TRUE(remembered.WasSent("office@example.net", memory.DigestOf(Mail("one")), kNow));
+    EXPECT_TRUE(remembered.WasSent("office@example.net", memory.DigestOf(HeldText("one")), kNow));
     EXPECT_FALSE(remembered.IsParked("office@example.net"));
     EXPECT_THAT(*Store().List(), IsEmpty());
 }

@@ -108,9 +108,9 @@ TEST(HeldStore, HoldsAMessageAsItWasFetched) {
     const TempDir profile;
     const host::HeldStore store(profile.String());
     EXPECT_THAT(*store.List(), IsEmpty());
-    const std::string text = Mail("one") + std::string(1, '\0') + "\xFF\r\n.\r\n";
+    const std::string text = HeldText("one") + std::string(1, '\0') + "\xFF\r\n.\r\n";
     ASSERT_EQ(store.Hold(text, SomeRecord("phone"), {}), HoldOutcome::Held);
-    ASSERT_EQ(store.Hold(Mail("two"), SomeRecord("phone", 'b'), {}), HoldOutcome::Held);
+    ASSERT_EQ(store.Hold(HeldText("two"), SomeRecord("phone", 'b'), {}), HoldOutcome::Held);
     const auto all = *store.List();
     EXPECT_THAT(Ids(all), ElementsAre(1, 2));
     EXPECT_EQ(all[0].damage, "");
@@ -130,9 +130,9 @@ TEST(HeldStore, TheSameMessageIsHeldOnceForAllItsAddresses) {
     again.addresses.push_back(SomeRecord("office").addresses.front());
     HeldRecord report = again;
     report.kind = host::HeldKind::Report;
-    ASSERT_EQ(store.Hold(Mail("one"), SomeRecord("phone"), {}), HoldOutcome::Held);
-    ASSERT_EQ(store.Hold(Mail("one"), again, {1, 1}), HoldOutcome::Held) << "takes no room, so no limit applies";
-    ASSERT_EQ(store.Hold(Mail("one"), report, {}), HoldOutcome::Held);
+    ASSERT_EQ(store.Hold(HeldText("one"), SomeRecord("phone"), {}), HoldOutcome::Held);
+    ASSERT_EQ(store.Hold(HeldText("one"), again, {1, 1}), HoldOutcome::Held) << "takes no room, so no limit applies";
+    ASSERT_EQ(store.Hold(HeldText("one"), report, {}), HoldOutcome::Held);
     EXPECT_THAT(Ids(*store.List()), ElementsAre(1, 2));
     EXPECT_THAT(store.Find(1)->addresses,
                 ElementsAre(SomeRecord("phone").addresses.front(), SomeRecord("office").addresses.front()));
@@ -141,21 +141,21 @@ TEST(HeldStore, TheSameMessageIsHeldOnceForAllItsAddresses) {
 TEST(HeldStore, RefusesWhatIsOverALimitBeforeAnythingIsWritten) {
     const TempDir profile;
     const host::HeldStore store(profile.String());
-    const auto bytes = static_cast<std::int64_t>(Mail("one").size());
-    EXPECT_EQ(store.Hold(Mail("one"), SomeRecord("phone"), {1, bytes - 1}), HoldOutcome::AtLimit);
-    EXPECT_EQ(store.Hold(Mail("one"), SomeRecord("phone"), {0, bytes}), HoldOutcome::AtLimit);
+    const auto bytes = static_cast<std::int64_t>(HeldText("one").size());
+    EXPECT_EQ(store.Hold(HeldText("one"), SomeRecord("phone"), {1, bytes - 1}), HoldOutcome::AtLimit);
+    EXPECT_EQ(store.Hold(HeldText("one"), SomeRecord("phone"), {0, bytes}), HoldOutcome::AtLimit);
     EXPECT_FALSE(fs::exists(profile / "held"));
-    EXPECT_EQ(store.Hold(Mail("one"), SomeRecord("phone"), {1, bytes}), HoldOutcome::Held);
-    EXPECT_EQ(store.Hold(Mail("two"), SomeRecord("phone", 'b'), {2, 2 * bytes - 1}), HoldOutcome::AtLimit);
-    EXPECT_EQ(store.Hold(Mail("two"), SomeRecord("phone", 'b'), {1, 2 * bytes}), HoldOutcome::AtLimit);
-    EXPECT_EQ(store.Hold(Mail("two"), SomeRecord("phone", 'b'), {2, 2 * bytes}), HoldOutcome::Held);
+    EXPECT_EQ(store.Hold(HeldText("one"), SomeRecord("phone"), {1, bytes}), HoldOutcome::Held);
+    EXPECT_EQ(store.Hold(HeldText("two"), SomeRecord("phone", 'b'), {2, 2 * bytes - 1}), HoldOutcome::AtLimit);
+    EXPECT_EQ(store.Hold(HeldText("two"), SomeRecord("phone", 'b'), {1, 2 * bytes}), HoldOutcome::AtLimit);
+    EXPECT_EQ(store.Hold(HeldText("two"), SomeRecord("phone", 'b'), {2, 2 * bytes}), HoldOutcome::Held);
 }
 
 TEST(HeldStore, ChangesAndRemovesWhatIsHeld) {
     const TempDir profile;
     const host::HeldStore store(profile.String());
-    ASSERT_EQ(store.Hold(Mail("one"), SomeRecord("phone"), {}), HoldOutcome::Held);
-    ASSERT_EQ(store.Hold(Mail("two"), SomeRecord("phone", 'b'), {}), HoldOutcome::Held);
+    ASSERT_EQ(store.Hold(HeldText("one"), SomeRecord("phone"), {}), HoldOutcome::Held);
+    ASSERT_EQ(store.Hold(HeldText("two"), SomeRecord("phone", 'b'), {}), HoldOutcome::Held);
     HeldRecord record = *store.Find(1);
     record.addresses.front().reply = "451 later";
     EXPECT_TRUE(store.Update(record));
@@ -164,14 +164,14 @@ TEST(HeldStore, ChangesAndRemovesWhatIsHeld) {
     EXPECT_TRUE(store.Remove(1));
     EXPECT_THAT(Ids(*store.List()), ElementsAre(2));
     EXPECT_FALSE(fs::exists(profile / "held/1.mail"));
-    EXPECT_EQ(store.Text(2), Mail("two"));
+    EXPECT_EQ(store.Text(2), HeldText("two"));
 }
 
 TEST(HeldStore, ADamagedRecordIsShownAndItsMessageStays) {
     const TempDir profile;
     const host::HeldStore store(profile.String());
     for (const char digest : {'a', 'b', 'c'}) {
-        ASSERT_EQ(store.Hold(Mail("one"), SomeRecord("phone", digest), {}), HoldOutcome::Held);
+        ASSERT_EQ(store.Hold(HeldText("one"), SomeRecord("phone", digest), {}), HoldOutcome::Held);
     }
     WriteFile(profile / "held/1.def", "");
     fs::remove(profile / "held/2.mail");
@@ -181,17 +181,17 @@ TEST(HeldStore, ADamagedRecordIsShownAndItsMessageStays) {
     ASSERT_THAT(Ids(all), ElementsAre(1, 2, 3));
     EXPECT_EQ(all[0].damage, "its record has no usable \"version\"");
     EXPECT_EQ(all[1].damage, "the message itself is missing");
-    EXPECT_EQ(all[2].damage, "the message has 3 bytes instead of " + std::to_string(Mail("one").size()));
-    EXPECT_EQ(store.Text(1), Mail("one"));
+    EXPECT_EQ(all[2].damage, "the message has 3 bytes instead of " + std::to_string(HeldText("one").size()));
+    EXPECT_EQ(store.Text(1), HeldText("one"));
     // None of them passes for the message.
-    ASSERT_EQ(store.Hold(Mail("one"), SomeRecord("phone", 'c'), {}), HoldOutcome::Held);
-    EXPECT_EQ(store.Text(4), Mail("one"));
+    ASSERT_EQ(store.Hold(HeldText("one"), SomeRecord("phone", 'c'), {}), HoldOutcome::Held);
+    EXPECT_EQ(store.Text(4), HeldText("one"));
 }
 
 TEST(HeldStore, CleansUpWhatDoesNotCountAndNothingElse) {
     const TempDir profile;
     const host::HeldStore store(profile.String());
-    ASSERT_EQ(store.Hold(Mail("one"), SomeRecord("phone"), {}), HoldOutcome::Held);
+    ASSERT_EQ(store.Hold(HeldText("one"), SomeRecord("phone"), {}), HoldOutcome::Held);
     for (const char* const name : {"1.def.tmp", "7.mail", "8.def.tmp", "note.txt", "0.mail", "01.mail"}) {
         WriteFile(profile.Path() / "held" / name, "x");
     }

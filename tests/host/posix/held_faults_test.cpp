@@ -46,11 +46,11 @@ HeldRecord WithSecondAddress(char digest) {
 }
 
 bool AddSecondAddress(const HeldStore& store) {
-    return store.Hold(Mail("a"), WithSecondAddress('a'), {}) == HoldOutcome::Held;
+    return store.Hold(HeldText("a"), WithSecondAddress('a'), {}) == HoldOutcome::Held;
 }
 
 bool HoldNew(const HeldStore& store) {
-    return store.Hold(Mail("new"), SomeRecord("phone", 'n'), {}) == HoldOutcome::Held;
+    return store.Hold(HeldText("new"), SomeRecord("phone", 'n'), {}) == HoldOutcome::Held;
 }
 
 void ExpectNew(const HeldStore& store) {
@@ -58,7 +58,7 @@ void ExpectNew(const HeldStore& store) {
     ASSERT_TRUE(all && !all->empty());
     EXPECT_EQ(all->back().digest, std::string(32, 'n'));
     EXPECT_EQ(all->back().damage, "");
-    EXPECT_EQ(store.Text(all->back().id), Mail("new"));
+    EXPECT_EQ(store.Text(all->back().id), HeldText("new"));
 }
 
 void ExpectTwoAddresses(const HeldStore& store) {
@@ -73,7 +73,7 @@ const std::vector<Change> kChanges = {
      [](const HeldStore& store) {
          HeldRecord record = WithSecondAddress('a');
          record.id = 1;
-         record.bytes = static_cast<std::int64_t>(Mail("a").size());
+         record.bytes = static_cast<std::int64_t>(HeldText("a").size());
          return store.Update(record);
      },
      ExpectTwoAddresses},
@@ -87,7 +87,7 @@ const std::vector<Change> kChanges = {
 void HoldSome(const HeldStore& store, int count) {
     for (char letter = 'a'; letter < 'a' + count; ++letter) {
         const HeldRecord record = SomeRecord("phone", letter);
-        ASSERT_EQ(store.Hold(Mail(std::string(1, letter)), record, {}), HoldOutcome::Held);
+        ASSERT_EQ(store.Hold(HeldText(std::string(1, letter)), record, {}), HoldOutcome::Held);
     }
 }
 
@@ -99,7 +99,7 @@ void ExpectWhole(const HeldStore& store, const Change& change) {
     for (const HeldRecord& record : *all) {
         EXPECT_EQ(record.damage, "");
         const std::string subject = record.digest.starts_with('n') ? "new" : record.digest.substr(0, 1);
-        EXPECT_EQ(store.Text(record.id), Mail(subject));
+        EXPECT_EQ(store.Text(record.id), HeldText(subject));
     }
     for (int id = change.name == std::string("a removal") ? 2 : 1; id <= change.before; ++id) {
         EXPECT_TRUE(store.Find(id)) << id;
@@ -192,7 +192,7 @@ TEST(HeldFaults, AKillLeavesAMessageWholeOrWithoutWhatMakesItCount) {
 TEST(HeldStore, IsItsOwnersAlone) {
     const TempDir profile;
     const mode_t old_mask = umask(0);
-    const HoldOutcome outcome = HeldStore(profile.String()).Hold(Mail("one"), SomeRecord("phone"), {});
+    const HoldOutcome outcome = HeldStore(profile.String()).Hold(HeldText("one"), SomeRecord("phone"), {});
     umask(old_mask);
     ASSERT_EQ(outcome, HoldOutcome::Held);
     EXPECT_EQ(fs::status(profile / "held").permissions(), fs::perms::owner_all);
