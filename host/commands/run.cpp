@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,6 +21,7 @@
 #include "host/commands/progress.h"
 #include "host/commands/submit.h"
 #include "host/rules/held_work.h"
+#include "host/rules/ruled_runs.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -46,20 +48,6 @@ struct Options {
     bool ShowsProgress() const { return !quiet && CanRedraw(); }
 };
 
-// False when a signal ended the wait.
-bool WaitForWorkers(CRootPath& root, bool show_progress) {
-    Progress progress;
-    while (!root.WaitThread(kPollMs)) {
-        if (CaughtSignal() != 0) return false;
-        if (show_progress) progress.Show(RunsNow(root));
-    }
-    return true;
-}
-
-bool Runs(const CRootPath& root, const CPopProfile& profile) {
-    return std::ranges::any_of(root.running_copies, [&](const auto& copy) { return copy->path == profile.path; });
-}
-
 CommandError CannotUse(const std::string& directory, const std::string& why) {
     return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
 }
@@ -68,7 +56,7 @@ CommandError CannotUse(const std::string& directory, const std::string& why) {
 class Runner {
 public:
     Runner(const std::string& directory, const Options& options)
-        : options_(options), history_(directory, [](const std::string& sentence) { PrintNote(sentence); }) {
+        : options_(options), history_(directory, PrintNote), rules_(directory, PrintNote) {
         if (const std::string trouble = LoadTree(root_, directory); !trouble.empty())
             throw CannotUse(directory, trouble);
         chosen_ = ChosenProfiles(root_, options.names);
@@ -76,17 +64,15 @@ public:
     }
 
     int Run() {
-        for (const NamedProfile& named : chosen_) StartIfWanted(*named.user, *named.profile);
-        const bool done = WaitForWorkers(root_, options_.ShowsProgress());
+        for (const NamedProfile& named : chosen_) QueueIfWanted(*named.user, *named.profile);
+        const bool done = RunQueue();
         if (!done) {
             InterruptRuns(root_);
             root_.WaitThread(-1);
-        }
-        for (const auto& copy : root_.running_copies) {
-            history_.Add(copy->path, RunThatEnded(*copy));
-            troubles_.AddEnd(ShownName(root_, copy->path), copy->result);
+            TakeEnded();
         }
         if (!done) return kSignalExit + CaughtSignal();
+        for (const NamedProfile& named : chosen_) AddLastEnd(*named.profile);
         if (!options_.quiet) Print();
         for (const NamedProfile& named : chosen_) TryHeld(*named.user, *named.profile);
         if (CaughtSignal() != 0) return kSignalExit + CaughtSignal();
@@ -95,18 +81,72 @@ public:
     }
 
 private:
-    void StartIfWanted(const CUser& user, CPopProfile& profile) {
+    void QueueIfWanted(const CUser& user, CPopProfile& profile) {
         const bool is_due = options_.now || profile.NextDue() <= std::time(nullptr);
         const bool wanted = is_due && IsSwitchedOn(user, profile);
         const std::string why = wanted ? WhyNotRunnable(profile) : WhyUnreadable(profile);
         if (!why.empty()) return troubles_.Add(ShownName(root_, profile.path), why, kCannotWrite);
-        if (!wanted || StartRun(root_, profile) == CStartResult::Started) return;
-        history_.Add(profile.path, RunThatCouldNotBegin());
-        troubles_.AddEnd(ShownName(root_, profile.path), RunThatCouldNotBegin().result);
+        if (!wanted) return;
+        if (const std::string kept = rules_.WhyNotNow(profile, options_.now); !kept.empty()) {
+            kept_back_[profile.path] = kept;
+        } else {
+            queue_.push_back(&profile);
+        }
+    }
+
+    // False when a signal ended it.
+    bool RunQueue() {
+        Progress progress;
+        for (;;) {
+            StartQueued();
+            const bool all_ended = root_.WaitThread(kPollMs) != 0;
+            if (CaughtSignal() != 0) return false;
+            TakeEnded();
+            if (all_ended && queue_.empty()) return true;
+            if (options_.ShowsProgress()) progress.Show(RunsNow(root_));
+            rules_.EndLongRuns(root_);
+        }
+    }
+
+    void StartQueued() {
+        std::erase_if(queue_, [this](CPopProfile* profile) {
+            if (!rules_.HasRoomFor(root_, *profile)) return false;
+            if (rules_.Start(root_, *profile) == CStartResult::Started) return true;
+            history_.Add(profile->path, RunThatCouldNotBegin());
+            troubles_.AddEnd(ShownName(root_, profile->path), RunThatCouldNotBegin().result);
+            return true;
+        });
+    }
+
+    void TakeEnded() {
+        std::erase_if(root_.running_copies, [this](auto& copy) {
+            if (copy->worker_thread.load()) return false;
+            ended_.push_back(std::move(copy));
+            TellEnd(*ended_.back());
+            return true;
+        });
+    }
+
+    void TellEnd(CPopProfile& copy) {
+        const bool goes_on = rules_.Finish(copy) == NextRun::AtOnce;
+        history_.Add(copy.path, RunThatEnded(copy));
+        if (!goes_on) return;
+        const auto of_copy = [&copy](const NamedProfile& named) { return named.profile->path == copy.path; };
+        queue_.push_back(std::ranges::find_if(chosen_, of_copy)->profile);
+    }
+
+    void AddLastEnd(const CPopProfile& profile) {
+        const auto is_of_profile = [&](const auto& copy) { return copy->path == profile.path; };
+        const auto last = std::find_if(ended_.rbegin(), ended_.rend(), is_of_profile);
+        if (last != ended_.rend()) troubles_.AddEnd(ShownName(root_, profile.path), (*last)->result);
+    }
+
+    bool HasRun(const CPopProfile& profile) const {
+        return std::ranges::any_of(ended_, [&](const auto& copy) { return copy->path == profile.path; });
     }
 
     // What was set aside and is due. It says nothing about the runs, so it does not change how the command ends.
-    void TryHeld(const CUser& user, const CPopProfile& profile) const {
+    void TryHeld(const CUser& user, const CPopProfile& profile) {
         const CTime now = std::time(nullptr);
         CTime next_look = 0;
         if (CaughtSignal() != 0 || !IsSwitchedOn(user, profile) || !WhyUnreadable(profile).empty()) return;
@@ -115,7 +155,7 @@ private:
         CPopProfile copy;
         copy = profile;
         Reply reply;
-        const HeldSendingOptions options{now, [] { return CaughtSignal() != 0; }, nullptr,
+        const HeldSendingOptions options{now, [] { return CaughtSignal() != 0; }, &rules_.Memory(),
                                          EndOfDataSeconds(root_, profile)};
         const int code = TellHeld(SendHeld(copy, due, options), due.size(), reply);
         const std::string heading = ShownName(root_, profile.path) + ": held mail was tried again";
@@ -125,10 +165,17 @@ private:
 
     // Also why those that were named did not run.
     void Print() const {
-        for (const auto& copy : root_.running_copies) std::cout << ReportOf(*copy);
-        if (options_.names.empty() && root_.running_copies.empty() && troubles_.code == kDone) std::cout << kNothingDue;
         for (const NamedProfile& named : chosen_) {
-            const bool told = options_.names.empty() || Runs(root_, *named.profile);
+            for (const auto& copy : ended_) {
+                if (copy->path == named.profile->path) std::cout << ReportOf(*copy);
+            }
+        }
+        for (const auto& [path, why] : kept_back_) std::cout << ShownName(root_, path) << ": " << why << '\n';
+        const bool nothing = ended_.empty() && kept_back_.empty() && troubles_.code == kDone;
+        if (options_.names.empty() && nothing) std::cout << kNothingDue;
+        for (const NamedProfile& named : chosen_) {
+            const CPopProfile& profile = *named.profile;
+            const bool told = options_.names.empty() || HasRun(profile) || kept_back_.contains(profile.path);
             if (!told && WhyUnreadable(*named.profile).empty())
                 std::cout << WhyItDoesNotRun(root_, *named.user, *named.profile);
         }
@@ -136,8 +183,12 @@ private:
 
     const Options& options_;
     HistoryWriter history_;
-    CRootPath root_;
+    RuledRuns rules_;
+    CRootPath root_;  // after the rules, which its runs ask
     std::vector<NamedProfile> chosen_;
+    std::vector<CPopProfile*> queue_;  // to be started
+    std::vector<std::unique_ptr<CPopProfile>> ended_;
+    std::map<CString, std::string> kept_back_;  // why, by path
     RunTroubles troubles_;
 };
 

@@ -28,6 +28,7 @@ constexpr std::array kEndings = {
     Worded{CRunEnding::Delivered, "delivered"sv},
     Worded{CRunEnding::DeliveryFailed, "delivery failed"sv},
     Worded{CRunEnding::Exception, "exception"sv},
+    Worded{CRunEnding::KeptBack, "kept back"sv},
 };
 constexpr std::array kClasses = {
     Worded{CFailureClass::None, "none"sv},           Worded{CFailureClass::Permanent, "permanent"sv},
@@ -75,6 +76,7 @@ bool IsFailure(CRunEnding ending) {
         case CRunEnding::NobodyTakesPart:
         case CRunEnding::NothingNew:
         case CRunEnding::Delivered:
+        case CRunEnding::KeptBack:
             return false;
         default:
             return true;
@@ -125,6 +127,11 @@ std::string HowItEnded(const CRunResult& result, std::int64_t failed_in_a_row, s
         text = "forwarded " + ShowCount(result.messages_delivered, "message");
         if (result.copies != result.messages_delivered) text += " (" + std::to_string(result.copies) + " copies)";
     }
+    if (result.ending == CRunEnding::KeptBack) text = "kept back by a rule";
+    if (result.copies_set_aside > 0)
+        text += ", set aside " + std::to_string(result.copies_set_aside) +
+                (result.copies_set_aside == 1 ? " copy" : " copies");
+    if (result.messages_put_off > 0) text += ", left " + std::to_string(result.messages_put_off) + " for the next run";
     if (result.messages_not_fetched > 0) text += ", could not fetch " + std::to_string(result.messages_not_fetched);
     return text;
 }

@@ -76,6 +76,14 @@ std::string Headline(const RunRequest& request) {
     return OneLineOfUtf8(text, kHeadlineColumns) + (request.now ? " --now" : "");
 }
 
+bool EndsRuns(const EditRequest& request) {
+    const bool of_profiles = request.kind == EditKind::User || request.kind == EditKind::Profile;
+    if (!of_profiles) return false;
+    if (request.verb == EditVerb::Remove) return true;
+    const auto status = request.values.find("status");
+    return request.verb == EditVerb::Set && status != request.values.end() && status->second == "off";
+}
+
 bool IsDue(const CUser& user, const CPopProfile& profile) {
     return profile.NextDue() <= std::time(nullptr) && IsSwitchedOn(user, profile);
 }
@@ -86,6 +94,7 @@ Service::Service(std::string directory, std::chrono::microseconds every)
     : directory_(std::move(directory)),
       every_(every),
       lock_(TakeRoot(directory_)),
+      rules_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
       server_(directory_),
       history_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }) {
     OpenTree(root_, directory_);
@@ -128,6 +137,7 @@ void Service::ReapEndedRuns() {
     for (const auto& copy : ended) {
         running_.erase(copy->path);
         next_held_look_.erase(copy->path);
+        RunAgain(copy->path, rules_.Finish(*copy));
         TellEnd(copy->path, RunThatEnded(*copy));
         HandOver(*copy);
     }
@@ -139,6 +149,7 @@ void Service::ReapEndedRuns() {
 
 void Service::Tick() {
     StartDueHeld();
+    rules_.EndLongRuns(root_);
     StartDueRuns();
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
@@ -149,17 +160,54 @@ void Service::Tick() {
 void Service::StartDueRuns() {
     if (!HasRoot()) return;
     RetryLeftOut();
-    ForEachProfile([this](const CUser& user, CPopProfile& profile) {
+    std::vector<CPopProfile*> wanted;
+    ForEachProfile([&](const CUser& user, CPopProfile& profile) {
         if (running_.contains(profile.path)) {
             profile.JudgeDoOperation();  // one that is due while it runs waits an interval more (B1)
-        } else if (IsDue(user, profile) && MayRun(profile) && profile.JudgeDoOperation()) {
-            Start(profile);
+        } else if (IsWanted(user, profile) && MayRun(profile) && LetsRun(profile, false)) {
+            wanted.push_back(&profile);
         }
     });
+    // Where there is not room for all, whoever has waited longest comes first.
+    std::ranges::stable_sort(wanted, {}, [](const CPopProfile* profile) { return profile->NextDue(); });
+    for (CPopProfile* const profile : wanted) {
+        if (rules_.HasRoomFor(root_, *profile)) Start(*profile);
+    }
+}
+
+bool Service::IsWanted(const CUser& user, const CPopProfile& profile) const {
+    if (IsDue(user, profile)) return true;
+    const auto soon = soon_.find(profile.path);
+    return soon != soon_.end() && soon->second <= Clock::now() && IsSwitchedOn(user, profile);
+}
+
+// Says once why a rule does not.
+bool Service::LetsRun(const CPopProfile& profile, bool asked) {
+    const std::string why = rules_.WhyNotNow(profile, asked);
+    if (why.empty()) {
+        held_up_.erase(profile.path);
+    } else if (std::exchange(held_up_[profile.path], why) != why) {
+        log_.Warn(Name(profile.path) + ": " + why);
+    }
+    return why.empty();
+}
+
+// After a failure that may pass there is one early run, not one after the other.
+void Service::RunAgain(const CString& path, NextRun next) {
+    soon_.erase(path);
+    if (next != NextRun::InAMinute) {
+        retried_.erase(path);
+    } else if (!retried_.insert(path).second) {
+        return;
+    }
+    if (next == NextRun::WhenDue) return;
+    soon_[path] = Clock::now() + (next == NextRun::AtOnce ? 0s : 60s);
+    if (next == NextRun::AtOnce) next_tick_ = Clock::now();
 }
 
 bool Service::Start(CPopProfile& profile) {
-    const bool started = StartRun(root_, profile) == CStartResult::Started;
+    soon_.erase(profile.path);
+    const bool started = rules_.Start(root_, profile) == CStartResult::Started;
     if (started) {
         running_.insert(profile.path);
         log_.Say(Name(profile.path) + ": run started");
@@ -244,13 +292,17 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
 void Service::StartIfWanted(const CUser& user, CPopProfile& profile, const RunRequest& request,
                             ControlClient::AwaitedRuns& awaited) {
     const bool wanted = request.now ? IsSwitchedOn(user, profile) : IsDue(user, profile);
-    if (!running_.contains(profile.path) && wanted && MayRun(profile) && !Start(profile)) {
+    const bool may_start =
+        !running_.contains(profile.path) && wanted && MayRun(profile) && LetsRun(profile, request.now);
+    if (may_start && !Start(profile)) {
         return awaited.troubles.AddEnd(Name(profile.path), RunThatCouldNotBegin().result);
     }
     if (running_.contains(profile.path)) {
         awaited.paths.insert(profile.path);
     } else if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
         awaited.troubles.Add(Name(profile.path), left_out->second, kCannotWrite);
+    } else if (const auto held_up = held_up_.find(profile.path); wanted && held_up != held_up_.end()) {
+        awaited.printed += Name(profile.path) + ": " + held_up->second + '\n';
     } else if (!request.names.empty()) {
         awaited.printed += WhyItDoesNotRun(root_, user, profile);
     }
@@ -313,7 +365,15 @@ bool Service::HasToWait(const EditRequest& request, CString& running) {
     if (first == touched.end()) return false;
     running = *first;
     wanted_.insert(touched.begin(), touched.end());
+    if (EndsRuns(request)) EndRuns(touched);
     return true;
+}
+
+// What the edit would take away, or switch off, is not waited for.
+void Service::EndRuns(const std::vector<CString>& paths) {
+    for (const auto& copy : root_.running_copies) {
+        if (rules_.HasRules(copy->path) && std::ranges::count(paths, copy->path) != 0) InterruptRun(*copy);
+    }
 }
 
 void Service::Reload() {
@@ -400,6 +460,7 @@ void Service::TellEnd(const CString& path, const PastRun& run) {
 
 ServiceReport Service::Report() {
     ServiceReport report{RunsNow(root_), {}};
+    for (const auto& [path, why] : held_up_) report.troubles[Name(path)] = why;
     for (const auto& [path, why] : left_out_) report.troubles[Name(path)] = "left out, " + why;
     return report;
 }

@@ -14,6 +14,7 @@
 
 #include "host/edit/root_lock.h"
 #include "host/history/history.h"
+#include "host/rules/ruled_runs.h"
 #include "host/service/posix/control_server.h"
 #include "host/service/posix/held_sender.h"
 #include "host/service/posix/service_log.h"
@@ -45,6 +46,9 @@ private:
     void BeginHeld(ControlClient& client, const HeldRequest& request);
     bool IsBusy(const CString& profile) const;  // it is being run, or its held mail is being sent
     bool Start(CPopProfile& profile);
+    void RunAgain(const CString& path, NextRun next);
+    bool IsWanted(const CUser& user, const CPopProfile& profile) const;
+    bool LetsRun(const CPopProfile& profile, bool asked);
     void StartIfWanted(const CUser& user, CPopProfile& profile, const RunRequest& request,
                        ControlClient::AwaitedRuns& awaited);
     void AnswerClients();
@@ -62,6 +66,7 @@ private:
     void LeaveOut(const CString& path, const std::string& why);
     void FindUnreadable();
     void TellRemarks();
+    void EndRuns(const std::vector<CString>& paths);
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
     void TellEnd(const CString& path, const PastRun& run);
@@ -75,15 +80,19 @@ private:
     ServiceLog log_;
     const ServiceManager manager_;
     const RootLock lock_;
-    CRootPath root_;
+    RuledRuns rules_;
+    CRootPath root_;  // after the rules, which its runs ask
     ControlServer server_;
     HistoryWriter history_;
 
     std::set<CString> running_;  // profiles whose start has been logged and whose end has not
     std::set<CString> wanted_;   // profiles that an edit, or a request about held mail, waits for
     std::map<CString, std::unique_ptr<HeldSender>> senders_;
-    std::map<CString, CTime> next_held_look_;  // profiles whose held mail is of no interest before that
-    std::map<CString, std::string> left_out_;  // why, by the paths of the profiles that are not run
+    std::map<CString, CTime> next_held_look_;    // profiles whose held mail is of no interest before that
+    std::map<CString, std::string> left_out_;    // why, by the paths of the profiles that are not run
+    std::map<CString, Clock::time_point> soon_;  // profiles that a rule wants to run again before they are due
+    std::set<CString> retried_;                  // profiles whose next failure is not followed by such a run
+    std::map<CString, std::string> held_up_;     // why a rule keeps a profile from running now
     bool has_root_ = true;
     bool look_at_clients_ = false;
     bool stopping_ = false;

@@ -73,7 +73,7 @@ protected:
                                                         CFailureClass::Permanent, "554 5.7.1 spam\x07", kNow));
             record.addresses.back().next_try = next_try;
         }
-        ASSERT_EQ(Store().Hold(Mail(subject), record, {}), host::HoldOutcome::Held);
+        ASSERT_EQ(Store().Hold(HeldText(subject), record, {}), host::HoldOutcome::Held);
     }
 
     host::HeldStore Store() const { return host::HeldStore(path_); }

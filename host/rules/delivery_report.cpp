@@ -1,0 +1,79 @@
+// Recognises delivery reports by their header, and the address by the lines that name a failed recipient.
+
+#include "host/rules/delivery_report.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <string>
+
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+// What comes after these in a report is mostly the message itself.
+constexpr std::size_t kMostSearchedBytes = std::size_t{64} << 10;
+
+std::string Lower(std::string_view text) {
+    std::string lower(text);
+    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
+}
+
+// The value of a field of a header in lower case, with its continuation lines; empty when it is not there.
+std::string Field(std::string_view lower_header, const std::string& name) {
+    const std::size_t at = lower_header.find("\r\n" + name + ':');
+    if (at == std::string_view::npos) return {};
+    const std::size_t begin = at + name.size() + 3;
+    std::size_t end = lower_header.find("\r\n", begin);
+    while (end != std::string_view::npos && end + 2 < lower_header.size() &&
+           (lower_header[end + 2] == ' ' || lower_header[end + 2] == '\t')) {
+        end = lower_header.find("\r\n", end + 2);
+    }
+    return std::string(lower_header.substr(begin, end == std::string_view::npos ? end : end - begin));
+}
+
+bool IsMultipartReport(std::string_view header) {
+    return Field(header, "content-type").find("multipart/report") != std::string::npos;
+}
+
+bool IsAutomaticFromNobody(std::string_view header) {
+    const std::string answered = Field(header, "auto-submitted");
+    const bool automatic = !answered.empty() && answered.find("no") == std::string::npos;
+    return automatic && Field(header, "return-path").find("<>") != std::string::npos;
+}
+
+// Whether it stands there as a whole, not as the end or the beginning of another address.
+bool Names(std::string_view text, const std::string& address) {
+    const auto is_part = [&](std::size_t at) {
+        return at < text.size() && (std::isalnum(static_cast<unsigned char>(text[at])) ||
+                                    std::string_view("_-+=").find(text[at]) != std::string_view::npos);
+    };
+    for (std::size_t at = text.find(address); at != std::string_view::npos; at = text.find(address, at + 1)) {
+        const std::size_t end = at + address.size();
+        const bool goes_on = is_part(end) || (end < text.size() && text[end] == '.' && is_part(end + 1));
+        if (!goes_on && (at == 0 || (!is_part(at - 1) && text[at - 1] != '.'))) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+std::optional<CString> ReportedAddress(std::string_view message, std::span<const CString> addresses) {
+    const std::size_t header_end = message.find("\r\n\r\n", message.starts_with("\r\n") ? 2 : 0);
+    if (header_end == std::string_view::npos) return std::nullopt;
+    std::string header = Lower(message.substr(0, header_end));
+    if (!header.starts_with("\r\n")) header.insert(0, "\r\n");
+    if (!IsMultipartReport(header) && !IsAutomaticFromNobody(header)) return std::nullopt;
+
+    const std::string body = Lower(message.substr(header_end, kMostSearchedBytes));
+    for (const CString& address : addresses) {
+        const std::string mailbox = Lower(RecipientOf(address));
+        if (mailbox.empty()) continue;
+        if (Names(body, mailbox) || Names(Field(header, "x-failed-recipients"), mailbox)) return address;
+    }
+    return std::nullopt;
+}
+
+}  // namespace tarvex::host

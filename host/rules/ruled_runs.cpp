@@ -1,0 +1,78 @@
+// Gives each run its rules, and keeps the crowd of runs within its limits.
+
+#include "host/rules/ruled_runs.h"
+
+#include <algorithm>
+#include <ctime>
+#include <utility>
+
+#include "host/system/display.h"
+#include "host/terminal/wording.h"
+
+namespace tarvex::host {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr std::int64_t kMiB = std::int64_t{1} << 20;
+
+}  // namespace
+
+RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell) : memory_(root, std::move(tell)) {}
+
+CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
+    const std::optional<HostRules> rules = RulesOf(profile);
+    if (!rules) return StartRun(root, profile);
+    budget_.SetLimit(rules->servicesize * kMiB);
+    Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_),
+            SteadyClock::now() + std::chrono::minutes(rules->runtime)};
+    RunRules* const guard = run.rules.get();
+    const CStartResult result = StartRun(root, profile, guard);
+    if (result == CStartResult::Started) runs_.insert_or_assign(profile.path, std::move(run));
+    return result;
+}
+
+NextRun RuledRuns::Finish(CPopProfile& copy) {
+    const auto run = runs_.find(copy.path);
+    if (run == runs_.end()) return NextRun::WhenDue;
+    const NextRun next = run->second.rules->Finish(copy.result);
+    runs_.erase(run);
+    return next;
+}
+
+std::string RuledRuns::WhyNotNow(const CPopProfile& profile, bool asked) {
+    const std::optional<HostRules> rules = RulesOf(profile);
+    if (!rules) return {};
+    ProfileMemory memory = memory_.Of(profile.path);
+    if (rules->floodguard && memory.IsWaiting()) {
+        const std::map<CString, Note> notes = memory.Notes(Matter::Waiting);
+        const std::string why = notes.empty() ? std::string() : ShowText(notes.begin()->second.words);
+        return "waits for `tarvex accept`: " + why;
+    }
+    if (rules->backoff && !asked && !memory.MayLogIn(std::time(nullptr))) return "waits, because its logins failed";
+    return {};
+}
+
+bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) const {
+    const std::optional<HostRules> rules = RulesOf(profile);
+    if (!rules) return true;
+    int all = 0;
+    int at_mailbox = 0;
+    int at_relay = 0;
+    for (const auto& copy : root.running_copies) {
+        if (!copy->worker_thread.load()) continue;
+        ++all;
+        at_mailbox += copy->setting.popserver == profile.setting.popserver ? 1 : 0;
+        at_relay += copy->setting.smtpserver == profile.setting.smtpserver ? 1 : 0;
+    }
+    return all < rules->allruns && std::max(at_mailbox, at_relay) < rules->serverruns;
+}
+
+void RuledRuns::EndLongRuns(CRootPath& root) {
+    for (const auto& copy : root.running_copies) {
+        const auto run = runs_.find(copy->path);
+        if (run != runs_.end() && SteadyClock::now() >= run->second.ends) InterruptRun(*copy);
+    }
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,53 @@
+#pragma once
+
+// The rules of one tree, for the process that runs its profiles: what the runs share, and when which of them may start.
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "host/rules/run_rules.h"
+
+namespace tarvex::host {
+
+// Belongs to the thread that owns the root, and must outlive its runs.
+class RuledRuns {
+public:
+    // `tell` hears what is wrong with the memory; see RuleMemory.
+    RuledRuns(const std::string& root, RuleMemory::Tell tell);
+
+    // As StartRun, by the profile's rules where the tree has some. Throws CommandError when a host.def cannot be read;
+    // nothing is started then.
+    CStartResult Start(CRootPath& root, CPopProfile& profile);
+
+    // For a copy whose worker has finished: remembers what follows from its run, and completes its result.
+    NextRun Finish(CPopProfile& copy);
+
+    // Why a rule keeps the profile from running now, though it may be due; empty when none does. What ends by itself
+    // does not keep a person from it (`asked`).
+    std::string WhyNotNow(const CPopProfile& profile, bool asked);
+
+    // Whether there is room for one more run with these servers.
+    bool HasRoomFor(const CRootPath& root, const CPopProfile& profile) const;
+
+    // Whether the run of the profile that is under way is one by rules.
+    bool HasRules(const CString& profile_path) const { return runs_.contains(profile_path); }
+
+    // Ends the runs that have taken longer than their rules allow.
+    void EndLongRuns(CRootPath& root);
+
+    RuleMemory& Memory() { return memory_; }
+
+private:
+    struct Run {
+        std::unique_ptr<RunRules> rules;
+        std::chrono::steady_clock::time_point ends;
+    };
+
+    RuleMemory memory_;
+    ByteBudget budget_{0};
+    std::map<CString, Run> runs_;  // by the profile's path
+};
+
+}  // namespace tarvex::host

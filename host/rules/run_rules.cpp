@@ -1,0 +1,380 @@
+// The answers of the host's rules, in the order in which a run asks.
+//
+// The rule of the house decides where two rules meet: a message may go out twice, but it is never lost. So what is not
+// sent is in the folder held/ before its id is noted, and what cannot be set aside ends the run as it always did.
+
+#include "host/rules/run_rules.h"
+
+#include <algorithm>
+#include <ctime>
+#include <vector>
+
+#include "host/rules/delivery_report.h"
+#include "host/rules/held_sending.h"
+#include "host/terminal/wording.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::int64_t kMiB = std::int64_t{1} << 20;
+constexpr int kServersFault = 3;   // messages in a row that are refused with the same words
+constexpr int kSetAsideAfter = 2;  // refusals of one copy in a row, for the time being
+
+std::string FolderOf(const CForwardAddress& address) {
+    return address.path.substr(address.path.find_last_of("\\/") + 1);
+}
+
+CRunStage StageOf(int step) {
+    switch (step) {
+        case PROBE_FIND_SERVER:
+        case PROBE_CONNECT:
+            return CRunStage::Connect;
+        case PROBE_TLS:
+            return CRunStage::Tls;
+        case PROBE_LOGIN:
+            return CRunStage::Login;
+        default:
+            return CRunStage::Greeting;
+    }
+}
+
+// Why the SMTP server is not ready for mail; nothing when it is.
+std::optional<CRunFailure> WhyNoSmtp(const CPopProfileSetting& setting) {
+    CSmtpTrial trial;
+    if (TrySmtp(setting, &trial) != 0 || trial.steps.empty()) return std::nullopt;
+    const CProbeStep& failed = trial.steps.back();
+    CRunFailure failure;
+    failure.stage = StageOf(failed.kind);
+    failure.failure_class = failed.failure == PROBE_TIMED_OUT ? CFailureClass::TimeOut : CFailureClass::Connection;
+    (failed.failure == PROBE_REFUSED ? failure.reply : failure.reason) = failed.text;
+    if (failed.failure == PROBE_REFUSED)
+        failure.failure_class = failed.text.starts_with('5') ? CFailureClass::Permanent : CFailureClass::Transient;
+    return failure;
+}
+
+// Another run may do better without anybody's help.
+bool MayPass(CFailureClass failure_class) {
+    return failure_class == CFailureClass::Transient || failure_class == CFailureClass::Connection ||
+           failure_class == CFailureClass::TimeOut;
+}
+
+}  // namespace
+
+CTime RunRules::CurrentTime() { return std::time(nullptr); }
+
+RunRules::RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemory& memory, ByteBudget& budget,
+                   Clock clock)
+    : rules_(rules),
+      interval_s_(IntervalSeconds(profile.setting.timer)),
+      memory_(memory),
+      profile_memory_(memory.Of(profile.path)),
+      budget_(budget),
+      store_(profile.path),
+      clock_(std::move(clock)) {}
+
+RunRules::~RunRules() { budget_.GiveBack(taken_bytes_); }
+
+// ---- before anything is fetched
+
+// While SMTP is down nothing is fetched for nothing.
+bool RunRules::Begins(const CPopProfile& profile) {
+    if (profile_memory_.IsWaiting()) return false;
+    if (rules_.backoff && profile_memory_.HasSmtpFailed()) kept_back_ = WhyNoSmtp(profile.setting);
+    return !kept_back_;
+}
+
+bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) {
+    std::unordered_set<std::string_view> ids;
+    std::vector<CString> uidls;
+    for (const CMailOnServer& mail : listing) {
+        if (mail.uidl.empty()) continue;
+        if (!ids.insert(mail.uidl).second) {
+            twice_.emplace(mail.uidl);
+        } else {
+            uidls.emplace_back(mail.uidl);
+        }
+    }
+    if (rules_.floodguard && HasFlood(profile, listing)) return false;
+    profile_memory_.Seen(uidls, Now());
+    not_fetched_before_ = profile_memory_.Notes(Matter::NotFetched);
+    if (const auto records = store_.List()) {
+        for (const HeldRecord& record : *records) {
+            for (const HeldAddress& waiting : record.addresses) held_.emplace(record.digest, waiting.folder);
+        }
+    }
+    return true;
+}
+
+// Ids of which four fifths have gone cannot be trusted to tell what is new. What an address was sent can: then the run
+// goes on, and its messages are known by their bytes.
+bool RunRules::HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing) {
+    if (profile_memory_.TakeAnswer() == WaitAnswer::Send) return false;
+    for (const auto& address : profile.forward_addresses) {
+        if (!address->takes_part || address->uidls.empty()) continue;
+        const std::unordered_set<std::string_view> known(address->uidls.begin(), address->uidls.end());
+        const auto still_there = static_cast<std::size_t>(
+            std::ranges::count_if(listing, [&](const CMailOnServer& mail) { return known.contains(mail.uidl); }));
+        const std::size_t fresh = listing.size() - still_there;
+        const std::size_t gone = known.size() - std::min(known.size(), still_there);
+        if (fresh <= static_cast<std::size_t>(rules_.floodlimit) || gone * 5 < known.size() * 4) continue;
+        if (rules_.sentonce && profile_memory_.HasSentAny(address->setting.address)) continue;
+        profile_memory_.Wait("the server lists " + ShowCount(fresh, "message") + " that " + address->setting.address +
+                                 " would get, and " + std::to_string(gone) + " of the " +
+                                 ShowCount(known.size(), "message") + " that it had are gone",
+                             Now());
+        return true;
+    }
+    return false;
+}
+
+bool RunRules::IsHandled(const CPopProfile& /*profile*/, const CMailOnServer& mail, bool received) {
+    if (!rules_.sentonce) return received;
+    return received && !mail.uidl.empty() && !twice_.contains(std::string(mail.uidl));
+}
+
+CDeletion RunRules::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
+    if (!rules_.deletewaits) return CDeletion::Forget;
+    const CString uidl(mail.uidl);
+    const bool may = !uidl.empty() && !twice_.contains(uidl) && HasEverybody(profile, mail.uidl) &&
+                     profile_memory_.MayDelete(uidl, Now());
+    return may ? CDeletion::Remember : CDeletion::NotNow;
+}
+
+// Everybody who is switched on, whatever his schedule says now.
+bool RunRules::HasEverybody(const CPopProfile& profile, std::string_view uidl) {
+    if (!received_) {
+        received_.emplace();
+        for (const auto& address : profile.forward_addresses) {
+            if (address->setting.status == 0) continue;
+            received_->try_emplace(address.get(), address->uidls.begin(), address->uidls.end());
+        }
+    }
+    return std::ranges::all_of(*received_, [uidl](const auto& of) { return of.second.contains(uidl); });
+}
+
+bool RunRules::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& refused_deletion) {
+    if (!rules_.deletewaits) return false;
+    profile_memory_.RecordNotDeleted(refused_deletion.uidl, refused_deletion.reply, Now());
+    return true;
+}
+
+// ---- while the rest is fetched
+
+bool RunRules::WantsSizes(const CPopProfile& /*profile*/) { return true; }
+
+bool RunRules::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& mail) {
+    return rules_.retrylast && not_fetched_before_.contains(CString(mail.uidl));
+}
+
+bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) {
+    if (ComesLast(profile, mail) && !profile_memory_.MayFetch(CString(mail.uidl), Now())) return false;
+    const std::int64_t bytes = std::max<std::int64_t>(mail.size_bytes, 0);
+    const bool fits = held_bytes == 0 || held_bytes + bytes <= rules_.runsize * kMiB;
+    if (!fits || !budget_.Take(bytes)) {
+        over_budget_ = true;
+        return false;
+    }
+    taken_bytes_ += bytes;
+    return true;
+}
+
+std::int64_t RunRules::LeastBytesPerMinute(const CPopProfile& /*profile*/) {
+    return std::int64_t{rules_.minspeed} * 60;
+}
+
+bool RunRules::DeliversAfter(const CPopProfile& /*profile*/, const CRunFailure& /*failed_retrieval*/) {
+    return rules_.retrylast;
+}
+
+// ---- while it is delivered
+
+RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& mail) {
+    const auto [entry, is_new] = fetched_.try_emplace(&mail);
+    Fetched& fetched = entry->second;
+    if (!is_new) return fetched;
+    fetched.uidl = mail.uidl;
+    fetched.digest = memory_.DigestOf(mail.text);
+    if (!mail.uidl.empty()) {
+        const std::optional<MailDigest> before = profile_memory_.DigestOfId(mail.uidl);
+        fetched.is_new_under_its_id = before && *before != fetched.digest;
+        profile_memory_.RecordId(mail.uidl, fetched.digest, Now());
+    }
+    if (rules_.loopguard) Judge(profile, mail, fetched);
+    const bool rewritten = profile.setting.replacefrom != 0 || profile.setting.replaceto != 0;
+    if (rewritten && rules_.setaside) fetched.original = mail.text;
+    return fetched;
+}
+
+void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched) {
+    std::vector<CString> addresses;
+    bool sent_to_all = true;
+    for (const auto& address : profile.forward_addresses) {
+        addresses.push_back(address->setting.address);
+        if (address->takes_part && !profile_memory_.WasSent(addresses.back(), fetched.digest, Now()))
+            sent_to_all = false;
+    }
+    if (sent_to_all) return;
+    if (const auto reported = ReportedAddress(mail.text, addresses)) {
+        profile_memory_.CountBounce(*reported, Now());
+        fetched.for_nobody = HeldKind::Report;
+    } else if (const auto mark = memory_.LoopMarkOf(mail.text);
+               mark && profile_memory_.HasPassed(*mark, mail.uidl, Now())) {
+        fetched.for_nobody = HeldKind::Loop;
+    }
+}
+
+CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
+                         bool received) {
+    const Fetched& fetched = Of(profile, mail);
+    const bool sent = rules_.sentonce && profile_memory_.WasSent(address.setting.address, fetched.digest, Now());
+    if (sent || IsHeld(fetched.digest, address)) return CSending::HasIt;
+    if (fetched.for_nobody) {
+        return HoldUnasked(profile, mail, fetched, *fetched.for_nobody, address) ? CSending::HasIt : CSending::KeepBack;
+    }
+    if (!rules_.sentonce) return CSending::AsAlways;
+    const bool by_bytes = mail.uidl.empty() || fetched.is_new_under_its_id || twice_.contains(mail.uidl);
+    return received && !by_bytes ? CSending::HasIt : CSending::Send;
+}
+
+bool RunRules::Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address) {
+    const CString& to = address.setting.address;
+    if (!rules_.setaside || !profile_memory_.IsParked(to) || profile_memory_.MayAsk(to, Now())) return true;
+    return !HoldUnasked(profile, mail, Of(profile, mail), HeldKind::Refused, address);
+}
+
+int RunRules::EndOfDataSeconds(const CPopProfile& /*profile*/) { return rules_.endofdata; }
+
+// What is refused for the time being is set aside when that comes twice in a row.
+CRefusal RunRules::Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
+                           const CRunFailure& refusal) {
+    if (!rules_.setaside) return CRefusal::EndDelivery;
+    const CString& to = address.setting.address;
+    const Fetched& fetched = Of(profile, mail);
+    if (refusal.failure_class == CFailureClass::Transient &&
+        profile_memory_.CountRefusal(to, fetched.digest, refusal.reply, Now()) < kSetAsideAfter) {
+        return CRefusal::EndDelivery;
+    }
+    if (IsServersFault(mail, refusal.reply)) return CRefusal::EndDelivery;
+    HeldAddress waiting = RefusedNow(profile, address, refusal.stage, refusal.failure_class, refusal.reply, Now());
+    if (!Hold(mail, fetched, HeldKind::Refused, std::move(waiting))) return CRefusal::EndDelivery;
+    if (refusal.stage == CRunStage::RcptTo) profile_memory_.Park(to, refusal.reply, Now());
+    return CRefusal::HostHasIt;
+}
+
+bool RunRules::IsServersFault(const CReceiveMail& mail, const CString& words) {
+    if (profile_memory_.IsBlocked(words)) return true;
+    if (words != std::exchange(last_words_, words)) refused_in_a_row_ = 0;
+    if (refused_in_a_row_ == 0 || &mail != last_refused_) ++refused_in_a_row_;
+    last_refused_ = &mail;
+    if (refused_in_a_row_ < kServersFault) return false;
+    profile_memory_.Block(words, Now());
+    return true;
+}
+
+void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
+                     std::span<CForwardAddress* const> addresses) {
+    std::vector<CString> to;
+    for (const CForwardAddress* address : addresses) to.push_back(address->setting.address);
+    profile_memory_.RecordSent(to, Of(profile, mail).digest, Now());
+    refused_in_a_row_ = 0;
+    profile_memory_.Unblock();
+    for (const CForwardAddress* address : addresses) {
+        if (profile_memory_.IsParked(address->setting.address)) {
+            profile_memory_.Unpark(address->setting.address);
+            MakeHeldDue(profile.path, FolderOf(*address), Now());  // what waits for it follows in order
+        }
+    }
+}
+
+// ---- what is set aside
+
+bool RunRules::IsHeld(const MailDigest& digest, const CForwardAddress& address) const {
+    return !held_.empty() && held_.contains({digest.Hex(), FolderOf(address)});
+}
+
+bool RunRules::HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
+                           const CForwardAddress& address) {
+    HeldAddress waiting;
+    waiting.address = address.setting.address;
+    waiting.folder = FolderOf(address);
+    waiting.route = RouteOf(profile.setting);
+    if (kind == HeldKind::Refused) {
+        const std::map<CString, Note> parked = profile_memory_.Notes(Matter::Parked);
+        waiting.stage = CRunStage::RcptTo;
+        waiting.failure_class = CFailureClass::Permanent;
+        for (const auto& [to, note] : parked) {
+            if (to == waiting.address) waiting.reply = note.words;
+        }
+    }
+    return Hold(mail, fetched, kind, std::move(waiting));
+}
+
+bool RunRules::Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting) {
+    HeldRecord record;
+    record.uidl = mail.uidl;
+    record.digest = fetched.digest.Hex();
+    record.kind = kind;
+    record.set_aside = Now();
+    const std::string folder = waiting.folder;
+    record.addresses.push_back(std::move(waiting));
+    const HeldLimits limits{rules_.heldmessages, rules_.heldsize * kMiB};
+    const std::string digest = record.digest;
+    const std::string_view text = fetched.original ? *fetched.original : mail.text;
+    if (store_.Hold(text, std::move(record), limits) != HoldOutcome::Held) return false;
+    held_.emplace(digest, folder);
+    return true;
+}
+
+// ---- after the run
+
+NextRun RunRules::Finish(CRunResult& result) {
+    if (kept_back_ && result.ending == CRunEnding::KeptBack) {
+        result.ending = CRunEnding::DeliveryFailed;
+        result.delivery = *kept_back_;
+    }
+    RememberLogin(result);
+    RememberRetrievals(result);
+    if (result.ending == CRunEnding::Delivered) profile_memory_.RecordSmtp(true, {}, Now());
+    if (result.ending == CRunEnding::DeliveryFailed) {
+        const CRunFailure& why = result.delivery;
+        profile_memory_.RecordSmtp(false, why.reply.empty() ? why.reason : why.reply, Now());
+    }
+    memory_.Save(Now());
+    return WhenNext(result);
+}
+
+void RunRules::RememberLogin(const CRunResult& result) {
+    const CRunFailure& why = result.mailbox;
+    if (why.stage == CRunStage::Login && why.failure_class == CFailureClass::Permanent) {
+        profile_memory_.RecordFailedLogin(why.reply, interval_s_, Now());
+    } else if (why.stage > CRunStage::Login || result.messages_listed > 0 || result.ending == CRunEnding::NothingNew) {
+        profile_memory_.RecordLogin();
+    }
+}
+
+// When the line was lost at one message, those behind it were not even asked for.
+void RunRules::RememberRetrievals(const CRunResult& result) {
+    if (!rules_.retrylast) return;
+    for (const CNotFetchedMail& mail : result.not_fetched) {
+        if (mail.reply.empty() && mail.reason.empty()) break;
+        profile_memory_.CountNotFetched(mail.uidl, mail.reply.empty() ? mail.reason : mail.reply, Now());
+        not_fetched_before_.erase(mail.uidl);
+        if (mail.reply.empty()) break;
+    }
+    for (const auto& [mail, fetched] : fetched_) {
+        if (not_fetched_before_.contains(fetched.uidl)) profile_memory_.RecordFetched(fetched.uidl);
+    }
+}
+
+NextRun RunRules::WhenNext(const CRunResult& result) const {
+    const bool delivered = result.copies > 0 || result.copies_set_aside > 0;
+    if (result.ending == CRunEnding::DeliveryFailed && delivered) return NextRun::AtOnce;
+    const bool went_well = result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew;
+    if (over_budget_ && went_well) return result.messages_fetched > 0 ? NextRun::AtOnce : NextRun::InAMinute;
+    const CFailureClass failure = result.ending == CRunEnding::MailboxFailed    ? result.mailbox.failure_class
+                                  : result.ending == CRunEnding::DeliveryFailed ? result.delivery.failure_class
+                                                                                : CFailureClass::None;
+    return rules_.backoff && MayPass(failure) ? NextRun::InAMinute : NextRun::WhenDue;
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,108 @@
+#pragma once
+
+// The host's rules in one run: the answers of its guard, by the settings of host.def, by what is remembered of the runs
+// before and by what is set aside.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "host/rules/byte_budget.h"
+#include "host/rules/held.h"
+#include "host/rules/memory.h"
+#include "host/tree/host_setting.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+// When the next run of a profile is wanted.
+enum class NextRun { WhenDue, AtOnce, InAMinute };
+
+// One for each run. The worker asks it; when the run has ended, the thread that owns the root calls Finish.
+class RunRules : public CRunGuard {
+public:
+    using Clock = std::function<CTime()>;
+
+    // The memory and the budget must outlive it.
+    RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemory& memory, ByteBudget& budget,
+             Clock clock = CurrentTime);
+    ~RunRules() override;
+
+    // To be called once, with the result of the run that has ended: remembers what follows from it, and completes it
+    // where a rule ended the run.
+    NextRun Finish(CRunResult& result);
+
+    bool Begins(const CPopProfile& profile) override;
+    bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) override;
+    bool IsHandled(const CPopProfile& profile, const CMailOnServer& mail, bool received) override;
+    CDeletion Deletes(const CPopProfile& profile, const CMailOnServer& mail) override;
+    bool GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion) override;
+    bool WantsSizes(const CPopProfile& profile) override;
+    bool ComesLast(const CPopProfile& profile, const CMailOnServer& mail) override;
+    bool Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) override;
+    std::int64_t LeastBytesPerMinute(const CPopProfile& profile) override;
+    bool DeliversAfter(const CPopProfile& profile, const CRunFailure& failed_retrieval) override;
+    CSending Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
+                   bool received) override;
+    bool Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address) override;
+    int EndOfDataSeconds(const CPopProfile& profile) override;
+    CRefusal Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
+                     const CRunFailure& refusal) override;
+    void Taken(const CPopProfile& profile, const CReceiveMail& mail,
+               std::span<CForwardAddress* const> addresses) override;
+
+private:
+    // What is known of a fetched message.
+    struct Fetched {
+        CString uidl;
+        MailDigest digest;
+        bool is_new_under_its_id = false;    // the id had another message before
+        std::optional<HeldKind> for_nobody;  // a report or a loop
+        std::optional<CString> original;     // where the run rewrites messages
+    };
+
+    static CTime CurrentTime();
+    CTime Now() const { return clock_(); }
+    Fetched& Of(const CPopProfile& profile, const CReceiveMail& mail);
+    void Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched);
+    bool HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing);
+    bool HasEverybody(const CPopProfile& profile, std::string_view uidl);
+    bool IsHeld(const MailDigest& digest, const CForwardAddress& address) const;
+    bool Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting);
+    bool HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
+                     const CForwardAddress& address);
+    bool IsServersFault(const CReceiveMail& mail, const CString& words);
+    void RememberLogin(const CRunResult& result);
+    void RememberRetrievals(const CRunResult& result);
+    NextRun WhenNext(const CRunResult& result) const;
+
+    const HostRules rules_;
+    const CTime interval_s_;
+    RuleMemory& memory_;
+    ProfileMemory profile_memory_;
+    ByteBudget& budget_;
+    const HeldStore store_;
+    const Clock clock_;
+
+    std::optional<CRunFailure> kept_back_;   // why the run was ended before it did anything
+    std::unordered_set<std::string> twice_;  // ids that the listing holds more than once
+    std::map<CString, Note> not_fetched_before_;
+    std::optional<std::map<const CForwardAddress*, std::unordered_set<std::string_view>>> received_;
+    std::set<std::pair<std::string, std::string>> held_;  // digest and folder of what is set aside
+    std::unordered_map<const CReceiveMail*, Fetched> fetched_;
+    std::int64_t taken_bytes_ = 0;  // of the budget
+    bool over_budget_ = false;
+    CString last_words_;  // of the refusals in a row
+    const CReceiveMail* last_refused_ = nullptr;
+    int refused_in_a_row_ = 0;
+};
+
+}  // namespace tarvex::host

@@ -1,0 +1,498 @@
+// What becomes of mail at servers that refuse, stall, lie and forget: by the engine's rules alone, and by the host's.
+
+#include "host/rules/run_rules.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/forwarding.h"
+
+namespace tarvex::testing {
+namespace {
+
+using host::NextRun;
+using ::testing::AnyOf;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
+
+constexpr CTime kMinute = 60;
+constexpr CTime kHour = 60 * kMinute;
+constexpr CTime kInterval = 10 * kMinute;
+
+// A mailbox and a relay, and a profile between them that is run every ten minutes.
+class Household {
+public:
+    explicit Household(bool with_rules, const std::vector<std::string>& names = {"a"}) : with_rules_(with_rules) {
+        profile.setting.timer = 10;
+        profile.setting.timeout = 2;
+        for (const std::string& name : names) AddAddress(profile, name + "@x");
+    }
+
+    void Add(const Ids& ids) {
+        for (const std::string& id : ids) pop.Add(Mail(id));
+    }
+
+    CRunResult Run() {
+        CPopProfile copy;
+        copy = profile;
+        copy.setting.lasttime = now;
+        if (!with_rules_) {
+            copy.DoOperation();
+        } else {
+            if (!memory) memory = std::make_unique<host::RuleMemory>(tree.root.path, [](const std::string&) {});
+            host::RunRules run_rules(rules, copy, *memory, budget, [this] { return now; });
+            copy.guard = &run_rules;
+            copy.DoOperation();
+            next = run_rules.Finish(copy.result);
+        }
+        now += kInterval;
+        return copy.result;
+    }
+
+    void Run(int times) {
+        for (int i = 0; i < times; ++i) Run();
+    }
+
+    host::ProfileMemory Memory() { return memory->Of(profile.path); }
+
+    // "u2 -> a@x: 554 no", for what is set aside.
+    std::vector<std::string> Held() const {
+        std::vector<std::string> held;
+        const auto records = host::HeldStore(profile.path).List();
+        for (const host::HeldRecord& record : *records) {
+            for (const host::HeldAddress& waiting : record.addresses) {
+                held.push_back(record.uidl + " -> " + waiting.address + ": " + waiting.reply);
+            }
+        }
+        return held;
+    }
+
+    Arrivals Arrived() const { return testing::Arrived(smtp); }
+
+    MailboxServer pop{"alice", "secret"};
+    SinkServer smtp;
+    DataTree tree;
+    CPopProfile& profile = tree.AddProfile(pop.Port(), smtp.Port());
+    host::HostRules rules;
+    std::unique_ptr<host::RuleMemory> memory;
+    host::ByteBudget budget{std::int64_t{256} << 20};
+    CTime now = LocalMoment(2026, 11, 22, 8, 0, 0);
+    NextRun next = NextRun::WhenDue;
+
+private:
+    const bool with_rules_;
+};
+
+// Refuses the messages with this subject.
+std::function<std::string(const DeliveredMail&)> RefuseSubject(const std::string& subject, const std::string& reply) {
+    return [=](const DeliveredMail& mail) {
+        return mail.text.find("Subject: " + subject + "\r\n") == std::string::npos ? "" : reply;
+    };
+}
+
+std::function<std::string(const std::string&)> AnswerTo(const std::string& command, const std::string& reply) {
+    return [=](const std::string& said) { return said.starts_with(command) ? reply : ""; };
+}
+
+// With and without rules, side by side.
+class Rules : public ::testing::Test {
+protected:
+    explicit Rules(const std::vector<std::string>& names = {"a"}) : without(false, names), with(true, names) {}
+
+    template <class Do>
+    void Both(Do what) {
+        what(without);
+        what(with);
+    }
+
+    Household without;
+    Household with;
+};
+
+class RulesOfTwo : public Rules {
+protected:
+    RulesOfTwo() : Rules({"a", "b"}) {}
+};
+
+TEST_F(Rules, MessageThatIsRefusedForGoodIsSetAsideAndTheRestFlows) {
+    Both([](Household& house) {
+        house.smtp.SetJudge(RefuseSubject("u2", "554 no"));
+        house.Add({"u1", "u2", "u3"});
+        house.Run(3);
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1)));
+    EXPECT_EQ(without.pop.Received("RETR"), 3 + 2 + 2);
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1), Pair("u3 -> a@x", 1)));
+    EXPECT_THAT(with.Held(), ElementsAre("u2 -> a@x: 554 no"));
+    EXPECT_EQ(with.pop.Received("RETR"), 3);
+}
+
+TEST_F(RulesOfTwo, RefusedRecipientIsParkedAndTheOtherGetsEverything) {
+    Both([](Household& house) {
+        house.smtp.SetFault(AnswerTo("RCPT TO:<b@x>", "550 unknown"));
+        house.Add({"u1", "u2"});
+        house.Run(3);
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 3)));
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1), Pair("u2 -> a@x", 1)));
+    EXPECT_THAT(with.Held(), ElementsAre("u1 -> b@x: 550 unknown", "u2 -> b@x: 550 unknown"));
+    EXPECT_EQ(with.smtp.Received("RCPT"), 3) << "the server is asked about b once";
+
+    with.now += kHour;
+    with.Add({"u3"});
+    with.Run();
+    EXPECT_EQ(with.smtp.Received("RCPT"), 5) << "and once more after an hour";
+    with.smtp.SetFault({});
+    with.now += kHour;
+    with.Add({"u4"});
+    with.Run();
+    EXPECT_EQ(with.Arrived()["u4 -> b@x"], 1);
+    EXPECT_FALSE(with.Memory().IsParked("b@x"));
+}
+
+// The first address is served before the second is refused, so it gets a copy in every run.
+TEST_F(RulesOfTwo, RefusalOfTheSecondForTheTimeBeingCostsTheFirstNoCopy) {
+    Both([](Household& house) {
+        house.smtp.SetFault(AnswerTo("RCPT TO:<b@x>", "450 greylisted"));
+        house.Add({"u1"});
+        house.Run(4);
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 4)));
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1)));
+    EXPECT_THAT(with.Held(), ElementsAre("u1 -> b@x: 450 greylisted"));
+}
+
+TEST_F(Rules, AnswerThatTakesLongerThanTheTimeOutIsWaitedFor) {
+    Both([](Household& house) {
+        house.profile.setting.timeout = 1;
+        house.smtp.SetJudge([](const DeliveredMail&) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1300));  // it is what is tested
+            return std::string();
+        });
+        house.Add({"u1"});
+        house.Run(2);
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 2)));
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1)));
+}
+
+TEST_F(Rules, ReportAboutAnAddressIsNotSentToIt) {
+    const std::string report =
+        "Return-Path: <>\r\nFrom: MAILER-DAEMON@x\r\nSubject: bounce\r\nAuto-Submitted: auto-replied\r\n"
+        "Content-Type: multipart/report; report-type=delivery-status; boundary=b\r\n\r\n--b\r\n\r\nsorry\r\n"
+        "--b\r\nContent-Type: message/delivery-status\r\n\r\nFinal-Recipient: rfc822; A@X\r\nStatus: "
+        "5.1.1\r\n--b--\r\n";
+    Both([&](Household& house) {
+        house.pop.Add({"bounce", report});
+        house.Run();
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("bounce -> a@x", 1)));
+    EXPECT_THAT(with.Arrived(), IsEmpty());
+    EXPECT_THAT(with.Held(), ElementsAre("bounce -> a@x: "));
+    EXPECT_THAT(with.Memory().Notes(host::Matter::Bouncing), SizeIs(1));
+}
+
+TEST_F(Rules, MessageThatComesBackIsSetAside) {
+    const auto passing = [](const std::string& trace) {
+        return trace +
+               "From: b@y\r\nDate: Sun, 22 Nov 2026 08:00:00 +0000\r\nMessage-ID: <1@y>\r\nSubject: s\r\n\r\ntext\r\n";
+    };
+    Both([&](Household& house) {
+        house.pop.Add({"u1", passing("")});
+        house.Run();
+        house.pop.Add({"u2", passing("Received: by x\r\n")});
+        house.Run();
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("s -> a@x", 2)));
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("s -> a@x", 1)));
+    EXPECT_THAT(with.Held(), ElementsAre("u2 -> a@x: "));
+}
+
+TEST_F(RulesOfTwo, DeletionWaitsForTheAddressThatIsOutsideItsSchedule) {
+    Both([](Household& house) {
+        house.profile.setting.deletemail = 1;
+        CTerm never;
+        never.status = 1;
+        never.kind = 99;  // which no moment matches
+        house.profile.forward_addresses[1]->schedule.AddNewTerm(&never);
+        house.Add({"u1"});
+        house.Run(2);
+    });
+    EXPECT_THAT(without.pop.Mails(), IsEmpty());
+    EXPECT_THAT(with.pop.Mails(), SizeIs(1));
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1)));
+
+    with.profile.forward_addresses[1]->schedule.terms.clear();
+    with.Run(3);
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1), Pair("u1 -> b@x", 1)));
+    EXPECT_THAT(with.pop.Mails(), IsEmpty());
+}
+
+TEST_F(Rules, SecondMessageOfAnIdIsSentAndNeitherIsDeletedWhileTheIdStandsTwice) {
+    Both([](Household& house) {
+        house.profile.setting.replaceto = 1;
+        house.profile.setting.deletemail = 1;
+        house.pop.Add({"u", Message("first")});
+        house.pop.Add({"u", Message("second")});
+        house.Run(3);
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("first -> a@x", 1)));
+    EXPECT_THAT(without.pop.Mails(), IsEmpty());
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("first -> a@x", 1), Pair("second -> a@x", 1)));
+    EXPECT_THAT(with.pop.Mails(), SizeIs(2));
+}
+
+TEST_F(Rules, MessageForNobodyDoesNotBlockTheMailbox) {
+    Both([](Household& house) {
+        house.pop.Add({"u", Message("first")});
+        house.pop.Add({"u", Message("second")});
+        house.pop.Add({"v", Message("third")});
+        house.Run(3);
+    });
+    EXPECT_EQ(without.Arrived()["third -> a@x"], 0);
+    EXPECT_THAT(with.Arrived(),
+                UnorderedElementsAre(Pair("first -> a@x", 1), Pair("second -> a@x", 1), Pair("third -> a@x", 1)));
+}
+
+TEST_F(Rules, MessagesOfAServerWithoutIdsAreKnownByTheirBytes) {
+    Both([](Household& house) {
+        house.pop.OfferUidl(false);
+        house.Add({"u1", "u2"});
+        house.Run(2);
+        house.Add({"u3"});
+        house.Run(2);
+    });
+    EXPECT_THAT(without.Arrived(), IsEmpty());
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1), Pair("u2 -> a@x", 1), Pair("u3 -> a@x", 1)));
+}
+
+TEST_F(Rules, RenumberedMailboxIsNotSentAgain) {
+    Both([](Household& house) {
+        house.Add({"u1", "u2"});
+        house.Run();
+        for (const char* id : {"u1", "u2"}) {
+            house.pop.Remove(id);
+            house.pop.Add({std::string("new-") + id, Message(id)});
+        }
+        house.Run(2);
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 2), Pair("u2 -> a@x", 2)));
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1), Pair("u2 -> a@x", 1)));
+    EXPECT_EQ(with.pop.Received("RETR"), 4) << "fetched once more, then known by the new ids";
+}
+
+TEST_F(Rules, MailboxIsNotSentAgainAfterAnEmptyListingOrALostList) {
+    Both([](Household& house) {
+        house.Add({"u1"});
+        house.Run();
+        house.pop.Remove("u1");
+        house.Run();
+        house.Add({"u1"});
+        house.Run();
+        WriteUidls(*house.profile.forward_addresses[0], {});
+        house.Run();
+    });
+    EXPECT_THAT(without.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 3)));
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1)));
+}
+
+TEST_F(Rules, FloodOfAMailboxOfWhichNothingIsRememberedWaitsForAPerson) {
+    Both([](Household& house) {
+        WriteUidls(*house.profile.forward_addresses[0], {"old1", "old2"});
+        for (int i = 0; i < 51; ++i) house.Add({"u" + std::to_string(i)});
+        house.Run(2);
+    });
+    EXPECT_THAT(without.Arrived(), SizeIs(51));
+    EXPECT_THAT(with.Arrived(), IsEmpty());
+    EXPECT_TRUE(with.Memory().IsWaiting());
+    EXPECT_EQ(with.pop.Received("RETR"), 0);
+    EXPECT_THAT(UidlsOnDisk(*with.profile.forward_addresses[0]), ElementsAre("old1", "old2"));
+
+    with.Memory().Answer(host::WaitAnswer::Send, with.now);
+    with.Run();
+    EXPECT_THAT(with.Arrived(), SizeIs(51));
+}
+
+TEST_F(Rules, FewNewMessagesAndManyWithMostIdsStillThereAreNoFlood) {
+    for (const int fresh : {50, 51}) {
+        Household house(true);
+        WriteUidls(*house.profile.forward_addresses[0], fresh == 50 ? Ids{"gone"} : Ids{"gone", "u0"});
+        for (int i = 0; i < (fresh == 50 ? 50 : 52); ++i) house.Add({"u" + std::to_string(i)});
+        house.Run();
+        EXPECT_FALSE(house.Memory().IsWaiting()) << fresh;
+    }
+}
+
+TEST_F(Rules, StalledMessageIsFetchedLastAndOnceADayAfterThreeTimes) {
+    Both([](Household& house) {
+        house.profile.setting.timeout = 1;
+        house.pop.SetFault(AnswerTo("RETR 2", "stall"));
+        house.Add({"u1", "u2", "u3"});
+        house.Run(2);
+    });
+    EXPECT_THAT(without.Arrived(), IsEmpty());
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1), Pair("u3 -> a@x", 1)));
+    const int before = with.pop.Received("RETR");
+    with.Run(3);
+    EXPECT_EQ(with.pop.Received("RETR"), before + 1) << "the third time, and then not for a day";
+    with.now += 24 * kHour;
+    with.pop.SetFault({});
+    with.Run();
+    EXPECT_EQ(with.Arrived()["u2 -> a@x"], 1);
+    EXPECT_THAT(with.Memory().Notes(host::Matter::NotFetched), IsEmpty());
+}
+
+TEST_F(Rules, RefusedDeletionKeepsNothingFromBeingFetched) {
+    Both([](Household& house) {
+        house.profile.setting.deletemail = 1;
+        house.pop.SetFault(AnswerTo("DELE 1", "-ERR read-only"));
+        house.Add({"u1"});
+        house.Run();
+        house.Add({"u2"});
+        house.Run(2);
+    });
+    EXPECT_EQ(without.Arrived()["u2 -> a@x"], 0);
+    EXPECT_EQ(with.Arrived()["u2 -> a@x"], 1);
+    EXPECT_EQ(with.pop.Received("DELE"), 2) << "of u1, which then rests for a day, and of u2";
+}
+
+TEST_F(Rules, LineLostAtOneMessageCostsTheOthersNoSecondCopy) {
+    Both([](Household& house) {
+        house.profile.setting.deletemail = 1;
+        house.Add({"u1", "u2"});
+        house.pop.SetFault(AnswerTo("RETR 2", "close"));
+        house.Run(4);
+    });
+    EXPECT_GT(without.Arrived()["u1 -> a@x"], 1);
+    EXPECT_EQ(with.Arrived()["u1 -> a@x"], 1);
+}
+
+TEST_F(Rules, MailboxLargerThanTheBudgetIsForwardedPieceByPiece) {
+    with.rules.runsize = 1;
+    const std::string large(600'000, 'x');
+    for (const char* id : {"u1", "u2", "u3"})
+        with.pop.Add({id, "Subject: " + std::string(id) + "\r\n\r\n" + large + "\r\n"});
+    with.pop.Add({"u4", "Subject: u4\r\n\r\n" + large + large + large + "\r\n"});
+    for (int run = 1; run <= 4; ++run) {
+        const CRunResult result = with.Run();
+        EXPECT_EQ(result.messages_fetched, 1);
+        EXPECT_EQ(result.messages_put_off, 4 - run);
+        EXPECT_EQ(with.next, run < 4 ? NextRun::AtOnce : NextRun::WhenDue);
+    }
+    EXPECT_THAT(with.Arrived(), SizeIs(4));
+}
+
+TEST_F(Rules, NothingIsFetchedWhileTheBudgetOfTheServiceIsUsed) {
+    with.budget.Take(std::int64_t{256} << 20);
+    with.Add({"u1"});
+    with.Run();
+    EXPECT_EQ(with.pop.Received("RETR"), 0);
+    EXPECT_EQ(with.next, NextRun::InAMinute);
+    with.budget.GiveBack(std::int64_t{256} << 20);
+    with.Run();
+    EXPECT_THAT(with.Arrived(), SizeIs(1));
+    EXPECT_TRUE(with.budget.Take(std::int64_t{256} << 20)) << "the run has given back what it took";
+}
+
+TEST_F(Rules, NothingIsFetchedWhileTheRelayIsDown) {
+    Both([](Household& house) {
+        house.smtp.SetFault(AnswerTo("EHLO", "close"));
+        house.Add({"u1"});
+        house.Run(3);
+    });
+    EXPECT_EQ(without.pop.Received("RETR"), 3);
+    EXPECT_EQ(with.pop.Received("RETR"), 1);
+    const CRunResult result = with.Run();
+    EXPECT_EQ(result.ending, CRunEnding::DeliveryFailed);
+    EXPECT_EQ(result.delivery.failure_class, CFailureClass::Connection);
+    with.smtp.SetFault({});
+    with.Run();
+    EXPECT_THAT(with.Arrived(), SizeIs(1));
+}
+
+TEST_F(Rules, RelayThatTakesTwoMessagesAConnectionIsFollowedByTheNextRunAtOnce) {
+    with.smtp.SetFault([taken = 0](const std::string& command) mutable {
+        if (command.starts_with("EHLO")) taken = 0;
+        return command.starts_with("MAIL") && ++taken > 2 ? "421 too many" : "";
+    });
+    with.Add({"u1", "u2", "u3", "u4", "u5"});
+    std::vector<NextRun> next;
+    for (int i = 0; i < 3; ++i) {
+        with.Run();
+        next.push_back(with.next);
+    }
+    EXPECT_THAT(next, ElementsAre(NextRun::AtOnce, NextRun::AtOnce, NextRun::WhenDue));
+    EXPECT_THAT(with.Arrived(), SizeIs(5));
+}
+
+TEST_F(Rules, WrongPasswordIsTriedLessAndLessOften) {
+    with.profile.setting.poppassword = "wrong";
+    int tries = 0;
+    for (int i = 0; i < 144; ++i, with.now += kInterval) {
+        if (with.memory && !with.Memory().MayLogIn(with.now)) continue;
+        with.Run();
+        with.now -= kInterval;
+        ++tries;
+    }
+    EXPECT_LE(tries, 12);
+    EXPECT_GE(tries, 6);
+}
+
+TEST_F(Rules, ServerThatDeletesNothingGetsNoSecondCopySent) {
+    Both([](Household& house) {
+        house.profile.setting.deletemail = 1;
+        house.pop.SetFault(AnswerTo("DELE", "+OK"));
+        house.Add({"u1"});
+        house.Run(5);
+    });
+    EXPECT_GT(without.Arrived()["u1 -> a@x"], 1);
+    EXPECT_EQ(with.Arrived()["u1 -> a@x"], 1);
+    EXPECT_EQ(with.pop.Received("RETR"), 1);
+}
+
+// A blocklist: every message is refused with the same words.
+TEST_F(Rules, SameWordsForThreeMessagesInARowAreTheServers) {
+    with.smtp.SetJudge([](const DeliveredMail&) { return "554 you are blocked"; });
+    with.Add({"u1", "u2", "u3", "u4"});
+    EXPECT_EQ(with.Run().ending, CRunEnding::DeliveryFailed);
+    EXPECT_THAT(with.Held(), SizeIs(2));
+    EXPECT_EQ(with.Run().ending, CRunEnding::DeliveryFailed);
+    EXPECT_THAT(with.Held(), SizeIs(2)) << "in later runs neither";
+    with.smtp.SetJudge({});
+    EXPECT_EQ(with.Run().ending, CRunEnding::Delivered);
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u3 -> a@x", 1), Pair("u4 -> a@x", 1)));
+    with.smtp.SetJudge(RefuseSubject("u5", "554 you are blocked"));
+    with.Add({"u5"});
+    EXPECT_EQ(with.Run().copies_set_aside, 1) << "one has gone through";
+}
+
+TEST_F(Rules, RunEndsAsAlwaysWhereNothingMoreCanBeSetAside) {
+    with.rules.heldmessages = 1;
+    with.smtp.SetJudge([](const DeliveredMail& mail) {
+        return mail.text.find("u3") == std::string::npos ? "554 " + mail.text.substr(60, 40) : "";
+    });
+    with.Add({"u1", "u2", "u3"});
+    EXPECT_EQ(with.Run().ending, CRunEnding::DeliveryFailed);
+    EXPECT_THAT(with.Held(), SizeIs(1));
+    EXPECT_THAT(UidlsOnDisk(*with.profile.forward_addresses[0]), ElementsAre("u1"));
+}
+
+TEST_F(Rules, WhatIsSetAsideIsTheMessageAsItWasFetched) {
+    with.profile.setting.replacefrom = with.profile.setting.replaceto = 1;
+    with.smtp.SetFault(AnswerTo("DATA", "554 no"));
+    with.Add({"u1"});
+    with.Run();
+    const std::string text = *host::HeldStore(with.profile.path).Text(1);
+    EXPECT_EQ(text, "\r\n" + Message("u1") + ".\r\n");
+}
+
+}  // namespace
+}  // namespace tarvex::testing
