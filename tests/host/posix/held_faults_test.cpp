@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "host/rules/held.h"
+#include "host/rules/held_sending.h"
+#include "loopback/mail_servers.h"
 #include "testing/temp_dir.h"
 #include "tests/host/held_mail.h"
 #include "tests/host/posix/durable_disk.h"
@@ -185,6 +187,52 @@ TEST(HeldFaults, AKillLeavesAMessageWholeOrWithoutWhatMakesItCount) {
             if (HasFailure()) return;
         }
     }
+}
+
+// The server may have taken it: then it is sent twice, and never lost.
+TEST(HeldFaults, AKillWhileItIsSentLeavesAMessageHeldOrDelivered) {
+    bool survived = false;
+    int twice = 0;
+    for (std::size_t step = 1; !survived; ++step) {
+        SCOPED_TRACE("step " + std::to_string(step));
+        const TempDir folder;
+        const loopback::SinkServer sink;
+        CRootPath root;
+        ASSERT_EQ(root.SetRootPath(folder.String()), 1);
+        CPopProfile& profile = *root.CreateNewUser("taro", "", 0)->CreateNewPopProfile("", "me@example.org");
+        profile.setting.smtpserver = "127.0.0.1";
+        profile.setting.smtpport = sink.Port();
+        profile.CreateNewForwardAddress("phone", "phone@example.net");
+        HeldRecord record = SomeRecord("phone");
+        record.addresses = {host::RefusedNow(profile, *profile.forward_addresses.front(), CRunStage::Data,
+                                             CFailureClass::Transient, "450 later", kNow)};
+        const HeldStore store(profile.path);
+        ASSERT_EQ(store.Hold(Mail("one"), record, {}), HoldOutcome::Held);
+        const auto send = [&] {
+            CPopProfile copy;
+            copy = profile;
+            host::SendHeld(copy, host::AllHeld(*store.List()), {kNow, {}, nullptr, 0});
+        };
+        const pid_t child = fork();
+        if (child == 0) {
+            system_calls = {true, {}, {}, {}, step, nullptr, true};
+            send();
+            _exit(0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        survived = WIFEXITED(status);
+        store.CleanUp();
+        const bool held = !store.List()->empty();
+        EXPECT_TRUE(held || !sink.Delivered().empty());
+        EXPECT_TRUE(!held || store.Text(1) == Mail("one"));
+        send();
+        EXPECT_THAT(*store.List(), IsEmpty());
+        EXPECT_GE(sink.Delivered().size(), 1U);
+        if (sink.Delivered().size() == 2) ++twice;
+        ASSERT_LT(step, 50U);
+    }
+    EXPECT_EQ(twice, 1) << "only between the server's yes and the record";
 }
 
 // ---- what strangers may have put there
