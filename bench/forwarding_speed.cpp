@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <initializer_list>
 #include <iostream>
 #include <map>
 #include <string_view>
@@ -83,6 +84,9 @@ public:
         Aim("200 x 200 KB: wall time, to fdm", large.at("tarvex").Wall_s() / large.at("fdm").Wall_s(), 0.7);
         Aim("200 x 200 KB: CPU time, to fdm", large.at("tarvex").Cpu_s() / large.at("fdm").Cpu_s(), 0.4);
         Aim("nothing new among 10,000: wall time, to fdm", many.at("tarvex").Wall_s() / many.at("fdm").Wall_s(), 0.8);
+        AimOfRules("1,000 x 4 KB", small);
+        AimOfRules("200 x 200 KB", large);
+        AimOfRules("nothing new among 10,000", many);
         if (waiting.empty()) return;
         Aim("300 x 4 KB from mailutils: wall time, to fdm", waiting.at("tarvex").Wall_s() / waiting.at("fdm").Wall_s(),
             0.2);
@@ -98,6 +102,7 @@ private:
     // Every program in each round, so that a slow quarter of an hour of the machine hits all of them.
     Results Cold(const Task& task, const std::string& title) {
         const TarvexPeer tarvex;
+        const TarvexPeer with_rules(TarvexPeer::Rules::With);
         const FetchmailPeer fetchmail(FetchmailPeer::Delay::AsItComes);
         const FetchmailPeer fetchmail_no_delay(FetchmailPeer::Delay::None);
         const FdmPeer fdm;
@@ -105,8 +110,8 @@ private:
         ColdRun(tarvex, task);  // warms the server's index and the page cache
         Results results;
         for (int round = 0; round < rounds_.usual; ++round) {
-            for (const Peer* peer : {static_cast<const Peer*>(&tarvex), static_cast<const Peer*>(&fetchmail_no_delay),
-                                     static_cast<const Peer*>(&fdm), static_cast<const Peer*>(&getmail)}) {
+            for (const Peer* peer :
+                 std::initializer_list<const Peer*>{&tarvex, &with_rules, &fetchmail_no_delay, &fdm, &getmail}) {
                 results[peer->Name()].runs.push_back(Undisturbed([&] { return ColdRun(*peer, task); }));
             }
             if (round < rounds_.of_those_that_wait) {
@@ -119,12 +124,17 @@ private:
 
     Results Repeat(const Task& task, const std::string& title) {
         const TarvexPeer tarvex;
+        const TarvexPeer with_rules(TarvexPeer::Rules::With);
         const FdmPeer fdm;
         const testing::ServerFolder tarvex_folder;
+        const testing::ServerFolder rules_folder;
         const testing::ServerFolder fdm_folder;
-        for (const testing::ServerFolder* folder : {&tarvex_folder, &fdm_folder}) folder->MakeFolder("state");
+        for (const testing::ServerFolder* folder : {&tarvex_folder, &rules_folder, &fdm_folder})
+            folder->MakeFolder("state");
         tarvex.Prepare(task, Folder(tarvex_folder));
         CheckedRun(tarvex, Folder(tarvex_folder), task.messages, true);
+        with_rules.Prepare(task, Folder(rules_folder));
+        CheckedRun(with_rules, Folder(rules_folder), task.messages, true);
         FdmPeer::PrepareToRemember(task, Folder(fdm_folder));
         CheckedRun(fdm, Folder(fdm_folder), 0, true);
         fdm.Prepare(task, Folder(fdm_folder));
@@ -132,6 +142,8 @@ private:
         for (int round = 0; round < rounds_.of_repeats; ++round) {
             results[tarvex.Name()].runs.push_back(
                 Undisturbed([&] { return CheckedRun(tarvex, Folder(tarvex_folder), 0, false); }));
+            results[with_rules.Name()].runs.push_back(
+                Undisturbed([&] { return CheckedRun(with_rules, Folder(rules_folder), 0, false); }));
             results[fdm.Name()].runs.push_back(
                 Undisturbed([&] { return CheckedRun(fdm, Folder(fdm_folder), 0, false); }));
         }
@@ -208,6 +220,11 @@ private:
 
     static void Aim(const char* what, double ratio, double aim) {
         std::printf("  %-60s %.2f   (at most %.2f: %s)\n", what, ratio, aim, ratio <= aim ? "met" : "missed");
+    }
+
+    static void AimOfRules(const std::string& task, const Results& results) {
+        Aim((task + ": wall time with rules, to without").c_str(),
+            results.at("tarvex with rules").Wall_s() / results.at("tarvex").Wall_s(), 1.03);
     }
 
     Rounds rounds_;

@@ -31,6 +31,7 @@ void TarvexPeer::Prepare(const Task& task, const std::filesystem::path& folder) 
     if (profile->SaveSetting() != 1 || profile->CreateNewForwardAddress("phone", kRecipient) == nullptr) {
         throw std::runtime_error("no profile");
     }
+    if (rules_ == Rules::With) WriteFile(folder / "tree" / "host.def", "[setaside]\r\n1\r\n");
 }
 
 Program TarvexPeer::Command(const std::filesystem::path& folder) const {

@@ -45,9 +45,15 @@ private:
 
 class TarvexPeer : public Peer {
 public:
-    TarvexPeer() : Peer("tarvex") {}
+    enum class Rules { Without, With };  // those of host.def
+
+    explicit TarvexPeer(Rules rules = Rules::Without)
+        : Peer(rules == Rules::With ? "tarvex with rules" : "tarvex"), rules_(rules) {}
     void Prepare(const Task& task, const std::filesystem::path& folder) const override;
     Program Command(const std::filesystem::path& folder) const override;
+
+private:
+    Rules rules_;
 };
 
 // POP3 with UIDL, one SMTP session for all.
