@@ -93,6 +93,7 @@ public:
     struct Options {
         std::vector<Login> logins = {kAlice, kBob};
         TlsOptions certificate = {};
+        std::string settings = {};  // further lines of main.cf, in the place of those that stand there
     };
 
     SmtpServer() : SmtpServer(Options()) {}
@@ -124,7 +125,7 @@ public:
 private:
     void WriteUsers(const std::vector<Login>& logins) const;
     void WriteCertificates(const TlsOptions& options) const;
-    void WriteConfiguration() const;
+    void WriteConfiguration(const std::string& more_settings) const;
     std::string MasterTable() const;
     void StartAuthentication();
     void StartPostfix();

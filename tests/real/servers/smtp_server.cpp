@@ -100,7 +100,7 @@ SmtpServer::SmtpServer(const Options& options) : ports_(FreePorts(5)) {
     WriteUsers(options.logins);
     WriteCertificates(options.certificate);
     StartAuthentication();
-    WriteConfiguration();
+    WriteConfiguration(options.settings);
     StartPostfix();
 }
 
@@ -169,7 +169,7 @@ service stats {
 
 // Header lines stay as they came: nothing is rewritten, added or dropped but the lines at the top. There is no limit on
 // what a test may do.
-void SmtpServer::WriteConfiguration() const {
+void SmtpServer::WriteConfiguration(const std::string& more_settings) const {
     const ServerAccount account = AccountForServers();
     const std::string base = (folder_ / "").string();
     WriteFile(folder_ / "etc/main.cf",
@@ -219,7 +219,8 @@ smtpd_tls_security_level = none
 smtpd_sasl_type = dovecot
 smtpd_sasl_security_options = noanonymous
 smtpd_sasl_auth_enable = no
-)");
+)" + more_settings +
+                  "\n");
     WriteFile(folder_ / "etc/no-ehlo", "/^EHLO/ UNKNOWN\n");
     WriteFile(folder_ / "etc/master.cf", MasterTable());
     // Postfix waits a while when its configuration has been written in this very moment.
