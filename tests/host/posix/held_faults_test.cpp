@@ -207,7 +207,7 @@ TEST(HeldFaults, AKillWhileItIsSentLeavesAMessageHeldOrDelivered) {
         record.addresses = {host::RefusedNow(profile, *profile.forward_addresses.front(), CRunStage::Data,
                                              CFailureClass::Transient, "450 later", kNow)};
         const HeldStore store(profile.path);
-        ASSERT_EQ(store.Hold(Mail("one"), record, {}), HoldOutcome::Held);
+        ASSERT_EQ(store.Hold(HeldText("one"), record, {}), HoldOutcome::Held);
         const auto send = [&] {
             CPopProfile copy;
             copy = profile;
@@ -225,7 +225,7 @@ TEST(HeldFaults, AKillWhileItIsSentLeavesAMessageHeldOrDelivered) {
         store.CleanUp();
         const bool held = !store.List()->empty();
         EXPECT_TRUE(held || !sink.Delivered().empty());
-        EXPECT_TRUE(!held || store.Text(1) == Mail("one"));
+        EXPECT_TRUE(!held || store.Text(1) == HeldText("one"));
         send();
         EXPECT_THAT(*store.List(), IsEmpty());
         EXPECT_GE(sink.Delivered().size(), 1U);
