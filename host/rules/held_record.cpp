@@ -279,8 +279,8 @@ private:
 
 CString FolderOf(const CForwardAddress& address) { return address.path.substr(address.path.find_last_of("\\/") + 1); }
 
-constexpr CTime kFirstDelay_s = 15 * 60;
-constexpr CTime kLongestDelay_s = 4 * 60 * 60;
+constexpr CTime kFirstDelay_s = CTime{15} * 60;
+constexpr CTime kLongestDelay_s = CTime{4} * 60 * 60;
 
 }  // namespace
 

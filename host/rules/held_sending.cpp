@@ -25,7 +25,7 @@
 namespace tarvex::host {
 namespace {
 
-constexpr CTime kPause_s = 15 * 60;
+constexpr CTime kPause_s = CTime{15} * 60;
 
 struct Quit {
     void operator()(CSmtpSocket* connection) const { QuitSmtpConnection(connection); }
@@ -145,9 +145,8 @@ private:
 
     // A connection that has served a while may have been closed, or have reached a limit of the server.
     void Deliver(std::string text, CForwardAddress& address, HeldResult& result) {
-        const bool reused = connection_ != nullptr;
-        const bool may_repeat = DeliverOnce(reused ? text : std::move(text), address, result) && reused;
-        if (may_repeat) DeliverOnce(std::move(text), address, result);
+        if (connection_ && !DeliverOnce(text, address, result)) return;
+        DeliverOnce(std::move(text), address, result);
     }
 
     // True when the server was gone before it heard of the message.

@@ -37,6 +37,7 @@ Descriptor OpenTerminal() {
 ServiceLog::ServiceLog() : to_journal_(IsJournal()), terminal_(OpenTerminal()) {}
 
 void ServiceLog::Write(int level, const std::string& text) {
+    const std::lock_guard lock(mutex_);
     const int output = terminal_.IsOpen() ? terminal_.Get() : STDERR_FILENO;
     pollfd errors{output, POLLOUT, 0};
     if (poll(&errors, 1, lost_ == 0 ? kPatienceMs : 0) != 1) {
