@@ -12,6 +12,7 @@
 #include "host/rules/delivery_report.h"
 #include "host/rules/held_sending.h"
 #include "host/terminal/wording.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
@@ -225,6 +226,7 @@ void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetch
 
 CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                          bool received) {
+    if (rules_.keyless && !HasMailbox(address)) return CSending::KeepBack;
     const Fetched& fetched = Of(profile, mail);
     const bool sent = rules_.sentonce && profile_memory_.WasSent(address.setting.address, fetched.digest, Now());
     if (sent || IsHeld(fetched.digest, address)) return CSending::HasIt;

@@ -143,6 +143,31 @@ TEST_F(TreeRules, AreNoReasonNotToSayWhatLooksWrong) {
     EXPECT_THAT(host::RemarksOn(Profile()), ElementsAre(HasSubstr("has an address without \"@\": \"forwardto0\"")));
 }
 
+// A forwardaddress.def without a value yields the folder's name.
+TEST(HostProgram, MailsNothingToAnAddressWithoutAnAt) {
+    for (const bool with_rules : {false, true}) {
+        MailboxServer mailbox("user", "secret");
+        SinkServer sink;
+        mailbox.Add(MailNumber(1));
+        Host host;
+        const std::string profile = host.AddProfile(mailbox.Port(), sink.Port());
+        fs::create_directory(profile + "/forwardto1");
+        WriteFile(profile + "/forwardto1/forwardaddress.def", "[address]\n\n");
+        if (with_rules) WriteFile(host.Root() + "/host.def", "[version]\n0\n");
+        host.Tell({"run"});
+        std::vector<std::string> recipients;
+        for (const DeliveredMail& mail : sink.Delivered()) {
+            recipients.insert(recipients.end(), mail.recipients.begin(), mail.recipients.end());
+        }
+        if (with_rules) {
+            EXPECT_THAT(recipients, ElementsAre(kPhone));
+        } else {
+            EXPECT_THAT(recipients, ::testing::UnorderedElementsAre(kPhone, "forwardto1"));
+        }
+        EXPECT_EQ(ReadFile(profile + "/forwardto1/uidl.def").empty(), with_rules);
+    }
+}
+
 TEST(HostProgram, RunsNoProfileOfAUserWhoIsOff) {
     MailboxServer mailbox("user", "secret");
     SinkServer sink;
