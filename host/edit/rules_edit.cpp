@@ -33,7 +33,7 @@ std::string AddRules(const CRootPath& root, Saved& saved) {
     if (HasRules(root.path)) throw CommandError(kBadUsage, "the tree has rules already");
     SettingsSections file(kNewFile);
     for (const Key<HostRules>& key : Keys<HostRules>()) file.Set(key.name, FileNumber({}, key));
-    saved = ReplaceFile(root.path + kHostSettingFile, file.Text());
+    saved = ReplaceContent(root.path + kHostSettingFile, file.Text());
     return "The tree has rules now, all of them on; `tarvex rules show` shows them.\n";
 }
 
@@ -52,7 +52,7 @@ std::string SetRules(const CString& directory, const HostRules& before, const st
             file.Set(key->name, number);
         }
     }
-    saved = ReplaceFile(path, file.Text());
+    saved = ReplaceContent(path, file.Text());
     return values.Difference(before, after);
 }
 

@@ -21,7 +21,7 @@ std::optional<std::string> ReadWholeFile(const std::string& path);
 
 // Replaces the file, or makes it, for its owner alone. After a crash at any instant it has the old or the new content.
 // Behind a link the file is replaced, and the link stays. Not by two callers at once.
-[[nodiscard]] Saved ReplaceFile(const std::string& path, std::string_view content);
+[[nodiscard]] Saved ReplaceContent(const std::string& path, std::string_view content);
 
 // Waits until the entries of the directory are on disk. False when that fails.
 [[nodiscard]] bool SyncDirectory(const std::string& directory);

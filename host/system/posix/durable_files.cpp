@@ -53,7 +53,7 @@ bool SyncFolder(const fs::path& folder) {
 
 }  // namespace
 
-Saved ReplaceFile(const std::string& path, std::string_view content) {
+Saved ReplaceContent(const std::string& path, std::string_view content) {
     std::error_code error;
     const fs::path file = fs::weakly_canonical(NativePath(path), error);
     if (error) return Saved::No;
