@@ -99,12 +99,12 @@ TEST(SettingsSections, TakesNoHalfCharacterForABracket) {
 TEST_F(RulesFile, IsReplacedWhole) {
     EXPECT_EQ(ReadWholeFile(Root() + "\\host.def"), std::nullopt);
     for (const char* const text : {"old", "", "new and longer"}) {
-        EXPECT_EQ(ReplaceFile(Root() + "\\host.def", text), Saved::Yes);
+        EXPECT_EQ(ReplaceContent(Root() + "\\host.def", text), Saved::Yes);
         EXPECT_EQ(ReadWholeFile(Root() + "\\host.def"), text);
     }
     EXPECT_FALSE(std::filesystem::exists(std::string(folder_ / "host.def.new")));
-    EXPECT_EQ(ReplaceFile(Root() + "\\profile", "x"), Saved::No);
-    EXPECT_EQ(ReplaceFile(Root() + "\\nowhere\\host.def", "x"), Saved::No);
+    EXPECT_EQ(ReplaceContent(Root() + "\\profile", "x"), Saved::No);
+    EXPECT_EQ(ReplaceContent(Root() + "\\nowhere\\host.def", "x"), Saved::No);
 }
 
 }  // namespace
