@@ -193,6 +193,7 @@ TEST(Host, TheDemoWorksAtEveryTimeOfTheDay) {
                           {"TMPDIR=" + folder.String(), "TMP=" + folder.String(), "TZ=X" + std::to_string(hours)});
         demo.Wait();
         EXPECT_EQ(demo.ExitCode(), 0) << demo.Printed();
+        EXPECT_THAT(demo.Printed(), HasSubstr("set aside for the three of them"));
     }
 }
 

@@ -1,8 +1,9 @@
 // `tarvex demo`: the main job between two servers on this machine.
 //
-// Three passes over one profile with three forwarding addresses, of which one asks for text mail: everything is new;
-// nothing is new; one mail is new. What has arrived is compared byte for byte with what was in the mailbox, or with the
-// text mail that should be made of it. The log is shown for the last pass only: it holds a whole conversation, and the
+// Four passes over one profile with three forwarding addresses, of which one asks for text mail: everything is new;
+// nothing is new; one mail is new; two are new, of which the server refuses one. The tree has the host's rules, which
+// set the refused one aside. What has arrived is compared byte for byte with what was in the mailbox, or with the
+// text mail that should be made of it. The log is shown for the third pass only: it holds a whole conversation, and the
 // first one would fill three screens with the same.
 
 #include <algorithm>
@@ -18,6 +19,9 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/demo/mails.h"
+#include "host/edit/rules_edit.h"
+#include "host/rules/held.h"
+#include "host/rules/ruled_runs.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -155,6 +159,13 @@ void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
     pager.SaveSetting();
 }
 
+void AddRules(const CRootPath& root) {
+    Saved saved = Saved::No;
+    CString directory;
+    EditRules(root, EditRequest(EditKind::Rules, EditVerb::Add, ""), saved, directory);
+    if (saved == Saved::No) throw std::runtime_error("the rules could not be written");
+}
+
 // ---- the passes
 
 class Demonstration {
@@ -167,6 +178,7 @@ public:
         const std::string folder = MakeNewFolder(TemporaryDirectory() + "\\tarvex-demo-");
         if (!root_.SetRootPath(folder)) throw std::runtime_error("cannot use " + folder);
         BuildTree(root_, mailbox_.Port(), sink_.Port());
+        AddRules(root_);
         const std::vector<DemoMail> first = FirstDemoMails();
         screen_.Heading("A POP3 mailbox with " + std::to_string(first.size()) +
                         " mails, three forwarding addresses, one SMTP server, all on this machine");
@@ -183,11 +195,13 @@ public:
 
         screen_.Title("What the third pass added to the profile's log");
         for (const std::string& line : log_) screen_.Quote(line);
+        LastPass();
 
         screen_.Title(complete_ ? screen_.Good("Everything arrived once: at phone and office byte for byte, at pager "
-                                               "as the text it should be.")
+                                               "as the text it should be. What was refused is kept.")
                                 : screen_.Bad("Something did not arrive as it should have."));
         screen_.Plain("The data tree, to look at:  " + ShowPath(folder));
+        screen_.Plain("What was set aside:         tarvex --root " + ShowPath(folder) + " held list");
         screen_.Plain("The log of all passes:      " + ShowPath(LogPath()) + "  (Shift-JIS)");
         return complete_;
     }
@@ -195,17 +209,46 @@ public:
 private:
     using Copy = std::pair<std::string, std::string>;  // recipient and uidl
 
-    std::string LogPath() const { return FileIn(root_.users.front()->profiles.front()->path, kLogFile); }
+    CPopProfile& Profile() const { return *root_.users.front()->profiles.front(); }
+    std::string LogPath() const { return FileIn(Profile().path, kLogFile); }
 
     // Receives the mails and forwards what there is.
     void Pass(const std::string& title, const std::vector<DemoMail>& mails) {
         screen_.Title(title);
         for (const DemoMail& mail : mails) mailbox_.Add({mail.uidl, mail.whole});
-        Tarvex(&root_);
+        Forward();
+        ShowArrivals(mails);
+    }
+
+    void Forward() {
+        RuledRuns runs(root_.path, [](const std::string& trouble) { throw std::runtime_error(trouble); });
+        runs.Start(root_, Profile());
         root_.WaitThread(-1);
         log_.clear();
-        for (const auto& copy : root_.running_copies) log_ = LinesOfThisRun(copy->log);
-        ShowArrivals(mails);
+        for (const auto& copy : root_.running_copies) {
+            runs.Finish(*copy);
+            log_ = LinesOfThisRun(copy->log);
+        }
+    }
+
+    // The server refuses one mail for good, before another one that it takes.
+    void LastPass() {
+        sink_.SetJudge([](const DeliveredMail& mail) {
+            return mail.text.find(kUnwantedPart) == std::string::npos ? "" : "554 5.7.1 we do not want this";
+        });
+        const std::vector<DemoMail> mails = LastDemoMails();
+        mailbox_.Add({mails.front().uidl, mails.front().whole});
+        Pass("Fourth pass: two new mails have come, and the server refuses the first for good", {mails.back()});
+        ShowSetAside(mails.front());
+    }
+
+    void ShowSetAside(const DemoMail& refused) {
+        const std::vector<HeldRecord> held = HeldStore(Profile().path).List().value_or(std::vector<HeldRecord>());
+        const bool kept = held.size() == 1 && held.front().uidl == refused.uidl && held.front().addresses.size() == 3;
+        complete_ = complete_ && kept;
+        if (!kept) return screen_.Plain(screen_.Bad("not set aside  ") + refused.title);
+        screen_.Plain(screen_.Good("set aside for the three of them       ") + refused.title + ": " +
+                      ShowText(held.front().addresses.front().reply));
     }
 
     // Compares what has arrived since the last pass with what was expected at each address.

@@ -180,4 +180,12 @@ DemoMail LaterDemoMail() {
                 "A table for three is booked.\r\nAlice");
 }
 
+std::vector<DemoMail> LastDemoMails() {
+    const std::string unwanted = std::string("Your prize is waiting: ") + kUnwantedPart;
+    return {Mail("demo-0010", "You have won a prize", {"Prizes", "prizes@example.net", "You have won a prize"}, kAscii,
+                 "Content-Type: text/plain\r\n\r\n" + unwanted + "\r\n", unwanted),
+            Mail("demo-0011", "See you on Friday", {"Bob", "bob@example.org", "See you on Friday"}, kAscii,
+                 "Content-Type: text/plain\r\n\r\nUntil then!\r\n\r\nBob\r\n", "Until then!\r\nBob")};
+}
+
 }  // namespace tarvex::host

@@ -21,4 +21,8 @@ std::vector<DemoMail> FirstDemoMails();
 // The mail that arrives later.
 DemoMail LaterDemoMail();
 
+// The two that arrive last, and of which the server refuses the first: it knows it by this part.
+std::vector<DemoMail> LastDemoMails();
+inline constexpr const char* kUnwantedPart = "https://prize.example/";
+
 }  // namespace tarvex::host
