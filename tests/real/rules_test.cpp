@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -110,6 +111,31 @@ TEST_F(RealRules, AddressThatPostfixDoesNotKnowCostsTheOtherNothing) {
     EXPECT_EQ(with.Arrived(kPhone, kMails).size(), kMails);
     EXPECT_EQ(CountOf(with.Held(), "nobody here"), kMails);
     EXPECT_EQ(CountOf(with.server.Log(), "nobody here"), 1) << "it is asked once";
+}
+
+// The one address is known, the other one is told to come again later.
+TEST_F(RealRules, GreylistedAddressCostsTheOtherNoSecondCopy) {
+    constexpr const char* kPostgrey = "/usr/sbin/postgrey";
+    if (!std::filesystem::exists(kPostgrey)) GTEST_SKIP() << "postgrey is not installed (package postgrey)";
+    const int port = FreePorts(1).front();
+    const ServerFolder folder;
+    folder.MakeFolder("state");
+    const ServerAccount account = AccountForServers();
+    const ServerProcess postgrey(
+        {.words = {kPostgrey, "--inet=127.0.0.1:" + std::to_string(port), "--delay=300",
+                   "--dbdir=" + (folder / "state").string(), "--user=" + account.user, "--group=" + account.group},
+         .output = folder / "output"});
+    ASSERT_TRUE(WaitUntil([&] { return Answers(port, ""); })) << ReadFile(folder / "output");
+
+    Between with("smtpd_recipient_restrictions = check_recipient_access inline:{{" + std::string(kPhone) +
+                     " = OK}}, check_policy_service inet:127.0.0.1:" + std::to_string(port),
+                 true);
+    with.forwarding.AddAddress(kTablet);
+    for (int run = 0; run < 2; ++run) {
+        EXPECT_EQ(with.Run(), 0);
+        EXPECT_EQ(with.Arrived(kPhone, kMails).size(), kMails);
+        EXPECT_EQ(CountOf(with.Held(), "Greylisted"), kMails);
+    }
 }
 
 // 421 in the greeting says nothing about a message.
