@@ -154,12 +154,16 @@ private:
         const bool by_server =
             refusal.failure_class == CFailureClass::Permanent || refusal.failure_class == CFailureClass::Transient;
         if (!by_server || refusal.stage == CRunStage::MailFrom || refused.empty()) return false;
+        bool goes_on = true;
         for (const CForwardAddress* to : refused) {
-            if (guard_.Refused(profile_, *current_.mail, *to, refusal) == CRefusal::EndDelivery) return false;
-            NoteSetAside(*to);
+            if (guard_.Refused(profile_, *current_.mail, *to, refusal) == CRefusal::HostHasIt) {
+                NoteSetAside(*to);
+            } else {
+                goes_on = false;  // the others are asked all the same: the guard may count refusals
+            }
         }
-        refusal = {};
-        return true;
+        if (goes_on) refusal = {};
+        return goes_on;
     }
 
     // Always true: where the server does not take it, the next command tells.
