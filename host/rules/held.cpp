@@ -60,6 +60,18 @@ HeldRecord Damaged(int id, std::string why) {
     return record;
 }
 
+bool IsSame(const HeldAddress& one, const HeldAddress& other) {
+    return one.address == other.address || (!one.made.empty() && one.made == other.made);
+}
+
+// Whether one of the folders stands for another address in the record: one that was removed since.
+bool NamesOthers(const HeldRecord& record, const std::vector<HeldAddress>& addresses) {
+    return std::ranges::any_of(addresses, [&](const HeldAddress& address) {
+        const auto waiting = std::ranges::find(record.addresses, address.folder, &HeldAddress::folder);
+        return waiting != record.addresses.end() && !IsSame(*waiting, address);
+    });
+}
+
 // False when all of them wait already.
 bool AddAddresses(HeldRecord& record, const std::vector<HeldAddress>& addresses) {
     const std::size_t before = record.addresses.size();
@@ -85,6 +97,7 @@ HoldOutcome HeldStore::Hold(std::string_view text, HeldRecord record, const Held
         used.bytes += std::max<std::int64_t>(found.mail_bytes, 0);
         std::optional<HeldRecord> held = RecordOf(id, found.mail_bytes);
         if (!held || !held->damage.empty() || held->digest != record.digest || held->kind != record.kind) continue;
+        if (NamesOthers(*held, record.addresses)) continue;
         // Synced also when nothing is added: whoever wrote the record may have been killed before that.
         const bool kept = AddAddresses(*held, record.addresses) ? WriteRecord(*held) : folder_.Sync();
         return kept && folder_.Make() ? HoldOutcome::Held : HoldOutcome::Failed;

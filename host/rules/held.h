@@ -37,7 +37,8 @@ public:
     explicit HeldStore(const CString& profile_directory) : folder_(profile_directory + "\\held") {}
 
     // Sets a message aside for the record's addresses. Where a whole message of the same kind and digest is held
-    // already, those of the addresses that do not wait for it yet are added to its record instead.
+    // already, those of the addresses that do not wait for it yet are added to its record instead, unless the folder
+    // of one of them is in there as that of another address.
     [[nodiscard]] HoldOutcome Hold(std::string_view text, HeldRecord record, const HeldLimits& limits) const;
 
     // By their ids, damaged ones as well. Nothing when the folder cannot be read.
