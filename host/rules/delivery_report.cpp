@@ -40,7 +40,8 @@ bool IsMultipartReport(std::string_view header) {
 
 bool IsAutomaticFromNobody(std::string_view header) {
     const std::string answered = Field(header, "auto-submitted");
-    const bool automatic = !answered.empty() && answered.find("no") == std::string::npos;
+    const std::size_t word = answered.find_first_not_of(" \t");
+    const bool automatic = word != std::string::npos && answered.compare(word, 5, "auto-") == 0;
     return automatic && Field(header, "return-path").find("<>") != std::string::npos;
 }
 
