@@ -16,6 +16,10 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::int64_t kMiB = std::int64_t{1} << 20;
 
+const CString& RelayOf(const CPopProfileSetting& setting) {
+    return setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
+}
+
 }  // namespace
 
 RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell) : memory_(root, std::move(tell)) {}
@@ -63,7 +67,7 @@ bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) co
         if (!copy->worker_thread.load()) continue;
         ++all;
         at_mailbox += copy->setting.popserver == profile.setting.popserver ? 1 : 0;
-        at_relay += copy->setting.smtpserver == profile.setting.smtpserver ? 1 : 0;
+        at_relay += RelayOf(copy->setting) == RelayOf(profile.setting) ? 1 : 0;
     }
     return all < rules->allruns && std::max(at_mailbox, at_relay) < rules->serverruns;
 }
