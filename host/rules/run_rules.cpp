@@ -11,6 +11,7 @@
 
 #include "host/rules/delivery_report.h"
 #include "host/rules/held_sending.h"
+#include "host/system/paths.h"
 #include "host/terminal/wording.h"
 #include "host/tree/tree_rules.h"
 
@@ -18,8 +19,10 @@ namespace tarvex::host {
 namespace {
 
 constexpr std::int64_t kMiB = std::int64_t{1} << 20;
-constexpr int kServersFault = 3;   // messages in a row that are refused with the same words
-constexpr int kSetAsideAfter = 2;  // refusals of one copy in a row, for the time being
+constexpr int kServersFault = 3;                        // messages in a row that are refused with the same words
+constexpr int kSetAsideAfter = 2;                       // refusals of one copy in a row, for the time being
+constexpr int kMostRefusedDeletions = 10;               // of a run; then the server is not asked any more
+constexpr std::int64_t kMostMessageBytes = 256 * kMiB;  // no longer one is ever held, whatever the server says
 
 std::string FolderOf(const CForwardAddress& address) {
     return address.path.substr(address.path.find_last_of("\\/") + 1);
@@ -79,7 +82,7 @@ RunRules::~RunRules() { budget_.GiveBack(taken_bytes_); }
 
 // While SMTP is down nothing is fetched for nothing.
 bool RunRules::Begins(const CPopProfile& profile) {
-    if (profile_memory_.IsWaiting()) return false;
+    if (rules_.floodguard && profile_memory_.IsWaiting()) return false;
     if (rules_.backoff && profile_memory_.HasSmtpFailed()) kept_back_ = WhyNoSmtp(profile.setting);
     return !kept_back_;
 }
@@ -100,7 +103,7 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
     not_fetched_before_ = profile_memory_.Notes(Matter::NotFetched);
     if (const auto records = store_.List()) {
         for (const HeldRecord& record : *records) {
-            for (const HeldAddress& waiting : record.addresses) held_.emplace(record.digest, waiting.folder);
+            if (record.damage.empty()) NoteHeld(profile, record);
         }
     }
     return true;
@@ -133,12 +136,14 @@ bool RunRules::IsHandled(const CPopProfile& /*profile*/, const CMailOnServer& ma
     return received && !mail.uidl.empty() && !twice_.contains(std::string(mail.uidl));
 }
 
+// The id is forgotten with the message: a server may give it to the next one, which would pass for handled otherwise. A
+// message that the server did not delete is known by its bytes.
 CDeletion RunRules::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
     if (!rules_.deletewaits) return CDeletion::Forget;
     const CString uidl(mail.uidl);
-    const bool may = !uidl.empty() && !twice_.contains(uidl) && HasEverybody(profile, mail.uidl) &&
-                     profile_memory_.MayDelete(uidl, Now());
-    return may ? CDeletion::Remember : CDeletion::NotNow;
+    const bool may = refused_deletions_ < kMostRefusedDeletions && !uidl.empty() && !twice_.contains(uidl) &&
+                     HasEverybody(profile, mail.uidl) && profile_memory_.MayDelete(uidl, Now());
+    return may ? CDeletion::Forget : CDeletion::NotNow;
 }
 
 // Everybody who is switched on, whatever his schedule says now.
@@ -155,6 +160,7 @@ bool RunRules::HasEverybody(const CPopProfile& profile, std::string_view uidl) {
 
 bool RunRules::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& refused_deletion) {
     if (!rules_.deletewaits) return false;
+    ++refused_deletions_;
     profile_memory_.RecordNotDeleted(refused_deletion.uidl, refused_deletion.reply, Now());
     return true;
 }
@@ -164,12 +170,12 @@ bool RunRules::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& re
 bool RunRules::WantsSizes(const CPopProfile& /*profile*/) { return true; }
 
 bool RunRules::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& mail) {
-    return rules_.retrylast && not_fetched_before_.contains(CString(mail.uidl));
+    return rules_.retrylast && !mail.uidl.empty() && not_fetched_before_.contains(CString(mail.uidl));
 }
 
 bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) {
     if (ComesLast(profile, mail) && !profile_memory_.MayFetch(CString(mail.uidl), Now())) return false;
-    const std::int64_t bytes = std::max<std::int64_t>(mail.size_bytes, 0);
+    const std::int64_t bytes = std::clamp<std::int64_t>(mail.size_bytes, 0, kMostMessageBytes);
     const bool fits = held_bytes == 0 || held_bytes + bytes <= rules_.runsize * kMiB;
     if (!fits || !budget_.Take(bytes)) {
         over_budget_ = true;
@@ -198,6 +204,7 @@ RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& 
     if (!mail.uidl.empty()) {
         const std::optional<MailDigest> before = profile_memory_.DigestOfId(mail.uidl);
         fetched.is_new_under_its_id = before && *before != fetched.digest;
+        fetched.was_here_before = before == fetched.digest;
         profile_memory_.RecordId(mail.uidl, fetched.digest, Now());
     }
     if (rules_.loopguard) Judge(profile, mail, fetched);
@@ -229,7 +236,13 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
     if (rules_.keyless && !HasMailbox(address)) return CSending::KeepBack;
     const Fetched& fetched = Of(profile, mail);
     const bool sent = rules_.sentonce && profile_memory_.WasSent(address.setting.address, fetched.digest, Now());
-    if (sent || IsHeld(fetched.digest, address)) return CSending::HasIt;
+    if (sent || IsHeld(fetched.digest, address)) {
+        const bool came_back = profile.setting.deletemail != 0 && fetched.was_here_before && !received;
+        if (came_back) profile_memory_.RecordNotDeleted(mail.uidl, "the server lists it again", Now());
+        // An id that others have as well says nothing.
+        if (!received && !mail.uidl.empty() && !twice_.contains(mail.uidl)) has_learnt_ = true;
+        return CSending::HasIt;
+    }
     if (fetched.for_nobody) {
         return HoldUnasked(profile, mail, fetched, *fetched.for_nobody, address) ? CSending::HasIt : CSending::KeepBack;
     }
@@ -290,6 +303,15 @@ void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
 
 // ---- what is set aside
 
+// An address that took over the folder of one that was removed waits for nothing.
+void RunRules::NoteHeld(const CPopProfile& profile, const HeldRecord& record) {
+    for (const HeldAddress& waiting : record.addresses) {
+        const bool waits = std::ranges::any_of(profile.forward_addresses,
+                                               [&](const auto& address) { return IsOf(waiting, *address); });
+        if (waits) held_.emplace(record.digest, waiting.folder);
+    }
+}
+
 bool RunRules::IsHeld(const MailDigest& digest, const CForwardAddress& address) const {
     return !held_.empty() && held_.contains({digest.Hex(), FolderOf(address)});
 }
@@ -299,6 +321,7 @@ bool RunRules::HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail,
     HeldAddress waiting;
     waiting.address = address.setting.address;
     waiting.folder = FolderOf(address);
+    waiting.made = DirectoryIdentity(address.path);
     waiting.route = RouteOf(profile.setting);
     if (kind == HeldKind::Refused) {
         const std::map<CString, Note> parked = profile_memory_.Notes(Matter::Parked);
@@ -359,7 +382,9 @@ void RunRules::RememberRetrievals(const CRunResult& result) {
     if (!rules_.retrylast) return;
     for (const CNotFetchedMail& mail : result.not_fetched) {
         if (mail.reply.empty() && mail.reason.empty()) break;
-        profile_memory_.CountNotFetched(mail.uidl, mail.reply.empty() ? mail.reason : mail.reply, Now());
+        // Without an id it could not be told from the others.
+        if (!mail.uidl.empty())
+            profile_memory_.CountNotFetched(mail.uidl, mail.reply.empty() ? mail.reason : mail.reply, Now());
         not_fetched_before_.erase(mail.uidl);
         if (mail.reply.empty()) break;
     }
@@ -369,10 +394,12 @@ void RunRules::RememberRetrievals(const CRunResult& result) {
 }
 
 NextRun RunRules::WhenNext(const CRunResult& result) const {
-    const bool delivered = result.copies > 0 || result.copies_set_aside > 0;
-    if (result.ending == CRunEnding::DeliveryFailed && delivered) return NextRun::AtOnce;
+    // What the next run would do all over again is no progress.
+    const bool delivered = result.messages_delivered > 0 || result.copies_set_aside > 0;
+    const bool got_further = result.lists != CSaved::Failed && (delivered || has_learnt_);
+    if (result.ending == CRunEnding::DeliveryFailed && got_further) return NextRun::AtOnce;
     const bool went_well = result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew;
-    if (over_budget_ && went_well) return result.messages_fetched > 0 ? NextRun::AtOnce : NextRun::InAMinute;
+    if (over_budget_ && went_well) return got_further ? NextRun::AtOnce : NextRun::InAMinute;
     const CFailureClass failure = result.ending == CRunEnding::MailboxFailed    ? result.mailbox.failure_class
                                   : result.ending == CRunEnding::DeliveryFailed ? result.delivery.failure_class
                                                                                 : CFailureClass::None;

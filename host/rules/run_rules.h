@@ -65,6 +65,7 @@ private:
         CString uidl;
         MailDigest digest;
         bool is_new_under_its_id = false;    // the id had another message before
+        bool was_here_before = false;        // the id had this message before
         std::optional<HeldKind> for_nobody;  // a report or a loop
         std::optional<CString> original;     // where the run rewrites messages
     };
@@ -75,6 +76,7 @@ private:
     void Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched);
     bool HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing);
     bool HasEverybody(const CPopProfile& profile, std::string_view uidl);
+    void NoteHeld(const CPopProfile& profile, const HeldRecord& record);
     bool IsHeld(const MailDigest& digest, const CForwardAddress& address) const;
     bool Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting);
     bool HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
@@ -100,6 +102,8 @@ private:
     std::unordered_map<const CReceiveMail*, Fetched> fetched_;
     std::int64_t taken_bytes_ = 0;  // of the budget
     bool over_budget_ = false;
+    bool has_learnt_ = false;  // that an id stands for what an address has
+    int refused_deletions_ = 0;
     CString last_words_;  // of the refusals in a row
     const CReceiveMail* last_refused_ = nullptr;
     int refused_in_a_row_ = 0;
