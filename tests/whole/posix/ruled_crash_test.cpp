@@ -41,9 +41,11 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kUsualKills = 25;
-constexpr int kMostCommands = 60;  // that a process says before it is killed
-constexpr int kMostMessages = 4;   // that it sends, where it is killed at the end of one
-constexpr auto kSilence = 100ms;   // after that a process is killed that has nothing to say
+constexpr int kMostCommands = 60;           // that a process says before it is killed
+constexpr int kMostMessages = 4;            // that it sends, where it is killed at the end of one
+constexpr unsigned kUndisturbedEvery = 20;  // runs: then the mail set aside is sent without being killed
+constexpr auto kSilence = 100ms;            // after that a process is killed that has nothing to say
+constexpr auto kLongest = 400ms;   // after that without its moment: a service without new mail runs again and again
 constexpr double kDrops = 0.01;    // of the commands of a conversation
 constexpr double kRefusals = 0.2;  // of the recipients at the address that is refused now and then
 constexpr int kRefusedEvery = 6;   // messages, of which one is refused for good
@@ -105,6 +107,7 @@ public:
             SCOPED_TRACE("run " + std::to_string(run));
             ASSERT_LT(run, kills * 20) << "most runs end before the moment comes";
             for (int count = dice_.Throw(4); count > 0; --count) ReceiveMail();
+            if (run % kUndisturbedEvery == kUndisturbedEvery - 1) RunToItsEnd(kSend);
             if (RunAndKill(run)) ++killed;
             CheckEverything();
         }
@@ -114,11 +117,7 @@ public:
     void Finish() {
         failing_ = false;
         for (int i = 0; i < 5 && !(mailbox_.Mails().empty() && Records().empty()); ++i) {
-            for (const auto& words : {kRun, kSend}) {
-                ChildProcess program(Command(words));
-                program.Wait();
-                EXPECT_EQ(program.ExitCode(), 0) << program.Errors();
-            }
+            for (const auto& words : {kRun, kSend}) EXPECT_EQ(RunToItsEnd(words), 0);
         }
         EXPECT_TRUE(mailbox_.Mails().empty());
         EXPECT_TRUE(Records().empty());
@@ -191,6 +190,13 @@ private:
         return words;
     }
 
+    int RunToItsEnd(const std::vector<std::string>& words) const {
+        ChildProcess program(Command(words));
+        program.Wait();
+        ExpectGoodEnd(program);
+        return program.ExitCode();
+    }
+
     // False when the program ended before it could be killed.
     bool RunAndKill(unsigned run) {
         const auto kind = run % 8 == 7 ? 2U : run % 2;
@@ -201,7 +207,8 @@ private:
         ChildProcess program(Command(kind == 0 ? kServe : kind == 1 ? kRun : kSend));
         int heard = 0;
         auto silent_since = Clock::now();
-        while (progress < moment && Clock::now() < silent_since + kSilence) {
+        const auto limit = silent_since + kLongest;
+        while (progress < moment && Clock::now() < std::min(limit, silent_since + kSilence)) {
             if (program.WaitFor(200us)) return ExpectGoodEnd(program);
             if (std::exchange(heard, heard_) != heard_) silent_since = Clock::now();
         }
