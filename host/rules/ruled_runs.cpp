@@ -22,7 +22,7 @@ const CString& RelayOf(const CPopProfileSetting& setting) {
 
 }  // namespace
 
-RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell) : memory_(root, std::move(tell)) {}
+RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell) : root_(root), memory_(root, std::move(tell)) {}
 
 CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(profile);
@@ -70,6 +70,15 @@ bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) co
         at_relay += RelayOf(copy->setting) == RelayOf(profile.setting) ? 1 : 0;
     }
     return all < rules->allruns && std::max(at_mailbox, at_relay) < rules->serverruns;
+}
+
+bool RuledRuns::SpreadsRuns() const {
+    try {
+        const std::optional<HostRules> rules = RulesOf(CString(root_));
+        return rules && rules->spread;
+    } catch (const CommandError&) {
+        return false;
+    }
 }
 
 void RuledRuns::EndLongRuns(CRootPath& root) {

@@ -37,6 +37,9 @@ public:
     // Ends the runs that have taken longer than their rules allow.
     void EndLongRuns(CRootPath& root);
 
+    // Whether runs that are due together shall not start together. False also when that cannot be read.
+    bool SpreadsRuns() const;
+
     RuleMemory& Memory() { return memory_; }
 
 private:
@@ -45,6 +48,7 @@ private:
         std::chrono::steady_clock::time_point ends;
     };
 
+    const std::string root_;
     RuleMemory memory_;
     ByteBudget budget_{0};
     std::map<CString, Run> runs_;  // by the profile's path

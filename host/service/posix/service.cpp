@@ -49,10 +49,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kRunPollInterval = 50ms;    // for runs that have ended, while there are runs
-constexpr auto kUrgentPollInterval = 2ms;  // while an edit waits for one
-constexpr auto kLockTimeout = 2000ms;      // at the start, with an edit that is being saved
-constexpr auto kShutdownGrace = 1000ms;    // at the end, with clients that take their answers
+constexpr auto kRunPollInterval = 50ms;         // for runs that have ended, while there are runs
+constexpr auto kUrgentPollInterval = 2ms;       // while an edit waits for one
+constexpr auto kLockTimeout = 2000ms;           // at the start, with an edit that is being saved
+constexpr auto kMostBetweenFirstRuns = 2000ms;  // of profiles that are due when the service starts
+constexpr auto kShutdownGrace = 1000ms;         // at the end, with clients that take their answers
 constexpr std::size_t kReasonColumns = 200;
 constexpr std::size_t kHeadlineColumns = 60;
 constexpr const char* kRootHasGone =
@@ -99,6 +100,7 @@ Service::Service(std::string directory, std::chrono::microseconds every)
       history_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }) {
     OpenTree(root_, directory_);
     FindUnreadable();
+    SpreadFirstRuns();
 }
 
 int Service::Run() {
@@ -176,6 +178,8 @@ void Service::StartDueRuns() {
 }
 
 bool Service::IsWanted(const CUser& user, const CPopProfile& profile) const {
+    const auto first = not_before_.find(profile.path);
+    if (first != not_before_.end() && first->second > Clock::now()) return false;
     if (IsDue(user, profile)) return true;
     const auto soon = soon_.find(profile.path);
     return soon != soon_.end() && soon->second <= Clock::now() && IsSwitchedOn(user, profile);
@@ -341,6 +345,21 @@ void Service::RetryLeftOut() {
 
 void Service::LeaveOut(const CString& path, const std::string& why) {
     if (std::exchange(left_out_[path], why) != why) log_.Warn(Name(path) + ": left out, " + why);
+}
+
+// What is due when the service starts would be due at the same moment ever after.
+void Service::SpreadFirstRuns() {
+    std::vector<const CPopProfile*> due;
+    ForEachProfile([&](const CUser& user, const CPopProfile& profile) {
+        if (IsDue(user, profile)) due.push_back(&profile);
+    });
+    if (due.size() < 2 || !rules_.SpreadsRuns()) return;
+    std::chrono::milliseconds after{0};
+    for (const CPopProfile* const profile : due) {
+        not_before_[profile->path] = Clock::now() + after;
+        const std::chrono::milliseconds interval = std::chrono::seconds(IntervalSeconds(profile->setting.timer));
+        after += std::clamp<std::chrono::milliseconds>(interval / due.size(), 0ms, kMostBetweenFirstRuns);
+    }
 }
 
 void Service::FindUnreadable() {

@@ -65,6 +65,7 @@ private:
     void RetryLeftOut();
     void LeaveOut(const CString& path, const std::string& why);
     void FindUnreadable();
+    void SpreadFirstRuns();
     void TellRemarks();
     void EndRuns(const std::vector<CString>& paths);
     bool HasToWait(const EditRequest& request, CString& running);
@@ -88,11 +89,12 @@ private:
     std::set<CString> running_;  // profiles whose start has been logged and whose end has not
     std::set<CString> wanted_;   // profiles that an edit, or a request about held mail, waits for
     std::map<CString, std::unique_ptr<HeldSender>> senders_;
-    std::map<CString, CTime> next_held_look_;    // profiles whose held mail is of no interest before that
-    std::map<CString, std::string> left_out_;    // why, by the paths of the profiles that are not run
-    std::map<CString, Clock::time_point> soon_;  // profiles that a rule wants to run again before they are due
-    std::set<CString> retried_;                  // profiles whose next failure is not followed by such a run
-    std::map<CString, std::string> held_up_;     // why a rule keeps a profile from running now
+    std::map<CString, CTime> next_held_look_;          // profiles whose held mail is of no interest before that
+    std::map<CString, std::string> left_out_;          // why, by the paths of the profiles that are not run
+    std::map<CString, Clock::time_point> not_before_;  // the first runs of profiles that were due all at once
+    std::map<CString, Clock::time_point> soon_;        // profiles that a rule wants to run again before they are due
+    std::set<CString> retried_;                        // profiles whose next failure is not followed by such a run
+    std::map<CString, std::string> held_up_;           // why a rule keeps a profile from running now
     bool has_root_ = true;
     bool look_at_clients_ = false;
     bool stopping_ = false;

@@ -95,6 +95,14 @@ protected:
                                 [timer](CPopProfile& profile) { profile.setting.timer = timer; });
     }
 
+    // It ran last long ago, so that it is due once.
+    void AddDueProfile() {
+        host_.AddProfile(mailbox_.Port(), sink_.Port(), [](CPopProfile& profile) {
+            profile.setting.timer = 60;
+            profile.setting.lasttime = 1;
+        });
+    }
+
     std::unique_ptr<ChildProcess> Serve(const std::vector<std::string>& variables = {}, const char* every = "0.02") {
         auto service = std::make_unique<ChildProcess>(
             std::vector<std::string>{TARVEX_HOST, "--root", host_.Root(), "serve", "--every", every},
@@ -207,6 +215,53 @@ TEST_F(Serving, ChangesRulesAndRunsNoProfileOfAUserWhoIsOff) {
     host_.Tell({"user", "set", "user0", "--status", "on"});
     EXPECT_TRUE(service->WaitForOutput(kStarted, kLong));
     Stop(*service);
+}
+
+TEST_F(Serving, WhatIsDueAtTheStartOfATreeWithRulesDoesNotStartAllAtOnce) {
+    AddDueProfile();
+    AddDueProfile();
+    WriteFile(host_.Root() + "/host.def", "[version]\n0\n");
+    const auto service = Serve();
+    ASSERT_TRUE(service->WaitForOutput(kStarted, kLong));
+    const auto first = Clock::now();
+    ASSERT_TRUE(service->WaitForOutput("user1/from0: run started", kLong));
+    EXPECT_GT(Clock::now() - first, 1s);
+    Stop(*service);
+}
+
+TEST_F(Serving, NoMoreRunsThanTheRulesAllowGoToOneServer) {
+    Block();
+    AddDueProfile();
+    AddDueProfile();
+    WriteFile(host_.Root() + "/host.def", "[version]\n0\n[serverruns]\n1\n[spread]\n0\n");
+    const auto service = Serve();
+    WaitUntilBlocked();
+    host_.Tell({"status"});  // a turn of the service, and a tick before it
+    ASSERT_TRUE(service->WaitForOutput(kStarted, kLong));
+    EXPECT_EQ(Count(service->Printed(), "run started"), 1);
+    blocking_ = false;
+    EXPECT_TRUE(service->WaitForOutput("user1/from0: run started", kLong));
+    EXPECT_TRUE(service->WaitForOutput("user1/from0: run ended", kLong));
+    Stop(*service);
+}
+
+TEST_F(Serving, SwitchingAProfileOffOrRemovingItEndsItsRunByTheRules) {
+    for (const bool remove : {false, true}) {
+        const std::string profile = "user" + std::to_string(remove ? 1 : 0) + "/from0";
+        mailbox_.SetFault([](const std::string& command) { return command == "UIDL" ? "stall" : ""; });
+        AddDueProfile();
+        WriteFile(host_.Root() + "/host.def", "[version]\n0\n");
+        const auto service = Serve();
+        ASSERT_TRUE(service->WaitForOutput(profile + ": run started", kLong));
+        ASSERT_TRUE(Eventually([this, remove] { return mailbox_.Received("UIDL") == (remove ? 2 : 1); }));
+        const std::vector<std::string> set = {"profile", "set", profile, "--status", "off"};
+        const std::vector<std::string> gone = {"profile", "remove", profile, "--yes"};
+        ChildProcess edit = host_.StartCommand(remove ? gone : set);
+        EXPECT_TRUE(edit.WaitFor(kLong));
+        EXPECT_EQ(edit.ExitCode(), 0);
+        EXPECT_TRUE(service->WaitForOutput("interrupted", kLong));
+        Stop(*service);
+    }
 }
 
 TEST_F(Serving, RunsAgainAndAgainAndTellsOfEachRunInTwoLines) {
