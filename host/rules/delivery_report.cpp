@@ -34,8 +34,10 @@ std::string Field(std::string_view lower_header, const std::string& name) {
     return std::string(lower_header.substr(begin, end == std::string_view::npos ? end : end - begin));
 }
 
-bool IsMultipartReport(std::string_view header) {
-    return Field(header, "content-type").find("multipart/report") != std::string::npos;
+// Not a receipt of a reader, nor a complaint: those have other types.
+bool IsStatusReport(std::string_view header) {
+    const std::string type = Field(header, "content-type");
+    return type.find("multipart/report") != std::string::npos && type.find("delivery-status") != std::string::npos;
 }
 
 bool IsAutomaticFromNobody(std::string_view header) {
@@ -66,7 +68,7 @@ std::optional<CString> ReportedAddress(std::string_view message, std::span<const
     if (header_end == std::string_view::npos) return std::nullopt;
     std::string header = Lower(message.substr(0, header_end));
     if (!header.starts_with("\r\n")) header.insert(0, "\r\n");
-    if (!IsMultipartReport(header) && !IsAutomaticFromNobody(header)) return std::nullopt;
+    if (!IsStatusReport(header) && !IsAutomaticFromNobody(header)) return std::nullopt;
 
     const std::string body = Lower(message.substr(header_end, kMostSearchedBytes));
     for (const CString& address : addresses) {
