@@ -132,7 +132,8 @@ private:
         if (wanted.empty()) return;
         if (guard_.WantsSizes(profile_) && conversation_.ListedBy() == ListingKind::Uidl)
             conversation_.AddSizes(wanted);
-        std::ranges::stable_partition(wanted, [this](const auto& mail) { return !guard_.ComesLast(profile_, mail); });
+        std::stable_partition(wanted.begin(), wanted.end(),
+                              [this](const auto& mail) { return !guard_.ComesLast(profile_, mail); });
     }
 
     // False when nothing that was fetched is to be delivered.
