@@ -102,6 +102,7 @@ int main(int argc, char** argv) {
     AddStatusCommand(app, context);
     AddLogCommand(app, context);
     AddHeldCommands(app, context);
+    AddAcceptCommands(app, context);
     app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.")
         ->callback([&context] { context.command = Demo; });
 

@@ -30,6 +30,7 @@ void AddPlanCommand(CLI::App& app, Context& context);
 void AddStatusCommand(CLI::App& app, Context& context);
 void AddLogCommand(CLI::App& app, Context& context);
 void AddHeldCommands(CLI::App& app, Context& context);
+void AddAcceptCommands(CLI::App& app, Context& context);
 
 // Forwards a small mailbox between two servers on loopback and shows it. Returns the exit code.
 int Demo();

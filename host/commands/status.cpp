@@ -1,8 +1,10 @@
 // `tarvex status`: how every profile is doing, from its settings and the history of its runs.
 
 #include <algorithm>
+#include <array>
 #include <ctime>
 #include <iostream>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +15,7 @@
 #include "host/history/history.h"
 #include "host/history/run_words.h"
 #include "host/rules/held_work.h"
+#include "host/rules/memory.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -31,6 +34,7 @@ namespace tarvex::host {
 namespace {
 
 constexpr std::size_t kReasonWidth = 60;
+constexpr std::size_t kWordsWidth = 200;
 
 struct Status {
     std::string name;
@@ -43,7 +47,8 @@ struct Status {
     std::optional<RunNow> running;  // by a service
     std::optional<ProfileHistory> history;
     HeldCount held;
-    std::string trouble;  // why it is not run, or what of its last run is not on disk
+    std::map<Matter, std::map<CString, Note>> remembered;  // in a tree with rules
+    std::string trouble;                                   // why it is not run, or what of its last run is not on disk
 };
 
 Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& profile, HistoryReader* reader) {
@@ -63,6 +68,62 @@ Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& pro
         status.trouble = WhatIsNotSaved(status.history->last.result);
     }
     return status;
+}
+
+// ---- what the rules remember
+
+struct MatterWords {
+    Matter matter;
+    const char* json;
+    const char* sentence;  // behind the subject
+};
+
+constexpr std::array kTold = {
+    MatterWords{Matter::Waiting, "waiting", "waits, because its ids cannot be trusted"},
+    MatterWords{Matter::Parked, "parked", " is parked, its recipient was refused"},
+    MatterWords{Matter::Bouncing, "bouncing", " bounces, delivery reports come for it"},
+    MatterWords{Matter::NotFetched, "not_fetched", " cannot be fetched"},
+    MatterWords{Matter::NotDeleted, "not_deleted", " cannot be deleted on the server"},
+    MatterWords{Matter::Login, "login_failing", "its logins fail"},
+};
+
+void AddRemembered(const CRootPath& root, const std::string& directory, const std::vector<NamedProfile>& profiles,
+                   std::vector<Status>& all) {
+    if (!HasRules(root.path)) return;
+    try {
+        RuleMemoryReader reader(directory);
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            for (const MatterWords& told : kTold) {
+                all[i].remembered[told.matter] = reader.Notes(profiles[i].profile->path, told.matter);
+            }
+        }
+    } catch (const DatabaseError& error) {
+        PrintNote(std::string("what the rules remember cannot be read: ") + error.what());
+    }
+}
+
+void PrintRemembered(const Status& status, CTime now) {
+    for (const MatterWords& told : kTold) {
+        const auto notes = status.remembered.find(told.matter);
+        if (notes == status.remembered.end()) continue;
+        for (const auto& [subject, note] : notes->second) {
+            const bool is_id = told.matter == Matter::NotFetched || told.matter == Matter::NotDeleted;
+            std::cout << status.name << ": " << (is_id ? "message " : "") << ShowText(subject) << told.sentence
+                      << ", since " << ShowTime(note.since);
+            if (note.next > now) std::cout << ", not tried before " << ShowTime(note.next);
+            if (!note.words.empty()) std::cout << ": " << OneLine(note.words, kWordsWidth);
+            if (told.matter == Matter::Waiting)
+                std::cout << "; `tarvex accept " << status.name << " --send` sends it, `--skip` does not";
+            std::cout << '\n';
+        }
+    }
+}
+
+// A person has to do something about it.
+bool WantsAPerson(const Status& status) {
+    return std::ranges::any_of(status.remembered, [](const auto& of) {
+        return (of.first == Matter::Waiting || of.first == Matter::Parked) && !of.second.empty();
+    });
 }
 
 std::string HowTheLastRunEnded(const Status& status) {
@@ -102,6 +163,7 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
             std::cout << status.name << ": " << ShowHeld(status.held) << "; `tarvex held list " << status.name
                       << "` shows why\n";
         }
+        PrintRemembered(status, now);
         if (!status.switched_on || status.last_due <= now || status.next_due <= now) continue;
         std::cout << status.name << " was last due at " << ShowTime(status.last_due)
                   << ", which is still to come: was the clock wrong? `tarvex profile set " << status.name
@@ -151,6 +213,24 @@ Json JsonOf(const std::optional<RunNow>& run) {
             {"messages_delivered", run->messages_delivered}};
 }
 
+Json JsonOfRemembered(const Status& status) {
+    Json json = Json::object();
+    for (const auto& [matter, name, sentence] : kTold) {
+        json[name] = Json::array();
+        const auto notes = status.remembered.find(matter);
+        if (notes == status.remembered.end()) continue;
+        for (const auto& [subject, note] : notes->second) {
+            json[name].push_back({{"subject", Utf8OfServerText(subject)},
+                                  {"count", note.count},
+                                  {"since", JsonOfMoment(note.since)},
+                                  {"last", JsonOfMoment(note.last)},
+                                  {"next", JsonOfMoment(note.next)},
+                                  {"words", Utf8OfServerText(note.words)}});
+        }
+    }
+    return json;
+}
+
 void PrintAsJson(const std::vector<Status>& all, CTime now) {
     Json list = Json::array();
     for (const Status& status : all) {
@@ -167,6 +247,7 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
                          {"copies", status.held.copies},
                          {"damaged", status.held.damaged},
                          {"bytes", status.held.bytes}};
+        entry["remembered"] = JsonOfRemembered(status);
         entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
         list.push_back(std::move(entry));
     }
@@ -219,6 +300,7 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     OpenTree(root, directory);
     std::vector<Status> all = StatusesOf(root, names, directory);
     AddReport(directory, all);
+    AddRemembered(root, directory, ChosenProfiles(root, names), all);
     const CTime now = std::time(nullptr);
     NoteWhatIsNotListed(root);
     if (as_json) {
@@ -231,8 +313,9 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     if (!as_json && !HasRules(directory)) {
         std::cout << "The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.\n";
     }
-    const bool holds_mail = std::ranges::any_of(all, [](const Status& status) { return !status.held.IsEmpty(); });
-    return holds_mail && HasRules(directory) ? kNotAllSent : kDone;
+    const bool not_all_sent =
+        std::ranges::any_of(all, [](const Status& status) { return !status.held.IsEmpty() || WantsAPerson(status); });
+    return not_all_sent && HasRules(directory) ? kNotAllSent : kDone;
 }
 
 }  // namespace
@@ -241,7 +324,8 @@ void AddStatusCommand(CLI::App& app, Context& context) {
     AddReadOnlyCommand(app, context, "status",
                        "Say of every profile when it last ran, how that ended, and when it is due next.", ShowStatus,
                        "Counted is since the profile was made: runs, messages delivered to all their addresses, and "
-                       "copies that the SMTP server took. Ends with 1 while mail is set aside.");
+                       "copies that the SMTP server took. Ends with 1 while mail is set aside, an "
+                       "address is parked or a profile waits.");
 }
 
 }  // namespace tarvex::host

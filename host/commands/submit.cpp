@@ -9,7 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "host/rules/held_work.h"
+#include "host/rules/memory.h"
+#include "host/rules/memory_edit.h"
 #include "host/system/command_error.h"
 #include "host/tree/tree_root.h"
 
@@ -24,7 +25,8 @@ constexpr std::chrono::milliseconds kRetryInterval{20};
 int EditTree(const std::string& directory, const EditRequest& request, Reply& reply) {
     CRootPath root;
     OpenTree(root, directory);
-    return EditWithHeld(root, request, reply);
+    RuleMemory memory(directory, PrintNote);  // opens nothing that is not needed
+    return EditWithMemory(root, memory, request, reply);
 }
 
 // By the service when there is one, else by this process.

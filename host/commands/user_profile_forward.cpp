@@ -9,6 +9,7 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/key_options.h"
+#include "host/commands/mailbox_ids.h"
 #include "host/commands/submit.h"
 #include "host/edit/edit.h"
 #include "host/rules/held_work.h"
@@ -17,11 +18,11 @@
 #include "host/system/prompt.h"
 #include "host/system/tree_owner.h"
 #include "host/terminal/password_source.h"
+#include "host/terminal/wording.h"
 #include "host/tree/keys.h"
 #include "host/tree/listing.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
-#include "tarvex/probe.h"
 
 namespace tarvex::host {
 namespace {
@@ -33,6 +34,7 @@ struct Given {
     KeyOptions keys;
     bool again = false;
     bool new_mail_only = false;
+    bool all_mail = false;
     bool yes = false;
     bool json = false;
 
@@ -132,24 +134,17 @@ int AddProfile(const Context& context, const Given& given) {
     return code;
 }
 
-// The ids of everything that is in the mailbox.
-std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting) {
-    CMailboxListing listing;
-    const std::string server = ShowText(setting.popserver);
-    if (!ListMailbox(setting, &listing)) {
-        const CProbeStep* const failed = listing.steps.empty() ? nullptr : &listing.steps.back();
-        throw CommandError(
-            kUnavailable, "cannot list the mailbox at " + server +
-                              (failed ? std::string(" (") + ProbeStepName(failed->kind) + "): " + ShowText(failed->text)
-                                      : ": not enough memory") +
-                              "; nothing was added");
-    }
+// Asks whether the new address gets what is in the mailbox. The ids of that, when it does not.
+std::vector<std::string> IdsToSkip(const CPopProfileSetting& setting, const std::string& address) {
     std::vector<std::string> ids;
-    for (const CListedMail& mail : listing.mails) ids.push_back(mail.uidl);
-    if (!listing.has_uidls && !ids.empty()) {
-        throw CommandError(
-            kUnavailable, server + " has no unique ids (UIDL), so old mail cannot be told from new; nothing was added");
+    try {
+        ids = IdsOnServer(setting, "it is not known how much mail the address gets at first");
+    } catch (const CommandError& error) {
+        PrintNote(error.what());
+        return {};
     }
+    const std::string count = ShowCount(static_cast<std::int64_t>(ids.size()), "message");
+    if (!ids.empty() && AskYes("The mailbox holds " + count + ". Send all of that to " + address + "?")) ids.clear();
     return ids;
 }
 
@@ -158,11 +153,22 @@ int AddForward(const Context& context, const Given& given) {
     request.values["address"] = given.first;
     request.again = given.again;
     given.keys.Fill(request);
-    if (given.new_mail_only) {
+    const bool asks = !given.new_mail_only && !given.all_mail && CanAsk();
+    if (given.new_mail_only || asks) {
         CRootPath root;
         ReadTree(context, root);
-        request.uidls = IdsOnServer(FindProfile(root, given.name).profile->setting);
+        const CPopProfileSetting& setting = FindProfile(root, given.name).profile->setting;
+        request.uidls = asks ? IdsToSkip(setting, given.first) : IdsOnServer(setting, "nothing was added");
     }
+    return Submit(context, request);
+}
+
+int CatchUpForward(const Context& context, const Given& given) {
+    CRootPath root;
+    ReadTree(context, root);
+    const NamedForward named = FindForward(root, given.name);
+    EditRequest request(EditKind::Forward, EditVerb::CatchUp, ShownName(root, named.forward->path));
+    request.uidls = IdsOnServer(named.profile->setting, "nothing was changed");
     return Submit(context, request);
 }
 
@@ -273,9 +279,12 @@ void AddForwardCommands(CLI::App& app, Context& context) {
     AddName(*command, *given, "PROFILE", "Whose mail it gets: path (user0/from0), nickname or address of the profile");
     command->add_option("ADDRESS", given->first, "Where to send")->required()->option_text(" ");
     command->add_flag("--again", given->again, "Also when the profile has the same address already");
-    command->add_flag("--new-mail-only", given->new_mail_only,
-                      "What is in the mailbox now counts as handled: the address gets only what comes from now "
-                      "on. Without it the first run sends it everything");
+    auto* const new_mail_only =
+        command->add_flag("--new-mail-only", given->new_mail_only,
+                          "What is in the mailbox now counts as handled: the address gets only what comes from now "
+                          "on. Without it the first run sends it everything");
+    command->add_flag("--all-mail", given->all_mail, "Do not ask: the first run sends it everything")
+        ->excludes(new_mail_only);
     given->keys.AddTo<CForwardAddressSetting>(*command, {"address"});
     AddCommonCommands<CForwardAddressSetting>(
         *group, context, {EditKind::Forward, "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},
@@ -283,6 +292,10 @@ void AddForwardCommands(CLI::App& app, Context& context) {
             return ListForwards(root, profile.empty() ? nullptr : FindProfile(root, profile).profile, form);
         },
         ShowForward, RemoveForward);
+
+    const auto caught_up = AddCommand(*group, context, "catch-up", "Let what is in the mailbox now count as handled.",
+                                      CatchUpForward, command);
+    AddName(*command, *caught_up, "FORWARD", kForwardName);
 }
 
 }  // namespace

@@ -69,7 +69,8 @@ public:
     std::vector<CString> Touched() {
         if (request_.verb == EditVerb::Add) return {};
         if (request_.kind == EditKind::Profile) return {FindProfile(root_, request_.name).profile->path};
-        if (request_.verb != EditVerb::Remove) return {};
+        const bool changes_lists = request_.verb == EditVerb::CatchUp || request_.verb == EditVerb::Resend;
+        if (request_.verb != EditVerb::Remove && !changes_lists) return {};
         if (request_.kind == EditKind::Forward) return {FindForward(root_, request_.name).profile->path};
         std::vector<CString> paths;
         if (request_.kind == EditKind::User) {

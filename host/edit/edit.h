@@ -17,12 +17,15 @@
 namespace tarvex::host {
 
 enum class EditKind { User, Profile, Forward, Schedule, Rules };
-// Schedules are switched, and are not set. Rules are added to a tree that has none, and set.
-enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff };
+// Schedules are switched, and are not set. Rules are added to a tree that has none, and set. The last three are of
+// profiles and forwarding addresses (host/rules/memory_edit.h): a profile that waits may send, what is in the mailbox
+// counts as handled (and the profile waits no longer), what was sent goes out again.
+enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff, Accept, CatchUp, Resend };
 
 // As they are typed, in that order.
 inline constexpr std::array<std::string_view, 5> kEditKinds = {"user", "profile", "forward", "schedule", "rules"};
-inline constexpr std::array<std::string_view, 5> kEditVerbs = {"add", "set", "remove", "on", "off"};
+inline constexpr std::array<std::string_view, 8> kEditVerbs = {"add", "set",    "remove",   "on",
+                                                               "off", "accept", "catch-up", "resend"};
 
 // All text is UTF-8; names are found as in host/tree/names.h.
 struct EditRequest {
@@ -36,7 +39,8 @@ struct EditRequest {
     std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/tree/keys.h)
     std::map<std::string, std::string> secrets;  // add, set: passwords by settings key, as bytes; an empty one clears
     bool again = false;                          // add: also what the tree has already
-    std::vector<std::string> uidls;              // of a new forwarding address: ids that count as handled already
+    std::vector<std::string> uidls;              // of a new forwarding address, and to catch up: ids that count as
+                                                 // handled; to resend: the one message, or none for all
     std::string terms;                           // of a schedule, add: as ParseTerms reads them
     std::optional<std::size_t> term_number;      // of a schedule, else: counted from 1; all terms when there is none
     std::string expected;  // remove: what the confirmation prompt said (WhatGoes); nothing is removed when that has

@@ -72,7 +72,7 @@ std::string Change(CScheduleSetting& schedule, const EditRequest& request) {
         case EditVerb::SwitchOn:
         case EditVerb::SwitchOff:
             return SwitchTerms(schedule, request);
-        case EditVerb::Set:
+        default:
             break;
     }
     throw CommandError(kBadUsage, "there is no edit \"" + EditName(request) + '"');

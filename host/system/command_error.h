@@ -10,7 +10,7 @@ namespace tarvex::host {
 // Exit codes. Beside these: 128 and the signal when one ended the command.
 inline constexpr int kDone = 0;
 inline constexpr int kMissing = 1;       // demo: something did not arrive as it should have
-inline constexpr int kNotAllSent = 1;    // status: mail is set aside
+inline constexpr int kNotAllSent = 1;    // status: mail is set aside, an address is parked, a profile waits
 inline constexpr int kNoRoot = 2;        // run: the root directory cannot be had
 inline constexpr int kBadUsage = 64;     // the command line is wrong (EX_USAGE)
 inline constexpr int kBadData = 65;      // a value cannot be stored (EX_DATAERR)

@@ -34,6 +34,7 @@
 #include <vector>
 
 #include "host/history/run_words.h"
+#include "host/rules/memory_edit.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -254,7 +255,7 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     RetryLeftOut();  // may have been loaded when it could not be read
     const std::string headline = Headline(request);
     Reply reply{{}, kRootHasGone};
-    const int code = !HasRoot() ? kCannotWrite : EditWithHeld(root_, request, reply);
+    const int code = !HasRoot() ? kCannotWrite : EditWithMemory(root_, rules_.Memory(), request, reply);
     next_held_look_.clear();
     code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLineOfUtf8(reply.error, kReasonColumns));
     client.Answer(code, reply);

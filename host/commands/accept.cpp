@@ -1,0 +1,90 @@
+// `tarvex accept` and `tarvex resend`: a person decides what counts as sent.
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "host/commands/commands.h"
+#include "host/commands/mailbox_ids.h"
+#include "host/commands/submit.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/terminal/password_source.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_root.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+struct Given {
+    std::string profile;
+    std::string address;
+    std::string id;
+    bool send = false;
+    bool skip = false;
+    bool yes = false;
+};
+
+int Accept(const Context& context, const Given& given) {
+    if (given.send == given.skip) throw CommandError(kBadUsage, "say --send or --skip");
+    EditRequest request(EditKind::Profile, given.send ? EditVerb::Accept : EditVerb::CatchUp, given.profile);
+    if (given.skip) {
+        CRootPath root;
+        OpenTree(root, RootDirectory(context.root_option));
+        request.uidls = IdsOnServer(FindProfile(root, given.profile).profile->setting, "nothing was changed");
+    }
+    return Submit(context, request);
+}
+
+int Resend(const Context& context, const Given& given) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context.root_option));
+    const std::string profile = ShownName(root, FindProfile(root, given.profile).profile->path);
+    EditRequest request(EditKind::Profile, EditVerb::Resend, profile);
+    if (!given.address.empty()) {
+        const std::string forward = ShownName(root, FindForward(root, profile + '/' + given.address).forward->path);
+        request = EditRequest(EditKind::Forward, EditVerb::Resend, forward);
+    }
+    if (!given.id.empty()) request.uidls = {given.id};
+    const std::string what = given.id.empty() ? "everything that is in its mailbox" : "message \"" + given.id + '"';
+    if (!given.yes && !AskYes("Send " + what + " once more for " + request.name + "?")) {
+        std::cout << "Nothing was changed.\n";
+        return kDone;
+    }
+    return Submit(context, request);
+}
+
+using Command = int (*)(const Context&, const Given&);
+
+CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help, Command run,
+                     const std::shared_ptr<Given>& given) {
+    CLI::App* const command = app.add_subcommand(name, help);
+    command->add_option("PROFILE", given->profile, "Path, nickname or address of the profile")
+        ->required()
+        ->option_text(" ");
+    command->callback(
+        [&context, given, run] { context.command = [&context, given, run] { return run(context, *given); }; });
+    return command;
+}
+
+}  // namespace
+
+void AddAcceptCommands(CLI::App& app, Context& context) {
+    const auto given = std::make_shared<Given>();
+    CLI::App* command =
+        AddCommand(app, context, "accept",
+                   "Let a profile go on that waits because the ids of its mailbox have changed.", Accept, given);
+    auto* const send = command->add_flag("--send", given->send, "Send everything that counts as new");
+    command->add_flag("--skip", given->skip, "What is in the mailbox now counts as handled")->excludes(send);
+
+    command =
+        AddCommand(app, context, "resend", "Let mail that was sent go out again with the next run.", Resend, given);
+    command->add_option("ADDRESS", given->address, "Only to this forwarding address; without it, to all")
+        ->option_text(" ");
+    command->add_option("--id", given->id, "Only the message with this id on the server")->type_name("ID");
+    command->add_flag("--yes,-y", given->yes, "Do not ask");
+}
+
+}  // namespace tarvex::host

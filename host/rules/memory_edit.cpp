@@ -1,0 +1,142 @@
+// Lets mail count as handled, or as not sent, for the addresses of a profile.
+
+#include "host/rules/memory_edit.h"
+
+#include <algorithm>
+#include <ctime>
+#include <optional>
+#include <unordered_set>
+#include <vector>
+
+#include "host/rules/held_work.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/terminal/wording.h"
+#include "host/tree/host_setting.h"
+#include "host/tree/names.h"
+#include "host/tree/readiness.h"
+
+namespace tarvex::host {
+namespace {
+
+// What an edit is about: a profile with all of its addresses, or with one of them.
+struct Target {
+    CPopProfile* profile = nullptr;
+    std::vector<CForwardAddress*> addresses;
+};
+
+Target TargetOf(const CRootPath& root, const EditRequest& request) {
+    Target target;
+    if (request.kind == EditKind::Forward) {
+        const NamedForward named = FindForward(root, request.name);
+        target = {named.profile, {named.forward}};
+    } else if (request.kind == EditKind::Profile) {
+        target.profile = FindProfile(root, request.name).profile;
+        for (const auto& address : target.profile->forward_addresses) target.addresses.push_back(address.get());
+    } else {
+        throw CommandError(kBadUsage, "there is no edit \"" + EditName(request) + '"');
+    }
+    if (const std::string why = WhyUnreadable(*target.profile); !why.empty()) throw CommandError(kCannotWrite, why);
+    return target;
+}
+
+// Changes the list of ids on disk; runs read it from there.
+template <class Change>
+void ChangeList(const CForwardAddress& address, const Change& change) {
+    CForwardAddress list;
+    list.SetPath(address.path);
+    list.LoadUidlSetting();
+    if (const std::string why = WhyNotLoaded(list.uidls_loaded); !why.empty()) throw CommandError(kCannotWrite, why);
+    if (!change(list.uidls)) return;
+    if (!list.SaveUidlSetting()) throw CommandError(kCannotWrite, "cannot write in \"" + ShowPath(address.path) + '"');
+}
+
+std::string CatchUp(const CRootPath& root, const Target& target, const EditRequest& request) {
+    for (const CForwardAddress* const address : target.addresses) {
+        ChangeList(*address, [&](CArray<CString>& uidls) {
+            const std::unordered_set<std::string> known(uidls.begin(), uidls.end());
+            const std::size_t before = uidls.size();
+            for (const std::string& uidl : request.uidls) {
+                if (!known.contains(uidl)) uidls.push_back(uidl);
+            }
+            return uidls.size() != before;
+        });
+    }
+    const std::string whom = request.kind == EditKind::Profile
+                                 ? "every address of " + ShownName(root, target.profile->path)
+                                 : ShownName(root, target.addresses.front()->path);
+    return "What is in the mailbox counts as handled for " + whom + " (" +
+           ShowCount(static_cast<std::int64_t>(request.uidls.size()), "message") + ").\n";
+}
+
+void ForgetMessage(const CForwardAddress& address, ProfileMemory& memory, const std::string& uidl, bool& is_known) {
+    if (const std::optional<MailDigest> digest = memory.DigestOfId(uidl)) {
+        is_known = true;
+        memory.Forget(address.setting.address, *digest, std::time(nullptr));
+    }
+    ChangeList(address, [&](CArray<CString>& uidls) {
+        const bool was_there = std::erase(uidls, uidl) != 0;
+        is_known = is_known || was_there;
+        return was_there;
+    });
+}
+
+std::string Resend(const CRootPath& root, const Target& target, const EditRequest& request, ProfileMemory& memory) {
+    bool is_known = request.uidls.empty();
+    for (const CForwardAddress* const address : target.addresses) {
+        for (const std::string& uidl : request.uidls) ForgetMessage(*address, memory, uidl, is_known);
+        if (!request.uidls.empty()) continue;
+        memory.Forget(address->setting.address, std::time(nullptr));
+        ChangeList(*address, [](CArray<CString>& uidls) {
+            const bool had_some = !uidls.empty();
+            uidls.clear();
+            return had_some;
+        });
+    }
+    if (!is_known)
+        throw CommandError(kNotFound,
+                           "no message with the id \"" + ShowText(request.uidls.front()) + "\" is known there");
+    return "What is still in the mailbox of " + ShownName(root, target.profile->path) +
+           " goes out again with the next run.\n";
+}
+
+std::string Accept(const CRootPath& root, const Target& target, const EditRequest& request, ProfileMemory& memory) {
+    if (!HasRules(root.path)) throw NoRules();
+    if (!memory.IsWaiting())
+        throw CommandError(kNotFound, ShownName(root, target.profile->path) + " does not wait for an answer");
+    const bool sends = request.verb == EditVerb::Accept;
+    std::string said = sends ? ShownName(root, target.profile->path) +
+                                   " goes on with its next run, which sends what is in the mailbox.\n"
+                             : CatchUp(root, target, request);
+    memory.Answer(sends ? WaitAnswer::Send : WaitAnswer::Skip, std::time(nullptr));
+    return said;
+}
+
+std::string Apply(const CRootPath& root, RuleMemory& memory, const EditRequest& request) {
+    const Target target = TargetOf(root, request);
+    ProfileMemory of_profile = memory.Of(target.profile->path);
+    if (request.verb == EditVerb::Resend) return Resend(root, target, request, of_profile);
+    if (request.kind == EditKind::Profile) return Accept(root, target, request, of_profile);
+    return CatchUp(root, target, request);
+}
+
+}  // namespace
+
+int EditWithMemory(CRootPath& root, RuleMemory& memory, const EditRequest& request, Reply& reply) {
+    const bool is_of_memory = request.verb == EditVerb::CatchUp || request.verb == EditVerb::Resend ||
+                              (request.verb == EditVerb::Accept && request.kind == EditKind::Profile);
+    if (!is_of_memory) return EditWithHeld(root, request, reply);
+    reply = {};
+    try {
+        reply.printed = Apply(root, memory, request);
+        return kDone;
+    } catch (const CommandError& error) {
+        reply.error = error.what();
+        return error.ExitCode();
+    } catch (const std::exception& error) {
+        reply.error = error.what();
+        return kBroken;
+    }
+}
+
+}  // namespace tarvex::host
