@@ -395,7 +395,8 @@ void RunRules::RememberRetrievals(const CRunResult& result) {
 
 NextRun RunRules::WhenNext(const CRunResult& result) const {
     // What the next run would do all over again is no progress.
-    const bool delivered = result.messages_delivered > 0 || result.copies_set_aside > 0;
+    const bool copied = rules_.sentonce && result.copies > 0;
+    const bool delivered = copied || result.messages_delivered > 0 || result.copies_set_aside > 0;
     const bool got_further = result.lists != CSaved::Failed && (delivered || has_learnt_);
     if (result.ending == CRunEnding::DeliveryFailed && got_further) return NextRun::AtOnce;
     const bool went_well = result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew;

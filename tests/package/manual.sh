@@ -16,7 +16,7 @@ else
 fi
 
 # As `tarvex --help` and the help of each command name them.
-subcommands() { "$tarvex" "$@" --help | sed -nE '/^Subcommands:/,$s/^  ([a-z]+).*/\1/p'; }
+subcommands() { "$tarvex" "$@" --help | sed -nE '/^Subcommands:/,$s/^  ([a-z-]+).*/\1/p'; }
 options() { "$tarvex" "$@" --help | sed -nE 's/^  (-[a-z],)?--([a-z0-9_-]+).*/\2/p'; }
 
 page=$(<"$pages/tarvex.1") keys=$(<"$pages/tarvex.def.5")

@@ -353,9 +353,9 @@ private:
                 words = {"forward", "remove", new_address_, "--yes"};
                 break;
             default:
-                words = {"profile",     "add",       "user0",     "box" + number + "@example.org",
-                         "--popserver", "127.0.0.1", "--popuser", "user",
-                         "--status",    "off"};
+                words = {"profile",     "add",       "user0",     "--again", "box" + number + "@example.org",
+                         "--popserver", "127.0.0.1", "--popuser", "user",    "--status",
+                         "off"};
         }
         words.insert(words.begin(), TARVEX_HOST);
         words.insert(words.end(), {"--root", root_.String()});
