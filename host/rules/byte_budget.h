@@ -7,6 +7,8 @@
 
 namespace tarvex::host {
 
+inline constexpr std::int64_t kMiB = std::int64_t{1} << 20;
+
 // Thread-safe.
 class ByteBudget {
 public:

@@ -277,8 +277,6 @@ private:
     std::string_view failed_;  // the key that was missing, or had a value that it cannot have
 };
 
-CString FolderOf(const CForwardAddress& address) { return address.path.substr(address.path.find_last_of("\\/") + 1); }
-
 constexpr CTime kFirstDelay_s = CTime{15} * 60;
 constexpr CTime kLongestDelay_s = CTime{4} * 60 * 60;
 
@@ -286,9 +284,15 @@ constexpr CTime kLongestDelay_s = CTime{4} * 60 * 60;
 
 std::string_view Word(HeldKind kind) { return kKinds[static_cast<std::size_t>(kind)]; }
 
+CString FolderOf(const CForwardAddress& address) { return address.path.substr(address.path.find_last_of("\\/") + 1); }
+
+const CString& RelayOf(const CPopProfileSetting& setting) {
+    return setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
+}
+
 CString RouteOf(const CPopProfileSetting& setting) {
     const bool logs_in = setting.esmtp != 0 && setting.smtpauth != 0;
-    CString route = setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
+    CString route = RelayOf(setting);
     route += ':' + std::to_string(setting.smtpport) + " tls " + std::to_string(setting.sslsmtp) + " from <" +
              setting.address + '>';
     if (!logs_in) return route;
@@ -301,13 +305,18 @@ bool IsOf(const HeldAddress& waiting, const CForwardAddress& address) {
     return waiting.address == address.setting.address || waiting.made == DirectoryIdentity(address.path);
 }
 
-HeldAddress RefusedNow(const CPopProfile& profile, const CForwardAddress& address, CRunStage stage,
-                       CFailureClass failure_class, const CString& reply, CTime now) {
+HeldAddress WaitingNow(const CPopProfile& profile, const CForwardAddress& address) {
     HeldAddress waiting;
     waiting.address = address.setting.address;
     waiting.folder = FolderOf(address);
     waiting.made = DirectoryIdentity(address.path);
     waiting.route = RouteOf(profile.setting);
+    return waiting;
+}
+
+HeldAddress RefusedNow(const CPopProfile& profile, const CForwardAddress& address, CRunStage stage,
+                       CFailureClass failure_class, const CString& reply, CTime now) {
+    HeldAddress waiting = WaitingNow(profile, address);
     CountRefusal(waiting, stage, failure_class, reply, now);
     return waiting;
 }

@@ -47,12 +47,21 @@ struct HeldRecord {
                          // damaged one only the id is sure
 };
 
+// The name of an address's folder: "forwardto0".
+CString FolderOf(const CForwardAddress& address);
+
+// The SMTP server, which is the POP3 server where none is set.
+const CString& RelayOf(const CPopProfileSetting& setting);
+
 // What decides the answers of an SMTP server beside address and message: server, port, TLS, login, sender. Without a
 // password.
 CString RouteOf(const CPopProfileSetting& setting);
 
 // Whether it is this address of the profile that waits, also after its setting was changed.
 bool IsOf(const HeldAddress& waiting, const CForwardAddress& address);
+
+// The address as one that waits, about which the server was not asked.
+HeldAddress WaitingNow(const CPopProfile& profile, const CForwardAddress& address);
 
 // What the address waits for that the server has just refused for the first time.
 HeldAddress RefusedNow(const CPopProfile& profile, const CForwardAddress& address, CRunStage stage,

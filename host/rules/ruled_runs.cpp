@@ -14,12 +14,6 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-constexpr std::int64_t kMiB = std::int64_t{1} << 20;
-
-const CString& RelayOf(const CPopProfileSetting& setting) {
-    return setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
-}
-
 }  // namespace
 
 RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell) : root_(root), memory_(root, std::move(tell)) {}

@@ -11,22 +11,16 @@
 
 #include "host/rules/delivery_report.h"
 #include "host/rules/held_sending.h"
-#include "host/system/paths.h"
 #include "host/terminal/wording.h"
 #include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
 
-constexpr std::int64_t kMiB = std::int64_t{1} << 20;
 constexpr int kServersFault = 3;                        // messages in a row that are refused with the same words
 constexpr int kSetAsideAfter = 2;                       // refusals of one copy in a row, for the time being
 constexpr int kMostRefusedDeletions = 10;               // of a run; then the server is not asked any more
 constexpr std::int64_t kMostMessageBytes = 256 * kMiB;  // no longer one is ever held, whatever the server says
-
-std::string FolderOf(const CForwardAddress& address) {
-    return address.path.substr(address.path.find_last_of("\\/") + 1);
-}
 
 CRunStage StageOf(int step) {
     switch (step) {
@@ -318,11 +312,7 @@ bool RunRules::IsHeld(const MailDigest& digest, const CForwardAddress& address) 
 
 bool RunRules::HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
                            const CForwardAddress& address) {
-    HeldAddress waiting;
-    waiting.address = address.setting.address;
-    waiting.folder = FolderOf(address);
-    waiting.made = DirectoryIdentity(address.path);
-    waiting.route = RouteOf(profile.setting);
+    HeldAddress waiting = WaitingNow(profile, address);
     if (kind == HeldKind::Refused) {
         const std::map<CString, Note> parked = profile_memory_.Notes(Matter::Parked);
         waiting.stage = CRunStage::RcptTo;
