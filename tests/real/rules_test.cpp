@@ -53,6 +53,14 @@ public:
         return subjects;
     }
 
+    // Waits until Postfix has noticed that every client that it greeted has left.
+    bool WaitUntilLeft() const {
+        return WaitUntil([&] {
+            const std::string log = server.Log();
+            return CountOf(log, " connect from ") == CountOf(log, " disconnect from ");
+        });
+    }
+
     PopServer pop;
     SmtpServer server;
     Forwarding forwarding{pop, server.PlainPort()};
@@ -141,12 +149,13 @@ TEST_F(RealRules, GreylistedAddressCostsTheOtherNoSecondCopy) {
 // 421 in the greeting says nothing about a message.
 TEST_F(RealRules, NothingIsSetAsideWhilePostfixTakesNoMoreConnections) {
     Between with("smtpd_client_connection_count_limit = 1\nsmtpd_client_event_limit_exceptions =", true);
+    ASSERT_TRUE(with.WaitUntilLeft());
     auto* const other = with.forwarding.Profile().CreateSmtpConnection();
     ASSERT_TRUE(other);
     EXPECT_EQ(with.Run(), kServerTrouble);
     EXPECT_EQ(CountOf(with.Held(), "421"), 0);
     CloseSmtpConnection(other);
-    ASSERT_TRUE(with.server.WaitForLog("disconnect from"));
+    ASSERT_TRUE(with.WaitUntilLeft());
     EXPECT_EQ(with.Run(), 0);
     EXPECT_EQ(with.Arrived(kPhone, kMails).size(), kMails);
 }
