@@ -20,8 +20,6 @@ constexpr bool Is(int value, Enumeration enumerator) {
     return value == static_cast<int>(enumerator);
 }
 
-static_assert(Is(TARVEX_DELETE_AND_FORGET, CDeletion::Forget) && Is(TARVEX_DELETE_AND_REMEMBER, CDeletion::Remember) &&
-              Is(TARVEX_DELETE_NOT_NOW, CDeletion::NotNow));
 static_assert(Is(TARVEX_SEND_AS_ALWAYS, CSending::AsAlways) && Is(TARVEX_SEND, CSending::Send) &&
               Is(TARVEX_HAS_IT, CSending::HasIt) && Is(TARVEX_KEEP_BACK, CSending::KeepBack));
 static_assert(Is(TARVEX_END_DELIVERY, CRefusal::EndDelivery) && Is(TARVEX_HOST_HAS_IT, CRefusal::HostHasIt));
@@ -77,11 +75,9 @@ bool CGuardForC::IsHandled(const CPopProfile& profile, const CMailOnServer& mail
     });
 }
 
-CDeletion CGuardForC::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
+bool CGuardForC::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
     if (!host_.deletes) return CRunGuard::Deletes(profile, mail);
-    return AskAbout(profile, mail, [&](const tarvex_mail* told) {
-        return Answer(host_.deletes(host_.context, told), CDeletion::NotNow);
-    });
+    return AskAbout(profile, mail, [&](const tarvex_mail* told) { return host_.deletes(host_.context, told) != 0; });
 }
 
 bool CGuardForC::GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion) {

@@ -16,7 +16,7 @@ public:
     bool Begins(const CPopProfile& profile) override;
     bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) override;
     bool IsHandled(const CPopProfile& profile, const CMailOnServer& mail, bool received) override;
-    CDeletion Deletes(const CPopProfile& profile, const CMailOnServer& mail) override;
+    bool Deletes(const CPopProfile& profile, const CMailOnServer& mail) override;
     bool GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion) override;
     bool WantsSizes(const CPopProfile& profile) override;
     bool ComesLast(const CPopProfile& profile, const CMailOnServer& mail) override;

@@ -17,8 +17,8 @@ bool CRunGuard::IsHandled(const CPopProfile& /*profile*/, const CMailOnServer& /
     return received;
 }
 
-CDeletion CRunGuard::Deletes(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) {
-    return CDeletion::Forget;
+bool CRunGuard::Deletes(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) {
+    return true;
 }
 
 bool CRunGuard::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& /*refused_deletion*/) { return false; }

@@ -100,12 +100,11 @@ private:
                 listing[wanted++] = mail;
                 continue;
             }
-            const CDeletion deletion = setting_.deletemail != 0 ? guard_.Deletes(profile_, mail) : CDeletion::NotNow;
-            if (deletion == CDeletion::NotNow) continue;
+            if (setting_.deletemail == 0 || !guard_.Deletes(profile_, mail)) continue;
             const Deleted deleted = Delete(CString(mail.number), uidl);
             if (deleted == Deleted::GaveUp) return false;
             // The last element goes, also when it is another id because this one was listed before (B51).
-            if (present && deleted == Deleted::Yes && deletion == CDeletion::Forget) present->RemoveLast();
+            if (present && deleted == Deleted::Yes) present->RemoveLast();
         }
         listing.resize(wanted);
         return true;

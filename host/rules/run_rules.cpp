@@ -132,12 +132,11 @@ bool RunRules::IsHandled(const CPopProfile& /*profile*/, const CMailOnServer& ma
 
 // The id is forgotten with the message: a server may give it to the next one, which would pass for handled otherwise. A
 // message that the server did not delete is known by its bytes.
-CDeletion RunRules::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
-    if (!rules_.deletewaits) return CDeletion::Forget;
+bool RunRules::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
+    if (!rules_.deletewaits) return true;
     const CString uidl(mail.uidl);
-    const bool may = refused_deletions_ < kMostRefusedDeletions && !uidl.empty() && !twice_.contains(uidl) &&
-                     HasEverybody(profile, mail.uidl) && profile_memory_.MayDelete(uidl, Now());
-    return may ? CDeletion::Forget : CDeletion::NotNow;
+    return refused_deletions_ < kMostRefusedDeletions && !uidl.empty() && !twice_.contains(uidl) &&
+           HasEverybody(profile, mail.uidl) && profile_memory_.MayDelete(uidl, Now());
 }
 
 // Everybody who is switched on, whatever his schedule says now.

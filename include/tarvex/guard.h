@@ -29,12 +29,6 @@ struct TARVEX_API CMailOnServer {
     std::int64_t size_bytes = -1;  // as LIST tells it, unless the server was not asked or gave no number
 };
 
-enum class CDeletion : int {
-    Forget = 0,    // send DELE, and forget that the addresses have it
-    Remember = 1,  // send DELE, but forget it only when a later listing lacks it: the server may not keep its word
-    NotNow = 2,    // leave it on the server
-};
-
 enum class CSending : int {
     AsAlways = 0,  // send it when the address's list lacks its id. One that is for nobody goes to the server all the
                    // same, which refuses it for want of a recipient, unless some answer was another
@@ -72,8 +66,8 @@ public:
     // Whether the message needs no fetching. `received`: whether the ids of all who take part say so.
     virtual bool IsHandled(const CPopProfile& profile, const CMailOnServer& mail, bool received);
 
-    // For a handled message, where `deletemail` is set.
-    virtual CDeletion Deletes(const CPopProfile& profile, const CMailOnServer& mail);
+    // Whether a handled message is deleted now, where `deletemail` is set. Its id is forgotten then.
+    virtual bool Deletes(const CPopProfile& profile, const CMailOnServer& mail);
 
     // Whether the run goes on after the server has refused to delete a message.
     virtual bool GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion);

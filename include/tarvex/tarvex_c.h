@@ -200,12 +200,6 @@ typedef struct tarvex_mail {
     long long text_bytes;
 } tarvex_mail;
 
-enum tarvex_deletion {
-    TARVEX_DELETE_AND_FORGET = 0,   /* as without a guard */
-    TARVEX_DELETE_AND_REMEMBER = 1, /* the id stays in the lists until a listing lacks it */
-    TARVEX_DELETE_NOT_NOW = 2
-};
-
 enum tarvex_sending {
     TARVEX_SEND_AS_ALWAYS = 0, /* when the address's list lacks the id */
     TARVEX_SEND = 1,           /* whatever the list says */
@@ -222,11 +216,12 @@ typedef struct tarvex_guard {
     int size;      /* sizeof(tarvex_guard): later versions add members to the end */
     void* context; /* handed to every function */
     /* Non-zero for yes. Whether the run shall begin; whether it shall go on with what the server lists; whether a
-       message needs no fetching (`received`: the lists say so); whether the run goes on after a refused deletion. */
+       message needs no fetching (`received`: the lists say so); whether a handled one is deleted on the server, where
+       `deletemail` is set; whether the run goes on after a refused deletion. */
     int(TARVEX_C_CALL* begins)(void* context, const char* profile);
     int(TARVEX_C_CALL* listed)(void* context, const char* profile, const tarvex_mail* mails, int count);
     int(TARVEX_C_CALL* is_handled)(void* context, const tarvex_mail* mail, int received);
-    int(TARVEX_C_CALL* deletes)(void* context, const tarvex_mail* mail); /* a tarvex_deletion */
+    int(TARVEX_C_CALL* deletes)(void* context, const tarvex_mail* mail);
     int(TARVEX_C_CALL* goes_on_after)(void* context, const char* profile, const tarvex_failure* refused_deletion);
     /* Whether sizes are wanted before anything is fetched; whether a message is fetched last; whether it is fetched in
        this run, which holds `held_bytes` already; whether what was fetched is delivered although the mailbox failed. */

@@ -28,7 +28,7 @@ struct TestGuard : CRunGuard {
     std::optional<bool> begins, listed, goes_on, delivers_after;
     bool wants_sizes = false;
     std::function<bool(const CMailOnServer&, bool)> is_handled;
-    std::function<CDeletion(const CMailOnServer&)> deletes;
+    std::function<bool(const CMailOnServer&)> deletes;
     std::function<bool(const CMailOnServer&)> comes_last;
     std::function<bool(const CMailOnServer&, std::int64_t)> fetches;
     std::function<CSending(const CReceiveMail&, const CForwardAddress&, bool)> sends;
@@ -45,7 +45,7 @@ struct TestGuard : CRunGuard {
     bool IsHandled(const CPopProfile& p, const CMailOnServer& mail, bool received) override {
         return is_handled ? is_handled(mail, received) : CRunGuard::IsHandled(p, mail, received);
     }
-    CDeletion Deletes(const CPopProfile& p, const CMailOnServer& mail) override {
+    bool Deletes(const CPopProfile& p, const CMailOnServer& mail) override {
         return deletes ? deletes(mail) : CRunGuard::Deletes(p, mail);
     }
     bool GoesOnAfter(const CPopProfile& p, const CRunFailure& refused_deletion) override {
@@ -197,16 +197,8 @@ TEST_F(Guard, MayHaveAHandledMessageFetched) {
 TEST_F(Guard, MayLeaveAHandledMessageOnTheServer) {
     lists = {{"m", "n"}};
     deletemail = true;
-    guard.deletes = [](const CMailOnServer& mail) { return mail.uidl == "m" ? CDeletion::NotNow : CDeletion::Forget; };
+    guard.deletes = [](const CMailOnServer& mail) { return mail.uidl != "m"; };
     RunBetween(Mailbox({"m", "n"}, std::string("C: DELE 2\nS: +OK\n") + kPopQuit));
-    EXPECT_THAT(lists[0], ElementsAre("m"));
-}
-
-TEST_F(Guard, MayRememberWhatItHasDeleted) {
-    lists = {{"m"}};
-    deletemail = true;
-    guard.deletes = [](const CMailOnServer&) { return CDeletion::Remember; };
-    RunBetween(Mailbox({"m"}, std::string("C: DELE 1\nS: +OK\n") + kPopQuit));
     EXPECT_THAT(lists[0], ElementsAre("m"));
 }
 

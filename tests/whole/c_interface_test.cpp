@@ -239,7 +239,7 @@ struct Asked {
         };
         guard.deletes = [](void* c, const tarvex_mail* mail) {
             Note(c, mail, "deletes");
-            return static_cast<int>(TARVEX_DELETE_AND_REMEMBER);
+            return 1;
         };
         guard.goes_on_after = [](void* c, const char*, const tarvex_failure* refused) {
             Of(c).questions.push_back(std::string("goes_on_after ") + refused->reply);
