@@ -278,7 +278,6 @@ private:
 };
 
 constexpr CTime kFirstDelay_s = CTime{15} * 60;
-constexpr CTime kLongestDelay_s = CTime{4} * 60 * 60;
 
 }  // namespace
 
@@ -330,8 +329,8 @@ void CountRefusal(HeldAddress& waiting, CRunStage stage, CFailureClass failure_c
     waiting.next_try = 0;
     if (failure_class != CFailureClass::Transient) return;
     CTime delay_s = kFirstDelay_s;
-    for (int i = 1; i < waiting.tries && delay_s < kLongestDelay_s; ++i) delay_s *= 2;
-    waiting.next_try = now + std::min(delay_s, kLongestDelay_s);
+    for (int i = 1; i < waiting.tries && delay_s < kLongestHeldPause; ++i) delay_s *= 2;
+    waiting.next_try = now + std::min(delay_s, kLongestHeldPause);
 }
 
 std::string TextOf(const HeldRecord& record) {

@@ -63,6 +63,8 @@ bool IsOf(const HeldAddress& waiting, const CForwardAddress& address);
 // The address as one that waits, about which the server was not asked.
 HeldAddress WaitingNow(const CPopProfile& profile, const CForwardAddress& address);
 
+inline constexpr CTime kLongestHeldPause = CTime{4} * 60 * 60;
+
 // What the address waits for that the server has just refused for the first time.
 HeldAddress RefusedNow(const CPopProfile& profile, const CForwardAddress& address, CRunStage stage,
                        CFailureClass failure_class, const CString& reply, CTime now);

@@ -51,6 +51,19 @@ bool WasRefusedAsRecipient(const HeldAddress& waiting) { return waiting.stage ==
 // Its last try had no answer about it.
 bool HasFailed(const HeldAddress& waiting) { return waiting.next_try != 0 && waiting.last_try >= waiting.next_try; }
 
+// A try of the future shows that the clock was set back, and so does one that is further off than any is put off.
+bool ClockWasSetBack(const HeldAddress& waiting, CTime now) {
+    return waiting.last_try > now || waiting.next_try > now + kLongestHeldPause;
+}
+
+bool WasTriedJustNow(const HeldAddress& waiting, CTime now) {
+    return now < waiting.last_try + kPause_s && now >= waiting.last_try;
+}
+
+bool IsPutOff(const HeldAddress& waiting, CTime now) {
+    return waiting.next_try > now && !ClockWasSetBack(waiting, now);
+}
+
 bool HasChanged(const HeldAddress& waiting, const CForwardAddress& address, const CString& route) {
     return waiting.address != address.setting.address || waiting.route != route;
 }
@@ -122,6 +135,7 @@ private:
 
     bool TryNow(HeldRecord& record, HeldAddress& waiting, CForwardAddress& address, std::string text,
                 HeldResult& result) {
+        if (ClockWasSetBack(waiting, options_.now) && waiting.next_try != 0) waiting.next_try = options_.now;
         waiting.last_try = options_.now;
         const bool changed = HasChanged(waiting, address, RouteOf(copy_.setting));
         if (changed && waiting.next_try == 0) waiting.next_try = options_.now;  // should this try fail
@@ -233,7 +247,7 @@ std::vector<HeldChoice> DueHeld(const CPopProfile& profile, const std::vector<He
     std::map<CString, HeldAddress> last_as_recipient;  // by folder: the latest refusal
     for (const HeldRecord& record : records) {
         for (const HeldAddress& waiting : record.addresses) {
-            if (HasFailed(waiting) && now < waiting.last_try + kPause_s) return {};
+            if (HasFailed(waiting) && WasTriedJustNow(waiting, now)) return {};
             HeldAddress& last = last_as_recipient[waiting.folder];
             if (WasRefusedAsRecipient(waiting) && waiting.last_try >= last.last_try) last = waiting;
         }
@@ -245,9 +259,9 @@ std::vector<HeldChoice> DueHeld(const CPopProfile& profile, const std::vector<He
             const CForwardAddress* const address = AddressOf(profile, waiting);
             if (!address || !address->JudgeTakePart(now)) continue;
             const bool changed = HasChanged(waiting, *address, route);
-            const bool time_has_come = waiting.next_try != 0 && waiting.next_try <= now;
-            if (!time_has_come && !(changed && now >= waiting.last_try + kPause_s)) continue;
-            if (!changed && last_as_recipient[waiting.folder].next_try > now) continue;
+            const bool time_has_come = waiting.next_try != 0 && !IsPutOff(waiting, now);
+            if (!time_has_come && !(changed && !WasTriedJustNow(waiting, now))) continue;
+            if (!changed && IsPutOff(last_as_recipient[waiting.folder], now)) continue;
             due.push_back({record.id, waiting.folder, record.digest});
         }
     }

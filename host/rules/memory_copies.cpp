@@ -19,6 +19,11 @@ constexpr CTime kRefusalsKept = 30 * kDay;
 constexpr CTime kMarksKept = kHour;
 constexpr std::size_t kMostIdBytes = 1000;
 
+// Not one of the future either, which a clock that was set back has left.
+bool IsRecent(const Passage& passage, CTime now) {
+    return passage.time >= now - kMarksKept && passage.time <= now + kMarksKept;
+}
+
 bool IsUsable(const CString& uidl) { return !uidl.empty() && uidl.size() <= kMostIdBytes; }
 
 std::optional<MailDigest> ReadDigest(const Statement& row, int column) {
@@ -253,7 +258,7 @@ bool ProfileMemory::HasPassed(const MailDigest& mark, const CString& uidl, CTime
     if (!IsUsable(uidl)) return false;
     const std::scoped_lock lock(state_->mutex);
     const auto known = profile_->marks.find(mark);
-    if (known != profile_->marks.end() && known->second.time >= now - kMarksKept) return known->second.uidl != uidl;
+    if (known != profile_->marks.end() && IsRecent(known->second, now)) return known->second.uidl != uidl;
     if (!state_->MakeRoom(now)) return false;
     profile_->marks[mark] = {uidl, now};
     profile_->marks_changed = true;

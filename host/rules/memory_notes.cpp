@@ -28,6 +28,9 @@ Note ReadNote(const Statement& row, int first_column) {
     return note;
 }
 
+// A note of the future shows that the clock was set back. How long it waits by the new clock is not known: it is over.
+bool IsOver(const Note& note, CTime now) { return now >= note.next || now < note.last; }
+
 // One of the profile's notes, locked for as long as this lives.
 class NoteAccess {
 public:
@@ -35,7 +38,7 @@ public:
         : lock_(state.mutex), state_(state), profile_(profile), matter_(matter), subject_(std::move(subject)) {}
 
     const Note* Find() const { return state_.FindNote(profile_, matter_, subject_); }
-    bool MayTry(CTime now) const { return !Find() || now >= Find()->next; }
+    bool MayTry(CTime now) const { return !Find() || IsOver(*Find(), now); }
     void Drop() { state_.DropNote(profile_, matter_, subject_); }
 
     // Counts one more; nothing is to be tried for so long. Returns how many there are.

@@ -23,6 +23,7 @@ using host::HeldRecord;
 using host::HeldResult;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr CTime kMinute = 60;
@@ -216,6 +217,18 @@ TEST_F(HeldSending, OnlyWhatHasItsTimeIsDue) {
     Address(0).setting.status = 0;
     EXPECT_THAT(Due(kNow + 15 * kMinute), ElementsAre("1 forwardto1"));
     EXPECT_THAT(Outcomes(Send({{1, "forwardto0", ""}})), ElementsAre(HeldOutcome::NotTried));
+}
+
+TEST_F(HeldSending, AClockThatIsSetBackPutsNothingOff) {
+    Hold("one", {0, 1}, CRunStage::RcptTo);
+    for (const CTime back : {CTime{5} * 3600, CTime{10} * 365 * 86400}) {
+        EXPECT_THAT(Due(kNow - back), ElementsAre("1 forwardto0", "1 forwardto1")) << back;
+    }
+    Answer({{"MAIL", "close"}});  // a try that fails as well puts it off by the new clock
+    const CTime now = kNow - CTime{10} * 365 * 86400;
+    SendAll(now);
+    EXPECT_THAT(Due(now), IsEmpty());
+    EXPECT_THAT(Due(now + 15 * kMinute), Not(IsEmpty()));
 }
 
 TEST_F(HeldSending, ARefusedRecipientIsAskedAboutOnceForAllThatWaits) {

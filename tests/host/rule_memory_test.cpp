@@ -214,6 +214,23 @@ TEST_F(Memory, WaitsLongerAfterEachFailedLogin) {
     EXPECT_TRUE(Profile().MayLogIn(kNow + 4 * kHour));
 }
 
+TEST_F(Memory, AClockThatIsSetBackPutsNothingOff) {
+    Profile().Park("a@x", "550 no", kNow);
+    Profile().RecordNotDeleted("1", "-ERR no", kNow);
+    Profile().RecordFailedLogin("-ERR no", kHour, kNow);
+    for (int i = 0; i < 3; ++i) Profile().CountNotFetched("1", "-ERR no", kNow);
+    for (const CTime now : {kNow - kMinute, kNow - 10 * 365 * kDay}) {
+        ProfileMemory profile = Profile();
+        EXPECT_TRUE(profile.MayAsk("a@x", now) && profile.MayDelete("1", now) && profile.MayLogIn(now) &&
+                    profile.MayFetch("1", now))
+            << now;
+    }
+    Profile().HasPassed(Mail(1), "1", kNow);
+    EXPECT_FALSE(Profile().HasPassed(Mail(1), "2", kNow - kDay));
+    Profile().Park("a@x", "550 no", kNow - kDay);
+    EXPECT_FALSE(Profile().MayAsk("a@x", kNow - kDay));
+}
+
 TEST_F(Memory, KnowsWhetherSmtpFailedLast) {
     Profile().RecordSmtp(false, "connection refused", kNow);
     ExpectAlsoLater([&] { return Profile().HasSmtpFailed(); });
