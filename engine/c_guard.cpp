@@ -22,6 +22,7 @@ constexpr bool Is(int value, Enumeration enumerator) {
 
 static_assert(Is(TARVEX_SEND_AS_ALWAYS, CSending::AsAlways) && Is(TARVEX_SEND, CSending::Send) &&
               Is(TARVEX_HAS_IT, CSending::HasIt) && Is(TARVEX_KEEP_BACK, CSending::KeepBack));
+static_assert(Is(TARVEX_POP3, CProtocol::Pop3) && Is(TARVEX_SMTP, CProtocol::Smtp));
 static_assert(Is(TARVEX_END_DELIVERY, CRefusal::EndDelivery) && Is(TARVEX_HOST_HAS_IT, CRefusal::HostHasIt));
 
 // What is no answer is the default.
@@ -50,6 +51,15 @@ auto CGuardForC::AskAbout(const CPopProfile& profile, const CReceiveMail& mail, 
     const auto bytes = static_cast<long long>(mail.text.size());
     const tarvex_mail told{name.c_str(), mail.uidl.c_str(), -1, mail.text.c_str(), bytes};
     return ask(&told);
+}
+
+CConnection CGuardForC::Connects(const CPopProfile& profile, CServerToReach& server) {
+    if (!host_.connects) return CRunGuard::Connects(profile, server);
+    int is_secured = 0;
+    const long long socket =
+        host_.connects(host_.context, NameBelow(root_, profile.path).c_str(), static_cast<int>(server.protocol),
+                       std::string(server.name).c_str(), server.port, &is_secured);
+    return CConnection(static_cast<std::intptr_t>(socket), is_secured != 0);
 }
 
 bool CGuardForC::Begins(const CPopProfile& profile) {

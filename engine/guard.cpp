@@ -9,6 +9,8 @@ CRunGuard& CRunGuard::OrDefaults(CRunGuard* guard) {
     return guard ? *guard : defaults;
 }
 
+CConnection CRunGuard::Connects(const CPopProfile& /*profile*/, CServerToReach& /*server*/) { return {}; }
+
 bool CRunGuard::Begins(const CPopProfile& /*profile*/) { return true; }
 
 bool CRunGuard::Listed(const CPopProfile& /*profile*/, std::span<const CMailOnServer> /*listing*/) { return true; }

@@ -12,6 +12,7 @@
 
 #include "platform/os/shield.h"
 #include "tarvex/tree.h"
+#include "transfer/guarded_connecting.h"
 #include "transfer/pop_conversation.h"
 #include "transfer/run_failure.h"
 
@@ -32,6 +33,7 @@ public:
           observer_(profile.observer),
           result_(profile.result),
           conversation_(profile.setting, profile.log) {
+        LetGuardConnect(Socket(), guard_, profile, CProtocol::Pop3);
         Socket().SetLeastRate(guard_.LeastBytesPerMinute(profile));
     }
 

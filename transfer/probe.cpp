@@ -15,7 +15,9 @@
 #include "platform/net/sockets.h"
 #include "platform/os/shield.h"
 #include "tarvex/mail.h"
+#include "tarvex/tree.h"
 #include "transfer/failure_meaning.h"
+#include "transfer/guarded_connecting.h"
 #include "transfer/pop_conversation.h"
 #include "transfer/smtp_opening.h"
 #include "transfer/smtp_replies.h"
@@ -123,9 +125,20 @@ bool List(PopConversation& conversation, CMailboxListing& listing) {
     return true;
 }
 
-int Probe(const CPopProfileSetting& setting, CMailboxListing& listing) {
+// Whom a probe asks for its connections, if anybody.
+struct Asked {
+    CRunGuard* guard = nullptr;
+    const CPopProfile* profile = nullptr;
+
+    void Of(CBaseSocket& socket, CProtocol protocol) const {
+        if (guard) LetGuardConnect(socket, *guard, *profile, protocol);
+    }
+};
+
+int Probe(const CPopProfileSetting& setting, const Asked& asked, CMailboxListing& listing) {
     CProfileLog log;
     PopConversation conversation(setting, log);
+    asked.Of(conversation.Socket(), CProtocol::Pop3);
     StepRecorder recorder(listing.steps, conversation.Socket(), IsPopGreeting);
     const auto reply = [&] { return conversation.LastReply(); };
     if (!recorder.Run(
@@ -197,9 +210,11 @@ private:
     bool has_sender_ = false;
 };
 
-int Probe(const CPopProfileSetting& setting, std::optional<std::span<const CString>> recipients, CSmtpTrial& trial) {
+int Probe(const CPopProfileSetting& setting, const Asked& asked, std::optional<std::span<const CString>> recipients,
+          CSmtpTrial& trial) {
     CProfileLog log;
     SmtpOpening opening(setting, log);
+    asked.Of(opening.Socket(), CProtocol::Smtp);
     StepRecorder recorder(trial.steps, opening.Socket(), IsSmtpGreeting);
     const auto reply = [&] { return opening.LastReply(); };
     if (!recorder.Run(
@@ -239,20 +254,41 @@ const char* ProbeStepName(int kind) {
 int ListMailbox(const CPopProfileSetting& setting, CMailboxListing* listing) {
     return tarvex::Shielded(0, [&] {
         *listing = {};
-        return tarvex::Probe(setting, *listing);
+        return tarvex::Probe(setting, {}, *listing);
+    });
+}
+
+int ListMailbox(const CPopProfile& profile, CRunGuard& guard, CMailboxListing* listing) {
+    return tarvex::Shielded(0, [&] {
+        *listing = {};
+        return tarvex::Probe(profile.setting, {&guard, &profile}, *listing);
     });
 }
 
 int TrySmtp(const CPopProfileSetting& setting, CSmtpTrial* trial) {
     return tarvex::Shielded(0, [&] {
         *trial = {};
-        return tarvex::Probe(setting, {}, *trial);
+        return tarvex::Probe(setting, {}, {}, *trial);
     });
 }
 
 int TrySmtp(const CPopProfileSetting& setting, std::span<const CString> recipients, CSmtpTrial* trial) {
     return tarvex::Shielded(0, [&] {
         *trial = {};
-        return tarvex::Probe(setting, recipients, *trial);
+        return tarvex::Probe(setting, {}, recipients, *trial);
+    });
+}
+
+int TrySmtp(const CPopProfile& profile, CRunGuard& guard, CSmtpTrial* trial) {
+    return tarvex::Shielded(0, [&] {
+        *trial = {};
+        return tarvex::Probe(profile.setting, {&guard, &profile}, {}, *trial);
+    });
+}
+
+int TrySmtp(const CPopProfile& profile, CRunGuard& guard, std::span<const CString> recipients, CSmtpTrial* trial) {
+    return tarvex::Shielded(0, [&] {
+        *trial = {};
+        return tarvex::Probe(profile.setting, {&guard, &profile}, recipients, *trial);
     });
 }

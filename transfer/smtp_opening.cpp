@@ -10,6 +10,7 @@
 #include "platform/os/system.h"
 #include "tarvex/tree.h"
 #include "transfer/ehlo_reply.h"
+#include "transfer/guarded_connecting.h"
 #include "transfer/run_failure.h"
 #include "transfer/smtp_replies.h"
 
@@ -195,7 +196,9 @@ tarvex::CSmtpSocket* CPopProfile::CreateSmtpConnection() {
         nullptr,
         [&]() -> tarvex::CSmtpSocket* {
             tarvex::SmtpOpening opening(setting, log);
+            tarvex::LetGuardConnect(opening.Socket(), CRunGuard::OrDefaults(guard), *this, CProtocol::Smtp);
             if (!tarvex::OpenAndTell(opening, result.delivery)) return nullptr;
+            opening.Socket().AskForSockets({});
             return opening.TakeSocket().release();
         },
         [&](const char* reason) {

@@ -52,6 +52,12 @@ bool TcpStream::Reserve() { return true; }
 
 Failure TcpStream::Connect(const NetworkAddress& /*address*/, int /*port*/, const Deadline& /*deadline*/) { return {}; }
 
+Failure TcpStream::Adopt(std::intptr_t /*socket*/) { return {}; }
+
+std::intptr_t TcpStream::Release() { return -1; }
+
+void CloseSocket(std::intptr_t /*socket*/) noexcept {}
+
 Transfer TcpStream::Send(std::span<const std::string_view> parts) {
     std::string what;
     for (const std::string_view part : parts) what += part;

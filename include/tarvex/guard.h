@@ -16,6 +16,7 @@
 #include <span>
 #include <string_view>
 
+#include "tarvex/connection.h"
 #include "tarvex/mail.h"
 #include "tarvex/result.h"
 #include "tarvex/text.h"
@@ -51,6 +52,13 @@ public:
 
     // The guard itself; for null, one of defaults.
     static CRunGuard& OrDefaults(CRunGuard* guard);
+
+    // ---- on the way to a server
+
+    // The connection to a server; none has the run connect by itself. Asked whenever a connection is wanted, also by
+    // ListMailbox and TrySmtp where they have a guard. What the host cannot do should reach the run as the greeting of
+    // a server that refuses: "-ERR [SYS/TEMP] why".
+    virtual CConnection Connects(const CPopProfile& profile, CServerToReach& server);
 
     // ---- before anything is fetched
 

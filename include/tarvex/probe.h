@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <span>
 
+#include "tarvex/guard.h"
 #include "tarvex/settings.h"
 #include "tarvex/text.h"
 
@@ -89,6 +90,10 @@ struct TARVEX_API CMailboxListing {
 // 1 when the mailbox was listed, else 0.
 TARVEX_API int ListMailbox(const CPopProfileSetting& setting, CMailboxListing* listing);
 
+// The same by the profile's setting, over the connection that the guard gives, if any (CRunGuard::Connects). It is
+// asked on the calling thread; the guard's other questions are not asked. Nobody may change the profile meanwhile.
+TARVEX_API int ListMailbox(const CPopProfile& profile, CRunGuard& guard, CMailboxListing* listing);
+
 struct TARVEX_API CSmtpTrial {
     CArray<CProbeStep> steps;
     CString method;  // "CRAM-MD5", "LOGIN" or "PLAIN"; empty when the server was not asked to authenticate, because
@@ -102,3 +107,8 @@ TARVEX_API int TrySmtp(const CPopProfileSetting& setting, CSmtpTrial* trial);
 // The same, and before the end it names the sender and these recipients (as RecipientOf gives them), each whether the
 // one before was refused or not, and takes it back: no message is sent. Returns 1 when the server took all of it.
 TARVEX_API int TrySmtp(const CPopProfileSetting& setting, std::span<const CString> recipients, CSmtpTrial* trial);
+
+// The same two by the profile's setting, over the connection that the guard gives; see ListMailbox.
+TARVEX_API int TrySmtp(const CPopProfile& profile, CRunGuard& guard, CSmtpTrial* trial);
+TARVEX_API int TrySmtp(const CPopProfile& profile, CRunGuard& guard, std::span<const CString> recipients,
+                       CSmtpTrial* trial);

@@ -212,6 +212,8 @@ enum tarvex_refusal {
     TARVEX_HOST_HAS_IT = 1   /* the host holds it durably for this address: go on with the next */
 };
 
+enum tarvex_protocol { TARVEX_POP3 = 0, TARVEX_SMTP = 1 };
+
 typedef struct tarvex_guard {
     int size;      /* sizeof(tarvex_guard): later versions add members to the end */
     void* context; /* handed to every function */
@@ -240,6 +242,12 @@ typedef struct tarvex_guard {
                                 const tarvex_failure* refusal);
     /* The server has taken it for this address. */
     void(TARVEX_C_CALL* taken)(void* context, const tarvex_mail* mail, const char* address);
+    /* The connection to a server, asked whenever one is wanted: a stream socket that is connected (a descriptor, or a
+       SOCKET on Windows), which the run makes non-blocking, shuts down when it is interrupted, and closes. -1 has the
+       run connect by itself. A host that sets *is_secured to 1 answers for encryption: then an SMTP run begins no TLS
+       of its own. */
+    long long(TARVEX_C_CALL* connects)(void* context, const char* profile, int protocol, const char* server, int port,
+                                       int* is_secured); /* protocol: a tarvex_protocol */
 } tarvex_guard;
 /* NOLINTEND(modernize-use-using) */
 

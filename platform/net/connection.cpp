@@ -67,9 +67,26 @@ bool Connection::Open(const std::string& server, int port, std::chrono::millisec
     begin_ = end_ = 0;
     filled_room_ = false;
     server_ = server;
-    if (Failure failure = ConnectToAny(server, port, Deadline(time))) return Fail(std::move(failure));
+    is_secured_ = false;
+    if (Failure failure = Reach(server, port, time)) return Fail(std::move(failure));
     if (!buffer_) buffer_ = std::make_unique_for_overwrite<char[]>(kBufferBytes);
     return true;
+}
+
+Failure Connection::Reach(const std::string& server, int port, std::chrono::milliseconds time) {
+    if (!giver_) return ConnectToAny(server, port, Deadline(time));
+    if (ThreadInterrupted()) return {FailureKind::Interrupted, "interrupted"};
+    Failure failure;
+    const auto connect = [&]() -> std::intptr_t {
+        failure = ConnectToAny(server, port, Deadline(time));
+        return failure ? -1 : stream_.Release();
+    };
+    const GivenSocket given = giver_(server, port, connect);
+    if (given.socket != -1) {
+        is_secured_ = given.is_secured;
+        return stream_.Adopt(given.socket);
+    }
+    return failure ? failure : ConnectToAny(server, port, Deadline(time));
 }
 
 Failure Connection::ConnectToAny(const std::string& server, int port, const Deadline& deadline) {

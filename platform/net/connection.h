@@ -18,6 +18,7 @@
 #include "platform/net/connect_step.h"
 #include "platform/net/deadline.h"
 #include "platform/net/failure.h"
+#include "platform/net/given_socket.h"
 #include "platform/net/tcp_stream.h"
 #include "platform/net/tls.h"
 
@@ -25,6 +26,8 @@ namespace tarvex {
 
 class Connection {
 public:
+    void AskForSockets(SocketGiver giver) { giver_ = std::move(giver); }
+
     // Has each step of connecting announced before it begins.
     void AnnounceSteps(OnConnectStep on_step) { on_step_ = std::move(on_step); }
     void Announce(ConnectStep step) {
@@ -34,8 +37,12 @@ public:
     // Takes a socket descriptor; false when there is none.
     [[nodiscard]] bool Reserve();
 
-    // Tries each address of the name in turn. Whatever the connection was before is forgotten.
+    // Asks for a socket where somebody gives one, else tries each address of the name in turn. Whatever the connection
+    // was before is forgotten.
     [[nodiscard]] bool Open(const std::string& server, int port, std::chrono::milliseconds time);
+
+    // Whether the socket was given as one that needs no TLS.
+    bool IsSecured() const { return is_secured_; }
 
     // From here on everything is TLS.
     [[nodiscard]] bool StartTls(std::chrono::milliseconds time);
@@ -74,6 +81,7 @@ public:
 private:
     class Outgoing;
 
+    Failure Reach(const std::string& server, int port, std::chrono::milliseconds time);
     Failure ConnectToAny(const std::string& server, int port, const Deadline& deadline);
     Failure ShakeHands(const Deadline& deadline);
     Failure SendHandshake(const Deadline& deadline);
@@ -91,6 +99,8 @@ private:
     void MakeRoom();
 
     OnConnectStep on_step_;
+    SocketGiver giver_;
+    bool is_secured_ = false;
     TcpStream stream_;
     std::unique_ptr<TlsSession> tls_;
     std::string server_;

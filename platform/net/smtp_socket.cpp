@@ -48,10 +48,11 @@ bool Offers(std::string_view ehlo_reply, std::string_view keyword) {
 std::string CSmtpSocket::SmtpConnect(const std::string& server, int port) {
     Keep({});
     if (!connection_->Open(server, port, TimeOut())) return WhyNot();
-    if (ssl != kNoTls && ssl != kStartTls && !connection_->StartTls(TimeOut())) return WhyNot();
+    const int tls = connection_->IsSecured() ? kNoTls : ssl;
+    if (tls != kNoTls && tls != kStartTls && !connection_->StartTls(TimeOut())) return WhyNot();
     connection_->Announce(ConnectStep::Greeting);
     std::string greeting = ReadReply(Deadline(TimeOut()));
-    return ssl == kStartTls ? Upgrade(greeting) : greeting;
+    return tls == kStartTls ? Upgrade(greeting) : greeting;
 }
 
 // Nothing but the greeting and the library's own EHLO ever goes over the wire in clear, and nothing that came before

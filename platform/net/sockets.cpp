@@ -29,6 +29,8 @@ std::chrono::milliseconds CBaseSocket::TimeOut() const { return std::chrono::sec
 
 void CBaseSocket::AnnounceSteps(OnConnectStep on_step) { connection_->AnnounceSteps(std::move(on_step)); }
 
+void CBaseSocket::AskForSockets(SocketGiver giver) { connection_->AskForSockets(std::move(giver)); }
+
 const Failure& CBaseSocket::Keep(Failure failure) {
     last_failure_ = std::move(failure);
     timed_out = last_failure_.kind == FailureKind::TimedOut ? 1 : 0;

@@ -25,6 +25,7 @@
 
 #include "platform/net/connect_step.h"
 #include "platform/net/failure.h"
+#include "platform/net/given_socket.h"
 
 namespace tarvex {
 
@@ -49,6 +50,9 @@ public:
 
     // Has each step of connecting announced before it begins.
     void AnnounceSteps(OnConnectStep on_step);
+
+    // Has whoever gives sockets asked for each connection.
+    void AskForSockets(SocketGiver giver);
 
     // Why the last operation has no answer of the server: its reply was made here from the reason. None when the reply
     // is the server's own.

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,6 +29,9 @@ struct Transfer {
     std::string reason = {};
 };
 
+// Closes a socket that no TcpStream has; nothing for -1.
+void CloseSocket(std::intptr_t socket) noexcept;
+
 class TcpStream final : public Interruptible {
 public:
     TcpStream() = default;
@@ -40,6 +44,13 @@ public:
 
     // After a failure the socket is closed; another address may be tried.
     [[nodiscard]] Failure Connect(const NetworkAddress& address, int port, const Deadline& deadline);
+
+    // Takes over a stream socket that somebody else has connected, in the place of its own: a descriptor, or a SOCKET
+    // on Windows. After a failure it is closed.
+    [[nodiscard]] Failure Adopt(std::intptr_t socket);
+
+    // Gives its socket away.
+    [[nodiscard]] std::intptr_t Release();
 
     // Sends as much of the parts, in their order, as the system takes now.
     [[nodiscard]] Transfer Send(std::span<const std::string_view> parts);

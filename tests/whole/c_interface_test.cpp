@@ -274,6 +274,10 @@ struct Asked {
         guard.taken = [](void* c, const tarvex_mail* mail, const char* address) {
             Note(c, mail, std::string("taken ") + address);
         };
+        guard.connects = [](void* c, const char* profile, int protocol, const char*, int, int* is_secured) {
+            Of(c).questions.push_back("connects " + std::to_string(protocol) + " " + profile);
+            return (*is_secured = 0, -1LL);
+        };
         return guard;
     }
 };
@@ -320,12 +324,12 @@ TEST_F(CGuard, IsAskedEveryQuestion) {
     const std::string to = "user0/from0/forwardto0";
     EXPECT_THAT(
         asked.questions,
-        ElementsAre("begins user0/from0", "listed" + of + "old", "listed" + of + "u1", "listed" + of + "u2",
-                    "is_handled 1" + of + "old", "deletes" + of + "old", "goes_on_after -ERR locked",
-                    "is_handled 0" + of + "u1", "is_handled 0" + of + "u2", "comes_last " + size + of + "u1",
-                    "comes_last " + size + of + "u2", "fetches beside 0" + of + "u1",
+        ElementsAre("begins user0/from0", "connects 0 user0/from0", "listed" + of + "old", "listed" + of + "u1",
+                    "listed" + of + "u2", "is_handled 1" + of + "old", "deletes" + of + "old",
+                    "goes_on_after -ERR locked", "is_handled 0" + of + "u1", "is_handled 0" + of + "u2",
+                    "comes_last " + size + of + "u1", "comes_last " + size + of + "u2", "fetches beside 0" + of + "u1",
                     "fetches beside " + held + of + "u2", "sends " + to + " 0 1" + of + "u1",
-                    "sends " + to + " 0 1" + of + "u2", "offers " + to + of + "u1",
+                    "sends " + to + " 0 1" + of + "u2", "connects 1 user0/from0", "offers " + to + of + "u1",
                     "refused " + to + " 550 no" + of + "u1", "offers " + to + of + "u2", "taken " + to + of + "u2"));
 }
 

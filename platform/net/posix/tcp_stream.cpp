@@ -2,6 +2,7 @@
 
 #include "platform/net/tcp_stream.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -14,6 +15,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace tarvex {
 
@@ -82,7 +84,17 @@ void AcknowledgeAtOnce(int socket) {
     (void)::setsockopt(socket, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
 }
 
+// Small commands must not wait for the acknowledgement of the one before. No matter for a socket that is not TCP.
+void SendAtOnce(int socket) {
+    const int on = 1;
+    (void)::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 }  // namespace
+
+void CloseSocket(std::intptr_t socket) noexcept {
+    if (socket >= 0) ::close(static_cast<int>(socket));
+}
 
 TcpStream::~TcpStream() { Close(); }
 
@@ -90,6 +102,21 @@ bool TcpStream::Reserve() {
     Close();
     return OpenSocket(false) || OpenSocket(true);
 }
+
+Failure TcpStream::Adopt(std::intptr_t socket) {
+    Close();
+    socket_ = static_cast<int>(socket);
+    const int flags = ::fcntl(socket_, F_GETFL);
+    if (flags < 0 || ::fcntl(socket_, F_SETFL, flags | O_NONBLOCK) != 0 || ::fcntl(socket_, F_SETFD, FD_CLOEXEC) != 0) {
+        Failure failure{FailureKind::Local, "the connection that was given cannot be used: " + Message(errno)};
+        Close();
+        return failure;
+    }
+    SendAtOnce(socket_);
+    return {};
+}
+
+std::intptr_t TcpStream::Release() { return std::exchange(socket_, -1); }
 
 bool TcpStream::OpenSocket(bool ipv6) {
     socket_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
@@ -100,10 +127,7 @@ bool TcpStream::OpenSocket(bool ipv6) {
 Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadline& deadline) {
     if (socket_ >= 0 && is_ipv6_ != address.is_ipv6) Close();
     if (socket_ < 0 && !OpenSocket(address.is_ipv6)) return {ConnectFailureKind(errno), Message(errno)};
-    const int on = 1;
-    // Small commands must not wait for the acknowledgement of the one before.
-    (void)::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-
+    SendAtOnce(socket_);
     const SystemAddress target = ToSystem(address, port);
     Failure failure;
     if (::connect(socket_, reinterpret_cast<const sockaddr*>(&target.storage), target.length) != 0) {
@@ -156,10 +180,7 @@ Failure TcpStream::Wait(Event event, const Deadline& deadline) {
     }
 }
 
-void TcpStream::Close() {
-    if (socket_ >= 0) ::close(socket_);
-    socket_ = -1;
-}
+void TcpStream::Close() { CloseSocket(std::exchange(socket_, -1)); }
 
 void TcpStream::Interrupt() noexcept {
     interrupted_ = true;

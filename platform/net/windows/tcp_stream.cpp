@@ -14,6 +14,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "platform/net/windows/socket_error.h"
 
@@ -81,11 +82,6 @@ int OpenWakeUp() {
     return socket;
 }
 
-void CloseSocket(int& socket) {
-    if (socket >= 0) ::closesocket(Handle(socket));
-    socket = -1;
-}
-
 Transfer ToTransfer(int result, std::size_t bytes) {
     if (result == 0 && bytes > 0) return {Transfer::Status::Progress, bytes};
     if (result == 0) return {Transfer::Status::Ended};
@@ -95,6 +91,12 @@ Transfer ToTransfer(int result, std::size_t bytes) {
 }
 
 timeval ToTimeval(int milliseconds) { return {milliseconds / 1000, milliseconds % 1000 * 1000}; }
+
+// Small commands must not wait for the acknowledgement of the one before.
+void SendAtOnce(SOCKET socket) {
+    const BOOL on = TRUE;
+    (void)::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
+}
 
 // A server that writes an answer in pieces may hold each back until the one before is acknowledged (Nagle's algorithm),
 // and the system delays that by up to 200 ms in the hope of something to send with it. An older system knows no better.
@@ -107,6 +109,10 @@ void AcknowledgeAtOnce(SOCKET socket) {
 
 }  // namespace
 
+void CloseSocket(std::intptr_t socket) noexcept {
+    if (socket >= 0) ::closesocket(static_cast<SOCKET>(socket));
+}
+
 TcpStream::~TcpStream() { Close(); }
 
 bool TcpStream::Reserve() {
@@ -114,11 +120,32 @@ bool TcpStream::Reserve() {
     return OpenSocket(false) || OpenSocket(true);
 }
 
+Failure TcpStream::Adopt(std::intptr_t socket) {
+    Close();
+    socket_ = static_cast<int>(socket);
+    u_long on = 1;
+    if (::ioctlsocket(Handle(socket_), static_cast<long>(FIONBIO), &on) == 0) wake_up_ = OpenWakeUp();
+    if (wake_up_ < 0) {
+        const std::string words = SocketErrorText(WSAGetLastError());
+        Close();
+        return {FailureKind::Local, "the connection that was given cannot be used: " + words};
+    }
+    (void)::SetHandleInformation(reinterpret_cast<HANDLE>(Handle(socket_)), HANDLE_FLAG_INHERIT, 0);
+    SendAtOnce(Handle(socket_));
+    AcknowledgeAtOnce(Handle(socket_));
+    return {};
+}
+
+std::intptr_t TcpStream::Release() {
+    CloseSocket(std::exchange(wake_up_, -1));
+    return std::exchange(socket_, -1);
+}
+
 bool TcpStream::OpenSocket(bool ipv6) {
     socket_ = Open(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, IPPROTO_TCP);
     is_ipv6_ = ipv6;
     if (socket_ >= 0) wake_up_ = OpenWakeUp();
-    if (socket_ >= 0 && wake_up_ < 0) CloseSocket(socket_);
+    if (socket_ >= 0 && wake_up_ < 0) CloseSocket(std::exchange(socket_, -1));
     return socket_ >= 0;
 }
 
@@ -128,10 +155,7 @@ Failure TcpStream::Connect(const NetworkAddress& address, int port, const Deadli
         const int error = WSAGetLastError();
         return {ConnectFailureKind(error), SocketErrorText(error)};
     }
-    const BOOL on = TRUE;
-    // Small commands must not wait for the acknowledgement of the one before.
-    (void)::setsockopt(Handle(socket_), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
-
+    SendAtOnce(Handle(socket_));
     const SystemAddress target = ToSystem(address, port);
     Failure failure;
     if (::connect(Handle(socket_), reinterpret_cast<const sockaddr*>(&target.storage), target.length) != 0) {
@@ -197,8 +221,8 @@ Failure TcpStream::Wait(Event event, const Deadline& deadline) {
 }
 
 void TcpStream::Close() {
-    CloseSocket(socket_);
-    CloseSocket(wake_up_);
+    CloseSocket(std::exchange(socket_, -1));
+    CloseSocket(std::exchange(wake_up_, -1));
 }
 
 void TcpStream::Interrupt() noexcept {
