@@ -144,6 +144,12 @@ void PopServer::Deliver(const Login& login, const std::vector<GeneratedMail>& ma
 
 void PopServer::Remove(const Login& login, int number) { Maildir(MailboxPath(login)).Remove(number); }
 
+void PopServer::Renumber(const Login& login) {
+    for (const auto& entry : std::filesystem::directory_iterator(MailboxPath(login))) {
+        if (!entry.is_directory()) std::filesystem::remove(entry.path());
+    }
+}
+
 int PopServer::Count(const Login& login) const { return Maildir(MailboxPath(login)).Count(); }
 
 std::string PopServer::Log() const { return ReadFile(folder_ / "dovecot.log"); }

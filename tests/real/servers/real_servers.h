@@ -60,6 +60,9 @@ public:
     // Somebody else removes a message.
     void Remove(const Login& login, int number);
 
+    // The server's own files are lost, and with them the ids of all messages.
+    void Renumber(const Login& login);
+
     int Count(const Login& login) const;  // messages in the mailbox
 
     std::string Log() const;
