@@ -15,17 +15,15 @@ bool CRunGuard::Begins(const CPopProfile& /*profile*/) { return true; }
 
 bool CRunGuard::Listed(const CPopProfile& /*profile*/, std::span<const CMailOnServer> /*listing*/) { return true; }
 
+bool CRunGuard::WantsSizes(const CPopProfile& /*profile*/) { return false; }
+
 bool CRunGuard::IsHandled(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/, bool received) {
     return received;
 }
 
-bool CRunGuard::Deletes(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) {
-    return true;
-}
+bool CRunGuard::Deletes(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) { return true; }
 
 bool CRunGuard::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& /*refused_deletion*/) { return false; }
-
-bool CRunGuard::WantsSizes(const CPopProfile& /*profile*/) { return false; }
 
 bool CRunGuard::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) { return false; }
 

@@ -45,6 +45,7 @@ public:
         if (!conversation_.List(reply, listing)) return Refused(CRunStage::List);
         result_.messages_listed = static_cast<int>(listing.size());
         if (!guard_.Listed(profile_, listing)) return KeepBack();
+        AskForSizes(listing, handled);
         if (!SortOut(listing, handled, present)) return false;
         observer_.messages_to_fetch = static_cast<int>(listing.size());
         PutInOrder(listing);
@@ -90,6 +91,18 @@ private:
         Fill(told.back().reason, refusal.failure.reason);
     }
 
+    // Most runs find nothing to delete or to fetch, and the mailbox may be large.
+    void AskForSizes(std::vector<CMailOnServer>& listing, const CCheckedMail& handled) {
+        if (!guard_.WantsSizes(profile_) || conversation_.ListedBy() != ListingKind::Uidl) return;
+        CString uidl;
+        const bool all_stay = std::ranges::all_of(listing, [&](const CMailOnServer& mail) {
+            uidl = mail.uidl;
+            return guard_.IsHandled(profile_, mail, handled.Contains(uidl)) &&
+                   (setting_.deletemail == 0 || !guard_.Deletes(profile_, mail));
+        });
+        if (!all_stay) conversation_.AddSizes(listing);
+    }
+
     // Leaves handled messages out of the listing and deletes them on the server when the profile says so. An id is in
     // `handled` only when an earlier run has saved it, so no run deletes what it fetched itself (B44).
     bool SortOut(std::vector<CMailOnServer>& listing, const CCheckedMail& handled, CCheckedMail* present) {
@@ -130,9 +143,6 @@ private:
 
     // The order of the server, but for what the guard wants last.
     void PutInOrder(std::vector<CMailOnServer>& wanted) {
-        if (wanted.empty()) return;
-        if (guard_.WantsSizes(profile_) && conversation_.ListedBy() == ListingKind::Uidl)
-            conversation_.AddSizes(wanted);
         std::stable_partition(wanted.begin(), wanted.end(),
                               [this](const auto& mail) { return !guard_.ComesLast(profile_, mail); });
     }

@@ -71,6 +71,11 @@ public:
     // nothing was deleted, no list of ids changes.
     virtual bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing);
 
+    // Whether the sizes are wanted: then LIST is sent after UIDL, when there is something to delete or to fetch. To
+    // know that, the next two questions are asked of each message, up to the first such one, and all over again with
+    // the sizes.
+    virtual bool WantsSizes(const CPopProfile& profile);
+
     // Whether the message needs no fetching. `received`: whether the ids of all who take part say so.
     virtual bool IsHandled(const CPopProfile& profile, const CMailOnServer& mail, bool received);
 
@@ -81,9 +86,6 @@ public:
     virtual bool GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion);
 
     // ---- while the rest is fetched
-
-    // Whether the sizes are wanted: then LIST is sent after UIDL, when there is something to fetch.
-    virtual bool WantsSizes(const CPopProfile& profile);
 
     // Whether this message is fetched after all those that are not.
     virtual bool ComesLast(const CPopProfile& profile, const CMailOnServer& mail);

@@ -242,8 +242,22 @@ TEST_F(Guard, ChoosesWhatIsFetchedLastAndNotAtAllByTheSizes) {
     EXPECT_THAT(lists[0], ElementsAre("n", "m"));
 }
 
+TEST_F(Guard, KnowsTheSizesBeforeAnythingIsDeleted) {
+    lists = {{"m", "n"}};
+    deletemail = true;
+    guard.wants_sizes = true;
+    guard.is_handled = [](const CMailOnServer& mail, bool received) { return received && mail.size_bytes != 20; };
+    guard.sends = [](const CReceiveMail&, const CForwardAddress&, bool) { return CSending::Send; };
+    RunBetween(
+        Mailbox({"m", "n"}, "C: LIST\nS: +OK\nS: 1 20\nS: 2 30\nS: .\nC: DELE 2\nS: +OK\n" + Retr("1") + kPopQuit),
+        kOpening + Sent("a") + kSmtpQuit);
+    EXPECT_EQ(Ending(), CRunEnding::Delivered);
+}
+
 TEST_F(Guard, DoesNotAskForSizesWhereNothingIsNew) {
     lists = {{"m"}};
+    deletemail = true;
+    guard.deletes = [](const CMailOnServer&) { return false; };
     guard.wants_sizes = true;
     RunBetween(Mailbox({"m"}, kPopQuit));
     EXPECT_EQ(Ending(), CRunEnding::NothingNew);
