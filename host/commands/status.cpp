@@ -85,6 +85,8 @@ constexpr std::array kTold = {
     MatterWords{Matter::NotFetched, "not_fetched", " cannot be fetched"},
     MatterWords{Matter::NotDeleted, "not_deleted", " cannot be deleted on the server"},
     MatterWords{Matter::Login, "login_failing", "its logins fail"},
+    MatterWords{Matter::Left, "left_on_server",
+                "reports or mail of loops stay on the server, there is no room in held/"},
 };
 
 void AddRemembered(const CRootPath& root, const std::string& directory, const std::vector<NamedProfile>& profiles,

@@ -241,6 +241,15 @@ std::optional<ProfileHistory> HistoryReader::Of(const CString& profile_path) {
     return history;
 }
 
+bool HistoryReader::HasHadCopies(const CString& profile_path, const CString& address) {
+    const std::optional<std::int64_t> id = database_.FindProfile(profile_path);
+    if (!id) return false;
+    Statement row = database_.Get()->Prepare(
+        "SELECT 1 FROM copies JOIN runs ON runs.id = copies.run"
+        " WHERE runs.profile = ? AND copies.address = ? AND copies.copies > 0");
+    return row.With(*id, address).Next();
+}
+
 void HistoryReader::ReadLast(std::int64_t profile, PastRun& run) {
     Statement row = database_.Get()->Prepare(
         "SELECT id, listed, fetched, not_fetched, delivered, copies, started, ended, bytes_received, bytes_sent,"

@@ -73,6 +73,9 @@ public:
     // Nothing when no run of it is known. Throws DatabaseError.
     std::optional<ProfileHistory> Of(const CString& profile_path);
 
+    // Whether one of the runs that are kept has sent it something. Throws DatabaseError.
+    bool HasHadCopies(const CString& profile_path, const CString& address);
+
 private:
     void ReadLast(std::int64_t profile, PastRun& run);
     void ReadDetails(std::int64_t run, CRunResult& result);

@@ -71,6 +71,12 @@ bool CopyJournal::Add(std::span<const SentCopy> copies) {
         if (!FitsALine(copy)) return false;
         lines += LineOf(copy);
     }
+    return Write(lines);
+}
+
+bool CopyJournal::Touch() { return Write("\n"); }
+
+bool CopyJournal::Write(std::string_view lines) {
     if (!file_.is_open() && !Open(std::ios::app)) return false;
     is_empty_ = false;
     if (file_.write(lines.data(), static_cast<std::streamsize>(lines.size()))) return true;

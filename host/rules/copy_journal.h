@@ -6,6 +6,7 @@
 #include <fstream>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/history/root_database.h"
@@ -33,9 +34,13 @@ public:
     // Hands the lines to the system. False when they could not be written, or cannot be read back.
     bool Add(std::span<const SentCopy> copies);
 
+    // Whether it can be written.
+    bool Touch();
+
     void Empty();
 
 private:
+    bool Write(std::string_view lines);
     bool Open(std::ios::openmode mode);
 
     const std::string folder_;

@@ -23,6 +23,7 @@ constexpr std::string_view kMail = ".mail";
 constexpr std::string_view kRecord = ".def";
 constexpr std::string_view kUnfinished = ".def.tmp";
 constexpr int kMostId = 999'999'999;
+constexpr std::int64_t kShareOfUnasked = 4;  // of the limits: one in so many
 
 std::string FileOf(int id, std::string_view ending) { return std::to_string(id) + std::string(ending); }
 
@@ -60,6 +61,15 @@ HeldRecord Damaged(int id, std::string why) {
     return record;
 }
 
+void Count(HeldLimits& used, std::int64_t bytes) {
+    ++used.messages;
+    used.bytes += std::max<std::int64_t>(bytes, 0);
+}
+
+bool HasRoom(const HeldLimits& limits, const HeldLimits& used, std::int64_t bytes, std::int64_t share) {
+    return used.messages < (limits.messages + share - 1) / share && bytes <= limits.bytes / share - used.bytes;
+}
+
 bool IsSame(const HeldAddress& one, const HeldAddress& other) {
     return one.address == other.address || (!one.made.empty() && one.made == other.made);
 }
@@ -89,13 +99,14 @@ HoldOutcome HeldStore::Hold(std::string_view text, HeldRecord record, const Held
     const auto entries = folder_.Entries();
     if (!entries) return HoldOutcome::Failed;
     HeldLimits used{0, 0};
+    HeldLimits unasked{0, 0};  // of those that the server was not asked to take
     int last_id = 0;
     for (const auto& [id, found] : Sorted(*entries)) {
         last_id = id;
         if (!found.has_record) continue;
-        ++used.messages;
-        used.bytes += std::max<std::int64_t>(found.mail_bytes, 0);
+        Count(used, found.mail_bytes);
         std::optional<HeldRecord> held = RecordOf(id, found.mail_bytes);
+        if (held && held->damage.empty() && held->kind != HeldKind::Refused) Count(unasked, found.mail_bytes);
         if (!held || !held->damage.empty() || held->digest != record.digest || held->kind != record.kind) continue;
         if (NamesOthers(*held, record.addresses)) continue;
         // Synced also when nothing is added: whoever wrote the record may have been killed before that.
@@ -103,7 +114,9 @@ HoldOutcome HeldStore::Hold(std::string_view text, HeldRecord record, const Held
         return kept && folder_.Make() ? HoldOutcome::Held : HoldOutcome::Failed;
     }
     record.bytes = static_cast<std::int64_t>(text.size());
-    if (used.messages >= limits.messages || record.bytes > limits.bytes - used.bytes) return HoldOutcome::AtLimit;
+    if (!HasRoom(limits, used, record.bytes, 1)) return HoldOutcome::AtLimit;
+    if (record.kind != HeldKind::Refused && !HasRoom(limits, unasked, record.bytes, kShareOfUnasked))
+        return HoldOutcome::AtLimit;
     if (last_id == kMostId) return HoldOutcome::Failed;
     record.id = last_id + 1;
     return HoldNew(record.id, text, record) ? HoldOutcome::Held : HoldOutcome::Failed;

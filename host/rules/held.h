@@ -20,7 +20,7 @@
 
 namespace tarvex::host {
 
-// Of all messages that one profile has set aside.
+// Of all messages that one profile has set aside. Reports and loops may have a quarter: strangers can make many.
 struct HeldLimits {
     std::int64_t messages = 1000;
     std::int64_t bytes = std::int64_t{1} << 30;

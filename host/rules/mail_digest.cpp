@@ -123,6 +123,10 @@ std::optional<MailDigest> MailDigest::FromHex(std::string_view hex) {
     return digest;
 }
 
+bool LoopMark::Continues(const Trace& earlier) const {
+    return earlier.length > 0 && trace.size() > earlier.length && trace[earlier.length - 1] == earlier.last;
+}
+
 DigestKey::DigestKey() : bytes_{} { RequireMemory(RAND_bytes(bytes_.data(), kBytes) == 1); }
 
 DigestKey::DigestKey(std::span<const unsigned char> bytes) : bytes_{} {
@@ -147,22 +151,33 @@ MailDigest DigestKey::Of(std::string_view message) const {
     return digester.Digest();
 }
 
-std::optional<MailDigest> DigestKey::LoopMark(std::string_view message) const {
+std::optional<LoopMark> DigestKey::LoopMarkOf(std::string_view message) const {
     constexpr std::array kNames = {"message-id"sv, "date"sv, "from"sv};
     std::array<std::string, kNames.size()> values;
+    std::vector<std::string> received;
     message = WithoutFrame(message);
     for (std::string_view field = TakeField(message); !field.empty(); field = TakeField(message)) {
+        if (IsCalled(field, "received")) received.push_back(ValueOf(field));
         for (std::size_t i = 0; i < kNames.size(); ++i) {
             if (values[i].empty() && IsCalled(field, kNames[i])) values[i] = ValueOf(field);
         }
     }
     if (values[0].empty()) return std::nullopt;
-    Digester digester(bytes_);
-    for (const std::string& value : values) {
-        digester.Add(value);
-        digester.Add(kLineEnd);  // no value holds one
+    const auto digest_of = [this](std::span<const std::string> parts) {
+        Digester digester(bytes_);
+        for (const std::string& part : parts) {
+            digester.Add(part);
+            digester.Add(kLineEnd);  // no value holds one
+        }
+        return digester.Digest();
+    };
+    LoopMark mark{digest_of(values), {}};
+    std::reverse(received.begin(), received.end());
+    for (const std::string& line : received) {
+        const std::array parts = {mark.trace.empty() ? std::string() : mark.trace.back().Hex(), line};
+        mark.trace.push_back(digest_of(parts));
     }
-    return digester.Digest();
+    return mark;
 }
 
 }  // namespace tarvex::host

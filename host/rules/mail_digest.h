@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarvex::host {
 
@@ -21,6 +22,27 @@ struct MailDigest {
 
     std::string Hex() const;  // 32 digits
     static std::optional<MailDigest> FromHex(std::string_view hex);
+};
+
+// The way that a message has come: how many Received lines it has, and the digest of all of them.
+struct Trace {
+    std::size_t length = 0;
+    MailDigest last;
+
+    bool operator==(const Trace&) const = default;
+};
+
+// By what a message is known that comes back from where it was sent.
+struct LoopMark {
+    MailDigest letter;              // its Message-ID, Date and From, without white space
+    std::vector<MailDigest> trace;  // for each Received line, the oldest first: the digest of it and all older ones
+
+    // Whether it has come that way, and further. Whoever writes a message with the Message-ID of another does not know
+    // the Received lines that the other has got. A message without any cannot be known again by them.
+    bool Continues(const Trace& earlier) const;
+    Trace Way() const { return {trace.size(), trace.empty() ? MailDigest() : trace.back()}; }
+
+    bool operator==(const LoopMark&) const = default;
 };
 
 // The key of a tree's digests. Different messages have different digests for whoever does not know it: of two messages
@@ -38,9 +60,8 @@ public:
     // lines that POP3 servers put in themselves, such as Status and X-UIDL, do not count. Throws std::bad_alloc.
     MailDigest Of(std::string_view message) const;
 
-    // Of what stays the same when a message comes back from where it was sent: its Message-ID, Date and From, without
-    // white space. Nothing without a Message-ID. Throws std::bad_alloc.
-    std::optional<MailDigest> LoopMark(std::string_view message) const;
+    // Nothing without a Message-ID. Throws std::bad_alloc.
+    std::optional<LoopMark> LoopMarkOf(std::string_view message) const;
 
 private:
     std::array<unsigned char, kBytes> bytes_;

@@ -59,6 +59,7 @@ CREATE TABLE notes (
   words TEXT NOT NULL,
   PRIMARY KEY (profile, matter, subject)) WITHOUT ROWID;
 )",
+    "ALTER TABLE ids ADD COLUMN size INTEGER NOT NULL DEFAULT -1;",  // as the server listed it; -1: not known
 };
 
 }  // namespace
@@ -163,6 +164,12 @@ bool MemoryState::Save(CTime now) {
     return true;
 }
 
+bool MemoryState::WriteNow(RememberedProfile& profile, CTime now) {
+    profile.used = 0;  // so that there is something to write
+    changed.insert(&profile);
+    return Save(now);
+}
+
 void MemoryState::Write(Database& file, RememberedProfile& profile, CTime now) {
     if (profile.used == 0) profile.id = AddProfile(file, profile.name, now);
     if (profile.used < now - kDay) {
@@ -224,7 +231,7 @@ void MemoryState::Load(RememberedProfile& profile) {
 // ---- the memory of a root
 
 RuleMemory::RuleMemory(std::string root, Tell tell, std::chrono::milliseconds retry_after)
-    : state_(std::make_unique<MemoryState>(std::move(root), std::move(tell), retry_after)) {}
+    : root_(std::move(root)), state_(std::make_unique<MemoryState>(root_, std::move(tell), retry_after)) {}
 
 RuleMemory::~RuleMemory() { Save(std::time(nullptr)); }
 
@@ -240,7 +247,7 @@ ProfileMemory RuleMemory::Of(const CString& profile_path) {
 
 MailDigest RuleMemory::DigestOf(std::string_view message) { return state_->Key().Of(message); }
 
-std::optional<MailDigest> RuleMemory::LoopMarkOf(std::string_view message) { return state_->Key().LoopMark(message); }
+std::optional<LoopMark> RuleMemory::LoopMarkOf(std::string_view message) { return state_->Key().LoopMarkOf(message); }
 
 void RuleMemory::Save(CTime now) {
     const std::scoped_lock lock(state_->mutex);

@@ -40,8 +40,10 @@ enum class Matter {
     Login,       // the profile, whose logins fail in a row
     Smtp,        // the profile, whose last run failed at SMTP
     Waiting,     // the profile, which waits for a person's answer
-    Answer,      // the answer, until a run has taken it; `count` is a WaitAnswer
+    Answer,      // the answer, until a run has acted on it; `count` is a WaitAnswer
     Refreshed,   // the profile: when Seen was recorded last
+    Left,        // the profile: reports and loops stay on its server (left_mail.h)
+    Rotation,    // of messages without ids of their own (rotation.h)
 };
 
 struct Note {
@@ -79,16 +81,18 @@ public:
 
     // What had that id when it was fetched last; nothing when that is not known.
     std::optional<MailDigest> DigestOfId(const CString& uidl);
-    void RecordId(const CString& uidl, const MailDigest& digest, CTime now);  // on disk with the next Save
+    std::int64_t SizeOfId(const CString& uidl);  // in bytes, as the server listed it then; -1 when that is not known
+    // On disk with the next Save.
+    void RecordId(const CString& uidl, const MailDigest& digest, CTime now, std::int64_t size_bytes = -1);
     // The mailbox holds these ids: their copies stay remembered, and the notes about ids that are gone go. Most calls
     // have nothing to do, for once a week is enough.
     void Seen(std::span<const CString> uidls, CTime now);
 
     // ---- loops
 
-    // Whether a message with this mark came under another id within the last hour. Remembers this one; on disk with the
-    // next Save.
-    bool HasPassed(const MailDigest& mark, const CString& uidl, CTime now);
+    // Whether this message came under another id within the last hour, and has gone on from there. Remembers it; on
+    // disk with the next Save.
+    bool HasPassed(const LoopMark& mark, const CString& uidl, CTime now);
 
     // ---- refusals for the time being: how many there were in a row, with this one
 
@@ -134,12 +138,18 @@ public:
     void Wait(std::string_view why, CTime now);
     bool IsWaiting();
     void Answer(WaitAnswer answer, CTime now);  // ends the waiting
-    std::optional<WaitAnswer> TakeAnswer();     // an answer is taken once
+    std::optional<WaitAnswer> GivenAnswer();
+    void UseUpAnswer();
 
     // ---- to tell and to undo: the notes of a matter by their subject, and the profile's own where that is empty
 
     std::map<CString, Note> Notes(Matter matter);
+    std::optional<Note> Find(Matter matter, const CString& subject);
+    void Put(Matter matter, const CString& subject, Note note, CTime now);
     void Drop(Matter matter, const CString& subject, CTime now);
+
+    // Whether what is recorded now is known to the next process. False when the file and its journal cannot be written.
+    bool CanRemember(CTime now);
 
 private:
     friend class RuleMemory;
@@ -164,13 +174,16 @@ public:
 
     ProfileMemory Of(const CString& profile_path);
 
+    const std::string& Root() const { return root_; }
+
     MailDigest DigestOf(std::string_view message);
-    std::optional<MailDigest> LoopMarkOf(std::string_view message);
+    std::optional<LoopMark> LoopMarkOf(std::string_view message);
 
     // To be called at the end of a run. Writes what is not on disk yet and, in small steps, removes what is too old.
     void Save(CTime now);
 
 private:
+    const std::string root_;
     const std::unique_ptr<MemoryState> state_;
 };
 

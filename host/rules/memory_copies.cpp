@@ -208,19 +208,30 @@ std::optional<MailDigest> ProfileMemory::DigestOfId(const CString& uidl) {
     return digest;
 }
 
-void ProfileMemory::RecordId(const CString& uidl, const MailDigest& digest, CTime now) {
+std::int64_t ProfileMemory::SizeOfId(const CString& uidl) {
+    const std::scoped_lock lock(state_->mutex);
+    if (const auto found = profile_->ids.find(uidl); found != profile_->ids.end()) return found->second.size_bytes;
+    std::int64_t size = -1;
+    state_->Look([&](Database& file) {
+        auto row = file.Lend("SELECT size FROM ids WHERE profile = ? AND uidl = ?");
+        if (row->With(FindId(file, *profile_), uidl).Next()) size = row->Number(0);
+    });
+    return size;
+}
+
+void ProfileMemory::RecordId(const CString& uidl, const MailDigest& digest, CTime now, std::int64_t size_bytes) {
     const std::scoped_lock lock(state_->mutex);
     if (!IsUsable(uidl) || !state_->MakeRoom(now)) return;
-    profile_->ids[uidl] = {digest, now};
+    profile_->ids[uidl] = {digest, size_bytes, now};
     state_->NoteWaiting(*profile_);
 }
 
 void WriteIds(Database& file, RememberedProfile& profile) {
     for (const auto& [uidl, recorded] : profile.ids) {
         file.Lend(
-                "INSERT INTO ids VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET digest = excluded.digest, seen = "
-                "excluded.seen")
-            ->With(profile.id, uidl, recorded.digest.bytes, recorded.seen)
+                "INSERT INTO ids (profile, uidl, digest, seen, size) VALUES (?, ?, ?, ?, ?) ON CONFLICT DO UPDATE"
+                " SET digest = excluded.digest, seen = excluded.seen, size = excluded.size")
+            ->With(profile.id, uidl, recorded.digest.bytes, recorded.seen, recorded.size_bytes)
             .Run();
     }
 }
@@ -254,13 +265,16 @@ bool ProfileMemory::BeginSeen(std::span<const CString> uidls, CTime now) {
 
 // ---- marks
 
-bool ProfileMemory::HasPassed(const MailDigest& mark, const CString& uidl, CTime now) {
+bool ProfileMemory::HasPassed(const LoopMark& mark, const CString& uidl, CTime now) {
     if (!IsUsable(uidl)) return false;
     const std::scoped_lock lock(state_->mutex);
-    const auto known = profile_->marks.find(mark);
-    if (known != profile_->marks.end() && IsRecent(known->second, now)) return known->second.uidl != uidl;
+    if (const auto known = profile_->marks.find(mark.letter); known != profile_->marks.end()) {
+        const Passage& before = known->second;
+        if (IsRecent(before, now) && before.uidl == uidl) return false;
+        if (IsRecent(before, now) && mark.Continues(before.way)) return true;
+    }
     if (!state_->MakeRoom(now)) return false;
-    profile_->marks[mark] = {uidl, now};
+    profile_->marks[mark.letter] = {uidl, now, mark.Way()};
     profile_->marks_changed = true;
     state_->NoteWaiting(*profile_);
     return false;
@@ -271,19 +285,27 @@ void LoadMarks(Database& file, RememberedProfile& profile) {
     if (!row->With(FindId(file, profile)).Next()) return;
     std::istringstream lines(row->Text(0));
     std::string mark;
+    std::string last;
     Passage passage;
-    while (lines >> mark >> passage.time && lines.get() == ' ' && std::getline(lines, passage.uidl)) {
-        if (const auto digest = MailDigest::FromHex(mark)) profile.marks.emplace(*digest, passage);
+    while (lines >> mark >> passage.time >> passage.way.length >> last && lines.get() == ' ' &&
+           std::getline(lines, passage.uidl)) {
+        const auto letter = MailDigest::FromHex(mark);
+        const auto digest = MailDigest::FromHex(last);
+        if (!letter || !digest) continue;
+        passage.way.last = *digest;
+        profile.marks.emplace(*letter, passage);
     }
 }
 
-// As one text: so many rows that live for an hour would take longer.
+// As one text, in lines of letter, moment, length and digest of the trace, and id: so many rows that live for an hour
+// would take longer.
 void WriteMarks(Database& file, RememberedProfile& profile, CTime now) {
     if (!profile.marks_changed) return;
     std::erase_if(profile.marks, [&](const auto& mark) { return mark.second.time < now - kMarksKept; });
     std::string passages;
     for (const auto& [mark, passage] : profile.marks) {
-        passages += mark.Hex() + ' ' + std::to_string(passage.time) + ' ' + passage.uidl + '\n';
+        passages += mark.Hex() + ' ' + std::to_string(passage.time) + ' ' + std::to_string(passage.way.length) + ' ' +
+                    passage.way.last.Hex() + ' ' + passage.uidl + '\n';
     }
     file.Lend("INSERT OR REPLACE INTO marks VALUES (?, ?)")->With(profile.id, passages).Run();
 }

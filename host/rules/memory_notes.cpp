@@ -225,13 +225,13 @@ void ProfileMemory::Answer(WaitAnswer answer, CTime now) {
     state_->PutNote(*profile_, Matter::Answer, {}, {static_cast<std::int64_t>(answer), now, now, now, {}}, now);
 }
 
-std::optional<WaitAnswer> ProfileMemory::TakeAnswer() {
-    NoteAccess note(*state_, *profile_, Matter::Answer, {});
+std::optional<WaitAnswer> ProfileMemory::GivenAnswer() {
+    const NoteAccess note(*state_, *profile_, Matter::Answer, {});
     if (!note.Find()) return std::nullopt;
-    const auto answer = static_cast<WaitAnswer>(note.Find()->count);
-    note.Drop();
-    return answer;
+    return static_cast<WaitAnswer>(note.CountSoFar());
 }
+
+void ProfileMemory::UseUpAnswer() { NoteAccess(*state_, *profile_, Matter::Answer, {}).Drop(); }
 
 std::map<CString, Note> ProfileMemory::Notes(Matter matter) {
     const std::scoped_lock lock(state_->mutex);
@@ -240,6 +240,23 @@ std::map<CString, Note> ProfileMemory::Notes(Matter matter) {
         if (subject.first == matter) notes.emplace(subject.second, note);
     }
     return notes;
+}
+
+std::optional<Note> ProfileMemory::Find(Matter matter, const CString& subject) {
+    const std::scoped_lock lock(state_->mutex);
+    const Note* const note = state_->FindNote(*profile_, matter, subject);
+    return note ? std::optional<Note>(*note) : std::nullopt;
+}
+
+void ProfileMemory::Put(Matter matter, const CString& subject, Note note, CTime now) {
+    const std::scoped_lock lock(state_->mutex);
+    state_->PutNote(*profile_, matter, subject, std::move(note), now);
+}
+
+// The journal will do: what is in it comes into the file later. A line end in it says nothing.
+bool ProfileMemory::CanRemember(CTime now) {
+    const std::scoped_lock lock(state_->mutex);
+    return (state_->MakeRoom(now) && state_->journal.Touch()) || state_->WriteNow(*profile_, now);
 }
 
 void ProfileMemory::Drop(Matter matter, const CString& subject, CTime now) {

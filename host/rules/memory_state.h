@@ -24,12 +24,14 @@ using CopyName = std::pair<std::string, MailDigest>;  // its address, and of wha
 
 struct RecordedId {
     MailDigest digest;
+    std::int64_t size_bytes = -1;
     CTime seen = 0;
 };
 
 struct Passage {
     CString uidl;
     CTime time = 0;
+    Trace way;
 };
 
 struct RememberedProfile {
@@ -74,6 +76,7 @@ struct MemoryState {
     bool Look(const RootDatabaseWriter::Work& work);
     bool Change(const RootDatabaseWriter::Work& work);
     bool Save(CTime now);
+    bool WriteNow(RememberedProfile& profile, CTime now);  // also where nothing waits for it
 
     // Whether there is room in memory for one more thing that waits. Writes first when many wait.
     bool MakeRoom(CTime now);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/rules/delivery_report.h"
+#include "host/rules/flood.h"
 #include "host/rules/held_sending.h"
 #include "host/terminal/wording.h"
 #include "host/tree/tree_rules.h"
@@ -50,6 +51,9 @@ std::optional<CRunFailure> WhyNoSmtp(const CPopProfileSetting& setting) {
     return failure;
 }
 
+// The server was not asked to take it.
+bool IsUnasked(const HeldRecord& record) { return record.damage.empty() && record.kind != HeldKind::Refused; }
+
 // Another run may do better without anybody's help.
 bool MayPass(CFailureClass failure_class) {
     return failure_class == CFailureClass::Transient || failure_class == CFailureClass::Connection ||
@@ -68,7 +72,9 @@ RunRules::RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemor
       profile_memory_(memory.Of(profile.path)),
       budget_(budget),
       store_(profile.path),
-      clock_(std::move(clock)) {}
+      clock_(std::move(clock)),
+      left_(profile_memory_),
+      rotation_(profile_memory_) {}
 
 RunRules::~RunRules() { budget_.GiveBack(taken_bytes_); }
 
@@ -99,40 +105,49 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
         for (const HeldRecord& record : *records) {
             if (record.damage.empty()) NoteHeld(profile, record);
         }
+        left_.Begin(std::ranges::count_if(*records, IsUnasked), Now());
     }
+    if (rules_.sentonce) TakeTurns(listing);
     return true;
 }
 
-// Ids of which four fifths have gone cannot be trusted to tell what is new. What an address was sent can: then the run
-// goes on, and its messages are known by their bytes.
-bool RunRules::HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing) {
-    if (profile_memory_.TakeAnswer() == WaitAnswer::Send) return false;
-    for (const auto& address : profile.forward_addresses) {
-        if (!address->takes_part || address->uidls.empty()) continue;
-        const std::unordered_set<std::string_view> known(address->uidls.begin(), address->uidls.end());
-        const auto still_there = static_cast<std::size_t>(
-            std::ranges::count_if(listing, [&](const CMailOnServer& mail) { return known.contains(mail.uidl); }));
-        const std::size_t fresh = listing.size() - still_there;
-        const std::size_t gone = known.size() - std::min(known.size(), still_there);
-        if (fresh <= static_cast<std::size_t>(rules_.floodlimit) || gone * 5 < known.size() * 4) continue;
-        if (rules_.sentonce && profile_memory_.HasSentAny(address->setting.address)) continue;
-        profile_memory_.Wait("the server lists " + ShowCount(fresh, "message") + " that " + address->setting.address +
-                                 " would get, and " + std::to_string(gone) + " of the " +
-                                 ShowCount(known.size(), "message") + " that it had are gone",
-                             Now());
-        return true;
+bool RunRules::HasOwnId(const CMailOnServer& mail) const {
+    return !mail.uidl.empty() && !twice_.contains(std::string(mail.uidl));
+}
+
+// Without an id of its own, only the memory knows whether a message was sent.
+void RunRules::TakeTurns(std::span<const CMailOnServer> listing) {
+    std::vector<std::int64_t> numbers;
+    for (const CMailOnServer& mail : listing) {
+        if (!HasOwnId(mail)) numbers.push_back(NumberOf(mail));
     }
-    return false;
+    can_remember_ = numbers.empty() || profile_memory_.CanRemember(Now());
+    rotation_.Begin(std::move(numbers));
+}
+
+bool RunRules::HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing) {
+    if (profile_memory_.GivenAnswer() == WaitAnswer::Send) return false;
+    const auto why = WhyFlood(profile, listing, rules_, profile_memory_, memory_.Root());
+    if (why) profile_memory_.Wait(*why, Now());
+    return why.has_value();
 }
 
 bool RunRules::IsHandled(const CPopProfile& /*profile*/, const CMailOnServer& mail, bool received) {
-    if (!rules_.sentonce) return received;
-    return received && !mail.uidl.empty() && !twice_.contains(std::string(mail.uidl));
+    if (!received) return left_.Rests(mail.uidl);
+    return !rules_.sentonce || (HasOwnId(mail) && !HasOtherSize(mail));
+}
+
+// A server may have given the id of a message that is gone to another one.
+bool RunRules::HasOtherSize(const CMailOnServer& mail) {
+    if (mail.size_bytes < 0) return false;
+    const std::int64_t size = profile_memory_.SizeOfId(CString(mail.uidl));
+    return size >= 0 && size != mail.size_bytes;
 }
 
 // The id is forgotten with the message: a server may give it to the next one, which would pass for handled otherwise. A
 // message that the server did not delete is known by its bytes.
 bool RunRules::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
+    if (left_.Rests(mail.uidl)) return false;
     if (!rules_.deletewaits) return true;
     const CString uidl(mail.uidl);
     return refused_deletions_ < kMostRefusedDeletions && !uidl.empty() && !twice_.contains(uidl) &&
@@ -163,18 +178,26 @@ bool RunRules::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& re
 bool RunRules::WantsSizes(const CPopProfile& /*profile*/) { return true; }
 
 bool RunRules::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& mail) {
-    return rules_.retrylast && !mail.uidl.empty() && not_fetched_before_.contains(CString(mail.uidl));
+    if (rules_.sentonce && !HasOwnId(mail)) return rotation_.IsOld(NumberOf(mail));
+    const bool failed = rules_.retrylast && not_fetched_before_.contains(CString(mail.uidl));
+    return failed || left_.Knows(mail.uidl);
 }
 
 bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) {
+    const bool takes_turns = rules_.sentonce && !HasOwnId(mail);
+    if (takes_turns && !can_remember_) ++not_remembered_;
+    if (takes_turns && (!can_remember_ || !rotation_.HasItsTurn(NumberOf(mail)))) return false;
     if (ComesLast(profile, mail) && !profile_memory_.MayFetch(CString(mail.uidl), Now())) return false;
     const std::int64_t bytes = std::clamp<std::int64_t>(mail.size_bytes, 0, kMostMessageBytes);
     const bool fits = held_bytes == 0 || held_bytes + bytes <= rules_.runsize * kMiB;
     if (!fits || !budget_.Take(bytes)) {
         over_budget_ = true;
+        if (takes_turns) rotation_.EndsHere();
         return false;
     }
     taken_bytes_ += bytes;
+    if (takes_turns) rotation_.Fetches(NumberOf(mail));
+    if (!takes_turns) sizes_[std::string(mail.uidl)] = mail.size_bytes;
     return true;
 }
 
@@ -198,12 +221,28 @@ RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& 
         const std::optional<MailDigest> before = profile_memory_.DigestOfId(mail.uidl);
         fetched.is_new_under_its_id = before && *before != fetched.digest;
         fetched.was_here_before = before == fetched.digest;
-        profile_memory_.RecordId(mail.uidl, fetched.digest, Now());
+        if (!fetched.is_new_under_its_id) NoteId(fetched);
     }
     if (rules_.loopguard) Judge(profile, mail, fetched);
     const bool rewritten = profile.setting.replacefrom != 0 || profile.setting.replaceto != 0;
     if (rewritten && rules_.setaside) fetched.original = mail.text;
     return fetched;
+}
+
+void RunRules::NoteId(const Fetched& fetched) {
+    const auto size = sizes_.find(fetched.uidl);
+    profile_memory_.RecordId(fetched.uidl, fetched.digest, Now(), size == sizes_.end() ? -1 : size->second);
+}
+
+// Until everybody has what is new under an id, the id must not be known for it: a run that ends before would leave it
+// to those lists that have the id since the message before.
+void RunRules::NoteNewId(const CPopProfile& profile, const Fetched& fetched) {
+    if (!fetched.is_new_under_its_id) return;
+    const bool everybody = std::ranges::all_of(profile.forward_addresses, [&](const auto& address) {
+        return address->setting.status == 0 || IsHeld(fetched.digest, *address) ||
+               profile_memory_.WasSent(address->setting.address, fetched.digest, Now());
+    });
+    if (everybody) NoteId(fetched);
 }
 
 void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched) {
@@ -234,10 +273,13 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
         if (came_back) profile_memory_.RecordNotDeleted(mail.uidl, "the server lists it again", Now());
         // An id that others have as well says nothing.
         if (!received && !mail.uidl.empty() && !twice_.contains(mail.uidl)) has_learnt_ = true;
+        NoteNewId(profile, fetched);
         return CSending::HasIt;
     }
     if (fetched.for_nobody) {
-        return HoldUnasked(profile, mail, fetched, *fetched.for_nobody, address) ? CSending::HasIt : CSending::KeepBack;
+        if (HoldUnasked(profile, mail, fetched, *fetched.for_nobody, address)) return CSending::HasIt;
+        left_.Add(fetched.digest, Now());
+        return CSending::KeepBack;
     }
     if (!rules_.sentonce) return CSending::AsAlways;
     const bool by_bytes = mail.uidl.empty() || fetched.is_new_under_its_id || twice_.contains(mail.uidl);
@@ -284,6 +326,7 @@ void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
     std::vector<CString> to;
     for (const CForwardAddress* address : addresses) to.push_back(address->setting.address);
     profile_memory_.RecordSent(to, Of(profile, mail).digest, Now());
+    NoteNewId(profile, Of(profile, mail));
     refused_in_a_row_ = 0;
     profile_memory_.Unblock();
     for (const CForwardAddress* address : addresses) {
@@ -353,8 +396,22 @@ NextRun RunRules::Finish(CRunResult& result) {
         const CRunFailure& why = result.delivery;
         profile_memory_.RecordSmtp(false, why.reply.empty() ? why.reason : why.reply, Now());
     }
+    if (HasUsedAnswer(result)) profile_memory_.UseUpAnswer();
+    if (result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew) {
+        rotation_.Save(Now());
+        if (not_remembered_ > 0) TellNotRemembered(result);
+    }
     memory_.Save(Now());
     return WhenNext(result);
+}
+
+void RunRules::TellNotRemembered(CRunResult& result) const {
+    result.ending = CRunEnding::MailboxFailed;
+    result.mailbox = {};
+    result.mailbox.stage = CRunStage::List;
+    result.mailbox.reason = ShowCount(not_remembered_, "message") +
+                            " without an id of their own wait: what was sent cannot be written down, so that they "
+                            "would go out in every run";
 }
 
 void RunRules::RememberLogin(const CRunResult& result) {

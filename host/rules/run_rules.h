@@ -17,7 +17,9 @@
 
 #include "host/rules/byte_budget.h"
 #include "host/rules/held.h"
+#include "host/rules/left_mail.h"
 #include "host/rules/memory.h"
+#include "host/rules/rotation.h"
 #include "host/tree/host_setting.h"
 #include "tarvex/tarvex.h"
 
@@ -74,9 +76,15 @@ private:
     CTime Now() const { return clock_(); }
     Fetched& Of(const CPopProfile& profile, const CReceiveMail& mail);
     void Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched);
+    bool HasOwnId(const CMailOnServer& mail) const;
+    bool HasOtherSize(const CMailOnServer& mail);
+    void TakeTurns(std::span<const CMailOnServer> listing);
     bool HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing);
     bool HasEverybody(const CPopProfile& profile, std::string_view uidl);
     void NoteHeld(const CPopProfile& profile, const HeldRecord& record);
+    void NoteId(const Fetched& fetched);
+    void NoteNewId(const CPopProfile& profile, const Fetched& fetched);
+    void TellNotRemembered(CRunResult& result) const;
     bool IsHeld(const MailDigest& digest, const CForwardAddress& address) const;
     bool Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting);
     bool HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
@@ -98,7 +106,12 @@ private:
     std::unordered_set<std::string> twice_;  // ids that the listing holds more than once
     std::map<CString, Note> not_fetched_before_;
     std::optional<std::map<const CForwardAddress*, std::unordered_set<std::string_view>>> received_;
-    std::set<std::pair<std::string, std::string>> held_;  // digest and folder of what is set aside
+    LeftMail left_;
+    Rotation rotation_;                                    // of messages without an id of their own
+    bool can_remember_ = true;                             // which of those were sent
+    int not_remembered_ = 0;                               // those that were not fetched for that
+    std::unordered_map<std::string, std::int64_t> sizes_;  // of what is fetched, as the server lists it
+    std::set<std::pair<std::string, std::string>> held_;   // digest and folder of what is set aside
     std::unordered_map<const CReceiveMail*, Fetched> fetched_;
     std::int64_t taken_bytes_ = 0;  // of the budget
     bool over_budget_ = false;

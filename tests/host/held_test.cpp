@@ -151,6 +151,26 @@ TEST(HeldStore, RefusesWhatIsOverALimitBeforeAnythingIsWritten) {
     EXPECT_EQ(store.Hold(HeldText("two"), SomeRecord("phone", 'b'), {2, 2 * bytes}), HoldOutcome::Held);
 }
 
+TEST(HeldStore, GivesAQuarterToReportsAndLoopsThatStrangersCanMake) {
+    const TempDir profile;
+    const host::HeldStore store(profile.String());
+    const auto bytes = static_cast<std::int64_t>(HeldText("one").size());
+    const auto hold = [&](char digest, host::HeldKind kind, const host::HeldLimits& limits) {
+        HeldRecord record = SomeRecord("phone", digest);
+        record.kind = kind;
+        return store.Hold(HeldText("one"), record, limits);
+    };
+    const host::HeldLimits limits{5, 100 * bytes};
+    EXPECT_EQ(hold('a', host::HeldKind::Report, {5, 4 * bytes - 1}), HoldOutcome::AtLimit);
+    EXPECT_EQ(hold('a', host::HeldKind::Report, limits), HoldOutcome::Held);
+    EXPECT_EQ(hold('b', host::HeldKind::Loop, limits), HoldOutcome::Held);
+    EXPECT_EQ(hold('c', host::HeldKind::Report, limits), HoldOutcome::AtLimit);
+    for (const char digest : {'d', 'e', 'f'}) {
+        EXPECT_EQ(hold(digest, host::HeldKind::Refused, limits), HoldOutcome::Held);
+    }
+    EXPECT_EQ(hold('g', host::HeldKind::Refused, limits), HoldOutcome::AtLimit);
+}
+
 TEST(HeldStore, ChangesAndRemovesWhatIsHeld) {
     const TempDir profile;
     const host::HeldStore store(profile.String());

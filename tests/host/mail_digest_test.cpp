@@ -96,18 +96,37 @@ TEST(MailDigest, IsPoly1305) {
 }
 
 TEST(LoopMark, StaysWhenAMessageComesBack) {
+    const auto letter = [](const std::string& header, const std::string& body) {
+        const auto mark = kKey.LoopMarkOf(Fetched(header, body));
+        return mark ? std::optional(mark->letter) : std::nullopt;
+    };
     const std::string sent = "From: a <a@x>\r\nDate: Mon, 1 Jan 2024 00:00:00 +0000\r\nMessage-ID: <1@x>\r\n";
-    const auto mark = kKey.LoopMark(Fetched(sent, "text\r\n"));
+    const auto mark = letter(sent, "text\r\n");
     ASSERT_TRUE(mark);
-    EXPECT_EQ(kKey.LoopMark(Fetched("Received: by mx\r\n" + sent + "To: b@x\r\n", "other\r\n")), mark);
-    EXPECT_EQ(kKey.LoopMark(Fetched("message-id:\r\n <1@x>\r\nFROM: a\r\n\t<a@x>\r\n"
-                                    "date:Mon, 1 Jan 2024 00:00:00 +0000\r\nMessage-ID: <2@x>\r\n",
-                                    "")),
+    EXPECT_EQ(letter("Received: by mx\r\n" + sent + "To: b@x\r\n", "other\r\n"), mark);
+    EXPECT_EQ(letter("message-id:\r\n <1@x>\r\nFROM: a\r\n\t<a@x>\r\n"
+                     "date:Mon, 1 Jan 2024 00:00:00 +0000\r\nMessage-ID: <2@x>\r\n",
+                     ""),
               mark);
-    EXPECT_NE(kKey.LoopMark(Fetched(sent + "\r\n", "").replace(2, 7, "From: b")), mark);
-    EXPECT_NE(kKey.LoopMark(Fetched("Message-ID: <1@x>\r\n", "")), mark);
-    EXPECT_FALSE(kKey.LoopMark(Fetched("From: a\r\nDate: b\r\n", "Message-ID: <1@x>\r\n")));
-    EXPECT_FALSE(kKey.LoopMark(Fetched("Message-ID:\r\n", "")));
+    EXPECT_NE(letter("From: b <a@x>\r\nDate: Mon, 1 Jan 2024 00:00:00 +0000\r\nMessage-ID: <1@x>\r\n", ""), mark);
+    EXPECT_NE(letter("Message-ID: <1@x>\r\n", ""), mark);
+    EXPECT_FALSE(letter("From: a\r\nDate: b\r\n", "Message-ID: <1@x>\r\n"));
+    EXPECT_FALSE(letter("Message-ID:\r\n", ""));
+}
+
+TEST(LoopMark, ContinuesTheWayWhoseReceivedLinesItHasBelowItsOwn) {
+    const auto way = [](const std::vector<std::string>& received) {
+        std::string header = "Message-ID: <1@x>\r\n";
+        for (const std::string& line : received) header += "Received: " + line + "\r\n";
+        return *kKey.LoopMarkOf(Fetched(header, ""));
+    };
+    const auto earlier = way({"by mx", "by a"}).Way();
+    EXPECT_TRUE(way({"by z", "by y", "by\r\n mx", "by a"}).Continues(earlier));
+    for (const std::vector<std::string>& other : std::vector<std::vector<std::string>>{
+             {"by mx", "by a"}, {"by y", "by mx"}, {"by mx", "by a", "by y"}, {"by y", "by mx", "by b"}, {}}) {
+        EXPECT_FALSE(way(other).Continues(earlier)) << other.size();
+    }
+    EXPECT_FALSE(way({"by mx"}).Continues(way({}).Way())) << "there is nothing to know it by";
 }
 
 }  // namespace

@@ -48,6 +48,13 @@ protected:
     ProfileMemory Profile(const std::string& name = "from0") { return memory_->Of(root_ + "\\user0\\" + name); }
     MailDigest Mail(int number) { return memory_->DigestOf("\r\nMessage-ID: " + std::to_string(number) + "\r\n"); }
 
+    // A message that has come so far.
+    LoopMark Passing(int number, int hops) {
+        LoopMark mark{Mail(number), {}};
+        for (int hop = 0; hop < hops; ++hop) mark.trace.push_back(Mail(1000 * number + hop));
+        return mark;
+    }
+
     // Whether it holds now, and in the next process.
     void ExpectAlsoLater(const std::function<bool()>& holds) {
         EXPECT_TRUE(holds());
@@ -128,18 +135,21 @@ TEST_F(Memory, KnowsWhatHadAnId) {
     ExpectAlsoLater([&] {
         return Profile().DigestOfId("1") == Mail(1) && !Profile().DigestOfId("2") && !Profile().DigestOfId("");
     });
-    Profile().RecordId("1", Mail(3), kNow);
+    Profile().RecordId("1", Mail(3), kNow, 300);
+    ExpectAlsoLater([&] { return Profile().SizeOfId("1") == 300 && Profile().SizeOfId("2") == -1; });
     ExpectAlsoLater([&] { return Profile().DigestOfId("1") == Mail(3); });
 }
 
 TEST_F(Memory, KnowsAMessageThatCameUnderAnotherIdWithinAnHour) {
-    const MailDigest mark = Mail(1);
-    EXPECT_FALSE(Profile().HasPassed(mark, "1", kNow));
-    EXPECT_FALSE(Profile().HasPassed(mark, "1", kNow + 1));  // fetched again
-    ExpectAlsoLater([&] { return Profile().HasPassed(mark, "2", kNow + kHour); });
-    EXPECT_FALSE(Profile().HasPassed(mark, "3", kNow + kHour + 1));
-    EXPECT_TRUE(Profile().HasPassed(mark, "4", kNow + kHour + 2));
-    EXPECT_FALSE(Profile().HasPassed(mark, "", kNow + kHour + 2));
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 1), "1", kNow));
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 1), "1", kNow + 1));  // fetched again
+    ExpectAlsoLater([&] { return Profile().HasPassed(Passing(1, 2), "2", kNow + kHour); });
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 2), "3", kNow + kHour + 1));
+    EXPECT_TRUE(Profile().HasPassed(Passing(1, 3), "4", kNow + kHour + 2));
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 3), "", kNow + kHour + 2));
+    LoopMark forged = Passing(2, 5);
+    forged.letter = Mail(1);
+    EXPECT_FALSE(Profile().HasPassed(forged, "5", kNow + kHour + 2)) << "it has not come that way";
 }
 
 TEST_F(Memory, CountsRefusalsInARowUntilTheCopyIsTaken) {
@@ -225,8 +235,8 @@ TEST_F(Memory, AClockThatIsSetBackPutsNothingOff) {
                     profile.MayFetch("1", now))
             << now;
     }
-    Profile().HasPassed(Mail(1), "1", kNow);
-    EXPECT_FALSE(Profile().HasPassed(Mail(1), "2", kNow - kDay));
+    Profile().HasPassed(Passing(1, 1), "1", kNow);
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 2), "2", kNow - kDay));
     Profile().Park("a@x", "550 no", kNow - kDay);
     EXPECT_FALSE(Profile().MayAsk("a@x", kNow - kDay));
 }
@@ -238,16 +248,17 @@ TEST_F(Memory, KnowsWhetherSmtpFailedLast) {
     ExpectAlsoLater([&] { return !Profile().HasSmtpFailed(); });
 }
 
-TEST_F(Memory, WaitsForAnAnswerAndTakesItOnce) {
+TEST_F(Memory, WaitsForAnAnswerAndKeepsItUntilItIsUsedUp) {
     Profile().Wait("600 messages are new", kNow);
-    ExpectAlsoLater([&] { return Profile().IsWaiting() && !Profile().TakeAnswer(); });
+    ExpectAlsoLater([&] { return Profile().IsWaiting() && !Profile().GivenAnswer(); });
     EXPECT_EQ(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0", Matter::Waiting).at("").words,
               "600 messages are new");
     Profile().Answer(WaitAnswer::Skip, kNow);
     Restart();
     EXPECT_FALSE(Profile().IsWaiting());
-    EXPECT_EQ(Profile().TakeAnswer(), WaitAnswer::Skip);
-    EXPECT_FALSE(Profile().TakeAnswer());
+    ExpectAlsoLater([&] { return Profile().GivenAnswer() == WaitAnswer::Skip; });
+    Profile().UseUpAnswer();
+    ExpectAlsoLater([&] { return !Profile().GivenAnswer(); });
 }
 
 TEST_F(Memory, CountsBounces) {
@@ -371,7 +382,7 @@ TEST_F(Memory, DamageInTheMiddleOfAProcessLosesOnlyWhatWasOnDisk) {
     Profile().Park("a@x", "550", kNow);
     const MailDigest mail = Mail(1);
     Profile().RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
-    Profile().HasPassed(mail, "1", kNow);
+    Profile().HasPassed(Passing(1, 1), "1", kNow);
     memory_->Save(kNow);
     Profile().RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
     for (const char* const table : {"copies", "notes"}) {  // as far as a statement can tell
@@ -382,7 +393,7 @@ TEST_F(Memory, DamageInTheMiddleOfAProcessLosesOnlyWhatWasOnDisk) {
     EXPECT_EQ(Mail(1), mail);
     ExpectAlsoLater([&] {
         return Profile().WasSent("a@x", mail, kNow) && Profile().IsParked("a@x") &&
-               Profile().HasPassed(mail, "2", kNow);
+               Profile().HasPassed(Passing(1, 2), "2", kNow);
     });
 }
 
@@ -398,8 +409,8 @@ TEST_F(Memory, WhatCannotBeWrittenIsKnownAllTheSameAndWrittenLater) {
     EXPECT_TRUE(profile->HasSentAny("a@x"));
     EXPECT_FALSE(profile->MayAsk("a@x", kNow));
     EXPECT_EQ(profile->DigestOfId("1"), mail);
-    EXPECT_FALSE(profile->HasPassed(mail, "1", kNow));
-    EXPECT_TRUE(profile->HasPassed(mail, "2", kNow));
+    EXPECT_FALSE(profile->HasPassed(Passing(1, 1), "1", kNow));
+    EXPECT_TRUE(profile->HasPassed(Passing(1, 2), "2", kNow));
     profile->Seen(std::vector<CString>{"1"}, kNow);
     ASSERT_EQ(told_.size(), 1u);
     EXPECT_NE(told_[0].find("cannot be written"), std::string::npos);

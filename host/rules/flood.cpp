@@ -1,0 +1,75 @@
+// Tells a flood from new mail.
+//
+// A list of ids tells what is new as long as most of it is still in the mailbox. It tells nothing when it is lost, or
+// when the mailbox was renumbered or was listed as empty once. Of an empty list, the history of runs knows whether its
+// address has had mail.
+
+#include "host/rules/flood.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <unordered_set>
+
+#include "host/history/history.h"
+#include "host/system/paths.h"
+#include "host/terminal/wording.h"
+
+namespace tarvex::host {
+namespace {
+
+struct Compared {
+    std::size_t fresh = 0;
+    std::size_t known = 0;
+    std::size_t gone = 0;  // of the known
+};
+
+Compared Compare(const CForwardAddress& address, std::span<const CMailOnServer> listing) {
+    const std::unordered_set<std::string_view> known(address.uidls.begin(), address.uidls.end());
+    const auto still_there = static_cast<std::size_t>(
+        std::ranges::count_if(listing, [&](const CMailOnServer& mail) { return known.contains(mail.uidl); }));
+    return {listing.size() - still_there, known.size(), known.size() - std::min(known.size(), still_there)};
+}
+
+bool HasHadCopies(const std::string& root, const CPopProfile& profile, const CString& address) {
+    try {
+        return HistoryReader(root).HasHadCopies(profile.path, address);
+    } catch (const DatabaseError&) {
+        return false;  // nothing is known of it
+    }
+}
+
+// Where messages are deleted when they were sent, a list that is there is often empty.
+bool HasLostItsList(const CPopProfile& profile, const CForwardAddress& address, const std::string& root) {
+    std::error_code ignored;
+    const bool is_there = std::filesystem::exists(NativePath(address.path + "\\uidl.def"), ignored);
+    return (!is_there || profile.setting.deletemail == 0) && HasHadCopies(root, profile, address.setting.address);
+}
+
+}  // namespace
+
+std::optional<std::string> WhyFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing,
+                                    const HostRules& rules, ProfileMemory& memory, const std::string& root) {
+    for (const auto& address : profile.forward_addresses) {
+        if (!address->takes_part) continue;
+        const Compared ids = Compare(*address, listing);
+        if (ids.fresh <= static_cast<std::size_t>(rules.floodlimit) || ids.gone * 5 < ids.known * 4) continue;
+        const CString& to = address->setting.address;
+        if (rules.sentonce && memory.HasSentAny(to)) continue;
+        if (ids.known == 0 && !HasLostItsList(profile, *address, root)) continue;
+        const std::string why = ids.known == 0 ? "nothing is known any more of what it had"
+                                               : std::to_string(ids.gone) + " of the " +
+                                                     ShowCount(ids.known, "message") + " that it had are gone";
+        return "the server lists " + ShowCount(ids.fresh, "message") + " that " + to + " would get, and " + why;
+    }
+    return std::nullopt;
+}
+
+bool HasUsedAnswer(const CRunResult& result) {
+    if (result.lists == CSaved::Failed) return false;
+    const bool found_nothing = result.ending == CRunEnding::NothingNew && result.messages_listed > 0 &&
+                               result.messages_put_off == 0 && result.messages_not_fetched == 0;
+    return result.ending == CRunEnding::Delivered || result.copies > 0 || result.copies_set_aside > 0 || found_nothing;
+}
+
+}  // namespace tarvex::host

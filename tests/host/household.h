@@ -1,0 +1,97 @@
+#pragma once
+
+// A house in which mail is forwarded from run to run, with the host's rules or without.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/rules/run_rules.h"
+#include "tests/support/forwarding.h"
+
+namespace tarvex::testing {
+
+constexpr CTime kMinute = 60;
+constexpr CTime kHour = 60 * kMinute;
+constexpr CTime kInterval = 10 * kMinute;
+
+// A mailbox and a relay, and a profile between them that is run every ten minutes.
+class Household {
+public:
+    explicit Household(bool with_rules, const std::vector<std::string>& names = {"a"}) : with_rules_(with_rules) {
+        profile.setting.timer = 10;
+        profile.setting.timeout = 2;
+        for (const std::string& name : names) AddAddress(profile, name + "@x");
+    }
+
+    void Add(const Ids& ids) {
+        for (const std::string& id : ids) pop.Add(Mail(id));
+    }
+
+    CRunResult Run() {
+        CPopProfile copy;
+        copy = profile;
+        copy.setting.lasttime = now;
+        if (!with_rules_) {
+            copy.DoOperation();
+        } else {
+            if (!memory) memory = std::make_unique<host::RuleMemory>(tree.root.path, [](const std::string&) {});
+            host::RunRules run_rules(rules, copy, *memory, budget, [this] { return now; });
+            copy.guard = &run_rules;
+            copy.DoOperation();
+            next = run_rules.Finish(copy.result);
+        }
+        now += kInterval;
+        return copy.result;
+    }
+
+    void Run(int times) {
+        for (int i = 0; i < times; ++i) Run();
+    }
+
+    host::ProfileMemory Memory() { return memory->Of(profile.path); }
+
+    // "u2 -> a@x: 554 no", for what is set aside.
+    std::vector<std::string> Held() const {
+        std::vector<std::string> held;
+        const auto records = host::HeldStore(profile.path).List();
+        for (const host::HeldRecord& record : *records) {
+            for (const host::HeldAddress& waiting : record.addresses) {
+                held.push_back(record.uidl + " -> " + waiting.address + ": " + waiting.reply);
+            }
+        }
+        return held;
+    }
+
+    Arrivals Arrived() const { return testing::Arrived(smtp); }
+
+    MailboxServer pop{"alice", "secret"};
+    SinkServer smtp;
+    DataTree tree;
+    CPopProfile& profile = tree.AddProfile(pop.Port(), smtp.Port());
+    host::HostRules rules;
+    std::unique_ptr<host::RuleMemory> memory;
+    host::ByteBudget budget{std::int64_t{256} << 20};
+    CTime now = LocalMoment(2026, 11, 22, 8, 0, 0);
+    host::NextRun next = host::NextRun::WhenDue;
+
+private:
+    const bool with_rules_;
+};
+
+// Refuses the messages with this subject.
+inline std::function<std::string(const DeliveredMail&)> RefuseSubject(const std::string& subject,
+                                                                      const std::string& reply) {
+    return [=](const DeliveredMail& mail) {
+        return mail.text.find("Subject: " + subject + "\r\n") == std::string::npos ? "" : reply;
+    };
+}
+
+inline std::function<std::string(const std::string&)> AnswerTo(const std::string& command, const std::string& reply) {
+    return [=](const std::string& said) { return said.starts_with(command) ? reply : ""; };
+}
+
+}  // namespace tarvex::testing
