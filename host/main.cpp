@@ -101,6 +101,7 @@ int main(int argc, char** argv) {
     AddPlanCommand(app, context);
     AddStatusCommand(app, context);
     AddLogCommand(app, context);
+    AddLoginCommand(app, context);
     AddHeldCommands(app, context);
     AddAcceptCommands(app, context);
     app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.")

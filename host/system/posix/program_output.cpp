@@ -1,0 +1,120 @@
+// Runs another program for its output on POSIX.
+
+#include "host/system/program_output.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "host/system/posix/descriptor.h"
+
+extern char** environ;
+
+namespace tarvex::host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kLook_ms = 50;
+
+// A process in a group of its own, which ends with the object at the latest.
+class Child {
+public:
+    Child(const std::vector<std::string>& words, int output) {
+        posix_spawn_file_actions_t actions;
+        posix_spawnattr_t attributes;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+        sigset_t none;
+        sigemptyset(&none);
+        posix_spawnattr_setsigmask(&attributes, &none);  // the service blocks those that it waits for
+        sigset_t usual;
+        sigemptyset(&usual);
+        sigaddset(&usual, SIGPIPE);
+        sigaddset(&usual, SIGXFSZ);
+        posix_spawnattr_setsigdefault(&attributes, &usual);
+        posix_spawnattr_setpgroup(&attributes, 0);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        std::vector<char*> arguments;
+        for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+        arguments.push_back(nullptr);
+        error_ = posix_spawnp(&number_, arguments.front(), &actions, &attributes, arguments.data(), environ);
+        posix_spawnattr_destroy(&attributes);
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    ~Child() {
+        if (error_ == 0 && !ended_) {
+            kill(-number_, SIGKILL);
+            Reap(0);
+        }
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    int StartError() const { return error_; }
+
+    bool HasEnded() { return ended_ || Reap(WNOHANG); }
+
+    std::string Trouble() const {
+        if (WIFSIGNALED(status_)) return "was ended by signal " + std::to_string(WTERMSIG(status_));
+        return WEXITSTATUS(status_) == 0 ? "" : "ended with code " + std::to_string(WEXITSTATUS(status_));
+    }
+
+private:
+    bool Reap(int options) {
+        pid_t reaped = 0;
+        do {
+            reaped = waitpid(number_, &status_, options);
+        } while (reaped < 0 && errno == EINTR);
+        ended_ = reaped != 0;
+        return ended_;
+    }
+
+    pid_t number_ = 0;
+    int error_ = 0;
+    int status_ = 0;
+    bool ended_ = false;
+};
+
+}  // namespace
+
+ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milliseconds time, std::size_t most_bytes,
+                       const std::function<bool()>& stops) {
+    if (words.empty()) return {{}, "is empty"};
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) return {{}, std::string("cannot be started: ") + std::strerror(errno)};
+    const Descriptor reading(ends[0]);
+    Descriptor writing(ends[1]);
+    Child child(words, writing.Get());
+    writing = Descriptor();
+    if (child.StartError() != 0) return {{}, std::string("cannot be started: ") + std::strerror(child.StartError())};
+
+    const Clock::time_point end = Clock::now() + time;
+    ProgramOutput output;
+    std::array<char, 4096> piece{};
+    for (bool open = true; open || !child.HasEnded();) {
+        if (stops()) return {{}, "was interrupted"};
+        if (Clock::now() >= end) return {{}, "took longer than " + std::to_string(time.count() / 1000) + " s"};
+        pollfd readable{open ? reading.Get() : -1, POLLIN, 0};
+        if (poll(&readable, 1, kLook_ms) <= 0) continue;
+        const ssize_t count = read(reading.Get(), piece.data(), piece.size());
+        if (count < 0 && errno == EINTR) continue;
+        open = count > 0;
+        if (open) output.printed.append(piece.data(), static_cast<std::size_t>(count));
+        if (output.printed.size() > most_bytes)
+            return {{}, "printed more than " + std::to_string(most_bytes) + " bytes"};
+    }
+    output.trouble = child.Trouble();
+    return output;
+}
+
+}  // namespace tarvex::host

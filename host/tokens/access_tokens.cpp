@@ -1,0 +1,20 @@
+// Chooses where a profile's tokens come from.
+
+#include "host/tokens/access_tokens.h"
+
+namespace tarvex::host {
+
+std::string AccessTokens::Of(const TokenOwner& owner, const std::string& command) {
+    const Stops stops = [this] { return stopped_.load(); };
+    return command.empty() ? of_providers_.Of(owner, stops) : of_commands_.Of(command, stops);
+}
+
+std::string AccessTokens::WhyWaiting(const TokenOwner& owner, const std::string& command) const {
+    return command.empty() ? of_providers_.WhyWaiting(owner) : "";
+}
+
+void AccessTokens::Refused(const TokenOwner& owner, const std::string& command, const std::string& access_token) {
+    command.empty() ? of_providers_.Refused(owner, access_token) : of_commands_.Refused(command, access_token);
+}
+
+}  // namespace tarvex::host
