@@ -106,6 +106,16 @@ bool CGuardForC::ComesLast(const CPopProfile& profile, const CMailOnServer& mail
     return AskAbout(profile, mail, [&](const tarvex_mail* told) { return host_.comes_last(host_.context, told) != 0; });
 }
 
+std::optional<CString> CGuardForC::Kept(const CPopProfile& profile, const CMailOnServer& mail) {
+    if (!host_.kept) return CRunGuard::Kept(profile, mail);
+    return AskAbout(profile, mail, [&](const tarvex_mail* told) -> std::optional<CString> {
+        long long bytes = 0;
+        const char* const text = host_.kept(host_.context, told, &bytes);
+        if (!text || bytes < 0) return std::nullopt;
+        return CString(text, static_cast<std::size_t>(bytes));
+    });
+}
+
 bool CGuardForC::Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) {
     if (!host_.fetches) return CRunGuard::Fetches(profile, mail, held_bytes);
     return AskAbout(profile, mail,
@@ -160,6 +170,13 @@ void CGuardForC::Taken(const CPopProfile& profile, const CReceiveMail& mail,
     for (const CForwardAddress* address : addresses) {
         const std::string to = NameBelow(root_, address->path);
         AskAbout(profile, mail, [&](const tarvex_mail* told) { host_.taken(host_.context, told, to.c_str()); });
+    }
+}
+
+void CGuardForC::NotReached(const CPopProfile& profile, std::span<CReceiveMail* const> mails) {
+    if (!host_.not_reached) return CRunGuard::NotReached(profile, mails);
+    for (const CReceiveMail* mail : mails) {
+        AskAbout(profile, *mail, [&](const tarvex_mail* told) { host_.not_reached(host_.context, told); });
     }
 }
 

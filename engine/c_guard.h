@@ -21,6 +21,7 @@ public:
     bool GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion) override;
     bool WantsSizes(const CPopProfile& profile) override;
     bool ComesLast(const CPopProfile& profile, const CMailOnServer& mail) override;
+    std::optional<CString> Kept(const CPopProfile& profile, const CMailOnServer& mail) override;
     bool Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) override;
     std::int64_t LeastBytesPerMinute(const CPopProfile& profile) override;
     bool DeliversAfter(const CPopProfile& profile, const CRunFailure& failed_retrieval) override;
@@ -32,6 +33,7 @@ public:
                      const CRunFailure& refusal) override;
     void Taken(const CPopProfile& profile, const CReceiveMail& mail,
                std::span<CForwardAddress* const> addresses) override;
+    void NotReached(const CPopProfile& profile, std::span<CReceiveMail* const> mails) override;
 
 private:
     template <class Ask>

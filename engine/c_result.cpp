@@ -78,7 +78,8 @@ CResultForC::CResultForC(const CString& root, const CString& profile, CRunResult
              .not_fetched_count = static_cast<int>(not_fetched_.size()),
              .not_fetched = not_fetched_.data(),
              .messages_put_off = result_.messages_put_off,
-             .copies_set_aside = result_.copies_set_aside};
+             .copies_set_aside = result_.copies_set_aside,
+             .messages_kept = result_.messages_kept};
 }
 
 void CResultForC::TellAddresses(const CString& root) {

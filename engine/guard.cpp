@@ -27,6 +27,10 @@ bool CRunGuard::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& /
 
 bool CRunGuard::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) { return false; }
 
+std::optional<CString> CRunGuard::Kept(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/) {
+    return std::nullopt;
+}
+
 bool CRunGuard::Fetches(const CPopProfile& /*profile*/, const CMailOnServer& /*mail*/, std::int64_t /*held_bytes*/) {
     return true;
 }
@@ -54,3 +58,5 @@ CRefusal CRunGuard::Refused(const CPopProfile& /*profile*/, const CReceiveMail& 
 
 void CRunGuard::Taken(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,
                       std::span<CForwardAddress* const> /*addresses*/) {}
+
+void CRunGuard::NotReached(const CPopProfile& /*profile*/, std::span<CReceiveMail* const> /*mails*/) {}

@@ -193,6 +193,7 @@ private:
         });
         const bool taken_back = Guarded([&] { TakeBack(owner.mails); });
         for (std::size_t i = 0; i < directories.size(); ++i) SaveList(i, directories[i], taken_back);
+        Guarded([&] { TellNotReached(owner.mails); });
     }
 
     // A list from which undelivered messages could not be taken back must not reach the disk.
@@ -233,6 +234,11 @@ private:
         } else {
             Log("* SMTP Process - error : ");
         }
+    }
+
+    void TellNotReached(ReceivedMails& mails) {
+        std::erase(mails, nullptr);
+        if (!mails.empty()) Guard().NotReached(profile_, mails);
     }
 
     CPopProfile& profile_;

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -151,18 +152,20 @@ private:
     bool Fetch(std::span<const CMailOnServer> wanted, CArray<CReceiveMail*, CReceiveMail*>& mails) {
         result_.messages_not_fetched = static_cast<int>(wanted.size());
         for (; !wanted.empty(); wanted = wanted.subspan(1)) {
+            if (TakeKept(wanted.front(), mails)) continue;
             if (!guard_.Fetches(profile_, wanted.front(), held_bytes_)) {
                 ++result_.messages_put_off;
                 --result_.messages_not_fetched;
                 continue;
             }
-            auto mail = std::make_unique<CReceiveMail>();
-            mail->uidl = wanted.front().uidl;
+            std::unique_ptr<CReceiveMail> mail = Mail(wanted.front());
             const CString number(wanted.front().number);
             const bool room = Retrieve(number, mail->text);
             Log("RETR " + number);
             if (!IsNegative(mail->text)) {
                 Log(mail->uidl + " received");
+                // The status line goes, its line end stays: header lines are found by the line end before them.
+                mail->text.erase(0, mail->text.find("\r\n"));
                 Keep(std::move(mail), mails);
                 continue;
             }
@@ -180,9 +183,25 @@ private:
         return true;
     }
 
+    static std::unique_ptr<CReceiveMail> Mail(const CMailOnServer& listed) {
+        auto mail = std::make_unique<CReceiveMail>();
+        mail->uidl = listed.uidl;
+        mail->listed_bytes = listed.size_bytes;
+        return mail;
+    }
+
+    bool TakeKept(const CMailOnServer& listed, CArray<CReceiveMail*, CReceiveMail*>& mails) {
+        std::optional<CString> kept = guard_.Kept(profile_, listed);
+        if (!kept) return false;
+        std::unique_ptr<CReceiveMail> mail = Mail(listed);
+        mail->text = *std::move(kept);
+        Log("* kept : " + mail->uidl);
+        ++result_.messages_kept;
+        Keep(std::move(mail), mails);
+        return true;
+    }
+
     void Keep(std::unique_ptr<CReceiveMail> mail, CArray<CReceiveMail*, CReceiveMail*>& mails) {
-        // The status line goes, its line end stays: header lines are found by the line end before them.
-        mail->text.erase(0, mail->text.find("\r\n"));
         mails.push_back(mail.get());
         held_bytes_ += static_cast<std::int64_t>(mail.release()->text.size());
         ++observer_.messages_fetched;

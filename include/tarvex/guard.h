@@ -13,6 +13,7 @@
 // Errors: a guard must not throw. An exception ends the step, as want of memory does.
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -90,6 +91,10 @@ public:
     // Whether this message is fetched after all those that are not.
     virtual bool ComesLast(const CPopProfile& profile, const CMailOnServer& mail);
 
+    // The message, where the guard still has it from an earlier run that did not deliver it (NotReached): as it was
+    // fetched. Then it counts as fetched, and no RETR is sent for it. The guard answers for its being the same one.
+    virtual std::optional<CString> Kept(const CPopProfile& profile, const CMailOnServer& mail);
+
     // Whether it is fetched in this run. Asked just before RETR; `held_bytes` is what the run holds already.
     virtual bool Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes);
 
@@ -124,4 +129,11 @@ public:
     // The server has taken the message for these addresses.
     virtual void Taken(const CPopProfile& profile, const CReceiveMail& mail,
                        std::span<CForwardAddress* const> addresses);
+
+    // ---- after it
+
+    // What was fetched and is left for the next run, because the delivery ended before every address had it. The guard
+    // may move the texts away; they may have been changed since they were fetched, by the profile's settings. Asked
+    // when the lists of ids are saved, and only when there is something.
+    virtual void NotReached(const CPopProfile& profile, std::span<CReceiveMail* const> mails);
 };

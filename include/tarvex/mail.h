@@ -21,6 +21,8 @@ public:
     CString text;
     // The unique id on the server; empty when the server has no UIDL command.
     CString uidl;
+    // As CMailOnServer::size_bytes.
+    std::int64_t listed_bytes = -1;
     // The forwarding addresses that are to receive the message; not owned.
     CArray<CForwardAddress*, CForwardAddress*> destinations;
 };

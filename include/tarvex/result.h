@@ -93,6 +93,7 @@ struct TARVEX_API CRunResult {
 
     int messages_listed = 0;          // on the server; 0 until the mailbox was listed
     int messages_fetched = 0;         // in memory, whole
+    int messages_kept = 0;            // of these: the guard still had them, so they were not fetched again
     int messages_not_fetched = 0;     // wanted, and not got; 0 where the mailbox failed before the first RETR
     int messages_put_off = 0;         // left for a later run by the guard
     int messages_delivered = 0;       // taken by the SMTP server for every address that lacked them, one at least

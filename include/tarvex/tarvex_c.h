@@ -156,6 +156,7 @@ typedef struct tarvex_result {
     const tarvex_not_fetched* not_fetched;
     int messages_put_off; /* left for a later run by the guard */
     int copies_set_aside; /* refused by the server, and taken over by the guard */
+    int messages_kept;    /* of those fetched: the guard still had them, so they were not fetched again */
 } tarvex_result;
 /* NOLINTEND(modernize-use-using) */
 
@@ -248,6 +249,12 @@ typedef struct tarvex_guard {
        of its own. */
     long long(TARVEX_C_CALL* connects)(void* context, const char* profile, int protocol, const char* server, int port,
                                        int* is_secured); /* protocol: a tarvex_protocol */
+    /* The message, where the host still has it from an earlier run that did not deliver it: `text_bytes` of it, exactly
+       as `sends` was told it; no RETR is sent for it then. Null: it is fetched. The text must stay valid until the run
+       asks its next question. */
+    const char*(TARVEX_C_CALL* kept)(void* context, const tarvex_mail* mail, long long* text_bytes);
+    /* It was fetched, and is left for the next run. Its text may have been changed by the profile's settings. */
+    void(TARVEX_C_CALL* not_reached)(void* context, const tarvex_mail* mail);
 } tarvex_guard;
 /* NOLINTEND(modernize-use-using) */
 

@@ -30,6 +30,7 @@ struct TestGuard : CRunGuard {
     std::function<bool(const CMailOnServer&, bool)> is_handled;
     std::function<bool(const CMailOnServer&)> deletes;
     std::function<bool(const CMailOnServer&)> comes_last;
+    std::function<std::optional<CString>(const CMailOnServer&)> kept;
     std::function<bool(const CMailOnServer&, std::int64_t)> fetches;
     std::function<CSending(const CReceiveMail&, const CForwardAddress&, bool)> sends;
     std::function<bool(const CReceiveMail&, const CForwardAddress&)> offers;
@@ -56,6 +57,9 @@ struct TestGuard : CRunGuard {
     bool ComesLast(const CPopProfile& p, const CMailOnServer& mail) override {
         return comes_last ? comes_last(mail) : CRunGuard::ComesLast(p, mail);
     }
+    std::optional<CString> Kept(const CPopProfile& p, const CMailOnServer& mail) override {
+        return kept ? kept(mail) : CRunGuard::Kept(p, mail);
+    }
     bool Fetches(const CPopProfile& p, const CMailOnServer& mail, std::int64_t held_bytes) override {
         return fetches ? fetches(mail, held_bytes) : CRunGuard::Fetches(p, mail, held_bytes);
     }
@@ -81,6 +85,11 @@ struct TestGuard : CRunGuard {
     void Taken(const CPopProfile& p, const CReceiveMail& mail, std::span<CForwardAddress* const> to) override {
         for (const CForwardAddress* address : to) told.push_back("taken " + mail.uidl + " " + address->setting.address);
         CRunGuard::Taken(p, mail, to);
+    }
+    void NotReached(const CPopProfile& p, std::span<CReceiveMail* const> mails) override {
+        for (const CReceiveMail* mail : mails)
+            told.push_back("not reached " + mail->uidl + " of " + std::to_string(mail->listed_bytes));
+        CRunGuard::NotReached(p, mails);
     }
 };
 
@@ -313,6 +322,46 @@ TEST_F(Guard, KeptBackMessageIsNewForTheSecondOfItsId) {
     EXPECT_THAT(lists[0], ElementsAre("m"));
 }
 
+// One message without RETR, in its turn.
+TEST_F(Guard, MayHaveAMessageThatIsNotFetchedAgain) {
+    lists = {{"old"}};
+    deletemail = guard.wants_sizes = true;
+    guard.kept = [this](const CMailOnServer& mail) -> std::optional<CString> {
+        guard.told.push_back("kept " + std::string(mail.uidl) + " of " + std::to_string(mail.size_bytes));
+        return mail.uidl == "n" ? std::optional<CString>("\r\nSubject: kept\r\n\r\ntext\r\n.\r\n") : std::nullopt;
+    };
+    guard.fetches = [this](const CMailOnServer& mail, std::int64_t held_bytes) {
+        guard.told.push_back("fetches " + std::string(mail.uidl) + " beside " + std::to_string(held_bytes));
+        return mail.uidl != "o";
+    };
+    const std::string data = "C: DATA\nS: 354 go on\nC: Subject: kept\nC: \nC: text\nC: .\nS: 250 taken\n";
+    RunBetween(
+        Mailbox({"old", "m", "n", "o"}, "C: DELE 1\nS: +OK\nC: LIST\nS: +OK\nS: 3 30\nS: .\n" + Retr("2") + kPopQuit),
+        kOpening + Sent("a") + kSender + Rcpt("a") + data + kSmtpQuit);
+    EXPECT_THAT(guard.told,
+                ElementsAre("listed old", "listed m", "listed n", "listed o", "kept m of -1", "fetches m beside 0",
+                            "kept n of 30", "kept o of -1", "fetches o beside 55", "taken m a@x", "taken n a@x"));
+    EXPECT_THAT(LogText(copy), HasSubstr("m received\n* kept : n\nQUIT\n"));
+    EXPECT_EQ(copy.result.messages_fetched, 2);
+    EXPECT_EQ(copy.result.messages_kept, 1);
+    EXPECT_EQ(copy.result.messages_put_off, 1);
+    EXPECT_EQ(copy.result.messages_not_fetched, 0);
+    EXPECT_EQ(copy.observer.messages_fetched, 2);
+    EXPECT_THAT(lists[0], ElementsAre("m", "n"));
+}
+
+TEST_F(Guard, IsToldWhatTheDeliveryDidNotReach) {
+    lists = {{}};
+    guard.wants_sizes = true;
+    RunBetween(Mailbox({"m", "n", "o"},
+                       "C: LIST\nS: +OK\nS: 1 30\nS: 2 40\nS: .\n" + Retr("1") + Retr("2") + Retr("3") + kPopQuit),
+               kOpening + Sent("a") + "C: MAIL FROM:<me@example.org>\nS: 421 enough\n" + kSmtpQuit);
+    EXPECT_EQ(Ending(), CRunEnding::DeliveryFailed);
+    EXPECT_THAT(guard.told, ElementsAre("listed m", "listed n", "listed o", "taken m a@x", "not reached n of 40",
+                                        "not reached o of -1"));
+    EXPECT_THAT(lists[0], ElementsAre("m"));
+}
+
 // The refusals.
 
 TEST_F(Guard, TakesOverARefusedRecipientAndTheOthersGetTheMessage) {
@@ -404,7 +453,7 @@ TEST_F(Guard, IsNotAskedAboutWhatIsNotTheMessagesFault) {
         one.guard.refused = HoldIt;
         one.RunBetween(Mailbox({"m"}, Retr("1") + kPopQuit), std::string(kOpening) + rest);
         EXPECT_EQ(one.Ending(), CRunEnding::DeliveryFailed) << rest;
-        EXPECT_THAT(one.guard.told, ElementsAre("listed m")) << rest;
+        EXPECT_THAT(one.guard.told, ElementsAre("listed m", "not reached m of -1")) << rest;
         EXPECT_THAT(one.lists[0], IsEmpty());
     }
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -216,6 +217,7 @@ TEST(CInterface, StartsOneProfileByItsName) {
 struct Asked {
     std::vector<std::string> questions;
     int sending = TARVEX_SEND_AS_ALWAYS;
+    std::map<std::string, std::string> not_reached;
 
     static Asked& Of(void* context) { return *static_cast<Asked*>(context); }
     static void Note(void* context, const tarvex_mail* mail, const std::string& question) {
@@ -277,6 +279,16 @@ struct Asked {
         guard.connects = [](void* c, const char* profile, int protocol, const char*, int, int* is_secured) {
             Of(c).questions.push_back("connects " + std::to_string(protocol) + " " + profile);
             return (*is_secured = 0, -1LL);
+        };
+        guard.kept = [](void* c, const tarvex_mail* mail, long long* text_bytes) -> const char* {
+            const auto kept = Of(c).not_reached.find(mail->uidl);
+            if (kept == Of(c).not_reached.end()) return nullptr;
+            *text_bytes = static_cast<long long>(kept->second.size());
+            return kept->second.data();
+        };
+        guard.not_reached = [](void* c, const tarvex_mail* mail) {
+            Of(c).not_reached[mail->uidl] =
+                "\r\n" + std::string(mail->text, static_cast<std::size_t>(mail->text_bytes));
         };
         return guard;
     }
@@ -343,6 +355,17 @@ TEST_F(CGuard, WithoutFunctionsIsTheRunWithoutOne) {
     guard.size = offsetof(tarvex_guard, begins);
     EXPECT_EQ(RunWith(guard).ending, TARVEX_MAILBOX_FAILED) << "of the message that cannot be deleted";
     EXPECT_TRUE(asked.questions.empty());
+}
+
+TEST_F(CGuard, KeepsWhatWasNotReachedForTheNextRun) {
+    smtp.SetFault([senders = 0](const std::string& command) mutable {
+        return command.starts_with("MAIL") && ++senders == 2 ? "421 enough" : "";
+    });
+    EXPECT_EQ(RunWith(asked.Guard()).ending, TARVEX_DELIVERY_FAILED);
+    tarvex_forget(root.get());
+    EXPECT_EQ(RunWith(asked.Guard()).messages_kept, 1);
+    EXPECT_EQ(pop.Received("RETR"), 2);
+    EXPECT_EQ(Arrived(smtp), (Arrivals{{"u1 -> a@example.net", 1}, {"u2 -> a@example.net", 1}}));
 }
 
 TEST_F(CGuard, CanBeTakenAway) {
