@@ -22,7 +22,7 @@ CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(profile);
     if (!rules) return StartRun(root, profile);
     budget_.SetLimit(rules->servicesize * kMiB);
-    Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_),
+    Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_, kept_mails_),
             SteadyClock::now() + std::chrono::minutes(rules->runtime)};
     RunRules* const guard = run.rules.get();
     const CStartResult result = StartRun(root, profile, guard);
@@ -76,6 +76,7 @@ bool RuledRuns::SpreadsRuns() const {
 }
 
 void RuledRuns::EndLongRuns(CRootPath& root) {
+    kept_mails_.DropUseless(root, std::time(nullptr));
     for (const auto& copy : root.running_copies) {
         const auto run = runs_.find(copy->path);
         if (run != runs_.end() && SteadyClock::now() >= run->second.ends) InterruptRun(*copy);

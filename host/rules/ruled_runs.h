@@ -34,7 +34,8 @@ public:
     // Whether the run of the profile that is under way is one by rules.
     bool HasRules(const CString& profile_path) const { return runs_.contains(profile_path); }
 
-    // Ends the runs that have taken longer than their rules allow.
+    // Ends the runs that have taken longer than their rules allow, and lets go of what is kept for no run any more. To
+    // be called now and then.
     void EndLongRuns(CRootPath& root);
 
     // Whether runs that are due together shall not start together. False also when that cannot be read.
@@ -51,6 +52,7 @@ private:
     const std::string root_;
     RuleMemory memory_;
     ByteBudget budget_{0};
+    KeptMails kept_mails_{budget_};
     std::map<CString, Run> runs_;  // by the profile's path
 };
 

@@ -60,17 +60,26 @@ bool MayPass(CFailureClass failure_class) {
            failure_class == CFailureClass::TimeOut;
 }
 
+// The part that a delivery may change: the line ends before the header, and the header where the profile rewrites it.
+CString FrontOf(std::string_view text, bool rewritten) {
+    std::size_t end = 0;
+    while (text.substr(end).starts_with("\r\n")) end += 2;
+    if (rewritten) end = std::min(text.find("\r\n\r\n", end), text.size());
+    return CString(text.substr(0, end));
+}
+
 }  // namespace
 
 CTime RunRules::CurrentTime() { return std::time(nullptr); }
 
 RunRules::RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemory& memory, ByteBudget& budget,
-                   Clock clock)
+                   KeptMails& kept_mails, Clock clock)
     : rules_(rules),
       interval_s_(IntervalSeconds(profile.setting.timer)),
       memory_(memory),
       profile_memory_(memory.Of(profile.path)),
       budget_(budget),
+      kept_mails_(kept_mails),
       store_(profile.path),
       clock_(std::move(clock)),
       left_(profile_memory_),
@@ -99,6 +108,8 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
         }
     }
     if (rules_.floodguard && HasFlood(profile, listing)) return false;
+    kept_ = kept_mails_.Take(profile, Now());
+    taken_bytes_ += kept_.Bytes();
     profile_memory_.Seen(uidls, Now());
     not_fetched_before_ = profile_memory_.Notes(Matter::NotFetched);
     if (const auto records = store_.List()) {
@@ -111,9 +122,7 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
     return true;
 }
 
-bool RunRules::HasOwnId(const CMailOnServer& mail) const {
-    return !mail.uidl.empty() && !twice_.contains(std::string(mail.uidl));
-}
+bool RunRules::HasOwnId(const CMailOnServer& mail) const { return !mail.uidl.empty() && !StandsTwice(mail.uidl); }
 
 // Without an id of its own, only the memory knows whether a message was sent.
 void RunRules::TakeTurns(std::span<const CMailOnServer> listing) {
@@ -150,7 +159,7 @@ bool RunRules::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
     if (left_.Rests(mail.uidl)) return false;
     if (!rules_.deletewaits) return true;
     const CString uidl(mail.uidl);
-    return refused_deletions_ < kMostRefusedDeletions && !uidl.empty() && !twice_.contains(uidl) &&
+    return refused_deletions_ < kMostRefusedDeletions && !uidl.empty() && !StandsTwice(uidl) &&
            HasEverybody(profile, mail.uidl) && profile_memory_.MayDelete(uidl, Now());
 }
 
@@ -183,21 +192,35 @@ bool RunRules::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& ma
     return failed || left_.Knows(mail.uidl);
 }
 
+// What another profile has in memory, and may never need, goes first.
+bool RunRules::TakeFromBudget(std::int64_t bytes) {
+    if (budget_.Take(bytes)) return true;
+    kept_mails_.MakeRoom(bytes);
+    return budget_.Take(bytes);
+}
+
+// Only an id that stands for one message says that this is the same one. One that is the message's number goes over to
+// the next message when one before it is deleted.
+std::optional<CString> RunRules::Kept(const CPopProfile& /*profile*/, const CMailOnServer& mail) {
+    if (kept_.IsEmpty() || mail.uidl == mail.number || StandsTwice(mail.uidl)) return std::nullopt;
+    return kept_.Take(CString(mail.uidl), mail.size_bytes);
+}
+
 bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) {
     const bool takes_turns = rules_.sentonce && !HasOwnId(mail);
     if (takes_turns && !can_remember_) ++not_remembered_;
     if (takes_turns && (!can_remember_ || !rotation_.HasItsTurn(NumberOf(mail)))) return false;
     if (ComesLast(profile, mail) && !profile_memory_.MayFetch(CString(mail.uidl), Now())) return false;
     const std::int64_t bytes = std::clamp<std::int64_t>(mail.size_bytes, 0, kMostMessageBytes);
-    const bool fits = held_bytes == 0 || held_bytes + bytes <= rules_.runsize * kMiB;
-    if (!fits || !budget_.Take(bytes)) {
+    const std::int64_t held = held_bytes + kept_.Bytes();
+    const bool fits = held == 0 || held + bytes <= rules_.runsize * kMiB;
+    if (!fits || !TakeFromBudget(bytes)) {
         over_budget_ = true;
         if (takes_turns) rotation_.EndsHere();
         return false;
     }
     taken_bytes_ += bytes;
     if (takes_turns) rotation_.Fetches(NumberOf(mail));
-    if (!takes_turns) sizes_[std::string(mail.uidl)] = mail.size_bytes;
     return true;
 }
 
@@ -216,6 +239,7 @@ RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& 
     Fetched& fetched = entry->second;
     if (!is_new) return fetched;
     fetched.uidl = mail.uidl;
+    if (!StandsTwice(mail.uidl)) fetched.listed_bytes = mail.listed_bytes;
     fetched.digest = memory_.DigestOf(mail.text);
     if (!mail.uidl.empty()) {
         const std::optional<MailDigest> before = profile_memory_.DigestOfId(mail.uidl);
@@ -224,14 +248,13 @@ RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& 
         if (!fetched.is_new_under_its_id) NoteId(fetched);
     }
     if (rules_.loopguard) Judge(profile, mail, fetched);
-    const bool rewritten = profile.setting.replacefrom != 0 || profile.setting.replaceto != 0;
-    if (rewritten && rules_.setaside) fetched.original = mail.text;
+    fetched.front = FrontOf(mail.text, profile.setting.replacefrom != 0 || profile.setting.replaceto != 0);
+    fetched.rest_bytes = mail.text.size() - fetched.front.size();
     return fetched;
 }
 
 void RunRules::NoteId(const Fetched& fetched) {
-    const auto size = sizes_.find(fetched.uidl);
-    profile_memory_.RecordId(fetched.uidl, fetched.digest, Now(), size == sizes_.end() ? -1 : size->second);
+    profile_memory_.RecordId(fetched.uidl, fetched.digest, Now(), fetched.listed_bytes);
 }
 
 // Until everybody has what is new under an id, the id must not be known for it: a run that ends before would leave it
@@ -243,6 +266,13 @@ void RunRules::NoteNewId(const CPopProfile& profile, const Fetched& fetched) {
                profile_memory_.WasSent(address->setting.address, fetched.digest, Now());
     });
     if (everybody) NoteId(fetched);
+}
+
+std::optional<CString> RunRules::AsFetched(CString text, const Fetched& fetched) {
+    if (text.size() < fetched.rest_bytes) return std::nullopt;
+    text.replace(0, text.size() - fetched.rest_bytes, fetched.front);
+    if (memory_.DigestOf(text) != fetched.digest) return std::nullopt;
+    return text;
 }
 
 void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched) {
@@ -272,7 +302,7 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
         const bool came_back = profile.setting.deletemail != 0 && fetched.was_here_before && !received;
         if (came_back) profile_memory_.RecordNotDeleted(mail.uidl, "the server lists it again", Now());
         // An id that others have as well says nothing.
-        if (!received && !mail.uidl.empty() && !twice_.contains(mail.uidl)) has_learnt_ = true;
+        if (!received && !mail.uidl.empty() && !StandsTwice(mail.uidl)) has_learnt_ = true;
         NoteNewId(profile, fetched);
         return CSending::HasIt;
     }
@@ -282,7 +312,7 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
         return CSending::KeepBack;
     }
     if (!rules_.sentonce) return CSending::AsAlways;
-    const bool by_bytes = mail.uidl.empty() || fetched.is_new_under_its_id || twice_.contains(mail.uidl);
+    const bool by_bytes = mail.uidl.empty() || fetched.is_new_under_its_id || StandsTwice(mail.uidl);
     return received && !by_bytes ? CSending::HasIt : CSending::Send;
 }
 
@@ -337,6 +367,23 @@ void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
     }
 }
 
+// ---- what is not delivered
+
+void RunRules::NotReached(const CPopProfile& profile, std::span<CReceiveMail* const> mails) {
+    if (profile.result.mailbox.stage == CRunStage::None) kept_ = {};  // the server lists it no more
+    for (CReceiveMail* const mail : mails) {
+        const bool is_known = !mail->uidl.empty() && !StandsTwice(mail->uidl);
+        if (!is_known || mail->listed_bytes < 0 || mail->listed_bytes > kMostMessageBytes) continue;
+        const auto fetched = fetched_.find(mail);
+        if (fetched == fetched_.end()) continue;
+        std::optional<CString> text = AsFetched(std::move(mail->text), fetched->second);
+        if (text) kept_.Add(mail->uidl, mail->listed_bytes, *std::move(text));
+    }
+    if (kept_.IsEmpty()) return;
+    taken_bytes_ -= kept_.Bytes();
+    kept_mails_.Keep(profile, std::exchange(kept_, {}), Now());
+}
+
 // ---- what is set aside
 
 // An address that took over the folder of one that was removed waits for nothing.
@@ -376,8 +423,8 @@ bool RunRules::Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind k
     record.addresses.push_back(std::move(waiting));
     const HeldLimits limits{rules_.heldmessages, rules_.heldsize * kMiB};
     const std::string digest = record.digest;
-    const std::string_view text = fetched.original ? *fetched.original : mail.text;
-    if (store_.Hold(text, std::move(record), limits) != HoldOutcome::Held) return false;
+    const std::optional<CString> text = AsFetched(mail.text, fetched);
+    if (!text || store_.Hold(*text, std::move(record), limits) != HoldOutcome::Held) return false;
     held_.emplace(digest, folder);
     return true;
 }

@@ -17,6 +17,7 @@
 
 #include "host/rules/byte_budget.h"
 #include "host/rules/held.h"
+#include "host/rules/kept_mail.h"
 #include "host/rules/left_mail.h"
 #include "host/rules/memory.h"
 #include "host/rules/rotation.h"
@@ -33,9 +34,9 @@ class RunRules : public CRunGuard {
 public:
     using Clock = std::function<CTime()>;
 
-    // The memory and the budget must outlive it.
+    // The memory, the budget and what is kept must outlive it.
     RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemory& memory, ByteBudget& budget,
-             Clock clock = CurrentTime);
+             KeptMails& kept_mails, Clock clock = CurrentTime);
     ~RunRules() override;
 
     // To be called once, with the result of the run that has ended: remembers what follows from it, and completes it
@@ -49,6 +50,7 @@ public:
     bool GoesOnAfter(const CPopProfile& profile, const CRunFailure& refused_deletion) override;
     bool WantsSizes(const CPopProfile& profile) override;
     bool ComesLast(const CPopProfile& profile, const CMailOnServer& mail) override;
+    std::optional<CString> Kept(const CPopProfile& profile, const CMailOnServer& mail) override;
     bool Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) override;
     std::int64_t LeastBytesPerMinute(const CPopProfile& profile) override;
     bool DeliversAfter(const CPopProfile& profile, const CRunFailure& failed_retrieval) override;
@@ -60,25 +62,31 @@ public:
                      const CRunFailure& refusal) override;
     void Taken(const CPopProfile& profile, const CReceiveMail& mail,
                std::span<CForwardAddress* const> addresses) override;
+    void NotReached(const CPopProfile& profile, std::span<CReceiveMail* const> mails) override;
 
 private:
     // What is known of a fetched message.
     struct Fetched {
         CString uidl;
+        std::int64_t listed_bytes = -1;
         MailDigest digest;
         bool is_new_under_its_id = false;    // the id had another message before
         bool was_here_before = false;        // the id had this message before
         std::optional<HeldKind> for_nobody;  // a report or a loop
-        std::optional<CString> original;     // where the run rewrites messages
+        CString front;                       // as it was fetched: the part that the delivery may change
+        std::size_t rest_bytes = 0;          // of what is behind that
     };
 
     static CTime CurrentTime();
     CTime Now() const { return clock_(); }
+    bool StandsTwice(std::string_view uidl) const { return !twice_.empty() && twice_.contains(std::string(uidl)); }
     Fetched& Of(const CPopProfile& profile, const CReceiveMail& mail);
     void Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched);
     bool HasOwnId(const CMailOnServer& mail) const;
     bool HasOtherSize(const CMailOnServer& mail);
     void TakeTurns(std::span<const CMailOnServer> listing);
+    std::optional<CString> AsFetched(CString text, const Fetched& fetched);
+    bool TakeFromBudget(std::int64_t bytes);
     bool HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing);
     bool HasEverybody(const CPopProfile& profile, std::string_view uidl);
     void NoteHeld(const CPopProfile& profile, const HeldRecord& record);
@@ -99,6 +107,7 @@ private:
     RuleMemory& memory_;
     ProfileMemory profile_memory_;
     ByteBudget& budget_;
+    KeptMails& kept_mails_;
     const HeldStore store_;
     const Clock clock_;
 
@@ -107,12 +116,12 @@ private:
     std::map<CString, Note> not_fetched_before_;
     std::optional<std::map<const CForwardAddress*, std::unordered_set<std::string_view>>> received_;
     LeftMail left_;
-    Rotation rotation_;                                    // of messages without an id of their own
-    bool can_remember_ = true;                             // which of those were sent
-    int not_remembered_ = 0;                               // those that were not fetched for that
-    std::unordered_map<std::string, std::int64_t> sizes_;  // of what is fetched, as the server lists it
-    std::set<std::pair<std::string, std::string>> held_;   // digest and folder of what is set aside
+    Rotation rotation_;                                   // of messages without an id of their own
+    bool can_remember_ = true;                            // which of those were sent
+    int not_remembered_ = 0;                              // those that were not fetched for that
+    std::set<std::pair<std::string, std::string>> held_;  // digest and folder of what is set aside
     std::unordered_map<const CReceiveMail*, Fetched> fetched_;
+    KeptMail kept_;                 // of an earlier run
     std::int64_t taken_bytes_ = 0;  // of the budget
     bool over_budget_ = false;
     bool has_learnt_ = false;  // that an id stands for what an address has

@@ -39,7 +39,7 @@ public:
             copy.DoOperation();
         } else {
             if (!memory) memory = std::make_unique<host::RuleMemory>(tree.root.path, [](const std::string&) {});
-            host::RunRules run_rules(rules, copy, *memory, budget, [this] { return now; });
+            host::RunRules run_rules(rules, copy, *memory, budget, kept, [this] { return now; });
             copy.guard = &run_rules;
             copy.DoOperation();
             next = run_rules.Finish(copy.result);
@@ -75,6 +75,7 @@ public:
     host::HostRules rules;
     std::unique_ptr<host::RuleMemory> memory;
     host::ByteBudget budget{std::int64_t{256} << 20};
+    host::KeptMails kept{budget};
     CTime now = LocalMoment(2026, 11, 22, 8, 0, 0);
     host::NextRun next = host::NextRun::WhenDue;
 
@@ -92,6 +93,14 @@ inline std::function<std::string(const DeliveredMail&)> RefuseSubject(const std:
 
 inline std::function<std::string(const std::string&)> AnswerTo(const std::string& command, const std::string& reply) {
     return [=](const std::string& said) { return said.starts_with(command) ? reply : ""; };
+}
+
+// Takes so many messages a connection.
+inline std::function<std::string(const std::string&)> TakeAtMost(int messages) {
+    return [=, taken = 0](const std::string& command) mutable {
+        if (command.starts_with("EHLO")) taken = 0;
+        return command.starts_with("MAIL") && ++taken > messages ? "421 too many" : "";
+    };
 }
 
 }  // namespace tarvex::testing

@@ -342,10 +342,7 @@ TEST_F(Rules, NothingIsFetchedWhileTheRelayIsDown) {
 }
 
 TEST_F(Rules, RelayThatTakesTwoMessagesAConnectionIsFollowedByTheNextRunAtOnce) {
-    with.smtp.SetFault([taken = 0](const std::string& command) mutable {
-        if (command.starts_with("EHLO")) taken = 0;
-        return command.starts_with("MAIL") && ++taken > 2 ? "421 too many" : "";
-    });
+    with.smtp.SetFault(TakeAtMost(2));
     with.Add({"u1", "u2", "u3", "u4", "u5"});
     std::vector<NextRun> next;
     for (int i = 0; i < 3; ++i) {
@@ -512,7 +509,7 @@ TEST(ByteBudget, IsNotLedAstrayByASizeThatLies) {
     ASSERT_TRUE(house.budget.Take(1));
     host::RuleMemory memory(house.tree.root.path, [](const std::string&) {});
     {
-        host::RunRules rules(house.rules, house.profile, memory, house.budget);
+        host::RunRules rules(house.rules, house.profile, memory, house.budget, house.kept);
         EXPECT_FALSE(rules.Fetches(house.profile, {"1", "u1", most}, 0));
         EXPECT_FALSE(rules.Fetches(house.profile, {"1", "u1", most}, 1));
         EXPECT_TRUE(rules.Fetches(house.profile, {"1", "u1", -1}, 0));
