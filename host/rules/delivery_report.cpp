@@ -7,6 +7,7 @@
 #include <cctype>
 #include <string>
 
+#include "host/rules/mail_header.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -21,30 +22,25 @@ std::string Lower(std::string_view text) {
     return lower;
 }
 
-// The value of a field of a header in lower case, with its continuation lines; empty when it is not there.
-std::string Field(std::string_view lower_header, const std::string& name) {
-    const std::size_t at = lower_header.find("\r\n" + name + ':');
-    if (at == std::string_view::npos) return {};
-    const std::size_t begin = at + name.size() + 3;
-    std::size_t end = lower_header.find("\r\n", begin);
-    while (end != std::string_view::npos && end + 2 < lower_header.size() &&
-           (lower_header[end + 2] == ' ' || lower_header[end + 2] == '\t')) {
-        end = lower_header.find("\r\n", end + 2);
+// The value of a field of the header in lower case, with its continuation lines; empty when it is not there.
+std::string Field(std::string_view message, std::string_view small_name) {
+    for (auto field = TakeField(message); !field.empty(); field = TakeField(message)) {
+        if (IsCalled(field, small_name)) return Lower(ValueIn(field));
     }
-    return std::string(lower_header.substr(begin, end == std::string_view::npos ? end : end - begin));
+    return {};
 }
 
 // Not a receipt of a reader, nor a complaint: those have other types.
-bool IsStatusReport(std::string_view header) {
-    const std::string type = Field(header, "content-type");
+bool IsStatusReport(std::string_view message) {
+    const std::string type = Field(message, "content-type");
     return type.find("multipart/report") != std::string::npos && type.find("delivery-status") != std::string::npos;
 }
 
-bool IsAutomaticFromNobody(std::string_view header) {
-    const std::string answered = Field(header, "auto-submitted");
+bool IsAutomaticFromNobody(std::string_view message) {
+    const std::string answered = Field(message, "auto-submitted");
     const std::size_t word = answered.find_first_not_of(" \t");
     const bool automatic = word != std::string::npos && answered.compare(word, 5, "auto-") == 0;
-    return automatic && Field(header, "return-path").find("<>") != std::string::npos;
+    return automatic && Field(message, "return-path").find("<>") != std::string::npos;
 }
 
 // Whether it stands there as a whole, not as the end or the beginning of another address.
@@ -64,17 +60,16 @@ bool Names(std::string_view text, const std::string& address) {
 }  // namespace
 
 std::optional<CString> ReportedAddress(std::string_view message, std::span<const CString> addresses) {
-    const std::size_t header_end = message.find("\r\n\r\n", message.starts_with("\r\n") ? 2 : 0);
+    if (message.starts_with("\r\n")) message.remove_prefix(2);
+    const std::size_t header_end = message.find("\r\n\r\n");
     if (header_end == std::string_view::npos) return std::nullopt;
-    std::string header = Lower(message.substr(0, header_end));
-    if (!header.starts_with("\r\n")) header.insert(0, "\r\n");
-    if (!IsStatusReport(header) && !IsAutomaticFromNobody(header)) return std::nullopt;
+    if (!IsStatusReport(message) && !IsAutomaticFromNobody(message)) return std::nullopt;
 
     const std::string body = Lower(message.substr(header_end, kMostSearchedBytes));
     for (const CString& address : addresses) {
         const std::string mailbox = Lower(RecipientOf(address));
         if (mailbox.empty()) continue;
-        if (Names(body, mailbox) || Names(Field(header, "x-failed-recipients"), mailbox)) return address;
+        if (Names(body, mailbox) || Names(Field(message, "x-failed-recipients"), mailbox)) return address;
     }
     return std::nullopt;
 }

@@ -13,6 +13,8 @@
 #include <new>
 #include <system_error>
 
+#include "host/rules/mail_header.h"
+
 namespace tarvex::host {
 namespace {
 
@@ -65,17 +67,6 @@ private:
     std::unique_ptr<EVP_MAC_CTX, Free> context_;
 };
 
-bool IsSpace(char letter) { return letter == ' ' || letter == '\t'; }
-
-char SmallLetter(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-bool IsCalled(std::string_view field, std::string_view small_name) {
-    const std::string_view name = field.substr(0, field.find(':'));
-    return std::ranges::equal(name, small_name, {}, SmallLetter);
-}
-
 std::string_view WithoutFrame(std::string_view message) {
     if (message.starts_with(kLineEnd)) message.remove_prefix(kLineEnd.size());
     if (message == ".\r\n") return {};
@@ -83,23 +74,10 @@ std::string_view WithoutFrame(std::string_view message) {
     return message;
 }
 
-// Takes the header's next field off the message, with its line ends and the lines that continue it. Empty at the end of
-// the header.
-std::string_view TakeField(std::string_view& message) {
-    if (message.starts_with(kLineEnd)) return {};
-    std::size_t end = 0;
-    do {
-        end = message.find(kLineEnd, end);
-        end = end == std::string_view::npos ? message.size() : end + kLineEnd.size();
-    } while (end < message.size() && IsSpace(message[end]));
-    const std::string_view field = message.substr(0, end);
-    message.remove_prefix(end);
-    return field;
-}
-
 std::string ValueOf(std::string_view field) {
-    std::string value(field.substr(std::min(field.size(), field.find(':') + 1)));
-    std::erase_if(value, [](char letter) { return IsSpace(letter) || letter == '\r' || letter == '\n'; });
+    std::string value(ValueIn(field));
+    std::erase_if(value,
+                  [](char letter) { return letter == ' ' || letter == '\t' || letter == '\r' || letter == '\n'; });
     return value;
 }
 

@@ -105,9 +105,10 @@ void MemoryState::Opened(Database& file) {
     const bool is_new = !found.Next() || found.Bytes(0).size() != DigestKey::kBytes;
     if (is_new) {
         file.Run("DELETE FROM key");
-        file.Prepare("INSERT INTO key VALUES (?)").With(key.Bytes()).Run();
+        if (!key) key.emplace();
+        file.Prepare("INSERT INTO key VALUES (?)").With(key->Bytes()).Run();
     } else {
-        key = DigestKey(found.Bytes(0));
+        key.emplace(found.Bytes(0));
     }
     key_is_known = true;
     ForgetNumbers();
@@ -123,7 +124,8 @@ void MemoryState::Opened(Database& file) {
 DigestKey MemoryState::Key() {
     const std::scoped_lock lock(mutex);
     if (!key_is_known) database.Look([](Database&) {});
-    return key;
+    if (!key) key.emplace();
+    return *key;
 }
 
 // One view of the file serves until it is changed: beginning a new one takes longer than what is asked of it.
@@ -222,10 +224,12 @@ std::int64_t FindId(Database& file, RememberedProfile& profile) {
 
 void MemoryState::Load(RememberedProfile& profile) {
     if (profile.is_loaded) return;
-    profile.is_loaded = Look([&](Database& file) {
-        LoadNotes(file, profile);
-        LoadMarks(file, profile);
-    });
+    profile.is_loaded = Look([&](Database& file) { LoadNotes(file, profile); });
+}
+
+void MemoryState::NeedMarks(RememberedProfile& profile) {
+    if (profile.has_marks) return;
+    profile.has_marks = Look([&](Database& file) { LoadMarks(file, profile); });
 }
 
 // ---- the memory of a root

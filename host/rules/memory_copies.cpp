@@ -121,7 +121,8 @@ void ProfileMemory::RecordSent(std::span<const CString> addresses, const MailDig
     for (const CString& address : addresses) {
         const CopyName copy(MailboxOf(address), digest);
         KeepCopy(*state_, *profile_, copy, now);
-        if (!profile_->notes.empty()) state_->DropNote(*profile_, Matter::Refused, RefusalSubject(copy.first, digest));
+        if (state_->HasNotes(*profile_, Matter::Refused))
+            state_->DropNote(*profile_, Matter::Refused, RefusalSubject(copy.first, digest));
         sent.push_back({profile_->name, copy.first, digest, now});
     }
     if (!state_->journal.Add(sent)) state_->Save(now);
@@ -268,6 +269,7 @@ bool ProfileMemory::BeginSeen(std::span<const CString> uidls, CTime now) {
 bool ProfileMemory::HasPassed(const LoopMark& mark, const CString& uidl, CTime now) {
     if (!IsUsable(uidl)) return false;
     const std::scoped_lock lock(state_->mutex);
+    state_->NeedMarks(*profile_);
     if (const auto known = profile_->marks.find(mark.letter); known != profile_->marks.end()) {
         const Passage& before = known->second;
         if (IsRecent(before, now) && before.uidl == uidl) return false;

@@ -78,6 +78,11 @@ void LoadNotes(Database& file, RememberedProfile& profile) {
     }
 }
 
+bool MemoryState::HasNotes(const RememberedProfile& profile, Matter matter) const {
+    const auto first = profile.notes.lower_bound({matter, CString()});
+    return first != profile.notes.end() && first->first.first == matter;
+}
+
 const Note* MemoryState::FindNote(const RememberedProfile& profile, Matter matter, const CString& subject) const {
     const auto found = profile.notes.find({matter, subject});
     return found == profile.notes.end() ? nullptr : &found->second;
@@ -236,8 +241,9 @@ void ProfileMemory::UseUpAnswer() { NoteAccess(*state_, *profile_, Matter::Answe
 std::map<CString, Note> ProfileMemory::Notes(Matter matter) {
     const std::scoped_lock lock(state_->mutex);
     std::map<CString, Note> notes;
-    for (const auto& [subject, note] : profile_->notes) {
-        if (subject.first == matter) notes.emplace(subject.second, note);
+    for (auto note = profile_->notes.lower_bound({matter, CString()});
+         note != profile_->notes.end() && note->first.first == matter; ++note) {
+        notes.emplace(note->first.second, note->second);
     }
     return notes;
 }

@@ -37,9 +37,10 @@ struct Passage {
 struct RememberedProfile {
     ProfileName name;
 
-    std::map<Subject, Note> notes;        // all of them, once they were loaded
-    std::map<MailDigest, Passage> marks;  // likewise: those of the last hour, and some older ones
+    std::map<Subject, Note> notes;  // all of them, once they were loaded
     bool is_loaded = false;
+    std::map<MailDigest, Passage> marks;  // likewise: those of the last hour, and some older ones
+    bool has_marks = false;
 
     // Not in the file yet:
     std::set<Subject> changed_notes;                  // also those that are gone
@@ -61,8 +62,8 @@ struct MemoryState {
     RootDatabaseWriter database;
     CopyJournal journal;
     bool journal_was_read = false;
-    DigestKey key;
-    bool key_is_known = false;  // as that of the file
+    std::optional<DigestKey> key;  // a new one takes a while to make, and is mostly not needed
+    bool key_is_known = false;     // as that of the file
     std::map<ProfileName, RememberedProfile> profiles;
     std::set<RememberedProfile*> changed;  // those that hold what is not in the file yet
     std::size_t waiting = 0;               // such things, roughly
@@ -71,6 +72,7 @@ struct MemoryState {
     DigestKey Key();  // locks by itself
     void Start();
     void Load(RememberedProfile& profile);
+    void NeedMarks(RememberedProfile& profile);  // which a run without new mail does not
 
     // Looks into the file, or changes it; false when that could not be done.
     bool Look(const RootDatabaseWriter::Work& work);
@@ -82,6 +84,7 @@ struct MemoryState {
     bool MakeRoom(CTime now);
     void NoteWaiting(RememberedProfile& profile);
 
+    bool HasNotes(const RememberedProfile& profile, Matter matter) const;
     const Note* FindNote(const RememberedProfile& profile, Matter matter, const CString& subject) const;
     void PutNote(RememberedProfile& profile, Matter matter, const CString& subject, Note note, CTime now);
     bool DropNote(RememberedProfile& profile, Matter matter, const CString& subject);  // whether there was one
