@@ -5,6 +5,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../build/bench/bin"
 
 ./forwarding_speed "$@"
+printf '\nrules_cost\n'
+./rules_cost
 printf '\nservice_size\n'
 ./service_size
 for benchmark in ./*_bench; do
