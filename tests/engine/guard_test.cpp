@@ -336,7 +336,7 @@ TEST_F(Guard, MayHaveAMessageThatIsNotFetchedAgain) {
     };
     const std::string data = "C: DATA\nS: 354 go on\nC: Subject: kept\nC: \nC: text\nC: .\nS: 250 taken\n";
     RunBetween(
-        Mailbox({"old", "m", "n", "o"}, "C: DELE 1\nS: +OK\nC: LIST\nS: +OK\nS: 3 30\nS: .\n" + Retr("2") + kPopQuit),
+        Mailbox({"old", "m", "n", "o"}, "C: LIST\nS: +OK\nS: 3 30\nS: .\nC: DELE 1\nS: +OK\n" + Retr("2") + kPopQuit),
         kOpening + Sent("a") + kSender + Rcpt("a") + data + kSmtpQuit);
     EXPECT_THAT(guard.told,
                 ElementsAre("listed old", "listed m", "listed n", "listed o", "kept m of -1", "fetches m beside 0",
