@@ -129,8 +129,11 @@ TEST_F(KeptMail, WhatIsKeptCountsInTheSizeOfARun) {
     with.rules.runsize = 1;
     with.smtp.SetFault(TakeAtMost(0));
     const std::string large(600'000, 'x');
-    for (const char* id : {"u1", "u2"}) with.pop.Add({id, "Subject: " + std::string(id) + "\r\n\r\n" + large + "\r\n"});
+    const auto add = [&](const std::string& id) { with.pop.Add({id, "Subject: " + id + "\r\n\r\n" + large + "\r\n"}); };
+    add("u1");
     with.Run();
+    with.pop.Remove("u1");
+    for (const char* id : {"u2", "u1"}) add(id);  // what is kept comes after what is not
     with.Run();
     EXPECT_EQ(with.pop.Received("RETR"), 1);
     with.smtp.SetFault({});
