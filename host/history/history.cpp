@@ -88,6 +88,10 @@ CREATE TABLE copies (                         -- of the addresses that got some,
   list TEXT NOT NULL,
   PRIMARY KEY (run, place)) WITHOUT ROWID;
 )",
+    R"(
+ALTER TABLE runs ADD COLUMN put_off INTEGER NOT NULL DEFAULT 0;   -- messages that a rule left for a later run
+ALTER TABLE runs ADD COLUMN set_aside INTEGER NOT NULL DEFAULT 0; -- copies
+)",
 };
 
 constexpr RootDatabase kDatabase{"history", "the history of runs", kSchemas};
@@ -155,12 +159,12 @@ void InsertRun(Database& database, std::int64_t profile, const PastRun& run) {
     database
         .Prepare(
             "INSERT INTO runs (profile, started, ended, ending, quiet, listed, fetched, not_fetched, delivered,"
-            " copies, bytes_received, bytes_sent, lists, log, settings, exception)"
-            " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+            " copies, bytes_received, bytes_sent, lists, log, settings, exception, put_off, set_aside)"
+            " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .With(profile, run.started, run.ended, Word(result.ending), IsQuiet(result), result.messages_listed,
               result.messages_fetched, result.messages_not_fetched, result.messages_delivered, result.copies,
               result.bytes_received, result.bytes_sent, Word(result.lists), Word(result.log), Word(result.settings),
-              result.exception)
+              result.exception, result.messages_put_off, result.copies_set_aside)
         .Run();
     InsertDetails(database, database.LastId(), result);
 }
@@ -251,14 +255,18 @@ bool HistoryReader::HasHadCopies(const CString& profile_path, const CString& add
 }
 
 void HistoryReader::ReadLast(std::int64_t profile, PastRun& run) {
+    const bool is_old = database_.Get()->Number("PRAGMA user_version") < 2;  // until the next run is written
+    const std::string by_rules = is_old ? "0, 0" : "put_off, set_aside";
     Statement row = database_.Get()->Prepare(
-        "SELECT id, listed, fetched, not_fetched, delivered, copies, started, ended, bytes_received, bytes_sent,"
+        "SELECT id, listed, fetched, not_fetched, delivered, copies, " + by_rules +
+        ", started, ended, bytes_received, bytes_sent,"
         " ending, lists, log, settings, exception FROM runs WHERE profile = ? ORDER BY id DESC LIMIT 1");
     if (!row.With(profile).Next()) return;
     CRunResult& result = run.result;
     int column = 0;
-    for (int* const number : {&result.messages_listed, &result.messages_fetched, &result.messages_not_fetched,
-                              &result.messages_delivered, &result.copies}) {
+    for (int* const number :
+         {&result.messages_listed, &result.messages_fetched, &result.messages_not_fetched, &result.messages_delivered,
+          &result.copies, &result.messages_put_off, &result.copies_set_aside}) {
         *number = static_cast<int>(row.Number(++column));
     }
     for (std::int64_t* const number : {&run.started, &run.ended, &result.bytes_received, &result.bytes_sent}) {

@@ -69,6 +69,8 @@ std::string_view WordOf(Enum value) {
     return (found == table.end() ? table.begin() : found)->word;
 }
 
+std::string Copies(int count) { return std::to_string(count) + (count == 1 ? " copy" : " copies"); }
+
 }  // namespace
 
 bool IsFailure(CRunEnding ending) {
@@ -124,13 +126,12 @@ std::string HowItEnded(const CRunResult& result, std::int64_t failed_in_a_row, s
     }
     std::string text(Word(result.ending));
     if (result.ending == CRunEnding::Delivered) {
-        text = "forwarded " + ShowCount(result.messages_delivered, "message");
-        if (result.copies != result.messages_delivered) text += " (" + std::to_string(result.copies) + " copies)";
+        const bool to_some = result.messages_delivered == 0 && result.copies > 0;  // the others lack them
+        text = "forwarded " + (to_some ? Copies(result.copies) : ShowCount(result.messages_delivered, "message"));
+        if (!to_some && result.copies != result.messages_delivered) text += " (" + Copies(result.copies) + ')';
     }
     if (result.ending == CRunEnding::KeptBack) text = "kept back by a rule";
-    if (result.copies_set_aside > 0)
-        text += ", set aside " + std::to_string(result.copies_set_aside) +
-                (result.copies_set_aside == 1 ? " copy" : " copies");
+    if (result.copies_set_aside > 0) text += ", set aside " + Copies(result.copies_set_aside);
     if (result.messages_put_off > 0) text += ", left " + std::to_string(result.messages_put_off) + " for the next run";
     if (result.messages_not_fetched > 0) text += ", could not fetch " + std::to_string(result.messages_not_fetched);
     return text;

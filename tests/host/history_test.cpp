@@ -104,6 +104,8 @@ TEST_F(History, GivesTheLastRunBackWhole) {
     CRunResult result = DeliveredMails(1, 1);
     result.ending = CRunEnding::DeliveryFailed;
     result.messages_not_fetched = 1;
+    result.messages_put_off = 3;
+    result.copies_set_aside = 4;
     result.not_fetched = {{"id-1", CFailureClass::TimeOut, "", "nothing came"}};
     result.addresses = {{"a", "nobody@x", 0, CSaved::Saved}, {"b", "\x8c\x8e@x", 1, CSaved::Failed}};
     result.delivery = {
@@ -120,6 +122,8 @@ TEST_F(History, GivesTheLastRunBackWhole) {
     EXPECT_EQ(last.result.ending, result.ending);
     EXPECT_EQ(last.result.messages_listed, 10);
     EXPECT_EQ(last.result.messages_not_fetched, 1);
+    EXPECT_EQ(last.result.messages_put_off, 3);
+    EXPECT_EQ(last.result.copies_set_aside, 4);
     EXPECT_EQ(last.result.mailbox.failure_class, CFailureClass::None);
     EXPECT_EQ(last.result.delivery.stage, CRunStage::RcptTo);
     EXPECT_EQ(last.result.delivery.failure_class, CFailureClass::Permanent);
@@ -137,6 +141,22 @@ TEST_F(History, GivesTheLastRunBackWhole) {
     EXPECT_EQ(last.result.log, CSaved::LeftAlone);
     EXPECT_EQ(last.result.settings, CSaved::Saved);
     EXPECT_EQ(last.result.exception, "none");
+}
+
+TEST_F(History, OneOfAnOlderVersionIsReadAndGoesOn) {
+    CRunResult result = DeliveredMails(1, 1);
+    result.copies_set_aside = 4;
+    Add(100, result);
+    for (const char* const step : {"ALTER TABLE runs DROP COLUMN put_off", "ALTER TABLE runs DROP COLUMN set_aside",
+                                   "PRAGMA user_version = 1"}) {
+        Database(Uri(), Database::Use::Write, 1s).Run(step);
+    }
+    EXPECT_EQ(Read().last.started, 100);
+    EXPECT_EQ(Read().last.result.copies_set_aside, 0);
+    Add(200, result);
+    EXPECT_EQ(Read().runs, 2);
+    EXPECT_EQ(Read().last.result.copies_set_aside, 4);
+    EXPECT_TRUE(told_.empty());
 }
 
 TEST_F(History, CanBeReadWhileItIsWritten) {
@@ -303,6 +323,9 @@ TEST(RunWords, SayHowARunEnded) {
     CRunResult result = DeliveredMails(2, 5);
     result.messages_not_fetched = 1;
     EXPECT_EQ(HowItEnded(result, 0, 60), "forwarded 2 messages (5 copies), could not fetch 1");
+    result = DeliveredMails(0, 4);
+    result.copies_set_aside = 1;
+    EXPECT_EQ(HowItEnded(result, 0, 60), "forwarded 4 copies, set aside 1 copy");
 
     result = Ended(CRunEnding::MailboxFailed);
     result.mailbox.reason = "the connection ended";
