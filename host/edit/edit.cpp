@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/edit/deletion_note.h"
 #include "host/edit/directories.h"
 #include "host/edit/key_values.h"
 #include "host/edit/rules_edit.h"
@@ -214,6 +215,7 @@ std::string Editor::SetProfile(CPopProfile& profile) {
         if (after.address == profile.setting.address) return;
         for (const auto& forward : profile.forward_addresses) RefuseLoop(after.address, forward->setting.address);
     });
+    if (request_.values.contains("deletemail")) text += NoteOnDeletion(profile);
     const int timer = profile.setting.timer;
     if (request_.values.contains("timer") && IntervalSeconds(timer) != std::int64_t{timer} * 60) {
         text += "Note: with a timer of " + std::to_string(timer) + " minutes it runs " + ShowInterval(timer) + ".\n";
@@ -269,7 +271,10 @@ std::string Editor::SetForward(const NamedForward& named) {
     const std::string text = Set<CForwardAddressSetting>(*named.forward, [&](const CForwardAddressSetting& after) {
         if (after.address != before) RefuseLoop(named.profile->setting.address, after.address);
     });
-    return named.forward->setting.address == before ? text : text + NoteOnTwin(*named.profile, *named.forward);
+    const bool is_other = named.forward->setting.address != before;
+    const bool is_switched = request_.values.contains("status");
+    return text + (is_other ? NoteOnTwin(*named.profile, *named.forward) : "") +
+           (is_other || is_switched ? NoteOnDeletion(*named.profile) : "");
 }
 
 void Editor::RefuseSecondAddress(const CPopProfile& profile, const CForwardAddressSetting& draft) const {
@@ -324,7 +329,7 @@ std::string Editor::EditTerms() {
     Saved saved = Saved::No;
     std::string said = EditSchedule(*named.forward, request_, saved);
     Require(saved, named.forward->path);
-    return said;
+    return said + NoteOnDeletion(*named.profile);
 }
 
 std::string Editor::EditHostRules() {

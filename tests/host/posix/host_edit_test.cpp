@@ -105,6 +105,33 @@ TEST_F(HostEdit, IsInMemoryAndOnDisk) {
     EXPECT_EQ(profile.forward_addresses.front()->setting.address, "phone@example.net");
 }
 
+TEST_F(HostEdit, SaysWhatItMeansForMailThatIsDeleted) {
+    const std::vector<std::vector<std::string>> edits = {{"schedule", "add", "phone", "mon"},
+                                                         {"schedule", "off", "phone", "1"},
+                                                         {"schedule", "remove", "phone", "all"},
+                                                         {"forward", "set", "phone", "status=off"},
+                                                         {"forward", "set", "phone", "address=other@example.net"},
+                                                         {"profile", "set", "user0/from0", "deletemail=on"}};
+    const auto expect = [&](const std::string& note) {
+        for (const auto& edit : edits) {
+            if (edit[0] == "profile" && note.empty()) continue;
+            const std::string said = Good(edit);
+            EXPECT_EQ(said.find("Note:") == std::string::npos, note.empty()) << said;
+            EXPECT_THAT(said, HasSubstr(note));
+        }
+        Good({"forward", "set", "phone", "address=phone@example.net"});
+    };
+    expect("");
+    Good({"profile", "set", "user0/from0", "deletemail=on"});
+    expect("one that is switched off or outside its schedule never gets what is deleted meanwhile");
+    WriteFile(folder_ / "host.def", "[version]\n0\n");
+    expect("every address that is switched on has it: one outside its schedule is waited for");
+    WriteFile(folder_ / "host.def", "[deletewaits]\n0\n");
+    expect("the addresses that take part in a run have it");
+    EXPECT_THAT(Good({"forward", "set", "phone", "nickname=phone2"}), Not(HasSubstr("Note:")));
+    EXPECT_THAT(Good({"profile", "set", "user0/from0", "deletemail=off"}), Not(HasSubstr("Note:")));
+}
+
 TEST_F(HostEdit, AllOrNothingIsSet) {
     EXPECT_THAT(Bad(host::kBadUsage, {"profile", "set", "user0/from0", "timer=5", "popport=0"}), HasSubstr("popport"));
     EXPECT_THAT(Bad(host::kBadData, {"profile", "set", "user0/from0", "timer=5", "nickname=;x"}),
