@@ -35,7 +35,7 @@ struct ProfileName {
     std::string path;       // below the root: user0/from0
     std::string directory;  // which directory that is; empty: not known
 
-    auto operator<=>(const ProfileName&) const = default;
+    auto operator<=>(const ProfileName&) const = default;  // NOLINT(modernize-use-nullptr): there is none
 };
 
 ProfileName NameOfProfile(const CString& profile_path);

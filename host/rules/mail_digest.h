@@ -18,7 +18,7 @@ namespace tarvex::host {
 struct MailDigest {
     std::array<unsigned char, 16> bytes{};
 
-    auto operator<=>(const MailDigest&) const = default;
+    auto operator<=>(const MailDigest&) const = default;  // NOLINT(modernize-use-nullptr): there is none
 
     std::string Hex() const;  // 32 digits
     static std::optional<MailDigest> FromHex(std::string_view hex);
