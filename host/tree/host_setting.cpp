@@ -51,7 +51,9 @@ constexpr std::array kRuleKeys = {
     Rule("retrylast", kRules, &R::retrylast, "on: fetch last what could not be fetched before"),
     Rule("backoff", kRules, &R::backoff, "on: wait longer after a failed login or connection"),
     Rule("keyless", kRules, &R::keyless,
-         "on: leave a profile out whose settings file holds no key, and mail nothing to an address without \"@\""),
+         "on: leave a profile out when a settings file of it or of its user holds no key, and mail nothing to an "
+         "address "
+         "without \"@\""),
     Limit("endofdata", kLimits, "SECONDS", "seconds", kLongestEndOfData_s, &R::endofdata,
           "How long a server may take to answer the end of a message"),
     Limit("runtime", kLimits, "MINUTES", "minutes", kLongestRun_minutes, &R::runtime, "How long a run may take"),

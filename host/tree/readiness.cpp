@@ -97,6 +97,11 @@ void LoadAgain(CPopProfile& profile) {
     ApplyRules(profile);
 }
 
+void LoadAgain(CUser& user) {
+    user.LoadSetting();
+    ApplyRules(user);
+}
+
 std::string WhyUnreadable(const CPopProfile& profile) {
     std::string why = WhyNotLoaded(profile);
     if (why.empty()) why = WhyRulesUnknown(profile);

@@ -17,6 +17,7 @@ std::string WhyNotLoaded(const CPopProfile& profile);  // with its forwarding ad
 // Loads a profile again that was not loaded whole. A missing settings file counts as not loaded here: an editor may be
 // replacing it.
 void LoadAgain(CPopProfile& profile);
+void LoadAgain(CUser& user);  // without its profiles
 
 // As WhyNotLoaded, or why the rules are not known, or a list of ids, which only a run loads, cannot be read.
 std::string WhyUnreadable(const CPopProfile& profile);

@@ -70,9 +70,26 @@ void MarkCutShort(CForwardAddress& forward) {
     }
 }
 
-bool LooksForCutShort(const CPopProfile& profile) {
+void MarkCutShort(CUser& user) {
+    const CString file = user.path + "\\userset.def";
+    if (user.setting.loginname.empty() && IsCutShort(file, KeyNames<CUserSetting>(), "loginname"))
+        Mark(user.setting_loaded, file);
+}
+
+// Whether its user is switched on is not known.
+void MarkLikeItsUser(CPopProfile& profile) {
+    CUser user;
+    user.path = ParentOf(profile.path);
+    user.LoadSetting();
+    MarkCutShort(user);
+    if (!user.setting_loaded.whole && profile.setting_loaded.whole) profile.setting_loaded = user.setting_loaded;
+}
+
+// Of a root, or of a profile.
+template <class Place>
+bool LooksForCutShort(const Place& place) {
     try {
-        const std::optional<HostRules> rules = RulesOf(profile);
+        const std::optional<HostRules> rules = RulesOf(place);
         return rules && rules->keyless;
     } catch (const CommandError&) {
         return false;  // it is left out anyway
@@ -93,8 +110,14 @@ void ApplyRules(CRootPath& root) {
     if (!HasRules(root.path)) return;
     OrderByNumber(root);
     for (const auto& user : root.users) {
+        ApplyRules(*user);
         for (const auto& profile : user->profiles) ApplyRules(*profile);
     }
+}
+
+void ApplyRules(CUser& user) {
+    const CString root = ParentOf(user.path);
+    if (HasRules(root) && LooksForCutShort(root)) MarkCutShort(user);
 }
 
 void ApplyRules(CPopProfile& profile) {
@@ -102,6 +125,7 @@ void ApplyRules(CPopProfile& profile) {
     Order(profile.forward_addresses);
     if (!LooksForCutShort(profile)) return;
     MarkCutShort(profile);
+    MarkLikeItsUser(profile);
     for (const auto& forward : profile.forward_addresses) MarkCutShort(*forward);
 }
 

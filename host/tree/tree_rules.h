@@ -9,8 +9,9 @@
 namespace tarvex::host {
 
 // For what has just been loaded: in a tree with rules the children stand in the order of their numbers, and what was
-// cut short counts as not loaded.
+// cut short counts as not loaded: the user, and each profile of which a file or that of its user cannot be relied on.
 void ApplyRules(CRootPath& root);
+void ApplyRules(CUser& user);  // without its profiles
 void ApplyRules(CPopProfile& profile);
 
 // The children in the order of their numbers. The engine keeps the order in which the system lists them.

@@ -22,6 +22,7 @@ namespace tarvex::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -107,6 +108,33 @@ TEST_F(TreeRules, LeaveOutAProfileOfWhichAFileWasCutShort) {
         EXPECT_THAT(host::WhyUnreadable(Profile()), HasSubstr("cut short"));  // is in memory as it was
         host::LoadAgain(Profile());
         EXPECT_EQ(host::WhyUnreadable(Profile()), "") << file;
+    }
+}
+
+TEST_F(TreeRules, LeaveOutTheProfilesOfAUserWhoseFileWasCutShort) {
+    const std::string file = folder_ / "user0/userset.def";
+    const std::string good = ReadFile(file);
+    for (const auto& [text, why] : {std::pair("", "is empty"), std::pair("; a comment\n", "cut short")}) {
+        WriteFile(file, text);
+        Load();
+        CUser& user = *root_.users.front();
+        EXPECT_THAT(host::WhyUnreadable(Profile()), AllOf(HasSubstr("userset.def"), HasSubstr(why)));
+        EXPECT_EQ(Edit({"user", "set", "user0", "status=off"}), host::kCannotWrite);
+        EXPECT_EQ(Edit({"profile", "set", "user0/from0", "timer=7"}), host::kCannotWrite);
+        EXPECT_EQ(ReadFile(file), text);
+        WriteFile(file, good);
+        host::LoadAgain(user);
+        host::LoadAgain(Profile());
+        EXPECT_EQ(host::WhyUnreadable(Profile()), "");
+        EXPECT_EQ(Edit({"user", "set", "taro", "status=off"}), host::kDone) << reply_.error;
+        EXPECT_EQ(Edit({"user", "set", "taro", "status=on"}), host::kDone) << reply_.error;
+        fs::rename(folder_ / "host.def", folder_ / "away");
+        WriteFile(file, text);
+        Load();
+        EXPECT_EQ(host::WhyUnreadable(Profile()), "");
+        fs::rename(folder_ / "away", folder_ / "host.def");
+        WriteFile(file, good);
+        Load();
     }
 }
 
