@@ -21,6 +21,10 @@ std::string ServiceRootDirectory();
 // what is written. Throws CommandError when that is not allowed. Does nothing on Windows.
 void WorkAsOwnerOf(const std::string& directory);
 
+// Whether other users of the machine may read the file: its mode and those of the folders above it let everybody in.
+// Never on Windows, where access lists decide.
+bool EverybodyMayRead(const std::string& path);
+
 // The end of a sentence about a missing tree: which other users may have one.
 std::string RemarkOnOtherTrees();
 

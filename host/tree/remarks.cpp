@@ -1,4 +1,4 @@
-// Looks for unknown keys and malformed numbers in settings files.
+// Looks for unknown keys and malformed numbers in settings files, and for files that everybody may read.
 
 #include "host/tree/remarks.h"
 
@@ -14,6 +14,7 @@
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
 #include "host/system/paths.h"
+#include "host/system/tree_owner.h"
 #include "host/terminal/wording.h"
 #include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
@@ -37,6 +38,10 @@ public:
         for (const Key<Record>& key : Keys<Record>()) names.emplace_back(key.name);
         AddUnknown(names);
         for (const Key<Record>& key : Keys<Record>()) AddNumber(key);
+    }
+
+    void AddOpen() {
+        if (EverybodyMayRead(path_)) Add("can be read by every user of the machine, and may hold a password");
     }
 
     void AddUnknown(std::span<const std::string_view> names) {
@@ -84,9 +89,13 @@ std::vector<std::string> RemarksOn(const CPopProfile& profile) {
     std::vector<std::string> remarks;
     const CString user = ParentOf(profile.path);
     FileRemarks(ParentOf(user) + kHostSettingFile, remarks).AddAllOf<HostRules>();
-    FileRemarks(user + "\\userset.def", remarks).AddAllOf<CUserSetting>();
+    FileRemarks of_user(user + "\\userset.def", remarks);
+    of_user.AddOpen();
+    of_user.AddAllOf<CUserSetting>();
     FileRemarks(profile.path + kHostSettingFile, remarks).AddAllOf<HostRules>();
-    FileRemarks(profile.path + "\\popprofile.def", remarks).AddAllOf<CPopProfileSetting>();
+    FileRemarks of_profile(profile.path + "\\popprofile.def", remarks);
+    of_profile.AddOpen();
+    of_profile.AddAllOf<CPopProfileSetting>();
     for (const auto& forward : profile.forward_addresses) {
         FileRemarks(forward->path + "\\forwardaddress.def", remarks).AddAllOf<CForwardAddressSetting>();
         constexpr std::array<std::string_view, 2> kScheduleKeys = {"version", "schedule"};

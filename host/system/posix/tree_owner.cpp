@@ -9,8 +9,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -70,6 +72,21 @@ void WorkAsOwnerOf(const std::string& directory) {
     if (setgroups(0, nullptr) == 0 && setgid(status.st_gid) == 0 && setuid(status.st_uid) == 0) return;
     throw CommandError(kNotAllowed,
                        "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+}
+
+bool EverybodyMayRead(const std::string& path) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const auto has = [&error](const fs::path& place, fs::perms wanted) {
+        const fs::perms given = fs::status(place, error).permissions();
+        return !error && (given & wanted) == wanted;
+    };
+    fs::path place = fs::canonical(NativePath(path), error);
+    if (error || !has(place, fs::perms::others_read)) return false;
+    for (place = place.parent_path(); place != place.root_path(); place = place.parent_path()) {
+        if (!has(place, fs::perms::others_exec)) return false;
+    }
+    return true;
 }
 
 std::string RemarkOnOtherTrees() {

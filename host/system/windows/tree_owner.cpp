@@ -23,6 +23,8 @@ std::string ServiceRootDirectory() { return {}; }
 
 void WorkAsOwnerOf(const std::string&) {}
 
+bool EverybodyMayRead(const std::string&) { return false; }
+
 std::string RemarkOnOtherTrees() { return {}; }
 
 }  // namespace tarvex::host
