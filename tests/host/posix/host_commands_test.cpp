@@ -443,6 +443,23 @@ TEST_F(HostCommands, AnEditThatCannotBeToldIsAnErrorThatSaysThatItWasMade) {
     EXPECT_EQ(DoJson({"user", "list", "--json"}).size(), 2U);
 }
 
+// ---- a tree without rules
+
+TEST_F(HostCommands, InitAsksWhetherATreeThatIsInUseGetsRules) {
+    MakeTree();
+    fs::remove(Tree() + "/host.def");
+    EXPECT_THAT(Do({"init"}), HasSubstr("`tarvex init --rules` adds them"));
+    for (const bool wanted : {false, true}) {
+        ChildProcess dialogue(Command({"init"}), Output::Dialogue, Variables());
+        ASSERT_TRUE(dialogue.WaitForOutput("Add them? [y/N] ", 20s)) << dialogue.Printed();
+        dialogue.Type(wanted ? "y\n" : "\n");
+        dialogue.Wait();
+        EXPECT_EQ(dialogue.ExitCode(), host::kDone);
+        EXPECT_EQ(fs::exists(Tree() + "/host.def"), wanted) << dialogue.Printed();
+    }
+    EXPECT_EQ(Do({"init"}), "The data tree is " + Tree() + ".\nIt is remembered in " + Settings() + ".\n");
+}
+
 // ---- removing
 
 TEST_F(HostCommands, RemovingAsksFirst) {
