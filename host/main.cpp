@@ -14,6 +14,7 @@
 #include "host/commands/commands.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/memory.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/system/tree_owner.h"
@@ -78,6 +79,7 @@ int main(int argc, char** argv) {
 
     FillStandardStreams();
     SurviveFileSizeLimit();
+    GiveLargeMemoryBackAtOnce();
     ShowUtf8();
     const std::vector<std::string> words = Arguments(argc, argv);
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");

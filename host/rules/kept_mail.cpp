@@ -14,6 +14,9 @@ CString MailboxOf(const CPopProfile& profile) {
     return setting.popserver + '\n' + std::to_string(setting.popport) + '\n' + setting.popuser;
 }
 
+// Not the run's own.
+CString NameInBudget(const CString& profile_path) { return "kept " + profile_path; }
+
 const CPopProfile* FindByPath(const CRootPath& root, const CString& path) {
     for (const auto& user : root.users) {
         for (const auto& profile : user->profiles) {
@@ -26,7 +29,8 @@ const CPopProfile* FindByPath(const CRootPath& root, const CString& path) {
 }  // namespace
 
 void KeptMail::Add(const CString& uidl, std::int64_t listed_bytes, CString text) {
-    if (messages_.try_emplace(uidl, Message{listed_bytes, std::move(text)}).second) bytes_ += listed_bytes;
+    const auto bytes = static_cast<std::int64_t>(text.size());
+    if (messages_.try_emplace(uidl, Message{listed_bytes, std::move(text)}).second) bytes_ += bytes;
 }
 
 std::optional<CString> KeptMail::Take(const CString& uidl, std::int64_t listed_bytes) {
@@ -34,7 +38,7 @@ std::optional<CString> KeptMail::Take(const CString& uidl, std::int64_t listed_b
     if (found == messages_.end() || found->second.listed_bytes != listed_bytes) return std::nullopt;
     CString text = std::move(found->second.text);
     messages_.erase(found);
-    bytes_ -= listed_bytes;
+    bytes_ -= static_cast<std::int64_t>(text.size());
     return text;
 }
 
@@ -51,13 +55,16 @@ KeptMail KeptMails::Take(const CPopProfile& profile, CTime now) {
         return {};
     }
     KeptMail mail = std::move(found->second.mail);
-    all_.erase(found);
+    budget_.Hold(profile.path, mail.Bytes());
+    Drop(found);
     return mail;
 }
 
 void KeptMails::Keep(const CPopProfile& profile, KeptMail mail, CTime now) {
     const std::lock_guard lock(mutex_);
     if (const auto found = all_.find(profile.path); found != all_.end()) Drop(found);
+    budget_.Hold(NameInBudget(profile.path), mail.Bytes());
+    budget_.Leave(profile.path);
     all_[profile.path] = {MailboxOf(profile), now, std::move(mail)};
 }
 
@@ -79,7 +86,7 @@ void KeptMails::DropUseless(const CRootPath& root, CTime now) {
 }
 
 KeptMails::All::iterator KeptMails::Drop(All::iterator one) {
-    budget_.GiveBack(one->second.mail.Bytes());
+    budget_.Leave(NameInBudget(one->first));
     return all_.erase(one);
 }
 

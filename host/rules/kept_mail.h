@@ -21,7 +21,7 @@ inline constexpr CTime kKeptInMemory_s = 15 * 60;  // since the run ended
 // Of one profile.
 class KeptMail {
 public:
-    // `listed_bytes` of the budget stand for it.
+    // `listed_bytes`: its size as the server listed it.
     void Add(const CString& uidl, std::int64_t listed_bytes, CString text);
     std::optional<CString> Take(const CString& uidl, std::int64_t listed_bytes);
 

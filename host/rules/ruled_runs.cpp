@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/system/display.h"
+#include "host/system/memory.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -21,7 +22,9 @@ RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell) : root_(roo
 CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(profile);
     if (!rules) return StartRun(root, profile);
-    budget_.SetLimit(rules->servicesize * kMiB);
+    // Text mail takes up to three times its message. Where there is little memory, half of it is for messages.
+    const std::int64_t usable = UsableMemory();
+    budget_.SetLimits(std::min(rules->servicesize * kMiB, usable / 2), usable - usable / 4);
     Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_, kept_mails_),
             SteadyClock::now() + std::chrono::minutes(rules->runtime)};
     RunRules* const guard = run.rules.get();
@@ -51,9 +54,10 @@ std::string RuledRuns::WhyNotNow(const CPopProfile& profile, bool asked) {
     return {};
 }
 
-bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) const {
+bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(profile);
     if (!rules) return true;
+    if (!budget_.HasRoomFor(profile.path)) return false;
     int all = 0;
     int at_mailbox = 0;
     int at_relay = 0;

@@ -28,8 +28,9 @@ public:
     // does not keep a person from it (`asked`).
     std::string WhyNotNow(const CPopProfile& profile, bool asked);
 
-    // Whether there is room for one more run with these servers.
-    bool HasRoomFor(const CRootPath& root, const CPopProfile& profile) const;
+    // Whether there is room for one more run with these servers, and for the message that the profile's last run has
+    // left for want of memory.
+    bool HasRoomFor(const CRootPath& root, const CPopProfile& profile);
 
     // Whether the run of the profile that is under way is one by rules.
     bool HasRules(const CString& profile_path) const { return runs_.contains(profile_path); }

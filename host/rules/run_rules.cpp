@@ -6,6 +6,7 @@
 #include "host/rules/run_rules.h"
 
 #include <algorithm>
+#include <atomic>
 #include <ctime>
 #include <vector>
 
@@ -80,12 +81,13 @@ RunRules::RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemor
       profile_memory_(memory.Of(profile.path)),
       budget_(budget),
       kept_mails_(kept_mails),
+      user_(profile.path),
       store_(profile.path),
       clock_(std::move(clock)),
       left_(profile_memory_),
       rotation_(profile_memory_) {}
 
-RunRules::~RunRules() { budget_.GiveBack(taken_bytes_); }
+RunRules::~RunRules() { budget_.Leave(user_); }
 
 // ---- before anything is fetched
 
@@ -109,7 +111,6 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
     }
     if (rules_.floodguard && HasFlood(profile, listing)) return false;
     kept_ = kept_mails_.Take(profile, Now());
-    taken_bytes_ += kept_.Bytes();
     profile_memory_.Seen(uidls, Now());
     not_fetched_before_ = profile_memory_.Notes(Matter::NotFetched);
     if (const auto records = store_.List()) {
@@ -193,10 +194,11 @@ bool RunRules::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& ma
 }
 
 // What another profile has in memory, and may never need, goes first.
-bool RunRules::TakeFromBudget(std::int64_t bytes) {
-    if (budget_.Take(bytes)) return true;
+bool RunRules::TakeFromBudget(const CPopProfile& profile, std::int64_t held_bytes, std::int64_t bytes) {
+    const std::atomic<std::int64_t>* const received = &profile.observer.bytes_received;
+    if (budget_.Ask(user_, held_bytes, bytes, received)) return true;
     kept_mails_.MakeRoom(bytes);
-    return budget_.Take(bytes);
+    return budget_.Ask(user_, held_bytes, bytes, received);
 }
 
 // Only an id that stands for one message says that this is the same one. One that is the message's number goes over to
@@ -212,14 +214,18 @@ bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, st
     if (takes_turns && (!can_remember_ || !rotation_.HasItsTurn(NumberOf(mail)))) return false;
     if (ComesLast(profile, mail) && !profile_memory_.MayFetch(CString(mail.uidl), Now())) return false;
     const std::int64_t bytes = std::clamp<std::int64_t>(mail.size_bytes, 0, kMostMessageBytes);
+    if (bytes > budget_.Largest()) {
+        const std::string words = "it has " + ShowBytes(bytes) + ", more than the memory allows";
+        if (!mail.uidl.empty()) profile_memory_.CountNotFetched(CString(mail.uidl), words, Now());
+        return false;
+    }
     const std::int64_t held = held_bytes + kept_.Bytes();
     const bool fits = held == 0 || held + bytes <= rules_.runsize * kMiB;
-    if (!fits || !TakeFromBudget(bytes)) {
+    if (!fits || !TakeFromBudget(profile, held, bytes)) {
         over_budget_ = true;
         if (takes_turns) rotation_.EndsHere();
         return false;
     }
-    taken_bytes_ += bytes;
     if (takes_turns) rotation_.Fetches(NumberOf(mail));
     return true;
 }
@@ -295,6 +301,7 @@ void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetch
 
 CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                          bool received) {
+    if (fetched_.empty()) budget_.Settle(user_);  // all is here
     if (rules_.keyless && !HasMailbox(address)) return CSending::KeepBack;
     const Fetched& fetched = Of(profile, mail);
     const bool sent = rules_.sentonce && profile_memory_.WasSent(address.setting.address, fetched.digest, Now());
@@ -380,7 +387,6 @@ void RunRules::NotReached(const CPopProfile& profile, std::span<CReceiveMail* co
         if (text) kept_.Add(mail->uidl, mail->listed_bytes, *std::move(text));
     }
     if (kept_.IsEmpty()) return;
-    taken_bytes_ -= kept_.Bytes();
     kept_mails_.Keep(profile, std::exchange(kept_, {}), Now());
 }
 
@@ -493,7 +499,8 @@ NextRun RunRules::WhenNext(const CRunResult& result) const {
     const bool got_further = result.lists != CSaved::Failed && (delivered || has_learnt_);
     if (result.ending == CRunEnding::DeliveryFailed && got_further) return NextRun::AtOnce;
     const bool went_well = result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew;
-    if (over_budget_ && went_well) return got_further ? NextRun::AtOnce : NextRun::InAMinute;
+    if (over_budget_ && went_well)
+        return got_further || budget_.IsWaiting(user_) ? NextRun::AtOnce : NextRun::InAMinute;
     const CFailureClass failure = result.ending == CRunEnding::MailboxFailed    ? result.mailbox.failure_class
                                   : result.ending == CRunEnding::DeliveryFailed ? result.delivery.failure_class
                                                                                 : CFailureClass::None;

@@ -86,7 +86,7 @@ private:
     bool HasOtherSize(const CMailOnServer& mail);
     void TakeTurns(std::span<const CMailOnServer> listing);
     std::optional<CString> AsFetched(CString text, const Fetched& fetched);
-    bool TakeFromBudget(std::int64_t bytes);
+    bool TakeFromBudget(const CPopProfile& profile, std::int64_t held_bytes, std::int64_t bytes);
     bool HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing);
     bool HasEverybody(const CPopProfile& profile, std::string_view uidl);
     void NoteHeld(const CPopProfile& profile, const HeldRecord& record);
@@ -108,6 +108,7 @@ private:
     ProfileMemory profile_memory_;
     ByteBudget& budget_;
     KeptMails& kept_mails_;
+    const CString user_;  // of the budget
     const HeldStore store_;
     const Clock clock_;
 
@@ -121,8 +122,7 @@ private:
     int not_remembered_ = 0;                              // those that were not fetched for that
     std::set<std::pair<std::string, std::string>> held_;  // digest and folder of what is set aside
     std::unordered_map<const CReceiveMail*, Fetched> fetched_;
-    KeptMail kept_;                 // of an earlier run
-    std::int64_t taken_bytes_ = 0;  // of the budget
+    KeptMail kept_;  // of an earlier run
     bool over_budget_ = false;
     bool has_learnt_ = false;  // that an id stands for what an address has
     int refused_deletions_ = 0;

@@ -25,6 +25,8 @@ using ::testing::Pair;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
+constexpr std::int64_t kMostMessage = std::int64_t{256} << 20;
+
 // With and without rules, side by side.
 class Rules : public ::testing::Test {
 protected:
@@ -314,15 +316,28 @@ TEST_F(Rules, MailboxLargerThanTheBudgetIsForwardedPieceByPiece) {
 }
 
 TEST_F(Rules, NothingIsFetchedWhileTheBudgetOfTheServiceIsUsed) {
-    with.budget.Take(std::int64_t{256} << 20);
+    ASSERT_TRUE(with.budget.Ask("other", 0, kMostMessage));
     with.Add({"u1"});
     with.Run();
     EXPECT_EQ(with.pop.Received("RETR"), 0);
-    EXPECT_EQ(with.next, NextRun::InAMinute);
-    with.budget.GiveBack(std::int64_t{256} << 20);
+    EXPECT_EQ(with.next, NextRun::AtOnce);
+    EXPECT_FALSE(with.budget.HasRoomFor(with.profile.path));
+    with.budget.Leave("other");
+    EXPECT_TRUE(with.budget.HasRoomFor(with.profile.path));
     with.Run();
     EXPECT_THAT(with.Arrived(), SizeIs(1));
-    EXPECT_TRUE(with.budget.Take(std::int64_t{256} << 20)) << "the run has given back what it took";
+    EXPECT_EQ(with.budget.Used(), 0) << "the run has given back what it took";
+}
+
+TEST_F(Rules, MessageThatCannotFitIntoTheMemoryStaysAndHoldsNobodyUp) {
+    with.budget.SetLimits(1000, 2000);
+    with.pop.Add({"u1", "Subject: u1\r\n\r\n" + std::string(3000, 'x') + "\r\n"});
+    with.Add({"u2"});
+    with.Run(2);
+    EXPECT_THAT(with.Arrived(), UnorderedElementsAre(Pair("u2 -> a@x", 1)));
+    EXPECT_EQ(with.next, NextRun::WhenDue);
+    EXPECT_EQ(with.Memory().Notes(host::Matter::NotFetched)["u1"].count, 2);
+    EXPECT_TRUE(with.budget.HasRoomFor("other"));
 }
 
 TEST_F(Rules, NothingIsFetchedWhileTheRelayIsDown) {
@@ -506,15 +521,23 @@ TEST_F(Rules, ServerThatDeletesNothingIsAskedOfTenMessagesInARun) {
 TEST(ByteBudget, IsNotLedAstrayByASizeThatLies) {
     Household house(true);
     const std::int64_t most = std::numeric_limits<std::int64_t>::max();
-    ASSERT_TRUE(house.budget.Take(1));
+    ASSERT_TRUE(house.budget.Ask("other", 0, 1));
     host::RuleMemory memory(house.tree.root.path, [](const std::string&) {});
     {
         host::RunRules rules(house.rules, house.profile, memory, house.budget, house.kept);
         EXPECT_FALSE(rules.Fetches(house.profile, {"1", "u1", most}, 0));
         EXPECT_FALSE(rules.Fetches(house.profile, {"1", "u1", most}, 1));
         EXPECT_TRUE(rules.Fetches(house.profile, {"1", "u1", -1}, 0));
+        house.profile.observer.bytes_received += 1000;
+        EXPECT_EQ(house.budget.Used(), 1001) << "what comes counts at once, whatever the size was said to be";
+        EXPECT_TRUE(rules.Fetches(house.profile, {"2", "u2", 50'000}, 1100));
+        EXPECT_EQ(house.budget.Used(), 51'101);
+        house.profile.observer.bytes_received += 10;
+        CReceiveMail mail;
+        rules.Sends(house.profile, mail, *house.profile.forward_addresses.front(), false);
+        EXPECT_EQ(house.budget.Used(), 1111) << "what did not come takes nothing from others";
     }
-    EXPECT_TRUE(house.budget.Take((std::int64_t{256} << 20) - 1)) << "exactly what was taken was given back";
+    EXPECT_EQ(house.budget.Used(), 1);
 }
 
 }  // namespace
