@@ -104,7 +104,7 @@ constexpr std::array kProfileKeys = {
     Flag("apop", kFetching, &P::apop, "on: log in with APOP when the server offers it"),
     Flag("sslpop", kFetching, &P::sslpop, "Stored only: POP3 is always plain TCP. For TLS use a tunnel"),
     Flag("deletemail", kFetching, &P::deletemail,
-         "on: delete a mail on the POP3 server in the run after it was forwarded"),
+         "on: delete a mail on the POP3 server in a run after every address has it"),
     Text("smtpserver", kSending, "HOST", KeyType::HostName, &P::smtpserver, "SMTP server; empty: popserver"),
     Number("smtpport", kSending, "PORT", "TCP port", 1, kHighestPort, {}, &P::smtpport, "TCP port of the SMTP server"),
     Number("sslsmtp", kSending, "HOW", "", 0, 2, kTls, &P::sslsmtp,
