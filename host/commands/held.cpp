@@ -43,6 +43,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kReplyColumns = 60;
+constexpr std::size_t kAnswerColumns = 120;
 constexpr std::size_t kHead_bytes = 16 << 10;
 
 struct Given {
@@ -69,12 +70,22 @@ bool IsCalled(const HeldAddress& waiting, const std::string& name) {
            SameMailbox(waiting.address, name);
 }
 
+// An address that was changed since is known by its new one.
+void NameAsNow(const CPopProfile& profile, HeldRecord& record) {
+    for (HeldAddress& waiting : record.addresses) {
+        for (const auto& address : profile.forward_addresses) {
+            if (IsOf(waiting, *address)) waiting.address = address->setting.address;
+        }
+    }
+}
+
 // The records with these ids, or all of them; of each the addresses that are meant.
 std::vector<HeldRecord> Chosen(const CPopProfile& profile, const Given& given) {
     std::vector<HeldRecord> chosen;
     std::set<int> missing(given.ids.begin(), given.ids.end());
     for (HeldRecord& record : RecordsOf(profile)) {
         if (!given.ids.empty() && missing.erase(record.id) == 0) continue;
+        NameAsNow(profile, record);
         std::erase_if(record.addresses, [&](const HeldAddress& one) { return !IsCalled(one, given.address); });
         if (given.address.empty() || !record.addresses.empty()) chosen.push_back(std::move(record));
     }
@@ -107,6 +118,10 @@ std::string NextTry(const HeldAddress& waiting, CTime now) {
 Json MomentOrNull(CTime moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment)); }
 
 Json JsonOf(const HeldAddress& waiting) {
+    Json answers = Json::array();
+    for (const HeldAnswer& answer : waiting.answers) {
+        answers.push_back({{"time", MomentOrNull(answer.time)}, {"reply", Utf8OfServerText(answer.reply)}});
+    }
     return {{"address", Utf8FromText(waiting.address)},
             {"path", ShowPath(waiting.folder)},
             {"stage", Word(waiting.stage)},
@@ -114,7 +129,8 @@ Json JsonOf(const HeldAddress& waiting) {
             {"reply", Utf8OfServerText(waiting.reply)},
             {"tries", waiting.tries},
             {"last_try", MomentOrNull(waiting.last_try)},
-            {"next_try", MomentOrNull(waiting.next_try)}};
+            {"next_try", MomentOrNull(waiting.next_try)},
+            {"answers", std::move(answers)}};
 }
 
 Json JsonOf(const std::string& profile, const HeldRecord& record) {
@@ -179,6 +195,9 @@ void PrintAddress(const HeldAddress& waiting, bool is_tried, CTime now) {
     std::cout << "  tries    " << waiting.tries;
     if (waiting.last_try != 0) std::cout << ", the last at " << ShowTime(waiting.last_try);
     std::cout << "; next " << (is_tried ? NextTry(waiting, now) : "when told") << '\n';
+    for (const HeldAnswer& answer : waiting.answers) {
+        std::cout << "    " << ShowTime(answer.time) << "  " << OneLine(answer.reply, kAnswerColumns) << '\n';
+    }
 }
 
 int Show(const Context& context, const Given& given) {
@@ -226,7 +245,8 @@ int WorkHere(const std::string& directory, const HeldRequest& request, Reply& re
     CRootPath root;
     OpenTree(root, directory);
     if (request.verb == HeldVerb::Send) return SendHere(directory, root, request, reply);
-    return DropHeld(FindProfile(root, request.profile).profile->path, request.choice, reply);
+    RuleMemory memory(directory, PrintNote);
+    return DropHeld(root, FindProfile(root, request.profile).profile->path, request.choice, memory, reply);
 }
 
 int SubmitHeld(const Context& context, const HeldRequest& request) {
@@ -356,7 +376,8 @@ void AddProfile(CLI::App& command, Given& given) {
 
 void AddHeldCommands(CLI::App& app, Context& context) {
     CLI::App* const group =
-        app.add_subcommand("held", "Mail that was set aside because a server refused it.")->require_subcommand(1);
+        app.add_subcommand("held", "Mail that was set aside: a server refused it, or a rule kept it.")
+            ->require_subcommand(1);
     auto given = std::make_shared<Given>();
 
     CLI::App* command = AddHeld(*group, context, "list", "List it.", List, given);
@@ -373,7 +394,10 @@ void AddHeldCommands(CLI::App& app, Context& context) {
     AddProfile(*command, *given);
     command->add_option("ID", given->ids, kIdsHelp);
     command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
-    command->footer("What the server takes is gone from the list. Nothing else is lost.");
+    command->footer(
+        "What the server takes is gone from the list. Nothing else is lost. Schedules do not matter; an address that "
+        "is "
+        "switched off gets nothing.");
 
     command = AddHeld(*group, context, "drop", "Delete it: it will never be sent.", Drop, given);
     AddProfile(*command, *given);

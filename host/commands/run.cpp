@@ -128,6 +128,7 @@ private:
     }
 
     void TellEnd(CPopProfile& copy) {
+        what_else_[&copy] = rules_.WhatElse(copy);
         const bool goes_on = rules_.Finish(copy) == NextRun::AtOnce;
         history_.Add(copy.path, RunThatEnded(copy));
         if (!goes_on) return;
@@ -167,7 +168,8 @@ private:
     void Print() const {
         for (const NamedProfile& named : chosen_) {
             for (const auto& copy : ended_) {
-                if (copy->path == named.profile->path) std::cout << ReportOf(*copy);
+                if (copy->path != named.profile->path) continue;
+                std::cout << ReportOf(*copy, what_else_.at(copy.get()));
             }
         }
         for (const auto& [path, why] : kept_back_) std::cout << ShownName(root_, path) << ": " << why << '\n';
@@ -188,7 +190,8 @@ private:
     std::vector<NamedProfile> chosen_;
     std::vector<CPopProfile*> queue_;  // to be started
     std::vector<std::unique_ptr<CPopProfile>> ended_;
-    std::map<CString, std::string> kept_back_;  // why, by path
+    std::map<const CPopProfile*, std::string> what_else_;  // of those
+    std::map<CString, std::string> kept_back_;             // why, by path
     RunTroubles troubles_;
 };
 

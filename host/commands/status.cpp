@@ -90,7 +90,7 @@ constexpr std::array kTold = {
 };
 
 void AddRemembered(const CRootPath& root, const std::string& directory, const std::vector<NamedProfile>& profiles,
-                   std::vector<Status>& all) {
+                   std::vector<Status>& all, CTime now) {
     if (!HasRules(root.path)) return;
     try {
         RuleMemoryReader reader(directory);
@@ -98,6 +98,8 @@ void AddRemembered(const CRootPath& root, const std::string& directory, const st
             for (const MatterWords& told : kTold) {
                 all[i].remembered[told.matter] = reader.Notes(profiles[i].profile->path, told.matter);
             }
+            std::erase_if(all[i].remembered[Matter::Bouncing],
+                          [now](const auto& one) { return one.second.last + kBouncesKept < now; });
         }
     } catch (const DatabaseError& error) {
         PrintNote(std::string("what the rules remember cannot be read: ") + error.what());
@@ -233,7 +235,7 @@ Json JsonOfRemembered(const Status& status) {
     return json;
 }
 
-void PrintAsJson(const std::vector<Status>& all, CTime now) {
+void PrintAsJson(const std::vector<Status>& all, bool has_rules, CTime now) {
     Json list = Json::array();
     for (const Status& status : all) {
         Json entry;
@@ -241,6 +243,7 @@ void PrintAsJson(const std::vector<Status>& all, CTime now) {
         entry["address"] = status.address;
         entry["switched_on"] = status.switched_on;
         entry["log"] = status.has_log;
+        entry["rules"] = has_rules;
         entry["due"] = status.switched_on && status.next_due <= now;
         entry["next_due"] = status.switched_on && status.next_due > now ? Json(ShowIsoTime(status.next_due)) : Json();
         entry["running"] = JsonOf(status.running);
@@ -302,11 +305,11 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
     OpenTree(root, directory);
     std::vector<Status> all = StatusesOf(root, names, directory);
     AddReport(directory, all);
-    AddRemembered(root, directory, ChosenProfiles(root, names), all);
     const CTime now = std::time(nullptr);
+    AddRemembered(root, directory, ChosenProfiles(root, names), all, now);
     NoteWhatIsNotListed(root);
     if (as_json) {
-        PrintAsJson(all, now);
+        PrintAsJson(all, HasRules(directory), now);
     } else if (all.empty()) {
         std::cout << "There is no profile yet; add one with `tarvex profile add`.\n";
     } else {
@@ -326,8 +329,8 @@ void AddStatusCommand(CLI::App& app, Context& context) {
     AddReadOnlyCommand(app, context, "status",
                        "Say of every profile when it last ran, how that ended, and when it is due next.", ShowStatus,
                        "Counted is since the profile was made: runs, messages delivered to all their addresses, and "
-                       "copies that the SMTP server took. Ends with 1 while mail is set aside, an "
-                       "address is parked or a profile waits.");
+                       "copies that the SMTP server took in them. In a tree with rules it ends with 1 "
+                       "while mail is set aside, an address is parked or a profile waits for `tarvex accept`.");
 }
 
 }  // namespace tarvex::host

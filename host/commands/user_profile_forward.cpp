@@ -282,7 +282,7 @@ void AddForwardCommands(CLI::App& app, Context& context) {
     auto* const new_mail_only =
         command->add_flag("--new-mail-only", given->new_mail_only,
                           "What is in the mailbox now counts as handled: the address gets only what comes from now "
-                          "on. Without it the first run sends it everything");
+                          "on. Without it the first run sends it everything, which is asked about on a terminal");
     command->add_flag("--all-mail", given->all_mail, "Do not ask: the first run sends it everything")
         ->excludes(new_mail_only);
     given->keys.AddTo<CForwardAddressSetting>(*command, {"address"});

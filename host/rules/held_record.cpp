@@ -161,6 +161,24 @@ bool TakeKind(HeldRecord& record, std::string_view value) {
     return true;
 }
 
+// One in a line, with its time in front; all of that is one value.
+std::string AnswersText(const HeldAddress& waiting) {
+    std::string lines;
+    for (const HeldAnswer& answer : waiting.answers) lines += TimeText(answer.time) + ' ' + answer.reply + '\n';
+    return Escaped(lines);
+}
+
+bool TakeAnswers(HeldAddress& waiting, std::string_view value) {
+    std::istringstream lines(Unescaped(value));
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t blank = std::min(line.find(' '), line.size());
+        HeldAnswer& answer = waiting.answers.emplace_back();
+        if (!TakeTime(std::string_view(line).substr(0, blank), answer.time)) return false;
+        answer.reply = line.substr(std::min(blank + 1, line.size()));
+    }
+    return true;
+}
+
 const std::array kRecordKeys = {
     TextKey("uidl", &HeldRecord::uidl),
     TextKey("digest", &HeldRecord::digest),
@@ -169,11 +187,17 @@ const std::array kRecordKeys = {
     NumberKey("bytes", &HeldRecord::bytes),
 };
 const std::array kAddressKeys = {
-    TextKey("address", &HeldAddress::address),   TextKey("folder", &HeldAddress::folder),
-    TextKey("made", &HeldAddress::made),         TextKey("route", &HeldAddress::route),
-    WordKey("stage", &HeldAddress::stage),       WordKey("class", &HeldAddress::failure_class),
-    TextKey("reply", &HeldAddress::reply),       NumberKey("tries", &HeldAddress::tries),
-    TimeKey("last try", &HeldAddress::last_try), TimeKey("next try", &HeldAddress::next_try),
+    TextKey("address", &HeldAddress::address),
+    TextKey("folder", &HeldAddress::folder),
+    TextKey("made", &HeldAddress::made),
+    TextKey("route", &HeldAddress::route),
+    WordKey("stage", &HeldAddress::stage),
+    WordKey("class", &HeldAddress::failure_class),
+    TextKey("reply", &HeldAddress::reply),
+    NumberKey("tries", &HeldAddress::tries),
+    HeldKey<HeldAddress>{"answers", AnswersText, TakeAnswers},
+    TimeKey("last try", &HeldAddress::last_try),
+    TimeKey("next try", &HeldAddress::next_try),
 };
 constexpr std::string_view kVersionKey = "version";
 constexpr std::string_view kCountKey = "addresses";
@@ -326,6 +350,9 @@ void CountRefusal(HeldAddress& waiting, CRunStage stage, CFailureClass failure_c
     waiting.reply = reply.substr(0, kMostReplyBytes);
     waiting.last_try = now;
     if (waiting.tries < std::numeric_limits<int>::max()) ++waiting.tries;
+    const std::size_t line_end = reply.find_first_of("\r\n");
+    waiting.answers.push_back({now, reply.substr(0, std::min(line_end, kMostOldReplyBytes))});
+    if (waiting.answers.size() > kMostAnswers) waiting.answers.erase(waiting.answers.begin());
     waiting.next_try = 0;
     if (failure_class != CFailureClass::Transient) return;
     CTime delay_s = kFirstDelay_s;

@@ -18,6 +18,15 @@ enum class HeldKind {
 };
 std::string_view Word(HeldKind kind);  // "refused"
 
+// What the server answered to one try.
+struct HeldAnswer {
+    CTime time = 0;
+    CString reply;  // its first line, of that the first kMostOldReplyBytes; untrusted bytes
+
+    bool operator==(const HeldAnswer&) const = default;
+};
+inline constexpr std::size_t kMostOldReplyBytes = 200;
+
 // An address that waits for the message.
 struct HeldAddress {
     CString address;  // as in its setting when the server was asked last
@@ -30,10 +39,12 @@ struct HeldAddress {
     int tries = 0;       // that the server answered
     CTime last_try = 0;  // 0 when it was never tried
     CTime next_try = 0;  // 0: only when a person says so, or when address or route have changed
+    std::vector<HeldAnswer> answers;  // to the tries, the newest kMostAnswers of them, the last one at the end
 
     bool operator==(const HeldAddress&) const = default;
 };
 inline constexpr std::size_t kMostReplyBytes = 1000;
+inline constexpr std::size_t kMostAnswers = 20;
 
 struct HeldRecord {
     int id = 0;  // in its profile, from 1; messages are set aside and tried again in this order

@@ -7,6 +7,8 @@
 //     taken       the address is struck off the record; with its last address the message is removed
 //     refused     reply and time of the next try go into the record; the next try goes on
 //     failed      nothing more is tried: the server is the same for all
+//     blocked     the words that refused three messages in a row: the record stays as it was, and after three of
+//                 them nothing more is tried
 //
 // A kill between the server's yes and the record costs a second copy, never the message.
 
@@ -21,6 +23,8 @@
 #include <utility>
 
 #include "host/rules/held.h"
+#include "host/rules/refusals_in_a_row.h"
+#include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
@@ -118,6 +122,7 @@ public:
         if (!address) return NotTried(result, "its address was removed");
         result.address = address->setting.address;
         if (address->setting.status == 0) return NotTried(result, "its address is switched off");
+        if (!HasMailbox(*address)) return NotTried(result, "its address has no \"@\"");
         if (refused_.contains(waiting->folder)) {
             return NotTried(result, "the server has just refused its address for another message");
         }
@@ -148,12 +153,17 @@ private:
         if (memory_) digest = options_.memory->DigestOf(text);
         if (memory_ && memory_->WasSent(address.setting.address, *digest, options_.now)) {
             result.outcome = HeldOutcome::Taken;
-        } else {
-            Deliver(std::move(text), address, result);
+            StrikeOff(record, result);
+            return result.why.empty();
         }
-        if (result.outcome == HeldOutcome::Failed) return false;
-        if (memory_) Remember(address.setting.address, *digest, result);
-        Record(record, waiting, address, result);
+        Deliver(std::move(text), address, result);
+        if (result.outcome == HeldOutcome::Refused) return RecordRefusal(record, waiting, address, result);
+        if (result.outcome != HeldOutcome::Taken) return false;
+        refusals_.MessageWasTaken();
+        if (memory_) RecordTaken(address.setting.address, *digest);
+        const bool follow = WasRefusedAsRecipient(waiting);
+        StrikeOff(record, result);
+        if (follow) MakeHeldDue(copy_.path, result.choice.folder, options_.now);
         return result.why.empty();
     }
 
@@ -195,30 +205,37 @@ private:
         return done;
     }
 
-    void Remember(const CString& address, const MailDigest& digest, const HeldResult& result) {
-        if (result.outcome == HeldOutcome::Taken) {
-            memory_->RecordSent({&address, 1}, digest, options_.now);
-            memory_->Unpark(address);
-        } else if (result.failure.stage == CRunStage::RcptTo) {
-            memory_->Park(address, result.failure.reply, options_.now);
-        }
+    void RecordTaken(const CString& address, const MailDigest& digest) {
+        memory_->RecordSent({&address, 1}, digest, options_.now);
+        memory_->Unpark(address);
+        memory_->Unblock();
     }
 
-    void Record(HeldRecord& record, HeldAddress& waiting, const CForwardAddress& address, HeldResult& result) {
-        const bool taken = result.outcome == HeldOutcome::Taken;
-        const bool follow = taken && WasRefusedAsRecipient(waiting);
-        if (taken) {
-            std::erase_if(record.addresses, [&](const HeldAddress& one) { return one.folder == result.choice.folder; });
-        } else {
-            const CRunFailure& failure = result.failure;
-            waiting.address = address.setting.address;
-            waiting.route = RouteOf(copy_.setting);
-            CountRefusal(waiting, failure.stage, failure.failure_class, failure.reply, options_.now);
-            if (failure.stage == CRunStage::RcptTo) refused_.insert(waiting.folder);
-        }
+    // The address waits for the message no more.
+    void StrikeOff(HeldRecord& record, HeldResult& result) const {
+        std::erase_if(record.addresses, [&](const HeldAddress& one) { return one.folder == result.choice.folder; });
         const bool written = record.addresses.empty() ? store_.Remove(record.id) : store_.Update(record);
         if (!written) result.why = kCannotWriteRecord;
-        if (follow) MakeHeldDue(copy_.path, result.choice.folder, options_.now);
+    }
+
+    // False when nothing more can be tried.
+    bool RecordRefusal(HeldRecord& record, HeldAddress& waiting, const CForwardAddress& address, HeldResult& result) {
+        const CRunFailure& failure = result.failure;
+        const bool is_third = refusals_.Add(record.digest, failure.reply);
+        if (is_third && memory_) memory_->Block(failure.reply, options_.now);
+        if (is_third || (memory_ && memory_->IsBlocked(failure.reply))) {
+            result.outcome = HeldOutcome::Blocked;
+            return !is_third;
+        }
+        if (failure.stage == CRunStage::RcptTo) {
+            refused_.insert(waiting.folder);
+            if (memory_) memory_->Park(address.setting.address, failure.reply, options_.now);
+        }
+        waiting.address = address.setting.address;
+        waiting.route = RouteOf(copy_.setting);
+        CountRefusal(waiting, failure.stage, failure.failure_class, failure.reply, options_.now);
+        if (!store_.Update(record)) result.why = kCannotWriteRecord;
+        return result.why.empty();
     }
 
     static constexpr const char* kCannotWriteRecord = "its record cannot be written";
@@ -229,6 +246,7 @@ private:
     std::optional<ProfileMemory> memory_;
     SendingGuard guard_;
     Connection connection_;
+    RefusalsInARow refusals_;
     std::set<CString> refused_;  // folders of addresses that the server has refused now as recipients
 };
 

@@ -25,6 +25,8 @@ enum class HeldOutcome {
     Taken,    // by the server; the address waits no more
     Refused,  // the server refused the message or the recipient
     Failed,   // what says nothing about the message: connection, login, sender, time-out, disk. Ends all that was asked
+    Blocked,  // refused with the words that refused three messages in a row: it is the server, and counts as no try.
+              // The third in a row ends all that was asked
     NotTried,  // see `why`
 };
 
@@ -33,7 +35,7 @@ struct HeldResult {
     CString address;
     std::string digest;
     HeldOutcome outcome = HeldOutcome::NotTried;
-    CRunFailure failure;  // of Refused and Failed
+    CRunFailure failure;  // of Refused, Failed and Blocked
     std::string why;      // in English, where `failure` does not tell
 };
 

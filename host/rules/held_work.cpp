@@ -3,6 +3,7 @@
 #include "host/rules/held_work.h"
 
 #include <algorithm>
+#include <ctime>
 #include <optional>
 #include <set>
 
@@ -47,6 +48,24 @@ bool DropOne(const HeldStore& store, const HeldChoice& choice) {
     return of_damaged || record->addresses.empty() ? store.Remove(choice.id) : store.Update(*record);
 }
 
+int StrikeOff(const CString& profile_path, const std::vector<HeldChoice>& choice, Reply& reply) {
+    const HeldStore store(profile_path);
+    for (const HeldChoice& one : choice) {
+        if (DropOne(store, one)) continue;
+        reply.error = "message " + std::to_string(one.id) + " could not be dropped for good; what came before it was";
+        return kCannotWrite;
+    }
+    std::set<int> ids;
+    for (const HeldChoice& one : choice) ids.insert(one.id);
+    reply.printed = "Dropped " + ShowCount(static_cast<std::int64_t>(ids.size()), "message") + ".\n";
+    return kDone;
+}
+
+bool HoldsReport(const CString& profile_path) {
+    const auto records = HeldStore(profile_path).List();
+    return !records || std::ranges::count(*records, HeldKind::Report, &HeldRecord::kind) != 0;
+}
+
 std::string Said(const HeldResult& result) {
     switch (result.outcome) {
         case HeldOutcome::Taken:
@@ -57,7 +76,9 @@ std::string Said(const HeldResult& result) {
             break;
     }
     const CRunFailure& failure = result.failure;
-    const std::string word = result.outcome == HeldOutcome::Refused ? "refused: " : "failed: ";
+    const std::string word = result.outcome == HeldOutcome::Refused   ? "refused: "
+                             : result.outcome == HeldOutcome::Blocked ? "refused like the messages before it: "
+                                                                      : "failed: ";
     if (!result.why.empty()) return word + result.why;
     return word + OneLine(failure.reply.empty() ? failure.reason : failure.reply, kReplyColumns);
 }
@@ -142,17 +163,13 @@ int EndOfDataSeconds(const CRootPath& root, const CPopProfile& profile) {
     }
 }
 
-int DropHeld(const CString& profile_path, const std::vector<HeldChoice>& choice, Reply& reply) {
-    const HeldStore store(profile_path);
-    for (const HeldChoice& one : choice) {
-        if (DropOne(store, one)) continue;
-        reply.error = "message " + std::to_string(one.id) + " could not be dropped for good; what came before it was";
-        return kCannotWrite;
+int DropHeld(const CRootPath& root, const CString& profile_path, const std::vector<HeldChoice>& choice,
+             RuleMemory& memory, Reply& reply) {
+    const int code = StrikeOff(profile_path, choice, reply);
+    if (code == kDone && HasRules(root.path) && !HoldsReport(profile_path)) {
+        memory.Of(profile_path).ClearBounces(std::time(nullptr));
     }
-    std::set<int> ids;
-    for (const HeldChoice& one : choice) ids.insert(one.id);
-    reply.printed = "Dropped " + ShowCount(static_cast<std::int64_t>(ids.size()), "message") + ".\n";
-    return kDone;
+    return code;
 }
 
 int TellHeld(const std::vector<HeldResult>& results, std::size_t asked, Reply& reply) {
@@ -186,7 +203,7 @@ int EditWithHeld(CRootPath& root, const EditRequest& request, Reply& reply) {
     const int code = Edit(root, request, reply);
     if (code != kDone || removal.waiting.empty()) return code;
     Reply dropped;
-    if (DropHeld(removal.profile, removal.waiting, dropped) == kDone) return code;
+    if (StrikeOff(removal.profile, removal.waiting, dropped) == kDone) return code;
     reply.error = "the address was removed, but the mail that waits for it was not; `tarvex held drop` removes it";
     return kCannotWrite;
 }

@@ -51,8 +51,9 @@ std::vector<HeldChoice> DueHeldOf(const CRootPath& root, const CPopProfile& prof
 // How long the answer to a whole message may take, by the rules of the profile.
 int EndOfDataSeconds(const CRootPath& root, const CPopProfile& profile);
 
-// Strikes off what was chosen. Returns the exit code.
-int DropHeld(const CString& profile_path, const std::vector<HeldChoice>& choice, Reply& reply);
+// Strikes off what was chosen. With the last report no address counts as bouncing any more. Returns the exit code.
+int DropHeld(const CRootPath& root, const CString& profile_path, const std::vector<HeldChoice>& choice,
+             RuleMemory& memory, Reply& reply);
 
 // What became of each of so many that were asked for. Returns the exit code.
 int TellHeld(const std::vector<HeldResult>& results, std::size_t asked, Reply& reply);

@@ -46,6 +46,9 @@ enum class Matter {
     Rotation,    // of messages without ids of their own (rotation.h)
 };
 
+// An address counts as bouncing for so long after the last report.
+inline constexpr CTime kBouncesKept = CTime{30} * 86400;
+
 struct Note {
     std::int64_t count = 0;  // how often, in a row where the matter has rows
     CTime since = 0;
@@ -109,12 +112,16 @@ public:
     void Park(std::string_view address, std::string_view reply, CTime now);  // again after each refusal
     void Unpark(std::string_view address);
     bool IsParked(std::string_view address);
+    CString ReplyOfParked(std::string_view address);   // the last one; empty when it is not parked
     bool MayAsk(std::string_view address, CTime now);  // at once when it is not parked, else once an hour
 
     // ---- addresses that delivery reports come for
 
     int CountBounce(std::string_view address, CTime now);
-    void ClearBounces(std::string_view address);
+    void ClearBounces(CTime now);  // of all addresses
+
+    // The profile has these addresses now: what made the others parked or bouncing is over.
+    void KeepNotesOf(std::span<const CString> addresses, CTime now);
 
     // ---- messages that cannot be fetched, or deleted
 

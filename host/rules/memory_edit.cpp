@@ -8,6 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "host/rules/held.h"
 #include "host/rules/held_work.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -81,6 +82,27 @@ void ForgetMessage(const CForwardAddress& address, ProfileMemory& memory, const 
     });
 }
 
+// What resending does not reach, because it waits in held/: a copy is not offered from the mailbox meanwhile.
+std::string NoteOnHeld(const CRootPath& root, const Target& target, const EditRequest& request) {
+    const auto records = HeldStore(target.profile->path).List();
+    std::string ids;
+    std::int64_t count = 0;
+    for (const HeldRecord& record : records.value_or(std::vector<HeldRecord>())) {
+        if (!request.uidls.empty() && record.uidl != request.uidls.front()) continue;
+        const bool waits = std::ranges::any_of(record.addresses, [&](const HeldAddress& waiting) {
+            return std::ranges::any_of(target.addresses, [&](const auto* address) { return IsOf(waiting, *address); });
+        });
+        if (!waits) continue;
+        ids += ' ' + std::to_string(record.id);
+        ++count;
+    }
+    if (count == 0) return {};
+    const std::string whom =
+        request.kind == EditKind::Forward ? " --address " + ShowText(target.addresses.front()->setting.address) : "";
+    return "Not what is set aside (" + ShowCount(count, "message") + "): `tarvex held send " +
+           ShownName(root, target.profile->path) + (request.uidls.empty() ? "" : ids) + whom + "` sends that.\n";
+}
+
 std::string Resend(const CRootPath& root, const Target& target, const EditRequest& request, ProfileMemory& memory) {
     bool is_known = request.uidls.empty();
     for (const CForwardAddress* const address : target.addresses) {
@@ -97,7 +119,7 @@ std::string Resend(const CRootPath& root, const Target& target, const EditReques
         throw CommandError(kNotFound,
                            "no message with the id \"" + ShowText(request.uidls.front()) + "\" is known there");
     return "What is still in the mailbox of " + ShownName(root, target.profile->path) +
-           " goes out again with the next run.\n";
+           " goes out again with the next run.\n" + NoteOnHeld(root, target, request);
 }
 
 std::string Accept(const CRootPath& root, const Target& target, const EditRequest& request, ProfileMemory& memory) {
@@ -120,12 +142,34 @@ std::string Apply(const CRootPath& root, RuleMemory& memory, const EditRequest& 
     return CatchUp(root, target, request);
 }
 
+// Whose addresses the edit changes, where something is remembered of them; null else.
+const CPopProfile* ProfileWithNotes(CRootPath& root, const EditRequest& request) {
+    const bool changes = request.verb == EditVerb::Set || request.verb == EditVerb::Remove;
+    if (request.kind != EditKind::Forward || !changes || !HasRules(root.path)) return nullptr;
+    try {
+        return FindForward(root, request.name).profile;
+    } catch (const CommandError&) {
+        return nullptr;  // the edit will say so
+    }
+}
+
+void ForgetOthers(const CPopProfile& profile, RuleMemory& memory) {
+    std::vector<CString> addresses;
+    for (const auto& address : profile.forward_addresses) addresses.push_back(address->setting.address);
+    memory.Of(profile.path).KeepNotesOf(addresses, std::time(nullptr));
+}
+
 }  // namespace
 
 int EditWithMemory(CRootPath& root, RuleMemory& memory, const EditRequest& request, Reply& reply) {
     const bool is_of_memory = request.verb == EditVerb::CatchUp || request.verb == EditVerb::Resend ||
                               (request.verb == EditVerb::Accept && request.kind == EditKind::Profile);
-    if (!is_of_memory) return EditWithHeld(root, request, reply);
+    if (!is_of_memory) {
+        const CPopProfile* const profile = ProfileWithNotes(root, request);
+        const int code = EditWithHeld(root, request, reply);
+        if (code == kDone && profile) ForgetOthers(*profile, memory);
+        return code;
+    }
     reply = {};
     try {
         reply.printed = Apply(root, memory, request);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
+#include <string>
 #include <utility>
 
 #include "host/rules/memory.h"
@@ -159,17 +161,33 @@ bool ProfileMemory::IsParked(std::string_view address) {
     return NoteAccess(*state_, *profile_, Matter::Parked, MailboxOf(address)).Find() != nullptr;
 }
 
+CString ProfileMemory::ReplyOfParked(std::string_view address) {
+    const NoteAccess note(*state_, *profile_, Matter::Parked, MailboxOf(address));
+    return note.Find() ? note.Find()->words : CString();
+}
+
 bool ProfileMemory::MayAsk(std::string_view address, CTime now) {
     return NoteAccess(*state_, *profile_, Matter::Parked, MailboxOf(address)).MayTry(now);
 }
 
 int ProfileMemory::CountBounce(std::string_view address, CTime now) {
     NoteAccess note(*state_, *profile_, Matter::Bouncing, MailboxOf(address));
+    if (note.Find() && note.Find()->last + kBouncesKept < now) note.Drop();
     return static_cast<int>(note.Count({}, 0, now));
 }
 
-void ProfileMemory::ClearBounces(std::string_view address) {
-    NoteAccess(*state_, *profile_, Matter::Bouncing, MailboxOf(address)).Drop();
+void ProfileMemory::ClearBounces(CTime now) {
+    for (const auto& [mailbox, note] : Notes(Matter::Bouncing)) Drop(Matter::Bouncing, mailbox, now);
+}
+
+void ProfileMemory::KeepNotesOf(std::span<const CString> addresses, CTime now) {
+    std::set<std::string> mailboxes;
+    for (const CString& address : addresses) mailboxes.insert(MailboxOf(address));
+    for (const Matter matter : {Matter::Parked, Matter::Bouncing}) {
+        for (const auto& [mailbox, note] : Notes(matter)) {
+            if (!mailboxes.contains(mailbox)) Drop(matter, mailbox, now);
+        }
+    }
 }
 
 int ProfileMemory::CountNotFetched(const CString& uidl, std::string_view words, CTime now) {

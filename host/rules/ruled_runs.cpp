@@ -33,6 +33,13 @@ CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     return result;
 }
 
+std::string RuledRuns::WhatElse(const CPopProfile& copy) const {
+    const auto run = runs_.find(copy.path);
+    const int copies = run == runs_.end() ? 0 : run->second.rules->CopiesHadAlready();
+    if (copies == 0) return {};
+    return copies == 1 ? ", one copy was there already" : ", " + std::to_string(copies) + " copies were there already";
+}
+
 NextRun RuledRuns::Finish(CPopProfile& copy) {
     const auto run = runs_.find(copy.path);
     if (run == runs_.end()) return NextRun::WhenDue;

@@ -21,6 +21,9 @@ public:
     // nothing is started then.
     CStartResult Start(CRootPath& root, CPopProfile& profile);
 
+    // What the result of such a run does not tell: ", 3 copies were there already"; empty for nothing.
+    std::string WhatElse(const CPopProfile& copy) const;
+
     // For a copy whose worker has finished: remembers what follows from its run, and completes its result.
     NextRun Finish(CPopProfile& copy);
 

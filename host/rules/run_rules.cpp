@@ -19,7 +19,6 @@
 namespace tarvex::host {
 namespace {
 
-constexpr int kServersFault = 3;                        // messages in a row that are refused with the same words
 constexpr int kSetAsideAfter = 2;                       // refusals of one copy in a row, for the time being
 constexpr int kMostRefusedDeletions = 10;               // of a run; then the server is not asked any more
 constexpr std::int64_t kMostMessageBytes = 256 * kMiB;  // no longer one is ever held, whatever the server says
@@ -112,6 +111,9 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
     if (rules_.floodguard && HasFlood(profile, listing)) return false;
     kept_ = kept_mails_.Take(profile, Now());
     profile_memory_.Seen(uidls, Now());
+    std::vector<CString> addresses;
+    for (const auto& address : profile.forward_addresses) addresses.push_back(address->setting.address);
+    profile_memory_.KeepNotesOf(addresses, Now());
     not_fetched_before_ = profile_memory_.Notes(Matter::NotFetched);
     if (const auto records = store_.List()) {
         for (const HeldRecord& record : *records) {
@@ -308,6 +310,7 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
     if (sent || IsHeld(fetched.digest, address)) {
         const bool came_back = profile.setting.deletemail != 0 && fetched.was_here_before && !received;
         if (came_back) profile_memory_.RecordNotDeleted(mail.uidl, "the server lists it again", Now());
+        if (sent && (!received || fetched.is_new_under_its_id)) ++had_already_;
         // An id that others have as well says nothing.
         if (!received && !mail.uidl.empty() && !StandsTwice(mail.uidl)) has_learnt_ = true;
         NoteNewId(profile, fetched);
@@ -341,19 +344,16 @@ CRefusal RunRules::Refused(const CPopProfile& profile, const CReceiveMail& mail,
         profile_memory_.CountRefusal(to, fetched.digest, refusal.reply, Now()) < kSetAsideAfter) {
         return CRefusal::EndDelivery;
     }
-    if (IsServersFault(mail, refusal.reply)) return CRefusal::EndDelivery;
+    if (IsServersFault(fetched, refusal.reply)) return CRefusal::EndDelivery;
     HeldAddress waiting = RefusedNow(profile, address, refusal.stage, refusal.failure_class, refusal.reply, Now());
     if (!Hold(mail, fetched, HeldKind::Refused, std::move(waiting))) return CRefusal::EndDelivery;
     if (refusal.stage == CRunStage::RcptTo) profile_memory_.Park(to, refusal.reply, Now());
     return CRefusal::HostHasIt;
 }
 
-bool RunRules::IsServersFault(const CReceiveMail& mail, const CString& words) {
+bool RunRules::IsServersFault(const Fetched& fetched, const CString& words) {
     if (profile_memory_.IsBlocked(words)) return true;
-    if (words != std::exchange(last_words_, words)) refused_in_a_row_ = 0;
-    if (refused_in_a_row_ == 0 || &mail != last_refused_) ++refused_in_a_row_;
-    last_refused_ = &mail;
-    if (refused_in_a_row_ < kServersFault) return false;
+    if (!refusals_.Add(fetched.digest.Hex(), words)) return false;
     profile_memory_.Block(words, Now());
     return true;
 }
@@ -364,7 +364,7 @@ void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
     for (const CForwardAddress* address : addresses) to.push_back(address->setting.address);
     profile_memory_.RecordSent(to, Of(profile, mail).digest, Now());
     NoteNewId(profile, Of(profile, mail));
-    refused_in_a_row_ = 0;
+    refusals_.MessageWasTaken();
     profile_memory_.Unblock();
     for (const CForwardAddress* address : addresses) {
         if (profile_memory_.IsParked(address->setting.address)) {
@@ -409,12 +409,9 @@ bool RunRules::HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail,
                            const CForwardAddress& address) {
     HeldAddress waiting = WaitingNow(profile, address);
     if (kind == HeldKind::Refused) {
-        const std::map<CString, Note> parked = profile_memory_.Notes(Matter::Parked);
         waiting.stage = CRunStage::RcptTo;
-        waiting.failure_class = CFailureClass::Permanent;
-        for (const auto& [to, note] : parked) {
-            if (to == waiting.address) waiting.reply = note.words;
-        }
+        waiting.reply = profile_memory_.ReplyOfParked(waiting.address);
+        waiting.failure_class = waiting.reply.starts_with('4') ? CFailureClass::Transient : CFailureClass::Permanent;
     }
     return Hold(mail, fetched, kind, std::move(waiting));
 }

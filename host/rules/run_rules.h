@@ -20,6 +20,7 @@
 #include "host/rules/kept_mail.h"
 #include "host/rules/left_mail.h"
 #include "host/rules/memory.h"
+#include "host/rules/refusals_in_a_row.h"
 #include "host/rules/rotation.h"
 #include "host/tree/host_setting.h"
 #include "tarvex/tarvex.h"
@@ -42,6 +43,9 @@ public:
     // To be called once, with the result of the run that has ended: remembers what follows from it, and completes it
     // where a rule ended the run.
     NextRun Finish(CRunResult& result);
+
+    // Copies that were not sent, because their addresses had them although their lists of ids did not say so.
+    int CopiesHadAlready() const { return had_already_; }
 
     bool Begins(const CPopProfile& profile) override;
     bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) override;
@@ -97,7 +101,7 @@ private:
     bool Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting);
     bool HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
                      const CForwardAddress& address);
-    bool IsServersFault(const CReceiveMail& mail, const CString& words);
+    bool IsServersFault(const Fetched& fetched, const CString& words);
     void RememberLogin(const CRunResult& result);
     void RememberRetrievals(const CRunResult& result);
     NextRun WhenNext(const CRunResult& result) const;
@@ -125,10 +129,9 @@ private:
     KeptMail kept_;  // of an earlier run
     bool over_budget_ = false;
     bool has_learnt_ = false;  // that an id stands for what an address has
+    int had_already_ = 0;
     int refused_deletions_ = 0;
-    CString last_words_;  // of the refusals in a row
-    const CReceiveMail* last_refused_ = nullptr;
-    int refused_in_a_row_ = 0;
+    RefusalsInARow refusals_;
 };
 
 }  // namespace tarvex::host

@@ -59,9 +59,9 @@ std::vector<std::string> LinesOfThisRun(const CProfileLog& log) {
     return shown;
 }
 
-std::string ReportOf(const CPopProfile& copy) {
-    std::string text =
-        std::string(kReportHeading) + ShowPath(copy.path) + ": " + HowItEnded(copy.result, 1, kReasonColumns) + '\n';
+std::string ReportOf(const CPopProfile& copy, const std::string& what_else) {
+    std::string text = std::string(kReportHeading) + ShowPath(copy.path) + ": " +
+                       HowItEnded(copy.result, 1, kReasonColumns) + what_else + '\n';
     for (const std::string& line : LinesOfThisRun(copy.log)) text += line + '\n';
     if (copy.setting.logmode == 0) text += "(its log is switched off)\n";
     return text;

@@ -35,8 +35,8 @@ std::vector<RunNow> RunsNow(const CRootPath& root);
 // What a run that has ended added to its log, line by line and fit to be shown.
 std::vector<std::string> LinesOfThisRun(const CProfileLog& log);
 
-// The same below its directory and how it ended.
-std::string ReportOf(const CPopProfile& copy);
+// The same below its directory and how it ended, and what else there is to say of that (RuledRuns::WhatElse).
+std::string ReportOf(const CPopProfile& copy, const std::string& what_else);
 
 // A run that ends now, for the history.
 PastRun RunThatEnded(const CPopProfile& copy);

@@ -179,6 +179,31 @@ TEST_F(HeldSending, AFailureOfTheServerEndsAllAndCountsAsNoTry) {
     }
 }
 
+TEST_F(HeldSending, WordsThatRefuseThreeInARowAreTheServers) {
+    host::RuleMemory memory(root_, [](const std::string&) {});
+    for (const bool remembers : {false, true}) {
+        memory_ = remembers ? &memory : nullptr;
+        for (const char* const subject : {"one", "two", "three", "four"}) Hold(subject, {0, 1});
+        Answer({{".", "554 your network is listed\r\n"}});
+        constexpr auto kRefused = HeldOutcome::Refused;
+        constexpr auto kBlocked = HeldOutcome::Blocked;
+        EXPECT_THAT(Outcomes(SendAll()), ElementsAre(kRefused, kRefused, kRefused, kRefused, kBlocked));
+        EXPECT_EQ(Store().Find(2)->addresses[0].next_try, 0);
+        EXPECT_EQ(Store().Find(3)->addresses[0].tries, 1) << "as it was";
+        // What is due waits, and is tried with what is remembered of those words.
+        const CTime later = kNow + 15 * kMinute;
+        EXPECT_THAT(Due(later), ElementsAre("3 forwardto0", "3 forwardto1", "4 forwardto0", "4 forwardto1"));
+        EXPECT_EQ(Outcomes(Send({{3, "forwardto0", ""}}, later)).front(), remembers ? kBlocked : kRefused);
+        EXPECT_EQ(Due(later + 15 * kMinute - 1).empty(), remembers) << "nothing else is tried for a while";
+        // One that goes through ends it.
+        Answer({});
+        EXPECT_THAT(Outcomes(Send({{1, "forwardto1", ""}}, later)), ElementsAre(HeldOutcome::Taken));
+        Answer({{".", "554 your network is listed\r\n"}});
+        EXPECT_THAT(Outcomes(Send({{4, "forwardto0", ""}}, later)), ElementsAre(kRefused));
+        for (const int id : Ids(*Store().List())) EXPECT_TRUE(Store().Remove(id));
+    }
+}
+
 TEST_F(HeldSending, AServerThatTakesOneMessageAConnectionIsAskedAgain) {
     for (const char* const subject : {"one", "two", "three"}) Hold(subject, {0});
     int senders = 0;
@@ -217,6 +242,8 @@ TEST_F(HeldSending, OnlyWhatHasItsTimeIsDue) {
     Address(0).setting.status = 0;
     EXPECT_THAT(Due(kNow + 15 * kMinute), ElementsAre("1 forwardto1"));
     EXPECT_THAT(Outcomes(Send({{1, "forwardto0", ""}})), ElementsAre(HeldOutcome::NotTried));
+    Address(1).setting.address = "forwardto1";
+    EXPECT_EQ(Send({{1, "forwardto1", ""}}).front().why, "its address has no \"@\"");
 }
 
 TEST_F(HeldSending, AClockThatIsSetBackPutsNothingOff) {

@@ -69,6 +69,7 @@ TEST(HeldRecord, SaysWhichKeyIsBroken) {
     EXPECT_EQ(damage("[version]\n1", "[version]\n2"), "its record is of another version of tarvex");
     EXPECT_EQ(damage("[kind]\nrefused", "[kind]\nrefuse"), "its record has no usable \"kind\"");
     EXPECT_EQ(damage("[tries]\n1", "[tries]\nmany"), "its record has no usable \"tries\"");
+    EXPECT_EQ(damage("[answers]\n2", "[answers]\nx"), "its record has no usable \"answers\"");
     EXPECT_EQ(damage("[stage]\nRCPT TO", "[stage]\n"), "its record has no usable \"stage\"");
     EXPECT_EQ(damage("[next try]\n20", "[next try]\n2x"), "its record has no usable \"next try\"");
     EXPECT_EQ(damage("[digest]\n" + std::string(32, 'a'), "[digest]\n"), "its record names no digest");
@@ -85,6 +86,20 @@ TEST(HeldRecord, TransientRefusalsAreTriedAgainAtGrowingIntervals) {
     EXPECT_EQ(waiting.next_try, 0);
     EXPECT_EQ(waiting.tries, 7);
     EXPECT_EQ(waiting.reply, std::string(host::kMostReplyBytes, 'x'));
+}
+
+TEST(HeldRecord, KeepsTheFirstLinesOfTheNewestAnswers) {
+    HeldRecord record = SomeRecord("phone");
+    HeldAddress& waiting = record.addresses.front();
+    for (const char* const reply : {"", " 450 [\\x0a] ", "450-a\r\n450 b"}) {
+        for (std::size_t i = 0; i < host::kMostAnswers; ++i) {
+            CountRefusal(waiting, CRunStage::Data, CFailureClass::Transient, reply, kNow + 60);
+        }
+        ASSERT_EQ(waiting.answers.size(), host::kMostAnswers);
+        EXPECT_EQ(waiting.answers.front().time, kNow + 60) << "the first of all is gone";
+        EXPECT_EQ(host::RecordIn(host::TextOf(record)).addresses, record.addresses);
+    }
+    EXPECT_EQ(waiting.answers.back().reply, "450-a");
 }
 
 TEST(HeldRecord, TheRouteChangesWithWhatTheServerAnswersBy) {

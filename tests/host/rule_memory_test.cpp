@@ -265,8 +265,22 @@ TEST_F(Memory, CountsBounces) {
     EXPECT_EQ(Profile().CountBounce("a@x", kNow), 1);
     EXPECT_EQ(Profile().CountBounce("a@x", kNow + 5), 2);
     EXPECT_EQ(Profile().Notes(Matter::Bouncing).at("a@x"), (Note{2, kNow, kNow + 5, kNow + 5, {}}));
-    Profile().ClearBounces("a@x");
-    EXPECT_EQ(Profile().CountBounce("a@x", kNow), 1);
+    EXPECT_EQ(Profile().CountBounce("a@x", kNow + 5 + host::kBouncesKept + 1), 1) << "the others are too old";
+    Profile().ClearBounces(kNow);
+    ExpectAlsoLater([&] { return Profile().Notes(Matter::Bouncing).empty(); });
+}
+
+TEST_F(Memory, ForgetsWhatItNotedOfAddressesThatAreGone) {
+    for (const char* const address : {"a@x", "b@x"}) {
+        Profile().Park(address, "550 no", kNow);
+        Profile().CountBounce(address, kNow);
+    }
+    EXPECT_EQ(Profile().ReplyOfParked("a@x"), "550 no");
+    Profile().KeepNotesOf(std::vector<CString>{"Bea <b@X>"}, kNow);
+    ExpectAlsoLater([&] {
+        return !Profile().IsParked("a@x") && Profile().IsParked("b@x") && Profile().Notes(Matter::Bouncing).size() == 1;
+    });
+    EXPECT_EQ(Profile().ReplyOfParked("a@x"), "");
 }
 
 // ---- how long

@@ -108,6 +108,7 @@ int Service::Run() {
     std::size_t profiles = 0;
     ForEachProfile([&profiles](const CUser&, const CPopProfile&) { ++profiles; });
     log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
+    TellRemarks();
     manager_.Ready();
     for (;;) {
         ReapEndedRuns();
@@ -140,9 +141,10 @@ void Service::ReapEndedRuns() {
     for (const auto& copy : ended) {
         running_.erase(copy->path);
         next_held_look_.erase(copy->path);
+        const std::string what_else = rules_.WhatElse(*copy);
         RunAgain(copy->path, rules_.Finish(*copy));
-        TellEnd(copy->path, RunThatEnded(*copy));
-        HandOver(*copy);
+        TellEnd(copy->path, RunThatEnded(*copy), what_else);
+        HandOver(*copy, what_else);
     }
     if (ended.empty()) return;
     look_at_clients_ = true;
@@ -335,8 +337,9 @@ bool Service::MayRun(const CPopProfile& profile) {
 
 void Service::RetryLeftOut() {
     if (left_out_.empty()) return;
-    ForEachProfile([this](const CUser&, CPopProfile& profile) {
+    ForEachProfile([this](CUser& user, CPopProfile& profile) {
         if (!left_out_.contains(profile.path) || running_.contains(profile.path)) return;
+        if (!WhyNotLoaded(user.setting_loaded).empty()) LoadAgain(user);
         if (!WhyNotLoaded(profile).empty()) LoadAgain(profile);
         if (const std::string why = WhyNotRunnable(profile); !why.empty()) return LeaveOut(profile.path, why);
         left_out_.erase(profile.path);
@@ -471,9 +474,9 @@ void Service::KeepAlive() {
 
 std::string Service::Name(const CString& path) const { return ShownName(root_, path); }
 
-void Service::TellEnd(const CString& path, const PastRun& run) {
+void Service::TellEnd(const CString& path, const PastRun& run, const std::string& what_else) {
     history_.Add(path, run);  // before a client hears of it
-    const std::string line = Name(path) + ": run ended, " + HowItEnded(run.result, 1, kReasonColumns);
+    const std::string line = Name(path) + ": run ended, " + HowItEnded(run.result, 1, kReasonColumns) + what_else;
     IsFailure(run.result.ending) ? log_.Warn(line) : log_.Say(line);
     if (const std::string what = WhatIsNotSaved(run.result); !what.empty()) log_.Warn(Name(path) + ": " + what);
 }
@@ -486,15 +489,15 @@ ServiceReport Service::Report() {
 }
 
 // To whoever waits for the run.
-void Service::HandOver(const CPopProfile& copy) {
+void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
     for (ControlClient* const client : server_.Waiting()) {
         if (!client->awaited || client->awaited->paths.erase(copy.path) == 0) continue;
-        client->awaited->printed += ReportOf(copy);
+        client->awaited->printed += ReportOf(copy, what_else);
         client->awaited->troubles.AddEnd(Name(copy.path), copy.result);
     }
 }
 
-void Service::ForEachProfile(const std::function<void(const CUser&, CPopProfile&)>& action) {
+void Service::ForEachProfile(const std::function<void(CUser&, CPopProfile&)>& action) {
     for (const auto& user : root_.users) {
         for (const auto& profile : user->profiles) action(*user, *profile);
     }

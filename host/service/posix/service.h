@@ -70,10 +70,10 @@ private:
     void EndRuns(const std::vector<CString>& paths);
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
-    void TellEnd(const CString& path, const PastRun& run);
+    void TellEnd(const CString& path, const PastRun& run, const std::string& what_else = {});
     ServiceReport Report();
-    void HandOver(const CPopProfile& copy);
-    void ForEachProfile(const std::function<void(const CUser&, CPopProfile&)>& action);
+    void HandOver(const CPopProfile& copy, const std::string& what_else);
+    void ForEachProfile(const std::function<void(CUser&, CPopProfile&)>& action);
 
     const std::string directory_;
     const std::chrono::microseconds every_;

@@ -4,6 +4,8 @@
 // first, the other waits, and so do edits. What is due goes before a run that is due, for it is older.
 
 #include <ctime>
+#include <sstream>
+#include <string>
 #include <system_error>
 
 #include "host/service/posix/service.h"
@@ -62,6 +64,8 @@ void Service::TellSender(const CString& path, const HeldSender& sender) {
     next_held_look_.erase(path);
     Reply reply;
     const int code = TellHeld(sender.Results(), sender.Asked(), reply);
+    std::istringstream lines(reply.printed);
+    for (std::string line; std::getline(lines, line);) log_.Say(Name(path) + ": held message " + line);
     const std::string line = Name(path) + ": held mail was tried, " + (code == kDone ? "all was taken" : reply.error);
     code == kDone ? log_.Say(line) : log_.Warn(line);
     for (ControlClient* const client : server_.Waiting()) {
@@ -97,7 +101,7 @@ void Service::BeginHeld(ControlClient& client, const HeldRequest& request) {
         return;
     }
     Reply reply;
-    const int code = DropHeld(profile.path, request.choice, reply);
+    const int code = DropHeld(root_, profile.path, request.choice, rules_.Memory(), reply);
     client.Answer(code, reply);
 }
 

@@ -133,6 +133,32 @@ TEST_F(Accepting, ResendSendsAgainWhatItNamesAndNothingElse) {
     EXPECT_EQ(sink_.Delivered().size(), sent + 1 + sent);
 }
 
+TEST_F(Accepting, ARunSaysWhatIsThereAlready) {
+    Do({"run", "--now", "--quiet"});
+    WriteFile(List(0), "");
+    EXPECT_THAT(Do({"run", "--now"}), HasSubstr(": nothing new, 2 copies were there already\n"));
+    EXPECT_THAT(Do({"run", "--now"}), Not(HasSubstr("already")));
+    WriteFile(List(1), "id-1\r\n");
+    ChildProcess service({TARVEX_HOST, "--root", host_.Root(), "serve", "--every", "0.02"},
+                         ChildProcess::Output::Together);
+    EXPECT_TRUE(service.WaitForOutput("nothing new, one copy was there already\n", std::chrono::seconds(20)));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(4));
+}
+
+TEST_F(Accepting, ResendSaysWhatIsSetAsideAndHowThatIsSent) {
+    sink_.SetJudge([](const DeliveredMail& mail) {
+        return mail.text.find("Subject: two") == std::string::npos ? "" : "554 no\r\n";
+    });
+    Do({"run", "--now", "--quiet"});
+    EXPECT_THAT(Do({"resend", kProfile, "--id", "id-1", "--yes"}), Not(HasSubstr("set aside")));
+    EXPECT_THAT(Do({"resend", kProfile, "--yes"}),
+                HasSubstr("Not what is set aside (1 message): `tarvex held send user0/from0` sends that.\n"));
+    EXPECT_THAT(Do({"resend", kProfile, "phone@example.net", "--id", "id-2", "--yes"}),
+                HasSubstr("`tarvex held send user0/from0 1 --address phone@example.net` sends that.\n"));
+    sink_.SetJudge({});
+    EXPECT_THAT(Do({"held", "send", kProfile, "1", "--address", kPhone}), HasSubstr("phone@example.net: taken"));
+}
+
 TEST_F(Accepting, StatusSaysWhatIsRemembered) {
     EXPECT_THAT(Do({"status"}), Not(HasSubstr("waits")));
     Wait();
@@ -156,8 +182,28 @@ TEST_F(Accepting, StatusSaysWhatIsRemembered) {
     EXPECT_EQ(json["login_failing"][0]["count"], 1);
     EXPECT_THAT(json["not_fetched"], SizeIs(1));
 
+    EXPECT_EQ(Json::parse(Do({"status", "--json"}, 1))[0]["rules"], true);
     std::filesystem::remove(host_.Root() + "/host.def");
     EXPECT_THAT(Do({"status"}), Not(HasSubstr("is parked")));
+    EXPECT_EQ(Json::parse(Do({"status", "--json"}))[0]["rules"], false);
+}
+
+TEST_F(Accepting, WhatIsRememberedOfAnAddressEndsWithTheAddressAndBouncesAfterAMonth) {
+    const CTime now = std::time(nullptr);
+    Note([now](host::ProfileMemory& memory) {
+        for (const char* const address : {"phone@example.net", "office@example.net"}) {
+            memory.Park(address, "550 no", now);
+            memory.CountBounce(address, now);
+        }
+    });
+    Do({"forward", "set", kForward, "--address", "mobile@example.net"});
+    EXPECT_THAT(Do({"status"}, 1), AllOf(Not(HasSubstr("phone@")), HasSubstr("office@example.net bounces")));
+    Do({"forward", "remove", "office@example.net", "--yes"});
+    EXPECT_THAT(Do({"status"}), AllOf(Not(HasSubstr("parked")), Not(HasSubstr("bounces"))));
+
+    Note(
+        [now](host::ProfileMemory& memory) { memory.CountBounce("mobile@example.net", now - host::kBouncesKept - 9); });
+    EXPECT_THAT(Do({"status"}), Not(HasSubstr("bounces")));
 }
 
 TEST_F(Accepting, StatusEndsWithOneWhileAnAddressIsParkedButNotForFailedLogins) {

@@ -17,6 +17,7 @@
 #include "host/rules/held.h"
 #include "host/rules/held_export.h"
 #include "host/rules/held_work.h"
+#include "host/terminal/wording.h"
 #include "host/tree/names.h"
 #include "tests/host/held_mail.h"
 #include "tests/support/host_program.h"
@@ -123,6 +124,8 @@ TEST_F(HeldCommands, ListAndShowSayWhatIsSetAsideAndWhy) {
                                     HasSubstr("554 5.7.1 spam\\x07"), HasSubstr("when told"), HasSubstr("damaged")));
     EXPECT_THAT(Do({"list", "--address", "office@example.net"}), Not(HasSubstr("phone@example.net")));
 
+    host_.Tell({"forward", "set", "office@example.net", "--address", "desk@example.net"});
+    EXPECT_THAT(Do({"list", "--address", "desk@example.net"}), HasSubstr("  desk@example.net "));
     const Json all = Json::parse(Do({"list", "--json", kProfile}));
     ASSERT_THAT(all, SizeIs(2));
     EXPECT_EQ(all[0]["id"], 1);
@@ -130,13 +133,14 @@ TEST_F(HeldCommands, ListAndShowSayWhatIsSetAsideAndWhy) {
     EXPECT_EQ(all[0]["addresses"][0]["stage"], "end of data");
     EXPECT_EQ(all[0]["addresses"][0]["class"], "permanent");
     EXPECT_EQ(all[0]["addresses"][0]["next_try"], nullptr);
+    EXPECT_EQ(all[0]["addresses"][0]["answers"][0]["reply"], "554 5.7.1 spam\x07");
     EXPECT_EQ(all[0]["damage"], nullptr);
     EXPECT_NE(all[1]["damage"], nullptr);
 
     const std::string shown = Do({"show", kProfile, "1"});
     ExpectFitForATerminal(shown);
-    EXPECT_THAT(shown,
-                AllOf(HasSubstr("id\\x1b"), HasSubstr("end of data, permanent: 554"), HasSubstr("Subject: one")));
+    EXPECT_THAT(shown, AllOf(HasSubstr("id\\x1b"), HasSubstr("end of data, permanent: 554"),
+                             HasSubstr(host::ShowTime(kNow) + "  554 5.7.1 spam\\x07\n"), HasSubstr("Subject: one")));
     EXPECT_EQ(Json::parse(Do({"show", kProfile, "1", "--json"}))["header"], "Subject: one\n");
     EXPECT_THAT(Do({"show", kProfile, "2"}), AllOf(HasSubstr("damaged"), HasSubstr("Subject: two")));
     EXPECT_THAT(Fail(66, {"held", "show", kProfile, "3"}), HasSubstr("no message 3"));
@@ -169,6 +173,22 @@ TEST_F(HeldCommands, DropTakesWhatWasNamedAndNothingElse) {
     EXPECT_EQ(Do({"drop", kProfile, "--all", "--yes"}), "Dropped 2 messages.\n");
     EXPECT_THAT(fs::is_empty(path_ + "/held"), true);
     EXPECT_EQ(Do({"drop", kProfile, "--all", "--yes"}), "There is nothing to drop.\n");
+}
+
+TEST_F(HeldCommands, NothingBouncesAnyMoreWhenTheLastReportIsDropped) {
+    for (const char* const subject : {"report", "other report", "mail"}) Hold(subject);
+    for (const int id : {1, 2}) {
+        host::HeldRecord record = *Store().Find(id);
+        record.kind = host::HeldKind::Report;
+        ASSERT_TRUE(Store().Update(record));
+    }
+    host::RuleMemory(host_.Root(), [](const std::string&) {})
+        .Of(host_.Root() + "\\user0\\from0")
+        .CountBounce(kPhone, std::time(nullptr));
+    Do({"drop", kProfile, "1", "--yes"});
+    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr("phone@example.net bounces"));
+    Do({"drop", kProfile, "2", "--yes"});
+    EXPECT_THAT(host_.Tell({"status"}, 1), Not(HasSubstr("bounces")));
 }
 
 TEST_F(HeldCommands, SendTellsWhatBecameOfEach) {
@@ -230,6 +250,7 @@ TEST_F(HeldCommands, AServiceTriesWhatIsDueByItself) {
     Hold("one", false, kNow);
     Hold("two");
     const auto service = Serve();
+    EXPECT_TRUE(service->WaitForOutput("held message 1 to phone@example.net: taken\n", 20s));
     EXPECT_TRUE(service->WaitForOutput("held mail was tried, all was taken", 20s));
     EXPECT_THAT(Left(), ElementsAre(2));
 }

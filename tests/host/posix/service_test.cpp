@@ -189,15 +189,25 @@ protected:
 
 using Serving = ServiceTest;
 
-TEST_F(Serving, SaysAtSighupWhatLooksWrongInAFile) {
+TEST_F(Serving, SaysAtItsStartAndAtSighupWhatLooksWrongInAFile) {
     const std::string file = AddProfile() + "/popprofile.def";
+    WriteFile(file, ReadFile(file) + "[timerr]\r\n5\r\n");
+    const std::filesystem::path profile = std::filesystem::path(file).parent_path();
+    for (const char* const place : {"popprofile.def", ".", "..", "../..", "../../.."}) {
+        std::filesystem::permissions(profile / place, std::filesystem::perms(0755));
+    }
     const auto service = Serve({}, "60");
+    EXPECT_TRUE(service->WaitForOutput("\"" + file + "\" can be read by every user", kLong));
+    EXPECT_TRUE(service->WaitForOutput("has an unknown key: [timerr]", kLong));
+    std::filesystem::permissions(profile / "../../..", std::filesystem::perms(0700));
     ASSERT_TRUE(service->WaitForOutput("run ended", kLong));
     WriteFile(file, ReadFile(file) + "[timeuot]\r\n5\r\n[popport]\r\n11O\r\n");
     service->Signal(SIGHUP);
     EXPECT_TRUE(service->WaitForOutput("\"" + file + "\" has an unknown key: [timeuot]", kLong));
     EXPECT_TRUE(service->WaitForOutput("\"" + file + "\" has no number for popport but \"11O\"", kLong));
     Stop(*service);
+    const std::string said = service->Printed();
+    EXPECT_EQ(said.find("can be read by"), said.rfind("can be read by")) << "a folder above keeps others out";
 }
 
 TEST_F(Serving, ChangesRulesAndRunsNoProfileOfAUserWhoIsOff) {
