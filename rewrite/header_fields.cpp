@@ -42,11 +42,10 @@ void ReplaceField(CString& mail, std::string_view name, std::string_view value) 
     const auto field = FindField(mail, name);
     if (!field) return;
 
-    const std::string_view rest = field->end == kNone ? std::string_view() : std::string_view(mail).substr(field->end);
-    CString replaced;
-    replaced.reserve(field->start + kLineEnd.size() + name.size() + 1 + value.size() + rest.size());
-    replaced.append(mail, 0, field->start).append(kLineEnd).append(name).append(" ").append(value).append(rest);
-    mail.swap(replaced);
+    CString line(kLineEnd);
+    line.append(name).append(" ").append(value);
+    if (field->end != kNone && field->end < field->start) line.append(mail, field->end, field->start - field->end);
+    mail.replace(field->start, field->end == kNone ? kNone : std::max(field->end, field->start) - field->start, line);
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 // The limit counts bytes of Shift-JIS: it is applied before the conversion, whose escape sequences come on top.
 // Everything that is written passes a strict writer, so no value of the message can forge a header line or an end.
 
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -45,6 +46,7 @@ void LimitBytes(CString& text, std::size_t limit_bytes) {
     text.resize(limit_bytes);
     const auto may_end = [](unsigned char byte) { return IsTrailByte(byte) && IsSingleByte(byte); };
     while (!text.empty() && !may_end(static_cast<unsigned char>(text.back()))) text.pop_back();
+    text.shrink_to_fit();  // it may have been the text of a very large message
 }
 
 CString Header(const CMailInfo& info) {
@@ -88,9 +90,17 @@ CString CPopProfile::PickText(CString part, int /*offset*/, int htmltotext) {
 }
 
 int CPopProfile::CutAsTextmail(CString* mail, int textonly, int cutwhite, int htmltotext, CString compress_words) {
-    if (!mail || mail->find("\r\n\r\n") == CString::npos) return 0;
-    return tarvex::Shielded(0, [&] {
-        tarvex::ReducedMail(*mail, textonly, cutwhite, htmltotext, compress_words).swap(*mail);
-        return 1;
+    if (!mail) return 0;
+    std::optional<CString> text_mail = TextMailOf(*mail, textonly, cutwhite, htmltotext, compress_words);
+    if (!text_mail) return 0;
+    mail->swap(*text_mail);
+    return 1;
+}
+
+std::optional<CString> CPopProfile::TextMailOf(const CString& mail, int textonly, int cutwhite, int htmltotext,
+                                               const CString& compress_words) const {
+    if (mail.find("\r\n\r\n") == CString::npos) return std::nullopt;
+    return tarvex::Shielded(std::optional<CString>(), [&] {
+        return std::optional(tarvex::ReducedMail(mail, textonly, cutwhite, htmltotext, compress_words));
     });
 }

@@ -25,6 +25,10 @@ namespace {
 constexpr std::size_t kMaxNotFetchedTold = 10'000;
 constexpr std::size_t kMaxReplyToldBytes = 1'000;
 
+// From the listing: room is made at once for a message that is said to be so large, but never for more than is fetched.
+constexpr std::int64_t kLargeBytes = std::int64_t{1} << 20;
+constexpr std::int64_t kMostBytes = std::int64_t{256} << 20;
+
 class Retrieval {
 public:
     explicit Retrieval(CPopProfile& profile)
@@ -160,7 +164,7 @@ private:
             }
             std::unique_ptr<CReceiveMail> mail = Mail(wanted.front());
             const CString number(wanted.front().number);
-            const bool room = Retrieve(number, mail->text);
+            const bool room = Retrieve(number, wanted.front().size_bytes, mail->text);
             Log("RETR " + number);
             if (!IsNegative(mail->text)) {
                 Log(mail->uidl + " received");
@@ -214,11 +218,20 @@ private:
         for (const CMailOnServer& listed : rest) TellNotFetched(listed.uidl, failure_class, {{}, {}});
     }
 
+    // For the dots and line ends that servers do not count, and for the status line.
+    static std::size_t RoomFor(std::int64_t size_bytes) {
+        const std::int64_t bytes = std::min(size_bytes, kMostBytes);
+        return static_cast<std::size_t>(bytes + bytes / 50);
+    }
+
     // False when there is no memory for the message. It and the later ones wait for another run: a mailbox that is
     // larger than the memory is forwarded piece by piece.
-    bool Retrieve(const CString& number, CString& text) {
+    bool Retrieve(const CString& number, std::int64_t size_bytes, CString& text) {
         try {
+            // A text that grows needs twice its memory at times. What a size was wrong about is given back.
+            if (size_bytes >= kLargeBytes) Shielded([&] { text.reserve(RoomFor(size_bytes)); });
             Socket().SendRetr(number, &text);
+            if (size_bytes >= kLargeBytes && text.size() < text.capacity() / 2) text.shrink_to_fit();
             return true;
         } catch (const std::bad_alloc&) {
             CString().swap(text);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -111,9 +112,9 @@ private:
         if (profile_.setting.replaceto != 0) profile_.ReplaceTo(&mail, recipient);
         if (to.textonly < 0) return SendText(mail.text, DataForm::Fetched);
 
-        CString copy = mail.text;
-        const int reduced = profile_.CutAsTextmail(&copy, to.textonly, to.cutwhite, to.htmltotext, to.compress_words);
-        return SendText(copy, reduced ? DataForm::NotStuffed : DataForm::Fetched);
+        const std::optional<CString> text_mail =
+            profile_.TextMailOf(mail.text, to.textonly, to.cutwhite, to.htmltotext, to.compress_words);
+        return text_mail ? SendText(*text_mail, DataForm::NotStuffed) : SendText(mail.text, DataForm::Fetched);
     }
 
     bool SendSender() {

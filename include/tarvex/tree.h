@@ -28,6 +28,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "tarvex/guard.h"
@@ -168,6 +169,10 @@ public:
     // takes an HTML message. Returns 0, with the text unchanged, for a null pointer and for a text without a blank
     // line, else 1.
     int CutAsTextmail(CString* mail, int textonly, int cutwhite, int htmltotext, CString compress_words);
+
+    // The same of a message that stays as it is; nothing where CutAsTextmail returns 0.
+    std::optional<CString> TextMailOf(const CString& mail, int textonly, int cutwhite, int htmltotext,
+                                      const CString& compress_words) const;
 
     // The readable text of a message or MIME part in Shift-JIS: its first text part, in document order and depth first,
     // that holds anything but white space; empty when there is none. `offset` has no effect; `htmltotext` non-zero

@@ -69,6 +69,12 @@ private:
     std::size_t waiting_bytes_ = 0;
 };
 
+// Whether nothing has to be done for a text that stands in its place already, of which so many bytes at the beginning
+// stay as they are. A mail may be ASCII alone and very large.
+bool IsDone(const std::string* source, const std::string* target, std::size_t unchanged_bytes) {
+    return source == target && unchanged_bytes >= source->size();
+}
+
 // ---- rows and cells
 
 constexpr bool IsCellByte(Byte byte) { return byte >= 0x21 && byte <= 0x7E; }
@@ -403,6 +409,7 @@ inline std::size_t WriteJapanese(JisWriter& writer, std::string_view text) {
 
 void JisToSJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
+    if (IsDone(source, target, text.find(kEscape))) return;
     Output out(text.size());
     JisSet set = JisSet::Ascii;
     while (!text.empty()) {
@@ -439,6 +446,7 @@ void EucToSJis(const std::string* source, std::string* target) {
         return index < text.size() && At(text, index) >= 0xA1 && At(text, index) <= 0xFE;
     };
     std::string_view text = *source;
+    if (IsDone(source, target, AsciiBytes(text))) return;
     Output out(text.size());
     while (!text.empty()) {
         const std::size_t ascii = AsciiBytes(text);
@@ -521,6 +529,7 @@ void SJisToUtf8(const std::string* source, std::string* target) {
 
 void Utf8ToSJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
+    if (IsDone(source, target, AsciiBytes(text))) return;
     Output out(text.size());
     const UnicodeTable& table = UnicodeTable::Get();
     while (!text.empty()) {
@@ -542,6 +551,7 @@ void Utf8ToSJis(const std::string* source, std::string* target) {
 
 int SJisToJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
+    if (IsDone(source, target, PlainBytes(text))) return 0;
     JisWriter writer(text.size());
     while (!text.empty()) {
         if (const std::size_t plain = PlainBytes(text)) {

@@ -123,7 +123,7 @@ void CPopSocket::FetchListing(std::string_view command, std::string* reply) {
 }
 
 void CPopSocket::SendRetr(const std::string& number, std::string* text) {
-    *text = Exchange("RETR ", number, AnswerForm::ManyLines);
+    text->assign(std::string_view(Exchange("RETR ", number, AnswerForm::ManyLines)));  // it keeps its memory
     if (IsNegative(*text)) return;
     switch (CollectLines(kMaxMessageBytes, OnTooLong::Skip, text)) {
         case Collected::Whole:
