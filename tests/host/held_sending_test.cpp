@@ -248,7 +248,7 @@ TEST_F(HeldSending, OnlyWhatHasItsTimeIsDue) {
 
 TEST_F(HeldSending, AClockThatIsSetBackPutsNothingOff) {
     Hold("one", {0, 1}, CRunStage::RcptTo);
-    for (const CTime back : {CTime{5} * 3600, CTime{10} * 365 * 86400}) {
+    for (const CTime back : {CTime{3600}, CTime{5} * 3600, CTime{10} * 365 * 86400}) {
         EXPECT_THAT(Due(kNow - back), ElementsAre("1 forwardto0", "1 forwardto1")) << back;
     }
     Answer({{"MAIL", "close"}});  // a try that fails as well puts it off by the new clock

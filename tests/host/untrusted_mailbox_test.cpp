@@ -199,13 +199,14 @@ TEST_F(UntrustedMailbox, TheAnswerHoldsUntilARunHasDelivered) {
     house.Run();
     ASSERT_TRUE(house.Memory().IsWaiting());
     house.Memory().Answer(host::WaitAnswer::Send, house.now);
+    house.pop.SetFault([](const std::string& said) { return said.starts_with("RETR") ? "close" : ""; });
+    house.Run();
+    EXPECT_TRUE(house.Memory().GivenAnswer());
+    house.pop.SetFault({});
     house.smtp.SetFault([](const std::string& said) { return said.starts_with("MAIL") ? "421 later" : ""; });
     house.Run();
-    house.pop.SetFault([](const std::string& said) { return said.starts_with("RETR") ? "close" : ""; });
-    house.smtp.SetFault({});
-    house.Run();
-    house.pop.SetFault({});
     EXPECT_TRUE(house.Memory().GivenAnswer());
+    house.smtp.SetFault({});
     house.Run();
     EXPECT_THAT(house.Arrived(), SizeIs(51));
     EXPECT_FALSE(house.Memory().GivenAnswer());
