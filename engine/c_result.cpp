@@ -79,7 +79,8 @@ CResultForC::CResultForC(const CString& root, const CString& profile, CRunResult
              .not_fetched = not_fetched_.data(),
              .messages_put_off = result_.messages_put_off,
              .copies_set_aside = result_.copies_set_aside,
-             .messages_kept = result_.messages_kept};
+             .messages_kept = result_.messages_kept,
+             .interrupted = result_.interrupted ? 1 : 0};
 }
 
 void CResultForC::TellAddresses(const CString& root) {

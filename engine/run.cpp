@@ -31,6 +31,7 @@
 #include "platform/os/clock.h"
 #include "platform/os/files.h"
 #include "platform/os/shield.h"
+#include "platform/os/threads.h"
 #include "tarvex/tree.h"
 
 namespace tarvex {
@@ -90,6 +91,7 @@ public:
         Guarded([this] { Log("---- End Operation at " + FormatLongTime(CurrentTime())); });
         SaveProfile();
         result_.ending = ending_;
+        result_.interrupted = ThreadInterrupted();
     }
 
 private:

@@ -135,7 +135,7 @@ bool PopConversation::List(CString& reply, std::vector<CMailOnServer>& listing) 
     return true;
 }
 
-void PopConversation::AddSizes(std::vector<CMailOnServer>& listing) {
+bool PopConversation::AddSizes(std::vector<CMailOnServer>& listing) {
     CString reply;
     socket_.SendList(&reply);
     std::unordered_map<std::string_view, std::int64_t, CUidlHash> sizes;
@@ -144,6 +144,7 @@ void PopConversation::AddSizes(std::vector<CMailOnServer>& listing) {
     for (CMailOnServer& mail : listing) {
         if (const auto size = sizes.find(mail.number); size != sizes.end()) mail.size_bytes = size->second;
     }
+    return !socket_.LastFailure();
 }
 
 void PopConversation::Quit() {

@@ -38,8 +38,9 @@ public:
     // UIDL, or LIST where the server refuses UIDL. The listing consists of views of the reply.
     bool List(CString& reply, std::vector<CMailOnServer>& listing);
 
-    // Adds the sizes to a listing by UIDL. A server that refuses LIST is none the worse.
-    void AddSizes(std::vector<CMailOnServer>& listing);
+    // Adds the sizes to a listing by UIDL. A server that refuses LIST is none the worse; false when it was lost over
+    // it.
+    bool AddSizes(std::vector<CMailOnServer>& listing);
 
     void Quit();
 

@@ -50,7 +50,7 @@ public:
         if (!conversation_.List(reply, listing)) return Refused(CRunStage::List);
         result_.messages_listed = static_cast<int>(listing.size());
         if (!guard_.Listed(profile_, listing)) return KeepBack();
-        AskForSizes(listing, handled);
+        if (!AskForSizes(listing, handled)) return false;
         if (!SortOut(listing, handled, present)) return false;
         observer_.messages_to_fetch = static_cast<int>(listing.size());
         PutInOrder(listing);
@@ -96,16 +96,21 @@ private:
         Fill(told.back().reason, refusal.failure.reason);
     }
 
-    // Most runs find nothing to delete or to fetch, and the mailbox may be large.
-    void AskForSizes(std::vector<CMailOnServer>& listing, const CCheckedMail& handled) {
-        if (!guard_.WantsSizes(profile_) || conversation_.ListedBy() != ListingKind::Uidl) return;
+    // Most runs find nothing to delete or to fetch, and the mailbox may be large. False when the server was lost over
+    // it.
+    bool AskForSizes(std::vector<CMailOnServer>& listing, const CCheckedMail& handled) {
+        if (!guard_.WantsSizes(profile_) || conversation_.ListedBy() != ListingKind::Uidl) return true;
         CString uidl;
         const bool all_stay = std::ranges::all_of(listing, [&](const CMailOnServer& mail) {
             uidl = mail.uidl;
             return guard_.IsHandled(profile_, mail, handled.Contains(uidl)) &&
                    (setting_.deletemail == 0 || !guard_.Deletes(profile_, mail));
         });
-        if (!all_stay) conversation_.AddSizes(listing);
+        if (all_stay || conversation_.AddSizes(listing)) return true;
+        const Failure why = Socket().LastFailure();
+        Tell(CRunStage::List, {}, {why, {}});
+        Log("LIST");
+        return conversation_.CloseWith(conversation_.TimedOut() ? kPopTimeOutText : why.reason.c_str());
     }
 
     // Leaves handled messages out of the listing and deletes them on the server when the profile says so. An id is in

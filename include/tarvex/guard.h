@@ -74,7 +74,7 @@ public:
 
     // Whether the sizes are wanted: then LIST is sent after UIDL, when there is something to delete or to fetch. To
     // know that, the next two questions are asked of each message, up to the first such one, and all over again with
-    // the sizes.
+    // the sizes. A server that is lost over LIST ends the run, with CRunStage::List.
     virtual bool WantsSizes(const CPopProfile& profile);
 
     // Whether the message needs no fetching. `received`: whether the ids of all who take part say so.

@@ -112,4 +112,6 @@ struct TARVEX_API CRunResult {
     CSaved lists = CSaved::NotTried;  // uidl.def of every address, summed up
     CSaved log = CSaved::NotTried;
     CSaved settings = CSaved::NotTried;
+
+    bool interrupted = false;  // told to end early: what failed then says nothing about the servers
 };

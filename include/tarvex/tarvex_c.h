@@ -157,6 +157,7 @@ typedef struct tarvex_result {
     int messages_put_off; /* left for a later run by the guard */
     int copies_set_aside; /* refused by the server, and taken over by the guard */
     int messages_kept;    /* of those fetched: the guard still had them, so they were not fetched again */
+    int interrupted;      /* told to end early: what failed then says nothing about the servers */
 } tarvex_result;
 /* NOLINTEND(modernize-use-using) */
 

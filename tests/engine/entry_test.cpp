@@ -255,7 +255,10 @@ TEST(InterruptRuns, EndsEveryRunAndLeavesTheResults) {
     InterruptRuns(tree.root);
     ASSERT_EQ(tree.root.WaitThread(kLongEnough_ms), 1);
     ASSERT_EQ(tree.root.running_copies.size(), 2U);
-    for (const auto& copy : tree.root.running_copies) EXPECT_EQ(copy->result.ending, CRunEnding::MailboxFailed);
+    for (const auto& copy : tree.root.running_copies) {
+        EXPECT_EQ(copy->result.ending, CRunEnding::MailboxFailed);
+        EXPECT_TRUE(copy->result.interrupted);
+    }
     EXPECT_EQ(EndedRuns(first) + EndedRuns(second), 2) << "their state is saved";
     InterruptRuns(tree.root);  // nothing runs any more
 }

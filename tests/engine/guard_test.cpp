@@ -272,6 +272,17 @@ TEST_F(Guard, DoesNotAskForSizesWhereNothingIsNew) {
     EXPECT_EQ(Ending(), CRunEnding::NothingNew);
 }
 
+TEST_F(Guard, IsNotBlamedOnAMessageWhenTheServerDoesNotTellTheSizes) {
+    lists = {{}};
+    timeout = kStallTimeOut_s;
+    guard.wants_sizes = true;
+    RunBetween(Mailbox({"m"}, "C: LIST\nC: (closed)\n"));
+    EXPECT_EQ(Ending(), CRunEnding::MailboxFailed);
+    EXPECT_EQ(copy.result.mailbox.stage, CRunStage::List);
+    EXPECT_EQ(copy.result.mailbox.failure_class, CFailureClass::TimeOut);
+    EXPECT_THAT(copy.result.not_fetched, IsEmpty());
+}
+
 TEST_F(Guard, MayHaveDeliveredWhatCameBeforeAStall) {
     lists = {{}};
     timeout = kStallTimeOut_s;
