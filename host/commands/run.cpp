@@ -152,7 +152,7 @@ private:
         CTime next_look = 0;
         if (CaughtSignal() != 0 || !IsSwitchedOn(user, profile) || !WhyUnreadable(profile).empty()) return;
         const std::vector<HeldChoice> due = DueHeldOf(root_, profile, now, next_look);
-        if (due.empty()) return;
+        if (due.empty() || !rules_.MayTryHeld(profile)) return;
         CPopProfile copy;
         copy = profile;
         Reply reply;

@@ -87,6 +87,7 @@ constexpr std::array kTold = {
     MatterWords{Matter::Login, "login_failing", "its logins fail"},
     MatterWords{Matter::Left, "left_on_server",
                 "reports or mail of loops stay on the server, there is no room in held/"},
+    MatterWords{Matter::SmtpLogin, "smtp_login_failing", "its logins at the SMTP server fail"},
 };
 
 void AddRemembered(const CRootPath& root, const std::string& directory, const std::vector<NamedProfile>& profiles,

@@ -23,8 +23,10 @@
 #include <utility>
 
 #include "host/rules/held.h"
+#include "host/rules/refusal_words.h"
 #include "host/rules/refusals_in_a_row.h"
 #include "host/tree/tree_rules.h"
+#include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
@@ -157,6 +159,7 @@ private:
             return result.why.empty();
         }
         Deliver(std::move(text), address, result);
+        if (memory_) RememberLogin(result);
         if (result.outcome == HeldOutcome::Refused) return RecordRefusal(record, waiting, address, result);
         if (result.outcome != HeldOutcome::Taken) return false;
         refusals_.MessageWasTaken();
@@ -209,6 +212,17 @@ private:
         memory_->RecordSent({&address, 1}, digest, options_.now);
         memory_->Unpark(address);
         memory_->Unblock();
+        memory_->EndRow();
+    }
+
+    void RememberLogin(const HeldResult& result) {
+        const CRunFailure& why = result.failure;
+        if (result.outcome != HeldOutcome::Failed) {
+            memory_->RecordLogin(MailServer::Smtp);
+        } else if (why.stage == CRunStage::Login && why.failure_class == CFailureClass::Permanent) {
+            const CTime interval_s = IntervalSeconds(copy_.setting.timer);
+            memory_->RecordFailedLogin(MailServer::Smtp, why.reply, interval_s, options_.now);
+        }
     }
 
     // The address waits for the message no more.
@@ -221,9 +235,10 @@ private:
     // False when nothing more can be tried.
     bool RecordRefusal(HeldRecord& record, HeldAddress& waiting, const CForwardAddress& address, HeldResult& result) {
         const CRunFailure& failure = result.failure;
-        const bool is_third = refusals_.Add(record.digest, failure.reply);
-        if (is_third && memory_) memory_->Block(failure.reply, options_.now);
-        if (is_third || (memory_ && memory_->IsBlocked(failure.reply))) {
+        const std::string words = StableWords(failure.reply);
+        const bool is_third = refusals_.Add(record.digest, words);
+        if (is_third && memory_) memory_->Block(words, options_.now);
+        if (is_third || (memory_ && memory_->IsBlocked(words))) {
             result.outcome = HeldOutcome::Blocked;
             return !is_third;
         }

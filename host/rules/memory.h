@@ -11,6 +11,7 @@
 // Nothing here throws but std::bad_alloc. Moments are given by the caller.
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -29,6 +30,8 @@ namespace tarvex::host {
 // A copy is remembered for so long after it was sent or its message was last seen in the mailbox.
 inline constexpr CTime kCopiesKept = CTime{400} * 86400;
 
+inline constexpr std::size_t kMostWordsBytes = 300;  // of a Note
+
 // What a note is about. The numbers are stored: new ones go to the end.
 enum class Matter {
     Refused,     // a copy that is refused for the time being; the subject is made of address and digest
@@ -37,13 +40,16 @@ enum class Matter {
     Bouncing,    // an address that delivery reports come for
     NotFetched,  // the id of a message that cannot be fetched
     NotDeleted,  // the id of a message that the server does not delete
-    Login,       // the profile, whose logins fail in a row
+    Login,       // the profile, whose logins to the POP3 server fail in a row
     Smtp,        // the profile, whose last run failed at SMTP
     Waiting,     // the profile, which waits for a person's answer
     Answer,      // the answer, until a run has acted on it; `count` is a WaitAnswer
     Refreshed,   // the profile: when Seen was recorded last
     Left,        // the profile: reports and loops stay on its server (left_mail.h)
     Rotation,    // of messages without ids of their own (rotation.h)
+    SmtpLogin,   // the profile, whose logins to the SMTP server fail in a row
+    InARow,      // words of the messages that were refused in a row; `count` of them, the last one's digest as words
+    Sizes,       // the profile, whose server was lost when it was asked for sizes
 };
 
 // An address counts as bouncing for so long after the last report.
@@ -58,6 +64,8 @@ struct Note {
 
     bool operator==(const Note&) const = default;
 };
+
+enum class MailServer { Pop3, Smtp };
 
 enum class WaitAnswer { Send = 1, Skip };
 
@@ -101,7 +109,13 @@ public:
 
     int CountRefusal(std::string_view address, const MailDigest& digest, std::string_view reply, CTime now);
 
-    // ---- words of a server that refused three messages in a row, until one message has gone through
+    // ---- messages that were refused in a row with the same words: how many there are, with this one
+
+    int CountInARow(std::string_view words, const MailDigest& digest, CTime now);
+    CString WordsInARow();
+    void EndRow();
+
+    // ---- words of a server for which nothing is set aside until one message has gone through
 
     void Block(std::string_view words, CTime now);
     bool IsBlocked(std::string_view words);
@@ -134,11 +148,16 @@ public:
     // ---- logins and SMTP
 
     // The next may be tried after 2, 4, 8 ... intervals, each at least a minute, up to 4 hours.
-    void RecordFailedLogin(std::string_view words, CTime interval_s, CTime now);
-    void RecordLogin();
-    bool MayLogIn(CTime now);
+    void RecordFailedLogin(MailServer server, std::string_view words, CTime interval_s, CTime now);
+    void RecordLogin(MailServer server);
+    bool MayLogIn(MailServer server, CTime now);
     void RecordSmtp(bool worked, std::string_view words, CTime now);
     bool HasSmtpFailed();
+
+    // ---- sizes that a listing is asked for: not for a day after the server was lost over them
+
+    void RecordSizes(bool told, std::string_view words, CTime now);
+    bool MayAskForSizes(CTime now);
 
     // ---- waiting for a person
 

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::ptrdiff_t kMostNotes = 1000;  // of one matter and profile
 constexpr std::size_t kMostSubjectBytes = 1000;
-constexpr std::size_t kMostWordsBytes = 300;
 
 constexpr CTime kMinute = 60;
 constexpr CTime kHour = 60 * kMinute;
@@ -32,6 +31,8 @@ Note ReadNote(const Statement& row, int first_column) {
 
 // A note of the future shows that the clock was set back. How long it waits by the new clock is not known: it is over.
 bool IsOver(const Note& note, CTime now) { return now >= note.next || now < note.last; }
+
+Matter LoginMatter(MailServer server) { return server == MailServer::Pop3 ? Matter::Login : Matter::SmtpLogin; }
 
 // One of the profile's notes, locked for as long as this lives.
 class NoteAccess {
@@ -135,6 +136,20 @@ int ProfileMemory::CountRefusal(std::string_view address, const MailDigest& dige
     return static_cast<int>(note.Count(reply, 0, now));
 }
 
+int ProfileMemory::CountInARow(std::string_view words, const MailDigest& digest, CTime now) {
+    if (WordsInARow() != words) EndRow();
+    NoteAccess note(*state_, *profile_, Matter::InARow, CString(words));
+    const bool counted = note.Find() && note.Find()->words == digest.Hex();
+    return static_cast<int>(counted ? note.CountSoFar() : note.Count(digest.Hex(), 0, now));
+}
+
+CString ProfileMemory::WordsInARow() {
+    const std::map<CString, Note> row = Notes(Matter::InARow);
+    return row.empty() ? CString() : row.begin()->first;
+}
+
+void ProfileMemory::EndRow() { NoteAccess(*state_, *profile_, Matter::InARow, WordsInARow()).Drop(); }
+
 void ProfileMemory::Block(std::string_view words, CTime now) {
     NoteAccess(*state_, *profile_, Matter::Blocked, CString(words)).Count({}, 0, now);
 }
@@ -213,17 +228,19 @@ bool ProfileMemory::MayDelete(const CString& uidl, CTime now) {
     return NoteAccess(*state_, *profile_, Matter::NotDeleted, uidl).MayTry(now);
 }
 
-void ProfileMemory::RecordFailedLogin(std::string_view words, CTime interval_s, CTime now) {
+void ProfileMemory::RecordFailedLogin(MailServer server, std::string_view words, CTime interval_s, CTime now) {
     constexpr CTime kLongestPause = 4 * kHour;
-    NoteAccess note(*state_, *profile_, Matter::Login, {});
+    NoteAccess note(*state_, *profile_, LoginMatter(server), {});
     CTime pause = std::min(std::max(interval_s, kMinute), kLongestPause);
     for (std::int64_t i = 0; i <= note.CountSoFar() && pause < kLongestPause; ++i) pause *= 2;
     note.Count(words, std::min(pause, kLongestPause), now);
 }
 
-void ProfileMemory::RecordLogin() { NoteAccess(*state_, *profile_, Matter::Login, {}).Drop(); }
+void ProfileMemory::RecordLogin(MailServer server) { NoteAccess(*state_, *profile_, LoginMatter(server), {}).Drop(); }
 
-bool ProfileMemory::MayLogIn(CTime now) { return NoteAccess(*state_, *profile_, Matter::Login, {}).MayTry(now); }
+bool ProfileMemory::MayLogIn(MailServer server, CTime now) {
+    return NoteAccess(*state_, *profile_, LoginMatter(server), {}).MayTry(now);
+}
 
 void ProfileMemory::RecordSmtp(bool worked, std::string_view words, CTime now) {
     NoteAccess note(*state_, *profile_, Matter::Smtp, {});
@@ -235,6 +252,17 @@ void ProfileMemory::RecordSmtp(bool worked, std::string_view words, CTime now) {
 }
 
 bool ProfileMemory::HasSmtpFailed() { return NoteAccess(*state_, *profile_, Matter::Smtp, {}).Find() != nullptr; }
+
+void ProfileMemory::RecordSizes(bool told, std::string_view words, CTime now) {
+    NoteAccess note(*state_, *profile_, Matter::Sizes, {});
+    if (told) {
+        note.Drop();
+    } else {
+        note.Count(words, kDay, now);
+    }
+}
+
+bool ProfileMemory::MayAskForSizes(CTime now) { return NoteAccess(*state_, *profile_, Matter::Sizes, {}).MayTry(now); }
 
 void ProfileMemory::Wait(std::string_view why, CTime now) {
     NoteAccess(*state_, *profile_, Matter::Waiting, {}).Count(why, 0, now);

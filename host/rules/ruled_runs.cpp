@@ -57,8 +57,14 @@ std::string RuledRuns::WhyNotNow(const CPopProfile& profile, bool asked) {
         const std::string why = notes.empty() ? std::string() : ShowText(notes.begin()->second.words);
         return "waits for `tarvex accept`: " + why;
     }
-    if (rules->backoff && !asked && !memory.MayLogIn(std::time(nullptr))) return "waits, because its logins failed";
+    const CTime now = std::time(nullptr);
+    const bool may_log_in = memory.MayLogIn(MailServer::Pop3, now) && memory.MayLogIn(MailServer::Smtp, now);
+    if (rules->backoff && !asked && !may_log_in) return "waits, because its logins failed";
     return {};
+}
+
+bool RuledRuns::MayTryHeld(const CPopProfile& profile) {
+    return memory_.Of(profile.path).MayLogIn(MailServer::Smtp, std::time(nullptr));
 }
 
 bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) {
@@ -90,7 +96,9 @@ void RuledRuns::EndLongRuns(CRootPath& root) {
     kept_mails_.DropUseless(root, std::time(nullptr));
     for (const auto& copy : root.running_copies) {
         const auto run = runs_.find(copy->path);
-        if (run != runs_.end() && SteadyClock::now() >= run->second.ends) InterruptRun(*copy);
+        if (run == runs_.end() || SteadyClock::now() < run->second.ends) continue;
+        run->second.rules->EndsForTime();
+        InterruptRun(*copy);
     }
 }
 

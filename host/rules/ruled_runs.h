@@ -31,6 +31,9 @@ public:
     // does not keep a person from it (`asked`).
     std::string WhyNotNow(const CPopProfile& profile, bool asked);
 
+    // Whether held mail may be tried by itself: not while logins to the SMTP server wait.
+    bool MayTryHeld(const CPopProfile& profile);
+
     // Whether there is room for one more run with these servers, and for the message that the profile's last run has
     // left for want of memory.
     bool HasRoomFor(const CRootPath& root, const CPopProfile& profile);

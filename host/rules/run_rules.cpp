@@ -78,6 +78,7 @@ RunRules::RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemor
       interval_s_(IntervalSeconds(profile.setting.timer)),
       memory_(memory),
       profile_memory_(memory.Of(profile.path)),
+      servers_fault_(profile_memory_),
       budget_(budget),
       kept_mails_(kept_mails),
       user_(profile.path),
@@ -93,7 +94,9 @@ RunRules::~RunRules() { budget_.Leave(user_); }
 // While SMTP is down nothing is fetched for nothing.
 bool RunRules::Begins(const CPopProfile& profile) {
     if (rules_.floodguard && profile_memory_.IsWaiting()) return false;
-    if (rules_.backoff && profile_memory_.HasSmtpFailed()) kept_back_ = WhyNoSmtp(profile.setting);
+    if (!rules_.backoff || !profile_memory_.HasSmtpFailed()) return true;
+    kept_back_ = WhyNoSmtp(profile.setting);
+    if (!kept_back_) profile_memory_.RecordLogin(MailServer::Smtp);
     return !kept_back_;
 }
 
@@ -115,6 +118,7 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
     for (const auto& address : profile.forward_addresses) addresses.push_back(address->setting.address);
     profile_memory_.KeepNotesOf(addresses, Now());
     not_fetched_before_ = profile_memory_.Notes(Matter::NotFetched);
+    servers_fault_.Load();
     if (const auto records = store_.List()) {
         for (const HeldRecord& record : *records) {
             if (record.damage.empty()) NoteHeld(profile, record);
@@ -187,12 +191,15 @@ bool RunRules::GoesOnAfter(const CPopProfile& /*profile*/, const CRunFailure& re
 
 // ---- while the rest is fetched
 
-bool RunRules::WantsSizes(const CPopProfile& /*profile*/) { return true; }
+bool RunRules::WantsSizes(const CPopProfile& /*profile*/) {
+    asked_for_sizes_ = profile_memory_.MayAskForSizes(Now());
+    return asked_for_sizes_;
+}
 
 bool RunRules::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& mail) {
     if (rules_.sentonce && !HasOwnId(mail)) return rotation_.IsOld(NumberOf(mail));
     const bool failed = rules_.retrylast && not_fetched_before_.contains(CString(mail.uidl));
-    return failed || left_.Knows(mail.uidl);
+    return failed || left_.Knows(mail.uidl) || servers_fault_.ComesLast(CString(mail.uidl));
 }
 
 // What another profile has in memory, and may never need, goes first.
@@ -340,22 +347,14 @@ CRefusal RunRules::Refused(const CPopProfile& profile, const CReceiveMail& mail,
     if (!rules_.setaside) return CRefusal::EndDelivery;
     const CString& to = address.setting.address;
     const Fetched& fetched = Of(profile, mail);
-    if (refusal.failure_class == CFailureClass::Transient &&
-        profile_memory_.CountRefusal(to, fetched.digest, refusal.reply, Now()) < kSetAsideAfter) {
-        return CRefusal::EndDelivery;
-    }
-    if (IsServersFault(fetched, refusal.reply)) return CRefusal::EndDelivery;
+    const bool for_now = refusal.failure_class == CFailureClass::Transient;
+    const bool again =
+        !for_now || profile_memory_.CountRefusal(to, fetched.digest, refusal.reply, Now()) >= kSetAsideAfter;
+    if (servers_fault_.IsIn(profile, address, fetched.digest, refusal, Now()) || !again) return CRefusal::EndDelivery;
     HeldAddress waiting = RefusedNow(profile, address, refusal.stage, refusal.failure_class, refusal.reply, Now());
     if (!Hold(mail, fetched, HeldKind::Refused, std::move(waiting))) return CRefusal::EndDelivery;
     if (refusal.stage == CRunStage::RcptTo) profile_memory_.Park(to, refusal.reply, Now());
     return CRefusal::HostHasIt;
-}
-
-bool RunRules::IsServersFault(const Fetched& fetched, const CString& words) {
-    if (profile_memory_.IsBlocked(words)) return true;
-    if (!refusals_.Add(fetched.digest.Hex(), words)) return false;
-    profile_memory_.Block(words, Now());
-    return true;
 }
 
 void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
@@ -364,8 +363,7 @@ void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
     for (const CForwardAddress* address : addresses) to.push_back(address->setting.address);
     profile_memory_.RecordSent(to, Of(profile, mail).digest, Now());
     NoteNewId(profile, Of(profile, mail));
-    refusals_.MessageWasTaken();
-    profile_memory_.Unblock();
+    servers_fault_.Taken(profile, Now());
     for (const CForwardAddress* address : addresses) {
         if (profile_memory_.IsParked(address->setting.address)) {
             profile_memory_.Unpark(address->setting.address);
@@ -439,10 +437,10 @@ NextRun RunRules::Finish(CRunResult& result) {
         result.ending = CRunEnding::DeliveryFailed;
         result.delivery = *kept_back_;
     }
-    RememberLogin(result);
+    RememberLogins(result);
     RememberRetrievals(result);
     if (result.ending == CRunEnding::Delivered) profile_memory_.RecordSmtp(true, {}, Now());
-    if (result.ending == CRunEnding::DeliveryFailed) {
+    if (result.ending == CRunEnding::DeliveryFailed && !result.interrupted) {
         const CRunFailure& why = result.delivery;
         profile_memory_.RecordSmtp(false, why.reply.empty() ? why.reason : why.reply, Now());
     }
@@ -464,18 +462,35 @@ void RunRules::TellNotRemembered(CRunResult& result) const {
                             "would go out in every run";
 }
 
-void RunRules::RememberLogin(const CRunResult& result) {
-    const CRunFailure& why = result.mailbox;
+void RunRules::RememberLogins(const CRunResult& result) {
+    RememberLogin(MailServer::Pop3, result.mailbox,
+                  result.messages_listed > 0 || result.ending == CRunEnding::NothingNew);
+    RememberLogin(MailServer::Smtp, result.delivery, result.ending == CRunEnding::Delivered);
+}
+
+void RunRules::RememberLogin(MailServer server, const CRunFailure& why, bool logged_in) {
     if (why.stage == CRunStage::Login && why.failure_class == CFailureClass::Permanent) {
-        profile_memory_.RecordFailedLogin(why.reply, interval_s_, Now());
-    } else if (why.stage > CRunStage::Login || result.messages_listed > 0 || result.ending == CRunEnding::NothingNew) {
-        profile_memory_.RecordLogin();
+        profile_memory_.RecordFailedLogin(server, why.reply, interval_s_, Now());
+    } else if (why.stage > CRunStage::Login || logged_in) {
+        profile_memory_.RecordLogin(server);
+    }
+}
+
+void RunRules::RememberRetrievals(const CRunResult& result) {
+    if (asked_for_sizes_ && !result.interrupted) {
+        const bool told = result.mailbox.stage != CRunStage::List;
+        profile_memory_.RecordSizes(told, result.mailbox.reason, Now());
+    }
+    if (!rules_.retrylast) return;
+    // That a run was told to end is no fault of the message that it was fetching, unless that one took all its time.
+    if (!result.interrupted || (time_is_over_ && result.messages_fetched == 0)) CountNotFetched(result);
+    for (const auto& [mail, fetched] : fetched_) {
+        if (not_fetched_before_.contains(fetched.uidl)) profile_memory_.RecordFetched(fetched.uidl);
     }
 }
 
 // When the line was lost at one message, those behind it were not even asked for.
-void RunRules::RememberRetrievals(const CRunResult& result) {
-    if (!rules_.retrylast) return;
+void RunRules::CountNotFetched(const CRunResult& result) {
     for (const CNotFetchedMail& mail : result.not_fetched) {
         if (mail.reply.empty() && mail.reason.empty()) break;
         // Without an id it could not be told from the others.
@@ -483,9 +498,6 @@ void RunRules::RememberRetrievals(const CRunResult& result) {
             profile_memory_.CountNotFetched(mail.uidl, mail.reply.empty() ? mail.reason : mail.reply, Now());
         not_fetched_before_.erase(mail.uidl);
         if (mail.reply.empty()) break;
-    }
-    for (const auto& [mail, fetched] : fetched_) {
-        if (not_fetched_before_.contains(fetched.uidl)) profile_memory_.RecordFetched(fetched.uidl);
     }
 }
 

@@ -20,8 +20,8 @@
 #include "host/rules/kept_mail.h"
 #include "host/rules/left_mail.h"
 #include "host/rules/memory.h"
-#include "host/rules/refusals_in_a_row.h"
 #include "host/rules/rotation.h"
+#include "host/rules/servers_fault.h"
 #include "host/tree/host_setting.h"
 #include "tarvex/tarvex.h"
 
@@ -46,6 +46,9 @@ public:
 
     // Copies that were not sent, because their addresses had them although their lists of ids did not say so.
     int CopiesHadAlready() const { return had_already_; }
+
+    // The run is interrupted because it has taken too long. To be called on the thread that calls Finish, before.
+    void EndsForTime() { time_is_over_ = true; }
 
     bool Begins(const CPopProfile& profile) override;
     bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) override;
@@ -101,15 +104,17 @@ private:
     bool Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting);
     bool HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
                      const CForwardAddress& address);
-    bool IsServersFault(const Fetched& fetched, const CString& words);
-    void RememberLogin(const CRunResult& result);
+    void RememberLogins(const CRunResult& result);
+    void RememberLogin(MailServer server, const CRunFailure& why, bool logged_in);
     void RememberRetrievals(const CRunResult& result);
+    void CountNotFetched(const CRunResult& result);
     NextRun WhenNext(const CRunResult& result) const;
 
     const HostRules rules_;
     const CTime interval_s_;
     RuleMemory& memory_;
     ProfileMemory profile_memory_;
+    ServersFault servers_fault_;
     ByteBudget& budget_;
     KeptMails& kept_mails_;
     const CString user_;  // of the budget
@@ -128,10 +133,11 @@ private:
     std::unordered_map<const CReceiveMail*, Fetched> fetched_;
     KeptMail kept_;  // of an earlier run
     bool over_budget_ = false;
+    bool asked_for_sizes_ = false;
+    bool time_is_over_ = false;
     bool has_learnt_ = false;  // that an id stands for what an address has
     int had_already_ = 0;
     int refused_deletions_ = 0;
-    RefusalsInARow refusals_;
 };
 
 }  // namespace tarvex::host

@@ -31,6 +31,21 @@ public:
         for (const std::string& id : ids) pop.Add(Mail(id));
     }
 
+    // A run by the rules on a worker thread, and what happens meanwhile.
+    template <class Do>
+    CRunResult RunWhile(Do what) {
+        if (!memory) memory = std::make_unique<host::RuleMemory>(tree.root.path, [](const std::string&) {});
+        host::RunRules run_rules(rules, profile, *memory, budget, kept, [this] { return now; });
+        EXPECT_EQ(StartRun(tree.root, profile, &run_rules), CStartResult::Started);
+        what(run_rules);
+        EXPECT_EQ(tree.root.WaitThread(10'000), 1);
+        CRunResult result = tree.root.running_copies.back()->result;
+        next = run_rules.Finish(result);
+        tree.root.KillThread();
+        now += kInterval;
+        return result;
+    }
+
     CRunResult Run() {
         CPopProfile copy;
         copy = profile;

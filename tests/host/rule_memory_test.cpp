@@ -209,30 +209,30 @@ TEST_F(Memory, DoesNotDeleteForADayWhatTheServerKept) {
 
 TEST_F(Memory, WaitsLongerAfterEachFailedLogin) {
     for (const CTime minutes : {20, 40, 80, 160, 240, 240}) {
-        Profile().RecordFailedLogin("-ERR wrong", 10 * kMinute, kNow);
-        EXPECT_FALSE(Profile().MayLogIn(kNow + minutes * kMinute - 1)) << minutes;
-        EXPECT_TRUE(Profile().MayLogIn(kNow + minutes * kMinute)) << minutes;
+        Profile().RecordFailedLogin(MailServer::Pop3, "-ERR wrong", 10 * kMinute, kNow);
+        EXPECT_FALSE(Profile().MayLogIn(MailServer::Pop3, kNow + minutes * kMinute - 1)) << minutes;
+        EXPECT_TRUE(Profile().MayLogIn(MailServer::Pop3, kNow + minutes * kMinute)) << minutes;
     }
     Restart();
-    EXPECT_FALSE(Profile().MayLogIn(kNow));
-    Profile().RecordLogin();
-    ExpectAlsoLater([&] { return Profile().MayLogIn(kNow); });
-    Profile().RecordFailedLogin("-ERR wrong", 0, kNow);
-    EXPECT_TRUE(Profile().MayLogIn(kNow + 2 * kMinute));
-    EXPECT_FALSE(Profile().MayLogIn(kNow + 2 * kMinute - 1));
-    Profile().RecordFailedLogin("-ERR wrong", 100 * kDay, kNow);
-    EXPECT_TRUE(Profile().MayLogIn(kNow + 4 * kHour));
+    EXPECT_FALSE(Profile().MayLogIn(MailServer::Pop3, kNow));
+    Profile().RecordLogin(MailServer::Pop3);
+    ExpectAlsoLater([&] { return Profile().MayLogIn(MailServer::Pop3, kNow); });
+    Profile().RecordFailedLogin(MailServer::Pop3, "-ERR wrong", 0, kNow);
+    EXPECT_TRUE(Profile().MayLogIn(MailServer::Pop3, kNow + 2 * kMinute));
+    EXPECT_FALSE(Profile().MayLogIn(MailServer::Pop3, kNow + 2 * kMinute - 1));
+    Profile().RecordFailedLogin(MailServer::Pop3, "-ERR wrong", 100 * kDay, kNow);
+    EXPECT_TRUE(Profile().MayLogIn(MailServer::Pop3, kNow + 4 * kHour));
 }
 
 TEST_F(Memory, AClockThatIsSetBackPutsNothingOff) {
     Profile().Park("a@x", "550 no", kNow);
     Profile().RecordNotDeleted("1", "-ERR no", kNow);
-    Profile().RecordFailedLogin("-ERR no", kHour, kNow);
+    Profile().RecordFailedLogin(MailServer::Pop3, "-ERR no", kHour, kNow);
     for (int i = 0; i < 3; ++i) Profile().CountNotFetched("1", "-ERR no", kNow);
     for (const CTime now : {kNow - kMinute, kNow - 10 * 365 * kDay}) {
         ProfileMemory profile = Profile();
-        EXPECT_TRUE(profile.MayAsk("a@x", now) && profile.MayDelete("1", now) && profile.MayLogIn(now) &&
-                    profile.MayFetch("1", now))
+        EXPECT_TRUE(profile.MayAsk("a@x", now) && profile.MayDelete("1", now) &&
+                    profile.MayLogIn(MailServer::Pop3, now) && profile.MayFetch("1", now))
             << now;
     }
     Profile().HasPassed(Passing(1, 1), "1", kNow);

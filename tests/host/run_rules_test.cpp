@@ -372,7 +372,7 @@ TEST_F(Rules, WrongPasswordIsTriedLessAndLessOften) {
     with.profile.setting.poppassword = "wrong";
     int tries = 0;
     for (int i = 0; i < 144; ++i, with.now += kInterval) {
-        if (with.memory && !with.Memory().MayLogIn(with.now)) continue;
+        if (with.memory && !with.Memory().MayLogIn(host::MailServer::Pop3, with.now)) continue;
         with.Run();
         with.now -= kInterval;
         ++tries;

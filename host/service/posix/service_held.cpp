@@ -31,7 +31,7 @@ void Service::StartDueHeld() {
         if (senders_.size() >= kMostSenders || IsBusy(profile.path) || next_held_look_[profile.path] > now) return;
         if (!IsSwitchedOn(user, profile) || wanted_.contains(profile.path) || left_out_.contains(profile.path)) return;
         const std::vector<HeldChoice> due = DueHeldOf(root_, profile, now, next_held_look_[profile.path]);
-        if (due.empty() || !StartSender(profile, due)) return;
+        if (due.empty() || !rules_.MayTryHeld(profile) || !StartSender(profile, due)) return;
         log_.Say(Name(profile.path) + ": trying " + ShowCount(static_cast<std::int64_t>(due.size()), "held message") +
                  " again");
     });

@@ -168,7 +168,7 @@ TEST_F(Accepting, StatusSaysWhatIsRemembered) {
         memory.CountBounce("office@example.net", now);
         memory.CountNotFetched("id-1", "-ERR locked", now);
         memory.RecordNotDeleted("id-2", "-ERR read only", now);
-        memory.RecordFailedLogin("-ERR wrong", 60, now);
+        memory.RecordFailedLogin(host::MailServer::Pop3, "-ERR wrong", 60, now);
     });
     const std::string shown = Do({"status"}, 1);
     ExpectFitForATerminal(shown);
@@ -207,7 +207,9 @@ TEST_F(Accepting, WhatIsRememberedOfAnAddressEndsWithTheAddressAndBouncesAfterAM
 }
 
 TEST_F(Accepting, StatusEndsWithOneWhileAnAddressIsParkedButNotForFailedLogins) {
-    Note([](host::ProfileMemory& memory) { memory.RecordFailedLogin("-ERR wrong", 60, std::time(nullptr)); });
+    Note([](host::ProfileMemory& memory) {
+        memory.RecordFailedLogin(host::MailServer::Pop3, "-ERR wrong", 60, std::time(nullptr));
+    });
     Do({"status"}, 0);
     Note([](host::ProfileMemory& memory) { memory.Park("phone@example.net", "550 no", std::time(nullptr)); });
     Do({"status"}, 1);

@@ -255,6 +255,27 @@ TEST_F(HeldCommands, AServiceTriesWhatIsDueByItself) {
     EXPECT_THAT(Left(), ElementsAre(2));
 }
 
+TEST_F(HeldCommands, HeldMailIsNotTriedWhileTheLoginToTheSmtpServerFails) {
+    CPopProfile profile;
+    profile.SetPath(path_);
+    profile.setting.smtpauth = 1;
+    ASSERT_TRUE(profile.SaveSetting());
+    sink_.SetFault([](const std::string& command) {
+        return command.starts_with("EHLO")   ? "250-relay\r\n250-AUTH PLAIN\r\n250 SIZE"
+               : command.starts_with("AUTH") ? "535 wrong"
+                                             : "";
+    });
+    Hold("one", false, kNow);
+    for (int run = 1; run <= 2; ++run) {
+        host_.Tell({"run"});
+        EXPECT_EQ(sink_.Received("AUTH"), 1);
+        host::HeldRecord record = *Store().Find(1);
+        record.addresses[0].last_try = kNow;  // as if that were long ago
+        record.addresses[0].next_try = kNow + 1;
+        ASSERT_TRUE(Store().Update(record));
+    }
+}
+
 TEST_F(HeldCommands, AServiceSendsAndDropsForACommandAndKeepsEditsAndRunsApart) {
     Hold("one", true);
     Hold("two");
