@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -38,6 +39,26 @@ bool AddCopy(CRootPath& root, CPopProfile& profile, CRunGuard* guard) {
     });
     profile.result.ending = added ? CRunEnding::NotEnded : CRunEnding::CouldNotBegin;
     return added;
+}
+
+struct Work {
+    CPopProfile& copy;
+    std::function<void()> task;
+};
+
+// The field is nearly always set already. std::atomic::wait may miss the change on systems without a futex.
+void EndWorkOf(CPopProfile& copy) {
+    while (!copy.worker_thread.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    copy.worker_thread.store(nullptr);
+}
+
+unsigned WorkProcedure(void* work) {
+    std::unique_ptr<Work> own(static_cast<Work*>(work));
+    CPopProfile& copy = own->copy;
+    Shielded(own->task);
+    own.reset();
+    EndWorkOf(copy);
+    return 1;
 }
 
 // Starts the worker of the copy that was added last; false, as the copy's result tells, when there is no thread for it.
@@ -76,9 +97,7 @@ unsigned WorkerProcedure(void* profile_copy) {
     if (!profile_copy) return 1;
     auto& copy = *static_cast<CPopProfile*>(profile_copy);
     Shielded([&copy] { copy.DoOperation(); });
-    // The field is nearly always set already. std::atomic::wait may miss the change on systems without a futex.
-    while (!copy.worker_thread.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    copy.worker_thread.store(nullptr);
+    EndWorkOf(copy);
     return 1;
 }
 
@@ -102,6 +121,17 @@ void InterruptRuns(CRootPath& root) {
 }
 
 void InterruptRun(CPopProfile& copy) { tarvex::InterruptThread(copy.worker_thread.load()); }
+
+bool StartWork(CPopProfile& copy, std::function<void()> work) {
+    return tarvex::Shielded(false, [&] {
+        auto own = std::make_unique<tarvex::Work>(copy, std::move(work));
+        tarvex::Thread* const thread = tarvex::AfxBeginThread(tarvex::WorkProcedure, own.get(), 0, 0, 0, nullptr);
+        if (!thread) return false;
+        static_cast<void>(own.release());  // the thread's own
+        copy.worker_thread.store(thread);
+        return true;
+    });
+}
 
 int CPopProfile::JudgeDoOperation() {
     if (setting.status == 0) return 0;

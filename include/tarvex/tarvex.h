@@ -7,6 +7,7 @@
 //     for (;;) { Tarvex(&root); wait a while; }
 
 #include <cstdint>
+#include <functional>
 #include <string_view>
 
 #include "tarvex/conversion.h"
@@ -37,8 +38,14 @@ enum class CStartResult : int {
 // Their copies stay, with their results, until RefreshThread or KillThread frees them. To be called as the entry is.
 TARVEX_API void InterruptRuns(CRootPath& root);
 
-// The same for one run, by its copy in root.running_copies.
+// The same for one run, by its copy in root.running_copies, or for the work of a copy.
 TARVEX_API void InterruptRun(CPopProfile& copy);
+
+// Does work of the host's own with a copy of a profile, on a worker thread: what the work waits for in that copy's
+// conversations ends at once, and none begins any more, after InterruptRun(copy). The copy belongs to the host and must
+// live until its worker-thread field reads null again. An exception ends the work. False when there is no thread or no
+// memory for it.
+[[nodiscard]] TARVEX_API bool StartWork(CPopProfile& copy, std::function<void()> work);
 
 // The interval of a profile's `timer` (in minutes), in seconds. Below 1,440 minutes it is that many minutes; from there
 // on it is longer (1,440 minutes give 48 hours). 0 for 0; a negative one, or one that the arithmetic of 32 bits has

@@ -2,8 +2,13 @@
 
 #include "host/service/posix/held_sender.h"
 
+#include <chrono>
 #include <exception>
+#include <system_error>
+#include <thread>
 #include <utility>
+
+#include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 
@@ -11,20 +16,25 @@ HeldSender::HeldSender(const CPopProfile& profile, std::vector<HeldChoice> choic
     : choice_(std::move(choice)), options_(std::move(options)) {
     copy_ = profile;
     options_.stop = [this] { return stopped_.load(); };
-    thread_ = std::thread([this] {
+    const auto send = [this] {
         try {
             results_ = SendHeld(copy_, choice_, options_);
         } catch (const std::exception&) {
             // Want of memory: what was not tried stays as it is.
             results_.clear();
         }
-        ended_ = true;
-    });
+    };
+    if (!StartWork(copy_, send)) throw std::system_error(std::make_error_code(std::errc::not_enough_memory));
 }
 
 HeldSender::~HeldSender() {
     Stop();
-    thread_.join();
+    while (!HasEnded()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+void HeldSender::Stop() {
+    stopped_ = true;
+    InterruptRun(copy_);
 }
 
 }  // namespace tarvex::host

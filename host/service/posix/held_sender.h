@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <thread>
 #include <vector>
 
 #include "host/rules/held_sending.h"
@@ -16,12 +15,13 @@ class HeldSender {
 public:
     // Works on a copy of the profile. Throws std::system_error when no thread can be had. `options` but its `stop`.
     HeldSender(const CPopProfile& profile, std::vector<HeldChoice> choice, HeldSendingOptions options);
-    ~HeldSender();  // stops before the next message, and waits for that
+    ~HeldSender();  // stops, and waits for that
     HeldSender(const HeldSender&) = delete;
     HeldSender& operator=(const HeldSender&) = delete;
 
-    void Stop() { stopped_ = true; }
-    bool HasEnded() const { return ended_; }
+    // A message that is under way stays held. The server may have taken it: then it is sent twice.
+    void Stop();
+    bool HasEnded() const { return !copy_.worker_thread.load(); }
     std::size_t Asked() const { return choice_.size(); }
     const std::vector<HeldResult>& Results() const { return results_; }  // once it has ended
 
@@ -31,8 +31,6 @@ private:
     HeldSendingOptions options_;
     std::vector<HeldResult> results_;
     std::atomic<bool> stopped_{false};
-    std::atomic<bool> ended_{false};
-    std::thread thread_;
 };
 
 }  // namespace tarvex::host

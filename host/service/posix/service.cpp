@@ -57,9 +57,6 @@ constexpr auto kMostBetweenFirstRuns = 2000ms;  // of profiles that are due when
 constexpr auto kShutdownGrace = 1000ms;         // at the end, with clients that take their answers
 constexpr std::size_t kReasonColumns = 200;
 constexpr std::size_t kHeadlineColumns = 60;
-constexpr const char* kRootHasGone =
-    "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
-    "restarted";
 
 // The tree must be there: the lock stands in its directory.
 RootLock TakeRoot(const std::string& directory) {
@@ -72,22 +69,12 @@ std::string Headline(const EditRequest& request) {
     return OneLineOfUtf8(EditName(request) + (request.name.empty() ? "" : ' ' + request.name), kHeadlineColumns);
 }
 
-std::string Headline(const RunRequest& request) {
-    std::string text = "run";
-    for (const std::string& name : request.names) text += ' ' + name;
-    return OneLineOfUtf8(text, kHeadlineColumns) + (request.now ? " --now" : "");
-}
-
 bool EndsRuns(const EditRequest& request) {
     const bool of_profiles = request.kind == EditKind::User || request.kind == EditKind::Profile;
     if (!of_profiles) return false;
     if (request.verb == EditVerb::Remove) return true;
     const auto status = request.values.find("status");
     return request.verb == EditVerb::Set && status != request.values.end() && status->second == "off";
-}
-
-bool IsDue(const CUser& user, const CPopProfile& profile) {
-    return profile.NextDue() <= std::time(nullptr) && IsSwitchedOn(user, profile);
 }
 
 }  // namespace
@@ -148,6 +135,7 @@ void Service::ReapEndedRuns() {
     }
     if (ended.empty()) return;
     look_at_clients_ = true;
+    if (!asked_.empty()) next_tick_ = Clock::now();  // there is room
     ended.clear();
     if (root_.running_copies.empty()) root_.RefreshThread();  // gives memory back
 }
@@ -159,69 +147,6 @@ void Service::Tick() {
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
     if (next_tick_ < now) next_tick_ = now + every_;  // ticks that a pause of the machine skipped are dropped
-}
-
-// As the entry does, but for the profiles that must not run now.
-void Service::StartDueRuns() {
-    if (!HasRoot()) return;
-    RetryLeftOut();
-    std::vector<CPopProfile*> wanted;
-    ForEachProfile([&](const CUser& user, CPopProfile& profile) {
-        if (running_.contains(profile.path)) {
-            profile.JudgeDoOperation();  // one that is due while it runs waits an interval more (B1)
-        } else if (IsWanted(user, profile) && MayRun(profile) && LetsRun(profile, false)) {
-            wanted.push_back(&profile);
-        }
-    });
-    // Where there is not room for all, whoever has waited longest comes first.
-    std::ranges::stable_sort(wanted, {}, [](const CPopProfile* profile) { return profile->NextDue(); });
-    for (CPopProfile* const profile : wanted) {
-        if (rules_.HasRoomFor(root_, *profile)) Start(*profile);
-    }
-}
-
-bool Service::IsWanted(const CUser& user, const CPopProfile& profile) const {
-    const auto first = not_before_.find(profile.path);
-    if (first != not_before_.end() && first->second > Clock::now()) return false;
-    if (IsDue(user, profile)) return true;
-    const auto soon = soon_.find(profile.path);
-    return soon != soon_.end() && soon->second <= Clock::now() && IsSwitchedOn(user, profile);
-}
-
-// Says once why a rule does not.
-bool Service::LetsRun(const CPopProfile& profile, bool asked) {
-    const std::string why = rules_.WhyNotNow(profile, asked);
-    if (why.empty()) {
-        held_up_.erase(profile.path);
-    } else if (std::exchange(held_up_[profile.path], why) != why) {
-        log_.Warn(Name(profile.path) + ": " + why);
-    }
-    return why.empty();
-}
-
-// After a failure that may pass there is one early run, not one after the other.
-void Service::RunAgain(const CString& path, NextRun next) {
-    soon_.erase(path);
-    if (next != NextRun::InAMinute) {
-        retried_.erase(path);
-    } else if (!retried_.insert(path).second) {
-        return;
-    }
-    if (next == NextRun::WhenDue) return;
-    soon_[path] = Clock::now() + (next == NextRun::AtOnce ? 0s : 60s);
-    if (next == NextRun::AtOnce) next_tick_ = Clock::now();
-}
-
-bool Service::Start(CPopProfile& profile) {
-    soon_.erase(profile.path);
-    const bool started = rules_.Start(root_, profile) == CStartResult::Started;
-    if (started) {
-        running_.insert(profile.path);
-        log_.Say(Name(profile.path) + ": run started");
-    } else {
-        TellEnd(profile.path, RunThatCouldNotBegin());
-    }
-    return started;
 }
 
 // Answers every client whose request can be served now. The others are tried again when something has happened.
@@ -264,57 +189,6 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     return true;
 }
 
-void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
-    try {
-        if (!client.awaited && !stopping_) StartRuns(client, request);
-    } catch (const CommandError& error) {
-        return client.Answer(error.ExitCode(), {{}, error.what()});
-    }
-    if (client.awaited && client.awaited->paths.empty()) {
-        return client.Answer(client.awaited->troubles.code,
-                             {client.awaited->printed, client.awaited->troubles.sentence});
-    }
-    if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
-}
-
-// Runs what was asked for, with whatever else is due. A run that is under way already counts as asked for.
-void Service::StartRuns(ControlClient& client, const RunRequest& request) {
-    if (!HasRoot()) throw CommandError(kCannotWrite, kRootHasGone);
-    const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
-    for (const auto& [user, profile] : chosen) {
-        if (running_.contains(profile->path)) continue;
-        if (wanted_.contains(profile->path))
-            return client.Note("waiting for " + Name(profile->path) + " to be changed");
-        if (senders_.contains(profile->path))
-            return client.Note("waiting for held mail of " + Name(profile->path) + " to be sent");
-    }
-    log_.Say(Headline(request));
-    RetryLeftOut();
-    ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
-    for (const auto& [user, profile] : chosen) StartIfWanted(*user, *profile, request, awaited);
-    StartDueRuns();
-    if (request.names.empty() && awaited.paths.empty() && awaited.troubles.code == kDone) awaited.printed = kNothingDue;
-}
-
-void Service::StartIfWanted(const CUser& user, CPopProfile& profile, const RunRequest& request,
-                            ControlClient::AwaitedRuns& awaited) {
-    const bool wanted = request.now ? IsSwitchedOn(user, profile) : IsDue(user, profile);
-    const bool may_start =
-        !running_.contains(profile.path) && wanted && MayRun(profile) && LetsRun(profile, request.now);
-    if (may_start && !Start(profile)) {
-        return awaited.troubles.AddEnd(Name(profile.path), RunThatCouldNotBegin().result);
-    }
-    if (running_.contains(profile.path)) {
-        awaited.paths.insert(profile.path);
-    } else if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
-        awaited.troubles.Add(Name(profile.path), left_out->second, kCannotWrite);
-    } else if (const auto held_up = held_up_.find(profile.path); wanted && held_up != held_up_.end()) {
-        awaited.printed += Name(profile.path) + ": " + held_up->second + '\n';
-    } else if (!request.names.empty()) {
-        awaited.printed += WhyItDoesNotRun(root_, user, profile);
-    }
-}
-
 // A root that was moved or unmounted would look like one without lists of ids.
 bool Service::HasRoot() {
     const bool has_root = lock_.IsHeldIn(directory_);
@@ -355,7 +229,7 @@ void Service::LeaveOut(const CString& path, const std::string& why) {
 void Service::SpreadFirstRuns() {
     std::vector<const CPopProfile*> due;
     ForEachProfile([&](const CUser& user, const CPopProfile& profile) {
-        if (IsDue(user, profile)) due.push_back(&profile);
+        if (profile.NextDue() <= std::time(nullptr) && IsSwitchedOn(user, profile)) due.push_back(&profile);
     });
     if (due.size() < 2 || !rules_.SpreadsRuns()) return;
     std::chrono::milliseconds after{0};
@@ -486,15 +360,6 @@ ServiceReport Service::Report() {
     for (const auto& [path, why] : held_up_) report.troubles[Name(path)] = why;
     for (const auto& [path, why] : left_out_) report.troubles[Name(path)] = "left out, " + why;
     return report;
-}
-
-// To whoever waits for the run.
-void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
-    for (ControlClient* const client : server_.Waiting()) {
-        if (!client->awaited || client->awaited->paths.erase(copy.path) == 0) continue;
-        client->awaited->printed += ReportOf(copy, what_else);
-        client->awaited->troubles.AddEnd(Name(copy.path), copy.result);
-    }
 }
 
 void Service::ForEachProfile(const std::function<void(CUser&, CPopProfile&)>& action) {

@@ -35,6 +35,15 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    static constexpr const char* kRootHasGone =
+        "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
+        "restarted";
+
+    struct AskedRun {
+        CTime since = 0;
+        bool now = false;  // though it is not due, and though a rule would let it wait
+    };
+
     void ReapEndedRuns();
     void ReapSenders();
     void Tick();
@@ -45,12 +54,17 @@ private:
     void HandleHeld(ControlClient& client, const HeldRequest& request);
     void BeginHeld(ControlClient& client, const HeldRequest& request);
     bool IsBusy(const CString& profile) const;  // it is being run, or its held mail is being sent
-    bool Start(CPopProfile& profile);
+    void Start(CPopProfile& profile);
     void RunAgain(const CString& path, NextRun next);
     bool IsWanted(const CUser& user, const CPopProfile& profile) const;
     bool LetsRun(const CPopProfile& profile, bool asked);
-    void StartIfWanted(const CUser& user, CPopProfile& profile, const RunRequest& request,
-                       ControlClient::AwaitedRuns& awaited);
+    bool IsAskedForNow(const CPopProfile& profile) const;
+    CTime WantedSince(const CPopProfile& profile) const;
+    void AskFor(const CUser& user, CPopProfile& profile, const RunRequest& request,
+                ControlClient::AwaitedRuns& awaited);
+    void GiveUpAsked();
+    std::string WhyNeverStarted(const CUser& user, const CPopProfile& profile) const;
+    void EndAsked(const CString& path, const std::function<void(ControlClient::AwaitedRuns&)>& tell);
     void AnswerClients();
     bool MakeEdit(ControlClient& client, const EditRequest& request);
     void HandleRuns(ControlClient& client, const RunRequest& request);
@@ -94,6 +108,7 @@ private:
     std::map<CString, Clock::time_point> not_before_;  // the first runs of profiles that were due all at once
     std::map<CString, Clock::time_point> soon_;        // profiles that a rule wants to run again before they are due
     std::set<CString> retried_;                        // profiles whose next failure is not followed by such a run
+    std::map<CString, AskedRun> asked_;                // runs that commands have asked for, until they start
     std::map<CString, std::string> held_up_;           // why a rule keeps a profile from running now
     bool has_root_ = true;
     bool look_at_clients_ = false;

@@ -255,6 +255,17 @@ TEST_F(HeldCommands, AServiceTriesWhatIsDueByItself) {
     EXPECT_THAT(Left(), ElementsAre(2));
 }
 
+TEST_F(HeldCommands, AServiceThatStopsDoesNotWaitForTheServersAnswer) {
+    Hold("one", false, kNow);
+    sink_.SetFault([](const std::string& command) { return command == "." ? "stall" : ""; });
+    const auto service = Serve();
+    ASSERT_TRUE(Eventually([this] { return sink_.Received("DATA") == 1; }));
+    service->Signal(SIGTERM);
+    EXPECT_TRUE(service->WaitFor(10s));
+    EXPECT_EQ(service->ExitCode(), 0) << service->Printed();
+    EXPECT_THAT(Left(), ElementsAre(1));
+}
+
 TEST_F(HeldCommands, HeldMailIsNotTriedWhileTheLoginToTheSmtpServerFails) {
     CPopProfile profile;
     profile.SetPath(path_);

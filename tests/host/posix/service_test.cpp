@@ -255,6 +255,54 @@ TEST_F(Serving, NoMoreRunsThanTheRulesAllowGoToOneServer) {
     Stop(*service);
 }
 
+TEST_F(Serving, RunThatACommandAsksForWaitsForRoomAndSaysSo) {
+    Block();
+    AddDueProfile();
+    AddProfile(600);
+    WriteFile(host_.Root() + "/host.def", "[version]\n0\n[serverruns]\n1\n[spread]\n0\n");
+    const auto service = Serve({}, "60");
+    ChildProcess first = host_.StartCommand({"run", kProfile, "--now"});
+    WaitUntilBlocked();
+    ChildProcess second = host_.StartCommand({"run", "user1/from0", "--now"}, ChildProcess::Output::Together);
+    EXPECT_TRUE(second.WaitForOutput("1 run to wait until others have ended", kLong));
+    ChildProcess third = host_.StartCommand({"run", "user1/from0", "--now"});
+    EXPECT_FALSE(third.WaitFor(100ms));
+    ASSERT_TRUE(service->WaitForOutput(kStarted, kLong));
+    EXPECT_EQ(Count(service->Printed(), "run started"), 1);
+    blocking_ = false;
+    for (ChildProcess* const command : {&first, &second, &third}) {
+        ASSERT_TRUE(command->WaitFor(kLong));
+        EXPECT_EQ(command->ExitCode(), 0);
+    }
+    EXPECT_THAT(second.Printed(), HasSubstr("nothing new"));
+    EXPECT_EQ(mailbox_.Received("QUIT"), 2) << "the second and the third are one run";
+    Stop(*service);
+}
+
+TEST_F(Serving, CommandHearsThatTheProfileItWaitsForIsNotRunAnyMore) {
+    Block();
+    AddDueProfile();
+    AddProfile(600);
+    WriteFile(host_.Root() + "/host.def", "[version]\n0\n[serverruns]\n1\n[spread]\n0\n");
+    const auto service = Serve();
+    WaitUntilBlocked();
+    for (const std::vector<std::string>& edit : {std::vector<std::string>{"set", "user1/from0", "--status", "off"},
+                                                 {"set", "user1/from0", "--status", "on"},
+                                                 {"remove", "user1/from0", "--yes"}}) {
+        const bool goes_on = edit.back() == "on";
+        ChildProcess command = host_.StartCommand({"run", "user1/from0", "--now"}, ChildProcess::Output::Together);
+        EXPECT_TRUE(command.WaitForOutput(goes_on ? "switched off" : "to wait", kLong));
+        std::vector<std::string> words = {"profile"};
+        words.insert(words.end(), edit.begin(), edit.end());
+        host_.Tell(words);
+        EXPECT_TRUE(command.WaitFor(kLong));
+        const std::string end = goes_on ? "" : edit[0] == "set" ? "switched off" : "not there any more";
+        EXPECT_THAT(command.Printed(), HasSubstr(end));
+    }
+    blocking_ = false;
+    Stop(*service);
+}
+
 TEST_F(Serving, SwitchingAProfileOffOrRemovingItEndsItsRunByTheRules) {
     for (const bool remove : {false, true}) {
         const std::string profile = "user" + std::to_string(remove ? 1 : 0) + "/from0";

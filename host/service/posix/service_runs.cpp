@@ -1,0 +1,213 @@
+// What the service runs, and when: what is due, what a rule wants again, and what commands ask for.
+//
+// All of it waits in one queue where the rules allow no more runs at once: whoever has waited longest comes first. A
+// command hears that its run waits, and its run starts when there is room.
+
+#include <algorithm>
+#include <ctime>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/service/posix/service.h"
+#include "host/service/run_reports.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/terminal/wording.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_rules.h"
+
+namespace tarvex::host {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t kHeadlineColumns = 60;
+constexpr const char* kWaitForRoom = " to wait until others have ended: the rules allow no more at once";
+
+std::string Headline(const RunRequest& request) {
+    std::string text = "run";
+    for (const std::string& name : request.names) text += ' ' + name;
+    return OneLineOfUtf8(text, kHeadlineColumns) + (request.now ? " --now" : "");
+}
+
+bool IsDue(const CUser& user, const CPopProfile& profile) {
+    return profile.NextDue() <= std::time(nullptr) && IsSwitchedOn(user, profile);
+}
+
+}  // namespace
+
+// As the entry does, but for the profiles that must not run now.
+void Service::StartDueRuns() {
+    if (!HasRoot()) return;
+    RetryLeftOut();
+    std::vector<CPopProfile*> wanted;
+    ForEachProfile([&](const CUser& user, CPopProfile& profile) {
+        if (running_.contains(profile.path)) {
+            profile.JudgeDoOperation();  // one that is due while it runs waits an interval more (B1)
+        } else if (IsWanted(user, profile) && MayRun(profile) && LetsRun(profile, IsAskedForNow(profile))) {
+            wanted.push_back(&profile);
+        }
+    });
+    // Where there is not room for all, whoever has waited longest comes first.
+    std::ranges::stable_sort(wanted, {}, [this](const CPopProfile* profile) { return WantedSince(*profile); });
+    for (CPopProfile* const profile : wanted) {
+        if (rules_.HasRoomFor(root_, *profile)) Start(*profile);
+    }
+    GiveUpAsked();
+}
+
+bool Service::IsAskedForNow(const CPopProfile& profile) const {
+    const auto asked = asked_.find(profile.path);
+    return asked != asked_.end() && asked->second.now;
+}
+
+CTime Service::WantedSince(const CPopProfile& profile) const {
+    const auto asked = asked_.find(profile.path);
+    return asked == asked_.end() ? profile.NextDue() : std::min(profile.NextDue(), asked->second.since);
+}
+
+// What a command has asked for, and what nothing would start any more.
+void Service::GiveUpAsked() {
+    if (asked_.empty()) return;
+    std::map<CString, std::string> given_up;
+    for (const auto& [path, asked] : asked_) given_up[path] = Name(path) + " is not there any more.\n";
+    ForEachProfile([&](const CUser& user, const CPopProfile& profile) {
+        if (!asked_.contains(profile.path)) return;
+        std::string why = WhyNeverStarted(user, profile);
+        why.empty() ? static_cast<void>(given_up.erase(profile.path)) : given_up[profile.path].swap(why);
+    });
+    for (const auto& [path, why] : given_up) {
+        EndAsked(path, [&why = why](ControlClient::AwaitedRuns& awaited) { awaited.printed += why; });
+    }
+}
+
+// Empty for a profile that is started when there is room.
+std::string Service::WhyNeverStarted(const CUser& user, const CPopProfile& profile) const {
+    if (const auto why = left_out_.find(profile.path); why != left_out_.end())
+        return Name(profile.path) + ": left out, " + why->second + '\n';
+    if (const auto why = held_up_.find(profile.path); why != held_up_.end())
+        return Name(profile.path) + ": " + why->second + '\n';
+    return IsSwitchedOn(user, profile) ? std::string() : WhyItDoesNotRun(root_, user, profile);
+}
+
+void Service::EndAsked(const CString& path, const std::function<void(ControlClient::AwaitedRuns&)>& tell) {
+    if (asked_.erase(path) == 0) return;
+    for (ControlClient* const client : server_.Waiting()) {
+        if (client->awaited && client->awaited->paths.erase(path) != 0) tell(*client->awaited);
+    }
+    look_at_clients_ = true;
+}
+
+bool Service::IsWanted(const CUser& user, const CPopProfile& profile) const {
+    if (asked_.contains(profile.path)) return IsSwitchedOn(user, profile);
+    const auto first = not_before_.find(profile.path);
+    if (first != not_before_.end() && first->second > Clock::now()) return false;
+    if (IsDue(user, profile)) return true;
+    const auto soon = soon_.find(profile.path);
+    return soon != soon_.end() && soon->second <= Clock::now() && IsSwitchedOn(user, profile);
+}
+
+// Says once why a rule does not.
+bool Service::LetsRun(const CPopProfile& profile, bool asked) {
+    const std::string why = rules_.WhyNotNow(profile, asked);
+    if (why.empty()) {
+        held_up_.erase(profile.path);
+    } else if (std::exchange(held_up_[profile.path], why) != why) {
+        log_.Warn(Name(profile.path) + ": " + why);
+    }
+    return why.empty();
+}
+
+// After a failure that may pass there is one early run, not one after the other.
+void Service::RunAgain(const CString& path, NextRun next) {
+    soon_.erase(path);
+    if (next != NextRun::InAMinute) {
+        retried_.erase(path);
+    } else if (!retried_.insert(path).second) {
+        return;
+    }
+    if (next == NextRun::WhenDue) return;
+    soon_[path] = Clock::now() + (next == NextRun::AtOnce ? 0s : 60s);
+    if (next == NextRun::AtOnce) next_tick_ = Clock::now();
+}
+
+void Service::Start(CPopProfile& profile) {
+    soon_.erase(profile.path);
+    if (rules_.Start(root_, profile) == CStartResult::Started) {
+        asked_.erase(profile.path);
+        running_.insert(profile.path);
+        log_.Say(Name(profile.path) + ": run started");
+        return;
+    }
+    TellEnd(profile.path, RunThatCouldNotBegin());
+    EndAsked(profile.path, [&](ControlClient::AwaitedRuns& awaited) {
+        awaited.troubles.AddEnd(Name(profile.path), RunThatCouldNotBegin().result);
+    });
+}
+
+void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
+    try {
+        if (!client.awaited && !stopping_) StartRuns(client, request);
+    } catch (const CommandError& error) {
+        return client.Answer(error.ExitCode(), {{}, error.what()});
+    }
+    if (client.awaited && client.awaited->paths.empty()) {
+        return client.Answer(client.awaited->troubles.code,
+                             {client.awaited->printed, client.awaited->troubles.sentence});
+    }
+    if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
+}
+
+// Runs what was asked for, with whatever else is due. A run that is under way already counts as asked for.
+void Service::StartRuns(ControlClient& client, const RunRequest& request) {
+    if (!HasRoot()) throw CommandError(kCannotWrite, kRootHasGone);
+    const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
+    for (const auto& [user, profile] : chosen) {
+        if (running_.contains(profile->path)) continue;
+        if (wanted_.contains(profile->path))
+            return client.Note("waiting for " + Name(profile->path) + " to be changed");
+        if (senders_.contains(profile->path))
+            return client.Note("waiting for held mail of " + Name(profile->path) + " to be sent");
+    }
+    log_.Say(Headline(request));
+    RetryLeftOut();
+    ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
+    for (const auto& [user, profile] : chosen) AskFor(*user, *profile, request, awaited);
+    StartDueRuns();
+    const auto waiting =
+        std::ranges::count_if(awaited.paths, [this](const auto& path) { return asked_.contains(path); });
+    if (waiting != 0) client.Note(ShowCount(waiting, "run") + kWaitForRoom);
+    const bool nothing = awaited.paths.empty() && awaited.printed.empty() && awaited.troubles.code == kDone;
+    if (request.names.empty() && nothing) awaited.printed = kNothingDue;
+}
+
+void Service::AskFor(const CUser& user, CPopProfile& profile, const RunRequest& request,
+                     ControlClient::AwaitedRuns& awaited) {
+    const bool wanted = request.now ? IsSwitchedOn(user, profile) : IsDue(user, profile);
+    const bool may_start =
+        !running_.contains(profile.path) && wanted && MayRun(profile) && LetsRun(profile, request.now);
+    if (may_start)
+        asked_.try_emplace(profile.path, AskedRun{std::time(nullptr), false}).first->second.now |= request.now;
+    if (may_start || running_.contains(profile.path)) {
+        awaited.paths.insert(profile.path);
+    } else if (const auto left_out = left_out_.find(profile.path); left_out != left_out_.end()) {
+        awaited.troubles.Add(Name(profile.path), left_out->second, kCannotWrite);
+    } else if (const auto held_up = held_up_.find(profile.path); wanted && held_up != held_up_.end()) {
+        awaited.printed += Name(profile.path) + ": " + held_up->second + '\n';
+    } else if (!request.names.empty()) {
+        awaited.printed += WhyItDoesNotRun(root_, user, profile);
+    }
+}
+
+// To whoever waits for the run.
+void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
+    for (ControlClient* const client : server_.Waiting()) {
+        if (!client->awaited || client->awaited->paths.erase(copy.path) == 0) continue;
+        client->awaited->printed += ReportOf(copy, what_else);
+        client->awaited->troubles.AddEnd(Name(copy.path), copy.result);
+    }
+}
+
+}  // namespace tarvex::host
