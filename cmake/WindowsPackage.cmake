@@ -16,7 +16,7 @@ endwhile()
 install(FILES packaging/Tarvex.def DESTINATION lib)
 configure_file(docs/windows.md ${PROJECT_BINARY_DIR}/packaging/README.txt @ONLY NEWLINE_STYLE CRLF)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/README.txt DESTINATION .)
-foreach(document files host network stunnel text-mail tokens)
+foreach(document files host network stunnel text-mail tls tokens)
   install(FILES docs/${document}.md DESTINATION docs)
 endforeach()
 

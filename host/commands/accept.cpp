@@ -33,7 +33,7 @@ int Accept(const Context& context, const Given& given) {
     if (given.skip) {
         CRootPath root;
         OpenTree(root, RootDirectory(context.root_option));
-        request.uidls = IdsOnServer(FindProfile(root, given.profile).profile->setting, "nothing was changed");
+        request.uidls = IdsOnServer(*FindProfile(root, given.profile).profile, "nothing was changed");
     }
     return Submit(context, request);
 }

@@ -14,11 +14,13 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/advice.h"
+#include "host/tree/clear_login.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/remarks.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
+#include "host/tunnels/mailbox_way.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -33,9 +35,10 @@ std::string Server(const CPopProfileSetting& setting, Protocol protocol) {
     return ShowText(ServerOf(setting, protocol)) + " port " + std::to_string(port);
 }
 
-std::string Security(const CPopProfileSetting& setting) {
-    if (setting.sslsmtp == 0) return "";
-    return setting.sslsmtp == 2 ? " with STARTTLS" : " with TLS";
+// The numbers mean the same to both protocols.
+std::string Security(int tls) {
+    if (tls == 0) return "";
+    return tls == 2 ? " with STARTTLS" : " with TLS";
 }
 
 void PrintStep(const CProbeStep& step, const std::string& remark) {
@@ -51,11 +54,11 @@ void PrintStep(const CProbeStep& step, const std::string& remark) {
 // A failed QUIT counts for nothing: the server has done all that a run needs.
 bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && step.kind != PROBE_QUIT; }
 
-void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
+void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting, PopTls tls,
                 const std::string& list_remark) {
     for (const CProbeStep& step : steps) {
         PrintStep(step, step.kind == PROBE_LIST ? list_remark : ShowText(step.recipient));
-        if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting), 6);
+        if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting, tls), 6);
     }
 }
 
@@ -81,9 +84,9 @@ struct SmtpAnswer {
     std::string without_login;  // why and what to do, when one is wanted
 };
 
-PopAnswer AskPop(const CPopProfileSetting& setting) {
+PopAnswer AskPop(const CPopProfile& profile) {
     PopAnswer answer;
-    answer.good = ListMailbox(setting, &answer.listing) != 0;
+    answer.good = LookIntoMailbox(profile, answer.listing);
     return answer;
 }
 
@@ -121,26 +124,30 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     if (!why_left_out.empty()) std::cout << "  A run leaves it out: " << why_left_out << '\n';
     if (!profile.setting_loaded.whole) return kCannotWrite;  // which servers it has is not known
 
-    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << '\n' << std::flush;
-    const PopAnswer pop = AskPop(setting);
-    PrintSteps(pop.listing.steps, Protocol::Pop, setting, pop.good ? InMailbox(pop.listing) : "");
+    const PopTls tls = PopTlsOf(profile);
+    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << Security(static_cast<int>(tls)) << '\n' << std::flush;
+    const PopAnswer pop = AskPop(profile);
+    PrintSteps(pop.listing.steps, Protocol::Pop, setting, tls, pop.good ? InMailbox(pop.listing) : "");
     if (pop.good && pop.listing.has_uidls == 0) {
         std::cout << Paragraph("Note: the server has no unique ids (UIDL), so messages cannot be told apart.", 6);
     }
 
-    std::cout << "  SMTP, " << Server(setting, Protocol::Smtp) << Security(setting) << '\n' << std::flush;
+    std::cout << "  SMTP, " << Server(setting, Protocol::Smtp) << Security(setting.sslsmtp) << '\n' << std::flush;
     const SmtpAnswer smtp = AskSmtp(profile);
-    PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, "");
+    PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, tls, "");
     if (!smtp.without_login.empty()) std::cout << Paragraph("Note: " + smtp.without_login, 6);
 
     for (const std::string& remark : RemarksOn(profile)) std::cout << Paragraph("Note: " + remark + '.', 2);
+    if (const std::string clear = NoteOnClearLogin(profile, ShownName(root, profile.path)); !clear.empty()) {
+        std::cout << Paragraph("Note: " + clear + '.', 2);
+    }
     const std::string off = WhySwitchedOff(user, profile);
     if (!off.empty()) std::cout << "  Note: the profile is " << off << ".\n";
     if (profile.forward_addresses.empty()) std::cout << "  Note: the profile has no forwarding address yet.\n";
     return CodeOf(pop.good && smtp.good, why_left_out);
 }
 
-Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting) {
+Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting, PopTls tls) {
     Json list = Json::array();
     for (const CProbeStep& step : steps) {
         list.push_back({{"step", ProbeStepName(step.kind)},
@@ -148,19 +155,23 @@ Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfil
                         {"microseconds", step.microseconds},
                         {"text", Utf8OfServerText(step.text)},
                         {"recipient", step.recipient.empty() ? Json() : Json(Utf8FromText(step.recipient))},
-                        {"advice", Matters(step) ? Json(Advice(step, protocol, setting)) : Json()}});
+                        {"advice", Matters(step) ? Json(Advice(step, protocol, setting, tls)) : Json()}});
     }
     return list;
 }
 
-Json JsonOf(const PopAnswer& pop, const CPopProfileSetting& setting) {
+Json JsonOf(const PopAnswer& pop, const CPopProfile& profile) {
+    const CPopProfileSetting& setting = profile.setting;
+    const PopTls tls = PopTlsOf(profile);
     return {{"server", Utf8FromText(ServerOf(setting, Protocol::Pop))},
             {"port", setting.popport},
+            {"tls", static_cast<int>(tls)},
+            {"clear", LogsInInClear(setting, tls)},
             {"good", pop.good},
             {"unique_ids", pop.listing.has_uidls != 0},
             {"messages", pop.listing.mails.size()},
             {"bytes", BytesIn(pop.listing)},
-            {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting)}};
+            {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting, tls)}};
 }
 
 Json JsonOf(const SmtpAnswer& smtp, const CPopProfileSetting& setting) {
@@ -169,7 +180,7 @@ Json JsonOf(const SmtpAnswer& smtp, const CPopProfileSetting& setting) {
             {"good", smtp.good},
             {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
             {"without_login", smtp.without_login.empty() ? Json() : Json(smtp.without_login)},
-            {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting)}};
+            {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting, PopTls::Off)}};
 }
 
 // Adds the check to the list of JSON objects. Returns the exit code.
@@ -183,9 +194,9 @@ int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
                                          {"pop3", nullptr},
                                          {"smtp", nullptr}});
     if (!profile.setting_loaded.whole) return kCannotWrite;
-    const PopAnswer pop = AskPop(setting);
+    const PopAnswer pop = AskPop(profile);
     const SmtpAnswer smtp = AskSmtp(profile);
-    check["pop3"] = JsonOf(pop, setting);
+    check["pop3"] = JsonOf(pop, profile);
     check["smtp"] = JsonOf(smtp, setting);
     return CodeOf(pop.good && smtp.good, why_left_out);
 }

@@ -4,14 +4,15 @@
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/tunnels/mailbox_way.h"
 #include "tarvex/probe.h"
 
 namespace tarvex::host {
 
-std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting, const std::string& outcome) {
+std::vector<std::string> IdsOnServer(const CPopProfile& profile, const std::string& outcome) {
     CMailboxListing listing;
-    const std::string server = ShowText(setting.popserver);
-    if (!ListMailbox(setting, &listing)) {
+    const std::string server = ShowText(profile.setting.popserver);
+    if (!LookIntoMailbox(profile, listing)) {
         const CProbeStep* const failed = listing.steps.empty() ? nullptr : &listing.steps.back();
         throw CommandError(
             kUnavailable, "cannot list the mailbox at " + server +

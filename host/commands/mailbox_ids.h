@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "tarvex/settings.h"
+#include "tarvex/tree.h"
 
 namespace tarvex::host {
 
 // The ids of everything that is in the mailbox. Throws CommandError, which ends with `outcome`: "nothing was added".
-std::vector<std::string> IdsOnServer(const CPopProfileSetting& setting, const std::string& outcome);
+std::vector<std::string> IdsOnServer(const CPopProfile& profile, const std::string& outcome);
 
 }  // namespace tarvex::host

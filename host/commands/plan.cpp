@@ -20,6 +20,7 @@
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
+#include "host/tunnels/mailbox_way.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -89,7 +90,7 @@ struct Inspection {
 
 Inspection Inspect(const CPopProfile& profile, CTime now) {
     Inspection inspection;
-    inspection.listed = ListMailbox(profile.setting, &inspection.listing) != 0;
+    inspection.listed = LookIntoMailbox(profile, inspection.listing);
     const bool planned = !inspection.listed || PlanRun(profile, inspection.listing.mails, now, &inspection.plan);
     if (inspection.listing.steps.empty() || !planned) throw std::bad_alloc();
     return inspection;
@@ -121,7 +122,7 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
         const CProbeStep& failed = inspection.listing.steps.back();
         std::cout << "  The mailbox cannot be listed: " << ProbeStepName(failed.kind) << ": "
                   << OneLine(failed.text, 100) << '\n'
-                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting), 2);
+                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting, PopTlsOf(profile)), 2);
     }
     return inspection.listed ? kDone : kUnavailable;
 }

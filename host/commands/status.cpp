@@ -22,6 +22,7 @@
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
+#include "host/tree/clear_login.h"
 #include "host/tree/host_setting.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
@@ -48,6 +49,7 @@ struct Status {
     std::optional<ProfileHistory> history;
     HeldCount held;
     std::map<Matter, std::map<CString, Note>> remembered;  // in a tree with rules
+    std::string clear_login;                               // the password goes over the network in clear
     std::string trouble;                                   // why it is not run, or what of its last run is not on disk
 };
 
@@ -60,6 +62,7 @@ Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& pro
     status.last_due = profile.setting.lasttime;
     status.next_due = profile.NextDue();
     status.held = CountHeld(profile);
+    status.clear_login = NoteOnClearLogin(profile, status.name);
     if (reader) status.history = reader->Of(profile.path);
     status.ran_unrecorded = !status.history && ReadLog(profile.path).has_value();
     if (const std::string why = WhyUnreadable(profile); !why.empty()) {
@@ -169,6 +172,7 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
                       << "` shows why\n";
         }
         PrintRemembered(status, now);
+        if (!status.clear_login.empty()) std::cout << status.name << ": " << status.clear_login << '\n';
         if (!status.switched_on || status.last_due <= now || status.next_due <= now) continue;
         std::cout << status.name << " was last due at " << ShowTime(status.last_due)
                   << ", which is still to come: was the clock wrong? `tarvex profile set " << status.name
@@ -254,6 +258,7 @@ void PrintAsJson(const std::vector<Status>& all, bool has_rules, CTime now) {
                          {"damaged", status.held.damaged},
                          {"bytes", status.held.bytes}};
         entry["remembered"] = JsonOfRemembered(status);
+        entry["clear_login"] = !status.clear_login.empty();
         entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
         list.push_back(std::move(entry));
     }

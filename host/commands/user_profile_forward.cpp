@@ -1,10 +1,13 @@
 // `tarvex user`, `profile`, `forward`: adding, listing, showing, setting and removing.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/commands/commands.h"
@@ -19,6 +22,8 @@
 #include "host/system/tree_owner.h"
 #include "host/terminal/password_source.h"
 #include "host/terminal/wording.h"
+#include "host/tree/clear_login.h"
+#include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
 #include "host/tree/listing.h"
 #include "host/tree/names.h"
@@ -32,6 +37,8 @@ struct Given {
     std::string name;   // of what the command is about
     std::string first;  // the value of an `add`: a login name, an address
     KeyOptions keys;
+    KeyOptions host_keys;  // of host.def
+    bool plain = false;
     bool again = false;
     bool new_mail_only = false;
     bool all_mail = false;
@@ -56,6 +63,8 @@ std::shared_ptr<Given> AddCommand(CLI::App& parent, Context& context, const std:
 void AddName(CLI::App& command, Given& given, const char* placeholder, const char* help) {
     command.add_option(placeholder, given.name, help)->required()->option_text(" ");
 }
+
+constexpr const char* kPortOfPop3WithTls = "995";
 
 // ---- the commands
 
@@ -118,6 +127,31 @@ int AddUser(const Context& context, const Given& given) {
     return Submit(context, request);
 }
 
+constexpr std::array<std::string_view, 2> kKeysOfTls = {"pop_tls", "tls_authority"};
+
+std::vector<std::string_view> KeysOtherThanTls() {
+    std::vector<std::string_view> others;
+    for (const Key<HostRules>& key : Keys<HostRules>()) {
+        if (std::ranges::find(kKeysOfTls, key.name) == kKeysOfTls.end()) others.emplace_back(key.name);
+    }
+    return others;
+}
+
+// A password in clear to another machine has to be asked for. TLS has a port of its own.
+void SettleTls(const CRootPath& root, const Given& given, EditRequest& request) {
+    HostRules rules = RulesOf(root.path).value_or(HostRules());
+    request.rules = given.host_keys.Values();
+    for (const auto& [name, value] : request.rules) SetValue(rules, KeyNamed<HostRules>(name), value);
+    CPopProfileSetting setting;
+    setting.popserver = request.values["popserver"];
+    if (!given.plain && LogsInInClear(setting, rules.Tls())) {
+        throw CommandError(kBadUsage, "the POP3 password would go to " + ShowUtf8Text(setting.popserver) +
+                                          " in clear; give --pop_tls tls (usually port 995) or --pop_tls starttls "
+                                          "(usually port 110), or --plain if that is what you want");
+    }
+    if (rules.Tls() == PopTls::FromTheFirstByte) request.values.emplace("popport", kPortOfPop3WithTls);
+}
+
 int AddProfile(const Context& context, const Given& given) {
     EditRequest request(EditKind::Profile, EditVerb::Add, given.name);
     request.values["address"] = given.first;
@@ -126,6 +160,7 @@ int AddProfile(const Context& context, const Given& given) {
     CRootPath root;
     ReadTree(context, root);
     FindUser(root, given.name);  // before anybody is asked for a password
+    SettleTls(root, given, request);
     const bool has_password = given.keys.GivesPassword("poppassword");
     if (!has_password && CanAsk()) request.secrets["poppassword"] = AskSecret("POP3 password: ");
     const int code = Submit(context, request);
@@ -135,10 +170,10 @@ int AddProfile(const Context& context, const Given& given) {
 }
 
 // Asks whether the new address gets what is in the mailbox. The ids of that, when it does not.
-std::vector<std::string> IdsToSkip(const CPopProfileSetting& setting, const std::string& address) {
+std::vector<std::string> IdsToSkip(const CPopProfile& profile, const std::string& address) {
     std::vector<std::string> ids;
     try {
-        ids = IdsOnServer(setting, "it is not known how much mail the address gets at first");
+        ids = IdsOnServer(profile, "it is not known how much mail the address gets at first");
     } catch (const CommandError& error) {
         PrintNote(error.what());
         return {};
@@ -157,8 +192,8 @@ int AddForward(const Context& context, const Given& given) {
     if (given.new_mail_only || asks) {
         CRootPath root;
         ReadTree(context, root);
-        const CPopProfileSetting& setting = FindProfile(root, given.name).profile->setting;
-        request.uidls = asks ? IdsToSkip(setting, given.first) : IdsOnServer(setting, "nothing was added");
+        const CPopProfile& profile = *FindProfile(root, given.name).profile;
+        request.uidls = asks ? IdsToSkip(profile, given.first) : IdsOnServer(profile, "nothing was added");
     }
     return Submit(context, request);
 }
@@ -168,7 +203,7 @@ int CatchUpForward(const Context& context, const Given& given) {
     ReadTree(context, root);
     const NamedForward named = FindForward(root, given.name);
     EditRequest request(EditKind::Forward, EditVerb::CatchUp, ShownName(root, named.forward->path));
-    request.uidls = IdsOnServer(named.profile->setting, "nothing was changed");
+    request.uidls = IdsOnServer(*named.profile, "nothing was changed");
     return Submit(context, request);
 }
 
@@ -259,7 +294,9 @@ void AddProfileCommands(CLI::App& app, Context& context) {
     AddName(*command, *given, "USER", "Whose profile it is: path (user0) or login name");
     command->add_option("ADDRESS", given->first, "The mailbox's own address")->required()->option_text(" ");
     command->add_flag("--again", given->again, "Also when another profile fetches from the same mailbox");
+    command->add_flag("--plain", given->plain, "Also when the POP3 password goes to another machine in clear");
     given->keys.AddTo<CPopProfileSetting>(*command, {"address", "version"});
+    given->host_keys.AddTo<HostRules>(*command, KeysOtherThanTls());
     command->get_option("--popserver")->required();
     command->get_option("--popuser")->required();
     AddCommonCommands<CPopProfileSetting>(

@@ -154,6 +154,7 @@ private:
     std::string EditHostRules();
     std::string AddUser();
     std::string AddProfile();
+    std::string NoteOnSslPop(const CPopProfile& profile) const;
     std::string SetProfile(CPopProfile& profile);
     std::string AddForward();
     std::string SetForward(const NamedForward& named);
@@ -209,6 +210,13 @@ std::string Editor::EditProfile() {
     return SetProfile(*profile);
 }
 
+// The key has been in the files for ever, with all values in use, and none has ever meant anything.
+std::string Editor::NoteOnSslPop(const CPopProfile& profile) const {
+    if (!request_.values.contains("sslpop") || profile.setting.sslpop == 0) return {};
+    return "Note: sslpop has no effect; `tarvex rules set " + Shown(profile.path) +
+           " --pop_tls tls` encrypts POP3 (starttls: at port 110).\n";
+}
+
 std::string Editor::SetProfile(CPopProfile& profile) {
     RequireLoaded(profile);
     std::string text = Set<CPopProfileSetting>(profile, [&](const CPopProfileSetting& after) {
@@ -220,7 +228,7 @@ std::string Editor::SetProfile(CPopProfile& profile) {
     if (request_.values.contains("timer") && IntervalSeconds(timer) != std::int64_t{timer} * 60) {
         text += "Note: with a timer of " + std::to_string(timer) + " minutes it runs " + ShowInterval(timer) + ".\n";
     }
-    return text;
+    return text + NoteOnSslPop(profile);
 }
 
 // Its mail would be forwarded twice, and with deletemail each of the two would delete what the other has not seen.
@@ -246,11 +254,14 @@ std::string Editor::AddProfile() {
     NewDirectory directory(user.path, "from", kProfileFile);
     auto profile = std::make_unique<CPopProfile>();
     profile->SetPath(directory.Path());
+    // Before the marker file: no run may begin without it.
+    if (!request_.rules.empty()) Require(SaveNewRules(root_, directory.Path(), request_.rules), directory.Path());
     SaveNew(directory, *profile, draft);
     std::string text = "Added profile " + Shown(profile->path) + " (" + ShowText(draft.address) + "). It runs " +
                        ShowInterval(draft.timer);
     const CTime first = draft.lasttime + IntervalSeconds(draft.timer);
     text += first > draft.lasttime ? ", for the first time at " + ShowMoment(first) + ".\n" : ".\n";
+    text += NoteOnSslPop(*profile);
     user.profiles.push_back(std::move(profile));
     return text;
 }

@@ -38,6 +38,7 @@ struct EditRequest {
                        // for the rules of the whole tree
     std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/tree/keys.h)
     std::map<std::string, std::string> secrets;  // add, set: passwords by settings key, as bytes; an empty one clears
+    std::map<std::string, std::string> rules;    // of a new profile: as typed, by key of host.def
     bool again = false;                          // add: also what the tree has already
     std::vector<std::string> uidls;              // of a new forwarding address, and to catch up: ids that count as
                                                  // handled; to resend: the one message, or none for all

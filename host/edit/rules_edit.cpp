@@ -17,9 +17,19 @@ namespace {
 
 constexpr std::string_view kNewFile = "[version]\r\n0\r\n\r\n";
 
-std::string FileNumber(const HostRules& rules, const Key<HostRules>& key) {
+std::string FileValue(const HostRules& rules, const Key<HostRules>& key) {
+    if (const auto* const text = std::get_if<CString HostRules::*>(&key.field)) return rules.**text;
     const auto* const limit = std::get_if<int HostRules::*>(&key.field);
     return std::to_string(limit ? rules.**limit : int{rules.*std::get<bool HostRules::*>(key.field)});
+}
+
+// A text that is empty has no place in the file.
+void SetOrRemove(SettingsSections& file, const Key<HostRules>& key, const std::string& value) {
+    if (value.empty()) {
+        file.Remove(key.name);
+    } else {
+        file.Set(key.name, value);
+    }
 }
 
 void RefuseKeysOfTheRoot(const std::vector<const Key<HostRules>*>& keys) {
@@ -32,7 +42,7 @@ void RefuseKeysOfTheRoot(const std::vector<const Key<HostRules>*>& keys) {
 std::string AddRules(const CRootPath& root, Saved& saved) {
     if (HasRules(root.path)) throw CommandError(kBadUsage, "the tree has rules already");
     SettingsSections file(kNewFile);
-    for (const Key<HostRules>& key : Keys<HostRules>()) file.Set(key.name, FileNumber({}, key));
+    for (const Key<HostRules>& key : Keys<HostRules>()) SetOrRemove(file, key, FileValue({}, key));
     saved = ReplaceContent(root.path + kHostSettingFile, file.Text());
     return "The tree has rules now, all of them on; `tarvex rules show` shows them.\n";
 }
@@ -45,18 +55,29 @@ std::string SetRules(const CString& directory, const HostRules& before, const st
     const CString path = directory + kHostSettingFile;
     SettingsSections file(ReadWholeFile(path).value_or(std::string(kNewFile)));
     for (const Key<HostRules>* const key : values.Keys()) {
-        const std::string number = FileNumber(after, *key);
-        if (of_root && FileNumber(*of_root, *key) == number) {
-            file.Remove(key->name);
-        } else {
-            file.Set(key->name, number);
-        }
+        const std::string value = FileValue(after, *key);
+        const bool as_root = of_root && FileValue(*of_root, *key) == value;
+        SetOrRemove(file, *key, as_root ? "" : value);
     }
     saved = ReplaceContent(path, file.Text());
     return values.Difference(before, after);
 }
 
 }  // namespace
+
+Saved SaveNewRules(const CRootPath& root, const CString& directory, const std::map<std::string, std::string>& given) {
+    const std::optional<HostRules> of_root = RulesOf(root.path);
+    if (!of_root) throw NoRules();
+    EditRequest request(EditKind::Rules, EditVerb::Set, "");
+    request.values = given;
+    const KeyValues<HostRules> values(request);
+    RefuseKeysOfTheRoot(values.Keys());
+    HostRules rules = *of_root;
+    values.Assign(rules);
+    SettingsSections file(kNewFile);
+    for (const Key<HostRules>* const key : values.Keys()) SetOrRemove(file, *key, FileValue(rules, *key));
+    return ReplaceContent(directory + kHostSettingFile, file.Text());
+}
 
 std::string EditRules(const CRootPath& root, const EditRequest& request, Saved& saved, CString& directory) {
     directory = root.path;

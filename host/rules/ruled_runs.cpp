@@ -28,6 +28,7 @@ CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_, kept_mails_),
             SteadyClock::now() + std::chrono::minutes(rules->runtime)};
     RunRules* const guard = run.rules.get();
+    guard->LeadThrough(tunnels_);
     const CStartResult result = StartRun(root, profile, guard);
     if (result == CStartResult::Started) runs_.insert_or_assign(profile.path, std::move(run));
     return result;

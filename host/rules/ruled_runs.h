@@ -60,6 +60,7 @@ private:
     RuleMemory memory_;
     ByteBudget budget_{0};
     KeptMails kept_mails_{budget_};
+    Tunnels tunnels_;
     std::map<CString, Run> runs_;  // by the profile's path
 };
 

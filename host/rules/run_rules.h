@@ -23,6 +23,7 @@
 #include "host/rules/rotation.h"
 #include "host/rules/servers_fault.h"
 #include "host/tree/host_setting.h"
+#include "host/tunnels/mailbox_way.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -40,6 +41,9 @@ public:
              KeptMails& kept_mails, Clock clock = CurrentTime);
     ~RunRules() override;
 
+    // The tunnels for rules that want TLS; they must outlive the run. Without them such a run has no connection.
+    void LeadThrough(Tunnels& tunnels) { tunnels_ = &tunnels; }
+
     // To be called once, with the result of the run that has ended: remembers what follows from it, and completes it
     // where a rule ended the run.
     NextRun Finish(CRunResult& result);
@@ -50,6 +54,9 @@ public:
     // The run is interrupted because it has taken too long. To be called on the thread that calls Finish, before.
     void EndsForTime() { time_is_over_ = true; }
 
+    CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
+        return WayTo(server, profile, rules_, tunnels_);
+    }
     bool Begins(const CPopProfile& profile) override;
     bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) override;
     bool IsHandled(const CPopProfile& profile, const CMailOnServer& mail, bool received) override;
@@ -111,6 +118,7 @@ private:
     NextRun WhenNext(const CRunResult& result) const;
 
     const HostRules rules_;
+    Tunnels* tunnels_ = nullptr;
     const CTime interval_s_;
     RuleMemory& memory_;
     ProfileMemory profile_memory_;

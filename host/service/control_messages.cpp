@@ -93,6 +93,7 @@ Json JsonOf(const EditRequest& request) {
             {"name", TextOf(request.name)},
             {"values", JsonOf(request.values)},
             {"secrets", JsonOf(request.secrets)},
+            {"rules", JsonOf(request.rules)},
             {"again", request.again},
             {"uidls", JsonOf(request.uidls)},
             {"terms", TextOf(request.terms)},
@@ -106,6 +107,7 @@ EditRequest EditIn(const Json& json) {
                         ChoiceIn<EditVerb>(json.at("verb"), kEditVerbs), BytesIn(json.at("name")));
     request.values = StringsIn(json.at("values"));
     request.secrets = StringsIn(json.at("secrets"));
+    if (json.contains("rules")) request.rules = StringsIn(json.at("rules"));
     request.again = json.value("again", false);
     request.uidls = ListOf(json.at("uidls"));
     request.terms = BytesIn(json.at("terms"));

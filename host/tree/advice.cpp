@@ -25,7 +25,7 @@ struct Words {
     int ssl;
 };
 
-Words WordsFor(Protocol protocol, const CPopProfileSetting& setting) {
+Words WordsFor(Protocol protocol, const CPopProfileSetting& setting, PopTls pop_tls) {
     Words words;
     words.pop = protocol == Protocol::Pop;
     words.server = ShowText(ServerOf(setting, protocol));
@@ -33,12 +33,13 @@ Words WordsFor(Protocol protocol, const CPopProfileSetting& setting) {
     words.server_key = words.pop || setting.smtpserver.empty() ? "popserver" : "smtpserver";
     words.port_key = words.pop ? "popport" : "smtpport";
     words.seconds = ShowCount(setting.timeout > 0 ? setting.timeout : kDefaultTimeOut_s, "second");
-    words.ssl = words.pop ? 0 : setting.sslsmtp;
+    words.ssl = words.pop ? static_cast<int>(pop_tls) : setting.sslsmtp;
     return words;
 }
 
 std::string UsualPorts(const Words& words) {
-    return words.pop ? "POP3 is usually at 110" : "SMTP is usually at 587 or 25, with TLS from the first byte at 465";
+    return words.pop ? "POP3 is usually at 110, with TLS from the first byte at 995"
+                     : "SMTP is usually at 587 or 25, with TLS from the first byte at 465";
 }
 
 std::string OnName(const Words& words) {
@@ -65,9 +66,9 @@ std::string OnSilence(const Words& words, int kind) {
         return "The server did not answer within " + words.seconds + ": a firewall may be in between, or " +
                words.server_key + " or " + words.port_key + " may be wrong (" + UsualPorts(words) + ").";
     }
-    if (kind == PROBE_GREETING && words.pop) {
+    if (kind == PROBE_GREETING && words.pop && words.ssl == 0) {
         return "The server accepts the connection and says nothing. If " + words.port +
-               " expects TLS from the first byte, as 995 does: tarvex speaks POP3 in clear, so use 110, or a tunnel.";
+               " expects TLS from the first byte, as 995 does, set it: `tarvex rules set PROFILE --pop_tls tls`.";
     }
     if (kind == PROBE_GREETING && words.ssl != 1) {
         return "The server accepts the connection and says nothing. If " + words.port +
@@ -86,6 +87,14 @@ std::string OnTls(const Words& words, CProbeReason reason) {
         return "The server speaks TLS, but refused this connection: it may want a version or a method of encryption "
                "that tarvex does not use (TLS 1.2 or newer), or another name of the server. Look at " +
                words.server_key + ", or ask its operator.";
+    }
+    if (words.pop && words.ssl == 2) {
+        return "The server does not upgrade to TLS at " + words.port +
+               ": 110 often does; for 995 use `tarvex rules set PROFILE --pop_tls tls`.";
+    }
+    if (words.pop) {
+        return "The server does not speak TLS from the first byte at " + words.port +
+               ": 995 usually does; for 110 use `tarvex rules set PROFILE --pop_tls starttls`.";
     }
     if (words.ssl == 2) {
         return "The server does not upgrade to TLS at " + words.port + ": 587 usually does; for 465 set --sslsmtp tls.";
@@ -106,7 +115,8 @@ std::string OnCertificate(const Words& words, CProbeReason reason) {
     if (reason == CProbeReason::NotTrusted) {
         return "This machine does not trust the authority that signed the certificate. Install the package "
                "ca-certificates if it is missing; for an authority of your own, put its certificate into the trust "
-               "store of this machine.";
+               "store of this machine" +
+               std::string(words.pop ? ", or name its file: `tarvex rules set PROFILE --tls_authority FILE`." : ".");
     }
     return "The server's certificate is not accepted, for the reason above.";
 }
@@ -241,8 +251,8 @@ std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSe
            "operator, or send through another server.";
 }
 
-std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting) {
-    const Words words = WordsFor(protocol, setting);
+std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting, PopTls pop_tls) {
+    const Words words = WordsFor(protocol, setting, pop_tls);
     switch (step.failure) {
         case PROBE_NO_SUCH_SERVER:
             return OnName(words);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "host/tree/host_setting.h"
 #include "tarvex/probe.h"
 #include "tarvex/settings.h"
 
@@ -19,6 +20,8 @@ const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol);
 std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting);
 
 // One or two sentences about a step that failed, in plain English, fit to be shown.
-std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting);
+// `pop_tls`: how POP3 is encrypted.
+std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting,
+                   PopTls pop_tls = PopTls::Off);
 
 }  // namespace tarvex::host

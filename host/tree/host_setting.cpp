@@ -21,6 +21,8 @@ constexpr std::array kOnOff = {ValueWord{"on", 1}, ValueWord{"off", 0}};
 constexpr const char* kRules = "Rules";
 constexpr const char* kLimits = "Limits";
 constexpr const char* kService = "The whole tree";
+constexpr const char* kEncryption = "Encryption of POP3";
+constexpr std::array kPopTls = {ValueWord{"off", 0}, ValueWord{"tls", 1}, ValueWord{"starttls", 2}};
 
 constexpr int kLongestEndOfData_s = 24 * 60 * 60;
 constexpr int kLongestRun_minutes = 7 * 24 * 60;
@@ -67,6 +69,14 @@ constexpr std::array kRuleKeys = {
     Limit("heldsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::heldsize,
           "How large the messages of a profile may be that are set aside"),
     Limit("serverruns", kLimits, "RUNS", "runs", kMost, &R::serverruns, "Runs at once to one server"),
+    Key<R>{{"pop_tls", kEncryption, "HOW",
+            "tls: encrypted from the first byte (usually port 995); starttls: encrypted before the login, or the "
+            "connection fails (usually port 110)",
+            KeyType::Number, "", kPopTls, 0, 2},
+           &R::pop_tls},
+    Key<R>{{"tls_authority", kEncryption, "FILE",
+            "Certificates (PEM) of the authority to trust for POP3 in the place of the system's", KeyType::Path},
+           &R::tls_authority},
     OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
     OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
                     "Messages that all runs of the service hold in memory")),
@@ -102,7 +112,12 @@ HostRules RulesIn(const std::string& text, const CString& path, HostRules others
         const SettingsSection* const section = file.Find(key.name);
         if (!section) continue;
         has_key = true;
-        const int number = NumberIn(key, section->Value().value(), path);
+        const std::string value = section->Value().value();
+        if (const auto* const words = std::get_if<CString R::*>(&key.field)) {
+            others.** words = value;
+            continue;
+        }
+        const int number = NumberIn(key, value, path);
         if (key.is_of_root && !is_root) continue;
         if (const auto* const flag = std::get_if<bool R::*>(&key.field)) others.** flag = number != 0;
         if (const auto* const limit = std::get_if<int R::*>(&key.field)) others.** limit = number;
@@ -134,6 +149,14 @@ std::optional<HostRules> RulesOf(const CString& root, const CString& profile) {
 
 std::optional<HostRules> RulesOf(const CPopProfile& profile) {
     return RulesOf(ParentOf(ParentOf(profile.path)), profile.path);
+}
+
+PopTls PopTlsOf(const CPopProfile& profile) {
+    try {
+        return RulesOf(profile).value_or(HostRules()).Tls();
+    } catch (const CommandError&) {
+        return PopTls::Off;
+    }
 }
 
 }  // namespace tarvex::host

@@ -12,6 +12,9 @@
 
 namespace tarvex::host {
 
+// How runs reach a POP3 server: the values of pop_tls.
+enum class PopTls { Off = 0, FromTheFirstByte = 1, Stls = 2 };
+
 // Kept as host.def has them; each key is described in the table behind Keys<HostRules>().
 struct HostRules {
     bool setaside = true;
@@ -34,6 +37,10 @@ struct HostRules {
     int serverruns = 10;       // runs at once to one server
     int allruns = 200;         // runs at once; of the root alone
 
+    int pop_tls = 0;        // a PopTls
+    CString tls_authority;  // a file of certificates, in the tree's form of a path; empty for the system's
+
+    PopTls Tls() const { return static_cast<PopTls>(pop_tls); }
     bool operator==(const HostRules&) const = default;
 };
 
@@ -56,6 +63,9 @@ std::optional<HostRules> RulesOf(const CString& root);
 // The same for a profile, by its directory in the root.
 std::optional<HostRules> RulesOf(const CString& root, const CString& profile);
 std::optional<HostRules> RulesOf(const CPopProfile& profile);
+
+// How runs of the profile reach its POP3 server; Off as well where that cannot be read, since then nothing runs.
+PopTls PopTlsOf(const CPopProfile& profile);
 
 // The rules that hold when a file is read: its values in the place of others.
 // Throws CommandError. `is_root`: the keys of the root count.

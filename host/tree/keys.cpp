@@ -64,7 +64,7 @@ constexpr Key<Record> Flag(const char* name, const char* group, int Record::*fie
 
 using A = CAppSetting;
 constexpr std::array kAppKeys = {
-    Text("rootpath", "Settings", "DIR", KeyType::Path, &A::rootpath, "Root directory of the data tree"),
+    Needed(Text("rootpath", "Settings", "DIR", KeyType::Path, &A::rootpath, "Root directory of the data tree")),
     Flag("allowcreatenewuser", "Settings", &A::allowcreatenewuser, "Whether `tarvex user add` may add users"),
 };
 
@@ -102,7 +102,8 @@ constexpr std::array kProfileKeys = {
     Needed(Text("popuser", kFetching, "NAME", KeyType::Login, &P::popuser, "POP3 user name")),
     Text("poppassword", kFetching, "", KeyType::Password, &P::poppassword, "POP3 password"),
     Flag("apop", kFetching, &P::apop, "on: log in with APOP when the server offers it"),
-    Flag("sslpop", kFetching, &P::sslpop, "Stored only: POP3 is always plain TCP. For TLS use a tunnel"),
+    Flag("sslpop", kFetching, &P::sslpop,
+         "Stored only, without effect. For TLS: `tarvex rules set PROFILE --pop_tls tls`"),
     Flag("deletemail", kFetching, &P::deletemail,
          "on: delete a mail on the POP3 server in a run after every address has it"),
     Text("smtpserver", kSending, "HOST", KeyType::HostName, &P::smtpserver, "SMTP server; empty: popserver"),
@@ -204,6 +205,10 @@ void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view
 }
 
 CString PathValue(const KeyInfo& key, std::string_view word) {
+    if (word.empty() && !key.is_needed) return {};
+    if (word.find_first_of("\r\n") != std::string_view::npos) {
+        throw CommandError(kBadUsage, std::string(key.name) + ": a path has one line");
+    }
     CString path = TreePath(word);
     if (!NativePath(path).is_absolute()) {
         throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowPath(path) +

@@ -23,6 +23,10 @@ public:
     // encryption, and an SMTP run begins no TLS of its own, whatever `sslsmtp` says.
     explicit CConnection(std::intptr_t socket, bool is_secured = false) noexcept
         : socket_(socket), is_secured_(is_secured) {}
+    // One that fails at once, as a fault of this machine: for a host that has no connection to give and does not want
+    // the run to make one.
+    static CConnection Unusable() noexcept { return CConnection(-2); }
+
     CConnection(CConnection&& other) noexcept : socket_(other.Release()), is_secured_(other.is_secured_) {}
     CConnection& operator=(CConnection&& other) noexcept {
         std::swap(socket_, other.socket_);

@@ -246,8 +246,8 @@ typedef struct tarvex_guard {
     void(TARVEX_C_CALL* taken)(void* context, const tarvex_mail* mail, const char* address);
     /* The connection to a server, asked whenever one is wanted: a stream socket that is connected (a descriptor, or a
        SOCKET on Windows), which the run makes non-blocking, shuts down when it is interrupted, and closes. -1 has the
-       run connect by itself. A host that sets *is_secured to 1 answers for encryption: then an SMTP run begins no TLS
-       of its own. */
+       run connect by itself, any other negative number fails. A host that sets *is_secured to 1 answers for encryption:
+       then an SMTP run begins no TLS of its own. */
     long long(TARVEX_C_CALL* connects)(void* context, const char* profile, int protocol, const char* server, int port,
                                        int* is_secured); /* protocol: a tarvex_protocol */
     /* The message, where the host still has it from an earlier run that did not deliver it: `text_bytes` of it, exactly

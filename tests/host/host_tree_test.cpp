@@ -136,7 +136,7 @@ TEST_F(HostTree, GetsItsRulesWhenItIsNewAndElseWhenSomebodyWantsThem) {
 TEST_F(HostTree, HasRulesThatAreShownAndSet) {
     Tell({"init", Tree()});
     Tell({"user", "add", "taro"});
-    Tell({"profile", "add", "taro", "me@example.org", "--popserver", "x", "--popuser", "y"});
+    Tell({"profile", "add", "taro", "me@example.org", "--popserver", "x", "--popuser", "y", "--plain"});
     EXPECT_THAT(Tell({"rules", "set", "--floodlimit", "70", "--setaside", "off", "--allruns", "9"}),
                 AllOf(HasSubstr("floodlimit: \"50\" -> \"70\""), HasSubstr("setaside: \"on\" -> \"off\"")));
     // The profile may stand at either place.
@@ -160,11 +160,37 @@ TEST_F(HostTree, HasRulesThatAreShownAndSet) {
     EXPECT_THAT(Refusal({"rules", "nobody", "show"}, 66), HasSubstr("nobody"));
 }
 
+TEST_F(HostTree, LogsInInClearOnlyWhereThatIsAskedFor) {
+    Tell({"init", Tree()});
+    Tell({"user", "add", "taro"});
+    std::vector<std::string> add = {"profile", "add", "taro", "me@example.org", "--popserver", "x", "--popuser", "y"};
+    EXPECT_THAT(Refusal(add, 64), HasSubstr("the POP3 password would go to x in clear; give --pop_tls tls"));
+    add.insert(add.end(), {"--pop_tls", "tls"});
+    Tell(add);
+    EXPECT_EQ(ReadFile(Tree() + "/user0/from0/host.def"), "[version]\r\n0\r\n\r\n[pop_tls]\r\n1\r\n\r\n");
+    EXPECT_EQ(nlohmann::json::parse(Tell({"profile", "show", "user0/from0", "--json"}))["popport"], 995);
+    EXPECT_THAT(Tell({"status"}), Not(HasSubstr("in clear")));
+
+    EXPECT_THAT(Tell({"profile", "set", "user0/from0", "--sslpop", "on"}),
+                HasSubstr("sslpop has no effect; `tarvex rules"));
+    Tell({"rules", "set", "user0/from0", "--pop_tls", "off"});
+    EXPECT_THAT(Tell({"status"}), HasSubstr("the POP3 password goes to x in clear; `tarvex rules set "));
+
+    // The tree's own setting counts too.
+    Tell({"rules", "set", "--pop_tls", "starttls", "--tls_authority", folder_ / "ca.pem"});
+    EXPECT_THAT(Tell({"status"}), Not(HasSubstr("in clear")));
+    EXPECT_EQ(nlohmann::json::parse(Tell({"rules", "show", "user0/from0", "--json"}))["tls_authority"],
+              Host::Native(folder_ / "ca.pem"));
+    EXPECT_THAT(Refusal({"rules", "set", "--tls_authority", "ca.pem"}, 64), HasSubstr("not a whole path"));
+    Tell({"rules", "set", "--tls_authority", ""});
+    EXPECT_EQ(ReadFile(Tree() + "/host.def").find("tls_authority"), std::string::npos);
+}
+
 // Neither without rules nor with other ones.
 TEST_F(HostTree, IsNotRunWhileItsRulesAreUnknown) {
     Tell({"init", Tree()});
     Tell({"user", "add", "taro"});
-    Tell({"profile", "add", "taro", "me@example.org", "--popserver", "x", "--popuser", "y"});
+    Tell({"profile", "add", "taro", "me@example.org", "--popserver", "x", "--popuser", "y", "--plain"});
     for (const std::string& file : {Tree() + "/host.def", Tree() + "/user0/from0/host.def"}) {
         WriteFile(file, "[runsize]\nmuch\n");
         EXPECT_THAT(Refusal({"run", "--now"}, 74),

@@ -56,7 +56,7 @@ PATH=$(dirname "$tarvex"):$PATH
 tree=$work/tree
 "$tarvex" --root "$tree" init >/dev/null
 "$tarvex" --root "$tree" user add taro >/dev/null
-echo secret | "$tarvex" --root "$tree" profile add taro me@example.org --nickname office --popserver pop.example.org \
+echo secret | "$tarvex" --root "$tree" profile add taro me@example.org --nickname office --popserver pop.example.org --pop_tls tls \
   --popuser me --password-stdin >/dev/null
 # shellcheck source=/dev/null
 source "$completion"

@@ -67,21 +67,21 @@ std::function<void(CPopProfileSetting&)> Tls(int sslsmtp) {
 TEST(Advice, OfEveryFailureOfPop3) {
     const std::string user = "S: +OK <1@me> ready\nC: USER alice\n";
     const std::string logged_in = user + "S: +OK\nC: PASS secret\nS: +OK\n";
-    CheckAll(
-        Protocol::Pop,
-        {{"S: 220 ready\nC: USER alice\nS: (closed)\n", "does not speak POP3: set popport (POP3 is usually at 110)"},
-         {"S: -ERR go away\nC: (closed)\n", "The server rejected the connection."},
-         {"C: (closed)\n", "as 995 does: tarvex speaks POP3 in clear", kStallTimeOut_s},
-         {"S: (closed)\n", "The server ended the connection: try again, and look at popport"},
-         {user + "S: -ERR no\nC: (closed)\n", "set --popuser and --password"},
-         {user + "C: (closed)\n", "did not answer within 1 second: raise timeout", kStallTimeOut_s},
-         {user + "S: -ERR [in-use] locked\nC: (closed)\n", "Another program has the mailbox open"},
-         {user + "S: -ERR [LOGIN-DELAY] 60\nC: (closed)\n", "set a larger --timer"},
-         {user + "S: -ERR [SYS/TEMP] x\nC: (closed)\n", "your settings are not to blame: try later"},
-         {user + "S: -ERR [SYS/PERM] x\nC: (closed)\n", "tell its operator"},
-         {user + "S: -ERR [AUTH] no\nC: (closed)\n", "set --popuser and --password"},
-         {logged_in + "C: UIDL\nS: -ERR no\nC: LIST\nS: -ERR locked\nC: (closed)\n",
-          "another program may be using it"}});
+    CheckAll(Protocol::Pop,
+             {{"S: 220 ready\nC: USER alice\nS: (closed)\n",
+               "does not speak POP3: set popport (POP3 is usually at 110, with TLS from the first byte at 995)"},
+              {"S: -ERR go away\nC: (closed)\n", "The server rejected the connection."},
+              {"C: (closed)\n", "as 995 does, set it: `tarvex rules set PROFILE --pop_tls tls`", kStallTimeOut_s},
+              {"S: (closed)\n", "The server ended the connection: try again, and look at popport"},
+              {user + "S: -ERR no\nC: (closed)\n", "set --popuser and --password"},
+              {user + "C: (closed)\n", "did not answer within 1 second: raise timeout", kStallTimeOut_s},
+              {user + "S: -ERR [in-use] locked\nC: (closed)\n", "Another program has the mailbox open"},
+              {user + "S: -ERR [LOGIN-DELAY] 60\nC: (closed)\n", "set a larger --timer"},
+              {user + "S: -ERR [SYS/TEMP] x\nC: (closed)\n", "your settings are not to blame: try later"},
+              {user + "S: -ERR [SYS/PERM] x\nC: (closed)\n", "tell its operator"},
+              {user + "S: -ERR [AUTH] no\nC: (closed)\n", "set --popuser and --password"},
+              {logged_in + "C: UIDL\nS: -ERR no\nC: LIST\nS: -ERR locked\nC: (closed)\n",
+               "another program may be using it"}});
     ScriptedServer apop([](Peer& peer) {
         peer.Send("+OK <1@me>\r\n");
         peer.ReadLine();

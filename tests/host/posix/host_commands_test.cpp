@@ -86,7 +86,7 @@ protected:
     void MakeTree() const {
         Do({"init"});
         Do({"user", "add", "taro"});
-        Do({"profile", "add", "taro", "me@example.org", "--popserver", "pop.example.org", "--popuser", "me",
+        Do({"profile", "add", "taro", "me@example.org", "--popserver", "pop.example.org", "--popuser", "me", "--plain",
             "--password-stdin"},
            "secret\n");
         Do({"forward", "add", "me@example.org", "phone@example.net", "--nickname", "phone"});
@@ -361,7 +361,7 @@ TEST_F(HostCommands, ASignalAtTheQuestionLeavesTheTerminalAsItWas) {
 TEST_F(HostCommands, ANewProfileAsksForItsPassword) {
     MakeTree();
     ChildProcess dialogue(
-        Command({"profile", "add", "taro", "you@example.org", "--popserver", "p", "--popuser", "you"}),
+        Command({"profile", "add", "taro", "you@example.org", "--popserver", "p", "--popuser", "you", "--plain"}),
         Output::Dialogue, Variables());
     ASSERT_TRUE(dialogue.WaitForOutput("POP3 password: ", 20s)) << dialogue.Printed();
     dialogue.Type("secret2\n");

@@ -1,0 +1,28 @@
+// Tells logins in clear to another machine from those within this one.
+
+#include "host/tree/clear_login.h"
+
+#include "host/system/display.h"
+#include "host/terminal/wording.h"
+
+namespace tarvex::host {
+
+bool IsThisMachine(std::string_view server) {
+    std::string name = Lower(std::string(server));
+    if (name.ends_with('.')) name.pop_back();
+    const bool is_ipv4 = name.find_first_not_of("0123456789.") == std::string::npos;
+    return name == "localhost" || name.ends_with(".localhost") || name == "::1" ||
+           (is_ipv4 && name.starts_with("127."));
+}
+
+bool LogsInInClear(const CPopProfileSetting& setting, PopTls tls) {
+    return tls == PopTls::Off && !IsThisMachine(setting.popserver);
+}
+
+std::string NoteOnClearLogin(const CPopProfile& profile, const std::string& name) {
+    if (!LogsInInClear(profile.setting, PopTlsOf(profile))) return {};
+    return "the POP3 password goes to " + ShowText(profile.setting.popserver) + " in clear; `tarvex rules set " + name +
+           " --pop_tls tls` encrypts it (usually at port 995)";
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,17 @@
+// A pair of the system's own.
+
+#include "host/tunnels/socket_pair.h"
+
+#include <sys/socket.h>
+
+#include <array>
+
+namespace tarvex::host {
+
+std::optional<SocketPair> MakeSocketPair() {
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0) return std::nullopt;
+    return SocketPair{CConnection(ends[0], true), CConnection(ends[1])};
+}
+
+}  // namespace tarvex::host
