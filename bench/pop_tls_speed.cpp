@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "bench/measure.h"
-#include "host/tunnels/mailbox_way.h"
+#include "host/ways/server_way.h"
 #include "tests/real/servers/real_servers.h"
 
 namespace tarvex::bench {
@@ -31,14 +31,14 @@ struct Way {
 
 class Guard final : public CRunGuard {
 public:
-    Guard(const HostRules& rules, host::Tunnels& tunnels) : rules_(rules), tunnels_(tunnels) {}
+    Guard(const HostRules& rules, host::Ways& ways) : rules_(rules), ways_(ways) {}
     CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
-        return host::WayTo(server, profile, rules_, &tunnels_);
+        return host::WayTo(server, profile, rules_, &ways_);
     }
 
 private:
     const HostRules& rules_;
-    host::Tunnels& tunnels_;
+    host::Ways& ways_;
 };
 
 // The bytes of the messages.
@@ -61,14 +61,14 @@ std::size_t Fetch(CPopProfile& profile) {
 
 void Measure(const PopServer& server, const Login& login, const char* what) {
     std::vector<Way> ways = {{PopTls::Off, "clear"}, {PopTls::FromTheFirstByte, "tls"}, {PopTls::Stls, "starttls"}};
-    host::Tunnels tunnels;
+    host::Ways shared{""};
     std::size_t bytes = 0;
     for (int round = -1; round < kRounds; ++round) {
         for (Way& way : ways) {
             HostRules rules;
             rules.pop_tls = static_cast<int>(way.tls);
             rules.tls_authority = server.CaFile();
-            Guard guard(rules, tunnels);
+            Guard guard(rules, shared);
             CPopProfile profile;
             profile.setting.popserver = "localhost";
             profile.setting.popport = way.tls == PopTls::FromTheFirstByte ? server.TlsPort() : server.Port();

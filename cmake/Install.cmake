@@ -48,6 +48,8 @@ install(FILES packaging/debian/library.lintian-overrides DESTINATION ${CMAKE_INS
 install(DIRECTORY examples DESTINATION ${documents}/libtarvex-dev COMPONENT development)
 install(DIRECTORY docs/ DESTINATION ${documents}/tarvex COMPONENT host FILES_MATCHING PATTERN "*.md" PATTERN "man" EXCLUDE)
 
+install(FILES packaging/provider.def DESTINATION ${documents}/tarvex/examples COMPONENT host)
+
 # The manual. Its list of keys is made from the host's own tables.
 add_executable(tarvex_manual packaging/manual.cpp)
 target_link_libraries(tarvex_manual PRIVATE tarvex_host_parts tarvex)

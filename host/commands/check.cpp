@@ -20,7 +20,7 @@
 #include "host/tree/remarks.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
-#include "host/tunnels/mailbox_way.h"
+#include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -102,7 +102,7 @@ std::vector<CString> RecipientsOf(const CPopProfile& profile) {
 SmtpAnswer AskSmtp(const CPopProfile& profile) {
     const CPopProfileSetting& setting = profile.setting;
     SmtpAnswer answer;
-    answer.good = TrySmtp(setting, RecipientsOf(profile), &answer.trial) != 0;
+    answer.good = TryRelay(profile, RecipientsOf(profile), answer.trial);
     const auto hello = std::ranges::find(answer.trial.steps, int{PROBE_HELLO}, &CProbeStep::kind);
     const bool greeted = hello != answer.trial.steps.end() && hello->failure == PROBE_SUCCESS;
     if (greeted && setting.smtpauth != 0 && answer.trial.method.empty()) {

@@ -235,8 +235,9 @@ int SendHere(const std::string& directory, CRootPath& root, const HeldRequest& r
     CPopProfile copy;
     copy = profile;
     RuleMemory memory(directory, PrintNote);
+    Ways ways(root.path);
     const HeldSendingOptions options{std::time(nullptr), [] { return CaughtSignal() != 0; }, &memory,
-                                     EndOfDataSeconds(root, profile)};
+                                     EndOfDataSeconds(root, profile), &ways};
     return TellHeld(SendHeld(copy, request.choice, options), request.choice.size(), reply);
 }
 

@@ -4,7 +4,7 @@
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/tunnels/mailbox_way.h"
+#include "host/ways/server_way.h"
 #include "tarvex/probe.h"
 
 namespace tarvex::host {

@@ -20,7 +20,7 @@
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
-#include "host/tunnels/mailbox_way.h"
+#include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

@@ -67,6 +67,7 @@ public:
         for (const NamedProfile& named : chosen_) QueueIfWanted(*named.user, *named.profile);
         const bool done = RunQueue();
         if (!done) {
+            rules_.Stop();
             InterruptRuns(root_);
             root_.WaitThread(-1);
             TakeEnded();
@@ -157,7 +158,7 @@ private:
         copy = profile;
         Reply reply;
         const HeldSendingOptions options{now, [] { return CaughtSignal() != 0; }, &rules_.Memory(),
-                                         EndOfDataSeconds(root_, profile)};
+                                         EndOfDataSeconds(root_, profile), &rules_.WaysOut()};
         const int code = TellHeld(SendHeld(copy, due, options), due.size(), reply);
         const std::string heading = ShownName(root_, profile.path) + ": held mail was tried again";
         if (!options_.quiet) std::cout << heading << ":\n" << reply.printed;

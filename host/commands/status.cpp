@@ -22,6 +22,7 @@
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
+#include "host/tokens/profile_tokens.h"
 #include "host/tree/clear_login.h"
 #include "host/tree/host_setting.h"
 #include "host/tree/log_reader.h"
@@ -49,9 +50,19 @@ struct Status {
     std::optional<ProfileHistory> history;
     HeldCount held;
     std::map<Matter, std::map<CString, Note>> remembered;  // in a tree with rules
+    std::string wants_login;                               // why no run begins before `tarvex login`
     std::string clear_login;                               // the password goes over the network in clear
     std::string trouble;                                   // why it is not run, or what of its last run is not on disk
 };
+
+std::string WhyWantsLogin(const CRootPath& root, const CPopProfile& profile) {
+    try {
+        const std::optional<HostRules> rules = RulesOf(profile);
+        return rules ? WhyNoToken(AccessTokens(root.path), *rules, profile) : "";
+    } catch (const CommandError&) {
+        return {};  // that the rules cannot be read is said elsewhere
+    }
+}
 
 Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& profile, HistoryReader* reader) {
     Status status;
@@ -63,6 +74,7 @@ Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& pro
     status.next_due = profile.NextDue();
     status.held = CountHeld(profile);
     status.clear_login = NoteOnClearLogin(profile, status.name);
+    status.wants_login = WhyWantsLogin(root, profile);
     if (reader) status.history = reader->Of(profile.path);
     status.ran_unrecorded = !status.history && ReadLog(profile.path).has_value();
     if (const std::string why = WhyUnreadable(profile); !why.empty()) {
@@ -129,7 +141,7 @@ void PrintRemembered(const Status& status, CTime now) {
 
 // A person has to do something about it.
 bool WantsAPerson(const Status& status) {
-    return std::ranges::any_of(status.remembered, [](const auto& of) {
+    return !status.wants_login.empty() || std::ranges::any_of(status.remembered, [](const auto& of) {
         return (of.first == Matter::Waiting || of.first == Matter::Parked) && !of.second.empty();
     });
 }
@@ -172,6 +184,10 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
                       << "` shows why\n";
         }
         PrintRemembered(status, now);
+        if (!status.wants_login.empty()) {
+            std::cout << status.name << ": waits for `tarvex login " << status.name << "`: " << status.wants_login
+                      << '\n';
+        }
         if (!status.clear_login.empty()) std::cout << status.name << ": " << status.clear_login << '\n';
         if (!status.switched_on || status.last_due <= now || status.next_due <= now) continue;
         std::cout << status.name << " was last due at " << ShowTime(status.last_due)
@@ -258,6 +274,7 @@ void PrintAsJson(const std::vector<Status>& all, bool has_rules, CTime now) {
                          {"damaged", status.held.damaged},
                          {"bytes", status.held.bytes}};
         entry["remembered"] = JsonOfRemembered(status);
+        entry["wants_login"] = status.wants_login.empty() ? Json() : Json(status.wants_login);
         entry["clear_login"] = !status.clear_login.empty();
         entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
         list.push_back(std::move(entry));

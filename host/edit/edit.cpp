@@ -17,6 +17,7 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
+#include "host/tokens/provider_tokens.h"
 #include "host/tree/file_names.h"
 #include "host/tree/host_setting.h"
 #include "host/tree/keys.h"
@@ -73,11 +74,8 @@ public:
         const bool changes_lists = request_.verb == EditVerb::CatchUp || request_.verb == EditVerb::Resend;
         if (request_.verb != EditVerb::Remove && !changes_lists) return {};
         if (request_.kind == EditKind::Forward) return {FindForward(root_, request_.name).profile->path};
-        std::vector<CString> paths;
-        if (request_.kind == EditKind::User) {
-            for (const auto& profile : FindUser(root_, request_.name).profiles) paths.push_back(profile->path);
-        }
-        return paths;
+        if (request_.kind == EditKind::User) return PathsOf(FindUser(root_, request_.name));
+        return {};
     }
 
 private:
@@ -143,6 +141,23 @@ private:
         return "Removed " + Shown(directory) + ".\n";
     }
 
+    static std::vector<CString> PathsOf(const CUser& user) {
+        std::vector<CString> paths;
+        for (const auto& profile : user.profiles) paths.push_back(profile->path);
+        return paths;
+    }
+
+    // The tokens of removed profiles lie elsewhere. A profile that may come back after a power failure keeps them.
+    std::string ForgetLogins(const std::vector<CString>& profiles) const {
+        std::string notes;
+        if (!unsynced_.empty()) return notes;
+        for (const CString& path : profiles) {
+            if (!ForgetLogin(root_.path, path))
+                notes += "Note: the tokens of " + Shown(path) + " stay in .tarvex/tokens; delete them there.\n";
+        }
+        return notes;
+    }
+
     void RefuseSecondUser(const CString& login_name) const;
     void RefuseSecondMailbox(const CPopProfileSetting& draft) const;
     void RefuseSecondAddress(const CPopProfile& profile, const CForwardAddressSetting& draft) const;
@@ -167,7 +182,10 @@ private:
 std::string Editor::EditUser() {
     if (request_.verb == EditVerb::Add) return AddUser();
     CUser& user = FindUser(root_, request_.name);
-    if (request_.verb == EditVerb::Remove) return RemoveFromDisk(user, [&] { root_.DeleteUser(&user); });
+    if (request_.verb == EditVerb::Remove) {
+        const std::vector<CString> profiles = PathsOf(user);
+        return RemoveFromDisk(user, [&] { root_.DeleteUser(&user); }) + ForgetLogins(profiles);
+    }
     if (request_.verb != EditVerb::Set) UnknownEdit();
     RequireLoaded(user.setting_loaded);
     return Set<CUserSetting>(user, [&](const CUserSetting& after) {
@@ -204,7 +222,8 @@ std::string Editor::EditProfile() {
     const NamedProfile named = FindProfile(root_, request_.name);
     CPopProfile* const profile = named.profile;
     if (request_.verb == EditVerb::Remove) {
-        return RemoveFromDisk(*profile, [&] { named.user->DeletePopProfile(profile); });
+        const CString path = profile->path;
+        return RemoveFromDisk(*profile, [&] { named.user->DeletePopProfile(profile); }) + ForgetLogins({path});
     }
     if (request_.verb != EditVerb::Set) UnknownEdit();
     return SetProfile(*profile);

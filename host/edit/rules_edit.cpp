@@ -47,6 +47,16 @@ std::string AddRules(const CRootPath& root, Saved& saved) {
     return "The tree has rules now, all of them on; `tarvex rules show` shows them.\n";
 }
 
+// What the file would be read as must be what was meant: a text may look like the header of a key, or be one that the
+// tree has set and a profile cannot leave out.
+void RequireSame(const HostRules& read, const HostRules& meant, const std::vector<const Key<HostRules>*>& keys) {
+    for (const Key<HostRules>* const key : keys) {
+        if (ShowValue(read, *key) == ShowValue(meant, *key)) continue;
+        throw CommandError(kBadData, std::string(key->name) + " cannot be stored: it would be read back as \"" +
+                                         ShowValue(read, *key) + '"');
+    }
+}
+
 // A profile that is as the root has no key of its own.
 std::string SetRules(const CString& directory, const HostRules& before, const std::optional<HostRules>& of_root,
                      const KeyValues<HostRules>& values, Saved& saved) {
@@ -59,6 +69,7 @@ std::string SetRules(const CString& directory, const HostRules& before, const st
         const bool as_root = of_root && FileValue(*of_root, *key) == value;
         SetOrRemove(file, *key, as_root ? "" : value);
     }
+    RequireSame(RulesIn(file.Text(), path, of_root.value_or(HostRules()), !of_root), after, values.Keys());
     saved = ReplaceContent(path, file.Text());
     return values.Difference(before, after);
 }

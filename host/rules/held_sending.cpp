@@ -77,13 +77,21 @@ bool HasChanged(const HeldAddress& waiting, const CForwardAddress& address, cons
 // Keeps a refusal from ending the conversation: the message is held.
 class SendingGuard : public CRunGuard {
 public:
-    explicit SendingGuard(int end_of_data_s) : end_of_data_s_(end_of_data_s) {}
+    SendingGuard(int end_of_data_s, Ways* ways) : end_of_data_s_(end_of_data_s), ways_(ways) {}
 
     // Of one message for one address.
     bool taken = false;
     CRunFailure refusal;
 
 private:
+    CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
+        try {
+            const std::optional<HostRules> rules = RulesOf(profile);
+            return rules ? WayTo(server, profile, *rules, ways_) : CConnection();
+        } catch (const CommandError&) {
+            return CConnection::Unusable();  // neither other rules nor none
+        }
+    }
     int EndOfDataSeconds(const CPopProfile&) override { return end_of_data_s_; }
     CRefusal Refused(const CPopProfile&, const CReceiveMail&, const CForwardAddress&, const CRunFailure& why) override {
         refusal = why;
@@ -92,12 +100,13 @@ private:
     void Taken(const CPopProfile&, const CReceiveMail&, std::span<CForwardAddress* const>) override { taken = true; }
 
     const int end_of_data_s_;
+    Ways* const ways_;
 };
 
 class Sending {
 public:
     Sending(CPopProfile& copy, const HeldSendingOptions& options)
-        : copy_(copy), options_(options), store_(copy.path), guard_(options.end_of_data_s) {
+        : copy_(copy), options_(options), store_(copy.path), guard_(options.end_of_data_s, options.ways) {
         if (options.memory) memory_ = options.memory->Of(copy.path);
         copy_.guard = &guard_;
     }

@@ -8,6 +8,7 @@
 
 #include "host/rules/held_record.h"
 #include "host/rules/memory.h"
+#include "host/ways/server_way.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {
@@ -55,6 +56,7 @@ struct HeldSendingOptions {
     std::function<bool()> stop;    // asked before each message; may be empty
     RuleMemory* memory = nullptr;  // learns what was sent and refused, and keeps what was sent from being sent again
     int end_of_data_s = 0;         // how long the answer to a whole message may take; 0: the profile's time-out
+    Ways* ways = nullptr;          // to a server that wants a token
 };
 
 // Tries the choice in its order, each message for each address as a delivery of its own, over one connection as long

@@ -66,7 +66,7 @@ bool HoldsReport(const CString& profile_path) {
     return !records || std::ranges::count(*records, HeldKind::Report, &HeldRecord::kind) != 0;
 }
 
-std::string Said(const HeldResult& result) {
+std::string SaidOf(const HeldResult& result) {
     switch (result.outcome) {
         case HeldOutcome::Taken:
             return "taken" + (result.why.empty() ? "" : ", but " + result.why + " and it may be sent again");
@@ -178,7 +178,7 @@ int TellHeld(const std::vector<HeldResult>& results, std::size_t asked, Reply& r
         if (result.outcome == HeldOutcome::Taken) --left;
         reply.printed += std::to_string(result.choice.id) + " to " +
                          (result.address.empty() ? ShowPath(result.choice.folder) : ShowText(result.address)) + ": " +
-                         Said(result) + '\n';
+                         SaidOf(result) + '\n';
     }
     if (left == 0) return kDone;
     reply.error = (left == 1 ? "one copy is" : std::to_string(left) + " copies are") + " still set aside";

@@ -9,6 +9,7 @@
 #include "host/system/display.h"
 #include "host/system/memory.h"
 #include "host/terminal/wording.h"
+#include "host/tokens/profile_tokens.h"
 
 namespace tarvex::host {
 namespace {
@@ -17,7 +18,8 @@ using SteadyClock = std::chrono::steady_clock;
 
 }  // namespace
 
-RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell) : root_(root), memory_(root, std::move(tell)) {}
+RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell)
+    : root_(root), memory_(root, std::move(tell)), ways_(root) {}
 
 CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(profile);
@@ -28,7 +30,7 @@ CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_, kept_mails_),
             SteadyClock::now() + std::chrono::minutes(rules->runtime)};
     RunRules* const guard = run.rules.get();
-    guard->LeadThrough(tunnels_);
+    guard->LeadThrough(ways_);
     const CStartResult result = StartRun(root, profile, guard);
     if (result == CStartResult::Started) runs_.insert_or_assign(profile.path, std::move(run));
     return result;
@@ -58,6 +60,8 @@ std::string RuledRuns::WhyNotNow(const CPopProfile& profile, bool asked) {
         const std::string why = notes.empty() ? std::string() : ShowText(notes.begin()->second.words);
         return "waits for `tarvex accept`: " + why;
     }
+    if (const std::string why = WhyNoToken(ways_.tokens, *rules, profile); !why.empty())
+        return "waits for `tarvex login`: " + why;
     const CTime now = std::time(nullptr);
     const bool may_log_in = memory.MayLogIn(MailServer::Pop3, now) && memory.MayLogIn(MailServer::Smtp, now);
     if (rules->backoff && !asked && !may_log_in) return "waits, because its logins failed";

@@ -49,6 +49,10 @@ public:
     bool SpreadsRuns() const;
 
     RuleMemory& Memory() { return memory_; }
+    Ways& WaysOut() { return ways_; }
+
+    // Ends the waits for tokens, of runs that are under way and to come.
+    void Stop() { ways_.tokens.Stop(); }
 
 private:
     struct Run {
@@ -60,7 +64,7 @@ private:
     RuleMemory memory_;
     ByteBudget budget_{0};
     KeptMails kept_mails_{budget_};
-    Tunnels tunnels_;
+    Ways ways_;
     std::map<CString, Run> runs_;  // by the profile's path
 };
 

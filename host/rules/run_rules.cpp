@@ -14,6 +14,7 @@
 #include "host/rules/flood.h"
 #include "host/rules/held_sending.h"
 #include "host/terminal/wording.h"
+#include "host/tokens/profile_tokens.h"
 #include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
@@ -75,6 +76,7 @@ CTime RunRules::CurrentTime() { return std::time(nullptr); }
 RunRules::RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemory& memory, ByteBudget& budget,
                    KeptMails& kept_mails, Clock clock)
     : rules_(rules),
+      token_owner_(OwnerOf(profile)),
       interval_s_(IntervalSeconds(profile.setting.timer)),
       memory_(memory),
       profile_memory_(memory.Of(profile.path)),
@@ -438,6 +440,7 @@ NextRun RunRules::Finish(CRunResult& result) {
         result.delivery = *kept_back_;
     }
     RememberLogins(result);
+    ForgetRefusedTokens();
     RememberRetrievals(result);
     if (result.ending == CRunEnding::Delivered) profile_memory_.RecordSmtp(true, {}, Now());
     if (result.ending == CRunEnding::DeliveryFailed && !result.interrupted) {
@@ -469,7 +472,10 @@ void RunRules::RememberLogins(const CRunResult& result) {
 }
 
 void RunRules::RememberLogin(MailServer server, const CRunFailure& why, bool logged_in) {
-    if (why.stage == CRunStage::Login && why.failure_class == CFailureClass::Permanent) {
+    // Where there is no token, the refusal comes as a greeting.
+    const bool at_login =
+        why.stage == CRunStage::Login || why.reply.starts_with("-ERR [AUTH]") || why.reply.starts_with("535 ");
+    if (at_login && why.failure_class == CFailureClass::Permanent) {
         profile_memory_.RecordFailedLogin(server, why.reply, interval_s_, Now());
     } else if (why.stage > CRunStage::Login || logged_in) {
         profile_memory_.RecordLogin(server);
@@ -486,6 +492,13 @@ void RunRules::RememberRetrievals(const CRunResult& result) {
     if (!result.interrupted || (time_is_over_ && result.messages_fetched == 0)) CountNotFetched(result);
     for (const auto& [mail, fetched] : fetched_) {
         if (not_fetched_before_.contains(fetched.uidl)) profile_memory_.RecordFetched(fetched.uidl);
+    }
+}
+
+// The next run asks for new ones.
+void RunRules::ForgetRefusedTokens() {
+    for (const UsedToken* const used : {&used_at_mailbox_, &used_at_relay_}) {
+        if (ways_ && *used->was_refused) ways_->tokens.Refused(token_owner_, TokenCommandOf(rules_), used->token);
     }
 }
 

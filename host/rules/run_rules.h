@@ -23,7 +23,7 @@
 #include "host/rules/rotation.h"
 #include "host/rules/servers_fault.h"
 #include "host/tree/host_setting.h"
-#include "host/tunnels/mailbox_way.h"
+#include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -41,8 +41,8 @@ public:
              KeptMails& kept_mails, Clock clock = CurrentTime);
     ~RunRules() override;
 
-    // The tunnels for rules that want TLS; they must outlive the run. Without them such a run has no connection.
-    void LeadThrough(Tunnels& tunnels) { tunnels_ = &tunnels; }
+    // The ways for rules that want TLS or tokens; they must outlive the run. Without them such a run has no connection.
+    void LeadThrough(Ways& ways) { ways_ = &ways; }
 
     // To be called once, with the result of the run that has ended: remembers what follows from it, and completes it
     // where a rule ended the run.
@@ -55,7 +55,8 @@ public:
     void EndsForTime() { time_is_over_ = true; }
 
     CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
-        return WayTo(server, profile, rules_, tunnels_);
+        return WayTo(server, profile, rules_, ways_, {},
+                     server.protocol == CProtocol::Smtp ? &used_at_relay_ : &used_at_mailbox_);
     }
     bool Begins(const CPopProfile& profile) override;
     bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) override;
@@ -113,12 +114,16 @@ private:
                      const CForwardAddress& address);
     void RememberLogins(const CRunResult& result);
     void RememberLogin(MailServer server, const CRunFailure& why, bool logged_in);
+    void ForgetRefusedTokens();
     void RememberRetrievals(const CRunResult& result);
     void CountNotFetched(const CRunResult& result);
     NextRun WhenNext(const CRunResult& result) const;
 
     const HostRules rules_;
-    Tunnels* tunnels_ = nullptr;
+    const TokenOwner token_owner_;
+    Ways* ways_ = nullptr;
+    UsedToken used_at_mailbox_;
+    UsedToken used_at_relay_;
     const CTime interval_s_;
     RuleMemory& memory_;
     ProfileMemory profile_memory_;

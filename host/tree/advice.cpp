@@ -221,6 +221,13 @@ std::string OnRefusal(const Words& words, const CProbeStep& step, const CPopProf
     }
 }
 
+// What the host says in the place of a server (host/ways/server_way.h).
+bool IsAboutTokens(std::string_view reply) {
+    constexpr std::array kBegins = {
+        "-ERR [AUTH] token: ", "-ERR [SYS/TEMP] token: ", "535 5.7.8 token: ", "454 4.7.0 token: "};
+    return std::ranges::any_of(kBegins, [reply](const char* begin) { return reply.starts_with(begin); });
+}
+
 }  // namespace
 
 const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol) {
@@ -267,6 +274,9 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
         case PROBE_BAD_CERTIFICATE:
             return OnCertificate(words, step.reason);
         case PROBE_REFUSED:
+            if (IsAboutTokens(step.text))
+                return "There is no token to log in with, so nothing was sent to the server; docs/tokens.md tells how "
+                       "to get one.";
             return OnRefusal(words, step, setting);
         case PROBE_LOCAL:
             return "The fault is on this machine, for the reason above.";

@@ -22,6 +22,8 @@ constexpr const char* kRules = "Rules";
 constexpr const char* kLimits = "Limits";
 constexpr const char* kService = "The whole tree";
 constexpr const char* kEncryption = "Encryption of POP3";
+constexpr const char* kLogin = "Login with tokens";
+constexpr std::array kLogins = {ValueWord{"password", 0}, ValueWord{"xoauth2", 1}, ValueWord{"oauthbearer", 2}};
 constexpr std::array kPopTls = {ValueWord{"off", 0}, ValueWord{"tls", 1}, ValueWord{"starttls", 2}};
 
 constexpr int kLongestEndOfData_s = 24 * 60 * 60;
@@ -75,8 +77,23 @@ constexpr std::array kRuleKeys = {
             KeyType::Number, "", kPopTls, 0, 2},
            &R::pop_tls},
     Key<R>{{"tls_authority", kEncryption, "FILE",
-            "Certificates (PEM) of the authority to trust for POP3 in the place of the system's", KeyType::Path},
+            "Certificates (PEM) of the authority to trust in the place of the system's: for POP3, and for SMTP with a "
+            "token",
+            KeyType::Path},
            &R::tls_authority},
+    Key<R>{{"pop_login", kLogin, "HOW",
+            "How to log in at the POP3 server: with the password, or with a token in one of two forms. A token wants "
+            "pop_tls",
+            KeyType::Number, "", kLogins, 0, 2},
+           &R::pop_login},
+    Key<R>{{"smtp_login", kLogin, "HOW",
+            "The same at the SMTP server, where smtpauth and esmtp are on. A token wants sslsmtp", KeyType::Number, "",
+            kLogins, 0, 2},
+           &R::smtp_login},
+    Key<R>{{"token_command", kLogin, "COMMAND",
+            "A program with its arguments that prints an access token; without it, tokens come from `tarvex login`",
+            KeyType::Text},
+           &R::token_command},
     OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
     OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
                     "Messages that all runs of the service hold in memory")),

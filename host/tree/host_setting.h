@@ -40,6 +40,10 @@ struct HostRules {
     int pop_tls = 0;        // a PopTls
     CString tls_authority;  // a file of certificates, in the tree's form of a path; empty for the system's
 
+    int pop_login = 0;      // 0 password, 1 xoauth2, 2 oauthbearer
+    int smtp_login = 0;     // the same
+    CString token_command;  // the program that prints access tokens; empty: from `tarvex login`
+
     PopTls Tls() const { return static_cast<PopTls>(pop_tls); }
     bool operator==(const HostRules&) const = default;
 };

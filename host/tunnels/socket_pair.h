@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "tarvex/connection.h"
 
@@ -18,5 +19,8 @@ struct SocketPair {
 // system has pairs. Elsewhere a port of the loopback listens for this one connection; it is closed before the pair is
 // used, and a connection from anybody else ends the attempt.
 std::optional<SocketPair> MakeSocketPair();
+
+// Sends a few bytes over an end of a pair that is new: they fit into what the system keeps for it.
+void SendLine(const CConnection& end, std::string_view bytes);
 
 }  // namespace tarvex::host

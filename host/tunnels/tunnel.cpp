@@ -24,8 +24,10 @@ std::string InOneLine(std::string text) {
     return text;
 }
 
-// RFC 2449, RFC 3206.
-std::string Refusal(const TlsFailure& failure) {
+// RFC 2449, RFC 3206; RFC 5321, RFC 3463.
+std::string Refusal(CProtocol protocol, const TlsFailure& failure) {
+    if (protocol == CProtocol::Smtp)
+        return (failure.MayPass() ? "421 4.7.0 TLS: " : "554 5.7.0 TLS: ") + InOneLine(failure.reason) + "\r\n";
     return std::string("-ERR [SYS/") + (failure.MayPass() ? "TEMP" : "PERM") + "] TLS: " + InOneLine(failure.reason) +
            "\r\n";
 }
@@ -210,7 +212,7 @@ void Tunnel::ToServer(std::string_view bytes) {
 void Tunnel::Fail(const TlsFailure& failure) {
     Tell(failure);
     to_run_.Clear();
-    to_run_.Add(Refusal(failure));
+    to_run_.Add(Refusal(plan_.protocol, failure));
     is_last_ = true;
 }
 

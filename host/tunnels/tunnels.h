@@ -30,6 +30,7 @@ struct TlsOutcome {
 };
 
 struct TunnelPlan {
+    CProtocol protocol = CProtocol::Pop3;           // in whose words a failure is told
     std::string server;                             // whose name or address the certificate must hold
     std::string authority;                          // see TlsClient
     std::chrono::seconds timeout{30};               // for a server that takes nothing more

@@ -60,6 +60,19 @@ TEST_F(RulesFile, OfAProfileHoldsWhatDiffersThere) {
     EXPECT_EQ(Read(), expected);
 }
 
+TEST_F(RulesFile, HoldsHowToLogIn) {
+    WriteRoot("[pop_login]\n1\n[token_command]\n/bin/one --for \"me\"\n");
+    WriteProfile("[smtp_login]\n2\n[token_command]\n/bin/two\n");
+    HostRules expected;
+    expected.pop_login = 1;
+    expected.smtp_login = 2;
+    expected.token_command = "/bin/two";
+    EXPECT_EQ(Read(), expected);
+    EXPECT_EQ(RulesOf(Root()).value().token_command, "/bin/one --for \"me\"");
+    WriteProfile("[pop_login]\n3\n");
+    EXPECT_THAT(Refusal(), HasSubstr("pop_login cannot be \"3\""));
+}
+
 TEST_F(RulesFile, IsNeverGuessedAt) {
     for (const char* const text :
          {"", "\r\n", "; [floodlimit]\n", "[nonsense]\n1\n", "[floodlimit]\n", "[floodlimit]\nmany\n",

@@ -183,6 +183,11 @@ TEST_F(HostTree, LogsInInClearOnlyWhereThatIsAskedFor) {
               Host::Native(folder_ / "ca.pem"));
     EXPECT_THAT(Refusal({"rules", "set", "--tls_authority", "ca.pem"}, 64), HasSubstr("not a whole path"));
     Tell({"rules", "set", "--tls_authority", ""});
+    Tell({"rules", "set", "--token_command", "/bin/one"});
+    EXPECT_THAT(Refusal({"rules", "set", "--token_command", "[version] x"}, 65), HasSubstr("cannot be stored"));
+    EXPECT_THAT(Refusal({"rules", "set", "user0/from0", "--token_command", ""}, 65),
+                HasSubstr("read back as \"/bin/one\""));
+    Tell({"rules", "set", "--token_command", ""});
     EXPECT_EQ(ReadFile(Tree() + "/host.def").find("tls_authority"), std::string::npos);
 }
 

@@ -1,6 +1,6 @@
 // POP3 over TLS by the rules: what comes through, what is refused and in which words, and how it ends.
 
-#include "host/tunnels/mailbox_way.h"
+#include "host/ways/server_way.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -101,6 +101,15 @@ std::optional<StoredToken> LastLogin(const TokenFile& file) {
     }
 }
 
+void PrintWhatItIsFor(const CRootPath& root, const CPopProfile& profile) {
+    const std::optional<HostRules> rules = RulesOf(root.path, profile.path);
+    if (rules && (rules->pop_login != 0 || rules->smtp_login != 0)) return;
+    const std::string name = ShownName(root, profile.path);
+    std::cout << Paragraph("Runs still log in with the password: `tarvex rules set " + name +
+                               " --pop_login xoauth2 --smtp_login xoauth2` has them use the token.",
+                           0);
+}
+
 int Login(const Context& context, const Given& given) {
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
@@ -126,6 +135,7 @@ int Login(const Context& context, const Given& given) {
         std::cout << "The provider gave no refresh token, so the login soon expires: ask for one with another scope, "
                      "often offline_access (docs/tokens.md).\n";
     }
+    PrintWhatItIsFor(root, profile);
     return kDone;
 }
 

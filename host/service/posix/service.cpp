@@ -309,6 +309,7 @@ void Service::Stop(int signal) {
     stopping_ = true;
     look_at_clients_ = true;
     AnswerClients();
+    rules_.Stop();
     InterruptRuns(root_);
     for (const auto& [path, sender] : senders_) sender->Stop();
     root_.WaitThread(-1);

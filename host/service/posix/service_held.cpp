@@ -39,7 +39,8 @@ void Service::StartDueHeld() {
 
 bool Service::StartSender(const CPopProfile& profile, const std::vector<HeldChoice>& choice) {
     try {
-        const HeldSendingOptions options{std::time(nullptr), {}, &rules_.Memory(), EndOfDataSeconds(root_, profile)};
+        const HeldSendingOptions options{
+            std::time(nullptr), {}, &rules_.Memory(), EndOfDataSeconds(root_, profile), &rules_.WaysOut()};
         senders_[profile.path] = std::make_unique<HeldSender>(profile, choice, options);
         return true;
     } catch (const std::system_error&) {

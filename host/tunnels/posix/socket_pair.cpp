@@ -14,4 +14,8 @@ std::optional<SocketPair> MakeSocketPair() {
     return SocketPair{CConnection(ends[0], true), CConnection(ends[1])};
 }
 
+void SendLine(const CConnection& end, std::string_view bytes) {
+    (void)send(static_cast<int>(end.Socket()), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
 }  // namespace tarvex::host

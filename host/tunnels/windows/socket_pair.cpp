@@ -64,4 +64,8 @@ std::optional<SocketPair> MakeSocketPair() {
     return SocketPair{std::move(for_run), std::move(for_tunnel)};
 }
 
+void SendLine(const CConnection& end, std::string_view bytes) {
+    (void)send(Handle(end), bytes.data(), static_cast<int>(bytes.size()), 0);
+}
+
 }  // namespace tarvex::host

@@ -130,6 +130,7 @@ TEST(Advice, OfARefusedEnvelope) {
              {PROBE_RCPT_TO, "554 5.7.1 Relay access denied", true, "does not let this account send"},
              {PROBE_RCPT_TO, "550 5.1.1 who", false, "There is no such mailbox"},
              {PROBE_RCPT_TO, "552 5.2.2 quota", false, "The mailbox is full"},
+             {PROBE_GREETING, "535 5.7.8 token: why", true, "There is no token to log in with"},
              {PROBE_RCPT_TO, "550 go away", false, "its answer says why"}}) {
         CPopProfileSetting setting = Setting(25);
         setting.address = "me@example.org";

@@ -19,17 +19,9 @@ namespace {
 using host::CommandTokens;
 using host::TokenTrouble;
 using host::TokenTroubleKind;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 const host::Stops kNever = [] { return false; };
-
-TEST(TokenCommand, IsSplitIntoWords) {
-    EXPECT_THAT(host::WordsOf("  a  b\tc "), ElementsAre("a", "b", "c"));
-    EXPECT_THAT(host::WordsOf(R"("C:\Program Files\x.exe" --for 'me "too"' "" a"b c"d $x * \n)"),
-                ElementsAre(R"(C:\Program Files\x.exe)", "--for", "me \"too\"", "", "ab cd", "$x", "*", "\\n"));
-    for (const char* const bad : {"", "  ", "a \"b", "'"}) EXPECT_THROW(host::WordsOf(bad), TokenTrouble) << bad;
-}
 
 class TokensOfAProgram : public ::testing::Test {
 protected:

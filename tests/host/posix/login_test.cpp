@@ -274,6 +274,11 @@ protected:
         WriteFile(host_.Root() + "/providers.d/example.def", server_.ProviderFile());
     }
 
+    std::string KeptTokens() const {
+        const std::string path = host_.Root() + "/.tarvex/tokens/user0+from0.json";
+        return std::filesystem::exists(path) ? ReadFile(path) : "";
+    }
+
     Host host_;
     std::string profile_;
     std::atomic<int> polls_ = 0;
@@ -291,9 +296,11 @@ TEST_F(LoginCommand, KeepsTheLogin) {
     EXPECT_THAT(printed,
                 HasSubstr("Open https://x.test/ in a browser, on whatever machine, and type the code CODE.\n"));
     EXPECT_THAT(printed, HasSubstr("Logged in at example as me@example.org.\n"));
-    const std::string file = ReadFile(host_.Root() + "/.tarvex/tokens/user0+from0.json");
-    EXPECT_THAT(file, HasSubstr("\"refresh_token\": \"refresh\""));
+    EXPECT_THAT(printed, HasSubstr("tarvex rules set user0/from0 --pop_login xoauth2"));
+    EXPECT_THAT(KeptTokens(), HasSubstr("\"refresh_token\": \"refresh\""));
     EXPECT_THAT(printed, ::testing::Not(HasSubstr("refresh\n")));
+    host_.Tell({"profile", "remove", "user0/from0", "--yes"});
+    EXPECT_EQ(KeptTokens(), "");
 }
 
 TEST_F(LoginCommand, SaysWhichProvidersThereAre) {

@@ -77,7 +77,7 @@ void PopServer::Start(const std::vector<Login>& logins) {
     folder_.GiveAway(folder_ / "mail");
 
     port_ = FreePorts(1).front();
-    WriteFile(folder_ / "dovecot.conf", Configuration());
+    WriteFile(folder_ / "dovecot.conf", Configuration(tls_port_ == 0 ? "" : folder_.TakeTokens()));
     process_ = std::make_unique<ServerProcess>(ServerProcess::Command{
         .words = {kDovecot, "-F", "-c", (folder_ / "dovecot.conf").string()}, .output = folder_ / "dovecot.out"});
     const bool ready = WaitUntil([&] { return !process_->Running() || Answers(port_, "+OK"); });
@@ -88,7 +88,7 @@ void PopServer::Start(const std::vector<Login>& logins) {
 
 // Every process runs under one ordinary account, so nothing may change its root folder. A refused login is answered at
 // once, and flags that only mail readers want are not kept, so that messages are not renamed.
-std::string PopServer::Configuration() const {
+std::string PopServer::Configuration(const std::string& tokens) const {
     const ServerAccount account = AccountForServers();
     const std::string base = (folder_ / "").string();
     return "base_dir = " + base + "run\nstate_dir = " + base + "state\nlog_path = " + base + "dovecot.log\n" +
@@ -100,13 +100,13 @@ std::string PopServer::Configuration() const {
            "service pop3-login {\n  chroot =\n  service_count = 0\n  process_min_avail = 1\n  process_limit = 4\n"
            "  inet_listener pop3 {\n    port = " +
            std::to_string(port_) + "\n  }\n  inet_listener pop3s {\n    port = " + std::to_string(tls_port_) +
-           "\n    ssl = yes\n  }\n}\n" +
+           "\n    ssl = yes\n  }\n}\n" + tokens +
            (tls_port_ == 0 ? "ssl = no\n"
                            : "ssl = yes\nssl_cert = <" + base + "server.pem\nssl_key = <" + base + "server.key\n") +
+           (tokens.empty() ? "auth_mechanisms = plain apop\n" : "auth_mechanisms = plain apop xoauth2 oauthbearer\n") +
            R"(protocols = pop3
 listen = 127.0.0.1
 disable_plaintext_auth = no
-auth_mechanisms = plain apop
 auth_failure_delay = 0
 auth_verbose = yes
 shutdown_clients = yes

@@ -25,6 +25,9 @@ struct Login {
 inline const Login kAlice{"alice", "alice's password"};
 inline const Login kBob{"bob", "bob pass"};
 
+// Tokens that Dovecot checks by itself: JSON Web Tokens (RFC 7519) with a secret key.
+std::string MakeToken(const std::string& user, int seconds);  // that expires then
+
 // A folder that the unprivileged processes of a server can reach.
 class ServerFolder {
 public:
@@ -32,6 +35,8 @@ public:
     std::filesystem::path operator/(const std::string& name) const { return folder_.Path() / name; }
     void MakeFolder(const std::string& name) const;          // belongs to AccountForServers
     void GiveAway(const std::filesystem::path& path) const;  // with everything below, to AccountForServers
+    // Writes what a Dovecot needs to check tokens; the lines of its configuration that say so.
+    std::string TakeTokens() const;
 
 private:
     TempDir folder_;
@@ -44,7 +49,7 @@ public:
     static std::string Missing();
 
     explicit PopServer(const std::vector<Login>& logins = {kAlice, kBob}) { Start(logins); }
-    // The same with TLS from the first byte on a further port.
+    // The same with TLS from the first byte on a further port, and by STLS; takes tokens as well, see MakeToken.
     explicit PopServer(const TlsOptions& certificate);
 
     int Port() const { return port_; }
@@ -69,7 +74,7 @@ public:
 
 private:
     std::filesystem::path MailboxPath(const Login& login) const;
-    std::string Configuration() const;
+    std::string Configuration(const std::string& tokens) const;
     void Start(const std::vector<Login>& logins);
 
     ServerFolder folder_;
@@ -96,6 +101,7 @@ public:
     struct Options {
         std::vector<Login> logins = {kAlice, kBob};
         TlsOptions certificate = {};
+        bool tokens = false;        // in the place of passwords, see MakeToken
         std::string settings = {};  // further lines of main.cf, in the place of those that stand there
     };
 
@@ -130,7 +136,7 @@ private:
     void WriteCertificates(const TlsOptions& options) const;
     void WriteConfiguration(const std::string& more_settings) const;
     std::string MasterTable() const;
-    void StartAuthentication();
+    void StartAuthentication(bool with_tokens);
     void StartPostfix();
 
     ServerFolder folder_;

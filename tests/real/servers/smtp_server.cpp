@@ -99,7 +99,7 @@ SmtpServer::SmtpServer(const Options& options) : ports_(FreePorts(5)) {
     for (const char* name : {"cur", "new", "tmp"}) folder_.MakeFolder(std::string("mail/") + name);
     WriteUsers(options.logins);
     WriteCertificates(options.certificate);
-    StartAuthentication();
+    StartAuthentication(options.tokens);
     WriteConfiguration(options.settings);
     StartPostfix();
 }
@@ -122,7 +122,7 @@ void SmtpServer::WriteCertificates(const TlsOptions& options) const {
 }
 
 // Only Dovecot's authentication, on a socket that Postfix's processes may connect to.
-void SmtpServer::StartAuthentication() {
+void SmtpServer::StartAuthentication(bool with_tokens) {
     const ServerAccount account = AccountForServers();
     const std::string base = (folder_ / "").string();
     WriteFile(folder_ / "auth.log", "");
@@ -133,10 +133,11 @@ void SmtpServer::StartAuthentication() {
                   "\ndefault_login_user = " + account.user +
                   "\npassdb {\n  driver = passwd-file\n  args = scheme=PLAIN username_format=%u " + base +
                   "users\n}\n" +
+                  (with_tokens ? folder_.TakeTokens() + "auth_mechanisms = xoauth2 oauthbearer\n"
+                               : "auth_mechanisms = cram-md5 login plain\n") +
                   R"(protocols =
 ssl = no
 disable_plaintext_auth = no
-auth_mechanisms = cram-md5 login plain
 auth_failure_delay = 0
 userdb {
   driver = static
