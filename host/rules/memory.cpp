@@ -253,9 +253,14 @@ MailDigest RuleMemory::DigestOf(std::string_view message) { return state_->Key()
 
 std::optional<LoopMark> RuleMemory::LoopMarkOf(std::string_view message) { return state_->Key().LoopMarkOf(message); }
 
-void RuleMemory::Save(CTime now) {
+bool RuleMemory::Save(CTime now) {
     const std::scoped_lock lock(state_->mutex);
-    state_->Save(now);
+    return state_->Save(now);
+}
+
+bool RuleMemory::IsReadable() {
+    const std::scoped_lock lock(state_->mutex);
+    return state_->Look([](Database&) {});
 }
 
 }  // namespace tarvex::host

@@ -206,7 +206,9 @@ public:
     std::optional<LoopMark> LoopMarkOf(std::string_view message);
 
     // To be called at the end of a run. Writes what is not on disk yet and, in small steps, removes what is too old.
-    void Save(CTime now);
+    // False when something is not on disk.
+    bool Save(CTime now);
+    bool IsReadable();  // else nothing is known but what this process was told
 
 private:
     const std::string root_;

@@ -70,15 +70,29 @@ std::string CatchUp(const CRootPath& root, const Target& target, const EditReque
            ShowCount(static_cast<std::int64_t>(request.uidls.size()), "message") + ").\n";
 }
 
-void ForgetMessage(const CForwardAddress& address, ProfileMemory& memory, const std::string& uidl, bool& is_known) {
-    if (const std::optional<MailDigest> digest = memory.DigestOfId(uidl)) {
-        is_known = true;
-        memory.Forget(address.setting.address, *digest, std::time(nullptr));
-    }
-    ChangeList(address, [&](CArray<CString>& uidls) {
-        const bool was_there = std::erase(uidls, uidl) != 0;
-        is_known = is_known || was_there;
-        return was_there;
+// What only this process knows would be lost with it, and what it cannot read it cannot change.
+void Require(bool done) {
+    if (!done) throw CommandError(kCannotWrite, "cannot use the memory of what was sent");
+}
+
+// Whether that message was known there.
+bool ForgetMessage(const CForwardAddress& address, ProfileMemory& memory, const std::string& uidl) {
+    const std::optional<MailDigest> digest = memory.DigestOfId(uidl);
+    if (digest) memory.Forget(address.setting.address, *digest, std::time(nullptr));
+    return digest.has_value();
+}
+
+bool TakeOffList(const CForwardAddress& address, const std::string& uidl) {
+    bool was_there = false;
+    ChangeList(address, [&](CArray<CString>& uidls) { return was_there = std::erase(uidls, uidl) != 0; });
+    return was_there;
+}
+
+void EmptyList(const CForwardAddress& address) {
+    ChangeList(address, [](CArray<CString>& uidls) {
+        const bool had_some = !uidls.empty();
+        uidls.clear();
+        return had_some;
     });
 }
 
@@ -103,17 +117,19 @@ std::string NoteOnHeld(const CRootPath& root, const Target& target, const EditRe
            ShownName(root, target.profile->path) + (request.uidls.empty() ? "" : ids) + whom + "` sends that.\n";
 }
 
-std::string Resend(const CRootPath& root, const Target& target, const EditRequest& request, ProfileMemory& memory) {
+// The lists come last: a message that is on none, but remembered, would be put back on them without being sent.
+std::string Resend(const CRootPath& root, const Target& target, const EditRequest& request, RuleMemory& memory) {
+    ProfileMemory of_profile = memory.Of(target.profile->path);
+    Require(memory.IsReadable());
     bool is_known = request.uidls.empty();
     for (const CForwardAddress* const address : target.addresses) {
-        for (const std::string& uidl : request.uidls) ForgetMessage(*address, memory, uidl, is_known);
-        if (!request.uidls.empty()) continue;
-        memory.Forget(address->setting.address, std::time(nullptr));
-        ChangeList(*address, [](CArray<CString>& uidls) {
-            const bool had_some = !uidls.empty();
-            uidls.clear();
-            return had_some;
-        });
+        if (request.uidls.empty()) of_profile.Forget(address->setting.address, std::time(nullptr));
+        for (const std::string& uidl : request.uidls) is_known |= ForgetMessage(*address, of_profile, uidl);
+    }
+    Require(memory.Save(std::time(nullptr)));
+    for (const CForwardAddress* const address : target.addresses) {
+        if (request.uidls.empty()) EmptyList(*address);
+        for (const std::string& uidl : request.uidls) is_known |= TakeOffList(*address, uidl);
     }
     if (!is_known)
         throw CommandError(kNotFound,
@@ -122,23 +138,24 @@ std::string Resend(const CRootPath& root, const Target& target, const EditReques
            " goes out again with the next run.\n" + NoteOnHeld(root, target, request);
 }
 
-std::string Accept(const CRootPath& root, const Target& target, const EditRequest& request, ProfileMemory& memory) {
+std::string Accept(const CRootPath& root, const Target& target, const EditRequest& request, RuleMemory& memory) {
     if (!HasRules(root.path)) throw NoRules();
-    if (!memory.IsWaiting())
+    ProfileMemory of_profile = memory.Of(target.profile->path);
+    if (!of_profile.IsWaiting())
         throw CommandError(kNotFound, ShownName(root, target.profile->path) + " does not wait for an answer");
     const bool sends = request.verb == EditVerb::Accept;
     std::string said = sends ? ShownName(root, target.profile->path) +
                                    " goes on with its next run, which sends what is in the mailbox.\n"
                              : CatchUp(root, target, request);
-    memory.Answer(sends ? WaitAnswer::Send : WaitAnswer::Skip, std::time(nullptr));
+    of_profile.Answer(sends ? WaitAnswer::Send : WaitAnswer::Skip, std::time(nullptr));
+    Require(memory.Save(std::time(nullptr)));
     return said;
 }
 
 std::string Apply(const CRootPath& root, RuleMemory& memory, const EditRequest& request) {
     const Target target = TargetOf(root, request);
-    ProfileMemory of_profile = memory.Of(target.profile->path);
-    if (request.verb == EditVerb::Resend) return Resend(root, target, request, of_profile);
-    if (request.kind == EditKind::Profile) return Accept(root, target, request, of_profile);
+    if (request.verb == EditVerb::Resend) return Resend(root, target, request, memory);
+    if (request.kind == EditKind::Profile) return Accept(root, target, request, memory);
     return CatchUp(root, target, request);
 }
 

@@ -33,6 +33,11 @@ bool Record(const char* verb, const char* name = "") {
     return call == system_calls.failing || system_calls.calls.size() == system_calls.failing_number;
 }
 
+bool RecordsContent(int descriptor) {
+    struct stat status {};
+    return system_calls.contents && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 int Rename(int old_directory, const char* old_name, int new_directory, const char* new_name) {
     if (Record("rename")) return -1;
     return static_cast<int>(syscall(SYS_renameat2, old_directory, old_name, new_directory, new_name, 0));
@@ -145,9 +150,13 @@ extern "C" ssize_t read(int descriptor, void* buffer, std::size_t bytes) {
 
 extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t count) {
     static auto* const next = Next("write", write);
-    struct stat status {};
-    const bool is_meant = system_calls.contents && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-    return is_meant && Record("write") ? -1 : next(descriptor, bytes, count);
+    return RecordsContent(descriptor) && Record("write") ? -1 : next(descriptor, bytes, count);
+}
+
+// SQLite's.
+extern "C" ssize_t pwrite64(int descriptor, const void* bytes, std::size_t count, off64_t offset) {
+    static auto* const next = Next("pwrite64", pwrite64);
+    return RecordsContent(descriptor) && Record("write") ? -1 : next(descriptor, bytes, count, offset);
 }
 
 extern "C" dirent* readdir(DIR* directory) {
