@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/edit/edit.h"
@@ -28,6 +29,7 @@ template <class Object>
 std::string SettingText(const CRootPath& root, const Object& object) {
     std::string text = host::ShownName(root, object.path) + '\n';
     for (const auto& key : host::Keys<std::decay_t<decltype(object.setting)>>()) {
+        if (std::string_view(key.name) == "lasttime") continue;  // trees that are compared may be made a minute apart
         text += std::string(key.name) + '=' + host::ShowValue(object.setting, key) + ' ';
     }
     return text + '\n';
