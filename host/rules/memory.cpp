@@ -260,7 +260,7 @@ bool RuleMemory::Save(CTime now) {
 
 bool RuleMemory::IsReadable() {
     const std::scoped_lock lock(state_->mutex);
-    return state_->Look([](Database&) {});
+    return state_->Look([](Database& file) { file.Number("SELECT count(*) FROM key"); });
 }
 
 }  // namespace tarvex::host

@@ -218,10 +218,8 @@ std::string NameOf(const ::testing::TestParamInfo<Decision>& decision) {
     return name;
 }
 
-const std::vector<Decision> kOfWholeMailboxes(kDecisions.begin(), kDecisions.end() - 1);
-
 INSTANTIATE_TEST_SUITE_P(, AnswerKills, ::testing::ValuesIn(kDecisions), NameOf);
-INSTANTIATE_TEST_SUITE_P(, AnswerFaults, ::testing::ValuesIn(kOfWholeMailboxes), NameOf);
+INSTANTIATE_TEST_SUITE_P(, AnswerFaults, ::testing::ValuesIn(kDecisions), NameOf);
 
 }  // namespace
 }  // namespace tarvex::testing
