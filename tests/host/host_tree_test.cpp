@@ -143,7 +143,7 @@ TEST_F(HostTree, HasRulesThatAreShownAndSet) {
     Tell({"rules", "me@example.org", "set", "--floodlimit", "80"});
     Tell({"rules", "set", "me@example.org", "--setaside", "on"});
     EXPECT_THAT(Tell({"rules", "me@example.org", "show"}),
-                AllOf(HasSubstr("80     messages"), HasSubstr("Not as in the tree: setaside, floodlimit.")));
+                AllOf(HasSubstr("80        messages"), HasSubstr("Not as in the tree: setaside, floodlimit.")));
     const auto json = nlohmann::json::parse(Tell({"rules", "show", "user0/from0", "--json"}));
     EXPECT_EQ(json["path"], Host::Native("user0\\from0"));
     EXPECT_EQ(json["floodlimit"], 80);
