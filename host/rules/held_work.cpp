@@ -61,6 +61,20 @@ int StrikeOff(const CString& profile_path, const std::vector<HeldChoice>& choice
     return kDone;
 }
 
+// What has no id of its own is fetched in every run, and would be set aside anew.
+void CountAsSent(const CString& profile_path, const std::vector<HeldChoice>& choice, RuleMemory& memory) {
+    const HeldStore store(profile_path);
+    for (const HeldChoice& one : choice) {
+        const std::optional<HeldRecord> record = store.Find(one.id);
+        if (!record || record->digest != one.digest) continue;
+        const std::optional<MailDigest> digest = MailDigest::FromHex(record->digest);
+        for (const HeldAddress& waiting : record->addresses) {
+            if (digest && waiting.folder == one.folder)
+                memory.Of(profile_path).RecordSent({&waiting.address, 1}, *digest, std::time(nullptr));
+        }
+    }
+}
+
 bool HoldsReport(const CString& profile_path) {
     const auto records = HeldStore(profile_path).List();
     return !records || std::ranges::count(*records, HeldKind::Report, &HeldRecord::kind) != 0;
@@ -165,6 +179,7 @@ int EndOfDataSeconds(const CRootPath& root, const CPopProfile& profile) {
 
 int DropHeld(const CRootPath& root, const CString& profile_path, const std::vector<HeldChoice>& choice,
              RuleMemory& memory, Reply& reply) {
+    if (HasRules(root.path)) CountAsSent(profile_path, choice, memory);
     const int code = StrikeOff(profile_path, choice, reply);
     if (code == kDone && HasRules(root.path) && !HoldsReport(profile_path)) {
         memory.Of(profile_path).ClearBounces(std::time(nullptr));

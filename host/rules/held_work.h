@@ -51,7 +51,8 @@ std::vector<HeldChoice> DueHeldOf(const CRootPath& root, const CPopProfile& prof
 // How long the answer to a whole message may take, by the rules of the profile.
 int EndOfDataSeconds(const CRootPath& root, const CPopProfile& profile);
 
-// Strikes off what was chosen. With the last report no address counts as bouncing any more. Returns the exit code.
+// Strikes off what was chosen, which counts as sent from then on. With the last report no address counts as bouncing
+// any more. Returns the exit code.
 int DropHeld(const CRootPath& root, const CString& profile_path, const std::vector<HeldChoice>& choice,
              RuleMemory& memory, Reply& reply);
 
