@@ -101,9 +101,9 @@ public:
 
     // ---- loops
 
-    // Whether this message came under another id within the last hour, and has gone on from there. Remembers it; on
-    // disk with the next Save.
-    bool HasPassed(const LoopMark& mark, const CString& uidl, CTime now);
+    // Whether this message came under another name within the last hour, and has gone on from there. Remembers it; on
+    // disk with the next Save. `name`: what is the same when it is merely fetched again.
+    bool HasPassed(const LoopMark& mark, const CString& name, CTime now);
 
     // ---- refusals for the time being: how many there were in a row, with this one
 

@@ -266,17 +266,17 @@ bool ProfileMemory::BeginSeen(std::span<const CString> uidls, CTime now) {
 
 // ---- marks
 
-bool ProfileMemory::HasPassed(const LoopMark& mark, const CString& uidl, CTime now) {
-    if (!IsUsable(uidl)) return false;
+bool ProfileMemory::HasPassed(const LoopMark& mark, const CString& name, CTime now) {
+    if (!IsUsable(name)) return false;
     const std::scoped_lock lock(state_->mutex);
     state_->NeedMarks(*profile_);
     if (const auto known = profile_->marks.find(mark.letter); known != profile_->marks.end()) {
         const Passage& before = known->second;
-        if (IsRecent(before, now) && before.uidl == uidl) return false;
+        if (IsRecent(before, now) && before.name == name) return false;
         if (IsRecent(before, now) && mark.Continues(before.way)) return true;
     }
     if (!state_->MakeRoom(now)) return false;
-    profile_->marks[mark.letter] = {uidl, now, mark.Way()};
+    profile_->marks[mark.letter] = {name, now, mark.Way()};
     profile_->marks_changed = true;
     state_->NoteWaiting(*profile_);
     return false;
@@ -290,7 +290,7 @@ void LoadMarks(Database& file, RememberedProfile& profile) {
     std::string last;
     Passage passage;
     while (lines >> mark >> passage.time >> passage.way.length >> last && lines.get() == ' ' &&
-           std::getline(lines, passage.uidl)) {
+           std::getline(lines, passage.name)) {
         const auto letter = MailDigest::FromHex(mark);
         const auto digest = MailDigest::FromHex(last);
         if (!letter || !digest) continue;
@@ -299,7 +299,7 @@ void LoadMarks(Database& file, RememberedProfile& profile) {
     }
 }
 
-// As one text, in lines of letter, moment, length and digest of the trace, and id: so many rows that live for an hour
+// As one text, in lines of letter, moment, length and digest of the trace, and name: so many rows that live for an hour
 // would take longer.
 void WriteMarks(Database& file, RememberedProfile& profile, CTime now) {
     if (!profile.marks_changed) return;
@@ -307,7 +307,7 @@ void WriteMarks(Database& file, RememberedProfile& profile, CTime now) {
     std::string passages;
     for (const auto& [mark, passage] : profile.marks) {
         passages += mark.Hex() + ' ' + std::to_string(passage.time) + ' ' + std::to_string(passage.way.length) + ' ' +
-                    passage.way.last.Hex() + ' ' + passage.uidl + '\n';
+                    passage.way.last.Hex() + ' ' + passage.name + '\n';
     }
     file.Lend("INSERT OR REPLACE INTO marks VALUES (?, ?)")->With(profile.id, passages).Run();
 }

@@ -29,7 +29,7 @@ struct RecordedId {
 };
 
 struct Passage {
-    CString uidl;
+    CString name;
     CTime time = 0;
     Trace way;
 };

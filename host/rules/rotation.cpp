@@ -47,6 +47,11 @@ void Rotation::Save(CTime now) {
     Remember(memory_, kSeen, fetched_new_, now);
 }
 
+void Rotation::Forget(CTime now) {
+    memory_.Drop(Matter::Rotation, kPosition, now);
+    memory_.Drop(Matter::Rotation, kSeen, now);
+}
+
 std::int64_t NumberOf(const CMailOnServer& mail) {
     std::int64_t number = 0;
     const char* const end = mail.number.data() + mail.number.size();

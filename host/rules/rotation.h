@@ -1,8 +1,8 @@
 #pragma once
 
-// The turn of messages that no id of their own tells apart, because the server has no ids or gives one to several. They
-// are fetched in every run, and known by their bytes. Where they are more than a run may hold, each run goes on where
-// the one before it ended, and what is behind all that was ever fetched comes first.
+// The turn of messages that no id of their own tells apart, because the server has no ids, gives one to several, or has
+// others in every session. They are fetched in every run, and known by their bytes. Where they are more than a run may
+// hold, each run goes on where the one before it ended, and what is behind all that was ever fetched comes first.
 //
 //     the server lists    1 2 3 4 5 6 7    a run holds three messages
 //     run 1               1 2 3
@@ -37,6 +37,8 @@ public:
 
     // The run has got through what it fetched.
     void Save(CTime now);
+
+    void Forget(CTime now);  // the next one begins anew
 
 private:
     ProfileMemory& memory_;

@@ -55,6 +55,20 @@ std::optional<CRunFailure> WhyNoSmtp(const CPopProfileSetting& setting) {
 // The server was not asked to take it.
 bool IsUnasked(const HeldRecord& record) { return record.damage.empty() && record.kind != HeldKind::Refused; }
 
+bool HasOtherIds(const CPopProfile& profile, const std::unordered_set<std::string_view>& listed) {
+    bool has_known = false;
+    for (const auto& address : profile.forward_addresses) {
+        has_known = has_known || !address->uidls.empty();
+        if (std::ranges::any_of(address->uidls, [&](const auto& uidl) { return listed.contains(uidl); })) return false;
+    }
+    return has_known && !listed.empty();
+}
+
+// The run asks for the rest in vain.
+bool IsLineLost(const CRunResult& result) {
+    return !result.not_fetched.empty() && result.not_fetched.back().reply.empty();
+}
+
 // Another run may do better without anybody's help.
 bool MayPass(CFailureClass failure_class) {
     return failure_class == CFailureClass::Transient || failure_class == CFailureClass::Connection ||
@@ -127,19 +141,26 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
         }
         left_.Begin(std::ranges::count_if(*records, IsUnasked), Now());
     }
-    if (rules_.sentonce) TakeTurns(listing);
+    has_other_ids_ = HasOtherIds(profile, ids);
+    TakeTurns(listing);
     return true;
 }
 
 bool RunRules::HasOwnId(const CMailOnServer& mail) const { return !mail.uidl.empty() && !StandsTwice(mail.uidl); }
 
+// A server whose ids are others in every session tells no more than one without.
+bool RunRules::TakesTurns(const CMailOnServer& mail) const {
+    return rules_.sentonce && (has_other_ids_ || !HasOwnId(mail));
+}
+
 // Without an id of its own, only the memory knows whether a message was sent.
 void RunRules::TakeTurns(std::span<const CMailOnServer> listing) {
     std::vector<std::int64_t> numbers;
     for (const CMailOnServer& mail : listing) {
-        if (!HasOwnId(mail)) numbers.push_back(NumberOf(mail));
+        if (TakesTurns(mail)) numbers.push_back(NumberOf(mail));
     }
-    can_remember_ = numbers.empty() || profile_memory_.CanRemember(Now());
+    const auto has_own_id = [this](const CMailOnServer& mail) { return HasOwnId(mail); };
+    can_remember_ = !rules_.sentonce || std::ranges::all_of(listing, has_own_id) || profile_memory_.CanRemember(Now());
     rotation_.Begin(std::move(numbers));
 }
 
@@ -199,7 +220,7 @@ bool RunRules::WantsSizes(const CPopProfile& /*profile*/) {
 }
 
 bool RunRules::ComesLast(const CPopProfile& /*profile*/, const CMailOnServer& mail) {
-    if (rules_.sentonce && !HasOwnId(mail)) return rotation_.IsOld(NumberOf(mail));
+    if (TakesTurns(mail)) return rotation_.IsOld(NumberOf(mail));
     const bool failed = rules_.retrylast && not_fetched_before_.contains(CString(mail.uidl));
     return failed || left_.Knows(mail.uidl) || servers_fault_.ComesLast(CString(mail.uidl));
 }
@@ -220,9 +241,10 @@ std::optional<CString> RunRules::Kept(const CPopProfile& /*profile*/, const CMai
 }
 
 bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, std::int64_t held_bytes) {
-    const bool takes_turns = rules_.sentonce && !HasOwnId(mail);
-    if (takes_turns && !can_remember_) ++not_remembered_;
-    if (takes_turns && (!can_remember_ || !rotation_.HasItsTurn(NumberOf(mail)))) return false;
+    const bool takes_turns = TakesTurns(mail);
+    const bool waits = takes_turns && !can_remember_ && !HasOwnId(mail);
+    if (waits) ++not_remembered_;
+    if (waits || (takes_turns && !rotation_.HasItsTurn(NumberOf(mail)))) return false;
     if (ComesLast(profile, mail) && !profile_memory_.MayFetch(CString(mail.uidl), Now())) return false;
     const std::int64_t bytes = std::clamp<std::int64_t>(mail.size_bytes, 0, kMostMessageBytes);
     if (bytes > budget_.Largest()) {
@@ -237,7 +259,7 @@ bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, st
         if (takes_turns) rotation_.EndsHere();
         return false;
     }
-    if (takes_turns) rotation_.Fetches(NumberOf(mail));
+    if (takes_turns && !IsLineLost(profile.result)) rotation_.Fetches(NumberOf(mail));
     return true;
 }
 
@@ -256,13 +278,14 @@ RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& 
     Fetched& fetched = entry->second;
     if (!is_new) return fetched;
     fetched.uidl = mail.uidl;
-    if (!StandsTwice(mail.uidl)) fetched.listed_bytes = mail.listed_bytes;
+    fetched.listed_bytes = mail.listed_bytes;
     fetched.digest = memory_.DigestOf(mail.text);
     if (!mail.uidl.empty()) {
         const std::optional<MailDigest> before = profile_memory_.DigestOfId(mail.uidl);
         fetched.is_new_under_its_id = before && *before != fetched.digest;
         fetched.was_here_before = before == fetched.digest;
-        if (!fetched.is_new_under_its_id) NoteId(fetched);
+        const bool adds_nothing = fetched.was_here_before && fetched.listed_bytes < 0;
+        if (!fetched.is_new_under_its_id && !adds_nothing) NoteId(fetched);
     }
     if (rules_.loopguard) Judge(profile, mail, fetched);
     fetched.front = FrontOf(mail.text, profile.setting.replacefrom != 0 || profile.setting.replaceto != 0);
@@ -294,18 +317,19 @@ std::optional<CString> RunRules::AsFetched(CString text, const Fetched& fetched)
 
 void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched) {
     std::vector<CString> addresses;
-    bool sent_to_all = true;
+    bool is_settled = true;
     for (const auto& address : profile.forward_addresses) {
         addresses.push_back(address->setting.address);
-        if (address->takes_part && !profile_memory_.WasSent(addresses.back(), fetched.digest, Now()))
-            sent_to_all = false;
+        if (address->takes_part && !profile_memory_.WasSent(addresses.back(), fetched.digest, Now()) &&
+            !IsHeld(fetched.digest, *address))
+            is_settled = false;
     }
-    if (sent_to_all) return;
+    if (is_settled) return;
     if (const auto reported = ReportedAddress(mail.text, addresses)) {
         profile_memory_.CountBounce(*reported, Now());
         fetched.for_nobody = HeldKind::Report;
     } else if (const auto mark = memory_.LoopMarkOf(mail.text);
-               mark && profile_memory_.HasPassed(*mark, mail.uidl, Now())) {
+               mark && profile_memory_.HasPassed(*mark, fetched.digest.Hex(), Now())) {
         fetched.for_nobody = HeldKind::Loop;
     }
 }
@@ -321,7 +345,7 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
         if (came_back) profile_memory_.RecordNotDeleted(mail.uidl, "the server lists it again", Now());
         if (sent && (!received || fetched.is_new_under_its_id)) ++had_already_;
         // An id that others have as well says nothing.
-        if (!received && !mail.uidl.empty() && !StandsTwice(mail.uidl)) has_learnt_ = true;
+        if (!received && !mail.uidl.empty() && !StandsTwice(mail.uidl)) has_learnt_ = !has_other_ids_;
         NoteNewId(profile, fetched);
         return CSending::HasIt;
     }
@@ -449,7 +473,7 @@ NextRun RunRules::Finish(CRunResult& result) {
     }
     if (HasUsedAnswer(result)) profile_memory_.UseUpAnswer();
     if (result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew) {
-        rotation_.Save(Now());
+        has_other_ids_ && !over_budget_ ? rotation_.Forget(Now()) : rotation_.Save(Now());
         if (not_remembered_ > 0) TellNotRemembered(result);
     }
     memory_.Save(Now());

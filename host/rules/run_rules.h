@@ -98,6 +98,7 @@ private:
     Fetched& Of(const CPopProfile& profile, const CReceiveMail& mail);
     void Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched);
     bool HasOwnId(const CMailOnServer& mail) const;
+    bool TakesTurns(const CMailOnServer& mail) const;
     bool HasOtherSize(const CMailOnServer& mail);
     void TakeTurns(std::span<const CMailOnServer> listing);
     std::optional<CString> AsFetched(CString text, const Fetched& fetched);
@@ -136,6 +137,7 @@ private:
 
     std::optional<CRunFailure> kept_back_;   // why the run was ended before it did anything
     std::unordered_set<std::string> twice_;  // ids that the listing holds more than once
+    bool has_other_ids_ = false;             // than the lists know
     std::map<CString, Note> not_fetched_before_;
     std::optional<std::map<const CForwardAddress*, std::unordered_set<std::string_view>>> received_;
     LeftMail left_;

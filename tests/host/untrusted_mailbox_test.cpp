@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "host/history/history.h"
+#include "host/rules/held_work.h"
 #include "tests/host/household.h"
 
 namespace tarvex::testing {
@@ -112,6 +114,34 @@ TEST_F(UntrustedMailbox, WaitsWhereNobodyCouldKnowLaterWhatWasSent) {
     EXPECT_THAT(house.Arrived(), UnorderedElementsAre(Pair("u1 -> a@x", 1)));
 }
 
+// The others are not blamed for the message at which the server drops the line, nor passed over for it.
+TEST_F(UntrustedMailbox, WhatIsBehindAMessageThatLosesTheLineComesInTheNextRun) {
+    house.pop.OfferUidl(false);
+    for (const char* const subject : {"u1", "u2", "u3", "u4"}) house.Add({subject});
+    house.pop.SetFault([](const std::string& said) { return said == "RETR 2" ? "close" : ""; });
+    house.Run(2);
+    EXPECT_THAT(house.Arrived(),
+                UnorderedElementsAre(Pair("u1 -> a@x", 1), Pair("u3 -> a@x", 1), Pair("u4 -> a@x", 1)));
+}
+
+TEST_F(UntrustedMailbox, WithOtherIdsInEverySessionItIsForwardedToItsEndWithoutHaste) {
+    house.rules.runsize = 1;
+    std::vector<NextRun> next;
+    for (int session = 1; session <= 6; ++session) {
+        for (const auto& mail : house.pop.Mails()) house.pop.Remove(mail.uidl);
+        for (int i = 1; i <= 4; ++i) {
+            const std::string subject = "u" + std::to_string(i);
+            house.pop.Add({subject + " of session " + std::to_string(session),
+                           "Subject: " + subject + "\r\n\r\n" + std::string(600'000, 'x') + "\r\n"});
+        }
+        house.Run();
+        next.push_back(house.next);
+    }
+    EXPECT_THAT(house.Arrived(), SizeIs(4));
+    EXPECT_THAT(house.Arrived(), Each(::testing::Field(&Arrivals::value_type::second, 1)));
+    EXPECT_NE(next.back(), NextRun::AtOnce) << "for ever";
+}
+
 // ---- an id that is in use already
 
 TEST_F(UntrustedMailbox, AMessageOfAnotherSizeUnderAnIdInUseIsSentAndNotDeletedBefore) {
@@ -131,6 +161,19 @@ TEST_F(UntrustedMailbox, AMessageOfAnotherSizeUnderAnIdInUseIsSentAndNotDeletedB
         EXPECT_EQ(one.pop.Mails().size(), deletes ? 0u : 2u);
         EXPECT_EQ(one.pop.Received("RETR"), 3);
     }
+}
+
+TEST_F(UntrustedMailbox, TheOneOfTwoWithOneIdThatWasNotFetchedIsSentWhenTheOtherIsGone) {
+    house.profile.setting.deletemail = 1;
+    house.pop.Add({"twice", Message("first")});
+    house.pop.Add({"twice", Message("and another")});
+    house.pop.SetFault([](const std::string& said) { return said == "RETR 2" ? "-ERR not now" : ""; });
+    house.Run(2);
+    house.pop.SetFault({});
+    house.pop.Remove("twice");  // the first one
+    house.Run(2);
+    EXPECT_THAT(house.Arrived(), UnorderedElementsAre(Pair("first -> a@x", 1), Pair("and another -> a@x", 1)));
+    EXPECT_THAT(house.pop.Mails(), IsEmpty());
 }
 
 // The lists have the id since the message before.
@@ -276,6 +319,43 @@ TEST_F(UntrustedMailbox, AForgedMessageKeepsNoOtherFromBeingSentAndARealLoopIsCa
     house.Run();
     EXPECT_THAT(house.Arrived(), UnorderedElementsAre(Pair("forged -> a@x", 1), Pair("real -> a@x", 1)));
     EXPECT_THAT(house.Held(), ElementsAre("u3 -> a@x: "));
+}
+
+TEST_F(UntrustedMailbox, AReportThatIsFetchedInEveryRunCountsOnce) {
+    house.pop.OfferUidl(false);
+    house.pop.Add({"r", Report(1)});
+    house.Run(3);
+    EXPECT_EQ(house.Memory().Notes(host::Matter::Bouncing)["a@x"].count, 1);
+}
+
+TEST_F(UntrustedMailbox, ALoopIsCaughtWithoutIds) {
+    house.pop.OfferUidl(false);
+    const std::string real = "Received: by mx; id 2\r\nReceived: by y\r\n";
+    house.pop.Add({"u1", Letter("real", real)});
+    house.Run();
+    house.pop.Add({"u2", Letter("looped", "Received: by mx; id 3\r\nReceived: by tarvex\r\n" + real)});
+    house.Run(3);
+    EXPECT_THAT(house.Arrived(), UnorderedElementsAre(Pair("real -> a@x", 1)));
+    EXPECT_THAT(house.Held(), SizeIs(1));
+}
+
+TEST_F(UntrustedMailbox, WhatWasDroppedDoesNotComeBack) {
+    for (const bool offers_ids : {false, true}) {
+        SCOPED_TRACE(offers_ids);
+        Household its(true);
+        std::ofstream(OnDisk(its.tree.root.path) + "/host.def");
+        its.pop.OfferUidl(offers_ids);
+        its.smtp.SetJudge([](const DeliveredMail&) { return "554 no"; });
+        its.pop.Add({"twice", Message("first")});
+        its.pop.Add({"twice", Message("second")});
+        its.Run();
+        const host::HeldStore store(its.profile.path);
+        ASSERT_EQ(its.Held().size(), 2u);
+        host::Reply reply;
+        EXPECT_EQ(host::DropHeld(its.tree.root, its.profile.path, host::AllHeld(*store.List()), *its.memory, reply), 0);
+        its.Run();
+        EXPECT_THAT(its.Held(), IsEmpty());
+    }
 }
 
 }  // namespace
