@@ -10,7 +10,6 @@
 #include <ctime>
 #include <vector>
 
-#include "host/rules/delivery_report.h"
 #include "host/rules/flood.h"
 #include "host/rules/held_sending.h"
 #include "host/terminal/wording.h"
@@ -67,20 +66,6 @@ bool HasOtherIds(const CPopProfile& profile, const std::unordered_set<std::strin
 // The run asks for the rest in vain.
 bool IsLineLost(const CRunResult& result) {
     return !result.not_fetched.empty() && result.not_fetched.back().reply.empty();
-}
-
-// Another run may do better without anybody's help.
-bool MayPass(CFailureClass failure_class) {
-    return failure_class == CFailureClass::Transient || failure_class == CFailureClass::Connection ||
-           failure_class == CFailureClass::TimeOut;
-}
-
-// The part that a delivery may change: the line ends before the header, and the header where the profile rewrites it.
-CString FrontOf(std::string_view text, bool rewritten) {
-    std::size_t end = 0;
-    while (text.substr(end).starts_with("\r\n")) end += 2;
-    if (rewritten) end = std::min(text.find("\r\n\r\n", end), text.size());
-    return CString(text.substr(0, end));
 }
 
 }  // namespace
@@ -273,67 +258,6 @@ bool RunRules::DeliversAfter(const CPopProfile& /*profile*/, const CRunFailure& 
 
 // ---- while it is delivered
 
-RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& mail) {
-    const auto [entry, is_new] = fetched_.try_emplace(&mail);
-    Fetched& fetched = entry->second;
-    if (!is_new) return fetched;
-    fetched.uidl = mail.uidl;
-    fetched.listed_bytes = mail.listed_bytes;
-    fetched.digest = memory_.DigestOf(mail.text);
-    if (!mail.uidl.empty()) {
-        const std::optional<MailDigest> before = profile_memory_.DigestOfId(mail.uidl);
-        fetched.is_new_under_its_id = before && *before != fetched.digest;
-        fetched.was_here_before = before == fetched.digest;
-        const bool adds_nothing = fetched.was_here_before && fetched.listed_bytes < 0;
-        if (!fetched.is_new_under_its_id && !adds_nothing) NoteId(fetched);
-    }
-    if (rules_.loopguard) Judge(profile, mail, fetched);
-    fetched.front = FrontOf(mail.text, profile.setting.replacefrom != 0 || profile.setting.replaceto != 0);
-    fetched.rest_bytes = mail.text.size() - fetched.front.size();
-    return fetched;
-}
-
-void RunRules::NoteId(const Fetched& fetched) {
-    profile_memory_.RecordId(fetched.uidl, fetched.digest, Now(), fetched.listed_bytes);
-}
-
-// Until everybody has what is new under an id, the id must not be known for it: a run that ends before would leave it
-// to those lists that have the id since the message before.
-void RunRules::NoteNewId(const CPopProfile& profile, const Fetched& fetched) {
-    if (!fetched.is_new_under_its_id) return;
-    const bool everybody = std::ranges::all_of(profile.forward_addresses, [&](const auto& address) {
-        return address->setting.status == 0 || IsHeld(fetched.digest, *address) ||
-               profile_memory_.WasSent(address->setting.address, fetched.digest, Now());
-    });
-    if (everybody) NoteId(fetched);
-}
-
-std::optional<CString> RunRules::AsFetched(CString text, const Fetched& fetched) {
-    if (text.size() < fetched.rest_bytes) return std::nullopt;
-    text.replace(0, text.size() - fetched.rest_bytes, fetched.front);
-    if (memory_.DigestOf(text) != fetched.digest) return std::nullopt;
-    return text;
-}
-
-void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched) {
-    std::vector<CString> addresses;
-    bool is_settled = true;
-    for (const auto& address : profile.forward_addresses) {
-        addresses.push_back(address->setting.address);
-        if (address->takes_part && !profile_memory_.WasSent(addresses.back(), fetched.digest, Now()) &&
-            !IsHeld(fetched.digest, *address))
-            is_settled = false;
-    }
-    if (is_settled) return;
-    if (const auto reported = ReportedAddress(mail.text, addresses)) {
-        profile_memory_.CountBounce(*reported, Now());
-        fetched.for_nobody = HeldKind::Report;
-    } else if (const auto mark = memory_.LoopMarkOf(mail.text);
-               mark && profile_memory_.HasPassed(*mark, fetched.digest.Hex(), Now())) {
-        fetched.for_nobody = HeldKind::Loop;
-    }
-}
-
 CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                          bool received) {
     if (fetched_.empty()) budget_.Settle(user_);  // all is here
@@ -412,145 +336,6 @@ void RunRules::NotReached(const CPopProfile& profile, std::span<CReceiveMail* co
     }
     if (kept_.IsEmpty()) return;
     kept_mails_.Keep(profile, std::exchange(kept_, {}), Now());
-}
-
-// ---- what is set aside
-
-// An address that took over the folder of one that was removed waits for nothing.
-void RunRules::NoteHeld(const CPopProfile& profile, const HeldRecord& record) {
-    for (const HeldAddress& waiting : record.addresses) {
-        const bool waits = std::ranges::any_of(profile.forward_addresses,
-                                               [&](const auto& address) { return IsOf(waiting, *address); });
-        if (waits) held_.emplace(record.digest, waiting.folder);
-    }
-}
-
-bool RunRules::IsHeld(const MailDigest& digest, const CForwardAddress& address) const {
-    return !held_.empty() && held_.contains({digest.Hex(), FolderOf(address)});
-}
-
-bool RunRules::HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
-                           const CForwardAddress& address) {
-    HeldAddress waiting = WaitingNow(profile, address);
-    if (kind == HeldKind::Refused) {
-        waiting.stage = CRunStage::RcptTo;
-        waiting.reply = profile_memory_.ReplyOfParked(waiting.address);
-        waiting.failure_class = waiting.reply.starts_with('4') ? CFailureClass::Transient : CFailureClass::Permanent;
-    }
-    return Hold(mail, fetched, kind, std::move(waiting));
-}
-
-bool RunRules::Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting) {
-    HeldRecord record;
-    record.uidl = mail.uidl;
-    record.digest = fetched.digest.Hex();
-    record.kind = kind;
-    record.set_aside = Now();
-    const std::string folder = waiting.folder;
-    record.addresses.push_back(std::move(waiting));
-    const HeldLimits limits{rules_.heldmessages, rules_.heldsize * kMiB};
-    const std::string digest = record.digest;
-    const std::optional<CString> text = AsFetched(mail.text, fetched);
-    if (!text || store_.Hold(*text, std::move(record), limits) != HoldOutcome::Held) return false;
-    held_.emplace(digest, folder);
-    return true;
-}
-
-// ---- after the run
-
-NextRun RunRules::Finish(CRunResult& result) {
-    if (kept_back_ && result.ending == CRunEnding::KeptBack) {
-        result.ending = CRunEnding::DeliveryFailed;
-        result.delivery = *kept_back_;
-    }
-    RememberLogins(result);
-    ForgetRefusedTokens();
-    RememberRetrievals(result);
-    if (result.ending == CRunEnding::Delivered) profile_memory_.RecordSmtp(true, {}, Now());
-    if (result.ending == CRunEnding::DeliveryFailed && !result.interrupted) {
-        const CRunFailure& why = result.delivery;
-        profile_memory_.RecordSmtp(false, why.reply.empty() ? why.reason : why.reply, Now());
-    }
-    if (HasUsedAnswer(result)) profile_memory_.UseUpAnswer();
-    if (result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew) {
-        has_other_ids_ && !over_budget_ ? rotation_.Forget(Now()) : rotation_.Save(Now());
-        if (not_remembered_ > 0) TellNotRemembered(result);
-    }
-    memory_.Save(Now());
-    return WhenNext(result);
-}
-
-void RunRules::TellNotRemembered(CRunResult& result) const {
-    result.ending = CRunEnding::MailboxFailed;
-    result.mailbox = {};
-    result.mailbox.stage = CRunStage::List;
-    result.mailbox.reason = ShowCount(not_remembered_, "message") +
-                            " without an id of their own wait: what was sent cannot be written down, so that they "
-                            "would go out in every run";
-}
-
-void RunRules::RememberLogins(const CRunResult& result) {
-    RememberLogin(MailServer::Pop3, result.mailbox,
-                  result.messages_listed > 0 || result.ending == CRunEnding::NothingNew);
-    RememberLogin(MailServer::Smtp, result.delivery, result.ending == CRunEnding::Delivered);
-}
-
-void RunRules::RememberLogin(MailServer server, const CRunFailure& why, bool logged_in) {
-    // Where there is no token, the refusal comes as a greeting.
-    const bool at_login =
-        why.stage == CRunStage::Login || why.reply.starts_with("-ERR [AUTH]") || why.reply.starts_with("535 ");
-    if (at_login && why.failure_class == CFailureClass::Permanent) {
-        profile_memory_.RecordFailedLogin(server, why.reply, interval_s_, Now());
-    } else if (why.stage > CRunStage::Login || logged_in) {
-        profile_memory_.RecordLogin(server);
-    }
-}
-
-void RunRules::RememberRetrievals(const CRunResult& result) {
-    if (asked_for_sizes_ && !result.interrupted) {
-        const bool told = result.mailbox.stage != CRunStage::List;
-        profile_memory_.RecordSizes(told, result.mailbox.reason, Now());
-    }
-    if (!rules_.retrylast) return;
-    // That a run was told to end is no fault of the message that it was fetching, unless that one took all its time.
-    if (!result.interrupted || (time_is_over_ && result.messages_fetched == 0)) CountNotFetched(result);
-    for (const auto& [mail, fetched] : fetched_) {
-        if (not_fetched_before_.contains(fetched.uidl)) profile_memory_.RecordFetched(fetched.uidl);
-    }
-}
-
-// The next run asks for new ones.
-void RunRules::ForgetRefusedTokens() {
-    for (const UsedToken* const used : {&used_at_mailbox_, &used_at_relay_}) {
-        if (ways_ && *used->was_refused) ways_->tokens.Refused(token_owner_, TokenCommandOf(rules_), used->token);
-    }
-}
-
-// When the line was lost at one message, those behind it were not even asked for.
-void RunRules::CountNotFetched(const CRunResult& result) {
-    for (const CNotFetchedMail& mail : result.not_fetched) {
-        if (mail.reply.empty() && mail.reason.empty()) break;
-        // Without an id it could not be told from the others.
-        if (!mail.uidl.empty())
-            profile_memory_.CountNotFetched(mail.uidl, mail.reply.empty() ? mail.reason : mail.reply, Now());
-        not_fetched_before_.erase(mail.uidl);
-        if (mail.reply.empty()) break;
-    }
-}
-
-NextRun RunRules::WhenNext(const CRunResult& result) const {
-    // What the next run would do all over again is no progress.
-    const bool copied = rules_.sentonce && result.copies > 0;
-    const bool delivered = copied || result.messages_delivered > 0 || result.copies_set_aside > 0;
-    const bool got_further = result.lists != CSaved::Failed && (delivered || has_learnt_);
-    if (result.ending == CRunEnding::DeliveryFailed && got_further) return NextRun::AtOnce;
-    const bool went_well = result.ending == CRunEnding::Delivered || result.ending == CRunEnding::NothingNew;
-    if (over_budget_ && went_well)
-        return got_further || budget_.IsWaiting(user_) ? NextRun::AtOnce : NextRun::InAMinute;
-    const CFailureClass failure = result.ending == CRunEnding::MailboxFailed    ? result.mailbox.failure_class
-                                  : result.ending == CRunEnding::DeliveryFailed ? result.delivery.failure_class
-                                                                                : CFailureClass::None;
-    return rules_.backoff && MayPass(failure) ? NextRun::InAMinute : NextRun::WhenDue;
 }
 
 }  // namespace tarvex::host
