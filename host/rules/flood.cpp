@@ -46,6 +46,14 @@ bool HasLostItsList(const CPopProfile& profile, const CForwardAddress& address, 
     return (!is_there || profile.setting.deletemail == 0) && HasHadCopies(root, profile, address.setting.address);
 }
 
+std::string Words(const Compared& ids, const CString& to) {
+    const std::string fresh = ShowCount(static_cast<std::int64_t>(ids.fresh), "message");
+    const std::string known = ShowCount(static_cast<std::int64_t>(ids.known), "message");
+    const std::string why = ids.known == 0 ? "nothing is known any more of what it had"
+                                           : std::to_string(ids.gone) + " of the " + known + " that it had are gone";
+    return "the server lists " + fresh + " that " + to + " would get, and " + why;
+}
+
 }  // namespace
 
 std::optional<std::string> WhyFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing,
@@ -57,10 +65,7 @@ std::optional<std::string> WhyFlood(const CPopProfile& profile, std::span<const 
         const CString& to = address->setting.address;
         if (rules.sentonce && memory.HasSentAny(to)) continue;
         if (ids.known == 0 && !HasLostItsList(profile, *address, root)) continue;
-        const std::string why = ids.known == 0 ? "nothing is known any more of what it had"
-                                               : std::to_string(ids.gone) + " of the " +
-                                                     ShowCount(ids.known, "message") + " that it had are gone";
-        return "the server lists " + ShowCount(ids.fresh, "message") + " that " + to + " would get, and " + why;
+        return Words(ids, to);
     }
     return std::nullopt;
 }

@@ -16,7 +16,7 @@
 
 namespace tarvex::host {
 
-inline constexpr CTime kKeptInMemory_s = 15 * 60;  // since the run ended
+inline constexpr CTime kKeptInMemory_s = CTime{15} * 60;  // since the run ended
 
 // Of one profile.
 class KeptMail {

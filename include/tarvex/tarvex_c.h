@@ -227,8 +227,9 @@ typedef struct tarvex_guard {
     int(TARVEX_C_CALL* is_handled)(void* context, const tarvex_mail* mail, int received);
     int(TARVEX_C_CALL* deletes)(void* context, const tarvex_mail* mail);
     int(TARVEX_C_CALL* goes_on_after)(void* context, const char* profile, const tarvex_failure* refused_deletion);
-    /* Whether sizes are wanted before anything is fetched; whether a message is fetched last; whether it is fetched in
-       this run, which holds `held_bytes` already; whether what was fetched is delivered although the mailbox failed. */
+    /* Whether sizes are wanted before anything is deleted or fetched; whether a message is fetched last; whether it is
+       fetched in this run, which holds `held_bytes` already; whether what was fetched is delivered although the mailbox
+       failed. */
     int(TARVEX_C_CALL* wants_sizes)(void* context, const char* profile);
     int(TARVEX_C_CALL* comes_last)(void* context, const tarvex_mail* mail);
     int(TARVEX_C_CALL* fetches)(void* context, const tarvex_mail* mail, long long held_bytes);
