@@ -300,6 +300,35 @@ TEST_F(Rules, LineLostAtOneMessageCostsTheOthersNoSecondCopy) {
     EXPECT_EQ(with.Arrived()["u1 -> a@x"], 1);
 }
 
+// Messages that were fetched and wait for their delivery, at the worst moment of all runs until the mailbox is empty.
+int MostHeldAtOnce(Household& house, int messages) {
+    const std::string text(400'000, 'x');
+    for (int i = 1; i <= messages; ++i) {
+        const std::string id = "u" + std::to_string(i);
+        house.pop.Add({id, "Subject: " + id + "\r\n\r\n" + text + "\r\n"});
+    }
+    int most = 0;
+    house.smtp.SetFault([&, begun = 0](const std::string& said) mutable {
+        if (said.starts_with("MAIL")) most = std::max(most, house.pop.Received("RETR") - begun++);
+        return "";
+    });
+    house.Run();
+    while (house.next == NextRun::AtOnce) house.Run();
+    house.smtp.SetFault({});
+    EXPECT_THAT(house.Arrived(), SizeIs(messages));
+    return most;
+}
+
+TEST(MemoryOfRuns, GrowsWithTheMailboxByTheEnginesRulesAndIsBoundedByTheHosts) {
+    for (const int messages : {4, 20}) {
+        Household without(false);
+        EXPECT_EQ(MostHeldAtOnce(without, messages), messages);
+        Household with(true);
+        with.rules.runsize = 1;
+        EXPECT_EQ(MostHeldAtOnce(with, messages), host::kMiB / 400'000);
+    }
+}
+
 TEST_F(Rules, MailboxLargerThanTheBudgetIsForwardedPieceByPiece) {
     with.rules.runsize = 1;
     const std::string large(600'000, 'x');
