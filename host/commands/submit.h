@@ -3,6 +3,7 @@
 // Work on a tree, by this process or by the service that owns the tree.
 
 #include <memory>
+#include <span>
 #include <string>
 #include <variant>
 
@@ -27,5 +28,9 @@ int Submit(const Context& context, const EditRequest& request);
 
 // The same in the tree of that directory.
 int SubmitTo(const std::string& directory, const EditRequest& request);
+
+// The same for several edits of one kind, one after the other up to the first that fails; the error says how many were
+// made.
+int SubmitAll(const std::string& directory, std::span<const EditRequest> requests);
 
 }  // namespace tarvex::host

@@ -13,6 +13,7 @@
 #include "host/commands/commands.h"
 #include "host/commands/key_options.h"
 #include "host/commands/mailbox_ids.h"
+#include "host/commands/many_profiles.h"
 #include "host/commands/submit.h"
 #include "host/edit/edit.h"
 #include "host/rules/held_work.h"
@@ -39,6 +40,7 @@ struct Given {
     KeyOptions keys;
     KeyOptions host_keys;  // of host.def
     bool plain = false;
+    ManyProfiles many;
     bool again = false;
     bool new_mail_only = false;
     bool all_mail = false;
@@ -110,6 +112,13 @@ int Set(const Context& context, const Given& given, EditKind kind) {
     EditRequest request(kind, EditVerb::Set, given.name);
     if (given.keys.Empty())
         throw CommandError(kBadUsage, "nothing to set; `tarvex " + EditName(request) + " --help` lists the keys");
+    if (given.many.Given() == !given.name.empty()) {
+        throw CommandError(kBadUsage,
+                           "name " + std::string(kind == EditKind::Profile ? "a profile or say --all, --user "
+                                                                             "or --where; see --help"
+                                                                           : "one; see --help"));
+    }
+    if (given.many.Given()) return SetMany(context, given.many, given.keys);
     given.keys.Fill(request);
     return Submit(context, request);
 }
@@ -267,6 +276,10 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
         [edited = kind.kind](const Context& known, const Given& words) { return Set(known, words, edited); }, command);
     AddName(*command, *given, kind.placeholder, kind.name_help);
     given->keys.template AddTo<Record>(*command, {});
+    if (kind.kind == EditKind::Profile) {
+        command->get_option(kind.placeholder)->required(false);
+        given->many.AddTo(*command);
+    }
 
     given = AddCommand(group, context, "remove", "Remove " + article + ", with everything below.", remove, command);
     AddName(*command, *given, kind.placeholder, kind.name_help);
