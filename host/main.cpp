@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
     CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");
     app.set_version_flag("--version", "tarvex " TARVEX_VERSION);
     app.formatter(std::make_shared<HelpFormatter>());
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.fallthrough();  // --root may stand behind the command as well
 
     Context context;
@@ -113,7 +113,7 @@ int main(int argc, char** argv) {
         // The last word first, as the library wants a list of them.
         app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
         if (context.root_option) context.root_option = TreePath(*context.root_option);
-        const int code = context.command();
+        const int code = context.command ? context.command() : NextStep(context);
         if (!std::cout.flush()) throw CommandError(kCannotWrite, "cannot write to standard output");
         return code;
     } catch (const CLI::ParseError& error) {

@@ -33,6 +33,12 @@ void AddLoginCommand(CLI::App& app, Context& context);
 void AddHeldCommands(CLI::App& app, Context& context);
 void AddAcceptCommands(CLI::App& app, Context& context);
 
+// Without a command: says in a few lines what is to be done next. Returns the exit code; throws CommandError.
+int NextStep(const Context& context);
+
+// How a tree is run from now on; `tarvex` is the command with its root.
+std::string HowToKeepRunning(const std::string& tarvex);
+
 // Forwards a small mailbox between two servers on loopback and shows it. Returns the exit code.
 int Demo();
 

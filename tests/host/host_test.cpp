@@ -25,8 +25,7 @@ using Output = ChildProcess::Output;
 
 TEST(Host, AWrongCommandLineEndsWithAReasonAndCode64) {
     const TempDir folder;
-    for (const std::vector<std::string>& words : {std::vector<std::string>{},
-                                                  {"fly"},
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"fly"},
                                                   {"--fly"},
                                                   {"run", "--root"},
                                                   {"run", "--fly"},

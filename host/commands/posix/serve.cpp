@@ -39,4 +39,8 @@ void AddServeCommand(CLI::App& app, Context& context) {
     });
 }
 
+std::string HowToKeepRunning(const std::string& tarvex) {
+    return tarvex + " serve (with the packages: sudo systemctl enable --now tarvex)";
+}
+
 }  // namespace tarvex::host
