@@ -117,16 +117,23 @@ std::string NoteOnHeld(const CRootPath& root, const Target& target, const EditRe
            ShownName(root, target.profile->path) + (request.uidls.empty() ? "" : ids) + whom + "` sends that.\n";
 }
 
-// The lists come last: a message that is on none, but remembered, would be put back on them without being sent.
-std::string Resend(const CRootPath& root, const Target& target, const EditRequest& request, RuleMemory& memory) {
+// Whether one of the messages was remembered. In a tree without rules only the lists say what was sent.
+bool ForgetCopies(const CRootPath& root, const Target& target, const EditRequest& request, RuleMemory& memory) {
+    if (!HasRules(root.path)) return false;
     ProfileMemory of_profile = memory.Of(target.profile->path);
     Require(memory.IsReadable());
-    bool is_known = request.uidls.empty();
+    bool is_known = false;
     for (const CForwardAddress* const address : target.addresses) {
         if (request.uidls.empty()) of_profile.Forget(address->setting.address, std::time(nullptr));
         for (const std::string& uidl : request.uidls) is_known |= ForgetMessage(*address, of_profile, uidl);
     }
     Require(memory.Save(std::time(nullptr)));
+    return is_known;
+}
+
+// The lists come last: a message that is on none, but remembered, would be put back on them without being sent.
+std::string Resend(const CRootPath& root, const Target& target, const EditRequest& request, RuleMemory& memory) {
+    bool is_known = ForgetCopies(root, target, request, memory) || request.uidls.empty();
     for (const CForwardAddress* const address : target.addresses) {
         if (request.uidls.empty()) EmptyList(*address);
         for (const std::string& uidl : request.uidls) is_known |= TakeOffList(*address, uidl);

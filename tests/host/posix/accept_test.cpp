@@ -159,6 +159,16 @@ TEST_F(Accepting, ResendSaysWhatIsSetAsideAndHowThatIsSent) {
     EXPECT_THAT(Do({"held", "send", kProfile, "1", "--address", kPhone}), HasSubstr("phone@example.net: taken"));
 }
 
+TEST_F(Accepting, ResendWithoutRulesClearsTheListsAndRemembersNothing) {
+    std::filesystem::remove(host_.Root() + "/host.def");
+    Do({"run", "--now", "--quiet"});
+    Do({"resend", kProfile, "--id", "id-1", "--yes"});
+    Do({"resend", kProfile, "--yes"});
+    EXPECT_FALSE(std::filesystem::exists(host_.Root() + "/.tarvex/sent.db"));
+    Do({"run", "--now", "--quiet"});
+    EXPECT_THAT(sink_.Delivered(), SizeIs(4 + 4));
+}
+
 TEST_F(Accepting, StatusSaysWhatIsRemembered) {
     EXPECT_THAT(Do({"status"}), Not(HasSubstr("waits")));
     Wait();
