@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "host/tree/host_setting.h"
-#include "host/tree/keys.h"
+#include "host/settings/host_setting.h"
+#include "host/settings/keys.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "host/commands/arguments/mailbox_ids.h"
+#include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/mailbox_ids.h"
-#include "host/commands/submit.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/password_source.h"

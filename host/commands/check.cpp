@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/commands.h"
-#include "host/commands/profile_arguments.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/json.h"

@@ -8,19 +8,19 @@
 #include <system_error>
 #include <vector>
 
+#include "host/commands/arguments/key_options.h"
+#include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/key_options.h"
-#include "host/commands/submit.h"
 #include "host/edit/survival.h"
 #include "host/service/service_connection.h"
+#include "host/settings/host_setting.h"
+#include "host/settings/keys.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/prompt.h"
 #include "host/system/tree_owner.h"
 #include "host/terminal/password_source.h"
-#include "host/tree/host_setting.h"
-#include "host/tree/keys.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
 

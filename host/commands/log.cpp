@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "host/commands/commands.h"
+#include "host/settings/file_names.h"
 #include "host/system/command_error.h"
 #include "host/system/paths.h"
-#include "host/tree/file_names.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"

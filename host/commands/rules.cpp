@@ -4,12 +4,12 @@
 #include <memory>
 #include <string>
 
+#include "host/commands/arguments/key_options.h"
+#include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/key_options.h"
-#include "host/commands/submit.h"
 #include "host/edit/edit.h"
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
-#include "host/tree/host_setting.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
 

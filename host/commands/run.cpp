@@ -16,11 +16,11 @@
 #include <variant>
 #include <vector>
 
+#include "host/commands/arguments/profile_arguments.h"
+#include "host/commands/arguments/progress.h"
+#include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/profile_arguments.h"
-#include "host/commands/progress.h"
-#include "host/commands/submit.h"
-#include "host/rules/held_work.h"
+#include "host/held/held_work.h"
 #include "host/rules/ruled_runs.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <vector>
 
+#include "host/commands/arguments/key_options.h"
+#include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/key_options.h"
-#include "host/commands/submit.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/tree/listing.h"

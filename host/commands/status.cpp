@@ -9,14 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "host/commands/arguments/profile_arguments.h"
+#include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/profile_arguments.h"
-#include "host/commands/submit.h"
+#include "host/held/held_work.h"
 #include "host/history/history.h"
 #include "host/history/run_words.h"
-#include "host/rules/held_work.h"
-#include "host/rules/memory.h"
+#include "host/memory/memory.h"
 #include "host/service/service_connection.h"
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/json.h"
@@ -24,7 +25,6 @@
 #include "host/terminal/wording.h"
 #include "host/tokens/profile_tokens.h"
 #include "host/tree/clear_login.h"
-#include "host/tree/host_setting.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"

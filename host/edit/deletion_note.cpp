@@ -4,8 +4,8 @@
 
 #include <optional>
 
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
-#include "host/tree/host_setting.h"
 
 namespace tarvex::host {
 

@@ -18,7 +18,7 @@ namespace tarvex::host {
 
 enum class EditKind { User, Profile, Forward, Schedule, Rules };
 // Schedules are switched, and are not set. Rules are added to a tree that has none, and set. The last three are of
-// profiles and forwarding addresses (host/rules/memory_edit.h): a profile that waits may send, what is in the mailbox
+// profiles and forwarding addresses (host/held/memory_edit.h): a profile that waits may send, what is in the mailbox
 // counts as handled (and the profile waits no longer), what was sent goes out again.
 enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff, Accept, CatchUp, Resend };
 
@@ -36,7 +36,7 @@ struct EditRequest {
     EditVerb verb;
     std::string name;  // of what is changed; for add, of what it goes into: empty for a user, and
                        // for the rules of the whole tree
-    std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/tree/keys.h)
+    std::map<std::string, std::string> values;   // add, set: as typed, by settings key (host/settings/keys.h)
     std::map<std::string, std::string> secrets;  // add, set: passwords by settings key, as bytes; an empty one clears
     std::map<std::string, std::string> rules;    // of a new profile: as typed, by key of host.def
     bool again = false;                          // add: also what the tree has already
@@ -46,7 +46,7 @@ struct EditRequest {
     std::optional<std::size_t> term_number;      // of a schedule, else: counted from 1; all terms when there is none
     std::string expected;  // remove: what the confirmation prompt said (WhatGoes); nothing is removed when that has
                            // changed since. Empty when nobody was asked
-    std::string expected_held;  // the same of mail that is set aside (host/rules/held_work.h)
+    std::string expected_held;  // the same of mail that is set aside (host/held/held_work.h)
 };
 
 // "profile set"

@@ -9,8 +9,8 @@
 
 #include "host/edit/edit.h"
 #include "host/edit/survival.h"
+#include "host/settings/keys.h"
 #include "host/system/command_error.h"
-#include "host/tree/keys.h"
 
 namespace tarvex::host {
 

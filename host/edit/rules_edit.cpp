@@ -6,11 +6,11 @@
 #include <variant>
 
 #include "host/edit/key_values.h"
+#include "host/settings/host_setting.h"
+#include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/tree/host_setting.h"
 #include "host/tree/names.h"
-#include "host/tree/settings_sections.h"
 
 namespace tarvex::host {
 namespace {

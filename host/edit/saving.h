@@ -5,8 +5,8 @@
 
 #include <vector>
 
+#include "host/settings/keys.h"
 #include "host/system/durable_files.h"
-#include "host/tree/keys.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
+#include "host/settings/schedule_text.h"
 #include "host/system/command_error.h"
-#include "host/tree/schedule_text.h"
 
 namespace tarvex::host {
 namespace {

@@ -8,10 +8,10 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/settings/file_names.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/tree/file_names.h"
 
 namespace tarvex::host {
 namespace {

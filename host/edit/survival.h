@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "host/tree/keys.h"
+#include "host/settings/keys.h"
 #include "tarvex/text.h"
 
 namespace tarvex::host {

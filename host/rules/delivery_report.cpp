@@ -7,7 +7,7 @@
 #include <cctype>
 #include <string>
 
-#include "host/rules/mail_header.h"
+#include "host/memory/mail_header.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

@@ -6,8 +6,8 @@
 #include <span>
 #include <string>
 
-#include "host/rules/memory.h"
-#include "host/tree/host_setting.h"
+#include "host/memory/memory.h"
+#include "host/settings/host_setting.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

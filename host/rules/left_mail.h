@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "host/rules/memory.h"
+#include "host/memory/memory.h"
 
 namespace tarvex::host {
 

@@ -16,7 +16,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/rules/memory.h"
+#include "host/memory/memory.h"
 #include "tarvex/guard.h"
 
 namespace tarvex::host {

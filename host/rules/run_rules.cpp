@@ -10,8 +10,8 @@
 #include <ctime>
 #include <vector>
 
+#include "host/held/held_sending.h"
 #include "host/rules/flood.h"
-#include "host/rules/held_sending.h"
 #include "host/terminal/wording.h"
 #include "host/tokens/profile_tokens.h"
 #include "host/tree/tree_rules.h"

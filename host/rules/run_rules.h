@@ -15,14 +15,14 @@
 #include <unordered_set>
 #include <utility>
 
+#include "host/held/held.h"
+#include "host/memory/memory.h"
 #include "host/rules/byte_budget.h"
-#include "host/rules/held.h"
 #include "host/rules/kept_mail.h"
 #include "host/rules/left_mail.h"
-#include "host/rules/memory.h"
 #include "host/rules/rotation.h"
 #include "host/rules/servers_fault.h"
-#include "host/tree/host_setting.h"
+#include "host/settings/host_setting.h"
 #include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 

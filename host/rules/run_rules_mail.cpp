@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/held/held_sending.h"
 #include "host/rules/delivery_report.h"
-#include "host/rules/held_sending.h"
 #include "host/rules/run_rules.h"
 
 namespace tarvex::host {

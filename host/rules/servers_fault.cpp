@@ -6,9 +6,9 @@
 #include <optional>
 #include <utility>
 
-#include "host/rules/held_record.h"
-#include "host/rules/held_sending.h"
-#include "host/rules/refusal_words.h"
+#include "host/held/held_record.h"
+#include "host/held/held_sending.h"
+#include "host/held/refusal_words.h"
 #include "host/tree/tree_rules.h"
 
 namespace tarvex::host {

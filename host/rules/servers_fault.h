@@ -19,7 +19,7 @@
 #include <string_view>
 #include <unordered_set>
 
-#include "host/rules/memory.h"
+#include "host/memory/memory.h"
 #include "tarvex/result.h"
 #include "tarvex/tree.h"
 

@@ -10,7 +10,7 @@
 #include <variant>
 
 #include "host/edit/edit.h"
-#include "host/rules/held_work.h"
+#include "host/held/held_work.h"
 #include "host/service/run_reports.h"
 #include "host/service/service_connection.h"
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/edit/edit.h"
-#include "host/rules/held_work.h"
+#include "host/held/held_work.h"
 #include "host/service/run_reports.h"
 
 namespace tarvex::host {

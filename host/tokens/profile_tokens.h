@@ -4,8 +4,8 @@
 
 #include <string>
 
+#include "host/settings/host_setting.h"
 #include "host/tokens/access_tokens.h"
-#include "host/tree/host_setting.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {

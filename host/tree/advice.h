@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/tree/host_setting.h"
+#include "host/settings/host_setting.h"
 #include "tarvex/probe.h"
 #include "tarvex/settings.h"
 

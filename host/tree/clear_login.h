@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/tree/host_setting.h"
+#include "host/settings/host_setting.h"
 #include "tarvex/settings.h"
 #include "tarvex/tree.h"
 

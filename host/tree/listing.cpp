@@ -6,17 +6,17 @@
 #include <optional>
 #include <string>
 
+#include "host/settings/host_setting.h"
+#include "host/settings/keys.h"
+#include "host/settings/schedule_text.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/advice.h"
-#include "host/tree/host_setting.h"
-#include "host/tree/keys.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
-#include "host/tree/schedule_text.h"
 #include "tarvex/conversion.h"
 
 namespace tarvex::host {

@@ -6,9 +6,9 @@
 #include <fstream>
 #include <string_view>
 
+#include "host/settings/file_names.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/tree/file_names.h"
 
 namespace tarvex::host {
 namespace {

@@ -9,11 +9,11 @@
 #include <fstream>
 #include <system_error>
 
+#include "host/settings/file_names.h"
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/tree/file_names.h"
-#include "host/tree/host_setting.h"
 #include "host/tree/tree_rules.h"
 
 namespace tarvex::host {

@@ -10,15 +10,15 @@
 #include <string_view>
 #include <utility>
 
+#include "host/settings/host_setting.h"
+#include "host/settings/keys.h"
+#include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
 #include "host/system/paths.h"
 #include "host/system/tree_owner.h"
 #include "host/terminal/wording.h"
-#include "host/tree/host_setting.h"
-#include "host/tree/keys.h"
-#include "host/tree/settings_sections.h"
 #include "host/tree/tree_rules.h"
 
 namespace tarvex::host {

@@ -9,13 +9,13 @@
 #include <string_view>
 #include <vector>
 
+#include "host/settings/host_setting.h"
+#include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
 #include "host/system/paths.h"
-#include "host/tree/host_setting.h"
 #include "host/tree/names.h"
-#include "host/tree/settings_sections.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

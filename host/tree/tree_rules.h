@@ -1,6 +1,6 @@
 #pragma once
 
-// What the rules of a tree (host/tree/host_setting.h) say about loading it and about what takes part in runs.
+// What the rules of a tree (host/settings/host_setting.h) say about loading it and about what takes part in runs.
 
 #include <string>
 

@@ -8,8 +8,8 @@
 #include <span>
 #include <string>
 
+#include "host/settings/host_setting.h"
 #include "host/tokens/access_tokens.h"
-#include "host/tree/host_setting.h"
 #include "host/tunnels/tunnels.h"
 #include "tarvex/tarvex.h"
 

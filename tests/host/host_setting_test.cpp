@@ -1,6 +1,6 @@
 // The rules of a tree, as host.def holds them.
 
-#include "host/tree/host_setting.h"
+#include "host/settings/host_setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <string>
 
+#include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
 #include "host/system/durable_files.h"
-#include "host/tree/settings_sections.h"
 #include "testing/temp_dir.h"
 
 namespace tarvex::host {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/edit/root_lock.h"
-#include "host/tree/host_setting.h"
+#include "host/settings/host_setting.h"
 #include "tests/support/host_program.h"
 
 namespace tarvex::testing {

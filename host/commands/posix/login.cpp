@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/commands/commands.h"
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/process.h"
@@ -19,7 +20,6 @@
 #include "host/tokens/posix/provider_login.h"
 #include "host/tokens/posix/token_file.h"
 #include "host/tokens/posix/token_request.h"
-#include "host/tree/host_setting.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/conversion.h"

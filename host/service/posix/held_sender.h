@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "host/rules/held_sending.h"
+#include "host/held/held_sending.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {

@@ -33,8 +33,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/held/memory_edit.h"
 #include "host/history/run_words.h"
-#include "host/rules/memory_edit.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"

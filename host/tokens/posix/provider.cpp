@@ -9,12 +9,12 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
-#include "host/tree/settings_sections.h"
 
 namespace tarvex::host {
 namespace {

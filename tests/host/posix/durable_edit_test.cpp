@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "host/edit/edit.h"
+#include "host/settings/keys.h"
+#include "host/settings/schedule_text.h"
 #include "host/system/command_error.h"
-#include "host/tree/keys.h"
 #include "host/tree/names.h"
-#include "host/tree/schedule_text.h"
 #include "testing/temp_dir.h"
 #include "tests/host/edit_words.h"
 #include "tests/host/posix/durable_disk.h"

@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "host/edit/root_lock.h"
+#include "host/settings/keys.h"
 #include "host/system/command_error.h"
-#include "host/tree/keys.h"
 #include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 #include "testing/child_process.h"

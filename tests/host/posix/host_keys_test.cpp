@@ -1,7 +1,7 @@
 // The tables of settings keys: complete, and true to the files.
 
 #include "host/edit/survival.h"
-#include "host/tree/keys.h"
+#include "host/settings/keys.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

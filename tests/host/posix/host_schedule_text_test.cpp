@@ -1,6 +1,6 @@
 // Terms as people write them, held against the rule by which the engine judges them.
 
-#include "host/tree/schedule_text.h"
+#include "host/settings/schedule_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -23,7 +23,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/rules/held.h"
+#include "host/held/held.h"
 #include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 #include "testing/child_process.h"

@@ -1,0 +1,95 @@
+// Makes the options of a command from the tables of settings keys.
+
+#include "host/commands/arguments/key_options.h"
+
+#include <algorithm>
+
+#include "host/settings/host_setting.h"
+#include "host/system/command_error.h"
+#include "host/terminal/password_source.h"
+
+namespace tarvex::host {
+namespace {
+
+// "Minutes between two runs (0 to 600; default 10)"
+template <class Record>
+std::string Description(const Key<Record>& key) {
+    std::string meaning = key.meaning;
+    if (key.type != KeyType::Number) return meaning;
+    const std::string usual = "default " + ShowValue(Record(), key) + ')';
+    const bool is_flag = AllowedValues(key) == "on or off";  // its placeholder says so
+    return meaning + (is_flag ? " (" : " (" + AllowedValues(key) + "; ") + usual;
+}
+
+// "--password" for the one password that most records have.
+std::string OptionName(const KeyInfo& key) {
+    return std::string_view(key.name) == "smtppassword" ? "--smtp-password" : "--password";
+}
+
+}  // namespace
+
+template <class Record>
+void KeyOptions::AddTo(CLI::App& app, const std::vector<std::string_view>& left_out) {
+    for (const Key<Record>& key : Keys<Record>()) {
+        if (std::ranges::find(left_out, key.name) != left_out.end()) continue;
+        if (key.type == KeyType::Password) {
+            AddPassword(app, key);
+            continue;
+        }
+        options_[key.name] = app.add_option("--" + std::string(key.name), values_[key.name], Description(key))
+                                 ->type_name(key.placeholder)
+                                 ->group(key.group);
+    }
+}
+
+void KeyOptions::AddPassword(CLI::App& app, const KeyInfo& key) {
+    Password& password = passwords_[key.name];
+    const std::string name = OptionName(key);
+    CLI::Option* const ask =
+        app.add_flag(name, password.ask, std::string(key.meaning) + ". It is asked for on the terminal")
+            ->group(key.group);
+    CLI::Option* const input =
+        app.add_flag(name + "-stdin", password.from_input, "The same, the next line of standard input")
+            ->group(key.group);
+    CLI::Option* const file = app.add_option(name + "-file", password.file, "The same, the first line of a file")
+                                  ->type_name("FILE")
+                                  ->group(key.group);
+    ask->excludes(input)->excludes(file)->option_text(" ");
+    input->excludes(file)->option_text(" ");
+    file->option_text("FILE");
+}
+
+bool KeyOptions::GivesPassword(const std::string& key) const {
+    const Password& password = passwords_.at(key);
+    return password.ask || password.from_input || !password.file.empty();
+}
+
+bool KeyOptions::Empty() const {
+    return std::ranges::none_of(options_, [](const auto& option) { return option.second->count() > 0; }) &&
+           std::ranges::none_of(passwords_, [this](const auto& password) { return GivesPassword(password.first); });
+}
+
+std::map<std::string, std::string> KeyOptions::Values() const {
+    std::map<std::string, std::string> given;
+    for (const auto& [key, option] : options_) {
+        if (option->count() > 0) given[key] = values_.at(key);
+    }
+    return given;
+}
+
+void KeyOptions::Fill(EditRequest& request) const {
+    request.values.merge(Values());
+    for (const auto& [key, password] : passwords_) {
+        if (password.ask) request.secrets[key] = AskSecret(key == "smtppassword" ? "SMTP password: " : "Password: ");
+        if (password.from_input) request.secrets[key] = SecretFromInput();
+        if (!password.file.empty()) request.secrets[key] = SecretFromFile(password.file);
+    }
+}
+
+template void KeyOptions::AddTo<CAppSetting>(CLI::App&, const std::vector<std::string_view>&);
+template void KeyOptions::AddTo<CUserSetting>(CLI::App&, const std::vector<std::string_view>&);
+template void KeyOptions::AddTo<CPopProfileSetting>(CLI::App&, const std::vector<std::string_view>&);
+template void KeyOptions::AddTo<CForwardAddressSetting>(CLI::App&, const std::vector<std::string_view>&);
+template void KeyOptions::AddTo<HostRules>(CLI::App&, const std::vector<std::string_view>&);
+
+}  // namespace tarvex::host

@@ -1,0 +1,179 @@
+// Reads the rules of a tree from its host.def files.
+
+#include "host/settings/host_setting.h"
+
+#include <array>
+#include <charconv>
+#include <filesystem>
+#include <system_error>
+
+#include "host/settings/settings_sections.h"
+#include "host/system/display.h"
+#include "host/system/durable_files.h"
+#include "host/system/paths.h"
+
+namespace tarvex::host {
+namespace {
+
+using R = HostRules;
+
+constexpr std::array kOnOff = {ValueWord{"on", 1}, ValueWord{"off", 0}};
+constexpr const char* kRules = "Rules";
+constexpr const char* kLimits = "Limits";
+constexpr const char* kService = "The whole tree";
+constexpr const char* kEncryption = "Encryption of POP3";
+constexpr const char* kLogin = "Login with tokens";
+constexpr std::array kLogins = {ValueWord{"password", 0}, ValueWord{"xoauth2", 1}, ValueWord{"oauthbearer", 2}};
+constexpr std::array kPopTls = {ValueWord{"off", 0}, ValueWord{"tls", 1}, ValueWord{"starttls", 2}};
+
+constexpr int kLongestEndOfData_s = 24 * 60 * 60;
+constexpr int kLongestRun_minutes = 7 * 24 * 60;
+constexpr int kLargestSize_MiB = 1 << 20;
+constexpr int kMost = 1000000000;
+
+constexpr Key<R> Rule(const char* name, const char* group, bool R::*field, const char* meaning) {
+    return {{name, group, "on|off", meaning, KeyType::Number, "", kOnOff, 0, 1}, field};
+}
+
+constexpr Key<R> Limit(const char* name, const char* group, const char* placeholder, const char* unit, int highest,
+                       int R::*field, const char* meaning) {
+    return {{name, group, placeholder, meaning, KeyType::Number, unit, {}, 1, highest}, field};
+}
+
+constexpr Key<R> OfTheRoot(Key<R> key) {
+    key.is_of_root = true;
+    return key;
+}
+
+constexpr std::array kRuleKeys = {
+    Rule("setaside", kRules, &R::setaside, "on: set aside what a server refuses, and go on with the rest"),
+    Rule("sentonce", kRules, &R::sentonce, "on: never send an address again what a server has taken for it"),
+    Rule("loopguard", kRules, &R::loopguard, "on: set aside what goes round in circles"),
+    Rule("deletewaits", kRules, &R::deletewaits,
+         "on: delete a mail on the server only when every address that is switched on has it"),
+    Rule("floodguard", kRules, &R::floodguard, "on: wait when a mailbox that is known looks new"),
+    Rule("retrylast", kRules, &R::retrylast, "on: fetch last what could not be fetched before"),
+    Rule("backoff", kRules, &R::backoff, "on: wait longer after a failed login or connection"),
+    Rule("keyless", kRules, &R::keyless,
+         "on: leave a profile out when a settings file of it or of its user holds no key, and mail nothing to an "
+         "address "
+         "without \"@\""),
+    Limit("endofdata", kLimits, "SECONDS", "seconds", kLongestEndOfData_s, &R::endofdata,
+          "How long a server may take to answer the end of a message"),
+    Limit("runtime", kLimits, "MINUTES", "minutes", kLongestRun_minutes, &R::runtime, "How long a run may take"),
+    Limit("minspeed", kLimits, "BYTES", "bytes a second", kMost, &R::minspeed,
+          "How fast a POP3 server must send, averaged over a minute"),
+    Limit("runsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::runsize, "Messages that one run holds in memory"),
+    Limit("floodlimit", kLimits, "MESSAGES", "messages", kMost, &R::floodlimit,
+          "How many new messages are too many for floodguard"),
+    Limit("heldmessages", kLimits, "MESSAGES", "messages", kMost, &R::heldmessages,
+          "How many messages of a profile may be set aside"),
+    Limit("heldsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::heldsize,
+          "How large the messages of a profile may be that are set aside"),
+    Limit("serverruns", kLimits, "RUNS", "runs", kMost, &R::serverruns, "Runs at once to one server"),
+    Key<R>{{"pop_tls", kEncryption, "HOW",
+            "tls: encrypted from the first byte (usually port 995); starttls: encrypted before the login, or the "
+            "connection fails (usually port 110)",
+            KeyType::Number, "", kPopTls, 0, 2},
+           &R::pop_tls},
+    Key<R>{{"tls_authority", kEncryption, "FILE",
+            "Certificates (PEM) of the authority to trust in the place of the system's: for POP3, and for SMTP with a "
+            "token",
+            KeyType::Path},
+           &R::tls_authority},
+    Key<R>{{"pop_login", kLogin, "HOW",
+            "How to log in at the POP3 server: with the password, or with a token in one of two forms. A token wants "
+            "pop_tls",
+            KeyType::Number, "", kLogins, 0, 2},
+           &R::pop_login},
+    Key<R>{{"smtp_login", kLogin, "HOW",
+            "The same at the SMTP server, where smtpauth and esmtp are on. A token wants sslsmtp", KeyType::Number, "",
+            kLogins, 0, 2},
+           &R::smtp_login},
+    Key<R>{{"token_command", kLogin, "COMMAND",
+            "A program with its arguments that prints an access token; without it, tokens come from `tarvex login`",
+            KeyType::Text},
+           &R::token_command},
+    OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
+    OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
+                    "Messages that all runs of the service hold in memory")),
+    OfTheRoot(Limit("allruns", kService, "RUNS", "runs", kMost, &R::allruns, "Runs at once")),
+};
+
+CommandError BadFile(const CString& path, const std::string& why) {
+    return {kCannotWrite, '"' + ShowPath(path) + "\" " + why};
+}
+
+// "50 messages" is 50, as in the other files; but a text without a number is none. Rules must not be guessed.
+int NumberIn(const KeyInfo& key, const std::string& value, const CString& path) {
+    int number = 0;
+    const bool is_number = std::from_chars(value.data(), value.data() + value.size(), number).ec == std::errc();
+    if (is_number && number >= key.lowest && number <= key.highest) return number;
+    throw BadFile(path, "has a wrong value: " + std::string(key.name) + " cannot be \"" + ShowText(value) + "\" but " +
+                            std::to_string(key.lowest) + " to " + std::to_string(key.highest));
+}
+
+}  // namespace
+
+template <>
+std::span<const Key<HostRules>> Keys() {
+    return kRuleKeys;
+}
+
+CommandError NoRules() { return {kNotFound, "the tree has no rules (no host.def); `tarvex init --rules` adds them"}; }
+
+HostRules RulesIn(const std::string& text, const CString& path, HostRules others, bool is_root) {
+    const SettingsSections file(text);
+    bool has_key = file.Find("version") != nullptr;
+    for (const Key<HostRules>& key : kRuleKeys) {
+        const SettingsSection* const section = file.Find(key.name);
+        if (!section) continue;
+        has_key = true;
+        const std::string value = section->Value().value();
+        if (const auto* const words = std::get_if<CString R::*>(&key.field)) {
+            others.** words = value;
+            continue;
+        }
+        const int number = NumberIn(key, value, path);
+        if (key.is_of_root && !is_root) continue;
+        if (const auto* const flag = std::get_if<bool R::*>(&key.field)) others.** flag = number != 0;
+        if (const auto* const limit = std::get_if<int R::*>(&key.field)) others.** limit = number;
+    }
+    if (!has_key) throw BadFile(path, "holds no key: it was cut short");
+    return others;
+}
+
+bool HasRules(const CString& root) {
+    std::error_code error;
+    return std::filesystem::symlink_status(NativePath(root + kHostSettingFile), error).type() !=
+           std::filesystem::file_type::not_found;
+}
+
+std::optional<HostRules> RulesOf(const CString& root) {
+    const CString path = root + kHostSettingFile;
+    const std::optional<std::string> text = ReadWholeFile(path);
+    if (!text) return std::nullopt;
+    return RulesIn(*text, path, {}, true);
+}
+
+std::optional<HostRules> RulesOf(const CString& root, const CString& profile) {
+    const std::optional<HostRules> rules = RulesOf(root);
+    if (!rules) return rules;
+    const CString path = profile + kHostSettingFile;
+    const std::optional<std::string> text = ReadWholeFile(path);
+    return text ? RulesIn(*text, path, *rules, false) : rules;
+}
+
+std::optional<HostRules> RulesOf(const CPopProfile& profile) {
+    return RulesOf(ParentOf(ParentOf(profile.path)), profile.path);
+}
+
+PopTls PopTlsOf(const CPopProfile& profile) {
+    try {
+        return RulesOf(profile).value_or(HostRules()).Tls();
+    } catch (const CommandError&) {
+        return PopTls::Off;
+    }
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,78 @@
+#pragma once
+
+// The host's own settings file, host.def: the rules that make a tree fit to be left alone. One lies in the root; one in
+// a profile's folder holds only what differs there. A tree without one in its root is run by the engine's rules alone.
+
+#include <optional>
+#include <string>
+
+#include "host/settings/keys.h"
+#include "host/system/command_error.h"
+#include "tarvex/tree.h"
+
+namespace tarvex::host {
+
+// How runs reach a POP3 server: the values of pop_tls.
+enum class PopTls { Off = 0, FromTheFirstByte = 1, Stls = 2 };
+
+// Kept as host.def has them; each key is described in the table behind Keys<HostRules>().
+struct HostRules {
+    bool setaside = true;
+    bool sentonce = true;
+    bool loopguard = true;
+    bool deletewaits = true;
+    bool floodguard = true;
+    bool retrylast = true;
+    bool spread = true;  // of the root alone
+    bool backoff = true;
+    bool keyless = true;
+    int endofdata = 600;       // seconds
+    int runtime = 240;         // minutes
+    int minspeed = 100;        // bytes a second, averaged over a minute
+    int runsize = 64;          // MiB of messages that one run holds
+    int servicesize = 256;     // MiB that all runs of the service hold; of the root alone
+    int floodlimit = 50;       // messages
+    int heldmessages = 10000;  // messages of a profile
+    int heldsize = 1024;       // MiB of a profile
+    int serverruns = 10;       // runs at once to one server
+    int allruns = 200;         // runs at once; of the root alone
+
+    int pop_tls = 0;        // a PopTls
+    CString tls_authority;  // a file of certificates, in the tree's form of a path; empty for the system's
+
+    int pop_login = 0;      // 0 password, 1 xoauth2, 2 oauthbearer
+    int smtp_login = 0;     // the same
+    CString token_command;  // the program that prints access tokens; empty: from `tarvex login`
+
+    PopTls Tls() const { return static_cast<PopTls>(pop_tls); }
+    bool operator==(const HostRules&) const = default;
+};
+
+template <>
+std::span<const Key<HostRules>> Keys();
+
+inline constexpr const char* kHostSettingFile = "\\host.def";
+
+// For a command that needs rules: says how a tree gets them.
+CommandError NoRules();
+
+// Whether the tree has rules: whether there is anything called host.def in its root.
+bool HasRules(const CString& root);
+
+// The rules of a tree; nothing when it has none. Throws CommandError (kCannotWrite) when a host.def is there but cannot
+// be read, holds no key or a value that is not allowed: then nothing may be run, for no rules and other rules are both
+// wrong. Reads the files each time.
+std::optional<HostRules> RulesOf(const CString& root);
+
+// The same for a profile, by its directory in the root.
+std::optional<HostRules> RulesOf(const CString& root, const CString& profile);
+std::optional<HostRules> RulesOf(const CPopProfile& profile);
+
+// How runs of the profile reach its POP3 server; Off as well where that cannot be read, since then nothing runs.
+PopTls PopTlsOf(const CPopProfile& profile);
+
+// The rules that hold when a file is read: its values in the place of others.
+// Throws CommandError. `is_root`: the keys of the root count.
+HostRules RulesIn(const std::string& text, const CString& path, HostRules others, bool is_root);
+
+}  // namespace tarvex::host
