@@ -124,7 +124,7 @@ void InterruptRun(CPopProfile& copy) { tarvex::InterruptThread(copy.worker_threa
 
 bool StartWork(CPopProfile& copy, std::function<void()> work) {
     return tarvex::Shielded(false, [&] {
-        auto own = std::make_unique<tarvex::Work>(copy, std::move(work));
+        auto own = std::make_unique<tarvex::Work>(tarvex::Work{copy, std::move(work)});
         tarvex::Thread* const thread = tarvex::AfxBeginThread(tarvex::WorkProcedure, own.get(), 0, 0, 0, nullptr);
         if (!thread) return false;
         static_cast<void>(own.release());  // the thread's own
