@@ -195,6 +195,15 @@ TEST_F(UntrustedMailbox, WhatIsNewUnderAnIdReachesEverybodyAfterARunThatWasKille
 
 // ---- floods
 
+void WriteHistory(const Household& its, int copies) {
+    const CForwardAddress& address = *its.profile.forward_addresses[0];
+    CRunResult past;
+    past.ending = CRunEnding::Delivered;
+    past.addresses.push_back({address.path, address.setting.address, copies, CSaved::Saved});
+    host::HistoryWriter(its.tree.root.path, [](const std::string&) {
+    }).Add(its.profile.path, {its.now - 2, its.now - 1, past});
+}
+
 TEST_F(UntrustedMailbox, ALostListOfAnAddressThatHasHadMailWaitsForAPersonWhereNothingElseIsKnown) {
     struct Case {
         const char* what;
@@ -212,11 +221,7 @@ TEST_F(UntrustedMailbox, ALostListOfAnAddressThatHasHadMailWaitsForAPersonWhereN
         Household its(true);
         CForwardAddress& address = *its.profile.forward_addresses[0];
         its.profile.setting.deletemail = one.deletes ? 1 : 0;
-        CRunResult past;
-        past.ending = CRunEnding::Delivered;
-        past.addresses.push_back({address.path, address.setting.address, one.had_copies ? 1 : 0, CSaved::Saved});
-        host::HistoryWriter(its.tree.root.path, [](const std::string&) {
-        }).Add(its.profile.path, {its.now - 2, its.now - 1, past});
+        WriteHistory(its, one.had_copies ? 1 : 0);
         if (one.has_list) WriteUidls(address, {});
         for (int i = 0; i < 51; ++i) its.Add({"u" + std::to_string(i)});
         its.Run();
@@ -230,6 +235,7 @@ TEST_F(UntrustedMailbox, ALostListFloodsNobodyWhereTheCopiesAreRemembered) {
     for (int i = 0; i < 51; ++i) ids.push_back("u" + std::to_string(i));
     house.Add(ids);
     house.Run();
+    WriteHistory(house, 51);
     std::filesystem::remove(UidlFile(Address()));
     house.Run();
     EXPECT_FALSE(house.Memory().IsWaiting());
