@@ -1,3 +1,5 @@
+// Which words of a refusal stay the same from message to message, and what they are about.
+
 #include "host/held/refusal_words.h"
 
 #include <gtest/gtest.h>
