@@ -202,7 +202,7 @@ bool LookIntoMailbox(const CPopProfile& profile, CMailboxListing& listing) {
     if (!rules) return false;
     LookingGuard guard(profile, *rules);
     const bool good = ListMailbox(profile, guard, &listing) != 0;
-    AddTlsStep(listing.steps, guard.Outcome(), rules->Tls());
+    if (rules->Tls() != PopTls::Off) AddTlsStep(listing.steps, guard.Outcome(), rules->Tls());
     return good;
 }
 

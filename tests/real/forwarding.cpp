@@ -85,6 +85,14 @@ int CountOf(std::string_view text, std::string_view part) {
     return count;
 }
 
+int CountOfHeld(const std::string& held, std::string_view words) {
+    std::istringstream lines(held);
+    int count = 0;
+    for (std::string line; std::getline(lines, line);)
+        count += line.starts_with("        \"reply\": ") && line.find(words) != std::string::npos ? 1 : 0;
+    return count;
+}
+
 std::vector<std::string> Texts(const std::vector<GeneratedMail>& mails) {
     std::vector<std::string> texts;
     for (const GeneratedMail& mail : mails) texts.push_back(mail.text);

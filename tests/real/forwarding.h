@@ -50,6 +50,9 @@ private:
 
 // How often the part occurs in the text.
 int CountOf(std::string_view text, std::string_view part);
+// In what `held list --json` prints: how many copies wait because of a reply with these words. (Each reply stands there
+// once more, among those to all tries.)
+int CountOfHeld(const std::string& held, std::string_view words);
 
 // Every message text, sorted: for comparing what arrived with what was sent whatever the order.
 std::vector<std::string> Texts(const std::vector<GeneratedMail>& mails);

@@ -107,7 +107,7 @@ TEST_P(OtherRelays, RefuseOneMessageWhichIsSetAsideAndTheRestFlows) {
     for (int run = 0; run < 2; ++run) {
         EXPECT_EQ(with.Run(), 0);
         EXPECT_EQ(Copies(target, 2), OnceEach(3, 2));
-        EXPECT_EQ(CountOf(with.Held(), GetParam().reply), 1) << with.Held();
+        EXPECT_EQ(CountOfHeld(with.Held(), GetParam().reply), 1) << with.Held();
     }
 }
 
@@ -145,7 +145,7 @@ TEST_P(LimitedRelays, TakeTheOthersInFurtherConnectionsEachOnce) {
     Tree tree(pop.Port(), relay->Port(), true);
     EXPECT_EQ(tree.Run(), 0);
     EXPECT_EQ(Copies(target, static_cast<std::size_t>(letters)), OnceEach(letters));
-    EXPECT_EQ(CountOf(tree.Held(), GetParam().reply), 0) << "it says nothing about a message";
+    EXPECT_EQ(CountOfHeld(tree.Held(), GetParam().reply), 0) << "it says nothing about a message";
 }
 
 INSTANTIATE_TEST_SUITE_P(, LimitedRelays,

@@ -91,7 +91,7 @@ TEST_P(RealRefusal, SetsOneMessageAsideAndTheRestFlows) {
     Between with(GetParam().settings, true);
     EXPECT_EQ(with.Run(), 0);
     EXPECT_EQ(with.Arrived(kPhone, kMails - 1), kOthers);
-    EXPECT_EQ(CountOf(with.Held(), GetParam().reply), 1) << with.Held();
+    EXPECT_EQ(CountOfHeld(with.Held(), GetParam().reply), 1) << with.Held();
     EXPECT_EQ(with.Run(), 0);
     EXPECT_EQ(with.Arrived(kPhone, kMails - 1), kOthers);
 }
@@ -117,7 +117,7 @@ TEST_F(RealRules, AddressThatPostfixDoesNotKnowCostsTheOtherNothing) {
     with.forwarding.AddAddress(kTablet);
     EXPECT_EQ(with.Run(), 0);
     EXPECT_EQ(with.Arrived(kPhone, kMails).size(), kMails);
-    EXPECT_EQ(CountOf(with.Held(), "nobody here"), kMails);
+    EXPECT_EQ(CountOfHeld(with.Held(), "nobody here"), kMails);
     EXPECT_EQ(CountOf(with.server.Log(), "nobody here"), 1) << "it is asked once";
 }
 
@@ -142,7 +142,7 @@ TEST_F(RealRules, GreylistedAddressCostsTheOtherNoSecondCopy) {
     for (int run = 0; run < 2; ++run) {
         EXPECT_EQ(with.Run(), 0);
         EXPECT_EQ(with.Arrived(kPhone, kMails).size(), kMails);
-        EXPECT_EQ(CountOf(with.Held(), "Greylisted"), kMails);
+        EXPECT_EQ(CountOfHeld(with.Held(), "Greylisted"), kMails);
     }
 }
 
@@ -153,7 +153,7 @@ TEST_F(RealRules, NothingIsSetAsideWhilePostfixTakesNoMoreConnections) {
     auto* const other = with.forwarding.Profile().CreateSmtpConnection();
     ASSERT_TRUE(other);
     EXPECT_EQ(with.Run(), kServerTrouble);
-    EXPECT_EQ(CountOf(with.Held(), "421"), 0);
+    EXPECT_EQ(CountOfHeld(with.Held(), "421"), 0);
     CloseSmtpConnection(other);
     ASSERT_TRUE(with.WaitUntilLeft());
     EXPECT_EQ(with.Run(), 0);

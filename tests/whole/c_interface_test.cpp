@@ -338,6 +338,7 @@ TEST_F(CGuard, IsAskedEveryQuestion) {
         asked.questions,
         ElementsAre("begins user0/from0", "connects 0 user0/from0", "listed" + of + "old", "listed" + of + "u1",
                     "listed" + of + "u2", "is_handled 1" + of + "old", "deletes" + of + "old",
+                    "is_handled 1" + of + "old", "deletes" + of + "old",  // once more, with the sizes
                     "goes_on_after -ERR locked", "is_handled 0" + of + "u1", "is_handled 0" + of + "u2",
                     "comes_last " + size + of + "u1", "comes_last " + size + of + "u2", "fetches beside 0" + of + "u1",
                     "fetches beside " + held + of + "u2", "sends " + to + " 0 1" + of + "u1",

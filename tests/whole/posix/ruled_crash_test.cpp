@@ -58,10 +58,10 @@ unsigned FromEnvironment(const char* name, unsigned otherwise) {
     return given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : otherwise;
 }
 
-// As POP3 sends it.
+// As POP3 sends it, behind the line end of the reply.
 std::string AsFetched(std::string text) {
     for (std::size_t at = 0; (at = text.find("\r\n.", at)) != std::string::npos; at += 4) text.insert(at + 2, ".");
-    return text + ".\r\n";
+    return "\r\n" + text + ".\r\n";
 }
 
 // Thread-safe.
