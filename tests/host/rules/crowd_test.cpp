@@ -78,7 +78,10 @@ private:
 
     // Without rules all come at once: nobody is served before the last has come.
     void WaitForAll() const {
-        for (int i = 0; !with_rules_ && i < 15'000 && came_ < kProfiles; ++i) std::this_thread::sleep_for(1ms);
+        const auto deadline = std::chrono::steady_clock::now() + 15s;
+        while (!with_rules_ && came_ < kProfiles && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(1ms);
+        }
     }
 
     const bool with_rules_;

@@ -36,7 +36,7 @@ std::string Ask(const std::string& command) {
 
 TEST(TokenCommand, IsRunWithoutAShell) {
     EXPECT_EQ(Ask(kIsPosix ? "echo 'a;b'" : "cmd /c echo a;b"), "a;b");
-    EXPECT_EQ(Ask(kIsPosix ? "sh -c 'exit 3'" : "cmd /c \"exit 3\""), "token_command ended with code 3");
+    EXPECT_EQ(Ask(kIsPosix ? "sh -c 'exit 3'" : "cmd /c exit 3"), "token_command ended with code 3");
     EXPECT_THAT(Ask("no-such-program-anywhere"), HasSubstr("token_command cannot be started: "));
     EXPECT_EQ(Ask(kIsPosix ? "true" : "cmd /c rem"), "token_command printed no token");
 }
