@@ -36,8 +36,8 @@ private:
     HANDLE handle_;
 };
 
-// A word as the program's runtime takes the command line apart again. It is quoted where it must be: cmd reads quotes in
-// its own way.
+// A word as the program's runtime takes the command line apart again. It is quoted where it must be: cmd reads quotes
+// in its own way.
 std::wstring Quoted(const std::string& word) {
     if (!word.empty() && word.find_first_of(" \t\"") == std::string::npos) return Wide(CP_UTF8, word);
     std::wstring quoted = L"\"";
