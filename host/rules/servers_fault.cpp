@@ -9,12 +9,11 @@
 #include "host/held/held_record.h"
 #include "host/held/held_sending.h"
 #include "host/held/refusal_words.h"
+#include "host/held/refusals_in_a_row.h"
 #include "host/tree/tree_rules.h"
 
 namespace tarvex::host {
 namespace {
-
-constexpr int kMessagesInARow = 3;
 
 // What an address was parked for may be remembered in part.
 bool IsBeginningOf(std::string_view words, std::string_view remembered_reply) {
@@ -46,7 +45,7 @@ bool ServersFault::OfMessage(const std::string& words, const CForwardAddress& ad
 
 bool ServersFault::IsInARow(const std::string& words, const MailDigest& digest, CTime now) {
     if (!std::exchange(has_begun_, true) && memory_.WordsInARow().starts_with('5')) memory_.EndRow();
-    return memory_.CountInARow(words, digest, now) >= kMessagesInARow;
+    return memory_.CountInARow(words, digest, now) >= kServersFault;
 }
 
 bool ServersFault::OfRecipient(const CPopProfile& profile, const CForwardAddress& address, const std::string& words,
