@@ -37,10 +37,10 @@ CRunStage StageOf(int step) {
     }
 }
 
-// Why the SMTP server is not ready for mail; nothing when it is.
-std::optional<CRunFailure> WhyNoSmtp(const CPopProfileSetting& setting) {
+// Why the SMTP server is not ready for mail; nothing when it is. It is reached and logged in to as by the run itself.
+std::optional<CRunFailure> WhyNoSmtp(const CPopProfile& profile, CRunGuard& guard) {
     CSmtpTrial trial;
-    if (TrySmtp(setting, &trial) != 0 || trial.steps.empty()) return std::nullopt;
+    if (TrySmtp(profile, guard, &trial) != 0 || trial.steps.empty()) return std::nullopt;
     const CProbeStep& failed = trial.steps.back();
     CRunFailure failure;
     failure.stage = StageOf(failed.kind);
@@ -96,7 +96,7 @@ RunRules::~RunRules() { budget_.Leave(user_); }
 bool RunRules::Begins(const CPopProfile& profile) {
     if (rules_.floodguard && profile_memory_.IsWaiting()) return false;
     if (!rules_.backoff || !profile_memory_.HasSmtpFailed()) return true;
-    kept_back_ = WhyNoSmtp(profile.setting);
+    kept_back_ = WhyNoSmtp(profile, *this);
     if (!kept_back_) profile_memory_.RecordLogin(MailServer::Smtp);
     return !kept_back_;
 }

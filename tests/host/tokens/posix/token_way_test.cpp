@@ -181,6 +181,33 @@ TEST_F(TokenWay, AsksForANewTokenWhenTheServerRefusesOne) {
     EXPECT_EQ(Run(server.Port()).ending, CRunEnding::Delivered);
 }
 
+// Before anything is fetched again, the run looks whether the relay is there: with the token, too.
+TEST_F(TokenWay, GoesOnWhenTheRelayIsBack) {
+    const ScriptedServer server(Mailbox([](const std::string&) { return true; }));
+    std::atomic<int> connections = 0;
+    ScriptedServer relay([&](Peer& peer) {
+        const int number = ++connections;
+        if (number == 1) return peer.Close();
+        if (number > 2) return Relay(false)(peer);
+        if (!peer.StartTls(Localhost(), "220 ready\r\n")) return;
+        peer.ReadLine();  // EHLO
+        peer.Send("250-ready\r\n250 AUTH XOAUTH2\r\n");
+        peer.Expect("AUTH XOAUTH2");
+        peer.Send("334 \r\n");
+        peer.Expect(XOAuth2("token-1"));
+        peer.Send("235 welcome\r\n");
+        peer.Expect("QUIT");
+        peer.Send("221 bye\r\n");
+        peer.WaitForClose();
+    });
+    Use({{"pop_tls", "1"}, {"pop_login", "1"}, {"smtp_login", "1"}, {"token_command", tree.Folder() / "program"}});
+    profile.setting.sslsmtp = 1;
+    profile.setting.smtpauth = 1;
+    profile.setting.smtpport = relay.Port();
+    EXPECT_EQ(Run(server.Port()).ending, CRunEnding::DeliveryFailed);
+    EXPECT_EQ(Run(server.Port()).ending, CRunEnding::Delivered) << relay.Transcript();
+}
+
 struct WithoutToken {
     std::map<std::string, std::string> keys;
     std::string reply;  // begins so
