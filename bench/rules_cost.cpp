@@ -18,6 +18,7 @@
 namespace tarvex::bench {
 namespace {
 
+using testing::GeneratedMail;
 using testing::Login;
 using testing::MakeOrdinaryMails;
 using testing::PopServer;
@@ -27,7 +28,7 @@ using testing::SmtpSink;
 const Login kSmall{"small", "secret"};
 const Login kLarge{"large", "secret"};
 const Login kMany{"many", "secret"};
-constexpr int kRounds = 15;
+constexpr std::size_t kRounds = 15;
 
 struct Cost {
     double wall_s = 0;
@@ -35,61 +36,79 @@ struct Cost {
     double instructions = 0;
 };
 
+struct Costs {
+    std::vector<Cost> without;
+    std::vector<Cost> with;
+};
+
 class Bench {
 public:
-    explicit Bench(bool count) : count_(count), pop_({kSmall, kLarge, kMany}) {
-        pop_.Deliver(kSmall, MakeOrdinaryMails(1000, 4096));
-        pop_.Deliver(kLarge, MakeOrdinaryMails(200, std::size_t{200} * 1024));
-        pop_.Deliver(kMany, MakeOrdinaryMails(10'000, 1024));
-    }
+    explicit Bench(bool count) : count_(count), rounds_(count ? 1 : kRounds), pop_({kSmall, kLarge, kMany}) {}
 
     void Run() {
-        Compare("1,000 x 4 KB", TaskFor(kSmall, 1000), true);
-        Compare("200 x 200 KB", TaskFor(kLarge, 200), true);
-        Compare("nothing new among 10,000", TaskFor(kMany, 10'000), false);
+        CompareNewMail("1,000 x 4 KB", kSmall, MakeOrdinaryMails(1000, 4096));
+        CompareNewMail("200 x 200 KB", kLarge, MakeOrdinaryMails(200, std::size_t{200} * 1024));
+        CompareNothingNew("nothing new among 10,000", kMany, MakeOrdinaryMails(10'000, 1024));
     }
 
 private:
-    Task TaskFor(const Login& mailbox, int messages) const { return {mailbox, messages, pop_.Port(), sink_.Port(), 0}; }
+    // Two trees of one mailbox.
+    struct Trees {
+        ServerFolder without;
+        ServerFolder with;
+    };
 
-    void Compare(const char* title, const Task& task, bool new_mail) const {
-        const TarvexPeer without;
-        const TarvexPeer with(TarvexPeer::Rules::With);
-        const ServerFolder without_folder;
-        const ServerFolder with_folder;
-        std::vector<Cost> costs_without;
-        std::vector<Cost> costs_with;
-        if (!new_mail) {
-            Prepare(without, without_folder, task);
-            Prepare(with, with_folder, task);
-            Measured(without, without_folder, task.messages, false);
-            Measured(with, with_folder, task.messages, false);
+    // In trees that have forwarded one of the messages before; then in new ones, where the memory is made first.
+    void CompareNewMail(const std::string& title, const Login& mailbox, const std::vector<GeneratedMail>& mails) {
+        const int count = static_cast<int>(mails.size());
+        const std::vector<Trees> known(rounds_);
+        pop_.Deliver(mailbox, mails.back());
+        Costs ignored;
+        for (const Trees& trees : known) {
+            Prepare(trees, mailbox);
+            Run(trees, 1, ignored);
         }
-        for (int round = 0; round < (count_ ? 1 : kRounds); ++round) {
-            costs_without.push_back(One(without, without_folder, task, new_mail));
-            costs_with.push_back(One(with, with_folder, task, new_mail));
+        pop_.Deliver(mailbox, {mails.begin(), mails.end() - 1});
+        Costs costs;
+        for (const Trees& trees : known) Run(trees, count - 1, costs);
+        Tell(title, costs);
+
+        Costs first_costs;
+        for (const Trees& trees : std::vector<Trees>(rounds_)) {
+            Prepare(trees, mailbox);
+            Run(trees, count, first_costs);
         }
-        Tell(title, costs_without, costs_with);
+        Tell(title + ", first run", first_costs);
     }
 
-    static void Prepare(const Peer& peer, const ServerFolder& folder, const Task& task) {
-        folder.MakeFolder("state");
-        peer.Prepare(task, folder / "state");
+    void CompareNothingNew(const std::string& title, const Login& mailbox, const std::vector<GeneratedMail>& mails) {
+        pop_.Deliver(mailbox, mails);
+        const Trees trees;
+        Prepare(trees, mailbox);
+        Costs ignored;
+        Run(trees, static_cast<int>(mails.size()), ignored);
+        Costs costs;
+        for (std::size_t round = 0; round < rounds_; ++round) Run(trees, 0, costs);
+        Tell(title, costs);
     }
 
-    // On a new tree, or once more on one that has everything.
-    Cost One(const Peer& peer, const ServerFolder& known, const Task& task, bool new_mail) const {
-        if (!new_mail) return Measured(peer, known, 0, count_);
-        const ServerFolder folder;
-        Prepare(peer, folder, task);
-        return Measured(peer, folder, task.messages, count_);
+    void Prepare(const Trees& trees, const Login& mailbox) const {
+        const Task task{mailbox, 0, pop_.Port(), sink_.Port(), 0};
+        for (const ServerFolder* const folder : {&trees.without, &trees.with}) folder->MakeFolder("state");
+        without_.Prepare(task, trees.without / "state");
+        with_.Prepare(task, trees.with / "state");
     }
 
-    Cost Measured(const Peer& peer, const ServerFolder& folder, int to_go, bool count) const {
+    void Run(const Trees& trees, int to_go, Costs& costs) const {
+        costs.without.push_back(Measured(without_, trees.without, to_go));
+        costs.with.push_back(Measured(with_, trees.with, to_go));
+    }
+
+    Cost Measured(const Peer& peer, const ServerFolder& folder, int to_go) const {
         const int before = sink_.Messages();
         Program program = peer.Command(folder / "state");
         const std::string counted = (folder / "counted").string();
-        if (count) {
+        if (count_) {
             const std::vector<std::string> tool = {"valgrind", "--tool=callgrind", "--callgrind-out-file=" + counted};
             program.words.insert(program.words.begin(), tool.begin(), tool.end());
         }
@@ -99,7 +118,7 @@ private:
         if (measured.status != 0 || !taken) {
             throw std::runtime_error(peer.Name() + " failed: " + testing::ReadFile(folder / "output"));
         }
-        return {measured.wall_s, measured.cpu_s, count ? Total(counted) : 0};
+        return {measured.wall_s, measured.cpu_s, count_ ? Total(counted) : 0};
     }
 
     static double Total(const std::string& path) {
@@ -117,11 +136,12 @@ private:
         return Median(values);
     }
 
-    void Tell(const char* title, const std::vector<Cost>& without, const std::vector<Cost>& with) const {
+    void Tell(const std::string& title, const Costs& costs) const {
         const auto tell = [&](const char* what, double Cost::*value, double unit) {
-            const double one = Middle(without, value);
-            const double other = Middle(with, value);
-            std::printf("  %-26s %-18s %10.3f %10.3f   %.3f\n", title, what, one / unit, other / unit, other / one);
+            const double one = Middle(costs.without, value);
+            const double other = Middle(costs.with, value);
+            std::printf("  %-26s %-18s %10.3f %10.3f   %.3f\n", title.c_str(), what, one / unit, other / unit,
+                        other / one);
         };
         if (count_) {
             tell("M instructions", &Cost::instructions, 1e6);
@@ -133,6 +153,9 @@ private:
     }
 
     const bool count_;
+    const std::size_t rounds_;
+    const TarvexPeer without_;
+    const TarvexPeer with_{TarvexPeer::Rules::With};
     PopServer pop_;
     SmtpSink sink_;
 };
