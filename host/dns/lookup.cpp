@@ -45,8 +45,9 @@ std::vector<ServiceRecord> InOrderOfTrial(std::vector<ServiceRecord> records,
 }
 
 ServiceAnswer UsableServices(std::vector<ServiceRecord> records) {
-    std::erase_if(records, [](const ServiceRecord& record) { return record.target.empty() || record.target == "."; });
     if (records.empty()) return {DnsEnding::NoSuchRecord, {}, {}};
+    std::erase_if(records, [](const ServiceRecord& record) { return record.target.empty() || record.target == "."; });
+    if (records.empty()) return {DnsEnding::NotOffered, {}, {}};
     std::mt19937 chance(std::random_device{}());
     const auto draw = [&](unsigned most) { return std::uniform_int_distribution<unsigned>(0, most)(chance); };
     return {DnsEnding::Found, InOrderOfTrial(std::move(records), draw), {}};

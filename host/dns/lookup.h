@@ -18,6 +18,7 @@ struct ServiceRecord {
 enum class DnsEnding {
     Found,
     NoSuchRecord,  // the DNS says so: the name does not exist, or has no such record
+    NotOffered,    // of a service: the domain says that it does not have it
     Failed,        // no answer in time, or one that is none
 };
 
@@ -41,8 +42,7 @@ struct DnsSettings {
 // Each looks one name up, which is complete as it stands, waits no longer than the timeout, and throws only when there
 // is no memory. On any thread.
 
-// The records of one service, "_pop3s._tcp.example.com", in the order in which they are to be tried (RFC 2782). A
-// record that says that the service is not offered counts as no record.
+// The records of one service, "_pop3s._tcp.example.com", in the order in which they are to be tried (RFC 2782).
 [[nodiscard]] ServiceAnswer LookUpServices(const std::string& name, const DnsSettings& settings);
 
 // Texts in the order of the answer; one that came in several strings is joined. They are a stranger's bytes.

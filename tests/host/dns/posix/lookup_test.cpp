@@ -73,9 +73,10 @@ TEST_F(DnsLookup, AServiceSaysWhereItIs) {
     EXPECT_EQ(answer.records[1].weight, 5);
 }
 
-TEST_F(DnsLookup, AServiceThatIsNotOfferedIsNone) {
+TEST_F(DnsLookup, AServiceThatIsNotOfferedIsToldFromOneThatIsNotNamed) {
     server_.Add("_pop3s._tcp.example.com", ServiceRecordOf(0, 0, 0, "."));
-    EXPECT_EQ(Services().ending, DnsEnding::NoSuchRecord);
+    EXPECT_EQ(Services().ending, DnsEnding::NotOffered);
+    EXPECT_EQ(Services("_pop3._tcp.example.com").ending, DnsEnding::NoSuchRecord);
 }
 
 TEST_F(DnsLookup, EndsInTimeWhenNobodyAnswers) {
