@@ -50,6 +50,9 @@ install(DIRECTORY docs/ DESTINATION ${documents}/tarvex COMPONENT host FILES_MAT
 
 install(FILES packaging/provider.def DESTINATION ${documents}/tarvex/examples COMPONENT host)
 
+# What the command reads: beside the program, so that an installed tree can be moved.
+install(FILES packaging/mail-servers DESTINATION ${CMAKE_INSTALL_DATADIR}/tarvex COMPONENT host)
+
 # The manual. Its list of keys is made from the host's own tables.
 add_executable(tarvex_manual packaging/manual.cpp)
 target_link_libraries(tarvex_manual PRIVATE tarvex_host_parts tarvex)

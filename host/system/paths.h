@@ -34,6 +34,9 @@ std::string MakeNewFolder(const std::string& start);
 // Where temporary files go, as a path of the tree. Throws std::system_error.
 std::string TemporaryDirectory();
 
+// The directory that this program's file lies in, as a path of the tree; empty when the system does not tell.
+std::string ProgramDirectory();
+
 // Makes what is missing of a directory, for its owner alone.
 std::error_code MakeOwnDirectories(const std::string& directory);
 

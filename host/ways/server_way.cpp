@@ -199,20 +199,27 @@ CConnection WayTo(CServerToReach& server, const CPopProfile& profile, const Host
 bool LookIntoMailbox(const CPopProfile& profile, CMailboxListing& listing) {
     listing = {};
     const std::optional<HostRules> rules = ReadRules(profile, listing.steps);
-    if (!rules) return false;
-    LookingGuard guard(profile, *rules);
+    return rules && LookIntoMailbox(profile, *rules, listing);
+}
+
+bool LookIntoMailbox(const CPopProfile& profile, const HostRules& rules, CMailboxListing& listing) {
+    LookingGuard guard(profile, rules);
     const bool good = ListMailbox(profile, guard, &listing) != 0;
-    if (rules->Tls() != PopTls::Off) AddTlsStep(listing.steps, guard.Outcome(), rules->Tls());
+    if (rules.Tls() != PopTls::Off) AddTlsStep(listing.steps, guard.Outcome(), rules.Tls());
     return good;
 }
 
 bool TryRelay(const CPopProfile& profile, std::span<const CString> recipients, CSmtpTrial& trial) {
     trial = {};
     const std::optional<HostRules> rules = ReadRules(profile, trial.steps);
-    if (!rules) return false;
-    LookingGuard guard(profile, *rules);
+    return rules && TryRelay(profile, *rules, recipients, trial);
+}
+
+bool TryRelay(const CPopProfile& profile, const HostRules& rules, std::span<const CString> recipients,
+              CSmtpTrial& trial) {
+    LookingGuard guard(profile, rules);
     const bool good = TrySmtp(profile, guard, recipients, &trial) != 0;
-    if (LoginAt(CProtocol::Smtp, profile.setting, *rules) != 0)
+    if (LoginAt(CProtocol::Smtp, profile.setting, rules) != 0)
         AddTlsStep(trial.steps, guard.Outcome(), SmtpTlsOf(profile.setting));
     return good;
 }

@@ -40,8 +40,12 @@ CConnection WayTo(CServerToReach& server, const CPopProfile& profile, const Host
 // As ListMailbox, by the rules of the profile, with the step of TLS (PROBE_TLS): its text tells version, cipher, names
 // and days left, or why there is none. Rules that cannot be read are a failed step.
 bool LookIntoMailbox(const CPopProfile& profile, CMailboxListing& listing);
+// The same by these rules: for a profile that is not on disk yet.
+bool LookIntoMailbox(const CPopProfile& profile, const HostRules& rules, CMailboxListing& listing);
 
 // As TrySmtp, likewise.
 bool TryRelay(const CPopProfile& profile, std::span<const CString> recipients, CSmtpTrial& trial);
+bool TryRelay(const CPopProfile& profile, const HostRules& rules, std::span<const CString> recipients,
+              CSmtpTrial& trial);
 
 }  // namespace tarvex::host

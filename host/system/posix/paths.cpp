@@ -42,6 +42,11 @@ std::string MakeNewFolder(const std::string& start) {
 
 std::string TemporaryDirectory() { return std::filesystem::temp_directory_path(); }
 
+std::string ProgramDirectory() {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
 std::error_code MakeOwnDirectories(const std::string& directory) {
     std::error_code error;
     const mode_t old_mask = umask(077);
