@@ -14,8 +14,8 @@
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/posix/detached_program.h"
 #include "host/system/process.h"
-#include "host/system/program_output.h"
 #include "host/terminal/wording.h"
 #include "host/tokens/posix/provider_login.h"
 #include "host/tokens/posix/token_file.h"
@@ -30,8 +30,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kBrowserTime = 10min;
-constexpr auto kOpenTime = 5s;
-constexpr std::size_t kMostOpenBytes = 64 << 10;
 
 struct Given {
     std::string profile;
@@ -48,9 +46,10 @@ bool WantsToGoOn(std::chrono::seconds pause) {
     return CaughtSignal() == 0;
 }
 
-// The address stands in the output, too, so nothing is lost when there is no such program.
+// The address stands in the output, too, so nothing is lost when there is no such program. It may be the browser itself
+// that is started here, and the login is not over when this command is.
 void OpenInBrowser(const std::string& url) {
-    if (HasDisplay()) OutputOf({"xdg-open", url}, kOpenTime, kMostOpenBytes, [] { return CaughtSignal() != 0; });
+    if (HasDisplay()) StartDetached({"xdg-open", url});
 }
 
 // The one that is named, else that of the last login, else the only one.
@@ -119,11 +118,14 @@ int Login(const Context& context, const Given& given) {
     const std::string login = Utf8FromText(profile.setting.popuser);
     const TokenFile file(root.path, profile.path);
     try {
-        const Provider provider = ChosenProvider(root.path, given.provider, LastLogin(file));
+        const std::optional<StoredToken> last = LastLogin(file);
+        const Provider provider = ChosenProvider(root.path, given.provider, last);
         const TokenAnswer answer = LogIn(provider, given, login);
         StoredToken token;
         token.provider = provider.name;
         token.login = login;
+        if (last && last->provider == token.provider && last->login == login && last->refused.empty())
+            token.refresh_token = last->refresh_token;  // some providers give one with the first login alone
         Keep(answer, token);
         const Descriptor lock = file.Lock([] { return CaughtSignal() != 0; });
         file.Write(token);

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -30,6 +31,7 @@ using namespace std::chrono_literals;
 using host::LoginDialogue;
 using host::Provider;
 using host::TokenTrouble;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -282,12 +284,13 @@ protected:
     Host host_;
     std::string profile_;
     std::atomic<int> polls_ = 0;
+    std::atomic<const char*> token_ = kToken;
     AuthorizationServer server_{[this](const ProviderRequest& request) -> std::optional<ProviderAnswer> {
         if (request.path == "/device") {
             return ProviderAnswer{200, R"({"device_code":"d","user_code":"CODE","verification_url":"https://x.test/",)"
                                        R"("expires_in":60,"interval":1})"};
         }
-        return polls_++ == 0 ? Error("authorization_pending") : ProviderAnswer{200, kToken};
+        return polls_++ == 0 ? Error("authorization_pending") : ProviderAnswer{200, token_.load()};
     }};
 };
 
@@ -301,6 +304,36 @@ TEST_F(LoginCommand, KeepsTheLogin) {
     EXPECT_THAT(printed, ::testing::Not(HasSubstr("refresh\n")));
     host_.Tell({"profile", "remove", "user0/from0", "--yes"});
     EXPECT_EQ(KeptTokens(), "");
+}
+
+// A provider that gives a refresh token with the first login alone.
+TEST_F(LoginCommand, LosesNoRefreshTokenThatIsStillGood) {
+    host_.Tell({"login", "user0/from0", "--device"});
+    token_ = R"({"access_token":"later","expires_in":60})";
+    EXPECT_THAT(host_.Tell({"login", "user0/from0", "--device"}), ::testing::Not(HasSubstr("no refresh token")));
+    EXPECT_THAT(KeptTokens(), AllOf(HasSubstr("\"refresh_token\": \"refresh\""), HasSubstr("\"later\"")));
+    host_.Tell({"profile", "set", "user0/from0", "--popuser", "you@example.org"});
+    EXPECT_THAT(host_.Tell({"login", "user0/from0", "--device"}), HasSubstr("no refresh token"));
+}
+
+// What opens the address may be the browser itself, and it may print what it likes.
+TEST_F(LoginCommand, LeavesTheBrowserOpen) {
+    polls_ = 1;
+    const TempDir programs;
+    const std::string told = programs / "told";
+    WriteFile(programs / "xdg-open", "#!/bin/sh\necho $$ \"$1\" >'" + told + ".new'\nmv '" + told + ".new' '" + told +
+                                         "'\nyes | head -c 1000000\nexec sleep 600\n");
+    std::filesystem::permissions(std::string(programs / "xdg-open"), std::filesystem::perms::owner_all);
+    ChildProcess login = host_.StartCommand({"login", "user0/from0", "--browser"}, ChildProcess::Output::Pipe,
+                                            {"DISPLAY=:1", "PATH=" + programs.String() + ":/usr/bin:/bin"});
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (!std::filesystem::exists(told) && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(5ms);
+    const std::string line = ReadFile(told);
+    const int browser = std::stoi(line);
+    EXPECT_EQ(Get(PortIn(line), "/?code=c&state=" + FieldOf(line, "state")), "HTTP/1.1 200 OK");
+    login.Wait();
+    EXPECT_EQ(login.ExitCode(), 0) << login.Errors();
+    EXPECT_EQ(kill(browser, SIGKILL), 0) << "the browser has ended with the login";
 }
 
 TEST_F(LoginCommand, SaysWhichProvidersThereAre) {
