@@ -18,12 +18,15 @@ namespace {
 
 constexpr const char* kNobodyLoggedIn = "nobody has logged in at the provider yet";
 
+bool IsFresh(const StoredToken& token) { return !token.access_token.empty() && token.expires > std::time(nullptr); }
+
 std::string WhyNeedsLogin(const std::optional<StoredToken>& token, const TokenOwner& owner) {
     if (!token) return kNobodyLoggedIn;
     if (token->login != owner.login) return "the login at the provider was for another user name";
     if (!token->refused.empty()) return token->refused;
-    const bool over = token->expires <= std::time(nullptr);
-    return token->refresh_token.empty() && over ? "the login has expired, and the provider gave no refresh token" : "";
+    return token->refresh_token.empty() && !IsFresh(*token)
+               ? "the login has expired, and the provider gave no refresh token"
+               : "";
 }
 
 Provider ProviderOf(const std::string& root, const StoredToken& token) {
@@ -94,7 +97,7 @@ std::string ProviderTokens::Of(const TokenOwner& owner, const Stops& stops) {
     if (unsaved) token = unsaved;
     if (const std::string why = WhyNeedsLogin(token, owner); !why.empty())
         throw TokenTrouble(TokenTroubleKind::NeedsLogin, why);
-    const bool is_fresh = !token->access_token.empty() && token->expires > std::time(nullptr);
+    const bool is_fresh = IsFresh(*token);
     if (!is_fresh || unsaved) file.Write(*token);
     unsaved_->Remove(owner.profile);
     if (is_fresh) return token->access_token;

@@ -212,6 +212,22 @@ TEST_F(Tokens, ThatTheProviderRefusesWaitForALoginAndAskNoMore) {
     EXPECT_EQ(Ask(), "access-1");
 }
 
+TEST_F(Tokens, WithoutARefreshTokenAreGoodUntilTheyExpireOrAreRefused) {
+    const std::string why = "needs login: the login has expired, and the provider gave no refresh token";
+    for (const bool refused : {false, true}) {
+        StoredToken token;
+        token.provider = "example";
+        token.login = "me@example.org";
+        token.access_token = "access";
+        token.expires = std::time(nullptr) + 60;
+        File().Write(token);
+        EXPECT_EQ(Ask(), "access");
+        refused ? ProviderTokens(Root()).Refused(Owner(), "access") : Expire();
+        EXPECT_EQ(Ask(), why);
+    }
+    EXPECT_EQ(server_.Requests().size(), 0U);
+}
+
 TEST_F(Tokens, AreNobodyElses) {
     ProviderTokens tokens(Root());
     const host::TokenOwner other{Owner().profile, "you@example.org"};
