@@ -60,8 +60,8 @@ private:
         }
         if (line.starts_with("+OK")) {
             Accepted();
-        } else if (state_ == State::Waiting) {
-            Refused();
+        } else if (state_ == State::Waiting && (!line.starts_with("-ERR [") || line.starts_with("-ERR [AUTH]"))) {
+            Refused();  // a mailbox that is in use, or a fault of the server, says nothing about the token (RFC 3206)
         }
         state_ = State::Passing;
         TellRun(line, said);

@@ -10,7 +10,7 @@
 namespace tarvex::host {
 namespace {
 
-constexpr std::size_t kMostReplyLines = 1000;
+constexpr std::size_t kMostReplyBytes = 64 << 10;  // no run takes a longer one
 
 bool StartsWithInAnyCase(std::string_view line, std::string_view capitals) {
     if (line.size() < capitals.size()) return false;
@@ -89,7 +89,8 @@ private:
         const bool is_last = line.size() < 4 || line[3] != '-';
         if (state_ == State::Greeting) {
             reply_.emplace_back(line);
-            if (reply_.size() > kMostReplyLines) Break();
+            reply_bytes_ += line.size() + 2;
+            if (reply_bytes_ > kMostReplyBytes) Break();
             if (is_last) ShowGreeting(said);
         } else if (state_ == State::Asked || state_ == State::Waiting) {
             Verdict(line, is_last, said);
@@ -101,6 +102,7 @@ private:
     // The run finds the methods in a line that is neither the first nor the last.
     void ShowGreeting(Said& said) {
         state_ = State::Passing;
+        reply_bytes_ = 0;
         std::vector<std::string> reply;
         reply.swap(reply_);
         if (!reply.front().starts_with("250")) {
@@ -132,6 +134,7 @@ private:
 
     State state_ = State::Passing;
     std::vector<std::string> reply_;  // to EHLO, so far
+    std::size_t reply_bytes_ = 0;
 };
 
 }  // namespace

@@ -66,6 +66,20 @@ const std::vector<Conversation> kConversations = {
       "s<", "S:-ERR [AUTH] no", "e<-ERR [AUTH] no", "E:QUIT", "s<QUIT", "S:+OK", "e<+OK"},
      false,
      true},
+    {"POP3, a mailbox that is in use",
+     false,
+     TokenMethod::XOAuth2,
+     {"S:+OK", "e<+OK", "E:USER me", "e<+OK", "E:PASS x", "s<AUTH XOAUTH2", "S:+ ", "s<" + kXoauth2,
+      "S:-ERR [IN-USE] later", "e<-ERR [IN-USE] later"},
+     false,
+     false},
+    {"POP3, refused without a code",
+     false,
+     TokenMethod::XOAuth2,
+     {"S:+OK", "e<+OK", "E:USER me", "e<+OK", "E:PASS x", "s<AUTH XOAUTH2", "S:+ ", "s<" + kXoauth2, "S:-ERR no",
+      "e<-ERR no"},
+     false,
+     true},
     {"POP3, a method that is not known",
      false,
      TokenMethod::XOAuth2,
@@ -185,7 +199,10 @@ TEST(LoginSpeaker, HoldsNoMoreThanALineCanBe) {
     }
     Sides sides(SmtpLoginSpeaker({}));
     sides.FromRun("EHLO x\r\n");
-    for (int i = 0; i < 2000; ++i) sides.FromServer("250-x\r\n");
+    const std::string line = "250-" + std::string(1000, 'x') + "\r\n";
+    for (int i = 0; i < 65; ++i) sides.FromServer(line);
+    EXPECT_EQ(sides.turn, Turn::GoesOn);
+    sides.FromServer(line);
     EXPECT_EQ(sides.turn, Turn::Ends);
 }
 
