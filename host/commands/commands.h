@@ -32,6 +32,7 @@ void AddLogCommand(CLI::App& app, Context& context);
 void AddLoginCommand(CLI::App& app, Context& context);
 void AddHeldCommands(CLI::App& app, Context& context);
 void AddAcceptCommands(CLI::App& app, Context& context);
+void AddBackupCommands(CLI::App& app, Context& context);
 
 // Without a command: says in a few lines what is to be done next. Returns the exit code; throws CommandError.
 int NextStep(const Context& context);

@@ -90,6 +90,9 @@ public:
     std::int64_t Number(std::string_view sql);  // the first column of the first row, 0 without one
     std::int64_t LastId() const;                // of the row that was inserted last
 
+    // All of it at one moment, as the bytes of a file. Writers need not wait.
+    std::string Snapshot();
+
 private:
     struct Close {
         void operator()(sqlite3* database) const;

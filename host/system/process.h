@@ -37,6 +37,7 @@ bool ShowsColours();
 
 // Lets standard output pass bytes as they are from now on, where it would change line ends.
 void PassBytesToOutput();
+void PassBytesFromInput();  // the same of standard input
 
 // Makes a terminal that has to be told so take what is printed as UTF-8.
 void ShowUtf8();

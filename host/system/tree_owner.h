@@ -21,6 +21,23 @@ std::string ServiceRootDirectory();
 // what is written. Throws CommandError when that is not allowed. Does nothing on Windows.
 void WorkAsOwnerOf(const std::string& directory);
 
+// While it lives, a command of the superuser works as the owner of the directory; then it is the superuser's again, to
+// write where that owner may not. Throws CommandError when that is not allowed. Nothing on Windows.
+class AsOwnerOf {
+public:
+    explicit AsOwnerOf(const std::string& directory);
+    ~AsOwnerOf();
+    AsOwnerOf(const AsOwnerOf&) = delete;
+    AsOwnerOf& operator=(const AsOwnerOf&) = delete;
+
+private:
+    bool changed_ = false;
+};
+
+// The superuser gives a directory, with everything below, to the owner of another one; no link is followed. True also
+// when there is nothing to be done, as for other users and on Windows.
+[[nodiscard]] bool GiveToOwnerOf(const std::string& other, const std::string& directory);
+
 // Whether other users of the machine may read the file: its mode and those of the folders above it let everybody in.
 // Never on Windows, where access lists decide.
 bool EverybodyMayRead(const std::string& path);

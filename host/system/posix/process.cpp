@@ -72,4 +72,6 @@ void ShowUtf8() {}  // UTF-8 is what they take
 
 void PassBytesToOutput() {}
 
+void PassBytesFromInput() {}
+
 }  // namespace tarvex::host

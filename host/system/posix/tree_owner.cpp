@@ -74,6 +74,35 @@ void WorkAsOwnerOf(const std::string& directory) {
                        "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
 }
 
+AsOwnerOf::AsOwnerOf(const std::string& directory) {
+    struct stat status {};
+    if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
+    changed_ = true;
+    if (setgroups(0, nullptr) == 0 && setegid(status.st_gid) == 0 && seteuid(status.st_uid) == 0) return;
+    throw CommandError(kNotAllowed,
+                       "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+}
+
+// The groups beside the first one stay away: the superuser needs none.
+AsOwnerOf::~AsOwnerOf() {
+    if (changed_ && (seteuid(0) != 0 || setegid(0) != 0)) std::abort();
+}
+
+bool GiveToOwnerOf(const std::string& other, const std::string& directory) {
+    struct stat status {};
+    if (geteuid() != 0) return true;
+    if (stat(NativePath(other).c_str(), &status) != 0) return false;
+    const auto give = [&](const std::filesystem::path& path) {
+        return lchown(path.c_str(), status.st_uid, status.st_gid) == 0;
+    };
+    std::error_code error;
+    bool given = true;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(NativePath(directory), error)) {
+        given = give(entry.path()) && given;
+    }
+    return !error && given && give(NativePath(directory));
+}
+
 bool EverybodyMayRead(const std::string& path) {
     namespace fs = std::filesystem;
     std::error_code error;

@@ -79,4 +79,6 @@ void PassBytesToOutput() {
     _setmode(_fileno(stdout), _O_BINARY);
 }
 
+void PassBytesFromInput() { _setmode(_fileno(stdin), _O_BINARY); }
+
 }  // namespace tarvex::host
