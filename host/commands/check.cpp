@@ -1,13 +1,17 @@
 // `tarvex check`: tries the servers of profiles, step by step.
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
+#include <map>
+#include <memory>
 #include <numeric>
 #include <string>
 #include <vector>
 
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/commands.h"
+#include "host/receivers/notes.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/json.h"
@@ -116,8 +120,53 @@ int CodeOf(bool good, const std::string& why_left_out) {
     return good ? kDone : kUnavailable;
 }
 
+// Who is asked what domains publish.
+struct DnsChoice {
+    bool none = false;
+    DnsSettings settings;
+};
+
+// Asks about each domain once.
+class Receivers {
+public:
+    explicit Receivers(DnsChoice choice) : choice_(std::move(choice)) {}
+
+    // Null when nothing is asked.
+    const Published* Of(const CPopProfile& profile) {
+        const std::string domain = choice_.none ? "" : DomainOf(profile.setting.address);
+        if (domain.empty()) return nullptr;
+        const auto known = known_.find(domain);
+        if (known != known_.end()) return &known->second;
+        return &known_.emplace(domain, LookUpPublished(domain, choice_.settings)).first->second;
+    }
+
+private:
+    const DnsChoice choice_;
+    std::map<std::string, Published> known_;
+};
+
+void PrintPublished(const char* what, DnsEnding ending, const std::string& found, const Published& published) {
+    std::string text = found;
+    if (ending == DnsEnding::NoSuchRecord) text = "none";
+    if (ending == DnsEnding::Failed) text = "not known: " + published.trouble;
+    std::cout << "    " << Padded(what, kStepWidth) << OneLineOfUtf8(text, kTextWidth) << '\n';
+}
+
+void PrintReceivers(const CPopProfile& profile, const Published& published, const std::string& name) {
+    std::cout << "  Receivers, " << published.domain << '\n';
+    for (const std::string& record : published.spf.records) {
+        PrintPublished("SPF", DnsEnding::Found, record, published);
+    }
+    if (published.spf.records.empty()) PrintPublished("SPF", published.spf.ending, "", published);
+    const std::string policy = std::string(NameOf(published.dmarc.policy)) + " (" + published.dmarc.name + ')';
+    PrintPublished("DMARC", published.dmarc.ending, policy, published);
+    for (const std::string& note : NotesOnReceivers(profile, published, name)) {
+        std::cout << Paragraph("Note: " + note + '.', 6);
+    }
+}
+
 // The exit code.
-int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& profile) {
+int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& profile, Receivers& receivers) {
     const CPopProfileSetting& setting = profile.setting;
     std::cout << ShownName(root, profile.path) << "  " << ShowText(setting.address) << '\n';
     const std::string why_left_out = WhyUnreadable(profile);
@@ -137,8 +186,10 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, tls, "");
     if (!smtp.without_login.empty()) std::cout << Paragraph("Note: " + smtp.without_login, 6);
 
+    const std::string name = ShownName(root, profile.path);
+    if (const Published* const published = receivers.Of(profile)) PrintReceivers(profile, *published, name);
     for (const std::string& remark : RemarksOn(profile)) std::cout << Paragraph("Note: " + remark + '.', 2);
-    if (const std::string clear = NoteOnClearLogin(profile, ShownName(root, profile.path)); !clear.empty()) {
+    if (const std::string clear = NoteOnClearLogin(profile, name); !clear.empty()) {
         std::cout << Paragraph("Note: " + clear + '.', 2);
     }
     const std::string off = WhySwitchedOff(user, profile);
@@ -183,8 +234,19 @@ Json JsonOf(const SmtpAnswer& smtp, const CPopProfileSetting& setting) {
             {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting, PopTls::Off)}};
 }
 
+Json JsonOf(const CPopProfile& profile, const Published* published, const std::string& name) {
+    if (!published) return nullptr;
+    const Dmarc& dmarc = published->dmarc;
+    const bool has_dmarc = dmarc.ending == DnsEnding::Found;
+    return {{"domain", published->domain},
+            {"spf", published->spf.ending == DnsEnding::Failed ? Json() : Json(published->spf.records)},
+            {"dmarc", has_dmarc ? Json{{"name", dmarc.name}, {"policy", NameOf(dmarc.policy)}} : Json()},
+            {"error", published->trouble.empty() ? Json() : Json(published->trouble)},
+            {"notes", NotesOnReceivers(profile, *published, name)}};
+}
+
 // Adds the check to the list of JSON objects. Returns the exit code.
-int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
+int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile, Receivers& receivers) {
     const CPopProfileSetting& setting = profile.setting;
     const std::string why_left_out = WhyUnreadable(profile);
     Json& check = list.emplace_back(Json{{"path", ShownName(root, profile.path)},
@@ -192,16 +254,18 @@ int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile) {
                                          {"error", why_left_out.empty() ? Json() : Json(why_left_out)},
                                          {"remarks", RemarksOn(profile)},
                                          {"pop3", nullptr},
-                                         {"smtp", nullptr}});
+                                         {"smtp", nullptr},
+                                         {"receivers", nullptr}});
     if (!profile.setting_loaded.whole) return kCannotWrite;
     const PopAnswer pop = AskPop(profile);
     const SmtpAnswer smtp = AskSmtp(profile);
     check["pop3"] = JsonOf(pop, profile);
     check["smtp"] = JsonOf(smtp, setting);
+    check["receivers"] = JsonOf(profile, receivers.Of(profile), ShownName(root, profile.path));
     return CodeOf(pop.good && smtp.good, why_left_out);
 }
 
-int Check(const Context& context, const std::vector<std::string>& names, bool as_json) {
+int Check(const Context& context, const std::vector<std::string>& names, bool as_json, const DnsChoice& dns) {
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
@@ -210,8 +274,10 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
         throw CommandError(kNotFound, "there is no profile to check; add one with `tarvex profile add`");
     }
     Json list = Json::array();
+    Receivers receivers(dns);
     for (const NamedProfile& named : chosen) {
-        const int one = as_json ? AddCheck(list, root, *named.profile) : PrintCheck(root, *named.user, *named.profile);
+        const int one = as_json ? AddCheck(list, root, *named.profile, receivers)
+                                : PrintCheck(root, *named.user, *named.profile, receivers);
         exit_code = std::max(exit_code, one);
     }
     if (as_json) PrintJson(list);
@@ -221,10 +287,18 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
 }  // namespace
 
 void AddCheckCommand(CLI::App& app, Context& context) {
-    AddReadOnlyCommand(app, context, "check",
-                       "Log in to the POP3 and SMTP servers of profiles, step by step, up to the addresses; nothing is "
-                       "fetched or sent.",
-                       Check);
+    const auto dns = std::make_shared<DnsChoice>();
+    CLI::App& command = AddReadOnlyCommand(app, context, "check",
+                                           "Log in to the POP3 and SMTP servers of profiles, step by step, up to the "
+                                           "addresses; nothing is fetched or sent. "
+                                           "Then ask the DNS what receivers will think of the mail.",
+                                           [dns](const Context& given, const std::vector<std::string>& names,
+                                                 bool as_json) { return Check(given, names, as_json, *dns); });
+    command.add_flag("--no-dns", dns->none, "Ask the DNS nothing about SPF and DMARC");
+    command
+        .add_option("--dns", dns->settings.server,
+                    "The DNS server to ask, ADDRESS or ADDRESS:PORT, instead of the system's")
+        ->type_name("SERVER");
 }
 
 }  // namespace tarvex::host

@@ -37,7 +37,9 @@ protected:
     CPopProfileSetting& Setting() { return forwarding_->Profile().setting; }
 
     std::string Tell(const std::string& command, int code, const std::string& ca_file) {
-        const Finished host = forwarding_->TellHost({command}, {"SSL_CERT_FILE=" + ca_file});
+        std::vector<std::string> words = {command};
+        if (command == "check") words.emplace_back("--no-dns");
+        const Finished host = forwarding_->TellHost(words, {"SSL_CERT_FILE=" + ca_file});
         EXPECT_EQ(host.status, code) << host.output;
         EXPECT_THAT(host.output, AllOf(Not(HasSubstr(kAlice.password)), Not(HasSubstr("wrong password"))));
         return host.output;

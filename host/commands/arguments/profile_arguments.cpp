@@ -15,8 +15,8 @@ void AddProfileNames(CLI::App& command, std::vector<std::string>& names) {
     command.add_option("PROFILE", names, "Path, nickname or address of a profile; without one, all of them");
 }
 
-void AddReadOnlyCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help,
-                        ReadOnlyCommand look, const std::string& footer) {
+CLI::App& AddReadOnlyCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help,
+                             const ReadOnlyCommand& look, const std::string& footer) {
     CLI::App* const command = app.add_subcommand(name, help);
     command->footer(footer);
     auto names = std::make_shared<std::vector<std::string>>();
@@ -26,6 +26,7 @@ void AddReadOnlyCommand(CLI::App& app, Context& context, const std::string& name
     command->callback([&context, names, as_json, look] {
         context.command = [&context, names, as_json, look] { return look(context, *names, *as_json); };
     });
+    return *command;
 }
 
 int NoteWhatIsNotListed(const CRootPath& root) {

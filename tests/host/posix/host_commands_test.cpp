@@ -631,7 +631,7 @@ TEST_F(HostCommands, CommandsThatOnlyReadChangeNothing) {
                                {"schedule", "list", "odd@example.net"},
                                {"status"},
                                {"plan"},
-                               {"check"},
+                               {"check", "--no-dns"},
                                {"log", "me@example.org"}}) {
         for (const bool as_json : {false, true}) {
             Words all = words;

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "testing/dns_server.h"
 #include "testing/scripted_server.h"
 #include "tests/support/host_program.h"
 
@@ -64,7 +65,7 @@ TEST(HostCheck, ShowsEveryStepWithItsTime) {
     Host host;
     host.AddProfile(mailbox.Port(), sink.Port(), [](CPopProfile& profile) { profile.setting.smtpauth = 1; });
     const Snapshot before = SnapshotOf(host.Root());
-    const std::string printed = host.Tell({"check"});
+    const std::string printed = host.Tell({"check", "--no-dns"});
     EXPECT_THAT(printed, StartsWith("user0/from0  me@example.org\n  POP3, 127.0.0.1 port " +
                                     std::to_string(mailbox.Port()) + "\n"));
     for (const char* const step :
@@ -82,7 +83,7 @@ TEST(HostCheck, AFailedStepComesWithAdviceAndCode69) {
     MailboxServer mailbox("user", "other password");
     Host host;
     host.AddProfile(mailbox.Port(), UnusedPort());
-    const std::string printed = host.Tell({"check", "from0"}, kUnavailable);
+    const std::string printed = host.Tell({"check", "--no-dns", "from0"}, kUnavailable);
     EXPECT_THAT(printed, ContainsRegex("\n    log in +[0-9]+ ms  FAILED  -ERR wrong user or password\n"
                                        "      The server refused the login: set --popuser and --password"));
     EXPECT_THAT(printed, ContainsRegex("\n    connect +[0-9]+ ms  FAILED  could not connect .*Connection refused\n"
@@ -98,10 +99,10 @@ TEST(HostCheck, OneServerThatFailsIsEnough) {
     host.AddProfile(closed_mailbox.Port(), sink.Port());
     host.AddProfile(mailbox.Port(), UnusedPort());
     host.AddProfile(mailbox.Port(), sink.Port());
-    host.Tell({"check", "user0/from0"}, kUnavailable);
-    host.Tell({"check", "user1/from0"}, kUnavailable);
-    host.Tell({"check", "user2/from0"});
-    host.Tell({"check"}, kUnavailable);
+    host.Tell({"check", "--no-dns", "user0/from0"}, kUnavailable);
+    host.Tell({"check", "--no-dns", "user1/from0"}, kUnavailable);
+    host.Tell({"check", "--no-dns", "user2/from0"});
+    host.Tell({"check", "--no-dns"}, kUnavailable);
 }
 
 TEST(HostCheck, SaysWhatIsStrangeThoughNothingFailed) {
@@ -114,7 +115,7 @@ TEST(HostCheck, SaysWhatIsStrangeThoughNothingFailed) {
         profile.setting.status = 0;
         profile.DeleteForwardAddress(profile.forward_addresses[0].get());
     });
-    const std::string printed = host.Tell({"check"});
+    const std::string printed = host.Tell({"check", "--no-dns"});
     for (const char* const note :
          {"no unique ids", "mail goes out without a login", "switched off (status 0)", "no forwarding address yet"}) {
         EXPECT_THAT(printed, HasSubstr(note));
@@ -125,7 +126,8 @@ TEST(HostCheck, WhatAServerSaysReachesTheTerminalHarmlessly) {
     ScriptedServer server([](Peer& peer) { peer.Send("-ERR \x1B]0;owned\x07 \x9B\r\n"); });
     Host host;
     host.AddProfile(server.Port(), UnusedPort());
-    EXPECT_THAT(host.Tell({"check"}, kUnavailable), AllOf(HasSubstr("\\x1b]0;owned\\x07 ?\n"), Not(HasSubstr("\x1B"))));
+    EXPECT_THAT(host.Tell({"check", "--no-dns"}, kUnavailable),
+                AllOf(HasSubstr("\\x1b]0;owned\\x07 ?\n"), Not(HasSubstr("\x1B"))));
 }
 
 TEST(HostCheck, TellsTheSameAsJson) {
@@ -134,7 +136,7 @@ TEST(HostCheck, TellsTheSameAsJson) {
     const int closed = UnusedPort();
     Host host;
     host.AddProfile(mailbox.Port(), closed);
-    const json list = json::parse(host.Tell({"check", "--json"}, kUnavailable));
+    const json list = json::parse(host.Tell({"check", "--no-dns", "--json"}, kUnavailable));
     ASSERT_EQ(list.size(), 1u);
     const json& pop = list[0]["pop3"];
     EXPECT_EQ(pop["good"], true);
@@ -150,6 +152,61 @@ TEST(HostCheck, TellsTheSameAsJson) {
     EXPECT_EQ(smtp["login"], nullptr);
     EXPECT_EQ(smtp["steps"][1]["success"], false);
     EXPECT_THAT(smtp["steps"][1]["advice"].get<std::string>(), StartsWith("Nothing listens there"));
+}
+
+// ---- check: what receivers will think
+
+// A profile of me@example.org between servers that take everything, with one address that gets text mail.
+struct Checked {
+    Checked() {
+        host.AddProfile(mailbox.Port(), sink.Port(),
+                        [](CPopProfile& profile) { profile.forward_addresses[0]->setting.textonly = 120; });
+    }
+    MailboxServer mailbox{"user", "secret"};
+    SinkServer sink;
+    DnsServer dns;
+    Host host;
+};
+
+TEST(HostCheck, SaysWhatReceiversWillThinkOfTextMail) {
+    Checked checked;
+    checked.dns.Add("example.org", "v=spf1 mx -all");
+    checked.dns.Add("_dmarc.example.org", "v=DMARC1; p=reject");
+    const std::string printed = checked.host.Tell({"check", "--dns", checked.dns.Address()});
+    EXPECT_THAT(printed, AllOf(ContainsRegex("\n  Receivers, example.org\n    SPF +v=spf1 mx -all\n"
+                                             "    DMARC +reject \\(_dmarc.example.org\\)\n      Note: text mail"),
+                               HasSubstr("example.org has one (reject)"), HasSubstr("--replacefrom on")));
+    const json list = json::parse(checked.host.Tell({"check", "--json", "--dns", checked.dns.Address()}));
+    const json& receivers = list[0]["receivers"];
+    EXPECT_EQ(receivers["domain"], "example.org");
+    EXPECT_EQ(receivers["spf"], json::array({"v=spf1 mx -all"}));
+    EXPECT_EQ(receivers["dmarc"], json({{"name", "_dmarc.example.org"}, {"policy", "reject"}}));
+    EXPECT_EQ(receivers["error"], nullptr);
+    EXPECT_EQ(receivers["notes"].size(), 1u);
+}
+
+TEST(HostCheck, AsksAboutADomainOnceAndNotAtAllWhenToldSo) {
+    Checked checked;
+    checked.host.AddProfile(checked.mailbox.Port(), checked.sink.Port());
+    checked.host.Tell({"check", "--dns", checked.dns.Address()});
+    EXPECT_THAT(checked.dns.Asked(), ::testing::ElementsAre("example.org", "_dmarc.example.org"));
+    EXPECT_THAT(checked.host.Tell({"check", "--no-dns"}), Not(HasSubstr("Receivers")));
+    EXPECT_THAT(checked.host.Tell({"check", "--no-dns", "--json"}), HasSubstr(R"("receivers": null)"));
+}
+
+TEST(HostCheck, TroubleWithTheDnsIsANoteInGoodTime) {
+    Checked checked;
+    checked.dns.Replies([](const std::string&, bool) { return std::vector<std::string>(); });
+    const auto start = std::chrono::steady_clock::now();
+    const std::string printed = checked.host.Tell({"check", "--dns", checked.dns.Address()});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
+    EXPECT_THAT(printed, ContainsRegex("\n    SPF +not known: no answer from the DNS in time\n    DMARC +not known: "));
+    checked.dns.Replies([](const std::string&, bool) { return std::vector{std::string(30, '\xFF')}; });
+    checked.host.Tell({"check", "--dns", checked.dns.Address()});
+    checked.dns.Replies(nullptr);
+    checked.dns.Add("example.org", "v=spf1 \x1B]0;owned\x07 \x9B -all");
+    EXPECT_THAT(checked.host.Tell({"check", "--dns", checked.dns.Address()}),
+                AllOf(HasSubstr("\\x1b]0;owned\\x07"), Not(HasSubstr("\x1B"))));
 }
 
 // ---- what could not be read
@@ -168,11 +225,11 @@ TEST(HostLooks, SayWhatCouldNotBeReadAndEndWith74) {
         {profile, {"profile", "list"}, "user0/from0 is listed with defaults"},
         {profile, {"profile", "list", "user0", "--json"}, R"("path": "user0/from0")"},
         {profile, {"profile", "show", "user0/from0"}, ""},
-        {profile, {"check"}, "A run leaves it out"},
-        {profile, {"check", "--json"}, R"("pop3": null)"},
+        {profile, {"check", "--no-dns"}, "A run leaves it out"},
+        {profile, {"check", "--no-dns", "--json"}, R"("pop3": null)"},
         {forward, {"forward", "list"}, "forwardto0 is listed with defaults"},
         {forward, {"forward", "show", "user0/from0/forwardto0", "--json"}, ""},
-        {forward, {"check"}, "POP3, 127.0.0.1"},
+        {forward, {"check", "--no-dns"}, "POP3, 127.0.0.1"},
         {schedule, {"forward", "list", "user0/from0"}, "forwardto0 is listed with defaults"},
         {schedule, {"forward", "show", kPhone}, ""},
         {schedule, {"schedule", "list", kPhone}, ""},
@@ -181,7 +238,7 @@ TEST(HostLooks, SayWhatCouldNotBeReadAndEndWith74) {
         {"user0/from0", {"profile", "list", "user0"}, "the list may not be whole"},
         {"user0/from0", {"forward", "list"}, "the list may not be whole"},
         {"user0", {"user", "list"}, "the list may not be whole"},
-        {"user0/from0", {"check"}, "its profiles are not known"},
+        {"user0/from0", {"check", "--no-dns"}, "its profiles are not known"},
         {"user0", {"plan"}, "its profiles are not known"},
     };
     for (const auto& [file, command, beside] : cases) {
