@@ -46,7 +46,7 @@ endforeach()
 install(FILES packaging/debian/library.lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
   RENAME libtarvex${tarvex_abi} COMPONENT library)
 install(DIRECTORY examples DESTINATION ${documents}/libtarvex-dev COMPONENT development)
-install(DIRECTORY docs/ DESTINATION ${documents}/tarvex COMPONENT host FILES_MATCHING PATTERN "*.md" PATTERN "man" EXCLUDE)
+include(cmake/Documents.cmake)
 
 install(FILES packaging/provider.def DESTINATION ${documents}/tarvex/examples COMPONENT host)
 

@@ -27,6 +27,18 @@ for package in "${packages[@]}"; do
   grep -qx 'License: none-chosen-yet' "$root/usr/share/doc/$name/copyright" || fail "$name claims a licence"
 done
 
+# Every document leads to documents that are there.
+documents=$root/usr/share/doc/tarvex
+links=0
+while IFS=: read -r document link; do
+  links=$((links + 1))
+  case $link in /*) target=$root$link ;; *) target=$(dirname "$document")/$link ;; esac
+  [ -e "$target" ] || fail "${document#"$root"} leads to $link, which is not in the packages"
+done < <(grep -roE --include='*.md' '\]\([^) #:]+[)#]' "$documents" | sed -E 's/:\]\((.*)./:\1/')
+[ $links -gt 40 ] || fail "only $links links in the documents"
+zgrep -q '^\.Pa /usr/share/doc/tarvex/README.md' "$root/usr/share/man/man1/tarvex.1.gz" || fail "the manual does not name README.md"
+[ -e "$documents/README.md" ] || fail "there is no README.md"
+
 say() { echo "== $*"; }
 LD_LIBRARY_PATH=$(dirname "$(find "$root/usr/lib" -name libtarvex.so.0)")
 export LD_LIBRARY_PATH
