@@ -111,4 +111,10 @@ void TlsServer::CloseNotify() {
     SSL_shutdown(impl_->session.get());
 }
 
+void TlsServer::AskForNewKeys() {
+    ERR_clear_error();
+    SSL_key_update(impl_->session.get(), SSL_KEY_UPDATE_REQUESTED);
+    SSL_do_handshake(impl_->session.get());
+}
+
 }  // namespace tarvex::testing

@@ -26,6 +26,7 @@ public:
     Progress Read(std::string& text);  // appends what can be decrypted; Done when the client has closed the session
     bool Write(std::string_view text);
     void CloseNotify();
+    void AskForNewKeys();  // of TLS 1.3: the client has to answer
 
 private:
     struct Impl;

@@ -14,6 +14,7 @@ namespace tarvex::host {
 namespace {
 
 constexpr std::size_t kLongestReason = 300;
+constexpr std::size_t kMostAnswers = 256 << 10;  // that a server may leave unread
 
 // In one line, whatever the server has put into it.
 std::string InOneLine(std::string text) {
@@ -83,7 +84,7 @@ void Tunnel::Pump(const std::function<void()>& before) {
 void Tunnel::Work() {
     FlushRun();
     FlushWire();
-    if (!ended_ && !is_last_ && to_run_.IsEmpty()) ReadWire();
+    if (!ended_ && MayReadWire()) ReadWire();
     if (!ended_ && !WireIsBusy()) ReadRun();
     if (ended_) return;
     FlushRun();
@@ -253,8 +254,13 @@ bool Tunnel::FlushWire(std::string_view bytes, std::size_t& sent) {
 
 bool Tunnel::WireIsBusy() const { return wire_takes_ && (!to_wire_.IsEmpty() || (tls_ && !tls_->ToSend().empty())); }
 
+// TLS may have to answer what is read, as the wish for new keys.
+bool Tunnel::MayReadWire() const {
+    return !is_last_ && to_run_.IsEmpty() && (!tls_ || tls_->ToSend().size() < kMostAnswers);
+}
+
 void Tunnel::Wait() {
-    if (!is_last_ && to_run_.IsEmpty()) WaitFor(wire_, Socket::wait_read, reads_wire_);
+    if (MayReadWire()) WaitFor(wire_, Socket::wait_read, reads_wire_);
     if (!to_run_.IsEmpty()) WaitFor(run_, Socket::wait_write, writes_run_);
     if (!WireIsBusy()) return WaitFor(run_, Socket::wait_read, reads_run_);
     WaitFor(wire_, Socket::wait_write, writes_wire_);

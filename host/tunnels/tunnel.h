@@ -82,6 +82,7 @@ private:
     void FlushWire();
     bool FlushWire(std::string_view bytes, std::size_t& sent);
     bool WireIsBusy() const;
+    bool MayReadWire() const;
     void Wait();
     void WaitFor(Socket& socket, WaitKind kind, bool& waiting);
     void WatchForStall();

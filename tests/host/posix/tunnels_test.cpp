@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -47,6 +48,24 @@ public:
     void Say(const std::string& line) {
         tls_.Write(line);
         Flush();
+    }
+    // What the client has to answer, again and again. Returns how many bytes it took before it took no more.
+    std::size_t AskForNewKeys(std::size_t most_bytes) {
+        std::size_t taken = 0;
+        std::string output;
+        while (taken < most_bytes) {
+            while (output.size() < 16384) {
+                tls_.AskForNewKeys();
+                output += tls_.TakeOutput();
+            }
+            pollfd wanted{static_cast<int>(socket_.Socket()), POLLOUT, 0};
+            if (poll(&wanted, 1, 2000) <= 0) break;
+            const ssize_t sent = send(wanted.fd, output.data(), output.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (sent <= 0) break;
+            taken += static_cast<std::size_t>(sent);
+            output.erase(0, static_cast<std::size_t>(sent));
+        }
+        return taken;
     }
 
 private:
@@ -167,6 +186,14 @@ TEST_F(ManyTunnels, RunThatDoesNotReadSlowsTheServerDown) {
     server.join();
     EXPECT_GE(heard, 64'000'000U);
     EXPECT_LT(ResidentMemoryBytes(), memory + (std::size_t{16} << 20));
+}
+
+// What a server makes the tunnel answer, without reading the answers, must not pile up either.
+TEST_F(ManyTunnels, ServerThatDoesNotReadIsNotReadEither) {
+    ASSERT_NO_FATAL_FAILURE(Open());
+    ASSERT_NO_FATAL_FAILURE(servers[0].ShakeHands());
+    constexpr std::size_t kMost = std::size_t{2} << 20;
+    EXPECT_LT(servers[0].AskForNewKeys(kMost), kMost);
 }
 
 TEST_F(ManyTunnels, ThoseThatAreLeftEndWithTheirOwner) {
