@@ -105,7 +105,11 @@ ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milli
         if (stops()) return {{}, "was interrupted"};
         if (Clock::now() >= end) return {{}, "took longer than " + std::to_string(time.count() / 1000) + " s"};
         pollfd readable{open ? reading.Get() : -1, POLLIN, 0};
-        if (poll(&readable, 1, kLook_ms) <= 0) continue;
+        const bool had_ended = child.HasEnded();
+        if (poll(&readable, 1, had_ended ? 0 : kLook_ms) <= 0) {
+            if (had_ended) break;  // what it has printed is read; who still holds the pipe is another program
+            continue;
+        }
         const ssize_t count = read(reading.Get(), piece.data(), piece.size());
         if (count < 0 && errno == EINTR) continue;
         open = count > 0;

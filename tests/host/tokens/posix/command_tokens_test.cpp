@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <future>
 #include <string>
 #include <vector>
@@ -93,6 +94,15 @@ TEST_F(TokensOfAProgram, StopTheProgramWithItsChildren) {
     stopped = true;
     EXPECT_EQ(answer.get(), "for now: token_command was interrupted");
     EXPECT_LT(std::chrono::steady_clock::now(), end);
+}
+
+// As an agent that the program starts at its first call.
+TEST_F(TokensOfAProgram, AreThereWhenTheProgramEndsWhateverItLeavesRunning) {
+    const std::string leaving = Program("sleep 20 &\necho $! >'" + folder_.String() + "/left'\necho t");
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(Ask(leaving), "t");
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(15));
+    EXPECT_EQ(kill(std::stoi(ReadFile(folder_ / "left")), SIGKILL), 0);
 }
 
 TEST_F(TokensOfAProgram, AreAskedForOnce) {
