@@ -58,11 +58,11 @@ void PrintStep(const CProbeStep& step, const std::string& remark) {
 // A failed QUIT counts for nothing: the server has done all that a run needs.
 bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && step.kind != PROBE_QUIT; }
 
-void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting, PopTls tls,
-                const std::string& list_remark) {
+void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
+                const HostRules& rules, const std::string& list_remark) {
     for (const CProbeStep& step : steps) {
         PrintStep(step, step.kind == PROBE_LIST ? list_remark : ShowText(step.recipient));
-        if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting, tls), 6);
+        if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting, rules), 6);
     }
 }
 
@@ -173,17 +173,17 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     if (!why_left_out.empty()) std::cout << "  A run leaves it out: " << why_left_out << '\n';
     if (!profile.setting_loaded.whole) return kCannotWrite;  // which servers it has is not known
 
-    const PopTls tls = PopTlsOf(profile);
-    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << Security(static_cast<int>(tls)) << '\n' << std::flush;
+    const HostRules rules = RulesToShow(profile);
+    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << Security(rules.pop_tls) << '\n' << std::flush;
     const PopAnswer pop = AskPop(profile);
-    PrintSteps(pop.listing.steps, Protocol::Pop, setting, tls, pop.good ? InMailbox(pop.listing) : "");
+    PrintSteps(pop.listing.steps, Protocol::Pop, setting, rules, pop.good ? InMailbox(pop.listing) : "");
     if (pop.good && pop.listing.has_uidls == 0) {
         std::cout << Paragraph("Note: the server has no unique ids (UIDL), so messages cannot be told apart.", 6);
     }
 
     std::cout << "  SMTP, " << Server(setting, Protocol::Smtp) << Security(setting.sslsmtp) << '\n' << std::flush;
     const SmtpAnswer smtp = AskSmtp(profile);
-    PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, tls, "");
+    PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, rules, "");
     if (!smtp.without_login.empty()) std::cout << Paragraph("Note: " + smtp.without_login, 6);
 
     const std::string name = ShownName(root, profile.path);
@@ -198,7 +198,8 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     return CodeOf(pop.good && smtp.good, why_left_out);
 }
 
-Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting, PopTls tls) {
+Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
+            const HostRules& rules) {
     Json list = Json::array();
     for (const CProbeStep& step : steps) {
         list.push_back({{"step", ProbeStepName(step.kind)},
@@ -206,32 +207,33 @@ Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfil
                         {"microseconds", step.microseconds},
                         {"text", Utf8OfServerText(step.text)},
                         {"recipient", step.recipient.empty() ? Json() : Json(Utf8FromText(step.recipient))},
-                        {"advice", Matters(step) ? Json(Advice(step, protocol, setting, tls)) : Json()}});
+                        {"advice", Matters(step) ? Json(Advice(step, protocol, setting, rules)) : Json()}});
     }
     return list;
 }
 
 Json JsonOf(const PopAnswer& pop, const CPopProfile& profile) {
     const CPopProfileSetting& setting = profile.setting;
-    const PopTls tls = PopTlsOf(profile);
+    const HostRules rules = RulesToShow(profile);
     return {{"server", Utf8FromText(ServerOf(setting, Protocol::Pop))},
             {"port", setting.popport},
-            {"tls", static_cast<int>(tls)},
-            {"clear", LogsInInClear(setting, tls)},
+            {"tls", rules.pop_tls},
+            {"clear", LogsInInClear(setting, rules.Tls())},
             {"good", pop.good},
             {"unique_ids", pop.listing.has_uidls != 0},
             {"messages", pop.listing.mails.size()},
             {"bytes", BytesIn(pop.listing)},
-            {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting, tls)}};
+            {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting, rules)}};
 }
 
-Json JsonOf(const SmtpAnswer& smtp, const CPopProfileSetting& setting) {
+Json JsonOf(const SmtpAnswer& smtp, const CPopProfile& profile) {
+    const CPopProfileSetting& setting = profile.setting;
     return {{"server", Utf8FromText(ServerOf(setting, Protocol::Smtp))},
             {"port", setting.smtpport},
             {"good", smtp.good},
             {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
             {"without_login", smtp.without_login.empty() ? Json() : Json(smtp.without_login)},
-            {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting, PopTls::Off)}};
+            {"steps", JsonOf(smtp.trial.steps, Protocol::Smtp, setting, RulesToShow(profile))}};
 }
 
 Json JsonOf(const CPopProfile& profile, const Published* published, const std::string& name) {
@@ -260,7 +262,7 @@ int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile, Rece
     const PopAnswer pop = AskPop(profile);
     const SmtpAnswer smtp = AskSmtp(profile);
     check["pop3"] = JsonOf(pop, profile);
-    check["smtp"] = JsonOf(smtp, setting);
+    check["smtp"] = JsonOf(smtp, profile);
     check["receivers"] = JsonOf(profile, receivers.Of(profile), ShownName(root, profile.path));
     return CodeOf(pop.good && smtp.good, why_left_out);
 }

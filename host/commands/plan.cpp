@@ -122,7 +122,7 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
         const CProbeStep& failed = inspection.listing.steps.back();
         std::cout << "  The mailbox cannot be listed: " << ProbeStepName(failed.kind) << ": "
                   << OneLine(failed.text, 100) << '\n'
-                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting, PopTlsOf(profile)), 2);
+                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting, RulesToShow(profile)), 2);
     }
     return inspection.listed ? kDone : kUnavailable;
 }

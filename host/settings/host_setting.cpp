@@ -168,11 +168,11 @@ std::optional<HostRules> RulesOf(const CPopProfile& profile) {
     return RulesOf(ParentOf(ParentOf(profile.path)), profile.path);
 }
 
-PopTls PopTlsOf(const CPopProfile& profile) {
+HostRules RulesToShow(const CPopProfile& profile) {
     try {
-        return RulesOf(profile).value_or(HostRules()).Tls();
+        return RulesOf(profile).value_or(HostRules());
     } catch (const CommandError&) {
-        return PopTls::Off;
+        return {};
     }
 }
 

@@ -68,8 +68,9 @@ std::optional<HostRules> RulesOf(const CString& root);
 std::optional<HostRules> RulesOf(const CString& root, const CString& profile);
 std::optional<HostRules> RulesOf(const CPopProfile& profile);
 
-// How runs of the profile reach its POP3 server; Off as well where that cannot be read, since then nothing runs.
-PopTls PopTlsOf(const CPopProfile& profile);
+// The same for what is shown: those of a new tree, which want neither TLS nor tokens, where there are none or they
+// cannot be read, since then nothing runs by them.
+HostRules RulesToShow(const CPopProfile& profile);
 
 // The rules that hold when a file is read: its values in the place of others.
 // Throws CommandError. `is_root`: the keys of the root count.

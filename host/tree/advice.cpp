@@ -23,9 +23,10 @@ struct Words {
     std::string port_key;
     std::string seconds;
     int ssl;
+    bool by_token;
 };
 
-Words WordsFor(Protocol protocol, const CPopProfileSetting& setting, PopTls pop_tls) {
+Words WordsFor(Protocol protocol, const CPopProfileSetting& setting, const HostRules& rules) {
     Words words;
     words.pop = protocol == Protocol::Pop;
     words.server = ShowText(ServerOf(setting, protocol));
@@ -33,7 +34,8 @@ Words WordsFor(Protocol protocol, const CPopProfileSetting& setting, PopTls pop_
     words.server_key = words.pop || setting.smtpserver.empty() ? "popserver" : "smtpserver";
     words.port_key = words.pop ? "popport" : "smtpport";
     words.seconds = ShowCount(setting.timeout > 0 ? setting.timeout : kDefaultTimeOut_s, "second");
-    words.ssl = words.pop ? static_cast<int>(pop_tls) : setting.sslsmtp;
+    words.ssl = words.pop ? rules.pop_tls : setting.sslsmtp;
+    words.by_token = (words.pop ? rules.pop_login : rules.smtp_login) != 0;
     return words;
 }
 
@@ -116,7 +118,9 @@ std::string OnCertificate(const Words& words, CProbeReason reason) {
         return "This machine does not trust the authority that signed the certificate. Install the package "
                "ca-certificates if it is missing; for an authority of your own, put its certificate into the trust "
                "store of this machine" +
-               std::string(words.pop ? ", or name its file: `tarvex rules set PROFILE --tls_authority FILE`." : ".");
+               std::string(words.pop || words.by_token
+                               ? ", or name its file: `tarvex rules set PROFILE --tls_authority FILE`."
+                               : ".");
     }
     return "The server's certificate is not accepted, for the reason above.";
 }
@@ -174,6 +178,13 @@ std::string OnLogIn(const Words& words, const CProbeStep& step, const CPopProfil
     if (const std::string told = words.pop ? OnPopCode(PopResponseCode(step.text)) : OnWantedLogin(step, setting);
         !told.empty()) {
         return told;
+    }
+    if (words.by_token) {
+        return "The server refused the token. It must be for the user name " +
+               std::string(words.pop || setting.smtpuser.empty() ? "in popuser" : "in smtpuser") +
+               ", with the permission (scope) for " + (words.pop ? "POP3" : "SMTP") +
+               ", which many providers must switch on for the mailbox, too. If it is, set " +
+               (words.pop ? "--pop_login" : "--smtp_login") + " to the other form (`tarvex rules set`).";
     }
     if (EnhancedCode(step.text) == "5.7.9") {
         return "The server wants another kind of login: an app password instead of your own, or another "
@@ -258,8 +269,9 @@ std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSe
            "operator, or send through another server.";
 }
 
-std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting, PopTls pop_tls) {
-    const Words words = WordsFor(protocol, setting, pop_tls);
+std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting,
+                   const HostRules& rules) {
+    const Words words = WordsFor(protocol, setting, rules);
     switch (step.failure) {
         case PROBE_NO_SUCH_SERVER:
             return OnName(words);

@@ -20,8 +20,8 @@ const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol);
 std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting);
 
 // One or two sentences about a step that failed, in plain English, fit to be shown.
-// `pop_tls`: how POP3 is encrypted.
+// `rules`: those of the profile, for encryption and tokens.
 std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting,
-                   PopTls pop_tls = PopTls::Off);
+                   const HostRules& rules = {});
 
 }  // namespace tarvex::host

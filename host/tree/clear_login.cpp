@@ -20,7 +20,7 @@ bool LogsInInClear(const CPopProfileSetting& setting, PopTls tls) {
 }
 
 std::string NoteOnClearLogin(const CPopProfile& profile, const std::string& name) {
-    if (!LogsInInClear(profile.setting, PopTlsOf(profile))) return {};
+    if (!LogsInInClear(profile.setting, RulesToShow(profile).Tls())) return {};
     return "the POP3 password goes to " + ShowText(profile.setting.popserver) + " in clear; `tarvex rules set " + name +
            " --pop_tls tls` encrypts it (usually at port 995)";
 }

@@ -16,7 +16,9 @@ namespace tarvex::host {
 namespace {
 
 using namespace tarvex::testing;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 CPopProfileSetting Setting(int port) {
     CPopProfileSetting setting;
@@ -151,6 +153,28 @@ TEST(Advice, OfARefusedEnvelope) {
     alert.failure = PROBE_NO_TLS;
     alert.reason = CProbeReason::TlsRefused;
     EXPECT_THAT(Advice(alert, Protocol::Smtp, Setting(25)), HasSubstr("The server speaks TLS, but refused"));
+}
+
+TEST(Advice, OfALoginByTokenIsNotAboutPasswords) {
+    CProbeStep refused;
+    refused.kind = PROBE_LOGIN;
+    refused.failure = PROBE_REFUSED;
+    refused.text = "-ERR [AUTH] no";
+    HostRules rules;
+    rules.pop_login = 1;
+    EXPECT_THAT(Advice(refused, Protocol::Pop, Setting(995), rules),
+                AllOf(HasSubstr("refused the token. It must be for the user name in popuser"), HasSubstr("POP3")));
+    refused.text = "535 5.7.8 no";
+    EXPECT_THAT(Advice(refused, Protocol::Smtp, Setting(465), rules), HasSubstr("set --smtpuser"));
+    rules.smtp_login = 2;
+    EXPECT_THAT(Advice(refused, Protocol::Smtp, Setting(465), rules),
+                AllOf(HasSubstr("refused the token"), HasSubstr("SMTP"), Not(HasSubstr("password"))));
+    CProbeStep untrusted;
+    untrusted.kind = PROBE_TLS;
+    untrusted.failure = PROBE_BAD_CERTIFICATE;
+    untrusted.reason = CProbeReason::NotTrusted;
+    EXPECT_THAT(Advice(untrusted, Protocol::Smtp, Setting(465), rules), HasSubstr("--tls_authority"));
+    EXPECT_THAT(Advice(untrusted, Protocol::Smtp, Setting(465)), Not(HasSubstr("--tls_authority")));
 }
 
 TEST(Advice, OfALoginThatIsMissing) {
