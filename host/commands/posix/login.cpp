@@ -62,7 +62,11 @@ Provider ChosenProvider(const std::string& root, const std::string& name, const 
         for (const std::string& one : names) list += (list.empty() ? "" : ", ") + one;
         throw CommandError(kBadUsage, "say which provider with --provider: " + list);
     }
-    return ProviderNamed(root, names.empty() ? "example" : names.front());
+    if (names.empty()) {
+        throw CommandError(
+            kNotFound, "no provider is described yet: docs/tokens.md says how, in a file of /etc/tarvex/providers.d");
+    }
+    return ProviderNamed(root, names.front());
 }
 
 TokenAnswer LogIn(const Provider& provider, const Given& given, const std::string& login) {

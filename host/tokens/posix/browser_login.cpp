@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <map>
@@ -13,6 +14,8 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "host/system/posix/descriptor.h"
 #include "host/tokens/posix/provider_login.h"
@@ -26,6 +29,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostRequestBytes = 16 << 10;
 constexpr auto kRequestTime = 5s;
+constexpr auto kLook = 200ms;
+constexpr int kMostVisitors = 32;
 constexpr std::size_t kSecretBytes = 32;
 constexpr std::size_t kDigestBytes = 32;
 
@@ -65,7 +70,7 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         auto* const any = reinterpret_cast<sockaddr*>(&address);
-        if (!socket_.IsOpen() || bind(socket_.Get(), any, size) != 0 || listen(socket_.Get(), 4) != 0 ||
+        if (!socket_.IsOpen() || bind(socket_.Get(), any, size) != 0 || listen(socket_.Get(), kMostVisitors) != 0 ||
             getsockname(socket_.Get(), any, &size) != 0) {
             throw NoPort();
         }
@@ -80,25 +85,33 @@ private:
     int port_ = 0;
 };
 
-// Waits for bytes, at most until then.
-bool Wait(int socket, short events, Clock::time_point end) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-    pollfd wanted{socket, events, 0};
-    return left > 0 && poll(&wanted, 1, static_cast<int>(left)) > 0;
-}
+// Somebody who has come to the port, until the header of the request is there.
+struct Visitor {
+    Descriptor connection;
+    Clock::time_point end = Clock::now() + kRequestTime;
+    std::string request = {};
 
-// The first line of a request, once all of its header has come; empty when that does not.
-std::string ReadRequest(const Descriptor& connection) {
-    const Clock::time_point end = Clock::now() + kRequestTime;
-    std::string request;
-    std::array<char, 4096> piece{};
-    while (request.find("\r\n\r\n") == std::string::npos) {
-        if (request.size() > kMostRequestBytes || !Wait(connection.Get(), POLLIN, end)) return {};
+    bool IsWhole() const { return request.find("\r\n\r\n") != std::string::npos; }
+
+    // Reads what has come. True when nothing more is waited for.
+    bool HasAsked() {
+        std::array<char, 4096> piece{};
         const ssize_t count = recv(connection.Get(), piece.data(), piece.size(), MSG_DONTWAIT);
-        if (count <= 0) return {};
-        request.append(piece.data(), static_cast<std::size_t>(count));
+        if (count > 0) request.append(piece.data(), static_cast<std::size_t>(count));
+        const bool has_gone = count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
+        return has_gone || IsWhole() || request.size() > kMostRequestBytes || Clock::now() >= end;
     }
-    return request.substr(0, request.find("\r\n"));
+
+    // The first line; empty when there is no whole request.
+    std::string Line() const { return IsWhole() ? request.substr(0, request.find("\r\n")) : std::string(); }
+};
+
+// Waits for somebody to come or to say something, at most until then.
+void WaitForVisitors(const Listener& listener, const std::vector<Visitor>& visitors, Clock::time_point end) {
+    std::vector<pollfd> wanted = {{listener.Socket(), POLLIN, 0}};
+    for (const Visitor& visitor : visitors) wanted.push_back({visitor.connection.Get(), POLLIN, 0});
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    poll(wanted.data(), wanted.size(), std::max(static_cast<int>(left), 0));
 }
 
 void AnswerRequest(const Descriptor& connection, const char* status, std::string_view text) {
@@ -145,30 +158,45 @@ std::optional<std::map<std::string, std::string>> FieldsIn(std::string_view line
     return fields;
 }
 
-// The code that the provider gives the browser for us. Others on this machine may knock meanwhile.
+// The code that the provider gives the browser for us, when that is the visitor. Throws when it brings a refusal.
+std::optional<std::string> CodeFrom(const Visitor& visitor, const std::string& state) {
+    const auto fields = FieldsIn(visitor.Line());
+    const auto field = [&](const char* name) {
+        const auto found = fields ? fields->find(name) : decltype(fields->end())();
+        return fields && found != fields->end() ? found->second : std::string();
+    };
+    if (field("state") != state) {
+        AnswerRequest(visitor.connection, "404 Not Found", "There is nothing here.\n");
+        return std::nullopt;
+    }
+    if (const std::string error = SafeWords(field("error")); !error.empty()) {
+        AnswerRequest(visitor.connection, "200 OK", "The provider has refused the login.\n");
+        throw TokenTrouble(TokenTroubleKind::NeedsLogin, "the login was refused: " + error);
+    }
+    AnswerRequest(visitor.connection, "200 OK",
+                  "Tarvex has its answer. You can close this page; the terminal says more.\n");
+    return field("code");
+}
+
+// Others on this machine may knock meanwhile, and browsers open connections that they may use later: who says nothing
+// keeps nobody waiting.
 std::string WaitForCode(const Listener& listener, const std::string& state, const LoginDialogue& dialogue,
                         Clock::time_point end) {
+    std::vector<Visitor> visitors;
     while (Clock::now() < end) {
         if (!dialogue.pauses(0s)) throw TokenTrouble(TokenTroubleKind::NeedsLogin, "the login was given up");
-        if (!Wait(listener.Socket(), POLLIN, std::min(end, Clock::now() + 200ms))) continue;
-        const Descriptor connection(accept4(listener.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
-        if (!connection.IsOpen()) continue;
-        const auto fields = FieldsIn(ReadRequest(connection));
-        const auto field = [&](const char* name) {
-            const auto found = fields ? fields->find(name) : decltype(fields->end())();
-            return fields && found != fields->end() ? found->second : std::string();
-        };
-        if (field("state") != state) {
-            AnswerRequest(connection, "404 Not Found", "There is nothing here.\n");
-            continue;
+        WaitForVisitors(listener, visitors, std::min(end, Clock::now() + kLook));
+        Descriptor connection(accept4(listener.Socket(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (connection.IsOpen()) visitors.push_back({std::move(connection)});
+        if (visitors.size() > std::size_t{kMostVisitors}) visitors.erase(visitors.begin());
+        for (auto visitor = visitors.begin(); visitor != visitors.end();) {
+            if (!visitor->HasAsked()) {
+                ++visitor;
+                continue;
+            }
+            if (std::optional<std::string> code = CodeFrom(*visitor, state)) return *std::move(code);
+            visitor = visitors.erase(visitor);
         }
-        if (const std::string error = SafeWords(field("error")); !error.empty()) {
-            AnswerRequest(connection, "200 OK", "The provider has refused the login.\n");
-            throw TokenTrouble(TokenTroubleKind::NeedsLogin, "the login was refused: " + error);
-        }
-        AnswerRequest(connection, "200 OK",
-                      "Tarvex has its answer. You can close this page; the terminal says more.\n");
-        return field("code");
     }
     throw TokenTrouble(TokenTroubleKind::NeedsLogin, "nobody has logged in in time");
 }

@@ -150,14 +150,20 @@ int PortIn(const std::string& url) {
     return std::stoi(back.substr(back.rfind("%3A") + 3));
 }
 
-// What a browser gets for a request.
-std::string Get(int port, const std::string& path) {
-    const host::Descriptor connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+host::Descriptor Connect(int port) {
+    host::Descriptor connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(connection.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return "no connection";
+    const bool connected = connect(connection.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    return connected ? std::move(connection) : host::Descriptor();
+}
+
+// What a browser gets for a request.
+std::string Get(int port, const std::string& path) {
+    const host::Descriptor connection = Connect(port);
+    if (!connection.IsOpen()) return "no connection";
     const std::string request = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
     send(connection.Get(), request.data(), request.size(), MSG_NOSIGNAL);
     std::string text;
@@ -179,11 +185,13 @@ std::string Sha256AsUrlBase64(const std::string& text) {
 class BrowserLogin : public ::testing::Test {
 protected:
     // The browser visits these pages, in which "STATE" stands for the secret of the login, and then has these answers.
-    std::string LogIn(const std::vector<std::string>& visits) {
+    std::string LogIn(
+        const std::vector<std::string>& visits, const std::function<void(int)>& before = [](int) {}) {
         std::thread browser;
         Person person;
         person.open = [&](const std::string& url) {
             url_ = url;
+            before(PortIn(url));
             browser = std::thread([this, visits] {
                 for (std::string path : visits) {
                     if (const std::size_t at = path.find("STATE"); at != std::string::npos)
@@ -223,6 +231,17 @@ TEST_F(BrowserLogin, TakesTheCodeOfWhoKnowsTheStateAlone) {
     EXPECT_GE(form.at("code_verifier").size(), 43U);
     EXPECT_EQ(FieldOf(url_, "login_hint"), "me%40example.org");
     EXPECT_EQ(Get(PortIn(url_), "/"), "no connection") << "the port is closed behind the login";
+}
+
+TEST_F(BrowserLogin, IsHeldUpByNobodyWhoSaysNothing) {
+    std::vector<host::Descriptor> silent;
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(LogIn({"/?code=a&state=STATE"},
+                    [&](int port) {
+                        for (int i = 0; i < 3; ++i) silent.push_back(Connect(port));
+                    }),
+              "refresh");
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s);
 }
 
 TEST_F(BrowserLogin, SaysWhenTheProviderRefuses) {
@@ -337,6 +356,13 @@ TEST_F(LoginCommand, LeavesTheBrowserOpen) {
 }
 
 TEST_F(LoginCommand, SaysWhichProvidersThereAre) {
+    const std::string file = host_.Root() + "/providers.d/example.def";
+    std::filesystem::rename(file, file + ".off");
+    ChildProcess none = host_.StartCommand({"login", "user0/from0"});
+    none.Wait();
+    EXPECT_EQ(none.ExitCode(), host::kNotFound);
+    EXPECT_THAT(none.Errors(), HasSubstr("no provider is described yet"));
+    std::filesystem::rename(file + ".off", file);
     ChildProcess unknown = host_.StartCommand({"login", "user0/from0", "--provider", "other"});
     unknown.Wait();
     EXPECT_EQ(unknown.ExitCode(), host::kNotFound);
