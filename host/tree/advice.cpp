@@ -232,11 +232,16 @@ std::string OnRefusal(const Words& words, const CProbeStep& step, const CPopProf
     }
 }
 
-// What the host says in the place of a server (host/ways/server_way.h).
-bool IsAboutTokens(std::string_view reply) {
-    constexpr std::array kBegins = {
-        "-ERR [AUTH] token: ", "-ERR [SYS/TEMP] token: ", "535 5.7.8 token: ", "454 4.7.0 token: "};
-    return std::ranges::any_of(kBegins, [reply](const char* begin) { return reply.starts_with(begin); });
+// About what the host says in the place of a server (host/ways/server_way.h); empty when that is not it.
+std::string OnMissingToken(std::string_view reply) {
+    const auto begins = [reply](const char* begin) { return reply.starts_with(begin); };
+    if (begins("-ERR [SYS/TEMP] token: ") || begins("454 4.7.0 token: "))
+        return "There is no token for now, for the reason above, so nothing was sent to the server. The next run asks "
+               "again.";
+    if (begins("-ERR [AUTH] token: ") || begins("535 5.7.8 token: "))
+        return "There is no token to log in with, so nothing was sent to the server; docs/tokens.md tells how to get "
+               "one.";
+    return {};
 }
 
 }  // namespace
@@ -286,9 +291,7 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
         case PROBE_BAD_CERTIFICATE:
             return OnCertificate(words, step.reason);
         case PROBE_REFUSED:
-            if (IsAboutTokens(step.text))
-                return "There is no token to log in with, so nothing was sent to the server; docs/tokens.md tells how "
-                       "to get one.";
+            if (const std::string told = OnMissingToken(step.text); !told.empty()) return told;
             return OnRefusal(words, step, setting);
         case PROBE_LOCAL:
             return "The fault is on this machine, for the reason above.";

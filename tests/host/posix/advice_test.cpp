@@ -169,6 +169,13 @@ TEST(Advice, OfALoginByTokenIsNotAboutPasswords) {
     rules.smtp_login = 2;
     EXPECT_THAT(Advice(refused, Protocol::Smtp, Setting(465), rules),
                 AllOf(HasSubstr("refused the token"), HasSubstr("SMTP"), Not(HasSubstr("password"))));
+    for (const auto& [reply, advice] : {std::pair{"-ERR [AUTH] token: why", "docs/tokens.md"},
+                                        std::pair{"-ERR [SYS/TEMP] token: why", "The next run asks again"},
+                                        std::pair{"535 5.7.8 token: why", "docs/tokens.md"},
+                                        std::pair{"454 4.7.0 token: why", "The next run asks again"}}) {
+        refused.text = reply;
+        EXPECT_THAT(Advice(refused, Protocol::Smtp, Setting(465), rules), HasSubstr(advice)) << reply;
+    }
     CProbeStep untrusted;
     untrusted.kind = PROBE_TLS;
     untrusted.failure = PROBE_BAD_CERTIFICATE;
