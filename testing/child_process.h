@@ -33,8 +33,9 @@ public:
     int Number() const;             // of its process, while it has not been waited for; on POSIX
     void Signal(int signal) const;  // nothing happens when it has ended; on POSIX
 
-    // Waits until it has printed the text; false when that does not come in time, or it ends before. On POSIX.
-    bool WaitForOutput(const std::string& text, std::chrono::nanoseconds time);
+    // Waits until it has printed the text, behind so many bytes; false when that does not come in time, or it ends
+    // before. On POSIX.
+    bool WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind = 0);
 
     // Its terminal: typing on it, and whether that is shown. On POSIX.
     void Type(const std::string& text) const;

@@ -202,9 +202,9 @@ void ChildProcess::Signal(int signal) const {
     if (!impl_->ended) kill(impl_->pid, signal);  // not waited for yet, so the number is still its own
 }
 
-bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time) {
+bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind) {
     const auto deadline = Clock::now() + time;
-    while (impl_->output.text.find(text) == std::string::npos) {
+    while (impl_->output.text.find(text, behind) == std::string::npos) {
         if (impl_->output.descriptor < 0 || !impl_->ReadBefore(deadline)) return false;
     }
     return true;
