@@ -93,6 +93,7 @@ int main(int argc, char** argv) {
                    "Root directory of the data tree, instead of the one that appset.def in " +
                        ShowPath(ConfigurationDirectory()) + " names")
         ->type_name("DIR");
+    AddSetupCommand(app, context);
     AddInitCommands(app, context);
     AddTreeCommands(app, context);
     AddScheduleCommands(app, context);

@@ -288,6 +288,12 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
 
 }  // namespace
 
+int CheckProfile(const Context& context, const std::string& profile, const std::string& dns_server) {
+    DnsChoice dns;
+    dns.settings.server = dns_server;
+    return Check(context, {profile}, false, dns);
+}
+
 void AddCheckCommand(CLI::App& app, Context& context) {
     const auto dns = std::make_shared<DnsChoice>();
     CLI::App& command = AddReadOnlyCommand(app, context, "check",

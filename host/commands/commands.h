@@ -33,6 +33,25 @@ void AddLoginCommand(CLI::App& app, Context& context);
 void AddHeldCommands(CLI::App& app, Context& context);
 void AddAcceptCommands(CLI::App& app, Context& context);
 void AddBackupCommands(CLI::App& app, Context& context);
+void AddSetupCommand(CLI::App& app, Context& context);
+
+// Parts of commands that `tarvex setup` has, too. They throw CommandError.
+
+// The directory that `tarvex init` would make, and its work: makes the tree with its rules, and remembers it.
+std::string TreeToMake(const Context& context);
+void MakeTree(const Context& context);
+
+// Refuses where appset.def allows no new users.
+void RequireNewUsersAllowed();
+
+// What `tarvex check` does with one profile. `dns_server` as DnsSettings::server.
+int CheckProfile(const Context& context, const std::string& profile, const std::string& dns_server);
+
+// Refuses where no such provider of tokens is described, and for an empty name not just one. `root` is a tree's path.
+void RequireProvider(const std::string& root, const std::string& provider);
+
+// What `tarvex login` does.
+int LogInAtProvider(const Context& context, const std::string& profile, const std::string& provider);
 
 // Without a command: says in a few lines what is to be done next. Returns the exit code; throws CommandError.
 int NextStep(const Context& context);

@@ -97,17 +97,27 @@ void NoteOnService(const std::string& directory, const std::string& served) {
               << ShowPath(directory) << " serve` serves this one.\n";
 }
 
-// Makes the tree, and remembers it unless --root names it for this command alone.
-int Init(const Context& context, const std::string& given, bool wants_rules) {
-    if (context.root_option && !given.empty())
-        throw CommandError(kBadUsage, "give either --root or a directory to remember");
+// Where the tree is to be, and what appset.def says.
+struct TreePlace {
     CAppSetting setting;
-    const bool has_settings = LoadSettings(setting);
+    bool has_settings = false;
+    std::string directory;
+};
+
+TreePlace PlaceOf(const Context& context, const std::string& given) {
+    TreePlace place;
+    place.has_settings = LoadSettings(place.setting);
+    place.directory = context.root_option  ? WholePath(*context.root_option)
+                      : !given.empty()     ? WholePath(TreePath(given))
+                      : place.has_settings ? place.setting.rootpath
+                                           : UsualRootDirectory();
+    return place;
+}
+
+// Makes the tree, and remembers it unless --root names it for this command alone. Returns its directory.
+std::string Make(const Context& context, const std::string& given, bool wants_rules) {
+    auto [setting, has_settings, directory] = PlaceOf(context, given);
     const std::string served = ServedTree(has_settings ? setting.rootpath : "");
-    const std::string directory = context.root_option ? WholePath(*context.root_option)
-                                  : !given.empty()    ? WholePath(TreePath(given))
-                                  : has_settings      ? setting.rootpath
-                                                      : UsualRootDirectory();
     if (!context.root_option) {
         MakeDirectories(ConfigurationDirectory());
         if (!has_settings) setting.allowcreatenewuser = 1;
@@ -127,11 +137,18 @@ int Init(const Context& context, const std::string& given, bool wants_rules) {
     }
     NoteOnService(directory, served);
     GiveRules(directory, wants_rules);
+    return directory;
+}
+
+int Init(const Context& context, const std::string& given, bool wants_rules) {
+    if (context.root_option && !given.empty())
+        throw CommandError(kBadUsage, "give either --root or a directory to remember");
+    const std::string directory = Make(context, given, wants_rules);
     if (context.root_option) return kDone;
 
     CRootPath root;
     OpenTree(root, directory);
-    if (root.users.empty()) std::cout << "Next: tarvex user add NAME\n";
+    if (root.users.empty()) std::cout << "Next: tarvex setup\n";
     return kDone;
 }
 
@@ -162,6 +179,10 @@ int SetAppSettings(const KeyOptions& keys) {
 }
 
 }  // namespace
+
+std::string TreeToMake(const Context& context) { return PlaceOf(context, "").directory; }
+
+void MakeTree(const Context& context) { Make(context, "", false); }
 
 void AddInitCommands(CLI::App& app, Context& context) {
     CLI::App* const init = app.add_subcommand("init", "Make a data tree, and remember where it is.");

@@ -21,14 +21,8 @@ namespace {
 
 // What the tree lacks, and the command for that; empty when it lacks nothing.
 std::string Missing(const CRootPath& root, const std::string& tarvex) {
-    if (root.users.empty() && root.users_loaded.whole) {
-        return "There is no user yet. Next:\n  " + tarvex + " user add NAME\n";
-    }
     const auto profiles = AllProfiles(root);
-    if (profiles.empty()) {
-        return "There is no profile yet: a mailbox to fetch from. Next:\n  " + tarvex +
-               " profile add USER ADDRESS --popserver HOST --popuser NAME --pop_tls tls\n";
-    }
+    if (profiles.empty()) return "There is no profile yet: a mailbox to fetch from. Next:\n  " + tarvex + " setup\n";
     for (const NamedProfile& named : profiles) {
         const CPopProfile& profile = *named.profile;
         if (!profile.forward_addresses.empty() || !profile.addresses_loaded.whole) continue;
@@ -60,7 +54,7 @@ int NextStep(const Context& context) {
     const bool is_there = std::filesystem::exists(NativePath(directory), error) || error;
     std::cout << (is_there ? OfTree(directory, tarvex)
                            : "There is no data tree at " + ShowPath(directory) + RemarkOnOtherTrees() + ". Next:\n  " +
-                                 tarvex + " init\n")
+                                 tarvex + " setup\n")
               << "`tarvex --help` lists the commands.\n";
     return kDone;
 }

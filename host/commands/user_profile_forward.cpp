@@ -124,12 +124,7 @@ int Set(const Context& context, const Given& given, EditKind kind) {
 }
 
 int AddUser(const Context& context, const Given& given) {
-    CAppSetting setting;
-    if (setting.Load(ConfigurationDirectory()) && setting.allowcreatenewuser == 0) {
-        throw CommandError(kNotAllowed,
-                           "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
-                               "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` does");
-    }
+    RequireNewUsersAllowed();
     EditRequest request(EditKind::User, EditVerb::Add, "");
     request.values["loginname"] = given.first;
     given.keys.Fill(request);
@@ -349,6 +344,14 @@ void AddForwardCommands(CLI::App& app, Context& context) {
 }
 
 }  // namespace
+
+void RequireNewUsersAllowed() {
+    CAppSetting setting;
+    if (!setting.Load(ConfigurationDirectory()) || setting.allowcreatenewuser != 0) return;
+    throw CommandError(kNotAllowed, "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
+                                        "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` "
+                                        "does");
+}
 
 void AddTreeCommands(CLI::App& app, Context& context) {
     AddUserCommands(app, context);

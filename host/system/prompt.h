@@ -9,7 +9,8 @@ namespace tarvex::host {
 // Whether there is somebody to ask: standard input is a terminal.
 bool CanAsk();
 
-// The next line as UTF-8, without its end. False at the end of the input.
+// The next line as UTF-8, without its end. False at the end of the input, and when a signal comes that CatchTermination
+// keeps from ending the process (not on Windows).
 bool ReadLine(std::string& line);
 
 // Shows the question and reads a line that the terminal does not show. False when the person gives up; a signal that

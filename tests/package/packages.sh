@@ -50,6 +50,10 @@ for page in man1/tarvex.1 man5/tarvex.def.5 man3/libtarvex.3; do
   gzip -t "$root/usr/share/man/$page.gz" || fail "no page $page"
 done
 
+grep -q '^gmail.com,' "$root/usr/share/tarvex/mail-servers" || fail "the file of known mail servers is missing"
+help=$("$root/usr/bin/tarvex" setup me@icloud.com --smtpserver 127.0.0.1 --smtpport 1 --yes 2>&1) && fail "setup finds POP3 where there is none"
+[[ $help == *'there is no POP3'* ]] || fail "the command does not find the file of known mail servers: $help"
+
 if command -v lintian >/dev/null; then
   say lintian
   lintian --allow-root --no-tag-display-limit --fail-on error,warning "${packages[@]}" || fail "lintian has found something"

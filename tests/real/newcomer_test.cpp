@@ -119,7 +119,7 @@ TEST_F(Newcomer, SetsUpAMailboxAndHasItServed) {
     smtp_ = std::make_unique<SmtpServer>();
     for (int i = 0; i < 3; ++i) Deliver();
 
-    EXPECT_THAT(Do({"init"}), AllOf(HasSubstr("Made the data tree " + Tree()), EndsWith("tarvex user add NAME\n")));
+    EXPECT_THAT(Do({"init"}), AllOf(HasSubstr("Made the data tree " + Tree()), EndsWith("tarvex setup\n")));
     EXPECT_EQ(Do({"user", "add", "taro"}), "Added user user0 (taro).\n");
     EXPECT_THAT(Do({"profile",
                     "add",

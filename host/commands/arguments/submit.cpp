@@ -71,6 +71,16 @@ int Submit(const Context& context, const EditRequest& request) {
 
 int SubmitTo(const std::string& directory, const EditRequest& request) { return SubmitAll(directory, {&request, 1}); }
 
+std::string SubmitQuietly(const std::string& directory, const EditRequest& request) {
+    RequireRoot(directory);
+    std::string said;
+    MakeEdits(directory, {&request, 1}, [&](int code, const Reply& reply) {
+        if (code != kDone) throw CommandError(code, reply.error);
+        said = reply.printed;
+    });
+    return said;
+}
+
 int SubmitAll(const std::string& directory, std::span<const EditRequest> requests) {
     RequireRoot(directory);
     std::size_t made = 0;

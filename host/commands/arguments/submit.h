@@ -29,8 +29,11 @@ int Submit(const Context& context, const EditRequest& request);
 // The same in the tree of that directory.
 int SubmitTo(const std::string& directory, const EditRequest& request);
 
-// The same for several edits of one kind, one after the other up to the first that fails; the error says how many were
-// made.
+// The same, and prints nothing: returns what is to be said.
+std::string SubmitQuietly(const std::string& directory, const EditRequest& request);
+
+// As SubmitTo for several edits of one kind, one after the other up to the first that fails; the error says how many
+// were made.
 int SubmitAll(const std::string& directory, std::span<const EditRequest> requests);
 
 }  // namespace tarvex::host

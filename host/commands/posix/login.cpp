@@ -33,7 +33,7 @@ constexpr auto kBrowserTime = 10min;
 
 struct Given {
     std::string profile;
-    std::string provider;
+    std::string provider = {};
     bool device = false;
     bool browser = false;
 };
@@ -146,6 +146,21 @@ int Login(const Context& context, const Given& given) {
 }
 
 }  // namespace
+
+void RequireProvider(const std::string& root, const std::string& provider) {
+    const std::vector<std::string> names = ProviderNames(root);
+    if (provider.empty() && names.empty()) {
+        throw CommandError(
+            kBadSettings,
+            "the provider wants tokens and no password: register an application there and describe it in "
+            "/etc/tarvex/providers.d/NAME.def (docs/tokens.md), then come back");
+    }
+    ChosenProvider(root, provider, std::nullopt);
+}
+
+int LogInAtProvider(const Context& context, const std::string& profile, const std::string& provider) {
+    return Login(context, {profile, provider});
+}
 
 void AddLoginCommand(CLI::App& app, Context& context) {
     CLI::App* const login =

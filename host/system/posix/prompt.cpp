@@ -12,6 +12,8 @@
 #include <iostream>
 #include <map>
 
+#include "host/system/process.h"
+
 namespace tarvex::host {
 namespace {
 
@@ -74,7 +76,7 @@ bool ReadBytes(std::string& line, const sigset_t* mask) {
     for (;;) {
         pollfd input{STDIN_FILENO, POLLIN, 0};
         if (ppoll(&input, 1, nullptr, mask) < 0) {
-            if (errno == EINTR && signal_at_prompt == 0) continue;
+            if (errno == EINTR && signal_at_prompt == 0 && CaughtSignal() == 0) continue;
             return false;
         }
         char c = 0;

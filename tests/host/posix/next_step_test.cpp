@@ -22,11 +22,11 @@ TEST(NextStep, IsNamedFromNoTreeToARunningService) {
         EXPECT_THAT(said, HasSubstr("\n  tarvex --root " + host.Root() + ' ' + next));
         EXPECT_EQ(std::ranges::count(said, '\n'), 3) << said;
     };
-    expect("init\n");
+    expect("setup\n");
     host.Tell({"init"});
-    expect("user add NAME\n");
+    expect("setup\n");
     host.Tell({"user", "add", "taro"});
-    expect("profile add USER ADDRESS --popserver HOST --popuser NAME --pop_tls tls\n");
+    expect("setup\n");
     host.Tell({"profile", "add", "taro", "me@example.org", "--popserver", "pop.example.org", "--popuser", "me",
                "--pop_tls", "tls", "--status", "off"});
     expect("forward add user0/from0 ADDRESS\n");
