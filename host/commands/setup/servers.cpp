@@ -266,7 +266,7 @@ private:
             step.kind == PROBE_LOGIN && step.failure == PROBE_REFUSED && step.reason != CProbeReason::ForNow;
         return {refused ? kNotAllowed : kUnavailable,
                 std::string(protocol == Protocol::Pop ? "POP3" : "SMTP") + ", " + ProbeStepName(step.kind) + ": " +
-                    OneLine(step.text, kAnswerWidth) + ". " + Advice(step, protocol, setting, RulesFor(plan_).Tls())};
+                    OneLine(step.text, kAnswerWidth) + ". " + Advice(step, protocol, setting, RulesFor(plan_))};
     }
 
     std::unique_ptr<CPopProfile> Draft() const { return DraftOf(plan_); }
