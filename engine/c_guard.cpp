@@ -31,6 +31,8 @@ Enumeration Answer(int value, Enumeration last) {
     return value >= 0 && value <= static_cast<int>(last) ? static_cast<Enumeration>(value) : Enumeration{};
 }
 
+CString TextOf(const char* text) { return text ? text : ""; }
+
 }  // namespace
 
 CGuardForC::CGuardForC(const CString& root, const tarvex_guard& host) : root_(root) {
@@ -51,6 +53,16 @@ auto CGuardForC::AskAbout(const CPopProfile& profile, const CReceiveMail& mail, 
     const auto bytes = static_cast<long long>(mail.text.size());
     const tarvex_mail told{name.c_str(), mail.uidl.c_str(), -1, mail.text.c_str(), bytes};
     return ask(&told);
+}
+
+CSmtpAccount CGuardForC::SendsThrough(const CPopProfile& profile) {
+    CSmtpAccount account = CRunGuard::SendsThrough(profile);
+    if (!host_.sends_through) return account;
+    tarvex_smtp_account told{account.server.c_str(),  account.port,   account.tls,          account.esmtp ? 1 : 0,
+                             account.logs_in ? 1 : 0, account.method, account.user.c_str(), account.password.c_str()};
+    host_.sends_through(host_.context, NameBelow(root_, profile.path).c_str(), &told);
+    return {TextOf(told.server), told.port,   told.tls,          told.esmtp != 0,
+            told.logs_in != 0,   told.method, TextOf(told.user), TextOf(told.password)};
 }
 
 CConnection CGuardForC::Connects(const CPopProfile& profile, CServerToReach& server) {

@@ -13,6 +13,7 @@ class CGuardForC : public CRunGuard {
 public:
     CGuardForC(const CString& root, const tarvex_guard& host);
 
+    CSmtpAccount SendsThrough(const CPopProfile& profile) override;
     CConnection Connects(const CPopProfile& profile, CServerToReach& server) override;
     bool Begins(const CPopProfile& profile) override;
     bool Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) override;

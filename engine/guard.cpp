@@ -2,12 +2,16 @@
 
 #include "tarvex/guard.h"
 
+#include "tarvex/tree.h"
+
 CRunGuard::~CRunGuard() = default;
 
 CRunGuard& CRunGuard::OrDefaults(CRunGuard* guard) {
     static CRunGuard defaults;
     return guard ? *guard : defaults;
 }
+
+CSmtpAccount CRunGuard::SendsThrough(const CPopProfile& profile) { return CSmtpAccount::Of(profile.setting); }
 
 CConnection CRunGuard::Connects(const CPopProfile& /*profile*/, CServerToReach& /*server*/) { return {}; }
 

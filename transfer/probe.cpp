@@ -125,13 +125,16 @@ bool List(PopConversation& conversation, CMailboxListing& listing) {
     return true;
 }
 
-// Whom a probe asks for its connections, if anybody.
+// Whom a probe asks for its account and its connections, if anybody.
 struct Asked {
     CRunGuard* guard = nullptr;
     const CPopProfile* profile = nullptr;
 
     void Of(CBaseSocket& socket, CProtocol protocol) const {
         if (guard) LetGuardConnect(socket, *guard, *profile, protocol);
+    }
+    CSmtpAccount AccountOf(const CPopProfileSetting& setting) const {
+        return guard ? guard->SendsThrough(*profile) : CSmtpAccount::Of(setting);
     }
 };
 
@@ -213,7 +216,7 @@ private:
 int Probe(const CPopProfileSetting& setting, const Asked& asked, std::optional<std::span<const CString>> recipients,
           CSmtpTrial& trial) {
     CProfileLog log;
-    SmtpOpening opening(setting, log);
+    SmtpOpening opening(asked.AccountOf(setting), setting.timeout, log);
     asked.Of(opening.Socket(), CProtocol::Smtp);
     StepRecorder recorder(trial.steps, opening.Socket(), IsSmtpGreeting);
     const auto reply = [&] { return opening.LastReply(); };

@@ -70,17 +70,16 @@ bool OpenAndTell(SmtpOpening& opening, CRunFailure& told) {
 }  // namespace
 
 bool SmtpOpening::Connect() {
-    socket_->SetTimeOut(setting_.timeout);
-    socket_->ssl = setting_.sslsmtp;
+    socket_->SetTimeOut(timeout_s_);
+    socket_->ssl = account_.tls;
     if (!socket_->Create(0, 1, nullptr)) {
         Log("Fail to create smtp socket");
         return false;
     }
     Log("Success to create smtp socket");
 
-    const CString& server = setting_.smtpserver.empty() ? setting_.popserver : setting_.smtpserver;
-    const CString reply = socket_->SmtpConnect(server, setting_.smtpport);
-    Log("connecting.. " + server);
+    const CString reply = socket_->SmtpConnect(account_.server, account_.port);
+    Log("connecting.. " + account_.server);
     LogReply(reply);
     if (IsCode(reply, "220")) return true;
 
@@ -92,12 +91,12 @@ bool SmtpOpening::Connect() {
 
 bool SmtpOpening::Greet() {
     CString host = HostName();
-    if (setting_.esmtp != 0) {
+    if (account_.esmtp) {
         const CString reply = socket_->SendEHello(&host);
         Log("EHLO " + host);
         LogReply(reply);
         if (IsCode(reply, "250")) {
-            if (setting_.smtpauth != 0) method_ = ChooseMethod(AuthList(reply), setting_.smtpauth_mode);
+            if (account_.logs_in) method_ = ChooseMethod(AuthList(reply), account_.method);
             return true;
         }
         // Only a server that does not know the command is greeted again with HELO (B56).
@@ -118,34 +117,32 @@ bool SmtpOpening::Reset() {
 
 // A method that fails is not followed by another (B58).
 bool SmtpOpening::Authenticate() {
-    const CString& user = setting_.smtpuser.empty() ? setting_.popuser : setting_.smtpuser;
-    const CString& password = setting_.smtppassword.empty() ? setting_.poppassword : setting_.smtppassword;
     switch (method_) {
         case AuthMethod::CramMd5:
-            return AuthenticateCramMd5(user, password);
+            return AuthenticateCramMd5();
         case AuthMethod::Login:
-            return AuthenticateLogin(user, password);
+            return AuthenticateLogin();
         case AuthMethod::Plain:
-            return AuthenticatePlain(user, password);
+            return AuthenticatePlain();
         case AuthMethod::None:
             break;
     }
     return true;
 }
 
-bool SmtpOpening::AuthenticateCramMd5(const CString& user, const CString& password) {
+bool SmtpOpening::AuthenticateCramMd5() {
     CString reply = socket_->SendAuth("CRAM-MD5");
     Log("CRAM-MD5");
     LogReply(reply);
     if (!IsCode(reply, "334")) return false;
-    reply = socket_->SendMD5Auth(user, password, Challenge(reply));
+    reply = socket_->SendMD5Auth(account_.user, account_.password, Challenge(reply));
     LogReply(reply);
     return IsCode(reply, "235");
 }
 
-bool SmtpOpening::AuthenticateLogin(const CString& user, const CString& password) {
-    const CString encoded_user = Encoded(user);
-    const CString encoded_password = Encoded(password);
+bool SmtpOpening::AuthenticateLogin() {
+    const CString encoded_user = Encoded(account_.user);
+    const CString encoded_password = Encoded(account_.password);
     CString reply = socket_->SendAuth("LOGIN");
     Log("LOGIN");
     LogReply(reply);
@@ -161,12 +158,12 @@ bool SmtpOpening::AuthenticateLogin(const CString& user, const CString& password
 }
 
 // The method's name is not logged, and the response stands in the log unmasked (B61).
-bool SmtpOpening::AuthenticatePlain(const CString& user, const CString& password) {
+bool SmtpOpening::AuthenticatePlain() {
     CString reply = socket_->SendAuth("PLAIN");
     LogReply(reply);
     if (!IsCode(reply, "334")) return false;
-    CString response = user;
-    response.append(1, '\0').append(user).append(1, '\0').append(password);
+    CString response = account_.user;
+    response.append(1, '\0').append(account_.user).append(1, '\0').append(account_.password);
     const CString encoded = Encoded(response);
     reply = socket_->SendCommand(encoded + "\r\n");
     Log(encoded);
@@ -191,12 +188,24 @@ void SmtpOpening::LogReply(const CString& reply) {
 
 }  // namespace tarvex
 
+CSmtpAccount CSmtpAccount::Of(const CPopProfileSetting& setting) {
+    return {.server = setting.smtpserver.empty() ? setting.popserver : setting.smtpserver,
+            .port = setting.smtpport,
+            .tls = setting.sslsmtp,
+            .esmtp = setting.esmtp != 0,
+            .logs_in = setting.smtpauth != 0,
+            .method = setting.smtpauth_mode,
+            .user = setting.smtpuser.empty() ? setting.popuser : setting.smtpuser,
+            .password = setting.smtppassword.empty() ? setting.poppassword : setting.smtppassword};
+}
+
 tarvex::CSmtpSocket* CPopProfile::CreateSmtpConnection() {
     return tarvex::Shielded<tarvex::CSmtpSocket*>(
         nullptr,
         [&]() -> tarvex::CSmtpSocket* {
-            tarvex::SmtpOpening opening(setting, log);
-            tarvex::LetGuardConnect(opening.Socket(), CRunGuard::OrDefaults(guard), *this, CProtocol::Smtp);
+            CRunGuard& asked = CRunGuard::OrDefaults(guard);
+            tarvex::SmtpOpening opening(asked.SendsThrough(*this), setting.timeout, log);
+            tarvex::LetGuardConnect(opening.Socket(), asked, *this, CProtocol::Smtp);
             if (!tarvex::OpenAndTell(opening, result.delivery)) return nullptr;
             opening.Socket().AskForSockets({});
             return opening.TakeSocket().release();

@@ -5,10 +5,11 @@
 
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "platform/net/sockets.h"
 #include "tarvex/log.h"
-#include "tarvex/settings.h"
+#include "tarvex/smtp_account.h"
 
 namespace tarvex {
 
@@ -16,8 +17,9 @@ enum class AuthMethod { None, CramMd5, Login, Plain };
 
 class SmtpOpening {
 public:
-    // Both must outlive the opening.
-    SmtpOpening(const CPopProfileSetting& setting, CProfileLog& log) : setting_(setting), log_(log) {}
+    // The log must outlive the opening. `timeout_s`: see CPopProfileSetting.
+    SmtpOpening(CSmtpAccount account, int timeout_s, CProfileLog& log)
+        : account_(std::move(account)), timeout_s_(timeout_s), log_(log) {}
 
     // Connects and reads the greeting. When that fails the connection is closed.
     bool Connect();
@@ -25,7 +27,7 @@ public:
     // EHLO; HELO when the server does not know EHLO or the setting asks for it.
     bool Greet();
 
-    // True also when there is nothing to do: smtpauth is 0, the greeting was HELO, or no method fits.
+    // True also when there is nothing to do: the account has no login, the greeting was HELO, or no method fits.
     bool Authenticate();
 
     // After a failed greeting or authentication.
@@ -44,11 +46,12 @@ private:
     void Log(CString line) { log_.AddLine(std::move(line)); }
     void LogReply(const CString& reply);
     bool Reset();
-    bool AuthenticateCramMd5(const CString& user, const CString& password);
-    bool AuthenticateLogin(const CString& user, const CString& password);
-    bool AuthenticatePlain(const CString& user, const CString& password);
+    bool AuthenticateCramMd5();
+    bool AuthenticateLogin();
+    bool AuthenticatePlain();
 
-    const CPopProfileSetting& setting_;
+    const CSmtpAccount account_;
+    const int timeout_s_;
     CProfileLog& log_;
     std::unique_ptr<CSmtpSocket> socket_ = std::make_unique<CSmtpSocket>();
     CString last_reply_;

@@ -20,6 +20,7 @@
 #include "tarvex/connection.h"
 #include "tarvex/mail.h"
 #include "tarvex/result.h"
+#include "tarvex/smtp_account.h"
 #include "tarvex/text.h"
 
 class CPopProfile;
@@ -55,6 +56,10 @@ public:
     static CRunGuard& OrDefaults(CRunGuard* guard);
 
     // ---- on the way to a server
+
+    // The account that the run sends through; by default the profile's own (CSmtpAccount::Of). Asked before the
+    // connection to the SMTP server, also by TrySmtp where it has a guard. Another one is not saved anywhere.
+    virtual CSmtpAccount SendsThrough(const CPopProfile& profile);
 
     // The connection to a server; none has the run connect by itself. Asked whenever a connection is wanted, also by
     // ListMailbox and TrySmtp where they have a guard. What the host cannot do should reach the run as the greeting of

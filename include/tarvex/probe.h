@@ -108,7 +108,8 @@ TARVEX_API int TrySmtp(const CPopProfileSetting& setting, CSmtpTrial* trial);
 // one before was refused or not, and takes it back: no message is sent. Returns 1 when the server took all of it.
 TARVEX_API int TrySmtp(const CPopProfileSetting& setting, std::span<const CString> recipients, CSmtpTrial* trial);
 
-// The same two by the profile's setting, over the connection that the guard gives; see ListMailbox.
+// The same two by the profile's setting, through the account and over the connection that the guard gives
+// (CRunGuard::SendsThrough, Connects); see ListMailbox.
 TARVEX_API int TrySmtp(const CPopProfile& profile, CRunGuard& guard, CSmtpTrial* trial);
 TARVEX_API int TrySmtp(const CPopProfile& profile, CRunGuard& guard, std::span<const CString> recipients,
                        CSmtpTrial* trial);

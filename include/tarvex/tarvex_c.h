@@ -216,6 +216,18 @@ enum tarvex_refusal {
 
 enum tarvex_protocol { TARVEX_POP3 = 0, TARVEX_SMTP = 1 };
 
+/* An account at an SMTP server. The texts are bytes, as they go to the server. */
+typedef struct tarvex_smtp_account {
+    const char* server;
+    int port;
+    int tls;     /* 0 plain, 1 from the first byte, 2 STARTTLS */
+    int esmtp;   /* 0: HELO only, and no login */
+    int logs_in; /* 0: no login */
+    int method;  /* 0 the best that is offered, 1 PLAIN, 2 LOGIN, 3 CRAM-MD5 */
+    const char* user;
+    const char* password;
+} tarvex_smtp_account;
+
 typedef struct tarvex_guard {
     int size;      /* sizeof(tarvex_guard): later versions add members to the end */
     void* context; /* handed to every function */
@@ -257,6 +269,9 @@ typedef struct tarvex_guard {
     const char*(TARVEX_C_CALL* kept)(void* context, const tarvex_mail* mail, long long* text_bytes);
     /* It was fetched, and is left for the next run. Its text may have been changed by the profile's settings. */
     void(TARVEX_C_CALL* not_reached)(void* context, const tarvex_mail* mail);
+    /* The account that the run sends through. `account` holds the profile's own: change in it what shall be otherwise;
+       nothing of that is saved. New texts must stay valid until the run asks its next question. */
+    void(TARVEX_C_CALL* sends_through)(void* context, const char* profile, tarvex_smtp_account* account);
 } tarvex_guard;
 /* NOLINTEND(modernize-use-using) */
 

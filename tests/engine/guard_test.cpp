@@ -36,8 +36,14 @@ struct TestGuard : CRunGuard {
     std::function<bool(const CReceiveMail&, const CForwardAddress&)> offers;
     std::function<CRefusal(const CForwardAddress&, const CRunFailure&)> refused;
     int end_of_data_s = 0;
+    std::function<void(CSmtpAccount&)> changes_account;
     std::vector<std::string> told;
 
+    CSmtpAccount SendsThrough(const CPopProfile& p) override {
+        CSmtpAccount account = CRunGuard::SendsThrough(p);
+        if (changes_account) changes_account(account);
+        return account;
+    }
     bool Begins(const CPopProfile& p) override { return begins.value_or(CRunGuard::Begins(p)); }
     bool Listed(const CPopProfile& p, std::span<const CMailOnServer> listing) override {
         for (const CMailOnServer& mail : listing) told.push_back("listed " + std::string(mail.uidl));
@@ -159,6 +165,26 @@ TEST_F(Guard, OfDefaultsIsToldWhatTheServerTook) {
                std::string(kOpening) + kSender + Rcpt("a") + Rcpt("b") + kData + kSmtpQuit);
     EXPECT_EQ(Ending(), CRunEnding::Delivered);
     EXPECT_THAT(guard.told, ElementsAre("listed m", "taken m a@x", "taken m b@x"));
+}
+
+TEST_F(Guard, MaySendThroughAnotherAccountThatIsSavedNowhere) {
+    lists = {{}};
+    guard.changes_account = [](CSmtpAccount& account) {
+        EXPECT_EQ(account.user, "alice") << "the profile's own, with the login of POP3";
+        account.user = "relay";
+        account.password = "pw";
+        account.logs_in = true;
+        account.method = 1;
+    };
+    RunBetween(Mailbox({"m"}, Retr("1") + kPopQuit),
+               "S: 220 ready\nC: EHLO {host}\nS: 250-fine\nS: 250-AUTH PLAIN\nS: 250 8BITMIME\nC: AUTH PLAIN\n"
+               "S: 334 \nC: cmVsYXkAcmVsYXkAcHc=\nS: 235 in\n" +
+                   Sent("a") + kSmtpQuit);
+    EXPECT_EQ(Ending(), CRunEnding::Delivered);
+    CPopProfileSetting saved;
+    ASSERT_EQ(saved.Load(copy.path), 1);
+    EXPECT_EQ(saved.smtpuser + saved.smtppassword, "");
+    EXPECT_EQ(saved.smtpauth, 0);
 }
 
 TEST_F(Guard, MayKeepARunFromBeginning) {

@@ -217,6 +217,7 @@ TEST(CInterface, StartsOneProfileByItsName) {
 struct Asked {
     std::vector<std::string> questions;
     int sending = TARVEX_SEND_AS_ALWAYS;
+    int relay_port = 0;  // 0: the profile's own
     std::map<std::string, std::string> not_reached;
 
     static Asked& Of(void* context) { return *static_cast<Asked*>(context); }
@@ -286,6 +287,12 @@ struct Asked {
             *text_bytes = static_cast<long long>(kept->second.size());
             return kept->second.data();
         };
+        guard.sends_through = [](void* c, const char* profile, tarvex_smtp_account* account) {
+            Of(c).questions.push_back(std::string("sends_through ") + profile + " " + account->user);
+            if (Of(c).relay_port == 0) return;
+            account->port = Of(c).relay_port;
+            account->server = "localhost";
+        };
         guard.not_reached = [](void* c, const tarvex_mail* mail) {
             Of(c).not_reached[mail->uidl] =
                 "\r\n" + std::string(mail->text, static_cast<std::size_t>(mail->text_bytes));
@@ -342,8 +349,9 @@ TEST_F(CGuard, IsAskedEveryQuestion) {
                     "goes_on_after -ERR locked", "is_handled 0" + of + "u1", "is_handled 0" + of + "u2",
                     "comes_last " + size + of + "u1", "comes_last " + size + of + "u2", "fetches beside 0" + of + "u1",
                     "fetches beside " + held + of + "u2", "sends " + to + " 0 1" + of + "u1",
-                    "sends " + to + " 0 1" + of + "u2", "connects 1 user0/from0", "offers " + to + of + "u1",
-                    "refused " + to + " 550 no" + of + "u1", "offers " + to + of + "u2", "taken " + to + of + "u2"));
+                    "sends " + to + " 0 1" + of + "u2", "sends_through user0/from0 alice", "connects 1 user0/from0",
+                    "offers " + to + of + "u1", "refused " + to + " 550 no" + of + "u1", "offers " + to + of + "u2",
+                    "taken " + to + of + "u2"));
 }
 
 TEST_F(CGuard, AnswerThatIsNoneIsTheDefault) {
@@ -367,6 +375,14 @@ TEST_F(CGuard, KeepsWhatWasNotReachedForTheNextRun) {
     EXPECT_EQ(RunWith(asked.Guard()).messages_kept, 1);
     EXPECT_EQ(pop.Received("RETR"), 2);
     EXPECT_EQ(Arrived(smtp), (Arrivals{{"u1 -> a@example.net", 1}, {"u2 -> a@example.net", 1}}));
+}
+
+TEST_F(CGuard, LeadsThroughAnotherRelay) {
+    SinkServer relay;
+    asked.relay_port = relay.Port();
+    EXPECT_EQ(RunWith(asked.Guard()).copies, 2);
+    EXPECT_EQ(Arrived(relay).size(), 2U);
+    EXPECT_TRUE(Arrived(smtp).empty());
 }
 
 TEST_F(CGuard, CanBeTakenAway) {
