@@ -156,7 +156,7 @@ bool IsNameOfTree(std::string_view name) {
         return TakePart(name) == "tokens" && IsPlain(name) && name.ends_with(".json");
     }
     if (!IsFolder(first, "user")) return false;
-    if (name == "userset.def") return true;
+    if (IsOneOf(name, {"userset.def", "host.def"})) return true;
     return IsFolder(TakePart(name), "from") && IsOfProfile(name);
 }
 

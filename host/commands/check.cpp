@@ -17,6 +17,7 @@
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
+#include "host/tree/account_text.h"
 #include "host/tree/advice.h"
 #include "host/tree/clear_login.h"
 #include "host/tree/names.h"
@@ -103,8 +104,7 @@ std::vector<CString> RecipientsOf(const CPopProfile& profile) {
     return recipients;
 }
 
-SmtpAnswer AskSmtp(const CPopProfile& profile) {
-    const CPopProfileSetting& setting = profile.setting;
+SmtpAnswer AskSmtp(const CPopProfile& profile, const CPopProfileSetting& setting) {
     SmtpAnswer answer;
     answer.good = TryRelay(profile, RecipientsOf(profile), answer.trial);
     const auto hello = std::ranges::find(answer.trial.steps, int{PROBE_HELLO}, &CProbeStep::kind);
@@ -181,10 +181,15 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
         std::cout << Paragraph("Note: the server has no unique ids (UIDL), so messages cannot be told apart.", 6);
     }
 
-    std::cout << "  SMTP, " << Server(setting, Protocol::Smtp) << Security(setting.sslsmtp) << '\n' << std::flush;
-    const SmtpAnswer smtp = AskSmtp(profile);
-    PrintSteps(smtp.trial.steps, Protocol::Smtp, setting, rules, "");
+    const UsedSettings used = SettingsInUse(profile);
+    const std::string shared = ShowShared(used.owner);
+    std::cout << "  SMTP, " << Server(used.setting, Protocol::Smtp) << Security(used.setting.sslsmtp)
+              << (shared.empty() ? "" : ", " + shared) << '\n'
+              << std::flush;
+    const SmtpAnswer smtp = AskSmtp(profile, used.setting);
+    PrintSteps(smtp.trial.steps, Protocol::Smtp, used.setting, rules, "");
     if (!smtp.without_login.empty()) std::cout << Paragraph("Note: " + smtp.without_login, 6);
+    if (!smtp.good && !shared.empty()) std::cout << Paragraph(WhereAccountIsSet(profile), 6);
 
     const std::string name = ShownName(root, profile.path);
     if (const Published* const published = receivers.Of(profile)) PrintReceivers(profile, *published, name);
@@ -226,10 +231,11 @@ Json JsonOf(const PopAnswer& pop, const CPopProfile& profile) {
             {"steps", JsonOf(pop.listing.steps, Protocol::Pop, setting, rules)}};
 }
 
-Json JsonOf(const SmtpAnswer& smtp, const CPopProfile& profile) {
-    const CPopProfileSetting& setting = profile.setting;
+Json JsonOf(const SmtpAnswer& smtp, const CPopProfile& profile, const UsedSettings& used) {
+    const CPopProfileSetting& setting = used.setting;
     return {{"server", Utf8FromText(ServerOf(setting, Protocol::Smtp))},
             {"port", setting.smtpport},
+            {"from", Word(used.owner)},
             {"good", smtp.good},
             {"login", smtp.trial.method.empty() ? Json() : Json(smtp.trial.method)},
             {"without_login", smtp.without_login.empty() ? Json() : Json(smtp.without_login)},
@@ -260,9 +266,10 @@ int AddCheck(Json& list, const CRootPath& root, const CPopProfile& profile, Rece
                                          {"receivers", nullptr}});
     if (!profile.setting_loaded.whole) return kCannotWrite;
     const PopAnswer pop = AskPop(profile);
-    const SmtpAnswer smtp = AskSmtp(profile);
+    const UsedSettings used = SettingsInUse(profile);
+    const SmtpAnswer smtp = AskSmtp(profile, used.setting);
     check["pop3"] = JsonOf(pop, profile);
-    check["smtp"] = JsonOf(smtp, profile);
+    check["smtp"] = JsonOf(smtp, profile, used);
     check["receivers"] = JsonOf(profile, receivers.Of(profile), ShownName(root, profile.path));
     return CodeOf(pop.good && smtp.good, why_left_out);
 }

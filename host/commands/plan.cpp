@@ -15,6 +15,7 @@
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
+#include "host/tree/account_text.h"
 #include "host/tree/advice.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
@@ -109,6 +110,7 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
         std::cout << "  A run leaves it out: " << why << '\n';
         return kCannotWrite;
     }
+    std::cout << "  sends through " << ShowAccount(profile) << '\n';
     PrintAddresses(profile, now);
     if (!AnyTakesPart(profile, now)) {
         std::cout << "  No address takes part, so nothing is done and no connection is made.\n";
@@ -168,6 +170,7 @@ int AddPlan(Json& list, const CRootPath& root, const CUser& user, const CPopProf
                     {"switched_on", is_on},
                     {"due", is_on && due <= now},
                     {"next_due", is_on && due > now ? Json(ShowIsoTime(due)) : Json()},
+                    {"sends_through", JsonOfAccount(profile)},
                     {"addresses", addresses},
                     {"error", error.empty() ? Json() : Json(error)},
                     {"messages", mails}});

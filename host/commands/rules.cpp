@@ -17,7 +17,7 @@ namespace tarvex::host {
 namespace {
 
 struct Given {
-    std::string profile;  // empty: the tree
+    std::string name;  // of a user or a profile; empty: the tree
     KeyOptions keys;
     bool json = false;
 };
@@ -25,38 +25,42 @@ struct Given {
 int Show(const Context& context, const Given& given) {
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
-    ShowRules(root, given.profile, given.json ? Form::Json : Form::Text);
+    ShowRules(root, given.name, given.json ? Form::Json : Form::Text);
     return kDone;
 }
 
 int Set(const Context& context, const Given& given) {
     if (given.keys.Empty()) throw CommandError(kBadUsage, "nothing to set; `tarvex rules set --help` lists the keys");
-    EditRequest request(EditKind::Rules, EditVerb::Set, given.profile);
+    EditRequest request(EditKind::Rules, EditVerb::Set, given.name);
     given.keys.Fill(request);
     return Submit(context, request);
 }
 
-// The profile may stand before the word and behind it.
-void AddProfile(CLI::App& command, Given& given) {
-    command.add_option("PROFILE", given.profile, "Path, nickname or address of a profile; without it the whole tree")
+// The name may stand before the word and behind it.
+void AddName(CLI::App& command, Given& given) {
+    command
+        .add_option("NAME", given.name,
+                    "Path, nickname or address of a profile; path or login name of a user, for what its profiles have "
+                    "by default; without it the whole tree")
         ->option_text(" ");
 }
 
 }  // namespace
 
 void AddRulesCommands(CLI::App& app, Context& context) {
-    CLI::App* const group =
-        app.add_subcommand("rules", "The rules that keep a tree safe when it is left alone: host.def.")
-            ->require_subcommand(1);
+    CLI::App* const group = app.add_subcommand("rules",
+                                               "The rules that keep a tree safe when it is left alone, and the SMTP "
+                                               "server that profiles share: host.def.")
+                                ->require_subcommand(1);
     auto given = std::make_shared<Given>();
-    AddProfile(*group, *given);
-    CLI::App* const show = group->add_subcommand("show", "Show them, those of a profile as they hold for it.");
-    AddProfile(*show, *given);
+    AddName(*group, *given);
+    CLI::App* const show = group->add_subcommand("show", "Show them, those of a user or a profile as they hold there.");
+    AddName(*show, *given);
     show->add_flag("--json", given->json, "As JSON");
     show->callback([&context, given] { context.command = [&context, given] { return Show(context, *given); }; });
-    CLI::App* const set =
-        group->add_subcommand("set", "Change them. A profile follows the tree where nothing else is set for it.");
-    AddProfile(*set, *given);
+    CLI::App* const set = group->add_subcommand(
+        "set", "Change them. A profile follows its user, and a user the tree, where nothing else is set.");
+    AddName(*set, *given);
     given->keys.AddTo<HostRules>(*set, {});
     set->callback([&context, given] { context.command = [&context, given] { return Set(context, *given); }; });
 }

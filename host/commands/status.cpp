@@ -24,6 +24,7 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tokens/profile_tokens.h"
+#include "host/tree/account_text.h"
 #include "host/tree/clear_login.h"
 #include "host/tree/log_reader.h"
 #include "host/tree/names.h"
@@ -50,6 +51,8 @@ struct Status {
     std::optional<ProfileHistory> history;
     HeldCount held;
     std::map<Matter, std::map<CString, Note>> remembered;  // in a tree with rules
+    Json sends_through;                                    // see JsonOfAccount
+    std::string shared_server;                             // the same in words, where the account is a shared one
     std::string wants_login;                               // why no run begins before `tarvex login`
     std::string clear_login;                               // the password goes over the network in clear
     std::string trouble;                                   // why it is not run, or what of its last run is not on disk
@@ -73,6 +76,8 @@ Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& pro
     status.last_due = profile.setting.lasttime;
     status.next_due = profile.NextDue();
     status.held = CountHeld(profile);
+    status.sends_through = JsonOfAccount(profile);
+    if (!WhereAccountIsSet(profile).empty()) status.shared_server = ShowAccount(profile);
     status.clear_login = NoteOnClearLogin(profile, status.name);
     status.wants_login = WhyWantsLogin(root, profile);
     if (reader) status.history = reader->Of(profile.path);
@@ -196,6 +201,17 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
     }
 }
 
+// One line for each shared account.
+void PrintSharedServers(const std::vector<Status>& all) {
+    std::map<std::string, std::int64_t> profiles;
+    for (const Status& status : all) {
+        if (!status.shared_server.empty()) ++profiles[status.shared_server];
+    }
+    for (const auto& [server, count] : profiles) {
+        std::cout << ShowCount(count, "profile") << (count == 1 ? " sends" : " send") << " through " << server << ".\n";
+    }
+}
+
 Json JsonOfMoment(CTime moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment)); }
 
 // What ended the last run, with everything that is known of it.
@@ -265,6 +281,7 @@ void PrintAsJson(const std::vector<Status>& all, bool has_rules, CTime now) {
         entry["switched_on"] = status.switched_on;
         entry["log"] = status.has_log;
         entry["rules"] = has_rules;
+        entry["sends_through"] = status.sends_through;
         entry["due"] = status.switched_on && status.next_due <= now;
         entry["next_due"] = status.switched_on && status.next_due > now ? Json(ShowIsoTime(status.next_due)) : Json();
         entry["running"] = JsonOf(status.running);
@@ -337,6 +354,7 @@ int ShowStatus(const Context& context, const std::vector<std::string>& names, bo
         std::cout << "There is no profile yet; add one with `tarvex profile add`.\n";
     } else {
         PrintTable(all, now);
+        PrintSharedServers(all);
     }
     if (!as_json && !HasRules(directory)) {
         std::cout << "The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.\n";

@@ -108,9 +108,23 @@ int RemoveForward(const Context& context, const Given& given) {
     return Remove(context, given, EditKind::Forward, root, *named.forward, CountHeld(*named.profile, *named.forward));
 }
 
+// The rules of a user or a profile, and then its settings.
+int SetRulesToo(const Context& context, const Given& given, EditRequest request) {
+    CRootPath root;
+    EditRequest rules(EditKind::Rules, EditVerb::Set, "");
+    given.host_keys.Fill(rules);
+    ReadTree(context, root);
+    const bool is_user = request.kind == EditKind::User;
+    const CString path = is_user ? FindUser(root, given.name).path : FindProfile(root, given.name).profile->path;
+    rules.name = request.name = ShownName(root, path);
+    std::vector<EditRequest> requests = {std::move(rules)};
+    if (!given.keys.Empty()) requests.push_back(std::move(request));
+    return SubmitAll(RootDirectory(context.root_option), requests);
+}
+
 int Set(const Context& context, const Given& given, EditKind kind) {
     EditRequest request(kind, EditVerb::Set, given.name);
-    if (given.keys.Empty())
+    if (given.keys.Empty() && given.host_keys.Empty())
         throw CommandError(kBadUsage, "nothing to set; `tarvex " + EditName(request) + " --help` lists the keys");
     if (given.many.Given() == !given.name.empty()) {
         throw CommandError(kBadUsage,
@@ -118,9 +132,9 @@ int Set(const Context& context, const Given& given, EditKind kind) {
                                                                              "or --where; see --help"
                                                                            : "one; see --help"));
     }
-    if (given.many.Given()) return SetMany(context, given.many, given.keys);
+    if (given.many.Given()) return SetMany(context, given.many, given.keys, given.host_keys);
     given.keys.Fill(request);
-    return Submit(context, request);
+    return given.host_keys.Empty() ? Submit(context, request) : SetRulesToo(context, given, std::move(request));
 }
 
 int AddUser(const Context& context, const Given& given) {
@@ -129,6 +143,15 @@ int AddUser(const Context& context, const Given& given) {
     request.values["loginname"] = given.first;
     given.keys.Fill(request);
     return Submit(context, request);
+}
+
+// Those that the rules of a user or a profile do not have.
+std::vector<std::string_view> KeysOfOthers(EditKind kind) {
+    std::vector<std::string_view> others;
+    for (const Key<HostRules>& key : Keys<HostRules>()) {
+        if (key.is_of_root || (key.is_shared && kind == EditKind::Profile)) others.emplace_back(key.name);
+    }
+    return others;
 }
 
 constexpr std::array<std::string_view, 2> kKeysOfTls = {"pop_tls", "tls_authority"};
@@ -143,7 +166,7 @@ std::vector<std::string_view> KeysOtherThanTls() {
 
 // A password in clear to another machine has to be asked for. TLS has a port of its own.
 void SettleTls(const CRootPath& root, const Given& given, EditRequest& request) {
-    HostRules rules = RulesOf(root.path).value_or(HostRules());
+    HostRules rules = RulesOfUser(root.path, FindUser(root, given.name).path).value_or(HostRules());
     request.rules = given.host_keys.Values();
     for (const auto& [name, value] : request.rules) SetValue(rules, KeyNamed<HostRules>(name), value);
     CPopProfileSetting setting;
@@ -271,6 +294,7 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
         [edited = kind.kind](const Context& known, const Given& words) { return Set(known, words, edited); }, command);
     AddName(*command, *given, kind.placeholder, kind.name_help);
     given->keys.template AddTo<Record>(*command, {});
+    if (kind.kind != EditKind::Forward) given->host_keys.template AddTo<HostRules>(*command, KeysOfOthers(kind.kind));
     if (kind.kind == EditKind::Profile) {
         command->get_option(kind.placeholder)->required(false);
         given->many.AddTo(*command);

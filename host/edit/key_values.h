@@ -2,6 +2,7 @@
 
 // The values that an edit gives to the keys of one record.
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -38,6 +39,10 @@ public:
         std::vector<const Key<Record>*> keys;
         for (const auto& value : values_) keys.push_back(value.first);
         return keys;
+    }
+
+    bool Has(std::string_view name) const {
+        return std::ranges::any_of(values_, [&](const auto& value) { return value.first->name == name; });
     }
 
     // What differs, line by line.

@@ -5,11 +5,13 @@
 #include <optional>
 #include <variant>
 
+#include "host/edit/account_notes.h"
 #include "host/edit/key_values.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/paths.h"
 #include "host/tree/names.h"
 
 namespace tarvex::host {
@@ -18,7 +20,9 @@ namespace {
 constexpr std::string_view kNewFile = "[version]\r\n0\r\n\r\n";
 
 std::string FileValue(const HostRules& rules, const Key<HostRules>& key) {
-    if (const auto* const text = std::get_if<CString HostRules::*>(&key.field)) return rules.**text;
+    if (const auto* const text = std::get_if<CString HostRules::*>(&key.field)) {
+        return key.type == KeyType::Password ? EncodePassWord(rules.**text) : rules.**text;
+    }
     const auto* const limit = std::get_if<int HostRules::*>(&key.field);
     return std::to_string(limit ? rules.**limit : int{rules.*std::get<bool HostRules::*>(key.field)});
 }
@@ -32,17 +36,24 @@ void SetOrRemove(SettingsSections& file, const Key<HostRules>& key, const std::s
     }
 }
 
-void RefuseKeysOfTheRoot(const std::vector<const Key<HostRules>*>& keys) {
+void RefuseKeysOfOthers(const std::vector<const Key<HostRules>*>& keys, RulesPlace place) {
     for (const Key<HostRules>* const key : keys) {
-        if (!key->is_of_root) continue;
-        throw CommandError(kBadUsage, std::string(key->name) + " is of the whole tree: set it without a profile");
+        if (key->is_of_root && place != RulesPlace::Tree)
+            throw CommandError(kBadUsage, std::string(key->name) + " is of the whole tree: set it without a name");
+        if (key->is_shared && place == RulesPlace::Profile) {
+            throw CommandError(
+                kBadUsage,
+                std::string(key->name) + " of a profile is not one of its rules: set it with `tarvex profile set`");
+        }
     }
 }
 
 std::string AddRules(const CRootPath& root, Saved& saved) {
     if (HasRules(root.path)) throw CommandError(kBadUsage, "the tree has rules already");
     SettingsSections file(kNewFile);
-    for (const Key<HostRules>& key : Keys<HostRules>()) SetOrRemove(file, key, FileValue({}, key));
+    for (const Key<HostRules>& key : Keys<HostRules>()) {
+        if (!key.is_shared) SetOrRemove(file, key, FileValue({}, key));
+    }
     saved = ReplaceContent(root.path + kHostSettingFile, file.Text());
     return "The tree has rules now, all of them on; `tarvex rules show` shows them.\n";
 }
@@ -51,39 +62,76 @@ std::string AddRules(const CRootPath& root, Saved& saved) {
 // tree has set and a profile cannot leave out.
 void RequireSame(const HostRules& read, const HostRules& meant, const std::vector<const Key<HostRules>*>& keys) {
     for (const Key<HostRules>* const key : keys) {
-        if (ShowValue(read, *key) == ShowValue(meant, *key)) continue;
+        if (FileValue(read, *key) == FileValue(meant, *key)) continue;
+        if (key->type == KeyType::Password)
+            throw CommandError(kBadData,
+                               std::string(key->name) + ": its last byte would be lost; choose another password");
         throw CommandError(kBadData, std::string(key->name) + " cannot be stored: it would be read back as \"" +
                                          ShowValue(read, *key) + '"');
     }
 }
 
-// A profile that is as the root has no key of its own.
-std::string SetRules(const CString& directory, const HostRules& before, const std::optional<HostRules>& of_root,
-                     const KeyValues<HostRules>& values, Saved& saved) {
-    HostRules after = before;
+// Whose rules are changed.
+struct Owner {
+    CString directory;
+    RulesPlace place = RulesPlace::Tree;
+    HostRules before;
+    HostRules others;  // what holds where its file says nothing
+};
+
+Owner OwnerNamed(const CRootPath& root, const std::string& name) {
+    const std::optional<HostRules> of_root = RulesOf(root.path);
+    if (!of_root) throw NoRules();
+    if (name.empty()) return {root.path, RulesPlace::Tree, *of_root, {}};
+    const CString directory = FindUserOrProfile(root, name);
+    const CString above = ParentOf(directory);
+    if (above == root.path) return {directory, RulesPlace::User, RulesOfUser(root.path, directory).value(), *of_root};
+    return {directory, RulesPlace::Profile, RulesOf(root.path, directory).value(),
+            RulesOfUser(root.path, above).value()};
+}
+
+// Without its server an account is none, and no login of it shall go to another server.
+void RemoveAccount(SettingsSections& file) {
+    for (const Key<HostRules>& key : Keys<HostRules>()) {
+        if (key.is_shared) file.Remove(key.name);
+    }
+}
+
+// What is as without the file needs no key in it. An account is kept whole.
+std::string SetRules(const Owner& owner, const KeyValues<HostRules>& values, Saved& saved) {
+    HostRules after = owner.before;
     values.Assign(after);
-    const CString path = directory + kHostSettingFile;
+    const CString path = owner.directory + kHostSettingFile;
     SettingsSections file(ReadWholeFile(path).value_or(std::string(kNewFile)));
     for (const Key<HostRules>* const key : values.Keys()) {
         const std::string value = FileValue(after, *key);
-        const bool as_root = of_root && FileValue(*of_root, *key) == value;
-        SetOrRemove(file, *key, as_root ? "" : value);
+        const bool as_others =
+            owner.place != RulesPlace::Tree && !key->is_shared && FileValue(owner.others, *key) == value;
+        SetOrRemove(file, *key, as_others ? "" : value);
     }
-    RequireSame(RulesIn(file.Text(), path, of_root.value_or(HostRules()), !of_root), after, values.Keys());
-    saved = ReplaceContent(path, file.Text());
-    return values.Difference(before, after);
+    std::vector<const Key<HostRules>*> kept = values.Keys();
+    const bool ends_account = values.Has("smtpserver") && after.smtpserver.empty();
+    if (ends_account) {
+        RemoveAccount(file);
+        std::erase_if(kept, [](const auto* key) { return key->is_shared; });
+    }
+    const HostRules read = RulesIn(file.Text(), path, owner.others, owner.place);
+    RequireSame(read, after, kept);
+    const bool has_secret = file.Find("smtppassword") != nullptr;
+    saved = ReplaceContent(path, file.Text(), has_secret ? Readers::OwnerAlone : Readers::AsBefore);
+    return values.Difference(owner.before, read);
 }
 
 }  // namespace
 
 Saved SaveNewRules(const CRootPath& root, const CString& directory, const std::map<std::string, std::string>& given) {
-    const std::optional<HostRules> of_root = RulesOf(root.path);
-    if (!of_root) throw NoRules();
+    const std::optional<HostRules> others = RulesOfUser(root.path, ParentOf(directory));
+    if (!others) throw NoRules();
     EditRequest request(EditKind::Rules, EditVerb::Set, "");
     request.values = given;
     const KeyValues<HostRules> values(request);
-    RefuseKeysOfTheRoot(values.Keys());
-    HostRules rules = *of_root;
+    RefuseKeysOfOthers(values.Keys(), RulesPlace::Profile);
+    HostRules rules = *others;
     values.Assign(rules);
     SettingsSections file(kNewFile);
     for (const Key<HostRules>* const key : values.Keys()) SetOrRemove(file, *key, FileValue(rules, *key));
@@ -94,13 +142,12 @@ std::string EditRules(const CRootPath& root, const EditRequest& request, Saved& 
     directory = root.path;
     if (request.verb == EditVerb::Add) return AddRules(root, saved);
     const KeyValues<HostRules> values(request);
-    const std::optional<HostRules> of_root = RulesOf(root.path);
-    if (!of_root) throw NoRules();
-    if (request.name.empty()) return "Rules of the tree:\n" + SetRules(directory, *of_root, {}, values, saved);
-    RefuseKeysOfTheRoot(values.Keys());
-    directory = FindProfile(root, request.name).profile->path;
-    const HostRules before = RulesOf(root.path, directory).value();
-    return "Rules of " + ShownName(root, directory) + ":\n" + SetRules(directory, before, of_root, values, saved);
+    const Owner owner = OwnerNamed(root, request.name);
+    directory = owner.directory;
+    RefuseKeysOfOthers(values.Keys(), owner.place);
+    const std::string of = owner.place == RulesPlace::Tree ? "the tree" : ShownName(root, directory);
+    const std::string said = "Rules of " + of + ":\n" + SetRules(owner, values, saved);
+    return saved == Saved::No ? said : said + NotesOnAccount(root, directory, values);
 }
 
 }  // namespace tarvex::host

@@ -23,6 +23,7 @@
 #include <sstream>
 
 #include "host/history/run_words.h"
+#include "host/settings/shared_account.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {
@@ -323,6 +324,8 @@ CString RouteOf(const CPopProfileSetting& setting) {
            (setting.smtpuser.empty() ? setting.popuser : setting.smtpuser);
 }
 
+CString RouteOf(const CPopProfile& profile) { return RouteOf(SettingsInUse(profile).setting); }
+
 bool IsOf(const HeldAddress& waiting, const CForwardAddress& address) {
     if (FolderOf(address) != waiting.folder) return false;
     return waiting.address == address.setting.address || waiting.made == DirectoryIdentity(address.path);
@@ -333,7 +336,7 @@ HeldAddress WaitingNow(const CPopProfile& profile, const CForwardAddress& addres
     waiting.address = address.setting.address;
     waiting.folder = FolderOf(address);
     waiting.made = DirectoryIdentity(address.path);
-    waiting.route = RouteOf(profile.setting);
+    waiting.route = RouteOf(profile);
     return waiting;
 }
 

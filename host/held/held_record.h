@@ -68,6 +68,9 @@ const CString& RelayOf(const CPopProfileSetting& setting);
 // password.
 CString RouteOf(const CPopProfileSetting& setting);
 
+// The same of the account that holds for the profile.
+CString RouteOf(const CPopProfile& profile);
+
 // Whether it is this address of the profile that waits, also after its setting was changed.
 bool IsOf(const HeldAddress& waiting, const CForwardAddress& address);
 

@@ -25,6 +25,8 @@
 #include "host/held/held.h"
 #include "host/held/refusal_words.h"
 #include "host/held/refusals_in_a_row.h"
+#include "host/settings/shared_account.h"
+#include "host/tokens/profile_tokens.h"
 #include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
@@ -83,14 +85,27 @@ public:
     bool taken = false;
     CRunFailure refusal;
 
+    // The next connection asks for a new one.
+    void ForgetRefusedToken(const CPopProfile& profile) const {
+        if (ways_ && rules_ && *used_.was_refused)
+            ways_->tokens.Refused(OwnerOf(profile), TokenCommandOf(*rules_), used_.token);
+    }
+
 private:
-    CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
+    // Account and connection go by the same rules, whatever is changed in between.
+    CSmtpAccount SendsThrough(const CPopProfile& profile) override {
         try {
-            const std::optional<HostRules> rules = RulesOf(profile);
-            return rules ? WayTo(server, profile, *rules, ways_) : CConnection();
+            rules_.reset();
+            rules_ = RulesOf(profile).value_or(HostRules());
+            return SmtpAccountOf(profile.setting, *rules_);
         } catch (const CommandError&) {
-            return CConnection::Unusable();  // neither other rules nor none
+            return CRunGuard::SendsThrough(profile);
         }
+    }
+    CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
+        if (!rules_) return CConnection::Unusable();  // neither other rules nor none
+        used_ = {};
+        return WayTo(server, profile, *rules_, ways_, {}, &used_);
     }
     int EndOfDataSeconds(const CPopProfile&) override { return end_of_data_s_; }
     CRefusal Refused(const CPopProfile&, const CReceiveMail&, const CForwardAddress&, const CRunFailure& why) override {
@@ -101,6 +116,8 @@ private:
 
     const int end_of_data_s_;
     Ways* const ways_;
+    std::optional<HostRules> rules_;
+    UsedToken used_;
 };
 
 class Sending {
@@ -153,7 +170,7 @@ private:
                 HeldResult& result) {
         if (ClockWasSetBack(waiting, options_.now) && waiting.next_try != 0) waiting.next_try = options_.now;
         waiting.last_try = options_.now;
-        const bool changed = HasChanged(waiting, address, RouteOf(copy_.setting));
+        const bool changed = HasChanged(waiting, address, RouteOf(copy_));
         if (changed && waiting.next_try == 0) waiting.next_try = options_.now;  // should this try fail
         if (!store_.Update(record)) {
             result.outcome = HeldOutcome::Failed;
@@ -191,7 +208,10 @@ private:
         copy_.result.delivery = {};
         guard_.taken = false;
         guard_.refusal = {};
-        if (!connection_) connection_.reset(copy_.CreateSmtpConnection());
+        if (!connection_) {
+            connection_.reset(copy_.CreateSmtpConnection());
+            guard_.ForgetRefusedToken(copy_);
+        }
         if (connection_ && !Send(std::move(text), address)) CloseSmtpConnection(connection_.release());  // after QUIT
         if (guard_.taken) {
             result.outcome = HeldOutcome::Taken;
@@ -256,7 +276,7 @@ private:
             if (memory_) memory_->Park(address.setting.address, failure.reply, options_.now);
         }
         waiting.address = address.setting.address;
-        waiting.route = RouteOf(copy_.setting);
+        waiting.route = RouteOf(copy_);
         CountRefusal(waiting, failure.stage, failure.failure_class, failure.reply, options_.now);
         if (!store_.Update(record)) result.why = kCannotWriteRecord;
         return result.why.empty();
@@ -285,7 +305,7 @@ std::vector<HeldChoice> AllHeld(const std::vector<HeldRecord>& records) {
 }
 
 std::vector<HeldChoice> DueHeld(const CPopProfile& profile, const std::vector<HeldRecord>& records, CTime now) {
-    const CString route = RouteOf(profile.setting);
+    const CString route = RouteOf(profile);
     std::map<CString, HeldAddress> last_as_recipient;  // by folder: the latest refusal
     for (const HeldRecord& record : records) {
         for (const HeldAddress& waiting : record.addresses) {

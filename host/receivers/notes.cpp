@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/settings/shared_account.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
+#include "host/tree/advice.h"
 #include "tarvex/settings.h"
 
 namespace tarvex::host {
@@ -18,8 +20,12 @@ namespace {
 
 bool IsSwitchedOn(const auto& forward) { return forward->setting.status != 0; }
 
+std::string RelayOf(const CPopProfile& profile) {
+    return ShowText(ServerOf(SettingsInUse(profile).setting, Protocol::Smtp));
+}
+
 std::string NoteOnSpf(const CPopProfile& profile, const Published& published) {
-    const std::string relay = ShowText(profile.setting.smtpserver);
+    const std::string relay = RelayOf(profile);
     if (published.spf.ending == DnsEnding::NoSuchRecord) {
         return published.domain + " has no SPF record, so receivers cannot tell that " + relay +
                " may send for it, and some refuse such mail";
@@ -45,7 +51,7 @@ std::string WhatBreaksTheSignature(const CPopProfile& profile) {
 
 std::string NoteOnDmarc(const CPopProfile& profile, const Published& published, const std::string& name) {
     const std::string address = ShowText(profile.setting.address);
-    const std::string relay = ShowText(profile.setting.smtpserver);
+    const std::string relay = RelayOf(profile);
     const bool is_strict = published.dmarc.policy != DmarcPolicy::None;
     const std::string policy = "(" + std::string(NameOf(published.dmarc.policy)) + ")";
     if (profile.setting.replacefrom != 0) {

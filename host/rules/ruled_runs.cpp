@@ -28,7 +28,7 @@ CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     const std::int64_t usable = UsableMemory();
     budget_.SetLimits(std::min(rules->servicesize * kMiB, usable / 2), usable - usable / 4);
     Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_, kept_mails_),
-            SteadyClock::now() + std::chrono::minutes(rules->runtime)};
+            SteadyClock::now() + std::chrono::minutes(rules->runtime), RelayOf(WithAccount(profile.setting, *rules))};
     RunRules* const guard = run.rules.get();
     guard->LeadThrough(ways_);
     const CStartResult result = StartRun(root, profile, guard);
@@ -76,6 +76,7 @@ bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(profile);
     if (!rules) return true;
     if (!budget_.HasRoomFor(profile.path)) return false;
+    const CString relay = RelayOf(WithAccount(profile.setting, *rules));
     int all = 0;
     int at_mailbox = 0;
     int at_relay = 0;
@@ -83,7 +84,8 @@ bool RuledRuns::HasRoomFor(const CRootPath& root, const CPopProfile& profile) {
         if (!copy->worker_thread.load()) continue;
         ++all;
         at_mailbox += copy->setting.popserver == profile.setting.popserver ? 1 : 0;
-        at_relay += RelayOf(copy->setting) == RelayOf(profile.setting) ? 1 : 0;
+        const auto run = runs_.find(copy->path);
+        at_relay += (run == runs_.end() ? RelayOf(copy->setting) : run->second.relay) == relay ? 1 : 0;
     }
     return all < rules->allruns && std::max(at_mailbox, at_relay) < rules->serverruns;
 }

@@ -58,6 +58,7 @@ private:
     struct Run {
         std::unique_ptr<RunRules> rules;
         std::chrono::steady_clock::time_point ends;
+        CString relay;  // the SMTP server
     };
 
     const std::string root_;

@@ -23,6 +23,7 @@
 #include "host/rules/rotation.h"
 #include "host/rules/servers_fault.h"
 #include "host/settings/host_setting.h"
+#include "host/settings/shared_account.h"
 #include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 
@@ -54,6 +55,7 @@ public:
     // The run is interrupted because it has taken too long. To be called on the thread that calls Finish, before.
     void EndsForTime() { time_is_over_ = true; }
 
+    CSmtpAccount SendsThrough(const CPopProfile& profile) override { return SmtpAccountOf(profile.setting, rules_); }
     CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
         return WayTo(server, profile, rules_, ways_, {},
                      server.protocol == CProtocol::Smtp ? &used_at_relay_ : &used_at_mailbox_);

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "host/settings/settings_sections.h"
+#include "host/settings/value_words.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
 #include "host/system/paths.h"
@@ -17,12 +18,12 @@ namespace {
 
 using R = HostRules;
 
-constexpr std::array kOnOff = {ValueWord{"on", 1}, ValueWord{"off", 0}};
 constexpr const char* kRules = "Rules";
 constexpr const char* kLimits = "Limits";
 constexpr const char* kService = "The whole tree";
 constexpr const char* kEncryption = "Encryption of POP3";
 constexpr const char* kLogin = "Login with tokens";
+constexpr const char* kAccount = "SMTP account of profiles that name no server";
 constexpr std::array kLogins = {ValueWord{"password", 0}, ValueWord{"xoauth2", 1}, ValueWord{"oauthbearer", 2}};
 constexpr std::array kPopTls = {ValueWord{"off", 0}, ValueWord{"tls", 1}, ValueWord{"starttls", 2}};
 
@@ -30,6 +31,7 @@ constexpr int kLongestEndOfData_s = 24 * 60 * 60;
 constexpr int kLongestRun_minutes = 7 * 24 * 60;
 constexpr int kLargestSize_MiB = 1 << 20;
 constexpr int kMost = 1000000000;
+constexpr int kHighestPort = 65535;
 
 constexpr Key<R> Rule(const char* name, const char* group, bool R::*field, const char* meaning) {
     return {{name, group, "on|off", meaning, KeyType::Number, "", kOnOff, 0, 1}, field};
@@ -42,6 +44,12 @@ constexpr Key<R> Limit(const char* name, const char* group, const char* placehol
 
 constexpr Key<R> OfTheRoot(Key<R> key) {
     key.is_of_root = true;
+    return key;
+}
+
+constexpr Key<R> Shared(Key<R> key) {
+    key.group = kAccount;
+    key.is_shared = true;
     return key;
 }
 
@@ -94,6 +102,21 @@ constexpr std::array kRuleKeys = {
             "A program with its arguments that prints an access token; without it, tokens come from `tarvex login`",
             KeyType::Text},
            &R::token_command},
+    Shared({{"smtpserver", kAccount, "HOST", "SMTP server; empty: each profile's popserver", KeyType::HostName},
+            &R::smtpserver}),
+    Shared(Limit("smtpport", kAccount, "PORT", "TCP port", kHighestPort, &R::smtpport, "TCP port of the SMTP server")),
+    Shared({{"sslsmtp", kAccount, "HOW", "tls: encrypted from the first byte; starttls: encrypted before the login",
+             KeyType::Number, "", kSmtpTls, 0, 2},
+            &R::sslsmtp}),
+    Shared(Rule("esmtp", kAccount, &R::esmtp, "off: greet with HELO, and never log in")),
+    Shared(Rule("smtpauth", kAccount, &R::smtpauth, "on: log in to the SMTP server")),
+    Shared({{"smtpauth_mode", kAccount, "METHOD", "How to log in; best: the best that the server offers",
+             KeyType::Number, "", kSmtpMethods, 0, 3},
+            &R::smtpauth_mode}),
+    Shared({{"smtpuser", kAccount, "NAME", "SMTP user name; empty: each profile's popuser", KeyType::Login},
+            &R::smtpuser}),
+    Shared({{"smtppassword", kAccount, "", "SMTP password; empty: each profile's POP3 password", KeyType::Password},
+            &R::smtppassword}),
     OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
     OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
                     "Messages that all runs of the service hold in memory")),
@@ -113,6 +136,38 @@ int NumberIn(const KeyInfo& key, const std::string& value, const CString& path) 
                             std::to_string(key.lowest) + " to " + std::to_string(key.highest));
 }
 
+bool CountsIn(RulesPlace place, const KeyInfo& key) {
+    if (key.is_of_root) return place == RulesPlace::Tree;
+    return !key.is_shared || place != RulesPlace::Profile;
+}
+
+void ForgetAccount(HostRules& rules) {
+    const HostRules none;
+    for (const Key<HostRules>& key : kRuleKeys) {
+        if (key.is_shared) std::visit([&](auto field) { rules.*field = none.*field; }, key.field);
+    }
+}
+
+// Throws CommandError when it is a number that is not allowed.
+void Take(const SettingsSection& section, const Key<HostRules>& key, const CString& path, bool counts,
+          HostRules& rules) {
+    const std::string value = section.Value().value();
+    if (const auto* const text = std::get_if<CString R::*>(&key.field)) {
+        if (counts) rules.** text = key.type == KeyType::Password ? DecodePassWord(value) : value;
+        return;
+    }
+    const int number = NumberIn(key, value, path);
+    if (!counts) return;
+    if (const auto* const flag = std::get_if<bool R::*>(&key.field)) rules.** flag = number != 0;
+    if (const auto* const limit = std::get_if<int R::*>(&key.field)) rules.** limit = number;
+}
+
+std::optional<HostRules> WithFileIn(const CString& directory, const HostRules& others, RulesPlace place) {
+    const CString path = directory + kHostSettingFile;
+    const std::optional<std::string> text = ReadWholeFile(path);
+    return text ? RulesIn(*text, path, others, place) : others;
+}
+
 }  // namespace
 
 template <>
@@ -122,22 +177,18 @@ std::span<const Key<HostRules>> Keys() {
 
 CommandError NoRules() { return {kNotFound, "the tree has no rules (no host.def); `tarvex init --rules` adds them"}; }
 
-HostRules RulesIn(const std::string& text, const CString& path, HostRules others, bool is_root) {
+HostRules RulesIn(const std::string& text, const CString& path, HostRules others, RulesPlace place) {
     const SettingsSections file(text);
     bool has_key = file.Find("version") != nullptr;
+    if (place == RulesPlace::User && file.Find("smtpserver")) {
+        ForgetAccount(others);
+        others.server_of_user = true;
+    }
     for (const Key<HostRules>& key : kRuleKeys) {
         const SettingsSection* const section = file.Find(key.name);
         if (!section) continue;
         has_key = true;
-        const std::string value = section->Value().value();
-        if (const auto* const words = std::get_if<CString R::*>(&key.field)) {
-            others.** words = value;
-            continue;
-        }
-        const int number = NumberIn(key, value, path);
-        if (key.is_of_root && !is_root) continue;
-        if (const auto* const flag = std::get_if<bool R::*>(&key.field)) others.** flag = number != 0;
-        if (const auto* const limit = std::get_if<int R::*>(&key.field)) others.** limit = number;
+        Take(*section, key, path, CountsIn(place, key), others);
     }
     if (!has_key) throw BadFile(path, "holds no key: it was cut short");
     return others;
@@ -153,15 +204,17 @@ std::optional<HostRules> RulesOf(const CString& root) {
     const CString path = root + kHostSettingFile;
     const std::optional<std::string> text = ReadWholeFile(path);
     if (!text) return std::nullopt;
-    return RulesIn(*text, path, {}, true);
+    return RulesIn(*text, path, {}, RulesPlace::Tree);
+}
+
+std::optional<HostRules> RulesOfUser(const CString& root, const CString& user) {
+    const std::optional<HostRules> rules = RulesOf(root);
+    return rules ? WithFileIn(user, *rules, RulesPlace::User) : rules;
 }
 
 std::optional<HostRules> RulesOf(const CString& root, const CString& profile) {
-    const std::optional<HostRules> rules = RulesOf(root);
-    if (!rules) return rules;
-    const CString path = profile + kHostSettingFile;
-    const std::optional<std::string> text = ReadWholeFile(path);
-    return text ? RulesIn(*text, path, *rules, false) : rules;
+    const std::optional<HostRules> rules = RulesOfUser(root, ParentOf(profile));
+    return rules ? WithFileIn(profile, *rules, RulesPlace::Profile) : rules;
 }
 
 std::optional<HostRules> RulesOf(const CPopProfile& profile) {

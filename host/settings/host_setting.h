@@ -1,7 +1,8 @@
 #pragma once
 
-// The host's own settings file, host.def: the rules that make a tree fit to be left alone. One lies in the root; one in
-// a profile's folder holds only what differs there. A tree without one in its root is run by the engine's rules alone.
+// The host's own settings file, host.def: the rules that make a tree fit to be left alone, and what many profiles
+// share. One lies in the root; one in the folder of a user or of a profile holds only what differs there. A tree
+// without one in its root is run by the engine's rules alone.
 
 #include <optional>
 #include <string>
@@ -44,6 +45,18 @@ struct HostRules {
     int smtp_login = 0;     // the same
     CString token_command;  // the program that prints access tokens; empty: from `tarvex login`
 
+    // The account of profiles that name no SMTP server of their own, by the names and meanings of popprofile.def. None
+    // while smtpserver is empty. See SmtpAccountOf (host/settings/shared_account.h).
+    CString smtpserver;
+    int smtpport = 25;
+    int sslsmtp = 0;
+    bool esmtp = true;
+    bool smtpauth = false;
+    int smtpauth_mode = 0;
+    CString smtpuser;
+    CString smtppassword;         // plain in memory, scrambled in the file
+    bool server_of_user = false;  // no key: whether the user's file names it
+
     PopTls Tls() const { return static_cast<PopTls>(pop_tls); }
     bool operator==(const HostRules&) const = default;
 };
@@ -59,12 +72,18 @@ CommandError NoRules();
 // Whether the tree has rules: whether there is anything called host.def in its root.
 bool HasRules(const CString& root);
 
+// Where a file lies, and whose folder that is.
+enum class RulesPlace { Tree, User, Profile };
+
 // The rules of a tree; nothing when it has none. Throws CommandError (kCannotWrite) when a host.def is there but cannot
 // be read, holds no key or a value that is not allowed: then nothing may be run, for no rules and other rules are both
 // wrong. Reads the files each time.
 std::optional<HostRules> RulesOf(const CString& root);
 
-// The same for a profile, by its directory in the root.
+// The same for a user, by its directory: what its profiles have where they have nothing of their own.
+std::optional<HostRules> RulesOfUser(const CString& root, const CString& user);
+
+// The same for a profile, by its directory in the directory of its user.
 std::optional<HostRules> RulesOf(const CString& root, const CString& profile);
 std::optional<HostRules> RulesOf(const CPopProfile& profile);
 
@@ -72,8 +91,8 @@ std::optional<HostRules> RulesOf(const CPopProfile& profile);
 // cannot be read, since then nothing runs by them.
 HostRules RulesToShow(const CPopProfile& profile);
 
-// The rules that hold when a file is read: its values in the place of others.
-// Throws CommandError. `is_root`: the keys of the root count.
-HostRules RulesIn(const std::string& text, const CString& path, HostRules others, bool is_root);
+// The rules that hold when a file is read: its values in the place of others. A user's file that names an SMTP server
+// names a whole account: no login of the tree goes there. Throws CommandError.
+HostRules RulesIn(const std::string& text, const CString& path, HostRules others, RulesPlace place);
 
 }  // namespace tarvex::host

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/settings/host_setting.h"
+#include "host/settings/value_words.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -23,10 +24,6 @@
 namespace tarvex::host {
 namespace {
 
-constexpr std::array kOnOff = {ValueWord{"on", 1}, ValueWord{"off", 0}};
-constexpr std::array kTls = {ValueWord{"plain", 0}, ValueWord{"tls", 1}, ValueWord{"starttls", 2}};
-constexpr std::array kMethods = {ValueWord{"best", 0}, ValueWord{"plain", 1}, ValueWord{"login", 2},
-                                 ValueWord{"cram-md5", 3}};
 constexpr std::array kTextOnly = {ValueWord{"whole", -100}, ValueWord{"unlimited", 0}};
 constexpr std::array kCutWhite = {ValueWord{"keep", 0}, ValueWord{"compress", 1}, ValueWord{"cut", -1}};
 constexpr std::array kAll = {ValueWord{"all", 0}};
@@ -106,14 +103,15 @@ constexpr std::array kProfileKeys = {
          "Stored only, without effect. For TLS: `tarvex rules set PROFILE --pop_tls tls`"),
     Flag("deletemail", kFetching, &P::deletemail,
          "on: delete a mail on the POP3 server in a run after every address has it"),
-    Text("smtpserver", kSending, "HOST", KeyType::HostName, &P::smtpserver, "SMTP server; empty: popserver"),
+    Text("smtpserver", kSending, "HOST", KeyType::HostName, &P::smtpserver,
+         "SMTP server; empty: that of the user or of the tree (`tarvex rules`), else popserver"),
     Number("smtpport", kSending, "PORT", "TCP port", 1, kHighestPort, {}, &P::smtpport, "TCP port of the SMTP server"),
-    Number("sslsmtp", kSending, "HOW", "", 0, 2, kTls, &P::sslsmtp,
+    Number("sslsmtp", kSending, "HOW", "", 0, 2, kSmtpTls, &P::sslsmtp,
            "tls: encrypted from the first byte (usually port 465); starttls: encrypted before the login, or the "
            "connection fails (usually port 587)"),
     Flag("esmtp", kSending, &P::esmtp, "off: greet with HELO, and never log in"),
     Flag("smtpauth", kSending, &P::smtpauth, "on: log in to the SMTP server"),
-    Number("smtpauth_mode", kSending, "METHOD", "", 0, 3, kMethods, &P::smtpauth_mode,
+    Number("smtpauth_mode", kSending, "METHOD", "", 0, 3, kSmtpMethods, &P::smtpauth_mode,
            "How to log in; best: the best that the server offers"),
     Text("smtpuser", kSending, "NAME", KeyType::Login, &P::smtpuser, "SMTP user name; empty: popuser"),
     Text("smtppassword", kSending, "", KeyType::Password, &P::smtppassword, "SMTP password; empty: the POP3 password"),

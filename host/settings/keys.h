@@ -43,7 +43,8 @@ struct KeyInfo {
     int lowest = 0;                         // of a number
     int highest = 0;
     bool is_needed = false;   // never empty
-    bool is_of_root = false;  // of the rules: not in a profile's folder
+    bool is_of_root = false;  // of the rules: of the whole tree alone
+    bool is_shared = false;   // of the rules: of the tree and of users, not of a profile
 };
 
 template <class Record>

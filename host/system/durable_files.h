@@ -19,9 +19,13 @@ enum class Saved {
 // when something is there that cannot be read.
 std::optional<std::string> ReadWholeFile(const std::string& path);
 
-// Replaces the file, or makes it, for its owner alone. After a crash at any instant it has the old or the new content.
+// Who may read a file that is replaced. One that is new is for its owner alone.
+enum class Readers { AsBefore, OwnerAlone };
+
+// Replaces the file, or makes it. After a crash at any instant it has the old or the new content.
 // Behind a link the file is replaced, and the link stays. Not by two callers at once.
-[[nodiscard]] Saved ReplaceContent(const std::string& path, std::string_view content);
+[[nodiscard]] Saved ReplaceContent(const std::string& path, std::string_view content,
+                                   Readers readers = Readers::AsBefore);
 
 // Waits until the entries of the directory are on disk. False when that fails.
 [[nodiscard]] bool SyncDirectory(const std::string& directory);

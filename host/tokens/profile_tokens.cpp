@@ -2,12 +2,13 @@
 
 #include "host/tokens/profile_tokens.h"
 
+#include "host/settings/shared_account.h"
 #include "tarvex/conversion.h"
 
 namespace tarvex::host {
 
 bool UsesTokens(const HostRules& rules, const CPopProfileSetting& setting) {
-    return rules.pop_login != 0 || (rules.smtp_login != 0 && setting.smtpauth != 0);
+    return rules.pop_login != 0 || (rules.smtp_login != 0 && WithAccount(setting, rules).smtpauth != 0);
 }
 
 TokenOwner OwnerOf(const CPopProfile& profile) { return {profile.path, Utf8FromText(profile.setting.popuser)}; }

@@ -2,6 +2,7 @@
 
 #include "host/tree/listing.h"
 
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -9,11 +10,14 @@
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
 #include "host/settings/schedule_text.h"
+#include "host/settings/shared_account.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/paths.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
+#include "host/tree/account_text.h"
 #include "host/tree/advice.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
@@ -29,10 +33,13 @@ void AddKeys(Json& json, const Record& record) {
     for (const Key<Record>& key : Keys<Record>()) json[key.name] = JsonValue(record, key);
 }
 
+using LeavesOut = std::function<bool(const KeyInfo&)>;
+
 template <class Record>
-void PrintKeys(const Record& record) {
+void PrintKeys(const Record& record, const LeavesOut& leaves_out = {}) {
     Table table({"KEY", "VALUE", "UNIT", "MEANING"});
     for (const Key<Record>& key : Keys<Record>()) {
+        if (leaves_out && leaves_out(key)) continue;
         std::string meaning = key.meaning;
         // The rest of a long one is in the help.
         if (Columns(meaning) > kMeaningColumns) meaning = Wrapped(meaning, kMeaningColumns);
@@ -68,6 +75,7 @@ Json JsonOf(const CRootPath& root, const CUser& user) {
 Json JsonOf(const CRootPath& root, const CPopProfile& profile) {
     Json json = {{"path", ShownName(root, profile.path)}};
     AddKeys(json, profile.setting);
+    json["sends_through"] = JsonOfAccount(profile);
     json["wait_seconds"] = IntervalSeconds(profile.setting.timer);
     json["forwards"] = profile.forward_addresses.size();
     return json;
@@ -156,10 +164,11 @@ Unread ListProfiles(const CRootPath& root, const CUser* only, Form form) {
         const CPopProfileSetting& setting = profile->setting;
         Add(unread, root, profile->path, profile->setting_loaded);
         if (form == Form::Json) json.push_back(JsonOf(root, *profile));
+        const CPopProfileSetting used = SettingsInUse(*profile).setting;
         table.Add({ShownName(root, profile->path), ShowText(setting.nickname), ShowText(setting.address),
-                   Server(setting.popserver, setting.popport),
-                   Server(ServerOf(setting, Protocol::Smtp), setting.smtpport), ShowInterval(setting.timer),
-                   OnOff(setting.status), std::to_string(profile->forward_addresses.size())});
+                   Server(setting.popserver, setting.popport), Server(ServerOf(used, Protocol::Smtp), used.smtpport),
+                   ShowInterval(setting.timer), OnOff(setting.status),
+                   std::to_string(profile->forward_addresses.size())});
     }
     form == Form::Json ? PrintJson(json) : table.Print(std::cout);
     return unread;
@@ -191,7 +200,9 @@ void ShowUser(const CRootPath& root, std::string_view name, Form form) { Show(ro
 void ShowProfile(const CRootPath& root, std::string_view name, Form form) {
     const CPopProfile& profile = *FindProfile(root, name).profile;
     Show(root, profile, form);
-    if (form == Form::Text) std::cout << "\nIt runs " << ShowInterval(profile.setting.timer) << ".\n";
+    if (form == Form::Json) return;
+    std::cout << "\nIt runs " << ShowInterval(profile.setting.timer) << ".\nIt sends through " << ShowAccount(profile)
+              << ".\n";
 }
 
 void ShowForward(const CRootPath& root, std::string_view name, Form form) {
@@ -221,18 +232,27 @@ void ListSchedule(const CRootPath& root, std::string_view name, Form form) {
 void ShowRules(const CRootPath& root, std::string_view name, Form form) {
     const std::optional<HostRules> of_root = RulesOf(root.path);
     if (!of_root) throw NoRules();
-    const CString path = name.empty() ? root.path : FindProfile(root, name).profile->path;
-    const HostRules rules = name.empty() ? *of_root : RulesOf(root.path, path).value();
+    const CString path = name.empty() ? root.path : FindUserOrProfile(root, name);
+    const bool is_user = ParentOf(path) == root.path;
+    const HostRules rules = name.empty() ? *of_root
+                            : is_user    ? RulesOfUser(root.path, path).value()
+                                         : RulesOf(root.path, path).value();
+    const auto is_of_others = [&](const KeyInfo& key) { return key.is_shared && !name.empty() && !is_user; };
     if (form == Form::Json) {
         Json json = {{"path", name.empty() ? "" : ShownName(root, path)}};
         AddKeys(json, rules);
+        for (const Key<HostRules>& key : Keys<HostRules>()) {
+            if (is_of_others(key)) json.erase(key.name);
+        }
         return PrintJson(json);
     }
     std::cout << "Rules of " << (name.empty() ? "the tree" : ShownName(root, path)) << "\n\n";
-    PrintKeys(rules);
+    PrintKeys(rules, is_of_others);
     std::string own;
     for (const Key<HostRules>& key : Keys<HostRules>()) {
-        if (JsonValue(rules, key) != JsonValue(*of_root, key)) own += (own.empty() ? "" : ", ") + std::string(key.name);
+        if (is_of_others(key)) continue;
+        const bool same = std::visit([&](auto field) { return rules.*field == (*of_root).*field; }, key.field);
+        if (!same) own += (own.empty() ? "" : ", ") + std::string(key.name);
     }
     if (!own.empty()) std::cout << "\nNot as in the tree: " << own << ".\n";
 }

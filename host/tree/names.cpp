@@ -211,6 +211,24 @@ NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
     return profiles[Choose(candidates, name, "profile", "profile")];
 }
 
+CString FindUserOrProfile(const CRootPath& root, std::string_view name) {
+    const CUser* user = nullptr;
+    try {
+        user = &FindUser(root, name);
+    } catch (const CommandError& error) {
+        if (error.ExitCode() != kNotFound) throw;
+    }
+    if (!user) return FindProfile(root, name).profile->path;
+    try {
+        const CString profile = FindProfile(root, name).profile->path;
+        throw CommandError(kBadUsage, '"' + ShowUtf8Text(name) + "\" is a user and a profile; write " +
+                                          ShownName(root, user->path) + " or " + ShownName(root, profile));
+    } catch (const CommandError& error) {
+        if (error.ExitCode() != kNotFound) throw;
+    }
+    return user->path;
+}
+
 NamedForward FindForward(const CRootPath& root, std::string_view name) {
     const std::vector<NamedForward> forwards = AllForwards(root);
     std::vector<Candidate> candidates;

@@ -37,6 +37,9 @@ CUser& FindUser(const CRootPath& root, std::string_view name);
 NamedProfile FindProfile(const CRootPath& root, std::string_view name);
 NamedForward FindForward(const CRootPath& root, std::string_view name);
 
+// The directory of a user or of a profile. Throws CommandError, also where the name is that of both.
+CString FindUserOrProfile(const CRootPath& root, std::string_view name);
+
 // The named profiles, each once, in the order of the names; without names all of the tree. Throws CommandError.
 std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names);
 

@@ -44,6 +44,8 @@ public:
         if (EverybodyMayRead(path_)) Add("can be read by every user of the machine, and may hold a password");
     }
 
+    bool Has(std::string_view key) const { return file_.Find(key) != nullptr; }
+
     void AddUnknown(std::span<const std::string_view> names) {
         for (const std::string& header : file_.Headers()) {
             const auto is_it = [&header](std::string_view name) { return IsHeaderOf(header, name); };
@@ -88,7 +90,11 @@ private:
 std::vector<std::string> RemarksOn(const CPopProfile& profile) {
     std::vector<std::string> remarks;
     const CString user = ParentOf(profile.path);
-    FileRemarks(ParentOf(user) + kHostSettingFile, remarks).AddAllOf<HostRules>();
+    for (const CString& folder : {ParentOf(user), user}) {
+        FileRemarks of_rules(folder + kHostSettingFile, remarks);
+        if (of_rules.Has("smtppassword")) of_rules.AddOpen();
+        of_rules.AddAllOf<HostRules>();
+    }
     FileRemarks of_user(user + "\\userset.def", remarks);
     of_user.AddOpen();
     of_user.AddAllOf<CUserSetting>();

@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/settings/shared_account.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
 #include "host/tokens/login_speaker.h"
@@ -44,6 +45,7 @@ public:
     LookingGuard(const CPopProfile& profile, const HostRules& rules)
         : rules_(rules), ways_(ParentOf(ParentOf(profile.path))) {}
 
+    CSmtpAccount SendsThrough(const CPopProfile& profile) override { return SmtpAccountOf(profile.setting, rules_); }
     CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
         return WayTo(server, profile, rules_, &ways_, [this](const TlsOutcome& outcome) { last_.Keep(outcome); });
     }
@@ -110,13 +112,14 @@ void AddTlsStep(CArray<CProbeStep>& steps, const std::optional<TlsOutcome>& outc
 }
 
 // The numbers of sslsmtp mean what those of pop_tls mean.
-PopTls SmtpTlsOf(const CPopProfileSetting& setting) {
-    return setting.sslsmtp == 2 ? PopTls::Stls : setting.sslsmtp == 0 ? PopTls::Off : PopTls::FromTheFirstByte;
+PopTls SmtpTlsOf(const CSmtpAccount& account) {
+    return account.tls == 2 ? PopTls::Stls : account.tls == 0 ? PopTls::Off : PopTls::FromTheFirstByte;
 }
 
 int LoginAt(CProtocol protocol, const CPopProfileSetting& setting, const HostRules& rules) {
     if (protocol == CProtocol::Pop3) return rules.pop_login;
-    return setting.smtpauth != 0 && setting.esmtp != 0 ? rules.smtp_login : 0;
+    const CSmtpAccount account = SmtpAccountOf(setting, rules);
+    return account.logs_in && account.esmtp ? rules.smtp_login : 0;
 }
 
 // Throws TokenTrouble.
@@ -170,7 +173,7 @@ CConnection RefusedConnection(CProtocol protocol, const TokenTrouble& trouble) {
 CConnection WayTo(CServerToReach& server, const CPopProfile& profile, const HostRules& rules, Ways* ways, OnTls on_tls,
                   UsedToken* used) {
     const bool is_smtp = server.protocol == CProtocol::Smtp;
-    const PopTls tls = is_smtp ? SmtpTlsOf(profile.setting) : rules.Tls();
+    const PopTls tls = is_smtp ? SmtpTlsOf(SmtpAccountOf(profile.setting, rules)) : rules.Tls();
     const int login = LoginAt(server.protocol, profile.setting, rules);
     if (login == 0 && (is_smtp || tls == PopTls::Off)) return {};
     if (!ways) return CConnection::Unusable();
@@ -220,7 +223,7 @@ bool TryRelay(const CPopProfile& profile, const HostRules& rules, std::span<cons
     LookingGuard guard(profile, rules);
     const bool good = TrySmtp(profile, guard, recipients, &trial) != 0;
     if (LoginAt(CProtocol::Smtp, profile.setting, rules) != 0)
-        AddTlsStep(trial.steps, guard.Outcome(), SmtpTlsOf(profile.setting));
+        AddTlsStep(trial.steps, guard.Outcome(), SmtpTlsOf(SmtpAccountOf(profile.setting, rules)));
     return good;
 }
 

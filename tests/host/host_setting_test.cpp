@@ -73,6 +73,23 @@ TEST_F(RulesFile, HoldsHowToLogIn) {
     EXPECT_THAT(Refusal(), HasSubstr("pop_login cannot be \"3\""));
 }
 
+// The folder of the user lies between.
+TEST(RulesFiles, OfAUserStandsBetweenThoseOfTreeAndProfile) {
+    const testing::TempDir root;
+    std::filesystem::create_directories(std::string(root / "user0/from0"));
+    testing::WriteFile(root / "host.def", "[floodlimit]\n1\n[runsize]\n1\n[heldsize]\n1\n[allruns]\n1\n");
+    testing::WriteFile(root / "user0/host.def", "[runsize]\n2\n[heldsize]\n2\n[allruns]\n2\n");
+    testing::WriteFile(root / "user0/from0/host.def", "[heldsize]\n3\n");
+    HostRules expected;
+    expected.floodlimit = 1;
+    expected.runsize = 2;
+    expected.heldsize = 3;
+    expected.allruns = 1;
+    EXPECT_EQ(RulesOf(root.String(), root.String() + "\\user0\\from0"), expected);
+    expected.heldsize = 2;
+    EXPECT_EQ(RulesOfUser(root.String(), root.String() + "\\user0"), expected);
+}
+
 TEST_F(RulesFile, IsNeverGuessedAt) {
     for (const char* const text :
          {"", "\r\n", "; [floodlimit]\n", "[nonsense]\n1\n", "[floodlimit]\n", "[floodlimit]\nmany\n",

@@ -22,8 +22,8 @@ struct ManyProfiles {
     bool yes = false;                // nobody is asked
 };
 
-// Shows what would change and asks, then changes one profile after the other, each whole. Returns the exit code; throws
-// CommandError, which says how many were changed.
-int SetMany(const Context& context, const ManyProfiles& chosen, const KeyOptions& keys);
+// Shows what would change and asks, then changes one profile after the other, each whole: settings by `keys`, rules by
+// `host_keys`. Returns the exit code; throws CommandError, which says how many were changed.
+int SetMany(const Context& context, const ManyProfiles& chosen, const KeyOptions& keys, const KeyOptions& host_keys);
 
 }  // namespace tarvex::host

@@ -53,7 +53,7 @@ bool SyncFolder(const fs::path& folder) {
 
 }  // namespace
 
-Saved ReplaceContent(const std::string& path, std::string_view content) {
+Saved ReplaceContent(const std::string& path, std::string_view content, Readers readers) {
     std::error_code error;
     const fs::path file = fs::weakly_canonical(NativePath(path), error);
     if (error) return Saved::No;
@@ -62,8 +62,8 @@ Saved ReplaceContent(const std::string& path, std::string_view content) {
     if (is_there && !S_ISREG(status.st_mode)) return Saved::No;
     fs::path fresh = file;
     fresh += ".new";
-    if (!WriteNew(fresh, is_there ? status.st_mode & 0777U : 0600U, content) ||
-        rename(fresh.c_str(), file.c_str()) != 0) {
+    const mode_t mode = is_there && readers == Readers::AsBefore ? status.st_mode & 0777U : 0600U;
+    if (!WriteNew(fresh, mode, content) || rename(fresh.c_str(), file.c_str()) != 0) {
         unlink(fresh.c_str());
         return Saved::No;
     }

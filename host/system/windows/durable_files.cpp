@@ -26,7 +26,8 @@ bool WriteNew(const fs::path& file, std::string_view content) {
 
 }  // namespace
 
-Saved ReplaceContent(const std::string& path, std::string_view content) {
+// A new file has the access rights of its folder.
+Saved ReplaceContent(const std::string& path, std::string_view content, Readers /*readers*/) {
     std::error_code error;
     const fs::path file = fs::weakly_canonical(NativePath(path), error);
     if (error) return Saved::No;

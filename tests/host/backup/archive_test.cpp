@@ -71,10 +71,10 @@ TEST(Archive, GivesBackFilesOfEverySize) {
 TEST(Archive, TakesEveryFileThatATreeKeepsAndNothingElse) {
     for (const char* const name :
          {"host.def", "providers.d/google.def", ".tarvex/sent.db", ".tarvex/sent.recent", ".tarvex/history.db",
-          ".tarvex/tokens/user0+from0.json", "user0/userset.def", "user/from/popprofile.def", "user0/from0/host.def",
-          "user0/from0/profile.log", "user0/from0/held/7.def", "user0/from0/held/999999999.mail",
-          "user0/from0/forwardto0/forwardaddress.def", "user0/from0/forwardto0/schedule.def",
-          "user0/from0/forwardto0/uidl.def"}) {
+          ".tarvex/tokens/user0+from0.json", "user0/userset.def", "user0/host.def", "user/from/popprofile.def",
+          "user0/from0/host.def", "user0/from0/profile.log", "user0/from0/held/7.def",
+          "user0/from0/held/999999999.mail", "user0/from0/forwardto0/forwardaddress.def",
+          "user0/from0/forwardto0/schedule.def", "user0/from0/forwardto0/uidl.def"}) {
         EXPECT_TRUE(host::IsNameOfTree(name)) << name;
     }
     for (const char* const name : {"",

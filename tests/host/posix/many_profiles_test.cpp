@@ -101,6 +101,23 @@ TEST_F(ManyProfiles, AllConditionsMustHold) {
     }
 }
 
+TEST_F(ManyProfiles, RulesAreConditionsAndAreSetToo) {
+    WriteFile(host_.Root() + "/host.def", "[version]\r\n0\r\n");
+    WriteFile(host_.Root() + "/user0/host.def", "[pop_tls]\r\n2\r\n");
+    WriteFile(host_.Root() + "/user1/from0/host.def", "[pop_tls]\r\n1\r\n");
+    EXPECT_THAT(Set({"--where", "pop_tls=starttls", "--pop_tls", "tls", "--popport", "995"}).printed,
+                AllOf(HasSubstr("user0/from0 (a@example.org):\n  pop_tls: \"starttls\" -> \"tls\"\n  popport: "),
+                      HasSubstr("user0/from1"), Not(HasSubstr("user1"))));
+    const Said said = Set({"--where", "pop_tls=starttls", "--pop_tls", "tls", "--popport", "995", "--yes"});
+    EXPECT_EQ(said.code, 0) << said.errors;
+    EXPECT_THAT(said.printed, HasSubstr("Changed 2 profiles."));
+    EXPECT_EQ(Set({"--where", "pop_tls=starttls", "--timer", "5", "--yes"}).code, kNotFound);
+    EXPECT_EQ(Set({"--where", "popport=995", "--where", "pop_tls=tls", "--timer", "5", "--yes"}).code, 0);
+    EXPECT_EQ(Set({"--all", "--pop_tls", "sometimes", "--yes"}).code, kBadUsage);
+    std::filesystem::remove(host_.Root() + "/host.def");
+    EXPECT_THAT(Set({"--all", "--pop_tls", "tls", "--yes"}).errors, HasSubstr("tarvex init --rules"));
+}
+
 TEST_F(ManyProfiles, WithoutAYesTheChangesAreShownAndNotMade) {
     const Said said = Set({"--user", "taro", "--popport", "995", "--smtp-password-stdin"});
     EXPECT_EQ(said.code, kBadUsage);
