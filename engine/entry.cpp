@@ -122,6 +122,8 @@ void InterruptRuns(CRootPath& root) {
 
 void InterruptRun(CPopProfile& copy) { tarvex::InterruptThread(copy.worker_thread.load()); }
 
+bool RunIsInterrupted() { return tarvex::ThreadInterrupted(); }
+
 bool StartWork(CPopProfile& copy, std::function<void()> work) {
     return tarvex::Shielded(false, [&] {
         auto own = std::make_unique<tarvex::Work>(tarvex::Work{copy, std::move(work)});

@@ -67,7 +67,6 @@ public:
         for (const NamedProfile& named : chosen_) QueueIfWanted(*named.user, *named.profile);
         const bool done = RunQueue();
         if (!done) {
-            rules_.Stop();
             InterruptRuns(root_);
             root_.WaitThread(-1);
             TakeEnded();

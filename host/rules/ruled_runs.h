@@ -51,9 +51,6 @@ public:
     RuleMemory& Memory() { return memory_; }
     Ways& WaysOut() { return ways_; }
 
-    // Ends the waits for tokens, of runs that are under way and to come.
-    void Stop() { ways_.tokens.Stop(); }
-
 private:
     struct Run {
         std::unique_ptr<RunRules> rules;

@@ -2,11 +2,12 @@
 
 #include "host/tokens/access_tokens.h"
 
+#include "tarvex/tarvex.h"
+
 namespace tarvex::host {
 
 std::string AccessTokens::Of(const TokenOwner& owner, const std::string& command) {
-    const Stops stops = [this] { return stopped_.load(); };
-    return command.empty() ? of_providers_.Of(owner, stops) : of_commands_.Of(command, stops);
+    return command.empty() ? of_providers_.Of(owner, RunIsInterrupted) : of_commands_.Of(command, RunIsInterrupted);
 }
 
 std::string AccessTokens::WhyWaiting(const TokenOwner& owner, const std::string& command) const {

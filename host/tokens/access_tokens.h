@@ -3,7 +3,6 @@
 // Where the runs of a tree have their access tokens from: from the profile's `token_command`, else from the provider at
 // which `tarvex login` has logged in.
 
-#include <atomic>
 #include <string>
 
 #include "host/tokens/command_tokens.h"
@@ -18,7 +17,8 @@ public:
     // `root` is the path of the tree.
     explicit AccessTokens(const std::string& root) : of_providers_(root) {}
 
-    // May take half a minute. `command` is empty where there is none, else UTF-8. Throws TokenTrouble.
+    // May take half a minute; ends when the run that asks is interrupted. `command` is empty where there is none, else
+    // UTF-8. Throws TokenTrouble.
     std::string Of(const TokenOwner& owner, const std::string& command);
 
     // Why there will be no token before `tarvex login`; empty when there may be one. Asks nobody.
@@ -27,13 +27,9 @@ public:
     // The mail server does not take this one: the next is a new one.
     void Refused(const TokenOwner& owner, const std::string& command, const std::string& access_token);
 
-    // Ends every wait, and those to come.
-    void Stop() { stopped_ = true; }
-
 private:
     ProviderTokens of_providers_;
     CommandTokens of_commands_;
-    std::atomic<bool> stopped_ = false;
 };
 
 }  // namespace tarvex::host

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <thread>
 
 #include "host/system/program_output.h"
 #include "host/tokens/token_answer.h"
@@ -15,6 +16,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kCommandTime = 30s;
+constexpr auto kLockPoll = 20ms;
 constexpr long long kUsualLife_s = 300;
 constexpr long long kSpare_s = 60;
 
@@ -70,7 +72,11 @@ std::shared_ptr<CommandTokens::Kept> CommandTokens::KeptOf(const std::string& co
 
 std::string CommandTokens::Of(const std::string& command, const Stops& stops) {
     const std::shared_ptr<Kept> kept = KeptOf(command);
-    const std::scoped_lock lock(kept->mutex);
+    std::unique_lock lock(kept->mutex, std::try_to_lock);
+    while (!lock.owns_lock() && !lock.try_lock()) {
+        if (stops()) throw Trouble(TokenTroubleKind::ForNow, "was interrupted");
+        std::this_thread::sleep_for(kLockPoll);
+    }
     if (!kept->token.empty() && kept->expires > std::time(nullptr)) return kept->token;
     kept->token.clear();
     const ProgramOutput output = OutputOf(WordsOf(command), kCommandTime, kMostAnswerBytes, stops);

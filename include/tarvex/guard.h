@@ -9,7 +9,7 @@
 // Ownership: the guard stays the host's and must live until the worker-thread field of the copy reads null.
 // Threads: every question is asked on the worker's thread, in the order of the run. One guard for several runs is asked
 // by their threads at once. A guard may block: its run waits, and InterruptRuns ends that wait only where the guard
-// does. `profile` is the running copy.
+// asks RunIsInterrupted. `profile` is the running copy.
 // Errors: a guard must not throw. An exception ends the step, as want of memory does.
 
 #include <cstdint>

@@ -41,6 +41,10 @@ TARVEX_API void InterruptRuns(CRootPath& root);
 // The same for one run, by its copy in root.running_copies, or for the work of a copy.
 TARVEX_API void InterruptRun(CPopProfile& copy);
 
+// Whether the calling thread is that of a run, or of work of StartWork, that has been told to end: for a guard that
+// waits. False on any other thread.
+[[nodiscard]] TARVEX_API bool RunIsInterrupted();
+
 // Does work of the host's own with a copy of a profile, on a worker thread: what the work waits for in that copy's
 // conversations ends at once, and none begins any more, after InterruptRun(copy). The copy belongs to the host and must
 // live until its worker-thread field reads null again. An exception ends the work. False when there is no thread or no

@@ -309,7 +309,6 @@ void Service::Stop(int signal) {
     stopping_ = true;
     look_at_clients_ = true;
     AnswerClients();
-    rules_.Stop();
     InterruptRuns(root_);
     for (const auto& [path, sender] : senders_) sender->Stop();
     root_.WaitThread(-1);

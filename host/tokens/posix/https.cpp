@@ -5,8 +5,10 @@
 #include <curl/curl.h>
 
 #include <array>
+#include <chrono>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string_view>
 
 #include "host/tokens/token_answer.h"
@@ -35,9 +37,21 @@ std::size_t Take(const char* bytes, std::size_t one, std::size_t count, void* bo
     return one * count;
 }
 
+// How long an answer is still waited for that may hold a new refresh token in the place of the old one.
+constexpr std::chrono::seconds kGrace{3};
+
+struct Waiting {
+    const Stops& stops;
+    std::optional<std::chrono::steady_clock::time_point> stopped;
+};
+
 // Asked about once a second, and more often while bytes flow.
-int MayGoOn(void* stops, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    return (*static_cast<const Stops*>(stops))() ? 1 : 0;
+int MayGoOn(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent_bytes) {
+    auto& waiting = *static_cast<Waiting*>(context);
+    if (!waiting.stopped && !waiting.stops()) return 0;
+    const auto now = std::chrono::steady_clock::now();
+    if (!waiting.stopped) waiting.stopped = now;
+    return sent_bytes == 0 || now - *waiting.stopped >= kGrace ? 1 : 0;
 }
 
 // A message that nobody is to see holds no secret, but a stranger's words.
@@ -81,6 +95,7 @@ HttpAnswer Post(const std::string& url, const Form& form, const std::string& aut
     const std::string fields = Encoded(form);
     const bool in_clear = url.starts_with("http://127.0.0.1");
     HttpAnswer answer;
+    Waiting waiting{stops, {}};
     std::array<char, CURL_ERROR_SIZE> details{};
     bool set = true;
     const auto option = [&](CURLoption name, auto value) {
@@ -108,7 +123,7 @@ HttpAnswer Post(const std::string& url, const Form& form, const std::string& aut
     option(CURLOPT_WRITEDATA, static_cast<void*>(&answer.body));
     option(CURLOPT_NOPROGRESS, 0L);
     option(CURLOPT_XFERINFOFUNCTION, MayGoOn);
-    option(CURLOPT_XFERINFODATA, const_cast<void*>(static_cast<const void*>(&stops)));
+    option(CURLOPT_XFERINFODATA, static_cast<void*>(&waiting));
     option(CURLOPT_ERRORBUFFER, details.data());
     if (!set) throw TokenTrouble(TokenTroubleKind::ForNow, "libcurl lacks an option that is needed");
     if (const CURLcode code = curl_easy_perform(curl.get()); code != CURLE_OK) Fail(code, details.data());

@@ -208,6 +208,22 @@ TEST_F(TokenWay, GoesOnWhenTheRelayIsBack) {
     EXPECT_EQ(Run(server.Port()).ending, CRunEnding::Delivered) << relay.Transcript();
 }
 
+// Two runs wait: one for the program, the other for the first.
+TEST_F(TokenWay, WaitForATokenEndsWithTheRun) {
+    const std::string begun = tree.Folder() / "begun";
+    WriteFile(tree.Folder() / "slow", "#!/bin/sh\necho x >> " + begun + "\nsleep 60\n");
+    std::filesystem::permissions(tree.Folder() / "slow", std::filesystem::perms{0700});
+    Use({{"pop_tls", "1"}, {"pop_login", "1"}, {"token_command", tree.Folder() / "slow"}});
+    CPopProfile& second = tree.AddProfile(1, smtp.Port());
+    AddAddress(second, "a@example.net");
+    for (CPopProfile* const one : {&profile, &second}) ASSERT_EQ(runs.Start(tree.root, *one), CStartResult::Started);
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (!std::filesystem::exists(begun) && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    InterruptRuns(tree.root);
+    EXPECT_EQ(tree.root.WaitThread(20'000), 1);
+    for (const auto& copy : tree.root.running_copies) EXPECT_TRUE(copy->result.interrupted);
+}
+
 struct WithoutToken {
     std::map<std::string, std::string> keys;
     std::string reply;  // begins so
