@@ -157,6 +157,13 @@ std::string HowTheLastRunEnded(const Status& status) {
     return HowItEnded(status.history->last.result, status.history->failed_in_a_row, kReasonWidth);
 }
 
+// The table has room for the beginning of a long one.
+std::string ReasonThatWasCut(const Status& status) {
+    if (!status.trouble.empty() || !status.history || !IsFailure(status.history->last.result.ending)) return {};
+    const std::string reason = ReasonOf(status.history->last.result);
+    return OneLine(reason, kReasonWidth) == OneLine(reason, kWordsWidth) ? "" : OneLine(reason, kWordsWidth);
+}
+
 std::string LastRun(const Status& status) {
     if (status.history) return ShowTime(status.history->last.started);
     return status.ran_unrecorded ? ShowTime(status.last_due) : "never";
@@ -184,6 +191,8 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
     table.Print(std::cout);
     for (const Status& status : all) {
         if (!status.trouble.empty()) std::cout << status.name << ": " << status.trouble << '\n';
+        if (const std::string reason = ReasonThatWasCut(status); !reason.empty())
+            std::cout << status.name << ": failed: " << reason << '\n';
         if (!status.held.IsEmpty()) {
             std::cout << status.name << ": " << ShowHeld(status.held) << "; `tarvex held list " << status.name
                       << "` shows why\n";
