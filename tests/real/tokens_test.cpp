@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "tests/real/servers/servers_fixture.h"
@@ -41,7 +42,14 @@ protected:
         const std::string login = std::to_string(GetParam().login);
         WriteFile(folder + "/host.def", "[pop_tls]\n" + std::to_string(GetParam().tls) + "\n[pop_login]\n" + login +
                                             "\n[smtp_login]\n" + login + "\n[tls_authority]\n" + folder +
-                                            "/ca.pem\n[token_command]\ncat " + folder + "/token\n");
+                                            "/ca.pem\n[token_command]\n" + PrintingOf(folder + "/token") + '\n');
+    }
+
+    // A command that prints the file.
+    static std::string PrintingOf(std::string file) {
+        if (!HostCommand().back().ends_with(".exe")) return "cat " + file;
+        std::ranges::replace(file, '/', '\\');
+        return "cmd /c type " + file;
     }
 
     const std::vector<GeneratedMail> mails_ = MakeOrdinaryMails(5, 2'000);
