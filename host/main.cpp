@@ -107,6 +107,7 @@ int main(int argc, char** argv) {
     AddLoginCommand(app, context);
     AddHeldCommands(app, context);
     AddAcceptCommands(app, context);
+    AddImportCommands(app, context);
     AddBackupCommands(app, context);
     app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.")
         ->callback([&context] { context.command = Demo; });

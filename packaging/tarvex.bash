@@ -18,12 +18,12 @@ _tarvex() {
             --root) root=(--root "${words[++i]-}") ;;
             --root=*) root=("$word") ;;
             -*) ;;
-            user | profile | forward | schedule | settings | rules | held)
+            user | profile | forward | schedule | settings | rules | held | import)
                 if ((${#command[@]} == 0)); then command=("$word"); fi
                 ;;
             *)
                 case ${#command[@]}:${command[0]-} in
-                    0: | 1:user | 1:profile | 1:forward | 1:schedule | 1:settings | 1:held) command+=("$word") ;;
+                    0: | 1:user | 1:profile | 1:forward | 1:schedule | 1:settings | 1:held | 1:import) command+=("$word") ;;
                     1:rules) if [[ $word == show || $word == set ]]; then command+=("$word"); fi ;;
                 esac
                 ;;

@@ -254,11 +254,7 @@ std::string Editor::SetProfile(CPopProfile& profile) {
 void Editor::RefuseSecondMailbox(const CPopProfileSetting& draft) const {
     if (request_.again) return;
     for (const NamedProfile& named : AllProfiles(root_)) {
-        const CPopProfileSetting& other = named.profile->setting;
-        if (Lower(other.popserver) != Lower(draft.popserver) || other.popport != draft.popport ||
-            other.popuser != draft.popuser) {
-            continue;
-        }
+        if (!FetchTheSame(named.profile->setting, draft)) continue;
         throw CommandError(kBadUsage, Shown(named.profile->path) + " fetches from the same mailbox, that of \"" +
                                           ShowText(draft.popuser) + "\" at " + ShowText(draft.popserver) +
                                           "; --again adds it all the same");
@@ -372,6 +368,11 @@ std::string Editor::EditHostRules() {
 }
 
 }  // namespace
+
+bool FetchTheSame(const CPopProfileSetting& one, const CPopProfileSetting& other) {
+    return Lower(one.popserver) == Lower(other.popserver) && one.popport == other.popport &&
+           one.popuser == other.popuser;
+}
 
 std::string WhatGoes(const CUser& user) {
     return ShowText(user.setting.loginname) + ", with " + Counted(user.profiles.size(), "profile", "profiles");

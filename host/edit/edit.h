@@ -58,6 +58,9 @@ struct Reply {
     std::string error;    // one sentence without a line end, when the exit code is not 0
 };
 
+// Whether the two fetch from the same mailbox: what it holds would be forwarded twice.
+bool FetchTheSame(const CPopProfileSetting& one, const CPopProfileSetting& other);
+
 // What a removal takes away, as the person is asked who wants it.
 std::string WhatGoes(const CUser& user);
 std::string WhatGoes(const CPopProfile& profile);
