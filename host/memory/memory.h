@@ -97,7 +97,7 @@ public:
     void RecordId(const CString& uidl, const MailDigest& digest, CTime now, std::int64_t size_bytes = -1);
     // The mailbox holds these ids: their copies stay remembered, and the notes about ids that are gone go. Most calls
     // have nothing to do, for once a week is enough.
-    void Seen(std::span<const CString> uidls, CTime now);
+    void Seen(std::span<const std::string_view> uidls, CTime now);
 
     // ---- loops
 
@@ -181,7 +181,7 @@ private:
     friend class RuleMemory;
     ProfileMemory(MemoryState& state, RememberedProfile& profile) : state_(&state), profile_(&profile) {}
 
-    bool BeginSeen(std::span<const CString> uidls, CTime now);
+    bool BeginSeen(std::span<const std::string_view> uidls, CTime now);
 
     MemoryState* state_;
     RememberedProfile* profile_;

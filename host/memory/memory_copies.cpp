@@ -64,7 +64,7 @@ std::vector<CString> SubjectsOf(const RememberedProfile& profile, Matter matter)
     return subjects;
 }
 
-void ForgetGoneIds(MemoryState& state, RememberedProfile& profile, std::span<const CString> present) {
+void ForgetGoneIds(MemoryState& state, RememberedProfile& profile, std::span<const std::string_view> present) {
     std::optional<Listing> listing;  // is made where it is needed
     for (const Matter matter : {Matter::NotFetched, Matter::NotDeleted}) {
         for (const CString& uidl : SubjectsOf(profile, matter)) {
@@ -81,8 +81,8 @@ void ForgetOldRefusals(MemoryState& state, RememberedProfile& profile, CTime now
     }
 }
 
-void RefreshIds(Database& file, std::int64_t profile, std::span<const CString> uidls, CTime now) {
-    for (const CString& uidl : uidls) {
+void RefreshIds(Database& file, std::int64_t profile, std::span<const std::string_view> uidls, CTime now) {
+    for (const std::string_view uidl : uidls) {
         file.Lend("UPDATE ids SET seen = ? WHERE profile = ? AND uidl = ?")->With(now, profile, uidl).Run();
         file.Lend("UPDATE copies SET seen = ? WHERE digest = (SELECT digest FROM ids WHERE profile = ? AND uidl = ?)")
             ->With(now, profile, uidl)
@@ -238,7 +238,7 @@ void WriteIds(Database& file, RememberedProfile& profile) {
 }
 
 // Takes the lock anew for each step, so that other runs do not wait for a large mailbox.
-void ProfileMemory::Seen(std::span<const CString> uidls, CTime now) {
+void ProfileMemory::Seen(std::span<const std::string_view> uidls, CTime now) {
     constexpr std::size_t kAtOnce = 500;
     if (!BeginSeen(uidls, now)) return;
     for (std::size_t i = 0; i < uidls.size(); i += kAtOnce) {
@@ -255,7 +255,7 @@ void ProfileMemory::Seen(std::span<const CString> uidls, CTime now) {
 }
 
 // Whether there is something to refresh.
-bool ProfileMemory::BeginSeen(std::span<const CString> uidls, CTime now) {
+bool ProfileMemory::BeginSeen(std::span<const std::string_view> uidls, CTime now) {
     const std::scoped_lock lock(state_->mutex);
     if (uidls.empty()) return false;  // a server that lists nothing once
     ForgetGoneIds(*state_, *profile_, uidls);

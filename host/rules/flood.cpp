@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
-#include <unordered_set>
 
 #include "host/history/history.h"
 #include "host/system/paths.h"
@@ -24,11 +23,17 @@ struct Compared {
     std::size_t gone = 0;  // of the known
 };
 
-Compared Compare(const CForwardAddress& address, std::span<const CMailOnServer> listing) {
-    const std::unordered_set<std::string_view> known(address.uidls.begin(), address.uidls.end());
-    const auto still_there = static_cast<std::size_t>(
-        std::ranges::count_if(listing, [&](const CMailOnServer& mail) { return known.contains(mail.uidl); }));
-    return {listing.size() - still_there, known.size(), known.size() - std::min(known.size(), still_there)};
+Compared Compare(const CForwardAddress& address, const SortedIds& listed) {
+    SortedIds known(address.uidls.begin(), address.uidls.end());
+    Sort(known);
+    DropRepeated(known);
+    auto next = known.begin();
+    const auto is_known = [&](std::string_view uidl) {
+        while (next != known.end() && *next < uidl) ++next;
+        return next != known.end() && *next == uidl;
+    };
+    const auto still_there = static_cast<std::size_t>(std::ranges::count_if(listed, is_known));
+    return {listed.size() - still_there, known.size(), known.size() - std::min(known.size(), still_there)};
 }
 
 bool HasHadCopies(const std::string& root, const CPopProfile& profile, const CString& address) {
@@ -56,11 +61,11 @@ std::string Words(const Compared& ids, const CString& to) {
 
 }  // namespace
 
-std::optional<std::string> WhyFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing,
-                                    const HostRules& rules, ProfileMemory& memory, const std::string& root) {
+std::optional<std::string> WhyFlood(const CPopProfile& profile, const SortedIds& listed, const HostRules& rules,
+                                    ProfileMemory& memory, const std::string& root) {
     for (const auto& address : profile.forward_addresses) {
         if (!address->takes_part) continue;
-        const Compared ids = Compare(*address, listing);
+        const Compared ids = Compare(*address, listed);
         if (ids.fresh <= static_cast<std::size_t>(rules.floodlimit) || ids.gone * 5 < ids.known * 4) continue;
         const CString& to = address->setting.address;
         if (rules.sentonce && memory.HasSentAny(to)) continue;

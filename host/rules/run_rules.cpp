@@ -54,11 +54,12 @@ std::optional<CRunFailure> WhyNoSmtp(const CPopProfile& profile, CRunGuard& guar
 // The server was not asked to take it.
 bool IsUnasked(const HeldRecord& record) { return record.damage.empty() && record.kind != HeldKind::Refused; }
 
-bool HasOtherIds(const CPopProfile& profile, const std::unordered_set<std::string_view>& listed) {
+bool HasOtherIds(const CPopProfile& profile, const SortedIds& listed) {
     bool has_known = false;
     for (const auto& address : profile.forward_addresses) {
         has_known = has_known || !address->uidls.empty();
-        if (std::ranges::any_of(address->uidls, [&](const auto& uidl) { return listed.contains(uidl); })) return false;
+        const auto is_listed = [&](std::string_view uidl) { return std::ranges::binary_search(listed, uidl); };
+        if (std::ranges::any_of(address->uidls, is_listed)) return false;
     }
     return has_known && !listed.empty();
 }
@@ -102,19 +103,18 @@ bool RunRules::Begins(const CPopProfile& profile) {
 }
 
 bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer> listing) {
-    std::unordered_set<std::string_view> ids;
-    std::vector<CString> uidls;
-    for (const CMailOnServer& mail : listing) {
-        if (mail.uidl.empty()) continue;
-        if (!ids.insert(mail.uidl).second) {
-            twice_.emplace(mail.uidl);
-        } else {
-            uidls.emplace_back(mail.uidl);
-        }
+    SortedIds ids;
+    ids.reserve(listing.size());
+    for (const CMailOnServer& mail : listing) ids.push_back(mail.uidl);
+    Sort(ids);
+    if (rules_.floodguard && HasFlood(profile, ids)) return false;
+    ids.erase(ids.begin(), std::ranges::upper_bound(ids, std::string_view()));  // those that are empty
+    for (auto id = std::ranges::adjacent_find(ids); id != ids.end(); id = std::adjacent_find(id + 1, ids.end())) {
+        twice_.emplace(*id);
     }
-    if (rules_.floodguard && HasFlood(profile, listing)) return false;
+    DropRepeated(ids);
     kept_ = kept_mails_.Take(profile, Now());
-    profile_memory_.Seen(uidls, Now());
+    profile_memory_.Seen(ids, Now());
     std::vector<CString> addresses;
     for (const auto& address : profile.forward_addresses) addresses.push_back(address->setting.address);
     profile_memory_.KeepNotesOf(addresses, Now());
@@ -149,9 +149,9 @@ void RunRules::TakeTurns(std::span<const CMailOnServer> listing) {
     rotation_.Begin(std::move(numbers));
 }
 
-bool RunRules::HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing) {
+bool RunRules::HasFlood(const CPopProfile& profile, const SortedIds& listed) {
     if (profile_memory_.GivenAnswer() == WaitAnswer::Send) return false;
-    const auto why = WhyFlood(profile, listing, rules_, profile_memory_, memory_.Root());
+    const auto why = WhyFlood(profile, listed, rules_, profile_memory_, memory_.Root());
     if (why) profile_memory_.Wait(*why, Now());
     return why.has_value();
 }

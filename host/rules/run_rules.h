@@ -20,6 +20,7 @@
 #include "host/rules/byte_budget.h"
 #include "host/rules/kept_mail.h"
 #include "host/rules/left_mail.h"
+#include "host/rules/listed_ids.h"
 #include "host/rules/rotation.h"
 #include "host/rules/servers_fault.h"
 #include "host/settings/host_setting.h"
@@ -105,7 +106,7 @@ private:
     void TakeTurns(std::span<const CMailOnServer> listing);
     std::optional<CString> AsFetched(CString text, const Fetched& fetched);
     bool TakeFromBudget(const CPopProfile& profile, std::int64_t held_bytes, std::int64_t bytes);
-    bool HasFlood(const CPopProfile& profile, std::span<const CMailOnServer> listing);
+    bool HasFlood(const CPopProfile& profile, const SortedIds& listed);
     bool HasEverybody(const CPopProfile& profile, std::string_view uidl);
     void NoteHeld(const CPopProfile& profile, const HeldRecord& record);
     void NoteId(const Fetched& fetched);

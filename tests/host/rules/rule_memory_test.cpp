@@ -291,7 +291,7 @@ TEST_F(Memory, KeepsACopyFor400DaysAfterItWasSentOrSeenLast) {
     Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(1), kNow);
     Profile().RecordId("1", Mail(1), kNow);
     for (int mail = 2; mail <= 10; ++mail) Profile().RecordSent(std::vector<CString>{"a@x"}, Mail(mail), kNow);
-    Profile().Seen(std::vector<CString>{"1"}, kNow + 2 * kDay);
+    Profile().Seen(std::vector<std::string_view>{"1"}, kNow + 2 * kDay);
     EXPECT_EQ(Number("SELECT count(*) FROM copies"), 10);
 
     // Each save cleans a part.
@@ -319,11 +319,12 @@ TEST_F(Memory, ACopyThatIsAskedForAgainStays) {
 }
 
 TEST_F(Memory, NotesOnceAWeekWhatIsInTheMailbox) {
-    std::vector<CString> listing;
+    std::vector<CString> ids;
+    for (int mail = 0; mail < 1200; ++mail) ids.push_back(std::to_string(mail));
+    std::vector<std::string_view> listing(ids.begin(), ids.end());
     for (int mail = 0; mail < 1200; ++mail) {
-        listing.push_back(std::to_string(mail));
         Profile().RecordSent(std::vector<CString>{"a@x", "b@x"}, Mail(mail), kNow);
-        Profile().RecordId(listing.back(), Mail(mail), kNow);
+        Profile().RecordId(ids[static_cast<std::size_t>(mail)], Mail(mail), kNow);
     }
     const auto seen_at = [&](CTime now) {
         return Number("SELECT count(*) FROM copies WHERE seen = " + std::to_string(now));
@@ -343,7 +344,7 @@ TEST_F(Memory, ForgetsTheTroubleOfIdsThatAreGone) {
     Profile().CountNotFetched("1", "-ERR", kNow);
     Profile().CountNotFetched("2", "-ERR", kNow);
     Profile().RecordNotDeleted("3", "-ERR", kNow);
-    Profile().Seen(std::vector<CString>{"2"}, kNow);
+    Profile().Seen(std::vector<std::string_view>{"2"}, kNow);
     EXPECT_EQ(Profile().Notes(Matter::NotFetched).size(), 1u);
     EXPECT_TRUE(Profile().Notes(Matter::NotFetched).contains("2"));
     ExpectAlsoLater([&] { return Profile().Notes(Matter::NotDeleted).empty(); });
@@ -425,7 +426,7 @@ TEST_F(Memory, WhatCannotBeWrittenIsKnownAllTheSameAndWrittenLater) {
     EXPECT_EQ(profile->DigestOfId("1"), mail);
     EXPECT_FALSE(profile->HasPassed(Passing(1, 1), "1", kNow));
     EXPECT_TRUE(profile->HasPassed(Passing(1, 2), "2", kNow));
-    profile->Seen(std::vector<CString>{"1"}, kNow);
+    profile->Seen(std::vector<std::string_view>{"1"}, kNow);
     ASSERT_EQ(told_.size(), 1u);
     EXPECT_NE(told_[0].find("cannot be written"), std::string::npos);
     fs::remove(root_ + "/.tarvex");
