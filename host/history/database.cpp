@@ -50,7 +50,8 @@ void Statement::Bind(int place, std::string_view text) {
 }
 
 void Statement::Bind(int place, std::span<const unsigned char> bytes) {
-    Require(sqlite3_bind_blob64(statement_.get(), place, bytes.data(), bytes.size(), SQLITE_TRANSIENT),
+    const void* const data = bytes.empty() ? "" : static_cast<const void*>(bytes.data());  // a null pointer means NULL
+    Require(sqlite3_bind_blob64(statement_.get(), place, data, bytes.size(), SQLITE_TRANSIENT),
             sqlite3_db_handle(statement_.get()));
 }
 
@@ -77,6 +78,9 @@ void Database::Close::operator()(sqlite3* database) const { sqlite3_close(databa
 
 Database::Database(const std::string& utf8_path, Use use, std::chrono::milliseconds patience) {
     const int flags = use == Use::Write ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY;
+    // Nobody asks how much memory is in use, and to count it takes a lock at every allocation.
+    static const int counting_is_off = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    static_cast<void>(counting_is_off);
     sqlite3* opened = nullptr;
     const int result = sqlite3_open_v2(utf8_path.c_str(), &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     database_.reset(opened);  // also after a failure
