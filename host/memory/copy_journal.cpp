@@ -31,7 +31,9 @@ std::string LineOf(const SentCopy& copy) {
 }
 
 bool FitsALine(const SentCopy& copy) {
-    const auto fits = [](const std::string& part) { return part.find_first_of("\t\n") == std::string::npos; };
+    const auto fits = [](const std::string& part) {
+        return std::ranges::none_of(part, [](char letter) { return letter == '\t' || letter == '\n'; });
+    };
     return fits(copy.profile.path) && fits(copy.profile.directory) && fits(copy.address);
 }
 

@@ -67,26 +67,40 @@ private:
     std::unique_ptr<EVP_MAC_CTX, Free> context_;
 };
 
-std::string_view WithoutFrame(std::string_view message) {
-    if (message.starts_with(kLineEnd)) message.remove_prefix(kLineEnd.size());
-    if (message == ".\r\n") return {};
-    if (message.ends_with("\r\n.\r\n")) message.remove_suffix(3);
-    return message;
+// Adds what stands behind the field's name, without white space.
+void AddValue(std::string& text, std::string_view field) {
+    const std::string_view value = ValueIn(field);
+    const auto is_space = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    const std::size_t before = text.size();
+    text.resize(before + value.size());
+    const auto added = text.begin() + static_cast<std::ptrdiff_t>(before);
+    text.erase(std::ranges::remove_copy_if(value, added, is_space).out, text.end());
 }
 
-std::string ValueOf(std::string_view field) {
-    std::string value(ValueIn(field));
-    std::erase_if(value,
-                  [](char letter) { return letter == ' ' || letter == '\t' || letter == '\r' || letter == '\n'; });
-    return value;
+// Message-ID, Date and From in lines; empty without a Message-ID. Of several the first one that says anything counts.
+std::string LetterOf(const SplitMail& mail) {
+    std::string letter;
+    for (const std::string_view name : {"message-id"sv, "date"sv, "from"sv}) {
+        const std::size_t before = letter.size();
+        for (const std::string_view field : mail.fields) {
+            if (letter.size() == before && IsCalled(field, name)) AddValue(letter, field);
+        }
+        if (letter.empty()) break;
+        letter += kLineEnd;
+    }
+    return letter;
 }
 
 }  // namespace
 
 std::string MailDigest::Hex() const {
     constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string hex;
-    for (const unsigned char byte : bytes) hex.append({kDigits[byte >> 4], kDigits[byte & 15]});
+    std::string hex(2 * bytes.size(), ' ');
+    auto digit = hex.begin();
+    for (const unsigned char byte : bytes) {
+        *digit++ = kDigits[byte >> 4];
+        *digit++ = kDigits[byte & 15];
+    }
     return hex;
 }
 
@@ -101,10 +115,6 @@ std::optional<MailDigest> MailDigest::FromHex(std::string_view hex) {
     return digest;
 }
 
-bool LoopMark::Continues(const Trace& earlier) const {
-    return earlier.length > 0 && trace.size() > earlier.length && trace[earlier.length - 1] == earlier.last;
-}
-
 DigestKey::DigestKey() : bytes_{} { RequireMemory(RAND_bytes(bytes_.data(), kBytes) == 1); }
 
 DigestKey::DigestKey(std::span<const unsigned char> bytes) : bytes_{} {
@@ -112,50 +122,49 @@ DigestKey::DigestKey(std::span<const unsigned char> bytes) : bytes_{} {
     std::ranges::copy(bytes.first(kBytes), bytes_.begin());
 }
 
-MailDigest DigestKey::Of(std::string_view message) const {
-    message = WithoutFrame(message);
+MailDigest DigestKey::Of(const SplitMail& mail) const {
     Digester digester(bytes_);
-    std::string_view counting = message.substr(0, 0);  // fields in a row that count
-    for (std::string_view field = TakeField(message); !field.empty(); field = TakeField(message)) {
+    std::string_view counting;  // fields in a row that count
+    for (const std::string_view field : mail.fields) {
         const bool of_server = std::ranges::any_of(kOfServers, [&](auto name) { return IsCalled(field, name); });
         if (!of_server) {
-            counting = {counting.data(), counting.size() + field.size()};
+            counting = {counting.empty() ? field.data() : counting.data(), counting.size() + field.size()};
             continue;
         }
         digester.Add(counting);
-        counting = message.substr(0, 0);
+        counting = {};
     }
-    digester.Add({counting.data(), counting.size() + message.size()});
+    digester.Add(counting);
+    digester.Add(mail.rest);
     return digester.Digest();
 }
 
-std::optional<LoopMark> DigestKey::LoopMarkOf(std::string_view message) const {
-    constexpr std::array kNames = {"message-id"sv, "date"sv, "from"sv};
-    std::array<std::string, kNames.size()> values;
-    std::vector<std::string> received;
-    message = WithoutFrame(message);
-    for (std::string_view field = TakeField(message); !field.empty(); field = TakeField(message)) {
-        if (IsCalled(field, "received")) received.push_back(ValueOf(field));
-        for (std::size_t i = 0; i < kNames.size(); ++i) {
-            if (values[i].empty() && IsCalled(field, kNames[i])) values[i] = ValueOf(field);
-        }
+MailDigest DigestKey::OfText(std::string_view text) const {
+    Digester digester(bytes_);
+    digester.Add(text);
+    return digester.Digest();
+}
+
+std::optional<LoopMark> DigestKey::LoopMarkOf(const SplitMail& mail) const {
+    const std::string letter = LetterOf(mail);
+    if (letter.empty()) return std::nullopt;
+    return LoopMark(*this, letter, mail);
+}
+
+LoopMark::LoopMark(const DigestKey& key, std::string_view letter, const SplitMail& mail)
+    : key_(key), letter_(key.OfText(letter)) {
+    for (auto field = mail.fields.rbegin(); field != mail.fields.rend(); ++field) {
+        if (!IsCalled(*field, "received")) continue;
+        AddValue(received_, *field);
+        received_ += kLineEnd;  // no value holds one
+        ends_.push_back(received_.size());
     }
-    if (values[0].empty()) return std::nullopt;
-    const auto digest_of = [this](std::span<const std::string> parts) {
-        Digester digester(bytes_);
-        for (const std::string& part : parts) {
-            digester.Add(part);
-            digester.Add(kLineEnd);  // no value holds one
-        }
-        return digester.Digest();
-    };
-    LoopMark mark{digest_of(values), {}};
-    std::reverse(received.begin(), received.end());
-    for (const std::string& line : received) {
-        const std::array parts = {mark.trace.empty() ? std::string() : mark.trace.back().Hex(), line};
-        mark.trace.push_back(digest_of(parts));
-    }
-    return mark;
+    if (!ends_.empty()) way_ = {ends_.size(), key_.OfText(received_)};
+}
+
+bool LoopMark::Continues(const Trace& earlier) const {
+    if (earlier.length == 0 || ends_.size() <= earlier.length) return false;
+    return key_.OfText(std::string_view(received_).substr(0, ends_[earlier.length - 1])) == earlier.last;
 }
 
 }  // namespace tarvex::host

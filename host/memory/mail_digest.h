@@ -13,6 +13,9 @@
 
 namespace tarvex::host {
 
+class LoopMark;
+struct SplitMail;
+
 // 128 bits that stand for the bytes of a message. They are for this machine alone: somebody who knew those of messages
 // that he has written could work out the key.
 struct MailDigest {
@@ -32,19 +35,6 @@ struct Trace {
     bool operator==(const Trace&) const = default;
 };
 
-// By what a message is known that comes back from where it was sent.
-struct LoopMark {
-    MailDigest letter;              // its Message-ID, Date and From, without white space
-    std::vector<MailDigest> trace;  // for each Received line, the oldest first: the digest of it and all older ones
-
-    // Whether it has come that way, and further. Whoever writes a message with the Message-ID of another does not know
-    // the Received lines that the other has got. A message without any cannot be known again by them.
-    bool Continues(const Trace& earlier) const;
-    Trace Way() const { return {trace.size(), trace.empty() ? MailDigest() : trace.back()}; }
-
-    bool operator==(const LoopMark&) const = default;
-};
-
 // The key of a tree's digests. Different messages have different digests for whoever does not know it: of two messages
 // of at most 16 MB the chance to have the same one is below 1 in 2^83, however they are written. Thread-safe.
 class DigestKey {
@@ -56,15 +46,40 @@ public:
 
     std::span<const unsigned char, kBytes> Bytes() const { return bytes_; }
 
-    // Of a message as POP3 delivered it, with or without the line end before it and the "." line behind it. Header
-    // lines that POP3 servers put in themselves, such as Status and X-UIDL, do not count. Throws std::bad_alloc.
-    MailDigest Of(std::string_view message) const;
+    // Header lines that POP3 servers put in themselves, such as Status and X-UIDL, do not count. Throws std::bad_alloc.
+    MailDigest Of(const SplitMail& mail) const;
 
     // Nothing without a Message-ID. Throws std::bad_alloc.
-    std::optional<LoopMark> LoopMarkOf(std::string_view message) const;
+    std::optional<LoopMark> LoopMarkOf(const SplitMail& mail) const;
 
 private:
+    friend class LoopMark;
+    MailDigest OfText(std::string_view text) const;
+
     std::array<unsigned char, kBytes> bytes_;
+};
+
+// By what a message is known that comes back from where it was sent.
+class LoopMark {
+public:
+    // Of its Message-ID, Date and From, without white space.
+    const MailDigest& Letter() const { return letter_; }
+
+    const Trace& Way() const { return way_; }
+
+    // Whether it has come that way, and further. Whoever writes a message with the Message-ID of another does not know
+    // the Received lines that the other has got. A message without any cannot be known again by them.
+    bool Continues(const Trace& earlier) const;
+
+private:
+    friend class DigestKey;
+    LoopMark(const DigestKey& key, std::string_view letter, const SplitMail& mail);
+
+    DigestKey key_;
+    MailDigest letter_;
+    std::string received_;           // the values of the Received lines without white space, the oldest first
+    std::vector<std::size_t> ends_;  // of each
+    Trace way_;
 };
 
 }  // namespace tarvex::host

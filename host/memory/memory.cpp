@@ -7,12 +7,13 @@
 #include <ctime>
 #include <utility>
 
+#include "host/memory/mail_header.h"
 #include "host/memory/memory_state.h"
 
 namespace tarvex::host {
 namespace {
 
-constexpr std::size_t kManyWaiting = 1000;  // are written when they come together before the end of a run
+constexpr std::size_t kManyWaiting = 5000;  // are written when they come together before the end of a run
 constexpr std::size_t kMostWaiting = 100'000;
 constexpr CTime kDay = 86400;
 
@@ -47,7 +48,7 @@ CREATE TABLE ids (
   PRIMARY KEY (profile, uidl)) WITHOUT ROWID;
 CREATE TABLE marks (
   profile INTEGER PRIMARY KEY,
-  passages TEXT NOT NULL);                    -- of the last hour: lines of mark, moment and id
+  passages TEXT NOT NULL);                    -- of the last hour; now bytes (WriteMarks)
 CREATE TABLE notes (
   profile INTEGER NOT NULL,
   matter INTEGER NOT NULL,
@@ -60,6 +61,7 @@ CREATE TABLE notes (
   PRIMARY KEY (profile, matter, subject)) WITHOUT ROWID;
 )",
     "ALTER TABLE ids ADD COLUMN size INTEGER NOT NULL DEFAULT -1;",  // as the server listed it; -1: not known
+    "DELETE FROM marks;",                                            // which were lines, and are bytes from now on
 };
 
 }  // namespace
@@ -249,9 +251,11 @@ ProfileMemory RuleMemory::Of(const CString& profile_path) {
     return {*state_, profile};
 }
 
-MailDigest RuleMemory::DigestOf(std::string_view message) { return state_->Key().Of(message); }
+MailDigest RuleMemory::DigestOf(std::string_view message) { return DigestOf(SplitMail(message)); }
 
-std::optional<LoopMark> RuleMemory::LoopMarkOf(std::string_view message) { return state_->Key().LoopMarkOf(message); }
+MailDigest RuleMemory::DigestOf(const SplitMail& mail) { return state_->Key().Of(mail); }
+
+std::optional<LoopMark> RuleMemory::LoopMarkOf(const SplitMail& mail) { return state_->Key().LoopMarkOf(mail); }
 
 bool RuleMemory::Save(CTime now) {
     const std::scoped_lock lock(state_->mutex);

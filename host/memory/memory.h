@@ -101,9 +101,9 @@ public:
 
     // ---- loops
 
-    // Whether this message came under another name within the last hour, and has gone on from there. Remembers it; on
-    // disk with the next Save. `name`: what is the same when it is merely fetched again.
-    bool HasPassed(const LoopMark& mark, const CString& name, CTime now);
+    // Whether this message came with other bytes within the last hour, and has gone on from there. Remembers it; on
+    // disk with the next Save.
+    bool HasPassed(const LoopMark& mark, const MailDigest& message, CTime now);
 
     // ---- refusals for the time being: how many there were in a row, with this one
 
@@ -169,6 +169,7 @@ public:
 
     // ---- to tell and to undo: the notes of a matter by their subject, and the profile's own where that is empty
 
+    bool HasAny(Matter matter);
     std::map<CString, Note> Notes(Matter matter);
     std::optional<Note> Find(Matter matter, const CString& subject);
     void Put(Matter matter, const CString& subject, Note note, CTime now);
@@ -202,8 +203,9 @@ public:
 
     const std::string& Root() const { return root_; }
 
-    MailDigest DigestOf(std::string_view message);
-    std::optional<LoopMark> LoopMarkOf(std::string_view message);
+    MailDigest DigestOf(std::string_view message);  // as POP3 delivered it
+    MailDigest DigestOf(const SplitMail& mail);
+    std::optional<LoopMark> LoopMarkOf(const SplitMail& mail);
 
     // To be called at the end of a run. Writes what is not on disk yet and, in small steps, removes what is too old.
     // False when something is not on disk.

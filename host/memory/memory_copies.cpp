@@ -1,8 +1,7 @@
-// The memory of copies, ids and marks: a row each, looked up by what they are about.
+// The memory of copies and ids: a row each, looked up by what they are about.
 
 #include <algorithm>
 #include <cstdint>
-#include <sstream>
 #include <unordered_set>
 #include <vector>
 
@@ -12,17 +11,10 @@
 namespace tarvex::host {
 namespace {
 
-constexpr CTime kHour = 3600;
-constexpr CTime kDay = 24 * kHour;
+constexpr CTime kDay = 86400;
 constexpr CTime kRefreshAfter = 7 * kDay;  // what is still in the mailbox
 constexpr CTime kRefusalsKept = 30 * kDay;
-constexpr CTime kMarksKept = kHour;
 constexpr std::size_t kMostIdBytes = 1000;
-
-// Not one of the future either, which a clock that was set back has left.
-bool IsRecent(const Passage& passage, CTime now) {
-    return passage.time >= now - kMarksKept && passage.time <= now + kMarksKept;
-}
 
 bool IsUsable(const CString& uidl) { return !uidl.empty() && uidl.size() <= kMostIdBytes; }
 
@@ -262,54 +254,6 @@ bool ProfileMemory::BeginSeen(std::span<const std::string_view> uidls, CTime now
     const Note* const refreshed = state_->FindNote(*profile_, Matter::Refreshed, {});
     if (refreshed && now < refreshed->next && now >= refreshed->last) return false;
     return state_->Save(now) && profile_->id != 0;
-}
-
-// ---- marks
-
-bool ProfileMemory::HasPassed(const LoopMark& mark, const CString& name, CTime now) {
-    if (!IsUsable(name)) return false;
-    const std::scoped_lock lock(state_->mutex);
-    state_->NeedMarks(*profile_);
-    if (const auto known = profile_->marks.find(mark.letter); known != profile_->marks.end()) {
-        const Passage& before = known->second;
-        if (IsRecent(before, now) && before.name == name) return false;
-        if (IsRecent(before, now) && mark.Continues(before.way)) return true;
-    }
-    if (!state_->MakeRoom(now)) return false;
-    profile_->marks[mark.letter] = {name, now, mark.Way()};
-    profile_->marks_changed = true;
-    state_->NoteWaiting(*profile_);
-    return false;
-}
-
-void LoadMarks(Database& file, RememberedProfile& profile) {
-    auto row = file.Lend("SELECT passages FROM marks WHERE profile = ?");
-    if (!row->With(FindId(file, profile)).Next()) return;
-    std::istringstream lines(row->Text(0));
-    std::string mark;
-    std::string last;
-    Passage passage;
-    while (lines >> mark >> passage.time >> passage.way.length >> last && lines.get() == ' ' &&
-           std::getline(lines, passage.name)) {
-        const auto letter = MailDigest::FromHex(mark);
-        const auto digest = MailDigest::FromHex(last);
-        if (!letter || !digest) continue;
-        passage.way.last = *digest;
-        profile.marks.emplace(*letter, passage);
-    }
-}
-
-// As one text, in lines of letter, moment, length and digest of the trace, and name: so many rows that live for an hour
-// would take longer.
-void WriteMarks(Database& file, RememberedProfile& profile, CTime now) {
-    if (!profile.marks_changed) return;
-    std::erase_if(profile.marks, [&](const auto& mark) { return mark.second.time < now - kMarksKept; });
-    std::string passages;
-    for (const auto& [mark, passage] : profile.marks) {
-        passages += mark.Hex() + ' ' + std::to_string(passage.time) + ' ' + std::to_string(passage.way.length) + ' ' +
-                    passage.way.last.Hex() + ' ' + passage.name + '\n';
-    }
-    file.Lend("INSERT OR REPLACE INTO marks VALUES (?, ?)")->With(profile.id, passages).Run();
 }
 
 }  // namespace tarvex::host

@@ -173,6 +173,7 @@ void ProfileMemory::Unpark(std::string_view address) {
 }
 
 bool ProfileMemory::IsParked(std::string_view address) {
+    if (!HasAny(Matter::Parked)) return false;
     return NoteAccess(*state_, *profile_, Matter::Parked, MailboxOf(address)).Find() != nullptr;
 }
 
@@ -283,6 +284,11 @@ std::optional<WaitAnswer> ProfileMemory::GivenAnswer() {
 }
 
 void ProfileMemory::UseUpAnswer() { NoteAccess(*state_, *profile_, Matter::Answer, {}).Drop(); }
+
+bool ProfileMemory::HasAny(Matter matter) {
+    const std::scoped_lock lock(state_->mutex);
+    return state_->HasNotes(*profile_, matter);
+}
 
 std::map<CString, Note> ProfileMemory::Notes(Matter matter) {
     const std::scoped_lock lock(state_->mutex);

@@ -29,7 +29,7 @@ struct RecordedId {
 };
 
 struct Passage {
-    CString name;
+    MailDigest message;
     CTime time = 0;
     Trace way;
 };
@@ -107,7 +107,7 @@ CString RefusalSubject(const std::string& mailbox, const MailDigest& digest);
 std::int64_t FindId(Database& file, RememberedProfile& profile);
 std::int64_t FindAddress(Database& file, RememberedProfile& profile, const std::string& mailbox);
 
-// What is in memory whole (memory_notes.cpp, memory_copies.cpp).
+// What is in memory whole (memory_notes.cpp, memory_marks.cpp).
 void LoadNotes(Database& file, RememberedProfile& profile);
 void LoadMarks(Database& file, RememberedProfile& profile);
 

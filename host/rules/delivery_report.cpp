@@ -7,7 +7,6 @@
 #include <cctype>
 #include <string>
 
-#include "host/memory/mail_header.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -23,24 +22,22 @@ std::string Lower(std::string_view text) {
 }
 
 // The value of a field of the header in lower case, with its continuation lines; empty when it is not there.
-std::string Field(std::string_view message, std::string_view small_name) {
-    for (auto field = TakeField(message); !field.empty(); field = TakeField(message)) {
-        if (IsCalled(field, small_name)) return Lower(ValueIn(field));
-    }
-    return {};
+std::string Field(const SplitMail& mail, std::string_view small_name) {
+    const auto field = std::ranges::find_if(mail.fields, [&](auto one) { return IsCalled(one, small_name); });
+    return field == mail.fields.end() ? std::string() : Lower(ValueIn(*field));
 }
 
 // Not a receipt of a reader, nor a complaint: those have other types.
-bool IsStatusReport(std::string_view message) {
-    const std::string type = Field(message, "content-type");
+bool IsStatusReport(const SplitMail& mail) {
+    const std::string type = Field(mail, "content-type");
     return type.find("multipart/report") != std::string::npos && type.find("delivery-status") != std::string::npos;
 }
 
-bool IsAutomaticFromNobody(std::string_view message) {
-    const std::string answered = Field(message, "auto-submitted");
+bool IsAutomaticFromNobody(const SplitMail& mail) {
+    const std::string answered = Field(mail, "auto-submitted");
     const std::size_t word = answered.find_first_not_of(" \t");
     const bool automatic = word != std::string::npos && answered.compare(word, 5, "auto-") == 0;
-    return automatic && Field(message, "return-path").find("<>") != std::string::npos;
+    return automatic && Field(mail, "return-path").find("<>") != std::string::npos;
 }
 
 // Whether it stands there as a whole, not as the end or the beginning of another address.
@@ -59,17 +56,13 @@ bool Names(std::string_view text, const std::string& address) {
 
 }  // namespace
 
-std::optional<CString> ReportedAddress(std::string_view message, std::span<const CString> addresses) {
-    if (message.starts_with("\r\n")) message.remove_prefix(2);
-    const std::size_t header_end = message.find("\r\n\r\n");
-    if (header_end == std::string_view::npos) return std::nullopt;
-    if (!IsStatusReport(message) && !IsAutomaticFromNobody(message)) return std::nullopt;
-
-    const std::string body = Lower(message.substr(header_end, kMostSearchedBytes));
+std::optional<CString> ReportedAddress(const SplitMail& mail, std::span<const CString> addresses) {
+    if (mail.rest.empty() || (!IsStatusReport(mail) && !IsAutomaticFromNobody(mail))) return std::nullopt;
+    const std::string body = Lower(mail.rest.substr(0, kMostSearchedBytes));
     for (const CString& address : addresses) {
         const std::string mailbox = Lower(RecipientOf(address));
         if (mailbox.empty()) continue;
-        if (Names(body, mailbox) || Names(Field(message, "x-failed-recipients"), mailbox)) return address;
+        if (Names(body, mailbox) || Names(Field(mail, "x-failed-recipients"), mailbox)) return address;
     }
     return std::nullopt;
 }

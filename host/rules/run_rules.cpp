@@ -115,9 +115,8 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
     DropRepeated(ids);
     kept_ = kept_mails_.Take(profile, Now());
     profile_memory_.Seen(ids, Now());
-    std::vector<CString> addresses;
-    for (const auto& address : profile.forward_addresses) addresses.push_back(address->setting.address);
-    profile_memory_.KeepNotesOf(addresses, Now());
+    for (const auto& address : profile.forward_addresses) addresses_.push_back(address->setting.address);
+    profile_memory_.KeepNotesOf(addresses_, Now());
     not_fetched_before_ = profile_memory_.Notes(Matter::NotFetched);
     servers_fault_.Load();
     if (const auto records = store_.List()) {
@@ -263,7 +262,7 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
     if (fetched_.empty()) budget_.Settle(user_);  // all is here
     if (rules_.keyless && !HasMailbox(address)) return CSending::KeepBack;
     const Fetched& fetched = Of(profile, mail);
-    const bool sent = rules_.sentonce && profile_memory_.WasSent(address.setting.address, fetched.digest, Now());
+    const bool sent = rules_.sentonce && fetched.sent_before.contains(&address);
     if (sent || IsHeld(fetched.digest, address)) {
         const bool came_back = profile.setting.deletemail != 0 && fetched.was_here_before && !received;
         if (came_back) profile_memory_.RecordNotDeleted(mail.uidl, "the server lists it again", Now());

@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "host/held/held.h"
 #include "host/memory/memory.h"
@@ -88,18 +89,19 @@ private:
         CString uidl;
         std::int64_t listed_bytes = -1;
         MailDigest digest;
-        bool is_new_under_its_id = false;    // the id had another message before
-        bool was_here_before = false;        // the id had this message before
-        std::optional<HeldKind> for_nobody;  // a report or a loop
-        CString front;                       // as it was fetched: the part that the delivery may change
-        std::size_t rest_bytes = 0;          // of what is behind that
+        std::set<const CForwardAddress*> sent_before;  // who of those that take part has it
+        bool is_new_under_its_id = false;              // the id had another message before
+        bool was_here_before = false;                  // the id had this message before
+        std::optional<HeldKind> for_nobody;            // a report or a loop
+        CString front;                                 // as it was fetched: the part that the delivery may change
+        std::size_t rest_bytes = 0;                    // of what is behind that
     };
 
     static CTime CurrentTime();
     CTime Now() const { return clock_(); }
     bool StandsTwice(std::string_view uidl) const { return !twice_.empty() && twice_.contains(std::string(uidl)); }
     Fetched& Of(const CPopProfile& profile, const CReceiveMail& mail);
-    void Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched);
+    void Judge(const CPopProfile& profile, const SplitMail& mail, Fetched& fetched);
     bool HasOwnId(const CMailOnServer& mail) const;
     bool TakesTurns(const CMailOnServer& mail) const;
     bool HasOtherSize(const CMailOnServer& mail);
@@ -141,6 +143,7 @@ private:
     std::optional<CRunFailure> kept_back_;   // why the run was ended before it did anything
     std::unordered_set<std::string> twice_;  // ids that the listing holds more than once
     bool has_other_ids_ = false;             // than the lists know
+    std::vector<CString> addresses_;         // of the profile
     std::map<CString, Note> not_fetched_before_;
     std::optional<std::map<const CForwardAddress*, std::unordered_set<std::string_view>>> received_;
     LeftMail left_;

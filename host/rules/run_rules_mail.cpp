@@ -29,7 +29,8 @@ RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& 
     if (!is_new) return fetched;
     fetched.uidl = mail.uidl;
     fetched.listed_bytes = mail.listed_bytes;
-    fetched.digest = memory_.DigestOf(mail.text);
+    const SplitMail split(mail.text);
+    fetched.digest = memory_.DigestOf(split);
     if (!mail.uidl.empty()) {
         const std::optional<MailDigest> before = profile_memory_.DigestOfId(mail.uidl);
         fetched.is_new_under_its_id = before && *before != fetched.digest;
@@ -37,7 +38,11 @@ RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& 
         const bool adds_nothing = fetched.was_here_before && fetched.listed_bytes < 0;
         if (!fetched.is_new_under_its_id && !adds_nothing) NoteId(fetched);
     }
-    if (rules_.loopguard) Judge(profile, mail, fetched);
+    for (const auto& address : profile.forward_addresses) {
+        if (address->takes_part && profile_memory_.WasSent(address->setting.address, fetched.digest, Now()))
+            fetched.sent_before.insert(address.get());
+    }
+    if (rules_.loopguard) Judge(profile, split, fetched);
     fetched.front = FrontOf(mail.text, profile.setting.replacefrom != 0 || profile.setting.replaceto != 0);
     fetched.rest_bytes = mail.text.size() - fetched.front.size();
     return fetched;
@@ -65,21 +70,16 @@ std::optional<CString> RunRules::AsFetched(CString text, const Fetched& fetched)
     return text;
 }
 
-void RunRules::Judge(const CPopProfile& profile, const CReceiveMail& mail, Fetched& fetched) {
-    std::vector<CString> addresses;
-    bool is_settled = true;
-    for (const auto& address : profile.forward_addresses) {
-        addresses.push_back(address->setting.address);
-        if (address->takes_part && !profile_memory_.WasSent(addresses.back(), fetched.digest, Now()) &&
-            !IsHeld(fetched.digest, *address))
-            is_settled = false;
-    }
+void RunRules::Judge(const CPopProfile& profile, const SplitMail& mail, Fetched& fetched) {
+    const bool is_settled = std::ranges::all_of(profile.forward_addresses, [&](const auto& address) {
+        return !address->takes_part || fetched.sent_before.contains(address.get()) || IsHeld(fetched.digest, *address);
+    });
     if (is_settled) return;
-    if (const auto reported = ReportedAddress(mail.text, addresses)) {
+    if (const auto reported = ReportedAddress(mail, addresses_)) {
         profile_memory_.CountBounce(*reported, Now());
         fetched.for_nobody = HeldKind::Report;
-    } else if (const auto mark = memory_.LoopMarkOf(mail.text);
-               mark && profile_memory_.HasPassed(*mark, fetched.digest.Hex(), Now())) {
+    } else if (const auto mark = memory_.LoopMarkOf(mail);
+               mark && profile_memory_.HasPassed(*mark, fetched.digest, Now())) {
         fetched.for_nobody = HeldKind::Loop;
     }
 }

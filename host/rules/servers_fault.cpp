@@ -70,9 +70,9 @@ bool ServersFault::WasRefusedSo(const CForwardAddress& address, std::string_view
 
 void ServersFault::Taken(const CPopProfile& profile, CTime now) {
     refused_.clear();
-    memory_.EndRow();
+    if (memory_.HasAny(Matter::InARow)) memory_.EndRow();
+    if (!memory_.HasAny(Matter::Blocked)) return;
     const std::map<CString, Note> blocked = memory_.Notes(Matter::Blocked);
-    if (blocked.empty()) return;
     for (const auto& address : profile.forward_addresses) {
         const CString reply = memory_.ReplyOfParked(address->setting.address);
         const auto is_why = [&](const auto& words) { return IsBeginningOf(words.first, reply); };

@@ -14,7 +14,8 @@ constexpr const char* kStatus = "Content-Type: multipart/report;\r\n\treport-typ
 
 std::string Reported(const std::string& header, const std::string& body) {
     const std::array<CString, 2> addresses = {"Taro <taro@x.example>", "phone@x.example"};
-    const auto address = host::ReportedAddress("\r\n" + header + "\r\n" + body + "\r\n.\r\n", addresses);
+    const std::string message = "\r\n" + header + "\r\n" + body + "\r\n.\r\n";
+    const auto address = host::ReportedAddress(host::SplitMail(message), addresses);
     return address.value_or("nobody");
 }
 

@@ -5,14 +5,21 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "host/memory/mail_header.h"
 
 namespace tarvex::host {
 namespace {
 
 const DigestKey kKey;
+
+MailDigest DigestOf(const std::string& message, const DigestKey& key = kKey) { return key.Of(SplitMail(message)); }
+
+std::optional<LoopMark> LoopMarkOf(const std::string& message) { return kKey.LoopMarkOf(SplitMail(message)); }
 
 // As POP3 delivers it.
 std::string Fetched(const std::string& header, const std::string& body) {
@@ -22,19 +29,19 @@ std::string Fetched(const std::string& header, const std::string& body) {
 constexpr const char* kHeader = "Received: by mx\r\nMessage-ID: <1@x>\r\nSubject: long\r\n\tand folded\r\n";
 
 TEST(MailDigest, LeavesOutTheLinesOfServersWhereverTheyStand) {
-    const MailDigest plain = kKey.Of(Fetched(kHeader, "text\r\n"));
+    const MailDigest plain = DigestOf(Fetched(kHeader, "text\r\n"));
     for (const std::string added :
          {"Status: RO\r\n", "X-Status: A\r\n", "X-UIDL: 8f3\r\n", "X-UID: 17\r\n", "X-Keywords: a b\r\n\tc\r\n  d\r\n",
           "X-IMAP: 1 2\r\n", "X-IMAPbase: 1 2\r\n", "Content-Length: 6\r\n", "Lines: 1\r\n", "STATUS:\r\n",
           "status:O\r\nStatus: R\r\nx-uidl: 1\r\n"}) {
         const std::string header = kHeader;
-        EXPECT_EQ(kKey.Of(Fetched(added + header, "text\r\n")), plain) << added;
-        EXPECT_EQ(kKey.Of(Fetched(header + added, "text\r\n")), plain) << added;
+        EXPECT_EQ(DigestOf(Fetched(added + header, "text\r\n")), plain) << added;
+        EXPECT_EQ(DigestOf(Fetched(header + added, "text\r\n")), plain) << added;
         const std::size_t middle = header.find("Message-ID");
-        EXPECT_EQ(kKey.Of(Fetched(header.substr(0, middle) + added + header.substr(middle), "text\r\n")), plain)
+        EXPECT_EQ(DigestOf(Fetched(header.substr(0, middle) + added + header.substr(middle), "text\r\n")), plain)
             << added;
     }
-    EXPECT_EQ(kKey.Of(Fetched("Status: R\r\n", "text\r\n")), kKey.Of(Fetched("", "text\r\n")));
+    EXPECT_EQ(DigestOf(Fetched("Status: R\r\n", "text\r\n")), DigestOf(Fetched("", "text\r\n")));
 }
 
 TEST(MailDigest, CountsEveryOtherByte) {
@@ -58,33 +65,33 @@ TEST(MailDigest, CountsEveryOtherByte) {
         "\r\n\r\n.\r\n",
         std::string("\r\nA: \0\r\n\r\n.\r\n", 11),
     };
-    for (const std::string& message : messages) EXPECT_TRUE(digests.insert(kKey.Of(message)).second) << message;
+    for (const std::string& message : messages) EXPECT_TRUE(digests.insert(DigestOf(message)).second) << message;
 }
 
 TEST(MailDigest, DoesNotDependOnTheFrame) {
     for (const std::string message : {"Subject: x\r\n\r\ntext\r\n", "Subject: x\r\n\r\n..\r\n", "Subject: x\r\n"}) {
-        const MailDigest digest = kKey.Of("\r\n" + message + ".\r\n");
-        EXPECT_EQ(kKey.Of(message), digest) << message;
-        EXPECT_EQ(kKey.Of("\r\n" + message), digest) << message;
-        EXPECT_EQ(kKey.Of(message + ".\r\n"), digest) << message;
+        const MailDigest digest = DigestOf("\r\n" + message + ".\r\n");
+        EXPECT_EQ(DigestOf(message), digest) << message;
+        EXPECT_EQ(DigestOf("\r\n" + message), digest) << message;
+        EXPECT_EQ(DigestOf(message + ".\r\n"), digest) << message;
     }
-    EXPECT_EQ(kKey.Of(""), kKey.Of("\r\n.\r\n"));
+    EXPECT_EQ(DigestOf(""), DigestOf("\r\n.\r\n"));
 }
 
 TEST(MailDigest, EveryByteOfALongMessageChangesIt) {
     std::string message = Fetched(kHeader, std::string(200'000, 'x') + "\r\n");
-    const MailDigest digest = kKey.Of(message);
+    const MailDigest digest = DigestOf(message);
     for (std::size_t i = 3; i + 10 < message.size(); i += 997) {
         message[i] ^= 1;
-        EXPECT_NE(kKey.Of(message), digest) << i;
+        EXPECT_NE(DigestOf(message), digest) << i;
         message[i] ^= 1;
     }
 }
 
 TEST(MailDigest, HasAKeyThatNobodyKnows) {
     const std::string message = Fetched(kHeader, "text\r\n");
-    EXPECT_NE(DigestKey().Of(message), kKey.Of(message));
-    EXPECT_EQ(DigestKey(kKey.Bytes()).Of(message), kKey.Of(message));
+    EXPECT_NE(DigestOf(message, DigestKey()), DigestOf(message));
+    EXPECT_EQ(DigestOf(message, DigestKey(kKey.Bytes())), DigestOf(message));
 }
 
 // RFC 8439 section 2.5.2.
@@ -92,13 +99,13 @@ TEST(MailDigest, IsPoly1305) {
     constexpr std::array<unsigned char, DigestKey::kBytes> key = {
         0x85, 0xd6, 0xbe, 0x78, 0x57, 0x55, 0x6d, 0x33, 0x7f, 0x44, 0x52, 0xfe, 0x42, 0xd5, 0x06, 0xa8,
         0x01, 0x03, 0x80, 0x8a, 0xfb, 0x0d, 0xb2, 0xfd, 0x4a, 0xbf, 0xf6, 0xaf, 0x41, 0x49, 0xf5, 0x1b};
-    EXPECT_EQ(DigestKey(key).Of("Cryptographic Forum Research Group").Hex(), "a8061dc1305136c6c22b8baf0c0127a9");
+    EXPECT_EQ(DigestOf("Cryptographic Forum Research Group", DigestKey(key)).Hex(), "a8061dc1305136c6c22b8baf0c0127a9");
 }
 
 TEST(LoopMark, StaysWhenAMessageComesBack) {
     const auto letter = [](const std::string& header, const std::string& body) {
-        const auto mark = kKey.LoopMarkOf(Fetched(header, body));
-        return mark ? std::optional(mark->letter) : std::nullopt;
+        const auto mark = LoopMarkOf(Fetched(header, body));
+        return mark ? std::optional(mark->Letter()) : std::nullopt;
     };
     const std::string sent = "From: a <a@x>\r\nDate: Mon, 1 Jan 2024 00:00:00 +0000\r\nMessage-ID: <1@x>\r\n";
     const auto mark = letter(sent, "text\r\n");
@@ -118,7 +125,7 @@ TEST(LoopMark, ContinuesTheWayWhoseReceivedLinesItHasBelowItsOwn) {
     const auto way = [](const std::vector<std::string>& received) {
         std::string header = "Message-ID: <1@x>\r\n";
         for (const std::string& line : received) header += "Received: " + line + "\r\n";
-        return *kKey.LoopMarkOf(Fetched(header, ""));
+        return *LoopMarkOf(Fetched(header, ""));
     };
     const auto earlier = way({"by mx", "by a"}).Way();
     EXPECT_TRUE(way({"by z", "by y", "by\r\n mx", "by a"}).Continues(earlier));

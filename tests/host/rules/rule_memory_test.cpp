@@ -1,5 +1,6 @@
 // What the rules remember: in one process, across restarts, and when something is wrong with the file.
 
+#include "host/memory/mail_header.h"
 #include "host/memory/memory.h"
 
 #include <gtest/gtest.h>
@@ -48,11 +49,13 @@ protected:
     ProfileMemory Profile(const std::string& name = "from0") { return memory_->Of(root_ + "\\user0\\" + name); }
     MailDigest Mail(int number) { return memory_->DigestOf("\r\nMessage-ID: " + std::to_string(number) + "\r\n"); }
 
-    // A message that has come so far.
-    LoopMark Passing(int number, int hops) {
-        LoopMark mark{Mail(number), {}};
-        for (int hop = 0; hop < hops; ++hop) mark.trace.push_back(Mail(1000 * number + hop));
-        return mark;
+    // A message that has come so far, on a way of its own or on that of another message.
+    LoopMark Passing(int number, int hops, int way = 0) {
+        std::string header = "\r\nMessage-ID: " + std::to_string(number) + "\r\n";
+        for (int hop = hops; hop > 0; --hop) {
+            header += "Received: " + std::to_string(way == 0 ? number : way) + " by " + std::to_string(hop) + "\r\n";
+        }
+        return *memory_->LoopMarkOf(SplitMail(header));
     }
 
     // Whether it holds now, and in the next process.
@@ -141,15 +144,12 @@ TEST_F(Memory, KnowsWhatHadAnId) {
 }
 
 TEST_F(Memory, KnowsAMessageThatCameUnderAnotherIdWithinAnHour) {
-    EXPECT_FALSE(Profile().HasPassed(Passing(1, 1), "1", kNow));
-    EXPECT_FALSE(Profile().HasPassed(Passing(1, 1), "1", kNow + 1));  // fetched again
-    ExpectAlsoLater([&] { return Profile().HasPassed(Passing(1, 2), "2", kNow + kHour); });
-    EXPECT_FALSE(Profile().HasPassed(Passing(1, 2), "3", kNow + kHour + 1));
-    EXPECT_TRUE(Profile().HasPassed(Passing(1, 3), "4", kNow + kHour + 2));
-    EXPECT_FALSE(Profile().HasPassed(Passing(1, 3), "", kNow + kHour + 2));
-    LoopMark forged = Passing(2, 5);
-    forged.letter = Mail(1);
-    EXPECT_FALSE(Profile().HasPassed(forged, "5", kNow + kHour + 2)) << "it has not come that way";
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 1), Mail(101), kNow));
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 1), Mail(101), kNow + 1));  // fetched again
+    ExpectAlsoLater([&] { return Profile().HasPassed(Passing(1, 2), Mail(102), kNow + kHour); });
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 2), Mail(103), kNow + kHour + 1));
+    EXPECT_TRUE(Profile().HasPassed(Passing(1, 3), Mail(104), kNow + kHour + 2));
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 5, 2), Mail(105), kNow + kHour + 2)) << "it has not come that way";
 }
 
 TEST_F(Memory, CountsRefusalsInARowUntilTheCopyIsTaken) {
@@ -235,8 +235,8 @@ TEST_F(Memory, AClockThatIsSetBackPutsNothingOff) {
                     profile.MayLogIn(MailServer::Pop3, now) && profile.MayFetch("1", now))
             << now;
     }
-    Profile().HasPassed(Passing(1, 1), "1", kNow);
-    EXPECT_FALSE(Profile().HasPassed(Passing(1, 2), "2", kNow - kDay));
+    Profile().HasPassed(Passing(1, 1), Mail(101), kNow);
+    EXPECT_FALSE(Profile().HasPassed(Passing(1, 2), Mail(102), kNow - kDay));
     Profile().Park("a@x", "550 no", kNow - kDay);
     EXPECT_FALSE(Profile().MayAsk("a@x", kNow - kDay));
 }
@@ -397,7 +397,7 @@ TEST_F(Memory, DamageInTheMiddleOfAProcessLosesOnlyWhatWasOnDisk) {
     Profile().Park("a@x", "550", kNow);
     const MailDigest mail = Mail(1);
     Profile().RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
-    Profile().HasPassed(Passing(1, 1), "1", kNow);
+    Profile().HasPassed(Passing(1, 1), Mail(101), kNow);
     memory_->Save(kNow);
     Profile().RecordSent(std::vector<CString>{"a@x"}, mail, kNow);
     for (const char* const table : {"copies", "notes"}) {  // as far as a statement can tell
@@ -408,7 +408,7 @@ TEST_F(Memory, DamageInTheMiddleOfAProcessLosesOnlyWhatWasOnDisk) {
     EXPECT_EQ(Mail(1), mail);
     ExpectAlsoLater([&] {
         return Profile().WasSent("a@x", mail, kNow) && Profile().IsParked("a@x") &&
-               Profile().HasPassed(Passing(1, 2), "2", kNow);
+               Profile().HasPassed(Passing(1, 2), Mail(102), kNow);
     });
 }
 
@@ -424,8 +424,8 @@ TEST_F(Memory, WhatCannotBeWrittenIsKnownAllTheSameAndWrittenLater) {
     EXPECT_TRUE(profile->HasSentAny("a@x"));
     EXPECT_FALSE(profile->MayAsk("a@x", kNow));
     EXPECT_EQ(profile->DigestOfId("1"), mail);
-    EXPECT_FALSE(profile->HasPassed(Passing(1, 1), "1", kNow));
-    EXPECT_TRUE(profile->HasPassed(Passing(1, 2), "2", kNow));
+    EXPECT_FALSE(profile->HasPassed(Passing(1, 1), Mail(101), kNow));
+    EXPECT_TRUE(profile->HasPassed(Passing(1, 2), Mail(102), kNow));
     profile->Seen(std::vector<std::string_view>{"1"}, kNow);
     ASSERT_EQ(told_.size(), 1u);
     EXPECT_NE(told_[0].find("cannot be written"), std::string::npos);
