@@ -7,8 +7,14 @@
 
 namespace tarvex::host {
 
+int LoginAt(CProtocol protocol, const CPopProfileSetting& setting, const HostRules& rules) {
+    if (protocol == CProtocol::Pop3) return rules.pop_login;
+    const CSmtpAccount account = SmtpAccountOf(setting, rules);
+    return account.logs_in && account.esmtp ? rules.smtp_login : 0;
+}
+
 bool UsesTokens(const HostRules& rules, const CPopProfileSetting& setting) {
-    return rules.pop_login != 0 || (rules.smtp_login != 0 && WithAccount(setting, rules).smtpauth != 0);
+    return LoginAt(CProtocol::Pop3, setting, rules) != 0 || LoginAt(CProtocol::Smtp, setting, rules) != 0;
 }
 
 TokenOwner OwnerOf(const CPopProfile& profile) { return {profile.path, Utf8FromText(profile.setting.popuser)}; }

@@ -6,9 +6,13 @@
 
 #include "host/settings/host_setting.h"
 #include "host/tokens/access_tokens.h"
+#include "tarvex/connection.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {
+
+// How runs log in at such a server: pop_login or smtp_login, 0 where they do not log in with a token.
+int LoginAt(CProtocol protocol, const CPopProfileSetting& setting, const HostRules& rules);
 
 // Whether runs of the profile log in with a token anywhere.
 bool UsesTokens(const HostRules& rules, const CPopProfileSetting& setting);

@@ -116,12 +116,6 @@ PopTls SmtpTlsOf(const CSmtpAccount& account) {
     return account.tls == 2 ? PopTls::Stls : account.tls == 0 ? PopTls::Off : PopTls::FromTheFirstByte;
 }
 
-int LoginAt(CProtocol protocol, const CPopProfileSetting& setting, const HostRules& rules) {
-    if (protocol == CProtocol::Pop3) return rules.pop_login;
-    const CSmtpAccount account = SmtpAccountOf(setting, rules);
-    return account.logs_in && account.esmtp ? rules.smtp_login : 0;
-}
-
 // Throws TokenTrouble.
 std::unique_ptr<TunnelSpeaker> SpeakerFor(const CServerToReach& server, const CPopProfile& profile,
                                           const HostRules& rules, AccessTokens& tokens, UsedToken* used) {

@@ -254,6 +254,12 @@ TEST_F(TokenWay, WithoutATokenTheRunSaysWhyAndNobodyIsConnected) {
         EXPECT_EQ(server.Connections(), 0);
     }
     EXPECT_EQ(runs.WhyNotNow(profile, true), "waits for `tarvex login`: nobody has logged in at the provider yet");
+    Use({{"smtp_login", "1"}});
+    profile.setting.smtpauth = 1;
+    profile.setting.esmtp = 1;
+    EXPECT_EQ(runs.WhyNotNow(profile, true), "waits for `tarvex login`: nobody has logged in at the provider yet");
+    profile.setting.esmtp = 0;  // no login, no token
+    EXPECT_EQ(runs.WhyNotNow(profile, true), "");
 }
 
 TEST_F(TokenWay, StarttlsOfTheRelayFailsClosed) {
