@@ -124,6 +124,7 @@ private:
         AddFile(root_.path + kHostSettingFile);
         AddFolder(root_.path + "\\providers.d", ".def");
         AddFolder(root_.path + "\\.tarvex\\tokens", ".json");
+        for (const Part& user : users_) AddFile(user.path + kHostSettingFile);
         for (const Part& profile : profiles_) {
             AddFile(profile.path + kHostSettingFile);
             AddFile(FileIn(profile.path, kLogFile));

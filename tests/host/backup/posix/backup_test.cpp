@@ -156,6 +156,7 @@ TEST(Backup, GivesBackEveryFileForItsOwnerAlone) {
     fs::create_directories(house.Root() + "/.tarvex/tokens");
     WriteFile(house.Root() + "/.tarvex/tokens/user0+from0.json", "{}");
     WriteFile(house.Root() + "/user0/from0/profile.log", "log\r\n");
+    WriteFile(house.Root() + "/user0/host.def", "[version]\r\n0\r\n");
     const auto before = FilesOf(house.Root());
     const std::string archive = Saved(house.root);
     EXPECT_EQ(FilesOf(house.Root()), before);
