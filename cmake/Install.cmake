@@ -53,23 +53,31 @@ install(FILES packaging/provider.def DESTINATION ${documents}/tarvex/examples CO
 # What the command reads: beside the program, so that an installed tree can be moved.
 install(FILES packaging/mail-servers DESTINATION ${CMAKE_INSTALL_DATADIR}/tarvex COMPONENT host)
 
-# The manual. Its list of keys is made from the host's own tables.
+# The manual, in English and in Japanese. Its lists of keys are made from the host's own tables.
 add_executable(tarvex_manual packaging/manual.cpp)
 target_link_libraries(tarvex_manual PRIVATE tarvex_host_parts tarvex)
 set(pages "")
-foreach(page tarvex.1 tarvex.def.5 libtarvex.3)
-  set(output ${PROJECT_BINARY_DIR}/man/${page})
-  add_custom_command(OUTPUT ${output} ${output}.gz
-    COMMAND tarvex_manual ${PROJECT_SOURCE_DIR}/docs/man/${page} ${output}
-    COMMAND ${GZIP} -9nkf ${output}
-    DEPENDS tarvex_manual docs/man/${page})
-  list(APPEND pages ${output}.gz)
+foreach(page host:tarvex.1 host:tarvex.def.5 development:libtarvex.3)
+  string(REPLACE ":" ";" page ${page})
+  list(POP_FRONT page component)
+  string(REGEX MATCH "[0-9]$" section ${page})
+  foreach(language "" ja)
+    set(source docs/man/${language}/${page})
+    set(keys "")
+    if(language AND page STREQUAL tarvex.def.5)
+      set(keys ${PROJECT_SOURCE_DIR}/docs/man/${language}/keys.txt)
+    endif()
+    set(output ${PROJECT_BINARY_DIR}/man/${language}/${page})
+    add_custom_command(OUTPUT ${output} ${output}.gz
+      COMMAND tarvex_manual ${PROJECT_SOURCE_DIR}/${source} ${output} ${keys}
+      COMMAND ${GZIP} -9nkf ${output}
+      DEPENDS tarvex_manual ${source} ${keys})
+    list(APPEND pages ${output}.gz)
+    install(FILES ${output}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/${language}/man${section} COMPONENT ${component})
+  endforeach()
 endforeach()
-file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man/ja)
 add_custom_target(manual ALL DEPENDS ${pages})
-install(FILES ${PROJECT_BINARY_DIR}/man/tarvex.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
-install(FILES ${PROJECT_BINARY_DIR}/man/tarvex.def.5.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT host)
-install(FILES ${PROJECT_BINARY_DIR}/man/libtarvex.3.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 
 install(FILES packaging/tarvex.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tarvex
   COMPONENT host)

@@ -285,6 +285,12 @@ const Key<Record>& KeyNamed(std::string_view name) {
     return *found;
 }
 
+bool WordsAreAll(const KeyInfo& key) {
+    const auto in_range = std::ranges::count_if(
+        key.words, [&key](const ValueWord& word) { return word.value >= key.lowest && word.value <= key.highest; });
+    return in_range == std::int64_t{key.highest} - key.lowest + 1;
+}
+
 std::string AllowedValues(const KeyInfo& key) {
     switch (key.type) {
         case KeyType::Text:
@@ -305,15 +311,11 @@ std::string AllowedValues(const KeyInfo& key) {
             break;
     }
     std::string words;
-    std::size_t in_range = 0;
     for (std::size_t i = 0; i < key.words.size(); ++i) {
-        const int value = key.words[i].value;
-        if (value >= key.lowest && value <= key.highest) ++in_range;
         if (i > 0) words += i + 1 == key.words.size() ? " or " : ", ";
         words += key.words[i].word;
     }
-    // A key whose words name all its values needs no range.
-    if (in_range == static_cast<std::size_t>(std::int64_t{key.highest} - key.lowest + 1)) return words;
+    if (WordsAreAll(key)) return words;
     std::string range = std::to_string(key.lowest) + " to " + std::to_string(key.highest);
     if (key.lowest == INT_MIN || key.highest == INT_MAX) range = key.lowest == 0 ? "a number from 0" : "a number";
     return words.empty() ? range : words + ", or " + range;

@@ -61,6 +61,9 @@ std::span<const Key<Record>> Keys();
 template <class Record>
 const Key<Record>& KeyNamed(std::string_view name);
 
+// Whether the words of a number name all its values.
+bool WordsAreAll(const KeyInfo& key);
+
 // What the key accepts, for a sentence: "on or off", "0 to 600", "a host name or address".
 std::string AllowedValues(const KeyInfo& key);
 

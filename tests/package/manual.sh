@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# The manual is well-formed and knows every command and option, and every header; completion offers commands and options, and what stands in a tree.
-#   manual.sh TARVEX MAN_FOLDER COMPLETION HEADERS
+# The manual is well-formed and knows every command and option, and every header, in both of its languages; the READMEs name
+# the same commands; completion offers commands and options, and what stands in a tree.
+#   manual.sh TARVEX MAN_FOLDER COMPLETION HEADERS README...
 set -euo pipefail
 tarvex=$1 pages=$2 completion=$3 headers=$4
+shift 4
+readmes=("$@")
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -10,7 +13,10 @@ failures=0
 complain() { echo "$*" >&2; failures=$((failures + 1)); }
 
 if command -v mandoc >/dev/null; then
-  for page in "$pages"/*.[135]; do mandoc -T lint -W warning "$page" || complain "$page has faults"; done
+  # The Japanese headings are not those that it looks for.
+  for page in "$pages"/*.[135] "$pages"/ja/*.[135]; do
+    mandoc -T lint -W warning "$page" | grep -vE 'first section is not "NAME"|outside NAME section' && complain "$page has faults"
+  done
 else
   echo "mandoc is not installed: the form of the pages is not checked"
 fi
@@ -19,29 +25,47 @@ fi
 subcommands() { "$tarvex" "$@" --help | sed -nE '/^Subcommands:/,$s/^  ([a-z-]+).*/\1/p'; }
 options() { "$tarvex" "$@" --help | sed -nE 's/^  (-[a-z],)?--([a-z0-9_-]+).*/\2/p'; }
 
-page=$(<"$pages/tarvex.1") keys=$(<"$pages/tarvex.def.5")
 check_options() {
   local option
   for option in $(options "$@"); do
     [[ $page == *" -$option"* || $page == *"| -$option"* || $keys == *".It Ic $option"* || $option == help ]] ||
-      complain "the manual does not know --$option of tarvex $*"
+      complain "the manual of $language does not know --$option of tarvex $*"
+  done
+}
+check_command() {
+  commands=$((commands + 1))
+  grep -qE "^\.It Cm $* ?( |$)" <<<"$page" || complain "tarvex(1) of $language does not know tarvex $*"
+  check_options "$@"
+}
+check_commands() {
+  local command last below
+  for command in $(subcommands); do
+    mapfile -t below < <(subcommands "$command")
+    if [ ${#below[@]} = 0 ]; then check_command "$command"; fi
+    for last in "${below[@]}"; do check_command "$command" "$last"; done
   done
 }
 commands=0
-for command in $(subcommands); do
-  mapfile -t below < <(subcommands "$command")
-  if [ ${#below[@]} = 0 ]; then
-    commands=$((commands + 1))
-    grep -qE "^\.It Cm $command( |$)" <<<"$page" || complain "tarvex(1) does not know tarvex $command"
-    check_options "$command"
-  fi
-  for last in "${below[@]}"; do
-    commands=$((commands + 1))
-    grep -qE "^\.It Cm $command $last( |$)" <<<"$page" || complain "tarvex(1) does not know tarvex $command $last"
-    check_options "$command" "$last"
+for language in . ja; do
+  page=$(<"$pages/$language/tarvex.1") keys=$(<"$pages/$language/tarvex.def.5")
+  check_commands
+done
+[ $commands -ge 40 ] || complain "found only $commands commands in the help, in two languages"
+
+# What each page has entries for is the same, in the same order.
+entries() { sed ':more; /\\$/ {N; s/\\\n//; b more}' "$1" | grep '^\.It '; }
+references() { grep -E '^\.(Fn|In|Xr) ' "$1" | sed -E 's/ [.,]$//' | sort -u; }
+for name in tarvex.1 tarvex.def.5 libtarvex.3; do
+  for list in entries references; do
+    diff <($list "$pages/$name") <($list "$pages/ja/$name") || complain "$name has other $list in Japanese"
   done
 done
-[ $commands -ge 20 ] || complain "found only $commands commands in the help"
+
+# Commands between backquotes or on a line of their own, and options.
+named() { grep -oE -e '(^|`|^\$ )(sudo )?tarvex( [a-z-]+){1,2}' -e ' --[a-z_-]+' "$1" | sed -E 's/^.*(tarvex| --)/\1/' | sort -u; }
+for readme in "${readmes[@]:1}"; do
+  diff <(named "${readmes[0]}") <(named "$readme") || complain "$readme names other commands than ${readmes[0]}"
+done
 
 library=$(<"$pages/libtarvex.3")
 for header in "$headers"/*.h; do

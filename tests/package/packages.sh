@@ -36,8 +36,10 @@ while IFS=: read -r document link; do
   [ -e "$target" ] || fail "${document#"$root"} leads to $link, which is not in the packages"
 done < <(grep -roE --include='*.md' '\]\([^) #:]+[)#]' "$documents" | sed -E 's/:\]\((.*)./:\1/')
 [ $links -gt 40 ] || fail "only $links links in the documents"
-zgrep -q '^\.Pa /usr/share/doc/tarvex/README.md' "$root/usr/share/man/man1/tarvex.1.gz" || fail "the manual does not name README.md"
-[ -e "$documents/README.md" ] || fail "there is no README.md"
+for name in man1/tarvex.1:README.md ja/man1/tarvex.1:README.ja.md; do
+  [ -e "$documents/${name#*:}" ] || fail "there is no ${name#*:}"
+  zgrep -q "^\.Pa /usr/share/doc/tarvex/${name#*:}$" "$root/usr/share/man/${name%:*}.gz" || fail "the manual does not name ${name#*:}"
+done
 
 say() { echo "== $*"; }
 LD_LIBRARY_PATH=$(dirname "$(find "$root/usr/lib" -name libtarvex.so.0)")
@@ -46,7 +48,7 @@ export LD_LIBRARY_PATH
 TMPDIR=$work "$root/usr/bin/tarvex" demo >"$work/demo" || { cat "$work/demo"; fail "the demo failed"; }
 grep -q 'Everything arrived once' "$work/demo" || fail "the demo does not say that all arrived"
 
-for page in man1/tarvex.1 man5/tarvex.def.5 man3/libtarvex.3; do
+for page in {,ja/}man1/tarvex.1 {,ja/}man5/tarvex.def.5 {,ja/}man3/libtarvex.3; do
   gzip -t "$root/usr/share/man/$page.gz" || fail "no page $page"
 done
 
