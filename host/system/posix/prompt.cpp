@@ -42,7 +42,9 @@ public:
     ~HeldSignals() {
         for (const auto& [signal, action] : old_) sigaction(signal, &action, nullptr);
         sigprocmask(SIG_SETMASK, &old_mask_, nullptr);
-        if (signal_at_prompt != 0) raise(signal_at_prompt);
+        const int signal = signal_at_prompt;
+        signal_at_prompt = 0;
+        if (signal != 0) raise(signal);
     }
     HeldSignals(const HeldSignals&) = delete;
 
@@ -74,11 +76,13 @@ private:
 bool ReadBytes(std::string& line, const sigset_t* mask) {
     line.clear();
     for (;;) {
+        // A signal that CatchTermination keeps may come just before the wait, which then would not end.
+        const timespec look{0, 100'000'000};
         pollfd input{STDIN_FILENO, POLLIN, 0};
-        if (ppoll(&input, 1, nullptr, mask) < 0) {
-            if (errno == EINTR && signal_at_prompt == 0 && CaughtSignal() == 0) continue;
-            return false;
-        }
+        const int ready = ppoll(&input, 1, &look, mask);
+        if (signal_at_prompt != 0 || CaughtSignal() != 0) return false;
+        if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
+        if (ready < 0) return false;
         char c = 0;
         if (read(STDIN_FILENO, &c, 1) <= 0) return !line.empty();
         if (c == '\n') break;
