@@ -7,6 +7,7 @@
 #include <memory>
 #include <span>
 
+#include "host/settings/shared_account.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
 #include "host/ways/server_way.h"
@@ -29,6 +30,7 @@ public:
     CRunFailure refusal;
 
 private:
+    CSmtpAccount SendsThrough(const CPopProfile& profile) override { return SmtpAccountOf(profile.setting, rules_); }
     CConnection Connects(const CPopProfile& profile, CServerToReach& server) override {
         return WayTo(server, profile, rules_, &ways_);
     }

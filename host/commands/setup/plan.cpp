@@ -7,6 +7,7 @@
 #include "host/edit/key_values.h"
 #include "host/settings/keys.h"
 #include "host/settings/schedule_text.h"
+#include "host/settings/shared_account.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
@@ -36,12 +37,14 @@ std::string InWhichForm(const std::string& text) {
     return text == "unlimited" ? "text without limit" : "text of at most " + text + " bytes";
 }
 
-std::string Way(const CPopProfileSetting& setting, const HostRules& rules) {
-    const bool own_login = !setting.smtpuser.empty() || !setting.smtppassword.empty();
-    const std::string server =
-        ShowText(setting.smtpserver) + " port " + std::to_string(setting.smtpport) + Security(setting.sslsmtp);
+std::string Way(const CPopProfileSetting& own, const HostRules& rules) {
+    const CPopProfileSetting setting = WithAccount(own, rules);
+    const std::string shared = ShowShared(AccountOwnerOf(own, rules));
+    const std::string server = ShowText(setting.smtpserver) + " port " + std::to_string(setting.smtpport) +
+                               Security(setting.sslsmtp) + (shared.empty() ? "" : ", " + shared);
     if (setting.smtpauth == 0) return server + ", without login";
     if (rules.smtp_login != 0) return server + ", with a token";
+    const bool own_login = !setting.smtpuser.empty() || !setting.smtppassword.empty();
     return server + (own_login ? ", with a login of its own" : ", with the same login");
 }
 

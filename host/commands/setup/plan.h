@@ -16,7 +16,7 @@ namespace tarvex::host {
 
 struct SetupPlan {
     std::string directory;  // of the tree
-    HostRules rules;        // of the tree
+    HostRules rules;        // that profiles of the user have
     bool user_is_new = true;
     // The name is the user's; values, secrets and rules are filled in one by one. Those of the command line are there
     // first, and stay.

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/commands/commands.h"
+#include "host/settings/shared_account.h"
 #include "host/setup/discovery.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -47,14 +48,16 @@ public:
     void Settle() {
         known_ = KnownProviderOf(domain_, KnownServersFile());
         std::cout << "Looking for the servers of " << ShowUtf8Text(domain_) << ".\n" << std::flush;
-        auto relay = std::async(std::launch::async, [this] { return Search(kRelay); });
+        std::future<Discovery> relay;
+        if (!has_shared_relay_) relay = std::async(std::launch::async, [this] { return Search(kRelay); });
         Discovery mailbox = Search(kMailbox);
-        Discovery way = relay.get();
+        std::optional<Discovery> way;
+        if (relay.valid()) way = relay.get();
         Take(kMailbox, std::move(mailbox));
-        Take(kRelay, std::move(way));
+        if (way) Take(kRelay, *std::move(way));
         if (WantsToken()) return PrepareToken();
         LogInWithPassword();
-        if (Draft()->setting.smtpauth != 0) LogInAtRelay();
+        if (InUse().smtpauth != 0) LogInAtRelay();
     }
 
 private:
@@ -191,7 +194,7 @@ private:
             return look.takes_oauthbearer && !look.takes_xoauth2 ? "oauthbearer" : "xoauth2";
         };
         rules.emplace("pop_login", form(mailbox_));
-        if (Draft()->setting.smtpauth != 0) rules.emplace("smtp_login", form(relay_));
+        if (!has_shared_relay_ && InUse().smtpauth != 0) rules.emplace("smtp_login", form(relay_));
         plan_.profile.values.emplace("popuser", UserNames().front());
         if (rules.contains("token_command")) return LookInside();
         RequireProvider(plan_.directory, options_.provider);
@@ -242,7 +245,8 @@ private:
         try {
             return TryLoginAtRelay();
         } catch (const CommandError& error) {
-            if (error.ExitCode() != kNotAllowed || secrets.contains("smtppassword") || !questions_.CanAsk()) throw;
+            const bool may_ask = questions_.CanAsk() && !has_shared_relay_ && !secrets.contains("smtppassword");
+            if (error.ExitCode() != kNotAllowed || !may_ask) throw;
             std::cerr << Paragraph(error.what(), 2);
         }
         questions_.AskSecret("SMTP password:", "--smtp-password-file", [&](const std::string& password) {
@@ -254,7 +258,7 @@ private:
     void TryLoginAtRelay() {
         CSmtpTrial trial;
         const std::unique_ptr<CPopProfile> draft = Draft();
-        if (!TryRelay(*draft, RulesFor(plan_), {}, trial)) throw WhyFailed(trial.steps, Protocol::Smtp, draft->setting);
+        if (!TryRelay(*draft, RulesFor(plan_), {}, trial)) throw WhyFailed(trial.steps, Protocol::Smtp, InUse());
     }
 
     // kNotAllowed when another login may do better.
@@ -270,12 +274,15 @@ private:
     }
 
     std::unique_ptr<CPopProfile> Draft() const { return DraftOf(plan_); }
+    CPopProfileSetting InUse() const { return WithAccount(Draft()->setting, RulesFor(plan_)); }
 
     SetupPlan& plan_;
     const SetupOptions& options_;
     const Questions& questions_;
     const std::string domain_;
     const CString authority_ = RulesFor(plan_).tls_authority;
+    // The tree or the user has an SMTP account for profiles that name no server.
+    const bool has_shared_relay_ = !plan_.rules.smtpserver.empty() && !plan_.profile.values.contains("smtpserver");
     std::optional<KnownProvider> known_;
     ServerLook mailbox_;  // what was seen there
     ServerLook relay_;

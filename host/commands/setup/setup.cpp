@@ -120,7 +120,9 @@ private:
     void ChooseUser() {
         std::string& name = plan_.profile.name;
         const auto take = [&](const std::string& answer) {
-            name = ShownName(root_, FindUser(root_, answer).path);
+            const CUser& user = FindUser(root_, answer);
+            name = ShownName(root_, user.path);
+            plan_.rules = RulesOfUser(root_.path, user.path).value_or(HostRules());
             plan_.user_is_new = false;
         };
         if (!options_.user.empty()) {

@@ -13,8 +13,10 @@
 #include <string>
 
 #include "host/service/service_starter.h"
+#include "host/tokens/login_speaker.h"
 #include "testing/dns_server.h"
 #include "testing/scripted_server.h"
+#include "tests/host/tokens/posix/authorization_server.h"
 #include "tests/support/conversing.h"
 #include "tests/support/environment.h"
 #include "tests/support/host_program.h"
@@ -47,6 +49,10 @@ public:
         const std::lock_guard lock(mutex_);
         return logins_;
     }
+    int TokenLogins() const {
+        const std::lock_guard lock(mutex_);
+        return token_logins_;
+    }
     std::string Mail() const {
         const std::lock_guard lock(mutex_);
         return mail_;
@@ -67,9 +73,22 @@ private:
                 const bool good = named == user && line == std::string("PASS ") + kPassword;
                 peer.Send(good ? "+OK\r\n" : "-ERR [AUTH] who are you?\r\n");
             }
+            if (line == "AUTH XOAUTH2") TakeToken(peer, "+ \r\n", "+OK\r\n");
             if (line == "UIDL") peer.Send("+OK\r\n1 id-1\r\n2 id-2\r\n.\r\n");
             if (line == "LIST") peer.Send("+OK\r\n1 10\r\n2 10\r\n.\r\n");
         }
+    }
+
+    void TakeToken(Peer& peer, const char* challenge, const char* welcome) {
+        peer.Send(challenge);
+        const std::string response = host::Base64Decoded(peer.ReadLine());
+        const std::lock_guard lock(mutex_);
+        token_logins_ += response == "user=" + user +
+                                         "\x01"
+                                         "auth=Bearer access\x01\x01"
+                             ? 1
+                             : 0;
+        peer.Send(welcome);
     }
 
     void ServeRelay(Peer& peer) {
@@ -77,7 +96,9 @@ private:
         for (;;) {
             const std::string line = peer.ReadLine();
             if (line.starts_with("EHLO")) {
-                peer.Send("250-localhost\r\n250-AUTH PLAIN\r\n250 8BITMIME\r\n");
+                peer.Send("250-localhost\r\n250-AUTH PLAIN XOAUTH2\r\n250 8BITMIME\r\n");
+            } else if (line == "AUTH XOAUTH2") {
+                TakeToken(peer, "334 \r\n", "235 welcome\r\n");
             } else if (line == "AUTH PLAIN") {
                 peer.Send("334 \r\n");
                 peer.ReadLine();
@@ -99,6 +120,7 @@ private:
     const TlsIdentity identity_ = MakeTlsIdentity();
     mutable std::mutex mutex_;
     int logins_ = 0;
+    int token_logins_ = 0;
     std::string mail_;
     ScriptedServer mailbox_{[this](Peer& peer) { ServeMailbox(peer); }};
     ScriptedServer relay_{[this](Peer& peer) { ServeRelay(peer); }};
@@ -198,6 +220,19 @@ TEST_F(SettingUp, ScriptIsAskedNothingAndOnlyNewMailIsForwarded) {
     EXPECT_TRUE(fs::exists(Tree() + "/user0/from1/forwardto0"));
 }
 
+TEST_F(SettingUp, SmtpServerOfTheTreeIsUsedAndNoneIsLookedFor) {
+    ChildProcess init({TARVEX_HOST, "--root", Tree(), "init"});
+    init.Wait();
+    ChildProcess rules({TARVEX_HOST, "--root", Tree(), "rules", "set", "--smtpserver", "localhost", "--smtpport",
+                        std::to_string(provider_.RelayPort()), "--sslsmtp", "tls"});
+    rules.Wait();
+    ASSERT_EQ(rules.ExitCode(), 0) << rules.Errors();
+    EXPECT_THAT(Do(Script(), 0), AllOf(HasSubstr("of the tree, without login"), Not(HasSubstr("  SMTP  "))));
+    EXPECT_THAT(dns_.Asked(), Not(::testing::Contains("_submissions._tcp.localhost")));
+    EXPECT_THAT(provider_.Mail(), HasSubstr("This is a test mail"));
+    EXPECT_THAT(ReadFile(Profile() + "/popprofile.def"), HasSubstr("[smtpserver]\r\n\r\n"));
+}
+
 TEST_F(SettingUp, WithoutATerminalTheOptionThatIsMissingIsNamed) {
     EXPECT_THAT(Do({}, 64), HasSubstr("ADDRESS"));
     EXPECT_THAT(Do({kMailbox}, 64), HasSubstr("--password-file"));
@@ -247,15 +282,57 @@ TEST_F(SettingUp, ServiceThatIsNotOfferedOrWantsTokensEndsIt) {
     EXPECT_THAT(Do({"me@example.test", "--yes"}, 69), HasSubstr("says that there is no POP3"));
 }
 
-TEST_F(SettingUp, FailedTokenLoginLeavesNothingOfTheProfile) {
-    provider_.capabilities = "SASL XOAUTH2\r\n";
-    ChildProcess init({TARVEX_HOST, "--root", Tree(), "init"});
-    init.Wait();
-    fs::create_directories(Tree() + "/providers.d");
-    const std::string nobody = "http://127.0.0.1:" + std::to_string(UnusedPort());
-    WriteFile(Tree() + "/providers.d/p.def",
-              "[client_id]\nme\n[device_endpoint]\n" + nobody + "/d\n[token_endpoint]\n" + nobody + "/t\n");
-    EXPECT_THAT(Do({kMailbox, "--to", kPhone, "--yes"}, 69), HasSubstr("Added profile"));
+// A provider of tokens only, described in the tree.
+class SettingUpWithTokens : public SettingUp {
+protected:
+    void Describe(const AuthorizationServer& server) {
+        provider_.capabilities = "SASL XOAUTH2\r\n";
+        ChildProcess init({TARVEX_HOST, "--root", Tree(), "init"});
+        init.Wait();
+        fs::create_directories(Tree() + "/providers.d");
+        WriteFile(Tree() + "/providers.d/p.def", server.ProviderFile());
+    }
+};
+
+TEST_F(SettingUpWithTokens, LogsInAtTheProviderWithoutAPassword) {
+    const AuthorizationServer server([](const ProviderRequest& request) {
+        return ProviderAnswer{200, request.path == "/device"
+                                       ? R"({"device_code":"d","user_code":"ABCD","verification_uri":"u","interval":1})"
+                                       : R"({"access_token":"access","refresh_token":"r","expires_in":3600})"};
+    });
+    Describe(server);
+    const std::string said =
+        Talk({kMailbox}, {{"Forward to", kPhone}, {"Write this?", ""}, {"ABCD", {}}, {"Did it arrive", "y"}}, 0);
+    EXPECT_THAT(said, AllOf(HasSubstr("with a token"), Not(HasSubstr("Password"))));
+    EXPECT_EQ(provider_.Logins(), 0);
+    EXPECT_GE(provider_.TokenLogins(), 4);  // what is in the mailbox, both checks, the test mail
+    EXPECT_TRUE(IsOn());
+    EXPECT_EQ(ReadFile(Profile() + "/forwardto0/uidl.def"), "id-1\r\nid-2\r\n");
+}
+
+// Ctrl-C while it is being written: the profile is there already, and the login waits for a person.
+TEST_F(SettingUpWithTokens, InterruptedLoginLeavesNothingOfTheProfile) {
+    const AuthorizationServer server([](const ProviderRequest& request) {
+        return request.path == "/device"
+                   ? ProviderAnswer{200, R"({"device_code":"d","user_code":"ABCD","verification_uri":"u"})"}
+                   : ProviderAnswer{400, R"({"error":"authorization_pending"})"};
+    });
+    Describe(server);
+    const auto dialogue = Start({kMailbox, "--to", kPhone, "--yes"});
+    ASSERT_NO_FATAL_FAILURE(Converse(*dialogue, {{"Added profile", {}}, {"ABCD", {}}}));
+    EXPECT_TRUE(fs::exists(Profile()));
+    dialogue->Signal(SIGINT);
+    dialogue->Wait();
+    EXPECT_EQ(dialogue->ExitCode(), 77) << dialogue->Printed();
+    EXPECT_FALSE(fs::exists(Tree() + "/user0"));
+}
+
+TEST_F(SettingUpWithTokens, LoginThatFailsLeavesNothingOfTheProfile) {
+    const AuthorizationServer server([](const ProviderRequest&) {
+        return ProviderAnswer{400, R"({"error":"invalid_scope"})"};
+    });
+    Describe(server);
+    EXPECT_THAT(Do({kMailbox, "--to", kPhone, "--yes"}, 78), HasSubstr("Added profile"));
     EXPECT_FALSE(fs::exists(Tree() + "/user0"));
 }
 
