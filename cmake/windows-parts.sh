@@ -11,7 +11,7 @@
 set -euo pipefail
 folder=$(mkdir -p "$1" && cd "$1" && pwd)
 openssl_number=4
-sqlite_number=1
+sqlite_number=2
 wine_number=2
 
 say() { printf '%s\n' "== $*"; }
@@ -69,7 +69,7 @@ build_sqlite() { # TARGET
   ./configure
   make sqlite3.c
   i686-w64-mingw32-gcc-posix -c -O2 -D_WIN32_WINNT=0x0601 -D__MINGW_USE_VC2005_COMPAT -DSQLITE_OMIT_LOAD_EXTENSION \
-    -DSQLITE_DQS=0 sqlite3.c
+    -DSQLITE_DQS=0 -DSQLITE_ENABLE_FTS5 sqlite3.c
   mkdir "$1/include" "$1/lib"
   i686-w64-mingw32-gcc-ar-posix crs "$1/lib/libsqlite3.a" sqlite3.o
   cp sqlite3.h "$1/include"

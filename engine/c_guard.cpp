@@ -177,11 +177,13 @@ CRefusal CGuardForC::Refused(const CPopProfile& profile, const CReceiveMail& mai
 }
 
 void CGuardForC::Taken(const CPopProfile& profile, const CReceiveMail& mail,
-                       std::span<CForwardAddress* const> addresses) {
-    if (!host_.taken) return CRunGuard::Taken(profile, mail, addresses);
+                       std::span<CForwardAddress* const> addresses, std::string_view reply) {
+    if (!host_.taken) return CRunGuard::Taken(profile, mail, addresses, reply);
+    const std::string answer(reply);
     for (const CForwardAddress* address : addresses) {
         const std::string to = NameBelow(root_, address->path);
-        AskAbout(profile, mail, [&](const tarvex_mail* told) { host_.taken(host_.context, told, to.c_str()); });
+        AskAbout(profile, mail,
+                 [&](const tarvex_mail* told) { host_.taken(host_.context, told, to.c_str(), answer.c_str()); });
     }
 }
 

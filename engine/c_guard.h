@@ -32,8 +32,8 @@ public:
     int EndOfDataSeconds(const CPopProfile& profile) override;
     CRefusal Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                      const CRunFailure& refusal) override;
-    void Taken(const CPopProfile& profile, const CReceiveMail& mail,
-               std::span<CForwardAddress* const> addresses) override;
+    void Taken(const CPopProfile& profile, const CReceiveMail& mail, std::span<CForwardAddress* const> addresses,
+               std::string_view reply) override;
     void NotReached(const CPopProfile& profile, std::span<CReceiveMail* const> mails) override;
 
 private:

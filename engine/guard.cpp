@@ -61,6 +61,6 @@ CRefusal CRunGuard::Refused(const CPopProfile& /*profile*/, const CReceiveMail& 
 }
 
 void CRunGuard::Taken(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,
-                      std::span<CForwardAddress* const> /*addresses*/) {}
+                      std::span<CForwardAddress* const> /*addresses*/, std::string_view /*reply*/) {}
 
 void CRunGuard::NotReached(const CPopProfile& /*profile*/, std::span<CReceiveMail* const> /*mails*/) {}

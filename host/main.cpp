@@ -104,6 +104,8 @@ int main(int argc, char** argv) {
     AddPlanCommand(app, context);
     AddStatusCommand(app, context);
     AddLogCommand(app, context);
+    AddTraceCommand(app, context);
+    AddHealthCommand(app, context);
     AddLoginCommand(app, context);
     AddHeldCommands(app, context);
     AddAcceptCommands(app, context);

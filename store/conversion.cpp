@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/codec/japanese.h"
+#include "platform/codec/mail_header.h"
 #include "platform/os/shield.h"
 
 using tarvex::Shielded;
@@ -33,3 +34,12 @@ std::optional<CString> TextFromUtf8(std::string_view utf8) {
 }
 
 std::size_t WellFormedUtf8Bytes(std::string_view text) { return tarvex::WellFormedUtf8Bytes(text); }
+
+CHeadlines HeadlinesOf(std::string_view message) {
+    while (message.starts_with("\r\n")) message.remove_prefix(2);
+    return Shielded(CHeadlines(), [&] {
+        tarvex::CMailInfo info;
+        tarvex::MakeMailInfo(tarvex::HeaderOf(message), &info);
+        return CHeadlines{info.from, info.subject, info.message_id};
+    });
+}

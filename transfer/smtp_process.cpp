@@ -181,7 +181,7 @@ private:
         if (!accepted) Tell(stage, {socket_.LastFailure(), reply}, recipient);
         if (accepted && stage == CRunStage::EndOfData) {
             CountCopies();
-            guard_.Taken(profile_, *current_.mail, current_.destinations);
+            guard_.Taken(profile_, *current_.mail, current_.destinations, reply);
         }
         Log(reply);
         return accepted;

@@ -21,6 +21,7 @@
 #include "host/held/held.h"
 #include "host/held/held_export.h"
 #include "host/held/held_work.h"
+#include "host/history/history.h"
 #include "host/history/run_words.h"
 #include "host/memory/memory.h"
 #include "host/settings/keys.h"
@@ -238,7 +239,9 @@ int SendHere(const std::string& directory, CRootPath& root, const HeldRequest& r
     Ways ways(root.path);
     const HeldSendingOptions options{std::time(nullptr), [] { return CaughtSignal() != 0; }, &memory,
                                      EndOfDataSeconds(root, profile), &ways};
-    return TellHeld(SendHeld(copy, request.choice, options), request.choice.size(), reply);
+    const std::vector<HeldResult> results = SendHeld(copy, request.choice, options);
+    HistoryWriter(directory, PrintNote).AddMails(copy.path, SentIn(results));
+    return TellHeld(results, request.choice.size(), reply);
 }
 
 int WorkHere(const std::string& directory, const HeldRequest& request, Reply& reply) {

@@ -56,7 +56,7 @@ CommandError CannotUse(const std::string& directory, const std::string& why) {
 class Runner {
 public:
     Runner(const std::string& directory, const Options& options)
-        : options_(options), history_(directory, PrintNote), rules_(directory, PrintNote) {
+        : options_(options), directory_(directory), history_(directory, PrintNote), rules_(directory, PrintNote) {
         if (const std::string trouble = LoadTree(root_, directory); !trouble.empty())
             throw CannotUse(directory, trouble);
         chosen_ = ChosenProfiles(root_, options.names);
@@ -75,6 +75,7 @@ public:
         for (const NamedProfile& named : chosen_) AddLastEnd(*named.profile);
         if (!options_.quiet) Print();
         for (const NamedProfile& named : chosen_) TryHeld(*named.user, *named.profile);
+        history_.Tidy(LimitsOfHistory(CString(directory_)), std::time(nullptr), kTidyingTime);
         if (CaughtSignal() != 0) return kSignalExit + CaughtSignal();
         if (troubles_.code != kDone) throw CommandError(troubles_.code, troubles_.sentence);
         return kDone;
@@ -105,6 +106,7 @@ private:
             if (all_ended && queue_.empty()) return true;
             if (options_.ShowsProgress()) progress.Show(RunsNow(root_));
             rules_.EndLongRuns(root_);
+            for (const auto& copy : root_.running_copies) history_.AddMails(copy->path, rules_.TakeSettled(*copy));
         }
     }
 
@@ -129,8 +131,9 @@ private:
 
     void TellEnd(CPopProfile& copy) {
         what_else_[&copy] = rules_.WhatElse(copy);
-        const bool goes_on = rules_.Finish(copy) == NextRun::AtOnce;
-        history_.Add(copy.path, RunThatEnded(copy));
+        std::vector<TracedMail> mails;
+        const bool goes_on = rules_.Finish(copy, &mails) == NextRun::AtOnce;
+        history_.Add(copy.path, RunThatEnded(copy), std::move(mails));
         if (!goes_on) return;
         const auto of_copy = [&copy](const NamedProfile& named) { return named.profile->path == copy.path; };
         queue_.push_back(std::ranges::find_if(chosen_, of_copy)->profile);
@@ -158,7 +161,9 @@ private:
         Reply reply;
         const HeldSendingOptions options{now, [] { return CaughtSignal() != 0; }, &rules_.Memory(),
                                          EndOfDataSeconds(root_, profile), &rules_.WaysOut()};
-        const int code = TellHeld(SendHeld(copy, due, options), due.size(), reply);
+        const std::vector<HeldResult> results = SendHeld(copy, due, options);
+        history_.AddMails(copy.path, SentIn(results));
+        const int code = TellHeld(results, due.size(), reply);
         const std::string heading = ShownName(root_, profile.path) + ": held mail was tried again";
         if (!options_.quiet) std::cout << heading << ":\n" << reply.printed;
         if (options_.quiet && code != kDone) PrintNote(heading + ", " + reply.error);
@@ -184,6 +189,7 @@ private:
     }
 
     const Options& options_;
+    const std::string directory_;
     HistoryWriter history_;
     RuledRuns rules_;
     CRootPath root_;  // after the rules, which its runs ask

@@ -27,6 +27,7 @@
 #include "host/held/refusals_in_a_row.h"
 #include "host/settings/shared_account.h"
 #include "host/tokens/profile_tokens.h"
+#include "host/trace/mail_recorder.h"
 #include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
@@ -83,6 +84,7 @@ public:
 
     // Of one message for one address.
     bool taken = false;
+    CString taken_with;  // what the server answered
     CRunFailure refusal;
 
     // The next connection asks for a new one.
@@ -112,7 +114,11 @@ private:
         refusal = why;
         return CRefusal::HostHasIt;
     }
-    void Taken(const CPopProfile&, const CReceiveMail&, std::span<CForwardAddress* const>) override { taken = true; }
+    void Taken(const CPopProfile&, const CReceiveMail&, std::span<CForwardAddress* const>,
+               std::string_view reply) override {
+        taken = true;
+        taken_with = reply;
+    }
 
     const int end_of_data_s_;
     Ways* const ways_;
@@ -184,10 +190,15 @@ private:
             StrikeOff(record, result);
             return result.why.empty();
         }
+        TracedMail trace = TraceOf(record.uidl, text);
+        const Milliseconds offered = MailRecorder::Now();
         Deliver(std::move(text), address, result);
         if (memory_) RememberLogin(result);
         if (result.outcome == HeldOutcome::Refused) return RecordRefusal(record, waiting, address, result);
         if (result.outcome != HeldOutcome::Taken) return false;
+        trace.copies.push_back(
+            {address.setting.address, CopyFate::Sent, offered, MailRecorder::Now(), guard_.taken_with});
+        result.sent = std::move(trace);
         refusals_.MessageWasTaken();
         if (memory_) RecordTaken(address.setting.address, *digest);
         const bool follow = WasRefusedAsRecipient(waiting);
@@ -350,6 +361,14 @@ std::vector<HeldResult> SendHeld(CPopProfile& copy, const std::vector<HeldChoice
         if (!sending.Try(results.back())) break;
     }
     return results;
+}
+
+std::vector<TracedMail> SentIn(const std::vector<HeldResult>& results) {
+    std::vector<TracedMail> sent;
+    for (const HeldResult& result : results) {
+        if (result.sent) sent.push_back(*result.sent);
+    }
+    return sent;
 }
 
 void MakeHeldDue(const CString& profile_path, const CString& folder, CTime now) {

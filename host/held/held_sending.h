@@ -3,10 +3,12 @@
 // Trying mail again that was set aside, through the engine's own delivery.
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/held/held_record.h"
+#include "host/history/mail_trace.h"
 #include "host/memory/memory.h"
 #include "host/ways/server_way.h"
 #include "tarvex/tree.h"
@@ -36,8 +38,9 @@ struct HeldResult {
     CString address;
     std::string digest;
     HeldOutcome outcome = HeldOutcome::NotTried;
-    CRunFailure failure;  // of Refused, Failed and Blocked
-    std::string why;      // in English, where `failure` does not tell
+    CRunFailure failure;             // of Refused, Failed and Blocked
+    std::string why;                 // in English, where `failure` does not tell
+    std::optional<TracedMail> sent;  // of Taken, by the server and now
 };
 
 // Every address that waits, in the order of the messages.
@@ -65,6 +68,9 @@ struct HeldSendingOptions {
 // its schedule does not matter.
 std::vector<HeldResult> SendHeld(CPopProfile& copy, const std::vector<HeldChoice>& choice,
                                  const HeldSendingOptions& options);
+
+// For the history: what the server has taken.
+std::vector<TracedMail> SentIn(const std::vector<HeldResult>& results);
 
 // Makes due what waits because the recipient was refused: the server has taken mail for the address again.
 void MakeHeldDue(const CString& profile_path, const CString& folder, CTime now);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <ctime>
 #include <utility>
 
 #include "host/history/run_words.h"
@@ -12,7 +13,8 @@
 namespace tarvex::host {
 namespace {
 
-constexpr std::size_t kMostWaiting = 1000;    // entries
+constexpr std::size_t kMostWaiting = 1000;  // entries
+constexpr std::size_t kMostWaitingMails = 20'000;
 constexpr std::size_t kMostNotFetched = 100;  // of a run that are kept
 constexpr std::size_t kMostNotFetchedBytes = 20'000;
 constexpr std::size_t kMostTextBytes = 1000;  // of one text of a server or a mail
@@ -92,7 +94,11 @@ CREATE TABLE copies (                         -- of the addresses that got some,
 ALTER TABLE runs ADD COLUMN put_off INTEGER NOT NULL DEFAULT 0;   -- messages that a rule left for a later run
 ALTER TABLE runs ADD COLUMN set_aside INTEGER NOT NULL DEFAULT 0; -- copies
 )",
+    kMailSchema,
+    kMailIndexSchema,
 };
+
+constexpr int kVersionWithMails = 4;
 
 constexpr RootDatabase kDatabase{"history", "the history of runs", kSchemas};
 
@@ -187,8 +193,7 @@ void DropOld(Database& database, std::int64_t profile, CTime now) {
         .Run();
 }
 
-void Insert(Database& database, const ProfileName& name, const PastRun& run) {
-    const std::int64_t profile = AddProfile(database, name, run.ended);
+void InsertEnded(Database& database, std::int64_t profile, const PastRun& run) {
     database
         .Prepare(
             "UPDATE profiles SET runs = runs + 1, failed = failed + ?2,"
@@ -205,6 +210,20 @@ void Insert(Database& database, const ProfileName& name, const PastRun& run) {
     DropOld(database, profile, run.ended);
 }
 
+// One that could not look leaves what was known to wait.
+bool HasLooked(const CRunResult& result) {
+    return result.ending == CRunEnding::NothingNew || result.ending == CRunEnding::Delivered ||
+           result.messages_fetched > 0;
+}
+
+void Insert(Database& database, const ProfileName& name, const std::optional<PastRun>& run,
+            std::span<const TracedMail> mails) {
+    const std::int64_t profile = AddProfile(database, name, run ? run->ended : std::time(nullptr));
+    if (run) InsertEnded(database, profile, *run);
+    if (run && (HasLooked(run->result) || !mails.empty())) ForgetWaiting(database, profile);
+    InsertMails(database, profile, mails);
+}
+
 }  // namespace
 
 HistoryWriter::HistoryWriter(std::string root, Tell tell, std::chrono::milliseconds retry_after)
@@ -212,15 +231,42 @@ HistoryWriter::HistoryWriter(std::string root, Tell tell, std::chrono::milliseco
           database.Run("DELETE FROM profiles WHERE gone AND id NOT IN (SELECT profile FROM runs)");
       }) {}
 
-void HistoryWriter::Add(const CString& profile_path, PastRun run) {
+void HistoryWriter::Add(const CString& profile_path, PastRun run, std::vector<TracedMail> mails) {
     Shorten(run.result);
-    waiting_.push_back({NameOfProfile(profile_path), std::move(run)});
-    if (waiting_.size() > kMostWaiting) waiting_.pop_front();
-    database_.Do([this](Database& database) {
-        for (; !waiting_.empty(); waiting_.pop_front()) {
+    Write({NameOfProfile(profile_path), std::move(run), std::move(mails)});
+}
+
+void HistoryWriter::AddMails(const CString& profile_path, std::vector<TracedMail> mails) {
+    if (!mails.empty()) Write({NameOfProfile(profile_path), std::nullopt, std::move(mails)});
+}
+
+void HistoryWriter::Write(Entry entry) {
+    waiting_mails_ += entry.mails.size();
+    waiting_.push_back(std::move(entry));
+    const auto drop_first = [this] {
+        waiting_mails_ -= waiting_.front().mails.size();
+        waiting_.pop_front();
+    };
+    while (waiting_.size() > 1 && (waiting_.size() > kMostWaiting || waiting_mails_ > kMostWaitingMails)) drop_first();
+    database_.Do([&](Database& database) {
+        for (; !waiting_.empty(); drop_first()) {
             Transaction transaction(database);
-            Insert(database, waiting_.front().profile, waiting_.front().run);
+            Insert(database, waiting_.front().profile, waiting_.front().run, waiting_.front().mails);
             transaction.Commit();
+            is_tidy_ = false;
+        }
+    });
+}
+
+void HistoryWriter::Tidy(const MailLimits& limits, CTime now, std::chrono::milliseconds at_most) {
+    if (is_tidy_) return;
+    const auto until = std::chrono::steady_clock::now() + at_most;
+    database_.Do([&](Database& database) {
+        is_tidy_ = !DropOldMails(database, limits, now);
+        while (IndexMails(database)) {
+            if (std::chrono::steady_clock::now() < until) continue;
+            is_tidy_ = false;
+            break;
         }
     });
 }
@@ -243,6 +289,11 @@ std::optional<ProfileHistory> HistoryReader::Of(const CString& profile_path) {
     }
     ReadLast(*id, history.last);
     return history;
+}
+
+std::vector<FoundMail> HistoryReader::Find(const MailSearch& search) {
+    const bool has_mails = database_.Get() && database_.Get()->Number("PRAGMA user_version") >= kVersionWithMails;
+    return has_mails ? FindMails(*database_.Get(), search) : std::vector<FoundMail>();
 }
 
 bool HistoryReader::HasHadCopies(const CString& profile_path, const CString& address) {

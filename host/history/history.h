@@ -1,15 +1,17 @@
 #pragma once
 
-// What the runs of a root did, remembered across restarts in ROOT/.tarvex/history.db (SQLite). One process writes it,
-// the holder of the root's lock; others may read meanwhile. Losing it loses no mail, and nothing that goes wrong with
-// it keeps a run from anything.
+// What the runs of a root did and what became of each message, remembered across restarts in ROOT/.tarvex/history.db
+// (SQLite). One process writes it, the holder of the root's lock; others may read meanwhile. Losing it loses no mail,
+// and nothing that goes wrong with it keeps a run from anything.
 
 #include <chrono>
 #include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "host/history/mail_tables.h"
 #include "host/history/root_database.h"
 #include "tarvex/result.h"
 #include "tarvex/text.h"
@@ -51,17 +53,30 @@ public:
     // again after a while.
     HistoryWriter(std::string root, Tell tell, std::chrono::milliseconds retry_after = std::chrono::seconds(30));
 
-    // What cannot be written is kept in memory, within limits, and written with a later run. Throws nothing but
+    // A run that has ended, and its messages: those that wait for a later run take the place of those that waited
+    // before. What cannot be written is kept in memory, within limits, and written later. These throw nothing but
     // std::bad_alloc.
-    void Add(const CString& profile_path, PastRun run);
+    void Add(const CString& profile_path, PastRun run, std::vector<TracedMail> mails = {});
+
+    // Messages of a run that goes on, or of none.
+    void AddMails(const CString& profile_path, std::vector<TracedMail> mails);
+
+    // Removes what is over the limits and keeps what is new quick to find, for about so long at most. To be called
+    // when there is time.
+    void Tidy(const MailLimits& limits, CTime now, std::chrono::milliseconds at_most);
 
 private:
     struct Entry {
         ProfileName profile;
-        PastRun run;
+        std::optional<PastRun> run;
+        std::vector<TracedMail> mails;
     };
 
+    void Write(Entry entry);
+
+    bool is_tidy_ = true;
     std::deque<Entry> waiting_;
+    std::size_t waiting_mails_ = 0;
     RootDatabaseWriter database_;
 };
 
@@ -72,6 +87,9 @@ public:
 
     // Nothing when no run of it is known. Throws DatabaseError.
     std::optional<ProfileHistory> Of(const CString& profile_path);
+
+    // Throws DatabaseError, and CommandError for a word that cannot be searched for.
+    std::vector<FoundMail> Find(const MailSearch& search);
 
     // Whether one of the runs that are kept has sent it something. Throws DatabaseError.
     bool HasHadCopies(const CString& profile_path, const CString& address);

@@ -18,35 +18,65 @@ using SteadyClock = std::chrono::steady_clock;
 
 }  // namespace
 
+MailLimits LimitsOfHistory(const CString& root) {
+    constexpr std::int64_t kMegabyte = 1'000'000;
+    try {
+        const HostRules rules = RulesOf(root).value_or(HostRules());
+        return {rules.historydays, rules.historysize * kMegabyte};
+    } catch (const CommandError&) {
+        return {};  // that the rules cannot be read is said elsewhere
+    }
+}
+
 RuledRuns::RuledRuns(const std::string& root, RuleMemory::Tell tell)
     : root_(root), memory_(root, std::move(tell)), ways_(root) {}
 
 CStartResult RuledRuns::Start(CRootPath& root, CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(profile);
-    if (!rules) return StartRun(root, profile);
-    // Text mail takes up to three times its message. Where there is little memory, half of it is for messages.
-    const std::int64_t usable = UsableMemory();
-    budget_.SetLimits(std::min(rules->servicesize * kMiB, usable / 2), usable - usable / 4);
-    Run run{std::make_unique<RunRules>(*rules, profile, memory_, budget_, kept_mails_),
-            SteadyClock::now() + std::chrono::minutes(rules->runtime), RelayOf(WithAccount(profile.setting, *rules))};
-    RunRules* const guard = run.rules.get();
-    guard->LeadThrough(ways_);
+    Run run;
+    run.relay = RelayOf(profile.setting);
+    run.guard = rules ? MakeRules(*rules, profile, run) : std::make_unique<RecordingGuard>(*run.recorder);
+    CRunGuard* const guard = run.guard.get();
     const CStartResult result = StartRun(root, profile, guard);
     if (result == CStartResult::Started) runs_.insert_or_assign(profile.path, std::move(run));
     return result;
 }
 
+std::unique_ptr<CRunGuard> RuledRuns::MakeRules(const HostRules& rules, const CPopProfile& profile, Run& run) {
+    // Text mail takes up to three times its message. Where there is little memory, half of it is for messages.
+    const std::int64_t usable = UsableMemory();
+    budget_.SetLimits(std::min(rules.servicesize * kMiB, usable / 2), usable - usable / 4);
+    auto guard = std::make_unique<RunRules>(rules, profile, memory_, budget_, kept_mails_);
+    guard->LeadThrough(ways_);
+    guard->TellTo(*run.recorder);
+    run.rules = guard.get();
+    run.ends = SteadyClock::now() + std::chrono::minutes(rules.runtime);
+    run.relay = RelayOf(WithAccount(profile.setting, rules));
+    return guard;
+}
+
+RunRules* RuledRuns::RulesOfRun(const CString& profile_path) const {
+    const auto run = runs_.find(profile_path);
+    return run == runs_.end() ? nullptr : run->second.rules;
+}
+
 std::string RuledRuns::WhatElse(const CPopProfile& copy) const {
-    const auto run = runs_.find(copy.path);
-    const int copies = run == runs_.end() ? 0 : run->second.rules->CopiesHadAlready();
+    const RunRules* const rules = RulesOfRun(copy.path);
+    const int copies = rules ? rules->CopiesHadAlready() : 0;
     if (copies == 0) return {};
     return copies == 1 ? ", one copy was there already" : ", " + std::to_string(copies) + " copies were there already";
 }
 
-NextRun RuledRuns::Finish(CPopProfile& copy) {
+std::vector<TracedMail> RuledRuns::TakeSettled(const CPopProfile& copy) {
+    const auto run = runs_.find(copy.path);
+    return run == runs_.end() ? std::vector<TracedMail>() : run->second.recorder->TakeSettled();
+}
+
+NextRun RuledRuns::Finish(CPopProfile& copy, std::vector<TracedMail>* mails) {
     const auto run = runs_.find(copy.path);
     if (run == runs_.end()) return NextRun::WhenDue;
-    const NextRun next = run->second.rules->Finish(copy.result);
+    const NextRun next = run->second.rules ? run->second.rules->Finish(copy.result) : NextRun::WhenDue;
+    if (mails) *mails = run->second.recorder->TakeRest(copy.result);
     runs_.erase(run);
     return next;
 }
@@ -103,7 +133,7 @@ void RuledRuns::EndLongRuns(CRootPath& root) {
     kept_mails_.DropUseless(root, std::time(nullptr));
     for (const auto& copy : root.running_copies) {
         const auto run = runs_.find(copy->path);
-        if (run == runs_.end() || SteadyClock::now() < run->second.ends) continue;
+        if (run == runs_.end() || !run->second.rules || SteadyClock::now() < run->second.ends) continue;
         run->second.rules->EndsForTime();
         InterruptRun(*copy);
     }

@@ -7,9 +7,14 @@
 #include <memory>
 #include <string>
 
+#include "host/history/mail_tables.h"
 #include "host/rules/run_rules.h"
 
 namespace tarvex::host {
+
+// How much of the history is kept, by the rules of the tree; the defaults where they say nothing.
+MailLimits LimitsOfHistory(const CString& root);
+inline constexpr std::chrono::milliseconds kTidyingTime{50};  // of the history, at once
 
 // Belongs to the thread that owns the root, and must outlive its runs.
 class RuledRuns {
@@ -24,8 +29,12 @@ public:
     // What the result of such a run does not tell: ", 3 copies were there already"; empty for nothing.
     std::string WhatElse(const CPopProfile& copy) const;
 
-    // For a copy whose worker has finished: remembers what follows from its run, and completes its result.
-    NextRun Finish(CPopProfile& copy);
+    // What became of messages of a run that is under way, since this was asked last.
+    std::vector<TracedMail> TakeSettled(const CPopProfile& copy);
+
+    // For a copy whose worker has finished: remembers what follows from its run, and completes its result. `mails` gets
+    // what became of the messages that were not taken before.
+    NextRun Finish(CPopProfile& copy, std::vector<TracedMail>* mails = nullptr);
 
     // Why a rule keeps the profile from running now, though it may be due; empty when none does. What ends by itself
     // does not keep a person from it (`asked`).
@@ -39,7 +48,7 @@ public:
     bool HasRoomFor(const CRootPath& root, const CPopProfile& profile);
 
     // Whether the run of the profile that is under way is one by rules.
-    bool HasRules(const CString& profile_path) const { return runs_.contains(profile_path); }
+    bool HasRules(const CString& profile_path) const { return RulesOfRun(profile_path) != nullptr; }
 
     // Ends the runs that have taken longer than their rules allow, and lets go of what is kept for no run any more. To
     // be called now and then.
@@ -53,10 +62,15 @@ public:
 
 private:
     struct Run {
-        std::unique_ptr<RunRules> rules;
+        std::unique_ptr<MailRecorder> recorder = std::make_unique<MailRecorder>();
+        std::unique_ptr<CRunGuard> guard;
+        RunRules* rules = nullptr;  // the guard, in a tree with rules
         std::chrono::steady_clock::time_point ends;
         CString relay;  // the SMTP server
     };
+
+    std::unique_ptr<CRunGuard> MakeRules(const HostRules& rules, const CPopProfile& profile, Run& run);
+    RunRules* RulesOfRun(const CString& profile_path) const;  // null where there are none
 
     const std::string root_;
     RuleMemory memory_;

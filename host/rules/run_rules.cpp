@@ -244,6 +244,7 @@ bool RunRules::Fetches(const CPopProfile& profile, const CMailOnServer& mail, st
         return false;
     }
     if (takes_turns && !IsLineLost(profile.result)) rotation_.Fetches(NumberOf(mail));
+    if (recorder_) recorder_->Fetches(mail);
     return true;
 }
 
@@ -260,7 +261,11 @@ bool RunRules::DeliversAfter(const CPopProfile& /*profile*/, const CRunFailure& 
 CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                          bool received) {
     if (fetched_.empty()) budget_.Settle(user_);  // all is here
-    if (rules_.keyless && !HasMailbox(address)) return CSending::KeepBack;
+    const CString& to = address.setting.address;
+    if (rules_.keyless && !HasMailbox(address)) {
+        Tell(mail, to, CopyFate::Waits, "the address is none");
+        return CSending::KeepBack;
+    }
     const Fetched& fetched = Of(profile, mail);
     const bool sent = rules_.sentonce && fetched.sent_before.contains(&address);
     if (sent || IsHeld(fetched.digest, address)) {
@@ -268,22 +273,29 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
         if (came_back) profile_memory_.RecordNotDeleted(mail.uidl, "the server lists it again", Now());
         if (sent && (!received || fetched.is_new_under_its_id)) ++had_already_;
         // An id that others have as well says nothing.
-        if (!received && !mail.uidl.empty() && !StandsTwice(mail.uidl)) has_learnt_ = !has_other_ids_;
+        if (!received && !mail.uidl.empty() && !StandsTwice(mail.uidl)) {
+            has_learnt_ = !has_other_ids_;
+            if (has_learnt_ && sent) Tell(mail, to, CopyFate::HadAlready);
+        }
         NoteNewId(profile, fetched);
         return CSending::HasIt;
     }
     if (fetched.for_nobody) {
+        Tell(mail, to, CopyFate::Waits, "there is no room to set it aside");
         if (HoldUnasked(profile, mail, fetched, *fetched.for_nobody, address)) return CSending::HasIt;
         left_.Add(fetched.digest, Now());
         return CSending::KeepBack;
     }
-    if (!rules_.sentonce) return CSending::AsAlways;
     const bool by_bytes = mail.uidl.empty() || fetched.is_new_under_its_id || StandsTwice(mail.uidl);
-    return received && !by_bytes ? CSending::HasIt : CSending::Send;
+    const bool has_it = received && !(rules_.sentonce && by_bytes);
+    if (!has_it) Tell(mail, to, CopyFate::Waits);
+    if (!rules_.sentonce) return CSending::AsAlways;
+    return has_it ? CSending::HasIt : CSending::Send;
 }
 
 bool RunRules::Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address) {
     const CString& to = address.setting.address;
+    if (recorder_) recorder_->Offers(mail, to);
     if (!rules_.setaside || !profile_memory_.IsParked(to) || profile_memory_.MayAsk(to, Now())) return true;
     return !HoldUnasked(profile, mail, Of(profile, mail), HeldKind::Refused, address);
 }
@@ -295,22 +307,25 @@ CRefusal RunRules::Refused(const CPopProfile& profile, const CReceiveMail& mail,
                            const CRunFailure& refusal) {
     if (!rules_.setaside) return CRefusal::EndDelivery;
     const CString& to = address.setting.address;
+    Tell(mail, to, CopyFate::Waits, refusal.reply);
     const Fetched& fetched = Of(profile, mail);
     const bool for_now = refusal.failure_class == CFailureClass::Transient;
     const bool again =
         !for_now || profile_memory_.CountRefusal(to, fetched.digest, refusal.reply, Now()) >= kSetAsideAfter;
     if (servers_fault_.IsIn(profile, address, fetched.digest, refusal, Now()) || !again) return CRefusal::EndDelivery;
-    HeldAddress waiting = RefusedNow(profile, address, refusal.stage, refusal.failure_class, refusal.reply, Now());
-    if (!Hold(mail, fetched, HeldKind::Refused, std::move(waiting))) return CRefusal::EndDelivery;
+    const HeldAddress waiting =
+        RefusedNow(profile, address, refusal.stage, refusal.failure_class, refusal.reply, Now());
+    if (!Hold(mail, fetched, HeldKind::Refused, waiting)) return CRefusal::EndDelivery;
     if (refusal.stage == CRunStage::RcptTo) profile_memory_.Park(to, refusal.reply, Now());
     return CRefusal::HostHasIt;
 }
 
-void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail,
-                     std::span<CForwardAddress* const> addresses) {
+void RunRules::Taken(const CPopProfile& profile, const CReceiveMail& mail, std::span<CForwardAddress* const> addresses,
+                     std::string_view reply) {
     std::vector<CString> to;
     for (const CForwardAddress* address : addresses) to.push_back(address->setting.address);
     profile_memory_.RecordSent(to, Of(profile, mail).digest, Now());
+    for (const CString& address : to) Tell(mail, address, CopyFate::Sent, reply);
     NoteNewId(profile, Of(profile, mail));
     servers_fault_.Taken(profile, Now());
     for (const CForwardAddress* address : addresses) {

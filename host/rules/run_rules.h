@@ -26,6 +26,7 @@
 #include "host/rules/servers_fault.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/shared_account.h"
+#include "host/trace/mail_recorder.h"
 #include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 
@@ -46,6 +47,9 @@ public:
 
     // The ways for rules that want TLS or tokens; they must outlive the run. Without them such a run has no connection.
     void LeadThrough(Ways& ways) { ways_ = &ways; }
+
+    // Where it is written down what becomes of each message; it must outlive the run.
+    void TellTo(MailRecorder& recorder) { recorder_ = &recorder; }
 
     // To be called once, with the result of the run that has ended: remembers what follows from it, and completes it
     // where a rule ended the run.
@@ -79,8 +83,8 @@ public:
     int EndOfDataSeconds(const CPopProfile& profile) override;
     CRefusal Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                      const CRunFailure& refusal) override;
-    void Taken(const CPopProfile& profile, const CReceiveMail& mail,
-               std::span<CForwardAddress* const> addresses) override;
+    void Taken(const CPopProfile& profile, const CReceiveMail& mail, std::span<CForwardAddress* const> addresses,
+               std::string_view reply) override;
     void NotReached(const CPopProfile& profile, std::span<CReceiveMail* const> mails) override;
 
 private:
@@ -101,6 +105,9 @@ private:
     CTime Now() const { return clock_(); }
     bool StandsTwice(std::string_view uidl) const { return !twice_.empty() && twice_.contains(std::string(uidl)); }
     Fetched& Of(const CPopProfile& profile, const CReceiveMail& mail);
+    void Tell(const CReceiveMail& mail, const CString& address, CopyFate fate, std::string_view words = {}) {
+        if (recorder_) recorder_->Tell(mail, address, fate, words);
+    }
     void Judge(const CPopProfile& profile, const SplitMail& mail, Fetched& fetched);
     bool HasOwnId(const CMailOnServer& mail) const;
     bool TakesTurns(const CMailOnServer& mail) const;
@@ -115,7 +122,7 @@ private:
     void NoteNewId(const CPopProfile& profile, const Fetched& fetched);
     void TellNotRemembered(CRunResult& result) const;
     bool IsHeld(const MailDigest& digest, const CForwardAddress& address) const;
-    bool Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting);
+    bool Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, const HeldAddress& waiting);
     bool HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail, const Fetched& fetched, HeldKind kind,
                      const CForwardAddress& address);
     void RememberLogins(const CRunResult& result);
@@ -128,6 +135,7 @@ private:
     const HostRules rules_;
     const TokenOwner token_owner_;
     Ways* ways_ = nullptr;
+    MailRecorder* recorder_ = nullptr;
     UsedToken used_at_mailbox_;
     UsedToken used_at_relay_;
     const CTime interval_s_;

@@ -21,6 +21,17 @@ CString FrontOf(std::string_view text, bool rewritten) {
     return CString(text.substr(0, end));
 }
 
+CopyFate FateOf(HeldKind kind, const HeldAddress& waiting) {
+    switch (kind) {
+        case HeldKind::Report:
+            return CopyFate::Report;
+        case HeldKind::Loop:
+            return CopyFate::Loop;
+        default:
+            return waiting.tries > 0 ? CopyFate::Refused : CopyFate::Parked;
+    }
+}
+
 }  // namespace
 
 RunRules::Fetched& RunRules::Of(const CPopProfile& profile, const CReceiveMail& mail) {
@@ -107,22 +118,22 @@ bool RunRules::HoldUnasked(const CPopProfile& profile, const CReceiveMail& mail,
         waiting.reply = profile_memory_.ReplyOfParked(waiting.address);
         waiting.failure_class = waiting.reply.starts_with('4') ? CFailureClass::Transient : CFailureClass::Permanent;
     }
-    return Hold(mail, fetched, kind, std::move(waiting));
+    return Hold(mail, fetched, kind, waiting);
 }
 
-bool RunRules::Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, HeldAddress waiting) {
+bool RunRules::Hold(const CReceiveMail& mail, const Fetched& fetched, HeldKind kind, const HeldAddress& waiting) {
     HeldRecord record;
     record.uidl = mail.uidl;
     record.digest = fetched.digest.Hex();
     record.kind = kind;
     record.set_aside = Now();
-    const std::string folder = waiting.folder;
-    record.addresses.push_back(std::move(waiting));
+    record.addresses.push_back(waiting);
     const HeldLimits limits{rules_.heldmessages, rules_.heldsize * kMiB};
     const std::string digest = record.digest;
     const std::optional<CString> text = AsFetched(mail.text, fetched);
     if (!text || store_.Hold(*text, std::move(record), limits) != HoldOutcome::Held) return false;
-    held_.emplace(digest, folder);
+    held_.emplace(digest, waiting.folder);
+    Tell(mail, waiting.address, FateOf(kind, waiting), waiting.reply);
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 // How a command speaks to the service that owns the tree.
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -40,7 +41,8 @@ public:
     virtual int Held(const HeldRequest& request, Reply& reply,
                      const std::function<void(const std::string&)>& on_note) = 0;
 
-    virtual ServiceReport Report() = 0;  // throws CommandError also when the answer takes seconds
+    // Throws CommandError also when no answer comes within so long.
+    virtual ServiceReport Report(std::chrono::milliseconds patience = std::chrono::seconds(2)) = 0;
 };
 
 }  // namespace tarvex::host

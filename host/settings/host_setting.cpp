@@ -32,6 +32,8 @@ constexpr int kLongestRun_minutes = 7 * 24 * 60;
 constexpr int kLargestSize_MiB = 1 << 20;
 constexpr int kMost = 1000000000;
 constexpr int kHighestPort = 65535;
+constexpr int kLongestHistory_days = 36500;
+constexpr int kLargestHistory_MB = 1000000;
 
 constexpr Key<R> Rule(const char* name, const char* group, bool R::*field, const char* meaning) {
     return {{name, group, "on|off", meaning, KeyType::Number, "", kOnOff, 0, 1}, field};
@@ -121,6 +123,10 @@ constexpr std::array kRuleKeys = {
     OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
                     "Messages that all runs of the service hold in memory")),
     OfTheRoot(Limit("allruns", kService, "RUNS", "runs", kMost, &R::allruns, "Runs at once")),
+    OfTheRoot(Limit("historydays", kService, "DAYS", "days", kLongestHistory_days, &R::historydays,
+                    "How long it is remembered what became of a message")),
+    OfTheRoot(Limit("historysize", kService, "MB", "MB", kLargestHistory_MB, &R::historysize,
+                    "How large the history may be: the oldest messages go first")),
 };
 
 CommandError BadFile(const CString& path, const std::string& why) {

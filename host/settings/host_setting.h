@@ -37,6 +37,8 @@ struct HostRules {
     int heldsize = 1024;       // MiB of a profile
     int serverruns = 10;       // runs at once to one server
     int allruns = 200;         // runs at once; of the root alone
+    int historydays = 90;      // of the root alone, as the next
+    int historysize = 500;     // MB
 
     int pop_tls = 0;        // a PopTls
     CString tls_authority;  // a file of certificates, in the tree's form of a path; empty for the system's

@@ -38,7 +38,9 @@ private:
         refusal = why;
         return CRefusal::HostHasIt;
     }
-    void Taken(const CPopProfile&, const CReceiveMail&, std::span<CForwardAddress* const>) override { taken = true; }
+    void Taken(const CPopProfile&, const CReceiveMail&, std::span<CForwardAddress* const>, std::string_view) override {
+        taken = true;
+    }
 
     const HostRules rules_;
     Ways ways_;

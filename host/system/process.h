@@ -2,6 +2,7 @@
 
 // What the command asks of the system about its own process.
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ bool CanRedraw();
 
 // How many lines standard output shows at a time, 24 when it is no terminal.
 int TerminalLines();
+
+// How many columns it has; 0 when it is no terminal, or one that does not tell.
+std::size_t TerminalColumns();
 
 // Whether standard output is a terminal that shows colours (and NO_COLOR is not set).
 bool ShowsColours();

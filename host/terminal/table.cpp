@@ -61,14 +61,55 @@ std::string Wrapped(std::string_view text, std::size_t columns) {
     return result;
 }
 
-void Table::Print(std::ostream& out) const {
+std::string CutInTheMiddle(const std::string& text, std::size_t columns) {
+    constexpr std::string_view kDots = "...";
+    if (Columns(text) <= columns) return text;
+    if (columns <= kDots.size()) return std::string(kDots.substr(0, columns));
+    const std::size_t kept = columns - kDots.size();
+    std::size_t end = 0;  // of the front
+    for (std::size_t next = 1; next <= text.size(); ++next) {
+        if (next < text.size() && !BeginsCharacter(text[next])) continue;
+        if (Columns(text.substr(0, next)) > kept - kept / 2) break;
+        end = next;
+    }
+    std::size_t begin = text.size();  // of the back
+    for (std::size_t next = text.size(); next-- > end;) {
+        if (!BeginsCharacter(text[next])) continue;
+        if (Columns(text.substr(next)) > kept / 2) break;
+        begin = next;
+    }
+    return text.substr(0, end) + std::string(kDots) + text.substr(begin);
+}
+
+std::vector<std::size_t> Table::Widths() const {
     std::vector<std::size_t> widths(rows_.front().size(), 0);
     for (const Row& row : rows_) {
         for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Columns(row[i]));
     }
+    return widths;
+}
+
+void Table::Print(std::ostream& out) const { Print(out, {}); }
+
+void Table::Print(std::ostream& out, const Room& room) const {
+    std::vector<std::size_t> widths = Widths();
+    std::vector<bool> gone(widths.size(), false);
+    const auto total = [&] {
+        std::size_t columns = 0;
+        for (std::size_t i = 0; i < widths.size(); ++i) columns += gone[i] ? 0 : widths[i] + kGap.size();
+        return columns - kGap.size();
+    };
+    const auto is_too_wide = [&] { return room.columns != 0 && total() > room.columns; };
+    for (const std::size_t column : room.dispensable) {
+        if (is_too_wide()) gone[column] = true;
+    }
+    for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = gone[i] ? 0 : widths[i];
+    while (is_too_wide() && std::ranges::max(widths) > 1) --*std::ranges::max_element(widths);
     for (const Row& row : rows_) {
         std::string line;
-        for (std::size_t i = 0; i < row.size(); ++i) line += Padded(row[i], widths[i]) + std::string(kGap);
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            if (!gone[i]) line += Padded(CutInTheMiddle(row[i], widths[i]), widths[i]) + std::string(kGap);
+        }
         line.resize(line.find_last_not_of(' ') + 1);
         out << line << '\n';
     }

@@ -18,6 +18,9 @@ std::string Padded(std::string text, std::size_t columns);
 // The text in lines of at most so many columns, broken at blanks.
 std::string Wrapped(std::string_view text, std::size_t columns);
 
+// The text in at most so many columns: "user0/f...m12" where it is longer.
+std::string CutInTheMiddle(const std::string& text, std::size_t columns);
+
 // Rows below headings, each column as wide as it must be.
 class Table {
 public:
@@ -27,7 +30,17 @@ public:
     void Add(Row row) { rows_.push_back(std::move(row)); }
     void Print(std::ostream& out) const;
 
+    // Where there are not columns enough, whole columns of the table go, in the order of the list, and then the middles
+    // of what is widest.
+    struct Room {
+        std::size_t columns = 0;  // 0: as wide as it must be
+        std::vector<std::size_t> dispensable;
+    };
+    void Print(std::ostream& out, const Room& room) const;
+
 private:
+    std::vector<std::size_t> Widths() const;
+
     std::vector<Row> rows_;
 };
 

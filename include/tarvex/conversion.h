@@ -25,3 +25,14 @@
 // does not have becomes the geta mark, half-width katakana become full-width ones, and escape characters are dropped.
 [[nodiscard]] TARVEX_API CString TextFromJis(std::string_view jis);
 [[nodiscard]] TARVEX_API CString JisFromText(std::string_view text);
+
+// What a mail says of itself, as text of the tree: unfolded, encoded words decoded, control characters as blanks. What
+// Shift-JIS does not have is lost. Empty where the field is missing.
+struct TARVEX_API CHeadlines {
+    CString from;
+    CString subject;
+    CString message_id;
+};
+
+// From the header of a message; its line ends at the front do not count.
+[[nodiscard]] TARVEX_API CHeadlines HeadlinesOf(std::string_view message);

@@ -131,9 +131,10 @@ public:
     virtual CRefusal Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                              const CRunFailure& refusal);
 
-    // The server has taken the message for these addresses.
+    // The server has taken the message for these addresses. `reply` is its answer to the whole message, every line of
+    // it, joined by CR LF: mostly it names the message as the server's own queue calls it. Untrusted bytes.
     virtual void Taken(const CPopProfile& profile, const CReceiveMail& mail,
-                       std::span<CForwardAddress* const> addresses);
+                       std::span<CForwardAddress* const> addresses, std::string_view reply);
 
     // ---- after it
 

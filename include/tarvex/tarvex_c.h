@@ -255,8 +255,8 @@ typedef struct tarvex_guard {
     /* A tarvex_refusal. */
     int(TARVEX_C_CALL* refused)(void* context, const tarvex_mail* mail, const char* address,
                                 const tarvex_failure* refusal);
-    /* The server has taken it for this address. */
-    void(TARVEX_C_CALL* taken)(void* context, const tarvex_mail* mail, const char* address);
+    /* The server has taken it for this address. `reply`: its answer to the whole message. */
+    void(TARVEX_C_CALL* taken)(void* context, const tarvex_mail* mail, const char* address, const char* reply);
     /* The connection to a server, asked whenever one is wanted: a stream socket that is connected (a descriptor, or a
        SOCKET on Windows), which the run makes non-blocking, shuts down when it is interrupted, and closes. -1 has the
        run connect by itself, any other negative number fails. A host that sets *is_secured to 1 answers for encryption:

@@ -88,9 +88,12 @@ struct TestGuard : CRunGuard {
                        std::to_string(static_cast<int>(refusal.stage)) + ": " + refusal.reply);
         return refused ? refused(to, refusal) : CRunGuard::Refused(p, mail, to, refusal);
     }
-    void Taken(const CPopProfile& p, const CReceiveMail& mail, std::span<CForwardAddress* const> to) override {
-        for (const CForwardAddress* address : to) told.push_back("taken " + mail.uidl + " " + address->setting.address);
-        CRunGuard::Taken(p, mail, to);
+    void Taken(const CPopProfile& p, const CReceiveMail& mail, std::span<CForwardAddress* const> to,
+               std::string_view reply) override {
+        for (const CForwardAddress* address : to) {
+            told.push_back("taken " + mail.uidl + " " + address->setting.address + ": " + std::string(reply));
+        }
+        CRunGuard::Taken(p, mail, to, reply);
     }
     void NotReached(const CPopProfile& p, std::span<CReceiveMail* const> mails) override {
         for (const CReceiveMail* mail : mails)
@@ -164,7 +167,7 @@ TEST_F(Guard, OfDefaultsIsToldWhatTheServerTook) {
     RunBetween(Mailbox({"m"}, Retr("1") + kPopQuit),
                std::string(kOpening) + kSender + Rcpt("a") + Rcpt("b") + kData + kSmtpQuit);
     EXPECT_EQ(Ending(), CRunEnding::Delivered);
-    EXPECT_THAT(guard.told, ElementsAre("listed m", "taken m a@x", "taken m b@x"));
+    EXPECT_THAT(guard.told, ElementsAre("listed m", "taken m a@x: 250 taken", "taken m b@x: 250 taken"));
 }
 
 TEST_F(Guard, MaySendThroughAnotherAccountThatIsSavedNowhere) {
@@ -244,7 +247,8 @@ TEST_F(Guard, MayGoOnAfterARefusedDeletion) {
     RunBetween(Mailbox({"m", "n"}, "C: DELE 1\nS: -ERR read-only\n" + Retr("2") + kPopQuit),
                kOpening + Sent("a") + kSmtpQuit);
     EXPECT_EQ(Ending(), CRunEnding::Delivered);
-    EXPECT_THAT(guard.told, ElementsAre("listed m", "listed n", "not deleted m: -ERR read-only", "taken n a@x"));
+    EXPECT_THAT(guard.told,
+                ElementsAre("listed m", "listed n", "not deleted m: -ERR read-only", "taken n a@x: 250 taken"));
     EXPECT_EQ(copy.result.mailbox.stage, CRunStage::None);
     EXPECT_THAT(lists[0], ElementsAre("m", "n"));
 }
@@ -271,7 +275,7 @@ TEST_F(Guard, ChoosesWhatIsFetchedLastAndNotAtAllByTheSizes) {
         Mailbox({"m", "n", "o"}, "C: LIST\nS: +OK\nS: 3 9999\nS: 1 30\nS: .\n" + Retr("2") + Retr("1") + kPopQuit),
         kOpening + Sent("a") + Sent("a") + kSmtpQuit);
     EXPECT_THAT(guard.told, ElementsAre("listed m", "listed n", "listed o", "n of -1 beside 0", "o of 9999 beside 27",
-                                        "m of 30 beside 27", "taken n a@x", "taken m a@x"));
+                                        "m of 30 beside 27", "taken n a@x: 250 taken", "taken m a@x: 250 taken"));
     EXPECT_EQ(copy.result.messages_put_off, 1);
     EXPECT_EQ(copy.result.messages_not_fetched, 0);
     EXPECT_THAT(lists[0], ElementsAre("n", "m"));
@@ -317,7 +321,7 @@ TEST_F(Guard, MayHaveDeliveredWhatCameBeforeAStall) {
                kOpening + Sent("a") + kSmtpQuit);
     EXPECT_EQ(Ending(), CRunEnding::Delivered);
     EXPECT_EQ(copy.result.mailbox.uidl, "n");
-    EXPECT_THAT(guard.told, ElementsAre("listed m", "listed n", "failed at n", "taken m a@x"));
+    EXPECT_THAT(guard.told, ElementsAre("listed m", "listed n", "failed at n", "taken m a@x: 250 taken"));
     EXPECT_THAT(lists[0], ElementsAre("m"));
 }
 
@@ -375,9 +379,9 @@ TEST_F(Guard, MayHaveAMessageThatIsNotFetchedAgain) {
     RunBetween(
         Mailbox({"old", "m", "n", "o"}, "C: LIST\nS: +OK\nS: 3 30\nS: .\nC: DELE 1\nS: +OK\n" + Retr("2") + kPopQuit),
         kOpening + Sent("a") + kSender + Rcpt("a") + data + kSmtpQuit);
-    EXPECT_THAT(guard.told,
-                ElementsAre("listed old", "listed m", "listed n", "listed o", "kept m of -1", "fetches m beside 0",
-                            "kept n of 30", "kept o of -1", "fetches o beside 55", "taken m a@x", "taken n a@x"));
+    EXPECT_THAT(guard.told, ElementsAre("listed old", "listed m", "listed n", "listed o", "kept m of -1",
+                                        "fetches m beside 0", "kept n of 30", "kept o of -1", "fetches o beside 55",
+                                        "taken m a@x: 250 taken", "taken n a@x: 250 taken"));
     EXPECT_THAT(LogText(copy), HasSubstr("m received\n* kept : n\nQUIT\n"));
     EXPECT_EQ(copy.result.messages_fetched, 2);
     EXPECT_EQ(copy.result.messages_kept, 1);
@@ -394,8 +398,8 @@ TEST_F(Guard, IsToldWhatTheDeliveryDidNotReach) {
                        "C: LIST\nS: +OK\nS: 1 30\nS: 2 40\nS: .\n" + Retr("1") + Retr("2") + Retr("3") + kPopQuit),
                kOpening + Sent("a") + "C: MAIL FROM:<me@example.org>\nS: 421 enough\n" + kSmtpQuit);
     EXPECT_EQ(Ending(), CRunEnding::DeliveryFailed);
-    EXPECT_THAT(guard.told, ElementsAre("listed m", "listed n", "listed o", "taken m a@x", "not reached n of 40",
-                                        "not reached o of -1"));
+    EXPECT_THAT(guard.told, ElementsAre("listed m", "listed n", "listed o", "taken m a@x: 250 taken",
+                                        "not reached n of 40", "not reached o of -1"));
     EXPECT_THAT(lists[0], ElementsAre("m"));
 }
 
@@ -407,7 +411,8 @@ TEST_F(Guard, TakesOverARefusedRecipientAndTheOthersGetTheMessage) {
     RunBetween(Mailbox({"m"}, Retr("1") + kPopQuit),
                std::string(kOpening) + kSender + Rcpt("a") + Rcpt("b", "550 unknown") + Rcpt("c") + kData + kSmtpQuit);
     EXPECT_EQ(Ending(), CRunEnding::Delivered);
-    EXPECT_THAT(guard.told, ElementsAre("listed m", "refused m b@x 9: 550 unknown", "taken m a@x", "taken m c@x"));
+    EXPECT_THAT(guard.told, ElementsAre("listed m", "refused m b@x 9: 550 unknown", "taken m a@x: 250 taken",
+                                        "taken m c@x: 250 taken"));
     EXPECT_EQ(copy.result.delivery.stage, CRunStage::None);
     EXPECT_EQ(copy.result.copies, 2);
     EXPECT_EQ(copy.result.copies_set_aside, 1);
@@ -446,8 +451,9 @@ TEST_P(GuardAtStages, TakesOverARefusedMessage) {
                    reset + begin + "C: DATA\nS: 354 go on\nC: (message)\nS: 554 spam\n" + reset + Sent("a") +
                    kSmtpQuit);
     EXPECT_EQ(Ending(), CRunEnding::Delivered);
-    EXPECT_THAT(guard.told, ElementsAre("listed k", "listed l", "listed m", "listed n", "refused k a@x 9: 550 no",
-                                        "refused l a@x 10: 552 too much", "refused m a@x 11: 554 spam", "taken n a@x"));
+    EXPECT_THAT(guard.told,
+                ElementsAre("listed k", "listed l", "listed m", "listed n", "refused k a@x 9: 550 no",
+                            "refused l a@x 10: 552 too much", "refused m a@x 11: 554 spam", "taken n a@x: 250 taken"));
     EXPECT_EQ(copy.result.copies_set_aside, 3);
     EXPECT_THAT(lists[0], ElementsAre("k", "l", "m", "n"));
 }

@@ -147,12 +147,14 @@ TEST_F(History, OneOfAnOlderVersionIsReadAndGoesOn) {
     CRunResult result = DeliveredMails(1, 1);
     result.copies_set_aside = 4;
     Add(100, result);
-    for (const char* const step : {"ALTER TABLE runs DROP COLUMN put_off", "ALTER TABLE runs DROP COLUMN set_aside",
-                                   "PRAGMA user_version = 1"}) {
+    for (const char* const step :
+         {"ALTER TABLE runs DROP COLUMN put_off", "ALTER TABLE runs DROP COLUMN set_aside", "DROP TABLE mail_copies",
+          "DROP TABLE mails", "DROP TABLE mails_indexed", "DROP TABLE mail_words", "PRAGMA user_version = 1"}) {
         Database(Uri(), Database::Use::Write, 1s).Run(step);
     }
     EXPECT_EQ(Read().last.started, 100);
     EXPECT_EQ(Read().last.result.copies_set_aside, 0);
+    EXPECT_TRUE(HistoryReader(root_).Find({}).empty());
     Add(200, result);
     EXPECT_EQ(Read().runs, 2);
     EXPECT_EQ(Read().last.result.copies_set_aside, 4);

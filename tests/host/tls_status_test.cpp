@@ -96,8 +96,8 @@ TEST(TlsStatus, TellsWhyThereIsNone) {
         ScriptedServer server([&](Peer& peer) { one.server(peer); });
         const TlsHost host(server.Port(), sink.Port(), one.tls, one.trusted);
         host.Run(kUnavailable);
-        EXPECT_THAT(host.Tell({"status"}), HasSubstr(one.reason));
-        EXPECT_THAT(nlohmann::json::parse(host.Tell({"status", "--json"}))[0]["reason"], HasSubstr(one.reason));
+        EXPECT_THAT(host.Tell({"status"}, 1), HasSubstr(one.reason));
+        EXPECT_THAT(nlohmann::json::parse(host.Tell({"status", "--json"}, 1))[0]["reason"], HasSubstr(one.reason));
         EXPECT_THAT(server.Transcript(), Not(HasSubstr("PASS")));
     }
 }

@@ -274,8 +274,8 @@ struct Asked {
             Note(c, mail, std::string("refused ") + address + " " + refusal->reply);
             return static_cast<int>(TARVEX_HOST_HAS_IT);
         };
-        guard.taken = [](void* c, const tarvex_mail* mail, const char* address) {
-            Note(c, mail, std::string("taken ") + address);
+        guard.taken = [](void* c, const tarvex_mail* mail, const char* address, const char* reply) {
+            Note(c, mail, std::string("taken ") + address + ' ' + reply);
         };
         guard.connects = [](void* c, const char* profile, int protocol, const char*, int, int* is_secured) {
             Of(c).questions.push_back("connects " + std::to_string(protocol) + " " + profile);

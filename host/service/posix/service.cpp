@@ -129,8 +129,9 @@ void Service::ReapEndedRuns() {
         running_.erase(copy->path);
         next_held_look_.erase(copy->path);
         const std::string what_else = rules_.WhatElse(*copy);
-        RunAgain(copy->path, rules_.Finish(*copy));
-        TellEnd(copy->path, RunThatEnded(*copy), what_else);
+        std::vector<TracedMail> mails;
+        RunAgain(copy->path, rules_.Finish(*copy, &mails));
+        TellEnd(copy->path, RunThatEnded(*copy), what_else, std::move(mails));
         HandOver(*copy, what_else);
     }
     if (ended.empty()) return;
@@ -144,9 +145,16 @@ void Service::Tick() {
     StartDueHeld();
     rules_.EndLongRuns(root_);
     StartDueRuns();
+    WriteHistory();
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
     if (next_tick_ < now) next_tick_ = now + every_;  // ticks that a pause of the machine skipped are dropped
+}
+
+// What a long run has done so far, and what can be done when there is time.
+void Service::WriteHistory() {
+    for (const auto& copy : root_.running_copies) history_.AddMails(copy->path, rules_.TakeSettled(*copy));
+    history_.Tidy(LimitsOfHistory(directory_), std::time(nullptr), kTidyingTime);
 }
 
 // Answers every client whose request can be served now. The others are tried again when something has happened.
@@ -348,8 +356,9 @@ void Service::KeepAlive() {
 
 std::string Service::Name(const CString& path) const { return ShownName(root_, path); }
 
-void Service::TellEnd(const CString& path, const PastRun& run, const std::string& what_else) {
-    history_.Add(path, run);  // before a client hears of it
+void Service::TellEnd(const CString& path, const PastRun& run, const std::string& what_else,
+                      std::vector<TracedMail> mails) {
+    history_.Add(path, run, std::move(mails));  // before a client hears of it
     const std::string line = Name(path) + ": run ended, " + HowItEnded(run.result, 1, kReasonColumns) + what_else;
     IsFailure(run.result.ending) ? log_.Warn(line) : log_.Say(line);
     if (const std::string what = WhatIsNotSaved(run.result); !what.empty()) log_.Warn(Name(path) + ": " + what);

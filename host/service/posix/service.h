@@ -84,7 +84,9 @@ private:
     void EndRuns(const std::vector<CString>& paths);
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
-    void TellEnd(const CString& path, const PastRun& run, const std::string& what_else = {});
+    void TellEnd(const CString& path, const PastRun& run, const std::string& what_else = {},
+                 std::vector<TracedMail> mails = {});
+    void WriteHistory();
     ServiceReport Report();
     void HandOver(const CPopProfile& copy, const std::string& what_else);
     void ForEachProfile(const std::function<void(CUser&, CPopProfile&)>& action);

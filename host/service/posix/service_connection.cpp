@@ -42,7 +42,7 @@ public:
     int Run(const RunRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note,
             const std::function<void()>& on_wait) override;
     int Held(const HeldRequest& request, Reply& reply, const std::function<void(const std::string&)>& on_note) override;
-    ServiceReport Report() override;
+    ServiceReport Report(std::chrono::milliseconds patience) override;
 
 private:
     int Ask(const std::string& message, Reply& reply, const std::function<void(const std::string&)>& on_note,
@@ -102,9 +102,10 @@ void SocketConnection::Wait(const std::function<void()>& on_wait) const {
     while (poll(&answer, 1, static_cast<int>(kProgressInterval.count())) == 0) on_wait();
 }
 
-ServiceReport SocketConnection::Report() {
-    constexpr timeval kLimit{2, 0};
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLimit, sizeof kLimit);
+ServiceReport SocketConnection::Report(std::chrono::milliseconds patience) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(patience);
+    const timeval limit{seconds.count(), std::chrono::microseconds(patience - seconds).count()};
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     Send(MessageOf(ControlRequest()));
     const ControlReply answer = ReplyIn(Receive());
     if (const auto* const refusal = std::get_if<Outcome>(&answer)) {

@@ -63,6 +63,7 @@ void Service::ReapSenders() {
 
 void Service::TellSender(const CString& path, const HeldSender& sender) {
     next_held_look_.erase(path);
+    history_.AddMails(path, SentIn(sender.Results()));
     Reply reply;
     const int code = TellHeld(sender.Results(), sender.Asked(), reply);
     std::istringstream lines(reply.printed);

@@ -63,6 +63,11 @@ int TerminalLines() {
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : kUsualLines;
 }
 
+std::size_t TerminalColumns() {
+    winsize size{};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
 bool ShowsColours() {
     const char* const no_color = std::getenv("NO_COLOR");
     return CanRedraw() && !(no_color && *no_color);

@@ -67,6 +67,11 @@ int TerminalLines() {
     return screen ? screen->srWindow.Bottom - screen->srWindow.Top + 1 : kUsualLines;
 }
 
+std::size_t TerminalColumns() {
+    const auto screen = Screen();
+    return screen ? static_cast<std::size_t>(screen->srWindow.Right - screen->srWindow.Left + 1) : 0;
+}
+
 bool ShowsColours() {
     const char* const no_color = std::getenv("NO_COLOR");
     return !(no_color && *no_color) && CanRedraw();

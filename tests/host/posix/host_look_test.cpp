@@ -381,7 +381,7 @@ TEST(HostStatus, TellsWhatTheRunsDid) {
     const std::time_t begun = std::time(nullptr);
     for (int i = 0; i < 2; ++i) host.Run(kUnavailable, {"user0/from0", "user1/from0", "--now"});
 
-    const std::string printed = host.Tell({"status"});
+    const std::string printed = host.Tell({"status"}, 1);
     EXPECT_THAT(printed, StartsWith("PROFILE  "));
     EXPECT_THAT(printed,
                 ContainsRegex("\nuser0/from0 +me@example.org +[-0-9]+ [:0-9]+ +now +2 +0 +2 +2 +nothing new\n"));
@@ -390,7 +390,7 @@ TEST(HostStatus, TellsWhatTheRunsDid) {
     EXPECT_THAT(printed, ContainsRegex("\nuser2/from0 +me@example.org +never +switched off +0 +0 +0 +0\n"));
     EXPECT_EQ(host.Tell({"status", "user2/from0"}).find("user0"), std::string::npos);
 
-    const json list = json::parse(host.Tell({"status", "--json"}));
+    const json list = json::parse(host.Tell({"status", "--json"}, 1));
     ASSERT_EQ(list.size(), 3u);
     EXPECT_EQ(list[0]["path"], "user0/from0");
     EXPECT_EQ(list[0]["due"], true);
@@ -476,8 +476,8 @@ TEST(HostStatus, SaysWhatTheServerRefused) {
     EXPECT_EQ(run.ExitCode(), kUnavailable);
     EXPECT_EQ(run.Printed(), "");
     EXPECT_EQ(run.Errors(), "tarvex: user0/from0: " + told + "\n");
-    EXPECT_THAT(host.Tell({"status"}), HasSubstr(told + '\n'));
-    const json failure = json::parse(host.Tell({"status", "--json"}))[0]["failure"];
+    EXPECT_THAT(host.Tell({"status"}, 1), HasSubstr(told + '\n'));
+    const json failure = json::parse(host.Tell({"status", "--json"}, 1))[0]["failure"];
     EXPECT_EQ(failure["conversation"], "delivery");
     EXPECT_EQ(failure["stage"], "RCPT TO");
     EXPECT_EQ(failure["class"], "permanent");
@@ -528,7 +528,7 @@ TEST(HostLog, WhatIsShownOfARunStarsTheLoginAndTellsLinesOfServersApart) {
     const std::string run = host.Run(kUnavailable);
     const std::string log = host.Tell({"log", "from0"});
     EXPECT_THAT(Log(profile), HasSubstr("\n" + login + "\n"));
-    for (const std::string& shown : {run, log, host.Tell({"status"}), host.Tell({"status", "--json"})}) {
+    for (const std::string& shown : {run, log, host.Tell({"status"}, 1), host.Tell({"status", "--json"}, 1)}) {
         EXPECT_THAT(shown, Not(HasSubstr(login)));
     }
     for (const std::string& shown : {run, log}) {

@@ -520,7 +520,7 @@ TEST_F(ServingWithCare, AListThatCannotBeReadIsNotTakenForAnEmptyOne) {
     EXPECT_EQ(run.ExitCode(), host::kCannotWrite);
     EXPECT_THAT(run.Errors(), AllOf(StartsWith("tarvex: user0/from0: cannot read \""), HasSubstr("uidl.def")));
     const std::string told = "user0/from0: left out, cannot read \"" + list;
-    EXPECT_THAT(host_.Tell({"status"}), HasSubstr(told));
+    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr(told));
     const auto service = Serve();
     ASSERT_TRUE(service->WaitForOutput("user1/from0: run ended, nothing new", kLong));
     ChildProcess asked = host_.StartCommand({"run", "--now"});
@@ -528,8 +528,8 @@ TEST_F(ServingWithCare, AListThatCannotBeReadIsNotTakenForAnEmptyOne) {
     EXPECT_EQ(asked.ExitCode(), host::kCannotWrite);
     EXPECT_THAT(asked.Printed(), AllOf(HasSubstr("user1"), Not(HasSubstr("user0"))));
     EXPECT_THAT(asked.Errors(), StartsWith("tarvex: user0/from0: cannot read \""));
-    EXPECT_THAT(host_.Tell({"status"}), HasSubstr(told));
-    EXPECT_THAT(host_.Tell({"status", "--json"}), HasSubstr("\"trouble\": \"left out, cannot read "));
+    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr(told));
+    EXPECT_THAT(host_.Tell({"status", "--json"}, 1), HasSubstr("\"trouble\": \"left out, cannot read "));
     std::filesystem::remove(list);
     std::filesystem::rename(list + ".aside", list);
     EXPECT_TRUE(service->WaitForOutput("user0/from0: run ended, nothing new", kLong));
@@ -615,7 +615,7 @@ TEST_F(ServingWithCare, AProfileWhoseListCannotBeSavedIsNotRun) {
     Obstruct(obstacle);
     ASSERT_TRUE(service->WaitForOutput("user0/from0: left out, cannot write \"", kLong));
     mailbox_.Add(MailNumber(1));
-    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("user0/from0: left out, cannot write \""));
+    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr("user0/from0: left out, cannot write \""));
     EXPECT_THAT(sink_.Delivered(), SizeIs(0));
     std::filesystem::remove_all(obstacle);
     EXPECT_TRUE(service->WaitForOutput("run ended, forwarded 1 message", kLong));
@@ -636,7 +636,7 @@ TEST_F(ServingWithCare, AfterARunWhoseListCouldNotBeSavedTheProfileRunsWhenItCan
     Obstruct(obstacle);
     blocking_ = false;
     ASSERT_TRUE(service->WaitForOutput("what its last run forwarded could not be recorded", kLong));
-    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("could not be recorded"));
+    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr("could not be recorded"));
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
     std::filesystem::remove_all(obstacle);
     EXPECT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
@@ -675,7 +675,7 @@ TEST_F(ServingWithCare, ARunThatCouldNotBeginStandsInTheStatus) {
                          ChildProcess::Output::Together, {"ASAN_OPTIONS=detect_leaks=0"});  // which takes a thread
     ASSERT_TRUE(service.WaitForOutput("user0/from0: run ended, failed: it could not begin", kLong))
         << service.Printed();
-    EXPECT_THAT(host_.Tell({"status"}), HasSubstr("it could not begin"));
+    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr("it could not begin"));
     Stop(service);
 }
 

@@ -50,15 +50,20 @@ public:
         CPopProfile copy;
         copy = profile;
         copy.setting.lasttime = now;
+        host::MailRecorder recorder([this] { return now * 1000; });
         if (!with_rules_) {
+            host::RecordingGuard guard(recorder);
+            copy.guard = &guard;
             copy.DoOperation();
         } else {
             if (!memory) memory = std::make_unique<host::RuleMemory>(tree.root.path, [](const std::string&) {});
             host::RunRules run_rules(rules, copy, *memory, budget, kept, [this] { return now; });
+            run_rules.TellTo(recorder);
             copy.guard = &run_rules;
             copy.DoOperation();
             next = run_rules.Finish(copy.result);
         }
+        traced = recorder.TakeRest(copy.result);
         now += kInterval;
         return copy.result;
     }
@@ -81,6 +86,18 @@ public:
         return held;
     }
 
+    // "u2 -> a@x: sent, 250 ok", for what the last run wrote down.
+    std::vector<std::string> Traced() const {
+        std::vector<std::string> told;
+        for (const host::TracedMail& mail : traced) {
+            for (const host::TracedCopy& copy : mail.copies) {
+                const std::string words = copy.words.empty() ? "" : ", " + copy.words.substr(0, copy.words.find('\r'));
+                told.push_back(mail.uidl + " -> " + copy.address + ": " + std::string(Word(copy.fate)) + words);
+            }
+        }
+        return told;
+    }
+
     Arrivals Arrived() const { return testing::Arrived(smtp); }
 
     MailboxServer pop{"alice", "secret"};
@@ -93,6 +110,7 @@ public:
     host::KeptMails kept{budget};
     CTime now = LocalMoment(2026, 11, 22, 8, 0, 0);
     host::NextRun next = host::NextRun::WhenDue;
+    std::vector<host::TracedMail> traced;  // of the last Run
 
 private:
     const bool with_rules_;

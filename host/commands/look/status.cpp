@@ -1,134 +1,46 @@
 // `tarvex status`: how every profile is doing, from its settings and the history of its runs.
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <ctime>
+#include <functional>
 #include <iostream>
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/held/held_work.h"
-#include "host/history/history.h"
+#include "host/commands/look/profile_state.h"
 #include "host/history/run_words.h"
-#include "host/memory/memory.h"
-#include "host/service/service_connection.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/process.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
-#include "host/tokens/profile_tokens.h"
 #include "host/tree/account_text.h"
-#include "host/tree/clear_login.h"
-#include "host/tree/log_reader.h"
-#include "host/tree/names.h"
-#include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
-#include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
 
 constexpr std::size_t kReasonWidth = 60;
+// Columns of the table that a narrow terminal can do without, by their places.
+constexpr std::size_t kAddress = 1;
+constexpr std::size_t kRuns = 4;
+constexpr std::size_t kFailed = 5;
+constexpr std::size_t kDelivered = 6;
+constexpr std::size_t kCopies = 7;
+
 constexpr std::size_t kWordsWidth = 200;
 
-struct Status {
-    std::string name;
-    std::string address;
-    bool switched_on = false;
-    bool has_log = false;         // switched on
-    bool ran_unrecorded = false;  // before there was a history
-    CTime last_due = 0;
-    CTime next_due = 0;
-    std::optional<RunNow> running;  // by a service
-    std::optional<ProfileHistory> history;
-    HeldCount held;
-    std::map<Matter, std::map<CString, Note>> remembered;  // in a tree with rules
-    Json sends_through;                                    // see JsonOfAccount
-    std::string shared_server;                             // the same in words, where the account is a shared one
-    std::string wants_login;                               // why no run begins before `tarvex login`
-    std::string clear_login;                               // the password goes over the network in clear
-    std::string trouble;                                   // why it is not run, or what of its last run is not on disk
-};
-
-std::string WhyWantsLogin(const CRootPath& root, const CPopProfile& profile) {
-    try {
-        const std::optional<HostRules> rules = RulesOf(profile);
-        return rules ? WhyNoToken(AccessTokens(root.path), *rules, profile) : "";
-    } catch (const CommandError&) {
-        return {};  // that the rules cannot be read is said elsewhere
-    }
-}
-
-Status StatusOf(const CRootPath& root, const CUser& user, const CPopProfile& profile, HistoryReader* reader) {
-    Status status;
-    status.name = ShownName(root, profile.path);
-    status.address = ShowText(profile.setting.address);
-    status.switched_on = IsSwitchedOn(user, profile);
-    status.has_log = profile.setting.logmode != 0;
-    status.last_due = profile.setting.lasttime;
-    status.next_due = profile.NextDue();
-    status.held = CountHeld(profile);
-    status.sends_through = JsonOfAccount(profile);
-    if (!WhereAccountIsSet(profile).empty()) status.shared_server = ShowAccount(profile);
-    status.clear_login = NoteOnClearLogin(profile, status.name);
-    status.wants_login = WhyWantsLogin(root, profile);
-    if (reader) status.history = reader->Of(profile.path);
-    status.ran_unrecorded = !status.history && ReadLog(profile.path).has_value();
-    if (const std::string why = WhyUnreadable(profile); !why.empty()) {
-        status.trouble = "left out, " + why;
-    } else if (status.history) {
-        status.trouble = WhatIsNotSaved(status.history->last.result);
-    }
-    return status;
-}
-
-// ---- what the rules remember
-
-struct MatterWords {
-    Matter matter;
-    const char* json;
-    const char* sentence;  // behind the subject
-};
-
-constexpr std::array kTold = {
-    MatterWords{Matter::Waiting, "waiting", "waits, because its ids cannot be trusted"},
-    MatterWords{Matter::Parked, "parked", " is parked, its recipient was refused"},
-    MatterWords{Matter::Bouncing, "bouncing", " bounces, delivery reports come for it"},
-    MatterWords{Matter::NotFetched, "not_fetched", " cannot be fetched"},
-    MatterWords{Matter::NotDeleted, "not_deleted", " cannot be deleted on the server"},
-    MatterWords{Matter::Login, "login_failing", "its logins fail"},
-    MatterWords{Matter::Left, "left_on_server",
-                "reports or mail of loops stay on the server, there is no room in held/"},
-    MatterWords{Matter::SmtpLogin, "smtp_login_failing", "its logins at the SMTP server fail"},
-};
-
-void AddRemembered(const CRootPath& root, const std::string& directory, const std::vector<NamedProfile>& profiles,
-                   std::vector<Status>& all, CTime now) {
-    if (!HasRules(root.path)) return;
-    try {
-        RuleMemoryReader reader(directory);
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            for (const MatterWords& told : kTold) {
-                all[i].remembered[told.matter] = reader.Notes(profiles[i].profile->path, told.matter);
-            }
-            std::erase_if(all[i].remembered[Matter::Bouncing],
-                          [now](const auto& one) { return one.second.last + kBouncesKept < now; });
-        }
-    } catch (const DatabaseError& error) {
-        PrintNote(std::string("what the rules remember cannot be read: ") + error.what());
-    }
-}
-
-void PrintRemembered(const Status& status, CTime now) {
-    for (const MatterWords& told : kTold) {
+void PrintRemembered(const ProfileState& status, CTime now) {
+    for (const MatterWords& told : ToldMatters()) {
         const auto notes = status.remembered.find(told.matter);
         if (notes == status.remembered.end()) continue;
         for (const auto& [subject, note] : notes->second) {
@@ -144,32 +56,25 @@ void PrintRemembered(const Status& status, CTime now) {
     }
 }
 
-// A person has to do something about it.
-bool WantsAPerson(const Status& status) {
-    return !status.wants_login.empty() || std::ranges::any_of(status.remembered, [](const auto& of) {
-        return (of.first == Matter::Waiting || of.first == Matter::Parked) && !of.second.empty();
-    });
-}
-
-std::string HowTheLastRunEnded(const Status& status) {
+std::string HowTheLastRunEnded(const ProfileState& status) {
     if (!status.trouble.empty()) return "see below";
     if (!status.history) return status.ran_unrecorded ? "no record yet" : "";
     return HowItEnded(status.history->last.result, status.history->failed_in_a_row, kReasonWidth);
 }
 
 // The table has room for the beginning of a long one.
-std::string ReasonThatWasCut(const Status& status) {
+std::string ReasonThatWasCut(const ProfileState& status) {
     if (!status.trouble.empty() || !status.history || !IsFailure(status.history->last.result.ending)) return {};
     const std::string reason = ReasonOf(status.history->last.result);
     return OneLine(reason, kReasonWidth) == OneLine(reason, kWordsWidth) ? "" : OneLine(reason, kWordsWidth);
 }
 
-std::string LastRun(const Status& status) {
+std::string LastRun(const ProfileState& status) {
     if (status.history) return ShowTime(status.history->last.started);
     return status.ran_unrecorded ? ShowTime(status.last_due) : "never";
 }
 
-std::string NextDue(const Status& status, CTime now) {
+std::string NextDue(const ProfileState& status, CTime now) {
     if (status.running) {
         const RunNow& run = *status.running;
         return "running: fetched " + std::to_string(run.messages_fetched) + " of " +
@@ -179,17 +84,17 @@ std::string NextDue(const Status& status, CTime now) {
     return status.next_due <= now ? "now" : "in " + ShowSpan(status.next_due - now);
 }
 
-void PrintTable(const std::vector<Status>& all, CTime now) {
+void PrintTable(const std::vector<ProfileState>& all, CTime now) {
     Table table({"PROFILE", "ADDRESS", "LAST RUN", "NEXT DUE", "RUNS", "FAILED", "DELIVERED", "COPIES",
                  "HOW THE LAST RUN ENDED"});
-    for (const Status& status : all) {
+    for (const ProfileState& status : all) {
         const ProfileHistory history = status.history.value_or(ProfileHistory());
         table.Add({status.name, status.address, LastRun(status), NextDue(status, now), std::to_string(history.runs),
                    std::to_string(history.failed), std::to_string(history.delivered), std::to_string(history.copies),
                    HowTheLastRunEnded(status)});
     }
-    table.Print(std::cout);
-    for (const Status& status : all) {
+    table.Print(std::cout, {TerminalColumns(), {kRuns, kCopies, kDelivered, kFailed, kAddress}});
+    for (const ProfileState& status : all) {
         if (!status.trouble.empty()) std::cout << status.name << ": " << status.trouble << '\n';
         if (const std::string reason = ReasonThatWasCut(status); !reason.empty())
             std::cout << status.name << ": failed: " << reason << '\n';
@@ -211,9 +116,9 @@ void PrintTable(const std::vector<Status>& all, CTime now) {
 }
 
 // One line for each shared account.
-void PrintSharedServers(const std::vector<Status>& all) {
+void PrintSharedServers(const std::vector<ProfileState>& all) {
     std::map<std::string, std::int64_t> profiles;
-    for (const Status& status : all) {
+    for (const ProfileState& status : all) {
         if (!status.shared_server.empty()) ++profiles[status.shared_server];
     }
     for (const auto& [server, count] : profiles) {
@@ -263,9 +168,9 @@ Json JsonOf(const std::optional<RunNow>& run) {
             {"messages_delivered", run->messages_delivered}};
 }
 
-Json JsonOfRemembered(const Status& status) {
+Json JsonOfRemembered(const ProfileState& status) {
     Json json = Json::object();
-    for (const auto& [matter, name, sentence] : kTold) {
+    for (const auto& [matter, name, sentence] : ToldMatters()) {
         json[name] = Json::array();
         const auto notes = status.remembered.find(matter);
         if (notes == status.remembered.end()) continue;
@@ -281,9 +186,9 @@ Json JsonOfRemembered(const Status& status) {
     return json;
 }
 
-void PrintAsJson(const std::vector<Status>& all, bool has_rules, CTime now) {
+void PrintAsJson(const std::vector<ProfileState>& all, bool has_rules, CTime now) {
     Json list = Json::array();
-    for (const Status& status : all) {
+    for (const ProfileState& status : all) {
         Json entry;
         entry["path"] = status.name;
         entry["address"] = status.address;
@@ -308,79 +213,66 @@ void PrintAsJson(const std::vector<Status>& all, bool has_rules, CTime now) {
     PrintJson(list);
 }
 
-// What the service that owns the tree is doing, if there is one that tells.
-void AddReport(const std::string& directory, std::vector<Status>& all) {
-    ServiceReport report;
-    try {
-        auto service = ServiceConnection::Try(directory);
-        if (!service) return;
-        report = service->Report();
-    } catch (const CommandError&) {
-        return;  // the rest is worth showing
-    }
-    for (Status& status : all) {
-        const auto run = std::ranges::find(report.runs, status.name, &RunNow::profile);
-        if (run != report.runs.end()) status.running = *run;
-        const auto trouble = report.troubles.find(status.name);
-        if (trouble == report.troubles.end()) continue;
-        status.trouble = trouble->second;
-        const std::string unsaved = status.history ? WhatIsNotSaved(status.history->last.result) : "";
-        if (!unsaved.empty()) status.trouble += " (" + unsaved + ')';
-    }
+struct Options {
+    std::vector<std::string> names;
+    bool only_failed = false;
+    bool as_json = false;
+};
+
+// Its last run failed, it is not run, or somebody has to do something about it.
+bool Fails(const ProfileState& status, bool has_rules) {
+    const bool failing = status.history && status.history->failed_in_a_row > 0;
+    return failing || !status.trouble.empty() || (has_rules && (!status.held.IsEmpty() || WantsAPerson(status)));
 }
 
-// Also without the history, where that cannot be read.
-std::vector<Status> StatusesOf(const CRootPath& root, const std::vector<std::string>& names,
-                               const std::string& directory) {
-    const auto read = [&](HistoryReader* reader) {
-        std::vector<Status> all;
-        for (const NamedProfile& named : ChosenProfiles(root, names)) {
-            all.push_back(StatusOf(root, *named.user, *named.profile, reader));
-        }
-        return all;
-    };
-    try {
-        HistoryReader reader(directory);
-        return read(&reader);
-    } catch (const DatabaseError& error) {
-        PrintNote(std::string("the history of runs cannot be read: ") + error.what());
-        return read(nullptr);
-    }
-}
-
-int ShowStatus(const Context& context, const std::vector<std::string>& names, bool as_json) {
+int ShowStatus(const Context& context, const Options& options) {
     CRootPath root;
     const std::string directory = RootDirectory(context.root_option);
     OpenTree(root, directory);
-    std::vector<Status> all = StatusesOf(root, names, directory);
-    AddReport(directory, all);
-    const CTime now = std::time(nullptr);
-    AddRemembered(root, directory, ChosenProfiles(root, names), all, now);
+    TreeState tree = StateOf(root, options.names, directory);
+    if (!tree.trouble.empty()) PrintNote(tree.trouble);
     NoteWhatIsNotListed(root);
-    if (as_json) {
-        PrintAsJson(all, HasRules(directory), now);
-    } else if (all.empty()) {
+    const bool has_rules = HasRules(root.path);
+    const auto fails = [&](const ProfileState& status) { return Fails(status, has_rules); };
+    const bool any_fails = std::ranges::any_of(tree.profiles, fails);
+    const bool has_profiles = !tree.profiles.empty();
+    if (options.only_failed) std::erase_if(tree.profiles, std::not_fn(fails));
+    const CTime now = std::time(nullptr);
+    if (options.as_json) {
+        PrintAsJson(tree.profiles, has_rules, now);
+    } else if (!has_profiles) {
         std::cout << "There is no profile yet; add one with `tarvex profile add`.\n";
+    } else if (tree.profiles.empty()) {
+        std::cout << "None fails.\n";
     } else {
-        PrintTable(all, now);
-        PrintSharedServers(all);
+        PrintTable(tree.profiles, now);
+        PrintSharedServers(tree.profiles);
     }
-    if (!as_json && !HasRules(directory)) {
+    if (!options.as_json && !has_rules) {
         std::cout << "The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.\n";
     }
-    const bool not_all_sent =
-        std::ranges::any_of(all, [](const Status& status) { return !status.held.IsEmpty() || WantsAPerson(status); });
-    return not_all_sent && HasRules(directory) ? kNotAllSent : kDone;
+    if (tree.service == ServiceState::Silent)
+        throw CommandError(kTryLater, "the service that owns the tree does not answer");
+    return any_fails ? kSomethingFails : kDone;
 }
 
 }  // namespace
 
 void AddStatusCommand(CLI::App& app, Context& context) {
-    AddReadOnlyCommand(app, context, "status",
-                       "Say of every profile when it last ran, how that ended, and when it is due next.", ShowStatus,
-                       "Counted is since the profile was made: runs, messages delivered to all their addresses, and "
-                       "copies that the SMTP server took in them. In a tree with rules it ends with 1 "
-                       "while mail is set aside, an address is parked or a profile waits for `tarvex accept`.");
+    CLI::App* const status =
+        app.add_subcommand("status", "Say of every profile when it last ran, how that ended, and when it is due next.");
+    status->footer(
+        "Counted is since the profile was made: runs, messages delivered to all their addresses, and copies that the "
+        "SMTP server took in them. It ends with 1 while the last run of a profile has failed or a profile is not run, "
+        "and in a tree with rules also while mail is set aside, an address is parked or a profile waits for a person; "
+        "with 75 when the service that owns the tree does not answer. Where the terminal is narrow, columns are left "
+        "out; --json has all.");
+    auto options = std::make_shared<Options>();
+    AddProfileNames(*status, options->names);
+    status->add_flag("--failed", options->only_failed, "Only profiles about which it would end with 1");
+    status->add_flag("--json", options->as_json, "Print JSON");
+    status->callback(
+        [&context, options] { context.command = [&context, options] { return ShowStatus(context, *options); }; });
 }
 
 }  // namespace tarvex::host

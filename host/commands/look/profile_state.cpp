@@ -1,0 +1,138 @@
+// Puts together what is known of the profiles of a tree. What cannot be read is told, and the rest is worth knowing.
+
+#include "host/commands/look/profile_state.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+
+#include "host/history/run_words.h"
+#include "host/service/service_connection.h"
+#include "host/settings/host_setting.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/tokens/profile_tokens.h"
+#include "host/tree/account_text.h"
+#include "host/tree/clear_login.h"
+#include "host/tree/log_reader.h"
+#include "host/tree/names.h"
+#include "host/tree/readiness.h"
+#include "host/tree/tree_rules.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::array kTold = {
+    MatterWords{Matter::Waiting, "waiting", "waits, because its ids cannot be trusted"},
+    MatterWords{Matter::Parked, "parked", " is parked, its recipient was refused"},
+    MatterWords{Matter::Bouncing, "bouncing", " bounces, delivery reports come for it"},
+    MatterWords{Matter::NotFetched, "not_fetched", " cannot be fetched"},
+    MatterWords{Matter::NotDeleted, "not_deleted", " cannot be deleted on the server"},
+    MatterWords{Matter::Login, "login_failing", "its logins fail"},
+    MatterWords{Matter::Left, "left_on_server",
+                "reports or mail of loops stay on the server, there is no room in held/"},
+    MatterWords{Matter::SmtpLogin, "smtp_login_failing", "its logins at the SMTP server fail"},
+};
+
+std::string WhyWantsLogin(const CRootPath& root, const CPopProfile& profile) {
+    try {
+        const std::optional<HostRules> rules = RulesOf(profile);
+        return rules ? WhyNoToken(AccessTokens(root.path), *rules, profile) : "";
+    } catch (const CommandError&) {
+        return {};  // that the rules cannot be read is said elsewhere
+    }
+}
+
+ProfileState StateOf(const CRootPath& root, const CUser& user, const CPopProfile& profile) {
+    ProfileState state;
+    state.name = ShownName(root, profile.path);
+    state.address = ShowText(profile.setting.address);
+    state.switched_on = IsSwitchedOn(user, profile);
+    state.has_log = profile.setting.logmode != 0;
+    state.last_due = profile.setting.lasttime;
+    state.next_due = profile.NextDue();
+    state.held = CountHeld(profile);
+    state.sends_through = JsonOfAccount(profile);
+    if (!WhereAccountIsSet(profile).empty()) state.shared_server = ShowAccount(profile);
+    state.clear_login = NoteOnClearLogin(profile, state.name);
+    state.wants_login = WhyWantsLogin(root, profile);
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) state.trouble = "left out, " + why;
+    return state;
+}
+
+void AddHistory(const std::string& directory, const std::vector<NamedProfile>& profiles, TreeState& tree) {
+    try {
+        HistoryReader reader(directory);
+        for (std::size_t i = 0; i < profiles.size(); ++i)
+            tree.profiles[i].history = reader.Of(profiles[i].profile->path);
+    } catch (const DatabaseError& error) {
+        tree.trouble = std::string("the history of runs cannot be read: ") + error.what();
+    }
+    for (std::size_t i = 0; i < profiles.size(); ++i) {
+        ProfileState& state = tree.profiles[i];
+        state.ran_unrecorded = !state.history && ReadLog(profiles[i].profile->path).has_value();
+        if (state.trouble.empty() && state.history) state.trouble = WhatIsNotSaved(state.history->last.result);
+    }
+}
+
+void AddRemembered(const std::string& directory, const std::vector<NamedProfile>& profiles, TreeState& tree) {
+    const CTime now = std::time(nullptr);
+    try {
+        RuleMemoryReader reader(directory);
+        for (std::size_t i = 0; i < profiles.size(); ++i) {
+            auto& remembered = tree.profiles[i].remembered;
+            for (const MatterWords& told : kTold)
+                remembered[told.matter] = reader.Notes(profiles[i].profile->path, told.matter);
+            std::erase_if(remembered[Matter::Bouncing],
+                          [now](const auto& one) { return one.second.last + kBouncesKept < now; });
+        }
+    } catch (const DatabaseError& error) {
+        tree.trouble += (tree.trouble.empty() ? "" : "; ") +
+                        ("what the rules remember cannot be read: " + std::string(error.what()));
+    }
+}
+
+void AddReport(const std::string& directory, std::chrono::milliseconds patience, TreeState& tree) {
+    ServiceReport report;
+    try {
+        const auto service = ServiceConnection::Try(directory);
+        if (!service) return;
+        tree.service = ServiceState::Silent;
+        report = service->Report(patience);
+        tree.service = ServiceState::Answers;
+    } catch (const CommandError&) {
+        return;
+    }
+    for (ProfileState& state : tree.profiles) {
+        const auto run = std::ranges::find(report.runs, state.name, &RunNow::profile);
+        if (run != report.runs.end()) state.running = *run;
+        const auto trouble = report.troubles.find(state.name);
+        if (trouble == report.troubles.end()) continue;
+        state.trouble = trouble->second;
+        const std::string unsaved = state.history ? WhatIsNotSaved(state.history->last.result) : "";
+        if (!unsaved.empty()) state.trouble += " (" + unsaved + ')';
+    }
+}
+
+}  // namespace
+
+std::span<const MatterWords> ToldMatters() { return kTold; }
+
+TreeState StateOf(const CRootPath& root, const std::vector<std::string>& names, const std::string& directory,
+                  std::chrono::milliseconds patience) {
+    TreeState tree;
+    const std::vector<NamedProfile> profiles = ChosenProfiles(root, names);
+    for (const NamedProfile& named : profiles) tree.profiles.push_back(StateOf(root, *named.user, *named.profile));
+    AddHistory(directory, profiles, tree);
+    AddReport(directory, patience, tree);
+    if (HasRules(root.path)) AddRemembered(directory, profiles, tree);
+    return tree;
+}
+
+bool WantsAPerson(const ProfileState& state) {
+    return !state.wants_login.empty() || std::ranges::any_of(state.remembered, [](const auto& of) {
+        return (of.first == Matter::Waiting || of.first == Matter::Parked) && !of.second.empty();
+    });
+}
+
+}  // namespace tarvex::host

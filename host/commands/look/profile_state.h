@@ -1,0 +1,66 @@
+#pragma once
+
+// How every profile is doing, for the commands that tell of it: from its settings, the history of its runs, what is set
+// aside, what the rules remember, and what the service that owns the tree says.
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/held/held_work.h"
+#include "host/history/history.h"
+#include "host/memory/memory.h"
+#include "host/service/run_reports.h"
+#include "host/terminal/json.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+struct ProfileState {
+    std::string name;
+    std::string address;
+    bool switched_on = false;
+    bool has_log = false;         // switched on
+    bool ran_unrecorded = false;  // before there was a history
+    CTime last_due = 0;
+    CTime next_due = 0;
+    std::optional<RunNow> running;  // by a service
+    std::optional<ProfileHistory> history;
+    HeldCount held;
+    std::map<Matter, std::map<CString, Note>> remembered;  // in a tree with rules
+    Json sends_through;                                    // see JsonOfAccount
+    std::string shared_server;                             // the same in words, where the account is a shared one
+    std::string wants_login;                               // why no run begins before `tarvex login`
+    std::string clear_login;                               // the password goes over the network in clear
+    std::string trouble;                                   // why it is not run, or what of its last run is not on disk
+};
+
+// Whom a matter of the rules is about, in words.
+struct MatterWords {
+    Matter matter;
+    const char* json;
+    const char* sentence;  // behind the subject
+};
+std::span<const MatterWords> ToldMatters();
+
+// Whether a service owns the tree, and whether it answers.
+enum class ServiceState { None, Answers, Silent };
+
+struct TreeState {
+    std::vector<ProfileState> profiles;
+    ServiceState service = ServiceState::None;
+    std::string trouble;  // what of it cannot be read, and why; empty when all can
+};
+
+// Of these profiles of a loaded tree. Waits for the service no longer than `patience`. Throws CommandError for a name
+// that there is not.
+TreeState StateOf(const CRootPath& root, const std::vector<std::string>& names, const std::string& directory,
+                  std::chrono::milliseconds patience = std::chrono::seconds(2));
+
+// A person has to do something about it.
+bool WantsAPerson(const ProfileState& state);
+
+}  // namespace tarvex::host

@@ -1,0 +1,175 @@
+// `tarvex trace`: what became of a message, found by any of its words.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/commands/arguments/submit.h"
+#include "host/commands/commands.h"
+#include "host/history/history.h"
+#include "host/settings/keys.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/terminal/json.h"
+#include "host/terminal/wording.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_root.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr std::size_t kHeadlineColumns = 120;
+constexpr std::size_t kWordsColumns = 160;
+constexpr CTime kSecond = 1000;  // in milliseconds
+
+struct Options {
+    std::vector<std::string> words;
+    std::string profile;
+    std::string since;
+    std::size_t count = 20;
+    bool as_json = false;
+};
+
+std::string ShowLength(Milliseconds length) {
+    return length < 10 * kSecond ? std::to_string(length) + " ms" : ShowSpan(length / kSecond);
+}
+
+std::string Say(CopyFate fate) {
+    switch (fate) {
+        case CopyFate::Sent:
+            return "sent";
+        case CopyFate::HadAlready:
+            return "not sent, has it already";
+        case CopyFate::Refused:
+            return "refused and set aside";
+        case CopyFate::Parked:
+            return "set aside, for the address is parked";
+        case CopyFate::Report:
+            return "set aside, a delivery report about an address of this profile";
+        case CopyFate::Loop:
+            return "set aside, it came back from where it was sent";
+        default:
+            return "waits for a later run";
+    }
+}
+
+bool IsSetAside(const TracedCopy& copy) {
+    return copy.fate != CopyFate::Waits && copy.fate != CopyFate::Sent && copy.fate != CopyFate::HadAlready;
+}
+
+void PrintCopy(const TracedCopy& copy) {
+    std::cout << "    ";
+    if (!copy.address.empty()) std::cout << ShowText(copy.address) << ": ";
+    std::cout << (copy.address.empty() ? "could not be fetched" : Say(copy.fate)) << ", "
+              << ShowTime(copy.ended / kSecond);
+    if (copy.fate == CopyFate::Sent && copy.offered != 0)
+        std::cout << " (within " << ShowLength(copy.ended - copy.offered) << ')';
+    if (!copy.words.empty()) std::cout << ": " << OneLine(copy.words, kWordsColumns);
+    std::cout << '\n';
+}
+
+void Print(const FoundMail& found) {
+    const TracedMail& mail = found.mail;
+    const CHeadlines headlines = HeadlinesOf(mail.header);
+    const std::string subject =
+        headlines.subject.empty() ? "(no subject)" : OneLine(headlines.subject, kHeadlineColumns);
+    std::cout << found.profile << ": " << (mail.header.empty() && mail.bytes == 0 ? "a message" : subject);
+    if (!headlines.from.empty()) std::cout << ", from " << OneLine(headlines.from, kHeadlineColumns);
+    if (mail.bytes > 0) std::cout << ", " << ShowBytes(mail.bytes);
+    std::cout << '\n';
+    if (!headlines.message_id.empty())
+        std::cout << "    Message-ID " << OneLine(headlines.message_id, kHeadlineColumns) << '\n';
+    if (!mail.uidl.empty()) std::cout << "    id " << OneLine(mail.uidl, kHeadlineColumns) << '\n';
+    if (mail.fetched != 0) std::cout << "    fetched, " << ShowTime(mail.fetched / kSecond) << '\n';
+    for (const TracedCopy& copy : mail.copies) PrintCopy(copy);
+    if (std::ranges::any_of(mail.copies, IsSetAside))
+        std::cout << "    `tarvex held list " << found.profile << "` shows what is set aside still\n";
+    if (found.waits) std::cout << "    `tarvex status " << found.profile << "` says when the next run is\n";
+}
+
+Json JsonOfMoment(Milliseconds moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment / kSecond)); }
+
+Json JsonOf(const FoundMail& found) {
+    const TracedMail& mail = found.mail;
+    const CHeadlines headlines = HeadlinesOf(mail.header);
+    Json json = {{"profile", found.profile},
+                 {"subject", Utf8OfServerText(headlines.subject)},
+                 {"from", Utf8OfServerText(headlines.from)},
+                 {"message_id", Utf8OfServerText(headlines.message_id)},
+                 {"id", Utf8OfServerText(mail.uidl)},
+                 {"bytes", mail.bytes},
+                 {"fetched", JsonOfMoment(mail.fetched)},
+                 {"waits", found.waits},
+                 {"copies", Json::array()}};
+    for (const TracedCopy& copy : mail.copies) {
+        json["copies"].push_back({{"address", Utf8OfServerText(copy.address)},
+                                  {"fate", Word(copy.fate)},
+                                  {"offered", JsonOfMoment(copy.offered)},
+                                  {"ended", JsonOfMoment(copy.ended)},
+                                  {"milliseconds", copy.offered == 0 ? Json() : Json(copy.ended - copy.offered)},
+                                  {"words", Utf8OfServerText(copy.words)}});
+    }
+    return json;
+}
+
+std::vector<FoundMail> Find(const std::string& directory, const MailSearch& search) {
+    try {
+        return HistoryReader(directory).Find(search);
+    } catch (const DatabaseError& error) {
+        throw CommandError(kCannotWrite, std::string("the history cannot be read: ") + error.what());
+    }
+}
+
+int ShowTrace(const Context& context, const Options& options) {
+    CRootPath root;
+    const std::string directory = RootDirectory(context.root_option);
+    OpenTree(root, directory);
+    MailSearch search{options.words, {}, 0, options.count};
+    if (!options.profile.empty()) search.profile = ShownName(root, FindProfile(root, options.profile).profile->path);
+    if (!options.since.empty()) search.since = ParseMoment(options.since);
+    std::vector<FoundMail> found = Find(directory, search);
+    const bool has_more = found.size() > options.count;
+    if (has_more) found.pop_back();
+    if (options.as_json) {
+        Json list = Json::array();
+        for (const FoundMail& one : found) list.push_back(JsonOf(one));
+        PrintJson(list);
+    } else {
+        for (const FoundMail& one : found) Print(one);
+        if (has_more) std::cout << "There are older ones: more words, --since or --count choose.\n";
+    }
+    if (!found.empty()) return kDone;
+    if (!options.as_json) {
+        std::cout << "No such message is remembered. One that no run has fetched yet is not known: `tarvex status` "
+                     "says which profiles fail, and `tarvex plan` what is on their servers.\n";
+    }
+    return kNotFound;
+}
+
+}  // namespace
+
+void AddTraceCommand(CLI::App& app, Context& context) {
+    CLI::App* const trace = app.add_subcommand("trace", "Say what became of a message, and why it did not arrive.");
+    trace->footer(
+        "Each word is looked for in From, Subject and Message-ID, the id on the server, the addresses and what the "
+        "SMTP server answered, which mostly names the message as its own queue does. All words must be found; the end "
+        "of the last one may be missing. The newest message comes first. It ends with 66 when there is none.");
+    auto options = std::make_shared<Options>();
+    trace->add_option("WORD", options->words, "Words of the message; without one, all messages");
+    trace->add_option("--profile", options->profile, "Only of this profile: path, nickname or address")
+        ->type_name("PROFILE");
+    trace->add_option("--since", options->since, "Only since this moment: \"2026-12-24 18:00\"")->type_name("MOMENT");
+    trace->add_option("-n,--count", options->count, "At most N messages (20)")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{1000000}))
+        ->type_name("N");
+    trace->add_flag("--json", options->as_json, "Print JSON");
+    trace->callback(
+        [&context, options] { context.command = [&context, options] { return ShowTrace(context, *options); }; });
+}
+
+}  // namespace tarvex::host
