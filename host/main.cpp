@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -127,7 +128,9 @@ int main(int argc, char** argv) {
                          "--password-stdin or --password-file, never from the command line. See --help.\n";
             return kBadUsage;
         }
-        return app.exit(error) == 0 ? kDone : kBadUsage;
+        if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+        std::cerr << "tarvex: " << UsageTrouble(app, words, error) << '\n';
+        return kBadUsage;
     } catch (const CommandError& error) {
         std::cerr << "tarvex: " << error.what() << '\n';
         return error.ExitCode();
