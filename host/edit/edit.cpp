@@ -8,11 +8,11 @@
 #include <utility>
 
 #include "host/edit/deletion_note.h"
-#include "host/edit/directories.h"
 #include "host/edit/key_values.h"
 #include "host/edit/rules_edit.h"
-#include "host/edit/saving.h"
 #include "host/edit/schedule_edit.h"
+#include "host/saving/directories.h"
+#include "host/saving/saving.h"
 #include "host/settings/file_names.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"

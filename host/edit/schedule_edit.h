@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/edit/edit.h"
-#include "host/edit/saving.h"
+#include "host/saving/saving.h"
 
 namespace tarvex::host {
 

@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/advice/advice.h"
 #include "host/settings/shared_account.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
-#include "host/tree/advice.h"
 #include "tarvex/settings.h"
 
 namespace tarvex::host {

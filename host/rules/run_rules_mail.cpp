@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "host/held/held_sending.h"
-#include "host/rules/delivery_report.h"
+#include "host/memory/delivery_report.h"
 #include "host/rules/run_rules.h"
 
 namespace tarvex::host {

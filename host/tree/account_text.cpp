@@ -2,9 +2,9 @@
 
 #include "host/tree/account_text.h"
 
+#include "host/advice/advice.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
-#include "host/tree/advice.h"
 #include "tarvex/conversion.h"
 
 namespace tarvex::host {

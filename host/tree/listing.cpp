@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "host/advice/advice.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
 #include "host/settings/schedule_text.h"
@@ -18,7 +19,6 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/account_text.h"
-#include "host/tree/advice.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "tarvex/conversion.h"

@@ -113,11 +113,14 @@ TEST_F(GivenConnection, ThatNobodyServesRunsIntoTheTimeOutOfTheProfile) {
 TEST_F(GivenConnection, EndsWithItsRun) {
     std::promise<void> connected, closed;
     const ScriptedServer silent([&](Peer& peer) {
-        connected.set_value();
         peer.WaitForClose();
         closed.set_value();
     });
-    guard.connects = [&](CServerToReach&) { return ConnectedTo(silent.Port()); };
+    guard.connects = [&](CServerToReach&) {
+        auto connection = ConnectedTo(silent.Port());
+        connected.set_value();
+        return connection;
+    };
     ASSERT_EQ(StartRun(tree.root, profile, &guard), CStartResult::Started);
     connected.get_future().wait();
     InterruptRuns(tree.root);

@@ -351,7 +351,7 @@ TEST_F(CGuard, IsAskedEveryQuestion) {
                     "fetches beside " + held + of + "u2", "sends " + to + " 0 1" + of + "u1",
                     "sends " + to + " 0 1" + of + "u2", "sends_through user0/from0 alice", "connects 1 user0/from0",
                     "offers " + to + of + "u1", "refused " + to + " 550 no" + of + "u1", "offers " + to + of + "u2",
-                    "taken " + to + of + "u2"));
+                    "taken " + to + " 250 2.0.0 taken" + of + "u2"));
 }
 
 TEST_F(CGuard, AnswerThatIsNoneIsTheDefault) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/advice/advice.h"
 #include "host/commands/commands.h"
 #include "host/settings/shared_account.h"
 #include "host/setup/discovery.h"
@@ -15,7 +16,6 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/terminal/wording.h"
-#include "host/tree/advice.h"
 #include "host/tree/clear_login.h"
 #include "host/ways/server_way.h"
 

@@ -11,8 +11,8 @@
 #include <cstring>
 #include <string>
 
-#include "host/edit/directories.h"
 #include "host/edit/scratch.h"
+#include "host/saving/directories.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"

@@ -7,8 +7,8 @@
 #include <string>
 #include <system_error>
 
-#include "host/edit/directories.h"
 #include "host/edit/scratch.h"
+#include "host/saving/directories.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 

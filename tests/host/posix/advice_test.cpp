@@ -1,6 +1,6 @@
 // For every way in which a server can fail, a sentence that says what to do.
 
-#include "host/tree/advice.h"
+#include "host/advice/advice.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Which messages are taken for delivery reports, and about whom.
 
-#include "host/rules/delivery_report.h"
+#include "host/memory/delivery_report.h"
 
 #include <gtest/gtest.h>
 

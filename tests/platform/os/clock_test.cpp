@@ -10,7 +10,7 @@
 #include <limits>
 #include <string>
 
-#include "tests/support/time_zone.h"
+#include "tests/platform/time_zone.h"
 
 namespace tarvex {
 

@@ -14,7 +14,7 @@
 #include <string>
 
 #include "testing/temp_dir.h"
-#include "tests/support/time_zone.h"
+#include "tests/platform/time_zone.h"
 
 namespace tarvex {
 

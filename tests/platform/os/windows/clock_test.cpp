@@ -8,7 +8,7 @@
 #include <limits>
 #include <optional>
 
-#include "tests/support/time_zone.h"
+#include "tests/platform/time_zone.h"
 
 namespace tarvex {
 namespace {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/os/clock.h"
-#include "tests/support/time_zone.h"
+#include "tests/platform/time_zone.h"
 
 namespace tarvex {
 namespace {

@@ -1,6 +1,6 @@
 // Makes the directories of new users, profiles and addresses, and takes away those of removed ones.
 
-#include "host/edit/directories.h"
+#include "host/saving/directories.h"
 
 #include <filesystem>
 #include <system_error>

@@ -1,6 +1,6 @@
 // Saves records and schedules, and finds out what became of a save that failed.
 
-#include "host/edit/saving.h"
+#include "host/saving/saving.h"
 
 #include <algorithm>
 #include <variant>

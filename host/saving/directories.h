@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/edit/saving.h"
+#include "host/saving/saving.h"
 #include "tarvex/text.h"
 
 namespace tarvex::host {

@@ -1,6 +1,6 @@
 // Reads the codes in the answers of servers.
 
-#include "host/tree/reply_codes.h"
+#include "host/advice/reply_codes.h"
 
 #include <algorithm>
 

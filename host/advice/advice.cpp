@@ -1,13 +1,13 @@
 // What a person can do about a server that cannot be used.
 
-#include "host/tree/advice.h"
+#include "host/advice/advice.h"
 
 #include <algorithm>
 #include <array>
 
+#include "host/advice/reply_codes.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
-#include "host/tree/reply_codes.h"
 
 namespace tarvex::host {
 namespace {

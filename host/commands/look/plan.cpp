@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/advice/advice.h"
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/commands.h"
 #include "host/system/command_error.h"
@@ -16,7 +17,6 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/account_text.h"
-#include "host/tree/advice.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "host/advice/advice.h"
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/commands.h"
 #include "host/receivers/notes.h"
@@ -18,7 +19,6 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/account_text.h"
-#include "host/tree/advice.h"
 #include "host/tree/clear_login.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"

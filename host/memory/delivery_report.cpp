@@ -1,6 +1,6 @@
 // Recognises delivery reports by their header, and the address by the lines that name a failed recipient.
 
-#include "host/rules/delivery_report.h"
+#include "host/memory/delivery_report.h"
 
 #include <algorithm>
 #include <array>
