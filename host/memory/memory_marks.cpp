@@ -98,7 +98,7 @@ void LoadMarks(Database& file, RememberedProfile& profile) {
         passage.message = reader.Digest();
         passage.way.last = reader.Digest();
         passage.time = static_cast<CTime>(reader.Number());
-        passage.way.length = reader.Number();
+        passage.way.length = static_cast<std::size_t>(reader.Number());
         profile.marks.emplace(letter, passage);
     }
 }
