@@ -38,7 +38,7 @@ protected:
         host_.AddProfile(mailbox_.Port(), sink_.Port(), [timer](CPopProfile& profile) {
             profile.setting.timer = timer;
             profile.setting.lasttime = 1;  // long ago, so that it is due once
-            profile.setting.timeout = 2;
+            profile.setting.timeout = 60;  // no answer is waited for in vain
         });
     }
 
@@ -48,6 +48,7 @@ protected:
         return host_.Tell(words, code);
     }
 
+    std::atomic<bool> blocked_ = false;  // read by the server
     MailboxServer mailbox_{"user", "secret"};
     SinkServer sink_;
     Host host_;
@@ -108,9 +109,9 @@ TEST_F(Asking, AServiceWritesDownWhatALongRunHasDoneSoFar) {
     AddProfile();
     mailbox_.Add(MailNumber(1));
     mailbox_.Add(MailNumber(2));
-    std::atomic<bool> blocked = true;
-    sink_.SetJudge([&](const DeliveredMail& mail) {
-        while (blocked && mail.text.find("mail-2") != std::string::npos) std::this_thread::sleep_for(5ms);
+    blocked_ = true;
+    sink_.SetJudge([this](const DeliveredMail& mail) {
+        while (blocked_ && mail.text.find("mail-2") != std::string::npos) std::this_thread::sleep_for(5ms);
         return std::string();
     });
     ChildProcess service({TARVEX_HOST, "--root", host_.Root(), "serve", "--every", "0.02"},
@@ -123,7 +124,7 @@ TEST_F(Asking, AServiceWritesDownWhatALongRunHasDoneSoFar) {
         told = trace.Printed();
     }
     EXPECT_THAT(told, HasSubstr(": sent, "));
-    blocked = false;
+    blocked_ = false;
     service.Signal(SIGTERM);
     service.Wait();
 }
