@@ -75,7 +75,7 @@ public:
         for (const NamedProfile& named : chosen_) AddLastEnd(*named.profile);
         if (!options_.quiet) Print();
         for (const NamedProfile& named : chosen_) TryHeld(*named.user, *named.profile);
-        history_.Tidy(LimitsOfHistory(CString(directory_)), std::time(nullptr), kTidyingTime);
+        history_.Tidy([this] { return LimitsOfHistory(directory_); }, std::time(nullptr), kTidyingTime);
         if (CaughtSignal() != 0) return kSignalExit + CaughtSignal();
         if (troubles_.code != kDone) throw CommandError(troubles_.code, troubles_.sentence);
         return kDone;

@@ -258,11 +258,11 @@ void HistoryWriter::Write(Entry entry) {
     });
 }
 
-void HistoryWriter::Tidy(const MailLimits& limits, CTime now, std::chrono::milliseconds at_most) {
+void HistoryWriter::Tidy(const std::function<MailLimits()>& limits, CTime now, std::chrono::milliseconds at_most) {
     if (is_tidy_) return;
     const auto until = std::chrono::steady_clock::now() + at_most;
     database_.Do([&](Database& database) {
-        is_tidy_ = !DropOldMails(database, limits, now);
+        is_tidy_ = !DropOldMails(database, limits(), now);
         while (IndexMails(database)) {
             if (std::chrono::steady_clock::now() < until) continue;
             is_tidy_ = false;

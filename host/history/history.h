@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -62,8 +63,8 @@ public:
     void AddMails(const CString& profile_path, std::vector<TracedMail> mails);
 
     // Removes what is over the limits and keeps what is new quick to find, for about so long at most. To be called
-    // when there is time.
-    void Tidy(const MailLimits& limits, CTime now, std::chrono::milliseconds at_most);
+    // when there is time; `limits` is asked only where there is something to do.
+    void Tidy(const std::function<MailLimits()>& limits, CTime now, std::chrono::milliseconds at_most);
 
 private:
     struct Entry {

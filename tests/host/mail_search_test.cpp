@@ -42,7 +42,9 @@ protected:
     CString Profile(int number = 0) const { return root_ + "\\user0\\from" + std::to_string(number); }
 
     void Add(std::vector<TracedMail> mails) { writer_.AddMails(Profile(), std::move(mails)); }
-    void Tidy(const MailLimits& limits = {}, CTime now = kNow) { writer_.Tidy(limits, now, 10s); }
+    void Tidy(const MailLimits& limits = {}, CTime now = kNow) {
+        writer_.Tidy([&] { return limits; }, now, 10s);
+    }
 
     std::vector<std::string> Find(const std::vector<std::string>& words, std::size_t most = 20) const {
         return Search(MailSearch{words, {}, 0, most});

@@ -154,7 +154,7 @@ void Service::Tick() {
 // What a long run has done so far, and what can be done when there is time.
 void Service::WriteHistory() {
     for (const auto& copy : root_.running_copies) history_.AddMails(copy->path, rules_.TakeSettled(*copy));
-    history_.Tidy(LimitsOfHistory(directory_), std::time(nullptr), kTidyingTime);
+    history_.Tidy([this] { return LimitsOfHistory(directory_); }, std::time(nullptr), kTidyingTime);
 }
 
 // Answers every client whose request can be served now. The others are tried again when something has happened.
