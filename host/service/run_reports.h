@@ -8,20 +8,11 @@
 #include <vector>
 
 #include "host/history/history.h"
+#include "host/state/run_now.h"
 #include "host/system/command_error.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
-
-// How far a run is.
-struct RunNow {
-    std::string profile;  // as ShownName
-    std::int64_t bytes_received = 0;
-    std::int64_t bytes_sent = 0;
-    int messages_to_fetch = 0;
-    int messages_fetched = 0;
-    int messages_delivered = 0;
-};
 
 // What a service reports of itself. Profiles are named as by ShownName.
 struct ServiceReport {

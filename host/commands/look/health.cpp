@@ -13,7 +13,7 @@
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/look/profile_state.h"
+#include "host/commands/look/asked_state.h"
 #include "host/history/run_words.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"
@@ -93,7 +93,7 @@ Health Look(const Context& context, const Options& options) {
     CRootPath root;
     const std::string directory = RootDirectory(context.root_option);
     OpenTree(root, directory);
-    const TreeState tree = StateOf(root, options.names, directory, kPatience);
+    const AskedState tree = AskForState(root, options.names, directory, kPatience);
     const CTime now = std::time(nullptr);
     std::vector<Finding> findings;
     if (tree.service == ServiceState::Silent) findings.push_back({Health::Critical, "the service does not answer"});

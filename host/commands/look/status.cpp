@@ -13,7 +13,7 @@
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/look/profile_state.h"
+#include "host/commands/look/asked_state.h"
 #include "host/history/run_words.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -229,7 +229,7 @@ int ShowStatus(const Context& context, const Options& options) {
     CRootPath root;
     const std::string directory = RootDirectory(context.root_option);
     OpenTree(root, directory);
-    TreeState tree = StateOf(root, options.names, directory);
+    AskedState tree = AskForState(root, options.names, directory);
     if (!tree.trouble.empty()) PrintNote(tree.trouble);
     NoteWhatIsNotListed(root);
     const bool has_rules = HasRules(root.path);

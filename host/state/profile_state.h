@@ -1,9 +1,8 @@
 #pragma once
 
-// How every profile is doing, for the commands that tell of it: from its settings, the history of its runs, what is set
-// aside, what the rules remember, and what the service that owns the tree says.
+// How every profile is doing, for whoever tells of it: from its settings, the history of its runs, what is set aside
+// and what the rules remember. What only the service knows is added by whoever asks it.
 
-#include <chrono>
 #include <map>
 #include <optional>
 #include <span>
@@ -13,8 +12,9 @@
 #include "host/held/held_work.h"
 #include "host/history/history.h"
 #include "host/memory/memory.h"
-#include "host/service/run_reports.h"
+#include "host/state/run_now.h"
 #include "host/terminal/json.h"
+#include "host/tree/names.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -46,19 +46,13 @@ struct MatterWords {
 };
 std::span<const MatterWords> ToldMatters();
 
-// Whether a service owns the tree, and whether it answers.
-enum class ServiceState { None, Answers, Silent };
-
 struct TreeState {
     std::vector<ProfileState> profiles;
-    ServiceState service = ServiceState::None;
     std::string trouble;  // what of it cannot be read, and why; empty when all can
 };
 
-// Of these profiles of a loaded tree. Waits for the service no longer than `patience`. Throws CommandError for a name
-// that there is not.
-TreeState StateOf(const CRootPath& root, const std::vector<std::string>& names, const std::string& directory,
-                  std::chrono::milliseconds patience = std::chrono::seconds(2));
+// Of these profiles of a loaded tree; `directory` is its root. Throws nothing but std::bad_alloc.
+TreeState StateOf(const CRootPath& root, const std::vector<NamedProfile>& profiles, const std::string& directory);
 
 // A person has to do something about it.
 bool WantsAPerson(const ProfileState& state);

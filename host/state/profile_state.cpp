@@ -1,13 +1,12 @@
 // Puts together what is known of the profiles of a tree. What cannot be read is told, and the rest is worth knowing.
 
-#include "host/commands/look/profile_state.h"
+#include "host/state/profile_state.h"
 
 #include <algorithm>
 #include <array>
 #include <ctime>
 
 #include "host/history/run_words.h"
-#include "host/service/service_connection.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -92,39 +91,14 @@ void AddRemembered(const std::string& directory, const std::vector<NamedProfile>
     }
 }
 
-void AddReport(const std::string& directory, std::chrono::milliseconds patience, TreeState& tree) {
-    ServiceReport report;
-    try {
-        const auto service = ServiceConnection::Try(directory);
-        if (!service) return;
-        tree.service = ServiceState::Silent;
-        report = service->Report(patience);
-        tree.service = ServiceState::Answers;
-    } catch (const CommandError&) {
-        return;
-    }
-    for (ProfileState& state : tree.profiles) {
-        const auto run = std::ranges::find(report.runs, state.name, &RunNow::profile);
-        if (run != report.runs.end()) state.running = *run;
-        const auto trouble = report.troubles.find(state.name);
-        if (trouble == report.troubles.end()) continue;
-        state.trouble = trouble->second;
-        const std::string unsaved = state.history ? WhatIsNotSaved(state.history->last.result) : "";
-        if (!unsaved.empty()) state.trouble += " (" + unsaved + ')';
-    }
-}
-
 }  // namespace
 
 std::span<const MatterWords> ToldMatters() { return kTold; }
 
-TreeState StateOf(const CRootPath& root, const std::vector<std::string>& names, const std::string& directory,
-                  std::chrono::milliseconds patience) {
+TreeState StateOf(const CRootPath& root, const std::vector<NamedProfile>& profiles, const std::string& directory) {
     TreeState tree;
-    const std::vector<NamedProfile> profiles = ChosenProfiles(root, names);
     for (const NamedProfile& named : profiles) tree.profiles.push_back(StateOf(root, *named.user, *named.profile));
     AddHistory(directory, profiles, tree);
-    AddReport(directory, patience, tree);
     if (HasRules(root.path)) AddRemembered(directory, profiles, tree);
     return tree;
 }
