@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -44,12 +45,19 @@ struct Options {
     std::vector<std::string> names;
     bool now = false;
     bool quiet = false;
+    bool verbose = false;
 
     bool ShowsProgress() const { return !quiet && CanRedraw(); }
 };
 
 CommandError CannotUse(const std::string& directory, const std::string& why) {
     return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
+}
+
+void PrintTroubles(const std::string& sentences) {
+    std::cout << std::flush;  // which comes first on a terminal
+    std::istringstream lines(sentences);
+    for (std::string line; std::getline(lines, line);) PrintNote(line);
 }
 
 // The runs of one call, and what has to be said about them.
@@ -77,8 +85,8 @@ public:
         for (const NamedProfile& named : chosen_) TryHeld(*named.user, *named.profile);
         history_.Tidy([this] { return LimitsOfHistory(directory_); }, std::time(nullptr), kTidyingTime);
         if (CaughtSignal() != 0) return kSignalExit + CaughtSignal();
-        if (troubles_.code != kDone) throw CommandError(troubles_.code, troubles_.sentence);
-        return kDone;
+        PrintTroubles(troubles_.sentence);
+        return troubles_.code;
     }
 
 private:
@@ -116,6 +124,7 @@ private:
             if (rules_.Start(root_, *profile) == CStartResult::Started) return true;
             history_.Add(profile->path, RunThatCouldNotBegin());
             troubles_.AddEnd(ShownName(root_, profile->path), RunThatCouldNotBegin().result);
+            in_brief_.AddOneThatCouldNotBegin(profile->path);
             return true;
         });
     }
@@ -170,11 +179,14 @@ private:
     }
 
     // Also why those that were named did not run.
-    void Print() const {
+    void Print() {
+        const bool in_full = options_.verbose || chosen_.size() == 1;
         for (const NamedProfile& named : chosen_) {
             for (const auto& copy : ended_) {
                 if (copy->path != named.profile->path) continue;
-                std::cout << ReportOf(*copy, what_else_.at(copy.get()));
+                const std::string& what_else = what_else_.at(copy.get());
+                std::cout << (in_full ? ReportOf(*copy, what_else)
+                                      : in_brief_.Add(ShownName(root_, copy->path), *copy, what_else));
             }
         }
         for (const auto& [path, why] : kept_back_) std::cout << ShownName(root_, path) << ": " << why << '\n';
@@ -186,6 +198,7 @@ private:
             if (!told && WhyUnreadable(*named.profile).empty())
                 std::cout << WhyItDoesNotRun(root_, *named.user, *named.profile);
         }
+        if (!in_full) std::cout << in_brief_.Sum();
     }
 
     const Options& options_;
@@ -199,6 +212,7 @@ private:
     std::map<const CPopProfile*, std::string> what_else_;  // of those
     std::map<CString, std::string> kept_back_;             // why, by path
     RunTroubles troubles_;
+    RunsInBrief in_brief_;
 };
 
 // Creates a missing directory, but only one that --root names.
@@ -258,14 +272,18 @@ int RunByService(ServiceConnection& service, const std::string& directory, const
         show = [&] { progress->Show(); };
     }
     Reply reply;
-    const int code = service.Run({options.names, options.now}, reply, PrintNote, show);
+    const auto note = [&options](const std::string& text) {
+        if (!options.quiet) PrintNote(text);
+    };
+    const int code = service.Run({options.names, options.now, options.verbose}, reply, note, show);
     progress.reset();  // off the terminal
     if (!options.quiet) std::cout << reply.printed;
-    if (code != kDone) throw CommandError(code, reply.error);
+    PrintTroubles(reply.error);
     return code;
 }
 
-// Runs the profiles that are due, once, and waits for the workers. Prints what each run added to its log unless quiet.
+// Runs the profiles that are due, once, and waits for the workers. Prints what the run added to its log where it is
+// one.
 int RunOnce(const Context& context, const Options& options) {
     const std::string directory = RootDirectory(context.root_option);
     RequireRootToRun(directory, context.root_option.has_value());
@@ -281,7 +299,8 @@ void AddRunCommand(CLI::App& app, Context& context) {
     auto options = std::make_shared<Options>();
     AddProfileNames(*run, options->names);
     run->add_flag("--now", options->now, "Run them whether they are due or not");
-    run->add_flag("--quiet", options->quiet, "Print failures and nothing else");
+    CLI::Option* const quiet = run->add_flag("--quiet", options->quiet, "Print failures and nothing else");
+    run->add_flag("--verbose", options->verbose, "Print the conversation of every run, also of many")->excludes(quiet);
     run->footer("While a service owns the tree, it is the service that runs them.");
     run->callback(
         [&context, options] { context.command = [&context, options] { return RunOnce(context, *options); }; });

@@ -117,9 +117,13 @@ EditRequest EditIn(const Json& json) {
     return request;
 }
 
-Json JsonOf(const RunRequest& request) { return {{"names", JsonOf(request.names)}, {"now", request.now}}; }
+Json JsonOf(const RunRequest& request) {
+    return {{"names", JsonOf(request.names)}, {"now", request.now}, {"verbose", request.verbose}};
+}
 
-RunRequest RunRequestIn(const Json& json) { return {ListOf(json.at("names")), json.at("now").get<bool>()}; }
+RunRequest RunRequestIn(const Json& json) {
+    return {ListOf(json.at("names")), json.at("now").get<bool>(), json.value("verbose", false)};
+}
 
 // As lists side by side: a request is not nested deeper.
 Json JsonOf(const HeldRequest& request) {

@@ -33,6 +33,11 @@ void AppendEntry(std::vector<std::string>& lines, const std::string& entry) {
     for (std::string line; std::getline(pieces, line); indent = "  ") lines.push_back(indent + line);
 }
 
+bool DidSomething(const CRunResult& result) {
+    return result.messages_fetched > 0 || result.messages_not_fetched > 0 || result.messages_put_off > 0 ||
+           result.copies_set_aside > 0 || result.ending == CRunEnding::KeptBack;
+}
+
 }  // namespace
 
 std::vector<RunNow> RunsNow(const CRootPath& root) {
@@ -77,13 +82,35 @@ PastRun RunThatCouldNotBegin() {
 }
 
 void RunTroubles::Add(const std::string& name, const std::string& why, int exit_code) {
-    sentence += (sentence.empty() ? "" : "; ") + (name.empty() ? why : name + ": " + why);
+    sentence += (sentence.empty() ? "" : "\n") + (name.empty() ? why : name + ": " + why);
     code = std::max(code, exit_code);
 }
 
 void RunTroubles::AddEnd(const std::string& name, const CRunResult& result) {
     if (IsFailure(result.ending)) Add(name, HowItEnded(result, 1, kReasonColumns), kUnavailable);
     if (const std::string what = WhatIsNotSaved(result); !what.empty()) Add(name, what, kCannotWrite);
+}
+
+std::string RunsInBrief::Add(const std::string& name, const CPopProfile& copy, const std::string& what_else) {
+    const CRunResult& result = copy.result;
+    has_failed_[copy.path] = IsFailure(result.ending);
+    messages_ += result.messages_delivered;
+    for (const CAddressResult& address : result.addresses) {
+        if (address.copies > 0) addresses_.insert(address.path);
+    }
+    if (IsFailure(result.ending) || !DidSomething(result)) return {};
+    return name + ": " + HowItEnded(result, 1, kReasonColumns) + what_else + '\n';
+}
+
+std::string RunsInBrief::Sum() const {
+    if (has_failed_.empty()) return {};
+    const auto count = [](auto number, const char* one) { return ShowCount(static_cast<std::int64_t>(number), one); };
+    const auto failed = std::ranges::count_if(has_failed_, [](const auto& one) { return one.second; });
+    const std::string to =
+        addresses_.size() == 1 ? " to 1 address" : " to " + std::to_string(addresses_.size()) + " addresses";
+    return count(has_failed_.size(), "profile") + ": " +
+           (addresses_.empty() ? "nothing forwarded" : count(messages_, "message") + to) +
+           (failed > 0 ? ", " + std::to_string(failed) + " failed" : "") + '\n';
 }
 
 std::string WhyItDoesNotRun(const CRootPath& root, const CUser& user, const CPopProfile& profile) {

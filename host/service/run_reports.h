@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,11 +36,28 @@ PastRun RunThatCouldNotBegin();
 
 // What went wrong with the profiles that a command is about: one sentence, and the exit code for it.
 struct RunTroubles {
-    std::string sentence;
-    int code = kDone;  // of several the highest: a profile left out (74) says more than a run that failed (69)
+    std::string sentence;  // a line for each
+    int code = kDone;      // of several the highest: a profile left out (74) says more than a run that failed (69)
 
     void Add(const std::string& name, const std::string& why, int exit_code);  // the name may be empty
     void AddEnd(const std::string& name, const CRunResult& result);            // nothing when all went well
+};
+
+// The runs of a command that asked for many: a line for each that did something, and one that sums them all up. What
+// failed stands in its troubles.
+class RunsInBrief {
+public:
+    // What is printed of the run; empty for nothing.
+    std::string Add(const std::string& name, const CPopProfile& copy, const std::string& what_else);
+    void AddOneThatCouldNotBegin(const CString& path) { has_failed_[path] = true; }
+
+    // "200 profiles: 3 messages to 5 addresses, 2 failed"; empty when nothing ran.
+    std::string Sum() const;
+
+private:
+    std::map<CString, bool> has_failed_;  // the last run of each
+    std::set<CString> addresses_;         // that got something
+    std::int64_t messages_ = 0;
 };
 
 inline constexpr const char* kNothingDue = "No profile was due.\n";

@@ -18,6 +18,7 @@ namespace tarvex::host {
 struct RunRequest {
     std::vector<std::string> names;  // UTF-8, as host/tree/names.h finds them; none for all
     bool now = false;                // also those that are not due
+    bool verbose = false;            // what each run added to its log, also of many
 };
 
 // For one request. Its operations throw CommandError when the service ends before it has answered.

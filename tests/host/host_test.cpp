@@ -130,7 +130,7 @@ TEST(Host, EveryProfileHasItsOwnPart) {
                                                host.AddProfile(second.Port(), sink.Port())};
     first.Add(MailNumber(1));
     second.Add(MailNumber(2));
-    const std::string printed = host.Run();
+    const std::string printed = host.Run(0, {"--verbose"});
     const std::string one = "== " + profiles[0] + ": forwarded 1 message" + Log(profiles[0]);
     const std::string two = "== " + profiles[1] + ": forwarded 1 message" + Log(profiles[1]);
     EXPECT_THAT(AsInTheLog(printed), AnyOf(one + two, two + one));  // the tree is in the order of the directory

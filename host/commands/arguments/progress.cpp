@@ -6,46 +6,84 @@
 #include <iostream>
 
 #include "host/system/process.h"
+#include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
 namespace {
 
-// A line that is too long is cut by the terminal, which knows best how wide what it shows is.
+// For a terminal that does not tell how wide it is: it cuts off what is too long.
 constexpr const char* kNoWrapping = "\x1b[?7l";
 constexpr const char* kWrapping = "\x1b[?7h";
 
-std::string LineOf(const RunNow& run) {
-    if (run.bytes_received == 0) return run.profile + "  connecting";
-    return run.profile + "  fetched " + std::to_string(run.messages_fetched) + " of " +
-           std::to_string(run.messages_to_fetch) + ", delivered " + std::to_string(run.messages_delivered) + "  (" +
-           ShowBytes(run.bytes_received) + " in, " + ShowBytes(run.bytes_sent) + " out)";
+std::string CountsOf(const RunNow& run) {
+    return "fetched " + std::to_string(run.messages_fetched) + " of " + std::to_string(run.messages_to_fetch) +
+           ", delivered " + std::to_string(run.messages_delivered);
+}
+
+std::string TrafficOf(const RunNow& run) {
+    return "  (" + ShowBytes(run.bytes_received) + " in, " + ShowBytes(run.bytes_sent) + " out)";
+}
+
+// What it says of the run stays whole as long as that fits beside a part of the name.
+std::string LineOf(const RunNow& run, std::size_t columns) {
+    constexpr std::size_t kShortestName = 12;
+    const std::string state = "  " + (run.bytes_received == 0 ? "connecting" : CountsOf(run));
+    const std::string traffic = run.bytes_received == 0 ? "" : TrafficOf(run);
+    const std::string line = run.profile + state + traffic;
+    if (columns == 0 || Columns(line) <= columns) return line;
+    const std::size_t room = columns - std::min(columns, Columns(state));
+    if (room < kShortestName) return CutInTheMiddle(run.profile + state, columns);
+    return CutInTheMiddle(run.profile, room) + state;
+}
+
+std::string RestOf(const std::vector<RunNow>& runs, std::size_t shown) {
+    RunNow rest;
+    for (std::size_t i = shown; i < runs.size(); ++i) {
+        rest.messages_to_fetch += runs[i].messages_to_fetch;
+        rest.messages_fetched += runs[i].messages_fetched;
+        rest.messages_delivered += runs[i].messages_delivered;
+    }
+    return "and " + std::to_string(runs.size() - shown) + " more: " + CountsOf(rest);
 }
 
 }  // namespace
 
-Progress::~Progress() {
-    if (shown_ > 0) std::cout << Wiping() << std::flush;
+std::vector<std::string> ProgressLines(const std::vector<RunNow>& runs, std::size_t lines, std::size_t columns) {
+    const std::size_t room = std::max<std::size_t>(lines, 2) - 1;  // the cursor has the last one
+    const std::size_t shown = runs.size() <= room ? runs.size() : room - 1;
+    std::vector<std::string> text;
+    for (std::size_t i = 0; i < shown; ++i) text.push_back(LineOf(runs[i], columns));
+    if (shown < runs.size()) {
+        const std::string rest = RestOf(runs, shown);
+        text.push_back(columns == 0 ? rest : CutInTheMiddle(rest, columns));
+    }
+    return text;
 }
+
+// A terminal that was made narrower breaks what is too long for it.
+std::size_t LinesTaken(const std::vector<std::string>& lines, std::size_t columns) {
+    if (columns == 0) return lines.size();
+    std::size_t taken = 0;
+    for (const std::string& line : lines) taken += std::max<std::size_t>((Columns(line) + columns - 1) / columns, 1);
+    return taken;
+}
+
+Progress::~Progress() { std::cout << Wiping() << std::flush; }
 
 void Progress::Show(const std::vector<RunNow>& runs) {
-    if (runs.empty()) {
-        std::cout << Wiping() << std::flush;
-        shown_ = 0;
-        return;
-    }
-    std::string text = Wiping() + kNoWrapping;
-    // With room for the line that says how many more there are, and for the cursor's own.
-    const std::size_t room = std::min(runs.size(), static_cast<std::size_t>(std::max(TerminalLines() - 2, 0)));
-    shown_ = room;
-    for (std::size_t i = 0; i < room; ++i) text += LineOf(runs[i]) + '\n';
-    if (runs.size() > room) {
-        text += "and " + std::to_string(runs.size() - room) + " more\n";
-        ++shown_;
-    }
-    std::cout << text << kWrapping << std::flush;
+    std::string text = Wiping();
+    shown_ = ProgressLines(runs, static_cast<std::size_t>(TerminalLines()), TerminalColumns());
+    if (!shown_.empty()) text += kNoWrapping;
+    for (const std::string& line : shown_) text += line + '\n';
+    if (!shown_.empty()) text += kWrapping;
+    std::cout << text << std::flush;
 }
 
-std::string Progress::Wiping() const { return shown_ == 0 ? "" : "\x1b[" + std::to_string(shown_) + "A\r\x1b[J"; }
+std::string Progress::Wiping() const {
+    if (shown_.empty()) return {};
+    const std::size_t most = static_cast<std::size_t>(std::max(TerminalLines(), 2)) - 1;
+    return "\x1b[" + std::to_string(std::min(LinesTaken(shown_, TerminalColumns()), most)) + "A\r\x1b[J";
+}
 
 }  // namespace tarvex::host

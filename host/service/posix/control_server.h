@@ -38,6 +38,8 @@ public:
         std::set<CString> paths;  // of the profiles whose runs have not ended
         std::string printed;
         RunTroubles troubles;
+        bool in_full = false;
+        RunsInBrief in_brief;
     };
     std::optional<AwaitedRuns> awaited;
     CString awaited_held;  // the profile whose held mail is being sent for it

@@ -144,6 +144,7 @@ void Service::Start(CPopProfile& profile) {
     TellEnd(profile.path, RunThatCouldNotBegin());
     EndAsked(profile.path, [&](ControlClient::AwaitedRuns& awaited) {
         awaited.troubles.AddEnd(Name(profile.path), RunThatCouldNotBegin().result);
+        awaited.in_brief.AddOneThatCouldNotBegin(profile.path);
     });
 }
 
@@ -154,8 +155,8 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
         return client.Answer(error.ExitCode(), {{}, error.what()});
     }
     if (client.awaited && client.awaited->paths.empty()) {
-        return client.Answer(client.awaited->troubles.code,
-                             {client.awaited->printed, client.awaited->troubles.sentence});
+        return client.Answer(client.awaited->troubles.code, {client.awaited->printed + client.awaited->in_brief.Sum(),
+                                                             client.awaited->troubles.sentence});
     }
     if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
 }
@@ -174,6 +175,7 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
     log_.Say(Headline(request));
     RetryLeftOut();
     ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
+    awaited.in_full = request.verbose || chosen.size() == 1;
     for (const auto& [user, profile] : chosen) AskFor(*user, *profile, request, awaited);
     StartDueRuns();
     const auto waiting =
@@ -205,8 +207,10 @@ void Service::AskFor(const CUser& user, CPopProfile& profile, const RunRequest& 
 void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
     for (ControlClient* const client : server_.Waiting()) {
         if (!client->awaited || client->awaited->paths.erase(copy.path) == 0) continue;
-        client->awaited->printed += ReportOf(copy, what_else);
-        client->awaited->troubles.AddEnd(Name(copy.path), copy.result);
+        ControlClient::AwaitedRuns& awaited = *client->awaited;
+        awaited.printed +=
+            awaited.in_full ? ReportOf(copy, what_else) : awaited.in_brief.Add(Name(copy.path), copy, what_else);
+        awaited.troubles.AddEnd(Name(copy.path), copy.result);
     }
 }
 

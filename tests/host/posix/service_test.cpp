@@ -523,7 +523,7 @@ TEST_F(ServingWithCare, AListThatCannotBeReadIsNotTakenForAnEmptyOne) {
     EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr(told));
     const auto service = Serve();
     ASSERT_TRUE(service->WaitForOutput("user1/from0: run ended, nothing new", kLong));
-    ChildProcess asked = host_.StartCommand({"run", "--now"});
+    ChildProcess asked = host_.StartCommand({"run", "--now", "--verbose"});
     asked.Wait();
     EXPECT_EQ(asked.ExitCode(), host::kCannotWrite);
     EXPECT_THAT(asked.Printed(), AllOf(HasSubstr("user1"), Not(HasSubstr("user0"))));
@@ -1008,7 +1008,7 @@ TEST_F(ServedRuns, AreMadeByTheServiceAndReportedAsWithoutOne) {
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
     EXPECT_EQ(host_.Tell({"run", kProfile, "--now", "--quiet"}), "");
     EXPECT_EQ(mailbox_.Received("QUIT"), 2);
-    EXPECT_THAT(host_.Tell({"run", "--now"}), StartsWith("== " + profile_ + ": "));
+    EXPECT_THAT(host_.Tell({"run", "--now", "--verbose"}), StartsWith("== " + profile_ + ": "));
     EXPECT_THAT(host_.Tell({"run", kProfile}), AllOf(StartsWith("user0/from0 is not due before "), HasSubstr("--now")));
     EXPECT_EQ(host_.Tell({"run", "--now", "user1/from0"}), "user1/from0 is switched off (status 0).\n");
     EXPECT_EQ(host_.Tell({"run"}), "No profile was due.\n");
