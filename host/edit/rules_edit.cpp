@@ -27,6 +27,8 @@ std::string FileValue(const HostRules& rules, const Key<HostRules>& key) {
     return std::to_string(limit ? rules.**limit : int{rules.*std::get<bool HostRules::*>(key.field)});
 }
 
+bool IsOfAccount(const KeyInfo& key) { return *key.server != 0; }
+
 // A text that is empty has no place in the file.
 void SetOrRemove(SettingsSections& file, const Key<HostRules>& key, const std::string& value) {
     if (value.empty()) {
@@ -52,7 +54,7 @@ std::string AddRules(const CRootPath& root, Saved& saved) {
     if (HasRules(root.path)) throw CommandError(kBadUsage, "the tree has rules already");
     SettingsSections file(kNewFile);
     for (const Key<HostRules>& key : Keys<HostRules>()) {
-        if (!key.is_shared) SetOrRemove(file, key, FileValue({}, key));
+        if (!IsOfAccount(key)) SetOrRemove(file, key, FileValue({}, key));
     }
     saved = ReplaceContent(root.path + kHostSettingFile, file.Text());
     return "The tree has rules now, all of them on; `tarvex rules show` shows them.\n";
@@ -91,10 +93,15 @@ Owner OwnerNamed(const CRootPath& root, const std::string& name) {
 }
 
 // Without its server an account is none, and no login of it shall go to another server.
-void RemoveAccount(SettingsSections& file) {
+void RemoveAccount(SettingsSections& file, std::string_view server) {
     for (const Key<HostRules>& key : Keys<HostRules>()) {
-        if (key.is_shared) file.Remove(key.name);
+        if (key.server == server) file.Remove(key.name);
     }
+}
+
+// Whether the account is removed of which this key names the server.
+bool EndsAccount(const KeyValues<HostRules>& values, const HostRules& after, std::string_view server) {
+    return values.Has(server) && FileValue(after, KeyNamed<HostRules>(server)).empty();
 }
 
 // What is as without the file needs no key in it. An account is kept whole.
@@ -106,18 +113,18 @@ std::string SetRules(const Owner& owner, const KeyValues<HostRules>& values, Sav
     for (const Key<HostRules>* const key : values.Keys()) {
         const std::string value = FileValue(after, *key);
         const bool as_others =
-            owner.place != RulesPlace::Tree && !key->is_shared && FileValue(owner.others, *key) == value;
+            owner.place != RulesPlace::Tree && !IsOfAccount(*key) && FileValue(owner.others, *key) == value;
         SetOrRemove(file, *key, as_others ? "" : value);
     }
     std::vector<const Key<HostRules>*> kept = values.Keys();
-    const bool ends_account = values.Has("smtpserver") && after.smtpserver.empty();
-    if (ends_account) {
-        RemoveAccount(file);
-        std::erase_if(kept, [](const auto* key) { return key->is_shared; });
+    for (const std::string_view server : {"smtpserver", "alert_server"}) {
+        if (!EndsAccount(values, after, server)) continue;
+        RemoveAccount(file, server);
+        std::erase_if(kept, [server](const auto* key) { return key->server == server; });
     }
     const HostRules read = RulesIn(file.Text(), path, owner.others, owner.place);
     RequireSame(read, after, kept);
-    const bool has_secret = file.Find("smtppassword") != nullptr;
+    const bool has_secret = file.Find("smtppassword") || file.Find("alert_password");
     saved = ReplaceContent(path, file.Text(), has_secret ? Readers::OwnerAlone : Readers::AsBefore);
     return values.Difference(owner.before, read);
 }

@@ -24,6 +24,8 @@ constexpr const char* kService = "The whole tree";
 constexpr const char* kEncryption = "Encryption of POP3";
 constexpr const char* kLogin = "Login with tokens";
 constexpr const char* kAccount = "SMTP account of profiles that name no server";
+constexpr const char* kAlerts = "Who is told when something is wrong";
+constexpr std::array kLanguages = {ValueWord{"en", 0}, ValueWord{"ja", 1}};
 constexpr std::array kLogins = {ValueWord{"password", 0}, ValueWord{"xoauth2", 1}, ValueWord{"oauthbearer", 2}};
 constexpr std::array kPopTls = {ValueWord{"off", 0}, ValueWord{"tls", 1}, ValueWord{"starttls", 2}};
 
@@ -34,6 +36,8 @@ constexpr int kMost = 1000000000;
 constexpr int kHighestPort = 65535;
 constexpr int kLongestHistory_days = 36500;
 constexpr int kLargestHistory_MB = 1000000;
+constexpr int kMostReaders = 20;
+constexpr int kLongestFailing_h = 24 * 366;
 
 constexpr Key<R> Rule(const char* name, const char* group, bool R::*field, const char* meaning) {
     return {{name, group, "on|off", meaning, KeyType::Number, "", kOnOff, 0, 1}, field};
@@ -52,6 +56,12 @@ constexpr Key<R> OfTheRoot(Key<R> key) {
 constexpr Key<R> Shared(Key<R> key) {
     key.group = kAccount;
     key.is_shared = true;
+    key.server = "smtpserver";
+    return key;
+}
+
+constexpr Key<R> OfAlertServer(Key<R> key) {
+    key.server = "alert_server";
     return key;
 }
 
@@ -119,6 +129,50 @@ constexpr std::array kRuleKeys = {
             &R::smtpuser}),
     Shared({{"smtppassword", kAccount, "", "SMTP password; empty: each profile's POP3 password", KeyType::Password},
             &R::smtppassword}),
+    Key<R>{{"alert_to",
+            kAlerts,
+            "ADDRESSES",
+            "Addresses that are told by mail, with commas between them; none: nobody, whatever the tree says",
+            KeyType::Mailboxes,
+            "",
+            {},
+            0,
+            kMostReaders},
+           &R::alert_to},
+    Key<R>{
+        {"alert_from",
+         kAlerts,
+         "ADDRESS",
+         "The From of these mails; empty: the address of the profile whose SMTP server is used, or with alert_server "
+         "the first of alert_to",
+         KeyType::Mailboxes,
+         "",
+         {},
+         0,
+         1},
+        &R::alert_from},
+    OfAlertServer({{"alert_server", kAlerts, "HOST",
+                    "The SMTP server for them; empty: that of a profile they are about", KeyType::HostName},
+                   &R::alert_server}),
+    OfAlertServer(
+        Limit("alert_port", kAlerts, "PORT", "TCP port", kHighestPort, &R::alert_port, "TCP port of alert_server")),
+    OfAlertServer(
+        {{"alert_tls", kAlerts, "HOW", "tls: encrypted from the first byte; starttls: encrypted before the login",
+          KeyType::Number, "", kSmtpTls, 0, 2},
+         &R::alert_tls}),
+    OfAlertServer({{"alert_user", kAlerts, "NAME", "User name at alert_server; empty: no login", KeyType::Login},
+                   &R::alert_user}),
+    OfAlertServer({{"alert_password", kAlerts, "", "Password at alert_server", KeyType::Password}, &R::alert_password}),
+    Limit("alert_after", kAlerts, "RUNS", "runs", kMost, &R::alert_after,
+          "After how many failed runs in a row they are told"),
+    Limit("alert_hours", kAlerts, "HOURS", "hours", kLongestFailing_h, &R::alert_hours,
+          "After how many hours of failing, whatever alert_after says"),
+    Key<R>{{"alert_language", kAlerts, "LANGUAGE", "In which language", KeyType::Number, "", kLanguages, 0, 1},
+           &R::alert_language},
+    Key<R>{{"alert_command", kAlerts, "COMMAND",
+            "A program with its arguments that is told too, with JSON on its standard input; none: no program",
+            KeyType::Text},
+           &R::alert_command},
     OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
     OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
                     "Messages that all runs of the service hold in memory")),
@@ -147,10 +201,11 @@ bool CountsIn(RulesPlace place, const KeyInfo& key) {
     return !key.is_shared || place != RulesPlace::Profile;
 }
 
-void ForgetAccount(HostRules& rules) {
+// The account of which this key names the server.
+void ForgetAccount(HostRules& rules, std::string_view server) {
     const HostRules none;
     for (const Key<HostRules>& key : kRuleKeys) {
-        if (key.is_shared) std::visit([&](auto field) { rules.*field = none.*field; }, key.field);
+        if (key.server == server) std::visit([&](auto field) { rules.*field = none.*field; }, key.field);
     }
 }
 
@@ -187,9 +242,10 @@ HostRules RulesIn(const std::string& text, const CString& path, HostRules others
     const SettingsSections file(text);
     bool has_key = file.Find("version") != nullptr;
     if (place == RulesPlace::User && file.Find("smtpserver")) {
-        ForgetAccount(others);
+        ForgetAccount(others, "smtpserver");
         others.server_of_user = true;
     }
+    if (file.Find("alert_server")) ForgetAccount(others, "alert_server");
     for (const Key<HostRules>& key : kRuleKeys) {
         const SettingsSection* const section = file.Find(key.name);
         if (!section) continue;

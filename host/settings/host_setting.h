@@ -16,6 +16,9 @@ namespace tarvex::host {
 // How runs reach a POP3 server: the values of pop_tls.
 enum class PopTls { Off = 0, FromTheFirstByte = 1, Stls = 2 };
 
+// The values of alert_language.
+enum class AlertLanguage { English = 0, Japanese = 1 };
+
 // Kept as host.def has them; each key is described in the table behind Keys<HostRules>().
 struct HostRules {
     bool setaside = true;
@@ -59,6 +62,20 @@ struct HostRules {
     CString smtppassword;         // plain in memory, scrambled in the file
     bool server_of_user = false;  // no key: whether the user's file names it
 
+    // Who is told when something is wrong, and through which server: see host/alerts. Nobody while alert_to and
+    // alert_command are empty.
+    CString alert_to;      // addresses, separated by commas
+    CString alert_from;    // empty: that of the profile whose server is used, or the first of alert_to
+    CString alert_server;  // empty: that of the profile
+    int alert_port = 25;
+    int alert_tls = 0;  // as sslsmtp
+    CString alert_user;
+    CString alert_password;  // plain in memory, scrambled in the file
+    int alert_after = 5;     // failed runs in a row
+    int alert_hours = 6;     // of failing
+    int alert_language = 0;  // an AlertLanguage
+    CString alert_command;
+
     PopTls Tls() const { return static_cast<PopTls>(pop_tls); }
     bool operator==(const HostRules&) const = default;
 };
@@ -94,7 +111,7 @@ std::optional<HostRules> RulesOf(const CPopProfile& profile);
 HostRules RulesToShow(const CPopProfile& profile);
 
 // The rules that hold when a file is read: its values in the place of others. A user's file that names an SMTP server
-// names a whole account: no login of the tree goes there. Throws CommandError.
+// names a whole account: no login of the tree goes there. The same holds for alert_server. Throws CommandError.
 HostRules RulesIn(const std::string& text, const CString& path, HostRules others, RulesPlace place);
 
 }  // namespace tarvex::host

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/settings/host_setting.h"
+#include "host/settings/mailbox_value.h"
 #include "host/settings/value_words.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -149,10 +150,6 @@ constexpr std::array kForwardKeys = {
 
 // ---- values
 
-bool IsPlainAscii(std::string_view text) {
-    return std::ranges::all_of(text, [](char c) { return c > ' ' && c < '\x7F'; });
-}
-
 void RequireHostName(const KeyInfo& key, std::string_view host) {
     const std::string start = std::string(key.name) + " \"" + ShowUtf8Text(host) + "\" is not a host name: ";
     if (!IsPlainAscii(host)) {
@@ -167,39 +164,6 @@ void RequireHostName(const KeyInfo& key, std::string_view host) {
     if (host.find_first_of("/[]@<>,;\\\"") != std::string_view::npos) {
         throw CommandError(kBadUsage, start + "write it like mail.example.org");
     }
-}
-
-// Of those outside of quotation marks.
-std::ptrdiff_t AtSigns(std::string_view address) {
-    bool quoted = false;
-    return std::ranges::count_if(address, [&quoted](char c) {
-        if (c == '"') quoted = !quoted;
-        return c == '@' && !quoted;
-    });
-}
-
-// The engine leaves blanks out, wherever they are: "a b@example.org" would be another mailbox.
-void RequireNoBlankWithin(const KeyInfo& key, std::string_view given) {
-    constexpr char kMark = '\x01';
-    std::string marked(given);
-    std::ranges::replace(marked, ' ', kMark);
-    const std::string address = RecipientOf(marked);
-    const std::size_t start = address.find_first_not_of(kMark);
-    if (start == std::string::npos || address.find(kMark, start) > address.find_last_not_of(kMark)) return;
-    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowUtf8Text(given) +
-                                      "\" has a blank within the address, so mail would go to \"" +
-                                      ShowUtf8Text(RecipientOf(given)) +
-                                      "\"; write one address, like Taro <taro@example.org>");
-}
-
-void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view plain) {
-    const std::size_t at = plain.rfind('@');
-    const bool good = at != std::string_view::npos && at > 0 && at + 1 < plain.size() && IsPlainAscii(plain) &&
-                      AtSigns(plain) == 1 && plain.find_first_of("<>(),;") == std::string_view::npos;
-    if (good) return;
-    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowUtf8Text(given) +
-                                      "\" is not a mail address; write it like me@example.org" +
-                                      (key.type == KeyType::Recipient ? " or Taro <taro@example.org>" : ""));
 }
 
 CString PathValue(const KeyInfo& key, std::string_view word) {
@@ -230,6 +194,7 @@ CString TextValue(const KeyInfo& key, std::string_view word) {
         RequireNoBlankWithin(key, word);
         RequireAddress(key, word, RecipientOf(word));
     }
+    if (key.type == KeyType::Mailboxes) RequireMailboxes(key, word);
     try {
         return ToStored(word);
     } catch (const CommandError& error) {
@@ -303,6 +268,8 @@ std::string AllowedValues(const KeyInfo& key) {
         case KeyType::Mailbox:
         case KeyType::Recipient:
             return "a mail address";
+        case KeyType::Mailboxes:
+            return key.highest > 1 ? "mail addresses" : "a mail address";
         case KeyType::Password:
             return "a password";
         case KeyType::Moment:

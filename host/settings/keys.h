@@ -21,6 +21,7 @@ enum class KeyType {
     Login,      // text without control characters
     Mailbox,    // me@example.org
     Recipient,  // also with a display name or a comment
+    Mailboxes,  // none, or as many as `highest` says, separated by commas
     Password,
     Number,
     Moment,  // "2026-12-24 18:00", "now", "never"
@@ -40,11 +41,12 @@ struct KeyInfo {
     KeyType type = KeyType::Text;
     const char* unit = "";                  // of a number
     std::span<const ValueWord> words = {};  // of a number; the first that fits is shown
-    int lowest = 0;                         // of a number
+    int lowest = 0;                         // of a number, as the next
     int highest = 0;
     bool is_needed = false;   // never empty
     bool is_of_root = false;  // of the rules: of the whole tree alone
     bool is_shared = false;   // of the rules: of the tree and of users, not of a profile
+    const char* server = "";  // of an account: the key that names its server
 };
 
 template <class Record>

@@ -44,6 +44,11 @@ public:
         if (EverybodyMayRead(path_)) Add("can be read by every user of the machine, and may hold a password");
     }
 
+    void AddRules() {
+        if (Has("smtppassword") || Has("alert_password")) AddOpen();
+        AddAllOf<HostRules>();
+    }
+
     bool Has(std::string_view key) const { return file_.Find(key) != nullptr; }
 
     void AddUnknown(std::span<const std::string_view> names) {
@@ -92,13 +97,12 @@ std::vector<std::string> RemarksOn(const CPopProfile& profile) {
     const CString user = ParentOf(profile.path);
     for (const CString& folder : {ParentOf(user), user}) {
         FileRemarks of_rules(folder + kHostSettingFile, remarks);
-        if (of_rules.Has("smtppassword")) of_rules.AddOpen();
-        of_rules.AddAllOf<HostRules>();
+        of_rules.AddRules();
     }
     FileRemarks of_user(user + "\\userset.def", remarks);
     of_user.AddOpen();
     of_user.AddAllOf<CUserSetting>();
-    FileRemarks(profile.path + kHostSettingFile, remarks).AddAllOf<HostRules>();
+    FileRemarks(profile.path + kHostSettingFile, remarks).AddRules();
     FileRemarks of_profile(profile.path + "\\popprofile.def", remarks);
     of_profile.AddOpen();
     of_profile.AddAllOf<CPopProfileSetting>();

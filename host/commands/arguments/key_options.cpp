@@ -3,6 +3,8 @@
 #include "host/commands/arguments/key_options.h"
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -21,9 +23,20 @@ std::string Description(const Key<Record>& key) {
     return meaning + (is_flag ? " (" : " (" + AllowedValues(key) + "; ") + usual;
 }
 
-// "--password" for the one password that most records have.
-std::string OptionName(const KeyInfo& key) {
-    return std::string_view(key.name) == "smtppassword" ? "--smtp-password" : "--password";
+// How a password is asked for.
+struct PasswordWords {
+    std::string_view key;
+    const char* option;
+    const char* question;
+};
+constexpr std::array kPasswordWords = {
+    PasswordWords{"smtppassword", "--smtp-password", "SMTP password: "},
+    PasswordWords{"alert_password", "--alert-password", "Password for alerts: "},
+    PasswordWords{"", "--password", "Password: "}};  // the one that most records have
+
+const PasswordWords& WordsOfPassword(std::string_view key) {
+    const auto found = std::ranges::find(kPasswordWords, key, &PasswordWords::key);
+    return found == kPasswordWords.end() ? kPasswordWords.back() : *found;
 }
 
 }  // namespace
@@ -44,7 +57,7 @@ void KeyOptions::AddTo(CLI::App& app, const std::vector<std::string_view>& left_
 
 void KeyOptions::AddPassword(CLI::App& app, const KeyInfo& key) {
     Password& password = passwords_[key.name];
-    const std::string name = OptionName(key);
+    const std::string name = WordsOfPassword(key.name).option;
     CLI::Option* const ask =
         app.add_flag(name, password.ask, std::string(key.meaning) + ". It is asked for on the terminal")
             ->group(key.group);
@@ -80,7 +93,7 @@ std::map<std::string, std::string> KeyOptions::Values() const {
 void KeyOptions::Fill(EditRequest& request) const {
     request.values.merge(Values());
     for (const auto& [key, password] : passwords_) {
-        if (password.ask) request.secrets[key] = AskSecret(key == "smtppassword" ? "SMTP password: " : "Password: ");
+        if (password.ask) request.secrets[key] = AskSecret(WordsOfPassword(key).question);
         if (password.from_input) request.secrets[key] = SecretFromInput();
         if (!password.file.empty()) request.secrets[key] = SecretFromFile(password.file);
     }
