@@ -5,62 +5,24 @@
 #include <exception>
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
+#include "host/commands/arguments/help_formatter.h"
 #include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/memory.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/system/tree_owner.h"
-#include "host/terminal/table.h"
 #include "host/tree/tree_root.h"
 
 namespace tarvex::host {
 namespace {
-
-// Help for a terminal of 80 columns.
-class HelpFormatter : public CLI::Formatter {
-public:
-    HelpFormatter() { column_width(kNameColumns); }
-
-    // The groups of options with one empty line between them, where the library leaves two.
-    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
-        std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
-        for (std::size_t gap = 0; (gap = help.find("\n\n\n", gap)) != std::string::npos;) help.erase(gap, 1);
-        return help;
-    }
-
-    std::string make_description(const CLI::App* app) const override {
-        return Wrapped(CLI::Formatter::make_description(app), kColumns);
-    }
-
-    std::string make_footer(const CLI::App* app) const override {
-        return Wrapped(CLI::Formatter::make_footer(app), kColumns);
-    }
-
-    std::string make_option_desc(const CLI::Option* option) const override {
-        return Wrapped(option->get_description(), kTextColumns);
-    }
-
-    std::string make_subcommand(const CLI::App* command) const override {
-        std::ostringstream out;
-        CLI::detail::format_help(out, command->get_name(), Wrapped(command->get_description(), kTextColumns),
-                                 kNameColumns);
-        return out.str();
-    }
-
-private:
-    static constexpr std::size_t kColumns = 80;
-    static constexpr std::size_t kNameColumns = 30;
-    static constexpr std::size_t kTextColumns = kColumns - kNameColumns;
-};
 
 // Whether somebody typed a password: then the words are not repeated in the error message.
 bool HasPasswordOnCommandLine(const std::vector<std::string>& words) {
@@ -82,17 +44,20 @@ int main(int argc, char** argv) {
     SurviveFileSizeLimit();
     GiveLargeMemoryBackAtOnce();
     ShowUtf8();
+    UseCatalogues(NativePath(ProgramDirectory() + "\\..\\share\\locale"));
+    SpeakTo(UsersLanguage());
     const std::vector<std::string> words = Arguments(argc, argv);
-    CLI::App app("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP.", "tarvex");
-    app.set_version_flag("--version", "tarvex " TARVEX_VERSION);
+    CLI::App app(Tr("Tarvex fetches mail from POP3 mailboxes and forwards every new message over SMTP."), "tarvex");
+    app.set_help_flag("-h,--help", Tr("Print this help message and exit"));
+    app.set_version_flag("--version", "tarvex " TARVEX_VERSION, Tr("Display program version information and exit"));
     app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(0, 1);
     app.fallthrough();  // --root may stand behind the command as well
 
     Context context;
     app.add_option("--root", context.root_option,
-                   "Root directory of the data tree, instead of the one that appset.def in " +
-                       ShowPath(ConfigurationDirectory()) + " names")
+                   Tr("Root directory of the data tree, instead of the one that appset.def in {0} names",
+                      ShowPath(ConfigurationDirectory())))
         ->type_name("DIR");
     AddSetupCommand(app, context);
     AddInitCommands(app, context);
@@ -112,7 +77,7 @@ int main(int argc, char** argv) {
     AddAcceptCommands(app, context);
     AddImportCommands(app, context);
     AddBackupCommands(app, context);
-    app.add_subcommand("demo", "Forward a small mailbox between two servers on this machine, and show it.")
+    app.add_subcommand("demo", Tr("Forward a small mailbox between two servers on this machine, and show it."))
         ->callback([&context] { context.command = Demo; });
 
     try {
@@ -120,12 +85,14 @@ int main(int argc, char** argv) {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
         if (context.root_option) context.root_option = TreePath(*context.root_option);
         const int code = context.command ? context.command() : NextStep(context);
-        if (!std::cout.flush()) throw CommandError(kCannotWrite, "cannot write to standard output");
+        if (!std::cout.flush()) throw CommandError(kCannotWrite, Tr("cannot write to standard output"));
         return code;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(words)) {
-            std::cerr << "tarvex: --password takes no value: a password is asked for on the terminal, or comes from "
-                         "--password-stdin or --password-file, never from the command line. See --help.\n";
+            std::cerr << "tarvex: "
+                      << Tr("--password takes no value: a password is asked for on the terminal, or comes from "
+                            "--password-stdin or --password-file, never from the command line. See --help.")
+                      << '\n';
             return kBadUsage;
         }
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version

@@ -7,6 +7,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/json.h"
 
@@ -206,11 +207,20 @@ std::string Framed(const Json& json) {
     return message + text;
 }
 
+ControlRequest RequestOf(const Json& request) {
+    if (request.contains("edit")) return EditIn(request.at("edit"));
+    if (request.contains("run")) return RunRequestIn(request.at("run"));
+    if (request.contains("held")) return HeldRequestIn(request.at("held"));
+    request.at("runs");
+    return ReportRequest();
+}
+
 }  // namespace
 
 std::string MessageOf(const ControlRequest& request) {
     constexpr std::array kNames = {"runs", "edit", "run", "held"};
-    return Framed({{kNames[request.index()], std::visit([](const auto& asked) { return JsonOf(asked); }, request)}});
+    return Framed({{kNames[request.index()], std::visit([](const auto& asked) { return JsonOf(asked); }, request)},
+                   {"language", LanguageCode(SpokenLanguage())}});
 }
 
 std::string MessageOf(const ControlReply& reply) {
@@ -223,13 +233,10 @@ std::size_t LengthIn(std::string_view bytes) {
     return length;
 }
 
-ControlRequest RequestIn(std::string_view text) {
-    const Json request = Parsed(text);
-    if (request.contains("edit")) return EditIn(request.at("edit"));
-    if (request.contains("run")) return RunRequestIn(request.at("run"));
-    if (request.contains("held")) return HeldRequestIn(request.at("held"));
-    request.at("runs");
-    return ReportRequest();
+AskedIn RequestIn(std::string_view text) {
+    const Json json = Parsed(text);
+    const auto language = LanguageOfCode(json.value("language", ""));
+    return {RequestOf(json), language.value_or(Language::English)};
 }
 
 ControlReply ReplyIn(std::string_view text) {

@@ -11,6 +11,7 @@
 
 #include "host/edit/edit.h"
 #include "host/held/held_work.h"
+#include "host/language/language.h"
 #include "host/service/run_reports.h"
 #include "host/service/service_connection.h"
 
@@ -28,6 +29,7 @@ struct Outcome {
 };
 using ControlReply = std::variant<Outcome, ClientNote, ServiceReport>;
 
+// A request says in which language the answer is read: the one that is spoken when it is written.
 std::string MessageOf(const ControlRequest& request);
 std::string MessageOf(const ControlReply& reply);
 
@@ -38,7 +40,11 @@ std::size_t LengthIn(std::string_view bytes);
 
 // The text is a message without its length. Throw std::exception when it is none. Texts in a reply are made fit to be
 // shown.
-ControlRequest RequestIn(std::string_view text);
+struct AskedIn {
+    ControlRequest request;
+    Language language = Language::English;  // also where it names none that is known
+};
+AskedIn RequestIn(std::string_view text);
 ControlReply ReplyIn(std::string_view text);
 
 }  // namespace tarvex::host

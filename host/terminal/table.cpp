@@ -19,6 +19,35 @@ bool IsWide(unsigned code) {
 
 bool BeginsCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }
 
+std::string_view FirstCharacter(std::string_view text) {
+    std::size_t end = 1;
+    while (end < text.size() && !BeginsCharacter(text[end])) ++end;
+    return text.substr(0, end);
+}
+
+bool IsOneOf(std::string_view character, std::string_view all) { return all.find(character) != std::string_view::npos; }
+
+// Japanese has no blanks: a line may end beside each wide character, but for marks that belong to what stands before
+// them or behind them.
+bool MayBreakBetween(std::string_view before, std::string_view after) {
+    constexpr std::string_view kNeverFirst =
+        "、。，．・：；？！）］｝」』】〉》ー々〜…ぁぃぅぇぉっゃゅょァィゥェォッャュョ,.:;?!)]}";
+    constexpr std::string_view kNeverLast = "（［｛「『【〈《([{";
+    if (Columns(before) < 2 && Columns(after) < 2) return false;
+    return !IsOneOf(after, kNeverFirst) && !IsOneOf(before, kNeverLast);
+}
+
+// Up to a blank, or to where a line may end without one.
+std::string_view FirstPiece(std::string_view text) {
+    for (std::size_t end = 0; end < text.size();) {
+        if (text[end] == ' ') return text.substr(0, end);
+        const std::string_view before = FirstCharacter(text.substr(end));
+        end += before.size();
+        if (end < text.size() && MayBreakBetween(before, FirstCharacter(text.substr(end)))) return text.substr(0, end);
+    }
+    return text;
+}
+
 }  // namespace
 
 std::size_t Columns(std::string_view text) {
@@ -44,19 +73,23 @@ std::string Padded(std::string text, std::size_t columns) {
 std::string Wrapped(std::string_view text, std::size_t columns) {
     std::string result;
     std::size_t taken = 0;
+    bool behind_blank = false;
     while (!text.empty()) {
-        const std::string_view word = text.substr(0, text.find(' '));
-        text.remove_prefix(std::min(text.size(), word.size() + 1));
-        const std::size_t width = Columns(word);
-        if (taken > 0 && taken + 1 + width > columns) {
+        const std::string_view piece = FirstPiece(text);
+        const bool before_blank = piece.size() < text.size() && text[piece.size()] == ' ';
+        text.remove_prefix(piece.size() + (before_blank ? 1 : 0));
+        const std::size_t width = Columns(piece);
+        const std::size_t gap = behind_blank && taken > 0 ? 1 : 0;
+        if (taken > 0 && taken + gap + width > columns) {
             result += '\n';
             taken = 0;
-        } else if (taken > 0) {
-            result += ' ';
-            ++taken;
+        } else {
+            result.append(gap, ' ');
+            taken += gap;
         }
-        result += word;
+        result += piece;
         taken += width;
+        behind_blank = before_blank;
     }
     return result;
 }

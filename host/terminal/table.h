@@ -15,7 +15,7 @@ std::size_t Columns(std::string_view text);
 // The text with blanks behind it up to so many columns.
 std::string Padded(std::string text, std::size_t columns);
 
-// The text in lines of at most so many columns, broken at blanks.
+// The text in lines of at most so many columns, broken at blanks and beside wide characters.
 std::string Wrapped(std::string_view text, std::size_t columns);
 
 // The text in at most so many columns: "user0/f...m12" where it is longer.

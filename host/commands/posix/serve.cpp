@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/service/posix/service.h"
 #include "host/system/command_error.h"
 #include "host/system/process.h"
@@ -28,6 +29,7 @@ void AddServeCommand(CLI::App& app, Context& context) {
     serve->footer("Commands that change the tree work while the service runs: they are carried out by it.");
     serve->callback([&context, every] {
         context.command = [&context, every] {
+            SpeakTo(Language::English);  // in the journal
             if (std::isnan(*every))
                 throw CommandError(kBadUsage, "--every: \"nan\" is no number of seconds");  // in any range
             RaiseFileLimit();

@@ -85,7 +85,9 @@ bool ControlClient::TakeRequest() {
     if (in_.size() < kLengthBytes + length) return true;
     if (in_.size() > kLengthBytes + length) return false;
     try {
-        request_ = RequestIn(std::string_view(in_).substr(kLengthBytes));
+        AskedIn asked = RequestIn(std::string_view(in_).substr(kLengthBytes));
+        request_ = std::move(asked.request);
+        language_ = asked.language;
         std::string().swap(in_);
         state_ = State::Waiting;
     } catch (const std::exception&) {

@@ -31,6 +31,7 @@ public:
     bool IsWaiting() const { return state_ == State::Waiting; }
     const EditRequest* Edit() const { return std::get_if<EditRequest>(&request_); }
     const RunRequest* Run() const { return std::get_if<RunRequest>(&request_); }
+    Language ReadsIn() const { return language_; }  // what its user reads
     const HeldRequest* Held() const { return std::get_if<HeldRequest>(&request_); }
 
     // Of the runs that it asked for, once they have been started.
@@ -68,6 +69,7 @@ private:
     std::string out_;
     std::string note_;
     ControlRequest request_;
+    Language language_ = Language::English;
 };
 
 // The side of the service: every operation returns at once.

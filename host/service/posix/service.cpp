@@ -182,17 +182,19 @@ void Service::AnswerClients() {
 // False when it has to wait.
 bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     if (client.HasLeft()) return false;  // while the service was halted
+    const Speaking in(client.ReadsIn());
     CString running;
     if (HasToWait(request, running)) {
-        client.Note("waiting for the run of " + Name(running) + " to end");
+        client.Note(Tr("waiting for the run of {0} to end", Name(running)));
         return false;
     }
     RetryLeftOut();  // may have been loaded when it could not be read
     const std::string headline = Headline(request);
-    Reply reply{{}, kRootHasGone};
+    Reply reply{{}, Tr(kRootHasGone)};
     const int code = !HasRoot() ? kCannotWrite : EditWithMemory(root_, rules_.Memory(), request, reply);
     next_held_look_.clear();
-    code == kDone ? log_.Say(headline) : log_.Warn(headline + ": " + OneLineOfUtf8(reply.error, kReasonColumns));
+    code == kDone ? log_.Say(headline)
+                  : log_.Warn(headline + ": " + OneLineOfUtf8(in.InEnglish(reply.error), kReasonColumns));
     client.Answer(code, reply);
     return true;
 }

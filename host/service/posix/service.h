@@ -14,6 +14,7 @@
 
 #include "host/edit/root_lock.h"
 #include "host/history/history.h"
+#include "host/language/tr.h"
 #include "host/rules/ruled_runs.h"
 #include "host/service/posix/control_server.h"
 #include "host/service/posix/held_sender.h"
@@ -35,9 +36,9 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    static constexpr const char* kRootHasGone =
-        "the tree that the service has loaded is not here any more; nothing is done until it is back or the service is "
-        "restarted";
+    static constexpr const char* kRootHasGone = Marked(
+        "the tree that the service has loaded is not here any more; nothing is done until it is back or the "
+        "service is restarted");
 
     struct AskedRun {
         CTime since = 0;

@@ -8,6 +8,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/language/tr.h"
 #include "host/service/posix/service.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"
@@ -79,7 +80,8 @@ void Service::TellSender(const CString& path, const HeldSender& sender) {
 
 void Service::HandleHeld(ControlClient& client, const HeldRequest& request) {
     if (!client.awaited_held.empty()) return;
-    if (stopping_) return client.Answer(kTryLater, {{}, "the service was stopped before it had done this"});
+    const Speaking in(client.ReadsIn());
+    if (stopping_) return client.Answer(kTryLater, {{}, Tr("the service was stopped before it had done this")});
     try {
         BeginHeld(client, request);
     } catch (const CommandError& error) {
@@ -88,17 +90,19 @@ void Service::HandleHeld(ControlClient& client, const HeldRequest& request) {
 }
 
 void Service::BeginHeld(ControlClient& client, const HeldRequest& request) {
-    if (!HasRoot()) throw CommandError(kCannotWrite, "the tree that the service has loaded is not here any more");
+    if (!HasRoot()) throw CommandError(kCannotWrite, Tr("the tree that the service has loaded is not here any more"));
     CPopProfile& profile = *FindProfile(root_, request.profile).profile;
     if (IsBusy(profile.path)) {
         wanted_.insert(profile.path);
-        return client.Note("waiting for the run of " + Name(profile.path) + " to end");
+        return client.Note(Tr("waiting for the run of {0} to end", Name(profile.path)));
     }
     const std::string verb(kHeldVerbs[static_cast<std::size_t>(request.verb)]);
     log_.Say(OneLineOfUtf8("held " + verb + ' ' + request.profile, kHeadlineColumns));
     next_held_look_.erase(profile.path);
     if (request.verb == HeldVerb::Send) {
-        if (!StartSender(profile, request.choice)) throw CommandError(kTryLater, "there is no thread for this now");
+        if (!StartSender(profile, request.choice)) {
+            throw CommandError(kTryLater, Tr("there is no thread for this now"));
+        }
         client.awaited_held = profile.path;
         return;
     }
