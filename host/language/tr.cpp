@@ -22,7 +22,7 @@ Catalogue& Japanese() {
 }
 
 // A place that has no value stays as it is written.
-std::string Filled(std::string_view text, std::initializer_list<Place> places) {
+std::string Filled(std::string_view text, std::initializer_list<TrPlace> places) {
     std::string filled;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const bool is_place = text[i] == '{' && i + 2 < text.size() && text[i + 2] == '}';
@@ -45,11 +45,11 @@ void ReplaceAll(std::string& text, const std::string& old, const std::string& re
 
 }  // namespace
 
-std::string TrPlaces(const char* english, std::initializer_list<Place> places) {
+std::string TrPlaces(const char* english, std::initializer_list<TrPlace> places) {
     return Speaking::Say(english, english, places);
 }
 
-std::string TrPlaces(const char* one, const char* many, std::int64_t count, std::initializer_list<Place> places) {
+std::string TrPlaces(const char* one, const char* many, std::int64_t count, std::initializer_list<TrPlace> places) {
     return Speaking::Say(one, count == 1 ? one : many, places);
 }
 
@@ -66,7 +66,7 @@ Speaking::Speaking(Language language) : language_(language), outer_(speaking) { 
 
 Speaking::~Speaking() { speaking = outer_; }
 
-std::string Speaking::Say(std::string_view key, std::string_view english, std::initializer_list<Place> places) {
+std::string Speaking::Say(std::string_view key, std::string_view english, std::initializer_list<TrPlace> places) {
     const std::string_view translated =
         SpokenLanguage() == Language::Japanese ? Japanese().Find(key) : std::string_view();
     if (translated.empty()) return Filled(english, places);

@@ -25,13 +25,13 @@
 namespace tarvex::host {
 
 // What stands at a place of a text.
-class Place {
+class TrPlace {
 public:
-    Place(std::string text) : text_(std::move(text)) {}
-    Place(std::string_view text) : text_(text) {}
-    Place(const char* text) : text_(text) {}
+    TrPlace(std::string text) : text_(std::move(text)) {}
+    TrPlace(std::string_view text) : text_(text) {}
+    TrPlace(const char* text) : text_(text) {}
     template <std::integral Number>
-    Place(Number number) : text_(std::to_string(number)) {}
+    TrPlace(Number number) : text_(std::to_string(number)) {}
 
     const std::string& Text() const { return text_; }
 
@@ -39,17 +39,17 @@ private:
     std::string text_;
 };
 
-std::string TrPlaces(const char* english, std::initializer_list<Place> places);
-std::string TrPlaces(const char* one, const char* many, std::int64_t count, std::initializer_list<Place> places);
+std::string TrPlaces(const char* english, std::initializer_list<TrPlace> places);
+std::string TrPlaces(const char* one, const char* many, std::int64_t count, std::initializer_list<TrPlace> places);
 
 template <class... Places>
 [[nodiscard]] std::string Tr(const char* english, const Places&... places) {
-    return TrPlaces(english, {Place(places)...});
+    return TrPlaces(english, {TrPlace(places)...});
 }
 
 template <class... Places>
 [[nodiscard]] std::string TrN(const char* one, const char* many, std::int64_t count, const Places&... places) {
-    return TrPlaces(one, many, count, {Place(count), Place(places)...});
+    return TrPlaces(one, many, count, {TrPlace(count), TrPlace(places)...});
 }
 
 // Marks a text in a table, which is translated where it is shown: Tr(row.text).
@@ -76,9 +76,9 @@ public:
     std::string InEnglish(std::string text) const;
 
 private:
-    friend std::string TrPlaces(const char* english, std::initializer_list<Place> places);
+    friend std::string TrPlaces(const char* english, std::initializer_list<TrPlace> places);
     friend std::string TrPlaces(const char* one, const char* many, std::int64_t count,
-                                std::initializer_list<Place> places);
+                                std::initializer_list<TrPlace> places);
     friend Language SpokenLanguage();
 
     struct Said {
@@ -86,7 +86,7 @@ private:
         std::string english;
     };
 
-    static std::string Say(std::string_view key, std::string_view english, std::initializer_list<Place> places);
+    static std::string Say(std::string_view key, std::string_view english, std::initializer_list<TrPlace> places);
 
     Language language_;
     Speaking* outer_;
