@@ -4,7 +4,9 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace tarvex {
 
@@ -16,12 +18,17 @@ inline constexpr std::size_t kCp932Characters = kCp932Leads * kCp932Trails;
 // 0xF0 to 0xF9 are left out: they stand for U+E000 and on.
 extern const std::array<char16_t, kCp932Characters> kCp932ToUnicode;
 
-// A character that the code page lacks and what is written in its place: 0 = nothing.
-struct Folding {
-    char16_t from;
-    char16_t to;
+// A character that the code page lacks, and what is written in its place: 0 = nothing; an ASCII character, a half-width
+// katakana or a double-byte code; kFirstText and up = one of the texts, in Shift-JIS. Nothing of it counts as structure
+// in a header but parentheses and full stops.
+struct LookAlike {
+    char32_t character;
+    std::uint16_t written;
 };
+inline constexpr std::uint16_t kFirstText = 0x100;
+inline constexpr std::uint16_t kFirstCode = 0x8140;
 
-extern const std::span<const Folding> kFoldings;  // ascending by `from`
+extern const std::span<const LookAlike> kLookAlikes;  // ascending by character
+extern const std::span<const std::string_view> kLookAlikeTexts;
 
 }  // namespace tarvex

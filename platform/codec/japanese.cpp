@@ -9,6 +9,7 @@
 #include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/codec/cp932_table.h"
 #include "platform/codec/text.h"
@@ -20,6 +21,7 @@ using Byte = unsigned char;
 using Code = std::uint16_t;  // two bytes, the first one high; 0 = none
 
 constexpr Code kGetaSJis = 0x81AC;
+constexpr char16_t kGeta = 0x3013;
 constexpr char kEscape = '\x1B';
 
 Byte At(std::string_view text, std::size_t index) { return static_cast<Byte>(text[index]); }
@@ -77,6 +79,7 @@ bool IsDone(const std::string* source, const std::string* target, std::size_t un
 
 // ---- rows and cells
 
+constexpr bool IsHalfWidth(Byte byte) { return byte >= 0xA1 && byte <= 0xDF; }
 constexpr bool IsCellByte(Byte byte) { return byte >= 0x21 && byte <= 0x7E; }
 
 // Two 7-bit bytes, 0x21 to 0x7E each.
@@ -123,7 +126,7 @@ int Preference(Code code) {
     return lead == 0xED || lead == 0xEE ? 3 : 0;
 }
 
-// Code page 932 from the other side.
+// Code page 932 from the other side, with what is written for characters that it lacks.
 class UnicodeTable {
 public:
     static constexpr Code kDropped = 1;  // no code: what has it is left out of the text
@@ -133,31 +136,46 @@ public:
         return table;
     }
 
-    // A code, an ASCII character, kDropped, or 0.
-    Code operator[](char16_t character) const { return codes_[character]; }
+    // A code, an ASCII character, kDropped, one of the texts of cp932_table.h, or 0.
+    Code operator[](char32_t character) const {
+        return pages_[page_of_[character >> kPageBits]][character % kPageCharacters];
+    }
 
 private:
-    UnicodeTable() {
+    static constexpr unsigned kPageBits = 8;
+    static constexpr std::size_t kPageCharacters = 1 << kPageBits;
+    using Page = std::array<Code, kPageCharacters>;
+
+    UnicodeTable() : pages_(1) {  // the first one is empty
         for (int preference = 0; preference <= 3; ++preference) {
             for (std::size_t i = 0; i < kCp932Characters; ++i) {
-                const char16_t character = kCp932ToUnicode[i];
-                if (character != 0 && codes_[character] == 0 && Preference(CodeAt(i)) == preference) {
-                    codes_[character] = CodeAt(i);
-                }
+                if (kCp932ToUnicode[i] == 0 || Preference(CodeAt(i)) != preference) continue;
+                Code& code = At(kCp932ToUnicode[i]);
+                if (code == 0) code = CodeAt(i);
             }
         }
         for (std::size_t i = 0; i < kUserDefinedCharacters; ++i) {
-            codes_[kFirstUserDefined + i] = CodeAt(IndexOf(0xF040) + i);
+            At(static_cast<char32_t>(kFirstUserDefined + i)) = CodeAt(IndexOf(0xF040) + i);
         }
-        for (Code half_width = 0xA1; half_width <= 0xDF; ++half_width) codes_[0xFF61 - 0xA1 + half_width] = half_width;
-        for (Code ascii = 0x20; ascii < 0x7F; ++ascii) codes_[ascii] = ascii;
-        for (const Folding& folding : kFoldings) {
-            codes_[folding.from] = folding.to == 0 ? kDropped : codes_[folding.to];
-        }
+        for (Code half_width = 0xA1; half_width <= 0xDF; ++half_width) At(0xFF61U - 0xA1U + half_width) = half_width;
+        for (Code ascii = 0x20; ascii < 0x7F; ++ascii) At(ascii) = ascii;
+        for (const LookAlike& one : kLookAlikes) At(one.character) = one.written == 0 ? kDropped : one.written;
     }
 
-    std::array<Code, 0x10000> codes_{};
+    Code& At(char32_t character) {
+        std::uint16_t& page = page_of_[character >> kPageBits];
+        if (page == 0) {
+            page = static_cast<std::uint16_t>(pages_.size());
+            pages_.emplace_back();
+        }
+        return pages_[page][character % kPageCharacters];
+    }
+
+    std::vector<Page> pages_;
+    std::array<std::uint16_t, 0x110000 / kPageCharacters> page_of_{};
 };
+
+constexpr bool IsText(Code code) { return code >= kFirstText && code < kFirstCode; }
 
 // The length of the ASCII text in front.
 std::size_t AsciiBytes(std::string_view text) {
@@ -209,8 +227,6 @@ inline Utf8Step ReadUtf8(std::string_view text) {
     return {length, character};
 }
 
-bool IsVariationSelector(char32_t character) { return character >= 0xE0100 && character <= 0xE01EF; }
-
 // 0 for a code without a character.
 char16_t UnicodeOf(Code code) {
     if (code < 0x80) return code;
@@ -239,7 +255,7 @@ Code SameCode(const UnicodeTable& table, char32_t character) {
     if (character > 0xFFFF) return 0;
     const auto unit = static_cast<char16_t>(character);
     const Code code = table[unit];
-    if (code == 0 || code == UnicodeTable::kDropped) return 0;
+    if (code == 0 || code == UnicodeTable::kDropped || IsText(code)) return 0;
     return UnicodeOf(code) == unit || kSignsOfTwoCodePoints.find(unit) != std::u16string_view::npos ? code : Code{0};
 }
 
@@ -254,14 +270,121 @@ void AddUtf8(char16_t character, Output& out) {
     out.AddByte(low(0));
 }
 
-void AddUnicode(const UnicodeTable& table, char32_t character, Output& out) {
-    if (character > 0xFFFF) {
-        if (!IsVariationSelector(character)) out.AddCode(kGetaSJis);
-        return;
+// The one character that a character and the mark behind it make, where the code page has it; else 0.
+char32_t Joined(char32_t character, char32_t mark) {
+    constexpr char32_t kVoice = 0x3099;
+    constexpr char32_t kHalfVoice = 0x309A;
+    constexpr char32_t kDiaeresis = 0x0308;
+    constexpr char32_t kBreve = 0x0306;
+    if (mark == kDiaeresis && (character | 0x20) == 0x0435) return character == 0x0435 ? 0x0451 : 0x0401;
+    if (mark == kBreve && (character | 0x20) == 0x0438) return character + 1;
+    if (character < 0x3041 || character > 0x30FE) return 0;
+    const char32_t katakana = character >= 0x30A0 ? 0x60 : 0;
+    const char32_t kana = character - katakana;
+    const bool h_row = kana >= 0x306F && kana <= 0x307B && kana % 3 == 0;
+    if (mark == kHalfVoice) return h_row ? character + 2 : 0;
+    if (mark != kVoice) return 0;
+    if (kana == 0x3046) return 0x30F4;
+    const bool voiced = h_row || (kana >= 0x304B && kana <= 0x3062 && kana % 2 == 1) || kana == 0x3064 ||
+                        kana == 0x3066 || kana == 0x3068 || kana == 0x309D;
+    return voiced ? character + 1 : 0;
+}
+
+// Reads UTF-8 text that is not ASCII, character by character.
+class Utf8Reader {
+public:
+    explicit Utf8Reader(Output& out) : out_(out) {}
+
+    // Takes the character in front of the text, with what belongs to it, and returns its length.
+    std::size_t Take(std::string_view text) {
+        const Utf8Step step = ReadUtf8(text);
+        if (step.character == kIllFormed) {
+            out_.AddByte('?');
+            return step.length;
+        }
+        const std::string_view rest = text.substr(step.length);
+        if (MayBeMark(rest)) {
+            const Utf8Step mark = ReadUtf8(rest);
+            if (const char32_t joined = Joined(step.character, mark.character)) {
+                Add(joined, rest.data() + mark.length);
+                return step.length + mark.length;
+            }
+        }
+        Add(step.character, rest.data());
+        return step.length;
     }
-    const Code code = table[static_cast<char16_t>(character)];
-    if (code == UnicodeTable::kDropped) return;
-    AddCodeOrByte(code == 0 ? kGetaSJis : code, out);
+
+private:
+    static bool MayBeMark(std::string_view text) {
+        return text.size() > 1 && (text[0] == '\xCC' || (text[0] == '\xE3' && text[1] == '\x82'));
+    }
+
+    // `end`: where the text goes on behind the character.
+    void Add(char32_t character, const char* end) {
+        const Code code = table_[character];
+        if (code >= kFirstCode) {
+            const bool is_sex = code == 0x8189 || code == 0x818A;  // of the person in an emoji
+            if (!is_sex || !BelongsToSign(end, 3)) out_.AddCode(code);
+        } else if (code == 0) {
+            AddSign(character, end);
+        } else if (IsText(code)) {
+            out_.AddText(kLookAlikeTexts[code - kFirstText]);
+        } else if (code == UnicodeTable::kDropped) {
+            if (sign_end_ && sign_end_ + Utf8Bytes(character) == end) {
+                sign_end_ = end;
+                is_joined_ = character == kZeroWidthJoiner;
+            }
+        } else {
+            out_.AddByte(static_cast<char>(code));
+        }
+    }
+
+    // A character that cannot be written becomes a geta mark, and so does a row of them that are joined to one sign: a
+    // family, a flag with a colour, a person with a profession.
+    void AddSign(char32_t character, const char* end) {
+        if (!BelongsToSign(end, Utf8Bytes(character))) out_.AddCode(kGetaSJis);
+        sign_end_ = end;
+        is_joined_ = false;
+    }
+
+    bool BelongsToSign(const char* end, std::size_t bytes) const { return is_joined_ && sign_end_ + bytes == end; }
+
+    static std::size_t Utf8Bytes(char32_t character) { return character < 0x800 ? 2 : character < 0x10000 ? 3 : 4; }
+
+    static constexpr char32_t kZeroWidthJoiner = 0x200D;
+
+    Output& out_;
+    const UnicodeTable& table_ = UnicodeTable::Get();
+    const char* sign_end_ = nullptr;  // of the sign that was read last, with what was dropped behind it
+    bool is_joined_ = false;          // the last of that joins the next character to the sign
+};
+
+// `add_unknown` adds what stands for a double-byte code of no character, and returns how many bytes it stands for.
+template <class AddUnknown>
+std::string Utf8OfSJis(std::string_view text, AddUnknown add_unknown) {
+    Output out(text.size() + text.size() / 2);
+    while (!text.empty()) {
+        const std::size_t ascii = AsciiBytes(text);
+        out.AddText(text.substr(0, ascii));
+        text.remove_prefix(ascii);
+        if (text.empty()) break;
+
+        const Byte first = At(text, 0);
+        const std::size_t bytes = CharacterBytes(text);
+        const bool is_code = bytes == 2 || IsHalfWidth(first);
+        const char16_t character =
+            is_code ? UnicodeOf(bytes == 2 ? static_cast<Code>(first << 8 | At(text, 1)) : Code{first}) : u'\0';
+        if (character != 0) {
+            AddUtf8(character, out);
+            text.remove_prefix(bytes);
+        } else if (bytes == 2) {
+            text.remove_prefix(add_unknown(out));
+        } else {
+            out.AddByte('?');
+            text.remove_prefix(1);
+        }
+    }
+    return out.Take();
 }
 
 // ---- ISO-2022-JP, reading
@@ -313,8 +436,6 @@ constexpr std::array<Code, 63> kFullWidth = {
 constexpr Byte kVoiceMark = 0xDE;
 constexpr Byte kHalfVoiceMark = 0xDF;
 
-constexpr bool IsHalfWidth(Byte byte) { return byte >= 0xA1 && byte <= 0xDF; }
-
 // The character that a half-width katakana and the mark behind it make together; 0 when they do not join.
 Code Voiced(Byte katakana, Byte mark) {
     const Code plain = kFullWidth[katakana - 0xA1U];
@@ -325,11 +446,12 @@ Code Voiced(Byte katakana, Byte mark) {
     return h_row || (katakana >= 0xB6 && katakana <= 0xC4) ? static_cast<Code>(plain + 1) : Code{0};
 }
 
-// The code within the 94 rows; a geta mark when there is none.
+// The code within the 94 rows; a geta mark when there is none, or no character has it: strict readers refuse a text
+// with such a code as a whole.
 Code WithinRows(Code code) {
-    if (code < 0xF000) return JisFromSJis(code);
     const char16_t character = kCp932ToUnicode[IndexOf(code)];
     if (character == 0) return JisFromSJis(kGetaSJis);
+    if (code < 0xF000) return JisFromSJis(code);
     const Code standard = UnicodeTable::Get()[character];
     if (standard < 0xF000) return JisFromSJis(standard);
     // What has no other code in the Microsoft mapping's eyes stands once more in NEC's selection, 0xED40 to 0xEEFC.
@@ -503,48 +625,41 @@ std::optional<std::string> Utf8ToSameSJis(std::string_view utf8) {
 }
 
 void SJisToUtf8(const std::string* source, std::string* target) {
-    std::string_view text = *source;
-    Output out(text.size() + text.size() / 2);
-    while (!text.empty()) {
-        const std::size_t ascii = AsciiBytes(text);
-        out.AddText(text.substr(0, ascii));
-        text.remove_prefix(ascii);
-        if (text.empty()) break;
+    *target = Utf8OfSJis(*source, [](Output& out) {
+        out.AddByte('?');
+        return std::size_t{1};
+    });
+}
 
-        const Byte first = At(text, 0);
-        const std::size_t bytes = CharacterBytes(text);
-        const bool is_code = bytes == 2 || IsHalfWidth(first);
-        const char16_t character =
-            is_code ? UnicodeOf(bytes == 2 ? static_cast<Code>(first << 8 | At(text, 1)) : Code{first}) : u'\0';
-        if (character == 0) {
-            out.AddByte('?');
-            text.remove_prefix(1);
-        } else {
-            AddUtf8(character, out);
-            text.remove_prefix(bytes);
-        }
+void SJisCodesToUtf8(const std::string* source, std::string* target) {
+    *target = Utf8OfSJis(*source, [](Output& out) {
+        AddUtf8(kGeta, out);
+        return std::size_t{2};
+    });
+}
+
+std::string WellFormedUtf8(std::string_view text) {
+    std::string whole;
+    for (;;) {
+        const std::size_t bytes = WellFormedUtf8Bytes(text);
+        whole.append(text.substr(0, bytes));
+        text.remove_prefix(bytes);
+        if (text.empty()) return whole;
+        whole += '?';
+        text.remove_prefix(ReadUtf8(text).length);
     }
-    *target = out.Take();
 }
 
 void Utf8ToSJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
     if (IsDone(source, target, AsciiBytes(text))) return;
     Output out(text.size());
-    const UnicodeTable& table = UnicodeTable::Get();
+    Utf8Reader reader(out);
     while (!text.empty()) {
         const std::size_t ascii = AsciiBytes(text);
         out.AddText(text.substr(0, ascii));
         text.remove_prefix(ascii);
-        if (text.empty()) break;
-
-        const Utf8Step step = ReadUtf8(text);
-        if (step.character == kIllFormed) {
-            out.AddByte('?');
-        } else {
-            AddUnicode(table, step.character, out);
-        }
-        text.remove_prefix(step.length);
+        if (!text.empty()) text.remove_prefix(reader.Take(text));
     }
     *target = out.Take();
 }
@@ -552,6 +667,11 @@ void Utf8ToSJis(const std::string* source, std::string* target) {
 int SJisToJis(const std::string* source, std::string* target) {
     std::string_view text = *source;
     if (IsDone(source, target, PlainBytes(text))) return 0;
+    std::string read;
+    if (text.find("\x1B$") != std::string_view::npos) {
+        JisToSJis(source, &read);
+        text = read;
+    }
     JisWriter writer(text.size());
     while (!text.empty()) {
         if (const std::size_t plain = PlainBytes(text)) {

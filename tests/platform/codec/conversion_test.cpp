@@ -13,13 +13,7 @@
 namespace tarvex {
 namespace {
 
-std::string Utf8Of(char32_t code) {
-    const auto low = [code](int shift) { return static_cast<char>(0x80 | (code >> shift & 0x3F)); };
-    if (code < 0x80) return {static_cast<char>(code)};
-    if (code < 0x800) return {static_cast<char>(0xC0 | code >> 6), low(0)};
-    if (code < 0x10000) return {static_cast<char>(0xE0 | code >> 12), low(6), low(0)};
-    return {static_cast<char>(0xF0 | code >> 18), low(12), low(6), low(0)};
-}
+using testing::Utf8Of;
 
 TEST(Conversion, EveryPairOfBytesIsShownAsTheSystemShowsIt) {
     const testing::ReferenceConverter to_utf8("UTF-8", "CP932");
