@@ -44,13 +44,27 @@ std::optional<std::string_view> BoundaryOf(std::string_view content_type, std::s
 
 // ---- a text part
 
+// Of text: line ends are CR LF as everywhere, whatever the encoder had.
+void DecodeBase64Text(const CString* source, CString* target) {
+    CString decoded(Base64Lines(*source));
+    Base64Decode(&decoded, &decoded);
+    target->clear();
+    for (std::string_view rest = decoded;;) {
+        const std::size_t end = rest.find('\n');
+        target->append(rest.substr(0, end));
+        if (end == kNone) break;
+        *target += target->ends_with('\r') ? "\n" : "\r\n";
+        rest.remove_prefix(end + 1);
+    }
+}
+
 struct TransferEncoding {
     std::string_view word;  // in the field's value
     Conversion decode;
 };
 // The first whose word the value contains.
 constexpr std::array<TransferEncoding, 3> kTransferEncodings = {{
-    {"base64", Base64Decode},
+    {"base64", DecodeBase64Text},
     {"x-uuencode", UUDecode},
     {"quoted-printable", QuotedPrintableDecode},
 }};

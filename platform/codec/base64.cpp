@@ -116,4 +116,18 @@ bool CouldBeBase64(std::string_view text) {
     return digits != 1;
 }
 
+std::string_view Base64Lines(std::string_view text) {
+    const std::size_t begin = text.find_first_not_of(" \t\r\n");
+    std::size_t line = 0;  // where the one that is being read begins
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\n') {
+            line = i + 1;
+        } else if (kDigitValues[static_cast<unsigned char>(text[i])] == kNoDigit && text[i] != '=' &&
+                   !IsWhiteSpace(text[i])) {
+            return text.substr(0, line <= begin ? text.size() : line);
+        }
+    }
+    return text;
+}
+
 }  // namespace tarvex

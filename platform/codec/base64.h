@@ -21,4 +21,8 @@ void Base64Decode(const std::string* source, std::string* target);
 // quantum does not count but for its characters.
 bool CouldBeBase64(std::string_view text);
 
+// The lines in front that hold nothing but Base64 and blanks: what lists and scanners append in clear is no part of it.
+// All of the text where already its first line holds something else.
+std::string_view Base64Lines(std::string_view text);
+
 }  // namespace tarvex

@@ -18,15 +18,22 @@ constexpr std::size_t kMaxNameBytes = 64;
 
 void Copy(const std::string* source, std::string* target) { *target = *source; }
 
+// What has no label, an unknown one or that of ISO-2022-JP is often UTF-8 all the same.
+bool MeansUtf8(const std::string& text) { return text.find('\x1B') == std::string::npos && IsUtf8(text); }
+
+void JisOrUtf8ToSJis(const std::string* source, std::string* target) {
+    (MeansUtf8(*source) ? Utf8ToSJis : JisToSJis)(source, target);
+}
+
 // The one table of character sets: to add one, add a row. The order counts for bodies alone.
 //
 // A header names a set by one of its names; "-" and "_", on which mails do not agree, do not count. The content type of
 // a body names the first set of this order whose word it contains anywhere; one that contains none of the words is read
-// as ISO-2022-JP, which leaves ASCII and Shift-JIS alone.
+// as ISO-2022-JP, which leaves ASCII and Shift-JIS alone, or as UTF-8 where it is that.
 constexpr std::array<Charset, 26> kCharsets = {{
     // names                                      our conversion  word in bodies  Windows code page
-    {"iso2022jp iso2022jp1 iso2022jp2 iso2022jp3 iso2022jp2004 iso2022jpms csiso2022jp cp50220 cp50221", JisToSJis,
-     "iso-2022-jp", 50220},
+    {"iso2022jp iso2022jp1 iso2022jp2 iso2022jp3 iso2022jp2004 iso2022jpms csiso2022jp cp50220 cp50221",
+     JisOrUtf8ToSJis, "iso-2022-jp", 50220},
     {"utf8", Utf8ToSJis, "utf-8", 65001},
     {"eucjp xeucjp", EucToSJis, "euc-jp", 51932},
     {"usascii", Copy, "us-ascii", 20127},
@@ -87,7 +94,7 @@ Conversion BodyConversion(std::string_view content_type) {
         return !charset.word_in_bodies.empty() && content_type.find(charset.word_in_bodies) != std::string_view::npos;
     };
     const auto* const found = std::ranges::find_if(kCharsets, is_meant);
-    return found == kCharsets.end() ? JisToSJis : found->to_sjis;
+    return found == kCharsets.end() ? JisOrUtf8ToSJis : found->to_sjis;
 }
 
 struct CharsetConverter::Impl {
@@ -99,23 +106,38 @@ struct CharsetConverter::Impl {
         if (opened.size() >= kMaxSystemCharsets) return nullptr;
         return opened.emplace(name, SystemCharset::Open(name)).first->second.get();
     }
+
+    std::optional<std::string> SystemToUtf8(std::string_view charset, const std::string& text) {
+        const std::string name = ToLower(charset);
+        SystemCharset* const system = IsName(name) ? Find(name) : nullptr;
+        return system ? system->ToUtf8(text) : std::nullopt;
+    }
 };
 
 CharsetConverter::CharsetConverter() : impl_(std::make_unique<Impl>()) {}
 CharsetConverter::~CharsetConverter() = default;
 
 std::optional<std::string> CharsetConverter::ToSJis(std::string_view charset, const std::string& text) {
-    const std::string name = ToLower(charset);
+    const Charset* const known = FindCharset(charset);
     std::string result;
-    if (const Charset* const known = FindCharset(name); known && known->to_sjis) {
+    if (known && known->to_sjis) {
         known->to_sjis(&text, &result);
         return result;
     }
-    if (!IsName(name)) return std::nullopt;
-    SystemCharset* const system = impl_->Find(name);
-    const std::optional<std::string> utf8 = system ? system->ToUtf8(text) : std::nullopt;
+    const std::optional<std::string> utf8 = impl_->SystemToUtf8(charset, text);
     if (!utf8) return std::nullopt;
     Utf8ToSJis(&*utf8, &result);
+    return result;
+}
+
+std::optional<std::string> CharsetConverter::ToUtf8(std::string_view charset, const std::string& text) {
+    const Charset* const known = FindCharset(charset);
+    if (!known || !known->to_sjis) return impl_->SystemToUtf8(charset, text);
+    if (known->to_sjis == Utf8ToSJis) return WellFormedUtf8(text);
+    if (known->to_sjis == JisOrUtf8ToSJis && MeansUtf8(text)) return text;
+    std::string result;
+    known->to_sjis(&text, &result);
+    SJisCodesToUtf8(&result, &result);
     return result;
 }
 

@@ -39,6 +39,9 @@ public:
     // Nothing when the character set is not known or the text does not belong to it.
     std::optional<std::string> ToSJis(std::string_view charset, const std::string& text);
 
+    // The same as UTF-8, so nothing of it is lost: "?" for what is broken, a geta mark for a code of no character.
+    std::optional<std::string> ToUtf8(std::string_view charset, const std::string& text);
+
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
