@@ -9,6 +9,7 @@
 #include <span>
 #include <vector>
 
+#include "platform/codec/line_breaking.h"
 #include "platform/net/sockets.h"
 #include "platform/os/shield.h"
 #include "tarvex/tree.h"
@@ -112,9 +113,11 @@ private:
         if (profile_.setting.replaceto != 0) profile_.ReplaceTo(&mail, recipient);
         if (to.textonly < 0) return SendText(mail.text, DataForm::Fetched);
 
-        const std::optional<CString> text_mail =
+        std::optional<CString> text_mail =
             profile_.TextMailOf(mail.text, to.textonly, to.cutwhite, to.htmltotext, to.compress_words);
-        return text_mail ? SendText(*text_mail, DataForm::NotStuffed) : SendText(mail.text, DataForm::Fetched);
+        if (!text_mail) return SendText(mail.text, DataForm::Fetched);
+        BreakLongLines(&*text_mail, &*text_mail);
+        return SendText(*text_mail, DataForm::NotStuffed);
     }
 
     bool SendSender() {

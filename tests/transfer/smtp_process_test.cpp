@@ -261,6 +261,10 @@ std::string ReducedWire(std::string text, int textonly) {
 }
 
 TEST(SmtpProcess, ReducesACopyForEachDestinationWithALimit) {
+    const std::string long_line(999, 'a');
+    const std::string head = "Subject: s\r\n\r\n";
+    std::string short_lines = long_line;
+    for (std::size_t at = 76; at < short_lines.size(); at += 78) short_lines.insert(at, "\r\n");
     const std::string replaced_a = "Subject: s\r\nTo: a@x\r\n\r\nbody\r\n..dot\r\n.\r\n";
     const std::string replaced_b = "Subject: s\r\nTo: b@x\r\n\r\nbody\r\n..dot\r\n.\r\n";
     CheckAll({
@@ -268,6 +272,11 @@ TEST(SmtpProcess, ReducesACopyForEachDestinationWithALimit) {
          .messages = {{kMail, {{"a@x", kUnchanged}, {"b@x", kTextMail}}}},
          .script = kToA + kToB + kEnd,
          .wire = {kWire, ReducedWire(kWire, kTextMail)}},
+
+        {.name = "only in a text mail a line that relays would break is broken",
+         .messages = {{head + long_line + "\r\n.\r\n", {{"a@x", kUnchanged}, {"b@x", kTextMail}}}},
+         .script = kToA + kToB + kEnd,
+         .wire = {head + long_line + "\r\n.\r\n", ReducedWire(head + short_lines + "\r\n.\r\n", kTextMail)}},
 
         {.name = "the reduced copy leaves the message as it was",
          .messages = {{kMail, {{"b@x", 500}, {"a@x", kUnchanged}}}},
