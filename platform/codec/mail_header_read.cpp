@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/codec/address_text.h"
 #include "platform/codec/base64.h"
 #include "platform/codec/charset.h"
 #include "platform/codec/japanese.h"
@@ -127,11 +128,11 @@ std::optional<EncodedWord> ReadEncodedWord(std::string_view text) {
 // Where in a list of addresses a text stands (RFC 5322 section 3.2).
 class AddressContext {
 public:
-    // Reads on; the text is Shift-JIS.
+    // Reads on; the text is UTF-8.
     void Pass(std::string_view text) {
         for (std::size_t i = 0; i < text.size(); ++i) {
             const char c = text[i];
-            if (IsLeadByte(static_cast<unsigned char>(c)) || (c == '\\' && !IsPlain())) {
+            if (c == '\\' && !IsPlain()) {
                 ++i;
             } else if (c == '"' && comments_ == 0) {
                 is_quoted_ = !is_quoted_;
@@ -148,12 +149,11 @@ public:
         const std::string_view special = is_quoted_ ? "\"\\" : comments_ > 0 ? "()\\" : "<>(),;:\"@[]\\";
         bool holds_special = false;
         std::string word;
-        for (std::size_t i = 0; i < decoded.size(); ++i) {
-            const bool is_special = special.find(decoded[i]) != kNone;
+        for (const char c : decoded) {
+            const bool is_special = special.find(c) != kNone;
             holds_special = holds_special || is_special;
-            if (is_special && (!IsPlain() || decoded[i] == '"' || decoded[i] == '\\')) word += '\\';
-            word += decoded[i];
-            if (IsLeadByte(static_cast<unsigned char>(decoded[i])) && i + 1 < decoded.size()) word += decoded[++i];
+            if (is_special && (!IsPlain() || c == '"' || c == '\\')) word += '\\';
+            word += c;
         }
         return IsPlain() && holds_special ? '"' + word + '"' : word;
     }
@@ -165,7 +165,8 @@ private:
     std::size_t comments_ = 0;  // that are open
 };
 
-// Decodes the encoded words of one value; `context` is null for a value that is no list of addresses.
+// Decodes the encoded words of one value: of a list of addresses to UTF-8; `context` is null for another value, which
+// is decoded to Shift-JIS.
 class WordDecoder {
 public:
     WordDecoder(std::string_view text, CharsetConverter& converter, AddressContext* context)
@@ -209,7 +210,8 @@ private:
     // Appends the words that are waiting, decoded or, when they cannot be, as they stand. False for the latter.
     bool FlushWords() {
         if (!has_words_) return true;
-        const std::optional<std::string> decoded = converter_.ToSJis(charset_, bytes_);
+        const std::optional<std::string> decoded =
+            context_ ? converter_.ToUtf8(charset_, bytes_) : converter_.ToSJis(charset_, bytes_);
         if (decoded) {
             out_ += context_ ? context_->AsWord(*decoded) : *decoded;
             count_ += words_;
@@ -246,6 +248,14 @@ std::string RawToSJis(std::string text) {
     const bool is_ascii = std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
     if (!is_ascii && IsUtf8(text)) Utf8ToSJis(&text, &text);
     JisToSJis(&text, &text);
+    return text;
+}
+
+// What a list of addresses would lose in Shift-JIS can make an address another one, so it is read as UTF-8.
+std::string RawToUtf8(std::string text) {
+    if (text.find('\x1B') == std::string::npos && IsUtf8(text)) return text;
+    text = RawToSJis(std::move(text));
+    SJisCodesToUtf8(&text, &text);
     return text;
 }
 
@@ -300,12 +310,27 @@ std::string Verbatim(std::string_view value) {
     return text;
 }
 
-std::string Decoded(std::string_view value, ValueForm form, CharsetConverter& converter, int& encoded_words) {
-    const std::string raw = RawToSJis(Unfold(value));
+std::string DecodedAddresses(std::string_view value, CharsetConverter& converter, int& encoded_words) {
+    const std::string raw = RawToUtf8(Unfold(value));
     AddressContext context;
-    WordDecoder decoder(raw, converter, form == ValueForm::Addresses ? &context : nullptr);
+    WordDecoder decoder(raw, converter, &context);
+    std::string text = WithUnmistakableAddresses(decoder.Decode());
+    encoded_words += decoder.Count();
+    Utf8ToSJis(&text, &text);
+    return text;
+}
+
+std::string DecodedText(std::string_view value, CharsetConverter& converter, int& encoded_words) {
+    const std::string raw = RawToSJis(Unfold(value));
+    WordDecoder decoder(raw, converter, nullptr);
     std::string text = decoder.Decode();
     encoded_words += decoder.Count();
+    return text;
+}
+
+std::string Decoded(std::string_view value, ValueForm form, CharsetConverter& converter, int& encoded_words) {
+    if (form == ValueForm::Verbatim) return Verbatim(value);
+    std::string text = (form == ValueForm::Addresses ? DecodedAddresses : DecodedText)(value, converter, encoded_words);
     BlankControls(text);
     return std::string(TrimBlanksAndTabs(text));
 }
@@ -338,9 +363,7 @@ void MakeMailInfo(std::string_view text, CMailInfo* info) {
         const std::optional<std::size_t> known = FindKnownField(field->name);
         if (!known || std::exchange(seen[*known], true)) continue;
         const KnownField& entry = kKnownFields[*known];
-        info->*entry.member = entry.form == ValueForm::Verbatim
-                                  ? Verbatim(field->value)
-                                  : Decoded(field->value, entry.form, converter, info->encoded_words);
+        info->*entry.member = Decoded(field->value, entry.form, converter, info->encoded_words);
     }
 }
 
