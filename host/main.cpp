@@ -1,12 +1,10 @@
 // The command `tarvex`: builds the command line out of the commands, runs the chosen one, reports its error.
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/commands/arguments/help_formatter.h"
@@ -20,22 +18,6 @@
 #include "host/system/process.h"
 #include "host/system/tree_owner.h"
 #include "host/tree/tree_root.h"
-
-namespace tarvex::host {
-namespace {
-
-// Whether somebody typed a password: then the words are not repeated in the error message.
-bool HasPasswordOnCommandLine(const std::vector<std::string>& words) {
-    return std::ranges::any_of(words, [](std::string_view word) {
-        const std::string_view option = word.substr(0, word.find('='));
-        const bool may_hold_one = option.starts_with('-') || option.size() < word.size();
-        return may_hold_one && option.find("passw") != std::string_view::npos && !option.ends_with("-stdin") &&
-               !option.ends_with("-file");
-    });
-}
-
-}  // namespace
-}  // namespace tarvex::host
 
 int main(int argc, char** argv) {
     using namespace tarvex::host;
@@ -88,13 +70,6 @@ int main(int argc, char** argv) {
         if (!std::cout.flush()) throw CommandError(kCannotWrite, Tr("cannot write to standard output"));
         return code;
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() != 0 && HasPasswordOnCommandLine(words)) {
-            std::cerr << "tarvex: "
-                      << Tr("--password takes no value: a password is asked for on the terminal, or comes from "
-                            "--password-stdin or --password-file, never from the command line. See --help.")
-                      << '\n';
-            return kBadUsage;
-        }
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
         std::cerr << "tarvex: " << UsageTrouble(app, words, error) << '\n';
         return kBadUsage;

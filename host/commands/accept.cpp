@@ -28,7 +28,10 @@ struct Given {
 };
 
 int Accept(const Context& context, const Given& given) {
-    if (given.send == given.skip) throw CommandError(kBadUsage, "say --send or --skip");
+    if (given.send == given.skip)
+        throw CommandError(kBadUsage,
+                           "say what is to become of the mail in the mailbox: --send sends what counts as new, --skip "
+                           "lets it count as handled");
     EditRequest request(EditKind::Profile, given.send ? EditVerb::Accept : EditVerb::CatchUp, given.profile);
     if (given.skip) {
         CRootPath root;

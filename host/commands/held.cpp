@@ -17,6 +17,7 @@
 
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/submit.h"
+#include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/held/held.h"
 #include "host/held/held_export.h"
@@ -391,12 +392,15 @@ void AddHeldCommands(CLI::App& app, Context& context) {
 
     command = AddHeld(*group, context, "show", "Show why a message was set aside, and its header.", Show, given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, "Its number, as `held list` shows it")->required()->expected(1);
+    command->add_option("ID", given->ids, "Its number, as `held list` shows it")
+        ->required()
+        ->expected(1)
+        ->check(WholeNumber(0, kAnyNumber));
     command->add_flag("--json", given->json, "Print JSON");
 
     command = AddHeld(*group, context, "send", "Try to send it now.", Send, given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, kIdsHelp);
+    command->add_option("ID", given->ids, kIdsHelp)->check(WholeNumber(0, kAnyNumber));
     command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
     command->footer(
         "What the server takes is gone from the list. Nothing else is lost. Schedules do not matter; an address that "
@@ -405,7 +409,8 @@ void AddHeldCommands(CLI::App& app, Context& context) {
 
     command = AddHeld(*group, context, "drop", "Delete it: it will never be sent.", Drop, given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, "Their numbers, as `held list` shows them");
+    command->add_option("ID", given->ids, "Their numbers, as `held list` shows them")
+        ->check(WholeNumber(0, kAnyNumber));
     command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
     command->add_flag("--all", given->all, "All of the profile");
     command->add_flag("--yes,-y", given->yes, "Do not ask");
@@ -413,7 +418,7 @@ void AddHeldCommands(CLI::App& app, Context& context) {
     command =
         AddHeld(*group, context, "export", "Write messages as files that mail programs open (.eml).", Export, given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, kIdsHelp);
+    command->add_option("ID", given->ids, kIdsHelp)->check(WholeNumber(0, kAnyNumber));
     command->add_option("--to", given->to, "A new file, or a folder; without it standard output")->type_name("PATH");
 }
 

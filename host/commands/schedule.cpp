@@ -13,7 +13,7 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/system/command_error.h"
-#include "host/system/display.h"
+#include "host/terminal/typed_word.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
 
@@ -42,8 +42,8 @@ std::optional<std::size_t> TermNumber(const std::string& word) {
     const char* const end = word.data() + word.size();
     const auto [rest, error] = std::from_chars(word.data(), end, number);
     if (error == std::errc() && rest == end) return number;
-    throw CommandError(
-        kBadUsage, '"' + ShowUtf8Text(word) + "\" is no number of a term; write one of `tarvex schedule list`, or all");
+    throw CommandError(kBadUsage,
+                       Quoted(word) + " is no number of a term; write one of `tarvex schedule list`, or all");
 }
 
 }  // namespace

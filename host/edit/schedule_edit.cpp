@@ -27,8 +27,10 @@ CTerm* ChosenTerm(const CScheduleSetting& schedule, const EditRequest& request) 
     if (!request.term_number) return nullptr;
     const std::size_t number = *request.term_number;
     if (number >= 1 && number <= schedule.terms.size()) return schedule.terms[number - 1].get();
-    throw CommandError(kNotFound, "there is no term " + std::to_string(number) + "; the schedule has " +
-                                      std::to_string(schedule.terms.size()) + " (see `tarvex schedule list`)");
+    const std::string last = schedule.terms.empty() ? "the schedule has no terms"
+                                                    : "the last one is " + std::to_string(schedule.terms.size());
+    throw CommandError(kNotFound,
+                       "there is no term " + std::to_string(number) + "; " + last + " (see `tarvex schedule list`)");
 }
 
 std::string AddTerms(CScheduleSetting& schedule, const std::string& terms) {

@@ -18,6 +18,7 @@
 #include "host/system/paths.h"
 #include "host/system/tree_owner.h"
 #include "host/terminal/tree_text.h"
+#include "host/terminal/typed_word.h"
 #include "host/terminal/wording.h"
 #include "tarvex/conversion.h"
 #include "tarvex/tarvex.h"
@@ -151,7 +152,7 @@ constexpr std::array kForwardKeys = {
 // ---- values
 
 void RequireHostName(const KeyInfo& key, std::string_view host) {
-    const std::string start = std::string(key.name) + " \"" + ShowUtf8Text(host) + "\" is not a host name: ";
+    const std::string start = std::string(key.name) + ' ' + Quoted(host) + " is not a host name: ";
     if (!IsPlainAscii(host)) {
         throw CommandError(kBadUsage,
                            start +
@@ -202,6 +203,21 @@ CString TextValue(const KeyInfo& key, std::string_view word) {
     }
 }
 
+std::vector<std::string> WordsOf(const KeyInfo& key) {
+    std::vector<std::string> words;
+    for (const ValueWord& known : key.words) words.emplace_back(known.word);
+    return words;
+}
+
+// "always, or a number from 0 to 527040 (minutes)"
+std::string AllowedNumbers(const KeyInfo& key) {
+    std::string allowed = AllowedValues(key);
+    const bool is_open = key.lowest == INT_MIN || key.highest == INT_MAX;
+    const std::string range = std::to_string(key.lowest) + " to " + std::to_string(key.highest);
+    if (!WordsAreAll(key) && !is_open) allowed.insert(allowed.rfind(range), "a number from ");
+    return allowed + (*key.unit ? " (" + std::string(key.unit) + ')' : "");
+}
+
 int NumberValue(const KeyInfo& key, std::string_view word) {
     for (const ValueWord& known : key.words) {
         if (word == known.word) return known.value;
@@ -210,8 +226,8 @@ int NumberValue(const KeyInfo& key, std::string_view word) {
     const char* const end = word.data() + word.size();
     const auto [rest, error] = std::from_chars(word.data(), end, value);
     if (error != std::errc() || rest != end || word.empty() || value < key.lowest || value > key.highest) {
-        throw CommandError(kBadUsage, std::string(key.name) + " cannot be \"" + ShowUtf8Text(word) + "\"; it is " +
-                                          AllowedValues(key));
+        throw CommandError(kBadUsage, std::string(key.name) + " must be " + AllowedNumbers(key) + ", not " +
+                                          Quoted(word) + DidYouMean(word, WordsOf(key)));
     }
     return value;
 }
@@ -246,8 +262,10 @@ template <class Record>
 const Key<Record>& KeyNamed(std::string_view name) {
     const std::span<const Key<Record>> keys = Keys<Record>();
     const auto found = std::ranges::find_if(keys, [&](const Key<Record>& key) { return key.name == name; });
-    if (found == keys.end()) throw CommandError(kBadUsage, "there is no key \"" + ShowUtf8Text(name) + "\" here");
-    return *found;
+    if (found != keys.end()) return *found;
+    std::vector<std::string> names;
+    for (const Key<Record>& key : keys) names.emplace_back(key.name);
+    throw CommandError(kBadUsage, "there is no key " + Quoted(name) + DidYouMean(name, names));
 }
 
 bool WordsAreAll(const KeyInfo& key) {
@@ -335,8 +353,8 @@ CTime ParseMoment(std::string_view text) {
     const CTime moment = GetCTime(commas.data());
     if (count != 5 || word.rfind(':') + 3 != word.size() || used != static_cast<int>(word.size()) ||
         ShowMoment(moment) != normal.data()) {
-        throw CommandError(kBadUsage, '"' + ShowUtf8Text(text) +
-                                          "\" is not a moment; write now, never or a time like 2026-12-24 18:00");
+        throw CommandError(kBadUsage,
+                           Quoted(text) + " is not a moment; write now, never or a time like 2026-12-24 18:00");
     }
     return moment;
 }

@@ -7,6 +7,7 @@
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/terminal/typed_word.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -55,16 +56,15 @@ void RequireNoBlankWithin(const KeyInfo& key, std::string_view given) {
     const std::string address = RecipientOf(marked);
     const std::size_t start = address.find_first_not_of(kMark);
     if (start == std::string::npos || address.find(kMark, start) > address.find_last_not_of(kMark)) return;
-    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowUtf8Text(given) +
-                                      "\" has a blank within the address, so mail would go to \"" +
-                                      ShowUtf8Text(RecipientOf(given)) +
-                                      "\"; write one address, like Taro <taro@example.org>");
+    throw CommandError(kBadUsage, std::string(key.name) + ' ' + Quoted(given) +
+                                      " has a blank within the address, so mail would go to " +
+                                      Quoted(RecipientOf(given)) + "; write one address, like Taro <taro@example.org>");
 }
 
 void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view plain) {
     if (IsMailAddress(plain)) return;
-    throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowUtf8Text(given) +
-                                      "\" is not a mail address; write it like me@example.org" +
+    throw CommandError(kBadUsage, std::string(key.name) + ' ' + Quoted(given) +
+                                      " is not a mail address; write it like me@example.org" +
                                       (key.type == KeyType::Recipient ? " or Taro <taro@example.org>" : ""));
 }
 

@@ -12,6 +12,7 @@
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/terminal/typed_word.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -34,7 +35,7 @@ struct Moment {
 };
 
 [[noreturn]] void Refuse(std::string_view text, const std::string& why) {
-    throw CommandError(kBadUsage, '"' + ShowUtf8Text(text) + "\" is not a term: " + why +
+    throw CommandError(kBadUsage, Quoted(text) + " is not a term: " + why +
                                       "; write it like \"mon-fri 9:00-17:30\", \"daily 22:00-6:00\" or "
                                       "\"2026-12-24 18:00 .. 2026-12-26 9:00\"");
 }

@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
+#include <iterator>
 #include <span>
 
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/terminal/typed_word.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -27,8 +28,6 @@ struct Candidate {
     std::string shown;
     std::string remark;  // what it is to a person
 };
-
-constexpr std::size_t kMostListed = 20;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -117,39 +116,77 @@ std::vector<std::size_t> Matching(const std::vector<Candidate>& candidates, cons
     return found;
 }
 
-std::string Listed(const std::vector<Candidate>& candidates, const std::vector<std::size_t>& chosen) {
+std::string Lines(const std::vector<Candidate>& candidates, const std::vector<std::size_t>& chosen,
+                  const std::string& command) {
     std::string text;
-    for (std::size_t i = 0; i < chosen.size() && i < kMostListed; ++i) {
+    for (std::size_t i = 0; i < chosen.size() && i < kMostCandidates; ++i) {
         const Candidate& candidate = candidates[chosen[i]];
         text += "\n  " + candidate.shown;
         if (!candidate.remark.empty()) text += "  (" + candidate.remark + ")";
     }
-    if (chosen.size() > kMostListed) text += "\n  and " + std::to_string(chosen.size() - kMostListed) + " more";
+    if (chosen.size() > kMostCandidates) {
+        text += "\n  and " + std::to_string(chosen.size() - kMostCandidates) + " more; `tarvex " + command +
+                " list` lists them";
+    }
     return text;
+}
+
+// What each can be called by that is not a mere directory.
+std::vector<std::string> NamesOf(const std::vector<Candidate>& candidates) {
+    std::vector<std::string> names;
+    for (const Candidate& candidate : candidates) {
+        names.push_back(candidate.shown);
+        const std::vector<std::string>& others = candidate.levels.back().others;
+        names.insert(names.end(), others.begin(), others.end());
+    }
+    return names;
 }
 
 std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view given, const std::string& kind,
                    const std::string& command) {
     std::string name(given);
     while (name.size() > 1 && name.ends_with('/')) name.pop_back();
-    const std::string quoted = '"' + ShowUtf8Text(name) + '"';
+    const std::string quoted = Quoted(name);
     const std::vector<std::size_t> found = Matching(candidates, name);
     if (found.size() == 1) return found.front();
     if (found.size() > 1) {
-        throw CommandError(
-            kBadUsage, quoted + " is the name of more than one " + kind + "; say which:" + Listed(candidates, found));
+        throw CommandError(kBadUsage, quoted + " is the name of more than one " + kind +
+                                          "; write the path of one:" + Lines(candidates, found, command));
     }
     if (candidates.empty()) {
         throw CommandError(kNotFound,
                            "no " + kind + " " + quoted + " (there is none yet); `tarvex " + command + " add` adds one");
     }
+    if (const std::string meant = DidYouMean(name, NamesOf(candidates)); !meant.empty())
+        throw CommandError(kNotFound, "there is no " + kind + " " + quoted + meant);
     std::vector<std::size_t> all(candidates.size());
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
-    throw CommandError(kNotFound, "there is no " + kind + " " + quoted + "; there are:" + Listed(candidates, all));
+    throw CommandError(kNotFound,
+                       "there is no " + kind + " " + quoted + "; there are:" + Lines(candidates, all, command));
 }
 
 std::string Remark(const std::string& nickname, const std::string& address) {
     return nickname.empty() || address.empty() ? nickname + address : nickname + ", " + address;
+}
+
+std::vector<Candidate> CandidatesOf(const CRootPath& root, const std::vector<CUser*>& users) {
+    std::vector<Candidate> candidates;
+    candidates.reserve(users.size());
+    for (const CUser* const user : users) {
+        candidates.push_back({{LevelOf(*user)}, ShownName(root, user->path), ShowText(user->setting.loginname)});
+    }
+    return candidates;
+}
+
+std::vector<Candidate> CandidatesOf(const CRootPath& root, const std::vector<NamedProfile>& profiles) {
+    std::vector<Candidate> candidates;
+    candidates.reserve(profiles.size());
+    for (const auto& [user, profile] : profiles) {
+        candidates.push_back({{LevelOf(*user), LevelOf(*profile)},
+                              ShownName(root, profile->path),
+                              Remark(ShowText(profile->setting.nickname), ShowText(profile->setting.address))});
+    }
+    return candidates;
 }
 
 }  // namespace
@@ -191,42 +228,21 @@ std::vector<NamedForward> AllForwards(const CRootPath& root) {
 
 CUser& FindUser(const CRootPath& root, std::string_view name) {
     const std::vector<CUser*> users = AllUsers(root);
-    std::vector<Candidate> candidates;
-    candidates.reserve(users.size());
-    for (const CUser* const user : users) {
-        candidates.push_back({{LevelOf(*user)}, ShownName(root, user->path), ShowText(user->setting.loginname)});
-    }
-    return *users[Choose(candidates, name, "user", "user")];
+    return *users[Choose(CandidatesOf(root, users), name, "user", "user")];
 }
 
 NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
     const std::vector<NamedProfile> profiles = AllProfiles(root);
-    std::vector<Candidate> candidates;
-    candidates.reserve(profiles.size());
-    for (const auto& [user, profile] : profiles) {
-        candidates.push_back({{LevelOf(*user), LevelOf(*profile)},
-                              ShownName(root, profile->path),
-                              Remark(ShowText(profile->setting.nickname), ShowText(profile->setting.address))});
-    }
-    return profiles[Choose(candidates, name, "profile", "profile")];
+    return profiles[Choose(CandidatesOf(root, profiles), name, "profile", "profile")];
 }
 
 CString FindUserOrProfile(const CRootPath& root, std::string_view name) {
-    const CUser* user = nullptr;
-    try {
-        user = &FindUser(root, name);
-    } catch (const CommandError& error) {
-        if (error.ExitCode() != kNotFound) throw;
-    }
-    if (!user) return FindProfile(root, name).profile->path;
-    try {
-        const CString profile = FindProfile(root, name).profile->path;
-        throw CommandError(kBadUsage, '"' + ShowUtf8Text(name) + "\" is a user and a profile; write " +
-                                          ShownName(root, user->path) + " or " + ShownName(root, profile));
-    } catch (const CommandError& error) {
-        if (error.ExitCode() != kNotFound) throw;
-    }
-    return user->path;
+    const std::vector<CUser*> users = AllUsers(root);
+    const std::vector<NamedProfile> profiles = AllProfiles(root);
+    std::vector<Candidate> candidates = CandidatesOf(root, users);
+    std::ranges::move(CandidatesOf(root, profiles), std::back_inserter(candidates));
+    const std::size_t chosen = Choose(candidates, name, "user or profile", "profile");
+    return chosen < users.size() ? users[chosen]->path : profiles[chosen - users.size()].profile->path;
 }
 
 NamedForward FindForward(const CRootPath& root, std::string_view name) {

@@ -14,6 +14,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/password_source.h"
+#include "host/terminal/typed_word.h"
 #include "host/terminal/wording.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
@@ -71,7 +72,8 @@ public:
     explicit Conditions(const std::vector<std::string>& texts) {
         for (const std::string& text : texts) {
             const std::size_t end = text.find('=');
-            if (end == std::string::npos) throw CommandError(kBadUsage, "--where takes key=value, not \"" + text + '"');
+            if (end == std::string::npos)
+                throw CommandError(kBadUsage, "--where takes KEY=VALUE, such as pop_tls=off, not " + Quoted(text));
             const std::string name = text.substr(0, end);
             if (std::ranges::any_of(Keys<HostRules>(), [&](const auto& key) { return IsRuleOfProfile(key, name); })) {
                 rules_.emplace_back(name, text.substr(end + 1));
@@ -117,7 +119,7 @@ std::vector<NamedProfile> Find(const CRootPath& root, const ManyProfiles& chosen
         RequireWhole(WhyNotLoaded(*named.profile));
         if (conditions.Hold(*named.profile)) found.push_back(named);
     }
-    if (found.empty()) throw CommandError(kNotFound, "there is no such profile; nothing was changed");
+    if (found.empty()) throw CommandError(kNotFound, "no profile has these settings; nothing was changed");
     return found;
 }
 

@@ -1,37 +1,24 @@
-// Finds the word of a command line that its command does not know, and the words that it does.
+// Says what is wrong with a command line, in chosen of the library's sentences.
 
 #include "host/commands/arguments/usage.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdlib>
+#include <array>
+#include <charconv>
+#include <limits>
+#include <string_view>
+#include <system_error>
 #include <typeinfo>
-#include <utility>
 
-#include "host/system/display.h"
-#include "host/terminal/wording.h"
+#include "host/language/tr.h"
+#include "host/terminal/typed_word.h"
 
 namespace tarvex::host {
 namespace {
 
-constexpr std::size_t kMostCandidates = 5;
-constexpr std::size_t kLongestWord = 60;
-
-// How many letters must be left out, added, exchanged or swapped with their neighbour (Damerau's distance, each letter
-// touched once).
-std::size_t Distance(std::string_view a, std::string_view b) {
-    std::vector<std::vector<std::size_t>> cost(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-    for (std::size_t i = 0; i <= a.size(); ++i) cost[i][0] = i;
-    for (std::size_t j = 0; j <= b.size(); ++j) cost[0][j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t exchanged = cost[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
-            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1, exchanged});
-            const bool swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
-            if (swapped) cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
-        }
-    }
-    return cost[a.size()][b.size()];
+template <class Error>
+bool Is(const CLI::ParseError& error) {
+    return typeid(error) == typeid(Error);
 }
 
 std::vector<const CLI::App*> CommandsOf(const CLI::App& app) {
@@ -60,97 +47,189 @@ bool IsOneOf(const std::string& word, const std::vector<std::string>& words) {
     return std::ranges::find(words, word) != words.end();
 }
 
-std::string Quoted(const std::string& word) { return '"' + OneLineOfUtf8(word, kLongestWord) + '"'; }
-
-std::string Listed(const std::vector<std::string>& words, const char* last) {
-    std::string list;
-    for (std::size_t i = 0; i < words.size(); ++i)
-        list += (i == 0 ? "" : i + 1 == words.size() ? std::string(" ") + last + ' ' : ", ") + Quoted(words[i]);
-    return list;
-}
-
-std::string DidYouMean(const std::string& word, const std::vector<std::string>& words) {
-    const std::vector<std::string> nearest = Nearest(word, words);
-    return nearest.empty() ? "" : "; did you mean " + Listed(nearest, "or") + '?';
-}
-
-// The command that the words name, and what stands behind its name.
-struct Place {
+// The command that was chosen, down to the last word that names one.
+struct Chosen {
     const CLI::App* command;
     std::string path;
-    std::vector<std::string> rest;
 };
 
-Place PlaceIn(const CLI::App& app, const std::vector<std::string>& words) {
-    Place place{&app, "tarvex", {}};
-    for (std::size_t i = 1; i < words.size(); ++i) {
-        const std::vector<const CLI::App*> commands = CommandsOf(*place.command);
-        const auto found = std::ranges::find(commands, words[i], [](const auto* one) { return one->get_name(); });
-        if (found != commands.end()) {
-            place.command = *found;
-            place.path += ' ' + words[i];
-        } else if (words[i] == "--root" && i + 1 < words.size()) {
-            ++i;
-        } else {
-            place.rest.push_back(words[i]);
-        }
+Chosen ChosenIn(const CLI::App& app) {
+    Chosen chosen{&app, app.get_name()};
+    for (auto below = app.get_subcommands(); !below.empty(); below = below.front()->get_subcommands()) {
+        chosen.command = below.front();
+        chosen.path += ' ' + below.front()->get_name();
     }
-    return place;
+    return chosen;
 }
 
-std::string UnknownWord(const Place& place) {
-    const std::vector<std::string> options = NamesOfOptions(place.command);
-    for (const std::string& word : place.rest) {
+// "--popserver HOST"
+std::string Written(const CLI::Option& option) {
+    if (option.get_positional()) return option.get_name(true);
+    const std::string value = option.get_type_name();
+    return option.get_name() + (value.empty() ? "" : ' ' + value);
+}
+
+// "tarvex profile add USER ADDRESS --popserver HOST --popuser NAME"
+std::string ShortestForm(const Chosen& chosen) {
+    std::string arguments;
+    std::string options;
+    for (const CLI::Option* const option : chosen.command->get_options()) {
+        if (option->get_required()) (option->get_positional() ? arguments : options) += ' ' + Written(*option);
+    }
+    return '`' + chosen.path + arguments + options + '`';
+}
+
+std::string UnknownOption(const Chosen& chosen, const std::string& name) {
+    return chosen.path + " has no option " + Quoted(name) + DidYouMean(name, NamesOfOptions(chosen.command));
+}
+
+// "profile set", "user set": where the word stands one level further down.
+std::vector<std::string> CommandsBelow(const CLI::App& app, const std::string& word) {
+    std::vector<std::string> found;
+    for (const CLI::App* const command : CommandsOf(app)) {
+        if (IsOneOf(word, NamesOfCommands(*command))) found.push_back(command->get_name() + ' ' + word);
+    }
+    return found;
+}
+
+std::string UnknownCommand(const Chosen& chosen, const std::string& word) {
+    const std::vector<std::string> commands = NamesOfCommands(*chosen.command);
+    if (IsOneOf(word, commands)) return Quoted(word) + " stands too early; write `" + chosen.path + ' ' + word + '`';
+    const std::string what = chosen.path + " has no command " + Quoted(word);
+    if (word == "help") return what;
+    const std::vector<std::string> below = CommandsBelow(*chosen.command, word);
+    if (!below.empty()) return what + "; did you mean " + Listed(below) + '?';
+    const std::string meant = DidYouMean(word, commands);
+    return what + (meant.empty() ? "; there are " + Listed(commands) : meant);
+}
+
+// `tarvex profile set office timer 10`: an option without its hyphens.
+std::string OneWordTooMany(const Chosen& chosen, const std::string& word) {
+    const std::vector<std::string> options = NamesOfOptions(chosen.command);
+    const std::string meant = IsOneOf("--" + word, options) ? "; did you mean \"--" + word + "\"?" : "";
+    return chosen.path + " takes no more words, so not " + Quoted(word) + meant;
+}
+
+// What the command line has that its command does not know; nothing when it has no such word.
+std::string WhatIsUnknown(const CLI::App& app, const Chosen& chosen) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (unknown.empty()) return "";
+    const bool is_group = !CommandsOf(*chosen.command).empty();
+    if (is_group && !unknown.front().starts_with('-')) return UnknownCommand(chosen, unknown.front());
+    for (const std::string& word : unknown) {
         const std::string name = word.substr(0, word.find('='));
-        if (name.size() > 1 && name.front() == '-' && !IsOneOf(name, options))
-            return place.path + " has no option " + Quoted(name) + DidYouMean(name, options);
+        if (name.size() > 1 && name.starts_with('-') && !OptionNamed(chosen.command, name))
+            return UnknownOption(chosen, name);
     }
-    const std::vector<std::string> commands = NamesOfCommands(*place.command);
-    if (commands.empty()) return place.path + " takes no more words: " + Listed({place.rest.back()}, "");
-    for (const std::string& word : place.rest) {
-        if (word.starts_with('-')) continue;
-        std::string meant = DidYouMean(word, commands);
-        if (meant.empty()) meant = "; there are " + Listed(commands, "and");
-        return place.path + " has no command " + Quoted(word) + meant;
-    }
-    return place.path + " wants one of " + Listed(commands, "and");
+    return OneWordTooMany(chosen, unknown.front());
 }
 
-// The library's sentences, which begin with the name of an option or a word.
-std::string WrongValue(const Place& place, const CLI::ParseError& error) {
-    const std::string said = OneLineOfUtf8(error.what(), 2 * kLongestWord);
-    if (typeid(error) == typeid(CLI::RequiredError)) {
-        constexpr std::string_view kEnd = " is required";
-        if (said.ends_with(kEnd)) return place.path + " wants " + said.substr(0, said.size() - kEnd.size());
+std::string WhatIsMissing(const Chosen& chosen) {
+    if (const auto commands = NamesOfCommands(*chosen.command); !commands.empty())
+        return chosen.path + " wants a command: " + Listed(commands);
+    for (const CLI::Option* const option : chosen.command->get_options()) {
+        if (option->get_required() && option->count() == 0)
+            return chosen.path + " wants " + Written(*option) + "; write " + ShortestForm(chosen);
     }
-    return place.path + ": " + said;
+    return chosen.path + " wants more";
+}
+
+// The library names the option at the start of its sentence.
+std::string WrongCount(const Chosen& chosen, const std::string& said) {
+    const std::string name = said.substr(0, said.find(": "));
+    const CLI::Option* const option = OptionNamed(chosen.command, name);
+    if (!option || option->count() == 0) return name + " wants a value" + (option ? "; write " + Written(*option) : "");
+    return name + " is given more than once";
+}
+
+std::string ExcludeEachOther(const std::string& said) {
+    constexpr std::string_view kBetween = " excludes ";
+    const std::size_t between = said.find(kBetween);
+    if (between == std::string::npos) return said;
+    return said.substr(0, between) + " and " + said.substr(between + kBetween.size()) +
+           " exclude each other; give one of them";
+}
+
+// Whether somebody typed a password: then the words are not repeated.
+bool HasPasswordOnCommandLine(const std::vector<std::string>& words) {
+    return std::ranges::any_of(words, [](std::string_view word) {
+        const std::string_view option = word.substr(0, word.find('='));
+        const bool may_hold_one = option.starts_with('-') || option.size() < word.size();
+        return may_hold_one && option.find("passw") != std::string_view::npos && !option.ends_with("-stdin") &&
+               !option.ends_with("-file");
+    });
+}
+
+// `--json=yes`
+std::string ValueOfAFlag(const Chosen& chosen, const std::vector<std::string>& words) {
+    for (const std::string& word : words) {
+        const std::size_t end = word.find('=');
+        const CLI::Option* const option = OptionNamed(chosen.command, word.substr(0, end));
+        if (end != std::string::npos && option && option->get_items_expected_max() == 0)
+            return word.substr(0, end) + " takes no value; leave " + Quoted(word.substr(end)) + " out";
+    }
+    return "an option that takes no value was given one";
+}
+
+std::string WhatIsWrong(const CLI::App& app, const Chosen& chosen, const std::vector<std::string>& words,
+                        const CLI::ParseError& error) {
+    if (const std::string unknown = WhatIsUnknown(app, chosen); !unknown.empty()) return unknown;
+    const std::string said = error.what();
+    if (Is<CLI::RequiredError>(error)) return WhatIsMissing(chosen);
+    if (Is<CLI::ArgumentMismatch>(error)) return WrongCount(chosen, said);
+    if (Is<CLI::ExcludesError>(error)) return ExcludeEachOther(said);
+    // Only flags are left to convert: other values are checked before.
+    if (Is<CLI::ConversionError>(error)) return ValueOfAFlag(chosen, words);
+    const std::size_t end = said.find(": ");  // of the option's name, before what its validator says
+    return end == std::string::npos ? said : said.substr(0, end) + ' ' + said.substr(end + 2);
+}
+
+template <class Number>
+std::string Digits(Number number) {
+    std::array<char, 32> text{};
+    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr};
+}
+
+template <class Number>
+CLI::Validator NumberBetween(Number lowest, Number highest, const std::string& unit) {
+    const auto trouble = [=](const std::string& word) -> std::string {
+        Number number = 0;
+        const char* const end = word.data() + word.size();
+        const auto [rest, error] = std::from_chars(word.data(), end, number);
+        if (error == std::errc() && rest == end && number >= lowest && number <= highest) return "";
+        const bool is_open = highest == std::numeric_limits<Number>::max();
+        return "must be a number from " + Digits(lowest) + (is_open ? "" : " to " + Digits(highest)) +
+               (unit.empty() ? "" : " (" + unit + ')') + ", not " + Quoted(word);
+    };
+    return {trouble, ""};
 }
 
 }  // namespace
 
-std::vector<std::string> Nearest(std::string_view typed, const std::vector<std::string>& words) {
-    std::vector<std::pair<std::size_t, std::string>> near;
-    if (typed.size() > kLongestWord) return {};
-    for (const std::string& word : words) {
-        const std::size_t distance = Distance(Lower(typed), word);
-        const bool is_begun = typed.size() > 2 && word.starts_with(typed);
-        if (distance <= std::max<std::size_t>(1, typed.size() / 3) || is_begun) near.emplace_back(distance, word);
+const CLI::Option* OptionNamed(const CLI::App* app, const std::string& name) {
+    for (; app; app = app->get_parent()) {
+        if (const CLI::Option* const option = app->get_option_no_throw(name)) return option;
     }
-    std::ranges::sort(near);
-    near.erase(std::ranges::unique(near).begin(), near.end());
-    std::vector<std::string> nearest;
-    for (const auto& [distance, word] : near) {
-        if (nearest.size() < kMostCandidates) nearest.push_back(word);
-    }
-    return nearest;
+    return nullptr;
 }
 
 std::string UsageTrouble(const CLI::App& app, const std::vector<std::string>& words, const CLI::ParseError& error) {
-    const Place place = PlaceIn(app, words);
-    const bool lacks_command = typeid(error) == typeid(CLI::RequiredError) && !CommandsOf(*place.command).empty();
-    const bool is_unknown = typeid(error) == typeid(CLI::ExtrasError) && !place.rest.empty();
-    const std::string what = lacks_command || is_unknown ? UnknownWord(place) : WrongValue(place, error);
-    return what + (what.ends_with('?') ? " `" : "; `") + place.path + " --help` shows how it is used";
+    if (HasPasswordOnCommandLine(words) && !Is<CLI::ExcludesError>(error)) {
+        return Tr(
+            "--password takes no value: a password is asked for on the terminal, or comes from --password-stdin or "
+            "--password-file, never from the command line. See --help.");
+    }
+    const Chosen chosen = ChosenIn(app);
+    const std::string what = WhatIsWrong(app, chosen, words, error);
+    return what + (what.ends_with('?') ? " See `" : "; see `") + chosen.path + " --help`";
+}
+
+CLI::Validator WholeNumber(std::int64_t lowest, std::int64_t highest, const std::string& unit) {
+    return NumberBetween(lowest, highest, unit);
+}
+
+CLI::Validator Fraction(double lowest, double highest, const std::string& unit) {
+    return NumberBetween(lowest, highest, unit);
 }
 
 }  // namespace tarvex::host

@@ -3,18 +3,23 @@
 // What is said about a command line that cannot be understood.
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <limits>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace tarvex::host {
 
-// One sentence: what is wrong, what was probably meant, where help is. `words` are those of the command line, the
-// program's first.
+// One sentence: what is wrong, what was probably meant, what to write. `words` are those of the command line, the
+// program's first. None of them is repeated where one may be a password.
 std::string UsageTrouble(const CLI::App& app, const std::vector<std::string>& words, const CLI::ParseError& error);
 
-// Those of the words that somebody may have meant, the nearest first: the same but for a few letters that were left
-// out, added, exchanged or swapped; five at most.
-std::vector<std::string> Nearest(std::string_view typed, const std::vector<std::string>& words);
+// Of the command or of those above it; null where there is none. `name` begins with hyphens.
+const CLI::Option* OptionNamed(const CLI::App* command, const std::string& name);
+
+// For an option that takes a number, in decimal digits alone. `unit` is for the sentence: "minutes", or nothing.
+inline constexpr std::int64_t kAnyNumber = std::numeric_limits<std::int64_t>::max();
+CLI::Validator WholeNumber(std::int64_t lowest, std::int64_t highest, const std::string& unit = "");
+CLI::Validator Fraction(double lowest, double highest, const std::string& unit);
 
 }  // namespace tarvex::host

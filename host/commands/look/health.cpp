@@ -12,6 +12,7 @@
 
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/submit.h"
+#include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/commands/look/asked_state.h"
 #include "host/history/run_words.h"
@@ -113,11 +114,18 @@ Health Look(const Context& context, const Options& options) {
     return worst;
 }
 
+// What is listed below a sentence, behind it.
+std::string InOneLine(std::string text) {
+    for (std::size_t end = 0; (end = text.find("\n  ")) != std::string::npos;)
+        text.replace(end, 3, text[end - 1] == ':' ? " " : ", ");
+    return text;
+}
+
 int ShowHealth(const Context& context, const Options& options) {
     try {
         return static_cast<int>(Look(context, options));
     } catch (const CommandError& error) {
-        Say(Health::Unknown, error.what());
+        Say(Health::Unknown, InOneLine(error.what()));
         return static_cast<int>(Health::Unknown);
     }
 }
@@ -138,7 +146,7 @@ void AddHealthCommand(CLI::App& app, Context& context) {
         ->add_option("--max-age", options->max_age_minutes,
                      "How long ago the last good run may be; without it three intervals and ten minutes")
         ->type_name("MINUTES")
-        ->check(CLI::Range(1, 1000000));
+        ->check(WholeNumber(1, 1'000'000, "minutes"));
     health->callback(
         [&context, options] { context.command = [&context, options] { return ShowHealth(context, *options); }; });
 }

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/settings/file_names.h"
 #include "host/system/command_error.h"
@@ -87,7 +88,7 @@ void AddLogCommand(CLI::App& app, Context& context) {
     auto options = std::make_shared<Options>();
     log->add_option("PROFILE", options->name, "Path, nickname or address of the profile")->required();
     log->add_option("-n,--lines", options->count, "Only the last N lines")
-        ->check(CLI::NonNegativeNumber)
+        ->check(WholeNumber(0, kAnyNumber))
         ->type_name("N");
     log->add_flag("-f,--follow", options->follow, "Go on showing what each run adds, until interrupted");
     log->callback([&context, options] { context.command = [&context, options] { return Log(context, *options); }; });

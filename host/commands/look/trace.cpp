@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/commands/arguments/submit.h"
+#include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/history/history.h"
 #include "host/settings/keys.h"
@@ -165,7 +166,7 @@ void AddTraceCommand(CLI::App& app, Context& context) {
         ->type_name("PROFILE");
     trace->add_option("--since", options->since, "Only since this moment: \"2026-12-24 18:00\"")->type_name("MOMENT");
     trace->add_option("-n,--count", options->count, "At most N messages (20)")
-        ->check(CLI::Range(std::size_t{1}, std::size_t{1000000}))
+        ->check(WholeNumber(1, 1'000'000))
         ->type_name("N");
     trace->add_flag("--json", options->as_json, "Print JSON");
     trace->callback(

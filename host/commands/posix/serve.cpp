@@ -2,13 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <cmath>
 #include <memory>
 
+#include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/language/tr.h"
 #include "host/service/posix/service.h"
-#include "host/system/command_error.h"
 #include "host/system/process.h"
 #include "host/tree/tree_root.h"
 
@@ -24,14 +23,12 @@ void AddServeCommand(CLI::App& app, Context& context) {
         ->add_option("--every", *every,
                      "Seconds between two checks of what is due (default 10); a profile is never run more often than "
                      "its timer says")
-        ->check(CLI::Range(kShortest, kLongest))
+        ->check(Fraction(kShortest, kLongest, "seconds"))
         ->type_name("SECONDS");
     serve->footer("Commands that change the tree work while the service runs: they are carried out by it.");
     serve->callback([&context, every] {
         context.command = [&context, every] {
             SpeakTo(Language::English);  // in the journal
-            if (std::isnan(*every))
-                throw CommandError(kBadUsage, "--every: \"nan\" is no number of seconds");  // in any range
             RaiseFileLimit();
             const std::chrono::duration<double> seconds(*every);
             return Service(RootDirectory(context.root_option),

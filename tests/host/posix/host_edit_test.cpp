@@ -252,7 +252,7 @@ TEST_F(HostEdit, TermsAreSwitchedOffAndOnByNumber) {
     EXPECT_EQ(Forward().JudgeTakePart(0), 0);
     EXPECT_EQ(Good({"schedule", "on", "phone", "1"}), "Switched on:\n  1  every Monday from 9:00 to 17:00\n");
     EXPECT_THAT(stored(), ElementsAre(1, 0));
-    EXPECT_THAT(Bad(host::kNotFound, {"schedule", "off", "phone", "3"}), HasSubstr("has 2"));
+    EXPECT_THAT(Bad(host::kNotFound, {"schedule", "off", "phone", "3"}), HasSubstr("the last one is 2"));
     EXPECT_THAT(stored(), ElementsAre(1, 0));
     EXPECT_THAT(Good({"schedule", "remove", "phone", "1"}), HasSubstr("in no run"));
     Good({"schedule", "remove", "phone", "all"});
