@@ -22,6 +22,7 @@ void EucToSJis(const std::string* source, std::string* target);
 // UTF-8 (RFC 3629) by the Microsoft mapping. A character that the code page lacks is written as what it looks like, by
 // the table of make_cp932_table.py; what is never seen is dropped; a kana and the voice mark behind it are one
 // character; so is a row of emoji that are joined to one. Each maximal part of an ill-formed sequence becomes one "?".
+// The result has at most four times the bytes of the source.
 void Utf8ToSJis(const std::string* source, std::string* target);
 
 // UTF-8 whose every character is the same in Shift-JIS, or a sign of which Unicode has two and Shift-JIS one (the wave

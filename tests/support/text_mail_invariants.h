@@ -14,14 +14,25 @@
 
 namespace tarvex::testing {
 
-// Whether readers know the character: those of the standard, and those of NEC's rows 13 and 89 to 92 that names need.
-inline bool IsJisCharacter(std::string_view code) {
-    std::string text = "\x1B$B" + std::string(code);
-    JisToSJis(&text, &text);
-    SJisToUtf8(&text, &text);
-    const int row = code[0] - ' ';
-    const bool in_known_row = row <= 8 || row == 13 || (row >= 16 && row <= 84) || (row >= 89 && row <= 92);
-    return in_known_row && !text.starts_with('?');
+// Whether readers know the character of a cell: those of the standard, and those of NEC's rows 13 and 89 to 92 that
+// names need.
+inline bool IsJisCharacter(unsigned char row, unsigned char cell) {
+    const bool in_known_row =
+        row <= 0x28 || row == 0x2D || (row >= 0x30 && row <= 0x74) || (row >= 0x79 && row <= 0x7C);
+    if (!in_known_row || row < 0x21 || cell < 0x21 || cell > 0x7E) return false;
+    static const auto known = [] {
+        std::array<std::array<bool, 0x7F>, 0x7F> cells{};
+        for (unsigned char r = 0x21; r < 0x7F; ++r) {
+            for (unsigned char c = 0x21; c < 0x7F; ++c) {
+                std::string text = {'\x1B', '$', 'B', static_cast<char>(r), static_cast<char>(c)};
+                JisToSJis(&text, &text);
+                SJisToUtf8(&text, &text);
+                cells[r][c] = !text.starts_with('?');
+            }
+        }
+        return cells;
+    }();
+    return known[row][cell];
 }
 
 // ISO-2022-JP as it is written here: two escape sequences, whole characters that readers know, in ASCII state at every
@@ -33,7 +44,7 @@ inline std::string JisFault(std::string_view text) {
             kanji = text[1] == '$';
             text.remove_prefix(3);
         } else if (kanji) {
-            if (text.size() < 2 || !IsJisCharacter(text.substr(0, 2))) return "no character that readers know";
+            if (text.size() < 2 || !IsJisCharacter(text[0], text[1])) return "no character that readers know";
             text.remove_prefix(2);
         } else {
             const char c = text.front();
