@@ -18,22 +18,44 @@ constexpr std::size_t kMaxNameBytes = 64;
 
 void Copy(const std::string* source, std::string* target) { *target = *source; }
 
-// What has no label, an unknown one or that of ISO-2022-JP is often UTF-8 all the same.
-bool MeansUtf8(const std::string& text) { return text.find('\x1B') == std::string::npos && IsUtf8(text); }
+// Without a label, with an unknown one or with that of ISO-2022-JP a text may be UTF-8 or EUC-JP all the same. In
+// EUC-JP all beyond ASCII are pairs of high bytes, and a good part of them hiragana. Half-width katakana of Shift-JIS
+// may be such pairs, but not of that row.
+bool MeansEuc(std::string_view text) {
+    const auto is_high = [text](std::size_t at) {
+        return at < text.size() && static_cast<unsigned char>(text[at]) > 0xA0;
+    };
+    std::size_t pairs = 0;
+    std::size_t hiragana = 0;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (static_cast<unsigned char>(text[at]) < 0x80) continue;
+        if (!is_high(at) || !is_high(at + 1)) return false;
+        if (text[at] == '\xA4') ++hiragana;
+        ++pairs;
+        ++at;
+    }
+    return hiragana >= 2 && hiragana * 4 >= pairs;
+}
 
-void JisOrUtf8ToSJis(const std::string* source, std::string* target) {
-    (MeansUtf8(*source) ? Utf8ToSJis : JisToSJis)(source, target);
+// Without a label, with an unknown one or with that of ISO-2022-JP: a text may be UTF-8 or EUC-JP all the same.
+void GuessToSJis(const std::string* source, std::string* target) {
+    const bool has_escape = source->find('\x1B') != std::string::npos;
+    const Conversion meant = has_escape          ? JisToSJis
+                             : IsUtf8(*source)   ? Utf8ToSJis
+                             : MeansEuc(*source) ? EucToSJis
+                                                 : JisToSJis;
+    meant(source, target);
 }
 
 // The one table of character sets: to add one, add a row. The order counts for bodies alone.
 //
 // A header names a set by one of its names; "-" and "_", on which mails do not agree, do not count. The content type of
 // a body names the first set of this order whose word it contains anywhere; one that contains none of the words is read
-// as ISO-2022-JP, which leaves ASCII and Shift-JIS alone, or as UTF-8 where it is that.
+// as ISO-2022-JP, which leaves ASCII and Shift-JIS alone, or as UTF-8 or EUC-JP where it is that.
 constexpr std::array<Charset, 26> kCharsets = {{
     // names                                      our conversion  word in bodies  Windows code page
-    {"iso2022jp iso2022jp1 iso2022jp2 iso2022jp3 iso2022jp2004 iso2022jpms csiso2022jp cp50220 cp50221",
-     JisOrUtf8ToSJis, "iso-2022-jp", 50220},
+    {"iso2022jp iso2022jp1 iso2022jp2 iso2022jp3 iso2022jp2004 iso2022jpms csiso2022jp cp50220 cp50221", GuessToSJis,
+     "iso-2022-jp", 50220},
     {"utf8", Utf8ToSJis, "utf-8", 65001},
     {"eucjp xeucjp", EucToSJis, "euc-jp", 51932},
     {"usascii", Copy, "us-ascii", 20127},
@@ -94,7 +116,7 @@ Conversion BodyConversion(std::string_view content_type) {
         return !charset.word_in_bodies.empty() && content_type.find(charset.word_in_bodies) != std::string_view::npos;
     };
     const auto* const found = std::ranges::find_if(kCharsets, is_meant);
-    return found == kCharsets.end() ? JisOrUtf8ToSJis : found->to_sjis;
+    return found == kCharsets.end() ? GuessToSJis : found->to_sjis;
 }
 
 struct CharsetConverter::Impl {
@@ -134,7 +156,7 @@ std::optional<std::string> CharsetConverter::ToUtf8(std::string_view charset, co
     const Charset* const known = FindCharset(charset);
     if (!known || !known->to_sjis) return impl_->SystemToUtf8(charset, text);
     if (known->to_sjis == Utf8ToSJis) return WellFormedUtf8(text);
-    if (known->to_sjis == JisOrUtf8ToSJis && MeansUtf8(text)) return text;
+    if (known->to_sjis == GuessToSJis && text.find('\x1B') == std::string::npos && IsUtf8(text)) return text;
     std::string result;
     known->to_sjis(&text, &result);
     SJisCodesToUtf8(&result, &result);

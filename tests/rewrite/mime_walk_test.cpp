@@ -95,6 +95,12 @@ INSTANTIATE_TEST_SUITE_P(
              "\x82\xA0\x83\x5C"),
         Both("Utf8", "Content-Type: text/plain; charset=\"UTF-8\"\r\n\r\n\xE3\x81\x82", "\x82\xA0"),
         Both("EucJp", "Content-Type: text/plain; charset=EUC-JP\r\n\r\n\xA4\xA2", "\x82\xA0"),
+        Both("WithoutLabelItMayBeUtf8", "Content-Type: text/plain\r\n\r\n\xE3\x81\x82 \xE2\x80\xA2",
+             "\x82\xA0 \x81\x45"),
+        Both("WithAWrongLabelToo", "Content-Type: text/plain; charset=iso-2022-jp\r\n\r\n\xE3\x81\x82", "\x82\xA0"),
+        Both("OrEucJp", "Content-Type: text/plain\r\n\r\n\xA4\xA2\xA4\xA4\xB0\xA1", "\x82\xA0\x82\xA2\x88\x9F"),
+        Both("HalfWidthKatakanaStay", "Content-Type: text/plain\r\n\r\n\xB1\xD8\xB6\xDE\xC4\xB3",
+             "\xB1\xD8\xB6\xDE\xC4\xB3"),
         Both("UsAsciiIsLeftAlone", "Content-Type: text/plain; charset=us-ascii\r\n\r\n\x1B$B$\"\x1B(B",
              "\x1B$B$\"\x1B(B")));
 
