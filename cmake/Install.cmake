@@ -81,6 +81,8 @@ add_custom_target(manual ALL DEPENDS ${pages})
 
 install(FILES packaging/tarvex.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tarvex
   COMPONENT host)
+install(FILES packaging/tarvex.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _tarvex COMPONENT host)
+install(FILES packaging/tarvex.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT host)
 
 # The units of the service manager; what both have in common stands in a file of its own.
 file(READ packaging/systemd/common common)

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/commands/arguments/completion.h"
 #include "host/commands/arguments/help_formatter.h"
 #include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
@@ -62,6 +63,8 @@ int main(int argc, char** argv) {
     app.add_subcommand("demo", Tr("Forward a small mailbox between two servers on this machine, and show it."))
         ->callback([&context] { context.command = Demo; });
 
+    if (words.size() > 1 && words[1] == kCompletionCommand)
+        return PrintCompletions(app, {words.begin() + 2, words.end()});
     try {
         // The last word first, as the library wants a list of them.
         app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));

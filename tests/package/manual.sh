@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The manual is well-formed and knows every command and option, and every header, in both of its languages; the READMEs name
-# the same commands; completion offers commands and options, and what stands in a tree.
-#   manual.sh TARVEX MAN_FOLDER COMPLETION HEADERS README...
+# the same commands; completion of each shell offers commands and options, and what stands in a tree.
+#   manual.sh TARVEX MAN_FOLDER COMPLETIONS HEADERS README...
 set -euo pipefail
-tarvex=$1 pages=$2 completion=$3 headers=$4
+tarvex=$1 pages=$2 completions=$3 headers=$4
 shift 4
 readmes=("$@")
 
@@ -83,7 +83,7 @@ tree=$work/tree
 echo secret | "$tarvex" --root "$tree" profile add taro me@example.org --nickname office --popserver pop.example.org --pop_tls tls \
   --popuser me --password-stdin >/dev/null
 # shellcheck source=/dev/null
-source "$completion"
+source "$completions/tarvex.bash"
 compopt() { :; }  # works only while bash completes
 COMP_WORDBREAKS=$' \t\n"\'@><=;|&(:'
 
@@ -99,10 +99,12 @@ offers() { # LINE WORD...
 offers 'tarvex ' init profile forward run
 offers 'tarvex pro' profile
 offers 'tarvex nothing'
+offers 'tarvex nothing '
 offers "tarvex --root $tree forward " add list show set remove
 offers 'tarvex profile add --pop' --popserver --popport --popuser
 offers 'tarvex profile set office --smtpauth ' on off
 offers 'tarvex profile set office --popport '
+offers 'tarvex profile set office --smtpauth_mode cr' cram-md5
 offers 'tarvex log -' --lines --follow
 offers 'tarvex schedule o' on off
 offers "tarvex --root $tree check " user0/from0 office me@example.org
@@ -112,5 +114,31 @@ offers "tarvex --root $tree profile add t" taro
 offers "tarvex --root $work/tr" "$tree"
 "$tarvex" --root "$tree" profile set office --nickname 'x;touch$(id)' >/dev/null
 offers "tarvex --root $tree profile show x" 'x\;touch\$\(id\)'
+
+# fish says itself what it would offer. In zsh a widget on a terminal of its own shows the line after completion.
+offers_in_fish() { # LINE WORD
+  fish --no-config -c "source '$completions/tarvex.fish'; complete -C '$1'" 2>&1 | grep -q "^$2"$'\t' ||
+    complain "fish does not offer $2 for \"$1\""
+}
+offers_in_zsh() { # LINE WORD
+  timeout 60 zsh -f "$work/zsh" "$completions" "$1" 2>&1 | grep -qE "^is: .* $2 :" || complain "zsh does not offer $2 for \"$1\""
+}
+cat >"$work/zsh" <<'END'
+zmodload zsh/zpty
+zpty shell 'stty -echo; zsh -f -i'
+zpty -w shell "autoload -Uz compinit; compinit -D -u; _tarvex() { source ${(q)1}/tarvex.zsh }; compdef _tarvex tarvex"
+zpty -w shell "try() { zle complete-word; zle -I; print -r -- \"is: \$BUFFER:\" }; zle -N try; bindkey '^G' try; echo rea''dy"
+zpty -r -m shell said '*ready*'
+zpty -w -n shell "$2"$'\a'
+zpty -r -m shell said '*is: *:*'
+print -r -- "$said"
+END
+for shell in fish zsh; do
+  command -v $shell >/dev/null || { echo "$shell is not installed: its completion is not tried"; continue; }
+  $shell -n "$completions/tarvex.$shell" || complain "$shell cannot read its completion"
+  offers_in_$shell 'tarvex sta' status
+  offers_in_$shell 'tarvex status --js' --json
+  offers_in_$shell "tarvex --root $tree profile show us" user0/from0
+done
 
 [ $failures = 0 ]

@@ -53,6 +53,10 @@ for page in {,ja/}man1/tarvex.1 {,ja/}man5/tarvex.def.5 {,ja/}man3/libtarvex.3; 
 done
 
 [[ $(LC_ALL=ja_JP.UTF-8 "$root/usr/bin/tarvex" --help) == *'使い方: '* ]] || fail "the command does not find its texts in Japanese"
+for completion in bash-completion/completions/tarvex zsh/vendor-completions/_tarvex fish/vendor_completions.d/tarvex.fish; do
+  [ -s "$root/usr/share/$completion" ] || fail "there is no /usr/share/$completion"
+done
+
 grep -q '^gmail.com,' "$root/usr/share/tarvex/mail-servers" || fail "the file of known mail servers is missing"
 help=$("$root/usr/bin/tarvex" setup me@icloud.com --smtpserver 127.0.0.1 --smtpport 1 --yes 2>&1) && fail "setup finds POP3 where there is none"
 [[ $help == *'there is no POP3'* ]] || fail "the command does not find the file of known mail servers: $help"

@@ -22,7 +22,7 @@ bool Is(const CLI::ParseError& error) {
 }
 
 std::vector<const CLI::App*> CommandsOf(const CLI::App& app) {
-    return app.get_subcommands([](const CLI::App*) { return true; });
+    return app.get_subcommands({});
 }
 
 std::vector<std::string> NamesOfCommands(const CLI::App& app) {
