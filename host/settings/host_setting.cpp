@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/language/tr.h"
 #include "host/settings/settings_sections.h"
 #include "host/settings/value_words.h"
 #include "host/system/display.h"
@@ -18,13 +19,13 @@ namespace {
 
 using R = HostRules;
 
-constexpr const char* kRules = "Rules";
-constexpr const char* kLimits = "Limits";
-constexpr const char* kService = "The whole tree";
-constexpr const char* kEncryption = "Encryption of POP3";
-constexpr const char* kLogin = "Login with tokens";
-constexpr const char* kAccount = "SMTP account of profiles that name no server";
-constexpr const char* kAlerts = "Who is told when something is wrong";
+constexpr const char* kRules = Marked("Rules");
+constexpr const char* kLimits = Marked("Limits");
+constexpr const char* kService = Marked("The whole tree");
+constexpr const char* kEncryption = Marked("Encryption of POP3");
+constexpr const char* kLogin = Marked("Login with tokens");
+constexpr const char* kAccount = Marked("SMTP account of profiles that name no server");
+constexpr const char* kAlerts = Marked("Who is told when something is wrong");
 constexpr std::array kLanguages = {ValueWord{"en", 0}, ValueWord{"ja", 1}};
 constexpr std::array kLogins = {ValueWord{"password", 0}, ValueWord{"xoauth2", 1}, ValueWord{"oauthbearer", 2}};
 constexpr std::array kPopTls = {ValueWord{"off", 0}, ValueWord{"tls", 1}, ValueWord{"starttls", 2}};
@@ -66,121 +67,136 @@ constexpr Key<R> OfAlertServer(Key<R> key) {
 }
 
 constexpr std::array kRuleKeys = {
-    Rule("setaside", kRules, &R::setaside, "on: set aside what a server refuses, and go on with the rest"),
-    Rule("sentonce", kRules, &R::sentonce, "on: never send an address again what a server has taken for it"),
-    Rule("loopguard", kRules, &R::loopguard, "on: set aside what goes round in circles"),
+    Rule("setaside", kRules, &R::setaside, Marked("on: set aside what a server refuses, and go on with the rest")),
+    Rule("sentonce", kRules, &R::sentonce, Marked("on: never send an address again what a server has taken for it")),
+    Rule("loopguard", kRules, &R::loopguard, Marked("on: set aside what goes round in circles")),
     Rule("deletewaits", kRules, &R::deletewaits,
-         "on: delete a mail on the server only when every address that is switched on has it"),
-    Rule("floodguard", kRules, &R::floodguard, "on: wait when a mailbox that is known looks new"),
-    Rule("retrylast", kRules, &R::retrylast, "on: fetch last what could not be fetched before"),
-    Rule("backoff", kRules, &R::backoff, "on: wait longer after a failed login or connection"),
-    Rule("keyless", kRules, &R::keyless,
-         "on: leave a profile out when a settings file of it or of its user holds no key, and mail nothing to an "
-         "address "
-         "without \"@\""),
-    Limit("endofdata", kLimits, "SECONDS", "seconds", kLongestEndOfData_s, &R::endofdata,
-          "How long a server may take to answer the end of a message"),
-    Limit("runtime", kLimits, "MINUTES", "minutes", kLongestRun_minutes, &R::runtime, "How long a run may take"),
-    Limit("minspeed", kLimits, "BYTES", "bytes a second", kMost, &R::minspeed,
-          "How fast a POP3 server must send, averaged over a minute"),
-    Limit("runsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::runsize, "Messages that one run holds in memory"),
-    Limit("floodlimit", kLimits, "MESSAGES", "messages", kMost, &R::floodlimit,
-          "How many new messages are too many for floodguard"),
-    Limit("heldmessages", kLimits, "MESSAGES", "messages", kMost, &R::heldmessages,
-          "How many messages of a profile may be set aside"),
-    Limit("heldsize", kLimits, "MIB", "MiB", kLargestSize_MiB, &R::heldsize,
-          "How large the messages of a profile may be that are set aside"),
-    Limit("serverruns", kLimits, "RUNS", "runs", kMost, &R::serverruns, "Runs at once to one server"),
-    Key<R>{{"pop_tls", kEncryption, "HOW",
-            "tls: encrypted from the first byte (usually port 995); starttls: encrypted before the login, or the "
-            "connection fails (usually port 110)",
-            KeyType::Number, "", kPopTls, 0, 2},
-           &R::pop_tls},
-    Key<R>{{"tls_authority", kEncryption, "FILE",
-            "Certificates (PEM) of the authority to trust in the place of the system's: for POP3, and for SMTP with a "
-            "token",
-            KeyType::Path},
-           &R::tls_authority},
-    Key<R>{{"pop_login", kLogin, "HOW",
-            "How to log in at the POP3 server: with the password, or with a token in one of two forms. A token wants "
-            "pop_tls",
-            KeyType::Number, "", kLogins, 0, 2},
-           &R::pop_login},
+         Marked("on: delete a mail on the server only when every address that is switched on has it")),
+    Rule("floodguard", kRules, &R::floodguard, Marked("on: wait when a mailbox that is known looks new")),
+    Rule("retrylast", kRules, &R::retrylast, Marked("on: fetch last what could not be fetched before")),
+    Rule("backoff", kRules, &R::backoff, Marked("on: wait longer after a failed login or connection")),
+    Rule(
+        "keyless", kRules, &R::keyless,
+        Marked("on: leave a profile out when a settings file of it or of its user holds no key, and mail nothing to an "
+               "address "
+               "without \"@\"")),
+    Limit("endofdata", kLimits, "SECONDS", Marked("seconds"), kLongestEndOfData_s, &R::endofdata,
+          Marked("How long a server may take to answer the end of a message")),
+    Limit("runtime", kLimits, "MINUTES", Marked("minutes"), kLongestRun_minutes, &R::runtime,
+          Marked("How long a run may take")),
+    Limit("minspeed", kLimits, "BYTES", Marked("bytes a second"), kMost, &R::minspeed,
+          Marked("How fast a POP3 server must send, averaged over a minute")),
+    Limit("runsize", kLimits, "MIB", Marked("MiB"), kLargestSize_MiB, &R::runsize,
+          Marked("Messages that one run holds in memory")),
+    Limit("floodlimit", kLimits, "MESSAGES", Marked("messages"), kMost, &R::floodlimit,
+          Marked("How many new messages are too many for floodguard")),
+    Limit("heldmessages", kLimits, "MESSAGES", Marked("messages"), kMost, &R::heldmessages,
+          Marked("How many messages of a profile may be set aside")),
+    Limit("heldsize", kLimits, "MIB", Marked("MiB"), kLargestSize_MiB, &R::heldsize,
+          Marked("How large the messages of a profile may be that are set aside")),
+    Limit("serverruns", kLimits, "RUNS", Marked("runs"), kMost, &R::serverruns, Marked("Runs at once to one server")),
+    Key<R>{
+        {"pop_tls", kEncryption, "HOW",
+         Marked("tls: encrypted from the first byte (usually port 995); starttls: encrypted before the login, or the "
+                "connection fails (usually port 110)"),
+         KeyType::Number, "", kPopTls, 0, 2},
+        &R::pop_tls},
+    Key<R>{
+        {"tls_authority", kEncryption, "FILE",
+         Marked(
+             "Certificates (PEM) of the authority to trust in the place of the system's: for POP3, and for SMTP with a "
+             "token"),
+         KeyType::Path},
+        &R::tls_authority},
+    Key<R>{
+        {"pop_login", kLogin, "HOW",
+         Marked(
+             "How to log in at the POP3 server: with the password, or with a token in one of two forms. A token wants "
+             "pop_tls"),
+         KeyType::Number, "", kLogins, 0, 2},
+        &R::pop_login},
     Key<R>{{"smtp_login", kLogin, "HOW",
-            "The same at the SMTP server, where smtpauth and esmtp are on. A token wants sslsmtp", KeyType::Number, "",
-            kLogins, 0, 2},
+            Marked("The same at the SMTP server, where smtpauth and esmtp are on. A token wants sslsmtp"),
+            KeyType::Number, "", kLogins, 0, 2},
            &R::smtp_login},
-    Key<R>{{"token_command", kLogin, "COMMAND",
-            "A program with its arguments that prints an access token; without it, tokens come from `tarvex login`",
-            KeyType::Text},
-           &R::token_command},
-    Shared({{"smtpserver", kAccount, "HOST", "SMTP server; empty: each profile's popserver", KeyType::HostName},
+    Key<R>{
+        {"token_command", kLogin, "COMMAND",
+         Marked(
+             "A program with its arguments that prints an access token; without it, tokens come from `tarvex login`"),
+         KeyType::Text},
+        &R::token_command},
+    Shared({{"smtpserver", kAccount, "HOST", Marked("SMTP server; empty: each profile's popserver"), KeyType::HostName},
             &R::smtpserver}),
-    Shared(Limit("smtpport", kAccount, "PORT", "TCP port", kHighestPort, &R::smtpport, "TCP port of the SMTP server")),
-    Shared({{"sslsmtp", kAccount, "HOW", "tls: encrypted from the first byte; starttls: encrypted before the login",
-             KeyType::Number, "", kSmtpTls, 0, 2},
+    Shared(Limit("smtpport", kAccount, "PORT", Marked("TCP port"), kHighestPort, &R::smtpport,
+                 Marked("TCP port of the SMTP server"))),
+    Shared({{"sslsmtp", kAccount, "HOW",
+             Marked("tls: encrypted from the first byte; starttls: encrypted before the login"), KeyType::Number, "",
+             kSmtpTls, 0, 2},
             &R::sslsmtp}),
-    Shared(Rule("esmtp", kAccount, &R::esmtp, "off: greet with HELO, and never log in")),
-    Shared(Rule("smtpauth", kAccount, &R::smtpauth, "on: log in to the SMTP server")),
-    Shared({{"smtpauth_mode", kAccount, "METHOD", "How to log in; best: the best that the server offers",
+    Shared(Rule("esmtp", kAccount, &R::esmtp, Marked("off: greet with HELO, and never log in"))),
+    Shared(Rule("smtpauth", kAccount, &R::smtpauth, Marked("on: log in to the SMTP server"))),
+    Shared({{"smtpauth_mode", kAccount, "METHOD", Marked("How to log in; best: the best that the server offers"),
              KeyType::Number, "", kSmtpMethods, 0, 3},
             &R::smtpauth_mode}),
-    Shared({{"smtpuser", kAccount, "NAME", "SMTP user name; empty: each profile's popuser", KeyType::Login},
+    Shared({{"smtpuser", kAccount, "NAME", Marked("SMTP user name; empty: each profile's popuser"), KeyType::Login},
             &R::smtpuser}),
-    Shared({{"smtppassword", kAccount, "", "SMTP password; empty: each profile's POP3 password", KeyType::Password},
+    Shared({{"smtppassword", kAccount, "", Marked("SMTP password; empty: each profile's POP3 password"),
+             KeyType::Password},
             &R::smtppassword}),
     Key<R>{{"alert_to",
             kAlerts,
             "ADDRESSES",
-            "Addresses that are told by mail, with commas between them; none: nobody, whatever the tree says",
+            Marked("Addresses that are told by mail, with commas between them; none: nobody, whatever the tree says"),
             KeyType::Mailboxes,
             "",
             {},
             0,
             kMostReaders},
            &R::alert_to},
-    Key<R>{
-        {"alert_from",
-         kAlerts,
-         "ADDRESS",
-         "The From of these mails; empty: the address of the profile whose SMTP server is used, or with alert_server "
-         "the first of alert_to",
-         KeyType::Mailboxes,
-         "",
-         {},
-         0,
-         1},
-        &R::alert_from},
+    Key<R>{{"alert_from",
+            kAlerts,
+            "ADDRESS",
+            Marked("The From of these mails; empty: the address of the profile whose SMTP server is used, or with "
+                   "alert_server "
+                   "the first of alert_to"),
+            KeyType::Mailboxes,
+            "",
+            {},
+            0,
+            1},
+           &R::alert_from},
     OfAlertServer({{"alert_server", kAlerts, "HOST",
-                    "The SMTP server for them; empty: that of a profile they are about", KeyType::HostName},
+                    Marked("The SMTP server for them; empty: that of a profile they are about"), KeyType::HostName},
                    &R::alert_server}),
+    OfAlertServer(Limit("alert_port", kAlerts, "PORT", Marked("TCP port"), kHighestPort, &R::alert_port,
+                        Marked("TCP port of alert_server"))),
+    OfAlertServer({{"alert_tls", kAlerts, "HOW",
+                    Marked("tls: encrypted from the first byte; starttls: encrypted before the login"), KeyType::Number,
+                    "", kSmtpTls, 0, 2},
+                   &R::alert_tls}),
     OfAlertServer(
-        Limit("alert_port", kAlerts, "PORT", "TCP port", kHighestPort, &R::alert_port, "TCP port of alert_server")),
+        {{"alert_user", kAlerts, "NAME", Marked("User name at alert_server; empty: no login"), KeyType::Login},
+         &R::alert_user}),
     OfAlertServer(
-        {{"alert_tls", kAlerts, "HOW", "tls: encrypted from the first byte; starttls: encrypted before the login",
-          KeyType::Number, "", kSmtpTls, 0, 2},
-         &R::alert_tls}),
-    OfAlertServer({{"alert_user", kAlerts, "NAME", "User name at alert_server; empty: no login", KeyType::Login},
-                   &R::alert_user}),
-    OfAlertServer({{"alert_password", kAlerts, "", "Password at alert_server", KeyType::Password}, &R::alert_password}),
-    Limit("alert_after", kAlerts, "RUNS", "runs", kMost, &R::alert_after,
-          "After how many failed runs in a row they are told"),
-    Limit("alert_hours", kAlerts, "HOURS", "hours", kLongestFailing_h, &R::alert_hours,
-          "After how many hours of failing, whatever alert_after says"),
-    Key<R>{{"alert_language", kAlerts, "LANGUAGE", "In which language", KeyType::Number, "", kLanguages, 0, 1},
+        {{"alert_password", kAlerts, "", Marked("Password at alert_server"), KeyType::Password}, &R::alert_password}),
+    Limit("alert_after", kAlerts, "RUNS", Marked("runs"), kMost, &R::alert_after,
+          Marked("After how many failed runs in a row they are told")),
+    Limit("alert_hours", kAlerts, "HOURS", Marked("hours"), kLongestFailing_h, &R::alert_hours,
+          Marked("After how many hours of failing, whatever alert_after says")),
+    Key<R>{{"alert_language", kAlerts, "LANGUAGE", Marked("In which language"), KeyType::Number, "", kLanguages, 0, 1},
            &R::alert_language},
     Key<R>{{"alert_command", kAlerts, "COMMAND",
-            "A program with its arguments that is told too, with JSON on its standard input; none: no program",
+            Marked("A program with its arguments that is told too, with JSON on its standard input; none: no program"),
             KeyType::Text},
            &R::alert_command},
-    OfTheRoot(Rule("spread", kService, &R::spread, "on: spread due times over the interval")),
-    OfTheRoot(Limit("servicesize", kService, "MIB", "MiB", kLargestSize_MiB, &R::servicesize,
-                    "Messages that all runs of the service hold in memory")),
-    OfTheRoot(Limit("allruns", kService, "RUNS", "runs", kMost, &R::allruns, "Runs at once")),
-    OfTheRoot(Limit("historydays", kService, "DAYS", "days", kLongestHistory_days, &R::historydays,
-                    "How long it is remembered what became of a message")),
-    OfTheRoot(Limit("historysize", kService, "MB", "MB", kLargestHistory_MB, &R::historysize,
-                    "How large the history may be: the oldest messages go first")),
+    OfTheRoot(Rule("spread", kService, &R::spread, Marked("on: spread due times over the interval"))),
+    OfTheRoot(Limit("servicesize", kService, "MIB", Marked("MiB"), kLargestSize_MiB, &R::servicesize,
+                    Marked("Messages that all runs of the service hold in memory"))),
+    OfTheRoot(Limit("allruns", kService, "RUNS", Marked("runs"), kMost, &R::allruns, Marked("Runs at once"))),
+    OfTheRoot(Limit("historydays", kService, "DAYS", Marked("days"), kLongestHistory_days, &R::historydays,
+                    Marked("How long it is remembered what became of a message"))),
+    OfTheRoot(Limit("historysize", kService, Marked("MB"), Marked("MB"), kLargestHistory_MB, &R::historysize,
+                    Marked("How large the history may be: the oldest messages go first"))),
 };
 
 CommandError BadFile(const CString& path, const std::string& why) {

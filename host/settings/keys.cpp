@@ -10,6 +10,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/mailbox_value.h"
 #include "host/settings/value_words.h"
@@ -63,119 +64,125 @@ constexpr Key<Record> Flag(const char* name, const char* group, int Record::*fie
 
 using A = CAppSetting;
 constexpr std::array kAppKeys = {
-    Needed(Text("rootpath", "Settings", "DIR", KeyType::Path, &A::rootpath, "Root directory of the data tree")),
-    Flag("allowcreatenewuser", "Settings", &A::allowcreatenewuser, "Whether `tarvex user add` may add users"),
+    Needed(Text("rootpath", Marked("Settings"), "DIR", KeyType::Path, &A::rootpath,
+                Marked("Root directory of the data tree"))),
+    Flag("allowcreatenewuser", Marked("Settings"), &A::allowcreatenewuser,
+         Marked("Whether `tarvex user add` may add users")),
 };
 
 // ---- userset.def
 
 using U = CUserSetting;
 constexpr std::array kUserKeys = {
-    Needed(Text("loginname", "User", "NAME", KeyType::Login, &U::loginname, "Login name")),
-    Text("password", "User", "", KeyType::Password, &U::password,
-         "Password of the user, for programs that let users log in"),
-    Flag("administrator", "User", &U::administrator, "Administrator rights, for such programs"),
-    Flag("status", "User", &U::status, "off: no profile of the user is run, where the tree has rules"),
-    Number("version", "User", "NUMBER", "", INT_MIN, INT_MAX, {}, &U::version, "Stored only"),
+    Needed(Text("loginname", Marked("User"), "NAME", KeyType::Login, &U::loginname, Marked("Login name"))),
+    Text("password", Marked("User"), "", KeyType::Password, &U::password,
+         Marked("Password of the user, for programs that let users log in")),
+    Flag("administrator", Marked("User"), &U::administrator, Marked("Administrator rights, for such programs")),
+    Flag("status", Marked("User"), &U::status, Marked("off: no profile of the user is run, where the tree has rules")),
+    Number("version", Marked("User"), "NUMBER", "", INT_MIN, INT_MAX, {}, &U::version, Marked("Stored only")),
 };
 
 // ---- popprofile.def
 
 using P = CPopProfileSetting;
-constexpr const char* kGeneral = "Profile";
-constexpr const char* kFetching = "Fetching (POP3)";
-constexpr const char* kSending = "Sending (SMTP)";
-constexpr const char* kLog = "Log";
+constexpr const char* kGeneral = Marked("Profile");
+constexpr const char* kFetching = Marked("Fetching (POP3)");
+constexpr const char* kSending = Marked("Sending (SMTP)");
+constexpr const char* kLog = Marked("Log");
 constexpr std::array kProfileKeys = {
     Text("address", kGeneral, "ADDRESS", KeyType::Mailbox, &P::address,
-         "The mailbox's own address: envelope sender of forwarded mail, and the From that replacefrom writes"),
-    Text("nickname", kGeneral, "NAME", KeyType::Text, &P::nickname, "A name of your choice for the profile"),
-    Flag("status", kGeneral, &P::status, "off: never run the profile"),
-    Number("timer", kGeneral, "MINUTES", "minutes", 0, kLongestTimer_minutes, kEveryCall, &P::timer,
-           "Minutes between two runs; always: every time tarvex checks what is due. From 1440 minutes on the real wait "
-           "is longer (1440 wait 48 hours); setting the key shows it"),
-    Number("timeout", kGeneral, "SECONDS", "seconds", 1, kLongestTimeout_s, {}, &P::timeout,
-           "How long a server may take for each step"),
-    Needed(Text("popserver", kFetching, "HOST", KeyType::HostName, &P::popserver, "POP3 server")),
-    Number("popport", kFetching, "PORT", "TCP port", 1, kHighestPort, {}, &P::popport, "TCP port of the POP3 server"),
-    Needed(Text("popuser", kFetching, "NAME", KeyType::Login, &P::popuser, "POP3 user name")),
-    Text("poppassword", kFetching, "", KeyType::Password, &P::poppassword, "POP3 password"),
-    Flag("apop", kFetching, &P::apop, "on: log in with APOP when the server offers it"),
+         Marked("The mailbox's own address: envelope sender of forwarded mail, and the From that replacefrom writes")),
+    Text("nickname", kGeneral, "NAME", KeyType::Text, &P::nickname, Marked("A name of your choice for the profile")),
+    Flag("status", kGeneral, &P::status, Marked("off: never run the profile")),
+    Number("timer", kGeneral, "MINUTES", Marked("minutes"), 0, kLongestTimer_minutes, kEveryCall, &P::timer,
+           Marked("Minutes between two runs; always: every time tarvex checks what is due. From 1440 minutes on the "
+                  "real wait "
+                  "is longer (1440 wait 48 hours); setting the key shows it")),
+    Number("timeout", kGeneral, "SECONDS", Marked("seconds"), 1, kLongestTimeout_s, {}, &P::timeout,
+           Marked("How long a server may take for each step")),
+    Needed(Text("popserver", kFetching, "HOST", KeyType::HostName, &P::popserver, Marked("POP3 server"))),
+    Number("popport", kFetching, "PORT", Marked("TCP port"), 1, kHighestPort, {}, &P::popport,
+           Marked("TCP port of the POP3 server")),
+    Needed(Text("popuser", kFetching, "NAME", KeyType::Login, &P::popuser, Marked("POP3 user name"))),
+    Text("poppassword", kFetching, "", KeyType::Password, &P::poppassword, Marked("POP3 password")),
+    Flag("apop", kFetching, &P::apop, Marked("on: log in with APOP when the server offers it")),
     Flag("sslpop", kFetching, &P::sslpop,
-         "Stored only, without effect. For TLS: `tarvex rules set PROFILE --pop_tls tls`"),
+         Marked("Stored only, without effect. For TLS: `tarvex rules set PROFILE --pop_tls tls`")),
     Flag("deletemail", kFetching, &P::deletemail,
-         "on: delete a mail on the POP3 server in a run after every address has it"),
+         Marked("on: delete a mail on the POP3 server in a run after every address has it")),
     Text("smtpserver", kSending, "HOST", KeyType::HostName, &P::smtpserver,
-         "SMTP server; empty: that of the user or of the tree (`tarvex rules`), else popserver"),
-    Number("smtpport", kSending, "PORT", "TCP port", 1, kHighestPort, {}, &P::smtpport, "TCP port of the SMTP server"),
+         Marked("SMTP server; empty: that of the user or of the tree (`tarvex rules`), else popserver")),
+    Number("smtpport", kSending, "PORT", Marked("TCP port"), 1, kHighestPort, {}, &P::smtpport,
+           Marked("TCP port of the SMTP server")),
     Number("sslsmtp", kSending, "HOW", "", 0, 2, kSmtpTls, &P::sslsmtp,
-           "tls: encrypted from the first byte (usually port 465); starttls: encrypted before the login, or the "
-           "connection fails (usually port 587)"),
-    Flag("esmtp", kSending, &P::esmtp, "off: greet with HELO, and never log in"),
-    Flag("smtpauth", kSending, &P::smtpauth, "on: log in to the SMTP server"),
+           Marked("tls: encrypted from the first byte (usually port 465); starttls: encrypted before the login, or the "
+                  "connection fails (usually port 587)")),
+    Flag("esmtp", kSending, &P::esmtp, Marked("off: greet with HELO, and never log in")),
+    Flag("smtpauth", kSending, &P::smtpauth, Marked("on: log in to the SMTP server")),
     Number("smtpauth_mode", kSending, "METHOD", "", 0, 3, kSmtpMethods, &P::smtpauth_mode,
-           "How to log in; best: the best that the server offers"),
-    Text("smtpuser", kSending, "NAME", KeyType::Login, &P::smtpuser, "SMTP user name; empty: popuser"),
-    Text("smtppassword", kSending, "", KeyType::Password, &P::smtppassword, "SMTP password; empty: the POP3 password"),
-    Flag("replacefrom", kSending, &P::replacefrom, "on: replace the From of every mail by the profile's address"),
-    Flag("replaceto", kSending, &P::replaceto, "on: replace the To of every copy by its forwarding address"),
-    Flag("logmode", kLog, &P::logmode, "off: write no log"),
-    Number("logsize", kLog, "ENTRIES", "entries", 0, INT_MAX, kAll, &P::logsize,
-           "How many of the newest log entries are kept"),
+           Marked("How to log in; best: the best that the server offers")),
+    Text("smtpuser", kSending, "NAME", KeyType::Login, &P::smtpuser, Marked("SMTP user name; empty: popuser")),
+    Text("smtppassword", kSending, "", KeyType::Password, &P::smtppassword,
+         Marked("SMTP password; empty: the POP3 password")),
+    Flag("replacefrom", kSending, &P::replacefrom,
+         Marked("on: replace the From of every mail by the profile's address")),
+    Flag("replaceto", kSending, &P::replaceto, Marked("on: replace the To of every copy by its forwarding address")),
+    Flag("logmode", kLog, &P::logmode, Marked("off: write no log")),
+    Number("logsize", kLog, "ENTRIES", Marked("entries"), 0, INT_MAX, kAll, &P::logsize,
+           Marked("How many of the newest log entries are kept")),
     Key<P>{{"lasttime", kLog, "WHEN",
-            "When the profile was last due, \"YYYY-MM-DD HH:MM\"; now, or never, which makes it due at once",
+            Marked("When the profile was last due, \"YYYY-MM-DD HH:MM\"; now, or never, which makes it due at once"),
             KeyType::Moment},
            &P::lasttime},
-    Number("version", kLog, "NUMBER", "", INT_MIN, INT_MAX, {}, &P::version, "Stored only; the next run sets it to 0"),
+    Number("version", kLog, "NUMBER", "", INT_MIN, INT_MAX, {}, &P::version,
+           Marked("Stored only; the next run sets it to 0")),
 };
 
 // ---- forwardaddress.def
 
 using F = CForwardAddressSetting;
-constexpr const char* kAddress = "Forwarding address";
-constexpr const char* kTextMail = "Text mail";
+constexpr const char* kAddress = Marked("Forwarding address");
+constexpr const char* kTextMail = Marked("Text mail");
 constexpr std::array kForwardKeys = {
     Text("address", kAddress, "ADDRESS", KeyType::Recipient, &F::address,
-         "Where to send; a display name and a comment are allowed"),
-    Text("nickname", kAddress, "NAME", KeyType::Text, &F::nickname, "A name of your choice for the address"),
-    Flag("status", kAddress, &F::status, "off: send nothing there"),
-    Number("textonly", kTextMail, "BYTES", "bytes", INT_MIN, INT_MAX, kTextOnly, &F::textonly,
-           "whole: the whole mail. A number: a text mail of at most that many bytes of Shift-JIS instead; unlimited: a "
-           "text mail without limit. Any number below 0 means whole"),
+         Marked("Where to send; a display name and a comment are allowed")),
+    Text("nickname", kAddress, "NAME", KeyType::Text, &F::nickname, Marked("A name of your choice for the address")),
+    Flag("status", kAddress, &F::status, Marked("off: send nothing there")),
+    Number("textonly", kTextMail, "BYTES", Marked("bytes"), INT_MIN, INT_MAX, kTextOnly, &F::textonly,
+           Marked("whole: the whole mail. A number: a text mail of at most that many bytes of Shift-JIS instead; "
+                  "unlimited: a "
+                  "text mail without limit. Any number below 0 means whole")),
     Number("cutwhite", kTextMail, "HOW", "", INT_MIN, INT_MAX, kCutWhite, &F::cutwhite,
-           "Text mail: keep, compress or cut white space and the characters of compress_words"),
-    Flag("htmltotext", kTextMail, &F::htmltotext, "Text mail: on: turn an HTML mail into text"),
+           Marked("Text mail: keep, compress or cut white space and the characters of compress_words")),
+    Flag("htmltotext", kTextMail, &F::htmltotext, Marked("Text mail: on: turn an HTML mail into text")),
     Text("compress_words", kTextMail, "CHARACTERS", KeyType::Text, &F::compress_words,
-         "Text mail: more characters for cutwhite, with single blanks between them"),
+         Marked("Text mail: more characters for cutwhite, with single blanks between them")),
 };
 
 // ---- values
 
 void RequireHostName(const KeyInfo& key, std::string_view host) {
-    const std::string start = std::string(key.name) + ' ' + Quoted(host) + " is not a host name: ";
+    const auto refuse = [&](const std::string& why) {
+        throw CommandError(kBadUsage, Tr("{0} {1} is not a host name: {2}", key.name, Quoted(host), why));
+    };
     if (!IsPlainAscii(host)) {
-        throw CommandError(kBadUsage,
-                           start +
-                               "it has blanks or letters beyond ASCII (a name in another script has an ASCII "
-                               "form that begins with xn--)");
+        refuse(
+            Tr("it has blanks or letters beyond ASCII (a name in another script has an ASCII form that begins with "
+               "xn--)"));
     }
-    if (std::ranges::count(host, ':') == 1) {
-        throw CommandError(kBadUsage, start + "leave the port out, and set popport or smtpport");
-    }
-    if (host.find_first_of("/[]@<>,;\\\"") != std::string_view::npos) {
-        throw CommandError(kBadUsage, start + "write it like mail.example.org");
-    }
+    if (std::ranges::count(host, ':') == 1) refuse(Tr("leave the port out, and set popport or smtpport"));
+    if (host.find_first_of("/[]@<>,;\\\"") != std::string_view::npos) refuse(Tr("write it like mail.example.org"));
 }
 
 CString PathValue(const KeyInfo& key, std::string_view word) {
     if (word.empty() && !key.is_needed) return {};
     if (word.find_first_of("\r\n") != std::string_view::npos) {
-        throw CommandError(kBadUsage, std::string(key.name) + ": a path has one line");
+        throw CommandError(kBadUsage, Tr("{0}: a path has one line", key.name));
     }
     CString path = TreePath(word);
     if (!NativePath(path).is_absolute()) {
-        throw CommandError(kBadUsage, std::string(key.name) + " \"" + ShowPath(path) +
-                                          "\" is not a whole path; write it like " + ShowPath(UsualRootDirectory()));
+        throw CommandError(kBadUsage, Tr("{0} {1} is not a whole path; write it like {2}", key.name,
+                                         Quoted(ShowPath(path)), ShowPath(UsualRootDirectory())));
     }
     return path;
 }
@@ -183,11 +190,11 @@ CString PathValue(const KeyInfo& key, std::string_view word) {
 CString TextValue(const KeyInfo& key, std::string_view word) {
     if (key.type == KeyType::Password) {
         if (word.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-            throw CommandError(kBadData, std::string(key.name) + ": a password has one line, without zero bytes");
+            throw CommandError(kBadData, Tr("{0}: a password has one line, without zero bytes", key.name));
         }
         return CString(word);
     }
-    if (key.is_needed && word.empty()) throw CommandError(kBadUsage, std::string(key.name) + " cannot be empty");
+    if (key.is_needed && word.empty()) throw CommandError(kBadUsage, Tr("{0} cannot be empty", key.name));
     if (key.type == KeyType::Path) return PathValue(key, word);
     if (key.type == KeyType::HostName) RequireHostName(key, word);
     if (key.type == KeyType::Mailbox) RequireAddress(key, word, word);
@@ -209,13 +216,28 @@ std::vector<std::string> WordsOf(const KeyInfo& key) {
     return words;
 }
 
+bool IsOpen(const KeyInfo& key) { return key.lowest == INT_MIN || key.highest == INT_MAX; }
+
+// "always, or 0 to 600": the words of a number and, where they are not all of its values, a range.
+std::string WordsAndRange(const KeyInfo& key, const std::string& range) {
+    std::string words;
+    for (std::size_t i = 0; i < key.words.size(); ++i) {
+        if (i > 0) words += i + 1 == key.words.size() ? Tr(" or ") : Tr(", ");
+        words += key.words[i].word;
+    }
+    if (WordsAreAll(key)) return words;
+    return words.empty() ? range : Tr("{0}, or {1}", words, range);
+}
+
+std::string RangeOf(const KeyInfo& key) {
+    if (!IsOpen(key)) return Tr("{0} to {1}", key.lowest, key.highest);
+    return key.lowest == 0 ? Tr("a number from {0}", 0) : Tr("a number");
+}
+
 // "always, or a number from 0 to 527040 (minutes)"
 std::string AllowedNumbers(const KeyInfo& key) {
-    std::string allowed = AllowedValues(key);
-    const bool is_open = key.lowest == INT_MIN || key.highest == INT_MAX;
-    const std::string range = std::to_string(key.lowest) + " to " + std::to_string(key.highest);
-    if (!WordsAreAll(key) && !is_open) allowed.insert(allowed.rfind(range), "a number from ");
-    return allowed + (*key.unit ? " (" + std::string(key.unit) + ')' : "");
+    const std::string range = IsOpen(key) ? RangeOf(key) : Tr("a number from {0} to {1}", key.lowest, key.highest);
+    return WordsAndRange(key, *key.unit ? range + " (" + Tr(key.unit) + ')' : range);
 }
 
 int NumberValue(const KeyInfo& key, std::string_view word) {
@@ -226,8 +248,9 @@ int NumberValue(const KeyInfo& key, std::string_view word) {
     const char* const end = word.data() + word.size();
     const auto [rest, error] = std::from_chars(word.data(), end, value);
     if (error != std::errc() || rest != end || word.empty() || value < key.lowest || value > key.highest) {
-        throw CommandError(kBadUsage, std::string(key.name) + " must be " + AllowedNumbers(key) + ", not " +
-                                          Quoted(word) + DidYouMean(word, WordsOf(key)));
+        throw CommandError(kBadUsage,
+                           Tr("{0} must be {1}", key.name, Tr("{0}, not {1}", AllowedNumbers(key), Quoted(word))) +
+                               DidYouMean(word, WordsOf(key)));
     }
     return value;
 }
@@ -265,7 +288,7 @@ const Key<Record>& KeyNamed(std::string_view name) {
     if (found != keys.end()) return *found;
     std::vector<std::string> names;
     for (const Key<Record>& key : keys) names.emplace_back(key.name);
-    throw CommandError(kBadUsage, "there is no key " + Quoted(name) + DidYouMean(name, names));
+    throw CommandError(kBadUsage, Tr("there is no key {0}", Quoted(name)) + DidYouMean(name, names));
 }
 
 bool WordsAreAll(const KeyInfo& key) {
@@ -278,32 +301,24 @@ std::string AllowedValues(const KeyInfo& key) {
     switch (key.type) {
         case KeyType::Text:
         case KeyType::Login:
-            return "text";
+            return Tr("text");
         case KeyType::Path:
-            return "a whole path";
+            return Tr("a whole path");
         case KeyType::HostName:
-            return "a host name or address";
+            return Tr("a host name or address");
         case KeyType::Mailbox:
         case KeyType::Recipient:
-            return "a mail address";
+            return Tr("a mail address");
         case KeyType::Mailboxes:
-            return key.highest > 1 ? "mail addresses" : "a mail address";
+            return key.highest > 1 ? Tr("mail addresses") : Tr("a mail address");
         case KeyType::Password:
-            return "a password";
+            return Tr("a password");
         case KeyType::Moment:
-            return "now, never or a time like 2026-12-24 18:00";
+            return Tr("now, never or a time like 2026-12-24 18:00");
         case KeyType::Number:
             break;
     }
-    std::string words;
-    for (std::size_t i = 0; i < key.words.size(); ++i) {
-        if (i > 0) words += i + 1 == key.words.size() ? " or " : ", ";
-        words += key.words[i].word;
-    }
-    if (WordsAreAll(key)) return words;
-    std::string range = std::to_string(key.lowest) + " to " + std::to_string(key.highest);
-    if (key.lowest == INT_MIN || key.highest == INT_MAX) range = key.lowest == 0 ? "a number from 0" : "a number";
-    return words.empty() ? range : words + ", or " + range;
+    return WordsAndRange(key, RangeOf(key));
 }
 
 template <class Record>
@@ -354,7 +369,7 @@ CTime ParseMoment(std::string_view text) {
     if (count != 5 || word.rfind(':') + 3 != word.size() || used != static_cast<int>(word.size()) ||
         ShowMoment(moment) != normal.data()) {
         throw CommandError(kBadUsage,
-                           Quoted(text) + " is not a moment; write now, never or a time like 2026-12-24 18:00");
+                           Tr("{0} is not a moment; write now, never or a time like 2026-12-24 18:00", Quoted(text)));
     }
     return moment;
 }

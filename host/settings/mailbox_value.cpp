@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/typed_word.h"
@@ -56,16 +57,18 @@ void RequireNoBlankWithin(const KeyInfo& key, std::string_view given) {
     const std::string address = RecipientOf(marked);
     const std::size_t start = address.find_first_not_of(kMark);
     if (start == std::string::npos || address.find(kMark, start) > address.find_last_not_of(kMark)) return;
-    throw CommandError(kBadUsage, std::string(key.name) + ' ' + Quoted(given) +
-                                      " has a blank within the address, so mail would go to " +
-                                      Quoted(RecipientOf(given)) + "; write one address, like Taro <taro@example.org>");
+    throw CommandError(kBadUsage, Tr("{0} {1} has a blank within the address, so mail would go to {2}; write one "
+                                     "address, like Taro <taro@example.org>",
+                                     key.name, Quoted(given), Quoted(RecipientOf(given))));
 }
 
 void RequireAddress(const KeyInfo& key, std::string_view given, std::string_view plain) {
     if (IsMailAddress(plain)) return;
-    throw CommandError(kBadUsage, std::string(key.name) + ' ' + Quoted(given) +
-                                      " is not a mail address; write it like me@example.org" +
-                                      (key.type == KeyType::Recipient ? " or Taro <taro@example.org>" : ""));
+    throw CommandError(
+        kBadUsage, key.type == KeyType::Recipient
+                       ? Tr("{0} {1} is not a mail address; write it like me@example.org or Taro <taro@example.org>",
+                            key.name, Quoted(given))
+                       : Tr("{0} {1} is not a mail address; write it like me@example.org", key.name, Quoted(given)));
 }
 
 void RequireMailboxes(const KeyInfo& key, std::string_view given) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "host/language/tr.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -38,8 +39,8 @@ std::string Listed(const std::vector<std::string>& words) {
     const std::size_t count = std::min(words.size(), kMostCandidates);
     std::string list;
     for (std::size_t i = 0; i < count; ++i)
-        list += (i == 0 ? "" : i + 1 == words.size() ? " or " : ", ") + Quoted(words[i]);
-    return count < words.size() ? list + ", ..." : list;
+        list += (i == 0 ? "" : i + 1 == words.size() ? Tr(" or ") : Tr(", ")) + Quoted(words[i]);
+    return count < words.size() ? list + Tr(", ") + "..." : list;
 }
 
 std::vector<std::string> Nearest(std::string_view typed, const std::vector<std::string>& words) {
@@ -65,9 +66,11 @@ std::vector<std::string> Nearest(std::string_view typed, const std::vector<std::
     return nearest;
 }
 
+std::string MeantOneOf(const std::vector<std::string>& words) { return Tr("; did you mean {0}?", Listed(words)); }
+
 std::string DidYouMean(std::string_view typed, const std::vector<std::string>& words) {
     const std::vector<std::string> nearest = Nearest(typed, words);
-    return nearest.empty() ? "" : "; did you mean " + Listed(nearest) + '?';
+    return nearest.empty() ? "" : MeantOneOf(nearest);
 }
 
 }  // namespace tarvex::host

@@ -19,7 +19,10 @@ std::string Listed(const std::vector<std::string>& words);
 // out, added, exchanged or swapped; five at most.
 std::vector<std::string> Nearest(std::string_view typed, const std::vector<std::string>& words);
 
-// The end of a sentence: "; did you mean "set"?"; nothing when no word is near.
+// The end of a sentence: "; did you mean "set"?".
+std::string MeantOneOf(const std::vector<std::string>& words);
+
+// The same of the nearest words; nothing when none is near.
 std::string DidYouMean(std::string_view typed, const std::vector<std::string>& words);
 
 }  // namespace tarvex::host

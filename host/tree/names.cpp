@@ -7,6 +7,7 @@
 #include <iterator>
 #include <span>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/typed_word.h"
@@ -125,8 +126,7 @@ std::string Lines(const std::vector<Candidate>& candidates, const std::vector<st
         if (!candidate.remark.empty()) text += "  (" + candidate.remark + ")";
     }
     if (chosen.size() > kMostCandidates) {
-        text += "\n  and " + std::to_string(chosen.size() - kMostCandidates) + " more; `tarvex " + command +
-                " list` lists them";
+        text += "\n  " + Tr("and {0} more; `tarvex {1} list` lists them", chosen.size() - kMostCandidates, command);
     }
     return text;
 }
@@ -150,19 +150,19 @@ std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view gi
     const std::vector<std::size_t> found = Matching(candidates, name);
     if (found.size() == 1) return found.front();
     if (found.size() > 1) {
-        throw CommandError(kBadUsage, quoted + " is the name of more than one " + kind +
-                                          "; write the path of one:" + Lines(candidates, found, command));
+        throw CommandError(kBadUsage, Tr("{0} is the name of more than one {1}; write the path of one:", quoted, kind) +
+                                          Lines(candidates, found, command));
     }
     if (candidates.empty()) {
         throw CommandError(kNotFound,
-                           "no " + kind + " " + quoted + " (there is none yet); `tarvex " + command + " add` adds one");
+                           Tr("no {0} {1} (there is none yet); `tarvex {2} add` adds one", kind, quoted, command));
     }
     if (const std::string meant = DidYouMean(name, NamesOf(candidates)); !meant.empty())
-        throw CommandError(kNotFound, "there is no " + kind + " " + quoted + meant);
+        throw CommandError(kNotFound, Tr("there is no {0} {1}", kind, quoted) + meant);
     std::vector<std::size_t> all(candidates.size());
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
     throw CommandError(kNotFound,
-                       "there is no " + kind + " " + quoted + "; there are:" + Lines(candidates, all, command));
+                       Tr("there is no {0} {1}; there are:", kind, quoted) + Lines(candidates, all, command));
 }
 
 std::string Remark(const std::string& nickname, const std::string& address) {
@@ -228,12 +228,12 @@ std::vector<NamedForward> AllForwards(const CRootPath& root) {
 
 CUser& FindUser(const CRootPath& root, std::string_view name) {
     const std::vector<CUser*> users = AllUsers(root);
-    return *users[Choose(CandidatesOf(root, users), name, "user", "user")];
+    return *users[Choose(CandidatesOf(root, users), name, Tr("user"), "user")];
 }
 
 NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
     const std::vector<NamedProfile> profiles = AllProfiles(root);
-    return profiles[Choose(CandidatesOf(root, profiles), name, "profile", "profile")];
+    return profiles[Choose(CandidatesOf(root, profiles), name, Tr("profile"), "profile")];
 }
 
 CString FindUserOrProfile(const CRootPath& root, std::string_view name) {
@@ -241,7 +241,7 @@ CString FindUserOrProfile(const CRootPath& root, std::string_view name) {
     const std::vector<NamedProfile> profiles = AllProfiles(root);
     std::vector<Candidate> candidates = CandidatesOf(root, users);
     std::ranges::move(CandidatesOf(root, profiles), std::back_inserter(candidates));
-    const std::size_t chosen = Choose(candidates, name, "user or profile", "profile");
+    const std::size_t chosen = Choose(candidates, name, Tr("user or profile"), "profile");
     return chosen < users.size() ? users[chosen]->path : profiles[chosen - users.size()].profile->path;
 }
 
@@ -254,7 +254,7 @@ NamedForward FindForward(const CRootPath& root, std::string_view name) {
                               ShownName(root, forward->path),
                               Remark(ShowText(forward->setting.nickname), ShowText(forward->setting.address))});
     }
-    return forwards[Choose(candidates, name, "forwarding address", "forward")];
+    return forwards[Choose(candidates, name, Tr("forwarding address"), "forward")];
 }
 
 std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names) {

@@ -21,9 +21,7 @@ bool Is(const CLI::ParseError& error) {
     return typeid(error) == typeid(Error);
 }
 
-std::vector<const CLI::App*> CommandsOf(const CLI::App& app) {
-    return app.get_subcommands({});
-}
+std::vector<const CLI::App*> CommandsOf(const CLI::App& app) { return app.get_subcommands({}); }
 
 std::vector<std::string> NamesOfCommands(const CLI::App& app) {
     std::vector<std::string> names;
@@ -76,11 +74,11 @@ std::string ShortestForm(const Chosen& chosen) {
     for (const CLI::Option* const option : chosen.command->get_options()) {
         if (option->get_required()) (option->get_positional() ? arguments : options) += ' ' + Written(*option);
     }
-    return '`' + chosen.path + arguments + options + '`';
+    return chosen.path + arguments + options;
 }
 
 std::string UnknownOption(const Chosen& chosen, const std::string& name) {
-    return chosen.path + " has no option " + Quoted(name) + DidYouMean(name, NamesOfOptions(chosen.command));
+    return Tr("{0} has no option {1}", chosen.path, Quoted(name)) + DidYouMean(name, NamesOfOptions(chosen.command));
 }
 
 // "profile set", "user set": where the word stands one level further down.
@@ -94,20 +92,20 @@ std::vector<std::string> CommandsBelow(const CLI::App& app, const std::string& w
 
 std::string UnknownCommand(const Chosen& chosen, const std::string& word) {
     const std::vector<std::string> commands = NamesOfCommands(*chosen.command);
-    if (IsOneOf(word, commands)) return Quoted(word) + " stands too early; write `" + chosen.path + ' ' + word + '`';
-    const std::string what = chosen.path + " has no command " + Quoted(word);
+    if (IsOneOf(word, commands)) return Tr("{0} stands too early; write `{1} {2}`", Quoted(word), chosen.path, word);
+    const std::string what = Tr("{0} has no command {1}", chosen.path, Quoted(word));
     if (word == "help") return what;
     const std::vector<std::string> below = CommandsBelow(*chosen.command, word);
-    if (!below.empty()) return what + "; did you mean " + Listed(below) + '?';
+    if (!below.empty()) return what + MeantOneOf(below);
     const std::string meant = DidYouMean(word, commands);
-    return what + (meant.empty() ? "; there are " + Listed(commands) : meant);
+    return what + (meant.empty() ? Tr("; there are {0}", Listed(commands)) : meant);
 }
 
 // `tarvex profile set office timer 10`: an option without its hyphens.
 std::string OneWordTooMany(const Chosen& chosen, const std::string& word) {
     const std::vector<std::string> options = NamesOfOptions(chosen.command);
-    const std::string meant = IsOneOf("--" + word, options) ? "; did you mean \"--" + word + "\"?" : "";
-    return chosen.path + " takes no more words, so not " + Quoted(word) + meant;
+    const std::string meant = IsOneOf("--" + word, options) ? MeantOneOf({"--" + word}) : "";
+    return Tr("{0} takes no more words, so not {1}", chosen.path, Quoted(word)) + meant;
 }
 
 // What the command line has that its command does not know; nothing when it has no such word.
@@ -126,28 +124,28 @@ std::string WhatIsUnknown(const CLI::App& app, const Chosen& chosen) {
 
 std::string WhatIsMissing(const Chosen& chosen) {
     if (const auto commands = NamesOfCommands(*chosen.command); !commands.empty())
-        return chosen.path + " wants a command: " + Listed(commands);
+        return Tr("{0} wants a command: {1}", chosen.path, Listed(commands));
     for (const CLI::Option* const option : chosen.command->get_options()) {
         if (option->get_required() && option->count() == 0)
-            return chosen.path + " wants " + Written(*option) + "; write " + ShortestForm(chosen);
+            return Tr("{0} wants {1}; write `{2}`", chosen.path, Written(*option), ShortestForm(chosen));
     }
-    return chosen.path + " wants more";
+    return Tr("{0} wants more", chosen.path);
 }
 
 // The library names the option at the start of its sentence.
 std::string WrongCount(const Chosen& chosen, const std::string& said) {
     const std::string name = said.substr(0, said.find(": "));
     const CLI::Option* const option = OptionNamed(chosen.command, name);
-    if (!option || option->count() == 0) return name + " wants a value" + (option ? "; write " + Written(*option) : "");
-    return name + " is given more than once";
+    if (option && option->count() > 0) return Tr("{0} is given more than once", name);
+    return Tr("{0} wants a value; write {1}", name, option ? Written(*option) : name + " ...");
 }
 
 std::string ExcludeEachOther(const std::string& said) {
     constexpr std::string_view kBetween = " excludes ";
     const std::size_t between = said.find(kBetween);
     if (between == std::string::npos) return said;
-    return said.substr(0, between) + " and " + said.substr(between + kBetween.size()) +
-           " exclude each other; give one of them";
+    return Tr("{0} and {1} exclude each other; give one of them", said.substr(0, between),
+              said.substr(between + kBetween.size()));
 }
 
 // Whether somebody typed a password: then the words are not repeated.
@@ -166,9 +164,9 @@ std::string ValueOfAFlag(const Chosen& chosen, const std::vector<std::string>& w
         const std::size_t end = word.find('=');
         const CLI::Option* const option = OptionNamed(chosen.command, word.substr(0, end));
         if (end != std::string::npos && option && option->get_items_expected_max() == 0)
-            return word.substr(0, end) + " takes no value; leave " + Quoted(word.substr(end)) + " out";
+            return Tr("{0} takes no value; leave {1} out", word.substr(0, end), Quoted(word.substr(end)));
     }
-    return "an option that takes no value was given one";
+    return Tr("an option that takes no value was given one");
 }
 
 std::string WhatIsWrong(const CLI::App& app, const Chosen& chosen, const std::vector<std::string>& words,
@@ -181,7 +179,8 @@ std::string WhatIsWrong(const CLI::App& app, const Chosen& chosen, const std::ve
     // Only flags are left to convert: other values are checked before.
     if (Is<CLI::ConversionError>(error)) return ValueOfAFlag(chosen, words);
     const std::size_t end = said.find(": ");  // of the option's name, before what its validator says
-    return end == std::string::npos ? said : said.substr(0, end) + ' ' + said.substr(end + 2);
+    if (end == std::string::npos) return said;
+    return Tr("{0} must be {1}", said.substr(0, end), said.substr(end + 2));
 }
 
 template <class Number>
@@ -198,8 +197,9 @@ CLI::Validator NumberBetween(Number lowest, Number highest, const std::string& u
         const auto [rest, error] = std::from_chars(word.data(), end, number);
         if (error == std::errc() && rest == end && number >= lowest && number <= highest) return "";
         const bool is_open = highest == std::numeric_limits<Number>::max();
-        return "must be a number from " + Digits(lowest) + (is_open ? "" : " to " + Digits(highest)) +
-               (unit.empty() ? "" : " (" + unit + ')') + ", not " + Quoted(word);
+        const std::string range = is_open ? Tr("a number from {0}", Digits(lowest))
+                                          : Tr("a number from {0} to {1}", Digits(lowest), Digits(highest));
+        return Tr("{0}, not {1}", unit.empty() ? range : range + " (" + unit + ')', Quoted(word));
     };
     return {trouble, ""};
 }
@@ -221,7 +221,7 @@ std::string UsageTrouble(const CLI::App& app, const std::vector<std::string>& wo
     }
     const Chosen chosen = ChosenIn(app);
     const std::string what = WhatIsWrong(app, chosen, words, error);
-    return what + (what.ends_with('?') ? " See `" : "; see `") + chosen.path + " --help`";
+    return what + (what.ends_with('?') ? Tr(" See `{0} --help`", chosen.path) : Tr("; see `{0} --help`", chosen.path));
 }
 
 CLI::Validator WholeNumber(std::int64_t lowest, std::int64_t highest, const std::string& unit) {

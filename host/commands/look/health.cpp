@@ -16,6 +16,7 @@
 #include "host/commands/commands.h"
 #include "host/commands/look/asked_state.h"
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"
 #include "host/tree/tree_root.h"
@@ -146,7 +147,7 @@ void AddHealthCommand(CLI::App& app, Context& context) {
         ->add_option("--max-age", options->max_age_minutes,
                      "How long ago the last good run may be; without it three intervals and ten minutes")
         ->type_name("MINUTES")
-        ->check(WholeNumber(1, 1'000'000, "minutes"));
+        ->check(WholeNumber(1, 1'000'000, Tr("minutes")));
     health->callback(
         [&context, options] { context.command = [&context, options] { return ShowHealth(context, *options); }; });
 }

@@ -23,7 +23,7 @@ void AddServeCommand(CLI::App& app, Context& context) {
         ->add_option("--every", *every,
                      "Seconds between two checks of what is due (default 10); a profile is never run more often than "
                      "its timer says")
-        ->check(Fraction(kShortest, kLongest, "seconds"))
+        ->check(Fraction(kShortest, kLongest, Tr("seconds")))
         ->type_name("SECONDS");
     serve->footer("Commands that change the tree work while the service runs: they are carried out by it.");
     serve->callback([&context, every] {
