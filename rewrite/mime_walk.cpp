@@ -44,18 +44,32 @@ std::optional<std::string_view> BoundaryOf(std::string_view content_type, std::s
 
 // ---- a text part
 
+bool HasBareLineFeed(std::string_view text) {
+    for (std::size_t at = text.find('\n'); at != kNone; at = text.find('\n', at + 1)) {
+        if (at == 0 || text[at - 1] != '\r') return true;
+    }
+    return false;
+}
+
 // Of text: line ends are CR LF as everywhere, whatever the encoder had.
 void DecodeBase64Text(const CString* source, CString* target) {
-    CString decoded(Base64Lines(*source));
-    Base64Decode(&decoded, &decoded);
-    target->clear();
-    for (std::string_view rest = decoded;;) {
+    const std::string_view lines = Base64Lines(*source);
+    if (lines.size() == source->size()) {
+        Base64Decode(source, target);
+    } else {
+        const CString encoded(lines);
+        Base64Decode(&encoded, target);
+    }
+    if (!HasBareLineFeed(*target)) return;
+    CString text;
+    for (std::string_view rest = *target;;) {
         const std::size_t end = rest.find('\n');
-        target->append(rest.substr(0, end));
+        text.append(rest.substr(0, end));
         if (end == kNone) break;
-        *target += target->ends_with('\r') ? "\n" : "\r\n";
+        text += text.ends_with('\r') ? "\n" : "\r\n";
         rest.remove_prefix(end + 1);
     }
+    target->swap(text);
 }
 
 struct TransferEncoding {

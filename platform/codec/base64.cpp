@@ -2,6 +2,7 @@
 
 #include "platform/codec/base64.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -117,17 +118,13 @@ bool CouldBeBase64(std::string_view text) {
 }
 
 std::string_view Base64Lines(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(" \t\r\n");
-    std::size_t line = 0;  // where the one that is being read begins
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\n') {
-            line = i + 1;
-        } else if (kDigitValues[static_cast<unsigned char>(text[i])] == kNoDigit && text[i] != '=' &&
-                   !IsWhiteSpace(text[i])) {
-            return text.substr(0, line <= begin ? text.size() : line);
-        }
-    }
-    return text;
+    const auto is_foreign = [](char c) {
+        return kDigitValues[static_cast<unsigned char>(c)] == kNoDigit && c != '=' && !IsWhiteSpace(c);
+    };
+    const auto foreign = static_cast<std::size_t>(std::ranges::find_if(text, is_foreign) - text.begin());
+    if (foreign == text.size()) return text;
+    const std::string_view lines = text.substr(0, text.rfind('\n', foreign) + 1);
+    return lines.find_first_not_of(" \t\r\n") == std::string_view::npos ? text : lines;
 }
 
 }  // namespace tarvex
