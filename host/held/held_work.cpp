@@ -20,6 +20,9 @@ namespace {
 constexpr std::size_t kReplyColumns = 200;
 constexpr CTime kUnreadablePause_s = 60;
 
+// Of two moments of which either may be none.
+CTime Earlier(CTime one, CTime other) { return one == 0 || (other != 0 && other < one) ? other : one; }
+
 enum class Damaged { Counted, LeftOut };
 
 // Those of the records that `is_meant` says of one of their addresses. What is damaged goes with no address.
@@ -35,6 +38,10 @@ HeldCount Count(const CString& profile_path, Damaged damaged, const IsMeant& is_
         count.copies += copies;
         count.damaged += record.damage.empty() ? 0 : 1;
         count.bytes += record.bytes;
+        if (record.damage.empty() && record.kind == HeldKind::Refused) {
+            for (const HeldAddress& waiting : record.addresses)
+                count.next_try = Earlier(count.next_try, is_meant(waiting) ? waiting.next_try : 0);
+        }
     }
     return count;
 }
@@ -128,6 +135,7 @@ void HeldCount::Add(const HeldCount& other) {
     copies += other.copies;
     damaged += other.damaged;
     bytes += other.bytes;
+    next_try = Earlier(next_try, other.next_try);
     readable = readable && other.readable;
 }
 

@@ -31,6 +31,7 @@ struct HeldCount {
     std::int64_t copies = 0;   // a message for an address
     std::int64_t damaged = 0;  // of the messages
     std::int64_t bytes = 0;
+    CTime next_try = 0;    // by itself: the earliest, though the time may be over; 0 for none
     bool readable = true;  // false: there may be more
 
     bool IsEmpty() const { return messages == 0 && readable; }

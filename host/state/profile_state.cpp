@@ -27,6 +27,8 @@ constexpr std::array kTold = {
     MatterWords{Matter::Bouncing, "bouncing", " bounces, delivery reports come for it"},
     MatterWords{Matter::NotFetched, "not_fetched", " cannot be fetched"},
     MatterWords{Matter::NotDeleted, "not_deleted", " cannot be deleted on the server"},
+    MatterWords{Matter::Blocked, "refused_in_a_row",
+                " was the answer to one message after the other; nothing is set aside for it until one is taken"},
     MatterWords{Matter::Login, "login_failing", "its logins fail"},
     MatterWords{Matter::Left, "left_on_server",
                 "reports or mail of loops stay on the server, there is no room in held/"},
@@ -91,6 +93,22 @@ void AddRemembered(const std::string& directory, const std::vector<NamedProfile>
     }
 }
 
+// Until when its logins wait.
+CTime LoginsWaitUntil(const ProfileState& state) {
+    CTime until = 0;
+    for (const Matter matter : {Matter::Login, Matter::SmtpLogin}) {
+        const auto notes = state.remembered.find(matter);
+        if (notes == state.remembered.end()) continue;
+        for (const auto& [subject, note] : notes->second) until = std::max(until, note.next);
+    }
+    return until;
+}
+
+bool WaitsForAnAnswer(const ProfileState& state) {
+    const auto waiting = state.remembered.find(Matter::Waiting);
+    return waiting != state.remembered.end() && !waiting->second.empty();
+}
+
 }  // namespace
 
 std::span<const MatterWords> ToldMatters() { return kTold; }
@@ -101,6 +119,21 @@ TreeState StateOf(const CRootPath& root, const std::vector<NamedProfile>& profil
     AddHistory(directory, profiles, tree);
     if (HasRules(root.path)) AddRemembered(directory, profiles, tree);
     return tree;
+}
+
+std::optional<Blocking> WhatBlocks(const ProfileState& state, CTime now) {
+    if (WaitsForAnAnswer(state)) return Blocking{"floodguard", {}, 0};
+    if (!state.wants_login.empty()) return Blocking{"token", {}, 0};
+    const CTime until = LoginsWaitUntil(state);
+    if (until > now) return Blocking{"backoff", {}, until};
+    const CRunFailure* const failure = state.history ? FailureOf(state.history->last.result) : nullptr;
+    if (failure && !failure->uidl.empty()) return Blocking{{}, failure->uidl, 0};
+    return std::nullopt;
+}
+
+std::optional<CTime> NextTry(const ProfileState& state, CTime now) {
+    if (!state.switched_on || WaitsForAnAnswer(state) || !state.wants_login.empty()) return std::nullopt;
+    return std::max({state.next_due, LoginsWaitUntil(state), now});
 }
 
 bool WantsAPerson(const ProfileState& state) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/held/held_work.h"
@@ -45,6 +46,17 @@ struct MatterWords {
     const char* sentence;  // behind the subject
 };
 std::span<const MatterWords> ToldMatters();
+
+// What keeps the mail of a profile from going on.
+struct Blocking {
+    std::string_view rule;  // as the key of host.def is called: "floodguard", "backoff", "token"; empty for none
+    CString message;        // the id of the one that the last run stopped at; empty for none
+    CTime until = 0;        // 0: it does not pass by itself, or nobody knows
+};
+std::optional<Blocking> WhatBlocks(const ProfileState& state, CTime now);
+
+// When the profile is tried next by itself, if it is; what is over is now.
+std::optional<CTime> NextTry(const ProfileState& state, CTime now);
 
 struct TreeState {
     std::vector<ProfileState> profiles;

@@ -14,6 +14,7 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/commands/look/asked_state.h"
+#include "host/commands/look/status_words.h"
 #include "host/history/run_words.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -37,36 +38,10 @@ constexpr std::size_t kFailed = 5;
 constexpr std::size_t kDelivered = 6;
 constexpr std::size_t kCopies = 7;
 
-constexpr std::size_t kWordsWidth = 200;
-
-void PrintRemembered(const ProfileState& status, CTime now) {
-    for (const MatterWords& told : ToldMatters()) {
-        const auto notes = status.remembered.find(told.matter);
-        if (notes == status.remembered.end()) continue;
-        for (const auto& [subject, note] : notes->second) {
-            const bool is_id = told.matter == Matter::NotFetched || told.matter == Matter::NotDeleted;
-            std::cout << status.name << ": " << (is_id ? "message " : "") << ShowText(subject) << told.sentence
-                      << ", since " << ShowTime(note.since);
-            if (note.next > now) std::cout << ", not tried before " << ShowTime(note.next);
-            if (!note.words.empty()) std::cout << ": " << OneLine(note.words, kWordsWidth);
-            if (told.matter == Matter::Waiting)
-                std::cout << "; `tarvex accept " << status.name << " --send` sends it, `--skip` does not";
-            std::cout << '\n';
-        }
-    }
-}
-
 std::string HowTheLastRunEnded(const ProfileState& status) {
     if (!status.trouble.empty()) return "see below";
     if (!status.history) return status.ran_unrecorded ? "no record yet" : "";
     return HowItEnded(status.history->last.result, status.history->failed_in_a_row, kReasonWidth);
-}
-
-// The table has room for the beginning of a long one.
-std::string ReasonThatWasCut(const ProfileState& status) {
-    if (!status.trouble.empty() || !status.history || !IsFailure(status.history->last.result.ending)) return {};
-    const std::string reason = ReasonOf(status.history->last.result);
-    return OneLine(reason, kReasonWidth) == OneLine(reason, kWordsWidth) ? "" : OneLine(reason, kWordsWidth);
 }
 
 std::string LastRun(const ProfileState& status) {
@@ -84,6 +59,12 @@ std::string NextDue(const ProfileState& status, CTime now) {
     return status.next_due <= now ? "now" : "in " + ShowSpan(status.next_due - now);
 }
 
+// A terminal is not left to break the line where it wants.
+void PrintWrapped(const std::string& text) {
+    const std::size_t columns = TerminalColumns();
+    std::cout << (columns == 0 ? text : WrappedBehindIndent(text, columns)) << '\n';
+}
+
 void PrintTable(const std::vector<ProfileState>& all, CTime now) {
     Table table({"PROFILE", "ADDRESS", "LAST RUN", "NEXT DUE", "RUNS", "FAILED", "DELIVERED", "COPIES",
                  "HOW THE LAST RUN ENDED"});
@@ -95,23 +76,7 @@ void PrintTable(const std::vector<ProfileState>& all, CTime now) {
     }
     table.Print(std::cout, {TerminalColumns(), {kRuns, kCopies, kDelivered, kFailed, kAddress}});
     for (const ProfileState& status : all) {
-        if (!status.trouble.empty()) std::cout << status.name << ": " << status.trouble << '\n';
-        if (const std::string reason = ReasonThatWasCut(status); !reason.empty())
-            std::cout << status.name << ": failed: " << reason << '\n';
-        if (!status.held.IsEmpty()) {
-            std::cout << status.name << ": " << ShowHeld(status.held) << "; `tarvex held list " << status.name
-                      << "` shows why\n";
-        }
-        PrintRemembered(status, now);
-        if (!status.wants_login.empty()) {
-            std::cout << status.name << ": waits for `tarvex login " << status.name << "`: " << status.wants_login
-                      << '\n';
-        }
-        if (!status.clear_login.empty()) std::cout << status.name << ": " << status.clear_login << '\n';
-        if (!status.switched_on || status.last_due <= now || status.next_due <= now) continue;
-        std::cout << status.name << " was last due at " << ShowTime(status.last_due)
-                  << ", which is still to come: was the clock wrong? `tarvex profile set " << status.name
-                  << " --lasttime never` makes it due.\n";
+        for (const std::string& remark : RemarksOn(status, now)) PrintWrapped(remark);
     }
 }
 
@@ -122,7 +87,7 @@ void PrintSharedServers(const std::vector<ProfileState>& all) {
         if (!status.shared_server.empty()) ++profiles[status.shared_server];
     }
     for (const auto& [server, count] : profiles) {
-        std::cout << ShowCount(count, "profile") << (count == 1 ? " sends" : " send") << " through " << server << ".\n";
+        PrintWrapped(ShowCount(count, "profile") + (count == 1 ? " sends" : " send") + " through " + server + '.');
     }
 }
 
@@ -168,6 +133,13 @@ Json JsonOf(const std::optional<RunNow>& run) {
             {"messages_delivered", run->messages_delivered}};
 }
 
+Json JsonOf(const std::optional<Blocking>& blocking) {
+    if (!blocking) return {};
+    return {{"rule", blocking->rule.empty() ? Json() : Json(blocking->rule)},
+            {"message", blocking->message.empty() ? Json() : Json(Utf8OfServerText(blocking->message))},
+            {"until", JsonOfMoment(blocking->until)}};
+}
+
 Json JsonOfRemembered(const ProfileState& status) {
     Json json = Json::object();
     for (const auto& [matter, name, sentence] : ToldMatters()) {
@@ -198,12 +170,15 @@ void PrintAsJson(const std::vector<ProfileState>& all, bool has_rules, CTime now
         entry["sends_through"] = status.sends_through;
         entry["due"] = status.switched_on && status.next_due <= now;
         entry["next_due"] = status.switched_on && status.next_due > now ? Json(ShowIsoTime(status.next_due)) : Json();
+        entry["next_try"] = JsonOfMoment(NextTry(status, now).value_or(0));
         entry["running"] = JsonOf(status.running);
         AddHistory(entry, status.history.value_or(ProfileHistory()));
         entry["held"] = {{"messages", status.held.messages},
                          {"copies", status.held.copies},
                          {"damaged", status.held.damaged},
-                         {"bytes", status.held.bytes}};
+                         {"bytes", status.held.bytes},
+                         {"next_try", JsonOfMoment(status.held.next_try)}};
+        entry["blocked_by"] = JsonOf(WhatBlocks(status, now));
         entry["remembered"] = JsonOfRemembered(status);
         entry["wants_login"] = status.wants_login.empty() ? Json() : Json(status.wants_login);
         entry["clear_login"] = !status.clear_login.empty();
@@ -249,7 +224,7 @@ int ShowStatus(const Context& context, const Options& options) {
         PrintSharedServers(tree.profiles);
     }
     if (!options.as_json && !has_rules) {
-        std::cout << "The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.\n";
+        PrintWrapped("The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.");
     }
     if (tree.service == ServiceState::Silent)
         throw CommandError(kTryLater, "the service that owns the tree does not answer");
