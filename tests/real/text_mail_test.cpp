@@ -157,6 +157,24 @@ TEST_F(RealTextMail, IsReadAsItIsMeantBesideTheWholeMail) {
     }
 }
 
+// Postfix breaks a line of 2,048 bytes where it stands, and what follows would be read in the wrong half of each
+// character.
+TEST_F(RealTextMail, ALineOfAnyLengthArrivesWhole) {
+    const std::string line = Times(900, "長い行が、") + "x";
+    PopServer pop;
+    const SmtpServer smtp;
+    Forwarding forwarding(pop, smtp.PlainPort());
+    forwarding.Profile().forward_addresses[0]->setting.textonly = 20'000;
+    TextMailCase one{"long", "Long", "Long", "long", "long", "Content-Type: text/plain; charset=utf-8\r\n", kJis, line};
+    one.content += "Content-Transfer-Encoding: base64\r\n\r\n" + InBase64(line) + "\r\n";
+    pop.Deliver(kAlice, GeneratedMail{1, one.name, Source(one)});
+    forwarding.Run();
+    const ArrivedMail mail = Arrived(smtp.WaitForMails(1), one.name, kPhone);
+    std::string text = ReadMail(mail.added + mail.text).text;
+    std::erase(text, '\n');
+    EXPECT_EQ(text, line);
+}
+
 // Without a limit an address gets the whole mail when the same mail can go to everybody, else the text mail.
 
 TEST_F(RealTextMail, WithoutALimitTheWholeMailGoesToAnAddressAlone) {
