@@ -157,13 +157,17 @@ TEST_F(RealTextMail, IsReadAsItIsMeantBesideTheWholeMail) {
     }
 }
 
-// Postfix breaks a line of 2,048 bytes where it stands, and what follows would be read in the wrong half of each
-// character.
-TEST_F(RealTextMail, ALineOfAnyLengthArrivesWhole) {
+// A relay breaks a line of more than 998 bytes where it stands, and what follows would be read in the wrong half of
+// each character.
+TEST_F(RealTextMail, ALineOfAnyLengthPassesARelayWhole) {
     const std::string line = Times(900, "長い行が、") + "x";
     PopServer pop;
     const SmtpServer smtp;
-    Forwarding forwarding(pop, smtp.PlainPort());
+    SmtpServer::Options onwards;
+    onwards.settings =
+        "virtual_mailbox_domains =\ndefault_transport = smtp:[127.0.0.1]:" + std::to_string(smtp.PlainPort());
+    const SmtpServer relay(onwards);
+    Forwarding forwarding(pop, relay.PlainPort());
     forwarding.Profile().forward_addresses[0]->setting.textonly = 20'000;
     TextMailCase one{"long", "Long", "Long", "long", "long", "Content-Type: text/plain; charset=utf-8\r\n", kJis, line};
     one.content += "Content-Transfer-Encoding: base64\r\n\r\n" + InBase64(line) + "\r\n";

@@ -43,6 +43,7 @@ showq      unix  n - n - - showq
 error      unix  - - n - - error
 retry      unix  - - n - - error
 virtual    unix  - n n - - virtual
+smtp       unix  - - n - - smtp
 anvil      unix  - - n - 1 anvil
 postlog    unix-dgram n - n - 1 postlogd
 )";
