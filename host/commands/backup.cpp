@@ -15,6 +15,7 @@
 
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/file_in_making.h"
@@ -31,7 +32,7 @@ constexpr const char* kStandardStream = "-";
 
 void Print(std::string_view bytes) {
     if (!std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
-        throw CommandError(kCannotWrite, "cannot write to standard output");
+        throw CommandError(kCannotWrite, Tr("cannot write to standard output"));
     }
 }
 
@@ -53,19 +54,19 @@ int BackUpTree(const Context& context, const std::string& file) {
         what = BackUp(root, archive);
     }
     for (const std::string& name : what.left_out)
-        PrintNote("not in the backup, since it is no part of a tree: " + name);
+        PrintNote(Tr("not in the backup, since it is no part of a tree: {0}", name));
     if (to_output) return kDone;
     made->Keep();
-    std::cout << "Saved " << ShowCount(static_cast<std::int64_t>(what.profiles), "profile") << " of "
-              << ShowPath(directory) << " in " << ShowUtf8Text(file) << " ("
-              << ShowCount(static_cast<std::int64_t>(archive.Files()), "file") << ", "
-              << ShowBytes(static_cast<std::int64_t>(archive.Bytes()))
-              << "). It holds the passwords: keep it where nobody else can read it.\n";
+    const std::string size = TrN("{0} file, {1}", "{0} files, {1}", static_cast<std::int64_t>(archive.Files()),
+                                 ShowBytes(static_cast<std::int64_t>(archive.Bytes())));
+    std::cout << TrN("Saved {0} profile of {1} in {2} ({3}).", "Saved {0} profiles of {1} in {2} ({3}).",
+                     static_cast<std::int64_t>(what.profiles), ShowPath(directory), ShowUtf8Text(file), size)
+              << ' ' << Tr("It holds the passwords: keep it where nobody else can read it.") << '\n';
     return kDone;
 }
 
 int RestoreTree(const Context& context, const std::string& file, const std::string& given) {
-    if (context.root_option && !given.empty()) throw CommandError(kBadUsage, "give either --root or a directory");
+    if (context.root_option && !given.empty()) throw CommandError(kBadUsage, Tr("give either --root or a directory"));
     const std::string directory = WholePath(given.empty() ? RootDirectory(context.root_option) : TreePath(given));
     std::uint64_t files = 0;
     if (file == kStandardStream) {
@@ -73,18 +74,21 @@ int RestoreTree(const Context& context, const std::string& file, const std::stri
         files = Restore(std::cin, directory);
     } else {
         const auto cannot_read = [&](const std::string& why) {
-            return CommandError(kNotFound, "cannot read \"" + ShowUtf8Text(file) + "\": " + why);
+            return CommandError(kNotFound, Tr("cannot read \"{0}\": {1}", ShowUtf8Text(file), why));
         };
         const std::filesystem::path path = NativePath(TreePath(file));
         std::error_code error;
-        if (std::filesystem::is_directory(path, error)) throw cannot_read("it is a directory");
+        if (std::filesystem::is_directory(path, error)) throw cannot_read(Tr("it is a directory"));
         std::ifstream input(path, std::ios::binary);
         if (!input) throw cannot_read(std::generic_category().message(errno));
         files = Restore(input, directory);
     }
-    std::cout << "Restored " << ShowCount(static_cast<std::int64_t>(files), "file") << " to " << ShowPath(directory)
-              << ".\nWhat was handled after the backup was made, and is still on the server, is sent again by the next "
-                 "run: `tarvex plan` names it, and `tarvex forward catch-up` lets an address skip it.\n";
+    std::cout << TrN("Restored {0} file to {1}.", "Restored {0} files to {1}.", static_cast<std::int64_t>(files),
+                     ShowPath(directory))
+              << '\n'
+              << Tr("What was handled after the backup was made, and is still on the server, is sent again by the next "
+                    "run: `tarvex plan` names it, and `tarvex forward catch-up` lets an address skip it.")
+              << '\n';
     return kDone;
 }
 
@@ -94,21 +98,21 @@ void AddBackupCommands(CLI::App& app, Context& context) {
     auto file = std::make_shared<std::string>();
     auto directory = std::make_shared<std::string>();
     CLI::App* const backup = app.add_subcommand(
-        "backup", "Save the tree, with all that it knows, in one file, while a service or runs go on.");
+        "backup", Tr("Save the tree, with all that it knows, in one file, while a service or runs go on."));
     backup
         ->add_option("FILE", *file,
-                     "A tar archive, for its owner alone since it holds passwords; - for standard output")
+                     Tr("A tar archive, for its owner alone since it holds passwords; - for standard output"))
         ->required()
         ->option_text(" ");
     backup->callback([&context, file] { context.command = [&context, file] { return BackUpTree(context, *file); }; });
 
-    CLI::App* const restore = app.add_subcommand("restore", "Make the tree of a backup, where there is none.");
-    restore->add_option("FILE", *file, "What `tarvex backup` has made; - for standard input")
+    CLI::App* const restore = app.add_subcommand("restore", Tr("Make the tree of a backup, where there is none."));
+    restore->add_option("FILE", *file, Tr("What `tarvex backup` has made; - for standard input"))
         ->required()
         ->option_text(" ");
     restore
         ->add_option("ROOT", *directory,
-                     "Where: a directory that is empty, or missing. Without it the root of this command")
+                     Tr("Where: a directory that is empty, or missing. Without it the root of this command"))
         ->option_text(" ");
     restore->callback([&context, file, directory] {
         context.command = [&context, file, directory] { return RestoreTree(context, *file, *directory); };

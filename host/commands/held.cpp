@@ -24,6 +24,7 @@
 #include "host/held/held_work.h"
 #include "host/history/history.h"
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/memory/memory.h"
 #include "host/settings/keys.h"
 #include "host/system/command_error.h"
@@ -63,7 +64,7 @@ struct Given {
 
 std::vector<HeldRecord> RecordsOf(const CPopProfile& profile) {
     auto records = HeldStore(profile.path).List();
-    if (!records) throw CommandError(kCannotWrite, "cannot read \"" + ShowPath(profile.path + "\\held") + '"');
+    if (!records) throw CommandError(kCannotWrite, Tr("cannot read \"{0}\"", ShowPath(profile.path + "\\held")));
     return *std::move(records);
 }
 
@@ -92,7 +93,7 @@ std::vector<HeldRecord> Chosen(const CPopProfile& profile, const Given& given) {
         if (given.address.empty() || !record.addresses.empty()) chosen.push_back(std::move(record));
     }
     if (!missing.empty()) {
-        throw CommandError(kNotFound, "no message " + std::to_string(*missing.begin()) + " is set aside there");
+        throw CommandError(kNotFound, Tr("no message {0} is set aside there", *missing.begin()));
     }
     return chosen;
 }
@@ -113,8 +114,8 @@ std::vector<HeldChoice> ChoiceOf(const std::vector<HeldRecord>& records) {
 // ---- list and show
 
 std::string NextTry(const HeldAddress& waiting, CTime now) {
-    if (waiting.next_try == 0) return "when told";
-    return waiting.next_try <= now ? "now" : "in " + ShowSpan(waiting.next_try - now);
+    if (waiting.next_try == 0) return Tr("when told");
+    return waiting.next_try <= now ? Tr("now") : Tr("in {0}", ShowSpan(waiting.next_try - now));
 }
 
 Json MomentOrNull(CTime moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment)); }
@@ -152,13 +153,13 @@ Json JsonOf(const std::string& profile, const HeldRecord& record) {
 void AddRows(Table& table, const std::string& profile, const HeldRecord& record, CTime now) {
     const std::string id = std::to_string(record.id);
     if (!record.damage.empty()) {
-        table.Add({profile, id, "", "", "damaged", "", "", OneLineOfUtf8(record.damage, kReplyColumns)});
+        table.Add({profile, id, "", "", Tr("damaged"), "", "", OneLineOfUtf8(record.damage, kReplyColumns)});
         return;
     }
     for (const HeldAddress& waiting : record.addresses) {
         table.Add({profile, id, ShowText(waiting.address), ShowMoment(record.set_aside), std::string(Word(record.kind)),
                    std::to_string(waiting.tries),
-                   record.kind == HeldKind::Refused ? NextTry(waiting, now) : "when told",
+                   record.kind == HeldKind::Refused ? NextTry(waiting, now) : Tr("when told"),
                    OneLine(waiting.reply, kReplyColumns)});
     }
 }
@@ -167,7 +168,8 @@ int List(const Context& context, const Given& given) {
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
     const CTime now = std::time(nullptr);
-    Table table({"PROFILE", "ID", "ADDRESS", "SET ASIDE", "WHY", "TRIES", "NEXT TRY", "THE SERVER SAID"});
+    Table table({Tr("PROFILE"), "ID", Tr("ADDRESS"), Tr("SET ASIDE"), Tr("WHY"), Tr("TRIES"), Tr("NEXT TRY"),
+                 Tr("THE SERVER SAID")});
     Json json = Json::array();
     bool is_empty = true;
     for (const NamedProfile& named : ChosenProfiles(root, given.profiles)) {
@@ -181,7 +183,7 @@ int List(const Context& context, const Given& given) {
     if (given.json) {
         PrintJson(json);
     } else if (is_empty) {
-        std::cout << "No mail is set aside.\n";
+        std::cout << Tr("No mail is set aside.") << '\n';
     } else {
         table.Print(std::cout);
     }
@@ -189,14 +191,17 @@ int List(const Context& context, const Given& given) {
 }
 
 void PrintAddress(const HeldAddress& waiting, bool is_tried, CTime now) {
-    std::cout << "\nwaits for  " << ShowText(waiting.address) << " (" << ShowPath(waiting.folder) << ")\n";
+    std::cout << '\n' << Tr("waits for  {0} ({1})", ShowText(waiting.address), ShowPath(waiting.folder)) << '\n';
     if (waiting.failure_class != CFailureClass::None) {
-        std::cout << "  refused  at " << Word(waiting.stage) << ", " << Word(waiting.failure_class) << ": "
-                  << ShowText(waiting.reply) << '\n';
+        std::cout << Tr("  refused  at {0}, {1}: {2}", Word(waiting.stage), Word(waiting.failure_class),
+                        ShowText(waiting.reply))
+                  << '\n';
     }
-    std::cout << "  tries    " << waiting.tries;
-    if (waiting.last_try != 0) std::cout << ", the last at " << ShowTime(waiting.last_try);
-    std::cout << "; next " << (is_tried ? NextTry(waiting, now) : "when told") << '\n';
+    const std::string next = is_tried ? NextTry(waiting, now) : Tr("when told");
+    std::cout << (waiting.last_try == 0 ? Tr("  tries    {0}; next {1}", waiting.tries, next)
+                                        : Tr("  tries    {0}, the last at {1}; next {2}", waiting.tries,
+                                             ShowTime(waiting.last_try), next))
+              << '\n';
     for (const HeldAnswer& answer : waiting.answers) {
         std::cout << "    " << ShowTime(answer.time) << "  " << OneLine(answer.reply, kAnswerColumns) << '\n';
     }
@@ -216,12 +221,12 @@ int Show(const Context& context, const Given& given) {
         PrintJson(json);
         return kDone;
     }
-    std::cout << "message    " << record.id << " of " << name << ", " << ShowBytes(record.bytes) << '\n';
+    std::cout << Tr("message    {0} of {1}, {2}", record.id, name, ShowBytes(record.bytes)) << '\n';
     if (!record.damage.empty()) {
-        std::cout << "damaged    " << record.damage << '\n';
+        std::cout << Tr("damaged    {0}", record.damage) << '\n';
     } else {
-        std::cout << "set aside  " << ShowTime(record.set_aside) << " (" << Word(record.kind) << ")\n"
-                  << "id         " << ShowText(record.uidl) << '\n';
+        std::cout << Tr("set aside  {0} ({1})", ShowTime(record.set_aside), Word(record.kind)) << '\n'
+                  << Tr("id         {0}", ShowText(record.uidl)) << '\n';
     }
     const CTime now = std::time(nullptr);
     for (const HeldAddress& waiting : record.addresses) PrintAddress(waiting, record.kind == HeldKind::Refused, now);
@@ -282,11 +287,11 @@ int Send(const Context& context, const Given& given) {
     HeldRequest request = RequestFor(context, given, HeldVerb::Send, chosen);
     for (const HeldRecord& record : chosen) {
         if (record.damage.empty()) continue;
-        PrintNote("message " + std::to_string(record.id) + " is damaged, " + record.damage + "; it is not sent");
+        PrintNote(Tr("message {0} is damaged, {1}; it is not sent", record.id, record.damage));
         std::erase_if(request.choice, [&](const HeldChoice& one) { return one.id == record.id; });
     }
     if (request.choice.empty()) {
-        std::cout << "There is nothing to send.\n";
+        std::cout << Tr("There is nothing to send.") << '\n';
         return kDone;
     }
     return SubmitHeld(context, request);
@@ -294,18 +299,19 @@ int Send(const Context& context, const Given& given) {
 
 int Drop(const Context& context, const Given& given) {
     if (given.ids.empty() && given.address.empty() && !given.all) {
-        throw CommandError(kBadUsage, "say which: ids, --address or --all");
+        throw CommandError(kBadUsage, Tr("say which: ids, --address or --all"));
     }
     std::vector<HeldRecord> chosen;
     const HeldRequest request = RequestFor(context, given, HeldVerb::Drop, chosen);
     if (chosen.empty()) {
-        std::cout << "There is nothing to drop.\n";
+        std::cout << Tr("There is nothing to drop.") << '\n';
         return kDone;
     }
-    const std::string question = "Drop " + ShowCount(static_cast<std::int64_t>(chosen.size()), "message") + " of " +
-                                 request.profile + " that will then never be sent?";
+    const std::string question = TrN("Drop {0} message of {1} that will then never be sent?",
+                                     "Drop {0} messages of {1} that will then never be sent?",
+                                     static_cast<std::int64_t>(chosen.size()), request.profile);
     if (!given.yes && !AskYes(question)) {
-        std::cout << "Nothing was dropped.\n";
+        std::cout << Tr("Nothing was dropped.") << '\n';
         return kDone;
     }
     return SubmitHeld(context, request);
@@ -324,14 +330,14 @@ fs::path FileFor(const Given& given, const std::string& profile, int id) {
 
 void WriteOut(const fs::path& path, const std::string& message) {
     std::error_code error;
-    const std::string shown = '"' + ShowPath(path.string()) + '"';
+    const std::string shown = ShowPath(path.string());
     if (fs::symlink_status(path, error).type() != fs::file_type::not_found) {
-        throw CommandError(kCannotMake, "there is a file " + shown + " already");
+        throw CommandError(kCannotMake, Tr("there is a file \"{0}\" already", shown));
     }
     std::ofstream file(path, std::ios::binary);
     fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write, error);
     file << message;
-    if (!file.flush()) throw CommandError(kCannotWrite, "cannot write " + shown);
+    if (!file.flush()) throw CommandError(kCannotWrite, Tr("cannot write \"{0}\"", shown));
 }
 
 int Export(const Context& context, const Given& given) {
@@ -341,11 +347,11 @@ int Export(const Context& context, const Given& given) {
     const std::vector<HeldRecord> chosen = Chosen(profile, given);
     std::error_code ignored;
     if (chosen.size() != 1 && !fs::is_directory(NativePath(TreePath(given.to)), ignored)) {
-        throw CommandError(kBadUsage, "several messages need a folder: --to DIR");
+        throw CommandError(kBadUsage, Tr("several messages need a folder: --to DIR"));
     }
     for (const HeldRecord& record : chosen) {
         const std::optional<std::string> text = HeldStore(profile.path).Text(record.id);
-        if (!text) throw CommandError(kCannotWrite, "message " + std::to_string(record.id) + " cannot be read");
+        if (!text) throw CommandError(kCannotWrite, Tr("message {0} cannot be read", record.id));
         if (given.to == "-") {
             PassBytesToOutput();
             std::cout << MessageIn(*text);
@@ -358,8 +364,8 @@ int Export(const Context& context, const Given& given) {
 
 // ---- the command line
 
-constexpr const char* kIdsHelp = "Their numbers, as `held list` shows them; without one, all";
-constexpr const char* kAddressHelp = "Only for this forwarding address: its mailbox or folder (forwardto0)";
+constexpr const char* kIdsHelp = Marked("Their numbers, as `held list` shows them; without one, all");
+constexpr const char* kAddressHelp = Marked("Only for this forwarding address: its mailbox or folder (forwardto0)");
 
 using Command = int (*)(const Context&, const Given&);
 
@@ -372,7 +378,7 @@ CLI::App* AddHeld(CLI::App& group, Context& context, const std::string& name, co
 }
 
 void AddProfile(CLI::App& command, Given& given) {
-    command.add_option("PROFILE", given.profile, "Path, nickname or address of the profile")
+    command.add_option("PROFILE", given.profile, Tr("Path, nickname or address of the profile"))
         ->required()
         ->option_text(" ");
 }
@@ -381,45 +387,46 @@ void AddProfile(CLI::App& command, Given& given) {
 
 void AddHeldCommands(CLI::App& app, Context& context) {
     CLI::App* const group =
-        app.add_subcommand("held", "Mail that was set aside: a server refused it, or a rule kept it.")
+        app.add_subcommand("held", Tr("Mail that was set aside: a server refused it, or a rule kept it."))
             ->require_subcommand(1);
     auto given = std::make_shared<Given>();
 
-    CLI::App* command = AddHeld(*group, context, "list", "List it.", List, given);
+    CLI::App* command = AddHeld(*group, context, "list", Tr("List it."), List, given);
     AddProfileNames(*command, given->profiles);
-    command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
-    command->add_flag("--json", given->json, "Print JSON");
+    command->add_option("--address", given->address, Tr(kAddressHelp))->type_name("ADDRESS");
+    command->add_flag("--json", given->json, Tr("Print JSON"));
 
-    command = AddHeld(*group, context, "show", "Show why a message was set aside, and its header.", Show, given);
+    command = AddHeld(*group, context, "show", Tr("Show why a message was set aside, and its header."), Show, given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, "Its number, as `held list` shows it")
+    command->add_option("ID", given->ids, Tr("Its number, as `held list` shows it"))
         ->required()
         ->expected(1)
         ->check(WholeNumber(0, kAnyNumber));
-    command->add_flag("--json", given->json, "Print JSON");
+    command->add_flag("--json", given->json, Tr("Print JSON"));
 
-    command = AddHeld(*group, context, "send", "Try to send it now.", Send, given);
+    command = AddHeld(*group, context, "send", Tr("Try to send it now."), Send, given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, kIdsHelp)->check(WholeNumber(0, kAnyNumber));
-    command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
-    command->footer(
+    command->add_option("ID", given->ids, Tr(kIdsHelp))->check(WholeNumber(0, kAnyNumber));
+    command->add_option("--address", given->address, Tr(kAddressHelp))->type_name("ADDRESS");
+    command->footer(Tr(
         "What the server takes is gone from the list. Nothing else is lost. Schedules do not matter; an address that "
         "is "
-        "switched off gets nothing.");
+        "switched off gets nothing."));
 
-    command = AddHeld(*group, context, "drop", "Delete it: it will never be sent.", Drop, given);
+    command = AddHeld(*group, context, "drop", Tr("Delete it: it will never be sent."), Drop, given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, "Their numbers, as `held list` shows them")
+    command->add_option("ID", given->ids, Tr("Their numbers, as `held list` shows them"))
         ->check(WholeNumber(0, kAnyNumber));
-    command->add_option("--address", given->address, kAddressHelp)->type_name("ADDRESS");
-    command->add_flag("--all", given->all, "All of the profile");
-    command->add_flag("--yes,-y", given->yes, "Do not ask");
+    command->add_option("--address", given->address, Tr(kAddressHelp))->type_name("ADDRESS");
+    command->add_flag("--all", given->all, Tr("All of the profile"));
+    command->add_flag("--yes,-y", given->yes, Tr("Do not ask"));
 
-    command =
-        AddHeld(*group, context, "export", "Write messages as files that mail programs open (.eml).", Export, given);
+    command = AddHeld(*group, context, "export", Tr("Write messages as files that mail programs open (.eml)."), Export,
+                      given);
     AddProfile(*command, *given);
-    command->add_option("ID", given->ids, kIdsHelp)->check(WholeNumber(0, kAnyNumber));
-    command->add_option("--to", given->to, "A new file, or a folder; without it standard output")->type_name("PATH");
+    command->add_option("ID", given->ids, Tr(kIdsHelp))->check(WholeNumber(0, kAnyNumber));
+    command->add_option("--to", given->to, Tr("A new file, or a folder; without it standard output"))
+        ->type_name("PATH");
 }
 
 }  // namespace tarvex::host

@@ -18,6 +18,7 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/import/import_plan.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -46,21 +47,21 @@ struct Given {
 // A pipe or a device may have no end.
 std::string ReadFileOf(const std::string& name, std::size_t most_bytes) {
     const auto cannot_read = [&](const std::string& why) {
-        return CommandError(kNotFound, "cannot read \"" + ShowUtf8Text(name) + "\": " + why);
+        return CommandError(kNotFound, Tr("cannot read \"{0}\": {1}", ShowUtf8Text(name), why));
     };
     const std::filesystem::path path = NativePath(TreePath(name));
     std::error_code error;
     const bool is_file = std::filesystem::is_regular_file(path, error);
     if (error) throw cannot_read(error.message());
-    if (!is_file) throw cannot_read("it is no regular file");
+    if (!is_file) throw cannot_read(Tr("it is no regular file"));
     std::ifstream input(path, std::ios::binary);
     if (!input) throw cannot_read(std::generic_category().message(errno));
     std::string content(most_bytes + 1, '\0');
     input.read(content.data(), static_cast<std::streamsize>(content.size()));
     content.resize(static_cast<std::size_t>(input.gcount()));
     if (content.size() > most_bytes) {
-        throw CommandError(kBadData, '"' + ShowUtf8Text(name) + "\" is larger than " +
-                                         ShowBytes(static_cast<std::int64_t>(most_bytes)) + ": this is no such file");
+        throw CommandError(kBadData, Tr("\"{0}\" is larger than {1}: this is no such file", ShowUtf8Text(name),
+                                        ShowBytes(static_cast<std::int64_t>(most_bytes))));
     }
     return content;
 }
@@ -86,7 +87,7 @@ void AddProfile(const Context& context, const PlannedProfile& planned, const std
         uidls = *ids;
     } else if (!all_mail) {
         uidls = IdsOnServer(*FindProfile(root, name).profile,
-                            name + " got no address; `tarvex forward add " + name + " ADDRESS` adds one");
+                            Tr("{0} got no address; `tarvex forward add {0} ADDRESS` adds one", name));
     }
     for (const std::string& address : planned.forwards) {
         EditRequest request(EditKind::Forward, EditVerb::Add, name);
@@ -110,7 +111,7 @@ int Write(const Context& context, const ImportPlan& plan, const Given& given,
         try {
             AddProfile(context, plan.profiles[i], ids.empty() ? nullptr : &ids[i], given.all_mail);
         } catch (const CommandError& error) {
-            PrintNote("line " + std::to_string(plan.profiles[i].mailbox.line) + ": " + error.what());
+            PrintNote(Tr("line {0}: {1}", plan.profiles[i].mailbox.line, error.what()));
             code = error.ExitCode();
         }
     }
@@ -118,11 +119,13 @@ int Write(const Context& context, const ImportPlan& plan, const Given& given,
 }
 
 std::string WhatIsSent(const Given& given, const std::vector<std::vector<std::string>>& ids) {
-    if (given.all_mail) return "The first run forwards all that is in the mailboxes.\n";
-    if (ids.empty()) return "What is in the mailboxes now counts as handled.\n";
+    if (given.all_mail) return Tr("The first run forwards all that is in the mailboxes.") + '\n';
+    if (ids.empty()) return Tr("What is in the mailboxes now counts as handled.") + '\n';
     std::size_t count = 0;
     for (const auto& of_one : ids) count += of_one.size();
-    return ShowCount(static_cast<std::int64_t>(count), "id") + " of the list count as handled.\n";
+    return TrN("{0} id of the list counts as handled.", "{0} ids of the list count as handled.",
+               static_cast<std::int64_t>(count)) +
+           '\n';
 }
 
 int Import(const Context& context, Given& given, ImportKind kind) {
@@ -145,9 +148,10 @@ int Import(const Context& context, Given& given, ImportKind kind) {
     }
     std::cout << plan.Shown() << WhatIsSent(given, ids) << std::flush;
     if (given.dry_run) return kDone;
-    const std::string count = ShowCount(static_cast<std::int64_t>(plan.profiles.size()), "profile");
-    if (!given.yes && !AskYes("Add " + count + "?")) {
-        std::cout << "Nothing was imported.\n";
+    const std::string question =
+        TrN("Add {0} profile?", "Add {0} profiles?", static_cast<std::int64_t>(plan.profiles.size()));
+    if (!given.yes && !AskYes(question)) {
+        std::cout << Tr("Nothing was imported.") << '\n';
         return kDone;
     }
     return Write(context, plan, given, ids);
@@ -163,41 +167,42 @@ std::vector<std::string_view> AllKeysBut(std::initializer_list<std::string_view>
 }
 
 void AddFormat(CLI::App& group, Context& context, const char* name, const char* client, ImportKind kind) {
-    CLI::App* const command =
-        group.add_subcommand(name, std::string("Import the configuration file of ") + client + '.');
+    CLI::App* const command = group.add_subcommand(name, Tr("Import the configuration file of {0}.", client));
     auto given = std::make_shared<Given>();
-    command->add_option("FILE", given->file, "The file")->required()->option_text(" ");
+    command->add_option("FILE", given->file, Tr("The file"))->required()->option_text(" ");
     command
         ->add_option("--user", given->choices.user,
-                     "Whose profiles they become: path (user0) or login name; added where there is none. Without it "
-                     "the only user of the tree")
+                     Tr("Whose profiles they become: path (user0) or login name; added where there is none. Without it "
+                        "the only user of the tree"))
         ->type_name("USER");
     command
-        ->add_option("--forward", given->choices.forwards,
-                     "Where the mail goes, in the place of what the file says; more than once for several addresses")
+        ->add_option(
+            "--forward", given->choices.forwards,
+            Tr("Where the mail goes, in the place of what the file says; more than once for several addresses"))
         ->type_name("ADDRESS")
         ->allow_extra_args(false);
     command
         ->add_option("--address", given->choices.address,
-                     "The mailbox's own address, for a file with one mailbox. Else it is the login, with the domain "
-                     "of the server where that has none")
+                     Tr("The mailbox's own address, for a file with one mailbox. Else it is the login, with the domain "
+                        "of the server where that has none"))
         ->type_name("ADDRESS");
     command
         ->add_option("--ids", given->ids_file,
-                     "Where the client keeps the ids of what it has fetched (~/.fetchids, oldmail-..., uidls_file): "
-                     "they count as handled")
+                     Tr("Where the client keeps the ids of what it has fetched (~/.fetchids, oldmail-..., uidls_file): "
+                        "they count as handled"))
         ->type_name("FILE");
     auto* const new_mail_only = command->add_flag("--new-mail-only", given->new_mail_only,
-                                                  "What is in the mailboxes now counts as handled. So it is without "
-                                                  "--ids and --all-mail");
+                                                  Tr("What is in the mailboxes now counts as handled. So it is without "
+                                                     "--ids and --all-mail"));
     auto* const all_mail =
-        command->add_flag("--all-mail", given->all_mail, "The first run forwards all that is in the mailboxes");
+        command->add_flag("--all-mail", given->all_mail, Tr("The first run forwards all that is in the mailboxes"));
     all_mail->excludes(new_mail_only)->excludes(command->get_option("--ids"));
     new_mail_only->excludes(command->get_option("--ids"));
-    command->add_flag("--again", given->choices.again, "Also when another profile fetches from the same mailbox");
-    command->add_flag("--plain", given->choices.plain, "Also when a POP3 password goes to another machine in clear");
-    command->add_flag("--dry-run", given->dry_run, "Show what would be written, and write nothing");
-    command->add_flag("--yes,-y", given->yes, "Do not ask");
+    command->add_flag("--again", given->choices.again, Tr("Also when another profile fetches from the same mailbox"));
+    command->add_flag("--plain", given->choices.plain,
+                      Tr("Also when a POP3 password goes to another machine in clear"));
+    command->add_flag("--dry-run", given->dry_run, Tr("Show what would be written, and write nothing"));
+    command->add_flag("--yes,-y", given->yes, Tr("Do not ask"));
     given->keys.AddTo<CPopProfileSetting>(
         *command, AllKeysBut<CPopProfileSetting>({"smtpserver", "smtpport", "sslsmtp", "esmtp", "smtpauth",
                                                   "smtpauth_mode", "smtpuser", "smtppassword", "timer"}));
@@ -211,7 +216,7 @@ void AddFormat(CLI::App& group, Context& context, const char* name, const char* 
 
 void AddImportCommands(CLI::App& app, Context& context) {
     CLI::App* const group =
-        app.add_subcommand("import", "Make profiles of what another mail client was told.")->require_subcommand(1);
+        app.add_subcommand("import", Tr("Make profiles of what another mail client was told."))->require_subcommand(1);
     AddFormat(*group, context, "fetchmailrc", "fetchmail", ImportKind::Fetchmailrc);
     AddFormat(*group, context, "getmailrc", "getmail", ImportKind::Getmailrc);
     AddFormat(*group, context, "mpoprc", "mpop", ImportKind::Mpoprc);

@@ -12,6 +12,7 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/edit/survival.h"
+#include "host/language/tr.h"
 #include "host/service/service_connection.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
@@ -33,15 +34,16 @@ namespace fs = std::filesystem;
 void MakeDirectories(const std::string& directory) {
     std::error_code error = MakeOwnDirectories(directory);
     if (error || !fs::is_directory(NativePath(directory), error)) {
-        throw CommandError(kCannotMake, "cannot make the directory \"" + ShowPath(directory) + "\"" +
-                                            (error ? ": " + error.message() : ", there is something else"));
+        throw CommandError(
+            kCannotMake, error ? Tr("cannot make the directory \"{0}\": {1}", ShowPath(directory), error.message())
+                               : Tr("cannot make the directory \"{0}\", there is something else", ShowPath(directory)));
     }
 }
 
 void SaveSettings(const CAppSetting& setting) {
     const std::string directory = ConfigurationDirectory();
     if (!setting.Save(directory))
-        throw CommandError(kCannotWrite, "cannot write appset.def in \"" + ShowPath(directory) + '"');
+        throw CommandError(kCannotWrite, Tr("cannot write appset.def in \"{0}\"", ShowPath(directory)));
 }
 
 // False when there are none yet. Defaults must not be shown, or saved, for what is there and could not be read.
@@ -51,8 +53,9 @@ bool LoadSettings(CAppSetting& setting) {
     const bool is_read = setting.Load(ConfigurationDirectory()) != 0;
     if (is_read && !fs::is_empty(NativePath(file), error)) return true;
     if (fs::status(NativePath(file), error).type() == fs::file_type::not_found) return false;
-    throw CommandError(kCannotWrite, '"' + ShowPath(file) + "\" " + (is_read ? "is empty" : "cannot be read") +
-                                         "; mend it or remove it first");
+    throw CommandError(kCannotWrite, is_read
+                                         ? Tr("\"{0}\" is empty; mend it or remove it first", ShowPath(file))
+                                         : Tr("\"{0}\" cannot be read; mend it or remove it first", ShowPath(file)));
 }
 
 // Among the temporary files: no lock keeps a folder in the configuration directory from being left there for good.
@@ -65,17 +68,18 @@ void GiveRules(const std::string& directory, bool wanted) {
     CRootPath root;
     OpenTree(root, directory);
     if (HasRules(directory)) {
-        if (wanted) std::cout << "The tree has rules already; `tarvex rules show` shows them.\n";
+        if (wanted) std::cout << Tr("The tree has rules already; `tarvex rules show` shows them.") << '\n';
         return;
     }
     const bool is_new = root.users.empty() && root.users_loaded.whole;
     if (!is_new && !wanted && !CanAsk()) {
         std::cout
-            << "The tree has no rules (no host.def) that keep it safe when it is left alone; `tarvex init --rules` "
-               "adds them.\n";
+            << Tr("The tree has no rules (no host.def) that keep it safe when it is left alone; `tarvex init --rules` "
+                  "adds them.")
+            << '\n';
         return;
     }
-    if (is_new || wanted || AskYes("The tree has no rules that keep it safe when it is left alone. Add them?")) {
+    if (is_new || wanted || AskYes(Tr("The tree has no rules that keep it safe when it is left alone. Add them?"))) {
         SubmitTo(directory, EditRequest(EditKind::Rules, EditVerb::Add, ""));
     }
 }
@@ -93,8 +97,9 @@ std::string ServedTree(const std::string& former) {
 // The unit for several instances serves a tree for each, beside that of the one.
 void NoteOnService(const std::string& directory, const std::string& served) {
     if (served.empty() || directory == served || directory.starts_with(served + '-')) return;
-    std::cout << "Note: the service serves " << ShowPath(served) << ", not this tree; `tarvex --root "
-              << ShowPath(directory) << " serve` serves this one.\n";
+    std::cout << Tr("Note: the service serves {0}, not this tree; `tarvex --root {1} serve` serves this one.",
+                    ShowPath(served), ShowPath(directory))
+              << '\n';
 }
 
 // Where the tree is to be, and what appset.def says.
@@ -128,12 +133,13 @@ std::string Make(const Context& context, const std::string& given, bool wants_ru
     const bool was_there = fs::is_directory(NativePath(directory), ignored);
     MakeDirectories(directory);
     if (const std::string trouble = WhyRootUnreadable(directory); !trouble.empty()) {
-        throw CommandError(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+        throw CommandError(kNotFound, Tr("cannot use \"{0}\" as the root: {1}", ShowPath(directory), trouble));
     }
-    std::cout << (was_there ? "The data tree is " : "Made the data tree ") << ShowPath(directory) << ".\n";
+    const std::string shown = ShowPath(directory);
+    std::cout << (was_there ? Tr("The data tree is {0}.", shown) : Tr("Made the data tree {0}.", shown)) << '\n';
     if (!context.root_option) {
         SaveSettings(setting);
-        std::cout << "It is remembered in " << ShowPath(ConfigurationDirectory() + "\\appset.def") << ".\n";
+        std::cout << Tr("It is remembered in {0}.", ShowPath(ConfigurationDirectory() + "\\appset.def")) << '\n';
     }
     NoteOnService(directory, served);
     GiveRules(directory, wants_rules);
@@ -142,13 +148,13 @@ std::string Make(const Context& context, const std::string& given, bool wants_ru
 
 int Init(const Context& context, const std::string& given, bool wants_rules) {
     if (context.root_option && !given.empty())
-        throw CommandError(kBadUsage, "give either --root or a directory to remember");
+        throw CommandError(kBadUsage, Tr("give either --root or a directory to remember"));
     const std::string directory = Make(context, given, wants_rules);
     if (context.root_option) return kDone;
 
     CRootPath root;
     OpenTree(root, directory);
-    if (root.users.empty()) std::cout << "Next: tarvex setup\n";
+    if (root.users.empty()) std::cout << Tr("Next: tarvex setup") << '\n';
     return kDone;
 }
 
@@ -156,15 +162,15 @@ int ShowAppSettings(bool json) {
     CAppSetting setting;
     const bool found = LoadSettings(setting);
     if (!json) {
-        std::cout << ShowPath(ConfigurationDirectory() + "\\appset.def") << (found ? "" : " (not there: defaults)")
-                  << "\n\n";
+        const std::string file = ShowPath(ConfigurationDirectory() + "\\appset.def");
+        std::cout << (found ? file : Tr("{0} (not there: defaults)", file)) << "\n\n";
     }
     ShowSettings(setting, json ? Form::Json : Form::Text);
     return kDone;
 }
 
 int SetAppSettings(const KeyOptions& keys) {
-    if (keys.Empty()) throw CommandError(kBadUsage, "nothing to set; `tarvex settings set --help` lists the keys");
+    if (keys.Empty()) throw CommandError(kBadUsage, Tr("nothing to set; `tarvex settings set --help` lists the keys"));
     MakeDirectories(ConfigurationDirectory());
     CAppSetting setting;
     LoadSettings(setting);
@@ -185,28 +191,27 @@ std::string TreeToMake(const Context& context) { return PlaceOf(context, "").dir
 void MakeTree(const Context& context) { Make(context, "", false); }
 
 void AddInitCommands(CLI::App& app, Context& context) {
-    CLI::App* const init = app.add_subcommand("init", "Make a data tree, and remember where it is.");
+    CLI::App* const init = app.add_subcommand("init", Tr("Make a data tree, and remember where it is."));
     auto directory = std::make_shared<std::string>();
     auto rules = std::make_shared<bool>(false);
     init->add_option("DIR", *directory,
-                     "Where; remembered in appset.def for all later commands. Without it the tree that appset.def "
-                     "names, else " +
-                         ShowPath(UsualRootDirectory()) +
-                         ". With --root in its place the tree is made and not remembered")
+                     Tr("Where; remembered in appset.def for all later commands. Without it the tree that appset.def "
+                        "names, else {0}. With --root in its place the tree is made and not remembered",
+                        ShowPath(UsualRootDirectory())))
         ->option_text(" ");
     init->add_flag("--rules", *rules,
-                   "Give a tree that is in use its rules, too, without asking; a new one gets them anyway");
+                   Tr("Give a tree that is in use its rules, too, without asking; a new one gets them anyway"));
     init->callback([&context, directory, rules] {
         context.command = [&context, directory, rules] { return Init(context, *directory, *rules); };
     });
 
     CLI::App* const settings =
-        app.add_subcommand("settings", "The settings of tarvex itself: appset.def.")->require_subcommand(1);
-    CLI::App* const show = settings->add_subcommand("show", "Show them.");
+        app.add_subcommand("settings", Tr("The settings of tarvex itself: appset.def."))->require_subcommand(1);
+    CLI::App* const show = settings->add_subcommand("show", Tr("Show them."));
     auto json = std::make_shared<bool>(false);
-    show->add_flag("--json", *json, "As JSON");
+    show->add_flag("--json", *json, Tr("As JSON"));
     show->callback([&context, json] { context.command = [json] { return ShowAppSettings(*json); }; });
-    CLI::App* const set = settings->add_subcommand("set", "Change them.");
+    CLI::App* const set = settings->add_subcommand("set", Tr("Change them."));
     auto keys = std::make_shared<KeyOptions>();
     keys->AddTo<CAppSetting>(*set, {});
     set->callback([&context, keys] { context.command = [keys] { return SetAppSettings(*keys); }; });

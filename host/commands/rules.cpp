@@ -8,6 +8,7 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/edit/edit.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/tree/listing.h"
@@ -30,7 +31,8 @@ int Show(const Context& context, const Given& given) {
 }
 
 int Set(const Context& context, const Given& given) {
-    if (given.keys.Empty()) throw CommandError(kBadUsage, "nothing to set; `tarvex rules set --help` lists the keys");
+    if (given.keys.Empty())
+        throw CommandError(kBadUsage, Tr("nothing to set; `tarvex rules set --help` lists the keys"));
     EditRequest request(EditKind::Rules, EditVerb::Set, given.name);
     given.keys.Fill(request);
     return Submit(context, request);
@@ -39,27 +41,29 @@ int Set(const Context& context, const Given& given) {
 // The name may stand before the word and behind it.
 void AddName(CLI::App& command, Given& given) {
     command
-        .add_option("NAME", given.name,
-                    "Path, nickname or address of a profile; path or login name of a user, for what its profiles have "
-                    "by default; without it the whole tree")
+        .add_option(
+            "NAME", given.name,
+            Tr("Path, nickname or address of a profile; path or login name of a user, for what its profiles have "
+               "by default; without it the whole tree"))
         ->option_text(" ");
 }
 
 }  // namespace
 
 void AddRulesCommands(CLI::App& app, Context& context) {
-    CLI::App* const group = app.add_subcommand("rules",
-                                               "The rules that keep a tree safe when it is left alone, and the SMTP "
-                                               "server that profiles share: host.def.")
-                                ->require_subcommand(1);
+    CLI::App* const group =
+        app.add_subcommand("rules", Tr("The rules that keep a tree safe when it is left alone, and the SMTP "
+                                       "server that profiles share: host.def."))
+            ->require_subcommand(1);
     auto given = std::make_shared<Given>();
     AddName(*group, *given);
-    CLI::App* const show = group->add_subcommand("show", "Show them, those of a user or a profile as they hold there.");
+    CLI::App* const show =
+        group->add_subcommand("show", Tr("Show them, those of a user or a profile as they hold there."));
     AddName(*show, *given);
-    show->add_flag("--json", given->json, "As JSON");
+    show->add_flag("--json", given->json, Tr("As JSON"));
     show->callback([&context, given] { context.command = [&context, given] { return Show(context, *given); }; });
     CLI::App* const set = group->add_subcommand(
-        "set", "Change them. A profile follows its user, and a user the tree, where nothing else is set.");
+        "set", Tr("Change them. A profile follows its user, and a user the tree, where nothing else is set."));
     AddName(*set, *given);
     given->keys.AddTo<HostRules>(*set, {});
     set->callback([&context, given] { context.command = [&context, given] { return Set(context, *given); }; });

@@ -12,6 +12,7 @@
 #include "host/commands/arguments/key_options.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/terminal/typed_word.h"
 #include "host/tree/listing.h"
@@ -20,7 +21,8 @@
 namespace tarvex::host {
 namespace {
 
-constexpr const char* kForwardHelp = "Path (user0/from0/forwardto0), nickname or address of the forwarding address";
+constexpr const char* kForwardHelp =
+    Marked("Path (user0/from0/forwardto0), nickname or address of the forwarding address");
 
 struct Given {
     std::string forward;
@@ -43,27 +45,27 @@ std::optional<std::size_t> TermNumber(const std::string& word) {
     const auto [rest, error] = std::from_chars(word.data(), end, number);
     if (error == std::errc() && rest == end) return number;
     throw CommandError(kBadUsage,
-                       Quoted(word) + " is no number of a term; write one of `tarvex schedule list`, or all");
+                       Tr("{0} is no number of a term; write one of `tarvex schedule list`, or all", Quoted(word)));
 }
 
 }  // namespace
 
 void AddScheduleCommands(CLI::App& app, Context& context) {
-    CLI::App* const group = app.add_subcommand("schedule", "Schedules: when a forwarding address takes part.");
+    CLI::App* const group = app.add_subcommand("schedule", Tr("Schedules: when a forwarding address takes part."));
     group->require_subcommand(1);
-    group->footer("An address takes part in a run that begins while one of its terms holds; without terms always.");
+    group->footer(Tr("An address takes part in a run that begins while one of its terms holds; without terms always."));
     auto given = std::make_shared<Given>();
-    const auto add = [&](const char* name, const char* help) {
+    const auto add = [&](const char* name, const std::string& help) {
         CLI::App* const command = group->add_subcommand(name, help);
-        command->add_option("FORWARD", given->forward, kForwardHelp)->required()->option_text(" ");
+        command->add_option("FORWARD", given->forward, Tr(kForwardHelp))->required()->option_text(" ");
         return command;
     };
 
-    CLI::App* const add_term = add("add", "Add a term, and say what it will do.");
+    CLI::App* const add_term = add("add", Tr("Add a term, and say what it will do."));
     add_term
         ->add_option("TERM", given->words,
-                     "Days and times: mon-fri 9:00-17:30, sat,sun 10:00-12:00, daily 22:00-6:00, sunday; or a "
-                     "period: 2026-12-24 18:00 .. 2026-12-26 9:00")
+                     Tr("Days and times: mon-fri 9:00-17:30, sat,sun 10:00-12:00, daily 22:00-6:00, sunday; or a "
+                        "period: 2026-12-24 18:00 .. 2026-12-26 9:00"))
         ->required()
         ->option_text(" ");
     add_term->callback([&context, given] {
@@ -74,8 +76,8 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
         };
     });
 
-    CLI::App* const list = add("list", "List the terms, numbered, and say what each does.");
-    list->add_flag("--json", given->json, "As JSON");
+    CLI::App* const list = add("list", Tr("List the terms, numbered, and say what each does."));
+    list->add_flag("--json", given->json, Tr("As JSON"));
     list->callback([&context, given] {
         context.command = [&context, given] {
             CRootPath root;
@@ -85,9 +87,9 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
         };
     });
 
-    const auto add_for_term = [&](EditVerb verb, const char* help) {
+    const auto add_for_term = [&](EditVerb verb, const std::string& help) {
         CLI::App* const command = add(kEditVerbs[static_cast<std::size_t>(verb)].data(), help);
-        command->add_option("NUMBER", given->words, "Its number in the list, or all")
+        command->add_option("NUMBER", given->words, Tr("Its number in the list, or all"))
             ->required()
             ->expected(1)
             ->option_text(" ");
@@ -99,10 +101,10 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
             };
         });
     };
-    add_for_term(EditVerb::SwitchOn, "Switch a term on.");
+    add_for_term(EditVerb::SwitchOn, Tr("Switch a term on."));
     add_for_term(EditVerb::SwitchOff,
-                 "Switch a term off: it stays in the list, and lets the address take part no more.");
-    add_for_term(EditVerb::Remove, "Remove a term.");
+                 Tr("Switch a term off: it stays in the list, and lets the address take part no more."));
+    add_for_term(EditVerb::Remove, Tr("Remove a term."));
 }
 
 }  // namespace tarvex::host

@@ -17,6 +17,7 @@
 #include "host/commands/commands.h"
 #include "host/edit/edit.h"
 #include "host/held/held_work.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
 #include "host/system/command_error.h"
@@ -63,7 +64,7 @@ std::shared_ptr<Given> AddCommand(CLI::App& parent, Context& context, const std:
 }
 
 void AddName(CLI::App& command, Given& given, const char* placeholder, const char* help) {
-    command.add_option(placeholder, given.name, help)->required()->option_text(" ");
+    command.add_option(placeholder, given.name, Tr(help))->required()->option_text(" ");
 }
 
 constexpr const char* kPortOfPop3WithTls = "995";
@@ -79,9 +80,11 @@ int Remove(const Context& context, const Given& given, EditKind kind, const CRoo
     EditRequest request(kind, EditVerb::Remove, ShownName(root, object.path));
     request.expected = WhatGoes(object);
     request.expected_held = ShowHeld(held);
-    const std::string also = request.expected_held.empty() ? "" : ", and " + request.expected_held;
-    if (!given.yes && !AskYes("Remove " + request.name + " (" + request.expected + also + ")?")) {
-        std::cout << "Nothing was removed.\n";
+    const std::string question = request.expected_held.empty() ? Tr("Remove {0} ({1})?", request.name, request.expected)
+                                                               : Tr("Remove {0} ({1}, and {2})?", request.name,
+                                                                    request.expected, request.expected_held);
+    if (!given.yes && !AskYes(question)) {
+        std::cout << Tr("Nothing was removed.") << '\n';
         return kDone;
     }
     return Submit(context, request);
@@ -125,12 +128,11 @@ int SetRulesToo(const Context& context, const Given& given, EditRequest request)
 int Set(const Context& context, const Given& given, EditKind kind) {
     EditRequest request(kind, EditVerb::Set, given.name);
     if (given.keys.Empty() && given.host_keys.Empty())
-        throw CommandError(kBadUsage, "nothing to set; `tarvex " + EditName(request) + " --help` lists the keys");
+        throw CommandError(kBadUsage, Tr("nothing to set; `tarvex {0} --help` lists the keys", EditName(request)));
     if (given.many.Given() == !given.name.empty()) {
-        throw CommandError(kBadUsage,
-                           "name " + std::string(kind == EditKind::Profile ? "a profile or say --all, --user "
-                                                                             "or --where; see --help"
-                                                                           : "one; see --help"));
+        throw CommandError(kBadUsage, kind == EditKind::Profile
+                                          ? Tr("name a profile or say --all, --user or --where; see --help")
+                                          : Tr("name one; see --help"));
     }
     if (given.many.Given()) return SetMany(context, given.many, given.keys, given.host_keys);
     given.keys.Fill(request);
@@ -172,9 +174,10 @@ void SettleTls(const CRootPath& root, const Given& given, EditRequest& request) 
     CPopProfileSetting setting;
     setting.popserver = request.values["popserver"];
     if (!given.plain && LogsInInClear(setting, rules.Tls())) {
-        throw CommandError(kBadUsage, "the POP3 password would go to " + ShowUtf8Text(setting.popserver) +
-                                          " in clear; give --pop_tls tls (usually port 995) or --pop_tls starttls "
-                                          "(usually port 110), or --plain if that is what you want");
+        throw CommandError(kBadUsage, Tr("the POP3 password would go to {0} in clear; give --pop_tls tls (usually port "
+                                         "995) or --pop_tls starttls (usually port 110), or --plain if that is what "
+                                         "you want",
+                                         ShowUtf8Text(setting.popserver)));
     }
     if (rules.Tls() == PopTls::FromTheFirstByte) request.values.emplace("popport", kPortOfPop3WithTls);
 }
@@ -189,10 +192,10 @@ int AddProfile(const Context& context, const Given& given) {
     FindUser(root, given.name);  // before anybody is asked for a password
     SettleTls(root, given, request);
     const bool has_password = given.keys.GivesPassword("poppassword");
-    if (!has_password && CanAsk()) request.secrets["poppassword"] = AskSecret("POP3 password: ");
+    if (!has_password && CanAsk()) request.secrets["poppassword"] = AskSecret(Tr("POP3 password: "));
     const int code = Submit(context, request);
     if (!has_password && !CanAsk())
-        std::cout << "It has no password yet; `tarvex profile set --password` stores one.\n";
+        std::cout << Tr("It has no password yet; `tarvex profile set --password` stores one.") << '\n';
     return code;
 }
 
@@ -200,13 +203,15 @@ int AddProfile(const Context& context, const Given& given) {
 std::vector<std::string> IdsToSkip(const CPopProfile& profile, const std::string& address) {
     std::vector<std::string> ids;
     try {
-        ids = IdsOnServer(profile, "it is not known how much mail the address gets at first");
+        ids = IdsOnServer(profile, Tr("it is not known how much mail the address gets at first"));
     } catch (const CommandError& error) {
         PrintNote(error.what());
         return {};
     }
-    const std::string count = ShowCount(static_cast<std::int64_t>(ids.size()), "message");
-    if (!ids.empty() && AskYes("The mailbox holds " + count + ". Send all of that to " + address + "?")) ids.clear();
+    const std::string question =
+        TrN("The mailbox holds {0} message. Send it to {1}?",
+            "The mailbox holds {0} messages. Send all of that to {1}?", static_cast<std::int64_t>(ids.size()), address);
+    if (!ids.empty() && AskYes(question)) ids.clear();
     return ids;
 }
 
@@ -220,7 +225,7 @@ int AddForward(const Context& context, const Given& given) {
         CRootPath root;
         ReadTree(context, root);
         const CPopProfile& profile = *FindProfile(root, given.name).profile;
-        request.uidls = asks ? IdsToSkip(profile, given.first) : IdsOnServer(profile, "nothing was added");
+        request.uidls = asks ? IdsToSkip(profile, given.first) : IdsOnServer(profile, Tr("nothing was added"));
     }
     return Submit(context, request);
 }
@@ -230,25 +235,27 @@ int CatchUpForward(const Context& context, const Given& given) {
     ReadTree(context, root);
     const NamedForward named = FindForward(root, given.name);
     EditRequest request(EditKind::Forward, EditVerb::CatchUp, ShownName(root, named.forward->path));
-    request.uidls = IdsOnServer(*named.profile, "nothing was changed");
+    request.uidls = IdsOnServer(*named.profile, Tr("nothing was changed"));
     return Submit(context, request);
 }
 
 // ---- their places on the command line
 
-constexpr const char* kAsJson = "As JSON";
-constexpr const char* kUserName = "Its path (user0) or login name";
-constexpr const char* kProfileName = "Its path (user0/from0), nickname or address";
-constexpr const char* kForwardName = "Its path (user0/from0/forwardto0), nickname or address";
+constexpr const char* kAsJson = Marked("As JSON");
+constexpr const char* kUserName = Marked("Its path (user0) or login name");
+constexpr const char* kProfileName = Marked("Its path (user0/from0), nickname or address");
+constexpr const char* kForwardName = Marked("Its path (user0/from0/forwardto0), nickname or address");
 
 // The commands that differ between the three kinds in names alone.
 struct Kind {
     EditKind kind;
-    const char* article;      // "a profile"
+    const char* show_help;
+    const char* set_help;
+    const char* remove_help;
     const char* placeholder;  // "PROFILE"
     const char* name_help;
     const char* parent_placeholder;  // "USER", null for users
-    const char* parent_help;
+    const char* list_help;           // "Only those of one user. ..."
 };
 
 using ShowFunction = void (*)(const CRootPath&, std::string_view, Form);
@@ -258,11 +265,10 @@ using RemoveFunction = int (*)(const Context&, const Given&);
 template <class Record>
 void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, ListFunction list, ShowFunction show,
                        RemoveFunction remove) {
-    const std::string article = kind.article;
     CLI::App* command = nullptr;
 
     auto given = AddCommand(
-        group, context, "list", "List them.",
+        group, context, "list", Tr("List them."),
         [list](const Context& known, const Given& words) {
             CRootPath root;
             ReadTree(known, root);
@@ -271,14 +277,13 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
             return unread.empty() ? kDone : kCannotWrite;
         },
         command);
-    command->add_flag("--json", given->json, kAsJson);
+    command->add_flag("--json", given->json, Tr(kAsJson));
     if (kind.parent_placeholder) {
-        command->add_option(kind.parent_placeholder, given->name, std::string("Only those of one. ") + kind.parent_help)
-            ->option_text(" ");
+        command->add_option(kind.parent_placeholder, given->name, Tr(kind.list_help))->option_text(" ");
     }
 
     given = AddCommand(
-        group, context, "show", "Show every setting of " + article + ".",
+        group, context, "show", Tr(kind.show_help),
         [show](const Context& known, const Given& words) {
             CRootPath root;
             ReadTree(known, root);
@@ -287,10 +292,10 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
         },
         command);
     AddName(*command, *given, kind.placeholder, kind.name_help);
-    command->add_flag("--json", given->json, kAsJson);
+    command->add_flag("--json", given->json, Tr(kAsJson));
 
     given = AddCommand(
-        group, context, "set", "Change settings of " + article + ".",
+        group, context, "set", Tr(kind.set_help),
         [edited = kind.kind](const Context& known, const Given& words) { return Set(known, words, edited); }, command);
     AddName(*command, *given, kind.placeholder, kind.name_help);
     given->keys.template AddTo<Record>(*command, {});
@@ -300,39 +305,45 @@ void AddCommonCommands(CLI::App& group, Context& context, const Kind& kind, List
         given->many.AddTo(*command);
     }
 
-    given = AddCommand(group, context, "remove", "Remove " + article + ", with everything below.", remove, command);
+    given = AddCommand(group, context, "remove", Tr(kind.remove_help), remove, command);
     AddName(*command, *given, kind.placeholder, kind.name_help);
-    command->add_flag("--yes,-y", given->yes, "Do not ask");
+    command->add_flag("--yes,-y", given->yes, Tr("Do not ask"));
 }
 
 void AddUserCommands(CLI::App& app, Context& context) {
-    CLI::App* const group = app.add_subcommand("user", "Users: whose profiles there are.")->require_subcommand(1);
+    CLI::App* const group = app.add_subcommand("user", Tr("Users: whose profiles there are."))->require_subcommand(1);
     CLI::App* command = nullptr;
-    const auto given = AddCommand(*group, context, "add", "Add a user.", AddUser, command);
-    command->add_option("NAME", given->first, "Login name")->required()->option_text(" ");
+    const auto given = AddCommand(*group, context, "add", Tr("Add a user."), AddUser, command);
+    command->add_option("NAME", given->first, Tr("Login name"))->required()->option_text(" ");
     given->keys.AddTo<CUserSetting>(*command, {"loginname", "version"});
     AddCommonCommands<CUserSetting>(
-        *group, context, {EditKind::User, "a user", "USER", kUserName, nullptr, nullptr},
+        *group, context,
+        {EditKind::User, Marked("Show every setting of a user."), Marked("Change settings of a user."),
+         Marked("Remove a user, with everything below."), "USER", kUserName, nullptr, nullptr},
         [](const CRootPath& root, const std::string&, Form form) { return ListUsers(root, form); }, ShowUser,
         RemoveUser);
 }
 
 void AddProfileCommands(CLI::App& app, Context& context) {
-    CLI::App* const group = app.add_subcommand("profile", "Profiles: the mailboxes, and the servers to send through.")
-                                ->require_subcommand(1);
+    CLI::App* const group =
+        app.add_subcommand("profile", Tr("Profiles: the mailboxes, and the servers to send through."))
+            ->require_subcommand(1);
     CLI::App* command = nullptr;
     const auto given =
-        AddCommand(*group, context, "add", "Add a profile: a mailbox to fetch from.", AddProfile, command);
-    AddName(*command, *given, "USER", "Whose profile it is: path (user0) or login name");
-    command->add_option("ADDRESS", given->first, "The mailbox's own address")->required()->option_text(" ");
-    command->add_flag("--again", given->again, "Also when another profile fetches from the same mailbox");
-    command->add_flag("--plain", given->plain, "Also when the POP3 password goes to another machine in clear");
+        AddCommand(*group, context, "add", Tr("Add a profile: a mailbox to fetch from."), AddProfile, command);
+    AddName(*command, *given, "USER", Marked("Whose profile it is: path (user0) or login name"));
+    command->add_option("ADDRESS", given->first, Tr("The mailbox's own address"))->required()->option_text(" ");
+    command->add_flag("--again", given->again, Tr("Also when another profile fetches from the same mailbox"));
+    command->add_flag("--plain", given->plain, Tr("Also when the POP3 password goes to another machine in clear"));
     given->keys.AddTo<CPopProfileSetting>(*command, {"address", "version"});
     given->host_keys.AddTo<HostRules>(*command, KeysOtherThanTls());
     command->get_option("--popserver")->required();
     command->get_option("--popuser")->required();
     AddCommonCommands<CPopProfileSetting>(
-        *group, context, {EditKind::Profile, "a profile", "PROFILE", kProfileName, "USER", kUserName},
+        *group, context,
+        {EditKind::Profile, Marked("Show every setting of a profile."), Marked("Change settings of a profile."),
+         Marked("Remove a profile, with everything below."), "PROFILE", kProfileName, "USER",
+         Marked("Only those of one user: its path (user0) or login name")},
         [](const CRootPath& root, const std::string& user, Form form) {
             return ListProfiles(root, user.empty() ? nullptr : &FindUser(root, user), form);
         },
@@ -340,30 +351,35 @@ void AddProfileCommands(CLI::App& app, Context& context) {
 }
 
 void AddForwardCommands(CLI::App& app, Context& context) {
-    CLI::App* const group =
-        app.add_subcommand("forward", "Forwarding addresses: where the mail of a profile goes.")->require_subcommand(1);
+    CLI::App* const group = app.add_subcommand("forward", Tr("Forwarding addresses: where the mail of a profile goes."))
+                                ->require_subcommand(1);
     CLI::App* command = nullptr;
     const auto given =
-        AddCommand(*group, context, "add", "Add a forwarding address to a profile.", AddForward, command);
-    AddName(*command, *given, "PROFILE", "Whose mail it gets: path (user0/from0), nickname or address of the profile");
-    command->add_option("ADDRESS", given->first, "Where to send")->required()->option_text(" ");
-    command->add_flag("--again", given->again, "Also when the profile has the same address already");
+        AddCommand(*group, context, "add", Tr("Add a forwarding address to a profile."), AddForward, command);
+    AddName(*command, *given, "PROFILE",
+            Marked("Whose mail it gets: path (user0/from0), nickname or address of the profile"));
+    command->add_option("ADDRESS", given->first, Tr("Where to send"))->required()->option_text(" ");
+    command->add_flag("--again", given->again, Tr("Also when the profile has the same address already"));
     auto* const new_mail_only =
         command->add_flag("--new-mail-only", given->new_mail_only,
-                          "What is in the mailbox now counts as handled: the address gets only what comes from now "
-                          "on. Without it the first run sends it everything, which is asked about on a terminal");
-    command->add_flag("--all-mail", given->all_mail, "Do not ask: the first run sends it everything")
+                          Tr("What is in the mailbox now counts as handled: the address gets only what comes from now "
+                             "on. Without it the first run sends it everything, which is asked about on a terminal"));
+    command->add_flag("--all-mail", given->all_mail, Tr("Do not ask: the first run sends it everything"))
         ->excludes(new_mail_only);
     given->keys.AddTo<CForwardAddressSetting>(*command, {"address"});
     AddCommonCommands<CForwardAddressSetting>(
-        *group, context, {EditKind::Forward, "a forwarding address", "FORWARD", kForwardName, "PROFILE", kProfileName},
+        *group, context,
+        {EditKind::Forward, Marked("Show every setting of a forwarding address."),
+         Marked("Change settings of a forwarding address."),
+         Marked("Remove a forwarding address, with everything below."), "FORWARD", kForwardName, "PROFILE",
+         Marked("Only those of one profile: its path (user0/from0), nickname or address")},
         [](const CRootPath& root, const std::string& profile, Form form) {
             return ListForwards(root, profile.empty() ? nullptr : FindProfile(root, profile).profile, form);
         },
         ShowForward, RemoveForward);
 
-    const auto caught_up = AddCommand(*group, context, "catch-up", "Let what is in the mailbox now count as handled.",
-                                      CatchUpForward, command);
+    const auto caught_up = AddCommand(*group, context, "catch-up",
+                                      Tr("Let what is in the mailbox now count as handled."), CatchUpForward, command);
     AddName(*command, *caught_up, "FORWARD", kForwardName);
 }
 
@@ -372,9 +388,9 @@ void AddForwardCommands(CLI::App& app, Context& context) {
 void RequireNewUsersAllowed() {
     CAppSetting setting;
     if (!setting.Load(ConfigurationDirectory()) || setting.allowcreatenewuser != 0) return;
-    throw CommandError(kNotAllowed, "appset.def in \"" + ShowPath(ConfigurationDirectory()) +
-                                        "\" does not allow new users; `tarvex settings set --allowcreatenewuser on` "
-                                        "does");
+    throw CommandError(kNotAllowed, Tr("appset.def in \"{0}\" does not allow new users; `tarvex settings set "
+                                       "--allowcreatenewuser on` does",
+                                       ShowPath(ConfigurationDirectory())));
 }
 
 void AddTreeCommands(CLI::App& app, Context& context) {

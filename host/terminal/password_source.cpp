@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -17,16 +18,16 @@ namespace tarvex::host {
 std::string AskSecret(const std::string& question) {
     if (!CanAsk()) {
         throw CommandError(kBadUsage,
-                           "there is no terminal to ask for a password on; give it with the -stdin or -file form of "
-                           "the option");
+                           Tr("there is no terminal to ask for a password on; give it with the -stdin or -file form of "
+                              "the option"));
     }
     std::string secret;
-    if (!AskHidden(question, secret)) throw CommandError(kBadUsage, "no password was given");
+    if (!AskHidden(question, secret)) throw CommandError(kBadUsage, Tr("no password was given"));
     return secret;
 }
 
 bool AskYes(const std::string& question) {
-    if (!CanAsk()) throw CommandError(kBadUsage, "there is no terminal to ask on; say --yes");
+    if (!CanAsk()) throw CommandError(kBadUsage, Tr("there is no terminal to ask on; say --yes"));
     std::cerr << question << " [y/N] " << std::flush;
     std::string answer;
     ReadLine(answer);
@@ -34,9 +35,9 @@ bool AskYes(const std::string& question) {
 }
 
 std::string SecretFromInput() {
-    if (CanAsk()) return AskSecret("Password: ");
+    if (CanAsk()) return AskSecret(Tr("Password: "));
     std::string secret;
-    if (!ReadLine(secret)) throw CommandError(kBadUsage, "standard input has no line with the password");
+    if (!ReadLine(secret)) throw CommandError(kBadUsage, Tr("standard input has no line with the password"));
     return secret;
 }
 
@@ -44,8 +45,8 @@ std::string SecretFromFile(const std::string& path) {
     std::ifstream file(NativePath(TreePath(path)));
     std::string secret;
     if (!file || !std::getline(file, secret)) {
-        throw CommandError(kNotFound, "cannot read a password from \"" + ShowUtf8Text(path) +
-                                          "\": " + (file.eof() ? "it is empty" : std::strerror(errno)));
+        const std::string why = file.eof() ? Tr("it is empty") : std::strerror(errno);
+        throw CommandError(kNotFound, Tr("cannot read a password from \"{0}\": {1}", ShowUtf8Text(path), why));
     }
     if (secret.ends_with('\r')) secret.pop_back();
     return secret;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <optional>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "tarvex/conversion.h"
 
@@ -43,17 +44,19 @@ std::string ToStored(std::string_view text) {
     while (!text.empty()) {
         const std::string_view character = text.substr(0, AnnouncedBytes(static_cast<unsigned char>(text.front())));
         if (WellFormedUtf8Bytes(character) < character.size()) {
-            throw CommandError(kBadData, "the byte " + Number("0x%02X", static_cast<unsigned char>(text.front())) +
-                                             " is not UTF-8, the character set in which tarvex reads its words");
+            throw CommandError(kBadData,
+                               Tr("the byte {0} is not UTF-8, the character set in which tarvex reads its words",
+                                  Number("0x%02X", static_cast<unsigned char>(text.front()))));
         }
         const std::uint32_t code = CodePoint(character);
         const std::string name = Number("U+%04X", code);
-        if (IsControl(code)) throw CommandError(kBadData, "the control character " + name + " cannot be stored");
+        if (IsControl(code)) throw CommandError(kBadData, Tr("the control character {0} cannot be stored", name));
         const std::optional<CString> converted = TextFromUtf8(character);
         if (!converted) {
             throw CommandError(kBadData,
-                               "the character \"" + std::string(character) + "\" (" + name +
-                                   ") cannot be stored: Shift-JIS, the character set of the tree, does not have it");
+                               Tr("the character \"{0}\" ({1}) cannot be stored: Shift-JIS, the character set "
+                                  "of the tree, does not have it",
+                                  character, name));
         }
         stored += *converted;
         text.remove_prefix(character.size());

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <sstream>
 
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/table.h"
 #include "tarvex/tarvex.h"
@@ -49,7 +50,7 @@ std::string Shortened(std::string line, std::size_t columns) {
 
 std::string ShowBytes(std::int64_t bytes) {
     constexpr double kKilo = 1000;
-    if (bytes < 1000) return ShowCount(bytes, "byte");
+    if (bytes < 1000) return TrN("{0} byte", "{0} bytes", bytes);
     const auto value = static_cast<double>(bytes);
     if (bytes < 1'000'000) return WithDecimal(value / kKilo, "KB");
     if (bytes < 1'000'000'000) return WithDecimal(value / kKilo / kKilo, "MB");
@@ -70,18 +71,19 @@ std::string ShowSpan(std::int64_t seconds) {
     constexpr std::int64_t kMinute = 60;
     constexpr std::int64_t kHour = 60 * kMinute;
     constexpr std::int64_t kDay = 24 * kHour;
-    if (seconds < 2 * kMinute) return std::to_string(seconds) + " s";
-    if (seconds < 2 * kHour) return std::to_string(seconds / kMinute) + " min";
-    if (seconds < 2 * kDay) return std::to_string(seconds / kHour) + " h";
-    return ShowCount(seconds / kDay, "day");
+    if (seconds < 2 * kMinute) return Tr("{0} s", seconds);
+    if (seconds < 2 * kHour) return Tr("{0} min", seconds / kMinute);
+    if (seconds < 2 * kDay) return Tr("{0} h", seconds / kHour);
+    return TrN("{0} day", "{0} days", seconds / kDay);
 }
 
 std::string ShowInterval(int timer) {
-    if (timer <= 0) return "at every call";
+    if (timer <= 0) return Tr("at every call");
     const std::int32_t minutes = IntervalSeconds(timer) / 60;
-    if (minutes < 60) return "every " + ShowCount(minutes, "minute");
-    if (minutes % 60 == 0) return "every " + ShowCount(minutes / 60, "hour");
-    return "every " + ShowCount(minutes / 60, "hour") + ' ' + ShowCount(minutes % 60, "minute");
+    if (minutes < 60) return TrN("every {0} minute", "every {0} minutes", minutes);
+    const std::string hours = TrN("{0} hour", "{0} hours", minutes / 60);
+    if (minutes % 60 == 0) return Tr("every {0}", hours);
+    return Tr("every {0} {1}", hours, TrN("{0} minute", "{0} minutes", minutes % 60));
 }
 
 std::string OneLine(std::string_view text, std::size_t columns) {

@@ -2,7 +2,6 @@
 
 #include "host/commands/arguments/help_formatter.h"
 
-#include <sstream>
 #include <utility>
 
 #include "host/language/tr.h"
@@ -14,6 +13,19 @@ namespace {
 constexpr std::size_t kColumns = 80;
 constexpr std::size_t kNameColumns = 30;
 constexpr std::size_t kTextColumns = kColumns - kNameColumns;
+
+// A name with its description beside it, or below one that leaves no room for that.
+std::string Entry(const std::string& name, const std::string& description) {
+    const std::string beginning = "  " + name;
+    std::string entry = Padded(beginning, kNameColumns);
+    if (Columns(beginning) >= kNameColumns) entry += '\n' + std::string(kNameColumns, ' ');
+    for (const char c : Wrapped(description, kTextColumns)) {
+        entry += c;
+        if (c == '\n') entry.append(kNameColumns, ' ');
+    }
+    entry.erase(entry.find_last_not_of(" \n") + 1);
+    return entry + '\n';
+}
 
 }  // namespace
 
@@ -49,8 +61,8 @@ std::string HelpFormatter::make_footer(const CLI::App* app) const {
     return Wrapped(CLI::Formatter::make_footer(app), kColumns);
 }
 
-std::string HelpFormatter::make_option_desc(const CLI::Option* option) const {
-    return Wrapped(option->get_description(), kTextColumns);
+std::string HelpFormatter::make_option(const CLI::Option* option, bool is_positional) const {
+    return Entry(make_option_name(option, is_positional) + make_option_opts(option), option->get_description());
 }
 
 std::string HelpFormatter::make_subcommands(const CLI::App* app, CLI::AppFormatMode) const {
@@ -60,9 +72,7 @@ std::string HelpFormatter::make_subcommands(const CLI::App* app, CLI::AppFormatM
 }
 
 std::string HelpFormatter::make_subcommand(const CLI::App* command) const {
-    std::ostringstream out;
-    CLI::detail::format_help(out, command->get_name(), Wrapped(command->get_description(), kTextColumns), kNameColumns);
-    return out.str();
+    return Entry(command->get_name(), command->get_description());
 }
 
 }  // namespace tarvex::host

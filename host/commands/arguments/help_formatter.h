@@ -17,7 +17,7 @@ public:
                            std::vector<const CLI::Option*> options) const override;
     std::string make_description(const CLI::App* app) const override;
     std::string make_footer(const CLI::App* app) const override;
-    std::string make_option_desc(const CLI::Option* option) const override;
+    std::string make_option(const CLI::Option* option, bool is_positional) const override;
     std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override;
     std::string make_subcommand(const CLI::App* command) const override;
 };

@@ -6,6 +6,7 @@
 #include <array>
 #include <string_view>
 
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/terminal/password_source.h"
@@ -16,11 +17,12 @@ namespace {
 // "Minutes between two runs (0 to 600; default 10)"
 template <class Record>
 std::string Description(const Key<Record>& key) {
-    std::string meaning = key.meaning;
+    const std::string meaning = Tr(key.meaning);
     if (key.type != KeyType::Number) return meaning;
-    const std::string usual = "default " + ShowValue(Record(), key) + ')';
-    const bool is_flag = AllowedValues(key) == "on or off";  // its placeholder says so
-    return meaning + (is_flag ? " (" : " (" + AllowedValues(key) + "; ") + usual;
+    const std::string usual = ShowValue(Record(), key);
+    const bool is_flag = std::string_view(key.placeholder) == "on|off";
+    return is_flag ? Tr("{0} (default {1})", meaning, usual)
+                   : Tr("{0} ({1}; default {2})", meaning, AllowedValues(key), usual);
 }
 
 // How a password is asked for.
@@ -30,9 +32,9 @@ struct PasswordWords {
     const char* question;
 };
 constexpr std::array kPasswordWords = {
-    PasswordWords{"smtppassword", "--smtp-password", "SMTP password: "},
-    PasswordWords{"alert_password", "--alert-password", "Password for alerts: "},
-    PasswordWords{"", "--password", "Password: "}};  // the one that most records have
+    PasswordWords{"smtppassword", "--smtp-password", Marked("SMTP password: ")},
+    PasswordWords{"alert_password", "--alert-password", Marked("Password for alerts: ")},
+    PasswordWords{"", "--password", Marked("Password: ")}};  // the one that most records have
 
 const PasswordWords& WordsOfPassword(std::string_view key) {
     const auto found = std::ranges::find(kPasswordWords, key, &PasswordWords::key);
@@ -51,7 +53,7 @@ void KeyOptions::AddTo(CLI::App& app, const std::vector<std::string_view>& left_
         }
         options_[key.name] = app.add_option("--" + std::string(key.name), values_[key.name], Description(key))
                                  ->type_name(key.placeholder)
-                                 ->group(key.group);
+                                 ->group(Tr(key.group));
     }
 }
 
@@ -59,14 +61,14 @@ void KeyOptions::AddPassword(CLI::App& app, const KeyInfo& key) {
     Password& password = passwords_[key.name];
     const std::string name = WordsOfPassword(key.name).option;
     CLI::Option* const ask =
-        app.add_flag(name, password.ask, std::string(key.meaning) + ". It is asked for on the terminal")
-            ->group(key.group);
+        app.add_flag(name, password.ask, Tr("{0}. It is asked for on the terminal", Tr(key.meaning)))
+            ->group(Tr(key.group));
     CLI::Option* const input =
-        app.add_flag(name + "-stdin", password.from_input, "The same, the next line of standard input")
-            ->group(key.group);
-    CLI::Option* const file = app.add_option(name + "-file", password.file, "The same, the first line of a file")
+        app.add_flag(name + "-stdin", password.from_input, Tr("The same, the next line of standard input"))
+            ->group(Tr(key.group));
+    CLI::Option* const file = app.add_option(name + "-file", password.file, Tr("The same, the first line of a file"))
                                   ->type_name("FILE")
-                                  ->group(key.group);
+                                  ->group(Tr(key.group));
     ask->excludes(input)->excludes(file)->option_text(" ");
     input->excludes(file)->option_text(" ");
     file->option_text("FILE");
@@ -93,7 +95,7 @@ std::map<std::string, std::string> KeyOptions::Values() const {
 void KeyOptions::Fill(EditRequest& request) const {
     request.values.merge(Values());
     for (const auto& [key, password] : passwords_) {
-        if (password.ask) request.secrets[key] = AskSecret(WordsOfPassword(key).question);
+        if (password.ask) request.secrets[key] = AskSecret(Tr(WordsOfPassword(key).question));
         if (password.from_input) request.secrets[key] = SecretFromInput();
         if (!password.file.empty()) request.secrets[key] = SecretFromFile(password.file);
     }

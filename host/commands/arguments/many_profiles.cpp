@@ -10,6 +10,7 @@
 
 #include "host/commands/arguments/submit.h"
 #include "host/edit/key_values.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -45,7 +46,7 @@ template <class Record>
 class Condition {
 public:
     Condition(const std::string& name, const std::string& value) : key_(KeyNamed<Record>(name)) {
-        if (key_.type == KeyType::Password) throw CommandError(kBadUsage, "--where does not look into passwords");
+        if (key_.type == KeyType::Password) throw CommandError(kBadUsage, Tr("--where does not look into passwords"));
         if (!value.empty() || key_.type == KeyType::Number) SetValue(wanted_, key_, value);
     }
 
@@ -73,7 +74,8 @@ public:
         for (const std::string& text : texts) {
             const std::size_t end = text.find('=');
             if (end == std::string::npos)
-                throw CommandError(kBadUsage, "--where takes KEY=VALUE, such as pop_tls=off, not " + Quoted(text));
+                throw CommandError(kBadUsage,
+                                   Tr("--where takes KEY=VALUE, such as pop_tls=off, not {0}", Quoted(text)));
             const std::string name = text.substr(0, end);
             if (std::ranges::any_of(Keys<HostRules>(), [&](const auto& key) { return IsRuleOfProfile(key, name); })) {
                 rules_.emplace_back(name, text.substr(end + 1));
@@ -102,7 +104,7 @@ private:
 
 // Who cannot be read may be meant, or not.
 void RequireWhole(const std::string& why) {
-    if (!why.empty()) throw CommandError(kCannotWrite, why + "; nothing was changed");
+    if (!why.empty()) throw CommandError(kCannotWrite, Tr("{0}; nothing was changed", why));
 }
 
 std::vector<NamedProfile> Find(const CRootPath& root, const ManyProfiles& chosen) {
@@ -119,7 +121,7 @@ std::vector<NamedProfile> Find(const CRootPath& root, const ManyProfiles& chosen
         RequireWhole(WhyNotLoaded(*named.profile));
         if (conditions.Hold(*named.profile)) found.push_back(named);
     }
-    if (found.empty()) throw CommandError(kNotFound, "no profile has these settings; nothing was changed");
+    if (found.empty()) throw CommandError(kNotFound, Tr("no profile has these settings; nothing was changed"));
     return found;
 }
 
@@ -135,15 +137,16 @@ std::string Preview(const Record& before, const EditRequest& request) {
 }  // namespace
 
 void ManyProfiles::AddTo(CLI::App& command) {
-    command.add_flag("--all", all, "All profiles of the tree");
-    command.add_option("--user", user, "All profiles of this user: path (user0) or login name")->type_name("USER");
+    command.add_flag("--all", all, Tr("All profiles of the tree"));
+    command.add_option("--user", user, Tr("All profiles of this user: path (user0) or login name"))->type_name("USER");
     command
-        .add_option("--where", where,
-                    "All profiles with this setting or rule, such as smtpserver=relay.example.net or pop_tls=off; more "
-                    "than once: with all of them")
+        .add_option(
+            "--where", where,
+            Tr("All profiles with this setting or rule, such as smtpserver=relay.example.net or pop_tls=off; more "
+               "than once: with all of them"))
         ->type_name("KEY=VALUE")
         ->allow_extra_args(false);
-    command.add_flag("--yes,-y", yes, "Do not ask before many profiles are changed");
+    command.add_flag("--yes,-y", yes, Tr("Do not ask before many profiles are changed"));
 }
 
 int SetMany(const Context& context, const ManyProfiles& chosen, const KeyOptions& keys, const KeyOptions& host_keys) {
@@ -168,16 +171,16 @@ int SetMany(const Context& context, const ManyProfiles& chosen, const KeyOptions
         if (!host_keys.Empty()) requests.push_back(rules);
         if (!keys.Empty()) requests.push_back(settings);
     }
-    const std::string count = ShowCount(static_cast<std::int64_t>(found.size()), "profile");
+    const auto count = static_cast<std::int64_t>(found.size());
     if (!chosen.yes) {
         std::cout << preview << std::flush;
-        if (!AskYes("Change " + count + "?")) {
-            std::cout << "Nothing was changed.\n";
+        if (!AskYes(TrN("Change {0} profile?", "Change {0} profiles?", count))) {
+            std::cout << Tr("Nothing was changed.") << '\n';
             return kDone;
         }
     }
     const int code = SubmitAll(directory, requests);
-    std::cout << "Changed " << count << ".\n";
+    std::cout << TrN("Changed {0} profile.", "Changed {0} profiles.", count) << '\n';
     return code;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "host/language/tr.h"
 #include "host/system/process.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
@@ -17,18 +18,17 @@ constexpr const char* kNoWrapping = "\x1b[?7l";
 constexpr const char* kWrapping = "\x1b[?7h";
 
 std::string CountsOf(const RunNow& run) {
-    return "fetched " + std::to_string(run.messages_fetched) + " of " + std::to_string(run.messages_to_fetch) +
-           ", delivered " + std::to_string(run.messages_delivered);
+    return Tr("fetched {0} of {1}, delivered {2}", run.messages_fetched, run.messages_to_fetch, run.messages_delivered);
 }
 
 std::string TrafficOf(const RunNow& run) {
-    return "  (" + ShowBytes(run.bytes_received) + " in, " + ShowBytes(run.bytes_sent) + " out)";
+    return "  " + Tr("({0} in, {1} out)", ShowBytes(run.bytes_received), ShowBytes(run.bytes_sent));
 }
 
 // What it says of the run stays whole as long as that fits beside a part of the name.
 std::string LineOf(const RunNow& run, std::size_t columns) {
     constexpr std::size_t kShortestName = 12;
-    const std::string state = "  " + (run.bytes_received == 0 ? "connecting" : CountsOf(run));
+    const std::string state = "  " + (run.bytes_received == 0 ? Tr("connecting") : CountsOf(run));
     const std::string traffic = run.bytes_received == 0 ? "" : TrafficOf(run);
     const std::string line = run.profile + state + traffic;
     if (columns == 0 || Columns(line) <= columns) return line;
@@ -44,7 +44,7 @@ std::string RestOf(const std::vector<RunNow>& runs, std::size_t shown) {
         rest.messages_fetched += runs[i].messages_fetched;
         rest.messages_delivered += runs[i].messages_delivered;
     }
-    return "and " + std::to_string(runs.size() - shown) + " more: " + CountsOf(rest);
+    return Tr("and {0} more: {1}", runs.size() - shown, CountsOf(rest));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "host/held/memory_edit.h"
+#include "host/language/tr.h"
 #include "host/memory/memory.h"
 #include "host/system/command_error.h"
 #include "host/tree/tree_root.h"
@@ -87,9 +88,8 @@ int SubmitAll(const std::string& directory, std::span<const EditRequest> request
     bool printed = true;
     const auto told = [&](const CommandError& error) {
         if (requests.size() == 1) return error;
-        return CommandError(error.ExitCode(), requests[made].name + ": " + error.what() + "; " + std::to_string(made) +
-                                                  " of " + std::to_string(requests.size()) +
-                                                  " were changed before, none after it");
+        return CommandError(error.ExitCode(), Tr("{0}: {1}; {2} of {3} were changed before, none after it",
+                                                 requests[made].name, error.what(), made, requests.size()));
     };
     try {
         MakeEdits(directory, requests, [&](int code, const Reply& reply) {
@@ -101,7 +101,7 @@ int SubmitAll(const std::string& directory, std::span<const EditRequest> request
     } catch (const CommandError& error) {
         throw told(error);
     }
-    if (!printed) throw CommandError(kCannotWrite, "the change was made, but standard output cannot be written");
+    if (!printed) throw CommandError(kCannotWrite, Tr("the change was made, but standard output cannot be written"));
     return kDone;
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -60,11 +61,12 @@ Provider ChosenProvider(const std::string& root, const std::string& name, const 
     if (names.size() > 1) {
         std::string list;
         for (const std::string& one : names) list += (list.empty() ? "" : ", ") + one;
-        throw CommandError(kBadUsage, "say which provider with --provider: " + list);
+        throw CommandError(kBadUsage, Tr("say which provider with --provider: {0}", list));
     }
     if (names.empty()) {
         throw CommandError(
-            kNotFound, "no provider is described yet: docs/tokens.md says how, in a file of /etc/tarvex/providers.d");
+            kNotFound,
+            Tr("no provider is described yet: docs/tokens.md says how, in a file of /etc/tarvex/providers.d"));
     }
     return ProviderNamed(root, names.front());
 }
@@ -76,8 +78,8 @@ TokenAnswer LogIn(const Provider& provider, const Given& given, const std::strin
     const bool can_device = !provider.device_endpoint.empty();
     const bool browser = given.browser || (!given.device && can_browser && (HasDisplay() || !can_device));
     if (browser ? !can_browser : !can_device) {
-        throw CommandError(kBadSettings, "the file of provider " + provider.name + " has no " +
-                                             (browser ? "authorization_endpoint" : "device_endpoint"));
+        throw CommandError(kBadSettings, Tr("the file of provider {0} has no {1}", provider.name,
+                                            browser ? "authorization_endpoint" : "device_endpoint"));
     }
     return browser ? LogInByBrowser(provider, dialogue, kBrowserTime) : LogInByDevice(provider, dialogue);
 }
@@ -108,8 +110,9 @@ void PrintWhatItIsFor(const CRootPath& root, const CPopProfile& profile) {
     const std::optional<HostRules> rules = RulesOf(root.path, profile.path);
     if (rules && (rules->pop_login != 0 || rules->smtp_login != 0)) return;
     const std::string name = ShownName(root, profile.path);
-    std::cout << Paragraph("Runs still log in with the password: `tarvex rules set " + name +
-                               " --pop_login xoauth2 --smtp_login xoauth2` has them use the token.",
+    std::cout << Paragraph(Tr("Runs still log in with the password: `tarvex rules set {0} --pop_login xoauth2 "
+                              "--smtp_login xoauth2` has them use the token.",
+                              name),
                            0);
 }
 
@@ -133,13 +136,15 @@ int Login(const Context& context, const Given& given) {
         Keep(answer, token);
         const Descriptor lock = file.Lock([] { return CaughtSignal() != 0; });
         file.Write(token);
-        std::cout << "Logged in at " << provider.name << " as " << ShowUtf8Text(login) << ".\n";
+        std::cout << Tr("Logged in at {0} as {1}.", provider.name, ShowUtf8Text(login)) << '\n';
     } catch (const TokenTrouble& trouble) {
         throw CommandError(CodeOf(trouble.Kind()), trouble.what());
     }
     if (file.Read()->refresh_token.empty()) {
-        std::cout << "The provider gave no refresh token, so the login soon expires: ask for one with another scope, "
-                     "often offline_access (docs/tokens.md).\n";
+        std::cout
+            << Tr("The provider gave no refresh token, so the login soon expires: ask for one with another scope, "
+                  "often offline_access (docs/tokens.md).")
+            << '\n';
     }
     PrintWhatItIsFor(root, profile);
     return kDone;
@@ -152,8 +157,8 @@ void RequireProvider(const std::string& root, const std::string& provider) {
     if (provider.empty() && names.empty()) {
         throw CommandError(
             kBadSettings,
-            "the provider wants tokens and no password: register an application there and describe it in "
-            "/etc/tarvex/providers.d/NAME.def (docs/tokens.md), then come back");
+            Tr("the provider wants tokens and no password: register an application there and describe it in "
+               "/etc/tarvex/providers.d/NAME.def (docs/tokens.md), then come back"));
     }
     ChosenProvider(root, provider, std::nullopt);
 }
@@ -164,21 +169,21 @@ int LogInAtProvider(const Context& context, const std::string& profile, const st
 
 void AddLoginCommand(CLI::App& app, Context& context) {
     CLI::App* const login =
-        app.add_subcommand("login", "Log in at a profile's provider, where it wants tokens and no password.");
+        app.add_subcommand("login", Tr("Log in at a profile's provider, where it wants tokens and no password."));
     const auto given = std::make_shared<Given>();
-    login->add_option("PROFILE", given->profile, "Path, nickname or address of the profile")
+    login->add_option("PROFILE", given->profile, Tr("Path, nickname or address of the profile"))
         ->required()
         ->option_text(" ");
     login
         ->add_option("--provider", given->provider,
-                     "Which file of /etc/tarvex/providers.d or of providers.d in the root describes the provider; "
-                     "without it the one of the last login, or the only one")
+                     Tr("Which file of /etc/tarvex/providers.d or of providers.d in the root describes the provider; "
+                        "without it the one of the last login, or the only one"))
         ->type_name("NAME");
     CLI::Option* const browser =
-        login->add_flag("--browser", given->browser, "In a browser on this machine, which comes back by itself");
-    login->add_flag("--device", given->device, "With a code that is typed in a browser on whatever machine")
+        login->add_flag("--browser", given->browser, Tr("In a browser on this machine, which comes back by itself"));
+    login->add_flag("--device", given->device, Tr("With a code that is typed in a browser on whatever machine"))
         ->excludes(browser);
-    login->footer("The service goes on with the new login at once; there is no need to restart it.");
+    login->footer(Tr("The service goes on with the new login at once; there is no need to restart it."));
     login->callback([&context, given] { context.command = [&context, given] { return Login(context, *given); }; });
 }
 

@@ -15,17 +15,17 @@ namespace tarvex::host {
 
 void AddServeCommand(CLI::App& app, Context& context) {
     CLI::App* const serve = app.add_subcommand(
-        "serve", "Run every profile whenever it is due, until SIGTERM or SIGINT. SIGHUP loads the tree again.");
+        "serve", Tr("Run every profile whenever it is due, until SIGTERM or SIGINT. SIGHUP loads the tree again."));
     auto every = std::make_shared<double>(10);
     constexpr double kShortest = 0.01;
     constexpr double kLongest = 86400;
     serve
         ->add_option("--every", *every,
-                     "Seconds between two checks of what is due (default 10); a profile is never run more often than "
-                     "its timer says")
+                     Tr("Seconds between two checks of what is due (default 10); a profile is never run more often "
+                        "than its timer says"))
         ->check(Fraction(kShortest, kLongest, Tr("seconds")))
         ->type_name("SECONDS");
-    serve->footer("Commands that change the tree work while the service runs: they are carried out by it.");
+    serve->footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
     serve->callback([&context, every] {
         context.command = [&context, every] {
             SpeakTo(Language::English);  // in the journal
@@ -39,7 +39,7 @@ void AddServeCommand(CLI::App& app, Context& context) {
 }
 
 std::string HowToKeepRunning(const std::string& tarvex) {
-    return tarvex + " serve (with the packages: sudo systemctl enable --now tarvex)";
+    return Tr("{0} serve (with the packages: sudo systemctl enable --now tarvex)", tarvex);
 }
 
 }  // namespace tarvex::host

@@ -5,17 +5,23 @@
 #include <utility>
 
 #include "host/edit/key_values.h"
+#include "host/language/tr.h"
 #include "host/settings/keys.h"
 #include "host/settings/schedule_text.h"
 #include "host/settings/shared_account.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
 namespace {
 
-std::string Security(int tls) { return tls == 0 ? " without TLS" : tls == 2 ? " with STARTTLS" : " with TLS"; }
+// A server with the way to it.
+std::string ServerWords(const std::string& name, int port, int tls) {
+    if (tls == 0) return Tr("{0} port {1} without TLS", name, port);
+    return tls == 2 ? Tr("{0} port {1} with STARTTLS", name, port) : Tr("{0} port {1} with TLS", name, port);
+}
 
 std::string Joined(const std::vector<std::string>& words) {
     std::string text;
@@ -25,27 +31,29 @@ std::string Joined(const std::vector<std::string>& words) {
 
 std::string WhichMail(const SetupPlan& plan) {
     if (!plan.mailbox)
-        return plan.all_mail ? "all that is in the mailbox, and what comes" : "only what comes from now on";
-    const std::string count = ShowCount(static_cast<std::int64_t>(plan.mailbox->messages), "message");
-    if (plan.mailbox->messages == 0) return "all (the mailbox is empty)";
-    return plan.all_mail ? "all: the " + count + " in the mailbox, and what comes"
-                         : "only what comes from now on, not the " + count + " in the mailbox";
+        return plan.all_mail ? Tr("all that is in the mailbox, and what comes") : Tr("only what comes from now on");
+    const auto count = static_cast<std::int64_t>(plan.mailbox->messages);
+    if (count == 0) return Tr("all (the mailbox is empty)");
+    return plan.all_mail ? TrN("all: the {0} message in the mailbox, and what comes",
+                               "all: the {0} messages in the mailbox, and what comes", count)
+                         : TrN("only what comes from now on, not the {0} message in the mailbox",
+                               "only what comes from now on, not the {0} messages in the mailbox", count);
 }
 
 std::string InWhichForm(const std::string& text) {
-    if (text == "whole") return "the whole mail";
-    return text == "unlimited" ? "text without limit" : "text of at most " + text + " bytes";
+    if (text == "whole") return Tr("the whole mail");
+    return text == "unlimited" ? Tr("text without limit") : Tr("text of at most {0} bytes", text);
 }
 
 std::string Way(const CPopProfileSetting& own, const HostRules& rules) {
     const CPopProfileSetting setting = WithAccount(own, rules);
     const std::string shared = ShowShared(AccountOwnerOf(own, rules));
-    const std::string server = ShowText(setting.smtpserver) + " port " + std::to_string(setting.smtpport) +
-                               Security(setting.sslsmtp) + (shared.empty() ? "" : ", " + shared);
-    if (setting.smtpauth == 0) return server + ", without login";
-    if (rules.smtp_login != 0) return server + ", with a token";
+    const std::string server = ServerWords(ShowText(setting.smtpserver), setting.smtpport, setting.sslsmtp) +
+                               (shared.empty() ? "" : ", " + shared);
+    if (setting.smtpauth == 0) return Tr("{0}, without login", server);
+    if (rules.smtp_login != 0) return Tr("{0}, with a token", server);
     const bool own_login = !setting.smtpuser.empty() || !setting.smtppassword.empty();
-    return server + (own_login ? ", with a login of its own" : ", with the same login");
+    return own_login ? Tr("{0}, with a login of its own", server) : Tr("{0}, with the same login", server);
 }
 
 void RequireValue(const char* key, const std::string& value) {
@@ -81,17 +89,17 @@ std::vector<std::string> ForwardsIn(const SetupPlan& plan, const std::string& wo
         const std::string& address = forwards.emplace_back(words.substr(begin, end - begin));
         RequireValue("address", address);
         if (SameMailbox(address, plan.Address()))
-            throw CommandError(kBadUsage, "That is the mailbox itself: its mail would come back to it.");
+            throw CommandError(kBadUsage, Tr("That is the mailbox itself: its mail would come back to it."));
         begin = end;
         if (end == std::string::npos) break;
     }
-    if (forwards.empty()) throw CommandError(kBadUsage, "Please type a mail address, or several.");
+    if (forwards.empty()) throw CommandError(kBadUsage, Tr("Please type a mail address, or several."));
     return forwards;
 }
 
 void RequireIds(const SetupPlan& plan) {
     if (plan.all_mail || !plan.mailbox || plan.mailbox->has_uidls || plan.mailbox->messages == 0) return;
-    throw CommandError(kUnavailable, "the server has no unique ids (UIDL), so old mail cannot be told from new");
+    throw CommandError(kUnavailable, Tr("the server has no unique ids (UIDL), so old mail cannot be told from new"));
 }
 
 void Change(SetupPlan& plan, const std::string& words) {
@@ -113,7 +121,7 @@ void Change(SetupPlan& plan, const std::string& words) {
         try {
             static_cast<void>(ParseTerms(words));
         } catch (const CommandError& error) {
-            throw CommandError(kBadUsage, std::string(error.what()) + ". " + kHowToChange);
+            throw CommandError(kBadUsage, std::string(error.what()) + ". " + Tr(kHowToChange));
         }
         plan.terms.push_back(words);
     }
@@ -123,14 +131,23 @@ std::string Summary(const SetupPlan& plan) {
     const std::unique_ptr<CPopProfile> draft = DraftOf(plan);
     const HostRules rules = RulesFor(plan);
     const CPopProfileSetting& setting = draft->setting;
-    const std::string user = ShowUtf8Text(plan.profile.name) + (plan.user_is_new ? " (new)" : "");
-    return "\nThis will be written to " + ShowPath(plan.directory) + ":\n  mailbox     " + ShowText(setting.address) +
-           ", user " + user + "\n  fetched     as " + ShowText(setting.popuser) + " from " +
-           ShowText(setting.popserver) + " port " + std::to_string(setting.popport) +
-           Security(static_cast<int>(rules.Tls())) + (rules.pop_login != 0 ? ", with a token" : "") +
-           "\n  sent by     " + Way(setting, rules) + "\n  goes to     " + Joined(plan.forwards) + "\n  which mail  " +
-           WhichMail(plan) + "\n  when        " + (plan.terms.empty() ? "always" : Joined(plan.terms)) +
-           "\n  as          " + InWhichForm(plan.text) + "\n  then        " + plan.service + "\n\n";
+    const std::string name = ShowUtf8Text(plan.profile.name);
+    const std::string user = plan.user_is_new ? Tr("{0} (new)", name) : name;
+    const std::string server = ServerWords(ShowText(setting.popserver), setting.popport, static_cast<int>(rules.Tls()));
+    const std::vector<std::pair<std::string, std::string>> lines = {
+        {Tr("mailbox"), Tr("{0}, user {1}", ShowText(setting.address), user)},
+        {Tr("fetched"), rules.pop_login != 0 ? Tr("as {0} from {1}, with a token", ShowText(setting.popuser), server)
+                                             : Tr("as {0} from {1}", ShowText(setting.popuser), server)},
+        {Tr("sent by"), Way(setting, rules)},
+        {Tr("goes to"), Joined(plan.forwards)},
+        {Tr("which mail"), WhichMail(plan)},
+        {Tr("when"), plan.terms.empty() ? Tr("always") : Joined(plan.terms)},
+        {Tr("as"), InWhichForm(plan.text)},
+        {Tr("then"), plan.service}};
+    constexpr std::size_t kTitleColumns = 12;
+    std::string text = '\n' + Tr("This will be written to {0}:", ShowPath(plan.directory)) + '\n';
+    for (const auto& [title, value] : lines) text += "  " + Padded(title, kTitleColumns) + value + '\n';
+    return text + '\n';
 }
 
 }  // namespace tarvex::host

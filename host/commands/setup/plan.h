@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/edit/edit.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "tarvex/tarvex.h"
 
@@ -60,8 +61,8 @@ void Change(SetupPlan& plan, const std::string& words);
 void RequireIds(const SetupPlan& plan);
 
 std::string Summary(const SetupPlan& plan);
-inline constexpr const char* kHowToChange =
+inline constexpr const char* kHowToChange = Marked(
     "To change it, type all or new; text, text 500 (bytes) or whole; always, or days and times such as mon-fri "
-    "9:00-17:30. Enter or yes goes on, no stops.";
+    "9:00-17:30. Enter or yes goes on, no stops.");
 
 }  // namespace tarvex::host

@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/process.h"
 #include "host/system/prompt.h"
@@ -14,7 +15,7 @@ namespace tarvex::host {
 namespace {
 
 constexpr int kMostPasswords = 3;
-constexpr const char* kGivenUp = "setup was given up";
+constexpr const char* kGivenUp = Marked("setup was given up");
 
 void SayWhy(const CommandError& error) { std::cerr << Paragraph(error.what(), 2); }
 
@@ -24,7 +25,7 @@ Questions::Questions(bool wanted) : can_ask_(wanted && host::CanAsk()) {}
 
 void Questions::RequireAnswerer(const std::string& question, const char* option) const {
     if (can_ask_) return;
-    throw CommandError(kBadUsage, "nobody can be asked \"" + question + "\"; " + option + " answers that");
+    throw CommandError(kBadUsage, Tr("nobody can be asked \"{0}\"; {1} answers that", question, option));
 }
 
 void Questions::Ask(const std::string& question, const char* option,
@@ -34,7 +35,7 @@ void Questions::Ask(const std::string& question, const char* option,
         std::cout << std::flush;
         std::cerr << question << ' ' << std::flush;
         std::string answer;
-        if (!ReadLine(answer)) throw CommandError(CaughtSignal() != 0 ? 128 + CaughtSignal() : kBadUsage, kGivenUp);
+        if (!ReadLine(answer)) throw CommandError(CaughtSignal() != 0 ? 128 + CaughtSignal() : kBadUsage, Tr(kGivenUp));
         const std::size_t begin = answer.find_first_not_of(" \t");
         answer = begin == std::string::npos ? "" : answer.substr(begin, answer.find_last_not_of(" \t") + 1 - begin);
         try {
@@ -65,7 +66,7 @@ bool Questions::Yes(const std::string& question, const char* option) const {
     Ask(question + " [y/n]", option, [&](const std::string& answer) {
         const std::string word = Lower(answer);
         yes = word == "y" || word == "yes";
-        if (!yes && word != "n" && word != "no") throw CommandError(kBadUsage, "Please type y or n.");
+        if (!yes && word != "n" && word != "no") throw CommandError(kBadUsage, Tr("Please type y or n."));
     });
     return yes;
 }

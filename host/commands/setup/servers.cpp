@@ -10,6 +10,7 @@
 
 #include "host/advice/advice.h"
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/settings/shared_account.h"
 #include "host/setup/discovery.h"
 #include "host/system/command_error.h"
@@ -47,7 +48,7 @@ public:
 
     void Settle() {
         known_ = KnownProviderOf(domain_, KnownServersFile());
-        std::cout << "Looking for the servers of " << ShowUtf8Text(domain_) << ".\n" << std::flush;
+        std::cout << Tr("Looking for the servers of {0}.", ShowUtf8Text(domain_)) << '\n' << std::flush;
         std::future<Discovery> relay;
         if (!has_shared_relay_) relay = std::async(std::launch::async, [this] { return Search(kRelay); });
         Discovery mailbox = Search(kMailbox);
@@ -75,8 +76,9 @@ private:
         if (values.contains(place.port_key)) server.port = is_smtp ? setting.smtpport : setting.popport;
         if (!is_smtp && plan_.profile.rules.contains("pop_tls")) server.tls = RulesFor(plan_).Tls();
         if (!is_smtp && LogsInInClear(setting, server.tls)) {
-            throw CommandError(kBadUsage, "the POP3 password would go to " + ShowUtf8Text(server.name) +
-                                              " in clear; `tarvex profile add --plain` does that");
+            throw CommandError(kBadUsage,
+                               Tr("the POP3 password would go to {0} in clear; `tarvex profile add --plain` does that",
+                                  ShowUtf8Text(server.name)));
         }
         if (is_smtp && values.contains("sslsmtp")) server.tls = static_cast<PopTls>(setting.sslsmtp);
         constexpr int kSubmission = 587;
@@ -114,15 +116,17 @@ private:
         }
         if (!discovery.not_offered.empty()) {
             const std::string remark = known_ && !known_->remark.empty() ? " (" + known_->remark + ')' : "";
-            throw CommandError(kUnavailable, discovery.not_offered + " says that there is no " + place.title + remark +
-                                                 "; if there is, name the server with " + place.name_option);
+            throw CommandError(kUnavailable,
+                               Tr("{0} says that there is no {1}{2}; if there is, name the server with {3}",
+                                  discovery.not_offered, place.title, remark, place.name_option));
         }
         std::string tried;
         for (const std::string& line : discovery.tried) tried += (tried.empty() ? "" : "; ") + line;
-        const std::string none = std::string("No ") + place.title + " server can be used. Tried: " + tried;
-        if (!questions_.CanAsk()) throw CommandError(kUnavailable, none + "; name one with " + place.name_option);
+        const std::string none = Tr("No {0} server can be used. Tried: {1}", place.title, tried);
+        if (!questions_.CanAsk())
+            throw CommandError(kUnavailable, Tr("{0}; name one with {1}", none, place.name_option));
         std::cout << Paragraph(none + '.', 2);
-        questions_.Ask(std::string(place.title) + " server (NAME or NAME:PORT):", place.name_option,
+        questions_.Ask(Tr("{0} server (NAME or NAME:PORT):", place.title), place.name_option,
                        [&](const std::string& answer) { Keep(place, Typed(place, answer)); });
     }
 
@@ -139,15 +143,15 @@ private:
     // RFC 6186 section 6: whoever can write answers of the DNS must not choose who gets the password.
     void Confirm(const Place& place, const FoundServer& found) const {
         if (!found.is_foreign || options_.other_domain) return;
-        const std::string what = std::string("DNS says that ") + place.title + " for " + ShowUtf8Text(domain_) +
-                                 " is at " + ShowServer(found.server) + ", which is of another domain.";
+        const std::string what = Tr("DNS says that {0} for {1} is at {2}, which is of another domain.", place.title,
+                                    ShowUtf8Text(domain_), ShowServer(found.server));
         if (!questions_.CanAsk()) {
             throw CommandError(kNotAllowed,
-                               what + " --accept-other-domain takes it, " + place.name_option + " names another");
+                               Tr("{0} --accept-other-domain takes it, {1} names another", what, place.name_option));
         }
         std::cout << Paragraph(what, 0);
-        if (questions_.Yes("Is that your provider's server?", "--accept-other-domain")) return;
-        throw CommandError(kNotAllowed, std::string("name the ") + place.title + " server with " + place.name_option);
+        if (questions_.Yes(Tr("Is that your provider's server?"), "--accept-other-domain")) return;
+        throw CommandError(kNotAllowed, Tr("name the {0} server with {1}", place.title, place.name_option));
     }
 
     void Keep(const Place& place, FoundServer found) {
@@ -163,8 +167,11 @@ private:
             values.emplace(
                 "smtpauth",
                 found.look.takes_passwords || found.look.takes_xoauth2 || found.look.takes_oauthbearer ? "on" : "off");
-        std::cout << "  " << place.title << "  " << ShowServer(found.server)
-                  << (in_clear ? ", without TLS" : ", " + found.look.facts.version + ", certificate verified") << '\n'
+        const std::string server = ShowServer(found.server);
+        std::cout << "  " << place.title << "  "
+                  << (in_clear ? Tr("{0}, without TLS", server)
+                               : Tr("{0}, {1}, certificate verified", server, found.look.facts.version))
+                  << '\n'
                   << std::flush;
         (is_smtp ? relay_ : mailbox_) = std::move(found.look);
     }
@@ -200,19 +207,21 @@ private:
         RequireProvider(plan_.directory, options_.provider);
         plan_.logs_in_at_provider = true;
         plan_.provider = options_.provider;
-        std::cout << "  Login with a token: you are sent to the provider when the settings are written.\n";
+        std::cout << "  " << Tr("Login with a token: you are sent to the provider when the settings are written.")
+                  << '\n';
     }
 
     void LogInWithPassword() {
         if (known_ && known_->login == LoginKind::AppPassword) {
-            std::cout << Paragraph("The provider wants an app password here, one for programs. " + known_->remark, 2);
+            std::cout << Paragraph(Tr("The provider wants an app password here, one for programs. {0}", known_->remark),
+                                   2);
         } else if (known_ && !known_->remark.empty()) {
             std::cout << Paragraph(known_->remark + '.', 2);
         }
         auto& secrets = plan_.profile.secrets;
         if (secrets.contains("poppassword")) return LookInside();
-        questions_.AskSecret("Password:", "--password-file", [&](const std::string& password) {
-            if (password.empty()) throw CommandError(kBadUsage, "The password cannot be empty.");
+        questions_.AskSecret(Tr("Password:"), "--password-file", [&](const std::string& password) {
+            if (password.empty()) throw CommandError(kBadUsage, Tr("The password cannot be empty."));
             secrets["poppassword"] = password;
             LookInside();
         });
@@ -229,8 +238,10 @@ private:
             const bool good = LookIntoMailbox(*draft, RulesFor(plan_), listing);
             if (good) {
                 plan_.mailbox = MailboxOf(listing);
-                std::cout << "  Logged in as " << ShowUtf8Text(name) << ": "
-                          << ShowCount(static_cast<std::int64_t>(listing.mails.size()), "message") << ".\n";
+                std::cout << "  "
+                          << TrN("Logged in as {1}: {0} message.", "Logged in as {1}: {0} messages.",
+                                 static_cast<std::int64_t>(listing.mails.size()), ShowUtf8Text(name))
+                          << '\n';
                 return;
             }
             refused = WhyFailed(listing.steps, Protocol::Pop, draft->setting);
@@ -249,7 +260,7 @@ private:
             if (error.ExitCode() != kNotAllowed || !may_ask) throw;
             std::cerr << Paragraph(error.what(), 2);
         }
-        questions_.AskSecret("SMTP password:", "--smtp-password-file", [&](const std::string& password) {
+        questions_.AskSecret(Tr("SMTP password:"), "--smtp-password-file", [&](const std::string& password) {
             secrets["smtppassword"] = password;
             TryLoginAtRelay();
         });
@@ -264,7 +275,7 @@ private:
     // kNotAllowed when another login may do better.
     CommandError WhyFailed(const CArray<CProbeStep>& steps, Protocol protocol,
                            const CPopProfileSetting& setting) const {
-        if (steps.empty()) return {kUnavailable, "there is not enough memory"};
+        if (steps.empty()) return {kUnavailable, Tr("there is not enough memory")};
         const CProbeStep& step = steps.back();
         const bool refused =
             step.kind == PROBE_LOGIN && step.failure == PROBE_REFUSED && step.reason != CProbeReason::ForNow;

@@ -19,6 +19,7 @@
 #include "host/commands/setup/questions.h"
 #include "host/commands/setup/servers.h"
 #include "host/commands/setup/writing.h"
+#include "host/language/tr.h"
 #include "host/service/service_connection.h"
 #include "host/service/service_starter.h"
 #include "host/setup/test_mail.h"
@@ -56,16 +57,18 @@ public:
         AskForwards();
         plan_.service = WhatBecomesOfTheService();
         if (!Agree()) {
-            std::cout << "Nothing was written.\n";
+            std::cout << Tr("Nothing was written.") << '\n';
             return kDone;
         }
         const std::string name = Write(context_, plan_);
         try {
             return Finish(name);
         } catch (const CommandError& error) {
-            throw CommandError(error.ExitCode(),
-                               error.what() + ("; " + name + " is written, and switched on: `" + Tarvex() +
-                                               " profile set " + name + " --status off` switches it off"));
+            throw CommandError(
+                error.ExitCode(),
+                Tr("{0}; {1} is written, and switched on: `{2} profile set {1} --status off` switches it "
+                   "off",
+                   error.what(), name, Tarvex()));
         }
     }
 
@@ -103,7 +106,7 @@ private:
         const auto take = [this](const std::string& answer) {
             CPopProfileSetting setting;
             SetValue(setting, KeyNamed<CPopProfileSetting>("address"), answer);
-            if (setting.address.empty()) throw CommandError(kBadUsage, "Please type the address of the mailbox.");
+            if (setting.address.empty()) throw CommandError(kBadUsage, Tr("Please type the address of the mailbox."));
             for (const NamedProfile& named : AllProfiles(root_)) {
                 if (options_.again || !SameMailbox(named.profile->setting.address, answer)) continue;
                 throw CommandError(kBadUsage, ShownName(root_, named.profile->path) +
@@ -113,7 +116,7 @@ private:
             plan_.profile.values["address"] = answer;
         };
         if (!options_.address.empty()) return take(options_.address);
-        questions_.Ask("Mail address:", "ADDRESS", take);
+        questions_.Ask(Tr("Mail address:"), "ADDRESS", take);
     }
 
     // A tree with one user needs no question.
@@ -136,7 +139,7 @@ private:
             std::string names;
             for (const CUser* const user : AllUsers(root_))
                 names += (names.empty() ? "" : ", ") + ShowText(user->setting.loginname);
-            return questions_.Ask("Which user's is it (" + names + ")?", "--user", take);
+            return questions_.Ask(Tr("Which user's is it ({0})?", names), "--user", take);
         } else {
             name = plan_.Address().substr(0, plan_.Address().find('@'));
         }
@@ -149,7 +152,7 @@ private:
                 for (const std::string& one : ForwardsIn(plan_, given)) plan_.forwards.push_back(one);
             }
         } else {
-            questions_.Ask("Forward to (one address, or several):", "--to",
+            questions_.Ask(Tr("Forward to (one address, or several):"), "--to",
                            [this](const std::string& answer) { plan_.forwards = ForwardsIn(plan_, answer); });
         }
         if (options_.all_mail) plan_.all_mail = true;
@@ -159,13 +162,13 @@ private:
     }
 
     std::string WhatBecomesOfTheService() {
-        const std::string first = options_.no_test_mail ? "a check; " : "a check and a test mail; ";
-        if (options_.no_service) return first + "no service is started";
+        const std::string first = options_.no_test_mail ? Tr("a check") : Tr("a check and a test mail");
+        if (options_.no_service) return Tr("{0}; no service is started", first);
         std::error_code error;
         serves_already_ = fs::exists(NativePath(directory_), error) && ServiceConnection::Try(directory_);
-        if (serves_already_) return first + "the service that runs forwards this as well";
-        return first + (starter_.Unit().empty() ? "starting the service is left to you"
-                                                : "the service " + starter_.Unit() + " is enabled and started");
+        if (serves_already_) return Tr("{0}; the service that runs forwards this as well", first);
+        return starter_.Unit().empty() ? Tr("{0}; starting the service is left to you", first)
+                                       : Tr("{0}; the service {1} is enabled and started", first, starter_.Unit());
     }
 
     // False when the person wants nothing written.
@@ -174,8 +177,8 @@ private:
         if (options_.yes) return true;
         bool agreed = true;
         for (bool asks = true; asks;) {
-            if (questions_.CanAsk()) std::cout << Paragraph(kHowToChange, 0);
-            questions_.Ask("Write this?", "--yes", [&](const std::string& answer) {
+            if (questions_.CanAsk()) std::cout << Paragraph(Tr(kHowToChange), 0);
+            questions_.Ask(Tr("Write this?"), "--yes", [&](const std::string& answer) {
                 const std::string word = Lower(answer);
                 agreed = word != "n" && word != "no";
                 asks = agreed && !word.empty() && word != "y" && word != "yes";
@@ -194,15 +197,16 @@ private:
         Context of_tree;
         of_tree.root_option = directory_;
         if (const int code = CheckProfile(of_tree, name, options_.dns); code != kDone)
-            return StaySwitchedOff(name, code, "The check failed.");
+            return StaySwitchedOff(name, code, Tr("The check failed."));
         if (const int code = SendTestMails(name); code != kDone) return code;
         return StartService(name);
     }
 
     int StaySwitchedOff(const std::string& name, int code, const std::string& why) {
         SwitchOff(directory_, name);
-        std::cout << Paragraph(why + " Nothing is forwarded until you have mended that and say `" + Tarvex() +
-                                   " profile set " + name + " --status on`.",
+        std::cout << Paragraph(Tr("{0} Nothing is forwarded until you have mended that and say `{1} profile set {2} "
+                                  "--status on`.",
+                                  why, Tarvex(), name),
                                0);
         return code;
     }
@@ -218,16 +222,16 @@ private:
             const std::string address = ShowText(forward->setting.address);
             if (const std::string trouble = SendTestMail(profile, *forward, rules); !trouble.empty()) {
                 return StaySwitchedOff(name, kUnavailable,
-                                       "The test mail to " + address + " could not be sent: " + trouble + '.');
+                                       Tr("The test mail to {0} could not be sent: {1}.", address, trouble));
             }
-            std::cout << "Sent a test mail to " << address << ".\n";
+            std::cout << Tr("Sent a test mail to {0}.", address) << '\n';
         }
         if (!questions_.CanAsk()) return kDone;
         for (const auto& forward : profile.forward_addresses) {
             const std::string address = ShowText(forward->setting.address);
-            if (questions_.Yes("Did it arrive at " + address + "? That may take a minute.", "--yes")) continue;
+            if (questions_.Yes(Tr("Did it arrive at {0}? That may take a minute.", address), "--yes")) continue;
             return StaySwitchedOff(
-                name, kMissing, "Look into the folder for spam of " + address + ", and whether the address is right.");
+                name, kMissing, Tr("Look into the folder for spam of {0}, and whether the address is right.", address));
         }
         return kDone;
     }
@@ -240,10 +244,10 @@ private:
         const std::string& unit = starter_.Unit();
         const bool is_wanted = !options_.no_service && !serves_already_;
         const bool runs = is_wanted && !unit.empty() && starter_.Start();
-        std::cout << name << " is set up; `" << Tarvex() << " status` says how it fares.\n";
-        if (runs) std::cout << "The service " << unit << " is enabled and runs.\n";
+        std::cout << Tr("{0} is set up; `{1} status` says how it fares.", name, Tarvex()) << '\n';
+        if (runs) std::cout << Tr("The service {0} is enabled and runs.", unit) << '\n';
         if (!is_wanted || runs) return kDone;
-        std::cout << "No service runs yet. Next:\n  " << HowToKeepRunning(Tarvex()) << '\n';
+        std::cout << Tr("No service runs yet. Next:") << "\n  " << HowToKeepRunning(Tarvex()) << '\n';
         return unit.empty() ? kDone : kUnavailable;
     }
 
@@ -270,31 +274,35 @@ std::vector<std::string_view> OtherHostKeys() {
 }
 
 void AddOptions(CLI::App& setup, SetupOptions& options) {
-    setup.add_option("ADDRESS", options.address, "The mail address whose mail is to be forwarded")->option_text(" ");
-    setup.add_option("--to", options.forwards, "Where to send it; may be given several times")
+    setup.add_option("ADDRESS", options.address, Tr("The mail address whose mail is to be forwarded"))
+        ->option_text(" ");
+    setup.add_option("--to", options.forwards, Tr("Where to send it; may be given several times"))
         ->type_name("ADDRESS")
         ->allow_extra_args(false);
     auto* const new_only = setup.add_flag("--new-mail-only", options.new_mail_only,
-                                          "Only what comes from now on, not what is in the mailbox: the usual way");
-    setup.add_flag("--all-mail", options.all_mail, "Also what is in the mailbox now")->excludes(new_only);
+                                          Tr("Only what comes from now on, not what is in the mailbox: the usual way"));
+    setup.add_flag("--all-mail", options.all_mail, Tr("Also what is in the mailbox now"))->excludes(new_only);
     setup
         .add_option("--when", options.terms,
-                    "Days and times, as for `tarvex schedule add`; may be given several times; without it always")
+                    Tr("Days and times, as for `tarvex schedule add`; may be given several times; without it always"))
         ->type_name("TERM")
         ->allow_extra_args(false);
-    setup.add_option("--text", options.text, "Send a text of at most so many bytes, or unlimited, in the mail's place")
+    setup
+        .add_option("--text", options.text,
+                    Tr("Send a text of at most so many bytes, or unlimited, in the mail's place"))
         ->type_name("BYTES");
-    setup.add_option("--user", options.user, "Whose profile it is; a name that is not there yet is added")
+    setup.add_option("--user", options.user, Tr("Whose profile it is; a name that is not there yet is added"))
         ->type_name("NAME");
-    setup.add_option("--provider", options.provider, "Log in with tokens of this provider (`tarvex login`)")
+    setup.add_option("--provider", options.provider, Tr("Log in with tokens of this provider (`tarvex login`)"))
         ->type_name("NAME");
     setup.add_flag("--accept-other-domain", options.other_domain,
-                   "Take a server of another domain, if DNS names one, without asking");
-    setup.add_option("--dns", options.dns, "Ask this DNS server instead of the system's")->type_name("SERVER");
-    setup.add_flag("--again", options.again, "Also when another profile has the address already");
-    setup.add_flag("--no-test-mail", options.no_test_mail, "Send no test mail");
-    setup.add_flag("--no-service", options.no_service, "Start no service");
-    setup.add_flag("--yes,-y", options.yes, "Ask nothing: what is missing is an error, and the plan is carried out");
+                   Tr("Take a server of another domain, if DNS names one, without asking"));
+    setup.add_option("--dns", options.dns, Tr("Ask this DNS server instead of the system's"))->type_name("SERVER");
+    setup.add_flag("--again", options.again, Tr("Also when another profile has the address already"));
+    setup.add_flag("--no-test-mail", options.no_test_mail, Tr("Send no test mail"));
+    setup.add_flag("--no-service", options.no_service, Tr("Start no service"));
+    setup.add_flag("--yes,-y", options.yes,
+                   Tr("Ask nothing: what is missing is an error, and the plan is carried out"));
     options.host_keys.AddTo<HostRules>(setup, OtherHostKeys());
     options.keys.AddTo<CPopProfileSetting>(setup, {"address", "status", "version", "sslpop"});
 }
@@ -303,12 +311,12 @@ void AddOptions(CLI::App& setup, SetupOptions& options) {
 
 void AddSetupCommand(CLI::App& app, Context& context) {
     CLI::App* const setup = app.add_subcommand(
-        "setup", "Set up a mailbox: find its servers, ask where to forward to, check, send a test mail.");
+        "setup", Tr("Set up a mailbox: find its servers, ask where to forward to, check, send a test mail."));
     const auto options = std::make_shared<SetupOptions>();
     AddOptions(*setup, *options);
     setup->footer(
-        "It makes the tree where there is none, and else adds one profile more. Every question has an option "
-        "that answers it.");
+        Tr("It makes the tree where there is none, and else adds one profile more. Every question has an option "
+           "that answers it."));
     setup->callback(
         [&context, options] { context.command = [&context, options] { return Setup(context, *options).Run(); }; });
 }

@@ -9,6 +9,7 @@
 
 #include "host/commands/arguments/mailbox_ids.h"
 #include "host/commands/arguments/submit.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/process.h"
 #include "host/tree/names.h"
@@ -20,7 +21,8 @@ namespace {
 // Ctrl-C ends nothing while a tree is being written, but what comes after.
 void RequireNoSignal() {
     constexpr int kSignals = 128;
-    if (const int signal = CaughtSignal(); signal != 0) throw CommandError(kSignals + signal, "setup was interrupted");
+    if (const int signal = CaughtSignal(); signal != 0)
+        throw CommandError(kSignals + signal, Tr("setup was interrupted"));
 }
 
 // Takes back what was done, the last first, unless all of it is there.
@@ -92,9 +94,9 @@ private:
                 SameMailbox(named.profile->setting.address, plan_.Address()))
                 added = named.profile;
         }
-        if (!added) throw CommandError(kCannotWrite, "the new profile cannot be read");
+        if (!added) throw CommandError(kCannotWrite, Tr("the new profile cannot be read"));
         const std::string name = ShownName(root, added->path);
-        std::cout << "Added profile " << name << ".\n";
+        std::cout << Tr("Added profile {0}.", name) << '\n';
         undoing.Add([this, name] { Submit(EditRequest(EditKind::Profile, EditVerb::Remove, name)); });
         return name;
     }
@@ -108,7 +110,7 @@ private:
         CRootPath root;
         OpenTree(root, plan_.directory);
         plan_.mailbox.emplace();
-        plan_.mailbox->uidls = IdsOnServer(*FindProfile(root, name).profile, "nothing was written");
+        plan_.mailbox->uidls = IdsOnServer(*FindProfile(root, name).profile, Tr("nothing was written"));
     }
 
     void AddForward(const std::string& profile, const std::string& address) {

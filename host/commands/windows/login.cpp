@@ -3,6 +3,7 @@
 #include <string>
 
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 
 namespace tarvex::host {
@@ -10,8 +11,8 @@ namespace {
 
 [[noreturn]] void SayHow() {
     throw CommandError(kBadSettings,
-                       "the provider wants tokens and no password; here a program prints them: name it "
-                       "with --token_command (docs/tokens.md)");
+                       Tr("the provider wants tokens and no password; here a program prints them: name it "
+                          "with --token_command (docs/tokens.md)"));
 }
 
 }  // namespace

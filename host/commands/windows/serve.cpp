@@ -1,6 +1,7 @@
 // Windows has no `tarvex serve`.
 
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 
 namespace tarvex::host {
 
@@ -8,7 +9,7 @@ namespace tarvex::host {
 void AddServeCommand(CLI::App&, Context&) {}
 
 std::string HowToKeepRunning(const std::string& tarvex) {
-    return "let the system's task scheduler start `" + tarvex + " run` every minute";
+    return Tr("let the system's task scheduler start `{0} run` every minute", tarvex);
 }
 
 }  // namespace tarvex::host

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
@@ -22,7 +23,7 @@ int Descriptor(std::intptr_t file) { return static_cast<int>(file); }
 
 CommandError CannotWrite(const std::filesystem::path& file) {
     const std::string why = std::strerror(errno);
-    return {kCannotMake, "cannot write \"" + ShowUtf8Text(file.native()) + "\": " + why};
+    return {kCannotMake, Tr("cannot write \"{0}\": {1}", ShowUtf8Text(file.native()), why)};
 }
 
 }  // namespace
@@ -30,7 +31,7 @@ CommandError CannotWrite(const std::filesystem::path& file) {
 FileInMaking::FileInMaking(const std::string& path) : file_(NativePath(path)) {
     struct stat status {};
     if (lstat(file_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-        throw CommandError(kCannotMake, '"' + ShowPath(path) + "\" is there and is no plain file");
+        throw CommandError(kCannotMake, Tr("\"{0}\" is there and is no plain file", ShowPath(path)));
     }
     std::string name = file_.native() + ".XXXXXX";
     opened_ = mkostemp(name.data(), O_CLOEXEC);  // for its owner alone

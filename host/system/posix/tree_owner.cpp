@@ -14,6 +14,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -71,7 +72,7 @@ void WorkAsOwnerOf(const std::string& directory) {
     if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
     if (setgroups(0, nullptr) == 0 && setgid(status.st_gid) == 0 && setuid(status.st_uid) == 0) return;
     throw CommandError(kNotAllowed,
-                       "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+                       Tr("cannot work as the owner of \"{0}\": {1}", ShowPath(directory), std::strerror(errno)));
 }
 
 AsOwnerOf::AsOwnerOf(const std::string& directory) {
@@ -80,7 +81,7 @@ AsOwnerOf::AsOwnerOf(const std::string& directory) {
     changed_ = true;
     if (setgroups(0, nullptr) == 0 && setegid(status.st_gid) == 0 && seteuid(status.st_uid) == 0) return;
     throw CommandError(kNotAllowed,
-                       "cannot work as the owner of \"" + ShowPath(directory) + "\": " + std::strerror(errno));
+                       Tr("cannot work as the owner of \"{0}\": {1}", ShowPath(directory), std::strerror(errno)));
 }
 
 // The groups beside the first one stay away: the superuser needs none.

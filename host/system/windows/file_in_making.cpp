@@ -6,6 +6,7 @@
 
 #include <system_error>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -27,7 +28,7 @@ CommandError CannotWrite(const std::filesystem::path& file) {
 FileInMaking::FileInMaking(const std::string& path) : file_(NativePath(path)) {
     std::error_code error;
     if (std::filesystem::exists(file_, error) && !std::filesystem::is_regular_file(file_, error)) {
-        throw CommandError(kCannotMake, '"' + ShowPath(path) + "\" is there and is no plain file");
+        throw CommandError(kCannotMake, Tr("\"{0}\" is there and is no plain file", ShowPath(path)));
     }
     std::filesystem::path fresh = file_;
     fresh += L"." + std::to_wstring(GetCurrentProcessId()) + L".new";

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <random>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/windows/wide.h"
@@ -19,8 +20,9 @@ std::string TreePath(std::string_view typed) {
     const std::wstring wide = Wide(CP_UTF8, typed);
     std::string path = Narrow(CP_ACP, wide);
     if (NativePath(path) != wide) {
-        throw CommandError(kBadUsage, "the path \"" + ShowUtf8Text(typed) +
-                                          "\" has characters that the code page of this system does not have");
+        throw CommandError(
+            kBadUsage,
+            Tr("the path \"{0}\" has characters that the code page of this system does not have", ShowUtf8Text(typed)));
     }
     return path;
 }
