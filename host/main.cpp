@@ -54,6 +54,7 @@ int main(int argc, char** argv) {
     AddStatusCommand(app, context);
     AddLogCommand(app, context);
     AddTraceCommand(app, context);
+    AddHistoryCommand(app, context);
     AddHealthCommand(app, context);
     AddLoginCommand(app, context);
     AddHeldCommands(app, context);

@@ -31,6 +31,7 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
+#include "host/system/users.h"
 #include "host/terminal/json.h"
 #include "host/terminal/password_source.h"
 #include "host/terminal/table.h"
@@ -254,6 +255,7 @@ int WorkHere(const std::string& directory, const HeldRequest& request, Reply& re
     CatchTermination();
     CRootPath root;
     OpenTree(root, directory);
+    HistoryWriter(directory, PrintNote).AddEdit(EditOfHeld(request, ThisCaller()));
     if (request.verb == HeldVerb::Send) return SendHere(directory, root, request, reply);
     RuleMemory memory(directory, PrintNote);
     return DropHeld(root, FindProfile(root, request.profile).profile->path, request.choice, memory, reply);
@@ -279,7 +281,7 @@ HeldRequest RequestFor(const Context& context, const Given& given, HeldVerb verb
     OpenTree(root, directory);
     const CPopProfile& profile = *FindProfile(root, given.profile).profile;
     chosen = Chosen(profile, given);
-    return {verb, ShownName(root, profile.path), ChoiceOf(chosen)};
+    return {verb, ShownName(root, profile.path), ChoiceOf(chosen), CallingUser()};
 }
 
 int Send(const Context& context, const Given& given) {

@@ -141,8 +141,9 @@ private:
     void TellEnd(CPopProfile& copy) {
         what_else_[&copy] = rules_.WhatElse(copy);
         std::vector<TracedMail> mails;
+        const auto duration = rules_.Duration(copy);
         const bool goes_on = rules_.Finish(copy, &mails) == NextRun::AtOnce;
-        history_.Add(copy.path, RunThatEnded(copy), std::move(mails));
+        history_.Add(copy.path, RunThatEnded(copy, duration), std::move(mails));
         if (!goes_on) return;
         const auto of_copy = [&copy](const NamedProfile& named) { return named.profile->path == copy.path; };
         queue_.push_back(std::ranges::find_if(chosen_, of_copy)->profile);

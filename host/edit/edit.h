@@ -46,6 +46,7 @@ struct EditRequest {
     std::optional<std::size_t> term_number;      // of a schedule, else: counted from 1; all terms when there is none
     std::string expected;  // remove: what the confirmation prompt said (WhatGoes); nothing is removed when that has
                            // changed since. Empty when nobody was asked
+    std::string caller;    // the user who wants it; empty: not known
     std::string expected_held;  // the same of mail that is set aside (host/held/held_work.h)
 };
 

@@ -139,6 +139,16 @@ void HeldCount::Add(const HeldCount& other) {
     readable = readable && other.readable;
 }
 
+MadeEdit EditOfHeld(const HeldRequest& request, EditedBy by) {
+    const std::string_view verb = kHeldVerbs[static_cast<std::size_t>(request.verb)];
+    MadeEdit edit{std::time(nullptr), std::move(by), "held " + std::string(verb), request.profile, {}};
+    for (const HeldChoice& one : request.choice) {
+        const EditedKey key{"message", "", std::to_string(one.id)};
+        if (edit.keys.empty() || edit.keys.back() != key) edit.keys.push_back(key);
+    }
+    return edit;
+}
+
 HeldCount CountHeld(const CPopProfile& profile) {
     return Count(profile.path, Damaged::Counted, [](const HeldAddress&) { return true; });
 }

@@ -12,6 +12,7 @@
 
 #include "host/edit/edit.h"
 #include "host/held/held_sending.h"
+#include "host/history/edit_tables.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {
@@ -24,7 +25,11 @@ struct HeldRequest {
     HeldVerb verb = HeldVerb::Send;
     std::string profile;  // UTF-8, as host/tree/names.h finds it
     std::vector<HeldChoice> choice;
+    std::string caller;  // as in EditRequest
 };
+
+// For the history; `by` who wants it.
+MadeEdit EditOfHeld(const HeldRequest& request, EditedBy by);
 
 struct HeldCount {
     std::int64_t messages = 0;

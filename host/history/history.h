@@ -12,40 +12,24 @@
 #include <string>
 #include <vector>
 
+#include "host/history/counters.h"
+#include "host/history/edit_tables.h"
 #include "host/history/mail_tables.h"
 #include "host/history/root_database.h"
-#include "tarvex/result.h"
+#include "host/history/run_tables.h"
 #include "tarvex/text.h"
 
 namespace tarvex::host {
 
-struct PastRun {
-    CTime started = 0;
-    CTime ended = 0;
-    CRunResult result;
-};
-
 // A profile's runs since it was made. The numbers only grow: they outlive the single runs, of which the newest
 // kKeptRuns of the last kKeptDays are kept, and of quiet ones in a row (nothing new) the last. Of what a server can
 // make long only a beginning is kept.
-struct ProfileHistory {
-    std::int64_t runs = 0;
-    std::int64_t failed = 0;
-    std::int64_t failed_in_a_row = 0;
-    CTime failing_since = 0;  // start of the first of them; 0 when the last run did not fail
-    CTime last_good = 0;      // start of the last run that did not fail; 0 for none
-    std::int64_t fetched = 0;
-    std::int64_t not_fetched = 0;
-    std::int64_t delivered = 0;  // messages, to all their addresses
-    std::int64_t copies = 0;
-    std::int64_t bytes_received = 0;
-    std::int64_t bytes_sent = 0;
+struct ProfileHistory : ProfileTotals {
     PastRun last;
 };
 
-inline constexpr int kKeptRuns = 1000;
-inline constexpr int kKeptDays = 90;
-
+// The totals outlive the file where it is removed, replaced or damaged while a writer has it: the writer remembers them
+// and begins a new file with them.
 class HistoryWriter {
 public:
     using Tell = RootDatabaseWriter::Tell;
@@ -62,6 +46,14 @@ public:
     // Messages of a run that goes on, or of none.
     void AddMails(const CString& profile_path, std::vector<TracedMail> mails);
 
+    void AddEdit(MadeEdit edit);
+
+    // Opens the file now rather than for the first entry, so that its totals are remembered from now on.
+    void Open();
+
+    // Begins the file anew where it was removed or replaced meanwhile. To be called now and then.
+    void LookForFile();
+
     // Removes what is over the limits and keeps what is new quick to find, for about so long at most. To be called
     // when there is time; `limits` is asked only where there is something to do.
     void Tidy(const std::function<MailLimits()>& limits, CTime now, std::chrono::milliseconds at_most);
@@ -71,13 +63,20 @@ private:
         ProfileName profile;
         std::optional<PastRun> run;
         std::vector<TracedMail> mails;
+        std::optional<MadeEdit> edit;
     };
 
     void Write(Entry entry);
+    void Insert(Database& database, const Entry& entry);
+    void Restore(Database& database);
 
     bool is_tidy_ = true;
     std::deque<Entry> waiting_;
     std::size_t waiting_mails_ = 0;
+    Counters uncounted_;      // what is to be added to the file's
+    Counters counters_;       // what the file holds, and these profiles
+    KnownProfiles profiles_;  // for a new one
+    const Tell tell_;
     RootDatabaseWriter database_;
 };
 
@@ -92,12 +91,20 @@ public:
     // Throws DatabaseError, and CommandError for a word that cannot be searched for.
     std::vector<FoundMail> Find(const MailSearch& search);
 
+    // Who changed what, and the runs that did something or failed: of a user, a profile or a forwarding address, the
+    // newest first. Throw DatabaseError.
+    std::vector<MadeEdit> Edits(const HistorySearch& search);
+    std::vector<FoundRun> Runs(const HistorySearch& search);
+
+    // Of every profile, and of the tree. Throw DatabaseError.
+    Counters Totals();
+    KnownProfiles Profiles();
+
     // Whether one of the runs that are kept has sent it something. Throws DatabaseError.
     bool HasHadCopies(const CString& profile_path, const CString& address);
 
 private:
-    void ReadLast(std::int64_t profile, PastRun& run);
-    void ReadDetails(std::int64_t run, CRunResult& result);
+    bool Has(int version);
 
     RootDatabaseReader database_;
 };

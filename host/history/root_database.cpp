@@ -25,6 +25,7 @@ constexpr std::uintmax_t kMostLogBytes = 400 * 1024;
 constexpr const char* kFolder = "\\.tarvex";  // below the root
 constexpr const char* kFile = ".db";
 constexpr const char* kLog = ".db-wal";  // SQLite's write-ahead log
+constexpr const char* kIndex = ".db-shm";
 constexpr const char* kDamagedFile = "-damaged.db";
 
 std::string PathOf(const RootDatabase& kind, const std::string& root, std::string_view suffix) {
@@ -173,6 +174,21 @@ void RootDatabaseWriter::Open() {
     opened_(database);
     transaction.Commit();
     database_ = std::move(database);
+    root_identity_ = DirectoryIdentity(root_);
+    file_identity_ = DirectoryIdentity(Path(kFile));
+    log_identity_ = DirectoryIdentity(Path(kLog));
+}
+
+bool RootDatabaseWriter::KeepsItsFile() {
+    if (!database_ || DirectoryIdentity(Path(kFile)) == file_identity_) return true;
+    if (DirectoryIdentity(root_) != root_identity_) return true;  // all has gone: that is told elsewhere
+    database_.reset();
+    // The log is of the file that has gone, and must not be taken for that of the new one.
+    std::error_code ignored;
+    if (DirectoryIdentity(Path(kLog)) == log_identity_) {
+        for (const char* const part : {kLog, kIndex}) fs::remove(NativePath(Path(part)), ignored);
+    }
+    return false;
 }
 
 // Whether the file itself is to blame, and not what is around it.

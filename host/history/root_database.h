@@ -59,6 +59,10 @@ public:
     // The same for work that writes nothing: it can be done as long as the database is open.
     bool Look(const Work& work);
 
+    // False once when the file that is open is not the one below the root any more, while the root is the same: the
+    // next work opens what is there, or begins anew.
+    bool KeepsItsFile();
+
 private:
     std::optional<DatabaseError> Try(const Work& work);
     void Open();
@@ -73,6 +77,9 @@ private:
     const std::chrono::milliseconds retry_after_;
     const Work opened_;
     std::optional<Database> database_;
+    std::string root_identity_;  // when it was opened
+    std::string file_identity_;
+    std::string log_identity_;
     bool failing_ = false;
     std::chrono::steady_clock::time_point next_try_{};
 };

@@ -67,6 +67,12 @@ std::string RuledRuns::WhatElse(const CPopProfile& copy) const {
     return copies == 1 ? ", one copy was there already" : ", " + std::to_string(copies) + " copies were there already";
 }
 
+std::chrono::milliseconds RuledRuns::Duration(const CPopProfile& copy) const {
+    const auto run = runs_.find(copy.path);
+    if (run == runs_.end()) return std::chrono::milliseconds(0);
+    return std::chrono::ceil<std::chrono::milliseconds>(SteadyClock::now() - run->second.started);
+}
+
 std::vector<TracedMail> RuledRuns::TakeSettled(const CPopProfile& copy) {
     const auto run = runs_.find(copy.path);
     return run == runs_.end() ? std::vector<TracedMail>() : run->second.recorder->TakeSettled();

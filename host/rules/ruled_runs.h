@@ -47,6 +47,9 @@ public:
     // left for want of memory.
     bool HasRoomFor(const CRootPath& root, const CPopProfile& profile);
 
+    // How long it has taken. Before Finish; 0 where it is not under way.
+    std::chrono::milliseconds Duration(const CPopProfile& copy) const;
+
     // Whether the run of the profile that is under way is one by rules.
     bool HasRules(const CString& profile_path) const { return RulesOfRun(profile_path) != nullptr; }
 
@@ -62,6 +65,7 @@ public:
 
 private:
     struct Run {
+        std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
         std::unique_ptr<MailRecorder> recorder = std::make_unique<MailRecorder>();
         std::unique_ptr<CRunGuard> guard;
         RunRules* rules = nullptr;  // the guard, in a tree with rules

@@ -99,6 +99,7 @@ Json JsonOf(const EditRequest& request) {
             {"uidls", JsonOf(request.uidls)},
             {"terms", TextOf(request.terms)},
             {"term_number", request.term_number ? Json(*request.term_number) : Json()},
+            {"caller", TextOf(request.caller)},
             {"expected", TextOf(request.expected)},
             {"expected_held", TextOf(request.expected_held)}};
 }
@@ -113,6 +114,7 @@ EditRequest EditIn(const Json& json) {
     request.uidls = ListOf(json.at("uidls"));
     request.terms = BytesIn(json.at("terms"));
     if (const Json& number = json.at("term_number"); !number.is_null()) request.term_number = number.get<std::size_t>();
+    if (json.contains("caller")) request.caller = BytesIn(json.at("caller"));
     request.expected = BytesIn(json.at("expected"));
     request.expected_held = BytesIn(json.at("expected_held"));
     return request;
@@ -140,11 +142,13 @@ Json JsonOf(const HeldRequest& request) {
             {"profile", TextOf(request.profile)},
             {"ids", JsonOf(ids)},
             {"folders", JsonOf(folders)},
-            {"digests", JsonOf(digests)}};
+            {"digests", JsonOf(digests)},
+            {"caller", TextOf(request.caller)}};
 }
 
 HeldRequest HeldRequestIn(const Json& json) {
-    HeldRequest request{ChoiceIn<HeldVerb>(json.at("verb"), kHeldVerbs), BytesIn(json.at("profile")), {}};
+    HeldRequest request{ChoiceIn<HeldVerb>(json.at("verb"), kHeldVerbs), BytesIn(json.at("profile")), {}, {}};
+    if (json.contains("caller")) request.caller = BytesIn(json.at("caller"));
     const std::vector<std::string> ids = ListOf(json.at("ids"));
     const std::vector<std::string> folders = ListOf(json.at("folders"));
     const std::vector<std::string> digests = ListOf(json.at("digests"));

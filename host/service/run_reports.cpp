@@ -72,7 +72,9 @@ std::string ReportOf(const CPopProfile& copy, const std::string& what_else) {
     return text;
 }
 
-PastRun RunThatEnded(const CPopProfile& copy) { return {copy.setting.lasttime, std::time(nullptr), copy.result}; }
+PastRun RunThatEnded(const CPopProfile& copy, std::chrono::milliseconds duration) {
+    return {copy.setting.lasttime, std::time(nullptr), copy.result, duration.count()};
+}
 
 PastRun RunThatCouldNotBegin() {
     PastRun run;

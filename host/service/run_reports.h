@@ -2,6 +2,7 @@
 
 // Runs, as the commands and the service tell of them.
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -31,7 +32,7 @@ std::vector<std::string> LinesOfThisRun(const CProfileLog& log);
 std::string ReportOf(const CPopProfile& copy, const std::string& what_else);
 
 // A run that ends now, for the history.
-PastRun RunThatEnded(const CPopProfile& copy);
+PastRun RunThatEnded(const CPopProfile& copy, std::chrono::milliseconds duration);
 PastRun RunThatCouldNotBegin();
 
 // What went wrong with the profiles that a command is about: one sentence, and the exit code for it.

@@ -12,9 +12,12 @@
 #include <thread>
 
 #include "host/held/memory_edit.h"
+#include "host/history/edit_record.h"
+#include "host/history/history.h"
 #include "host/language/tr.h"
 #include "host/memory/memory.h"
 #include "host/system/command_error.h"
+#include "host/system/users.h"
 #include "host/tree/tree_root.h"
 
 namespace tarvex::host {
@@ -37,7 +40,9 @@ void MakeEdits(const std::string& directory, std::span<const EditRequest> reques
         LockOrService access = TakeLockOrService(directory, command);
         if (auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access)) {
             Reply reply;
-            const int code = (*service)->Edit(requests.front(), reply, PrintNote);
+            EditRequest request = requests.front();
+            request.caller = CallingUser();
+            const int code = (*service)->Edit(request, reply, PrintNote);
             requests = requests.subspan(1);
             told(code, reply);
             continue;
@@ -45,9 +50,12 @@ void MakeEdits(const std::string& directory, std::span<const EditRequest> reques
         CRootPath root;
         OpenTree(root, directory);
         RuleMemory memory(directory, PrintNote);  // opens nothing that is not needed
+        HistoryWriter history(directory, PrintNote);
         for (; !requests.empty(); requests = requests.subspan(1)) {
             Reply reply;
+            EditRecord record(root, requests.front());
             const int code = EditWithMemory(root, memory, requests.front(), reply);
+            if (auto edit = record.After(code, ThisCaller())) history.AddEdit(*std::move(edit));
             told(code, reply);
         }
     }
@@ -62,6 +70,12 @@ LockOrService TakeLockOrService(const std::string& directory, const std::string&
         if (auto service = ServiceConnection::Try(directory)) return service;
     }
     return RootLock::Take(directory, command, {});
+}
+
+EditedBy ThisCaller() {
+    EditedBy by{CurrentUser(), UserName(CurrentUser()), CallingUser()};
+    if (by.caller == by.user) by.caller.clear();
+    return by;
 }
 
 void PrintNote(const std::string& note) { std::cerr << "tarvex: " << note << '\n'; }

@@ -10,6 +10,7 @@
 #include "host/commands/commands.h"
 #include "host/edit/edit.h"
 #include "host/edit/root_lock.h"
+#include "host/history/edit_tables.h"
 #include "host/service/service_connection.h"
 
 namespace tarvex::host {
@@ -19,6 +20,9 @@ using LockOrService = std::variant<RootLock, std::unique_ptr<ServiceConnection>>
 // The lock of the root for the command, or the service that has it. Throws CommandError, which names the holder, when
 // that is another command that does not let go soon.
 LockOrService TakeLockOrService(const std::string& directory, const std::string& command);
+
+// Who changes the tree by this process.
+EditedBy ThisCaller();
 
 // Tells what the service waits for.
 void PrintNote(const std::string& note);

@@ -16,6 +16,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/system/users.h"
 
 namespace tarvex::host {
 namespace {
@@ -56,6 +57,14 @@ void ControlClient::Finish(const ControlReply& reply) {
 bool ControlClient::HasLeft() const {
     char next = 0;
     return recv(socket_.Get(), &next, sizeof next, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
+EditedBy ControlClient::WhoAsks(const std::string& caller) const {
+    const std::optional<uid_t> peer = PeerOf(socket_);
+    if (!peer) return {-1, {}, caller};
+    EditedBy by{*peer, UserName(*peer), caller};
+    if (by.caller == by.user) by.caller.clear();
+    return by;
 }
 
 bool ControlClient::Work(Clock::time_point now) {

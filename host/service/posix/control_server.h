@@ -14,6 +14,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/history/edit_tables.h"
 #include "host/service/control_messages.h"
 #include "host/system/posix/descriptor.h"
 
@@ -46,6 +47,9 @@ public:
     CString awaited_held;  // the profile whose held mail is being sent for it
 
     bool HasLeft() const;
+
+    // Who asks, by the system; `caller` is who that one says to do it for.
+    EditedBy WhoAsks(const std::string& caller) const;
 
     void Note(const std::string& text);  // the same one is sent only once
     void Answer(int exit_code, const Reply& reply);

@@ -23,10 +23,16 @@ SocketAddress::SocketAddress(const std::string& root) {
 
 bool IsAllowedPeer(uid_t peer, uid_t own) { return peer == own || peer == 0; }
 
-bool HasAllowedPeer(const Descriptor& socket) {
+std::optional<uid_t> PeerOf(const Descriptor& socket) {
     ucred peer{};
     socklen_t size = sizeof peer;
-    return getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && IsAllowedPeer(peer.uid, geteuid());
+    return getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? std::optional(peer.uid)
+                                                                                : std::nullopt;
+}
+
+bool HasAllowedPeer(const Descriptor& socket) {
+    const std::optional<uid_t> peer = PeerOf(socket);
+    return peer && IsAllowedPeer(*peer, geteuid());
 }
 
 }  // namespace tarvex::host

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "host/system/posix/descriptor.h"
@@ -30,6 +31,9 @@ private:
     Descriptor directory_;
     sockaddr_un address_{};
 };
+
+// The user at the other end.
+std::optional<uid_t> PeerOf(const Descriptor& socket);
 
 // Whether a command or a service of the one user trusts the other side, which is the peer's.
 bool IsAllowedPeer(uid_t peer, uid_t own);

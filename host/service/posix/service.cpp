@@ -34,6 +34,7 @@
 #include <vector>
 
 #include "host/held/memory_edit.h"
+#include "host/history/edit_record.h"
 #include "host/history/run_words.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
@@ -95,6 +96,7 @@ int Service::Run() {
     std::size_t profiles = 0;
     ForEachProfile([&profiles](const CUser&, const CPopProfile&) { ++profiles; });
     log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
+    history_.Open();
     TellRemarks();
     manager_.Ready();
     for (;;) {
@@ -129,9 +131,10 @@ void Service::ReapEndedRuns() {
         running_.erase(copy->path);
         next_held_look_.erase(copy->path);
         const std::string what_else = rules_.WhatElse(*copy);
+        const auto duration = rules_.Duration(*copy);
         std::vector<TracedMail> mails;
         RunAgain(copy->path, rules_.Finish(*copy, &mails));
-        TellEnd(copy->path, RunThatEnded(*copy), what_else, std::move(mails));
+        TellEnd(copy->path, RunThatEnded(*copy, duration), what_else, std::move(mails));
         HandOver(*copy, what_else);
     }
     if (ended.empty()) return;
@@ -153,6 +156,7 @@ void Service::Tick() {
 
 // What a long run has done so far, and what can be done when there is time.
 void Service::WriteHistory() {
+    history_.LookForFile();
     for (const auto& copy : root_.running_copies) history_.AddMails(copy->path, rules_.TakeSettled(*copy));
     history_.Tidy([this] { return LimitsOfHistory(directory_); }, std::time(nullptr), kTidyingTime);
 }
@@ -191,7 +195,9 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     RetryLeftOut();  // may have been loaded when it could not be read
     const std::string headline = Headline(request);
     Reply reply{{}, Tr(kRootHasGone)};
+    EditRecord record(root_, request);
     const int code = !HasRoot() ? kCannotWrite : EditWithMemory(root_, rules_.Memory(), request, reply);
+    if (auto edit = record.After(code, client.WhoAsks(request.caller))) history_.AddEdit(*std::move(edit));
     next_held_look_.clear();
     code == kDone ? log_.Say(headline)
                   : log_.Warn(headline + ": " + OneLineOfUtf8(in.InEnglish(reply.error), kReasonColumns));
@@ -367,6 +373,7 @@ void Service::TellEnd(const CString& path, const PastRun& run, const std::string
 }
 
 ServiceReport Service::Report() {
+    history_.LookForFile();  // who asks may read it next
     ServiceReport report{RunsNow(root_), {}};
     for (const auto& [path, why] : held_up_) report.troubles[Name(path)] = why;
     for (const auto& [path, why] : left_out_) report.troubles[Name(path)] = "left out, " + why;

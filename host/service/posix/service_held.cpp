@@ -8,6 +8,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/held/held_work.h"
 #include "host/language/tr.h"
 #include "host/service/posix/service.h"
 #include "host/system/command_error.h"
@@ -98,6 +99,7 @@ void Service::BeginHeld(ControlClient& client, const HeldRequest& request) {
     }
     const std::string verb(kHeldVerbs[static_cast<std::size_t>(request.verb)]);
     log_.Say(OneLineOfUtf8("held " + verb + ' ' + request.profile, kHeadlineColumns));
+    history_.AddEdit(EditOfHeld(request, client.WhoAsks(request.caller)));
     next_held_look_.erase(profile.path);
     if (request.verb == HeldVerb::Send) {
         if (!StartSender(profile, request.choice)) {

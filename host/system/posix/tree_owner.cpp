@@ -18,6 +18,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/system/users.h"
 
 namespace tarvex::host {
 namespace {
@@ -70,6 +71,7 @@ std::string ServiceRootDirectory() {
 void WorkAsOwnerOf(const std::string& directory) {
     struct stat status {};
     if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
+    CallingUser();  // is asked later, too
     if (setgroups(0, nullptr) == 0 && setgid(status.st_gid) == 0 && setuid(status.st_uid) == 0) return;
     throw CommandError(kNotAllowed,
                        Tr("cannot work as the owner of \"{0}\": {1}", ShowPath(directory), std::strerror(errno)));
@@ -79,6 +81,7 @@ AsOwnerOf::AsOwnerOf(const std::string& directory) {
     struct stat status {};
     if (geteuid() != 0 || stat(NativePath(directory).c_str(), &status) != 0 || status.st_uid == 0) return;
     changed_ = true;
+    CallingUser();
     if (setgroups(0, nullptr) == 0 && setegid(status.st_gid) == 0 && seteuid(status.st_uid) == 0) return;
     throw CommandError(kNotAllowed,
                        Tr("cannot work as the owner of \"{0}\": {1}", ShowPath(directory), std::strerror(errno)));

@@ -149,7 +149,8 @@ TEST_F(History, OneOfAnOlderVersionIsReadAndGoesOn) {
     Add(100, result);
     for (const char* const step :
          {"ALTER TABLE runs DROP COLUMN put_off", "ALTER TABLE runs DROP COLUMN set_aside", "DROP TABLE mail_copies",
-          "DROP TABLE mails", "DROP TABLE mails_indexed", "DROP TABLE mail_words", "PRAGMA user_version = 1"}) {
+          "DROP TABLE mails", "DROP TABLE mails_indexed", "DROP TABLE mail_words", "DROP TABLE edit_changes",
+          "DROP TABLE edits", "DROP TABLE counters", "PRAGMA user_version = 1"}) {
         Database(Uri(), Database::Use::Write, 1s).Run(step);
     }
     EXPECT_EQ(Read().last.started, 100);
