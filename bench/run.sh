@@ -7,6 +7,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../build/bench/bin"
 ./forwarding_speed "$@"
 printf '\nrules_cost\n'
 ./rules_cost
+printf '\nhistory_cost\n'
+./history_cost
 printf '\npop_tls_speed\n'
 ./pop_tls_speed
 printf '\nservice_size\n'

@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
     AddLogCommand(app, context);
     AddTraceCommand(app, context);
     AddHistoryCommand(app, context);
+    AddMetricsCommand(app, context);
     AddHealthCommand(app, context);
     AddLoginCommand(app, context);
     AddHeldCommands(app, context);

@@ -30,6 +30,7 @@ void AddPlanCommand(CLI::App& app, Context& context);
 void AddStatusCommand(CLI::App& app, Context& context);
 void AddLogCommand(CLI::App& app, Context& context);
 void AddHistoryCommand(CLI::App& app, Context& context);
+void AddMetricsCommand(CLI::App& app, Context& context);
 void AddTraceCommand(CLI::App& app, Context& context);
 void AddHealthCommand(CLI::App& app, Context& context);
 void AddLoginCommand(CLI::App& app, Context& context);

@@ -224,6 +224,9 @@ public:
 
     std::map<CString, Note> Notes(const CString& profile_path, Matter matter);
 
+    // How many notes there are of a matter, by profile: user0/from0.
+    std::map<std::string, std::int64_t> HowMany(Matter matter);
+
 private:
     RootDatabaseReader database_;
 };

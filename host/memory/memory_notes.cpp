@@ -336,4 +336,14 @@ std::map<CString, Note> RuleMemoryReader::Notes(const CString& profile_path, Mat
     return notes;
 }
 
+std::map<std::string, std::int64_t> RuleMemoryReader::HowMany(Matter matter) {
+    std::map<std::string, std::int64_t> counts;
+    if (!database_.Get()) return counts;
+    Statement row = database_.Get()->Prepare(
+        "SELECT path, count(*) FROM notes JOIN profiles ON profiles.id = notes.profile"
+        " WHERE gone IS NULL AND matter = ? GROUP BY path");
+    for (row.With(static_cast<std::int64_t>(matter)); row.Next();) counts[row.Text(0)] = row.Number(1);
+    return counts;
+}
+
 }  // namespace tarvex::host

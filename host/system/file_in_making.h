@@ -1,6 +1,6 @@
 #pragma once
 
-// A file that is written piece by piece, for its owner alone, and takes its name once it is whole.
+// A file that is written piece by piece and takes its name once it is whole.
 
 #include <cstdint>
 #include <filesystem>
@@ -9,11 +9,13 @@
 
 namespace tarvex::host {
 
+enum class FileReaders { OwnerAlone, Everybody };
+
 class FileInMaking {
 public:
     // Makes a file beside that path (of the tree's form), which may name a plain file or nothing. Throws CommandError,
     // as do the other operations.
-    explicit FileInMaking(const std::string& path);
+    explicit FileInMaking(const std::string& path, FileReaders readers = FileReaders::OwnerAlone);
     ~FileInMaking();  // removes what was not kept
     FileInMaking(const FileInMaking&) = delete;
     FileInMaking& operator=(const FileInMaking&) = delete;

@@ -41,6 +41,10 @@ for name in man1/tarvex.1:README.md ja/man1/tarvex.1:README.ja.md; do
   zgrep -q "^\.Pa /usr/share/doc/tarvex/${name#*:}$" "$root/usr/share/man/${name%:*}.gz" || fail "the manual does not name ${name#*:}"
 done
 
+for name in rules.yml dashboard.json; do
+  [ -s "$documents/prometheus/tarvex.$name" ] || fail "there is no prometheus/tarvex.$name"
+done
+
 say() { echo "== $*"; }
 LD_LIBRARY_PATH=$(dirname "$(find "$root/usr/lib" -name libtarvex.so.0)")
 export LD_LIBRARY_PATH

@@ -25,14 +25,20 @@ void AddServeCommand(CLI::App& app, Context& context) {
                         "than its timer says"))
         ->check(Fraction(kShortest, kLongest, Tr("seconds")))
         ->type_name("SECONDS");
+    auto metrics = std::make_shared<std::string>();
+    serve
+        ->add_option("--metrics", *metrics,
+                     Tr("Serve figures for a monitoring system of this machine on unix:PATH, 127.0.0.1:PORT or "
+                        "[::1]:PORT, at /metrics"))
+        ->type_name("PLACE");
     serve->footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
-    serve->callback([&context, every] {
-        context.command = [&context, every] {
+    serve->callback([&context, every, metrics] {
+        context.command = [&context, every, metrics] {
             SpeakTo(Language::English);  // in the journal
             RaiseFileLimit();
             const std::chrono::duration<double> seconds(*every);
             return Service(RootDirectory(context.root_option),
-                           std::chrono::duration_cast<std::chrono::microseconds>(seconds))
+                           std::chrono::duration_cast<std::chrono::microseconds>(seconds), *metrics)
                 .Run();
         };
     });

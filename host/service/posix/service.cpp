@@ -80,7 +80,7 @@ bool EndsRuns(const EditRequest& request) {
 
 }  // namespace
 
-Service::Service(std::string directory, std::chrono::microseconds every)
+Service::Service(std::string directory, std::chrono::microseconds every, const std::string& metrics)
     : directory_(std::move(directory)),
       every_(every),
       lock_(TakeRoot(directory_)),
@@ -90,6 +90,9 @@ Service::Service(std::string directory, std::chrono::microseconds every)
     OpenTree(root_, directory_);
     FindUnreadable();
     SpreadFirstRuns();
+    if (metrics.empty()) return;
+    metrics_ = std::make_unique<MetricsServer>(directory_, metrics);
+    metrics_->Tell(MeasuredProfiles(root_));
 }
 
 int Service::Run() {
@@ -97,6 +100,7 @@ int Service::Run() {
     ForEachProfile([&profiles](const CUser&, const CPopProfile&) { ++profiles; });
     log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
     history_.Open();
+    if (metrics_) log_.Say("serving metrics on " + metrics_->Place());
     TellRemarks();
     manager_.Ready();
     for (;;) {
@@ -149,6 +153,7 @@ void Service::Tick() {
     rules_.EndLongRuns(root_);
     StartDueRuns();
     WriteHistory();
+    if (metrics_) metrics_->Tell(MeasuredProfiles(root_));
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
     if (next_tick_ < now) next_tick_ = now + every_;  // ticks that a pause of the machine skipped are dropped

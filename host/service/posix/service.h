@@ -15,6 +15,7 @@
 #include "host/edit/root_lock.h"
 #include "host/history/history.h"
 #include "host/language/tr.h"
+#include "host/metrics/posix/metrics_server.h"
 #include "host/rules/ruled_runs.h"
 #include "host/service/posix/control_server.h"
 #include "host/service/posix/held_sender.h"
@@ -28,7 +29,8 @@ namespace tarvex::host {
 class Service {
 public:
     // Takes the root and loads the tree. Throws CommandError, which names the holder of a root that is in use.
-    Service(std::string directory, std::chrono::microseconds every);
+    // `metrics`: where figures are served (see MetricsServer); empty: nowhere.
+    Service(std::string directory, std::chrono::microseconds every, const std::string& metrics = {});
 
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
     int Run();
@@ -118,6 +120,7 @@ private:
     bool stopping_ = false;
     Clock::time_point next_tick_ = Clock::now();
     Clock::time_point next_keep_alive_ = Clock::now();
+    std::unique_ptr<MetricsServer> metrics_;  // null: none
 };
 
 }  // namespace tarvex::host

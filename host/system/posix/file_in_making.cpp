@@ -28,7 +28,7 @@ CommandError CannotWrite(const std::filesystem::path& file) {
 
 }  // namespace
 
-FileInMaking::FileInMaking(const std::string& path) : file_(NativePath(path)) {
+FileInMaking::FileInMaking(const std::string& path, FileReaders readers) : file_(NativePath(path)) {
     struct stat status {};
     if (lstat(file_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         throw CommandError(kCannotMake, Tr("\"{0}\" is there and is no plain file", ShowPath(path)));
@@ -37,6 +37,7 @@ FileInMaking::FileInMaking(const std::string& path) : file_(NativePath(path)) {
     opened_ = mkostemp(name.data(), O_CLOEXEC);  // for its owner alone
     if (opened_ == kNoFile) throw CannotWrite(file_);
     fresh_ = name;
+    if (readers == FileReaders::Everybody && fchmod(Descriptor(opened_), 0644) != 0) throw CannotWrite(file_);
 }
 
 FileInMaking::~FileInMaking() {

@@ -25,7 +25,7 @@ CommandError CannotWrite(const std::filesystem::path& file) {
 }  // namespace
 
 // A name of its own for each process: two may write the same backup.
-FileInMaking::FileInMaking(const std::string& path) : file_(NativePath(path)) {
+FileInMaking::FileInMaking(const std::string& path, FileReaders) : file_(NativePath(path)) {
     std::error_code error;
     if (std::filesystem::exists(file_, error) && !std::filesystem::is_regular_file(file_, error)) {
         throw CommandError(kCannotMake, Tr("\"{0}\" is there and is no plain file", ShowPath(path)));
