@@ -34,7 +34,7 @@ for name in $(grep -ohE 'tarvex_[a-z_]+' "$source"/packaging/prometheus/tarvex.{
 done
 
 # A Prometheus that scrapes the service.
-tarvex serve --metrics 127.0.0.1:0 >"$work/service" 2>&1 &
+"$tarvex" --root "$work/tree" serve --metrics 127.0.0.1:0 >"$work/service" 2>&1 &
 service=$!
 place=$(line "$work/service" 'serving metrics on ' | sed -E 's|.*http://([^/]*)/.*|\1|')
 cat >"$work/prometheus.yml" <<END

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/history/history.h"
 #include "host/history/run_words.h"
@@ -157,7 +158,7 @@ void AddHistoryCommand(CLI::App& app, Context& context) {
     history->add_option("--since", options->since, Tr("Only since this moment: \"2026-12-24 18:00\""))
         ->type_name("MOMENT");
     history->add_option("-n,--count", options->count, Tr("At most N (20)"))
-        ->check(CLI::Range(std::size_t{1}, std::size_t{1000000}))
+        ->check(WholeNumber(1, 1'000'000))
         ->type_name("N");
     history->add_flag("--json", options->as_json, Tr("Print JSON"));
     history->callback(
