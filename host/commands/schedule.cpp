@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstddef>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,8 +14,10 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/language/tr.h"
+#include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/terminal/typed_word.h"
+#include "host/terminal/wording.h"
 #include "host/tree/listing.h"
 #include "host/tree/tree_root.h"
 
@@ -36,6 +39,16 @@ struct Given {
         return text;
     }
 };
+
+// Of the service where one runs the tree: its zone may be another one.
+std::string ZoneOfSchedules(const std::string& directory) {
+    try {
+        if (const auto service = ServiceConnection::Try(directory)) return service->Report().zone;
+    } catch (const CommandError&) {
+        // It does not answer: `tarvex status` says so.
+    }
+    return ShowZone();
+}
 
 // Nothing for all of them.
 std::optional<std::size_t> TermNumber(const std::string& word) {
@@ -83,6 +96,7 @@ void AddScheduleCommands(CLI::App& app, Context& context) {
             CRootPath root;
             OpenTree(root, RootDirectory(context.root_option));
             ListSchedule(root, given->forward, given->json ? Form::Json : Form::Text);
+            if (!given->json) std::cout << Tr("Times are in {0}.", ZoneOfSchedules(root.path)) << '\n';
             return kDone;
         };
     });

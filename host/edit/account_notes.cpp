@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
+#include "host/language/tr.h"
 #include "host/settings/shared_account.h"
-#include "host/terminal/wording.h"
 #include "host/tree/names.h"
 
 namespace tarvex::host {
@@ -32,10 +32,16 @@ std::string NotesOnAccount(const CRootPath& root, const CString& directory, cons
         if (used.tokens_for_smtp && !has_login) ++without_login;
     }
     std::string notes;
-    if (sets_server && through_it > 0) notes += "It is the SMTP server of " + ShowCount(through_it, "profile") + ".\n";
+    if (sets_server && through_it > 0)
+        notes +=
+            TrN("It is the SMTP server of {0} profile.", "It is the SMTP server of {0} profiles.", through_it) + '\n';
     if (sets_login && without_login > 0) {
-        notes += "Note: " + ShowCount(without_login, "profile") + (without_login == 1 ? " sends" : " send") +
-                 " without a login, so smtp_login has no effect there; smtpauth and esmtp must be on.\n";
+        notes += TrN("Note: {0} profile sends without a login, so smtp_login has no effect there; smtpauth and esmtp "
+                     "must be on.",
+                     "Note: {0} profiles send without a login, so smtp_login has no effect there; smtpauth and esmtp "
+                     "must be on.",
+                     without_login) +
+                 '\n';
     }
     return notes;
 }

@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 
@@ -18,11 +19,15 @@ std::string NoteOnDeletion(const CPopProfile& profile) {
         return {};  // nothing is run, and so nothing is deleted
     }
     if (rules && rules->deletewaits) {
-        return "Note: deletemail is on. Mail is deleted on the server when every address that is switched on has it: "
-               "one outside its schedule is waited for, one that is switched off is not.\n";
+        return Tr("Note: deletemail is on. Mail is deleted on the server when every address that is switched on has "
+                  "it: "
+                  "one outside its schedule is waited for, one that is switched off is not.") +
+               '\n';
     }
-    return "Note: deletemail is on. Mail is deleted on the server when the addresses that take part in a run have it: "
-           "one that is switched off or outside its schedule never gets what is deleted meanwhile.\n";
+    return Tr("Note: deletemail is on. Mail is deleted on the server when the addresses that take part in a run have "
+              "it: "
+              "one that is switched off or outside its schedule never gets what is deleted meanwhile.") +
+           '\n';
 }
 
 }  // namespace tarvex::host

@@ -2,6 +2,7 @@
 
 #include "host/edit/edit.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <system_error>
@@ -11,6 +12,7 @@
 #include "host/edit/key_values.h"
 #include "host/edit/rules_edit.h"
 #include "host/edit/schedule_edit.h"
+#include "host/language/tr.h"
 #include "host/saving/directories.h"
 #include "host/saving/saving.h"
 #include "host/settings/file_names.h"
@@ -28,15 +30,11 @@
 namespace tarvex::host {
 namespace {
 
-std::string Counted(std::size_t count, const std::string& one, const std::string& many) {
-    return std::to_string(count) + ' ' + (count == 1 ? one : many);
-}
-
 // What is forwarded to the mailbox itself is fetched again, and forwarded again.
 void RefuseLoop(const CString& own, const CString& target) {
     if (!SameMailbox(own, target)) return;
     throw CommandError(kBadUsage,
-                       '"' + ShowText(target) + "\" is the profile's own address: its mail would come back to it");
+                       Tr("\"{0}\" is the profile's own address: its mail would come back to it", ShowText(target)));
 }
 
 // A save would put defaults in the place of what could not be read.
@@ -82,12 +80,12 @@ private:
     std::string Shown(const CString& path) const { return ShownName(root_, path); }
 
     [[noreturn]] void UnknownEdit() const {
-        throw CommandError(kBadUsage, "there is no edit \"" + EditName(request_) + '"');
+        throw CommandError(kBadUsage, Tr("there is no edit \"{0}\"", EditName(request_)));
     }
 
     // Throws CommandError when nothing was saved.
     void Require(Saved saved, const CString& path) {
-        if (saved == Saved::No) throw CommandError(kCannotWrite, "cannot write in \"" + ShowPath(path) + '"');
+        if (saved == Saved::No) throw CommandError(kCannotWrite, Tr("cannot write in \"{0}\"", ShowPath(path)));
         if (saved == Saved::Unsynced) unsynced_ = path;
     }
 
@@ -128,17 +126,18 @@ private:
         const std::string what = WhatGoes(object);
         if (!request_.expected.empty() && request_.expected != what) {
             throw CommandError(kNotFound,
-                               Shown(directory) + " is something else by now (" + what + "); nothing was removed");
+                               Tr("{0} is something else by now ({1}); nothing was removed", Shown(directory), what));
         }
         Require(MoveAside(root_.path, directory), directory);
         remove();
         // What may come back after a power failure comes back whole; whoever takes the root next deletes it.
         if (!unsynced_.empty()) return {};
         if (!DeleteAside(root_.path) || !DeleteAside(ParentOf(directory))) {
-            throw CommandError(kCannotWrite, "removed " + Shown(directory) + ", but \".tarvex-removed\" in \"" +
-                                                 ShowPath(root_.path) + "\" cannot be deleted whole");
+            throw CommandError(kCannotWrite,
+                               Tr("removed {0}, but \".tarvex-removed\" in \"{1}\" cannot be deleted whole",
+                                  Shown(directory), ShowPath(root_.path)));
         }
-        return "Removed " + Shown(directory) + ".\n";
+        return Tr("Removed {0}.", Shown(directory)) + '\n';
     }
 
     static std::vector<CString> PathsOf(const CUser& user) {
@@ -153,7 +152,7 @@ private:
         if (!unsynced_.empty()) return notes;
         for (const CString& path : profiles) {
             if (!ForgetLogin(root_.path, path))
-                notes += "Note: the tokens of " + Shown(path) + " stay in .tarvex/tokens; delete them there.\n";
+                notes += Tr("Note: the tokens of {0} stay in .tarvex/tokens; delete them there.", Shown(path)) + '\n';
         }
         return notes;
     }
@@ -197,7 +196,8 @@ std::string Editor::EditUser() {
 void Editor::RefuseSecondUser(const CString& login_name) const {
     for (const auto& user : root_.users) {
         if (user->setting.loginname != login_name) continue;
-        throw CommandError(kBadUsage, "there is a user \"" + ShowText(login_name) + "\" already: " + Shown(user->path));
+        throw CommandError(kBadUsage,
+                           Tr("there is a user \"{0}\" already: {1}", ShowText(login_name), Shown(user->path)));
     }
 }
 
@@ -213,8 +213,9 @@ std::string Editor::AddUser() {
     if (loses_rights) draft.administrator = 0;
     SaveNew(directory, *user, draft);
     root_.users.push_back(std::move(user));
-    return "Added user " + Shown(directory.Path()) + " (" + ShowText(draft.loginname) + ").\n" +
-           (loses_rights ? "The directory was there already, so the user has no administrator rights.\n" : "");
+    std::string text = Tr("Added user {0} ({1}).", Shown(directory.Path()), ShowText(draft.loginname)) + '\n';
+    if (loses_rights) text += Tr("The directory was there already, so the user has no administrator rights.") + '\n';
+    return text;
 }
 
 std::string Editor::EditProfile() {
@@ -232,8 +233,9 @@ std::string Editor::EditProfile() {
 // The key has been in the files for ever, with all values in use, and none has ever meant anything.
 std::string Editor::NoteOnSslPop(const CPopProfile& profile) const {
     if (!request_.values.contains("sslpop") || profile.setting.sslpop == 0) return {};
-    return "Note: sslpop has no effect; `tarvex rules set " + Shown(profile.path) +
-           " --pop_tls tls` encrypts POP3 (starttls: at port 110).\n";
+    return Tr("Note: sslpop has no effect; `tarvex rules set {0} --pop_tls tls` encrypts POP3 (starttls: at port 110).",
+              Shown(profile.path)) +
+           '\n';
 }
 
 std::string Editor::SetProfile(CPopProfile& profile) {
@@ -245,7 +247,7 @@ std::string Editor::SetProfile(CPopProfile& profile) {
     if (request_.values.contains("deletemail")) text += NoteOnDeletion(profile);
     const int timer = profile.setting.timer;
     if (request_.values.contains("timer") && IntervalSeconds(timer) != std::int64_t{timer} * 60) {
-        text += "Note: with a timer of " + std::to_string(timer) + " minutes it runs " + ShowInterval(timer) + ".\n";
+        text += Tr("Note: with a timer of {0} minutes it runs {1}.", timer, ShowInterval(timer)) + '\n';
     }
     return text + NoteOnSslPop(profile);
 }
@@ -255,9 +257,9 @@ void Editor::RefuseSecondMailbox(const CPopProfileSetting& draft) const {
     if (request_.again) return;
     for (const NamedProfile& named : AllProfiles(root_)) {
         if (!FetchTheSame(named.profile->setting, draft)) continue;
-        throw CommandError(kBadUsage, Shown(named.profile->path) + " fetches from the same mailbox, that of \"" +
-                                          ShowText(draft.popuser) + "\" at " + ShowText(draft.popserver) +
-                                          "; --again adds it all the same");
+        throw CommandError(kBadUsage,
+                           Tr("{0} fetches from the same mailbox, that of \"{1}\" at {2}; --again adds it all the same",
+                              Shown(named.profile->path), ShowText(draft.popuser), ShowText(draft.popserver)));
     }
 }
 
@@ -272,10 +274,14 @@ std::string Editor::AddProfile() {
     // Before the marker file: no run may begin without it.
     if (!request_.rules.empty()) Require(SaveNewRules(root_, directory.Path(), request_.rules), directory.Path());
     SaveNew(directory, *profile, draft);
-    std::string text = "Added profile " + Shown(profile->path) + " (" + ShowText(draft.address) + "). It runs " +
-                       ShowInterval(draft.timer);
+    const std::string name = Shown(profile->path);
+    const std::string address = ShowText(draft.address);
     const CTime first = draft.lasttime + IntervalSeconds(draft.timer);
-    text += first > draft.lasttime ? ", for the first time at " + ShowMoment(first) + ".\n" : ".\n";
+    std::string text = first > draft.lasttime
+                           ? Tr("Added profile {0} ({1}). It runs {2}, for the first time at {3}.", name, address,
+                                ShowInterval(draft.timer), ShowMoment(first))
+                           : Tr("Added profile {0} ({1}). It runs {2}.", name, address, ShowInterval(draft.timer));
+    text += '\n';
     text += NoteOnSslPop(*profile);
     user.profiles.push_back(std::move(profile));
     return text;
@@ -307,8 +313,9 @@ void Editor::RefuseSecondAddress(const CPopProfile& profile, const CForwardAddre
     if (request_.again) return;
     for (const auto& other : profile.forward_addresses) {
         if (!SameMailbox(other->setting.address, draft.address)) continue;
-        throw CommandError(kBadUsage, Shown(other->path) + " is the same address: it would get each mail twice; " +
-                                          "--again adds it all the same");
+        throw CommandError(kBadUsage,
+                           Tr("{0} is the same address: it would get each mail twice; --again adds it all the same",
+                              Shown(other->path)));
     }
 }
 
@@ -334,17 +341,17 @@ std::string Editor::AddForward() {
     }
     SaveNew(directory, *forward, draft);
     profile.forward_addresses.push_back(std::move(forward));
-    return "Added forwarding address " + Shown(directory.Path()) + " (" + ShowText(draft.address) + ").\n" +
-           (request_.uidls.empty() ? ""
-                                   : "It gets only new mail: " + std::to_string(request_.uidls.size()) +
-                                         " in the mailbox count as handled.\n") +
-           NoteOnTwin(profile, *profile.forward_addresses.back());
+    std::string text =
+        Tr("Added forwarding address {0} ({1}).", Shown(directory.Path()), ShowText(draft.address)) + '\n';
+    if (!request_.uidls.empty())
+        text += Tr("It gets only new mail: {0} in the mailbox count as handled.", request_.uidls.size()) + '\n';
+    return text + NoteOnTwin(profile, *profile.forward_addresses.back());
 }
 
 std::string Editor::NoteOnTwin(const CPopProfile& profile, const CForwardAddress& forward) const {
     for (const auto& other : profile.forward_addresses) {
         if (other.get() == &forward || !SameMailbox(other->setting.address, forward.setting.address)) continue;
-        return "Note: " + Shown(other->path) + " is the same address: it gets each mail twice.\n";
+        return Tr("Note: {0} is the same address: it gets each mail twice.", Shown(other->path)) + '\n';
     }
     return {};
 }
@@ -375,16 +382,17 @@ bool FetchTheSame(const CPopProfileSetting& one, const CPopProfileSetting& other
 }
 
 std::string WhatGoes(const CUser& user) {
-    return ShowText(user.setting.loginname) + ", with " + Counted(user.profiles.size(), "profile", "profiles");
+    return TrN("{1}, with {0} profile", "{1}, with {0} profiles", static_cast<std::int64_t>(user.profiles.size()),
+               ShowText(user.setting.loginname));
 }
 
 std::string WhatGoes(const CPopProfile& profile) {
-    return ShowText(profile.setting.address) + ", with " +
-           Counted(profile.forward_addresses.size(), "forwarding address", "forwarding addresses");
+    return TrN("{1}, with {0} forwarding address", "{1}, with {0} forwarding addresses",
+               static_cast<std::int64_t>(profile.forward_addresses.size()), ShowText(profile.setting.address));
 }
 
 std::string WhatGoes(const CForwardAddress& forward) {
-    return ShowText(forward.setting.address) + ", with the list of what it has received";
+    return Tr("{0}, with the list of what it has received", ShowText(forward.setting.address));
 }
 
 std::string EditName(const EditRequest& request) {
@@ -399,8 +407,8 @@ int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
         reply.printed = editor.Apply();
         if (request.verb == EditVerb::Add && HasRules(root.path)) OrderByNumber(root);
         if (editor.Unsynced().empty()) return kDone;
-        reply.error = "the change was made, but may not survive a power failure: \"" + ShowPath(editor.Unsynced()) +
-                      "\" cannot be synced";
+        reply.error = Tr("the change was made, but may not survive a power failure: \"{0}\" cannot be synced",
+                         ShowPath(editor.Unsynced()));
         return kCannotWrite;
     } catch (const CommandError& error) {
         reply.error = error.what();

@@ -10,6 +10,7 @@
 
 #include "host/edit/edit.h"
 #include "host/edit/survival.h"
+#include "host/language/tr.h"
 #include "host/settings/keys.h"
 #include "host/system/command_error.h"
 
@@ -57,15 +58,15 @@ public:
 
 private:
     static std::string Change(const KeyInfo& key, const std::string& before, const std::string& after) {
-        if (key.type == KeyType::Password) return after == "(none)" ? "removed" : "stored";
-        if (before == after) return '"' + after + "\" as before";
+        if (key.type == KeyType::Password) return after == Tr("(none)") ? Tr("removed") : Tr("stored");
+        if (before == after) return Tr("\"{0}\" as before", after);
         return '"' + before + "\" -> \"" + after + '"';
     }
 
     void Take(const std::string& name, const std::string& value, bool secret) {
         const Key<Record>& key = KeyNamed<Record>(name);
         if ((key.type == KeyType::Password) != secret) {
-            throw CommandError(kBadUsage, std::string(key.name) + ": a password is never taken from the command line");
+            throw CommandError(kBadUsage, Tr("{0}: a password is never taken from the command line", key.name));
         }
         values_.emplace_back(&key, value);
     }

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <thread>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -28,14 +29,14 @@ RootLock RootLock::Take(const std::string& root, std::string_view command, std::
         std::this_thread::sleep_for(kRetryInterval);
     }
     throw CommandError(kTryLater,
-                       "\"" + ShowPath(root) + "\" is in use by " + Holder(root) + "; try again when that has ended");
+                       Tr("\"{0}\" is in use by {1}; try again when that has ended", ShowPath(root), Holder(root)));
 }
 
 std::string RootLock::Holder(const std::string& root) {
     std::ifstream file(FileIn(root));
     std::string process, command;
-    if (!(file >> process) || !(file >> command)) return "another tarvex";
-    return "tarvex " + ShowUtf8Text(command) + " (process " + ShowUtf8Text(process) + ")";
+    if (!(file >> process) || !(file >> command)) return Tr("another tarvex");
+    return Tr("tarvex {0} (process {1})", ShowUtf8Text(command), ShowUtf8Text(process));
 }
 
 }  // namespace tarvex::host

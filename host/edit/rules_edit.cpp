@@ -7,6 +7,7 @@
 
 #include "host/edit/account_notes.h"
 #include "host/edit/key_values.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
@@ -41,23 +42,22 @@ void SetOrRemove(SettingsSections& file, const Key<HostRules>& key, const std::s
 void RefuseKeysOfOthers(const std::vector<const Key<HostRules>*>& keys, RulesPlace place) {
     for (const Key<HostRules>* const key : keys) {
         if (key->is_of_root && place != RulesPlace::Tree)
-            throw CommandError(kBadUsage, std::string(key->name) + " is of the whole tree: set it without a name");
+            throw CommandError(kBadUsage, Tr("{0} is of the whole tree: set it without a name", key->name));
         if (key->is_shared && place == RulesPlace::Profile) {
             throw CommandError(
-                kBadUsage,
-                std::string(key->name) + " of a profile is not one of its rules: set it with `tarvex profile set`");
+                kBadUsage, Tr("{0} of a profile is not one of its rules: set it with `tarvex profile set`", key->name));
         }
     }
 }
 
 std::string AddRules(const CRootPath& root, Saved& saved) {
-    if (HasRules(root.path)) throw CommandError(kBadUsage, "the tree has rules already");
+    if (HasRules(root.path)) throw CommandError(kBadUsage, Tr("the tree has rules already"));
     SettingsSections file(kNewFile);
     for (const Key<HostRules>& key : Keys<HostRules>()) {
         if (!IsOfAccount(key)) SetOrRemove(file, key, FileValue({}, key));
     }
     saved = ReplaceContent(root.path + kHostSettingFile, file.Text());
-    return "The tree has rules now, all of them on; `tarvex rules show` shows them.\n";
+    return Tr("The tree has rules now, all of them on; `tarvex rules show` shows them.") + '\n';
 }
 
 // What the file would be read as must be what was meant: a text may look like the header of a key, or be one that the
@@ -66,10 +66,9 @@ void RequireSame(const HostRules& read, const HostRules& meant, const std::vecto
     for (const Key<HostRules>* const key : keys) {
         if (FileValue(read, *key) == FileValue(meant, *key)) continue;
         if (key->type == KeyType::Password)
-            throw CommandError(kBadData,
-                               std::string(key->name) + ": its last byte would be lost; choose another password");
-        throw CommandError(kBadData, std::string(key->name) + " cannot be stored: it would be read back as \"" +
-                                         ShowValue(read, *key) + '"');
+            throw CommandError(kBadData, Tr("{0}: its last byte would be lost; choose another password", key->name));
+        throw CommandError(
+            kBadData, Tr("{0} cannot be stored: it would be read back as \"{1}\"", key->name, ShowValue(read, *key)));
     }
 }
 
@@ -152,8 +151,8 @@ std::string EditRules(const CRootPath& root, const EditRequest& request, Saved& 
     const Owner owner = OwnerNamed(root, request.name);
     directory = owner.directory;
     RefuseKeysOfOthers(values.Keys(), owner.place);
-    const std::string of = owner.place == RulesPlace::Tree ? "the tree" : ShownName(root, directory);
-    const std::string said = "Rules of " + of + ":\n" + SetRules(owner, values, saved);
+    const std::string of = owner.place == RulesPlace::Tree ? Tr("the tree") : ShownName(root, directory);
+    const std::string said = Tr("Rules of {0}:", of) + '\n' + SetRules(owner, values, saved);
     return saved == Saved::No ? said : said + NotesOnAccount(root, directory, values);
 }
 

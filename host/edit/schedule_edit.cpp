@@ -4,18 +4,20 @@
 
 #include <algorithm>
 
+#include "host/language/tr.h"
 #include "host/settings/schedule_text.h"
 #include "host/system/command_error.h"
+#include "host/terminal/wording.h"
 
 namespace tarvex::host {
 namespace {
 
 // What one might not expect of a schedule without a term that counts.
 std::string WhatRemains(const CScheduleSetting& schedule) {
-    if (schedule.terms.empty()) return "The schedule is empty: the address always takes part.\n";
+    if (schedule.terms.empty()) return Tr("The schedule is empty: the address always takes part.") + '\n';
     const auto is_off = [](const auto& term) { return term->status == 0; };
     if (!std::ranges::all_of(schedule.terms, is_off)) return "";
-    return "Every term is switched off: the address takes part in no run. Without any term it always would.\n";
+    return Tr("Every term is switched off: the address takes part in no run. Without any term it always would.") + '\n';
 }
 
 std::string Line(std::size_t number, const CTerm& term) {
@@ -27,19 +29,20 @@ CTerm* ChosenTerm(const CScheduleSetting& schedule, const EditRequest& request) 
     if (!request.term_number) return nullptr;
     const std::size_t number = *request.term_number;
     if (number >= 1 && number <= schedule.terms.size()) return schedule.terms[number - 1].get();
-    const std::string last = schedule.terms.empty() ? "the schedule has no terms"
-                                                    : "the last one is " + std::to_string(schedule.terms.size());
-    throw CommandError(kNotFound,
-                       "there is no term " + std::to_string(number) + "; " + last + " (see `tarvex schedule list`)");
+    const std::size_t count = schedule.terms.size();
+    throw CommandError(
+        kNotFound, count == 0
+                       ? Tr("there is no term {0}; the schedule has no terms (see `tarvex schedule list`)", number)
+                       : Tr("there is no term {0}; the last one is {1} (see `tarvex schedule list`)", number, count));
 }
 
 std::string AddTerms(CScheduleSetting& schedule, const std::string& terms) {
-    std::string said = "Added:\n";
+    std::string said = Tr("Added:") + '\n';
     for (const CTerm& term : ParseTerms(terms)) {
-        if (schedule.AddNewTerm(&term) < 0) throw CommandError(kBroken, "not enough memory");
+        if (schedule.AddNewTerm(&term) < 0) throw CommandError(kBroken, Tr("not enough memory"));
         said += Line(schedule.terms.size(), term);
     }
-    return said;
+    return said + Tr("Times are in {0}.", ShowZone()) + '\n';
 }
 
 std::string RemoveTerms(CScheduleSetting& schedule, const EditRequest& request) {
@@ -48,13 +51,13 @@ std::string RemoveTerms(CScheduleSetting& schedule, const EditRequest& request) 
     } else {
         schedule.Reset();
     }
-    return "Removed.\n" + WhatRemains(schedule);
+    return Tr("Removed.") + '\n' + WhatRemains(schedule);
 }
 
 std::string SwitchTerms(CScheduleSetting& schedule, const EditRequest& request) {
     const bool on = request.verb == EditVerb::SwitchOn;
     const CTerm* const chosen = ChosenTerm(schedule, request);
-    std::string said = on ? "Switched on:\n" : "Switched off:\n";
+    std::string said = (on ? Tr("Switched on:") : Tr("Switched off:")) + '\n';
     std::size_t number = 0;
     for (const auto& term : schedule.terms) {
         ++number;
@@ -77,7 +80,7 @@ std::string Change(CScheduleSetting& schedule, const EditRequest& request) {
         default:
             break;
     }
-    throw CommandError(kBadUsage, "there is no edit \"" + EditName(request) + '"');
+    throw CommandError(kBadUsage, Tr("there is no edit \"{0}\"", EditName(request)));
 }
 
 }  // namespace

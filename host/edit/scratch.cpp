@@ -8,6 +8,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/language/tr.h"
 #include "host/settings/file_names.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -39,7 +40,7 @@ bool IsLeftOver(const fs::directory_entry& folder) {
 
 ScratchFolder::ScratchFolder(const CString& parent) try : path_(MakeNewFolder(parent + '\\' + std::string(kStart))) {
 } catch (const std::system_error& error) {
-    throw CommandError(kCannotMake, "cannot write in \"" + ShowPath(parent) + "\": " + error.code().message());
+    throw CommandError(kCannotMake, Tr("cannot write in \"{0}\": {1}", ShowPath(parent), error.code().message()));
 }
 
 ScratchFolder::~ScratchFolder() {

@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "host/edit/scratch.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 
@@ -15,10 +16,12 @@ namespace {
 CommandError NoSurvivor(const KeyInfo& key, const std::string& stored, const std::string& read) {
     const std::string name = key.name;
     if (key.type == KeyType::Password)
-        return {kBadData, name + ": its last byte would be lost; choose another password"};
-    return {kBadData, name + " cannot be \"" + stored + "\": it would be read back as \"" + read +
-                          "\". In the settings files a value cannot begin with \";\" or \"//\", begin or end with a "
-                          "blank, hold \"[\" and \"]\", or be empty where there is a default"};
+        return {kBadData, Tr("{0}: its last byte would be lost; choose another password", name)};
+    return {
+        kBadData,
+        Tr("{0} cannot be \"{1}\": it would be read back as \"{2}\". In the settings files a value cannot begin with "
+           "\";\" or \"//\", begin or end with a blank, hold \"[\" and \"]\", or be empty where there is a default",
+           name, stored, read)};
 }
 
 }  // namespace
@@ -28,7 +31,7 @@ void RequireSurvival(const Record& record, const std::vector<const Key<Record>*>
     const ScratchFolder folder(directory);
     Record read;
     if (!record.Save(folder.Path()) || !read.Load(folder.Path())) {
-        throw CommandError(kCannotWrite, "cannot write in \"" + ShowPath(directory) + '"');
+        throw CommandError(kCannotWrite, Tr("cannot write in \"{0}\"", ShowPath(directory)));
     }
     for (const Key<Record>* const key : keys) {
         const auto same = [&](auto field) { return record.*field == read.*field; };

@@ -10,6 +10,8 @@
 
 #include "host/held/held.h"
 
+#include "host/language/tr.h"
+
 #include <algorithm>
 #include <charconv>
 #include <map>
@@ -142,16 +144,15 @@ std::optional<HeldRecord> HeldStore::RecordOf(int id, std::int64_t mail_bytes) c
     bool missing = false;
     const std::optional<std::string> text = folder_.Read(FileOf(id, kRecord), missing);
     if (!text && missing) return std::nullopt;
-    if (!text) return Damaged(id, "its record cannot be read");
+    if (!text) return Damaged(id, Tr("its record cannot be read"));
     HeldRecord record = RecordIn(*text);
     record.id = id;
     if (!record.damage.empty()) return record;
     if (mail_bytes < 0) mail_bytes = MailBytes(id);  // a listing may miss what is made meanwhile
     if (mail_bytes < 0) {
-        record.damage = "the message itself is missing";
+        record.damage = Tr("the message itself is missing");
     } else if (mail_bytes != record.bytes) {
-        record.damage =
-            "the message has " + std::to_string(mail_bytes) + " bytes instead of " + std::to_string(record.bytes);
+        record.damage = Tr("the message has {0} bytes instead of {1}", mail_bytes, record.bytes);
     }
     return record;
 }

@@ -23,6 +23,7 @@
 #include <sstream>
 
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/settings/shared_account.h"
 #include "host/system/paths.h"
 
@@ -252,11 +253,11 @@ public:
             if (!Take(record.addresses.emplace_back(), kAddressKeys)) break;
         }
         if (version != kVersion && failed_.empty()) {
-            record.damage = "its record is of another version of tarvex";
+            record.damage = Tr("its record is of another version of tarvex");
         } else if (!failed_.empty()) {
-            record.damage = "its record has no usable \"" + std::string(failed_) + '"';
+            record.damage = Tr("its record has no usable \"{0}\"", failed_);
         } else if (record.digest.empty()) {
-            record.damage = "its record names no digest";
+            record.damage = Tr("its record names no digest");
         }
         return record;
     }

@@ -25,6 +25,7 @@
 #include "host/held/held.h"
 #include "host/held/refusal_words.h"
 #include "host/held/refusals_in_a_row.h"
+#include "host/language/tr.h"
 #include "host/settings/shared_account.h"
 #include "host/tokens/profile_tokens.h"
 #include "host/trace/mail_recorder.h"
@@ -143,25 +144,25 @@ public:
     // False when nothing more can be tried.
     bool Try(HeldResult& result) {
         std::optional<HeldRecord> record = store_.Find(result.choice.id);
-        if (!record) return NotTried(result, "it is not held any more");
+        if (!record) return NotTried(result, Marked("it is not held any more"));
         if (!record->damage.empty()) return NotTried(result, record->damage);
         if (!result.choice.digest.empty() && record->digest != result.choice.digest) {
-            return NotTried(result, "it is not held any more");
+            return NotTried(result, Marked("it is not held any more"));
         }
         result.digest = record->digest;
         HeldAddress* const waiting = Waiting(*record, result.choice.folder);
-        if (!waiting) return NotTried(result, "the address does not wait for it any more");
+        if (!waiting) return NotTried(result, Marked("the address does not wait for it any more"));
         result.address = waiting->address;
         CForwardAddress* const address = AddressOf(copy_, *waiting);
-        if (!address) return NotTried(result, "its address was removed");
+        if (!address) return NotTried(result, Marked("its address was removed"));
         result.address = address->setting.address;
-        if (address->setting.status == 0) return NotTried(result, "its address is switched off");
-        if (!HasMailbox(*address)) return NotTried(result, "its address has no \"@\"");
+        if (address->setting.status == 0) return NotTried(result, Marked("its address is switched off"));
+        if (!HasMailbox(*address)) return NotTried(result, Marked("its address has no \"@\""));
         if (refused_.contains(waiting->folder)) {
-            return NotTried(result, "the server has just refused its address for another message");
+            return NotTried(result, Marked("the server has just refused its address for another message"));
         }
         std::optional<std::string> text = store_.Text(record->id);
-        if (!text) return NotTried(result, "the message cannot be read");
+        if (!text) return NotTried(result, Marked("the message cannot be read"));
         return TryNow(*record, *waiting, *address, *std::move(text), result);
     }
 
@@ -293,7 +294,7 @@ private:
         return result.why.empty();
     }
 
-    static constexpr const char* kCannotWriteRecord = "its record cannot be written";
+    static constexpr const char* kCannotWriteRecord = Marked("its record cannot be written");
 
     CPopProfile& copy_;
     const HeldSendingOptions& options_;

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "host/held/held.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -59,12 +60,12 @@ int StrikeOff(const CString& profile_path, const std::vector<HeldChoice>& choice
     const HeldStore store(profile_path);
     for (const HeldChoice& one : choice) {
         if (DropOne(store, one)) continue;
-        reply.error = "message " + std::to_string(one.id) + " could not be dropped for good; what came before it was";
+        reply.error = Tr("message {0} could not be dropped for good; what came before it was", one.id);
         return kCannotWrite;
     }
     std::set<int> ids;
     for (const HeldChoice& one : choice) ids.insert(one.id);
-    reply.printed = "Dropped " + ShowCount(static_cast<std::int64_t>(ids.size()), "message") + ".\n";
+    reply.printed = TrN("Dropped {0} message.", "Dropped {0} messages.", static_cast<std::int64_t>(ids.size())) + '\n';
     return kDone;
 }
 
@@ -90,18 +91,20 @@ bool HoldsReport(const CString& profile_path) {
 std::string SaidOf(const HeldResult& result) {
     switch (result.outcome) {
         case HeldOutcome::Taken:
-            return "taken" + (result.why.empty() ? "" : ", but " + result.why + " and it may be sent again");
+            return result.why.empty() ? Tr("taken")
+                                      : Tr("taken, but {0} and it may be sent again", Tr(result.why.c_str()));
         case HeldOutcome::NotTried:
-            return "not tried: " + result.why;
+            return Tr("not tried: {0}", Tr(result.why.c_str()));
         default:
             break;
     }
     const CRunFailure& failure = result.failure;
-    const std::string word = result.outcome == HeldOutcome::Refused   ? "refused: "
-                             : result.outcome == HeldOutcome::Blocked ? "refused like the messages before it: "
-                                                                      : "failed: ";
-    if (!result.why.empty()) return word + result.why;
-    return word + OneLine(failure.reply.empty() ? failure.reason : failure.reply, kReplyColumns);
+    const std::string why = !result.why.empty()
+                                ? Tr(result.why.c_str())
+                                : OneLine(failure.reply.empty() ? failure.reason : failure.reply, kReplyColumns);
+    if (result.outcome == HeldOutcome::Refused) return Tr("refused: {0}", why);
+    if (result.outcome == HeldOutcome::Blocked) return Tr("refused like the messages before it: {0}", why);
+    return Tr("failed: {0}", why);
 }
 
 // What a removal takes along, and how it is named.
@@ -165,9 +168,11 @@ HeldCount CountHeld(const CPopProfile& profile, const CForwardAddress& address) 
 
 std::string ShowHeld(const HeldCount& count) {
     if (count.IsEmpty()) return {};
-    if (count.messages == 0) return "mail set aside that cannot be read";
-    return ShowCount(count.messages, "message") + " set aside" +
-           (count.damaged > 0 ? ", " + std::to_string(count.damaged) + " of them damaged" : "");
+    if (count.messages == 0) return Tr("mail set aside that cannot be read");
+    if (count.damaged > 0)
+        return TrN("{0} message set aside, {1} of them damaged", "{0} messages set aside, {1} of them damaged",
+                   count.messages, count.damaged);
+    return TrN("{0} message set aside", "{0} messages set aside", count.messages);
 }
 
 std::vector<HeldChoice> DueHeldOf(const CRootPath& root, const CPopProfile& profile, CTime now, CTime& next_look) {
@@ -209,12 +214,11 @@ int TellHeld(const std::vector<HeldResult>& results, std::size_t asked, Reply& r
     std::size_t left = asked;
     for (const HeldResult& result : results) {
         if (result.outcome == HeldOutcome::Taken) --left;
-        reply.printed += std::to_string(result.choice.id) + " to " +
-                         (result.address.empty() ? ShowPath(result.choice.folder) : ShowText(result.address)) + ": " +
-                         SaidOf(result) + '\n';
+        const std::string address = result.address.empty() ? ShowPath(result.choice.folder) : ShowText(result.address);
+        reply.printed += Tr("{0} to {1}: {2}", result.choice.id, address, SaidOf(result)) + '\n';
     }
     if (left == 0) return kDone;
-    reply.error = (left == 1 ? "one copy is" : std::to_string(left) + " copies are") + " still set aside";
+    reply.error = left == 1 ? Tr("one copy is still set aside") : Tr("{0} copies are still set aside", left);
     return kUnavailable;
 }
 
@@ -230,14 +234,14 @@ int EditWithHeld(CRootPath& root, const EditRequest& request, Reply& reply) {
     if (!request.expected.empty() && request.expected_held != held) {
         reply = {};
         reply.error =
-            "there is other mail set aside by now (" + (held.empty() ? "none" : held) + "); nothing was removed";
+            Tr("there is other mail set aside by now ({0}); nothing was removed", held.empty() ? Tr("none") : held);
         return kNotFound;
     }
     const int code = Edit(root, request, reply);
     if (code != kDone || removal.waiting.empty()) return code;
     Reply dropped;
     if (StrikeOff(removal.profile, removal.waiting, dropped) == kDone) return code;
-    reply.error = "the address was removed, but the mail that waits for it was not; `tarvex held drop` removes it";
+    reply.error = Tr("the address was removed, but the mail that waits for it was not; `tarvex held drop` removes it");
     return kCannotWrite;
 }
 

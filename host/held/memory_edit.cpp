@@ -10,6 +10,7 @@
 
 #include "host/held/held.h"
 #include "host/held/held_work.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -35,7 +36,7 @@ Target TargetOf(const CRootPath& root, const EditRequest& request) {
         target.profile = FindProfile(root, request.name).profile;
         for (const auto& address : target.profile->forward_addresses) target.addresses.push_back(address.get());
     } else {
-        throw CommandError(kBadUsage, "there is no edit \"" + EditName(request) + '"');
+        throw CommandError(kBadUsage, Tr("there is no edit \"{0}\"", EditName(request)));
     }
     if (const std::string why = WhyUnreadable(*target.profile); !why.empty()) throw CommandError(kCannotWrite, why);
     return target;
@@ -49,7 +50,8 @@ void ChangeList(const CForwardAddress& address, const Change& change) {
     list.LoadUidlSetting();
     if (const std::string why = WhyNotLoaded(list.uidls_loaded); !why.empty()) throw CommandError(kCannotWrite, why);
     if (!change(list.uidls)) return;
-    if (!list.SaveUidlSetting()) throw CommandError(kCannotWrite, "cannot write in \"" + ShowPath(address.path) + '"');
+    if (!list.SaveUidlSetting())
+        throw CommandError(kCannotWrite, Tr("cannot write in \"{0}\"", ShowPath(address.path)));
 }
 
 std::string CatchUp(const CRootPath& root, const Target& target, const EditRequest& request) {
@@ -64,15 +66,17 @@ std::string CatchUp(const CRootPath& root, const Target& target, const EditReque
         });
     }
     const std::string whom = request.kind == EditKind::Profile
-                                 ? "every address of " + ShownName(root, target.profile->path)
+                                 ? Tr("every address of {0}", ShownName(root, target.profile->path))
                                  : ShownName(root, target.addresses.front()->path);
-    return "What is in the mailbox counts as handled for " + whom + " (" +
-           ShowCount(static_cast<std::int64_t>(request.uidls.size()), "message") + ").\n";
+    return TrN("What is in the mailbox counts as handled for {1} ({0} message).",
+               "What is in the mailbox counts as handled for {1} ({0} messages).",
+               static_cast<std::int64_t>(request.uidls.size()), whom) +
+           '\n';
 }
 
 // What only this process knows would be lost with it, and what it cannot read it cannot change.
 void Require(bool done) {
-    if (!done) throw CommandError(kCannotWrite, "cannot use the memory of what was sent");
+    if (!done) throw CommandError(kCannotWrite, Tr("cannot use the memory of what was sent"));
 }
 
 // Whether that message was known there.
@@ -113,8 +117,10 @@ std::string NoteOnHeld(const CRootPath& root, const Target& target, const EditRe
     if (count == 0) return {};
     const std::string whom =
         request.kind == EditKind::Forward ? " --address " + ShowText(target.addresses.front()->setting.address) : "";
-    return "Not what is set aside (" + ShowCount(count, "message") + "): `tarvex held send " +
-           ShownName(root, target.profile->path) + (request.uidls.empty() ? "" : ids) + whom + "` sends that.\n";
+    return TrN("Not what is set aside ({0} message): `tarvex held send {1}` sends that.",
+               "Not what is set aside ({0} messages): `tarvex held send {1}` sends that.", count,
+               ShownName(root, target.profile->path) + (request.uidls.empty() ? "" : ids) + whom) +
+           '\n';
 }
 
 // Whether one of the messages was remembered. In a tree without rules only the lists say what was sent.
@@ -140,19 +146,21 @@ std::string Resend(const CRootPath& root, const Target& target, const EditReques
     }
     if (!is_known)
         throw CommandError(kNotFound,
-                           "no message with the id \"" + ShowText(request.uidls.front()) + "\" is known there");
-    return "What is still in the mailbox of " + ShownName(root, target.profile->path) +
-           " goes out again with the next run.\n" + NoteOnHeld(root, target, request);
+                           Tr("no message with the id \"{0}\" is known there", ShowText(request.uidls.front())));
+    return Tr("What is still in the mailbox of {0} goes out again with the next run.",
+              ShownName(root, target.profile->path)) +
+           '\n' + NoteOnHeld(root, target, request);
 }
 
 std::string Accept(const CRootPath& root, const Target& target, const EditRequest& request, RuleMemory& memory) {
     if (!HasRules(root.path)) throw NoRules();
     ProfileMemory of_profile = memory.Of(target.profile->path);
     if (!of_profile.IsWaiting())
-        throw CommandError(kNotFound, ShownName(root, target.profile->path) + " does not wait for an answer");
+        throw CommandError(kNotFound, Tr("{0} does not wait for an answer", ShownName(root, target.profile->path)));
     const bool sends = request.verb == EditVerb::Accept;
-    std::string said = sends ? ShownName(root, target.profile->path) +
-                                   " goes on with its next run, which sends what is in the mailbox.\n"
+    std::string said = sends ? Tr("{0} goes on with its next run, which sends what is in the mailbox.",
+                                  ShownName(root, target.profile->path)) +
+                                   '\n'
                              : CatchUp(root, target, request);
     of_profile.Answer(sends ? WaitAnswer::Send : WaitAnswer::Skip, std::time(nullptr));
     Require(memory.Save(std::time(nullptr)));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "host/language/tr.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -69,7 +70,27 @@ std::string_view WordOf(Enum value) {
     return (found == table.end() ? table.begin() : found)->word;
 }
 
-std::string Copies(int count) { return std::to_string(count) + (count == 1 ? " copy" : " copies"); }
+// In words for people.
+std::string Said(CRunEnding ending) {
+    switch (ending) {
+        case CRunEnding::NobodyTakesPart:
+            return Tr("no address took part");
+        case CRunEnding::NothingNew:
+            return Tr("nothing new");
+        case CRunEnding::KeptBack:
+            return Tr("kept back by a rule");
+        default:
+            return std::string(WordOf(ending));
+    }
+}
+
+std::string Forwarded(const CRunResult& result) {
+    const bool to_some = result.messages_delivered == 0 && result.copies > 0;  // the others lack them
+    if (to_some) return TrN("forwarded {0} copy", "forwarded {0} copies", result.copies);
+    const std::string messages = TrN("forwarded {0} message", "forwarded {0} messages", result.messages_delivered);
+    if (result.copies == result.messages_delivered) return messages;
+    return TrN("{1} ({0} copy)", "{1} ({0} copies)", result.copies, messages);
+}
 
 }  // namespace
 
@@ -121,26 +142,23 @@ CString ReasonOf(const CRunResult& result) {
 
 std::string HowItEnded(const CRunResult& result, std::int64_t failed_in_a_row, std::size_t columns) {
     if (IsFailure(result.ending)) {
-        const std::string times = failed_in_a_row > 1 ? " (" + std::to_string(failed_in_a_row) + " in a row)" : "";
-        return "failed" + times + ": " + OneLine(ReasonOf(result), columns);
+        const std::string reason = OneLine(ReasonOf(result), columns);
+        return failed_in_a_row > 1 ? Tr("failed ({0} in a row): {1}", failed_in_a_row, reason)
+                                   : Tr("failed: {0}", reason);
     }
-    std::string text(Word(result.ending));
-    if (result.ending == CRunEnding::Delivered) {
-        const bool to_some = result.messages_delivered == 0 && result.copies > 0;  // the others lack them
-        text = "forwarded " + (to_some ? Copies(result.copies) : ShowCount(result.messages_delivered, "message"));
-        if (!to_some && result.copies != result.messages_delivered) text += " (" + Copies(result.copies) + ')';
-    }
-    if (result.ending == CRunEnding::KeptBack) text = "kept back by a rule";
-    if (result.copies_set_aside > 0) text += ", set aside " + Copies(result.copies_set_aside);
-    if (result.messages_put_off > 0) text += ", left " + std::to_string(result.messages_put_off) + " for the next run";
-    if (result.messages_not_fetched > 0) text += ", could not fetch " + std::to_string(result.messages_not_fetched);
+    std::string text = result.ending == CRunEnding::Delivered ? Forwarded(result) : Said(result.ending);
+    if (result.copies_set_aside > 0)
+        text += TrN(", set aside {0} copy", ", set aside {0} copies", result.copies_set_aside);
+    if (result.messages_put_off > 0) text += Tr(", left {0} for the next run", result.messages_put_off);
+    if (result.messages_not_fetched > 0) text += Tr(", could not fetch {0}", result.messages_not_fetched);
     return text;
 }
 
 std::string WhatIsNotSaved(const CRunResult& result) {
-    if (result.lists == CSaved::Failed) return "what its last run forwarded could not be recorded, and may come again";
-    if (result.settings == CSaved::Failed) return "when it last ran could not be recorded";
-    if (result.log == CSaved::Failed) return "its log could not be written";
+    if (result.lists == CSaved::Failed)
+        return Tr("what its last run forwarded could not be recorded, and may come again");
+    if (result.settings == CSaved::Failed) return Tr("when it last ran could not be recorded");
+    if (result.log == CSaved::Failed) return Tr("its log could not be written");
     return {};
 }
 

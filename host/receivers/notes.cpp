@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "host/advice/advice.h"
+#include "host/language/tr.h"
 #include "host/settings/shared_account.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
@@ -27,51 +28,56 @@ std::string RelayOf(const CPopProfile& profile) {
 std::string NoteOnSpf(const CPopProfile& profile, const Published& published) {
     const std::string relay = RelayOf(profile);
     if (published.spf.ending == DnsEnding::NoSuchRecord) {
-        return published.domain + " has no SPF record, so receivers cannot tell that " + relay +
-               " may send for it, and some refuse such mail";
+        return Tr("{0} has no SPF record, so receivers cannot tell that {1} may send for it, and some refuse such mail",
+                  published.domain, relay);
     }
     if (published.spf.records.size() > 1) {
-        return published.domain + " has " + std::to_string(published.spf.records.size()) +
-               " SPF records, which is an error to receivers: there must be one";
+        return Tr("{0} has {1} SPF records, which is an error to receivers: there must be one", published.domain,
+                  published.spf.records.size());
     }
     if (!published.spf.records.empty() && Lower(published.spf.records.front()).starts_with("v=spf1 -all")) {
-        return published.domain +
-               " says that it sends no mail at all (SPF), so receivers may refuse all that is forwarded";
+        return Tr("{0} says that it sends no mail at all (SPF), so receivers may refuse all that is forwarded",
+                  published.domain);
     }
     return {};
 }
 
 // What happens to the sender's signature, when something does.
 std::string WhatBreaksTheSignature(const CPopProfile& profile) {
-    if (MakesTextMail(profile)) return "text mail keeps its sender's From, but not the sender's signature (DKIM)";
+    if (MakesTextMail(profile)) return Tr("text mail keeps its sender's From, but not the sender's signature (DKIM)");
     if (profile.setting.replaceto == 0) return {};
-    return "with replaceto mail keeps its sender's From, but no longer fits the sender's signature (DKIM) where that "
-           "covers To";
+    return Tr(
+        "with replaceto mail keeps its sender's From, but no longer fits the sender's signature (DKIM) where that "
+        "covers To");
 }
 
 std::string NoteOnDmarc(const CPopProfile& profile, const Published& published, const std::string& name) {
     const std::string address = ShowText(profile.setting.address);
     const std::string relay = RelayOf(profile);
     const bool is_strict = published.dmarc.policy != DmarcPolicy::None;
-    const std::string policy = "(" + std::string(NameOf(published.dmarc.policy)) + ")";
+    const std::string policy(NameOf(published.dmarc.policy));
     if (profile.setting.replacefrom != 0) {
         if (!is_strict) return {};
-        return "with replacefrom the DMARC policy of " + published.domain + ' ' + policy +
-               " is that of all forwarded mail; it passes when the SPF record covers what " + relay +
-               " sends from, or " + relay + " signs for " + published.domain;
+        return Tr(
+            "with replacefrom the DMARC policy of {0} ({1}) is that of all forwarded mail; it passes when the SPF "
+            "record covers what {2} sends from, or {2} signs for {0}",
+            published.domain, policy, relay);
     }
     const std::string broken = WhatBreaksTheSignature(profile);
     if (broken.empty()) return {};
     std::string note =
-        broken +
-        ". Receivers refuse or quarantine it where the domain of the sender has a DMARC policy that asks for it";
+        Tr("{0}. Receivers refuse or quarantine it where the domain of the sender has a DMARC policy that asks for it",
+           broken);
     if (is_strict) {
-        note += ". " + published.domain + " has one " + policy +
-                ": mail from its own addresses passes only when its SPF record covers what " + relay + " sends from";
+        note =
+            Tr("{0}. {1} has one ({2}): mail from its own addresses passes only when its SPF record covers what {3} "
+               "sends from",
+               note, published.domain, policy, relay);
     }
-    return note + ". `tarvex profile set " + name + " --replacefrom on` writes From: " + address +
-           " instead. The sender's name and address are gone then, and answers go to " + address +
-           " unless the sender gave a Reply-To";
+    return Tr(
+        "{0}. `tarvex profile set {1} --replacefrom on` writes From: {2} instead. The sender's name and address are "
+        "gone then, and answers go to {2} unless the sender gave a Reply-To",
+        note, name, address);
 }
 
 }  // namespace

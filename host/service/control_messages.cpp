@@ -187,12 +187,13 @@ Json JsonOf(const ServiceReport& report) {
     for (const RunNow& run : report.runs) runs.push_back(JsonOf(run));
     Json troubles = Json::object();
     for (const auto& [profile, trouble] : report.troubles) troubles[TextOf(profile)] = TextOf(trouble);
-    return {{"runs", std::move(runs)}, {"troubles", std::move(troubles)}};
+    return {{"runs", std::move(runs)}, {"troubles", std::move(troubles)}, {"zone", TextOf(report.zone)}};
 }
 
 ServiceReport ReportIn(const Json& json) {
     ServiceReport report;
     for (const Json& run : json.at("runs")) report.runs.push_back(RunIn(run));
+    report.zone = ShownIn(json.at("zone"));
     for (const auto& [profile, trouble] : json.at("troubles").items()) {
         report.troubles[BytesOf(profile)] = ShownIn(trouble);
     }

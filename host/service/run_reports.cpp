@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
 #include "host/tree/log_reader.h"
@@ -68,7 +69,7 @@ std::string ReportOf(const CPopProfile& copy, const std::string& what_else) {
     std::string text = std::string(kReportHeading) + ShowPath(copy.path) + ": " +
                        HowItEnded(copy.result, 1, kReasonColumns) + what_else + '\n';
     for (const std::string& line : LinesOfThisRun(copy.log)) text += line + '\n';
-    if (copy.setting.logmode == 0) text += "(its log is switched off)\n";
+    if (copy.setting.logmode == 0) text += Tr("(its log is switched off)") + '\n';
     return text;
 }
 
@@ -106,19 +107,19 @@ std::string RunsInBrief::Add(const std::string& name, const CPopProfile& copy, c
 
 std::string RunsInBrief::Sum() const {
     if (has_failed_.empty()) return {};
-    const auto count = [](auto number, const char* one) { return ShowCount(static_cast<std::int64_t>(number), one); };
     const auto failed = std::ranges::count_if(has_failed_, [](const auto& one) { return one.second; });
-    const std::string to =
-        addresses_.size() == 1 ? " to 1 address" : " to " + std::to_string(addresses_.size()) + " addresses";
-    return count(has_failed_.size(), "profile") + ": " +
-           (addresses_.empty() ? "nothing forwarded" : count(messages_, "message") + to) +
-           (failed > 0 ? ", " + std::to_string(failed) + " failed" : "") + '\n';
+    const auto addresses = static_cast<std::int64_t>(addresses_.size());
+    const std::string messages = TrN("{0} message", "{0} messages", messages_);
+    const std::string did = addresses == 0 ? Tr("nothing forwarded")
+                                           : TrN("{1} to {0} address", "{1} to {0} addresses", addresses, messages);
+    const std::string what = failed > 0 ? Tr("{0}, {1} failed", did, failed) : did;
+    return TrN("{0} profile: {1}", "{0} profiles: {1}", static_cast<std::int64_t>(has_failed_.size()), what) + '\n';
 }
 
 std::string WhyItDoesNotRun(const CRootPath& root, const CUser& user, const CPopProfile& profile) {
     const std::string name = ShownName(root, profile.path);
-    if (const std::string off = WhySwitchedOff(user, profile); !off.empty()) return name + " is " + off + ".\n";
-    return name + " is not due before " + ShowTime(profile.NextDue()) + "; --now runs it all the same.\n";
+    if (const std::string off = WhySwitchedOff(user, profile); !off.empty()) return Tr("{0} is {1}.", name, off) + '\n';
+    return Tr("{0} is not due before {1}; --now runs it all the same.", name, ShowTime(profile.NextDue())) + '\n';
 }
 
 }  // namespace tarvex::host

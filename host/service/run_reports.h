@@ -20,6 +20,7 @@ namespace tarvex::host {
 struct ServiceReport {
     std::vector<RunNow> runs;                     // under way
     std::map<std::string, std::string> troubles;  // by profile: why it is not run
+    std::string zone;                             // in which the service reads schedules
 };
 
 // The runs that are under way. Call it on the thread that owns the root.

@@ -335,7 +335,7 @@ std::string ShowValue(const Record& record, const Key<Record>& key) {
     if (const auto* const flag = std::get_if<bool Record::*>(&key.field)) return NumberText(key, record.**flag);
     if (const auto* const moment = std::get_if<CTime Record::*>(&key.field)) return ShowMoment(record.**moment);
     const CString& text = record.*std::get<CString Record::*>(key.field);
-    if (key.type == KeyType::Password) return text.empty() ? "(none)" : "(set)";
+    if (key.type == KeyType::Password) return text.empty() ? Tr("(none)") : Tr("(set)");
     return key.type == KeyType::Path ? ShowPath(text) : ShowText(text);
 }
 

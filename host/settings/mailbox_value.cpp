@@ -76,8 +76,8 @@ void RequireMailboxes(const KeyInfo& key, std::string_view given) {
     const std::vector<std::string_view> pieces = Pieces(given);
     for (const std::string_view piece : pieces) RequireAddress(key, given, piece);
     if (pieces.size() > static_cast<std::size_t>(key.highest)) {
-        throw CommandError(kBadUsage, std::string(key.name) + " takes at most " + std::to_string(key.highest) +
-                                          (key.highest == 1 ? " address" : " addresses"));
+        throw CommandError(
+            kBadUsage, TrN("{1} takes at most {0} address", "{1} takes at most {0} addresses", key.highest, key.name));
     }
 }
 

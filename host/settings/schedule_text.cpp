@@ -10,6 +10,7 @@
 #include <optional>
 #include <tuple>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/typed_word.h"
@@ -18,8 +19,9 @@
 namespace tarvex::host {
 namespace {
 
-constexpr std::array<std::string_view, 7> kDays = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                                   "Thursday", "Friday", "Saturday"};
+constexpr std::array<std::string_view, 7> kDays = {Marked("Sunday"),    Marked("Monday"),   Marked("Tuesday"),
+                                                   Marked("Wednesday"), Marked("Thursday"), Marked("Friday"),
+                                                   Marked("Saturday")};
 constexpr int kDaysAWeek = 7;
 constexpr int kDayMinutes = 24 * 60;
 
@@ -35,9 +37,9 @@ struct Moment {
 };
 
 [[noreturn]] void Refuse(std::string_view text, const std::string& why) {
-    throw CommandError(kBadUsage, Quoted(text) + " is not a term: " + why +
-                                      "; write it like \"mon-fri 9:00-17:30\", \"daily 22:00-6:00\" or "
-                                      "\"2026-12-24 18:00 .. 2026-12-26 9:00\"");
+    throw CommandError(kBadUsage, Tr("{0} is not a term: {1}; write it like \"mon-fri 9:00-17:30\", \"daily "
+                                     "22:00-6:00\" or \"2026-12-24 18:00 .. 2026-12-26 9:00\"",
+                                     Quoted(text), why));
 }
 
 std::string_view Trim(std::string_view text) {
@@ -187,39 +189,40 @@ std::string ShortDay(const std::string& name) { return Lower(name).substr(0, 3);
 // ---- words
 
 std::string DescribeDaily(int start, int end) {
-    if (start == end || end - start == kDayMinutes) return "always";
-    if (start < end) return "every day from " + Clock(start) + " to " + Clock(end);
-    if (end == 0) return "every day from " + Clock(start) + " to midnight";
-    return "every day from " + Clock(start) + " over midnight to " + Clock(end);
+    if (start == end || end - start == kDayMinutes) return Tr("always");
+    if (start < end) return Tr("every day from {0} to {1}", Clock(start), Clock(end));
+    if (end == 0) return Tr("every day from {0} to midnight", Clock(start));
+    return Tr("every day from {0} over midnight to {1}", Clock(start), Clock(end));
 }
 
 std::string DescribeWeekday(int kind, int start, int end) {
-    if (end - start == kDayMinutes) return "every " + DayName(kind) + ", all day";
-    const std::string every = "every " + DayName(kind) + " from " + Clock(start);
-    if (start < end) return every + " to " + Clock(end);
-    if (end == 0) return every + " to midnight";
+    const std::string day = Tr(DayName(kind).c_str());
+    if (end - start == kDayMinutes) return Tr("every {0}, all day", day);
+    if (start < end) return Tr("every {0} from {1} to {2}", day, Clock(start), Clock(end));
+    if (end == 0) return Tr("every {0} from {1} to midnight", day, Clock(start));
     if (kind == TERM_EVERY_FRI) {
-        return every +
-               " to midnight, and not on Saturday: a Friday term ends at midnight, whatever its end says. For the "
-               "rest add \"sat 0:00-" +
-               Clock(end) + '"';
+        return Tr(
+            "every {0} from {1} to midnight, and not on Saturday: a Friday term ends at midnight, whatever its end "
+            "says. For the rest add \"sat 0:00-{2}\"",
+            day, Clock(start), Clock(end));
     }
-    return every + " to midnight, and every " + DayAfter(kind) + " from midnight to " + Clock(end);
+    return Tr("every {0} from {1} to midnight, and every {2} from midnight to {3}", day, Clock(start),
+              Tr(DayAfter(kind).c_str()), Clock(end));
 }
 
 std::string DescribeOn(const CTerm& term) {
     if (term.kind != TERM_EVERY_DAY && term.kind != TERM_DEFINED_TERM && !IsWeekday(term.kind))
-        return "never: its kind is unknown";
+        return Tr("never: its kind is unknown");
     const std::optional<Span> span = SpanOf(term);
     if (!span) {
-        return "in an unusual form (start " + ShowText(term.start) + ", end " + ShowText(term.end) +
-               "), which has no simple words; add it anew";
+        return Tr("in an unusual form (start {0}, end {1}), which has no simple words; add it anew",
+                  ShowText(term.start), ShowText(term.end));
     }
     const auto& [start, end] = *span;
     if (term.kind == TERM_EVERY_DAY) return DescribeDaily(start.minute, end.minute);
     if (IsWeekday(term.kind)) return DescribeWeekday(term.kind, start.minute, end.minute);
-    if (!(start < end)) return "never: it ends before it begins";
-    return "once, from " + DateText(start) + " to " + DateText(end);
+    if (!(start < end)) return Tr("never: it ends before it begins");
+    return Tr("once, from {0} to {1}", DateText(start), DateText(end));
 }
 
 }  // namespace
@@ -238,25 +241,25 @@ std::vector<CTerm> ParseTerms(std::string_view text) {
 
     if (const std::size_t dots = view.find(".."); dots != std::string_view::npos) {
         const auto start = DateAndTime(Trim(view.substr(0, dots)), Moment{});
-        if (!start) Refuse(text, "it does not begin with a date");
+        if (!start) Refuse(text, Tr("it does not begin with a date"));
         const auto end =
             DateAndTime(Trim(view.substr(dots + 2)), Moment{start->year, start->month, start->day, kDayMinutes});
-        if (!end) Refuse(text, "it does not end with a date or a time");
-        if (!(*start < *end)) Refuse(text, "it ends before it begins, and would never hold");
+        if (!end) Refuse(text, Tr("it does not end with a date or a time"));
+        if (!(*start < *end)) Refuse(text, Tr("it ends before it begins, and would never hold"));
         return {make(TERM_DEFINED_TERM, *start, *end)};
     }
 
     const std::string_view days = view.substr(0, view.find(' '));
     const std::vector<int> kinds = Kinds(days);
-    if (kinds.empty()) Refuse(text, "it does not begin with days");
+    if (kinds.empty()) Refuse(text, Tr("it does not begin with days"));
     std::string times(Trim(view.substr(days.size())));
     std::erase(times, ' ');
     if (times.empty()) times = "0:00-24:00";
     const std::size_t hyphen = times.find('-');
     const auto start = TimeOfDay(std::string_view(times).substr(0, hyphen));
     const auto end = hyphen == std::string::npos ? std::nullopt : TimeOfDay(std::string_view(times).substr(hyphen + 1));
-    if (!start || *start == kDayMinutes) Refuse(text, "no time to begin at");
-    if (!end) Refuse(text, "no time to end at");
+    if (!start || *start == kDayMinutes) Refuse(text, Tr("no time to begin at"));
+    if (!end) Refuse(text, Tr("no time to end at"));
 
     std::vector<CTerm> terms;
     terms.reserve(kinds.size());
@@ -273,6 +276,8 @@ std::string WriteTerm(const CTerm& term) {
     return IsWeekday(term.kind) ? ShortDay(DayName(term.kind)) + times : "?";
 }
 
-std::string DescribeTerm(const CTerm& term) { return (term.status == 0 ? "(switched off) " : "") + DescribeOn(term); }
+std::string DescribeTerm(const CTerm& term) {
+    return term.status == 0 ? Tr("(switched off) {0}", DescribeOn(term)) : DescribeOn(term);
+}
 
 }  // namespace tarvex::host

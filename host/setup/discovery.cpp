@@ -7,6 +7,7 @@
 #include <future>
 #include <utility>
 
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
 
@@ -48,7 +49,7 @@ public:
 
     Discovery Find(const std::optional<KnownProvider>& known) {
         if (known && !OfProvider(*known)) {
-            done_.not_offered = "the provider of " + domain_;
+            done_.not_offered = Tr("the provider of {0}", domain_);
         } else if (!(known && TryAll({*OfProvider(*known)}, FoundBy::KnownServers)) && !TryAll(Named(), FoundBy::Dns) &&
                    done_.not_offered.empty()) {
             TryAll(Usual(), FoundBy::UsualName);

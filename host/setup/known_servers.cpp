@@ -8,6 +8,7 @@
 #include <sstream>
 #include <utility>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/durable_files.h"
 #include "host/system/paths.h"
@@ -28,7 +29,7 @@ constexpr Words<LoginKind> kLogins = {
     {{"password", LoginKind::Password}, {"app-password", LoginKind::AppPassword}, {"token", LoginKind::Token}}};
 
 CommandError BadLine(const std::string& line, const std::string& why) {
-    return {kBadSettings, "the file of known mail servers has a line that is wrong (" + why + "): " + line};
+    return {kBadSettings, Tr("the file of known mail servers has a line that is wrong ({0}): {1}", why, line)};
 }
 
 template <class Value>
@@ -55,7 +56,7 @@ std::vector<std::string> Domains(const std::string& word) {
 KnownLine ReadLine(const std::string& line) {
     std::istringstream words(line);
     std::string domains, pop, smtp, user, login;
-    if (!(words >> domains >> pop >> smtp >> user >> login)) throw BadLine(line, "it has five columns");
+    if (!(words >> domains >> pop >> smtp >> user >> login)) throw BadLine(line, Tr("it has five columns"));
     KnownLine known{Domains(domains), {}};
     known.provider.pop = ServerIn(pop, line);
     known.provider.smtp = ServerIn(smtp, line);

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
 #include "host/tunnels/smtp_starttls.h"
@@ -153,8 +154,8 @@ void ReadLogins(const std::string& capabilities, CProtocol protocol, ServerLook&
 // Of the last step, when TLS did not stand or the server then said nothing useful.
 std::string TroubleIn(const CArray<CProbeStep>& steps, const std::optional<TlsOutcome>& outcome, CProtocol protocol) {
     if (outcome && outcome->failure) return "TLS: " + OneLine(outcome->failure.reason, kTextWidth);
-    if (outcome) return protocol == CProtocol::Smtp ? "it does not speak SMTP" : "it does not speak POP3";
-    if (steps.empty()) return "there is not enough memory";
+    if (outcome) return protocol == CProtocol::Smtp ? Tr("it does not speak SMTP") : Tr("it does not speak POP3");
+    if (steps.empty()) return Tr("there is not enough memory");
     const CProbeStep& last = steps.back();
     return std::string(ProbeStepName(last.kind)) + ": " + OneLine(last.text, kTextWidth);
 }

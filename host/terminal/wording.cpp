@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <sstream>
+#include <system_error>
 
 #include "host/language/tr.h"
 #include "host/system/display.h"
@@ -28,6 +31,16 @@ std::string WithDecimal(double value, const char* unit) {
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), value < 10 ? "%.1f %s" : "%.0f %s", value, unit);
     return text.data();
+}
+
+// By TZ, else by what the system's zone is a link to. Elsewhere it has no name that can be relied on.
+std::string NameOfZone() {
+    if (const char* const zone = std::getenv("TZ"); zone && *zone) return ShowUtf8Text(*zone == ':' ? zone + 1 : zone);
+    constexpr std::string_view kFolder = "zoneinfo/";
+    std::error_code ignored;
+    const std::string file = std::filesystem::read_symlink("/etc/localtime", ignored).generic_string();
+    const std::size_t folder = file.find(kFolder);
+    return folder == std::string::npos ? "" : file.substr(folder + kFolder.size());
 }
 
 bool IsContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
@@ -66,6 +79,12 @@ std::string ShowTime(CTime moment) { return Formatted("%Y-%m-%d %H:%M:%S", momen
 std::string ShowMoment(CTime moment) { return Formatted("%Y-%m-%d %H:%M", moment); }
 
 std::string ShowIsoTime(CTime moment) { return Formatted("%Y-%m-%dT%H:%M:%S%z", moment); }
+
+std::string ShowZone() {
+    const std::string offset = Formatted("%z", std::time(nullptr));
+    const std::string name = NameOfZone();
+    return name.empty() ? offset : name + " (" + offset + ')';
+}
 
 std::string ShowSpan(std::int64_t seconds) {
     constexpr std::int64_t kMinute = 60;

@@ -17,6 +17,7 @@ std::string ShowTime(CTime moment);                                 // "2009-03-
 std::string ShowMoment(CTime moment);                               // "2009-03-15 10:20", as it is typed
 std::string ShowIsoTime(CTime moment);                              // "2009-03-15T10:20:05+0900"
 std::string ShowSpan(std::int64_t seconds);                         // "40 s", "7 min", "3 h", "12 days"
+std::string ShowZone();  // of local times in this process: "Asia/Tokyo (+0900)", "+0900" where it has no name
 
 // How often a profile with that timer (in minutes) runs: "at every call", "every 10 minutes", "every 48 hours".
 std::string ShowInterval(int timer);

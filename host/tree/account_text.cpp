@@ -3,6 +3,7 @@
 #include "host/tree/account_text.h"
 
 #include "host/advice/advice.h"
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "tarvex/conversion.h"
@@ -26,11 +27,11 @@ Json JsonOfAccount(const CPopProfile& profile) {
 std::string WhereAccountIsSet(const CPopProfile& profile) {
     const AccountOwner owner = SettingsInUse(profile).owner;
     if (owner == AccountOwner::Tree)
-        return "This SMTP server is that of the whole tree: change it with `tarvex rules set`.";
+        return Tr("This SMTP server is that of the whole tree: change it with `tarvex rules set`.");
     if (owner != AccountOwner::User) return {};
     const CString user = ParentOf(profile.path);
-    return "This SMTP server is that of the user: change it with `tarvex rules set " +
-           ShowPath(user.substr(user.find_last_of("\\/") + 1)) + "`.";
+    return Tr("This SMTP server is that of the user: change it with `tarvex rules set {0}`.",
+              ShowPath(user.substr(user.find_last_of("\\/") + 1)));
 }
 
 }  // namespace tarvex::host

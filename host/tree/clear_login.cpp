@@ -2,6 +2,7 @@
 
 #include "host/tree/clear_login.h"
 
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
 
@@ -21,8 +22,10 @@ bool LogsInInClear(const CPopProfileSetting& setting, PopTls tls) {
 
 std::string NoteOnClearLogin(const CPopProfile& profile, const std::string& name) {
     if (!LogsInInClear(profile.setting, RulesToShow(profile).Tls())) return {};
-    return "the POP3 password goes to " + ShowText(profile.setting.popserver) + " in clear; `tarvex rules set " + name +
-           " --pop_tls tls` encrypts it (usually at port 995)";
+    return Tr(
+        "the POP3 password goes to {0} in clear; `tarvex rules set {1} --pop_tls tls` encrypts it (usually at port "
+        "995)",
+        ShowText(profile.setting.popserver), name);
 }
 
 }  // namespace tarvex::host

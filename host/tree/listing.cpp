@@ -8,6 +8,7 @@
 #include <string>
 
 #include "host/advice/advice.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
 #include "host/settings/schedule_text.h"
@@ -37,15 +38,15 @@ using LeavesOut = std::function<bool(const KeyInfo&)>;
 
 template <class Record>
 void PrintKeys(const Record& record, const LeavesOut& leaves_out = {}) {
-    Table table({"KEY", "VALUE", "UNIT", "MEANING"});
+    Table table({Tr("KEY"), Tr("VALUE"), Tr("UNIT"), Tr("MEANING")});
     for (const Key<Record>& key : Keys<Record>()) {
         if (leaves_out && leaves_out(key)) continue;
-        std::string meaning = key.meaning;
+        std::string meaning = Tr(key.meaning);
         // The rest of a long one is in the help.
         if (Columns(meaning) > kMeaningColumns) meaning = Wrapped(meaning, kMeaningColumns);
         if (const std::size_t end = meaning.find('\n'); end != std::string::npos)
             meaning = meaning.substr(0, end) + " ...";
-        table.Add({key.name, ShowValue(record, key), key.unit, meaning});
+        table.Add({key.name, ShowValue(record, key), *key.unit ? Tr(key.unit) : "", meaning});
     }
     table.Print(std::cout);
 }
@@ -95,12 +96,12 @@ void RequireLoaded(const CLoaded& loaded) {
 // Where the files of the object were not read.
 void Add(Unread& unread, const CRootPath& root, const CString& path, const CLoaded& loaded) {
     if (loaded.whole) return;
-    unread.push_back(ShownName(root, path) + " is listed with defaults: " + WhyNotLoaded(loaded));
+    unread.push_back(Tr("{0} is listed with defaults: {1}", ShownName(root, path), WhyNotLoaded(loaded)));
 }
 
 // Where folders could not be seen, or not be entered.
 void AddMissing(Unread& unread, const CLoaded& loaded) {
-    if (!loaded.whole) unread.push_back("the list may not be whole: " + WhyNotLoaded(loaded));
+    if (!loaded.whole) unread.push_back(Tr("the list may not be whole: {0}", WhyNotLoaded(loaded)));
 }
 
 void AddMissingProfiles(Unread& unread, const CRootPath& root, const CUser* only) {
@@ -121,18 +122,18 @@ void Show(const CRootPath& root, const Object& object, Form form) {
 const char* OnOff(int status) { return status != 0 ? "on" : "off"; }
 
 std::string Server(const CString& host, int port) {
-    return host.empty() ? "(none)" : ShowText(host) + ':' + std::to_string(port);
+    return host.empty() ? Tr("(none)") : ShowText(host) + ':' + std::to_string(port);
 }
 
 std::string ShortForm(const CForwardAddressSetting& setting) {
-    if (setting.textonly < 0) return "whole mail";
-    if (setting.textonly == 0) return "text mail";
-    return "text mail, " + std::to_string(setting.textonly) + " bytes";
+    if (setting.textonly < 0) return Tr("whole mail");
+    if (setting.textonly == 0) return Tr("text mail");
+    return Tr("text mail, {0} bytes", setting.textonly);
 }
 
 std::string ShortSchedule(const CScheduleSetting& schedule) {
-    if (schedule.terms.empty()) return "always";
-    if (schedule.terms.size() > 1) return std::to_string(schedule.terms.size()) + " terms";
+    if (schedule.terms.empty()) return Tr("always");
+    if (schedule.terms.size() > 1) return Tr("{0} terms", schedule.terms.size());
     return WriteTerm(*schedule.terms.front());
 }
 
@@ -142,13 +143,13 @@ Unread ListUsers(const CRootPath& root, Form form) {
     Unread unread;
     AddMissing(unread, root.users_loaded);
     Json json = Json::array();
-    Table table({"PATH", "LOGIN NAME", "STATUS", "ADMINISTRATOR", "PROFILES"});
+    Table table({Tr("PATH"), Tr("LOGIN NAME"), Tr("STATUS"), Tr("ADMINISTRATOR"), Tr("PROFILES")});
     for (const CUser* const user : AllUsers(root)) {
         const CUserSetting& setting = user->setting;
         Add(unread, root, user->path, user->setting_loaded);
         if (form == Form::Json) json.push_back(JsonOf(root, *user));
         table.Add({ShownName(root, user->path), ShowText(setting.loginname), OnOff(setting.status),
-                   setting.administrator != 0 ? "yes" : "no", std::to_string(user->profiles.size())});
+                   setting.administrator != 0 ? Tr("yes") : Tr("no"), std::to_string(user->profiles.size())});
     }
     form == Form::Json ? PrintJson(json) : table.Print(std::cout);
     return unread;
@@ -158,7 +159,7 @@ Unread ListProfiles(const CRootPath& root, const CUser* only, Form form) {
     Unread unread;
     AddMissingProfiles(unread, root, only);
     Json json = Json::array();
-    Table table({"PATH", "NICKNAME", "ADDRESS", "POP3", "SMTP", "RUNS", "STATUS", "FORWARDS"});
+    Table table({Tr("PATH"), Tr("NICKNAME"), Tr("ADDRESS"), "POP3", "SMTP", Tr("RUNS"), Tr("STATUS"), Tr("FORWARDS")});
     for (const auto& [user, profile] : AllProfiles(root)) {
         if (only && user != only) continue;
         const CPopProfileSetting& setting = profile->setting;
@@ -181,7 +182,7 @@ Unread ListForwards(const CRootPath& root, const CPopProfile* only, Form form) {
         if (!only || profile == only) AddMissing(unread, profile->addresses_loaded);
     }
     Json json = Json::array();
-    Table table({"PATH", "NICKNAME", "ADDRESS", "GETS", "SCHEDULE", "STATUS"});
+    Table table({Tr("PATH"), Tr("NICKNAME"), Tr("ADDRESS"), Tr("GETS"), Tr("SCHEDULE"), Tr("STATUS")});
     for (const auto& [user, profile, forward] : AllForwards(root)) {
         if (only && profile != only) continue;
         const CForwardAddressSetting& setting = forward->setting;
@@ -201,15 +202,16 @@ void ShowProfile(const CRootPath& root, std::string_view name, Form form) {
     const CPopProfile& profile = *FindProfile(root, name).profile;
     Show(root, profile, form);
     if (form == Form::Json) return;
-    std::cout << "\nIt runs " << ShowInterval(profile.setting.timer) << ".\nIt sends through " << ShowAccount(profile)
-              << ".\n";
+    std::cout << '\n'
+              << Tr("It runs {0}.", ShowInterval(profile.setting.timer)) << '\n'
+              << Tr("It sends through {0}.", ShowAccount(profile)) << '\n';
 }
 
 void ShowForward(const CRootPath& root, std::string_view name, Form form) {
     const CForwardAddress& forward = *FindForward(root, name).forward;
     RequireLoaded(forward.schedule_loaded);
     Show(root, forward, form);
-    if (form == Form::Text) std::cout << "\nSchedule: " << ShortSchedule(forward.schedule) << '\n';
+    if (form == Form::Text) std::cout << '\n' << Tr("Schedule: {0}", ShortSchedule(forward.schedule)) << '\n';
 }
 
 void ListSchedule(const CRootPath& root, std::string_view name, Form form) {
@@ -218,10 +220,10 @@ void ListSchedule(const CRootPath& root, std::string_view name, Form form) {
     const CScheduleSetting& schedule = forward.schedule;
     if (form == Form::Json) return PrintJson(JsonOfTerms(schedule));
     if (schedule.terms.empty()) {
-        std::cout << "The schedule is empty: the address always takes part.\n";
+        std::cout << Tr("The schedule is empty: the address always takes part.") << '\n';
         return;
     }
-    Table table({"NUMBER", "TERM", "THE ADDRESS TAKES PART"});
+    Table table({Tr("NUMBER"), Tr("TERM"), Tr("THE ADDRESS TAKES PART")});
     for (std::size_t i = 0; i < schedule.terms.size(); ++i) {
         const CTerm& term = *schedule.terms[i];
         table.Add({std::to_string(i + 1), WriteTerm(term), DescribeTerm(term)});
@@ -246,15 +248,15 @@ void ShowRules(const CRootPath& root, std::string_view name, Form form) {
         }
         return PrintJson(json);
     }
-    std::cout << "Rules of " << (name.empty() ? "the tree" : ShownName(root, path)) << "\n\n";
+    std::cout << Tr("Rules of {0}", name.empty() ? Tr("the tree") : ShownName(root, path)) << "\n\n";
     PrintKeys(rules, is_of_others);
     std::string own;
     for (const Key<HostRules>& key : Keys<HostRules>()) {
         if (is_of_others(key)) continue;
         const bool same = std::visit([&](auto field) { return rules.*field == (*of_root).*field; }, key.field);
-        if (!same) own += (own.empty() ? "" : ", ") + std::string(key.name);
+        if (!same) own += (own.empty() ? "" : Tr(", ")) + key.name;
     }
-    if (!own.empty()) std::cout << "\nNot as in the tree: " << own << ".\n";
+    if (!own.empty()) std::cout << '\n' << Tr("Not as in the tree: {0}.", own) << '\n';
 }
 
 void ShowSettings(const CAppSetting& setting, Form form) {

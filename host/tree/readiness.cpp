@@ -9,6 +9,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "host/language/tr.h"
 #include "host/settings/file_names.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -24,8 +25,12 @@ namespace fs = std::filesystem;
 // For what a run adds to a file: a list grows by the ids of the mailbox's new messages.
 constexpr std::uintmax_t kGrowthBytes = 1 << 20;
 
-std::string Cannot(const char* verb, const CString& path, const std::string& why) {
-    return std::string("cannot ") + verb + " \"" + ShowPath(path) + "\": " + why;
+std::string CannotRead(const CString& path, const std::string& why) {
+    return Tr("cannot read \"{0}\": {1}", ShowPath(path), why);
+}
+
+std::string CannotWrite(const CString& path, const std::string& why) {
+    return Tr("cannot write \"{0}\": {1}", ShowPath(path), why);
 }
 
 // Why the system refused the last call.
@@ -36,14 +41,14 @@ std::string WhyListUnreadable(const CString& path) {
     std::error_code error;
     const fs::file_type type = fs::status(NativePath(path), error).type();
     if (type == fs::file_type::not_found) return {};
-    if (error) return Cannot("read", path, error.message());
-    if (type != fs::file_type::regular) return Cannot("read", path, "it is no regular file");
+    if (error) return CannotRead(path, error.message());
+    if (type != fs::file_type::regular) return CannotRead(path, Tr("it is no regular file"));
     std::ifstream file(NativePath(path), std::ios::binary);
-    if (!file) return Cannot("read", path, Refusal());
+    if (!file) return CannotRead(path, Refusal());
     static std::array<char, 1 << 16> piece;
     while (file.read(piece.data(), piece.size())) {
     }
-    return file.bad() ? Cannot("read", path, Refusal()) : std::string();
+    return file.bad() ? CannotRead(path, Refusal()) : std::string();
 }
 
 // Room is taken where a save writes first: a kill leaves nothing that is ever read or stays.
@@ -53,13 +58,13 @@ std::string WhyFileUnwritable(const CString& path) {
     std::uintmax_t bytes = kGrowthBytes;
     if (fs::exists(file, error)) {
         if (!std::fstream(file, std::ios::in | std::ios::out | std::ios::binary)) {
-            return Cannot("write", path, Refusal());
+            return CannotWrite(path, Refusal());
         }
         bytes += fs::file_size(file, error);
     }
     file += ".new";
     error = ReserveRoom(file, bytes);
-    return error ? Cannot("write", path, error.message()) : std::string();
+    return error ? CannotWrite(path, error.message()) : std::string();
 }
 
 std::string WhyRulesUnknown(const CPopProfile& profile) {
@@ -75,8 +80,8 @@ std::string WhyRulesUnknown(const CPopProfile& profile) {
 
 std::string WhyNotLoaded(const CLoaded& loaded) {
     if (loaded.whole) return {};
-    if (loaded.path.empty()) return "not enough memory to load it";
-    return Cannot("read", loaded.path, ShowUtf8Text(loaded.reason));
+    if (loaded.path.empty()) return Tr("not enough memory to load it");
+    return CannotRead(loaded.path, ShowUtf8Text(Tr(loaded.reason.c_str())));
 }
 
 std::string WhyNotLoaded(const CPopProfile& profile) {
@@ -92,7 +97,7 @@ std::string WhyNotLoaded(const CPopProfile& profile) {
 void LoadAgain(CPopProfile& profile) {
     profile.SetPath(CString(profile.path));
     if (profile.LoadSetting() == 0 && profile.setting_loaded.whole) {
-        profile.setting_loaded = {false, FileIn(profile.path, kProfileFile), "it is missing"};
+        profile.setting_loaded = {false, FileIn(profile.path, kProfileFile), Marked("it is missing")};
     }
     ApplyRules(profile);
 }

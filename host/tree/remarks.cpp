@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
 #include "host/settings/settings_sections.h"
@@ -41,7 +42,9 @@ public:
     }
 
     void AddOpen() {
-        if (EverybodyMayRead(path_)) Add("can be read by every user of the machine, and may hold a password");
+        if (EverybodyMayRead(path_))
+            remarks_.push_back(
+                Tr("\"{0}\" can be read by every user of the machine, and may hold a password", ShowPath(path_)));
     }
 
     void AddRules() {
@@ -54,7 +57,9 @@ public:
     void AddUnknown(std::span<const std::string_view> names) {
         for (const std::string& header : file_.Headers()) {
             const auto is_it = [&header](std::string_view name) { return IsHeaderOf(header, name); };
-            if (std::ranges::none_of(names, is_it)) Add("has an unknown key: " + OneLine(header, kValueColumns));
+            if (std::ranges::none_of(names, is_it))
+                remarks_.push_back(
+                    Tr("\"{0}\" has an unknown key: {1}", ShowPath(path_), OneLine(header, kValueColumns)));
         }
     }
 
@@ -67,8 +72,6 @@ private:
         }
     }
 
-    void Add(const std::string& what) { remarks_.push_back('"' + ShowPath(path_) + "\" " + what); }
-
     // Digits to the last one are read, and anything else is 0.
     void AddNumber(const KeyInfo& key) {
         const SettingsSection* const section = key.type == KeyType::Number ? file_.Find(key.name) : nullptr;
@@ -78,10 +81,11 @@ private:
         int number = 0;
         const auto [rest, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
         if (error != std::errc() || rest != digits.data() + digits.size()) {
-            Add("has no number for " + std::string(key.name) + " but \"" + OneLine(value, kValueColumns) + '"');
+            remarks_.push_back(Tr("\"{0}\" has no number for {1} but \"{2}\"", ShowPath(path_), key.name,
+                                  OneLine(value, kValueColumns)));
         } else if (number < key.lowest || number > key.highest) {
-            Add("has " + std::to_string(number) + " for " + std::string(key.name) + ", which can be " +
-                AllowedValues(key));
+            remarks_.push_back(
+                Tr("\"{0}\" has {1} for {2}, which can be {3}", ShowPath(path_), number, key.name, AllowedValues(key)));
         }
     }
 
@@ -111,8 +115,8 @@ std::vector<std::string> RemarksOn(const CPopProfile& profile) {
         constexpr std::array<std::string_view, 2> kScheduleKeys = {"version", "schedule"};
         FileRemarks(forward->path + "\\schedule.def", remarks).AddUnknown(kScheduleKeys);
         if (!HasMailbox(*forward)) {
-            remarks.push_back('"' + ShowPath(forward->path) + "\" has an address without \"@\": \"" +
-                              OneLine(forward->setting.address, kValueColumns) + '"');
+            remarks.push_back(Tr("\"{0}\" has an address without \"@\": \"{1}\"", ShowPath(forward->path),
+                                 OneLine(forward->setting.address, kValueColumns)));
         }
     }
     return remarks;

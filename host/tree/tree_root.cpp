@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -33,7 +34,7 @@ std::string WhyRootUnreadable(const std::string& directory) {
 // The engine treats a root that is a file or cannot be read as a tree without users. A command must refuse it.
 std::string LoadTree(CRootPath& root, const std::string& directory) {
     WorkAsOwnerOf(directory);
-    if (!root.SetRootPath(directory)) return "it does not exist and cannot be created";
+    if (!root.SetRootPath(directory)) return Tr("it does not exist and cannot be created");
     ApplyRules(root);
     return WhyRootUnreadable(directory);
 }
@@ -41,19 +42,20 @@ std::string LoadTree(CRootPath& root, const std::string& directory) {
 void RequireRoot(const std::string& directory) {
     std::error_code error;
     if (!std::filesystem::exists(NativePath(directory), error)) {
-        throw CommandError(kNotFound, "there is no data tree at \"" + ShowPath(directory) +
-                                          "\"; make one with `tarvex init`, or name another with --root" +
-                                          RemarkOnOtherTrees());
+        throw CommandError(
+            kNotFound, Tr("there is no data tree at \"{0}\"; make one with `tarvex init`, or name another with --root",
+                          ShowPath(directory)) +
+                           RemarkOnOtherTrees());
     }
     WorkAsOwnerOf(directory);
     if (const std::string trouble = WhyRootUnreadable(directory); !trouble.empty()) {
-        throw CommandError(kNotFound, "cannot use \"" + ShowPath(directory) + "\" as the root: " + trouble);
+        throw CommandError(kNotFound, Tr("cannot use \"{0}\" as the root: {1}", ShowPath(directory), trouble));
     }
 }
 
 void OpenTree(CRootPath& root, const std::string& directory) {
     RequireRoot(directory);
-    if (!root.SetRootPath(directory)) throw CommandError(kCannotWrite, "cannot load \"" + ShowPath(directory) + '"');
+    if (!root.SetRootPath(directory)) throw CommandError(kCannotWrite, Tr("cannot load \"{0}\"", ShowPath(directory)));
     ApplyRules(root);
 }
 

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/settings_sections.h"
 #include "host/system/command_error.h"
@@ -49,7 +50,7 @@ std::vector<std::string_view> KeyNames() {
 }
 
 void Mark(CLoaded& loaded, const CString& path) {
-    if (loaded.whole) loaded = {false, path, "it holds no key: it was cut short"};
+    if (loaded.whole) loaded = {false, path, Marked("it holds no key: it was cut short")};
 }
 
 // What a settings file with keys never leaves like this is all that has to be looked at again.
@@ -134,9 +135,9 @@ bool HasMailbox(const CForwardAddress& forward) {
 }
 
 std::string WhySwitchedOff(const CUser& user, const CPopProfile& profile) {
-    if (profile.setting.status == 0) return "switched off (status 0)";
+    if (profile.setting.status == 0) return Tr("switched off (status 0)");
     if (user.setting.status != 0 || !HasRules(ParentOf(user.path))) return {};
-    return "switched off with its user (status 0 of " + ShowText(user.setting.loginname) + ')';
+    return Tr("switched off with its user (status 0 of {0})", ShowText(user.setting.loginname));
 }
 
 }  // namespace tarvex::host

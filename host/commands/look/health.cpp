@@ -123,6 +123,7 @@ std::string InOneLine(std::string text) {
 }
 
 int ShowHealth(const Context& context, const Options& options) {
+    const Speaking english(Language::English);  // as monitoring has it
     try {
         return static_cast<int>(Look(context, options));
     } catch (const CommandError& error) {

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "host/edit/scratch.h"
+#include "host/language/tr.h"
 #include "host/saving/directories.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -34,7 +35,7 @@ void RequireOwnRoot(const std::string& root) {
     struct stat status {};
     if (stat(NativePath(root).c_str(), &status) != 0 || (status.st_mode & kOthersMayWrite) == 0) return;
     throw CommandError(kBadSettings,
-                       '"' + ShowPath(root) + "\" may be changed by others than its owner; `chmod go-w` ends that");
+                       Tr("\"{0}\" may be changed by others than its owner; `chmod go-w` ends that", ShowPath(root)));
 }
 
 bool IsOwn(int descriptor) {
@@ -49,14 +50,14 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     const int descriptor = open(FileIn(root).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     const auto fail = [&]() -> CommandError {
         const int code = errno == EACCES || errno == EPERM ? kNotAllowed : kCannotMake;
-        return {code, "cannot lock \"" + ShowPath(root) + "\": " + std::strerror(errno)};
+        return {code, Tr("cannot lock \"{0}\": {1}", ShowPath(root), std::strerror(errno))};
     };
     if (descriptor < 0) throw fail();
     RootLock lock(descriptor);
     if (!IsOwn(descriptor)) {
         lock.file_ = kNoFile;
         close(descriptor);
-        throw CommandError(kNotAllowed, "cannot lock \"" + ShowPath(root) + "\": the lock file is another user's");
+        throw CommandError(kNotAllowed, Tr("cannot lock \"{0}\": the lock file is another user's", ShowPath(root)));
     }
     if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) throw fail();

@@ -379,7 +379,7 @@ void Service::TellEnd(const CString& path, const PastRun& run, const std::string
 
 ServiceReport Service::Report() {
     history_.LookForFile();  // who asks may read it next
-    ServiceReport report{RunsNow(root_), {}};
+    ServiceReport report{RunsNow(root_), {}, ShowZone()};
     for (const auto& [path, why] : held_up_) report.troubles[Name(path)] = why;
     for (const auto& [path, why] : left_out_) report.troubles[Name(path)] = "left out, " + why;
     return report;
