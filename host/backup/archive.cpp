@@ -12,6 +12,7 @@
 #include <new>
 #include <utility>
 
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 
@@ -34,7 +35,7 @@ constexpr std::string_view kMagicText("ustar\00000", 8);
 
 using Header = std::array<char, kBlockBytes>;
 
-CommandError Bad(const std::string& why) { return {kBadData, "this is no whole backup of a tree: " + why}; }
+CommandError Bad(const std::string& why) { return {kBadData, Tr("this is no whole backup of a tree: {0}", why)}; }
 
 std::size_t PaddingOf(std::size_t bytes) { return (kBlockBytes - bytes % kBlockBytes) % kBlockBytes; }
 
@@ -62,7 +63,7 @@ std::uint64_t NumberIn(std::string_view header, Field field) {
     const std::string_view digits = TextIn(header, field);
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number, 8);
-    if (error != std::errc() || end != digits.data() + digits.size()) throw Bad("a header is damaged");
+    if (error != std::errc() || end != digits.data() + digits.size()) throw Bad(Tr("a header is damaged"));
     return number;
 }
 
@@ -81,7 +82,7 @@ void PutName(Header& header, std::string_view name) {
     if (name.size() <= kName.bytes) return Put(header, kName, name);
     const std::size_t slash = name.find('/', name.size() - kName.bytes - 1);
     if (slash == std::string_view::npos || slash > kPrefix.bytes) {
-        throw CommandError(kBadData, '"' + ShowUtf8Text(name) + "\" is too long a name for an archive");
+        throw CommandError(kBadData, Tr("\"{0}\" is too long a name for an archive", ShowUtf8Text(name)));
     }
     Put(header, kPrefix, name.substr(0, slash));
     Put(header, kName, name.substr(slash + 1));
@@ -198,10 +199,10 @@ ArchiveWriter::ArchiveWriter(std::function<void(std::string_view)> write, CTime 
 
 void ArchiveWriter::Add(const std::string& name, std::string_view content) {
     if (!IsNameOfTree(name)) {
-        throw CommandError(kBadData, '"' + ShowUtf8Text(name) + "\" has a name that not every system allows");
+        throw CommandError(kBadData, Tr("\"{0}\" has a name that not every system allows", ShowUtf8Text(name)));
     }
     if (content.size() > kMostEntryBytes) {
-        throw CommandError(kBadData, '"' + ShowUtf8Text(name) + "\" is too large for an archive");
+        throw CommandError(kBadData, Tr("\"{0}\" is too large for an archive", ShowUtf8Text(name)));
     }
     AddAny(name, content);
     ++files_;
@@ -228,7 +229,8 @@ void ArchiveWriter::Put(std::string_view bytes) {
 
 ArchiveReader::ArchiveReader(std::istream& input) : input_(input) {
     const ArchiveEntry kind = ReadEntry(ReadHeader());
-    if (kind.name != kKind || kind.content != kKindText) throw Bad("another program, or a newer one, has written it");
+    if (kind.name != kKind || kind.content != kKindText)
+        throw Bad(Tr("another program, or a newer one, has written it"));
 }
 
 std::optional<ArchiveEntry> ArchiveReader::Next() {
@@ -236,26 +238,26 @@ std::optional<ArchiveEntry> ArchiveReader::Next() {
     const std::string sum = checksum_.Hex() + '\n';
     ArchiveEntry entry = ReadEntry(header);
     if (entry.name == kSum) {
-        if (entry.content != sum) throw Bad("its bytes are not those that were written");
+        if (entry.content != sum) throw Bad(Tr("its bytes are not those that were written"));
         RequireEnd();
         return std::nullopt;
     }
-    if (!IsNameOfTree(entry.name)) throw Bad('"' + ShowUtf8Text(entry.name) + "\" is no file of a tree");
+    if (!IsNameOfTree(entry.name)) throw Bad(Tr("\"{0}\" is no file of a tree", ShowUtf8Text(entry.name)));
     return entry;
 }
 
 // All headers differ from the writer's own in nothing but name, size and date.
 std::string ArchiveReader::ReadHeader() {
     std::string header = Read(kBlockBytes);
-    if (Get(header, kMagic) != kMagicText) throw Bad("it ends too early, or is no such archive");
-    if (NumberIn(header, kCheck) != CheckOf(header)) throw Bad("a header is damaged");
-    if (Get(header, kType) != "0") throw Bad('"' + ShowUtf8Text(NameIn(header)) + "\" is no plain file");
+    if (Get(header, kMagic) != kMagicText) throw Bad(Tr("it ends too early, or is no such archive"));
+    if (NumberIn(header, kCheck) != CheckOf(header)) throw Bad(Tr("a header is damaged"));
+    if (Get(header, kType) != "0") throw Bad(Tr("\"{0}\" is no plain file", ShowUtf8Text(NameIn(header))));
     return header;
 }
 
 ArchiveEntry ArchiveReader::ReadEntry(const std::string& header) {
     const std::uint64_t bytes = NumberIn(header, kSize);
-    if (bytes > kMostEntryBytes) throw Bad("a file in it is too large");
+    if (bytes > kMostEntryBytes) throw Bad(Tr("a file in it is too large"));
     ArchiveEntry entry{NameIn(header), Read(static_cast<std::size_t>(bytes))};
     const std::string padding = Read(PaddingOf(entry.content.size()));
     checksum_.Add(header);
@@ -271,7 +273,7 @@ std::string ArchiveReader::Read(std::size_t bytes) {
         const std::size_t before = content.size();
         content.resize(std::min(bytes, before + kPieceBytes));
         if (!input_.read(content.data() + before, static_cast<std::streamsize>(content.size() - before))) {
-            throw Bad("it ends too early");
+            throw Bad(Tr("it ends too early"));
         }
     }
     return content;
@@ -282,9 +284,9 @@ void ArchiveReader::RequireEnd() {
     std::array<char, kBlockBytes> block{};
     std::size_t blocks = 0;
     for (; input_.read(block.data(), block.size()); ++blocks) {
-        if (std::ranges::count(block, '\0') != block.size()) throw Bad("something follows its end");
+        if (std::ranges::count(block, '\0') != block.size()) throw Bad(Tr("something follows its end"));
     }
-    if (blocks < 2 || input_.gcount() != 0) throw Bad("it ends too early");
+    if (blocks < 2 || input_.gcount() != 0) throw Bad(Tr("it ends too early"));
 }
 
 }  // namespace tarvex::host

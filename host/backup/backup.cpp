@@ -24,6 +24,7 @@
 #include <system_error>
 
 #include "host/history/database.h"
+#include "host/language/tr.h"
 #include "host/settings/file_names.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -42,7 +43,7 @@ using namespace std::chrono_literals;
 constexpr auto kPatience = 5000ms;  // with another process that has a database
 constexpr int kReads = 5;
 
-CommandError CannotRead(const CString& path) { return {kCannotWrite, "cannot read \"" + ShowPath(path) + '"'}; }
+CommandError CannotRead(const CString& path) { return {kCannotWrite, Tr("cannot read \"{0}\"", ShowPath(path))}; }
 
 // A folder of the tree with its marker file.
 struct Part {
@@ -81,7 +82,7 @@ public:
 private:
     void RequireReadable() const {
         const auto require = [](const std::string& why) {
-            if (!why.empty()) throw CommandError(kCannotWrite, why + "; nothing was saved");
+            if (!why.empty()) throw CommandError(kCannotWrite, Tr("{0}; nothing was saved", why));
         };
         for (const std::string& why : WhatIsNotListed(root_)) require(why);
         for (const auto& user : root_.users) {
@@ -166,7 +167,7 @@ private:
             archive_.Add(NameOf(path + '\\' + record_name), *record);
             return;
         }
-        throw CommandError(kTryLater, '"' + ShowPath(path + '\\' + record_name) + "\" keeps changing; try again");
+        throw CommandError(kTryLater, Tr("\"{0}\" keeps changing; try again", ShowPath(path + '\\' + record_name)));
     }
 
     // Lines go from the journal into the database: it comes first, or they could be missed in both.
@@ -182,7 +183,7 @@ private:
         try {
             archive_.Add(NameOf(path), Database(PathAsUtf8(path), Database::Use::Read, kPatience).Snapshot());
         } catch (const DatabaseError& failure) {
-            throw CommandError(kCannotWrite, "cannot read \"" + ShowPath(path) + "\": " + failure.what());
+            throw CommandError(kCannotWrite, Tr("cannot read \"{0}\": {1}", ShowPath(path), failure.what()));
         }
     }
 

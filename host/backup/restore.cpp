@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "host/backup/backup.h"
+#include "host/language/tr.h"
 #include "host/memory/copy_journal.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -22,7 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 CommandError CannotMake(const std::string& what) {
-    return {kCannotMake, "cannot make " + what + "; nothing was restored"};
+    return {kCannotMake, Tr("cannot make {0}; nothing was restored", what)};
 }
 
 std::string WithBackslashes(std::string name) {
@@ -35,7 +36,7 @@ class Scratch {
 public:
     explicit Scratch(const std::string& beside) try : path_(MakeNewFolder(beside + ".restore-")) {
     } catch (const std::system_error& error) {
-        throw CannotMake("a folder beside \"" + ShowPath(beside) + "\": " + error.code().message());
+        throw CannotMake(Tr("a folder beside \"{0}\": {1}", ShowPath(beside), error.code().message()));
     }
     ~Scratch() {
         std::error_code ignored;
@@ -64,7 +65,7 @@ public:
         std::error_code error;
         if (fs::exists(NativePath(In(entry.name)), error)) {
             throw CommandError(kBadData,
-                               '"' + ShowUtf8Text(entry.name) + "\" is in the archive twice; nothing was restored");
+                               Tr("\"{0}\" is in the archive twice; nothing was restored", ShowUtf8Text(entry.name)));
         }
         throw CannotMake('"' + ShowUtf8Text(entry.name) + '"');
     }
@@ -117,9 +118,9 @@ void RequirePlace(const std::string& directory) {
     std::error_code error;
     const fs::file_type type = fs::symlink_status(NativePath(directory), error).type();
     if (type == fs::file_type::not_found || (type == fs::file_type::directory && IsEmpty(directory))) return;
-    throw CommandError(kCannotMake, '"' + ShowPath(directory) +
-                                        "\" is there and is no empty directory; move it away first, or name another "
-                                        "place. Nothing was restored");
+    throw CommandError(kCannotMake, Tr("\"{0}\" is there and is no empty directory; move it away first, or name "
+                                       "another place. Nothing was restored",
+                                       ShowPath(directory)));
 }
 
 // Where a system does not rename over an empty directory, that goes first.
@@ -143,18 +144,19 @@ std::uint64_t Restore(std::istream& input, const std::string& directory) {
     Unpacker unpacker(scratch.Path());
     std::uint64_t files = 0;
     for (; const auto entry = archive.Next(); ++files) unpacker.Write(*entry);
-    if (files == 0) throw CommandError(kBadData, "the archive holds no tree; nothing was restored");
+    if (files == 0) throw CommandError(kBadData, Tr("the archive holds no tree; nothing was restored"));
     NameFoldersAnew(scratch.Path());
-    if (!unpacker.Sync()) throw CannotMake("the tree so that it stays");
+    if (!unpacker.Sync()) throw CannotMake(Tr("the tree so that it stays"));
     std::error_code error;
     if (fs::exists(NativePath(directory), error) && !GiveToOwnerOf(directory, scratch.Path())) {
-        throw CannotMake("it the same owner's as \"" + ShowPath(directory) + '"');
+        throw CannotMake(Tr("it the same owner's as \"{0}\"", ShowPath(directory)));
     }
     Rename(scratch.Path(), directory);
     scratch.Keep();
     if (SyncDirectory(parent)) return files;
-    throw CommandError(kCannotWrite, "the tree was restored, but may not survive a power failure: \"" +
-                                         ShowPath(parent) + "\" cannot be synced");
+    throw CommandError(
+        kCannotWrite,
+        Tr("the tree was restored, but may not survive a power failure: \"{0}\" cannot be synced", ShowPath(parent)));
 }
 
 }  // namespace tarvex::host

@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "host/import/lines.h"
+#include "host/language/tr.h"
 
 namespace tarvex::host {
 namespace {
@@ -38,7 +39,7 @@ private:
     char Take() {
         const char c = text_[at_++];
         if (c == '\n') ++line_;
-        if (c == '\0') throw BadLine(line_, "there is a NUL: this is no text");
+        if (c == '\0') throw BadLine(line_, Tr("there is a NUL: this is no text"));
         return c;
     }
 
@@ -60,7 +61,7 @@ private:
         FetchmailWord word{"", line_, true};
         ++at_;
         while (!AtEnd() && text_[at_] != quote) TakeCharacter(word.text, true);
-        if (AtEnd()) throw BadLine(word.line, "a quote is not closed");
+        if (AtEnd()) throw BadLine(word.line, Tr("a quote is not closed"));
         ++at_;
         words_.push_back(std::move(word));
     }

@@ -23,6 +23,7 @@
 #include "host/import/fetchmail_words.h"
 #include "host/import/imported.h"
 #include "host/import/lines.h"
+#include "host/language/tr.h"
 
 namespace tarvex::host {
 namespace {
@@ -60,7 +61,8 @@ public:
     Imported Read() {
         while (at_ < words_.size()) ReadStatement();
         EndEntry();
-        if (imported_.mailboxes.empty() && imported_.notes.empty()) throw BadLine(1, "there is no mailbox in the file");
+        if (imported_.mailboxes.empty() && imported_.notes.empty())
+            throw BadLine(1, Tr("there is no mailbox in the file"));
         SetTimers();
         std::ranges::stable_sort(imported_.notes, {}, &ImportNote::line);
         return std::move(imported_);
@@ -121,7 +123,7 @@ private:
         current().mailbox.rules["tls_authority"] = values[0].text;
     }
     void SslCheck(const FetchmailWord& word, std::span<const FetchmailWord>, bool is_on) {
-        if (!is_on) Note(word.line, "no sslcertck: certificates are always checked");
+        if (!is_on) Note(word.line, Tr("no sslcertck: certificates are always checked"));
     }
     void Keep(const FetchmailWord&, std::span<const FetchmailWord>, bool is_on) { current().keeps = is_on; }
     void Nothing(const FetchmailWord&, std::span<const FetchmailWord>, bool) {}
@@ -145,7 +147,7 @@ private:
         const char* const end = value.text.data() + value.text.size();
         const auto [stop, error] = std::from_chars(value.text.data(), end, number);
         if (error != std::errc() || stop != end || number < 0 || number > kMostMinutes) {
-            throw BadLine(value.line, word.text + " takes a number");
+            throw BadLine(value.line, Tr("{0} takes a number", word.text));
         }
         return number;
     }
@@ -280,10 +282,10 @@ void Reader::ReadGlobal() {
                                                             "pidfile", "idfile",     "properties"};
     const int line = words_[at_++].line;
     if (at_ < words_.size() && !words_[at_].is_quoted && words_[at_].text == "no") ++at_;
-    if (at_ == words_.size()) throw BadLine(line, "set what?");
+    if (at_ == words_.size()) throw BadLine(line, Tr("set what?"));
     const FetchmailWord& word = words_[at_++];
     if (!IsOneOf(word, kWithValue)) return Note(line, "set");
-    if (at_ == words_.size()) throw BadLine(line, word.text + " has no value");
+    if (at_ == words_.size()) throw BadLine(line, Tr("{0} has no value", word.text));
     if (word.text != "daemon") {
         Note(line, "set " + word.text);
     } else {
@@ -295,16 +297,16 @@ void Reader::ReadGlobal() {
 void Reader::ReadOption(bool is_on) {
     const FetchmailWord& word = words_[at_++];
     const Option* const option = Find(word);
-    if (!option) return Note(word.line, "a word that has no meaning there");
-    if (!in_entry_) throw BadLine(word.line, word.text + " stands outside of an entry (poll, skip, defaults)");
+    if (!option) return Note(word.line, Tr("a word that has no meaning there"));
+    if (!in_entry_) throw BadLine(word.line, Tr("{0} stands outside of an entry (poll, skip, defaults)", word.text));
     const std::size_t begin = at_;
     if (option->takes == Takes::One && is_on) {
-        if (at_ == words_.size()) throw BadLine(word.line, word.text + " has no value");
+        if (at_ == words_.size()) throw BadLine(word.line, Tr("{0} has no value", word.text));
         ++at_;
     }
     if (option->takes == Takes::All && is_on) {
         while (at_ < words_.size() && !IsKeyword(words_[at_])) ++at_;
-        if (at_ == begin) throw BadLine(word.line, word.text + " has no value");
+        if (at_ == begin) throw BadLine(word.line, Tr("{0} has no value", word.text));
     }
     if (!option->apply || (!is_on && option->takes != Takes::Nothing)) {
         return Note(word.line, (is_on ? "" : "no ") + word.text);
@@ -321,7 +323,7 @@ void Reader::BeginEntry(const FetchmailWord& word) {
         defaults_ = {};
         return;
     }
-    if (at_ == words_.size()) throw BadLine(word.line, word.text + " has no server");
+    if (at_ == words_.size()) throw BadLine(word.line, Tr("{0} has no server", word.text));
     server_ = defaults_;
     server_.line = word.line;
     server_.is_skipped = word.text == "skip";
@@ -373,8 +375,8 @@ void Reader::Is(const FetchmailWord&, std::span<const FetchmailWord> values, boo
 // "relay.example.net/587"
 void Reader::SmtpHost(const FetchmailWord& word, std::span<const FetchmailWord> values, bool) {
     const std::string& host = values[0].text;
-    if (host.starts_with('/')) return Note(word.line, word.text + ": a socket");
-    if (values.size() > 1) Note(word.line, word.text + ": only the first server");
+    if (host.starts_with('/')) return Note(word.line, Tr("{0}: a socket", word.text));
+    if (values.size() > 1) Note(word.line, Tr("{0}: only the first server", word.text));
     const std::size_t slash = std::min(host.find('/'), host.size());
     Value("smtpserver") = host.substr(0, slash);
     if (slash < host.size()) Value("smtpport") = host.substr(slash + 1);
@@ -385,9 +387,9 @@ void Reader::SmtpHost(const FetchmailWord& word, std::span<const FetchmailWord> 
 void Reader::Emit(const Account& account) {
     constexpr std::array<std::string_view, 5> kPop3 = {"", "auto", "pop3", "apop", "sdps"};
     if (std::ranges::find(kPop3, account.protocol) == kPop3.end()) {
-        return Note(account.line, "left out: a mailbox that is not fetched by POP3");
+        return Note(account.line, Tr("left out: a mailbox that is not fetched by POP3"));
     }
-    if (account.remote.empty()) return Note(account.line, "left out: an entry without a user");
+    if (account.remote.empty()) return Note(account.line, Tr("left out: an entry without a user"));
     ImportedMailbox mailbox = account.mailbox;
     mailbox.line = account.line;
     mailbox.values["popserver"] = account.via.empty() ? account.server : account.via;
@@ -417,7 +419,7 @@ void Reader::SetForwards(const Account& account, ImportedMailbox& mailbox) {
     if (!account.smtp_name.empty()) mailbox.forwards = {account.smtp_name};
     if (!account.smtp_name.empty() || account.locals.empty()) return;
     if (account.locals.size() > 1 || account.locals[0] == "*") {
-        return Note(account.line, "mail is sorted to several names");
+        return Note(account.line, Tr("mail is sorted to several names"));
     }
     const std::string& name = account.locals[0];
     const std::string domain = account.smtp_domain.empty() ? "localhost" : account.smtp_domain;

@@ -9,6 +9,7 @@
 
 #include "host/import/imported.h"
 #include "host/import/lines.h"
+#include "host/language/tr.h"
 
 namespace tarvex::host {
 namespace {
@@ -31,13 +32,13 @@ std::vector<Setting> SettingsIn(std::string_view text) {
             continue;
         }
         if (content.front() == '[') {
-            if (content.back() != ']') throw BadLine(lines.Number(), "a section is not closed");
+            if (content.back() != ']') throw BadLine(lines.Number(), Tr("a section is not closed"));
             section = content.substr(1, content.size() - 2);
             continue;
         }
         const std::size_t end = content.find_first_of("=:");
-        if (end == std::string_view::npos) throw BadLine(lines.Number(), "this is neither a section nor a setting");
-        if (section.empty()) throw BadLine(lines.Number(), "a setting stands before the first section");
+        if (end == std::string_view::npos) throw BadLine(lines.Number(), Tr("this is neither a section nor a setting"));
+        if (section.empty()) throw BadLine(lines.Number(), Tr("a setting stands before the first section"));
         settings.push_back({lines.Number(), section, Small(Trimmed(content.substr(0, end))),
                             std::string(Trimmed(content.substr(end + 1)))});
     }
@@ -52,7 +53,7 @@ bool IsTrue(const Setting& setting) {
     for (const std::string_view word : {"0", "no", "false", "off"}) {
         if (value == word) return false;
     }
-    throw BadLine(setting.line, setting.name + " is neither true nor false");
+    throw BadLine(setting.line, Tr("{0} is neither true nor false", setting.name));
 }
 
 class Reader {
@@ -60,12 +61,13 @@ public:
     Imported Read(std::string_view text) {
         mailbox_.values["deletemail"] = "off";
         for (const Setting& setting : SettingsIn(text)) Take(setting);
-        if (type_.empty()) throw BadLine(1, "there is no [retriever] with a type");
+        if (type_.empty()) throw BadLine(1, Tr("there is no [retriever] with a type"));
         if (type_.find("pop3") == std::string::npos) {
-            Note(mailbox_.line, "left out: a mailbox that is not fetched by POP3");
+            Note(mailbox_.line, Tr("left out: a mailbox that is not fetched by POP3"));
             return std::move(imported_);
         }
-        if (type_.starts_with("multidrop")) Note(mailbox_.line, "type: mail is not sorted by its envelope recipients");
+        if (type_.starts_with("multidrop"))
+            Note(mailbox_.line, Tr("type: mail is not sorted by its envelope recipients"));
         mailbox_.rules["pop_tls"] = type_.find("ssl") == std::string::npos ? "off" : "tls";
         imported_.mailboxes.push_back(std::move(mailbox_));
         return std::move(imported_);
@@ -80,7 +82,8 @@ private:
         } else if (setting.section == "options") {
             TakeOption(setting);
         } else if (std::exchange(noted_, setting.section) != setting.section) {
-            Note(setting.line, setting.section == "destination" ? "[destination]" : "a section that is not known");
+            Note(setting.line,
+                 setting.section == "destination" ? std::string("[destination]") : Tr("a section that is not known"));
         }
     }
 
@@ -149,7 +152,7 @@ private:
                                                              "to_oldmail_on_each_mail",
                                                              "fingerprint"};
         const bool is_known = std::ranges::find(kKnown, setting.name) != kKnown.end();
-        Note(setting.line, is_known ? setting.name : "a setting that is not known");
+        Note(setting.line, is_known ? setting.name : Tr("a setting that is not known"));
     }
 
     Imported imported_;

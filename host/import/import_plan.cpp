@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/import/lines.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
 #include "host/system/display.h"
@@ -22,9 +23,7 @@ constexpr const char* kNewUser = "imported";
 constexpr const char* kPortOfPop3WithTls = "995";
 
 // An option helps.
-CommandError Refused(int line, const std::string& why) {
-    return {kBadUsage, "line " + std::to_string(line) + ": " + why};
-}
+CommandError Refused(int line, const std::string& why) { return {kBadUsage, Tr("line {0}: {1}", line, why)}; }
 
 // me@example.org of me at pop.example.org.
 std::string GuessedAddress(const ImportedMailbox& mailbox) {
@@ -45,7 +44,7 @@ void Check(const std::map<std::string, std::string>& values, int line, Record& r
         try {
             SetValue(record, KeyNamed<Record>(name), value);
         } catch (const CommandError& error) {
-            throw CommandError(error.ExitCode(), "line " + std::to_string(line) + ": " + error.what());
+            throw CommandError(error.ExitCode(), Tr("line {0}: {1}", line, error.what()));
         }
     }
 }
@@ -58,10 +57,10 @@ public:
     }
 
     ImportPlan Plan() {
-        if (mailboxes_.empty()) throw CommandError(kBadData, "there is nothing that can be imported" + FirstNote());
+        if (mailboxes_.empty()) throw CommandError(kBadData, Tr("there is nothing that can be imported") + FirstNote());
         if (mailboxes_.size() > 1 && !choices_.address.empty()) {
-            throw CommandError(kBadUsage, "--address is for a file with one mailbox; this one has " +
-                                              std::to_string(mailboxes_.size()));
+            throw CommandError(kBadUsage,
+                               Tr("--address is for a file with one mailbox; this one has {0}", mailboxes_.size()));
         }
         const std::string user = User();
         for (ImportedMailbox& mailbox : mailboxes_) Add(user, std::move(mailbox));
@@ -72,7 +71,7 @@ public:
 private:
     std::string FirstNote() const {
         if (plan_.notes.empty()) return {};
-        return " (line " + std::to_string(plan_.notes.front().line) + ": " + plan_.notes.front().text + ')';
+        return " (" + Tr("line {0}: {1}", plan_.notes.front().line, plan_.notes.front().text) + ')';
     }
 
     // One that does not exist yet is made.
@@ -86,14 +85,14 @@ private:
             }
             return choices_.user;
         }
-        if (root_.users.size() > 1) throw CommandError(kBadUsage, "--user says which user's the profiles become");
+        if (root_.users.size() > 1) throw CommandError(kBadUsage, Tr("--user says which user's the profiles become"));
         if (root_.users.size() == 1) return ShownName(root_, root_.users.front()->path);
         return plan_.new_user = kNewUser;
     }
 
     void Add(const std::string& user, ImportedMailbox mailbox) {
         for (const char* const key : {"popserver", "popuser"}) {
-            if (mailbox.values[key].empty()) throw BadLine(mailbox.line, std::string("the mailbox has no ") + key);
+            if (mailbox.values[key].empty()) throw BadLine(mailbox.line, Tr("the mailbox has no {0}", key));
         }
         DropWhatIsNotAllowed(mailbox);
         PlannedProfile planned{mailbox, EditRequest(EditKind::Profile, EditVerb::Add, user), {}, {}};
@@ -122,7 +121,7 @@ private:
                 return false;
             } catch (const CommandError&) {
                 if (name.starts_with("pop") || name == "smtpserver") return false;  // is refused later, with its reason
-                plan_.notes.push_back({mailbox.line, name + ": the value is not allowed here"});
+                plan_.notes.push_back({mailbox.line, Tr("{0}: the value is not allowed here", name)});
                 return true;
             }
         });
@@ -135,7 +134,8 @@ private:
         const bool takes_any = mailbox.tls_if_offered && LogsInInClear(setting, PopTls::Off);
         if (takes_any && !choices_.rules.contains("pop_tls") && !choices_.plain) {
             request.rules["pop_tls"] = "starttls";
-            plan_.notes.push_back({mailbox.line, "TLS where the server offers it: here it must (pop_tls starttls)"});
+            plan_.notes.push_back(
+                {mailbox.line, Tr("TLS where the server offers it: here it must (pop_tls starttls)")});
         }
         if (request.rules["pop_tls"] == "off") request.rules.erase("pop_tls");  // as without the key
         for (const auto& rule : choices_.rules) request.rules.insert(rule);
@@ -144,9 +144,9 @@ private:
         HostRules rules = RulesOf(root_.path).value_or(HostRules());
         Check(request.rules, mailbox.line, rules);
         if (!choices_.plain && LogsInInClear(setting, rules.Tls())) {
-            throw Refused(mailbox.line, "the POP3 password would go to " + ShowUtf8Text(setting.popserver) +
-                                            " in clear; give --pop_tls tls or --pop_tls starttls, or --plain if that "
-                                            "is what you want");
+            throw Refused(mailbox.line, Tr("the POP3 password would go to {0} in clear; give --pop_tls tls or "
+                                           "--pop_tls starttls, or --plain if that is what you want",
+                                           ShowUtf8Text(setting.popserver)));
         }
         if (rules.Tls() == PopTls::FromTheFirstByte) request.values.emplace("popport", kPortOfPop3WithTls);
     }
@@ -155,7 +155,7 @@ private:
         const std::vector<std::string>& forwards = choices_.forwards.empty() ? mailbox.forwards : choices_.forwards;
         if (forwards.empty()) {
             throw Refused(mailbox.line,
-                          "the file does not say to which address this mail goes; give --forward ADDRESS");
+                          Tr("the file does not say to which address this mail goes; give --forward ADDRESS"));
         }
         CForwardAddressSetting setting;
         for (const std::string& address : forwards) Check({{"address", address}}, mailbox.line, setting);
@@ -164,21 +164,22 @@ private:
 
     void RefuseSecond(const PlannedProfile& planned) const {
         const auto refuse = [&](const std::string& other) {
-            throw Refused(planned.mailbox.line,
-                          other + " fetches from the same mailbox; --again adds it all the same. Nothing was imported");
+            throw Refused(
+                planned.mailbox.line,
+                Tr("{0} fetches from the same mailbox; --again adds it all the same. Nothing was imported", other));
         };
         for (const NamedProfile& named : AllProfiles(root_)) {
             if (FetchTheSame(named.profile->setting, planned.setting)) refuse(ShownName(root_, named.profile->path));
         }
         for (const PlannedProfile& other : plan_.profiles) {
-            if (FetchTheSame(other.setting, planned.setting)) refuse("line " + std::to_string(other.mailbox.line));
+            if (FetchTheSame(other.setting, planned.setting)) refuse(Tr("line {0}", other.mailbox.line));
         }
     }
 
     void NoteWhatIsMissing(const PlannedProfile& planned) {
         const bool has_token = planned.profile.rules.contains("pop_login");
         if (has_token || planned.profile.secrets.contains("poppassword")) return;
-        plan_.notes.push_back({planned.mailbox.line, "no password: `tarvex profile set --password` stores one"});
+        plan_.notes.push_back({planned.mailbox.line, Tr("no password: `tarvex profile set --password` stores one")});
     }
 
     const CRootPath& root_;
@@ -197,15 +198,16 @@ std::string ShownValues(const std::map<std::string, std::string>& values) {
 
 std::string ImportPlan::Shown() const {
     std::string text;
-    if (!new_user.empty()) text += "New user " + ShowUtf8Text(new_user) + '\n';
+    if (!new_user.empty()) text += Tr("New user {0}", ShowUtf8Text(new_user)) + '\n';
     for (const PlannedProfile& planned : profiles) {
-        text += "New profile of line " + std::to_string(planned.mailbox.line) + '\n' +
-                ShownValues(planned.profile.values) + ShownValues(planned.profile.rules);
-        for (const auto& [key, secret] : planned.profile.secrets) text += "  " + key + ": (stored)\n";
-        for (const std::string& address : planned.forwards) text += "  forwards to " + ShowUtf8Text(address) + '\n';
+        text += Tr("New profile of line {0}", planned.mailbox.line) + '\n' + ShownValues(planned.profile.values) +
+                ShownValues(planned.profile.rules);
+        for (const auto& [key, secret] : planned.profile.secrets) text += "  " + key + ": " + Tr("(stored)") + '\n';
+        for (const std::string& address : planned.forwards)
+            text += "  " + Tr("forwards to {0}", ShowUtf8Text(address)) + '\n';
     }
-    if (!notes.empty()) text += "Not taken over as it is:\n";
-    for (const ImportNote& note : notes) text += "  line " + std::to_string(note.line) + ": " + note.text + '\n';
+    if (!notes.empty()) text += Tr("Not taken over as it is:") + '\n';
+    for (const ImportNote& note : notes) text += "  " + Tr("line {0}: {1}", note.line, note.text) + '\n';
     return text;
 }
 

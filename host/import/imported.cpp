@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "host/import/lines.h"
+#include "host/language/tr.h"
 
 namespace tarvex::host {
 namespace {
@@ -19,7 +20,7 @@ std::vector<std::string> FetchmailIds(std::string_view text, const ImportedMailb
         const std::string_view content = Trimmed(line);
         const std::size_t blank = content.find_last_of(" \t");
         if (content.empty()) continue;
-        if (blank == std::string_view::npos) throw BadLine(lines.Number(), "this is no mailbox with an id");
+        if (blank == std::string_view::npos) throw BadLine(lines.Number(), Tr("this is no mailbox with an id"));
         if (Trimmed(content.substr(0, blank)) == start) ids.emplace_back(content.substr(blank + 1));
     }
     return ids;
@@ -32,7 +33,7 @@ std::vector<std::string> GetmailIds(std::string_view text) {
         text.remove_prefix(std::min(content.size() + 1, text.size()));
         const std::size_t nul = content.find('\0');
         if (content.empty()) continue;
-        if (nul == std::string_view::npos || nul == 0) throw BadLine(line, "this is no id with its time");
+        if (nul == std::string_view::npos || nul == 0) throw BadLine(line, Tr("this is no id with its time"));
         ids.emplace_back(content.substr(0, nul));
     }
     return ids;

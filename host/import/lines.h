@@ -8,11 +8,11 @@
 
 #include "host/system/command_error.h"
 
+#include "host/language/tr.h"
+
 namespace tarvex::host {
 
-inline CommandError BadLine(int line, const std::string& why) {
-    return {kBadData, "line " + std::to_string(line) + ": " + why};
-}
+inline CommandError BadLine(int line, const std::string& why) { return {kBadData, Tr("line {0}: {1}", line, why)}; }
 
 // Takes a text apart into lines, without their ends.
 class Lines {
@@ -23,7 +23,7 @@ public:
         if (nul == std::string_view::npos) return;
         int line = 1;
         for (const char c : text.substr(0, nul)) line += c == '\n' ? 1 : 0;
-        throw BadLine(line, "there is a NUL: this is no text");
+        throw BadLine(line, Tr("there is a NUL: this is no text"));
     }
 
     bool Next(std::string_view& line) {

@@ -11,6 +11,7 @@
 
 #include "host/import/imported.h"
 #include "host/import/lines.h"
+#include "host/language/tr.h"
 
 namespace tarvex::host {
 namespace {
@@ -62,7 +63,7 @@ public:
             if (!content.empty() && content.front() != '#') Take(lines.Number(), content);
         }
         for (const std::string& name : names_) Emit(accounts_[name]);
-        if (imported_.mailboxes.empty()) throw BadLine(1, "there is no account with a host in the file");
+        if (imported_.mailboxes.empty()) throw BadLine(1, Tr("there is no account with a host in the file"));
         std::ranges::stable_sort(imported_.notes, {}, &ImportNote::line);
         return std::move(imported_);
     }
@@ -79,17 +80,17 @@ private:
         } else if (command == "account") {
             BeginAccount(line, argument);
         } else if (IsOneOf(command, kTaken)) {
-            if (!current_) throw BadLine(line, command + " stands before the first account");
+            if (!current_) throw BadLine(line, Tr("{0} stands before the first account", command));
             current_->commands.insert_or_assign(command, Argument{line, argument});
             current_->is_alias = false;
         } else {
-            Note(line, IsOneOf(command, kNotTaken) ? command : "a command that is not known");
+            Note(line, IsOneOf(command, kNotTaken) ? command : Tr("a command that is not known"));
         }
     }
 
     static std::string ArgumentOf(int line, std::string_view text) {
         if (!text.starts_with('"')) return std::string(text);
-        if (text.size() < 2 || !text.ends_with('"')) throw BadLine(line, "a quote is not closed");
+        if (text.size() < 2 || !text.ends_with('"')) throw BadLine(line, Tr("a quote is not closed"));
         return std::string(text.substr(1, text.size() - 2));
     }
 
@@ -97,15 +98,15 @@ private:
     void BeginAccount(int line, std::string_view argument) {
         const std::size_t colon = std::min(argument.find(':'), argument.size());
         const std::string name(Trimmed(argument.substr(0, colon)));
-        if (name.empty()) throw BadLine(line, "an account has no name");
-        if (accounts_.contains(name)) throw BadLine(line, "there is an account of this name already");
+        if (name.empty()) throw BadLine(line, Tr("an account has no name"));
+        if (accounts_.contains(name)) throw BadLine(line, Tr("there is an account of this name already"));
         Account account = defaults_;
         account.line = line;
         std::string_view others = argument.substr(std::min(colon + 1, argument.size()));
         while (!others.empty()) {
             const std::size_t comma = std::min(others.find(','), others.size());
             const auto other = accounts_.find(std::string(Trimmed(others.substr(0, comma))));
-            if (other == accounts_.end()) throw BadLine(line, "the account behind the colon is not known");
+            if (other == accounts_.end()) throw BadLine(line, Tr("the account behind the colon is not known"));
             for (const auto& [command, value] : other->second.commands) {
                 account.commands.insert_or_assign(command, value);
             }
@@ -127,7 +128,7 @@ private:
         if (!found) return otherwise;
         if (found->text.empty() || found->text == "on") return true;
         if (found->text == "off") return false;
-        throw BadLine(found->line, std::string(command) + " is neither on nor off");
+        throw BadLine(found->line, Tr("{0} is neither on nor off", command));
     }
 
     void Emit(const Account& account) {
@@ -152,7 +153,7 @@ private:
         const Argument* const file = Find(account, "tls_trust_file");
         if (file && !file->text.empty() && file->text != "system") mailbox.rules["tls_authority"] = file->text;
         if (!IsOn(account, "tls_certcheck", true)) {
-            Note(Find(account, "tls_certcheck")->line, "tls_certcheck off: certificates are always checked");
+            Note(Find(account, "tls_certcheck")->line, Tr("tls_certcheck off: certificates are always checked"));
         }
     }
 

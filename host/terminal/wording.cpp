@@ -120,7 +120,7 @@ std::string Lower(std::string_view text) {
 }
 
 std::string Paragraph(std::string_view text, std::size_t blanks) {
-    constexpr std::size_t kColumns = 100;
+    constexpr std::size_t kColumns = 80;
     std::istringstream lines(Wrapped(text, kColumns - blanks));
     std::string paragraph;
     for (std::string line; std::getline(lines, line);) paragraph += std::string(blanks, ' ') + line + '\n';

@@ -30,7 +30,7 @@ std::string OneLineOfUtf8(std::string_view text, std::size_t columns);
 // With small ASCII letters, whatever the locale.
 std::string Lower(std::string_view text);
 
-// Lines of at most 100 columns, each behind the blanks and ended.
+// Lines of at most 80 columns, each behind the blanks and ended.
 std::string Paragraph(std::string_view text, std::size_t blanks);
 
 }  // namespace tarvex::host

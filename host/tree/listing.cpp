@@ -2,10 +2,15 @@
 
 #include "host/tree/listing.h"
 
+#include <algorithm>
+#include <array>
 #include <functional>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "host/advice/advice.h"
 #include "host/language/tr.h"
@@ -16,6 +21,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/system/process.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
@@ -36,17 +42,40 @@ void AddKeys(Json& json, const Record& record) {
 
 using LeavesOut = std::function<bool(const KeyInfo&)>;
 
+// What is left of a terminal's line behind the other columns.
+std::size_t ColumnsOfMeaning(const std::vector<Table::Row>& rows) {
+    constexpr std::size_t kFewest = 20;
+    constexpr std::size_t kGaps = 6;
+    std::array<std::size_t, 3> widths{};
+    for (const Table::Row& row : rows) {
+        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], Columns(row[i]));
+    }
+    const std::size_t others = widths[0] + widths[1] + widths[2] + kGaps;
+    if (TerminalColumns() == 0) return kMeaningColumns;
+    return std::clamp(TerminalColumns() - std::min(TerminalColumns(), others), kFewest, kMeaningColumns);
+}
+
+// The first line of it. The rest of a long one is in the help.
+std::string Shortened(const std::string& meaning, std::size_t columns) {
+    constexpr std::string_view kMore = " ...";
+    if (Columns(meaning) <= columns) return meaning;
+    const std::string lines = Wrapped(meaning, columns - kMore.size());
+    return lines.substr(0, lines.find('\n')).append(kMore);
+}
+
 template <class Record>
 void PrintKeys(const Record& record, const LeavesOut& leaves_out = {}) {
-    Table table({Tr("KEY"), Tr("VALUE"), Tr("UNIT"), Tr("MEANING")});
+    const Table::Row headings = {Tr("KEY"), Tr("VALUE"), Tr("UNIT"), Tr("MEANING")};
+    std::vector<Table::Row> rows = {headings};
     for (const Key<Record>& key : Keys<Record>()) {
         if (leaves_out && leaves_out(key)) continue;
-        std::string meaning = Tr(key.meaning);
-        // The rest of a long one is in the help.
-        if (Columns(meaning) > kMeaningColumns) meaning = Wrapped(meaning, kMeaningColumns);
-        if (const std::size_t end = meaning.find('\n'); end != std::string::npos)
-            meaning = meaning.substr(0, end) + " ...";
-        table.Add({key.name, ShowValue(record, key), *key.unit ? Tr(key.unit) : "", meaning});
+        rows.push_back({key.name, ShowValue(record, key), *key.unit ? Tr(key.unit) : "", Tr(key.meaning)});
+    }
+    const std::size_t columns = ColumnsOfMeaning(rows);
+    Table table(headings);
+    for (std::size_t i = 1; i < rows.size(); ++i) {
+        rows[i].back() = Shortened(rows[i].back(), columns);
+        table.Add(std::move(rows[i]));
     }
     table.Print(std::cout);
 }
@@ -143,6 +172,7 @@ Unread ListUsers(const CRootPath& root, Form form) {
     Unread unread;
     AddMissing(unread, root.users_loaded);
     Json json = Json::array();
+    constexpr std::size_t kAdministrator = 3;  // the column that a narrow terminal does without
     Table table({Tr("PATH"), Tr("LOGIN NAME"), Tr("STATUS"), Tr("ADMINISTRATOR"), Tr("PROFILES")});
     for (const CUser* const user : AllUsers(root)) {
         const CUserSetting& setting = user->setting;
@@ -151,7 +181,7 @@ Unread ListUsers(const CRootPath& root, Form form) {
         table.Add({ShownName(root, user->path), ShowText(setting.loginname), OnOff(setting.status),
                    setting.administrator != 0 ? Tr("yes") : Tr("no"), std::to_string(user->profiles.size())});
     }
-    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout, {TerminalColumns(), {kAdministrator}});
     return unread;
 }
 
@@ -159,6 +189,7 @@ Unread ListProfiles(const CRootPath& root, const CUser* only, Form form) {
     Unread unread;
     AddMissingProfiles(unread, root, only);
     Json json = Json::array();
+    constexpr std::size_t kPop = 3, kSmtp = 4, kForwards = 7;  // columns that a narrow terminal does without
     Table table({Tr("PATH"), Tr("NICKNAME"), Tr("ADDRESS"), "POP3", "SMTP", Tr("RUNS"), Tr("STATUS"), Tr("FORWARDS")});
     for (const auto& [user, profile] : AllProfiles(root)) {
         if (only && user != only) continue;
@@ -171,7 +202,7 @@ Unread ListProfiles(const CRootPath& root, const CUser* only, Form form) {
                    ShowInterval(setting.timer), OnOff(setting.status),
                    std::to_string(profile->forward_addresses.size())});
     }
-    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout, {TerminalColumns(), {kSmtp, kPop, kForwards}});
     return unread;
 }
 
@@ -192,7 +223,7 @@ Unread ListForwards(const CRootPath& root, const CPopProfile* only, Form form) {
         table.Add({ShownName(root, forward->path), ShowText(setting.nickname), ShowText(setting.address),
                    ShortForm(setting), ShortSchedule(forward->schedule), OnOff(setting.status)});
     }
-    form == Form::Json ? PrintJson(json) : table.Print(std::cout);
+    form == Form::Json ? PrintJson(json) : table.Print(std::cout, {TerminalColumns(), {}});
     return unread;
 }
 

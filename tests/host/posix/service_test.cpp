@@ -424,6 +424,21 @@ TEST_F(Serving, ATerminalThatNobodyReadsKeepsNoRunWaiting) {
     Stop(service);
 }
 
+TEST_F(Serving, SchedulesNameTheZoneInWhichTheServiceReadsThem) {
+    AddProfile();
+    const auto tell = [this](const std::vector<std::string>& words) {
+        ChildProcess command = host_.StartCommand(words, ChildProcess::Output::Pipe, {"TZ=UTC"});
+        command.Wait();
+        return command.Printed();
+    };
+    const auto service = Serve({"TZ=Asia/Tokyo"});
+    EXPECT_THAT(tell({"schedule", "add", kPhone, "daily 9:00-17:00"}),
+                HasSubstr("\nTimes are in Asia/Tokyo (+0900).\n"));
+    EXPECT_THAT(tell({"schedule", "list", kPhone}), HasSubstr("\nTimes are in Asia/Tokyo (+0900).\n"));
+    Stop(*service);
+    EXPECT_THAT(tell({"schedule", "list", kPhone}), HasSubstr("\nTimes are in UTC (+0000).\n"));
+}
+
 TEST_F(Serving, AReloadLeavesARunningCopyAlone) {
     mailbox_.Add(MailNumber(1));
     Block();
