@@ -34,11 +34,6 @@ void AppendEntry(std::vector<std::string>& lines, const std::string& entry) {
     for (std::string line; std::getline(pieces, line); indent = "  ") lines.push_back(indent + line);
 }
 
-bool DidSomething(const CRunResult& result) {
-    return result.messages_fetched > 0 || result.messages_not_fetched > 0 || result.messages_put_off > 0 ||
-           result.copies_set_aside > 0 || result.ending == CRunEnding::KeptBack;
-}
-
 }  // namespace
 
 std::vector<RunNow> RunsNow(const CRootPath& root) {
@@ -92,6 +87,11 @@ void RunTroubles::Add(const std::string& name, const std::string& why, int exit_
 void RunTroubles::AddEnd(const std::string& name, const CRunResult& result) {
     if (IsFailure(result.ending)) Add(name, HowItEnded(result, 1, kReasonColumns), kUnavailable);
     if (const std::string what = WhatIsNotSaved(result); !what.empty()) Add(name, what, kCannotWrite);
+}
+
+bool DidSomething(const CRunResult& result) {
+    return result.messages_fetched > 0 || result.messages_not_fetched > 0 || result.messages_put_off > 0 ||
+           result.copies_set_aside > 0 || result.ending == CRunEnding::KeptBack;
 }
 
 std::string RunsInBrief::Add(const std::string& name, const CPopProfile& copy, const std::string& what_else) {

@@ -9,9 +9,21 @@
 #include "host/language/tr.h"
 #include "host/service/posix/service.h"
 #include "host/system/process.h"
+#include "host/terminal/typed_word.h"
 #include "host/tree/tree_root.h"
 
 namespace tarvex::host {
+namespace {
+
+LogFormat FormatOf(const std::string& word) {
+    if (word.empty()) return LogFormat::Automatic;
+    if (word == "plain") return LogFormat::Plain;
+    if (word == "journal") return LogFormat::Journal;
+    if (word == "json") return LogFormat::Json;
+    throw CommandError(kBadUsage, Tr("--log-format: plain, journal or json, not {0}", Quoted(word)));
+}
+
+}  // namespace
 
 void AddServeCommand(CLI::App& app, Context& context) {
     CLI::App* const serve = app.add_subcommand(
@@ -31,14 +43,21 @@ void AddServeCommand(CLI::App& app, Context& context) {
                      Tr("Serve figures for a monitoring system of this machine on unix:PATH, 127.0.0.1:PORT or "
                         "[::1]:PORT, at /metrics"))
         ->type_name("PLACE");
+    auto format = std::make_shared<std::string>();
+    serve
+        ->add_option("--log-format", *format,
+                     Tr("plain: lines behind the time; journal: entries of the journal with fields; json: a JSON object "
+                        "a line. Without it journal where standard error is the journal's, else plain"))
+        ->type_name("plain|journal|json");
     serve->footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
-    serve->callback([&context, every, metrics] {
-        context.command = [&context, every, metrics] {
+    serve->callback([&context, every, metrics, format] {
+        context.command = [&context, every, metrics, format] {
+            const LogFormat log_format = FormatOf(*format);
             SpeakTo(Language::English);  // in the journal
             RaiseFileLimit();
             const std::chrono::duration<double> seconds(*every);
             return Service(RootDirectory(context.root_option),
-                           std::chrono::duration_cast<std::chrono::microseconds>(seconds), *metrics)
+                           std::chrono::duration_cast<std::chrono::microseconds>(seconds), *metrics, log_format)
                 .Run();
         };
     });

@@ -16,6 +16,7 @@
 
 #include "host/history/edit_tables.h"
 #include "host/service/control_messages.h"
+#include "host/service/posix/control_socket.h"
 #include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {

@@ -36,6 +36,7 @@
 #include "host/held/memory_edit.h"
 #include "host/history/edit_record.h"
 #include "host/history/run_words.h"
+#include "host/service/posix/log_facts.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -58,6 +59,7 @@ constexpr auto kMostBetweenFirstRuns = 2000ms;  // of profiles that are due when
 constexpr auto kShutdownGrace = 1000ms;         // at the end, with clients that take their answers
 constexpr std::size_t kReasonColumns = 200;
 constexpr std::size_t kHeadlineColumns = 60;
+const LogFacts kOfService{.matter = LogMatter::Service};
 
 // The tree must be there: the lock stands in its directory.
 RootLock TakeRoot(const std::string& directory) {
@@ -80,9 +82,11 @@ bool EndsRuns(const EditRequest& request) {
 
 }  // namespace
 
-Service::Service(std::string directory, std::chrono::microseconds every, const std::string& metrics)
+Service::Service(std::string directory, std::chrono::microseconds every, const std::string& metrics, LogFormat format,
+                 const std::string& journal_socket)
     : directory_(std::move(directory)),
       every_(every),
+      log_(format, journal_socket),
       lock_(TakeRoot(directory_)),
       rules_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
       server_(directory_),
@@ -98,9 +102,9 @@ Service::Service(std::string directory, std::chrono::microseconds every, const s
 int Service::Run() {
     std::size_t profiles = 0;
     ForEachProfile([&profiles](const CUser&, const CPopProfile&) { ++profiles; });
-    log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"));
+    log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"), kOfService);
     history_.Open();
-    if (metrics_) log_.Say("serving metrics on " + metrics_->Place());
+    if (metrics_) log_.Say("serving metrics on " + metrics_->Place(), kOfService);
     TellRemarks();
     manager_.Ready();
     for (;;) {
@@ -202,10 +206,13 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     Reply reply{{}, Tr(kRootHasGone)};
     EditRecord record(root_, request);
     const int code = !HasRoot() ? kCannotWrite : EditWithMemory(root_, rules_.Memory(), request, reply);
-    if (auto edit = record.After(code, client.WhoAsks(request.caller))) history_.AddEdit(*std::move(edit));
+    const EditedBy by = client.WhoAsks(request.caller);
+    if (auto edit = record.After(code, by)) history_.AddEdit(*std::move(edit));
     next_held_look_.clear();
-    code == kDone ? log_.Say(headline)
-                  : log_.Warn(headline + ": " + OneLineOfUtf8(in.InEnglish(reply.error), kReasonColumns));
+    const LogFacts facts = FactsOf(request, by);
+    const std::string line = headline + WhatWasSetAndByWhom(facts);
+    code == kDone ? log_.Say(LogLevel::Notice, line, facts)
+                  : log_.Warn(line + ": " + OneLineOfUtf8(in.InEnglish(reply.error), kReasonColumns), facts);
     client.Answer(code, reply);
     return true;
 }
@@ -238,12 +245,12 @@ void Service::RetryLeftOut() {
         if (!WhyNotLoaded(profile).empty()) LoadAgain(profile);
         if (const std::string why = WhyNotRunnable(profile); !why.empty()) return LeaveOut(profile.path, why);
         left_out_.erase(profile.path);
-        log_.Say(Name(profile.path) + ": is run again");
+        log_.Say(LogLevel::Notice, Name(profile.path) + ": is run again", AboutProfile(profile.path));
     });
 }
 
 void Service::LeaveOut(const CString& path, const std::string& why) {
-    if (std::exchange(left_out_[path], why) != why) log_.Warn(Name(path) + ": left out, " + why);
+    if (std::exchange(left_out_[path], why) != why) log_.Warn(Name(path) + ": left out, " + why, AboutProfile(path));
 }
 
 // What is due when the service starts would be due at the same moment ever after.
@@ -310,7 +317,7 @@ void Service::Reload() {
         if (last != last_times.end()) profile.setting.lasttime = last->second;
     });
     if (trouble.empty()) {
-        log_.Say("loaded the tree again");
+        log_.Say("loaded the tree again", kOfService);
         left_out_.clear();
         next_held_look_.clear();
         FindUnreadable();
@@ -324,7 +331,7 @@ void Service::Reload() {
 
 void Service::Stop(int signal) {
     manager_.Stopping();
-    log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')');
+    log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')', kOfService);
     Signals::Release(signal);  // a second signal ends the process at once
     ReapEndedRuns();
     stopping_ = true;
@@ -345,7 +352,7 @@ void Service::Stop(int signal) {
         if (server_.Work()) look_at_clients_ = true;
         AnswerClients();
     }
-    log_.Say("stopped");
+    log_.Say("stopped", kOfService);
 }
 
 void Service::Wait() {
@@ -369,12 +376,8 @@ void Service::KeepAlive() {
 
 std::string Service::Name(const CString& path) const { return ShownName(root_, path); }
 
-void Service::TellEnd(const CString& path, const PastRun& run, const std::string& what_else,
-                      std::vector<TracedMail> mails) {
-    history_.Add(path, run, std::move(mails));  // before a client hears of it
-    const std::string line = Name(path) + ": run ended, " + HowItEnded(run.result, 1, kReasonColumns) + what_else;
-    IsFailure(run.result.ending) ? log_.Warn(line) : log_.Say(line);
-    if (const std::string what = WhatIsNotSaved(run.result); !what.empty()) log_.Warn(Name(path) + ": " + what);
+LogFacts Service::AboutProfile(const CString& path, LogMatter matter) const {
+    return {.matter = matter, .profile = Name(path)};
 }
 
 ServiceReport Service::Report() {

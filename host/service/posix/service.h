@@ -30,7 +30,8 @@ class Service {
 public:
     // Takes the root and loads the tree. Throws CommandError, which names the holder of a root that is in use.
     // `metrics`: where figures are served (see MetricsServer); empty: nowhere.
-    Service(std::string directory, std::chrono::microseconds every, const std::string& metrics = {});
+    Service(std::string directory, std::chrono::microseconds every, const std::string& metrics = {},
+            LogFormat format = LogFormat::Automatic, const std::string& journal_socket = kJournalSocket);
 
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
     int Run();
@@ -87,6 +88,7 @@ private:
     void EndRuns(const std::vector<CString>& paths);
     bool HasToWait(const EditRequest& request, CString& running);
     std::string Name(const CString& path) const;
+    LogFacts AboutProfile(const CString& path, LogMatter matter = LogMatter::Profile) const;
     void TellEnd(const CString& path, const PastRun& run, const std::string& what_else = {},
                  std::vector<TracedMail> mails = {});
     void WriteHistory();

@@ -10,6 +10,7 @@
 
 #include "host/held/held_work.h"
 #include "host/language/tr.h"
+#include "host/service/posix/log_facts.h"
 #include "host/service/posix/service.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"
@@ -35,7 +36,8 @@ void Service::StartDueHeld() {
         const std::vector<HeldChoice> due = DueHeldOf(root_, profile, now, next_held_look_[profile.path]);
         if (due.empty() || !rules_.MayTryHeld(profile) || !StartSender(profile, due)) return;
         log_.Say(Name(profile.path) + ": trying " + ShowCount(static_cast<std::int64_t>(due.size()), "held message") +
-                 " again");
+                     " again",
+                 AboutProfile(profile.path, LogMatter::Held));
     });
 }
 
@@ -66,12 +68,13 @@ void Service::ReapSenders() {
 void Service::TellSender(const CString& path, const HeldSender& sender) {
     next_held_look_.erase(path);
     history_.AddMails(path, SentIn(sender.Results()));
+    const LogFacts facts = AboutProfile(path, LogMatter::Held);
     Reply reply;
     const int code = TellHeld(sender.Results(), sender.Asked(), reply);
     std::istringstream lines(reply.printed);
-    for (std::string line; std::getline(lines, line);) log_.Say(Name(path) + ": held message " + line);
+    for (std::string line; std::getline(lines, line);) log_.Say(Name(path) + ": held message " + line, facts);
     const std::string line = Name(path) + ": held mail was tried, " + (code == kDone ? "all was taken" : reply.error);
-    code == kDone ? log_.Say(line) : log_.Warn(line);
+    code == kDone ? log_.Say(line, facts) : log_.Warn(line, facts);
     for (ControlClient* const client : server_.Waiting()) {
         if (!client->Held() || client->awaited_held != path) continue;
         client->awaited_held.clear();
@@ -98,8 +101,10 @@ void Service::BeginHeld(ControlClient& client, const HeldRequest& request) {
         return client.Note(Tr("waiting for the run of {0} to end", Name(profile.path)));
     }
     const std::string verb(kHeldVerbs[static_cast<std::size_t>(request.verb)]);
-    log_.Say(OneLineOfUtf8("held " + verb + ' ' + request.profile, kHeadlineColumns));
-    history_.AddEdit(EditOfHeld(request, client.WhoAsks(request.caller)));
+    const EditedBy by = client.WhoAsks(request.caller);
+    log_.Say(OneLineOfUtf8("held " + verb + ' ' + request.profile, kHeadlineColumns),
+             {.matter = LogMatter::Request, .profile = Name(profile.path), .user = NameOf(by)});
+    history_.AddEdit(EditOfHeld(request, by));
     next_held_look_.erase(profile.path);
     if (request.verb == HeldVerb::Send) {
         if (!StartSender(profile, request.choice)) {

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/history/run_words.h"
+#include "host/service/posix/log_facts.h"
 #include "host/service/posix/service.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
@@ -24,6 +26,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t kHeadlineColumns = 60;
+constexpr std::size_t kReasonColumns = 200;
 constexpr const char* kWaitForRoom = " to wait until others have ended: the rules allow no more at once";
 
 std::string Headline(const RunRequest& request) {
@@ -115,7 +118,7 @@ bool Service::LetsRun(const CPopProfile& profile, bool asked) {
     if (why.empty()) {
         held_up_.erase(profile.path);
     } else if (std::exchange(held_up_[profile.path], why) != why) {
-        log_.Warn(Name(profile.path) + ": " + why);
+        log_.Warn(Name(profile.path) + ": " + why, AboutProfile(profile.path));
     }
     return why.empty();
 }
@@ -138,7 +141,8 @@ void Service::Start(CPopProfile& profile) {
     if (rules_.Start(root_, profile) == CStartResult::Started) {
         asked_.erase(profile.path);
         running_.insert(profile.path);
-        log_.Say(Name(profile.path) + ": run started");
+        log_.Say(LogLevel::Debug, Name(profile.path) + ": run started",
+                 AboutProfile(profile.path, LogMatter::RunStarted));
         return;
     }
     TellEnd(profile.path, RunThatCouldNotBegin());
@@ -146,6 +150,16 @@ void Service::Start(CPopProfile& profile) {
         awaited.troubles.AddEnd(Name(profile.path), RunThatCouldNotBegin().result);
         awaited.in_brief.AddOneThatCouldNotBegin(profile.path);
     });
+}
+
+void Service::TellEnd(const CString& path, const PastRun& run, const std::string& what_else,
+                      std::vector<TracedMail> mails) {
+    history_.Add(path, run, std::move(mails));  // before a client hears of it
+    const std::string line = Name(path) + ": run ended, " + HowItEnded(run.result, 1, kReasonColumns) + what_else;
+    const LogFacts facts = FactsOf(Name(path), run.result);
+    log_.Say(LevelOf(run.result), line, facts);
+    if (const std::string what = WhatIsNotSaved(run.result); !what.empty())
+        log_.Say(LogLevel::Error, Name(path) + ": " + what, facts);
 }
 
 void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
@@ -172,7 +186,7 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
         if (senders_.contains(profile->path))
             return client.Note("waiting for held mail of " + Name(profile->path) + " to be sent");
     }
-    log_.Say(Headline(request));
+    log_.Say(Headline(request), {.matter = LogMatter::Request, .user = NameOf(client.WhoAsks({}))});
     RetryLeftOut();
     ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
     awaited.in_full = request.verbose || chosen.size() == 1;
