@@ -2,9 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
+#include <ctime>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -74,6 +77,24 @@ void PrintCopy(const TracedCopy& copy) {
     std::cout << '\n';
 }
 
+// Empty where nothing was sent, and for an id that a shell would not leave as it is.
+std::string HowToSendAgain(const FoundMail& found) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.,:@/+=%";
+    const CString& id = found.mail.uidl;
+    const bool was_sent = std::ranges::count(found.mail.copies, CopyFate::Sent, &TracedCopy::fate) != 0;
+    const bool is_plain = !id.empty() && id.front() != '-' && id.find_first_not_of(kPlain) == CString::npos;
+    return was_sent && is_plain ? "tarvex resend " + found.profile + " --id " + id : "";
+}
+
+// "UTC, +0000"
+std::string ZoneOf(CTime moment) {
+    const auto seconds = static_cast<std::time_t>(moment);
+    std::tm parts{};
+    std::array<char, 64> text{};
+    if (localtime_r(&seconds, &parts) == nullptr) return {};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Z, %z", &parts)};
+}
+
 void Print(const FoundMail& found) {
     const TracedMail& mail = found.mail;
     const CHeadlines headlines = HeadlinesOf(mail.header);
@@ -90,6 +111,8 @@ void Print(const FoundMail& found) {
     for (const TracedCopy& copy : mail.copies) PrintCopy(copy);
     if (std::ranges::any_of(mail.copies, IsSetAside))
         std::cout << "    `tarvex held list " << found.profile << "` shows what is set aside still\n";
+    if (const std::string again = HowToSendAgain(found); !again.empty())
+        std::cout << "    `" << again << "` sends it again with the next run, as long as it is in the mailbox\n";
     if (found.waits) std::cout << "    `tarvex status " << found.profile << "` says when the next run is\n";
 }
 
@@ -141,6 +164,7 @@ int ShowTrace(const Context& context, const Options& options) {
         for (const FoundMail& one : found) list.push_back(JsonOf(one));
         PrintJson(list);
     } else {
+        if (!found.empty()) std::cout << "Times in " << ZoneOf(std::time(nullptr)) << ".\n";
         for (const FoundMail& one : found) Print(one);
         if (has_more) std::cout << "There are older ones: more words, --since or --count choose.\n";
     }

@@ -45,9 +45,10 @@ void AddServeCommand(CLI::App& app, Context& context) {
         ->type_name("PLACE");
     auto format = std::make_shared<std::string>();
     serve
-        ->add_option("--log-format", *format,
-                     Tr("plain: lines behind the time; journal: entries of the journal with fields; json: a JSON object "
-                        "a line. Without it journal where standard error is the journal's, else plain"))
+        ->add_option(
+            "--log-format", *format,
+            Tr("plain: lines behind the time; journal: entries of the journal with fields; json: a JSON object "
+               "a line. Without it journal where standard error is the journal's, else plain"))
         ->type_name("plain|journal|json");
     serve->footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
     serve->callback([&context, every, metrics, format] {
