@@ -102,8 +102,8 @@ Service::Service(std::string directory, std::chrono::microseconds every, const s
 int Service::Run() {
     std::size_t profiles = 0;
     ForEachProfile([&profiles](const CUser&, const CPopProfile&) { ++profiles; });
+    if (HasRoot()) history_.Open();
     log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"), kOfService);
-    history_.Open();
     if (metrics_) log_.Say("serving metrics on " + metrics_->Place(), kOfService);
     TellRemarks();
     manager_.Ready();
