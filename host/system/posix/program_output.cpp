@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,12 +28,12 @@ constexpr int kLook_ms = 50;
 // A process in a group of its own, which ends with the object at the latest.
 class Child {
 public:
-    Child(const std::vector<std::string>& words, int output) {
+    Child(const std::vector<std::string>& words, int input, int output) {
         posix_spawn_file_actions_t actions;
         posix_spawnattr_t attributes;
         posix_spawn_file_actions_init(&actions);
         posix_spawnattr_init(&attributes);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
         sigset_t none;
         sigemptyset(&none);
@@ -85,18 +86,36 @@ private:
     bool ended_ = false;
 };
 
+// A file that is nowhere, so that a program which does not read keeps nobody waiting. Not open where there is none.
+Descriptor FileOf(std::string_view text) {
+    if (text.empty()) return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    Descriptor file(memfd_create("input", MFD_CLOEXEC));
+    while (file.IsOpen() && !text.empty()) {
+        const ssize_t count = write(file.Get(), text.data(), text.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return Descriptor();
+        text.remove_prefix(static_cast<std::size_t>(count));
+    }
+    if (file.IsOpen()) lseek(file.Get(), 0, SEEK_SET);
+    return file;
+}
+
+std::string CannotStart(int error) { return std::string("cannot be started: ") + std::strerror(error); }
+
 }  // namespace
 
 ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milliseconds time, std::size_t most_bytes,
-                       const std::function<bool()>& stops) {
+                       const std::function<bool()>& stops, std::string_view input) {
     if (words.empty()) return {{}, "is empty"};
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) return {{}, std::string("cannot be started: ") + std::strerror(errno)};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) return {{}, CannotStart(errno)};
     const Descriptor reading(ends[0]);
     Descriptor writing(ends[1]);
-    Child child(words, writing.Get());
+    const Descriptor file = FileOf(input);
+    if (!file.IsOpen()) return {{}, CannotStart(errno)};
+    Child child(words, file.Get(), writing.Get());
     writing = Descriptor();
-    if (child.StartError() != 0) return {{}, std::string("cannot be started: ") + std::strerror(child.StartError())};
+    if (child.StartError() != 0) return {{}, CannotStart(child.StartError())};
 
     const Clock::time_point end = Clock::now() + time;
     ProgramOutput output;

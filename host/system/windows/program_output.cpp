@@ -53,16 +53,13 @@ std::wstring Quoted(const std::string& word) {
 std::string CannotStart() { return "cannot be started: error " + std::to_string(GetLastError()); }
 
 // In a job, so that its children end with it.
-bool Start(const std::vector<std::string>& words, HANDLE output, HANDLE job, Handle& process) {
+bool Start(const std::vector<std::string>& words, HANDLE input, HANDLE output, HANDLE job, Handle& process) {
     std::wstring line;
     for (const std::string& word : words) line += (line.empty() ? L"" : L" ") + Quoted(word);
     STARTUPINFOW start{};
     start.cb = sizeof start;
     start.dwFlags = STARTF_USESTDHANDLES;
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    const Handle nothing(
-        CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, OPEN_EXISTING, 0, nullptr));
-    start.hStdInput = nothing.Get();
+    start.hStdInput = input;
     start.hStdOutput = output;
     start.hStdError = GetStdHandle(STD_ERROR_HANDLE);
     PROCESS_INFORMATION started{};
@@ -75,6 +72,17 @@ bool Start(const std::vector<std::string>& words, HANDLE output, HANDLE job, Han
     AssignProcessToJobObject(job, started.hProcess);
     ResumeThread(started.hThread);
     return true;
+}
+
+// The reading end of a pipe with room for all of it, so that a program which does not read keeps nobody waiting.
+bool MakeInput(std::string_view text, Handle& reading) {
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    Handle writing;
+    if (!CreatePipe(reading.Place(), writing.Place(), &inherited, static_cast<DWORD>(text.size() + 1))) return false;
+    SetHandleInformation(writing.Get(), HANDLE_FLAG_INHERIT, 0);
+    DWORD written = 0;
+    return text.empty() ||
+           WriteFile(writing.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) != 0;
 }
 
 // What waits in the pipe. False when nobody can write to it any more.
@@ -94,7 +102,7 @@ bool ReadWaiting(HANDLE pipe, std::string& text) {
 }  // namespace
 
 ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milliseconds time, std::size_t most_bytes,
-                       const std::function<bool()>& stops) {
+                       const std::function<bool()>& stops, std::string_view input) {
     if (words.empty()) return {{}, "is empty"};
     Handle reading;
     Handle writing;
@@ -105,8 +113,10 @@ ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milli
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
     SetInformationJobObject(job.Get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
+    Handle from_here;
+    if (!MakeInput(input, from_here)) return {{}, CannotStart()};
     Handle process;
-    if (!Start(words, writing.Get(), job.Get(), process)) return {{}, CannotStart()};
+    if (!Start(words, from_here.Get(), writing.Get(), job.Get(), process)) return {{}, CannotStart()};
     writing = Handle();
 
     const Clock::time_point end = Clock::now() + time;
