@@ -17,7 +17,7 @@ install(FILES packaging/Tarvex.def DESTINATION lib)
 install(FILES packaging/mail-servers DESTINATION share/tarvex)
 configure_file(docs/windows.md ${PROJECT_BINARY_DIR}/packaging/README.txt @ONLY NEWLINE_STYLE CRLF)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/README.txt DESTINATION .)
-foreach(document deliverability files forwarding host network setup stunnel text-mail tls tokens)
+foreach(document alerts deliverability files forwarding host network setup stunnel text-mail tls tokens)
   install(FILES docs/${document}.md DESTINATION docs)
 endforeach()
 

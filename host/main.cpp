@@ -57,6 +57,7 @@ int main(int argc, char** argv) {
     AddHistoryCommand(app, context);
     AddMetricsCommand(app, context);
     AddHealthCommand(app, context);
+    AddAlertCommands(app, context);
     AddLoginCommand(app, context);
     AddHeldCommands(app, context);
     AddAcceptCommands(app, context);

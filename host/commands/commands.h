@@ -33,6 +33,7 @@ void AddHistoryCommand(CLI::App& app, Context& context);
 void AddMetricsCommand(CLI::App& app, Context& context);
 void AddTraceCommand(CLI::App& app, Context& context);
 void AddHealthCommand(CLI::App& app, Context& context);
+void AddAlertCommands(CLI::App& app, Context& context);
 void AddLoginCommand(CLI::App& app, Context& context);
 void AddHeldCommands(CLI::App& app, Context& context);
 void AddAcceptCommands(CLI::App& app, Context& context);

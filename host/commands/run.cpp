@@ -17,6 +17,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/alerts/alerts.h"
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/progress.h"
 #include "host/commands/arguments/submit.h"
@@ -84,6 +85,7 @@ public:
         if (!options_.quiet) Print();
         for (const NamedProfile& named : chosen_) TryHeld(*named.user, *named.profile);
         history_.Tidy([this] { return LimitsOfHistory(directory_); }, std::time(nullptr), kTidyingTime);
+        TellReaders();
         if (CaughtSignal() != 0) return kSignalExit + CaughtSignal();
         PrintTroubles(troubles_.sentence);
         return troubles_.code;
@@ -177,6 +179,13 @@ private:
         const std::string heading = ShownName(root_, profile.path) + ": held mail was tried again";
         if (!options_.quiet) std::cout << heading << ":\n" << reply.printed;
         if (options_.quiet && code != kDone) PrintNote(heading + ", " + reply.error);
+    }
+
+    // As the service would, where there is none.
+    void TellReaders() {
+        CPopProfile copy;
+        Alerts alerts(directory_, {[](const std::string&) {}, PrintNote});
+        alerts.Look(root_, {}, std::time(nullptr), 0, {copy, [] { return CaughtSignal() != 0; }});
     }
 
     // Also why those that were named did not run.

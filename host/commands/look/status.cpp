@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/alerts/untold.h"
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
@@ -158,7 +159,23 @@ Json JsonOfRemembered(const ProfileState& status) {
     return json;
 }
 
-void PrintAsJson(const std::vector<ProfileState>& all, bool has_rules, CTime now) {
+using Untold = std::map<std::string, std::vector<UntoldReader>>;
+
+Json JsonOfUntold(const Untold& untold, const std::string& profile) {
+    Json list = Json::array();
+    const auto readers = untold.find(profile);
+    if (readers == untold.end()) return list;
+    for (const auto& [reader, alert] : readers->second) {
+        list.push_back({{"to", reader.Name()},
+                        {"since", JsonOfMoment(alert.since)},
+                        {"tries", alert.tries},
+                        {"next_try", JsonOfMoment(alert.next_try)},
+                        {"words", alert.words}});
+    }
+    return list;
+}
+
+void PrintAsJson(const std::vector<ProfileState>& all, const Untold& untold, bool has_rules, CTime now) {
     Json list = Json::array();
     for (const ProfileState& status : all) {
         Json entry;
@@ -182,6 +199,7 @@ void PrintAsJson(const std::vector<ProfileState>& all, bool has_rules, CTime now
         entry["remembered"] = JsonOfRemembered(status);
         entry["wants_login"] = status.wants_login.empty() ? Json() : Json(status.wants_login);
         entry["clear_login"] = !status.clear_login.empty();
+        entry["alerts_failing"] = JsonOfUntold(untold, status.name);
         entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
         list.push_back(std::move(entry));
     }
@@ -213,8 +231,9 @@ int ShowStatus(const Context& context, const Options& options) {
     const bool has_profiles = !tree.profiles.empty();
     if (options.only_failed) std::erase_if(tree.profiles, std::not_fn(fails));
     const CTime now = std::time(nullptr);
+    const Untold untold = UntoldReaders(root, directory);
     if (options.as_json) {
-        PrintAsJson(tree.profiles, has_rules, now);
+        PrintAsJson(tree.profiles, untold, has_rules, now);
     } else if (!has_profiles) {
         std::cout << "There is no profile yet; add one with `tarvex profile add`.\n";
     } else if (tree.profiles.empty()) {
@@ -222,6 +241,9 @@ int ShowStatus(const Context& context, const Options& options) {
     } else {
         PrintTable(tree.profiles, now);
         PrintSharedServers(tree.profiles);
+    }
+    if (!options.as_json) {
+        for (const std::string& line : LinesOn(untold)) PrintWrapped(line);
     }
     if (!options.as_json && !has_rules) {
         PrintWrapped("The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.");

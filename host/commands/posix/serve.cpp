@@ -19,7 +19,7 @@ LogFormat FormatOf(const std::string& word) {
     if (word.empty()) return LogFormat::Automatic;
     if (word == "plain") return LogFormat::Plain;
     if (word == "journal") return LogFormat::Journal;
-    if (word == "json") return LogFormat::Json;
+    if (word == "json") return LogFormat::JsonLines;
     throw CommandError(kBadUsage, Tr("--log-format: plain, journal or json, not {0}", Quoted(word)));
 }
 

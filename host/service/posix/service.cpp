@@ -90,7 +90,11 @@ Service::Service(std::string directory, std::chrono::microseconds every, const s
       lock_(TakeRoot(directory_)),
       rules_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
       server_(directory_),
-      history_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }) {
+      history_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
+      alerts_(directory_,
+              {[this](const std::string& sentence) { log_.Say(sentence, {LogMatter::Service}); },
+               [this](const std::string& sentence) { log_.Warn(sentence); }},
+              every_) {
     OpenTree(root_, directory_);
     FindUnreadable();
     SpreadFirstRuns();
@@ -158,6 +162,7 @@ void Service::Tick() {
     StartDueRuns();
     WriteHistory();
     if (metrics_) metrics_->Tell(MeasuredProfiles(root_));
+    if (HasRoot()) alerts_.Tick(left_out_);
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
     if (next_tick_ < now) next_tick_ = now + every_;  // ticks that a pause of the machine skipped are dropped
@@ -338,6 +343,7 @@ void Service::Stop(int signal) {
     look_at_clients_ = true;
     AnswerClients();
     InterruptRuns(root_);
+    alerts_.Stop();
     for (const auto& [path, sender] : senders_) sender->Stop();
     root_.WaitThread(-1);
     ReapEndedRuns();

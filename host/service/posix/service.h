@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "host/alerts/alert_thread.h"
 #include "host/edit/root_lock.h"
 #include "host/history/history.h"
 #include "host/language/tr.h"
@@ -123,6 +124,7 @@ private:
     Clock::time_point next_tick_ = Clock::now();
     Clock::time_point next_keep_alive_ = Clock::now();
     std::unique_ptr<MetricsServer> metrics_;  // null: none
+    AlertThread alerts_;
 };
 
 }  // namespace tarvex::host

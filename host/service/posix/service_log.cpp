@@ -124,7 +124,7 @@ void ServiceLog::Say(LogLevel level, const std::string& text, const LogFacts& fa
 }
 
 std::string ServiceLog::LineOf(LogLevel level, const std::string& text, const LogFacts& facts) const {
-    if (format_ == LogFormat::Json) return JsonOf(level, text, facts) + '\n';
+    if (format_ == LogFormat::JsonLines) return JsonOf(level, text, facts) + '\n';
     return (to_journal_ ? '<' + Number(level) + '>' : ShowTime(std::time(nullptr)) + ' ') + text + '\n';
 }
 

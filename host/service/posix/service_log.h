@@ -16,7 +16,7 @@ enum class LogFormat {
     Automatic,  // Journal where standard error is the journal's, else Plain
     Plain,      // lines on standard error, each behind the time
     Journal,    // entries with fields, by the journal's own protocol
-    Json,       // lines on standard error, each a JSON object
+    JsonLines,  // lines on standard error, each a JSON object
 };
 
 // What a message is about. Each has a number that stays the same in every version, by which the journal finds its kind.

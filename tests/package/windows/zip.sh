@@ -17,7 +17,7 @@ cmake -E tar xf tarvex-*-win32.zip
 cd tarvex-*-win32
 
 expected=(README.txt bin/Tarvex.dll bin/tarvex.exe lib/Tarvex.def lib/libTarvex.dll.a
-  docs/{deliverability,files,forwarding,host,network,setup,stunnel,text-mail,tls,tokens}.md share/tarvex/mail-servers
+  docs/{alerts,deliverability,files,forwarding,host,network,setup,stunnel,text-mail,tls,tokens}.md share/tarvex/mail-servers
   share/locale/ja/LC_MESSAGES/tarvex.mo
   licences/{Asio,CLI11,GCC-runtime,OpenSSL,SQLite,mingw-w64,nlohmann-json}.txt)
 diff <({ printf '%s\n' "${expected[@]}"; (cd "$source" && ls include/tarvex/*); } | sort) <(find . -type f -printf '%P\n' | sort) ||

@@ -171,7 +171,7 @@ TEST(ServiceLog, IsPlainWhereStandardErrorIsNotTheJournals) {
 
 TEST(ServiceLog, WritesOneObjectALineAsJson) {
     const StandardError errors(false);
-    ServiceLog log(LogFormat::Json);
+    ServiceLog log(LogFormat::JsonLines);
     log.Warn("it \"failed\"", kRunFailed);
     log.Say("stopped", {.matter = LogMatter::Service});
     std::istringstream lines(errors.Text());
