@@ -73,6 +73,7 @@ int main(int argc, char** argv) {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
         if (WantsJson(app)) SpeakTo(Language::English);
         if (context.root_option) context.root_option = TreePath(*context.root_option);
+        if (PrintsJson(app)) SpeakTo(Language::English);  // to programs, whoever runs them
         const int code = context.command ? context.command() : NextStep(context);
         if (!std::cout.flush()) throw CommandError(kCannotWrite, Tr("cannot write to standard output"));
         return code;

@@ -23,6 +23,7 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/held/held_work.h"
+#include "host/language/tr.h"
 #include "host/rules/ruled_runs.h"
 #include "host/service/run_reports.h"
 #include "host/system/command_error.h"
@@ -52,7 +53,7 @@ struct Options {
 };
 
 CommandError CannotUse(const std::string& directory, const std::string& why) {
-    return {kNoRoot, "cannot use \"" + ShowPath(directory) + "\" as the root: " + why};
+    return {kNoRoot, Tr("cannot use \"{0}\" as the root: {1}", ShowPath(directory), why)};
 }
 
 void PrintTroubles(const std::string& sentences) {
@@ -176,9 +177,9 @@ private:
         const std::vector<HeldResult> results = SendHeld(copy, due, options);
         history_.AddMails(copy.path, SentIn(results));
         const int code = TellHeld(results, due.size(), reply);
-        const std::string heading = ShownName(root_, profile.path) + ": held mail was tried again";
+        const std::string heading = Tr("{0}: held mail was tried again", ShownName(root_, profile.path));
         if (!options_.quiet) std::cout << heading << ":\n" << reply.printed;
-        if (options_.quiet && code != kDone) PrintNote(heading + ", " + reply.error);
+        if (options_.quiet && code != kDone) PrintNote(Tr("{0}, {1}", heading, reply.error));
     }
 
     // As the service would, where there is none.
@@ -201,7 +202,7 @@ private:
         }
         for (const auto& [path, why] : kept_back_) std::cout << ShownName(root_, path) << ": " << why << '\n';
         const bool nothing = ended_.empty() && kept_back_.empty() && troubles_.code == kDone;
-        if (options_.names.empty() && nothing) std::cout << kNothingDue;
+        if (options_.names.empty() && nothing) std::cout << Tr(kNothingDue) << '\n';
         for (const NamedProfile& named : chosen_) {
             const CPopProfile& profile = *named.profile;
             const bool told = options_.names.empty() || HasRun(profile) || kept_back_.contains(profile.path);
@@ -229,7 +230,7 @@ private:
 void RequireRootToRun(const std::string& directory, bool may_make) {
     std::error_code error;
     if (!std::filesystem::is_directory(NativePath(directory), error)) {
-        if (!may_make) throw CannotUse(directory, "it does not exist; make it with `tarvex init`");
+        if (!may_make) throw CannotUse(directory, Tr("it does not exist; make it with `tarvex init`"));
         CRootPath root;
         if (const std::string trouble = LoadTree(root, directory); !trouble.empty())
             throw CannotUse(directory, trouble);
@@ -305,13 +306,14 @@ int RunOnce(const Context& context, const Options& options) {
 }  // namespace
 
 void AddRunCommand(CLI::App& app, Context& context) {
-    CLI::App* const run = app.add_subcommand("run", "Run every profile that is due, once, and wait for the end.");
+    CLI::App* const run = app.add_subcommand("run", Tr("Run every profile that is due, once, and wait for the end."));
     auto options = std::make_shared<Options>();
     AddProfileNames(*run, options->names);
-    run->add_flag("--now", options->now, "Run them whether they are due or not");
-    CLI::Option* const quiet = run->add_flag("--quiet", options->quiet, "Print failures and nothing else");
-    run->add_flag("--verbose", options->verbose, "Print the conversation of every run, also of many")->excludes(quiet);
-    run->footer("While a service owns the tree, it is the service that runs them.");
+    run->add_flag("--now", options->now, Tr("Run them whether they are due or not"));
+    CLI::Option* const quiet = run->add_flag("--quiet", options->quiet, Tr("Print failures and nothing else"));
+    run->add_flag("--verbose", options->verbose, Tr("Print the conversation of every run, also of many"))
+        ->excludes(quiet);
+    run->footer(Tr("While a service owns the tree, it is the service that runs them."));
     run->callback(
         [&context, options] { context.command = [&context, options] { return RunOnce(context, *options); }; });
 }

@@ -70,6 +70,8 @@ std::string_view WordOf(Enum value) {
     return (found == table.end() ? table.begin() : found)->word;
 }
 
+constexpr const char* kCouldNotBegin = Marked("it could not begin: no memory or no thread for it");
+
 // In words for people.
 std::string Said(CRunEnding ending) {
     switch (ending) {
@@ -130,7 +132,7 @@ const CRunFailure* FailureOf(const CRunResult& result) {
 }
 
 CString ReasonOf(const CRunResult& result) {
-    if (result.ending == CRunEnding::CouldNotBegin) return "it could not begin: no memory or no thread for it";
+    if (result.ending == CRunEnding::CouldNotBegin) return kCouldNotBegin;
     if (result.ending == CRunEnding::Exception) return result.exception;
     const CRunFailure* const failure = FailureOf(result);
     if (!failure) return {};
@@ -140,9 +142,14 @@ CString ReasonOf(const CRunResult& result) {
     return reason;
 }
 
+std::string ShowReason(const CRunResult& result, std::size_t columns) {
+    if (result.ending == CRunEnding::CouldNotBegin) return Tr(kCouldNotBegin);
+    return OneLine(ReasonOf(result), columns);
+}
+
 std::string HowItEnded(const CRunResult& result, std::int64_t failed_in_a_row, std::size_t columns) {
     if (IsFailure(result.ending)) {
-        const std::string reason = OneLine(ReasonOf(result), columns);
+        const std::string reason = ShowReason(result, columns);
         return failed_in_a_row > 1 ? Tr("failed ({0} in a row): {1}", failed_in_a_row, reason)
                                    : Tr("failed: {0}", reason);
     }

@@ -27,6 +27,9 @@ const CRunFailure* FailureOf(const CRunResult& result);
 // Why the run failed, as bytes: what the server answered, else the engine's own words. Empty when it did not fail.
 CString ReasonOf(const CRunResult& result);
 
+// Why it failed, fit to be shown, in at most so many columns.
+std::string ShowReason(const CRunResult& result, std::size_t columns);
+
 // "forwarded 2 messages (3 copies)", "nothing new", "failed (3 in a row): 550 no such user". The reason is shortened to
 // that many columns.
 std::string HowItEnded(const CRunResult& result, std::int64_t failed_in_a_row, std::size_t columns);

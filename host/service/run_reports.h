@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/history/history.h"
+#include "host/language/tr.h"
 #include "host/state/run_now.h"
 #include "host/system/command_error.h"
 #include "tarvex/tarvex.h"
@@ -65,7 +66,7 @@ private:
     std::int64_t messages_ = 0;
 };
 
-inline constexpr const char* kNothingDue = "No profile was due.\n";
+inline constexpr const char* kNothingDue = Marked("No profile was due.");
 
 // One line explaining why a named profile was not run.
 std::string WhyItDoesNotRun(const CRootPath& root, const CUser& user, const CPopProfile& profile);

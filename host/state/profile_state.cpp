@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -22,17 +23,18 @@ namespace tarvex::host {
 namespace {
 
 constexpr std::array kTold = {
-    MatterWords{Matter::Waiting, "waiting", "waits, because its ids cannot be trusted"},
-    MatterWords{Matter::Parked, "parked", " is parked, its recipient was refused"},
-    MatterWords{Matter::Bouncing, "bouncing", " bounces, delivery reports come for it"},
-    MatterWords{Matter::NotFetched, "not_fetched", " cannot be fetched"},
-    MatterWords{Matter::NotDeleted, "not_deleted", " cannot be deleted on the server"},
+    MatterWords{Matter::Waiting, "waiting", Marked("waits, because its ids cannot be trusted")},
+    MatterWords{Matter::Parked, "parked", Marked("{0} is parked, its recipient was refused")},
+    MatterWords{Matter::Bouncing, "bouncing", Marked("{0} bounces, delivery reports come for it")},
+    MatterWords{Matter::NotFetched, "not_fetched", Marked("message {0} cannot be fetched")},
+    MatterWords{Matter::NotDeleted, "not_deleted", Marked("message {0} cannot be deleted on the server")},
     MatterWords{Matter::Blocked, "refused_in_a_row",
-                " was the answer to one message after the other; nothing is set aside for it until one is taken"},
-    MatterWords{Matter::Login, "login_failing", "its logins fail"},
+                Marked("{0} was the answer to one message after the other; nothing is set aside for it until one is "
+                       "taken")},
+    MatterWords{Matter::Login, "login_failing", Marked("its logins fail")},
     MatterWords{Matter::Left, "left_on_server",
-                "reports or mail of loops stay on the server, there is no room in held/"},
-    MatterWords{Matter::SmtpLogin, "smtp_login_failing", "its logins at the SMTP server fail"},
+                Marked("reports or mail of loops stay on the server, there is no room in held/")},
+    MatterWords{Matter::SmtpLogin, "smtp_login_failing", Marked("its logins at the SMTP server fail")},
 };
 
 std::string WhyWantsLogin(const CRootPath& root, const CPopProfile& profile) {
@@ -57,7 +59,7 @@ ProfileState StateOf(const CRootPath& root, const CUser& user, const CPopProfile
     if (!WhereAccountIsSet(profile).empty()) state.shared_server = ShowAccount(profile);
     state.clear_login = NoteOnClearLogin(profile, state.name);
     state.wants_login = WhyWantsLogin(root, profile);
-    if (const std::string why = WhyUnreadable(profile); !why.empty()) state.trouble = "left out, " + why;
+    if (const std::string why = WhyUnreadable(profile); !why.empty()) state.trouble = Tr("left out, {0}", why);
     return state;
 }
 
@@ -67,7 +69,7 @@ void AddHistory(const std::string& directory, const std::vector<NamedProfile>& p
         for (std::size_t i = 0; i < profiles.size(); ++i)
             tree.profiles[i].history = reader.Of(profiles[i].profile->path);
     } catch (const DatabaseError& error) {
-        tree.trouble = std::string("the history of runs cannot be read: ") + error.what();
+        tree.trouble = Tr("the history of runs cannot be read: {0}", error.what());
     }
     for (std::size_t i = 0; i < profiles.size(); ++i) {
         ProfileState& state = tree.profiles[i];
@@ -88,8 +90,8 @@ void AddRemembered(const std::string& directory, const std::vector<NamedProfile>
                           [now](const auto& one) { return one.second.last + kBouncesKept < now; });
         }
     } catch (const DatabaseError& error) {
-        tree.trouble += (tree.trouble.empty() ? "" : "; ") +
-                        ("what the rules remember cannot be read: " + std::string(error.what()));
+        tree.trouble +=
+            (tree.trouble.empty() ? "" : "; ") + Tr("what the rules remember cannot be read: {0}", error.what());
     }
 }
 

@@ -43,7 +43,7 @@ struct ProfileState {
 struct MatterWords {
     Matter matter;
     const char* json;
-    const char* sentence;  // behind the subject
+    const char* sentence;  // with a place for the subject, where there is one
 };
 std::span<const MatterWords> ToldMatters();
 

@@ -213,6 +213,11 @@ const CLI::Option* OptionNamed(const CLI::App* app, const std::string& name) {
     return nullptr;
 }
 
+bool PrintsJson(const CLI::App& app) {
+    const CLI::Option* const json = ChosenIn(app).command->get_option_no_throw("--json");
+    return json && json->count() > 0;
+}
+
 std::string UsageTrouble(const CLI::App& app, const std::vector<std::string>& words, const CLI::ParseError& error) {
     if (HasPasswordOnCommandLine(words) && !Is<CLI::ExcludesError>(error)) {
         return Tr(

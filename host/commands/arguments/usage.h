@@ -10,6 +10,9 @@
 
 namespace tarvex::host {
 
+// Whether the chosen command was told to print JSON.
+bool PrintsJson(const CLI::App& app);
+
 // One sentence: what is wrong, what was probably meant, what to write. `words` are those of the command line, the
 // program's first. None of them is repeated where one may be a password.
 std::string UsageTrouble(const CLI::App& app, const std::vector<std::string>& words, const CLI::ParseError& error);

@@ -21,6 +21,7 @@
 #include "host/commands/demo/mails.h"
 #include "host/edit/rules_edit.h"
 #include "host/held/held.h"
+#include "host/language/tr.h"
 #include "host/rules/ruled_runs.h"
 #include "host/service/run_reports.h"
 #include "host/settings/file_names.h"
@@ -28,6 +29,7 @@
 #include "host/system/display.h"
 #include "host/system/paths.h"
 #include "host/system/process.h"
+#include "host/terminal/table.h"
 #include "host/terminal/tree_text.h"
 #include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
@@ -180,29 +182,33 @@ public:
         BuildTree(root_, mailbox_.Port(), sink_.Port());
         AddRules(root_);
         const std::vector<DemoMail> first = FirstDemoMails();
-        screen_.Heading("A POP3 mailbox with " + std::to_string(first.size()) +
-                        " mails, three forwarding addresses, one SMTP server, all on this machine");
+        screen_.Heading(
+            Tr("A POP3 mailbox with {0} mails, three forwarding addresses, one SMTP server, all on this "
+               "machine",
+               first.size()));
         std::cout << '\n';
-        screen_.Plain(std::string("phone   ") + kPhone + "  gets the whole mail");
-        screen_.Plain(std::string("office  ") + kOffice + "   gets the whole mail, while its schedule is open");
-        screen_.Plain(std::string("pager   ") + kPager + "    gets a text mail: a header and " +
-                      std::to_string(kPagerLimit_bytes) + " bytes of text at most");
+        screen_.Plain(std::string("phone   ") + kPhone + "  " + Tr("gets the whole mail"));
+        screen_.Plain(std::string("office  ") + kOffice + "   " +
+                      Tr("gets the whole mail, while its schedule is open"));
+        screen_.Plain(std::string("pager   ") + kPager + "    " +
+                      Tr("gets a text mail: a header and {0} bytes of text at most", kPagerLimit_bytes));
 
-        Pass("First pass: everything is new", first);
+        Pass(Tr("First pass: everything is new"), first);
         ShowTexts(first);
-        Pass("Second pass: nothing is new", {});
-        Pass("Third pass: one new mail has come", {LaterDemoMail()});
+        Pass(Tr("Second pass: nothing is new"), {});
+        Pass(Tr("Third pass: one new mail has come"), {LaterDemoMail()});
 
-        screen_.Title("What the third pass added to the profile's log");
+        screen_.Title(Tr("What the third pass added to the profile's log"));
         for (const std::string& line : log_) screen_.Quote(line);
         LastPass();
 
-        screen_.Title(complete_ ? screen_.Good("Everything arrived once: at phone and office byte for byte, at pager "
-                                               "as the text it should be. What was refused is kept.")
-                                : screen_.Bad("Something did not arrive as it should have."));
-        screen_.Plain("The data tree, to look at:  " + ShowPath(folder));
-        screen_.Plain("What was set aside:         tarvex --root " + ShowPath(folder) + " held list");
-        screen_.Plain("The log of all passes:      " + ShowPath(LogPath()) + "  (Shift-JIS)");
+        screen_.Title(complete_
+                          ? screen_.Good(Tr("Everything arrived once: at phone and office byte for byte, at pager "
+                                            "as the text it should be. What was refused is kept."))
+                          : screen_.Bad(Tr("Something did not arrive as it should have.")));
+        screen_.Plain(Tr("The data tree, to look at:  {0}", ShowPath(folder)));
+        screen_.Plain(Tr("What was set aside:         {0}", "tarvex --root " + ShowPath(folder) + " held list"));
+        screen_.Plain(Tr("The log of all passes:      {0}  (Shift-JIS)", ShowPath(LogPath())));
         return complete_;
     }
 
@@ -238,7 +244,7 @@ private:
         });
         const std::vector<DemoMail> mails = LastDemoMails();
         mailbox_.Add({mails.front().uidl, mails.front().whole});
-        Pass("Fourth pass: two new mails have come, and the server refuses the first for good", {mails.back()});
+        Pass(Tr("Fourth pass: two new mails have come, and the server refuses the first for good"), {mails.back()});
         ShowSetAside(mails.front());
     }
 
@@ -246,8 +252,8 @@ private:
         const std::vector<HeldRecord> held = HeldStore(Profile().path).List().value_or(std::vector<HeldRecord>());
         const bool kept = held.size() == 1 && held.front().uidl == refused.uidl && held.front().addresses.size() == 3;
         complete_ = complete_ && kept;
-        if (!kept) return screen_.Plain(screen_.Bad("not set aside  ") + refused.title);
-        screen_.Plain(screen_.Good("set aside for the three of them       ") + refused.title + ": " +
+        if (!kept) return screen_.Plain(screen_.Bad(Tr("not set aside")) + "  " + refused.title);
+        screen_.Plain(screen_.Good(Padded(Tr("set aside for the three of them"), 38)) + refused.title + ": " +
                       ShowText(held.front().addresses.front().reply));
     }
 
@@ -255,14 +261,14 @@ private:
     void ShowArrivals(const std::vector<DemoMail>& expected) {
         const std::vector<DeliveredMail> delivered = sink_.Delivered(seen_);
         seen_ += delivered.size();
-        if (delivered.empty() && expected.empty()) return screen_.Plain("Nothing was forwarded.");
+        if (delivered.empty() && expected.empty()) return screen_.Plain(Tr("Nothing was forwarded."));
 
         for (const DeliveredMail& mail : delivered) Count(mail, expected);
         if (expected.empty()) return;
-        screen_.Plain(screen_.Dim("phone          office           bytes  pager      bytes  mail"));
+        screen_.Plain(screen_.Dim(Tr("phone          office           bytes  pager      bytes  mail")));
         for (const DemoMail& mail : expected) {
-            screen_.Plain(Cell(kPhone, mail, "byte for byte  ") + Cell(kOffice, mail, "byte for byte  ") +
-                          Aligned(mail.whole.size(), 6) + "  " + Cell(kPager, mail, "as text  ") +
+            screen_.Plain(Cell(kPhone, mail, Tr("byte for byte  ")) + Cell(kOffice, mail, Tr("byte for byte  ")) +
+                          Aligned(mail.whole.size(), 6) + "  " + Cell(kPager, mail, Tr("as text  ")) +
                           Aligned(mail.reduced.size(), 7) + "  " + mail.title);
         }
     }
@@ -275,7 +281,7 @@ private:
                 ++copies_[{recipient, same->uidl}];
             } else {
                 complete_ = false;
-                screen_.Plain(screen_.Bad("an unexpected mail") + " at " + ShowPath(recipient) + ": " +
+                screen_.Plain(screen_.Bad(Tr("an unexpected mail at {0}", ShowPath(recipient))) + ": " +
                               Beginning(BodyOf(arrived.text)));
             }
         }
@@ -285,14 +291,13 @@ private:
         const int copies = copies_[{recipient, mail.uidl}];
         if (copies == 1) return screen_.Good(as_it_should_be);
         complete_ = false;
-        return screen_.Bad(
-            Padded(copies == 0 ? "missing" : std::to_string(copies) + " copies", as_it_should_be.size()));
+        return screen_.Bad(Padded(copies == 0 ? Tr("missing") : Tr("{0} copies", copies), Columns(as_it_should_be)));
     }
 
     // Of the mails that have arrived: the text mail, and the beginning of the whole one as it came. The others have
     // lost their empty lines and nothing else.
     void ShowTexts(const std::vector<DemoMail>& mails) {
-        screen_.Title("Where they differ: what phone was sent, and what pager can read");
+        screen_.Title(Tr("Where they differ: what phone was sent, and what pager can read"));
         for (const DemoMail& mail : mails) {
             const std::string whole = BodyOf(mail.whole);
             const std::vector<std::string> lines = LinesOf(ShowText(TextFromJis(BodyOf(mail.reduced))));

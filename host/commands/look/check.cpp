@@ -12,6 +12,7 @@
 #include "host/advice/advice.h"
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/receivers/notes.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -35,22 +36,19 @@ constexpr std::size_t kStepWidth = 17;
 constexpr std::size_t kTimeWidth = 8;
 constexpr std::size_t kTextWidth = 100;
 
-std::string Server(const CPopProfileSetting& setting, Protocol protocol) {
+// The numbers of `tls` mean the same to both protocols.
+std::string Server(const CPopProfileSetting& setting, Protocol protocol, int tls) {
     const int port = protocol == Protocol::Pop ? setting.popport : setting.smtpport;
-    return ShowText(ServerOf(setting, protocol)) + " port " + std::to_string(port);
-}
-
-// The numbers mean the same to both protocols.
-std::string Security(int tls) {
-    if (tls == 0) return "";
-    return tls == 2 ? " with STARTTLS" : " with TLS";
+    const std::string name = ShowText(ServerOf(setting, protocol));
+    if (tls == 0) return Tr("{0} port {1}", name, port);
+    return tls == 2 ? Tr("{0} port {1} with STARTTLS", name, port) : Tr("{0} port {1} with TLS", name, port);
 }
 
 void PrintStep(const CProbeStep& step, const std::string& remark) {
     const std::string time = std::to_string((step.microseconds + 500) / 1000) + " ms";
     const std::string padding(time.size() < kTimeWidth ? kTimeWidth - time.size() : 0, ' ');
     std::string line = Padded(ProbeStepName(step.kind), kStepWidth) + padding + time + "  " +
-                       (step.failure == PROBE_SUCCESS ? "" : "FAILED  ") + OneLine(step.text, kTextWidth);
+                       (step.failure == PROBE_SUCCESS ? "" : Tr("FAILED") + "  ") + OneLine(step.text, kTextWidth);
     if (!remark.empty()) line += "  (" + remark + ')';
     line.erase(line.find_last_not_of(' ') + 1);
     std::cout << "    " << line << '\n';
@@ -75,8 +73,9 @@ std::int64_t BytesIn(const CMailboxListing& listing) {
 }
 
 std::string InMailbox(const CMailboxListing& listing) {
-    const std::string size = listing.mails.empty() ? "" : ", " + ShowBytes(BytesIn(listing));
-    return ShowCount(static_cast<std::int64_t>(listing.mails.size()), "message") + size;
+    const auto count = static_cast<std::int64_t>(listing.mails.size());
+    if (count == 0) return Tr("0 messages");
+    return TrN("{0} message, {1}", "{0} messages, {1}", count, ShowBytes(BytesIn(listing)));
 }
 
 struct PopAnswer {
@@ -147,13 +146,13 @@ private:
 
 void PrintPublished(const char* what, DnsEnding ending, const std::string& found, const Published& published) {
     std::string text = found;
-    if (ending == DnsEnding::NoSuchRecord) text = "none";
-    if (ending == DnsEnding::Failed) text = "not known: " + published.trouble;
+    if (ending == DnsEnding::NoSuchRecord) text = Tr("none");
+    if (ending == DnsEnding::Failed) text = Tr("not known: {0}", published.trouble);
     std::cout << "    " << Padded(what, kStepWidth) << OneLineOfUtf8(text, kTextWidth) << '\n';
 }
 
 void PrintReceivers(const CPopProfile& profile, const Published& published, const std::string& name) {
-    std::cout << "  Receivers, " << published.domain << '\n';
+    std::cout << "  " << Tr("Receivers, {0}", published.domain) << '\n';
     for (const std::string& record : published.spf.records) {
         PrintPublished("SPF", DnsEnding::Found, record, published);
     }
@@ -161,7 +160,7 @@ void PrintReceivers(const CPopProfile& profile, const Published& published, cons
     const std::string policy = std::string(NameOf(published.dmarc.policy)) + " (" + published.dmarc.name + ')';
     PrintPublished("DMARC", published.dmarc.ending, policy, published);
     for (const std::string& note : NotesOnReceivers(profile, published, name)) {
-        std::cout << Paragraph("Note: " + note + '.', 6);
+        std::cout << Paragraph(Tr("Note: {0}.", note), 6);
     }
 }
 
@@ -170,36 +169,38 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     const CPopProfileSetting& setting = profile.setting;
     std::cout << ShownName(root, profile.path) << "  " << ShowText(setting.address) << '\n';
     const std::string why_left_out = WhyUnreadable(profile);
-    if (!why_left_out.empty()) std::cout << "  A run leaves it out: " << why_left_out << '\n';
+    if (!why_left_out.empty()) std::cout << "  " << Tr("A run leaves it out: {0}", why_left_out) << '\n';
     if (!profile.setting_loaded.whole) return kCannotWrite;  // which servers it has is not known
 
     const HostRules rules = RulesToShow(profile);
-    std::cout << "  POP3, " << Server(setting, Protocol::Pop) << Security(rules.pop_tls) << '\n' << std::flush;
+    std::cout << "  POP3, " << Server(setting, Protocol::Pop, rules.pop_tls) << '\n' << std::flush;
     const PopAnswer pop = AskPop(profile);
     PrintSteps(pop.listing.steps, Protocol::Pop, setting, rules, pop.good ? InMailbox(pop.listing) : "");
     if (pop.good && pop.listing.has_uidls == 0) {
-        std::cout << Paragraph("Note: the server has no unique ids (UIDL), so messages cannot be told apart.", 6);
+        std::cout << Paragraph(Tr("Note: the server has no unique ids (UIDL), so messages cannot be told apart."), 6);
     }
 
     const UsedSettings used = SettingsInUse(profile);
     const std::string shared = ShowShared(used.owner);
-    std::cout << "  SMTP, " << Server(used.setting, Protocol::Smtp) << Security(used.setting.sslsmtp)
+    std::cout << "  SMTP, " << Server(used.setting, Protocol::Smtp, used.setting.sslsmtp)
               << (shared.empty() ? "" : ", " + shared) << '\n'
               << std::flush;
     const SmtpAnswer smtp = AskSmtp(profile, used.setting);
     PrintSteps(smtp.trial.steps, Protocol::Smtp, used.setting, rules, "");
-    if (!smtp.without_login.empty()) std::cout << Paragraph("Note: " + smtp.without_login, 6);
+    if (!smtp.without_login.empty()) std::cout << Paragraph(Tr("Note: {0}", smtp.without_login), 6);
     if (!smtp.good && !shared.empty()) std::cout << Paragraph(WhereAccountIsSet(profile), 6);
 
     const std::string name = ShownName(root, profile.path);
     if (const Published* const published = receivers.Of(profile)) PrintReceivers(profile, *published, name);
-    for (const std::string& remark : RemarksOn(profile)) std::cout << Paragraph("Note: " + remark + '.', 2);
+    for (const std::string& remark : RemarksOn(profile)) std::cout << Paragraph(Tr("Note: {0}.", remark), 2);
     if (const std::string clear = NoteOnClearLogin(profile, name); !clear.empty()) {
-        std::cout << Paragraph("Note: " + clear + '.', 2);
+        std::cout << Paragraph(Tr("Note: {0}.", clear), 2);
     }
     const std::string off = WhySwitchedOff(user, profile);
-    if (!off.empty()) std::cout << "  Note: the profile is " << off << ".\n";
-    if (profile.forward_addresses.empty()) std::cout << "  Note: the profile has no forwarding address yet.\n";
+    if (!off.empty()) std::cout << "  " << Tr("Note: the profile is {0}.", off) << '\n';
+    if (profile.forward_addresses.empty()) {
+        std::cout << "  " << Tr("Note: the profile has no forwarding address yet.") << '\n';
+    }
     return CodeOf(pop.good && smtp.good, why_left_out);
 }
 
@@ -280,7 +281,7 @@ int Check(const Context& context, const std::vector<std::string>& names, bool as
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
     int exit_code = names.empty() ? NoteWhatIsNotListed(root) : kDone;
     if (chosen.empty() && exit_code == kDone) {
-        throw CommandError(kNotFound, "there is no profile to check; add one with `tarvex profile add`");
+        throw CommandError(kNotFound, Tr("there is no profile to check; add one with `tarvex profile add`"));
     }
     Json list = Json::array();
     Receivers receivers(dns);
@@ -303,16 +304,18 @@ int CheckProfile(const Context& context, const std::string& profile, const std::
 
 void AddCheckCommand(CLI::App& app, Context& context) {
     const auto dns = std::make_shared<DnsChoice>();
-    CLI::App& command = AddReadOnlyCommand(app, context, "check",
-                                           "Log in to the POP3 and SMTP servers of profiles, step by step, up to the "
-                                           "addresses; nothing is fetched or sent. "
-                                           "Then ask the DNS what receivers will think of the mail.",
-                                           [dns](const Context& given, const std::vector<std::string>& names,
-                                                 bool as_json) { return Check(given, names, as_json, *dns); });
-    command.add_flag("--no-dns", dns->none, "Ask the DNS nothing about SPF and DMARC");
+    CLI::App& command =
+        AddReadOnlyCommand(app, context, "check",
+                           Tr("Log in to the POP3 and SMTP servers of profiles, step by step, up to the "
+                              "addresses; nothing is fetched or sent. "
+                              "Then ask the DNS what receivers will think of the mail."),
+                           [dns](const Context& given, const std::vector<std::string>& names, bool as_json) {
+                               return Check(given, names, as_json, *dns);
+                           });
+    command.add_flag("--no-dns", dns->none, Tr("Ask the DNS nothing about SPF and DMARC"));
     command
         .add_option("--dns", dns->settings.server,
-                    "The DNS server to ask, ADDRESS or ADDRESS:PORT, instead of the system's")
+                    Tr("The DNS server to ask, ADDRESS or ADDRESS:PORT, instead of the system's"))
         ->type_name("SERVER");
 }
 

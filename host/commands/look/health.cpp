@@ -64,11 +64,11 @@ Finding Judge(const ProfileState& state, ServiceState service, const Options& op
     const bool is_late = IsLate(state, service, options, now);
     if (failed > 0) {
         return {failed >= kManyFailures || is_late ? Health::Critical : Health::Warning,
-                state.name + " fails since " + ShowTime(state.history->failing_since) + ": " +
-                    OneLine(ReasonOf(state.history->last.result), kReasonColumns)};
+                Tr("{0} fails since {1}: {2}", state.name, ShowTime(state.history->failing_since),
+                   ShowReason(state.history->last.result, kReasonColumns))};
     }
-    if (is_late) return {Health::Critical, state.name + " has not run when it was due"};
-    if (WantsAPerson(state)) return {Health::Warning, state.name + " waits for a person"};
+    if (is_late) return {Health::Critical, Tr("{0} has not run when it was due", state.name)};
+    if (WantsAPerson(state)) return {Health::Warning, Tr("{0} waits for a person", state.name)};
     if (!state.held.IsEmpty()) return {Health::Warning, state.name + ": " + ShowHeld(state.held)};
     return {};
 }
@@ -81,12 +81,12 @@ void Say(Health health, const std::string& words, const std::string& figures = {
 
 // The worst first.
 std::string WordsOf(std::vector<Finding> findings, std::size_t profiles) {
-    if (findings.empty()) return ShowCount(static_cast<std::int64_t>(profiles), "profile");
+    if (findings.empty()) return TrN("{0} profile", "{0} profiles", static_cast<std::int64_t>(profiles));
     std::ranges::stable_sort(findings, std::greater(), &Finding::health);
     std::string words;
     for (std::size_t i = 0; i < std::min(findings.size(), kMostNamed); ++i)
         words += (i == 0 ? "" : "; ") + findings[i].words;
-    if (findings.size() > kMostNamed) words += "; and " + std::to_string(findings.size() - kMostNamed) + " more";
+    if (findings.size() > kMostNamed) words += Tr("; and {0} more", findings.size() - kMostNamed);
     std::ranges::replace(words, '|', '/');  // behind which the figures stand
     return words;
 }
@@ -98,7 +98,7 @@ Health Look(const Context& context, const Options& options) {
     const AskedState tree = AskForState(root, options.names, directory, kPatience);
     const CTime now = std::time(nullptr);
     std::vector<Finding> findings;
-    if (tree.service == ServiceState::Silent) findings.push_back({Health::Critical, "the service does not answer"});
+    if (tree.service == ServiceState::Silent) findings.push_back({Health::Critical, Tr("the service does not answer")});
     if (!tree.trouble.empty()) findings.push_back({Health::Warning, tree.trouble});
     std::size_t failing = 0;
     std::int64_t held = 0;
@@ -136,17 +136,17 @@ int ShowHealth(const Context& context, const Options& options) {
 
 void AddHealthCommand(CLI::App& app, Context& context) {
     CLI::App* const health =
-        app.add_subcommand("health", "Say in one line whether all is well, for monitoring systems.");
-    health->footer(
+        app.add_subcommand("health", Tr("Say in one line whether all is well, for monitoring systems."));
+    health->footer(Tr(
         "It ends with 0 when all is well; with 1 when a run has failed, mail is set aside or a profile waits for a "
         "person; with 2 when a profile has failed three times in a row, is not run or has not run when it was due, or "
         "the service does not answer; with 3 when the tree cannot be looked at. Within two seconds, also when the "
-        "service is halted.");
+        "service is halted."));
     auto options = std::make_shared<Options>();
     AddProfileNames(*health, options->names);
     health
         ->add_option("--max-age", options->max_age_minutes,
-                     "How long ago the last good run may be; without it three intervals and ten minutes")
+                     Tr("How long ago the last good run may be; without it three intervals and ten minutes"))
         ->type_name("MINUTES")
         ->check(WholeNumber(1, 1'000'000, Tr("minutes")));
     health->callback(

@@ -14,6 +14,7 @@
 
 #include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/settings/file_names.h"
 #include "host/system/command_error.h"
 #include "host/system/paths.h"
@@ -34,7 +35,7 @@ void PrintLast(const Lines& lines, std::size_t count) {
     for (std::size_t i = lines.size() - std::min(count, lines.size()); i < lines.size(); ++i) {
         std::cout << ShowLogLine(lines, i) << '\n';
     }
-    if (!std::cout.flush()) throw CommandError(kCannotWrite, "cannot write to standard output");
+    if (!std::cout.flush()) throw CommandError(kCannotWrite, Tr("cannot write to standard output"));
 }
 
 // A run replaces the log as a whole, by a new file of the same name: that the time of the last change is another one
@@ -69,11 +70,14 @@ int Log(const Context& context, const Options& options) {
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
     const CPopProfile& profile = *FindProfile(root, options.name).profile;
-    if (profile.setting.logmode == 0) std::cerr << "tarvex: the log of this profile is switched off (logmode 0)\n";
+    if (profile.setting.logmode == 0) {
+        std::cerr << "tarvex: " << Tr("the log of this profile is switched off (logmode 0)") << '\n';
+    }
     const auto change = LastChange(profile.path);  // before the log is read, so that nothing is missed
     const std::optional<Lines> lines = ReadLog(profile.path);
     if (!lines && !options.follow) {
-        throw CommandError(kNotFound, ShownName(root, profile.path) + " has no log yet: a run writes it at its end");
+        throw CommandError(kNotFound,
+                           Tr("{0} has no log yet: a run writes it at its end", ShownName(root, profile.path)));
     }
     const std::size_t all = lines ? lines->size() : 0;
     PrintLast(lines.value_or(Lines()), options.count.value_or(options.follow ? kLinesBeforeFollowing : all));
@@ -84,13 +88,13 @@ int Log(const Context& context, const Options& options) {
 }  // namespace
 
 void AddLogCommand(CLI::App& app, Context& context) {
-    CLI::App* const log = app.add_subcommand("log", "Show the log of a profile.");
+    CLI::App* const log = app.add_subcommand("log", Tr("Show the log of a profile."));
     auto options = std::make_shared<Options>();
-    log->add_option("PROFILE", options->name, "Path, nickname or address of the profile")->required();
-    log->add_option("-n,--lines", options->count, "Only the last N lines")
+    log->add_option("PROFILE", options->name, Tr("Path, nickname or address of the profile"))->required();
+    log->add_option("-n,--lines", options->count, Tr("Only the last N lines"))
         ->check(WholeNumber(0, kAnyNumber))
         ->type_name("N");
-    log->add_flag("-f,--follow", options->follow, "Go on showing what each run adds, until interrupted");
+    log->add_flag("-f,--follow", options->follow, Tr("Go on showing what each run adds, until interrupted"));
     log->callback([&context, options] { context.command = [&context, options] { return Log(context, *options); }; });
 }
 

@@ -11,6 +11,7 @@
 #include "host/advice/advice.h"
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/commands.h"
+#include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/json.h"
@@ -28,25 +29,25 @@ namespace tarvex::host {
 namespace {
 
 std::string WhenDue(const CUser& user, const CPopProfile& profile, CTime now) {
-    if (profile.setting.status == 0) return "switched off: no run until its status is 1; as if it were on";
-    if (const std::string off = WhySwitchedOff(user, profile); !off.empty()) return off + "; as if it were on";
+    if (profile.setting.status == 0) return Tr("switched off: no run until its status is 1; as if it were on");
+    if (const std::string off = WhySwitchedOff(user, profile); !off.empty()) return Tr("{0}; as if it were on", off);
     const CTime due = profile.NextDue();
-    if (due <= now) return "due now";
-    return "due in " + ShowSpan(due - now) + ", at " + ShowTime(due) + "; as if it ran now";
+    if (due <= now) return Tr("due now");
+    return Tr("due in {0}, at {1}; as if it ran now", ShowSpan(due - now), ShowTime(due));
 }
 
 std::string Reduction(const CForwardAddressSetting& setting) {
     if (setting.textonly < 0) return "";
-    return setting.textonly == 0 ? " as text" : " as text of at most " + ShowCount(setting.textonly, "byte");
+    return setting.textonly == 0 ? Tr(" as text") : Tr(" as text of at most {0} bytes", setting.textonly);
 }
 
 void PrintAddresses(const CPopProfile& profile, CTime now) {
     for (const auto& address : profile.forward_addresses) {
         std::cout << "  " << ShowText(address->setting.address) << ": ";
         if (address->JudgeTakePart(now)) {
-            std::cout << "takes part\n";
+            std::cout << Tr("takes part") << '\n';
         } else {
-            std::cout << (address->setting.status == 0 ? "switched off\n" : "outside its schedule now\n");
+            std::cout << (address->setting.status == 0 ? Tr("switched off") : Tr("outside its schedule now")) << '\n';
         }
     }
 }
@@ -56,7 +57,7 @@ std::string Destinations(const CPlannedMail& planned) {
     for (const CForwardAddress* address : planned.destinations) {
         text += (text.empty() ? "-> " : ", ") + ShowText(address->setting.address) + Reduction(address->setting);
     }
-    return text.empty() ? "-> nobody: another message has the same id" : text;
+    return text.empty() ? Tr("-> nobody: another message has the same id") : text;
 }
 
 void PrintMails(const CArray<CPlannedMail>& plan) {
@@ -68,13 +69,14 @@ void PrintMails(const CArray<CPlannedMail>& plan) {
         removed += planned.remove ? 1 : 0;
         if (!planned.fetch) continue;
         const std::string size = planned.mail.size_bytes < 0 ? "" : ShowBytes(planned.mail.size_bytes);
-        rows.push_back({"  ", "fetch " + OneLine(planned.mail.number, 10), OneLine(planned.mail.uidl, 40), size,
+        rows.push_back({"  ", Tr("fetch {0}", OneLine(planned.mail.number, 10)), OneLine(planned.mail.uidl, 40), size,
                         Destinations(planned)});
     }
-    std::cout << "  " << ShowCount(static_cast<std::int64_t>(plan.size()), "message") << " in the mailbox, "
-              << rows.size() << " to fetch";
-    if (handled > 0) std::cout << ", " << handled << " handled already";
-    if (removed > 0) std::cout << " and to be deleted on the server";
+    std::cout << "  "
+              << TrN("{0} message in the mailbox, {1} to fetch", "{0} messages in the mailbox, {1} to fetch",
+                     static_cast<std::int64_t>(plan.size()), rows.size());
+    if (handled > 0) std::cout << Tr(", {0} handled already", handled);
+    if (removed > 0) std::cout << Tr(" and to be deleted on the server");
     std::cout << '\n';
     if (rows.empty()) return;
     Table table(std::move(rows.front()));
@@ -107,13 +109,13 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
     std::cout << ShownName(root, profile.path) << "  " << ShowText(profile.setting.address) << "  ("
               << WhenDue(user, profile, now) << ")\n";
     if (const std::string why = WhyUnreadable(profile); !why.empty()) {
-        std::cout << "  A run leaves it out: " << why << '\n';
+        std::cout << "  " << Tr("A run leaves it out: {0}", why) << '\n';
         return kCannotWrite;
     }
-    std::cout << "  sends through " << ShowAccount(profile) << '\n';
+    std::cout << "  " << Tr("sends through {0}", ShowAccount(profile)) << '\n';
     PrintAddresses(profile, now);
     if (!AnyTakesPart(profile, now)) {
-        std::cout << "  No address takes part, so nothing is done and no connection is made.\n";
+        std::cout << "  " << Tr("No address takes part, so nothing is done and no connection is made.") << '\n';
         return kDone;
     }
     std::cout << std::flush;
@@ -122,8 +124,9 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
         PrintMails(inspection.plan);
     } else {
         const CProbeStep& failed = inspection.listing.steps.back();
-        std::cout << "  The mailbox cannot be listed: " << ProbeStepName(failed.kind) << ": "
-                  << OneLine(failed.text, 100) << '\n'
+        std::cout << "  "
+                  << Tr("The mailbox cannot be listed: {0}: {1}", ProbeStepName(failed.kind), OneLine(failed.text, 100))
+                  << '\n'
                   << Paragraph(Advice(failed, Protocol::Pop, profile.setting, RulesToShow(profile)), 2);
     }
     return inspection.listed ? kDone : kUnavailable;
@@ -184,7 +187,7 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
     int exit_code = names.empty() ? NoteWhatIsNotListed(root) : kDone;
     if (chosen.empty() && exit_code == kDone) {
-        throw CommandError(kNotFound, "there is no profile to plan for; add one with `tarvex profile add`");
+        throw CommandError(kNotFound, Tr("there is no profile to plan for; add one with `tarvex profile add`"));
     }
     Json list = Json::array();
     for (const auto& [user, profile] : chosen) {
@@ -200,7 +203,7 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
 
 void AddPlanCommand(CLI::App& app, Context& context) {
     AddReadOnlyCommand(app, context, "plan",
-                       "Say what the next run would fetch and to whom each message would go; nothing is changed.",
+                       Tr("Say what the next run would fetch and to whom each message would go; nothing is changed."),
                        Plan);
 }
 

@@ -17,6 +17,7 @@
 #include "host/commands/look/asked_state.h"
 #include "host/commands/look/status_words.h"
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -40,24 +41,24 @@ constexpr std::size_t kDelivered = 6;
 constexpr std::size_t kCopies = 7;
 
 std::string HowTheLastRunEnded(const ProfileState& status) {
-    if (!status.trouble.empty()) return "see below";
-    if (!status.history) return status.ran_unrecorded ? "no record yet" : "";
+    if (!status.trouble.empty()) return Tr("see below");
+    if (!status.history) return status.ran_unrecorded ? Tr("no record yet") : "";
     return HowItEnded(status.history->last.result, status.history->failed_in_a_row, kReasonWidth);
 }
 
 std::string LastRun(const ProfileState& status) {
     if (status.history) return ShowTime(status.history->last.started);
-    return status.ran_unrecorded ? ShowTime(status.last_due) : "never";
+    return status.ran_unrecorded ? ShowTime(status.last_due) : Tr("never");
 }
 
 std::string NextDue(const ProfileState& status, CTime now) {
     if (status.running) {
         const RunNow& run = *status.running;
-        return "running: fetched " + std::to_string(run.messages_fetched) + " of " +
-               std::to_string(run.messages_to_fetch) + ", delivered " + std::to_string(run.messages_delivered);
+        return Tr("running: fetched {0} of {1}, delivered {2}", run.messages_fetched, run.messages_to_fetch,
+                  run.messages_delivered);
     }
-    if (!status.switched_on) return "switched off";
-    return status.next_due <= now ? "now" : "in " + ShowSpan(status.next_due - now);
+    if (!status.switched_on) return Tr("switched off");
+    return status.next_due <= now ? Tr("now") : Tr("in {0}", ShowSpan(status.next_due - now));
 }
 
 // A terminal is not left to break the line where it wants.
@@ -67,8 +68,8 @@ void PrintWrapped(const std::string& text) {
 }
 
 void PrintTable(const std::vector<ProfileState>& all, CTime now) {
-    Table table({"PROFILE", "ADDRESS", "LAST RUN", "NEXT DUE", "RUNS", "FAILED", "DELIVERED", "COPIES",
-                 "HOW THE LAST RUN ENDED"});
+    Table table({Tr("PROFILE"), Tr("ADDRESS"), Tr("LAST RUN"), Tr("NEXT DUE"), Tr("RUNS"), Tr("FAILED"),
+                 Tr("DELIVERED"), Tr("COPIES"), Tr("HOW THE LAST RUN ENDED")});
     for (const ProfileState& status : all) {
         const ProfileHistory history = status.history.value_or(ProfileHistory());
         table.Add({status.name, status.address, LastRun(status), NextDue(status, now), std::to_string(history.runs),
@@ -88,7 +89,7 @@ void PrintSharedServers(const std::vector<ProfileState>& all) {
         if (!status.shared_server.empty()) ++profiles[status.shared_server];
     }
     for (const auto& [server, count] : profiles) {
-        PrintWrapped(ShowCount(count, "profile") + (count == 1 ? " sends" : " send") + " through " + server + '.');
+        PrintWrapped(TrN("{0} profile sends through {1}.", "{0} profiles send through {1}.", count, server));
     }
 }
 
@@ -235,9 +236,9 @@ int ShowStatus(const Context& context, const Options& options) {
     if (options.as_json) {
         PrintAsJson(tree.profiles, untold, has_rules, now);
     } else if (!has_profiles) {
-        std::cout << "There is no profile yet; add one with `tarvex profile add`.\n";
+        std::cout << Tr("There is no profile yet; add one with `tarvex profile add`.") << '\n';
     } else if (tree.profiles.empty()) {
-        std::cout << "None fails.\n";
+        std::cout << Tr("None fails.") << '\n';
     } else {
         PrintTable(tree.profiles, now);
         PrintSharedServers(tree.profiles);
@@ -246,28 +247,29 @@ int ShowStatus(const Context& context, const Options& options) {
         for (const std::string& line : LinesOn(untold)) PrintWrapped(line);
     }
     if (!options.as_json && !has_rules) {
-        PrintWrapped("The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them.");
+        PrintWrapped(
+            Tr("The tree has no rules (no host.def): the engine's alone hold. `tarvex init --rules` adds them."));
     }
     if (tree.service == ServiceState::Silent)
-        throw CommandError(kTryLater, "the service that owns the tree does not answer");
+        throw CommandError(kTryLater, Tr("the service that owns the tree does not answer"));
     return any_fails ? kSomethingFails : kDone;
 }
 
 }  // namespace
 
 void AddStatusCommand(CLI::App& app, Context& context) {
-    CLI::App* const status =
-        app.add_subcommand("status", "Say of every profile when it last ran, how that ended, and when it is due next.");
-    status->footer(
+    CLI::App* const status = app.add_subcommand(
+        "status", Tr("Say of every profile when it last ran, how that ended, and when it is due next."));
+    status->footer(Tr(
         "Counted is since the profile was made: runs, messages delivered to all their addresses, and copies that the "
         "SMTP server took in them. It ends with 1 while the last run of a profile has failed or a profile is not run, "
         "and in a tree with rules also while mail is set aside, an address is parked or a profile waits for a person; "
         "with 75 when the service that owns the tree does not answer. Where the terminal is narrow, columns are left "
-        "out; --json has all.");
+        "out; --json has all."));
     auto options = std::make_shared<Options>();
     AddProfileNames(*status, options->names);
-    status->add_flag("--failed", options->only_failed, "Only profiles about which it would end with 1");
-    status->add_flag("--json", options->as_json, "Print JSON");
+    status->add_flag("--failed", options->only_failed, Tr("Only profiles about which it would end with 1"));
+    status->add_flag("--json", options->as_json, Tr("Print JSON"));
     status->callback(
         [&context, options] { context.command = [&context, options] { return ShowStatus(context, *options); }; });
 }

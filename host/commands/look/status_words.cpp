@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
@@ -19,33 +20,33 @@ constexpr std::size_t kIdWidth = 70;
 
 std::string WhenTried(std::optional<CTime> next, CTime now) {
     if (!next) return {};
-    return *next <= now ? ", next try now" : ", next try in " + ShowSpan(*next - now);
+    return *next <= now ? Tr(", next try now") : Tr(", next try in {0}", ShowSpan(*next - now));
 }
 
 // "3 times since 2026-11-22 10:00:05", and what else helps to judge it.
 std::string Failing(const ProfileState& state, CTime now) {
     if (!state.history || state.history->failed_in_a_row == 0) return {};
     const ProfileHistory& history = *state.history;
-    const std::string times =
-        history.failed_in_a_row == 1 ? "" : std::to_string(history.failed_in_a_row) + " times in a row since ";
-    const std::string good =
-        history.last_good == 0 ? ", no run was good yet" : ", last good run " + ShowTime(history.last_good);
-    std::string text =
-        state.name + " failed " + times + ShowTime(history.failing_since) + good + WhenTried(NextTry(state, now), now);
+    const std::string since = ShowTime(history.failing_since);
+    std::string text = history.failed_in_a_row == 1
+                           ? Tr("{0} failed {1}", state.name, since)
+                           : Tr("{0} failed {1} times in a row since {2}", state.name, history.failed_in_a_row, since);
+    text +=
+        history.last_good == 0 ? Tr(", no run was good yet") : Tr(", last good run {0}", ShowTime(history.last_good));
+    text += WhenTried(NextTry(state, now), now);
     const auto blocking = WhatBlocks(state, now);
-    if (blocking && !blocking->message.empty()) text += ", at message " + OneLine(blocking->message, kIdWidth);
-    return text + ": " + OneLine(ReasonOf(history.last.result), kWordsWidth);
+    if (blocking && !blocking->message.empty()) text += Tr(", at message {0}", OneLine(blocking->message, kIdWidth));
+    return text + ": " + ShowReason(history.last.result, kWordsWidth);
 }
 
 std::string Remembered(const ProfileState& state, const MatterWords& told, const CString& subject, const Note& note,
                        CTime now) {
-    const bool is_id = told.matter == Matter::NotFetched || told.matter == Matter::NotDeleted;
-    std::string text = state.name + ": " + (is_id ? "message " : "") + OneLine(subject, kWordsWidth) + told.sentence +
-                       ", since " + ShowTime(note.since);
-    if (note.next > now) text += ", not tried before " + ShowTime(note.next);
+    std::string text =
+        state.name + ": " + Tr(told.sentence, OneLine(subject, kWordsWidth)) + Tr(", since {0}", ShowTime(note.since));
+    if (note.next > now) text += Tr(", not tried before {0}", ShowTime(note.next));
     if (!note.words.empty()) text += ": " + OneLine(note.words, kWordsWidth);
     if (told.matter == Matter::Waiting)
-        text += "; `tarvex accept " + state.name + " --send` sends it, `--skip` does not";
+        text += Tr("; `tarvex accept {0} --send` sends it, `--skip` does not", state.name);
     return text;
 }
 
@@ -62,14 +63,15 @@ std::string Held(const ProfileState& state, CTime now) {
     if (state.held.IsEmpty()) return {};
     std::string text = state.name + ": " + ShowHeld(state.held);
     if (state.held.next_try != 0) text += WhenTried(state.held.next_try, now);
-    return text + "; `tarvex held list " + state.name + "` shows why";
+    return text + Tr("; `tarvex held list {0}` shows why", state.name);
 }
 
 std::string ClockWasWrong(const ProfileState& state, CTime now) {
     if (!state.switched_on || state.last_due <= now || state.next_due <= now) return {};
-    return state.name + " was last due at " + ShowTime(state.last_due) +
-           ", which is still to come: was the clock wrong? `tarvex profile set " + state.name +
-           " --lasttime never` makes it due.";
+    return Tr(
+        "{0} was last due at {1}, which is still to come: was the clock wrong? `tarvex profile set {0} --lasttime "
+        "never` makes it due.",
+        state.name, ShowTime(state.last_due));
 }
 
 }  // namespace
@@ -81,7 +83,7 @@ std::vector<std::string> RemarksOn(const ProfileState& state, CTime now) {
     remarks.push_back(Held(state, now));
     AddRemembered(state, now, remarks);
     if (!state.wants_login.empty())
-        remarks.push_back(state.name + ": waits for `tarvex login " + state.name + "`: " + state.wants_login);
+        remarks.push_back(Tr("{0}: waits for `tarvex login {0}`: {1}", state.name, state.wants_login));
     if (!state.clear_login.empty()) remarks.push_back(state.name + ": " + state.clear_login);
     remarks.push_back(ClockWasWrong(state, now));
     std::erase(remarks, "");

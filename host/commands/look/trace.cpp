@@ -15,6 +15,7 @@
 #include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/history/history.h"
+#include "host/language/tr.h"
 #include "host/settings/keys.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -40,25 +41,25 @@ struct Options {
 };
 
 std::string ShowLength(Milliseconds length) {
-    return length < 10 * kSecond ? std::to_string(length) + " ms" : ShowSpan(length / kSecond);
+    return length < 10 * kSecond ? Tr("{0} ms", length) : ShowSpan(length / kSecond);
 }
 
 std::string Say(CopyFate fate) {
     switch (fate) {
         case CopyFate::Sent:
-            return "sent";
+            return Tr("sent");
         case CopyFate::HadAlready:
-            return "not sent, has it already";
+            return Tr("not sent, has it already");
         case CopyFate::Refused:
-            return "refused and set aside";
+            return Tr("refused and set aside");
         case CopyFate::Parked:
-            return "set aside, for the address is parked";
+            return Tr("set aside, for the address is parked");
         case CopyFate::Report:
-            return "set aside, a delivery report about an address of this profile";
+            return Tr("set aside, a delivery report about an address of this profile");
         case CopyFate::Loop:
-            return "set aside, it came back from where it was sent";
+            return Tr("set aside, it came back from where it was sent");
         default:
-            return "waits for a later run";
+            return Tr("waits for a later run");
     }
 }
 
@@ -69,10 +70,10 @@ bool IsSetAside(const TracedCopy& copy) {
 void PrintCopy(const TracedCopy& copy) {
     std::cout << "    ";
     if (!copy.address.empty()) std::cout << ShowText(copy.address) << ": ";
-    std::cout << (copy.address.empty() ? "could not be fetched" : Say(copy.fate)) << ", "
+    std::cout << (copy.address.empty() ? Tr("could not be fetched") : Say(copy.fate)) << ", "
               << ShowTime(copy.ended / kSecond);
     if (copy.fate == CopyFate::Sent && copy.offered != 0)
-        std::cout << " (within " << ShowLength(copy.ended - copy.offered) << ')';
+        std::cout << ' ' << Tr("(within {0})", ShowLength(copy.ended - copy.offered));
     if (!copy.words.empty()) std::cout << ": " << OneLine(copy.words, kWordsColumns);
     std::cout << '\n';
 }
@@ -99,21 +100,26 @@ void Print(const FoundMail& found) {
     const TracedMail& mail = found.mail;
     const CHeadlines headlines = HeadlinesOf(mail.header);
     const std::string subject =
-        headlines.subject.empty() ? "(no subject)" : OneLine(headlines.subject, kHeadlineColumns);
-    std::cout << found.profile << ": " << (mail.header.empty() && mail.bytes == 0 ? "a message" : subject);
-    if (!headlines.from.empty()) std::cout << ", from " << OneLine(headlines.from, kHeadlineColumns);
+        headlines.subject.empty() ? Tr("(no subject)") : OneLine(headlines.subject, kHeadlineColumns);
+    std::cout << found.profile << ": " << (mail.header.empty() && mail.bytes == 0 ? Tr("a message") : subject);
+    if (!headlines.from.empty()) std::cout << Tr(", from {0}", OneLine(headlines.from, kHeadlineColumns));
     if (mail.bytes > 0) std::cout << ", " << ShowBytes(mail.bytes);
     std::cout << '\n';
     if (!headlines.message_id.empty())
         std::cout << "    Message-ID " << OneLine(headlines.message_id, kHeadlineColumns) << '\n';
     if (!mail.uidl.empty()) std::cout << "    id " << OneLine(mail.uidl, kHeadlineColumns) << '\n';
-    if (mail.fetched != 0) std::cout << "    fetched, " << ShowTime(mail.fetched / kSecond) << '\n';
+    if (mail.fetched != 0) {
+        std::cout << "    " << Tr("fetched, {0}", ShowTime(mail.fetched / kSecond)) << '\n';
+    }
     for (const TracedCopy& copy : mail.copies) PrintCopy(copy);
     if (std::ranges::any_of(mail.copies, IsSetAside))
-        std::cout << "    `tarvex held list " << found.profile << "` shows what is set aside still\n";
+        std::cout << "    " << Tr("`tarvex held list {0}` shows what is set aside still", found.profile) << '\n';
     if (const std::string again = HowToSendAgain(found); !again.empty())
-        std::cout << "    `" << again << "` sends it again with the next run, as long as it is in the mailbox\n";
-    if (found.waits) std::cout << "    `tarvex status " << found.profile << "` says when the next run is\n";
+        std::cout << "    " << Tr("`{0}` sends it again with the next run, as long as it is in the mailbox", again)
+                  << '\n';
+    if (found.waits) {
+        std::cout << "    " << Tr("`tarvex status {0}` says when the next run is", found.profile) << '\n';
+    }
 }
 
 Json JsonOfMoment(Milliseconds moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment / kSecond)); }
@@ -145,7 +151,7 @@ std::vector<FoundMail> Find(const std::string& directory, const MailSearch& sear
     try {
         return HistoryReader(directory).Find(search);
     } catch (const DatabaseError& error) {
-        throw CommandError(kCannotWrite, std::string("the history cannot be read: ") + error.what());
+        throw CommandError(kCannotWrite, Tr("the history cannot be read: {0}", error.what()));
     }
 }
 
@@ -164,14 +170,17 @@ int ShowTrace(const Context& context, const Options& options) {
         for (const FoundMail& one : found) list.push_back(JsonOf(one));
         PrintJson(list);
     } else {
-        if (!found.empty()) std::cout << "Times in " << ZoneOf(std::time(nullptr)) << ".\n";
+        if (!found.empty()) {
+            std::cout << Tr("Times in {0}.", ZoneOf(std::time(nullptr))) << '\n';
+        }
         for (const FoundMail& one : found) Print(one);
-        if (has_more) std::cout << "There are older ones: more words, --since or --count choose.\n";
+        if (has_more) std::cout << Tr("There are older ones: more words, --since or --count choose.") << '\n';
     }
     if (!found.empty()) return kDone;
     if (!options.as_json) {
-        std::cout << "No such message is remembered. One that no run has fetched yet is not known: `tarvex status` "
-                     "says which profiles fail, and `tarvex plan` what is on their servers.\n";
+        std::cout << Tr("No such message is remembered. One that no run has fetched yet is not known: `tarvex status` "
+                        "says which profiles fail, and `tarvex plan` what is on their servers.")
+                  << '\n';
     }
     return kNotFound;
 }
@@ -179,20 +188,21 @@ int ShowTrace(const Context& context, const Options& options) {
 }  // namespace
 
 void AddTraceCommand(CLI::App& app, Context& context) {
-    CLI::App* const trace = app.add_subcommand("trace", "Say what became of a message, and why it did not arrive.");
-    trace->footer(
+    CLI::App* const trace = app.add_subcommand("trace", Tr("Say what became of a message, and why it did not arrive."));
+    trace->footer(Tr(
         "Each word is looked for in From, Subject and Message-ID, the id on the server, the addresses and what the "
         "SMTP server answered, which mostly names the message as its own queue does. All words must be found; the end "
-        "of the last one may be missing. The newest message comes first. It ends with 66 when there is none.");
+        "of the last one may be missing. The newest message comes first. It ends with 66 when there is none."));
     auto options = std::make_shared<Options>();
-    trace->add_option("WORD", options->words, "Words of the message; without one, all messages");
-    trace->add_option("--profile", options->profile, "Only of this profile: path, nickname or address")
+    trace->add_option("WORD", options->words, Tr("Words of the message; without one, all messages"));
+    trace->add_option("--profile", options->profile, Tr("Only of this profile: path, nickname or address"))
         ->type_name("PROFILE");
-    trace->add_option("--since", options->since, "Only since this moment: \"2026-12-24 18:00\"")->type_name("MOMENT");
-    trace->add_option("-n,--count", options->count, "At most N messages (20)")
+    trace->add_option("--since", options->since, Tr("Only since this moment: \"2026-12-24 18:00\""))
+        ->type_name("MOMENT");
+    trace->add_option("-n,--count", options->count, Tr("At most N messages (20)"))
         ->check(WholeNumber(1, 1'000'000))
         ->type_name("N");
-    trace->add_flag("--json", options->as_json, "Print JSON");
+    trace->add_flag("--json", options->as_json, Tr("Print JSON"));
     trace->callback(
         [&context, options] { context.command = [&context, options] { return ShowTrace(context, *options); }; });
 }

@@ -200,14 +200,15 @@ void Service::AnswerClients() {
 // False when it has to wait.
 bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     if (client.HasLeft()) return false;  // while the service was halted
-    const Speaking in(client.ReadsIn());
     CString running;
     if (HasToWait(request, running)) {
+        const Speaking in(client.ReadsIn());
         client.Note(Tr("waiting for the run of {0} to end", Name(running)));
         return false;
     }
     RetryLeftOut();  // may have been loaded when it could not be read
     const std::string headline = Headline(request);
+    const Speaking in(client.ReadsIn());
     Reply reply{{}, Tr(kRootHasGone)};
     EditRecord record(root_, request);
     const int code = !HasRoot() ? kCannotWrite : EditWithMemory(root_, rules_.Memory(), request, reply);

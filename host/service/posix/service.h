@@ -23,6 +23,7 @@
 #include "host/service/posix/service_log.h"
 #include "host/service/posix/service_manager.h"
 #include "host/service/posix/signals.h"
+#include "host/tree/names.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -65,8 +66,9 @@ private:
     bool LetsRun(const CPopProfile& profile, bool asked);
     bool IsAskedForNow(const CPopProfile& profile) const;
     CTime WantedSince(const CPopProfile& profile) const;
-    void AskFor(const CUser& user, CPopProfile& profile, const RunRequest& request,
-                ControlClient::AwaitedRuns& awaited);
+    std::vector<NamedProfile> ChosenFor(const ControlClient& client, const RunRequest& request);
+    std::string WhatRunsWaitFor(const ControlClient& client, const std::vector<NamedProfile>& chosen) const;
+    void AskFor(const CUser& user, CPopProfile& profile, const RunRequest& request, ControlClient& client);
     void GiveUpAsked();
     std::string WhyNeverStarted(const CUser& user, const CPopProfile& profile) const;
     void EndAsked(const CString& path, const std::function<void(ControlClient::AwaitedRuns&)>& tell);

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <string_view>
 
+#include "host/language/tr.h"
 #include "host/service/control_messages.h"
 #include "host/service/posix/control_socket.h"
 #include "host/system/command_error.h"
@@ -25,12 +26,12 @@ constexpr std::chrono::milliseconds kProgressInterval{100};
 constexpr std::chrono::seconds kNoticeDelay{2};  // until a silent service is spoken of
 
 CommandError Gone() {
-    return {kTryLater, "the service ended before it answered; see whether the change was made, and try again"};
+    return {kTryLater, Tr("the service ended before it answered; see whether the change was made, and try again")};
 }
 
 std::string Sized(std::string message) {
     if (message.size() <= kMaxRequest_bytes) return message;
-    throw CommandError(kBadData, "this is more than the service takes at once; stop it, and try again");
+    throw CommandError(kBadData, Tr("this is more than the service takes at once; stop it, and try again"));
 }
 
 // The side of a command.
@@ -64,7 +65,7 @@ int SocketConnection::Edit(const EditRequest& request, Reply& reply,
         on_note(text);
     };
     const auto remark = [&, from = Clock::now() + kNoticeDelay] {
-        if (!heard && Clock::now() >= from) note("the service does not answer yet; waiting for it");
+        if (!heard && Clock::now() >= from) note(Tr("the service does not answer yet; waiting for it"));
     };
     return Ask(message, reply, note, remark);
 }
@@ -147,7 +148,8 @@ std::unique_ptr<ServiceConnection> ServiceConnection::Try(const std::string& roo
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) return nullptr;
     if (!HasAllowedPeer(socket)) {
-        throw CommandError(kNotAllowed, "what answers for the service of \"" + ShowPath(root) + "\" is another user's");
+        throw CommandError(kNotAllowed,
+                           Tr("what answers for the service of \"{0}\" is another user's", ShowPath(root)));
     }
     return std::make_unique<SocketConnection>(std::move(socket));
 }

@@ -27,7 +27,6 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kHeadlineColumns = 60;
 constexpr std::size_t kReasonColumns = 200;
-constexpr const char* kWaitForRoom = " to wait until others have ended: the rules allow no more at once";
 
 std::string Headline(const RunRequest& request) {
     std::string text = "run";
@@ -98,6 +97,7 @@ std::string Service::WhyNeverStarted(const CUser& user, const CPopProfile& profi
 void Service::EndAsked(const CString& path, const std::function<void(ControlClient::AwaitedRuns&)>& tell) {
     if (asked_.erase(path) == 0) return;
     for (ControlClient* const client : server_.Waiting()) {
+        const Speaking in(client->ReadsIn());
         if (client->awaited && client->awaited->paths.erase(path) != 0) tell(*client->awaited);
     }
     look_at_clients_ = true;
@@ -168,39 +168,54 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
     } catch (const CommandError& error) {
         return client.Answer(error.ExitCode(), {{}, error.what()});
     }
+    const Speaking in(client.ReadsIn());
     if (client.awaited && client.awaited->paths.empty()) {
         return client.Answer(client.awaited->troubles.code, {client.awaited->printed + client.awaited->in_brief.Sum(),
                                                              client.awaited->troubles.sentence});
     }
-    if (stopping_) client.Answer(kTryLater, {{}, "the service was stopped before it had done this; run it again"});
+    if (stopping_) client.Answer(kTryLater, {{}, Tr("the service was stopped before it had done this; run it again")});
+}
+
+std::vector<NamedProfile> Service::ChosenFor(const ControlClient& client, const RunRequest& request) {
+    const Speaking in(client.ReadsIn());
+    if (!HasRoot()) throw CommandError(kCannotWrite, Tr(kRootHasGone));
+    return ChosenProfiles(root_, request.names);
+}
+
+std::string Service::WhatRunsWaitFor(const ControlClient& client, const std::vector<NamedProfile>& chosen) const {
+    const Speaking in(client.ReadsIn());
+    for (const auto& [user, profile] : chosen) {
+        if (running_.contains(profile->path)) continue;
+        if (wanted_.contains(profile->path)) return Tr("waiting for {0} to be changed", Name(profile->path));
+        if (senders_.contains(profile->path)) return Tr("waiting for held mail of {0} to be sent", Name(profile->path));
+    }
+    return {};
 }
 
 // Runs what was asked for, with whatever else is due. A run that is under way already counts as asked for.
 void Service::StartRuns(ControlClient& client, const RunRequest& request) {
-    if (!HasRoot()) throw CommandError(kCannotWrite, kRootHasGone);
-    const std::vector<NamedProfile> chosen = ChosenProfiles(root_, request.names);
-    for (const auto& [user, profile] : chosen) {
-        if (running_.contains(profile->path)) continue;
-        if (wanted_.contains(profile->path))
-            return client.Note("waiting for " + Name(profile->path) + " to be changed");
-        if (senders_.contains(profile->path))
-            return client.Note("waiting for held mail of " + Name(profile->path) + " to be sent");
-    }
+    const std::vector<NamedProfile> chosen = ChosenFor(client, request);
+    if (const std::string waits_for = WhatRunsWaitFor(client, chosen); !waits_for.empty())
+        return client.Note(waits_for);
     log_.Say(Headline(request), {.matter = LogMatter::Request, .user = NameOf(client.WhoAsks({}))});
     RetryLeftOut();
     ControlClient::AwaitedRuns& awaited = client.awaited.emplace();
     awaited.in_full = request.verbose || chosen.size() == 1;
-    for (const auto& [user, profile] : chosen) AskFor(*user, *profile, request, awaited);
+    for (const auto& [user, profile] : chosen) AskFor(*user, *profile, request, client);
     StartDueRuns();
     const auto waiting =
         std::ranges::count_if(awaited.paths, [this](const auto& path) { return asked_.contains(path); });
-    if (waiting != 0) client.Note(ShowCount(waiting, "run") + kWaitForRoom);
+    const Speaking in(client.ReadsIn());
+    if (waiting != 0) {
+        client.Note(TrN("{0} run to wait until others have ended: the rules allow no more at once",
+                        "{0} runs to wait until others have ended: the rules allow no more at once", waiting));
+    }
     const bool nothing = awaited.paths.empty() && awaited.printed.empty() && awaited.troubles.code == kDone;
-    if (request.names.empty() && nothing) awaited.printed = kNothingDue;
+    if (request.names.empty() && nothing) awaited.printed = Tr(kNothingDue) + '\n';
 }
 
-void Service::AskFor(const CUser& user, CPopProfile& profile, const RunRequest& request,
-                     ControlClient::AwaitedRuns& awaited) {
+void Service::AskFor(const CUser& user, CPopProfile& profile, const RunRequest& request, ControlClient& client) {
+    ControlClient::AwaitedRuns& awaited = *client.awaited;
     const bool wanted = request.now ? IsSwitchedOn(user, profile) : IsDue(user, profile);
     const bool may_start =
         !running_.contains(profile.path) && wanted && MayRun(profile) && LetsRun(profile, request.now);
@@ -213,6 +228,7 @@ void Service::AskFor(const CUser& user, CPopProfile& profile, const RunRequest& 
     } else if (const auto held_up = held_up_.find(profile.path); wanted && held_up != held_up_.end()) {
         awaited.printed += Name(profile.path) + ": " + held_up->second + '\n';
     } else if (!request.names.empty()) {
+        const Speaking in(client.ReadsIn());
         awaited.printed += WhyItDoesNotRun(root_, user, profile);
     }
 }
@@ -221,6 +237,7 @@ void Service::AskFor(const CUser& user, CPopProfile& profile, const RunRequest& 
 void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
     for (ControlClient* const client : server_.Waiting()) {
         if (!client->awaited || client->awaited->paths.erase(copy.path) == 0) continue;
+        const Speaking in(client->ReadsIn());
         ControlClient::AwaitedRuns& awaited = *client->awaited;
         awaited.printed +=
             awaited.in_full ? ReportOf(copy, what_else) : awaited.in_brief.Add(Name(copy.path), copy, what_else);

@@ -85,6 +85,13 @@ TEST_F(InJapanese, AMistakeIsAnsweredWithTheNearestWord) {
     EXPECT_THAT(said, AllOf(HasSubstr("\"shwo\" というコマンドはありません"), HasSubstr("\"show\" のことですか?")));
 }
 
+TEST_F(InJapanese, StatusIsSpokenAndJsonIsTheSameForAll) {
+    host_.AddProfile(1, 1);
+    EXPECT_THAT(Said({"run"}, kUnavailable), HasSubstr("失敗: "));
+    EXPECT_THAT(Said({"status"}, 1), AllOf(HasSubstr("前回の結果"), HasSubstr(" に失敗しました")));
+    EXPECT_EQ(Said({"status", "--json"}, 1), Said({"status", "--json"}, 1, kEnglish));
+}
+
 TEST_F(InJapanese, TheServiceAnswersInTheUsersLanguageAndWritesItsLogInEnglish) {
     host_.AddProfile(1, 1, [](CPopProfile& profile) { profile.setting.status = 0; });
     ChildProcess service = host_.StartCommand({"serve"}, ChildProcess::Output::Together, kJapanese);
