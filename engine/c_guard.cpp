@@ -161,6 +161,11 @@ bool CGuardForC::Offers(const CPopProfile& profile, const CReceiveMail& mail, co
                     [&](const tarvex_mail* told) { return host_.offers(host_.context, told, to.c_str()) != 0; });
 }
 
+int CGuardForC::TextMailHeaderBytes(const CPopProfile& profile) {
+    if (!host_.text_mail_header_bytes) return CRunGuard::TextMailHeaderBytes(profile);
+    return host_.text_mail_header_bytes(host_.context, NameBelow(root_, profile.path).c_str());
+}
+
 int CGuardForC::EndOfDataSeconds(const CPopProfile& profile) {
     if (!host_.end_of_data_seconds) return CRunGuard::EndOfDataSeconds(profile);
     return host_.end_of_data_seconds(host_.context, NameBelow(root_, profile.path).c_str());

@@ -53,6 +53,8 @@ bool CRunGuard::Offers(const CPopProfile& /*profile*/, const CReceiveMail& /*mai
     return true;
 }
 
+int CRunGuard::TextMailHeaderBytes(const CPopProfile& /*profile*/) { return 0; }
+
 int CRunGuard::EndOfDataSeconds(const CPopProfile& /*profile*/) { return 0; }
 
 CRefusal CRunGuard::Refused(const CPopProfile& /*profile*/, const CReceiveMail& /*mail*/,

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/codec/line_breaking.h"
+#include "platform/codec/recipients.h"
 #include "platform/net/sockets.h"
 #include "platform/os/shield.h"
 #include "tarvex/tree.h"
@@ -41,7 +42,8 @@ public:
           guard_(CRunGuard::OrDefaults(profile.guard)),
           socket_(socket),
           mails_(mails),
-          sender_("<" + profile.setting.address + ">") {
+          sender_("<" + profile.setting.address + ">"),
+          header_bytes_(guard_.TextMailHeaderBytes(profile)) {
         socket_.SetEndOfDataTimeOut(guard_.EndOfDataSeconds(profile));
     }
 
@@ -116,6 +118,7 @@ private:
         std::optional<CString> text_mail =
             profile_.TextMailOf(mail.text, to.textonly, to.cutwhite, to.htmltotext, to.compress_words);
         if (!text_mail) return SendText(mail.text, DataForm::Fetched);
+        if (header_bytes_ > 0) ShortenRecipients(&*text_mail, static_cast<std::size_t>(header_bytes_));
         BreakLongLines(&*text_mail, &*text_mail);
         return SendText(*text_mail, DataForm::NotStuffed);
     }
@@ -237,6 +240,7 @@ private:
     CSmtpSocket& socket_;
     CArray<CReceiveMail*, CReceiveMail*>& mails_;
     CString sender_;
+    const int header_bytes_;  // of a text mail, at most; 0: any number
     Transaction current_;
     CArray<CForwardAddress*, CForwardAddress*> recipients_;  // of a transaction for all
     std::vector<std::size_t> batch_;                         // positions in mails_, ascending

@@ -110,6 +110,7 @@ private:
         used_ = {};
         return WayTo(server, profile, *rules_, ways_, {}, &used_);
     }
+    int TextMailHeaderBytes(const CPopProfile&) override { return rules_ ? rules_->header_limit : 0; }
     int EndOfDataSeconds(const CPopProfile&) override { return end_of_data_s_; }
     CRefusal Refused(const CPopProfile&, const CReceiveMail&, const CForwardAddress&, const CRunFailure& why) override {
         refusal = why;

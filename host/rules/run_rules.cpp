@@ -300,6 +300,8 @@ bool RunRules::Offers(const CPopProfile& profile, const CReceiveMail& mail, cons
     return !HoldUnasked(profile, mail, Of(profile, mail), HeldKind::Refused, address);
 }
 
+int RunRules::TextMailHeaderBytes(const CPopProfile& /*profile*/) { return rules_.header_limit; }
+
 int RunRules::EndOfDataSeconds(const CPopProfile& /*profile*/) { return rules_.endofdata; }
 
 // What is refused for the time being is set aside when that comes twice in a row.

@@ -80,6 +80,7 @@ public:
     CSending Sends(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                    bool received) override;
     bool Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address) override;
+    int TextMailHeaderBytes(const CPopProfile& profile) override;
     int EndOfDataSeconds(const CPopProfile& profile) override;
     CRefusal Refused(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address,
                      const CRunFailure& refusal) override;

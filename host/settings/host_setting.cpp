@@ -95,6 +95,16 @@ constexpr std::array kRuleKeys = {
     Limit("heldsize", kLimits, "MIB", Marked("MiB"), kLargestSize_MiB, &R::heldsize,
           Marked("How large the messages of a profile may be that are set aside")),
     Limit("serverruns", kLimits, "RUNS", Marked("runs"), kMost, &R::serverruns, Marked("Runs at once to one server")),
+    Key<R>{{"header_limit",
+            kLimits,
+            "BYTES",
+            Marked("How large the header of a text mail may be; above it To and CC are shortened; 0: any size"),
+            KeyType::Number,
+            Marked("bytes"),
+            {},
+            0,
+            kMost},
+           &R::header_limit},
     Key<R>{
         {"pop_tls", kEncryption, "HOW",
          Marked("tls: encrypted from the first byte (usually port 995); starttls: encrypted before the login, or the "

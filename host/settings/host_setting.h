@@ -39,6 +39,7 @@ struct HostRules {
     int heldmessages = 10000;  // messages of a profile
     int heldsize = 1024;       // MiB of a profile
     int serverruns = 10;       // runs at once to one server
+    int header_limit = 0;      // bytes of the header of a text mail; 0: any number
     int allruns = 200;         // runs at once; of the root alone
     int historydays = 90;      // of the root alone, as the next
     int historysize = 500;     // MB

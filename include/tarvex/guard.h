@@ -122,6 +122,10 @@ public:
     // host holds it durably for the address by now; note it as received, go on with the next.
     virtual bool Offers(const CPopProfile& profile, const CReceiveMail& mail, const CForwardAddress& address);
 
+    // The most bytes that the header of a text mail may have, for a carrier that counts the whole mail; 0 for any
+    // number. Above it To and CC hold their first few addresses and a comment: "(and 27 others)".
+    virtual int TextMailHeaderBytes(const CPopProfile& profile);
+
     // How long the answer to a whole message may take, in seconds; 0 for the profile's time-out.
     virtual int EndOfDataSeconds(const CPopProfile& profile);
 

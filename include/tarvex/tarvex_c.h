@@ -272,6 +272,8 @@ typedef struct tarvex_guard {
     /* The account that the run sends through. `account` holds the profile's own: change in it what shall be otherwise;
        nothing of that is saved. New texts must stay valid until the run asks its next question. */
     void(TARVEX_C_CALL* sends_through)(void* context, const char* profile, tarvex_smtp_account* account);
+    /* The most bytes of the header of a text mail; 0: any number. Above it To and CC are shortened. */
+    int(TARVEX_C_CALL* text_mail_header_bytes)(void* context, const char* profile);
 } tarvex_guard;
 /* NOLINTEND(modernize-use-using) */
 

@@ -35,6 +35,7 @@ struct TestGuard : CRunGuard {
     std::function<CSending(const CReceiveMail&, const CForwardAddress&, bool)> sends;
     std::function<bool(const CReceiveMail&, const CForwardAddress&)> offers;
     std::function<CRefusal(const CForwardAddress&, const CRunFailure&)> refused;
+    int header_bytes = 0;
     int end_of_data_s = 0;
     std::function<void(CSmtpAccount&)> changes_account;
     std::vector<std::string> told;
@@ -78,6 +79,9 @@ struct TestGuard : CRunGuard {
     }
     bool Offers(const CPopProfile& p, const CReceiveMail& mail, const CForwardAddress& to) override {
         return offers ? offers(mail, to) : CRunGuard::Offers(p, mail, to);
+    }
+    int TextMailHeaderBytes(const CPopProfile& p) override {
+        return header_bytes != 0 ? header_bytes : CRunGuard::TextMailHeaderBytes(p);
     }
     int EndOfDataSeconds(const CPopProfile& p) override {
         return end_of_data_s != 0 ? end_of_data_s : CRunGuard::EndOfDataSeconds(p);

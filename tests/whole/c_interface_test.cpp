@@ -270,6 +270,7 @@ struct Asked {
             return 1;
         };
         guard.end_of_data_seconds = [](void*, const char*) { return 60; };
+        guard.text_mail_header_bytes = [](void*, const char*) { return 0; };
         guard.refused = [](void* c, const tarvex_mail* mail, const char* address, const tarvex_failure* refusal) {
             Note(c, mail, std::string("refused ") + address + " " + refusal->reply);
             return static_cast<int>(TARVEX_HOST_HAS_IT);

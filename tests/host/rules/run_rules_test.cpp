@@ -20,6 +20,7 @@ namespace {
 using host::NextRun;
 using ::testing::AnyOf;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using ::testing::SizeIs;
@@ -518,6 +519,19 @@ TEST_F(RulesOfTwo, RunThatOnlyRepeatsACopyIsNotFollowedByTheNextAtOnce) {
         with.Run();
         EXPECT_NE(with.next, NextRun::AtOnce);
     }
+}
+
+TEST_F(Rules, RecipientsOfATextMailAreShortenedToTheLimitOfItsHeader) {
+    with.rules.header_limit = 200;
+    with.profile.forward_addresses[0]->setting.textonly = 100;
+    std::string everybody = "a@x";
+    for (int i = 0; i < 100; ++i) everybody += ", number" + std::to_string(i) + "@example.org";
+    with.pop.Add({"u1", "Received: x\r\nTo: " + everybody + "\r\nSubject: s\r\n\r\nhello\r\n"});
+    with.Run();
+    const std::string text = with.smtp.Delivered().at(0).text;
+    EXPECT_LE(text.find("\r\n\r\n"), 200U);
+    EXPECT_THAT(text, HasSubstr("To: a@x, number0@example.org,"));
+    EXPECT_THAT(text, HasSubstr(" others)\r\nSubject: s"));
 }
 
 TEST_F(Rules, MessageWithoutAnIdThatCannotBeFetchedKeepsNoOtherBack) {
