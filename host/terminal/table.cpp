@@ -37,13 +37,21 @@ bool MayBreakBetween(std::string_view before, std::string_view after) {
     return !IsOneOf(after, kNeverFirst) && !IsOneOf(before, kNeverLast);
 }
 
-// Up to a blank, or to where a line may end without one.
-std::string_view FirstPiece(std::string_view text) {
+// Up to a blank, or to where a line may end without one. A command in backquotes is one piece where it fits: it is
+// there to be copied.
+std::string_view FirstPiece(std::string_view text, std::size_t columns) {
+    std::size_t command_end = 0;
     for (std::size_t end = 0; end < text.size();) {
-        if (text[end] == ' ') return text.substr(0, end);
+        if (end >= command_end && text[end] == ' ') return text.substr(0, end);
+        if (end >= command_end && text[end] == '`') {
+            const std::size_t close = text.find('`', end + 1);
+            if (close != std::string_view::npos && Columns(text.substr(0, close + 1)) <= columns)
+                command_end = close + 1;
+        }
         const std::string_view before = FirstCharacter(text.substr(end));
         end += before.size();
-        if (end < text.size() && MayBreakBetween(before, FirstCharacter(text.substr(end)))) return text.substr(0, end);
+        if (end < text.size() && end >= command_end && MayBreakBetween(before, FirstCharacter(text.substr(end))))
+            return text.substr(0, end);
     }
     return text;
 }
@@ -75,7 +83,7 @@ std::string Wrapped(std::string_view text, std::size_t columns) {
     std::size_t taken = 0;
     bool behind_blank = false;
     while (!text.empty()) {
-        const std::string_view piece = FirstPiece(text);
+        const std::string_view piece = FirstPiece(text, columns);
         const bool before_blank = piece.size() < text.size() && text[piece.size()] == ' ';
         text.remove_prefix(piece.size() + (before_blank ? 1 : 0));
         const std::size_t width = Columns(piece);

@@ -137,7 +137,7 @@ TEST_F(SharedAccount, IsShownWithWhereItComesFrom) {
     EXPECT_EQ(Ask({"check", "--no-dns"})[0]["smtp"]["from"], "user");
     EXPECT_THAT(host_.Tell({"check", "--no-dns"}), HasSubstr(", of the user"));
     SetUser({"--smtpport", std::to_string(UnusedPort())});
-    EXPECT_THAT(host_.Tell({"check", "--no-dns"}, kUnavailable), HasSubstr("change it with `tarvex rules set user0`"));
+    EXPECT_THAT(host_.Tell({"check", "--no-dns"}, kUnavailable), HasSubstr("`tarvex rules set user0`"));
 }
 
 TEST_F(SharedAccount, PasswordIsNeverShownAndNotInClearOnDisk) {

@@ -12,6 +12,8 @@ namespace {
 TEST(Wrapped, BreaksEnglishAtBlanksAlone) {
     EXPECT_EQ(Wrapped("one two three", 7), "one two\nthree");
     EXPECT_EQ(Wrapped("unbreakable", 4), "unbreakable");
+    EXPECT_EQ(Wrapped("write (`a b c`) now", 9), "write\n(`a b c`)\nnow");
+    EXPECT_EQ(Wrapped("`a b c d` e`", 6), "`a b c\nd` e`");
     EXPECT_EQ(Wrapped("", 4), "");
 }
 

@@ -251,7 +251,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{"IbmRomanNumeralTakesRowThirteen", "\xFA\x4A", "\x1B$B-5\x1B(B"},
                       Case{"IbmBecauseSignTakesTheStandardsCode", "\xFA\x5B", "\x1B$B\"h\x1B(B"},
                       Case{"UserDefinedIsGeta", "\xF0\x40", "\x1B$B\".\x1B(B"},
-                      Case{"ControlsAreDropped", std::string("a\x1B$B\0b\x0E\x0F", 8) + "c", "a$Bbc"},
+                      Case{"ControlsAreDropped", std::string("a\x1BQ\0b\x0E\x0F", 7) + "c", "aQbc"},
+                      Case{"ReadsItsOwnForm", "a\x1B$B$\"\x1B(B", "a\x1B$B$\"\x1B(B"},
                       Case{"BrokenCharacters", "a\x82\x20\x80\xA0\xFD\x82", "a? ????"}),
     [](const auto& test) { return test.param.name; });
 
