@@ -15,7 +15,8 @@ namespace tarvex {
 namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
-constexpr std::size_t kMaxLabel_bytes = 63;  // RFC 1035
+constexpr std::size_t kMaxLabel_bytes = 63;        // RFC 1035
+constexpr std::string_view kNowhere = ".invalid";  // a domain that nobody has (RFC 2606)
 
 bool IsAscii(std::string_view text) {
     return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
@@ -107,45 +108,49 @@ std::u32string CharactersOf(std::string_view utf8) {
     return characters;
 }
 
-void AppendMarked(std::string_view utf8, std::string& out) {
+// Each character that cannot be written as its number. False where there is none.
+bool AppendMarked(std::string_view utf8, std::string& out) {
+    bool is_marked = false;
     for (const char32_t c : CharactersOf(utf8)) {
-        if (c < 0x80) {
+        if (c < 0x80 && c != U'@') {
             out += static_cast<char>(c);
             continue;
         }
         std::array<char, 8> digits{};
         const char* const end = std::to_chars(digits.begin(), digits.end(), static_cast<std::uint32_t>(c), 16).ptr;
-        out += "[U+" + ToUpper(std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data()))) + ']';
+        out += "{U+" + ToUpper(std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data()))) + '}';
+        is_marked = true;
     }
+    return is_marked;
 }
 
-void AppendLabel(std::string_view label, std::string& out) {
+// The same result.
+bool AppendLabel(std::string_view label, std::string& out) {
     if (IsAscii(label)) {
         out += label;
-        return;
+        return false;
     }
     std::u32string characters = CharactersOf(label);
     std::ranges::transform(characters, characters.begin(), Small);
     const std::string encoded = characters.size() > kMaxLabel_bytes ? "" : "xn--" + Punycode::Of(characters);
-    if (encoded.empty() || encoded.size() > kMaxLabel_bytes) {
-        AppendMarked(label, out);
-    } else {
-        out += encoded;
-    }
+    if (encoded.empty() || encoded.size() > kMaxLabel_bytes) return AppendMarked(label, out);
+    out += encoded;
+    return false;
 }
 
 void AppendAddress(std::string_view address, std::string& out) {
     const std::size_t at = address.rfind('@');
-    AppendMarked(address.substr(0, at), out);
+    bool is_marked = AppendMarked(address.substr(0, at), out);
     if (at == kNone) return;
     out += '@';
     for (std::string_view domain = address.substr(at + 1);;) {
         const std::size_t dot = domain.find('.');
-        AppendLabel(domain.substr(0, dot), out);
+        is_marked = AppendLabel(domain.substr(0, dot), out) || is_marked;
         if (dot == kNone) break;
         out += '.';
         domain.remove_prefix(dot + 1);
     }
+    if (is_marked) out += kNowhere;
 }
 
 // Reads a list of addresses in words: what stands between blanks and the signs that are its structure.
@@ -154,7 +159,7 @@ public:
     std::string Read(std::string_view list) {
         while (!list.empty()) {
             const std::size_t end = std::min(list.find_first_of(" <>(),;:\""), list.size());
-            AddWord(list.substr(0, end));
+            AddWord(list.substr(0, end), list.substr(end));
             list.remove_prefix(end);
             if (list.empty()) break;
             AddSign(list.front());
@@ -164,23 +169,32 @@ public:
     }
 
 private:
-    void AddWord(std::string_view word) {
+    void AddWord(std::string_view word, std::string_view rest) {
         is_escaped_ = (is_quoted_ || comments_ > 0) && word.ends_with('\\') && !word.ends_with("\\\\");
-        if (!IsAscii(word) && (in_brackets_ || (word.find('@') != kNone && !Utf8ToSameSJis(word)))) {
-            AppendAddress(word, out_);
-        } else if (in_brackets_) {
+        const bool holds_at = word.find('@') != kNone;
+        if (in_brackets_ && IsAscii(word) && word.find("=?") != kNone) {
             AppendWithoutEncodedWords(word);
+        } else if (!IsAscii(word) && (in_brackets_ || (holds_at && (IsAddressItself(rest) || !Utf8ToSameSJis(word))))) {
+            AppendAddress(word, out_);
         } else {
             out_ += word;
         }
     }
 
+    // Not a part of the name before the brackets of an address, nor of a comment. Looks no further than the next
+    // address.
+    bool IsAddressItself(std::string_view rest) const {
+        if (is_quoted_ || comments_ > 0) return false;
+        const std::size_t next = rest.find_first_of("<,;");
+        return next == kNone || rest[next] != '<';
+    }
+
     void AppendWithoutEncodedWords(std::string_view word) {
         for (std::size_t begin = word.find("=?"); begin != kNone; begin = word.find("=?")) {
-            out_.append(word.substr(0, begin)).append("=[?]");
+            out_.append(word.substr(0, begin)).append("={U+3F}");
             word.remove_prefix(begin + 2);
         }
-        out_ += word;
+        out_.append(word).append(kNowhere);
     }
 
     void AddSign(char sign) {

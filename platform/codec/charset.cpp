@@ -18,23 +18,24 @@ constexpr std::size_t kMaxNameBytes = 64;
 
 void Copy(const std::string* source, std::string* target) { *target = *source; }
 
-// Without a label, with an unknown one or with that of ISO-2022-JP a text may be UTF-8 or EUC-JP all the same. In
-// EUC-JP all beyond ASCII are pairs of high bytes, and a good part of them hiragana. Half-width katakana of Shift-JIS
-// may be such pairs, but not of that row.
+// In EUC-JP all beyond ASCII are pairs of high bytes, a good part of them kana or punctuation. Half-width katakana of
+// Shift-JIS may be such pairs, but hardly of those rows.
 bool MeansEuc(std::string_view text) {
     const auto is_high = [text](std::size_t at) {
         return at < text.size() && static_cast<unsigned char>(text[at]) > 0xA0;
     };
     std::size_t pairs = 0;
-    std::size_t hiragana = 0;
+    std::size_t kana = 0;
+    std::size_t punctuation = 0;
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (static_cast<unsigned char>(text[at]) < 0x80) continue;
         if (!is_high(at) || !is_high(at + 1)) return false;
-        if (text[at] == '\xA4') ++hiragana;
+        if (text[at] == '\xA4' || text[at] == '\xA5') ++kana;
+        if (text[at] == '\xA1') ++punctuation;
         ++pairs;
         ++at;
     }
-    return hiragana >= 2 && hiragana * 4 >= pairs;
+    return kana >= 2 && (kana + punctuation) * 4 >= pairs;
 }
 
 // Without a label, with an unknown one or with that of ISO-2022-JP: a text may be UTF-8 or EUC-JP all the same.

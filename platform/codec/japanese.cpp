@@ -328,7 +328,7 @@ private:
         } else if (code == 0) {
             AddSign(character, end);
         } else if (IsText(code)) {
-            out_.AddText(kLookAlikeTexts[code - kFirstText]);
+            AddText(kLookAlikeTexts[code - kFirstText], end - Utf8Bytes(character), end);
         } else if (code == UnicodeTable::kDropped) {
             if (sign_end_ && sign_end_ + Utf8Bytes(character) == end) {
                 sign_end_ = end;
@@ -347,6 +347,14 @@ private:
         is_joined_ = false;
     }
 
+    // Of a number of superscripts the first has the sign of powers.
+    void AddText(std::string_view text, const char* begin, const char* end) {
+        const bool is_power = text.front() == '^';
+        if (is_power && power_end_ == begin) text.remove_prefix(1);
+        if (is_power) power_end_ = end;
+        out_.AddText(text);
+    }
+
     bool BelongsToSign(const char* end, std::size_t bytes) const { return is_joined_ && sign_end_ + bytes == end; }
 
     static std::size_t Utf8Bytes(char32_t character) { return character < 0x800 ? 2 : character < 0x10000 ? 3 : 4; }
@@ -355,8 +363,9 @@ private:
 
     Output& out_;
     const UnicodeTable& table_ = UnicodeTable::Get();
-    const char* sign_end_ = nullptr;  // of the sign that was read last, with what was dropped behind it
-    bool is_joined_ = false;          // the last of that joins the next character to the sign
+    const char* sign_end_ = nullptr;   // of the sign that was read last, with what was dropped behind it
+    bool is_joined_ = false;           // the last of that joins the next character to the sign
+    const char* power_end_ = nullptr;  // of the superscript that was read last
 };
 
 // `add_unknown` adds what stands for a double-byte code of no character, and returns how many bytes it stands for.
@@ -395,8 +404,13 @@ struct Designation {
     std::string_view sequence;
     JisSet set;
 };
-constexpr std::array<Designation, 6> kDesignations = {{
+constexpr std::array<Designation, 11> kDesignations = {{
     {"\x1B$B", JisSet::Kanji},
+    {"\x1B$(O", JisSet::Kanji},  // JIS X 0213, of which these rows are a part
+    {"\x1B$(Q", JisSet::Kanji},
+    {"\x1B$(P", JisSet::Supplement},
+    {"\x1B$(C", JisSet::Supplement},  // Korean
+    {"\x1B$A", JisSet::Supplement},   // Chinese
     {"\x1B(B", JisSet::Ascii},
     {"\x1B$@", JisSet::Kanji},
     {"\x1B(J", JisSet::Ascii},

@@ -12,8 +12,9 @@
 namespace tarvex {
 
 // ISO-2022-JP (RFC 1468) with its usual extensions: ESC $ @, ESC $ B, ESC ( B, ESC ( J, ESC ( I (half-width katakana);
-// the characters of ESC $ ( D become geta marks. A line end returns to ASCII. Bytes above 0x7F pass, so Shift-JIS text
-// passes as it is; so do unknown escape sequences. All 94 rows follow one arithmetic.
+// the first plane of JIS X 0213 is read as far as it is the same; the characters of other sets with two bytes become
+// geta marks. A line end returns to ASCII. Bytes above 0x7F pass, so Shift-JIS text passes as it is; so do unknown
+// escape sequences. All 94 rows follow one arithmetic.
 void JisToSJis(const std::string* source, std::string* target);
 
 // EUC-JP; half-width katakana through 0x8E, the characters of 0x8F become geta marks.

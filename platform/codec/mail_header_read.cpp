@@ -310,14 +310,31 @@ std::string Verbatim(std::string_view value) {
     return text;
 }
 
+// A list of addresses in Shift-JIS. What is written for other characters holds parentheses now and then, which would
+// begin a comment: they become full-width.
+std::string WithoutNewStructure(std::string_view utf8) {
+    std::string list;
+    while (!utf8.empty()) {
+        const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+        const auto ascii = static_cast<std::size_t>(std::ranges::find_if_not(utf8, is_ascii) - utf8.begin());
+        list += utf8.substr(0, ascii);
+        utf8.remove_prefix(ascii);
+        const auto beyond = static_cast<std::size_t>(std::ranges::find_if(utf8, is_ascii) - utf8.begin());
+        std::string run(utf8.substr(0, beyond));
+        utf8.remove_prefix(beyond);
+        Utf8ToSJis(&run, &run);
+        for (const char c : run) list += c == '(' ? "\x81\x69" : c == ')' ? "\x81\x6A" : std::string(1, c);
+    }
+    return list;
+}
+
 std::string DecodedAddresses(std::string_view value, CharsetConverter& converter, int& encoded_words) {
     const std::string raw = RawToUtf8(Unfold(value));
     AddressContext context;
     WordDecoder decoder(raw, converter, &context);
     std::string text = WithUnmistakableAddresses(decoder.Decode());
     encoded_words += decoder.Count();
-    Utf8ToSJis(&text, &text);
-    return text;
+    return WithoutNewStructure(text);
 }
 
 std::string DecodedText(std::string_view value, CharsetConverter& converter, int& encoded_words) {

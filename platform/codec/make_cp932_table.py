@@ -9,8 +9,9 @@ forms (Debian's package locales). A character that the code page lacks takes the
 1. nothing: what is never seen (default-ignorable characters, controls, marks upon another character);
 2. a look-alike by its general category or its name: blanks, dashes, bullets, arrows, squares, check marks;
 3. the C library's plain form: ss for a sharp s, ae for a ligature, EUR for the euro sign;
-4. its compatibility decomposition: letters without their marks, digits without their circles, fractions with a slash;
-5. for a kanji the form that the code page has: the same radical, then the nearest number of strokes.
+4. its compatibility decomposition: letters without their marks, fractions with a slash, superscripts behind a ^;
+5. for a kanji the form that the standard has: the simplified, the traditional or another shape of the same; for a Japanese one
+   also a wider variant that has its radical and about its strokes.
 """
 import bz2
 import collections
@@ -29,32 +30,42 @@ CHOSEN = {
     0x00A0: ' ', 0x2800: ' ', 0x2028: ' ', 0x2029: ' ',
     0x00A2: '￠', 0x00A3: '￡', 0x00A5: '￥', 0x00AC: '￢', 0x00A6: '｜',
     0x2014: '―', 0x2016: '∥', 0x203E: '￣', 0x2212: '－', 0x301C: '～', 0x223C: '～', 0x2015: '―',
-    0x00AB: '≪', 0x00BB: '≫', 0x2039: '〈', 0x203A: '〉', 0x201A: '，', 0x201B: '‘', 0x201E: '〝', 0x201F: '“',
+    0x00AB: '≪', 0x00BB: '≫', 0x2039: '〈', 0x203A: '〉', 0x201A: '，', 0x201B: '‘', 0x201E: '“', 0x201F: '“',
     0x2044: '/', 0x2122: '(TM)', 0x2117: '(P)', 0x2120: '(SM)',
     0x3099: '゛', 0x309A: '゜', 0x30F7: 'ワ゛', 0x30F8: 'ヰ゛', 0x30F9: 'ヱ゛', 0x30FA: 'ヲ゛', 0x0338: '/',
-    0x2713: 'レ', 0x2715: '×', 0x2764: '(ハート)', 0x2665: '(ハート)', 0x2661: '(ハート)',
+    0x2715: '×', 0x25AC: '━', 0x23AF: '─', 0x229A: '◎', 0x2299: '◎', 0x1F51F: '10',
+    0x2764: '(ハート)', 0x2665: '(ハート)', 0x2661: '(ハート)',
     0x2264: '≦', 0x2265: '≧', 0x2248: '≒', 0x2B50: '★', 0x3094: 'ヴ',
     0x0406: 'I', 0x0456: 'i', 0x0408: 'J', 0x0458: 'j', 0x0405: 'S', 0x0455: 's', 0x0404: 'Е', 0x0454: 'е',
-    0x0490: 'Г', 0x0491: 'г', 0x03C2: 'σ', 0x20AC: 'EUR', 0xFFFD: '?', 0x260E: 'TEL', 0x260F: 'TEL', 0x2709: '〒',
+    0x0490: 'Г', 0x0491: 'г', 0x03C2: 'σ', 0x20AC: 'EUR', 0xFFFD: '?', 0x260E: 'TEL', 0x260F: 'TEL', 0x2709: 'Mail', 0x0409: 'ЛЬ', 0x0459: 'ль', 0x040A: 'НЬ', 0x045A: 'нь', 0x275D: '“', 0x275E: '”', 0x275B: '‘',
+    0x275C: '’', 0x276E: '〈', 0x276F: '〉', 0x0085: ' ', 0x207B: '-', 0x208B: '-', 0x263A: '(^_^)', 0x2639: '(T_T)',
     0x0131: 'i', 0x0192: 'f', 0x2024: '.', 0x00BC: ' 1/4',
 }
 
 # Look-alikes by the name of the character: the first pattern counts.
 BY_NAME = [
-    (r'\b(BULLET|INTERPUNCT|MIDDLE DOT|DOT OPERATOR|HYPHENATION POINT|WORD SEPARATOR MIDDLE DOT)\b', '・'),
-    (r'\bCHECK MARK\b|\bWITH CHECK\b', 'レ'),
+    (r'\bSTROKED?\b.*\bARROW\b|\bARROW\b.*\bSTROKE\b|\bARROW ABOVE\b|\bUPWARDS\b.*\bDOWNWARDS\b', None),
+    (r'\bTRAIN\b', None),
+    (r'\b(BULLET|INTERPUNCT|MIDDLE DOT|DOT OPERATOR|HYPHENATION POINT|RIGHT-POINTING SMALL TRIANGLE)\b', '・'),
+    (r'\bCHECK MARK\b|\bWITH CHECK\b', '○'),
     (r'\b(BALLOT X|CROSS MARK|MULTIPLICATION X|SALTIRE|CANCELLATION X)\b|\bBALLOT BOX WITH X\b', '×'),
-    (r'\bLEFT RIGHT .*ARROW\b', '⇔'),
-    (r'\bRIGHTWARDS\b.*\bARROW\b|\bRIGHTWARDS ARROW\b|\bRIGHT-POINTING (TRIANGLE|POINTER|ISOSCELES)|RIGHT-POINTING '
-     r'DOUBLE TRIANGLE|RIGHTWARDS ARROWHEAD', '→'),
-    (r'\bLEFTWARDS\b.*\bARROW\b|\bLEFT-POINTING (TRIANGLE|POINTER|ISOSCELES)|LEFT-POINTING DOUBLE TRIANGLE', '←'),
+    (r'\bLEFT RIGHT .*ARROW\b|\bRIGHTWARDS\b.*\bLEFTWARDS\b|\bLEFTWARDS\b.*\bRIGHTWARDS\b', '⇔'),
+    (r'\bARROW\b.*\bRIGHTWARDS$|\bRIGHTWARDS\b.*\bARROW\b|\bRIGHTWARDS ARROWHEAD\b', '→'),
+    (r'\bRIGHT-POINTING (TRIANGLE|POINTER|ISOSCELES|DOUBLE TRIANGLE)|\bRIGHT POINTING INDEX$', '→'),
+    (r'\bARROW\b.*\bLEFTWARDS$|\bLEFTWARDS\b.*\bARROW\b', '←'),
+    (r'\bLEFT-POINTING (TRIANGLE|POINTER|ISOSCELES|DOUBLE TRIANGLE)|\bLEFT POINTING INDEX$', '←'),
     (r'\bUPWARDS\b.*\bARROW\b', '↑'), (r'\bDOWNWARDS\b.*\bARROW\b', '↓'),
     (r'\bWHITE\b.*\bSTAR\b', '☆'), (r'\b(BLACK|HEAVY|TEARDROP)\b.*\bSTAR\b|^(GLOWING )?STAR$|\bPOINTED .*STAR\b', '★'),
+    (r'\bLEFT WHITE SQUARE BRACKET\b|\bLEFT .*SQUARE BRACKET\b', '［'),
+    (r'\bRIGHT WHITE SQUARE BRACKET\b|\bRIGHT .*SQUARE BRACKET\b', '］'),
     (r'\bBLACK\b.*\bSQUARE\b|\bLARGE .* SQUARE\b', '■'), (r'\bWHITE\b.*\bSQUARE\b|^BALLOT BOX$', '□'),
     (r'\bBLACK\b.*\bCIRCLE\b|\bLARGE .* CIRCLE\b', '●'), (r'\bWHITE\b.*\bCIRCLE\b|^HEAVY LARGE CIRCLE$', '○'),
     (r'\bBLACK\b.*\b(DIAMOND|LOZENGE)\b', '◆'), (r'\bWHITE\b.*\b(DIAMOND|LOZENGE)\b|^LOZENGE$', '◇'),
     (r'\bBLACK UP-POINTING\b.*\bTRIANGLE\b', '▲'), (r'\bWHITE UP-POINTING\b.*\bTRIANGLE\b', '△'),
     (r'\bBLACK DOWN-POINTING\b.*\bTRIANGLE\b', '▼'), (r'\bWHITE DOWN-POINTING\b.*\bTRIANGLE\b', '▽'),
+    (r'^LOWER ONE (EIGHTH|QUARTER) BLOCK$', '＿'), (r'\bBLOCK$|\b(LIGHT|MEDIUM|DARK) SHADE$', '■'),
+    (r'^BOX DRAWINGS LIGHT DIAGONAL UPPER RIGHT', '／'), (r'^BOX DRAWINGS LIGHT DIAGONAL UPPER LEFT', '＼'),
+    (r'^BOX DRAWINGS LIGHT DIAGONAL CROSS', '×'),
     (r'\b(MUSICAL NOTE|MUSICAL NOTES|BEAMED EIGHTH NOTES|BEAMED SIXTEENTH NOTES)\b', '♪'),
     (r'\bQUESTION MARK ORNAMENT\b', '？'), (r'\bEXCLAMATION MARK (SYMBOL|ORNAMENT)\b', '！'),
     (r'^HEAVY PLUS SIGN$', '+'), (r'^HEAVY MINUS SIGN$', '-'), (r'^HEAVY DIVISION SIGN$', '÷'),
@@ -62,7 +73,7 @@ BY_NAME = [
 ]
 
 # In the place of a character that counts in a header: a folding must not make an address, or an encoded word.
-STRUCTURE = dict(zip('<>@,;:"\\[]=?', '＜＞＠，；：”￥［］＝？'))
+STRUCTURE = dict(zip('<>@,;:"\\[]=?', '＜＞＠，；：”＼［］＝？'))
 
 
 def code_of(character):
@@ -89,7 +100,7 @@ def decode(lead, trail):
 
 # ---- what the packages say
 
-Entry = collections.namedtuple('Entry', 'name category form decomposition')
+Entry = collections.namedtuple('Entry', 'name category form decomposition number')
 
 
 def read_unicode_data():
@@ -98,7 +109,8 @@ def read_unicode_data():
         form, _, points = fields[5].rpartition('> ')
         if fields[1].endswith(', First>') or fields[1].endswith(', Last>'):
             continue
-        yield int(fields[0], 16), Entry(fields[1], fields[2], form.lstrip('<'), [int(p, 16) for p in points.split()])
+        yield int(fields[0], 16), Entry(fields[1], fields[2], form.lstrip('<'),
+                                            [int(p, 16) for p in points.split()], fields[8])
 
 
 def read_property(name):
@@ -135,27 +147,47 @@ for table in ['translit_neutral', 'translit_combining', 'translit_compat', 'tran
 # ---- kanji
 
 STROKES = {}
-KANJI = collections.defaultdict(list)
+JAPANESE = set()  # that a Japanese standard has
+SAME = collections.defaultdict(list)  # the simplified form, the traditional one, another shape of the same
+LIKE = collections.defaultdict(list)  # variants of a wider kind
 for point, key, value in read_unihan('Unihan_IRGSources'):
     if key == 'kRSUnicode':
         radical, strokes = value.split()[0].split('.')
         STROKES[int(point[2:], 16)] = radical.rstrip("'"), int(strokes)
-for point, forms in read_transliterations('translit_cjk_variants'):
-    KANJI[point] += [ord(form) for form in forms if len(form) == 1]
+    elif key == 'kIRG_JSource':
+        JAPANESE.add(int(point[2:], 16))
 for point, key, value in read_unihan('Unihan_Variants'):
-    variants = [int(other, 16) for other in re.findall(r'U\+([0-9A-F]+)', value)]
-    KANJI[int(point[2:], 16)] += variants
-    for other in variants:
-        KANJI[other].append(int(point[2:], 16))
+    if key in ('kZVariant', 'kSimplifiedVariant', 'kTraditionalVariant', 'kSpoofingVariant'):
+        for other in (int(other, 16) for other in re.findall(r'U\+([0-9A-F]+)', value)):
+            SAME[int(point[2:], 16)].append(other)
+            SAME[other].append(int(point[2:], 16))
+for point, forms in read_transliterations('translit_cjk_variants'):
+    LIKE[point] += [ord(form) for form in forms if len(form) == 1]
 
 
-def kanji(point):
+def in_standard(character):
+    """JIS X 0208: not the rows that only Microsoft's converter has."""
+    code = code_of(character)
+    row = None if not code or code < 0x100 else ((code >> 8) - (0x81 if code < 0xA000 else 0xC1)) * 2 + (
+        1 if code & 0xFF < 0x9F else 2)
+    return code is not None and (row is None or row <= 8 or 16 <= row <= 84)
+
+
+def kanji(point, depth=1):
+    """The form that the standard has: of a Japanese kanji also a wider variant with its radical and about its strokes."""
     radical, strokes = STROKES.get(point, (None, 0))
-    codes = [other for other in KANJI[point] if other > 0x7F and code_of(chr(other))]
-    if not codes:
-        return None
-    order = lambda other: (STROKES.get(other, ('', 0))[0] != radical, abs(STROKES.get(other, ('', 0))[1] - strokes))
-    return chr(min(codes, key=order))  # the first of several
+
+    def distance(other):
+        return STROKES.get(other, ('', 0))[0] != radical, abs(STROKES.get(other, ('', 0))[1] - strokes)
+
+    others = [other for other in SAME[point] if other > 0x7F]
+    if point in JAPANESE:
+        others += [other for other in LIKE[point] if distance(other) < (True, 0) and distance(other)[1] <= 8]
+    there = [other for other in others if in_standard(chr(other))]
+    if there:
+        return chr(min(there, key=distance) if point in JAPANESE else there[0])
+    further = [form for other in others if depth > 0 and (form := kanji(other, depth - 1))]
+    return further[0] if further else None
 
 
 # ---- the choice
@@ -169,6 +201,17 @@ def text_of(point):
         CACHE[point] = None  # for a circle
         CACHE[point] = chr(point) if point >= 0x20 and point != 0x7F and code_of(chr(point)) else form_of(point)
     return CACHE[point]
+
+
+BOXES = {entry.name: chr(point) for point, entry in DATA.items()
+         if entry.name.startswith('BOX DRAWINGS') and code_of(chr(point))}
+
+
+def box(name):
+    """A frame with the same arms, heavy for double lines, else light."""
+    arms = ' AND '.join(re.findall(r'\b(?:UP|DOWN|LEFT|RIGHT|VERTICAL|HORIZONTAL)\b', name))
+    heavy = 'HEAVY' in name or 'DOUBLE' in name.replace('DOUBLE DASH', '')
+    return BOXES.get('BOX DRAWINGS ' + ('HEAVY ' if heavy else 'LIGHT ') + arms)
 
 
 def form_of(point):
@@ -185,16 +228,24 @@ def form_of(point):
         return ' '
     if entry.category == 'Pd':
         return '-'
+    if 'CIRCLED' in entry.name and entry.number.isdigit():
+        return '(' + entry.number + ')'
+    if match := re.search(r'(?:REGIONAL INDICATOR SYMBOL|SQUARED LATIN CAPITAL|CIRCLED LATIN CAPITAL) LETTER ([A-Z])$',
+                          entry.name):
+        return match[1] if 'CIRCLED' not in entry.name else '(' + match[1] + ')'
+    if match := re.match(r'SQUARED (CL|COOL|FREE|ID|NEW|NG|OK|SOS|UP|VS)\b', entry.name):
+        return match[1]
+    if frame := box(entry.name) if entry.name.startswith('BOX DRAWINGS') else None:
+        return frame
     for pattern, form in BY_NAME:
         if re.search(pattern, entry.name):
             return form
+    if entry.form == 'super' and entry.number.isdigit():
+        return '^' + entry.number
     for form in PLAIN.get(point, []):
         written = [text_of(ord(character)) for character in form]
-        if form and None not in written and code_of(written[0][:1] or ' '):
+        if form and None not in written:
             return ''.join(written)
-    match = re.match(r'REGIONAL INDICATOR SYMBOL LETTER ([A-Z])$', entry.name)
-    if match:
-        return match[1]
     written = [text_of(part) for part in entry.decomposition]
     if not written or None in written:
         return kanji(point)
@@ -205,12 +256,12 @@ def form_of(point):
 
 
 def forms():
-    points = {*DATA, *IGNORABLE, *KANJI}
+    points = {*DATA, *IGNORABLE, *SAME, *LIKE}
     for point in sorted(points):
         if point < 0x80 or 0xD800 <= point <= 0xF8FF or code_of(chr(point)):
             continue
         text = text_of(point)
-        if text is not None:
+        if text is not None and all(in_standard(character) for character in text):
             yield point, ''.join(STRUCTURE.get(character, character) for character in text)
 
 

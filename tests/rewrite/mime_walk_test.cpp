@@ -99,6 +99,10 @@ INSTANTIATE_TEST_SUITE_P(
              "\x82\xA0 \x81\x45"),
         Both("WithAWrongLabelToo", "Content-Type: text/plain; charset=iso-2022-jp\r\n\r\n\xE3\x81\x82", "\x82\xA0"),
         Both("OrEucJp", "Content-Type: text/plain\r\n\r\n\xA4\xA2\xA4\xA4\xB0\xA1", "\x82\xA0\x82\xA2\x88\x9F"),
+        Both("OrEucJpWithFewKana",
+             "Content-Type: "
+             "text/plain\r\n\r\n\xC6\xFC\xCB\xDC\xB8\xEC\xA4\xCE\xB5\xAD\xBB\xF6\xA1\xA2\xA5\xCD\xBF\xB7\xA1\xA3",
+             "\x93\xFA\x96{\x8C\xEA\x82\xCC\x8BL\x8E\x96\x81\x41\x83l\x90V\x81\x42"),
         Both("HalfWidthKatakanaStay", "Content-Type: text/plain\r\n\r\n\xB1\xD8\xB6\xDE\xC4\xB3",
              "\xB1\xD8\xB6\xDE\xC4\xB3"),
         Both("UsAsciiIsLeftAlone", "Content-Type: text/plain; charset=us-ascii\r\n\r\n\x1B$B$\"\x1B(B",

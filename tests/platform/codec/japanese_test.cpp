@@ -98,7 +98,7 @@ TEST(Utf8ToSJis, ReadsWhatItCannotWriteAsWhatItLooksLike) {
         {"Bullets", "\u2022\u00B7\u22C5\u2219", "\u30FB\u30FB\u30FB\u30FB"},
         {"Guillemets", "\u00ABa\u00BB\u2039b\u203A", "\u226Aa\u226B\u3008b\u3009"},
         {"Signs", "\u2122\u00A9\u00AE\u20AC5", "(TM)(C)(R)EUR5"},
-        {"FractionsAndPowers", "1\u00BD m\u00B2 x\u2075", "1 1/2 m2 x5"},
+        {"FractionsAndPowers", "1\u00BD m\u00B2 x\u2075 10\u00B2\u2074", "1 1/2 m^2 x^5 10^24"},
         {"LatinLetters", "Stra\u00DFe \u00F8re \u00E6 \u0142 \u0111 \u0153 \u1EBF", "Strasse ore ae l d oe e"},
         {"GreekAndUkrainian", "\u03AC\u03C2 \u0457\u0456\u0454\u0491", "\u03B1\u03C3 ii\u0435\u0433"},
         {"Decomposed", "\u304B\u3099\u30CF\u309A\u30A6\u3099\u0438\u0306e\u0301", "\u304C\u30D1\u30F4\u0439e"},
@@ -110,7 +110,9 @@ TEST(Utf8ToSJis, ReadsWhatItCannotWriteAsWhatItLooksLike) {
         {"SkinAndSex", "\U0001F3C3\U0001F3FD\u200D\u2642\uFE0F!", "\u3013!"},
         {"FlagsAndKeycaps", "\U0001F1EF\U0001F1F5 1\uFE0F\u20E3 \U0001F3F3\uFE0F\u200D\U0001F308", "JP 1 \u3013"},
         {"TwoSigns", "\U0001F600\U0001F600", "\u3013\u3013"},
-        {"ArrowsAndMarks", "\u27A1\u2714\u2716\u25AA", "\u2192\u30EC\u00D7\u25A0"},
+        {"Frames", "\u2554\u2550\u2557\u256D\u2588", "\u250F\u2501\u2513\u250C\u25A0"},
+        {"BoxesAndCircles", "\u2776\U0001F170\U0001F197\U0001F51F", "(1)AOK10"},
+        {"ArrowsAndMarks", "\u27A1\u2714\u2716\u25AA", "\u2192\u25CB\u00D7\u25A0"},
     };
     for (const Case& c : cases) EXPECT_EQ(Utf8FromText(FromUtf8(c.source)), c.expected) << c.name;
 }
