@@ -80,7 +80,8 @@ std::string SendOneMail(CPopProfile& profile, CForwardAddress& address, const Ho
     if (guard.taken) return {};
     const bool refused = guard.refusal.failure_class != CFailureClass::None;
     const CRunFailure& why = refused ? guard.refusal : profile.result.delivery;
-    return OneLine(why.reply.empty() ? why.reason : why.reply, kTextWidth);
+    const std::string words = OneLine(why.reply.empty() ? why.reason : why.reply, kTextWidth);
+    return words.empty() ? "the server gave no answer that can be shown" : words;
 }
 
 }  // namespace tarvex::host

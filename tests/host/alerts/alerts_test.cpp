@@ -221,6 +221,8 @@ TEST_F(AlertedTree, SendsATestToEveryReader) {
     const std::vector<TestOutcome> refused = SendTestAlerts(root_, all, true, now_, sending);
     ASSERT_THAT(refused, SizeIs(1));
     EXPECT_THAT(refused[0].outcome.why, HasSubstr("554 5.7.1 no"));
+    sink_.SetFault([](const std::string&) { return "\r"; });
+    EXPECT_NE(SendTestAlerts(root_, all, true, now_, sending).at(0).outcome.why, "");
 }
 
 }  // namespace
