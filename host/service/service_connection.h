@@ -24,7 +24,8 @@ struct RunRequest {
 // For one request. Its operations throw CommandError when the service ends before it has answered.
 class ServiceConnection {
 public:
-    // Null when no service answers there. Throws CommandError when what answers is another user's.
+    // Null when there is no service. Throws CommandError when what answers is another user's, and, with kTryLater, when
+    // it takes nobody any more.
     static std::unique_ptr<ServiceConnection> Try(const std::string& root);
 
     virtual ~ServiceConnection() = default;

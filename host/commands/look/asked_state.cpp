@@ -19,7 +19,8 @@ void AddReport(const std::string& directory, std::chrono::milliseconds patience,
         tree.service = ServiceState::Silent;
         report = service->Report(patience);
         tree.service = ServiceState::Answers;
-    } catch (const CommandError&) {
+    } catch (const CommandError& error) {
+        if (error.ExitCode() == kTryLater) tree.service = ServiceState::Silent;
         return;
     }
     for (ProfileState& state : tree.profiles) {

@@ -24,6 +24,11 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kMaxReply_bytes = 64 << 20;
 constexpr std::chrono::milliseconds kProgressInterval{100};
 constexpr std::chrono::seconds kNoticeDelay{2};  // until a silent service is spoken of
+constexpr timeval kConnectPatience{1, 0};
+
+void SetSendTimeout(const Descriptor& socket, const timeval& time) {
+    setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+}
 
 CommandError Gone() {
     return {kTryLater, Tr("the service ended before it answered; see whether the change was made, and try again")};
@@ -144,9 +149,15 @@ std::string SocketConnection::Receive() const {
 
 }  // namespace
 
+// Of a service that was halted the queue is full some day: whoever gave up stands in it as well.
 std::unique_ptr<ServiceConnection> ServiceConnection::Try(const std::string& root) {
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) return nullptr;
+    SetSendTimeout(socket, kConnectPatience);
+    if (connect(socket.Get(), SocketAddress(root).Get(), SocketAddress::kSize) != 0) {
+        if (errno != EAGAIN) return nullptr;
+        throw CommandError(kTryLater, Tr("the service that owns the tree does not answer"));
+    }
+    SetSendTimeout(socket, {});
     if (!HasAllowedPeer(socket)) {
         throw CommandError(kNotAllowed,
                            Tr("what answers for the service of \"{0}\" is another user's", ShowPath(root)));

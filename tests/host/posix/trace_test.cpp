@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/service/posix/control_socket.h"
 #include "host/system/command_error.h"
 #include "host/terminal/table.h"
 #include "tests/support/host_program.h"
@@ -177,6 +178,19 @@ TEST_F(Asking, HealthAndStatusTellOfAServiceThatIsHalted) {
     service.Signal(SIGCONT);
     service.Signal(SIGTERM);
     service.Wait();
+}
+
+TEST_F(Asking, HealthTellsOfAHaltedServiceWhoseQueueIsFull) {
+    AddProfile(600);
+    const host::SocketAddress address(host_.Root());
+    const host::Descriptor halted(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(halted.Get(), address.Get(), address.kSize), 0);
+    ASSERT_EQ(listen(halted.Get(), 0), 0);
+    std::vector<host::Descriptor> queue;
+    do {
+        queue.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    } while (connect(queue.back().Get(), address.Get(), address.kSize) == 0);
+    EXPECT_THAT(Health(2), StartsWith("TARVEX CRITICAL - the service does not answer"));
 }
 
 // ---- status
