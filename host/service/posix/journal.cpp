@@ -63,18 +63,29 @@ Journal::Journal(std::string path) : path_(std::move(path)) {
     setsockopt(socket_.Get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
 }
 
-bool Journal::Send(const JournalFields& fields) const {
+bool Journal::Send(const JournalFields& fields) {
     if (!socket_.IsOpen()) return false;
     const std::string entry = JournalEntry(fields);
-    const sockaddr_un address = AddressOf(path_);
-    const ssize_t sent = sendto(socket_.Get(), entry.data(), entry.size(), MSG_NOSIGNAL,
-                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    if (sent >= 0) return true;
+    sockaddr_un address = AddressOf(path_);
+    iovec piece{const_cast<char*>(entry.data()), entry.size()};
+    msghdr message{};
+    message.msg_name = &address;
+    message.msg_namelen = sizeof address;
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    if (Hand(message)) return true;
     return (errno == EMSGSIZE || errno == ENOBUFS) && SendAsFile(entry);
 }
 
+// While the journal does not read, only the first entry waits for it.
+bool Journal::Hand(const msghdr& message) {
+    const bool is_taken = sendmsg(socket_.Get(), &message, MSG_NOSIGNAL | (is_stuck_ ? MSG_DONTWAIT : 0)) >= 0;
+    is_stuck_ = !is_taken && errno == EAGAIN;
+    return is_taken;
+}
+
 // The journal takes it only when nobody can change it any more.
-bool Journal::SendAsFile(const std::string& entry) const {
+bool Journal::SendAsFile(const std::string& entry) {
     const Descriptor file(memfd_create("tarvex-journal", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     if (!file.IsOpen() || !WriteAll(file.Get(), entry)) return false;
     if (fcntl(file.Get(), F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) != 0) return false;
@@ -92,7 +103,7 @@ bool Journal::SendAsFile(const std::string& entry) const {
     header->cmsg_len = CMSG_LEN(sizeof(int));
     const int number = file.Get();
     std::memcpy(CMSG_DATA(header), &number, sizeof number);
-    return sendmsg(socket_.Get(), &message, MSG_NOSIGNAL) >= 0;
+    return Hand(message);
 }
 
 }  // namespace tarvex::host

@@ -3,6 +3,8 @@
 // The journal of systemd by its own protocol: an entry is a datagram of fields. What they mean stands in
 // systemd.journal-fields(7).
 
+#include <sys/socket.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,13 +26,15 @@ public:
 
     // An entry that is too large for a datagram goes as a file in memory. False when the journal does not take it: it
     // is not there, or has not read for a while.
-    [[nodiscard]] bool Send(const JournalFields& fields) const;
+    [[nodiscard]] bool Send(const JournalFields& fields);
 
 private:
-    bool SendAsFile(const std::string& entry) const;
+    bool Hand(const msghdr& message);
+    bool SendAsFile(const std::string& entry);
 
     std::string path_;
     Descriptor socket_;
+    bool is_stuck_ = false;  // it did not read the last entry in time
 };
 
 }  // namespace tarvex::host

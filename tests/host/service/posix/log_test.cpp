@@ -162,6 +162,19 @@ TEST(ServiceLog, FallsBackToLinesWithTheirLevelWhereTheJournalTakesNothing) {
     EXPECT_EQ(errors.Text(), "<4>it failed\n<7>nothing new\n");
 }
 
+TEST(Journal, ThatDoesNotReadKeepsOneEntryWaitingAndNotEach) {
+    const JournalServer server;
+    host::Journal journal(server.Path());
+    int queued = 0;
+    while (journal.Send({{"MESSAGE", "x"}})) ++queued;
+    const auto begun = std::chrono::steady_clock::now();
+    for (int i = 0; i < 50; ++i) EXPECT_FALSE(journal.Send({{"MESSAGE", "y"}}));
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s);
+    for (; queued > 0; --queued) server.Next();
+    EXPECT_TRUE(journal.Send({{"MESSAGE", "z"}}));
+    EXPECT_EQ(server.Next(), "MESSAGE=z\n");
+}
+
 TEST(ServiceLog, IsPlainWhereStandardErrorIsNotTheJournals) {
     const JournalServer journal;
     const StandardError errors(false);
