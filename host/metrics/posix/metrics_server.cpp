@@ -72,7 +72,8 @@ sockaddr_un AddressOf(const std::string& path) {
 void RemoveLeftOver(const std::string& path, const sockaddr_un& address) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return;
-    const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    // One that is halted with a full queue would keep a caller that waits.
+    const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const auto* const whom = reinterpret_cast<const sockaddr*>(&address);
     if (connect(probe.Get(), whom, sizeof address) != 0 && errno == ECONNREFUSED) unlink(path.c_str());
 }

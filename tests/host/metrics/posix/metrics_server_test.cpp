@@ -51,6 +51,13 @@ Descriptor Connect(int port) {
     return client;
 }
 
+sockaddr_un AddressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::ranges::copy(path, address.sun_path);
+    return address;
+}
+
 std::string Ask(const Descriptor& client, const std::string& request) {
     EXPECT_EQ(send(client.Get(), request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
     std::string text;
@@ -129,12 +136,26 @@ TEST(MetricsServer, TakesTheSocketOfOneThatIsNoMore) {
     { const host::MetricsServer first(root.String(), "unix:" + path); }
     EXPECT_FALSE(fs::exists(path));
     const Descriptor left(socket(AF_UNIX, SOCK_STREAM, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::ranges::copy(path, address.sun_path);
+    const sockaddr_un address = AddressOf(path);
     ASSERT_EQ(bind(left.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     const host::MetricsServer second(root.String(), "unix:" + path);
     EXPECT_THROW(host::MetricsServer(root.String(), "unix:" + path), host::CommandError);
+}
+
+TEST(MetricsServer, DoesNotWaitForOneThatIsHaltedOnItsSocket) {
+    const TempDir root;
+    const std::string path = root / "metrics";
+    const sockaddr_un address = AddressOf(path);
+    const auto* const place = reinterpret_cast<const sockaddr*>(&address);
+    const Descriptor halted(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(bind(halted.Get(), place, sizeof address), 0);
+    ASSERT_EQ(listen(halted.Get(), 0), 0);
+    std::vector<Descriptor> queue;
+    do {
+        queue.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    } while (connect(queue.back().Get(), place, sizeof address) == 0);
+    EXPECT_THROW(host::MetricsServer(root.String(), "unix:" + path), host::CommandError);
+    EXPECT_TRUE(fs::exists(path));
 }
 
 // A tree with a profile that has sent two messages, and its service.
