@@ -78,7 +78,10 @@ void Service::TellSender(const CString& path, const HeldSender& sender) {
     for (ControlClient* const client : server_.Waiting()) {
         if (!client->Held() || client->awaited_held != path) continue;
         client->awaited_held.clear();
-        client->Answer(code, reply);
+        const Speaking in(client->ReadsIn());
+        Reply answer;
+        TellHeld(sender.Results(), sender.Asked(), answer);
+        client->Answer(code, answer);
     }
 }
 

@@ -115,6 +115,16 @@ protected:
     std::string path_;
 };
 
+TEST_F(HeldCommands, SendAnswersInTheLanguageOfItsUser) {
+    Hold("one");
+    const auto service = Serve();
+    ChildProcess command =
+        host_.StartCommand({"held", "send", kProfile}, ChildProcess::Output::Pipe, {"LC_ALL=ja_JP.UTF-8", "LANGUAGE="});
+    command.Wait();
+    EXPECT_THAT(command.Printed(), AllOf(HasSubstr(kPhone), Not(HasSubstr("taken"))));
+    EXPECT_TRUE(service->WaitForOutput("taken", 20s));  // its log is English
+}
+
 TEST_F(HeldCommands, ListAndShowSayWhatIsSetAsideAndWhy) {
     EXPECT_EQ(Do({"list"}), "No mail is set aside.\n");
     Hold("one", true);
