@@ -38,6 +38,7 @@ std::string Filled(std::string_view text, std::initializer_list<TrPlace> places)
 }
 
 void ReplaceAll(std::string& text, const std::string& old, const std::string& replacement) {
+    if (old.empty()) return;
     for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += replacement.size()) {
         text.replace(at, old.size(), replacement);
     }

@@ -127,6 +127,12 @@ TEST(Tr, TurnsBackWhatItSaidForTheJournal) {
     EXPECT_EQ(in.InEnglish(said), "x: no user \"taro\"; see --help");
 }
 
+TEST(Tr, TurnsBackATextThatWasEmpty) {
+    const Translated texts(Texts{{"{0} said", "{0}"}});
+    const Speaking in(Language::Japanese);
+    EXPECT_EQ(in.InEnglish(Tr("{0} said", "") + "x"), "x");
+}
+
 TEST(Catalogue, ReadsWhatMsgfmtWrites) {
     const Catalogue catalogue(ReadFile(kCatalogue));
     EXPECT_EQ(catalogue.Find("Options"), "オプション");
