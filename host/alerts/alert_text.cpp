@@ -96,6 +96,12 @@ std::string Lines(const FoundProblem& found) {
     return text;
 }
 
+// Than are named.
+void AddHowManyMore(std::size_t count, std::string& text) {
+    if (count <= kMostNamed) return;
+    text += kIndent + TrN("and {0} more", "and {0} more", static_cast<std::int64_t>(count - kMostNamed)) + '\n';
+}
+
 // The first ones in full, more of them by name.
 void AddList(std::span<const FoundProblem> all, std::string& text) {
     for (std::size_t i = 0; i < std::min(all.size(), kMostInFull); ++i) text += '\n' + Lines(all[i]);
@@ -103,9 +109,7 @@ void AddList(std::span<const FoundProblem> all, std::string& text) {
     text += '\n' + Tr("And in short:") + '\n';
     for (std::size_t i = kMostInFull; i < std::min(all.size(), kMostNamed); ++i)
         text += kIndent + Named(all[i].key) + '\n';
-    if (all.size() > kMostNamed)
-        text +=
-            kIndent + TrN("and {0} more", "and {0} more", static_cast<std::int64_t>(all.size() - kMostNamed)) + '\n';
+    AddHowManyMore(all.size(), text);
 }
 
 void AddOver(const Alert& alert, std::string& text) {
@@ -117,6 +121,7 @@ void AddOver(const Alert& alert, std::string& text) {
         text += kIndent + Named(key);
         text += (since == 0 ? "" : ", " + Tr("since {0}", TimeWithZone(since))) + " - " + Tr("over") + '\n';
     }
+    AddHowManyMore(alert.over.size(), text);
 }
 
 std::string Subject(const Alert& alert) {

@@ -9,6 +9,7 @@
 
 #include "host/advice/advice.h"
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/settings/shared_account.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -156,8 +157,8 @@ std::vector<FoundProblem> ProblemsOfTree(const CRootPath& root, const DiskRoom& 
     if (IsShort(room)) {
         FoundProblem& found = all.emplace_back();
         found.key.problem = Problem::DiskIsShort;
-        found.words = ShowBytes(static_cast<std::int64_t>(room.available)) + " of " +
-                      ShowBytes(static_cast<std::int64_t>(room.capacity)) + " are free";
+        found.words = Tr("{0} of {1} are free", ShowBytes(static_cast<std::int64_t>(room.available)),
+                         ShowBytes(static_cast<std::int64_t>(room.capacity)));
     }
     for (const std::string& why : WhatIsNotListed(root)) {
         FoundProblem& found = all.emplace_back();
@@ -170,7 +171,8 @@ std::string CommandFor(const ProblemKey& key) {
     switch (key.problem) {
         case Problem::DiskIsShort:
             return "df -h";
-        case Problem::FolderUnreadable:
+        case Problem::FolderUnreadable:  // of the whole tree
+            return "tarvex status";
         case Problem::LeftOut:
             return "tarvex status " + key.profile;
         case Problem::Failing:

@@ -2,10 +2,13 @@
 
 #include "host/alerts/decision.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+#include "host/alerts/alert_text.h"
 
 namespace tarvex::host {
 namespace {
@@ -147,6 +150,13 @@ TEST(Alerts, AThousandChangesStayBounded) {
     }
     EXPECT_LE(day.alerts.size(), 2U * (500 * 6 / 60) + 2);
     EXPECT_GE(day.alerts.size(), 2U);
+}
+
+TEST(Alerts, SayHowManyMattersTheyDoNotName) {
+    Alert alert;
+    for (int i = 0; i < 502; ++i) alert.over[{Name(i), Problem::Failing, ""}] = 0;
+    EXPECT_THAT(TextOf(alert, "/tree").body, ::testing::HasSubstr("\n    and 2 more\n"));
+    EXPECT_EQ(CommandFor({"", Problem::FolderUnreadable, "why"}), "tarvex status");
 }
 
 TEST(Alerts, ThatDoNotGoOutAreTriedAgainWithGrowingPauses) {
