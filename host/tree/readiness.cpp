@@ -45,7 +45,7 @@ std::string WhyListUnreadable(const CString& path) {
     if (type != fs::file_type::regular) return CannotRead(path, Tr("it is no regular file"));
     std::ifstream file(NativePath(path), std::ios::binary);
     if (!file) return CannotRead(path, Refusal());
-    static std::array<char, 1 << 16> piece;
+    std::array<char, 1 << 14> piece;
     while (file.read(piece.data(), piece.size())) {
     }
     return file.bad() ? CannotRead(path, Refusal()) : std::string();
