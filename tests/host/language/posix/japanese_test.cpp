@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -86,10 +87,19 @@ TEST_F(InJapanese, AMistakeIsAnsweredWithTheNearestWord) {
 }
 
 TEST_F(InJapanese, StatusIsSpokenAndJsonIsTheSameForAll) {
-    host_.AddProfile(1, 1);
+    host_.AddProfile(1, 1, [](CPopProfile& profile) {
+        profile.setting.timer = 60;
+        profile.setting.lasttime = 1;  // long ago, so that it is due once
+    });
     EXPECT_THAT(Said({"run"}, kUnavailable), HasSubstr("失敗: "));
     EXPECT_THAT(Said({"status"}, 1), AllOf(HasSubstr("前回の結果"), HasSubstr(" に失敗しました")));
     EXPECT_EQ(Said({"status", "--json"}, 1), Said({"status", "--json"}, 1, kEnglish));
+    const std::string settings = host_.AddProfile(1, 1) + "/forwardto0/forwardaddress.def";
+    std::filesystem::remove(settings);
+    std::filesystem::create_directory(settings);
+    EXPECT_THAT(Said({"status"}, 1), HasSubstr("通常のファイルではありません"));
+    EXPECT_THAT(Said({"status", "--json"}, 1), HasSubstr("it is no regular file"));
+    EXPECT_THAT(Said({"plan", "--json", "user1/from0"}, 74), HasSubstr("it is no regular file"));
 }
 
 TEST_F(InJapanese, TheServiceAnswersInTheUsersLanguageAndWritesItsLogInEnglish) {
