@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -94,6 +95,10 @@ protected:
     CTime look_every_ = 30;
 };
 
+// As the profiles are named here.
+const std::string kFirst =
+    std::string("user0") + static_cast<char>(std::filesystem::path::preferred_separator) + "from0";
+
 TEST_F(AlertedTree, HasOneAlertADayForAWrongPasswordAndOneWhenItIsRightAlsoOverRestarts) {
     AddProfile();
     look_every_ = 60;
@@ -111,12 +116,12 @@ TEST_F(AlertedTree, HasOneAlertADayForAWrongPasswordAndOneWhenItIsRightAlsoOverR
     EXPECT_THAT(mails[0].recipients, ElementsAre("ops@example.org"));
     EXPECT_THAT(mails[0].text,
                 AllOf(HasSubstr("\r\nAuto-Submitted: auto-generated\r\n"), HasSubstr("\r\nTo: <ops@example.org>\r\n"),
-                      HasSubstr("\r\nSubject: Tarvex: user0/from0: its runs fail\r\n"), HasSubstr("\r\nDate: "),
+                      HasSubstr("\r\nSubject: Tarvex: " + kFirst + ": its runs fail\r\n"), HasSubstr("\r\nDate: "),
                       HasSubstr("\r\nMessage-ID: <alert-"), HasSubstr("\r\nMIME-Version: 1.0\r\n"),
                       HasSubstr("5 times in a row"), HasSubstr("-ERR wrong password"),
-                      HasSubstr("The server refused the login"), HasSubstr("tarvex check user0/from0")));
+                      HasSubstr("The server refused the login"), HasSubstr("tarvex check " + kFirst)));
     EXPECT_THAT(mails[0].text, AllOf(Not(HasSubstr("swordfish")), Not(HasSubstr("\nBcc:")), Not(HasSubstr("\x1b"))));
-    EXPECT_THAT(mails[1].text, HasSubstr("Subject: Tarvex: good again: user0/from0: its runs fail"));
+    EXPECT_THAT(mails[1].text, HasSubstr("Subject: Tarvex: good again: " + kFirst + ": its runs fail"));
 }
 
 TEST_F(AlertedTree, HasOneAlertForTwoHundredProfiles) {
@@ -125,7 +130,8 @@ TEST_F(AlertedTree, HasOneAlertForTwoHundredProfiles) {
     Pass(kHour, true);
     const std::vector<DeliveredMail> mails = sink_.Delivered();
     ASSERT_THAT(mails, SizeIs(1));
-    EXPECT_THAT(mails[0].text, AllOf(HasSubstr("Subject: Tarvex: 200 matters need you"), HasSubstr("user0/from199")));
+    EXPECT_THAT(mails[0].text,
+                AllOf(HasSubstr("Subject: Tarvex: 200 matters need you"), HasSubstr(kFirst.substr(0, 10) + "199")));
 }
 
 TEST_F(AlertedTree, GoesThroughTheServerOfAProfileWhereThereIsNoOther) {
