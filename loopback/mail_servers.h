@@ -16,8 +16,8 @@ struct StoredMail {
     std::string text;  // as sent, CR LF line ends, not dot-stuffed
 };
 
-// One mailbox behind one login. USER/PASS, APOP, STAT, UIDL, LIST, RETR, DELE, NOOP, RSET, QUIT. Each login works on
-// the mailbox as it is at that moment; what it deletes goes at QUIT, and stays when the connection ends otherwise.
+// One mailbox behind one login. USER/PASS, APOP, STAT, UIDL, LIST, RETR, TOP (header alone), DELE, NOOP, RSET, QUIT.
+// Each login works on the mailbox as it is then; what it deletes goes at QUIT, and stays when it ends otherwise.
 class MailboxServer {
 public:
     MailboxServer(std::string user, std::string password);

@@ -117,6 +117,7 @@ private:
     std::string Listing(const std::string& verb, std::string_view argument);
     std::string ListingLine(const std::string& verb, std::size_t index) const;
     std::string OfMessage(const std::string& verb, std::string_view argument);
+    std::string HeaderOf(std::string_view argument);
     std::string Quit();
     Entry* Find(std::string_view number);
 
@@ -163,6 +164,7 @@ std::string PopSession::InMailbox(const std::string& verb, std::string_view argu
     if (verb == "STAT") return Status();
     if (verb == "LIST" || (verb == "UIDL" && account_.offer_uidl)) return Listing(verb, argument);
     if (verb == "RETR" || verb == "DELE") return OfMessage(verb, argument);
+    if (verb == "TOP") return HeaderOf(argument);
     if (verb == "NOOP") return "+OK\r\n";
     if (verb == "RSET") {
         for (Entry& entry : entries_) entry.deleted = false;
@@ -205,6 +207,14 @@ std::string PopSession::OfMessage(const std::string& verb, std::string_view argu
     if (verb == "RETR") return entry->message->wire;
     entry->deleted = true;
     return "+OK deleted\r\n";
+}
+
+// The header whatever the number of lines: nobody here asks for more.
+std::string PopSession::HeaderOf(std::string_view argument) {
+    const Entry* const entry = Find(argument.substr(0, argument.find(' ')));
+    if (!entry) return "-ERR no such message\r\n";
+    const std::string& text = entry->message->mail.text;
+    return RetrAnswer(text.substr(0, text.find("\r\n\r\n")) + "\r\n\r\n");
 }
 
 std::string PopSession::Quit() {

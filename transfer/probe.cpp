@@ -6,15 +6,19 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "platform/net/deadline.h"
+#include "platform/net/limits.h"
 #include "platform/net/sockets.h"
 #include "platform/os/shield.h"
 #include "tarvex/mail.h"
+#include "tarvex/mail_headers.h"
 #include "tarvex/tree.h"
 #include "transfer/failure_meaning.h"
 #include "transfer/guarded_connecting.h"
@@ -125,6 +129,28 @@ bool List(PopConversation& conversation, CMailboxListing& listing) {
     return true;
 }
 
+// Asks for the headers, until the connection is lost or the time is over.
+void FetchHeaders(CPopSocket& socket, int timeout_s, const CHeadersToList& wanted, const CMailboxListing& listing,
+                  CListedHeaders& headers) {
+    headers.of_mails.resize(listing.mails.size());
+    const Deadline end(wanted.at_most);
+    const int longest_s = timeout_s > 0 ? timeout_s : kDefaultTimeOutSeconds;
+    bool is_first = true;
+    for (const std::size_t place : wanted.choose(listing.mails)) {
+        if (end.HasPassed()) break;
+        socket.SetTimeOut(std::min(longest_s, 1 + end.RemainingMs() / 1000));
+        CString header;
+        const CString& number = listing.mails.at(place).number;
+        const bool is_refused = IsNegative(socket.SendTop(number, wanted.most_bytes, end, &header));
+        if (socket.LastFailure()) break;
+        if (!is_refused) headers.of_mails[place] = std::move(header);
+        headers.has_no_top = is_refused && is_first;
+        if (headers.has_no_top) break;
+        is_first = false;
+    }
+    socket.SetTimeOut(timeout_s);
+}
+
 // Whom a probe asks for its account and its connections, if anybody.
 struct Asked {
     CRunGuard* guard = nullptr;
@@ -138,7 +164,11 @@ struct Asked {
     }
 };
 
-int Probe(const CPopProfileSetting& setting, const Asked& asked, CMailboxListing& listing) {
+// What is done in a mailbox that is listed.
+using InMailbox = std::function<void(CPopSocket& socket)>;
+
+int Probe(const CPopProfileSetting& setting, const Asked& asked, CMailboxListing& listing,
+          const InMailbox& in_mailbox = {}) {
     CProfileLog log;
     PopConversation conversation(setting, log);
     asked.Of(conversation.Socket(), CProtocol::Pop3);
@@ -153,6 +183,7 @@ int Probe(const CPopProfileSetting& setting, const Asked& asked, CMailboxListing
     if (!recorder.Run(
             PROBE_LIST, [&] { return List(conversation, listing); }, reply))
         return 0;
+    if (in_mailbox) in_mailbox(conversation.Socket());
     const auto quit = [&] {
         conversation.Quit();
         return !IsNegative(conversation.LastReply());
@@ -265,6 +296,17 @@ int ListMailbox(const CPopProfile& profile, CRunGuard& guard, CMailboxListing* l
     return tarvex::Shielded(0, [&] {
         *listing = {};
         return tarvex::Probe(profile.setting, {&guard, &profile}, *listing);
+    });
+}
+
+int ListMailbox(const CPopProfile& profile, CRunGuard& guard, const CHeadersToList& wanted, CMailboxListing* listing,
+                CListedHeaders* headers) {
+    return tarvex::Shielded(0, [&] {
+        *listing = {};
+        *headers = {};
+        return tarvex::Probe(profile.setting, {&guard, &profile}, *listing, [&](tarvex::CPopSocket& socket) {
+            tarvex::FetchHeaders(socket, profile.setting.timeout, wanted, *listing, *headers);
+        });
     });
 }
 

@@ -17,6 +17,7 @@
 #include "host/tunnels/smtp_starttls.h"
 #include "host/tunnels/socket_pair.h"
 #include "host/tunnels/stls.h"
+#include "host/ways/header_look.h"
 
 namespace tarvex::host {
 namespace {
@@ -203,6 +204,17 @@ bool LookIntoMailbox(const CPopProfile& profile, const HostRules& rules, CMailbo
     LookingGuard guard(profile, rules);
     const bool good = ListMailbox(profile, guard, &listing) != 0;
     if (rules.Tls() != PopTls::Off) AddTlsStep(listing.steps, guard.Outcome(), rules.Tls());
+    return good;
+}
+
+bool LookForHeaders(const CPopProfile& profile, const CHeadersToList& wanted, CMailboxListing& listing,
+                    CListedHeaders& headers) {
+    listing = {};
+    const std::optional<HostRules> rules = ReadRules(profile, listing.steps);
+    if (!rules) return false;
+    LookingGuard guard(profile, *rules);
+    const bool good = ListMailbox(profile, guard, wanted, &listing, &headers) != 0;
+    if (rules->Tls() != PopTls::Off) AddTlsStep(listing.steps, guard.Outcome(), rules->Tls());
     return good;
 }
 

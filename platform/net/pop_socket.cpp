@@ -137,6 +137,25 @@ void CPopSocket::SendRetr(const std::string& number, std::string* text) {
     }
 }
 
+std::string CPopSocket::SendTop(const std::string& number, std::size_t limit_bytes, const Deadline& end,
+                                std::string* header) {
+    header->clear();
+    std::string reply = Exchange("TOP ", number + " 0");
+    if (IsNegative(reply)) return reply;
+    switch (CollectLines(limit_bytes, OnTooLong::Cut, header, &end)) {
+        case Collected::Whole:
+            header->resize(header->size() - kTerminatorLine.size());
+            return reply;
+        case Collected::TooLong:
+            header->resize(limit_bytes);
+            return reply;
+        case Collected::TooManyLines:  // of listings alone
+        case Collected::Lost:
+            break;
+    }
+    return WhyNot();
+}
+
 std::string CPopSocket::Exchange(std::string_view verb, std::string_view argument, AnswerForm form) {
     if (!connection_->IsUsable()) return WhyNot();
     if (!IsSafeArgument(argument)) return "-ERR " + Keep(UnsafeArgument()).reason;
@@ -158,7 +177,8 @@ std::string CPopSocket::ReadStatus(const Deadline& deadline, AnswerForm form) {
 }
 
 // Appends the answer after its status line, as it comes.
-CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer) {
+CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer,
+                                               const Deadline* end_of_all) {
     TerminatorFinder terminator;
     std::size_t lines = 0;  // of a listing
     LeastRate rate(least_bytes_, least_span_);
@@ -174,12 +194,15 @@ CPopSocket::Collected CPopSocket::CollectLines(std::size_t limit_bytes, OnTooLon
             *answer += chunk;
         } else if (on_too_long == OnTooLong::Stop) {
             return Collected::TooLong;
+        } else if (on_too_long == OnTooLong::Cut) {
+            if (answer->size() < limit_bytes) *answer += chunk;
         } else {
             std::string().swap(*answer);  // gives the memory back
         }
         connection_->Take(chunk.size());
         if (end != std::string_view::npos) return too_long ? Collected::TooLong : Collected::Whole;
-        if (rate.IsMissed(bytes)) connection_->Fail({FailureKind::TimedOut, "the answer comes too slowly"});
+        const bool is_late = end_of_all != nullptr && end_of_all->HasPassed();
+        if (is_late || rate.IsMissed(bytes)) connection_->Fail({FailureKind::TimedOut, "the answer comes too slowly"});
         if (!connection_->ReceiveMore(Deadline(TimeOut()))) return Collected::Lost;
     }
 }

@@ -102,15 +102,20 @@ public:
     // is read to its end and answered with a negative line; the conversation goes on.
     void SendRetr(const std::string& number, std::string* text);
 
+    // Returns the reply line and fills `header` as the answer to TOP has it, without its "." line. A header over the
+    // limit is cut there and read to its end; an answer that goes on after `end` ends the connection as by time-out.
+    std::string SendTop(const std::string& number, std::size_t limit_bytes, const Deadline& end, std::string* header);
+
 private:
     enum class AnswerForm { OneLine, ManyLines };
-    enum class OnTooLong { Stop, Skip };
+    enum class OnTooLong { Stop, Skip, Cut };
     enum class Collected { Whole, TooLong, TooManyLines, Lost };
 
     std::string Exchange(std::string_view verb, std::string_view argument, AnswerForm form = AnswerForm::OneLine);
     std::string ReadStatus(const Deadline& deadline, AnswerForm form);
     void FetchListing(std::string_view command, std::string* reply);
-    Collected CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer);
+    Collected CollectLines(std::size_t limit_bytes, OnTooLong on_too_long, std::string* answer,
+                           const Deadline* end_of_all = nullptr);
     std::string WhyNot();
 };
 

@@ -5,16 +5,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <numeric>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "loopback/mail_servers.h"
+#include "tarvex/mail_headers.h"
 #include "tests/support/conversation.h"
 #include "tests/support/net_tools.h"
 
 namespace tarvex::testing {
 namespace {
 
+using namespace std::chrono_literals;
 using loopback::MailboxServer;
 using loopback::SinkServer;
 
@@ -87,6 +92,71 @@ C: (closed)
                                                   "log in: +OK welcome", "list: +OK two", "quit: +OK bye"));
     EXPECT_THAT(Shown(listing.mails), ElementsAre("1 a 120", "2 b c -1"));
     EXPECT_EQ(listing.has_uidls, 1);
+}
+
+// The headers that come of all that is listed.
+CListedHeaders HeadersFrom(int port, std::chrono::milliseconds at_most = 20s) {
+    CPopProfile profile;
+    profile.setting = Setting(port, 1);
+    CRunGuard guard;
+    CHeadersToList wanted;
+    wanted.most_bytes = 1000;
+    wanted.at_most = at_most;
+    wanted.choose = [](const CArray<CListedMail>& mails) {
+        CArray<std::size_t> places(mails.size());
+        std::iota(places.begin(), places.end(), 0);
+        return places;
+    };
+    CMailboxListing listing;
+    CListedHeaders headers;
+    EXPECT_EQ(ListMailbox(profile, guard, wanted, &listing, &headers), 1);
+    return headers;
+}
+
+TEST(Probe, FetchesHeadersWhereTheyAreAskedFor) {
+    MailboxServer mailbox("alice", "secret");
+    mailbox.Add({"a", "Subject: one\r\n\r\ntext\r\n"});
+    mailbox.Add({"b", "Subject: two\r\n\r\ntext\r\n"});
+    mailbox.Add({"c", "Subject: " + std::string(5000, 'x') + "\r\n\r\n"});
+    mailbox.Add({"d", "\r\n\r\ntext\r\n"});
+    mailbox.SetFault([](const std::string& command) { return command == "TOP 2 0" ? "-ERR gone" : ""; });
+    const CListedHeaders headers = HeadersFrom(mailbox.Port());
+    EXPECT_THAT(headers.of_mails,
+                ElementsAre("Subject: one\r\n\r\n", std::nullopt, "Subject: " + std::string(991, 'x'), "\r\n\r\n"));
+    EXPECT_FALSE(headers.has_no_top);
+    EXPECT_EQ(mailbox.Received("RETR"), 0);
+    EXPECT_EQ(mailbox.Received("QUIT"), 1);
+}
+
+TEST(Probe, AServerWithoutTopIsAskedOnce) {
+    MailboxServer mailbox("alice", "secret");
+    mailbox.Add({"a", "text\r\n"});
+    mailbox.Add({"b", "text\r\n"});
+    mailbox.SetFault([](const std::string& command) { return command.starts_with("TOP") ? "-ERR what?" : ""; });
+    const CListedHeaders headers = HeadersFrom(mailbox.Port());
+    EXPECT_THAT(headers.of_mails, ElementsAre(std::nullopt, std::nullopt));
+    EXPECT_TRUE(headers.has_no_top);
+    EXPECT_EQ(mailbox.Received("TOP"), 1);
+    EXPECT_EQ(mailbox.Received("QUIT"), 1);
+}
+
+TEST(Probe, AHeaderWithoutEndAndAServerThatFallsSilentEndWithTheTime) {
+    for (const bool is_endless : {true, false}) {
+        ScriptedServer server([is_endless](Peer& peer) {
+            peer.Send("+OK\r\n");
+            for (const char* answer : {"+OK\r\n", "+OK\r\n", "+OK\r\n1 a\r\n.\r\n", "+OK\r\n1 9\r\n.\r\n"}) {
+                peer.ReadLine();
+                peer.Send(answer);
+            }
+            EXPECT_EQ(peer.ReadLine(), "TOP 1 0");
+            peer.Send("+OK\r\n");
+            while (is_endless) peer.SendUnrecorded("X-More: and more\r\n");
+            peer.WaitForClose();
+        });
+        const CListedHeaders headers = HeadersFrom(server.Port(), 200ms);
+        EXPECT_THAT(headers.of_mails, ElementsAre(std::nullopt));
+        EXPECT_FALSE(headers.has_no_top);
+    }
 }
 
 TEST(Probe, AServerWithoutUidlListsSizesAlone) {

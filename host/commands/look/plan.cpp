@@ -1,9 +1,13 @@
 // `tarvex plan`: what the next run of a profile would do.
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <iostream>
+#include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +18,7 @@
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/process.h"
 #include "host/terminal/json.h"
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
@@ -22,6 +27,7 @@
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
+#include "host/ways/header_look.h"
 #include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 
@@ -52,6 +58,10 @@ void PrintAddresses(const CPopProfile& profile, CTime now) {
     }
 }
 
+constexpr std::size_t kMostSubjects = 200;  // fetched of a mailbox
+constexpr std::size_t kFromColumns = 30;
+constexpr std::size_t kSubjectColumns = 60;
+
 std::string Destinations(const CPlannedMail& planned) {
     std::string text;
     for (const CForwardAddress* address : planned.destinations) {
@@ -60,17 +70,53 @@ std::string Destinations(const CPlannedMail& planned) {
     return text.empty() ? Tr("-> nobody: another message has the same id") : text;
 }
 
-void PrintMails(const CArray<CPlannedMail>& plan) {
+using Header = std::optional<CString>;  // nothing: it is not known
+
+std::string ShowSubject(const Header& header, const CHeadlines& headlines) {
+    if (!header) return "";
+    return headlines.subject.empty() ? Tr("(no subject)") : OneLine(headlines.subject, kSubjectColumns);
+}
+
+// `header` is null where nobody asks for it.
+Table::Row RowOf(const CPlannedMail& planned, const Header* header) {
+    const CListedMail& mail = planned.mail;
+    const std::string size = mail.size_bytes < 0 ? "" : ShowBytes(mail.size_bytes);
+    Table::Row row = {"  ", Tr("fetch {0}", OneLine(mail.number, 10)), OneLine(mail.uidl, 40), size,
+                      Destinations(planned)};
+    if (!header) return row;
+    const CHeadlines headlines = HeadlinesOf(header->value_or(""));
+    row.insert(row.begin() + 2, {OneLine(headlines.from, kFromColumns), ShowSubject(*header, headlines)});
+    return row;
+}
+
+void PrintRows(std::vector<Table::Row> rows, bool with_subjects) {
+    enum WithSubjects : std::size_t { kId = 4, kSize = 5 };
+    Table table(std::move(rows.front()));
+    for (std::size_t i = 1; i < rows.size(); ++i) table.Add(std::move(rows[i]));
+    if (with_subjects) return table.Print(std::cout, {TerminalColumns(), {kId, kSize}});
+    table.Print(std::cout);
+}
+
+// What the mailbox holds, and the plan for it.
+struct Inspection {
+    CMailboxListing listing;
+    CListedHeaders headers;  // of as many messages as the plan has where somebody asks for them
+    CArray<CPlannedMail> plan;
+    bool with_subjects = false;
+    bool listed = false;
+
+    const Header* HeaderOf(std::size_t place) const { return with_subjects ? &headers.of_mails[place] : nullptr; }
+};
+
+void PrintMails(const Inspection& inspection) {
+    const CArray<CPlannedMail>& plan = inspection.plan;
     std::vector<Table::Row> rows;
     std::int64_t handled = 0;
     std::int64_t removed = 0;
-    for (const CPlannedMail& planned : plan) {
-        handled += planned.fetch ? 0 : 1;
-        removed += planned.remove ? 1 : 0;
-        if (!planned.fetch) continue;
-        const std::string size = planned.mail.size_bytes < 0 ? "" : ShowBytes(planned.mail.size_bytes);
-        rows.push_back({"  ", Tr("fetch {0}", OneLine(planned.mail.number, 10)), OneLine(planned.mail.uidl, 40), size,
-                        Destinations(planned)});
+    for (std::size_t i = 0; i < plan.size(); ++i) {
+        handled += plan[i].fetch ? 0 : 1;
+        removed += plan[i].remove ? 1 : 0;
+        if (plan[i].fetch) rows.push_back(RowOf(plan[i], inspection.HeaderOf(i)));
     }
     std::cout << "  "
               << TrN("{0} message in the mailbox, {1} to fetch", "{0} messages in the mailbox, {1} to fetch",
@@ -78,25 +124,48 @@ void PrintMails(const CArray<CPlannedMail>& plan) {
     if (handled > 0) std::cout << Tr(", {0} handled already", handled);
     if (removed > 0) std::cout << Tr(" and to be deleted on the server");
     std::cout << '\n';
-    if (rows.empty()) return;
-    Table table(std::move(rows.front()));
-    for (std::size_t i = 1; i < rows.size(); ++i) table.Add(std::move(rows[i]));
-    table.Print(std::cout);
+    if (!rows.empty()) PrintRows(std::move(rows), inspection.with_subjects);
 }
 
-// What the mailbox holds, and the plan for it.
-struct Inspection {
-    CMailboxListing listing;
+// The newest of those that the next run would fetch.
+CArray<std::size_t> ToTell(const CPopProfile& profile, const CArray<CListedMail>& mails, CTime now) {
     CArray<CPlannedMail> plan;
-    bool listed = false;
-};
+    if (!PlanRun(profile, mails, now, &plan)) throw std::bad_alloc();
+    CArray<std::size_t> places;
+    for (std::size_t i = plan.size(); i-- > 0 && places.size() < kMostSubjects;) {
+        if (plan[i].fetch) places.push_back(i);
+    }
+    return places;
+}
 
-Inspection Inspect(const CPopProfile& profile, CTime now) {
+Inspection Inspect(const CPopProfile& profile, CTime now, bool with_subjects) {
     Inspection inspection;
-    inspection.listed = LookIntoMailbox(profile, inspection.listing);
+    inspection.with_subjects = with_subjects;
+    if (with_subjects) {
+        CHeadersToList wanted;
+        wanted.choose = [&](const CArray<CListedMail>& mails) { return ToTell(profile, mails, now); };
+        inspection.listed = LookForHeaders(profile, wanted, inspection.listing, inspection.headers);
+    } else {
+        inspection.listed = LookIntoMailbox(profile, inspection.listing);
+    }
     const bool planned = !inspection.listed || PlanRun(profile, inspection.listing.mails, now, &inspection.plan);
     if (inspection.listing.steps.empty() || !planned) throw std::bad_alloc();
     return inspection;
+}
+
+// Of which messages nothing is told, and why. Empty where all is told.
+std::string WhyNoSubjects(const Inspection& inspection) {
+    std::int64_t untold = 0;
+    for (std::size_t i = 0; i < inspection.plan.size(); ++i) {
+        const Header* const header = inspection.HeaderOf(i);
+        untold += inspection.plan[i].fetch && header && !*header ? 1 : 0;
+    }
+    if (untold == 0) return {};
+    if (inspection.headers.has_no_top) return Tr("From and Subject are not known: the server has no TOP");
+    return TrN("From and Subject of {0} message are not known: {1} are asked for at most, within {2}",
+               "From and Subject of {0} messages are not known: {1} are asked for at most, within {2}", untold,
+               kMostSubjects,
+               ShowSpan(std::chrono::duration_cast<std::chrono::seconds>(CHeadersToList().at_most).count()));
 }
 
 bool AnyTakesPart(const CPopProfile& profile, CTime now) {
@@ -105,7 +174,7 @@ bool AnyTakesPart(const CPopProfile& profile, CTime now) {
 }
 
 // The exit code.
-int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profile, CTime now) {
+int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profile, CTime now, bool with_subjects) {
     std::cout << ShownName(root, profile.path) << "  " << ShowText(profile.setting.address) << "  ("
               << WhenDue(user, profile, now) << ")\n";
     if (const std::string why = WhyUnreadable(profile); !why.empty()) {
@@ -119,9 +188,10 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
         return kDone;
     }
     std::cout << std::flush;
-    const Inspection inspection = Inspect(profile, now);
+    const Inspection inspection = Inspect(profile, now, with_subjects);
     if (inspection.listed) {
-        PrintMails(inspection.plan);
+        PrintMails(inspection);
+        if (const std::string why = WhyNoSubjects(inspection); !why.empty()) std::cout << Paragraph(why, 2);
     } else {
         const CProbeStep& failed = inspection.listing.steps.back();
         std::cout << "  "
@@ -132,19 +202,25 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
     return inspection.listed ? kDone : kUnavailable;
 }
 
-Json JsonOf(const CRootPath& root, const CPlannedMail& planned) {
+Json JsonOf(const CRootPath& root, const CPlannedMail& planned, const Header* header) {
     Json destinations = Json::array();
     for (const CForwardAddress* address : planned.destinations) {
         destinations.push_back({{"path", ShownName(root, address->path)},
                                 {"address", Utf8FromText(address->setting.address)},
                                 {"textonly", address->setting.textonly}});
     }
-    return {{"number", Utf8FromText(planned.mail.number)},
-            {"uidl", Utf8FromText(planned.mail.uidl)},
-            {"bytes", planned.mail.size_bytes < 0 ? Json() : Json(planned.mail.size_bytes)},
-            {"fetch", planned.fetch != 0},
-            {"remove", planned.remove != 0},
-            {"destinations", destinations}};
+    Json json = {{"number", Utf8FromText(planned.mail.number)},
+                 {"uidl", Utf8FromText(planned.mail.uidl)},
+                 {"bytes", planned.mail.size_bytes < 0 ? Json() : Json(planned.mail.size_bytes)},
+                 {"fetch", planned.fetch != 0},
+                 {"remove", planned.remove != 0},
+                 {"destinations", destinations}};
+    if (header) {
+        const CHeadlines headlines = HeadlinesOf(header->value_or(""));
+        json["from"] = *header ? Json(Utf8OfServerText(headlines.from)) : Json();
+        json["subject"] = *header ? Json(Utf8OfServerText(headlines.subject)) : Json();
+    }
+    return json;
 }
 
 std::string WhyNotPlanned(const std::string& why_left_out, const Inspection& inspection) {
@@ -153,7 +229,8 @@ std::string WhyNotPlanned(const std::string& why_left_out, const Inspection& ins
 }
 
 // Adds the plan to the list of JSON objects. Returns the exit code.
-int AddPlan(Json& list, const CRootPath& root, const CUser& user, const CPopProfile& profile, CTime now) {
+int AddPlan(Json& list, const CRootPath& root, const CUser& user, const CPopProfile& profile, CTime now,
+            bool with_subjects) {
     const CTime due = profile.NextDue();
     const bool is_on = IsSwitchedOn(user, profile);
     Json addresses = Json::array();
@@ -164,10 +241,13 @@ int AddPlan(Json& list, const CRootPath& root, const CUser& user, const CPopProf
     }
     const std::string why_left_out = WhyUnreadable(profile);
     const bool any = why_left_out.empty() && AnyTakesPart(profile, now);
-    const Inspection inspection = any ? Inspect(profile, now) : Inspection{.listing = {}, .plan = {}, .listed = true};
+    const Inspection inspection = any ? Inspect(profile, now, with_subjects)
+                                      : Inspection{.listing = {}, .headers = {}, .plan = {}, .listed = true};
     const std::string error = WhyNotPlanned(why_left_out, inspection);
     Json mails = Json::array();
-    for (const CPlannedMail& planned : inspection.plan) mails.push_back(JsonOf(root, planned));
+    for (std::size_t i = 0; i < inspection.plan.size(); ++i) {
+        mails.push_back(JsonOf(root, inspection.plan[i], inspection.HeaderOf(i)));
+    }
     list.push_back({{"path", ShownName(root, profile.path)},
                     {"address", Utf8FromText(profile.setting.address)},
                     {"switched_on", is_on},
@@ -181,7 +261,7 @@ int AddPlan(Json& list, const CRootPath& root, const CUser& user, const CPopProf
     return inspection.listed ? kDone : kUnavailable;
 }
 
-int Plan(const Context& context, const std::vector<std::string>& names, bool as_json) {
+int Plan(const Context& context, const std::vector<std::string>& names, bool as_json, bool with_subjects) {
     CRootPath root;
     OpenTree(root, RootDirectory(context.root_option));
     const std::vector<NamedProfile> chosen = ChosenProfiles(root, names);
@@ -192,7 +272,8 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
     Json list = Json::array();
     for (const auto& [user, profile] : chosen) {
         const CTime now = std::time(nullptr);
-        const int one = as_json ? AddPlan(list, root, *user, *profile, now) : PrintPlan(root, *user, *profile, now);
+        const int one = as_json ? AddPlan(list, root, *user, *profile, now, with_subjects)
+                                : PrintPlan(root, *user, *profile, now, with_subjects);
         exit_code = std::max(exit_code, one);
     }
     if (as_json) PrintJson(list);
@@ -202,9 +283,12 @@ int Plan(const Context& context, const std::vector<std::string>& names, bool as_
 }  // namespace
 
 void AddPlanCommand(CLI::App& app, Context& context) {
+    const auto with_subjects = std::make_shared<bool>(false);
     AddReadOnlyCommand(app, context, "plan",
                        Tr("Say what the next run would fetch and to whom each message would go; nothing is changed."),
-                       Plan);
+                       [with_subjects](const Context& the_context, const std::vector<std::string>& names,
+                                       bool as_json) { return Plan(the_context, names, as_json, *with_subjects); })
+        .add_flag("--subjects", *with_subjects, Tr("Show From and Subject, too, where the server has TOP"));
 }
 
 }  // namespace tarvex::host

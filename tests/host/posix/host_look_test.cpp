@@ -287,6 +287,25 @@ TEST(HostPlan, SaysWhatTheRunThenDoesAndChangesNothing) {
     EXPECT_THAT(after, AllOf(HasSubstr("fetch 3  mail-3"), Not(HasSubstr("mail-1"))));
 }
 
+TEST(HostPlan, ShowsFromAndSubjectWhereSomebodyAsks) {
+    MailboxServer mailbox("user", "secret");
+    mailbox.Add({"a", "From: =?UTF-8?B?5bGx55Sw?= <y@mail.test>\r\nSubject: =?UTF-8?B?5Lya6K2w?=\r\n\r\n"});
+    mailbox.Add({"b", "Subject: \x1b[31mred\r\n\r\n"});
+    Host host;
+    host.AddProfile(mailbox.Port(), 1);
+    EXPECT_THAT(host.Tell({"plan"}), Not(HasSubstr("会議")));
+    EXPECT_EQ(mailbox.Received("TOP"), 0);
+    EXPECT_THAT(host.Tell({"plan", "--subjects"}),
+                AllOf(ContainsRegex("fetch 1  山田 <y@mail.test>  会議 +a  [0-9]+ bytes  -> phone@example.net\n"),
+                      HasSubstr("red"), Not(HasSubstr("\x1b")), Not(HasSubstr("not known"))));
+    const json told = json::parse(host.Tell({"plan", "--subjects", "--json"}))[0]["messages"];
+    EXPECT_EQ(told[0]["from"], "山田 <y@mail.test>");
+    EXPECT_EQ(told[0]["subject"], "会議");
+    EXPECT_EQ(mailbox.Received("RETR"), 0);
+    mailbox.SetFault([](const std::string& command) { return command.starts_with("TOP") ? "-ERR what?" : ""; });
+    EXPECT_THAT(host.Tell({"plan", "--subjects"}), AllOf(HasSubstr("the server has no TOP"), HasSubstr("fetch 2")));
+}
+
 TEST(HostPlan, SaysWhenAProfileIsDueAndWhatIsDeleted) {
     MailboxServer mailbox("user", "secret");
     SinkServer sink;
