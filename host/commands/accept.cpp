@@ -1,23 +1,32 @@
 // `tarvex accept` and `tarvex resend`: a person decides what counts as sent.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "host/commands/arguments/mailbox_ids.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
+#include "host/commands/held.h"
+#include "host/held/held.h"
+#include "host/history/history.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/password_source.h"
+#include "host/terminal/wording.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
+
+constexpr std::size_t kSubjectColumns = 120;
 
 struct Given {
     std::string profile;
@@ -42,9 +51,7 @@ int Accept(const Context& context, const Given& given) {
     return Submit(context, request);
 }
 
-int Resend(const Context& context, const Given& given) {
-    CRootPath root;
-    OpenTree(root, RootDirectory(context.root_option));
+int ResendFrom(const CRootPath& root, const Context& context, const Given& given) {
     const std::string profile = ShownName(root, FindProfile(root, given.profile).profile->path);
     EditRequest request(EditKind::Profile, EditVerb::Resend, profile);
     if (!given.address.empty()) {
@@ -54,12 +61,87 @@ int Resend(const Context& context, const Given& given) {
     if (!given.id.empty()) request.uidls = {given.id};
     const std::string question = given.id.empty()
                                      ? Tr("Send everything that is in its mailbox once more for {0}?", request.name)
-                                     : Tr("Send message \"{0}\" once more for {1}?", given.id, request.name);
+                                     : Tr("Send message \"{0}\" once more for {1}?", ShowText(given.id), request.name);
     if (!given.yes && !AskYes(question)) {
         std::cout << Tr("Nothing was changed.") << '\n';
         return kDone;
     }
     return Submit(context, request);
+}
+
+// ---- a message that `trace` shows
+
+// A profile that is called so is meant as ever.
+bool NamesMessage(const CRootPath& root, const Given& given) {
+    if (!given.id.empty() || !IdInHandle(given.profile)) return false;
+    try {
+        FindProfile(root, given.profile);
+        return false;
+    } catch (const CommandError&) {
+        return true;
+    }
+}
+
+FoundMail MessageCalled(const std::string& directory, const std::string& handle) {
+    try {
+        if (auto found = HistoryReader(directory).Mail(*IdInHandle(handle))) return *std::move(found);
+    } catch (const DatabaseError& error) {
+        throw CommandError(kCannotWrite, Tr("the history cannot be read: {0}", error.what()));
+    }
+    throw CommandError(kNotFound,
+                       Tr("no message {0} is remembered; `tarvex trace` shows those that are", ShowUtf8Text(handle)));
+}
+
+// What is set aside of it, for that address or for any.
+std::vector<int> HeldOf(const CPopProfile& profile, const CString& uidl, const CForwardAddress* address) {
+    const auto records = HeldStore(profile.path).List();
+    if (!records) throw CommandError(kCannotWrite, Tr("cannot read \"{0}\"", ShowPath(profile.path + "\\held")));
+    std::vector<int> ids;
+    for (const HeldRecord& record : *records) {
+        const bool waits = std::ranges::any_of(
+            record.addresses, [address](const HeldAddress& one) { return !address || IsOf(one, *address); });
+        if (record.damage.empty() && record.uidl == uidl && waits) ids.push_back(record.id);
+    }
+    return ids;
+}
+
+int ResendHeld(const Context& context, const Given& given, const std::vector<int>& ids) {
+    if (!given.yes && !AskYes(Tr("It is set aside. Try to send it now?"))) {
+        std::cout << Tr("Nothing was changed.") << '\n';
+        return kDone;
+    }
+    return SendSetAside(context, given.profile, ids, given.address);
+}
+
+int ResendMessage(const CRootPath& root, const Context& context, const Given& given) {
+    const FoundMail found = MessageCalled(RootDirectory(context.root_option), given.profile);
+    const CPopProfile& profile = *FindProfile(root, found.profile).profile;
+    const CForwardAddress* const address =
+        given.address.empty() ? nullptr : FindForward(root, found.profile + '/' + given.address).forward;
+    const CString& id = found.mail.uidl;
+    const std::string handle = HandleOf(found);
+    if (id.empty()) throw CommandError(kNotFound, Tr("{0} has no id on its server, by which to find it", handle));
+    const std::string subject = OneLine(HeadlinesOf(found.mail.header).subject, kSubjectColumns);
+    std::cout << Tr("{0}: message \"{1}\" of {2}, {3}", handle, OneLine(id, kSubjectColumns), found.profile,
+                    subject.empty() ? Tr("(no subject)") : subject)
+              << '\n';
+    Given named = given;
+    named.profile = found.profile;
+    if (const std::vector<int> held = HeldOf(profile, id, address); !held.empty()) {
+        if (address) named.address = ShowPath(FolderOf(*address));
+        return ResendHeld(context, named, held);
+    }
+    if (std::ranges::count(IdsOnServer(profile, Tr("nothing was changed")), id) == 0)
+        throw CommandError(kNotFound, Tr("{0} is neither in the mailbox of {1} nor set aside: it cannot be sent again",
+                                         handle, found.profile));
+    named.id = id;
+    return ResendFrom(root, context, named);
+}
+
+int Resend(const Context& context, const Given& given) {
+    CRootPath root;
+    OpenTree(root, RootDirectory(context.root_option));
+    return NamesMessage(root, given) ? ResendMessage(root, context, given) : ResendFrom(root, context, given);
 }
 
 using Command = int (*)(const Context&, const Given&);
@@ -87,6 +169,8 @@ void AddAcceptCommands(CLI::App& app, Context& context) {
 
     command =
         AddCommand(app, context, "resend", Tr("Let mail that was sent go out again with the next run."), Resend, given);
+    command->get_option("PROFILE")->description(
+        Tr("Path, nickname or address of the profile; or a message as `trace` calls it: M12"));
     command->add_option("ADDRESS", given->address, Tr("Only to this forwarding address; without it, to all"))
         ->option_text(" ");
     command->add_option("--id", given->id, Tr("Only the message with this id on the server"))->type_name("ID");

@@ -19,6 +19,7 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
+#include "host/commands/held.h"
 #include "host/held/held.h"
 #include "host/held/held_export.h"
 #include "host/held/held_work.h"
@@ -386,6 +387,15 @@ void AddProfile(CLI::App& command, Given& given) {
 }
 
 }  // namespace
+
+int SendSetAside(const Context& context, const std::string& profile, const std::vector<int>& ids,
+                 const std::string& address) {
+    Given given;
+    given.profile = profile;
+    given.ids = ids;
+    given.address = address;
+    return Send(context, given);
+}
 
 void AddHeldCommands(CLI::App& app, Context& context) {
     CLI::App* const group =

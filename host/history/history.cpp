@@ -139,6 +139,10 @@ bool HistoryReader::Has(int version) {
     return database_.Get() && database_.Get()->Number("PRAGMA user_version") >= version;
 }
 
+std::optional<FoundMail> HistoryReader::Mail(std::int64_t id) {
+    return Has(kVersionWithMails) ? FindMail(*database_.Get(), id) : std::nullopt;
+}
+
 std::vector<FoundMail> HistoryReader::Find(const MailSearch& search) {
     return Has(kVersionWithMails) ? FindMails(*database_.Get(), search) : std::vector<FoundMail>();
 }

@@ -91,6 +91,9 @@ public:
     // Throws DatabaseError, and CommandError for a word that cannot be searched for.
     std::vector<FoundMail> Find(const MailSearch& search);
 
+    // Throws DatabaseError.
+    std::optional<FoundMail> Mail(std::int64_t id);
+
     // Who changed what, and the runs that did something or failed: of a user, a profile or a forwarding address, the
     // newest first. Throw DatabaseError.
     std::vector<MadeEdit> Edits(const HistorySearch& search);

@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <functional>
 #include <limits>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "host/history/mail_words.h"
@@ -166,6 +168,23 @@ bool DropOldMails(Database& database, const MailLimits& limits, CTime now) {
     return true;
 }
 
+std::string HandleOf(const FoundMail& found) { return 'M' + std::to_string(found.id); }
+
+std::optional<std::int64_t> IdInHandle(std::string_view handle) {
+    if (!handle.starts_with('M') && !handle.starts_with('m')) return {};
+    std::int64_t id = 0;
+    const char* const end = handle.data() + handle.size();
+    const auto [last, error] = std::from_chars(handle.data() + 1, end, id);
+    return error == std::errc() && last == end && id > 0 ? std::optional(id) : std::nullopt;
+}
+
+std::optional<FoundMail> FindMail(Database& database, std::int64_t id) {
+    const Database::Kept row =
+        database.Lend("SELECT path, waits FROM mails JOIN profiles ON profiles.id = profile WHERE mails.id = ?");
+    if (!row->With(id).Next()) return {};
+    return FoundMail{row->Text(0), ReadMail(database, id), row->Number(1) != 0, id};
+}
+
 std::vector<FoundMail> FindMails(Database& database, const MailSearch& search) {
     const std::string query = QueryFor(search);
     std::vector<std::int64_t> newest = query.empty() ? std::vector<std::int64_t>() : FindUnindexed(database, query);
@@ -176,7 +195,7 @@ std::vector<FoundMail> FindMails(Database& database, const MailSearch& search) {
             "SELECT path, waits, mails.ended FROM mails JOIN profiles ON profiles.id = profile WHERE mails.id = ?");
         if (!row->With(id).Next() || row->Number(2) < search.since * kSecond) return;
         if (search.profile.empty() || row->Text(0) == search.profile)
-            found.push_back({row->Text(0), ReadMail(database, id), row->Number(1) != 0});
+            found.push_back({row->Text(0), ReadMail(database, id), row->Number(1) != 0, id});
     };
     for (const std::int64_t id : newest) {
         if (found.size() > search.most) return found;

@@ -3,8 +3,10 @@
 // The tables of the history that hold messages, and how they are searched. All throw DatabaseError and std::bad_alloc.
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/history/database.h"
@@ -57,7 +59,15 @@ struct FoundMail {
     std::string profile;  // user0/from0
     TracedMail mail;
     bool waits = false;
+    std::int64_t id = 0;  // never that of another one in this database
 };
+
+// By which a person names a message: "M12". Nothing for text that is none.
+std::string HandleOf(const FoundMail& found);
+std::optional<std::int64_t> IdInHandle(std::string_view handle);
+
+// Nothing for one that is remembered no more: what waits is replaced after each run.
+std::optional<FoundMail> FindMail(Database& database, std::int64_t id);
 
 struct MailSearch {
     std::vector<std::string> words;  // UTF-8; each must be somewhere: in From, Subject, an id, an address, an answer

@@ -67,6 +67,12 @@ bool IsSetAside(const TracedCopy& copy) {
     return copy.fate != CopyFate::Waits && copy.fate != CopyFate::Sent && copy.fate != CopyFate::HadAlready;
 }
 
+bool CanBeSentAgain(const TracedMail& mail) {
+    return !mail.uidl.empty() && std::ranges::any_of(mail.copies, [](const TracedCopy& copy) {
+        return copy.fate == CopyFate::Sent || IsSetAside(copy);
+    });
+}
+
 void PrintCopy(const TracedCopy& copy) {
     std::cout << "    ";
     if (!copy.address.empty()) std::cout << ShowText(copy.address) << ": ";
@@ -76,15 +82,6 @@ void PrintCopy(const TracedCopy& copy) {
         std::cout << ' ' << Tr("(within {0})", ShowLength(copy.ended - copy.offered));
     if (!copy.words.empty()) std::cout << ": " << OneLine(copy.words, kWordsColumns);
     std::cout << '\n';
-}
-
-// Empty where nothing was sent, and for an id that a shell would not leave as it is.
-std::string HowToSendAgain(const FoundMail& found) {
-    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.,:@/+=%";
-    const CString& id = found.mail.uidl;
-    const bool was_sent = std::ranges::count(found.mail.copies, CopyFate::Sent, &TracedCopy::fate) != 0;
-    const bool is_plain = !id.empty() && id.front() != '-' && id.find_first_not_of(kPlain) == CString::npos;
-    return was_sent && is_plain ? "tarvex resend " + found.profile + " --id " + id : "";
 }
 
 // "UTC, +0000"
@@ -101,7 +98,8 @@ void Print(const FoundMail& found) {
     const CHeadlines headlines = HeadlinesOf(mail.header);
     const std::string subject =
         headlines.subject.empty() ? Tr("(no subject)") : OneLine(headlines.subject, kHeadlineColumns);
-    std::cout << found.profile << ": " << (mail.header.empty() && mail.bytes == 0 ? Tr("a message") : subject);
+    std::cout << HandleOf(found) << ' ' << found.profile << ": "
+              << (mail.header.empty() && mail.bytes == 0 ? Tr("a message") : subject);
     if (!headlines.from.empty()) std::cout << Tr(", from {0}", OneLine(headlines.from, kHeadlineColumns));
     if (mail.bytes > 0) std::cout << ", " << ShowBytes(mail.bytes);
     std::cout << '\n';
@@ -114,9 +112,11 @@ void Print(const FoundMail& found) {
     for (const TracedCopy& copy : mail.copies) PrintCopy(copy);
     if (std::ranges::any_of(mail.copies, IsSetAside))
         std::cout << "    " << Tr("`tarvex held list {0}` shows what is set aside still", found.profile) << '\n';
-    if (const std::string again = HowToSendAgain(found); !again.empty())
-        std::cout << "    " << Tr("`{0}` sends it again with the next run, as long as it is in the mailbox", again)
+    if (CanBeSentAgain(mail)) {
+        const std::string handle = HandleOf(found);
+        std::cout << "    " << Tr("`tarvex resend {0}` sends it again, while it is in the mailbox or set aside", handle)
                   << '\n';
+    }
     if (found.waits) {
         std::cout << "    " << Tr("`tarvex status {0}` says when the next run is", found.profile) << '\n';
     }
@@ -127,7 +127,8 @@ Json JsonOfMoment(Milliseconds moment) { return moment == 0 ? Json() : Json(Show
 Json JsonOf(const FoundMail& found) {
     const TracedMail& mail = found.mail;
     const CHeadlines headlines = HeadlinesOf(mail.header);
-    Json json = {{"profile", found.profile},
+    Json json = {{"message", HandleOf(found)},
+                 {"profile", found.profile},
                  {"subject", Utf8OfServerText(headlines.subject)},
                  {"from", Utf8OfServerText(headlines.from)},
                  {"message_id", Utf8OfServerText(headlines.message_id)},

@@ -159,6 +159,31 @@ TEST_F(Accepting, ResendSaysWhatIsSetAsideAndHowThatIsSent) {
     EXPECT_THAT(Do({"held", "send", kProfile, "1", "--address", kPhone}), HasSubstr("phone@example.net: taken"));
 }
 
+TEST_F(Accepting, AHandleSendsWhatIsSetAsideAndElseWhatIsInTheMailbox) {
+    sink_.SetJudge([](const DeliveredMail& mail) {
+        return mail.text.find("Subject: two") == std::string::npos ? "" : "554 no\r\n";
+    });
+    Do({"run", "--now", "--quiet"});
+    const std::string handle = Json::parse(Do({"trace", "--json", "id-2"}))[0]["message"];
+    sink_.SetJudge({});
+    const std::size_t sent = sink_.Delivered().size();
+    Fail(64, {"resend", handle});  // nobody to ask
+    EXPECT_THAT(Do({"resend", handle, kPhone, "--yes"}),
+                AllOf(HasSubstr("two"), HasSubstr("phone@example.net: taken"), Not(HasSubstr("office"))));
+    EXPECT_THAT(Do({"resend", handle, "--yes"}), HasSubstr("office@example.net: taken"));
+    EXPECT_EQ(sink_.Delivered().size(), sent + 2);
+
+    EXPECT_THAT(Do({"resend", handle, "office@example.net", "--yes"}), HasSubstr("next run"));
+    Do({"run", "--now", "--quiet"});
+    ASSERT_EQ(sink_.Delivered().size(), sent + 3);
+    EXPECT_THAT(sink_.Delivered().back().text, HasSubstr("Subject: two"));
+    EXPECT_THAT(sink_.Delivered().back().recipients, ElementsAre(HasSubstr("office@example.net")));
+
+    mailbox_.Remove("id-2");
+    EXPECT_THAT(Fail(66, {"resend", handle, "--yes"}), HasSubstr(handle + " is neither in the mailbox of user0/from0"));
+    EXPECT_THAT(Fail(66, {"resend", "M999", "--yes"}), HasSubstr("no message M999"));
+}
+
 TEST_F(Accepting, ResendWithoutRulesClearsTheListsAndRemembersNothing) {
     std::filesystem::remove(host_.Root() + "/host.def");
     Do({"run", "--now", "--quiet"});
