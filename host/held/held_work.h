@@ -12,7 +12,7 @@
 
 #include "host/edit/edit.h"
 #include "host/held/held_sending.h"
-#include "host/history/edit_tables.h"
+#include "host/history/tables/edit_tables.h"
 #include "tarvex/tree.h"
 
 namespace tarvex::host {

@@ -47,6 +47,12 @@ std::map<std::string, std::string> RulesNow(const CRootPath& root, const std::st
     return ValuesOf((is_user ? RulesOfUser(root.path, directory) : RulesOf(root.path, directory)).value());
 }
 
+// The arguments of a program may be secrets.
+std::string Remembered(const std::string& key, const std::string& value) {
+    const std::size_t program = key.ends_with("_command") ? value.find(' ') : std::string::npos;
+    return program == std::string::npos ? value : value.substr(0, program) + " ...";
+}
+
 }  // namespace
 
 EditRecord::EditRecord(CRootPath& root, const EditRequest& request) : root_(root), request_(request) {
@@ -122,7 +128,7 @@ std::optional<MadeEdit> EditRecord::After(int exit_code, EditedBy by) {
     if (request_.verb == EditVerb::Add) name_ = NameOfNew();
     MadeEdit edit{std::time(nullptr), std::move(by), EditName(request_), name_, {}};
     for (const auto& [key, now] : ValuesAfter()) {
-        if (before_[key] != now) edit.keys.push_back({key, before_[key], now});
+        if (before_[key] != now) edit.keys.push_back({key, Remembered(key, before_[key]), Remembered(key, now)});
     }
     if (exit_code == kDone) {
         for (const auto& [key, secret] : request_.secrets)

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "host/edit/edit.h"
-#include "host/history/edit_tables.h"
+#include "host/history/tables/edit_tables.h"
 
 namespace tarvex::host {
 
@@ -17,7 +17,7 @@ public:
     EditRecord(CRootPath& root, const EditRequest& request);
 
     // What the edit has changed by now; nothing when it was not made, or everything is as it was. Of passwords it says
-    // that they were changed, and no more.
+    // that they were changed, and no more; of programs not their arguments.
     std::optional<MadeEdit> After(int exit_code, EditedBy by);
 
 private:

@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "host/history/counters.h"
-#include "host/history/edit_tables.h"
-#include "host/history/mail_tables.h"
 #include "host/history/root_database.h"
-#include "host/history/run_tables.h"
+#include "host/history/tables/edit_tables.h"
+#include "host/history/tables/mail_tables.h"
+#include "host/history/tables/run_tables.h"
 #include "tarvex/text.h"
 
 namespace tarvex::host {

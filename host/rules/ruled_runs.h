@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "host/history/mail_tables.h"
+#include "host/history/tables/mail_tables.h"
 #include "host/rules/run_rules.h"
 
 namespace tarvex::host {

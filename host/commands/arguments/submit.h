@@ -10,7 +10,7 @@
 #include "host/commands/commands.h"
 #include "host/edit/edit.h"
 #include "host/edit/root_lock.h"
-#include "host/history/edit_tables.h"
+#include "host/history/tables/edit_tables.h"
 #include "host/service/service_connection.h"
 
 namespace tarvex::host {

@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-#include "host/history/edit_tables.h"
+#include "host/history/tables/edit_tables.h"
 #include "host/service/control_messages.h"
 #include "host/service/posix/control_socket.h"
 #include "host/system/posix/descriptor.h"

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/edit/edit.h"
-#include "host/history/edit_tables.h"
+#include "host/history/tables/edit_tables.h"
 #include "host/service/posix/service_log.h"
 #include "tarvex/result.h"
 

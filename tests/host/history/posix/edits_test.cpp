@@ -65,8 +65,11 @@ TEST_F(Edits, AreRememberedWithWhoWhatAndTheValuesButForPasswords) {
     Do({"profile", "set", kProfile, "--nickname", "shop"});  // as before
     Do({"profile", "set", kProfile, "--popport", "1000000"}, host::kBadUsage);
     EXPECT_EQ(Made().size(), 1U);
+    Do({"init", "--rules"});
+    Do({"rules", "set", "--token_command", "/bin/token --key top-secret"});
     const std::string told = host_.Tell({"history"});
-    EXPECT_THAT(told, AllOf(HasSubstr(": profile set user0/from0\n    nickname: shop\n    poppassword: changed\n"),
+    EXPECT_THAT(told, AllOf(HasSubstr("/bin/token ..."), Not(HasSubstr("top-secret")),
+                            HasSubstr(": profile set user0/from0\n    nickname: shop\n    poppassword: changed\n"),
                             HasSubstr("taro"), Not(HasSubstr("very-secret"))));
     EXPECT_THAT(ReadFile(host_.Root() + "/.tarvex/history.db") + ReadFile(host_.Root() + "/.tarvex/history.db-wal"),
                 Not(HasSubstr("very-secret")));

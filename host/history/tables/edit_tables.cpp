@@ -1,6 +1,6 @@
 // Edits are few: they are written one by one, and looked through from the newest on.
 
-#include "host/history/edit_tables.h"
+#include "host/history/tables/edit_tables.h"
 
 #include <algorithm>
 #include <string_view>

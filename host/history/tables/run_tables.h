@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "host/history/database.h"
-#include "host/history/edit_tables.h"
+#include "host/history/tables/edit_tables.h"
 #include "tarvex/result.h"
 #include "tarvex/text.h"
 

@@ -1,7 +1,7 @@
 // Messages are written as they come, a row each; the index that finds them by their words is brought up to date later,
 // when there is time. What is not in it yet is looked through one by one.
 
-#include "host/history/mail_tables.h"
+#include "host/history/tables/mail_tables.h"
 
 #include <algorithm>
 #include <array>

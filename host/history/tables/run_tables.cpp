@@ -1,6 +1,6 @@
 // A row for each run, with its failures and copies beside it, and a row of sums for each profile.
 
-#include "host/history/run_tables.h"
+#include "host/history/tables/run_tables.h"
 
 #include <algorithm>
 #include <array>
