@@ -181,12 +181,16 @@ private:
         }
     }
 
-    // Not a part of the name before the brackets of an address, nor of a comment. Looks no further than the next
-    // address.
-    bool IsAddressItself(std::string_view rest) const {
+    // Not a part of the name before the brackets of an address, nor of a comment. What it finds holds for the words up
+    // to there: a list may have very many.
+    bool IsAddressItself(std::string_view rest) {
         if (is_quoted_ || comments_ > 0) return false;
-        const std::size_t next = rest.find_first_of("<,;");
-        return next == kNone || rest[next] != '<';
+        if (rest.size() < next_sign_bytes_) {
+            const std::size_t next = rest.find_first_of("<,;");
+            has_brackets_ = next != kNone && rest[next] == '<';
+            next_sign_bytes_ = next == kNone ? 0 : rest.size() - next;
+        }
+        return !has_brackets_;
     }
 
     void AppendWithoutEncodedWords(std::string_view word) {
@@ -214,6 +218,8 @@ private:
     bool is_quoted_ = false;
     int comments_ = 0;  // that are open
     bool in_brackets_ = false;
+    std::size_t next_sign_bytes_ = kNone;  // so many bytes before the end of the list stands the next "<", "," or ";"
+    bool has_brackets_ = false;            // it is the first of these
 };
 
 }  // namespace

@@ -339,9 +339,9 @@ CString Repeat(const CString& unit, std::size_t bytes) {
 TEST(TextMail, HostileMessagesTakeLittleTime) {
     constexpr std::size_t kBytes = 1 << 20;
     std::vector<CString> messages;
-    for (const char* unit :
-         {"=?utf-8?B?44GC?= ", "=?x-odd?Q?a?= ", "=?koi8-r?B?0A==?= =?koi8-u?B?0A==?= ", "=?", "(", "(a)", "<", "\"",
-          "\\", ",", "a,", "\x82\xA0", "\x82\xA0 a ", "a\x82\xA0", " y\r\n", "\x1B$B"}) {
+    for (const char* unit : {"=?utf-8?B?44GC?= ", "=?x-odd?Q?a?= ", "=?koi8-r?B?0A==?= =?koi8-u?B?0A==?= ", "=?", "(",
+                             "(a)", "<", "\"", "\\", ",", "a,", "\x82\xA0", "\x82\xA0 a ", "a\x82\xA0",
+                             "\xC3\xA4@\xC3\xA4 ", "\xC3\xA4@", " y\r\n", "\x1B$B"}) {
         messages.push_back("Subject: a\r\nFrom: " + Repeat(unit, kBytes) + "\r\n\r\nx\r\n.\r\n");
         messages.push_back("Subject: " + Repeat(unit, kBytes) + "\r\n\r\nx\r\n.\r\n");
     }
