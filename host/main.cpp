@@ -71,9 +71,8 @@ int main(int argc, char** argv) {
     try {
         // The last word first, as the library wants a list of them.
         app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
-        if (WantsJson(app)) SpeakTo(Language::English);
-        if (context.root_option) context.root_option = TreePath(*context.root_option);
         if (PrintsJson(app)) SpeakTo(Language::English);  // to programs, whoever runs them
+        if (context.root_option) context.root_option = TreePath(*context.root_option);
         const int code = context.command ? context.command() : NextStep(context);
         if (!std::cout.flush()) throw CommandError(kCannotWrite, Tr("cannot write to standard output"));
         return code;

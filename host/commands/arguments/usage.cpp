@@ -229,11 +229,6 @@ std::string UsageTrouble(const CLI::App& app, const std::vector<std::string>& wo
     return what + (what.ends_with('?') ? Tr(" See `{0} --help`", chosen.path) : Tr("; see `{0} --help`", chosen.path));
 }
 
-bool WantsJson(const CLI::App& app) {
-    const CLI::Option* const json = ChosenIn(app).command->get_option_no_throw("--json");
-    return json && json->count() > 0;
-}
-
 CLI::Validator WholeNumber(std::int64_t lowest, std::int64_t highest, const std::string& unit) {
     return NumberBetween(lowest, highest, unit);
 }

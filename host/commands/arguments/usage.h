@@ -20,9 +20,6 @@ std::string UsageTrouble(const CLI::App& app, const std::vector<std::string>& wo
 // Of the command or of those above it; null where there is none. `name` begins with hyphens.
 const CLI::Option* OptionNamed(const CLI::App* command, const std::string& name);
 
-// Whether the chosen command was told to print JSON, which is for programs.
-bool WantsJson(const CLI::App& app);
-
 // For an option that takes a number, in decimal digits alone. `unit` is for the sentence: "minutes", or nothing.
 inline constexpr std::int64_t kAnyNumber = std::numeric_limits<std::int64_t>::max();
 CLI::Validator WholeNumber(std::int64_t lowest, std::int64_t highest, const std::string& unit = "");
