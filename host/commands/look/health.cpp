@@ -17,6 +17,7 @@
 #include "host/commands/look/asked_state.h"
 #include "host/history/run_words.h"
 #include "host/language/tr.h"
+#include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"
 #include "host/tree/tree_root.h"
@@ -40,6 +41,7 @@ constexpr std::array kHealthWords = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
 struct Options {
     std::vector<std::string> names;
     int max_age_minutes = 0;  // 0: three intervals of each profile, and ten minutes
+    bool service_alone = false;
 };
 
 struct Finding {
@@ -115,6 +117,25 @@ Health Look(const Context& context, const Options& options) {
     return worst;
 }
 
+// What a cluster manager or a container asks before it starts the service anew: that mends no mailbox.
+Finding JudgeService(const std::string& directory) {
+    try {
+        const auto service = ServiceConnection::Try(directory);
+        if (!service) return {Health::Critical, Tr("no service runs the tree")};
+        static_cast<void>(service->Report(kPatience));
+        return {Health::Ok, Tr("the service answers")};
+    } catch (const CommandError& error) {
+        if (error.ExitCode() != kTryLater) throw;
+        return {Health::Critical, Tr("the service does not answer")};
+    }
+}
+
+Health LookAtService(const Context& context) {
+    const Finding finding = JudgeService(RootDirectory(context.root_option));
+    Say(finding.health, finding.words);
+    return finding.health;
+}
+
 // What is listed below a sentence, behind it.
 std::string InOneLine(std::string text) {
     for (std::size_t end = 0; (end = text.find("\n  ")) != std::string::npos;)
@@ -125,7 +146,7 @@ std::string InOneLine(std::string text) {
 int ShowHealth(const Context& context, const Options& options) {
     const Speaking english(Language::English);  // as monitoring has it
     try {
-        return static_cast<int>(Look(context, options));
+        return static_cast<int>(options.service_alone ? LookAtService(context) : Look(context, options));
     } catch (const CommandError& error) {
         Say(Health::Unknown, InOneLine(error.what()));
         return static_cast<int>(Health::Unknown);
@@ -144,11 +165,16 @@ void AddHealthCommand(CLI::App& app, Context& context) {
         "service is halted."));
     auto options = std::make_shared<Options>();
     AddProfileNames(*health, options->names);
+    CLI::Option* const age =
+        health
+            ->add_option("--max-age", options->max_age_minutes,
+                         Tr("How long ago the last good run may be; without it three intervals and ten minutes"))
+            ->type_name("MINUTES")
+            ->check(WholeNumber(1, 1'000'000, Tr("minutes")));
     health
-        ->add_option("--max-age", options->max_age_minutes,
-                     Tr("How long ago the last good run may be; without it three intervals and ten minutes"))
-        ->type_name("MINUTES")
-        ->check(WholeNumber(1, 1'000'000, Tr("minutes")));
+        ->add_flag("--service", options->service_alone,
+                   Tr("Only whether the service answers, whatever its mailboxes do: 0, or 2 when there is none"))
+        ->excludes(age);
     health->callback(
         [&context, options] { context.command = [&context, options] { return ShowHealth(context, *options); }; });
 }

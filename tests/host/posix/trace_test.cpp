@@ -180,6 +180,21 @@ TEST_F(Asking, HealthAndStatusTellOfAServiceThatIsHalted) {
     service.Wait();
 }
 
+TEST_F(Asking, HealthOfTheServiceAloneKnowsNoMailboxes) {
+    EXPECT_EQ(Health(2, {"--service"}), "TARVEX CRITICAL - no service runs the tree\n");
+    host_.AddProfile(1, 1, [](CPopProfile& profile) { profile.setting.timer = 600; });
+    for (int i = 0; i < 3; ++i) host_.Run(kUnavailable, {"--now"});
+    ChildProcess service({TARVEX_HOST, "--root", host_.Root(), "serve"}, ChildProcess::Output::Together);
+    ASSERT_TRUE(service.WaitForOutput("serving", kLong));
+    EXPECT_THAT(Health(2), StartsWith("TARVEX CRITICAL - user0/from0 fails"));
+    EXPECT_EQ(Health(0, {"--service"}), "TARVEX OK - the service answers\n");
+    service.Signal(SIGSTOP);
+    EXPECT_EQ(Health(2, {"--service"}), "TARVEX CRITICAL - the service does not answer\n");
+    service.Signal(SIGCONT);
+    service.Signal(SIGTERM);
+    service.Wait();
+}
+
 TEST_F(Asking, HealthTellsOfAHaltedServiceWhoseQueueIsFull) {
     AddProfile(600);
     const host::SocketAddress address(host_.Root());
