@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. Its components are the packages: library, development, host.
+# What `cmake --install` puts where. Its components are the packages: library, development, host, cluster.
 
 # Where Debian keeps the libraries of one architecture, also below /usr/local.
 if(EXISTS /etc/debian_version AND CMAKE_LIBRARY_ARCHITECTURE)
@@ -36,7 +36,7 @@ set(tarvex_abi 0)
 find_program(GZIP gzip REQUIRED)
 configure_file(packaging/debian/changelog ${PROJECT_BINARY_DIR}/packaging/changelog @ONLY)
 execute_process(COMMAND ${GZIP} -9nkf ${PROJECT_BINARY_DIR}/packaging/changelog COMMAND_ERROR_IS_FATAL ANY)
-foreach(component_package library:libtarvex${tarvex_abi} development:libtarvex-dev host:tarvex)
+foreach(component_package library:libtarvex${tarvex_abi} development:libtarvex-dev host:tarvex cluster:tarvex-cluster)
   string(REPLACE ":" ";" component_package ${component_package})
   list(GET component_package 0 component)
   list(GET component_package 1 package)
@@ -94,5 +94,9 @@ foreach(unit tarvex.service tarvex@.service)
 endforeach()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/systemd/common)
 install(FILES packaging/systemd/tarvex.sysusers DESTINATION lib/sysusers.d RENAME tarvex.conf COMPONENT host)
+
+# The resource agent of Pacemaker.
+install(PROGRAMS packaging/cluster/root DESTINATION lib/ocf/resource.d/tarvex COMPONENT cluster)
+install(DIRECTORY packaging/cluster/examples DESTINATION ${documents}/tarvex-cluster COMPONENT cluster)
 
 include(cmake/Package.cmake)

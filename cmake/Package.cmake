@@ -7,7 +7,7 @@ set(CPACK_PACKAGE_CONTACT "${TARVEX_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # the first line of each package's own description is it
-set(CPACK_COMPONENTS_ALL library development host)
+set(CPACK_COMPONENTS_ALL library development host cluster)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -54,5 +54,19 @@ Tarvex fetches mail from POP3 mailboxes and sends every new message on, over
 SMTP, to one or more forwarding addresses, each with a schedule of its own.
 
 This package holds the command tarvex and the units of its service.")
+
+set(CPACK_DEBIAN_CLUSTER_PACKAGE_NAME tarvex-cluster)
+set(CPACK_DEBIAN_CLUSTER_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_CLUSTER_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_CLUSTER_PACKAGE_DEPENDS "tarvex (= ${PROJECT_VERSION}), resource-agents, pacemaker-cli-utils")
+set(CPACK_DEBIAN_CLUSTER_PACKAGE_RECOMMENDS pacemaker)
+set(CPACK_DEBIAN_CLUSTER_PACKAGE_SUGGESTS "crmsh | pcs, drbd-utils, sbd")
+set(CPACK_COMPONENT_CLUSTER_DESCRIPTION "mail-forwarding engine - resource agent for clusters
+Tarvex fetches mail from POP3 mailboxes and sends every new message on, over
+SMTP, to one or more forwarding addresses, each with a schedule of its own.
+
+This package holds the agent ocf:tarvex:root, by which Pacemaker serves a data
+tree on one machine of a cluster and moves it to another when that is lost,
+and examples for crmsh and pcs.")
 
 include(CPack)

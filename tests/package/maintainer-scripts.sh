@@ -73,6 +73,7 @@ view)  # all that is mounted ends with this process
   mount --rbind /dev "$view/dev"
   mkdir "$view/packages"
   cp "$folder"/*.deb "$0" "$view/packages"
+  rm "$view"/packages/tarvex-cluster_*.deb # it has no scripts, and much that it depends on
   exec chroot "$view" "/packages/$(basename "$0")" /packages inside
   ;;
 esac

@@ -10,12 +10,13 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*" >&2; exit 1; }
 
-[ ${#packages[@]} = 3 ] || fail "not three packages: ${packages[*]}"
+[ ${#packages[@]} = 4 ] || fail "not four packages: ${packages[*]}"
 root=$work/root
 cp -r "$folder/root" "$root"
 for package in "${packages[@]}"; do
   case $(dpkg-deb -f "$package" Package) in
     libtarvex0) [[ $(dpkg-deb -f "$package" Depends) == *libssl3* ]] || fail "libtarvex0 does not depend on libssl3" ;;
+    tarvex-cluster) [[ $(dpkg-deb -f "$package" Depends) == "tarvex (= "*resource-agents* ]] || fail "tarvex-cluster does not depend on tarvex" ;;
     *) [[ $(dpkg-deb -f "$package" Depends) == *"libtarvex0 (= "* ]] || fail "$package does not depend on its library" ;;
   esac
 done
@@ -43,6 +44,11 @@ done
 
 for name in rules.yml dashboard.json; do
   [ -s "$documents/prometheus/tarvex.$name" ] || fail "there is no prometheus/tarvex.$name"
+done
+
+[ -x "$root/usr/lib/ocf/resource.d/tarvex/root" ] || fail "there is no resource agent"
+for name in drbd-pair.crm drbd-pair.pcs three-nodes.crm three-nodes.pcs; do
+  [ -s "$root/usr/share/doc/tarvex-cluster/examples/$name" ] || fail "there is no $name"
 done
 
 say() { echo "== $*"; }
