@@ -61,6 +61,7 @@ int main(int argc, char** argv) {
     AddLoginCommand(app, context);
     AddHeldCommands(app, context);
     AddAcceptCommands(app, context);
+    AddGenerationCommand(app, context);
     AddImportCommands(app, context);
     AddBackupCommands(app, context);
     app.add_subcommand("demo", Tr("Forward a small mailbox between two servers on this machine, and show it."))

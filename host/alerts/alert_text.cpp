@@ -52,6 +52,8 @@ std::string Headline(const ProblemKey& key) {
             return Tr("{0} is parked, its recipient was refused", key.subject);
         case Problem::Held:
             return Tr("mail is set aside");
+        case Problem::OldCopy:
+            return Tr("nothing is run, the tree is an old copy");
     }
     return {};
 }
@@ -65,6 +67,7 @@ std::string WhatToDo(const FoundProblem& found) {
         case Problem::DiskIsShort:
             return Tr("Make room: without it nothing can be saved, and mail waits on the server.");
         case Problem::Waiting:
+        case Problem::OldCopy:
             return Tr("`{0} --send` sends what is in the mailbox, `{0} --skip` does not.", CommandFor(found.key));
         case Problem::Parked:
             return Tr("Correct the address or ask its owner; it is tried again once an hour.");

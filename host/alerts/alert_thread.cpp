@@ -37,20 +37,20 @@ void AlertThread::Stop() {
     InterruptRun(copy_);
 }
 
-void AlertThread::Tick(const std::map<CString, std::string>& left_out) {
+void AlertThread::Tick(const NotRun& not_run) {
     if (stopped_ || copy_.worker_thread.load() || Clock::now() < next_look_.load()) return;
     next_look_ = Clock::now() + between_looks_;
     // Without a thread one of the next ticks tries again.
-    if (!StartWork(copy_, [this, left_out] { Look(left_out); })) return;
+    if (!StartWork(copy_, [this, not_run] { Look(not_run); })) return;
 }
 
-void AlertThread::Look(const std::map<CString, std::string>& left_out) {
+void AlertThread::Look(const NotRun& not_run) {
     const Clock::time_point begun = Clock::now();
     CRootPath root;
     if (!HasRules(directory_) || !WhyRootUnreadable(directory_).empty()) return;
     if (!LoadTree(root, directory_).empty()) return;
     const auto quiet = std::chrono::ceil<std::chrono::seconds>(kLooksOfQuiet * between_looks_);
-    alerts_.Look(root, left_out, std::time(nullptr), quiet.count(), {copy_, [this] { return stopped_.load(); }});
+    alerts_.Look(root, not_run, std::time(nullptr), quiet.count(), {copy_, [this] { return stopped_.load(); }});
     const auto pause = std::clamp<Clock::duration>(kPart * (Clock::now() - begun), between_looks_,
                                                    std::max<Clock::duration>(kLongestPause, between_looks_));
     next_look_ = Clock::now() + pause;

@@ -21,7 +21,7 @@ public:
     AlertThread& operator=(const AlertThread&) = delete;
 
     // To be called now and then: begins a look when it is time for one. It reads the tree from disk.
-    void Tick(const std::map<CString, std::string>& left_out);
+    void Tick(const NotRun& not_run);
 
     // An alert that is under way may have been taken: then it is sent again after the next start.
     void Stop();
@@ -29,7 +29,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void Look(const std::map<CString, std::string>& left_out);
+    void Look(const NotRun& not_run);
 
     const std::string directory_;
     Alerts alerts_;

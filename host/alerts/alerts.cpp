@@ -79,7 +79,7 @@ std::vector<Alerts::OfProfile> Alerts::ReadRules(const CRootPath& root) {
 
 // In each language that somebody reads.
 Alerts::Readers Alerts::FindReaders(const CRootPath& root, const std::vector<OfProfile>& profiles, CTime now,
-                                    const std::map<CString, std::string>& left_out) {
+                                    const NotRun& not_run) {
     Readers readers;
     std::set<Language> languages;
     const auto add = [&](const Reader& reader) -> OfReader& {
@@ -96,14 +96,14 @@ Alerts::Readers Alerts::FindReaders(const CRootPath& root, const std::vector<OfP
     }
     for (const Language language : languages) {
         const Speaking speaking(language);
-        AddProblems(root, profiles, now, left_out, language, readers);
+        AddProblems(root, profiles, now, not_run, language, readers);
     }
     return readers;
 }
 
 void Alerts::AddProblems(const CRootPath& root, const std::vector<OfProfile>& profiles, CTime now,
-                         const std::map<CString, std::string>& left_out, Language language, Readers& readers) const {
-    const std::vector<FoundProblem> of_tree = ProblemsOfTree(root, room_(directory_));
+                         const NotRun& not_run, Language language, Readers& readers) const {
+    const std::vector<FoundProblem> of_tree = ProblemsOfTree(root, room_(directory_), not_run.old_copy);
     std::vector<NamedProfile> named;
     for (const OfProfile& profile : profiles) named.push_back(profile.named);
     TreeState tree = StateOf(root, named, directory_);
@@ -118,7 +118,8 @@ void Alerts::AddProblems(const CRootPath& root, const std::vector<OfProfile>& pr
     for (std::size_t i = 0; i < profiles.size(); ++i) {
         ProfileState& state = tree.profiles[i];
         const CPopProfile& profile = *profiles[i].named.profile;
-        if (const auto why = left_out.find(profile.path); why != left_out.end()) state.trouble = why->second;
+        if (const auto why = not_run.left_out.find(profile.path); why != not_run.left_out.end())
+            state.trouble = why->second;
         const std::vector<FoundProblem> wrong = ProblemsOf(state, profile, profiles[i].rules, now);
         for (const Reader& reader : profiles[i].readers) {
             if (reader.language != language) continue;
@@ -167,11 +168,10 @@ void Alerts::Tell(const std::string& key, const OfReader& reader, CTime now, CTi
                  std::to_string(alert->over.size()) + " over, " + std::to_string(alert->lasting.size()) + " lasting");
 }
 
-void Alerts::Look(const CRootPath& root, const std::map<CString, std::string>& left_out, CTime now, CTime quiet_s,
-                  const Sending& sending) {
+void Alerts::Look(const CRootPath& root, const NotRun& not_run, CTime now, CTime quiet_s, const Sending& sending) {
     if (!HasRules(root.path)) return;
     const std::vector<OfProfile> profiles = ReadRules(root);
-    const Readers readers = FindReaders(root, profiles, now, left_out);
+    const Readers readers = FindReaders(root, profiles, now, not_run);
     if (readers.empty()) return;
     std::set<std::string> keys;
     for (const auto& [key, reader] : readers) keys.insert(key);

@@ -5,14 +5,22 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/alerts/alert_memory.h"
 #include "host/alerts/alert_sending.h"
+#include "host/generation/generation.h"
 #include "host/tree/names.h"
 
 namespace tarvex::host {
+
+// What is not run, as only the service knows.
+struct NotRun {
+    std::map<CString, std::string> left_out;  // profiles, and why
+    std::optional<OldCopy> old_copy;          // the whole tree
+};
 
 struct AlertTellers {
     RootDatabaseWriter::Tell say;   // an alert was sent
@@ -25,10 +33,9 @@ public:
     // `room` is asked for the file system of the root.
     Alerts(std::string directory, AlertTellers tellers, std::function<DiskRoom(const std::string&)> room = &RoomOn);
 
-    // One look at a loaded tree, and what follows from it. `left_out`: profiles that are not run, and why. `quiet_s`:
-    // as in Situation. Takes as long as the servers and programs take.
-    void Look(const CRootPath& root, const std::map<CString, std::string>& left_out, CTime now, CTime quiet_s,
-              const Sending& sending);
+    // One look at a loaded tree, and what follows from it. `quiet_s`: as in Situation. Takes as long as the servers and
+    // programs take.
+    void Look(const CRootPath& root, const NotRun& not_run, CTime now, CTime quiet_s, const Sending& sending);
 
 private:
     struct OfProfile {
@@ -49,9 +56,9 @@ private:
     using Readers = std::map<std::string, OfReader>;  // by Reader::Key
 
     Readers FindReaders(const CRootPath& root, const std::vector<OfProfile>& profiles, CTime now,
-                        const std::map<CString, std::string>& left_out);
-    void AddProblems(const CRootPath& root, const std::vector<OfProfile>& profiles, CTime now,
-                     const std::map<CString, std::string>& left_out, Language language, Readers& readers) const;
+                        const NotRun& not_run);
+    void AddProblems(const CRootPath& root, const std::vector<OfProfile>& profiles, CTime now, const NotRun& not_run,
+                     Language language, Readers& readers) const;
     void Tell(const std::string& key, const OfReader& reader, CTime now, CTime quiet_s, const Sending& sending);
     SendingOutcome Send(const OfReader& to, const Alert& alert, CTime now, const Sending& sending) const;
 

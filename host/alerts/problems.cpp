@@ -152,8 +152,14 @@ bool IsShort(const DiskRoom& room) {
            (room.available < room.capacity / kLittlePart && room.available < kEnough_bytes);
 }
 
-std::vector<FoundProblem> ProblemsOfTree(const CRootPath& root, const DiskRoom& room) {
+std::vector<FoundProblem> ProblemsOfTree(const CRootPath& root, const DiskRoom& room,
+                                         const std::optional<OldCopy>& old_copy) {
     std::vector<FoundProblem> all;
+    if (old_copy) {
+        FoundProblem& found = all.emplace_back();
+        found.key.problem = Problem::OldCopy;
+        found.words = WhyHeldBack(*old_copy);
+    }
     if (IsShort(room)) {
         FoundProblem& found = all.emplace_back();
         found.key.problem = Problem::DiskIsShort;
@@ -185,6 +191,8 @@ std::string CommandFor(const ProblemKey& key) {
             return "tarvex check " + key.profile;
         case Problem::Held:
             return "tarvex held list " + key.profile;
+        case Problem::OldCopy:
+            return "tarvex accept";
     }
     return {};
 }

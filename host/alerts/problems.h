@@ -4,10 +4,12 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "host/generation/generation.h"
 #include "host/settings/host_setting.h"
 #include "host/state/profile_state.h"
 #include "tarvex/tree.h"
@@ -15,10 +17,10 @@
 namespace tarvex::host {
 
 // The numbers are stored: new ones go to the end.
-enum class Problem { DiskIsShort, FolderUnreadable, LeftOut, Failing, WantsLogin, Waiting, Parked, Held };
+enum class Problem { DiskIsShort, FolderUnreadable, LeftOut, Failing, WantsLogin, Waiting, Parked, Held, OldCopy };
 // As the JSON of an alert has them.
-inline constexpr std::array<std::string_view, 8> kProblemWords = {
-    "disk_short", "folder_unreadable", "left_out", "failing", "wants_login", "waiting", "parked", "held"};
+inline constexpr std::array<std::string_view, 9> kProblemWords = {
+    "disk_short", "folder_unreadable", "left_out", "failing", "wants_login", "waiting", "parked", "held", "old_copy"};
 
 // What it is about: two are the same when these are.
 struct ProblemKey {
@@ -53,7 +55,8 @@ DiskRoom RoomOn(const std::string& directory);
 bool IsShort(const DiskRoom& room);
 
 // Of the tree as a whole.
-std::vector<FoundProblem> ProblemsOfTree(const CRootPath& root, const DiskRoom& room);
+std::vector<FoundProblem> ProblemsOfTree(const CRootPath& root, const DiskRoom& room,
+                                         const std::optional<OldCopy>& old_copy);
 
 // The command that shows more of it, or mends it.
 std::string CommandFor(const ProblemKey& key);

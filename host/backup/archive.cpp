@@ -153,7 +153,7 @@ bool IsNameOfTree(std::string_view name) {
     const std::string_view first = TakePart(name);
     if (first == "providers.d") return IsPlain(name) && name.ends_with(".def");
     if (first == ".tarvex") {
-        if (IsOneOf(name, {"sent.db", "sent.recent", "history.db"})) return true;
+        if (IsOneOf(name, {"sent.db", "sent.recent", "history.db", "generation"})) return true;
         return TakePart(name) == "tokens" && IsPlain(name) && name.ends_with(".json");
     }
     if (!IsFolder(first, "user")) return false;

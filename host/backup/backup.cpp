@@ -18,11 +18,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
+#include "host/generation/generation.h"
 #include "host/history/database.h"
 #include "host/language/tr.h"
 #include "host/settings/file_names.h"
@@ -173,6 +175,8 @@ private:
     // Lines go from the journal into the database: it comes first, or they could be missed in both.
     void AddMemory() {
         AddFile(root_.path + "\\.tarvex\\sent.recent");
+        if (const std::int64_t generation = ReadableGeneration(root_.path).value_or(0); generation != 0)
+            archive_.Add(".tarvex/generation", std::to_string(generation) + '\n');
         for (const char* const name : {"\\.tarvex\\sent.db", "\\.tarvex\\history.db"}) AddDatabase(root_.path + name);
     }
 

@@ -2,25 +2,34 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host/commands/arguments/expected_generation.h"
 #include "host/commands/arguments/mailbox_ids.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/commands/held.h"
+#include "host/edit/tree_edit.h"
+#include "host/generation/generation.h"
 #include "host/held/held.h"
 #include "host/history/history.h"
 #include "host/language/tr.h"
+#include "host/service/service_connection.h"
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/password_source.h"
+#include "host/terminal/typed_word.h"
 #include "host/terminal/wording.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
+#include "host/tree/tree_rules.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -35,13 +44,60 @@ struct Given {
     bool send = false;
     bool skip = false;
     bool yes = false;
+    std::optional<std::int64_t> expected;
 };
+
+// ---- a tree that is an old copy
+
+bool IsHeldBackByService(const std::string& directory) {
+    const auto service = ServiceConnection::Try(directory);
+    return service && service->Report().old_copy;
+}
+
+// What is in the mailbox counts as handled for every address. A mailbox that cannot be listed leaves the profile
+// waiting by itself.
+void SkipMailbox(const CRootPath& root, const NamedProfile& named, std::vector<EditRequest>& edits) {
+    const std::string name = ShownName(root, named.profile->path);
+    try {
+        if (!IsSwitchedOn(*named.user, *named.profile)) throw CommandError(kUnavailable, Tr("it is switched off"));
+        const std::vector<std::string> ids = IdsOnServer(*named.profile, Tr("it waits by itself"));
+        for (const auto& forward : named.profile->forward_addresses) {
+            EditRequest request(EditKind::Forward, EditVerb::CatchUp, ShownName(root, forward->path));
+            request.uidls = ids;
+            edits.push_back(std::move(request));
+        }
+    } catch (const CommandError& error) {
+        if (!HasRules(root.path))
+            throw CommandError(error.ExitCode(), Tr("{0}: {1}; nothing was changed", name, error.what()));
+        PrintNote(name + ": " + error.what());
+        edits.emplace_back(EditKind::Profile, EditVerb::Hold, name);
+    }
+}
+
+int AcceptTree(const Context& context, const Given& given) {
+    const std::string directory = RootDirectory(context.root_option);
+    CRootPath root;
+    OpenTree(root, directory);
+    if (!IsHeldBackByService(directory)) RequireOldCopy(directory, given.expected);
+    std::vector<EditRequest> edits;
+    if (given.skip) {
+        for (const NamedProfile& named : AllProfiles(root)) SkipMailbox(root, named, edits);
+    }
+    edits.push_back(AcceptanceOfTree(given.send ? EditVerb::Accept : EditVerb::CatchUp, given.expected));
+    return SubmitAll(directory, edits);
+}
+
+// ---- a profile that waits
 
 int Accept(const Context& context, const Given& given) {
     if (given.send == given.skip)
         throw CommandError(kBadUsage,
                            Tr("say what is to become of the mail in the mailbox: --send sends what counts as new, "
                               "--skip lets it count as handled"));
+    if (given.profile.empty()) return AcceptTree(context, given);
+    if (given.expected)
+        throw CommandError(kBadUsage,
+                           Tr("--expect-generation is about the whole tree: leave {0} out", Quoted(given.profile)));
     EditRequest request(EditKind::Profile, given.send ? EditVerb::Accept : EditVerb::CatchUp, given.profile);
     if (given.skip) {
         CRootPath root;
@@ -149,9 +205,7 @@ using Command = int (*)(const Context&, const Given&);
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, const std::string& help, Command run,
                      const std::shared_ptr<Given>& given) {
     CLI::App* const command = app.add_subcommand(name, help);
-    command->add_option("PROFILE", given->profile, Tr("Path, nickname or address of the profile"))
-        ->required()
-        ->option_text(" ");
+    command->add_option("PROFILE", given->profile, Tr("Path, nickname or address of the profile"))->option_text(" ");
     command->callback(
         [&context, given, run] { context.command = [&context, given, run] { return run(context, *given); }; });
     return command;
@@ -161,15 +215,23 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, c
 
 void AddAcceptCommands(CLI::App& app, Context& context) {
     const auto given = std::make_shared<Given>();
-    CLI::App* command =
-        AddCommand(app, context, "accept",
-                   Tr("Let a profile go on that waits because the ids of its mailbox have changed."), Accept, given);
+    CLI::App* command = AddCommand(
+        app, context, "accept",
+        Tr("Let a profile go on that waits because its ids or lists cannot be trusted, or a tree that is an old copy."),
+        Accept, given);
+    command->get_option("PROFILE")->description(
+        Tr("Path, nickname or address of the profile; without it the tree, where that is an old copy"));
     auto* const send = command->add_flag("--send", given->send, Tr("Send everything that counts as new"));
     command->add_flag("--skip", given->skip, Tr("What is in the mailbox now counts as handled"))->excludes(send);
+    const auto expected = std::make_shared<ExpectedGeneration>(*command);
+    command->callback([&context, given, expected] {
+        given->expected = expected->Number();
+        context.command = [&context, given] { return Accept(context, *given); };
+    });
 
     command =
         AddCommand(app, context, "resend", Tr("Let mail that was sent go out again with the next run."), Resend, given);
-    command->get_option("PROFILE")->description(
+    command->get_option("PROFILE")->required()->description(
         Tr("Path, nickname or address of the profile; or a message as `trace` calls it: M12"));
     command->add_option("ADDRESS", given->address, Tr("Only to this forwarding address; without it, to all"))
         ->option_text(" ");

@@ -37,6 +37,7 @@ void AddAlertCommands(CLI::App& app, Context& context);
 void AddLoginCommand(CLI::App& app, Context& context);
 void AddHeldCommands(CLI::App& app, Context& context);
 void AddAcceptCommands(CLI::App& app, Context& context);
+void AddGenerationCommand(CLI::App& app, Context& context);
 void AddImportCommands(CLI::App& app, Context& context);
 void AddBackupCommands(CLI::App& app, Context& context);
 void AddSetupCommand(CLI::App& app, Context& context);

@@ -18,10 +18,12 @@
 #include <vector>
 
 #include "host/alerts/alerts.h"
+#include "host/commands/arguments/expected_generation.h"
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/progress.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
+#include "host/generation/generation.h"
 #include "host/held/held_work.h"
 #include "host/language/tr.h"
 #include "host/rules/ruled_runs.h"
@@ -48,6 +50,7 @@ struct Options {
     bool now = false;
     bool quiet = false;
     bool verbose = false;
+    std::optional<std::int64_t> expected_generation;
 
     bool ShowsProgress() const { return !quiet && CanRedraw(); }
 };
@@ -300,6 +303,8 @@ int RunOnce(const Context& context, const Options& options) {
     RequireRootToRun(directory, context.root_option.has_value());
     LockOrService access = TakeLockOrService(directory, "run");
     auto* const service = std::get_if<std::unique_ptr<ServiceConnection>>(&access);
+    const TreeAge age(directory, options.expected_generation);
+    if (age.Old()) throw CommandError(kCannotWrite, WhyHeldBack(*age.Old()));
     return service ? RunByService(**service, directory, options) : RunHere(directory, options);
 }
 
@@ -313,9 +318,12 @@ void AddRunCommand(CLI::App& app, Context& context) {
     CLI::Option* const quiet = run->add_flag("--quiet", options->quiet, Tr("Print failures and nothing else"));
     run->add_flag("--verbose", options->verbose, Tr("Print the conversation of every run, also of many"))
         ->excludes(quiet);
+    const auto expected = std::make_shared<ExpectedGeneration>(*run);
     run->footer(Tr("While a service owns the tree, it is the service that runs them."));
-    run->callback(
-        [&context, options] { context.command = [&context, options] { return RunOnce(context, *options); }; });
+    run->callback([&context, options, expected] {
+        options->expected_generation = expected->Number();
+        context.command = [&context, options] { return RunOnce(context, *options); };
+    });
 }
 
 }  // namespace tarvex::host

@@ -59,6 +59,8 @@ public:
                 return EditTerms();
             case EditKind::Rules:
                 return EditHostRules();
+            case EditKind::Tree:
+                break;
         }
         UnknownEdit();
     }

@@ -16,16 +16,18 @@
 
 namespace tarvex::host {
 
-enum class EditKind { User, Profile, Forward, Schedule, Rules };
-// Schedules are switched, and are not set. Rules are added to a tree that has none, and set. The last three are of
+enum class EditKind { User, Profile, Forward, Schedule, Rules, Tree };
+// Schedules are switched, and are not set. Rules are added to a tree that has none, and set. The last four are of
 // profiles and forwarding addresses (host/held/memory_edit.h): a profile that waits may send, what is in the mailbox
-// counts as handled (and the profile waits no longer), what was sent goes out again.
-enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff, Accept, CatchUp, Resend };
+// counts as handled (and the profile waits no longer), what was sent goes out again, a profile waits for an answer. A
+// tree that is an old copy is accepted or caught up with (host/edit/tree_edit.h).
+enum class EditVerb { Add, Set, Remove, SwitchOn, SwitchOff, Accept, CatchUp, Resend, Hold };
 
 // As they are typed, in that order.
-inline constexpr std::array<std::string_view, 5> kEditKinds = {"user", "profile", "forward", "schedule", "rules"};
-inline constexpr std::array<std::string_view, 8> kEditVerbs = {"add", "set",    "remove",   "on",
-                                                               "off", "accept", "catch-up", "resend"};
+inline constexpr std::array<std::string_view, 6> kEditKinds = {"user",     "profile", "forward",
+                                                               "schedule", "rules",   "tree"};
+inline constexpr std::array<std::string_view, 9> kEditVerbs = {"add",    "set",      "remove", "on",  "off",
+                                                               "accept", "catch-up", "resend", "hold"};
 
 // All text is UTF-8; names are found as in host/tree/names.h.
 struct EditRequest {

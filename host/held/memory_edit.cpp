@@ -167,8 +167,18 @@ std::string Accept(const CRootPath& root, const Target& target, const EditReques
     return said;
 }
 
+// Until a person says what is to become of the mail in its mailbox.
+std::string Hold(const CRootPath& root, const Target& target, RuleMemory& memory) {
+    if (!HasRules(root.path)) throw NoRules();
+    memory.Of(target.profile->path)
+        .Wait("the tree was an old copy, and nobody could say what is in the mailbox", std::time(nullptr));
+    Require(memory.Save(std::time(nullptr)));
+    return Tr("{0} waits for `tarvex accept {0}`.", ShownName(root, target.profile->path)) + '\n';
+}
+
 std::string Apply(const CRootPath& root, RuleMemory& memory, const EditRequest& request) {
     const Target target = TargetOf(root, request);
+    if (request.verb == EditVerb::Hold) return Hold(root, target, memory);
     if (request.verb == EditVerb::Resend) return Resend(root, target, request, memory);
     if (request.kind == EditKind::Profile) return Accept(root, target, request, memory);
     return CatchUp(root, target, request);
@@ -195,6 +205,7 @@ void ForgetOthers(const CPopProfile& profile, RuleMemory& memory) {
 
 int EditWithMemory(CRootPath& root, RuleMemory& memory, const EditRequest& request, Reply& reply) {
     const bool is_of_memory = request.verb == EditVerb::CatchUp || request.verb == EditVerb::Resend ||
+                              request.verb == EditVerb::Hold ||
                               (request.verb == EditVerb::Accept && request.kind == EditKind::Profile);
     if (!is_of_memory) {
         const CPopProfile* const profile = ProfileWithNotes(root, request);

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <utility>
 
+#include "host/generation/generation.h"
 #include "host/language/tr.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
@@ -33,6 +34,8 @@ CString PathNamed(CRootPath& root, const EditRequest& request) {
             return FindUser(root, request.name).path;
         case EditKind::Profile:
             return FindProfile(root, request.name).profile->path;
+        case EditKind::Tree:
+            return root.path;
         case EditKind::Rules:
             return request.name.empty() ? root.path : FindUserOrProfile(root, request.name);
         default:
@@ -80,6 +83,8 @@ EditRecord::Values EditRecord::ValuesNow() {
             return RulesNow(root_, name_);
         case EditKind::Schedule:
             return OfSchedule();
+        case EditKind::Tree:
+            return {{"generation", std::to_string(GenerationOf(root_.path))}};
     }
     return {};
 }

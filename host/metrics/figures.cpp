@@ -8,6 +8,7 @@
 #include <map>
 #include <string_view>
 
+#include "host/generation/generation.h"
 #include "host/held/held.h"
 #include "host/history/history.h"
 #include "host/memory/memory.h"
@@ -227,6 +228,9 @@ std::string Figures::Text(const Profiles& profiles, const std::optional<ProcessF
                   {{"version", TARVEX_VERSION}});
     writer.AddOne("tarvex_readable", MetricType::Gauge, "1: what is remembered can be read; 0: figures are missing.",
                   known.history_is_readable && known.memory_is_readable ? 1 : 0);
+    if (const auto generation = ReadableGeneration(root_))
+        writer.AddOne("tarvex_generation", MetricType::Gauge, "How often a service was started on the tree.",
+                      *generation);
     writer.AddGauge("tarvex_switched_on", "1: the profile takes part in runs.",
                     [](const MeasuredProfile& profile) { return profile.switched_on ? 1 : 0; });
     writer.AddCounters();

@@ -187,7 +187,16 @@ Json JsonOf(const ServiceReport& report) {
     for (const RunNow& run : report.runs) runs.push_back(JsonOf(run));
     Json troubles = Json::object();
     for (const auto& [profile, trouble] : report.troubles) troubles[TextOf(profile)] = TextOf(trouble);
-    return {{"runs", std::move(runs)}, {"troubles", std::move(troubles)}, {"zone", TextOf(report.zone)}};
+    Json json = {{"runs", std::move(runs)}, {"troubles", std::move(troubles)}, {"zone", TextOf(report.zone)}};
+    if (const auto& old = report.old_copy)
+        json["old_copy"] = {{"generation", old->generation ? Json(*old->generation) : Json()},
+                            {"expected", old->expected}};
+    return json;
+}
+
+OldCopy OldCopyIn(const Json& json) {
+    const Json& generation = json.at("generation");
+    return {generation.is_null() ? std::nullopt : std::optional(generation.get<std::int64_t>()), json.at("expected")};
 }
 
 ServiceReport ReportIn(const Json& json) {
@@ -197,6 +206,7 @@ ServiceReport ReportIn(const Json& json) {
     for (const auto& [profile, trouble] : json.at("troubles").items()) {
         report.troubles[BytesOf(profile)] = ShownIn(trouble);
     }
+    if (json.contains("old_copy")) report.old_copy = OldCopyIn(json.at("old_copy"));
     return report;
 }
 

@@ -5,10 +5,12 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "host/generation/generation.h"
 #include "host/history/history.h"
 #include "host/language/tr.h"
 #include "host/state/run_now.h"
@@ -22,6 +24,7 @@ struct ServiceReport {
     std::vector<RunNow> runs;                     // under way
     std::map<std::string, std::string> troubles;  // by profile: why it is not run
     std::string zone;                             // in which the service reads schedules
+    std::optional<OldCopy> old_copy;              // why nothing is run
 };
 
 // The runs that are under way. Call it on the thread that owns the root.

@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "host/edit/tree_edit.h"
 #include "host/held/memory_edit.h"
 #include "host/history/edit_record.h"
 #include "host/history/history.h"
@@ -51,10 +52,13 @@ void MakeEdits(const std::string& directory, std::span<const EditRequest> reques
         OpenTree(root, directory);
         RuleMemory memory(directory, PrintNote);  // opens nothing that is not needed
         HistoryWriter history(directory, PrintNote);
+        TreeAge age(directory, std::nullopt);
         for (; !requests.empty(); requests = requests.subspan(1)) {
             Reply reply;
             EditRecord record(root, requests.front());
-            const int code = EditWithMemory(root, memory, requests.front(), reply);
+            const EditRequest& request = requests.front();
+            const int code = request.kind == EditKind::Tree ? EditTree(age, request, reply)
+                                                            : EditWithMemory(root, memory, request, reply);
             if (auto edit = record.After(code, ThisCaller())) history.AddEdit(*std::move(edit));
             told(code, reply);
         }

@@ -23,7 +23,9 @@ void AddReport(const std::string& directory, std::chrono::milliseconds patience,
         if (error.ExitCode() == kTryLater) tree.service = ServiceState::Silent;
         return;
     }
+    if (report.old_copy) tree.held_back = WhyHeldBack(*report.old_copy);
     for (ProfileState& state : tree.profiles) {
+        if (state.switched_on && state.trouble.empty()) state.trouble = tree.held_back;
         const auto run = std::ranges::find(report.runs, state.name, &RunNow::profile);
         if (run != report.runs.end()) state.running = *run;
         const auto trouble = report.troubles.find(state.name);

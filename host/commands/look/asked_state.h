@@ -15,6 +15,7 @@ enum class ServiceState { None, Answers, Silent };
 
 struct AskedState : TreeState {
     ServiceState service = ServiceState::None;
+    std::string held_back{};  // why the service runs nothing; every profile that it would run has this as its trouble
 };
 
 // Of these profiles of a loaded tree. Waits for the service no longer than `patience`. Throws CommandError for a name

@@ -101,11 +101,13 @@ Health Look(const Context& context, const Options& options) {
     const CTime now = std::time(nullptr);
     std::vector<Finding> findings;
     if (tree.service == ServiceState::Silent) findings.push_back({Health::Critical, Tr("the service does not answer")});
+    if (!tree.held_back.empty()) findings.push_back({Health::Critical, tree.held_back});
     if (!tree.trouble.empty()) findings.push_back({Health::Warning, tree.trouble});
     std::size_t failing = 0;
     std::int64_t held = 0;
     for (const ProfileState& state : tree.profiles) {
-        Finding finding = Judge(state, tree.service, options, now);
+        const bool is_told = !tree.held_back.empty() && state.trouble == tree.held_back;
+        Finding finding = is_told ? Finding() : Judge(state, tree.service, options, now);
         if (finding.health != Health::Ok) findings.push_back(std::move(finding));
         failing += state.history && state.history->failed_in_a_row > 0 ? 1 : 0;
         held += state.held.messages;

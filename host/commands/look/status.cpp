@@ -67,7 +67,7 @@ void PrintWrapped(const std::string& text) {
     std::cout << (columns == 0 ? text : WrappedBehindIndent(text, columns)) << '\n';
 }
 
-void PrintTable(const std::vector<ProfileState>& all, CTime now) {
+void PrintTable(const std::vector<ProfileState>& all, const std::string& held_back, CTime now) {
     Table table({Tr("PROFILE"), Tr("ADDRESS"), Tr("LAST RUN"), Tr("NEXT DUE"), Tr("RUNS"), Tr("FAILED"),
                  Tr("DELIVERED"), Tr("COPIES"), Tr("HOW THE LAST RUN ENDED")});
     for (const ProfileState& status : all) {
@@ -77,7 +77,9 @@ void PrintTable(const std::vector<ProfileState>& all, CTime now) {
                    HowTheLastRunEnded(status)});
     }
     table.Print(std::cout, {TerminalColumns(), {kRuns, kCopies, kDelivered, kFailed, kAddress}});
-    for (const ProfileState& status : all) {
+    if (!held_back.empty()) PrintWrapped(held_back);
+    for (ProfileState status : all) {
+        if (status.trouble == held_back) status.trouble.clear();
         for (const std::string& remark : RemarksOn(status, now)) PrintWrapped(remark);
     }
 }
@@ -176,9 +178,14 @@ Json JsonOfUntold(const Untold& untold, const std::string& profile) {
     return list;
 }
 
-void PrintAsJson(const std::vector<ProfileState>& all, const Untold& untold, bool has_rules, CTime now) {
+Json JsonOfBlocking(const AskedState& tree, const ProfileState& status, CTime now) {
+    const bool is_old = !tree.held_back.empty() && status.trouble == tree.held_back;
+    return JsonOf(is_old ? Blocking{"generation", {}, 0} : WhatBlocks(status, now));
+}
+
+void PrintAsJson(const AskedState& tree, const Untold& untold, bool has_rules, CTime now) {
     Json list = Json::array();
-    for (const ProfileState& status : all) {
+    for (const ProfileState& status : tree.profiles) {
         Json entry;
         entry["path"] = status.name;
         entry["address"] = status.address;
@@ -196,7 +203,7 @@ void PrintAsJson(const std::vector<ProfileState>& all, const Untold& untold, boo
                          {"damaged", status.held.damaged},
                          {"bytes", status.held.bytes},
                          {"next_try", JsonOfMoment(status.held.next_try)}};
-        entry["blocked_by"] = JsonOf(WhatBlocks(status, now));
+        entry["blocked_by"] = JsonOfBlocking(tree, status, now);
         entry["remembered"] = JsonOfRemembered(status);
         entry["wants_login"] = status.wants_login.empty() ? Json() : Json(status.wants_login);
         entry["clear_login"] = !status.clear_login.empty();
@@ -234,13 +241,13 @@ int ShowStatus(const Context& context, const Options& options) {
     const CTime now = std::time(nullptr);
     const Untold untold = UntoldReaders(root, directory);
     if (options.as_json) {
-        PrintAsJson(tree.profiles, untold, has_rules, now);
+        PrintAsJson(tree, untold, has_rules, now);
     } else if (!has_profiles) {
         std::cout << Tr("There is no profile yet; add one with `tarvex profile add`.") << '\n';
     } else if (tree.profiles.empty()) {
         std::cout << Tr("None fails.") << '\n';
     } else {
-        PrintTable(tree.profiles, now);
+        PrintTable(tree.profiles, tree.held_back, now);
         PrintSharedServers(tree.profiles);
     }
     if (!options.as_json) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <memory>
 
+#include "host/commands/arguments/expected_generation.h"
 #include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
 #include "host/language/tr.h"
@@ -50,15 +51,17 @@ void AddServeCommand(CLI::App& app, Context& context) {
             Tr("plain: lines behind the time; journal: entries of the journal with fields; json: a JSON object "
                "a line. Without it journal where standard error is the journal's, else plain"))
         ->type_name("plain|journal|json");
+    const auto expected = std::make_shared<ExpectedGeneration>(*serve);
     serve->footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
-    serve->callback([&context, every, metrics, format] {
-        context.command = [&context, every, metrics, format] {
+    serve->callback([&context, every, metrics, format, expected] {
+        context.command = [&context, every, metrics, format, expected] {
             const LogFormat log_format = FormatOf(*format);
             SpeakTo(Language::English);  // in the journal
             RaiseFileLimit();
             const std::chrono::duration<double> seconds(*every);
             return Service(RootDirectory(context.root_option),
-                           std::chrono::duration_cast<std::chrono::microseconds>(seconds), *metrics, log_format)
+                           std::chrono::duration_cast<std::chrono::microseconds>(seconds), *metrics, log_format,
+                           kJournalSocket, expected->Number())
                 .Run();
         };
     });

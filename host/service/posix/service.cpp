@@ -33,6 +33,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/edit/tree_edit.h"
 #include "host/held/memory_edit.h"
 #include "host/history/edit_record.h"
 #include "host/history/run_words.h"
@@ -83,11 +84,12 @@ bool EndsRuns(const EditRequest& request) {
 }  // namespace
 
 Service::Service(std::string directory, std::chrono::microseconds every, const std::string& metrics, LogFormat format,
-                 const std::string& journal_socket)
+                 const std::string& journal_socket, std::optional<std::int64_t> expected_generation)
     : directory_(std::move(directory)),
       every_(every),
       log_(format, journal_socket),
       lock_(TakeRoot(directory_)),
+      age_(directory_, expected_generation),
       rules_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
       server_(directory_),
       history_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
@@ -110,6 +112,8 @@ int Service::Run() {
     log_.Say("serving \"" + ShowPath(directory_) + "\" with " + ShowCount(profiles, "profile"), kOfService);
     if (metrics_) log_.Say("serving metrics on " + metrics_->Place(), kOfService);
     TellRemarks();
+    if (age_.Old()) log_.Warn(WhyHeldBack(*age_.Old()), kOfService);
+    RaiseGeneration();
     manager_.Ready();
     for (;;) {
         ReapEndedRuns();
@@ -157,12 +161,13 @@ void Service::ReapEndedRuns() {
 }
 
 void Service::Tick() {
+    RaiseGeneration();  // where the disk was full at the start
     StartDueHeld();
     rules_.EndLongRuns(root_);
     StartDueRuns();
     WriteHistory();
     if (metrics_) metrics_->Tell(MeasuredProfiles(root_));
-    if (HasRoot()) alerts_.Tick(left_out_);
+    if (HasRoot()) alerts_.Tick({left_out_, age_.Old()});
     const Clock::time_point now = Clock::now();
     next_tick_ += every_;
     if (next_tick_ < now) next_tick_ = now + every_;  // ticks that a pause of the machine skipped are dropped
@@ -211,7 +216,7 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     const Speaking in(client.ReadsIn());
     Reply reply{{}, Tr(kRootHasGone)};
     EditRecord record(root_, request);
-    const int code = !HasRoot() ? kCannotWrite : EditWithMemory(root_, rules_.Memory(), request, reply);
+    const int code = !HasRoot() ? kCannotWrite : Apply(request, reply);
     const EditedBy by = client.WhoAsks(request.caller);
     if (auto edit = record.After(code, by)) history_.AddEdit(*std::move(edit));
     next_held_look_.clear();
@@ -221,6 +226,21 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
                   : log_.Warn(line + ": " + OneLineOfUtf8(in.InEnglish(reply.error), kReasonColumns), facts);
     client.Answer(code, reply);
     return true;
+}
+
+int Service::Apply(const EditRequest& request, Reply& reply) {
+    if (request.kind != EditKind::Tree) return EditWithMemory(root_, rules_.Memory(), request, reply);
+    next_tick_ = Clock::now();
+    return EditTree(age_, request, reply);
+}
+
+void Service::RaiseGeneration() {
+    if (HasRoot()) age_.Raise([this](const std::string& sentence) { log_.Warn(sentence, kOfService); });
+}
+
+// What is held back is told to whoever asks for it.
+void Service::RequireYoungTree() const {
+    if (age_.Old()) throw CommandError(kCannotWrite, WhyHeldBack(*age_.Old()));
 }
 
 // A root that was moved or unmounted would look like one without lists of ids.
@@ -389,7 +409,7 @@ LogFacts Service::AboutProfile(const CString& path, LogMatter matter) const {
 
 ServiceReport Service::Report() {
     history_.LookForFile();  // who asks may read it next
-    ServiceReport report{RunsNow(root_), {}, ShowZone()};
+    ServiceReport report{RunsNow(root_), {}, ShowZone(), age_.Old()};
     for (const auto& [path, why] : held_up_) report.troubles[Name(path)] = why;
     for (const auto& [path, why] : left_out_) report.troubles[Name(path)] = "left out, " + why;
     return report;

@@ -14,6 +14,7 @@
 
 #include "host/alerts/alert_thread.h"
 #include "host/edit/root_lock.h"
+#include "host/generation/generation.h"
 #include "host/history/history.h"
 #include "host/language/tr.h"
 #include "host/metrics/posix/metrics_server.h"
@@ -31,9 +32,10 @@ namespace tarvex::host {
 class Service {
 public:
     // Takes the root and loads the tree. Throws CommandError, which names the holder of a root that is in use.
-    // `metrics`: where figures are served (see MetricsServer); empty: nowhere.
+    // `metrics`: where figures are served (see MetricsServer); empty: nowhere. `expected_generation`: see TreeAge.
     Service(std::string directory, std::chrono::microseconds every, const std::string& metrics = {},
-            LogFormat format = LogFormat::Automatic, const std::string& journal_socket = kJournalSocket);
+            LogFormat format = LogFormat::Automatic, const std::string& journal_socket = kJournalSocket,
+            std::optional<std::int64_t> expected_generation = {});
 
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
     int Run();
@@ -85,6 +87,9 @@ private:
     bool MayRun(const CPopProfile& profile);
     void RetryLeftOut();
     void LeaveOut(const CString& path, const std::string& why);
+    void RaiseGeneration();
+    void RequireYoungTree() const;
+    int Apply(const EditRequest& request, Reply& reply);
     void FindUnreadable();
     void SpreadFirstRuns();
     void TellRemarks();
@@ -105,6 +110,7 @@ private:
     ServiceLog log_;
     const ServiceManager manager_;
     const RootLock lock_;
+    TreeAge age_;
     RuledRuns rules_;
     CRootPath root_;  // after the rules, which its runs ask
     ControlServer server_;

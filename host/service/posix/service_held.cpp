@@ -28,7 +28,7 @@ constexpr std::size_t kHeadlineColumns = 60;
 bool Service::IsBusy(const CString& profile) const { return running_.contains(profile) || senders_.contains(profile); }
 
 void Service::StartDueHeld() {
-    if (!HasRoot()) return;
+    if (!HasRoot() || age_.Old()) return;
     const CTime now = std::time(nullptr);
     ForEachProfile([&](const CUser& user, CPopProfile& profile) {
         if (senders_.size() >= kMostSenders || IsBusy(profile.path) || next_held_look_[profile.path] > now) return;
@@ -98,6 +98,7 @@ void Service::HandleHeld(ControlClient& client, const HeldRequest& request) {
 
 void Service::BeginHeld(ControlClient& client, const HeldRequest& request) {
     if (!HasRoot()) throw CommandError(kCannotWrite, Tr("the tree that the service has loaded is not here any more"));
+    if (request.verb == HeldVerb::Send) RequireYoungTree();
     CPopProfile& profile = *FindProfile(root_, request.profile).profile;
     if (IsBusy(profile.path)) {
         wanted_.insert(profile.path);

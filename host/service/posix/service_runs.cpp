@@ -42,7 +42,7 @@ bool IsDue(const CUser& user, const CPopProfile& profile) {
 
 // As the entry does, but for the profiles that must not run now.
 void Service::StartDueRuns() {
-    if (!HasRoot()) return;
+    if (!HasRoot() || age_.Old()) return;
     RetryLeftOut();
     std::vector<CPopProfile*> wanted;
     ForEachProfile([&](const CUser& user, CPopProfile& profile) {
@@ -179,6 +179,7 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
 std::vector<NamedProfile> Service::ChosenFor(const ControlClient& client, const RunRequest& request) {
     const Speaking in(client.ReadsIn());
     if (!HasRoot()) throw CommandError(kCannotWrite, Tr(kRootHasGone));
+    RequireYoungTree();
     return ChosenProfiles(root_, request.names);
 }
 
