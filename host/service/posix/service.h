@@ -22,8 +22,8 @@
 #include "host/service/posix/control_server.h"
 #include "host/service/posix/held_sender.h"
 #include "host/service/posix/service_log.h"
-#include "host/service/posix/service_manager.h"
 #include "host/service/posix/signals.h"
+#include "host/system/posix/service_manager.h"
 #include "host/tree/names.h"
 #include "tarvex/tarvex.h"
 

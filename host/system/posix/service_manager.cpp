@@ -1,6 +1,6 @@
 // Sends the datagrams that systemd expects of a service.
 
-#include "host/service/posix/service_manager.h"
+#include "host/system/posix/service_manager.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>
