@@ -21,6 +21,13 @@ endforeach()
 set(may_include_host/commands/demo "${open};host/commands/demo;loopback")
 set(may_include_host "${open};host/commands/demo")  # main.cpp
 
+# The web console: of the host only what it says texts with and what it asks of the system.
+set(open "host/language;host/system;console/http")
+set(may_include_console/http "${open}")
+set(may_include_console/desk "${open};console/desk")
+set(may_include_console/pages "${open};console/pages")
+set(may_include_console "${open};console/desk;console/pages;console")
+
 # The room of a path: the longest beginning that has a line above.
 function(find_room path result)
   string(REGEX REPLACE "^tarvex/" "include/tarvex/" room ${path})
@@ -31,7 +38,7 @@ function(find_room path result)
 endfunction()
 
 set(violations "")
-foreach(folder include engine store transfer rewrite platform loopback testing host)
+foreach(folder include engine store transfer rewrite platform loopback testing host console)
   file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
   foreach(file IN LISTS files)
     find_room(${file} room)
@@ -42,11 +49,11 @@ foreach(folder include engine store transfer rewrite platform loopback testing h
         find_room(${path} target)
         if(NOT path MATCHES "/" OR NOT target IN_LIST may_include_${room})
           list(APPEND violations "${file}: ${room} may not include \"${path}\"")
-        elseif(path MATCHES "/(posix|windows)/" AND NOT file MATCHES "/(posix|windows)/")
+        elseif(path MATCHES "/(posix|windows)/" AND NOT file MATCHES "/(posix|windows)/|^console/")  # not for Windows
           list(APPEND violations "${file}: only an implementation may include \"${path}\"")
         endif()
       elseif(line MATCHES "#[ \t]*include[ \t]*<(sys/|unistd|netinet|netdb|poll\\.h|arpa/|windows\\.h|winsock|openssl/)"
-             AND NOT folder MATCHES "^(platform|loopback|testing|host)$")
+             AND NOT folder MATCHES "^(platform|loopback|testing|host|console)$")
         list(APPEND violations "${file}: only platform/ may reach the operating system: ${line}")
       elseif(line MATCHES "^[ \t]*#[ \t]*if" AND NOT file MATCHES "^include/tarvex/(text|tarvex_c)\\.h$")
         list(APPEND violations "${file}: no #if; systems differ in posix/ and windows/ alone")

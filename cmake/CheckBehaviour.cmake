@@ -48,7 +48,7 @@ foreach(entry IN LISTS entries)
 endforeach()
 
 # The numbers that the sources name in comments.
-foreach(folder include engine store transfer rewrite platform host testing tests)
+foreach(folder include engine store transfer rewrite platform host console testing tests)
   file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
   foreach(file IN LISTS files)
     file(STRINGS ${ROOT}/${file} lines REGEX "//.*[^A-Za-z0-9_]B[0-9]+")

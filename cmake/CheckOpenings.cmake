@@ -3,7 +3,7 @@
 cmake_minimum_required(VERSION 3.25)
 
 set(silent "")
-foreach(folder engine store transfer rewrite platform host loopback testing tests fuzz bench packaging examples)
+foreach(folder engine store transfer rewrite platform host console loopback testing tests fuzz bench packaging examples)
   file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.cpp)
   foreach(file IN LISTS files)
     file(READ ${ROOT}/${file} beginning LIMIT 4)

@@ -10,7 +10,7 @@ trap 'rm -rf "$work"' EXIT
 
 # Without locations and sorted, so that two changes seldom touch the same lines.
 form=(--no-location --sort-output --no-wrap)
-find host -name '*.cpp' -o -name '*.h' | sort |
+find host console -name '*.cpp' -o -name '*.h' | sort |
   xgettext --files-from=- --from-code=UTF-8 --language=C++ --keyword --keyword=Tr --keyword=TrN:1,2 --keyword=Marked \
     --package-name=tarvex "${form[@]}" -o "$work/all.pot"
 sed 's/^\(#,.*\), c-format/\1/; /^#, c-format$/d' "$work/all.pot" >"$work/tarvex.pot"  # places are ours, not those of printf

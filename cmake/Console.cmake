@@ -1,0 +1,28 @@
+# The web console, a program of its own: pages, and the HTTP server. The service decides; of the host's parts the console
+# uses a few that need no other library, and so links only the archive.
+
+find_package(Boost 1.74 REQUIRED)  # headers: Beast parses HTTP, Asio waits for sockets
+
+set(static_data ${PROJECT_BINARY_DIR}/console/static_data.cpp)
+file(GLOB static_files CONFIGURE_DEPENDS console/static/*)
+add_custom_command(OUTPUT ${static_data}
+  COMMAND ${CMAKE_COMMAND} -DFOLDER=${PROJECT_SOURCE_DIR}/console/static -DOUTPUT=${static_data}
+    -P ${PROJECT_SOURCE_DIR}/cmake/EmbedFiles.cmake
+  DEPENDS ${static_files} cmake/EmbedFiles.cmake)
+
+file(GLOB console_sources CONFIGURE_DEPENDS console/*.cpp console/*/*.cpp)
+list(FILTER console_sources EXCLUDE REGEX "console/main\\.cpp$")
+add_library(tarvex_console_parts STATIC ${console_sources} ${static_data})  # the tests reach inside
+add_dependencies(tarvex_console_parts arrows tarvex_host_parts)
+target_include_directories(tarvex_console_parts PUBLIC . include)
+target_include_directories(tarvex_console_parts SYSTEM PRIVATE ${Boost_INCLUDE_DIRS})
+target_link_libraries(tarvex_console_parts
+  PUBLIC CLI11::CLI11 nlohmann_json::nlohmann_json $<TARGET_FILE:tarvex_host_parts>
+  PRIVATE OpenSSL::SSL OpenSSL::Crypto Threads::Threads)
+target_compile_definitions(tarvex_console_parts PRIVATE BOOST_ERROR_CODE_HEADER_ONLY BOOST_ASIO_NO_DEPRECATED)
+
+add_executable(tarvex_console console/main.cpp)
+set_target_properties(tarvex_console PROPERTIES OUTPUT_NAME tarvex-console)
+target_compile_definitions(tarvex_console PRIVATE TARVEX_VERSION="${PROJECT_VERSION}")
+target_link_libraries(tarvex_console PRIVATE tarvex_console_parts)
+add_dependencies(tarvex_console catalogues)

@@ -1,0 +1,44 @@
+#pragma once
+
+// Questions to the desk over its Unix socket, several at a time.
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <string>
+
+#include "console/desk/wire.h"
+
+namespace tarvex::console {
+
+using Answered = std::function<void(DeskOutcome)>;
+
+class DeskLine {
+public:
+    DeskLine(boost::asio::io_context& context, std::string path, std::chrono::milliseconds patience);
+
+    // Puts a question, as DeskMessage has made it. So many at a time that their answers cannot fill the memory; the
+    // rest wait. The answer, or that there is none, comes within the time limit, counted from when the question was
+    // sent.
+    void Ask(std::string message, Answered answered);
+
+private:
+    struct Waiting {
+        std::string message;
+        Answered answered;
+    };
+    class Talk;
+
+    void Begin(Waiting question);
+    void End();
+
+    boost::asio::io_context& context_;
+    boost::asio::local::stream_protocol::endpoint desk_;
+    std::chrono::milliseconds patience_;
+    std::size_t open_ = 0;
+    std::deque<Waiting> waiting_;
+};
+
+}  // namespace tarvex::console

@@ -1,0 +1,18 @@
+#pragma once
+
+// The console's own log: lines on standard error, for the journal.
+
+#include <string>
+#include <string_view>
+
+namespace tarvex::console {
+
+enum class LogLevel { Error = 3, Warning = 4, Information = 6 };  // as syslog numbers them
+
+// Foreign text as it may stand in a line: short, without control characters, and UTF-8.
+std::string Printable(std::string_view text);
+
+// Writes a line, with its level where the journal reads it.
+void Log(LogLevel level, std::string_view text);
+
+}  // namespace tarvex::console

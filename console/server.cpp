@@ -1,0 +1,432 @@
+// The HTTP server.
+//
+// This is the only file that includes Boost.Beast, which takes a minute to compile: what can be done elsewhere is done
+// elsewhere. Beast parses; reading, writing and their time limits are here:
+//
+//     connected --(TLS)--> head (10 s) --> body (30 s) --> the desk --> answer (60 s) --+--> head of the next (30 s)
+//                                                                                       +--> closing (2 s)
+//
+// A client that is too slow for a step is dropped. When all places are taken, a new client gets the place of the one
+// that has waited longest without a whole head, so that slow clients cannot keep others out.
+
+#include <utility>  // Boost.Asio 1.74 leaves it out
+
+#include "console/server.h"
+
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <boost/asio/generic/stream_protocol.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/ssl.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+
+#include "console/desk/connection.h"
+#include "console/listener.h"
+#include "console/log.h"
+#include "host/language/tr.h"
+#include "host/system/command_error.h"
+#include "host/system/posix/service_manager.h"
+
+namespace tarvex::console {
+namespace {
+
+namespace net = boost::asio;
+namespace http = boost::beast::http;
+using boost::system::error_code;
+using Socket = net::generic::stream_protocol::socket;
+using TlsContext = std::shared_ptr<net::ssl::context>;
+using namespace std::chrono_literals;
+
+constexpr std::size_t kMostClients = 256;
+constexpr std::size_t kMostHeadBytes = 16 << 10;
+constexpr std::size_t kMostBodyBytes = 1 << 20;
+constexpr std::size_t kSmallBodyBytes = 16 << 10;      // a login fits; these always find room
+constexpr std::size_t kMostBodiesTogether = 32 << 20;  // of the larger ones
+constexpr std::size_t kPieceBytes = 16 << 10;
+constexpr std::size_t kMostDrainedBytes = 256 << 10;  // read after an answer so that the client can see it
+constexpr int kMostRequests = 1000;                   // of a connection
+constexpr unsigned kHttp11 = 11;                      // as Beast numbers versions
+
+constexpr auto kHeadPatience = 10s;
+constexpr auto kBodyPatience = 30s;
+constexpr auto kDeskPatience = 30s;
+constexpr auto kAnswerPatience = 60s;
+constexpr auto kIdlePatience = 30s;
+constexpr auto kClosingPatience = 2s;
+constexpr auto kEndPatience = 10s;  // for what is under way when the console is told to end
+
+std::string LowerCase(boost::beast::string_view name) {
+    std::string lowered(name);
+    for (char& c : lowered)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
+    return lowered;
+}
+
+int StatusOf(error_code error) {
+    if (error == http::error::header_limit || error == http::error::buffer_overflow) return 431;
+    if (error == http::error::body_limit) return 413;
+    if (error == http::error::bad_version) return 505;
+    return 400;
+}
+
+TlsContext LoadCertificate(const ServerOptions& options) {
+    if (options.certificate.empty()) return nullptr;
+    try {
+        auto context = std::make_shared<net::ssl::context>(net::ssl::context::tls_server);
+        SSL_CTX_set_min_proto_version(context->native_handle(), TLS1_2_VERSION);
+        SSL_CTX_set_options(context->native_handle(), SSL_OP_NO_RENEGOTIATION);
+        SSL_CTX_set_mode(context->native_handle(), SSL_MODE_RELEASE_BUFFERS);
+        context->use_certificate_chain_file(options.certificate);
+        context->use_private_key_file(options.key, net::ssl::context::pem);
+        return context;
+    } catch (const boost::system::system_error& error) {
+        throw host::CommandError(host::kBadSettings, host::Tr("cannot use certificate \"{0}\" with key \"{1}\": {2}",
+                                                              Printable(options.certificate), Printable(options.key),
+                                                              error.code().message()));
+    }
+}
+
+// The bytes of a connection, with or without TLS.
+class Channel {
+public:
+    using Done = std::function<void(error_code, std::size_t)>;
+
+    Channel(Socket socket, TlsContext tls) : socket_(std::move(socket)), context_(std::move(tls)) {
+        if (context_) tls_.emplace(socket_, *context_);
+    }
+
+    void Open(Done done) {
+        if (!tls_) return net::post(socket_.get_executor(), [done = std::move(done)] { done({}, 0); });
+        tls_->async_handshake(net::ssl::stream_base::server,
+                              [done = std::move(done)](error_code error) { done(error, 0); });
+    }
+    void Read(net::mutable_buffer into, Done done) {
+        tls_ ? tls_->async_read_some(into, std::move(done)) : socket_.async_read_some(into, std::move(done));
+    }
+    void Write(const std::array<net::const_buffer, 2>& bytes, Done done) {
+        tls_ ? net::async_write(*tls_, bytes, std::move(done)) : net::async_write(socket_, bytes, std::move(done));
+    }
+    void Finish(Done done) {  // nothing more will be written
+        if (tls_) return tls_->async_shutdown([done = std::move(done)](error_code error) { done(error, 0); });
+        error_code error;
+        socket_.shutdown(Socket::shutdown_send, error);
+        net::post(socket_.get_executor(), [done = std::move(done), error] { done(error, 0); });
+    }
+    void Close() {
+        error_code ignored;
+        socket_.close(ignored);
+    }
+    std::string Peer() const {
+        error_code error;
+        const auto endpoint = socket_.remote_endpoint(error);
+        return error ? std::string() : AddressIn(endpoint.data());
+    }
+    net::any_io_executor Executor() { return socket_.get_executor(); }
+
+private:
+    Socket socket_;
+    TlsContext context_;
+    std::optional<net::ssl::stream<Socket&>> tls_;
+};
+
+class Client;
+
+// What all connections share.
+struct Hall {
+    net::io_context& context;
+    const Site& site;
+    DeskLine& desk;
+    std::set<std::shared_ptr<Client>> clients;
+    std::size_t body_bytes = 0;  // of the larger bodies that are being read
+    bool is_closing = false;
+};
+
+class Client : public std::enable_shared_from_this<Client> {
+public:
+    Client(Hall& hall, Socket socket, TlsContext tls)
+        : hall_(hall),
+          channel_(std::move(socket), std::move(tls)),
+          timer_(channel_.Executor()),
+          peer_(channel_.Peer()) {}
+
+    void Start() {
+        WaitFor(kHeadPatience);
+        channel_.Open([self = shared_from_this()](error_code error, std::size_t) {
+            error ? self->Close() : self->Next(kHeadPatience);
+        });
+    }
+
+    void Close() {
+        timer_.cancel();
+        channel_.Close();
+        GiveBodyBack();
+        hall_.clients.erase(shared_from_this());
+        if (hall_.is_closing && hall_.clients.empty()) hall_.context.stop();
+    }
+
+    // Since when it has been waited for a whole head; nothing at other times.
+    std::optional<std::chrono::steady_clock::time_point> WaitingSince() const { return waiting_since_; }
+
+private:
+    using Parser = http::request_parser<http::string_body>;
+
+    void WaitFor(std::chrono::steady_clock::duration patience) {
+        timer_.expires_after(patience);
+        timer_.async_wait([self = shared_from_this()](error_code error) {
+            if (!error) self->Close();
+        });
+    }
+
+    // The next request, of which the client may have sent something with the last.
+    void Next(std::chrono::steady_clock::duration patience) {
+        if (hall_.is_closing) return Close();
+        parser_.emplace();
+        parser_->header_limit(kMostHeadBytes);
+        parser_->body_limit(kMostBodyBytes);
+        parser_->eager(true);
+        waiting_since_ = std::chrono::steady_clock::now();
+        WaitFor(patience);
+        Parse();
+    }
+
+    void ReadMore() {
+        channel_.Read(net::buffer(piece_), [self = shared_from_this()](error_code error, std::size_t bytes) {
+            if (error) return self->Close();
+            // Whoever has begun a request is no longer idle.
+            if (self->input_.empty() && self->waiting_since_ && !self->parser_->got_some())
+                self->WaitFor(kHeadPatience);
+            self->input_.append(self->piece_.data(), bytes);
+            self->Parse();
+        });
+    }
+
+    void Parse() {
+        const bool had_head = parser_->is_header_done();
+        error_code error;
+        if (!input_.empty()) input_.erase(0, parser_->put(net::buffer(input_), error));
+        if (error && error != http::error::need_more) return TurnAway(StatusOf(error));
+        if (!had_head && parser_->is_header_done()) {
+            if (const int status = TakeHead()) return TurnAway(status);
+        }
+        parser_->is_done() ? Handle() : ReadMore();
+    }
+
+    // Begins with the body; 0, or the status of the refusal. Only a length tells where a body ends: chunks have been
+    // understood differently by two servers in a row more than once, and browsers send none.
+    int TakeHead() {
+        waiting_since_.reset();
+        if (parser_->get().find(http::field::transfer_encoding) != parser_->get().end()) return 411;
+        const std::size_t length = parser_->content_length().value_or(0);
+        if (length > kSmallBodyBytes) {
+            if (hall_.body_bytes + length > kMostBodiesTogether) return 503;
+            hall_.body_bytes += body_bytes_ = length;
+        }
+        WaitFor(kBodyPatience);
+        return 0;
+    }
+
+    void GiveBodyBack() { hall_.body_bytes -= std::exchange(body_bytes_, 0); }
+
+    // The headers, as far as they have been read.
+    Fields Headers() const {
+        Fields headers;
+        for (const auto& field : parser_->get())
+            headers.push_back({LowerCase(field.name_string()), std::string(field.value())});
+        return headers;
+    }
+
+    RawRequest Taken() {
+        auto& message = parser_->get();
+        is_head_only_ = message.method() == http::verb::head;
+        keeps_ = message.version() == kHttp11 && message.keep_alive() && ++requests_ < kMostRequests;
+        return {std::string(message.method_string()), std::string(message.target()), Headers(),
+                std::move(message.body()), peer_};
+    }
+
+    void Handle() {
+        timer_.cancel();
+        work_ = hall_.site.Begin(Taken());
+        GiveBodyBack();
+        parser_.reset();
+        if (work_.question.empty()) return Answer();
+        hall_.desk.Ask(std::move(work_.question), [self = shared_from_this()](const DeskOutcome& outcome) {
+            self->hall_.site.Finish(self->work_, outcome);
+            self->Answer();
+        });
+    }
+
+    void TurnAway(int status) {
+        waiting_since_.reset();
+        work_ = hall_.site.TurnAway(status, Headers(), peer_);
+        keeps_ = is_head_only_ = false;
+        Answer();
+    }
+
+    void Answer() {
+        if (!work_.log.empty()) Log(work_.response.status >= 500 ? LogLevel::Error : LogLevel::Information, work_.log);
+        keeps_ = keeps_ && !hall_.is_closing;
+        head_ = HeadOf(work_.response, keeps_, HttpDate(std::time(nullptr)));
+        WaitFor(kAnswerPatience);
+        const auto body = is_head_only_ ? net::const_buffer() : net::buffer(work_.response.body);
+        channel_.Write({net::buffer(head_), body}, [self = shared_from_this()](error_code error, std::size_t) {
+            if (error) return self->Close();
+            self->work_ = {};
+            self->keeps_ ? self->Next(kIdlePatience) : self->Part();
+        });
+    }
+
+    // Lets the client see the answer: a connection that is closed with bytes unread is reset.
+    void Part() {
+        WaitFor(kClosingPatience);
+        channel_.Finish(
+            [self = shared_from_this()](error_code error, std::size_t) { error ? self->Close() : self->Drain(); });
+    }
+
+    void Drain() {
+        channel_.Read(net::buffer(piece_), [self = shared_from_this()](error_code error, std::size_t bytes) {
+            self->drained_ += bytes;
+            error || self->drained_ > kMostDrainedBytes ? self->Close() : self->Drain();
+        });
+    }
+
+    Hall& hall_;
+    Channel channel_;
+    net::steady_timer timer_;
+    const std::string peer_;
+    std::optional<std::chrono::steady_clock::time_point> waiting_since_;
+    std::optional<Parser> parser_;
+    std::array<char, kPieceBytes> piece_{};
+    std::string input_;  // read and not yet parsed
+    std::size_t body_bytes_ = 0;
+    std::size_t drained_ = 0;
+    int requests_ = 0;
+    bool keeps_ = false;
+    bool is_head_only_ = false;
+    Work work_;
+    std::string head_;
+};
+
+class Server {
+public:
+    Server(const host::Descriptor& listener, const ServerOptions& options, const Site& site)
+        : options_(options),
+          desk_(context_, options.desk, kDeskPatience),
+          hall_{context_, site, desk_, {}},
+          acceptor_(context_),
+          signals_(context_, SIGTERM, SIGINT, SIGHUP),
+          end_(context_),
+          tls_(LoadCertificate(options)) {
+        sockaddr_storage address{};
+        socklen_t length = sizeof address;
+        getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+        acceptor_.assign({address.ss_family, 0}, dup(listener.Get()));
+    }
+
+    void Run() {
+        Accept();
+        AwaitSignal();
+        manager_.Ready();
+        context_.run();
+    }
+
+private:
+    void Accept() {
+        acceptor_.async_accept([this](error_code error, Socket socket) {
+            if (error == net::error::operation_aborted || hall_.is_closing) return;
+            if (error) return AcceptLater(error);
+            if (MakeRoom()) {
+                const auto client = std::make_shared<Client>(hall_, std::move(socket), tls_);
+                hall_.clients.insert(client);
+                client->Start();
+            }
+            Accept();
+        });
+    }
+
+    // Out of descriptors or memory: trying at once would fail again.
+    void AcceptLater(error_code error) {
+        Log(LogLevel::Error, "cannot take a connection: " + error.message());
+        end_.expires_after(1s);
+        end_.async_wait([this](error_code stopped) {
+            if (!stopped && !hall_.is_closing) Accept();
+        });
+    }
+
+    // Whether there is a place for one more.
+    bool MakeRoom() {
+        if (hall_.clients.size() < kMostClients) return true;
+        std::shared_ptr<Client> slowest;
+        for (const auto& client : hall_.clients)
+            if (client->WaitingSince() && (!slowest || *client->WaitingSince() < *slowest->WaitingSince()))
+                slowest = client;
+        if (slowest) slowest->Close();
+        return slowest != nullptr;
+    }
+
+    void AwaitSignal() {
+        signals_.async_wait([this](error_code error, int signal) {
+            if (error) return;
+            if (signal != SIGHUP) return End();
+            Reload();
+            AwaitSignal();
+        });
+    }
+
+    void Reload() {
+        manager_.Reloading();
+        try {
+            tls_ = LoadCertificate(options_);
+            if (tls_) Log(LogLevel::Information, "loaded the certificate again");
+        } catch (const std::exception& error) {
+            Log(LogLevel::Error, std::string("keeps the old certificate: ") + error.what());
+        }
+        manager_.Ready();
+    }
+
+    // Ends when nothing is under way any more.
+    void End() {
+        manager_.Stopping();
+        hall_.is_closing = true;
+        acceptor_.close();
+        const auto clients = hall_.clients;
+        for (const auto& client : clients)
+            if (client->WaitingSince()) client->Close();
+        if (hall_.clients.empty()) return context_.stop();
+        end_.expires_after(kEndPatience);
+        end_.async_wait([this](error_code error) {
+            if (!error) context_.stop();
+        });
+    }
+
+    net::io_context context_{1};
+    const ServerOptions& options_;
+    DeskLine desk_;
+    Hall hall_;
+    net::basic_socket_acceptor<net::generic::stream_protocol> acceptor_;
+    net::signal_set signals_;
+    net::steady_timer end_;
+    TlsContext tls_;
+    host::ServiceManager manager_;
+};
+
+}  // namespace
+
+void Serve(const host::Descriptor& listener, const ServerOptions& options, const Site& site) {
+    Server(listener, options, site).Run();
+}
+
+}  // namespace tarvex::console
