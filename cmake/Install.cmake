@@ -48,7 +48,7 @@ install(FILES packaging/debian/library.lintian-overrides DESTINATION ${CMAKE_INS
 install(DIRECTORY examples DESTINATION ${documents}/libtarvex-dev COMPONENT development)
 include(cmake/Documents.cmake)
 
-install(DIRECTORY packaging/prometheus DESTINATION ${documents}/tarvex COMPONENT host)
+install(DIRECTORY packaging/prometheus packaging/kubernetes DESTINATION ${documents}/tarvex COMPONENT host)
 install(FILES packaging/provider.def DESTINATION ${documents}/tarvex/examples COMPONENT host)
 
 # What the command reads: beside the program, so that an installed tree can be moved.

@@ -117,5 +117,5 @@ mkdir -p "$(dirname "$output")"
 tar -cf "$output.new" -C "$archive" --sort=name --mtime="@$moment" --owner=0 --group=0 --numeric-owner --mode=0644 \
   manifest.json "$config" "${layer#./}"
 mv "$output.new" "$output"
-echo "$name in $output: $(($(gzip -c <"$archive/$layer" | wc -c) / 1000)) kB in a registry," \
+echo "$name in $output: $(($(gzip -nc <"$archive/$layer" | wc -c) / 1000)) kB in a registry," \
   "$(($(stat -c %s "$archive/$layer") / 1000)) kB unpacked"

@@ -42,8 +42,8 @@ for name in man1/tarvex.1:README.md ja/man1/tarvex.1:README.ja.md; do
   zgrep -q "^\.Pa /usr/share/doc/tarvex/${name#*:}$" "$root/usr/share/man/${name%:*}.gz" || fail "the manual does not name ${name#*:}"
 done
 
-for name in rules.yml dashboard.json; do
-  [ -s "$documents/prometheus/tarvex.$name" ] || fail "there is no prometheus/tarvex.$name"
+for name in prometheus/tarvex.{rules.yml,dashboard.json} kubernetes/{tarvex,metrics,metrics-patch}.yaml; do
+  [ -s "$documents/$name" ] || fail "there is no $name"
 done
 
 [ -x "$root/usr/lib/ocf/resource.d/tarvex/root" ] || fail "there is no resource agent"

@@ -223,6 +223,8 @@ TEST_F(Container, ForwardsMailsOfManyCharsetsOnAReadOnlyRoot) {
     for (const StoredMail& mail : mails) mailbox.Add(mail);
     const SinkServer smtp;
     const std::set<std::string> before = Files();
+    ASSERT_EQ(chown(volume_.String().c_str(), 0, kUser), 0);  // as Kubernetes gives a volume to a group
+    ASSERT_EQ(chmod(volume_.String().c_str(), 02770), 0);
     AddProfile([&](const Words& words, const std::string& input) { Said(OnReadOnlyRoot(entry_ + words), 0, input); },
                mailbox.Port(), smtp.Port());
     EXPECT_THAT(Said(OnReadOnlyRoot({"/usr/bin/tarvex", "init", "/tmp/tree"}), 73), HasSubstr("Read-only file system"));
