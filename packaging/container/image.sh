@@ -2,9 +2,11 @@
 # Builds the container image: the command, the shared libraries that it needs, and what these read, out of the Debian
 # packages of this machine. No registry is asked. The same inputs make the same image.
 #   image.sh BUILD_FOLDER IMAGE_FILE        IMAGE_FILE: NAME.tar, for `podman load`, `docker load` and skopeo
-# Exit code 77: buildah is missing, or may make no containers here.
+# Exit code 77: what it needs is missing, or may make no containers here.
 set -euo pipefail
-command -v buildah >/dev/null || { echo "buildah is not installed"; exit 77; }
+for tool in buildah tini dpkg-query; do
+  command -v $tool >/dev/null || { echo "$tool is not installed"; exit 77; }
+done
 # Not the superuser: one of a namespace of its own.
 [ "$(id -u)" = 0 ] || exec buildah unshare "$0" "$@"
 

@@ -21,9 +21,9 @@ wrong() { # EXPRESSION WORDS: with this change it complains of that
   grep -qF "$2" "$work/said" || { cat "$work/said"; fail "$1 is found for another reason"; }
 }
 wrong 's/readOnlyRootFilesystem/readOnlyRootFileSystem/' 'readOnlyRootFileSystem: no such field'
-wrong 's/replicas: 1/replicas: one/' '/spec/replicas: type'
-wrong 's/podManagementPolicy: Parallel/podManagementPolicy: Sometimes/' '/spec/podManagementPolicy: enum'
-wrong 's/^( *)selector:/\1selektor:/' '/spec: required {"missingProperty":"selector"}'
+wrong 's/replicas: 1/replicas: one/' '/replicas: type'
+wrong 's/podManagementPolicy: Parallel/podManagementPolicy: Sometimes/' '/podManagementPolicy: enum'
+wrong 's/^( *)selector:/\1selektor:/' ': required {"missingProperty":"selector"}'
 
 user=$(sed -n 's/^user=\([0-9]*\).*/\1/p' "$1/packaging/container/image.sh")
 for key in runAsUser runAsGroup fsGroup; do
