@@ -55,7 +55,7 @@ cp -L "$libraries"/libtarvex.so.? "$root${libraries#"$work/installed"}/"
 copy /usr/bin/tini
 needed=$(LD_LIBRARY_PATH=$libraries ldd "$root/usr/bin/tarvex" /usr/bin/tini)
 [[ $needed != *'not found'* ]] || fail "a library is missing: $needed"
-for library in $(grep -oE '/[^ ]+\.so[^ ]*' <<<"$needed" | grep -v libtarvex | sort -u); do copy "$library"; done
+while read -r library; do copy "$library"; done < <(grep -oE '/[^ ]+\.so[^ ]*' <<<"$needed" | grep -v libtarvex | sort -u)
 
 # Character sets of mails: all that the C library knows.
 converters=$(dirname "$(dpkg-query -L libc6 | grep '/gconv/UTF-16\.so$')")

@@ -55,7 +55,7 @@ protected:
     static void MakeOnce() {
         if (storage_) return;
         storage_ = std::make_unique<TempDir>();
-        Said(Buildah({"from", "--quiet", "--name", "tarvex", "docker-archive:" TARVEX_IMAGE}), 0);
+        Said(Buildah({"from", "--quiet", "--name", "tarvex", std::string("docker-archive:") + TARVEX_IMAGE}), 0);
         // Buildah mounts its own volume over one that it is given for the same place.
         Said(Buildah({"config", "--volume", "/data-", "tarvex"}), 0);
         root_ = Said(Buildah({"mount", "tarvex"}), 0);
