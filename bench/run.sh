@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
 # Called by `./dev bench`, which has built everything: forwarding beside other programs, what a service needs, then the
-# single pieces. Options go to forwarding_speed: --quick for fewer rounds.
+# single pieces. Options go to forwarding_speed: --quick for fewer rounds. After the word scale, only what services take
+# as trees grow; options and sizes go to scale.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../build/bench/bin"
 
+if [ "${1-}" = scale ]; then
+  shift
+  exec ./scale "$@"
+fi
 ./forwarding_speed "$@"
 printf '\nrules_cost\n'
 ./rules_cost
