@@ -26,20 +26,16 @@ bool IsValue(std::string_view line) {
 std::string HeaderView(std::string_view line) { return Lower(Utf8FromText(line)); }
 
 bool IsHeader(std::string_view line) {
-    if (!IsValue(line)) return false;
+    if (line.find('[') == std::string_view::npos || !IsValue(line)) return false;  // most lines have none
     const std::string view = HeaderView(line);
     return view.find('[') != std::string::npos && view.find(']') != std::string::npos;
 }
 
 bool HasKey(const SettingsSection& section, std::string_view key) {
-    return !section.lines.empty() && IsHeaderOf(section.lines.front(), key);
+    return section.header.find('[' + std::string(key) + ']') != std::string::npos;
 }
 
 }  // namespace
-
-bool IsHeaderOf(std::string_view line, std::string_view key) {
-    return IsHeader(line) && HeaderView(line).find('[' + std::string(key) + ']') != std::string::npos;
-}
 
 std::optional<std::string> SettingsSection::Value() const {
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
@@ -54,7 +50,7 @@ SettingsSections::SettingsSections(std::string_view text) : sections_(1) {
         const std::size_t end = std::min(text.find('\n'), text.size());
         std::string line(text.substr(0, end));
         if (line.ends_with('\r')) line.pop_back();
-        if (IsHeader(line)) sections_.emplace_back();
+        if (IsHeader(line)) sections_.push_back({{}, HeaderView(line)});
         sections_.back().lines.push_back(std::move(line));
         text.remove_prefix(std::min(end + 1, text.size()));
     }
@@ -71,10 +67,11 @@ bool SettingsSections::HasHeader(std::string_view key) const {
     return std::ranges::any_of(sections_, [key](const SettingsSection& section) { return HasKey(section, key); });
 }
 
-std::vector<std::string> SettingsSections::Headers() const {
+std::vector<std::string> SettingsSections::HeadersBut(std::span<const std::string_view> keys) const {
     std::vector<std::string> headers;
     for (const SettingsSection& section : sections_) {
-        if (!section.lines.empty() && IsHeader(section.lines.front())) headers.push_back(section.lines.front());
+        const auto is_it = [&section](std::string_view key) { return HasKey(section, key); };
+        if (!section.header.empty() && std::ranges::none_of(keys, is_it)) headers.push_back(section.lines.front());
     }
     return headers;
 }
@@ -83,7 +80,8 @@ void SettingsSections::Set(std::string_view key, std::string_view value) {
     const auto last = std::find_if(sections_.rbegin(), sections_.rend(),
                                    [key](const SettingsSection& section) { return HasKey(section, key); });
     if (last == sections_.rend()) {
-        sections_.push_back({{'[' + std::string(key) + ']', std::string(value), ""}});
+        const std::string header = '[' + std::string(key) + ']';
+        sections_.push_back({{header, std::string(value), ""}, header});
         return;
     }
     std::vector<std::string>& lines = last->lines;

@@ -8,6 +8,7 @@
 //     50                   the value: the last line below it that is neither empty nor a comment
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,7 @@ namespace tarvex::host {
 
 struct SettingsSection {
     std::vector<std::string> lines;  // without line ends; the header first, but for the first section
+    std::string header;              // as keys are looked for: UTF-8 in lower case; empty for the first section
 
     // The value, without the blanks around it; nothing when there is none.
     std::optional<std::string> Value() const;
@@ -30,8 +32,8 @@ public:
 
     bool HasHeader(std::string_view key) const;
 
-    // The headers, as they stand in the file.
-    std::vector<std::string> Headers() const;
+    // The headers that have none of these keys, as they stand in the file.
+    std::vector<std::string> HeadersBut(std::span<const std::string_view> keys) const;
 
     // Gives the key this value: in its place when the file has the key, else at the end.
     void Set(std::string_view key, std::string_view value);
@@ -43,8 +45,5 @@ public:
 private:
     std::vector<SettingsSection> sections_;
 };
-
-// Whether the line is a header with that key.
-bool IsHeaderOf(std::string_view line, std::string_view key);
 
 }  // namespace tarvex::host

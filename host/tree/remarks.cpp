@@ -55,12 +55,8 @@ public:
     bool Has(std::string_view key) const { return file_.Find(key) != nullptr; }
 
     void AddUnknown(std::span<const std::string_view> names) {
-        for (const std::string& header : file_.Headers()) {
-            const auto is_it = [&header](std::string_view name) { return IsHeaderOf(header, name); };
-            if (std::ranges::none_of(names, is_it))
-                remarks_.push_back(
-                    Tr("\"{0}\" has an unknown key: {1}", ShowPath(path_), OneLine(header, kValueColumns)));
-        }
+        for (const std::string& header : file_.HeadersBut(names))
+            remarks_.push_back(Tr("\"{0}\" has an unknown key: {1}", ShowPath(path_), OneLine(header, kValueColumns)));
     }
 
 private:

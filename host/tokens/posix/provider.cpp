@@ -67,12 +67,10 @@ CommandError Bad(const std::string& path, const std::string& why) {
 
 // What is misspelt would be missing later, at the provider.
 void RefuseUnknownKeys(const SettingsSections& file, const std::string& path) {
-    for (const std::string& header : file.Headers()) {
-        const bool is_known = IsHeaderOf(header, "version") || std::ranges::any_of(kKeys, [&](const ProviderKey& key) {
-                                  return IsHeaderOf(header, key.name);
-                              });
-        if (!is_known) throw Bad(path, "has a key that is not known: " + OneLine(header, 60));
-    }
+    std::vector<std::string_view> known = {"version"};
+    for (const ProviderKey& key : kKeys) known.emplace_back(key.name);
+    const std::vector<std::string> unknown = file.HeadersBut(known);
+    if (!unknown.empty()) throw Bad(path, "has a key that is not known: " + OneLine(unknown.front(), 60));
 }
 
 Provider ReadProvider(const std::string& path, const std::string& text) {
