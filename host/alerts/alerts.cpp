@@ -67,6 +67,7 @@ Alerts::Alerts(std::string directory, AlertTellers tellers, std::function<DiskRo
 
 std::vector<Alerts::OfProfile> Alerts::ReadRules(const CRootPath& root) {
     std::vector<OfProfile> all;
+    const OneReadingOfRules once;
     for (const NamedProfile& named : AllProfiles(root)) {
         std::optional<HostRules> rules = RulesFor(root.path, named.profile->path, last_rules_);
         if (!rules) continue;

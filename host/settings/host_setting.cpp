@@ -249,10 +249,27 @@ void Take(const SettingsSection& section, const Key<HostRules>& key, const CStri
     if (const auto* const limit = std::get_if<int R::*>(&key.field)) rules.** limit = number;
 }
 
-std::optional<HostRules> WithFileIn(const CString& directory, const HostRules& others, RulesPlace place) {
+// What was read last at each place, while somebody works on many profiles.
+struct Reading {
+    struct File {
+        CString directory;
+        HostRules others;
+        std::optional<HostRules> rules;
+    };
+    int readers = 0;
+    std::array<std::optional<File>, 3> last;
+};
+thread_local Reading reading;
+
+// The rules of one file; nothing when there is none.
+std::optional<HostRules> FileIn(const CString& directory, const HostRules& others, RulesPlace place) {
+    std::optional<Reading::File>& last = reading.last.at(static_cast<std::size_t>(place));
+    if (last && last->directory == directory && last->others == others) return last->rules;
     const CString path = directory + kHostSettingFile;
     const std::optional<std::string> text = ReadWholeFile(path);
-    return text ? RulesIn(*text, path, others, place) : others;
+    const std::optional<HostRules> rules = text ? std::optional(RulesIn(*text, path, others, place)) : std::nullopt;
+    if (reading.readers > 0) last = {directory, others, rules};
+    return rules;
 }
 
 }  // namespace
@@ -288,21 +305,22 @@ bool HasRules(const CString& root) {
            std::filesystem::file_type::not_found;
 }
 
-std::optional<HostRules> RulesOf(const CString& root) {
-    const CString path = root + kHostSettingFile;
-    const std::optional<std::string> text = ReadWholeFile(path);
-    if (!text) return std::nullopt;
-    return RulesIn(*text, path, {}, RulesPlace::Tree);
+OneReadingOfRules::OneReadingOfRules() { ++reading.readers; }
+
+OneReadingOfRules::~OneReadingOfRules() {
+    if (--reading.readers == 0) reading.last = {};
 }
+
+std::optional<HostRules> RulesOf(const CString& root) { return FileIn(root, {}, RulesPlace::Tree); }
 
 std::optional<HostRules> RulesOfUser(const CString& root, const CString& user) {
     const std::optional<HostRules> rules = RulesOf(root);
-    return rules ? WithFileIn(user, *rules, RulesPlace::User) : rules;
+    return rules ? FileIn(user, *rules, RulesPlace::User).value_or(*rules) : rules;
 }
 
 std::optional<HostRules> RulesOf(const CString& root, const CString& profile) {
     const std::optional<HostRules> rules = RulesOfUser(root, ParentOf(profile));
-    return rules ? WithFileIn(profile, *rules, RulesPlace::Profile) : rules;
+    return rules ? FileIn(profile, *rules, RulesPlace::Profile).value_or(*rules) : rules;
 }
 
 std::optional<HostRules> RulesOf(const CPopProfile& profile) {

@@ -97,7 +97,7 @@ enum class RulesPlace { Tree, User, Profile };
 
 // The rules of a tree; nothing when it has none. Throws CommandError (kCannotWrite) when a host.def is there but cannot
 // be read, holds no key or a value that is not allowed: then nothing may be run, for no rules and other rules are both
-// wrong. Reads the files each time.
+// wrong. Reads the files each time, unless there is an OneReadingOfRules.
 std::optional<HostRules> RulesOf(const CString& root);
 
 // The same for a user, by its directory: what its profiles have where they have nothing of their own.
@@ -106,6 +106,16 @@ std::optional<HostRules> RulesOfUser(const CString& root, const CString& user);
 // The same for a profile, by its directory in the directory of its user.
 std::optional<HostRules> RulesOf(const CString& root, const CString& profile);
 std::optional<HostRules> RulesOf(const CPopProfile& profile);
+
+// While there is one, its thread reads a host.def once for all that ask for it one after the other: for work on many
+// profiles of which each asks several times. A change meanwhile may be seen by the next one only.
+class OneReadingOfRules {
+public:
+    OneReadingOfRules();
+    ~OneReadingOfRules();
+    OneReadingOfRules(const OneReadingOfRules&) = delete;
+    OneReadingOfRules& operator=(const OneReadingOfRules&) = delete;
+};
 
 // The same for what is shown: those of a new tree, which want neither TLS nor tokens, where there are none or they
 // cannot be read, since then nothing runs by them.

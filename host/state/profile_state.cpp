@@ -117,6 +117,7 @@ std::span<const MatterWords> ToldMatters() { return kTold; }
 
 TreeState StateOf(const CRootPath& root, const std::vector<NamedProfile>& profiles, const std::string& directory) {
     TreeState tree;
+    const OneReadingOfRules once;
     for (const NamedProfile& named : profiles) tree.profiles.push_back(StateOf(root, *named.user, *named.profile));
     AddHistory(directory, profiles, tree);
     if (HasRules(root.path)) AddRemembered(directory, profiles, tree);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -90,18 +91,27 @@ private:
     const SettingsSections file_;
 };
 
-}  // namespace
-
-std::vector<std::string> RemarksOn(const CPopProfile& profile) {
+std::vector<std::string> RemarksAbove(const CString& user) {
     std::vector<std::string> remarks;
-    const CString user = ParentOf(profile.path);
-    for (const CString& folder : {ParentOf(user), user}) {
-        FileRemarks of_rules(folder + kHostSettingFile, remarks);
-        of_rules.AddRules();
-    }
+    for (const CString& folder : {ParentOf(user), user}) FileRemarks(folder + kHostSettingFile, remarks).AddRules();
     FileRemarks of_user(user + "\\userset.def", remarks);
     of_user.AddOpen();
     of_user.AddAllOf<CUserSetting>();
+    return remarks;
+}
+
+}  // namespace
+
+std::vector<std::string> RemarksOn(const CPopProfile& profile) {
+    std::vector<std::string> remarks = RemarksAbove(ParentOf(profile.path));
+    std::ranges::move(RemarksOnItsOwn(profile), std::back_inserter(remarks));
+    return remarks;
+}
+
+std::vector<std::string> RemarksOn(const CUser& user) { return RemarksAbove(user.path); }
+
+std::vector<std::string> RemarksOnItsOwn(const CPopProfile& profile) {
+    std::vector<std::string> remarks;
     FileRemarks(profile.path + kHostSettingFile, remarks).AddRules();
     FileRemarks of_profile(profile.path + "\\popprofile.def", remarks);
     of_profile.AddOpen();

@@ -13,4 +13,8 @@ namespace tarvex::host {
 // addresses and its user, and in the rules. Reads the files; says nothing of one that cannot be read.
 std::vector<std::string> RemarksOn(const CPopProfile& profile);
 
+// In two parts, for work on many profiles: the files that profiles share, and those that are its own.
+std::vector<std::string> RemarksOn(const CUser& user);
+std::vector<std::string> RemarksOnItsOwn(const CPopProfile& profile);
+
 }  // namespace tarvex::host

@@ -110,6 +110,7 @@ void OrderByNumber(CRootPath& root) {
 void ApplyRules(CRootPath& root) {
     if (!HasRules(root.path)) return;
     OrderByNumber(root);
+    const OneReadingOfRules once;
     for (const auto& user : root.users) {
         ApplyRules(*user);
         for (const auto& profile : user->profiles) ApplyRules(*profile);

@@ -26,6 +26,7 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -39,6 +40,7 @@
 #include "host/history/run_words.h"
 #include "host/service/posix/log_facts.h"
 #include "host/service/run_reports.h"
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
@@ -304,9 +306,13 @@ void Service::FindUnreadable() {
 // Once for each, for profiles share files.
 void Service::TellRemarks() {
     std::set<std::string> remarks;
-    ForEachProfile([&remarks](const CUser&, const CPopProfile& profile) {
-        for (std::string& remark : RemarksOn(profile)) remarks.insert(std::move(remark));
-    });
+    const auto add = [&remarks](std::vector<std::string> more) {
+        remarks.insert(std::move_iterator(more.begin()), std::move_iterator(more.end()));
+    };
+    for (const auto& user : root_.users) {
+        add(user->profiles.empty() ? std::vector<std::string>() : RemarksOn(*user));
+        for (const auto& profile : user->profiles) add(RemarksOnItsOwn(*profile));
+    }
     for (const std::string& remark : remarks) log_.Warn(remark);
 }
 
@@ -416,6 +422,7 @@ ServiceReport Service::Report() {
 }
 
 void Service::ForEachProfile(const std::function<void(CUser&, CPopProfile&)>& action) {
+    const OneReadingOfRules once;
     for (const auto& user : root_.users) {
         for (const auto& profile : user->profiles) action(*user, *profile);
     }
