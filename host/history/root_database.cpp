@@ -210,10 +210,10 @@ bool RootDatabaseWriter::SetAside() {
 std::string RootDatabaseWriter::Path(std::string_view suffix) const { return PathOf(kind_, root_, suffix); }
 
 std::int64_t AddProfile(Database& database, const ProfileName& name, CTime now) {
-    Statement known = database.Prepare("SELECT id, directory FROM profiles WHERE path = ? AND gone IS NULL");
-    if (known.With(name.path).Next()) {
-        const std::int64_t id = known.Number(0);
-        const std::string directory = known.Text(1);
+    const Database::Kept known = database.Lend("SELECT id, directory FROM profiles WHERE path = ? AND gone IS NULL");
+    if (known->With(name.path).Next()) {
+        const std::int64_t id = known->Number(0);
+        const std::string directory = known->Text(1);
         if (directory == name.directory || name.directory.empty()) return id;
         if (directory.empty()) {
             database.Prepare("UPDATE profiles SET directory = ? WHERE id = ?").With(name.directory, id).Run();
@@ -238,10 +238,10 @@ RootDatabaseReader::RootDatabaseReader(const RootDatabase& kind, const std::stri
 std::optional<std::int64_t> RootDatabaseReader::FindProfile(const CString& profile_path) {
     if (!database_) return std::nullopt;
     const ProfileName name = NameOfProfile(profile_path);
-    Statement row = database_->Prepare(
-        "SELECT id FROM profiles WHERE path = ?1 AND (?3 OR directory IN (?2, '')) AND gone IS NULL");
-    if (!row.With(name.path, name.directory, was_moved_).Next()) return std::nullopt;
-    return row.Number(0);
+    const Database::Kept row =
+        database_->Lend("SELECT id FROM profiles WHERE path = ?1 AND (?3 OR directory IN (?2, '')) AND gone IS NULL");
+    if (!row->With(name.path, name.directory, was_moved_).Next()) return std::nullopt;
+    return row->Number(0);
 }
 
 }  // namespace tarvex::host

@@ -65,6 +65,8 @@ struct Note {
     bool operator==(const Note&) const = default;
 };
 
+using NotesByMatter = std::map<Matter, std::map<CString, Note>>;  // by their subjects
+
 enum class MailServer { Pop3, Smtp };
 
 enum class WaitAnswer { Send = 1, Skip };
@@ -222,7 +224,7 @@ class RuleMemoryReader {
 public:
     explicit RuleMemoryReader(const std::string& root);
 
-    std::map<CString, Note> Notes(const CString& profile_path, Matter matter);
+    NotesByMatter Notes(const CString& profile_path);
 
     // How many notes there are of a matter, by profile: user0/from0.
     std::map<std::string, std::int64_t> HowMany(Matter matter);

@@ -324,15 +324,14 @@ void ProfileMemory::Drop(Matter matter, const CString& subject, CTime now) {
 
 RuleMemoryReader::RuleMemoryReader(const std::string& root) : database_(kMemoryDatabase, root) {}
 
-std::map<CString, Note> RuleMemoryReader::Notes(const CString& profile_path, Matter matter) {
-    std::map<CString, Note> notes;
+NotesByMatter RuleMemoryReader::Notes(const CString& profile_path) {
+    NotesByMatter notes;
     const auto profile = database_.FindProfile(profile_path);
     if (!profile) return notes;
-    Statement row = database_.Get()->Prepare(
-        "SELECT subject, count, since, last, next, words FROM notes WHERE profile = ? AND matter = ?");
-    for (row.With(*profile, static_cast<std::int64_t>(matter)); row.Next();) {
-        notes.emplace(row.Text(0), ReadNote(row, 1));
-    }
+    const Database::Kept row =
+        database_.Get()->Lend("SELECT matter, subject, count, since, last, next, words FROM notes WHERE profile = ?");
+    for (row->With(*profile); row->Next();)
+        notes[static_cast<Matter>(row->Number(0))].emplace(row->Text(1), ReadNote(*row, 2));
     return notes;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <utility>
 
 #include "host/history/run_words.h"
 #include "host/language/tr.h"
@@ -83,9 +84,9 @@ void AddRemembered(const std::string& directory, const std::vector<NamedProfile>
     try {
         RuleMemoryReader reader(directory);
         for (std::size_t i = 0; i < profiles.size(); ++i) {
-            auto& remembered = tree.profiles[i].remembered;
-            for (const MatterWords& told : kTold)
-                remembered[told.matter] = reader.Notes(profiles[i].profile->path, told.matter);
+            NotesByMatter notes = reader.Notes(profiles[i].profile->path);
+            NotesByMatter& remembered = tree.profiles[i].remembered;
+            for (const MatterWords& told : kTold) remembered[told.matter] = std::move(notes[told.matter]);
             std::erase_if(remembered[Matter::Bouncing],
                           [now](const auto& one) { return one.second.last + kBouncesKept < now; });
         }

@@ -31,12 +31,12 @@ struct ProfileState {
     std::optional<RunNow> running;  // by a service
     std::optional<ProfileHistory> history;
     HeldCount held;
-    std::map<Matter, std::map<CString, Note>> remembered;  // in a tree with rules
-    Json sends_through;                                    // see JsonOfAccount
-    std::string shared_server;                             // the same in words, where the account is a shared one
-    std::string wants_login;                               // why no run begins before `tarvex login`
-    std::string clear_login;                               // the password goes over the network in clear
-    std::string trouble;                                   // why it is not run, or what of its last run is not on disk
+    NotesByMatter remembered;   // in a tree with rules
+    Json sends_through;         // see JsonOfAccount
+    std::string shared_server;  // the same in words, where the account is a shared one
+    std::string wants_login;    // why no run begins before `tarvex login`
+    std::string clear_login;    // the password goes over the network in clear
+    std::string trouble;        // why it is not run, or what of its last run is not on disk
 };
 
 // Whom a matter of the rules is about, in words.

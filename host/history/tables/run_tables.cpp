@@ -39,43 +39,43 @@ void Cut(CString& text) {
 }
 
 void InsertDetails(Database& database, std::int64_t run, const CRunResult& result) {
-    Statement failure = database.Prepare("INSERT INTO failures VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    const Database::Kept failure = database.Lend("INSERT INTO failures VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
     for (const auto& [conversation, why] : {std::pair("mailbox", &result.mailbox), {"delivery", &result.delivery}}) {
         if (why->failure_class == CFailureClass::None) continue;
         failure
-            .With(run, conversation, Word(why->stage), Word(why->failure_class), why->reply, why->reason, why->uidl,
-                  why->sender, why->recipient)
+            ->With(run, conversation, Word(why->stage), Word(why->failure_class), why->reply, why->reason, why->uidl,
+                   why->sender, why->recipient)
             .Run();
     }
-    Statement mail = database.Prepare("INSERT INTO not_fetched VALUES (?, ?, ?, ?, ?, ?)");
+    const Database::Kept mail = database.Lend("INSERT INTO not_fetched VALUES (?, ?, ?, ?, ?, ?)");
     for (std::size_t i = 0; i < result.not_fetched.size(); ++i) {
         const CNotFetchedMail& lost = result.not_fetched[i];
-        mail.With(run, i, lost.uidl, Word(lost.failure_class), lost.reply, lost.reason).Run();
+        mail->With(run, i, lost.uidl, Word(lost.failure_class), lost.reply, lost.reason).Run();
     }
-    Statement copies = database.Prepare("INSERT INTO copies VALUES (?, ?, ?, ?, ?, ?)");
+    const Database::Kept copies = database.Lend("INSERT INTO copies VALUES (?, ?, ?, ?, ?, ?)");
     for (std::size_t i = 0; i < result.addresses.size(); ++i) {
         const CAddressResult& address = result.addresses[i];
         if (address.copies == 0 && address.list != CSaved::Failed) continue;
-        copies.With(run, i, address.path, address.address, address.copies, Word(address.list)).Run();
+        copies->With(run, i, address.path, address.address, address.copies, Word(address.list)).Run();
     }
 }
 
 void InsertRun(Database& database, std::int64_t profile, const PastRun& run) {
     const CRunResult& result = run.result;
     if (IsQuiet(result)) {
-        database.Prepare("DELETE FROM runs WHERE quiet AND id = (SELECT max(id) FROM runs WHERE profile = ?)")
-            .With(profile)
+        database.Lend("DELETE FROM runs WHERE quiet AND id = (SELECT max(id) FROM runs WHERE profile = ?)")
+            ->With(profile)
             .Run();
     }
     database
-        .Prepare(
+        .Lend(
             "INSERT INTO runs (profile, started, ended, ending, quiet, listed, fetched, not_fetched, delivered,"
             " copies, bytes_received, bytes_sent, lists, log, settings, exception, put_off, set_aside)"
             " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
-        .With(profile, run.started, run.ended, Word(result.ending), IsQuiet(result), result.messages_listed,
-              result.messages_fetched, result.messages_not_fetched, result.messages_delivered, result.copies,
-              result.bytes_received, result.bytes_sent, Word(result.lists), Word(result.log), Word(result.settings),
-              result.exception, result.messages_put_off, result.copies_set_aside)
+        ->With(profile, run.started, run.ended, Word(result.ending), IsQuiet(result), result.messages_listed,
+               result.messages_fetched, result.messages_not_fetched, result.messages_delivered, result.copies,
+               result.bytes_received, result.bytes_sent, Word(result.lists), Word(result.log), Word(result.settings),
+               result.exception, result.messages_put_off, result.copies_set_aside)
         .Run();
     InsertDetails(database, database.LastId(), result);
 }
@@ -84,17 +84,17 @@ void InsertRun(Database& database, std::int64_t profile, const PastRun& run) {
 void DropOld(Database& database, std::int64_t profile, CTime now) {
     constexpr std::int64_t kAtOnce = 50;
     database
-        .Prepare(
+        .Lend(
             "DELETE FROM runs WHERE id <="
             " (SELECT id FROM runs WHERE profile = ?1 ORDER BY id DESC LIMIT 1 OFFSET ?2) AND profile = ?1")
-        .With(profile, kKeptRuns)
+        ->With(profile, kKeptRuns)
         .Run();
     database
-        .Prepare(
+        .Lend(
             "DELETE FROM runs WHERE id IN (SELECT id FROM runs AS old WHERE ended < ? AND"
             " (EXISTS (SELECT 1 FROM runs WHERE profile = old.profile AND id > old.id) OR"
             " (SELECT gone FROM profiles WHERE id = old.profile)) ORDER BY ended LIMIT ?)")
-        .With(now - kKeptDays * kDay, kAtOnce)
+        ->With(now - kKeptDays * kDay, kAtOnce)
         .Run();
 }
 
@@ -108,26 +108,28 @@ constexpr const char* kOldRunColumns =  // until the next run is written
 constexpr int kPathColumn = 17;  // behind them
 
 void ReadDetails(Database& database, std::int64_t run, CRunResult& result) {
-    Statement failure = database.Prepare(
+    const Database::Kept failure = database.Lend(
         "SELECT conversation, stage, class, reply, reason, uidl, sender, recipient FROM failures WHERE run = ?");
-    for (failure.With(run); failure.Next();) {
-        CRunFailure& why = failure.Text(0) == "mailbox" ? result.mailbox : result.delivery;
-        why.stage = ValueOf<CRunStage>(failure.Text(1));
-        why.failure_class = ValueOf<CFailureClass>(failure.Text(2));
+    for (failure->With(run); failure->Next();) {
+        CRunFailure& why = failure->Text(0) == "mailbox" ? result.mailbox : result.delivery;
+        why.stage = ValueOf<CRunStage>(failure->Text(1));
+        why.failure_class = ValueOf<CFailureClass>(failure->Text(2));
         int column = 2;
         for (CString* const text : {&why.reply, &why.reason, &why.uidl, &why.sender, &why.recipient}) {
-            *text = failure.Text(++column);
+            *text = failure->Text(++column);
         }
     }
-    Statement mail =
-        database.Prepare("SELECT uidl, class, reply, reason FROM not_fetched WHERE run = ? ORDER BY place");
-    for (mail.With(run); mail.Next();) {
-        result.not_fetched.push_back({mail.Text(0), ValueOf<CFailureClass>(mail.Text(1)), mail.Text(2), mail.Text(3)});
+    const Database::Kept mail =
+        database.Lend("SELECT uidl, class, reply, reason FROM not_fetched WHERE run = ? ORDER BY place");
+    for (mail->With(run); mail->Next();) {
+        result.not_fetched.push_back(
+            {mail->Text(0), ValueOf<CFailureClass>(mail->Text(1)), mail->Text(2), mail->Text(3)});
     }
-    Statement address = database.Prepare("SELECT path, address, copies, list FROM copies WHERE run = ? ORDER BY place");
-    for (address.With(run); address.Next();) {
-        result.addresses.push_back(
-            {address.Text(0), address.Text(1), static_cast<int>(address.Number(2)), ValueOf<CSaved>(address.Text(3))});
+    const Database::Kept address =
+        database.Lend("SELECT path, address, copies, list FROM copies WHERE run = ? ORDER BY place");
+    for (address->With(run); address->Next();) {
+        result.addresses.push_back({address->Text(0), address->Text(1), static_cast<int>(address->Number(2)),
+                                    ValueOf<CSaved>(address->Text(3))});
     }
 }
 
@@ -174,16 +176,16 @@ void Shorten(CRunResult& result) {
 
 void InsertEnded(Database& database, std::int64_t profile, const PastRun& run) {
     database
-        .Prepare(
+        .Lend(
             "UPDATE profiles SET runs = runs + 1, failed = failed + ?2,"
             " failed_in_a_row = iif(?2, failed_in_a_row + 1, 0),"
             " failing_since = iif(?2, iif(failed_in_a_row, failing_since, ?3), 0),"
             " last_good = iif(?2, last_good, ?3), fetched = fetched + ?4, not_fetched = not_fetched + ?5,"
             " delivered = delivered + ?6, copies = copies + ?7, bytes_received = bytes_received + ?8,"
             " bytes_sent = bytes_sent + ?9 WHERE id = ?1")
-        .With(profile, IsFailure(run.result.ending), run.started, run.result.messages_fetched,
-              run.result.messages_not_fetched, run.result.messages_delivered, run.result.copies,
-              run.result.bytes_received, run.result.bytes_sent)
+        ->With(profile, IsFailure(run.result.ending), run.started, run.result.messages_fetched,
+               run.result.messages_not_fetched, run.result.messages_delivered, run.result.copies,
+               run.result.bytes_received, run.result.bytes_sent)
         .Run();
     InsertRun(database, profile, run);
     DropOld(database, profile, run.ended);
@@ -199,10 +201,15 @@ ProfileTotals ReadTotals(Database& database, std::int64_t profile) {
 }
 
 PastRun ReadLastRun(Database& database, std::int64_t profile) {
-    const bool is_old = database.Number("PRAGMA user_version") < kVersionWithRules;
-    Statement row = database.Prepare(std::string("SELECT ") + (is_old ? kOldRunColumns : kRunColumns) +
-                                     " FROM runs WHERE profile = ? ORDER BY id DESC LIMIT 1");
-    return row.With(profile).Next() ? ReadRun(database, row) : PastRun();
+    static constexpr auto query = [](const char* columns) {
+        return std::string("SELECT ") + columns + " FROM runs WHERE profile = ? ORDER BY id DESC LIMIT 1";
+    };
+    static const std::string of_old = query(kOldRunColumns);
+    static const std::string of_new = query(kRunColumns);
+    const Database::Kept version = database.Lend("PRAGMA user_version");
+    const bool is_old = version->Next() && version->Number(0) < kVersionWithRules;
+    const Database::Kept row = database.Lend(is_old ? of_old.c_str() : of_new.c_str());
+    return row->With(profile).Next() ? ReadRun(database, *row) : PastRun();
 }
 
 KnownProfiles ReadProfiles(Database& database) {

@@ -251,7 +251,7 @@ TEST_F(Memory, KnowsWhetherSmtpFailedLast) {
 TEST_F(Memory, WaitsForAnAnswerAndKeepsItUntilItIsUsedUp) {
     Profile().Wait("600 messages are new", kNow);
     ExpectAlsoLater([&] { return Profile().IsWaiting() && !Profile().GivenAnswer(); });
-    EXPECT_EQ(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0", Matter::Waiting).at("").words,
+    EXPECT_EQ(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0")[Matter::Waiting].at("").words,
               "600 messages are new");
     Profile().Answer(WaitAnswer::Skip, kNow);
     Restart();
@@ -498,13 +498,13 @@ TEST_F(Memory, ServesManyRunsAtOnce) {
 }
 
 TEST_F(Memory, OthersReadTheNotesMeanwhile) {
-    EXPECT_TRUE(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0", Matter::Parked).empty());
+    EXPECT_TRUE(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0")[Matter::Parked].empty());
     Profile().Park("a@x", "550 no", kNow);
     RuleMemoryReader reader(root_);
     Profile().Unpark("a@x");
     memory_->Save(kNow);
-    EXPECT_EQ(reader.Notes(root_ + "\\user0\\from0", Matter::Parked).at("a@x").words, "550 no");  // of one moment
-    EXPECT_TRUE(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0", Matter::Parked).empty());
+    EXPECT_EQ(reader.Notes(root_ + "\\user0\\from0")[Matter::Parked].at("a@x").words, "550 no");  // of one moment
+    EXPECT_TRUE(RuleMemoryReader(root_).Notes(root_ + "\\user0\\from0")[Matter::Parked].empty());
     EXPECT_TRUE(told_.empty());
 }
 
