@@ -51,6 +51,8 @@ void AlertThread::Look(const NotRun& not_run) {
     if (!LoadTree(root, directory_).empty()) return;
     const auto quiet = std::chrono::ceil<std::chrono::seconds>(kLooksOfQuiet * between_looks_);
     alerts_.Look(root, not_run, std::time(nullptr), quiet.count(), {copy_, [this] { return stopped_.load(); }});
+    root.DeleteAllUser();
+    root.RefreshThread();  // gives the memory of this second tree back
     const auto pause = std::clamp<Clock::duration>(kPart * (Clock::now() - begun), between_looks_,
                                                    std::max<Clock::duration>(kLongestPause, between_looks_));
     next_look_ = Clock::now() + pause;
