@@ -142,10 +142,21 @@ std::vector<std::string> NamesOf(const std::vector<Candidate>& candidates) {
     return names;
 }
 
+std::string_view WithoutSlashes(std::string_view name) {
+    while (name.size() > 1 && name.ends_with('/')) name.remove_suffix(1);
+    return name;
+}
+
+// Where the one with this whole path stands, which is found without asking what each can be called by.
+template <class Named, class PathOf>
+auto AtPath(const CRootPath& root, const std::vector<Named>& all, std::string_view name, PathOf path_of) {
+    name = WithoutSlashes(name);
+    return std::ranges::find_if(all, [&](const Named& one) { return ShownName(root, path_of(one)) == name; });
+}
+
 std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view given, const std::string& kind,
                    const std::string& command) {
-    std::string name(given);
-    while (name.size() > 1 && name.ends_with('/')) name.pop_back();
+    const std::string name(WithoutSlashes(given));
     const std::string quoted = Quoted(name);
     const std::vector<std::size_t> found = Matching(candidates, name);
     if (found.size() == 1) return found.front();
@@ -233,6 +244,9 @@ CUser& FindUser(const CRootPath& root, std::string_view name) {
 
 NamedProfile FindProfile(const CRootPath& root, std::string_view name) {
     const std::vector<NamedProfile> profiles = AllProfiles(root);
+    const auto at_path =
+        AtPath(root, profiles, name, [](const NamedProfile& one) -> const CString& { return one.profile->path; });
+    if (at_path != profiles.end()) return *at_path;
     return profiles[Choose(CandidatesOf(root, profiles), name, Tr("profile"), "profile")];
 }
 
@@ -247,6 +261,9 @@ CString FindUserOrProfile(const CRootPath& root, std::string_view name) {
 
 NamedForward FindForward(const CRootPath& root, std::string_view name) {
     const std::vector<NamedForward> forwards = AllForwards(root);
+    const auto at_path =
+        AtPath(root, forwards, name, [](const NamedForward& one) -> const CString& { return one.forward->path; });
+    if (at_path != forwards.end()) return *at_path;
     std::vector<Candidate> candidates;
     candidates.reserve(forwards.size());
     for (const auto& [user, profile, forward] : forwards) {
