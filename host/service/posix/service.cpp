@@ -157,7 +157,8 @@ void Service::ReapEndedRuns() {
     }
     if (ended.empty()) return;
     look_at_clients_ = true;
-    if (!asked_.empty()) next_tick_ = Clock::now();  // there is room
+    StartWaiting();
+    if (!asked_.empty() && waiting_.empty()) next_tick_ = Clock::now();
     ended.clear();
     if (root_.running_copies.empty()) root_.RefreshThread();  // gives memory back
 }
@@ -217,6 +218,7 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
     const std::string headline = Headline(request);
     const Speaking in(client.ReadsIn());
     Reply reply{{}, Tr(kRootHasGone)};
+    ForgetWaiting();
     EditRecord record(root_, request);
     const int code = !HasRoot() ? kCannotWrite : Apply(request, reply);
     const EditedBy by = client.WhoAsks(request.caller);
@@ -340,6 +342,7 @@ void Service::Reload() {
     ForEachProfile([&](const CUser&, const CPopProfile& profile) {
         if (running_.contains(profile.path)) last_times[profile.path] = profile.setting.lasttime;
     });
+    ForgetWaiting();
     std::string trouble = WhyRootUnreadable(directory_);  // which to the engine is an empty tree
     if (trouble.empty() && !HasRoot()) trouble = kRootHasGone;
     if (trouble.empty() && !root_.SetRootPath(directory_)) trouble = "not enough memory";
@@ -365,6 +368,7 @@ void Service::Stop(int signal) {
     manager_.Stopping();
     log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')', kOfService);
     Signals::Release(signal);  // a second signal ends the process at once
+    waiting_.clear();
     ReapEndedRuns();
     stopping_ = true;
     look_at_clients_ = true;

@@ -56,6 +56,10 @@ private:
     void ReapSenders();
     void Tick();
     void StartDueRuns();
+    void StartWaiting();
+    void ForgetWaiting();
+    bool StartIfRoom(CPopProfile& profile);
+    bool HasRoomFor(const CPopProfile& profile);
     void StartDueHeld();
     bool StartSender(const CPopProfile& profile, const std::vector<HeldChoice>& choice);
     void TellSender(const CString& path, const HeldSender& sender);
@@ -124,6 +128,7 @@ private:
     std::map<CString, Clock::time_point> not_before_;  // the first runs of profiles that were due all at once
     std::map<CString, Clock::time_point> soon_;        // profiles that a rule wants to run again before they are due
     std::set<CString> retried_;                        // profiles whose next failure is not followed by such a run
+    std::vector<CPopProfile*> waiting_;                // for room, in their order; none outlives a change of the tree
     std::map<CString, AskedRun> asked_;                // runs that commands have asked for, until they start
     std::map<CString, std::string> held_up_;           // why a rule keeps a profile from running now
     bool has_root_ = true;

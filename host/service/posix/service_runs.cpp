@@ -4,7 +4,9 @@
 // command hears that its run waits, and its run starts when there is room.
 
 #include <algorithm>
+#include <cstddef>
 #include <ctime>
+#include <iterator>
 #include <map>
 #include <string>
 #include <utility>
@@ -14,6 +16,7 @@
 #include "host/service/posix/log_facts.h"
 #include "host/service/posix/service.h"
 #include "host/service/run_reports.h"
+#include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
@@ -27,6 +30,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kHeadlineColumns = 60;
 constexpr std::size_t kReasonColumns = 200;
+constexpr std::size_t kMostLookedAt = 100;  // that wait for room, between two ticks
 
 std::string Headline(const RunRequest& request) {
     std::string text = "run";
@@ -48,16 +52,47 @@ void Service::StartDueRuns() {
     ForEachProfile([&](const CUser& user, CPopProfile& profile) {
         if (running_.contains(profile.path)) {
             profile.JudgeDoOperation();  // one that is due while it runs waits an interval more (B1)
-        } else if (IsWanted(user, profile) && MayRun(profile) && LetsRun(profile, IsAskedForNow(profile))) {
+        } else if (IsWanted(user, profile)) {
             wanted.push_back(&profile);
         }
     });
     // Where there is not room for all, whoever has waited longest comes first.
     std::ranges::stable_sort(wanted, {}, [this](const CPopProfile* profile) { return WantedSince(*profile); });
-    for (CPopProfile* const profile : wanted) {
-        if (rules_.HasRoomFor(root_, *profile)) Start(*profile);
-    }
+    const OneReadingOfRules once;
+    waiting_.clear();
+    std::ranges::copy_if(wanted, std::back_inserter(waiting_), [this](CPopProfile* p) { return !StartIfRoom(*p); });
     GiveUpAsked();
+}
+
+// False while it has to wait for others to end. What a run needs is looked at only when there is room for it, so that
+// a crowd that waits costs little.
+bool Service::StartIfRoom(CPopProfile& profile) {
+    if (!HasRoomFor(profile)) return false;
+    if (MayRun(profile) && LetsRun(profile, IsAskedForNow(profile))) Start(profile);
+    return true;
+}
+
+bool Service::HasRoomFor(const CPopProfile& profile) {
+    try {
+        return rules_.HasRoomFor(root_, profile);
+    } catch (const CommandError&) {
+        return true;  // why its rules cannot be read is said where it is left out
+    }
+}
+
+// Some runs have ended. Looks at the first of those that wait; the next tick looks at all.
+void Service::StartWaiting() {
+    if (stopping_ || !HasRoot()) return;
+    const OneReadingOfRules once;
+    const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(std::min(waiting_.size(), kMostLookedAt));
+    waiting_.erase(std::remove_if(waiting_.begin(), end, [this](CPopProfile* p) { return StartIfRoom(*p); }), end);
+}
+
+// The tree is about to change.
+void Service::ForgetWaiting() {
+    if (waiting_.empty()) return;
+    waiting_.clear();
+    next_tick_ = Clock::now();
 }
 
 bool Service::IsAskedForNow(const CPopProfile& profile) const {

@@ -255,6 +255,14 @@ TEST_F(Serving, NoMoreRunsThanTheRulesAllowGoToOneServer) {
     Stop(*service);
 }
 
+TEST_F(Serving, WhatWaitsForRoomStartsWhenARunHasEndedAndNotAtATick) {
+    for (int i = 0; i < 3; ++i) AddDueProfile();
+    WriteFile(host_.Root() + "/host.def", "[version]\n0\n[serverruns]\n1\n[spread]\n0\n");
+    const auto service = Serve({}, "3600");
+    EXPECT_TRUE(service->WaitForOutput("user2/from0: run ended", kLong));
+    Stop(*service);
+}
+
 TEST_F(Serving, RunThatACommandAsksForWaitsForRoomAndSaysSo) {
     Block();
     AddDueProfile();
