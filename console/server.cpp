@@ -225,11 +225,14 @@ private:
         parser_->is_done() ? Handle() : ReadMore();
     }
 
-    // Begins with the body; 0, or the status of the refusal. Only a length tells where a body ends: chunks have been
-    // understood differently by two servers in a row more than once, and browsers send none.
+    // Begins with the body; 0, or the status of the refusal. Only one length tells where a body ends: lists of them, and
+    // chunks, have been understood differently by two servers in a row more than once, and browsers send none.
     int TakeHead() {
         waiting_since_.reset();
-        if (parser_->get().find(http::field::transfer_encoding) != parser_->get().end()) return 411;
+        const auto& head = parser_->get();
+        if (head.find(http::field::transfer_encoding) != head.end()) return 411;
+        if (head.count(http::field::content_length) > 1) return 400;
+        if (head[http::field::content_length].find(',') != boost::beast::string_view::npos) return 400;
         const std::size_t length = parser_->content_length().value_or(0);
         if (length > kSmallBodyBytes) {
             if (hall_.body_bytes + length > kMostBodiesTogether) return 503;
@@ -278,7 +281,7 @@ private:
 
     void Answer() {
         if (!work_.log.empty()) Log(work_.response.status >= 500 ? LogLevel::Error : LogLevel::Information, work_.log);
-        keeps_ = keeps_ && !hall_.is_closing;
+        keeps_ = keeps_ && !hall_.is_closing && work_.response.status != 400;
         head_ = HeadOf(work_.response, keeps_, HttpDate(std::time(nullptr)));
         WaitFor(kAnswerPatience);
         const auto body = is_head_only_ ? net::const_buffer() : net::buffer(work_.response.body);

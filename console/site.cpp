@@ -75,7 +75,9 @@ Work Site::Begin(const RawRequest& raw) const {
     const auto refusal = Understand(raw, work.request);
     Recognise(raw.headers, raw.peer, work.request);
     const host::Speaking speaking(work.request.language);
-    if (!IsForUs(raw.headers, settings_.names)) {
+    if (AllOf(raw.headers, "host").size() != 1) {
+        work.response = ErrorPage(work.request, 400);
+    } else if (!IsForUs(raw.headers, settings_.names)) {
         work.response = ErrorPage(work.request, 421);
     } else if (refusal) {
         work.response = ErrorPage(work.request, refusal->status);
