@@ -225,8 +225,8 @@ private:
         parser_->is_done() ? Handle() : ReadMore();
     }
 
-    // Begins with the body; 0, or the status of the refusal. Only one length tells where a body ends: lists of them, and
-    // chunks, have been understood differently by two servers in a row more than once, and browsers send none.
+    // Begins with the body; 0, or the status of the refusal. Only one length tells where a body ends: lists of them,
+    // and chunks, have been understood differently by two servers in a row more than once, and browsers send none.
     int TakeHead() {
         waiting_since_.reset();
         const auto& head = parser_->get();

@@ -34,16 +34,16 @@ TEST(DeskTrouble, WithoutADeskThePageSaysSoInTheReadersLanguage) {
 TEST(DeskTrouble, WhatIsNoAnswerBecomesAPageThatSaysSo) {
     const std::string length("\0\0\0\x10", 4);
     const std::vector<std::string> wrong{
-        "",                                     // closes at once
-        "\0\0"s,                                // within the length
-        length + "{\"status\"",                 // within the answer
-        "\x7F\xFF\xFF\xFFxx"s,                  // says that it is 2 GiB
-        "\0\0\0\0"s,                            // nothing
-        length + "this is no JSON.",            //
-        length + "[\"an array     \"]",         //
-        length + "{\"a\": \"object\"}",         // without a status
-        length + "{\"status\": true}",          //
-        length + "{\"status\": \"a\"}",         // one that there is not
+        "",                              // closes at once
+        "\0\0"s,                         // within the length
+        length + "{\"status\"",          // within the answer
+        "\x7F\xFF\xFF\xFFxx"s,           // says that it is 2 GiB
+        "\0\0\0\0"s,                     // nothing
+        length + "this is no JSON.",     //
+        length + "[\"an array     \"]",  //
+        length + "{\"a\": \"object\"}",  // without a status
+        length + "{\"status\": true}",   //
+        length + "{\"status\": \"a\"}",  // one that there is not
         "HTTP/1.1 200 OK\r\n\r\n",
     };
     std::atomic<std::size_t> next = 0;

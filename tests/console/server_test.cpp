@@ -46,7 +46,8 @@ TEST(ConsoleServer, RequestsThatComeTogetherAreAnsweredInTheirOrder) {
     });
     RawClient client(console.Port());
     std::string requests;
-    for (int i = 0; i < 20; ++i) requests += GetRequest("/none") + PostRequest("/language", "language=ja") + GetRequest("/");
+    for (int i = 0; i < 20; ++i)
+        requests += GetRequest("/none") + PostRequest("/language", "language=ja") + GetRequest("/");
     ASSERT_TRUE(client.Send(requests));
     for (int i = 0; i < 20; ++i)
         for (const int status : {404, 303, 200}) ASSERT_EQ(StatusIn(client.ReadAnswer()), status) << i;
@@ -183,7 +184,8 @@ TEST(ConsoleServer, WritesALineForAChangeAndNoSecret) {
         talk.Answer(kLoggedIn);
     });
     RawClient client(console.Port());
-    ASSERT_TRUE(client.Send(GetRequest("/login?next=secret") + PostRequest("/login?x=secret", "name=tanaka&password=secret")));
+    ASSERT_TRUE(
+        client.Send(GetRequest("/login?next=secret") + PostRequest("/login?x=secret", "name=tanaka&password=secret")));
     client.ReadAnswer();
     EXPECT_EQ(StatusIn(client.ReadAnswer()), 303);
     EXPECT_EQ(console.End(), 0);

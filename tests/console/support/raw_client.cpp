@@ -27,7 +27,8 @@ RawClient::RawClient(int port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOE
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     SetTimeOut(socket_.Get(), SO_RCVTIMEO, kClientPatience);
-    if (connect(socket_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) socket_ = host::Descriptor();
+    if (connect(socket_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        socket_ = host::Descriptor();
 }
 
 RawClient::RawClient(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -35,7 +36,8 @@ RawClient::RawClient(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STR
     address.sun_family = AF_UNIX;
     std::ranges::copy(path, address.sun_path);
     SetTimeOut(socket_.Get(), SO_RCVTIMEO, kClientPatience);
-    if (connect(socket_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) socket_ = host::Descriptor();
+    if (connect(socket_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        socket_ = host::Descriptor();
 }
 
 bool RawClient::Send(std::string_view bytes) {

@@ -21,8 +21,8 @@ public:
     // False when the console has closed the connection.
     bool Send(std::string_view bytes);
 
-    // Sends the same so often, until it is all sent, the console closes, or it has not read for a second. How many bytes
-    // went out.
+    // Sends the same so often, until it is all sent, the console closes, or it has not read for a second. How many
+    // bytes went out.
     std::size_t Flood(std::string_view bytes, std::size_t times);
 
     // One answer: its head, and as much of a body as Content-Length says. What is there of it when the console closes.

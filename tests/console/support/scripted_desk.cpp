@@ -47,7 +47,8 @@ ScriptedDesk::ScriptedDesk(const std::string& path, std::function<void(const Des
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::ranges::copy(path, address.sun_path);
-    if (bind(socket_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(socket_.Get(), 128) != 0)
+    if (bind(socket_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(socket_.Get(), 128) != 0)
         throw std::runtime_error("the scripted desk cannot listen");
     thread_ = std::thread([this] { Serve(); });
 }

@@ -16,10 +16,10 @@ class DeskTalk {
 public:
     explicit DeskTalk(host::Descriptor socket) : socket_(std::move(socket)) {}
 
-    std::string ReadQuestion() const;              // JSON; empty when none comes whole
-    void Send(std::string_view bytes) const;       // as they are
-    void Answer(std::string_view json) const;      // behind its length
-    void WaitForEnd() const;                       // until the console closes, at most a minute
+    std::string ReadQuestion() const;          // JSON; empty when none comes whole
+    void Send(std::string_view bytes) const;   // as they are
+    void Answer(std::string_view json) const;  // behind its length
+    void WaitForEnd() const;                   // until the console closes, at most a minute
 
 private:
     host::Descriptor socket_;
