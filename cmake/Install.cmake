@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. Its components are the packages: library, development, host, cluster.
+# What `cmake --install` puts where. Its components are the packages: library, development, host, cluster, console.
 
 # Where Debian keeps the libraries of one architecture, also below /usr/local.
 if(EXISTS /etc/debian_version AND CMAKE_LIBRARY_ARCHITECTURE)
@@ -36,7 +36,12 @@ set(tarvex_abi 0)
 find_program(GZIP gzip REQUIRED)
 configure_file(packaging/debian/changelog ${PROJECT_BINARY_DIR}/packaging/changelog @ONLY)
 execute_process(COMMAND ${GZIP} -9nkf ${PROJECT_BINARY_DIR}/packaging/changelog COMMAND_ERROR_IS_FATAL ANY)
-foreach(component_package library:libtarvex${tarvex_abi} development:libtarvex-dev host:tarvex cluster:tarvex-cluster)
+set(component_packages library:libtarvex${tarvex_abi} development:libtarvex-dev host:tarvex cluster:tarvex-cluster)
+if(TARVEX_CONSOLE)
+  list(APPEND component_packages console:tarvex-console)
+  set(console_page console:tarvex-console.1)
+endif()
+foreach(component_package IN LISTS component_packages)
   string(REPLACE ":" ";" component_package ${component_package})
   list(GET component_package 0 component)
   list(GET component_package 1 package)
@@ -58,7 +63,7 @@ install(FILES packaging/mail-servers DESTINATION ${CMAKE_INSTALL_DATADIR}/tarvex
 add_executable(tarvex_manual packaging/manual.cpp)
 target_link_libraries(tarvex_manual PRIVATE tarvex_host_parts tarvex)
 set(pages "")
-foreach(page host:tarvex.1 host:tarvex.def.5 development:libtarvex.3)
+foreach(page host:tarvex.1 host:tarvex.def.5 development:libtarvex.3 ${console_page})
   string(REPLACE ":" ";" page ${page})
   list(POP_FRONT page component)
   string(REGEX MATCH "[0-9]$" section ${page})
@@ -94,6 +99,20 @@ foreach(unit tarvex.service tarvex@.service)
 endforeach()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/systemd/common)
 install(FILES packaging/systemd/tarvex.sysusers DESTINATION lib/sysusers.d RENAME tarvex.conf COMPONENT host)
+
+# The web console.
+if(TARVEX_CONSOLE)
+  install(TARGETS tarvex_console COMPONENT console)
+  install(FILES packaging/systemd/tarvex-console.service DESTINATION lib/systemd/system COMPONENT console)
+  install(FILES packaging/systemd/tarvex-console.sysusers DESTINATION lib/sysusers.d RENAME tarvex-console.conf COMPONENT console)
+  install(FILES packaging/console/nginx.conf packaging/console/tcp.conf DESTINATION ${documents}/tarvex-console/examples
+    COMPONENT console)
+  install(FILES packaging/tarvex-console.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME tarvex-console COMPONENT console)
+  install(FILES packaging/tarvex-console.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
+    RENAME _tarvex-console COMPONENT console)
+  install(FILES packaging/tarvex-console.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT console)
+endif()
 
 # The resource agent of Pacemaker.
 install(PROGRAMS packaging/cluster/root DESTINATION lib/ocf/resource.d/tarvex COMPONENT cluster)

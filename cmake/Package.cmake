@@ -8,6 +8,9 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # the first line of each package's own description is it
 set(CPACK_COMPONENTS_ALL library development host cluster)
+if(TARVEX_CONSOLE)
+  list(APPEND CPACK_COMPONENTS_ALL console)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -68,5 +71,23 @@ SMTP, to one or more forwarding addresses, each with a schedule of its own.
 This package holds the agent ocf:tarvex:root, by which Pacemaker serves a data
 tree on one machine of a cluster and moves it to another when that is lost,
 and examples for crmsh and pcs.")
+
+set(CPACK_DEBIAN_CONSOLE_PACKAGE_NAME tarvex-console)
+set(CPACK_DEBIAN_CONSOLE_PACKAGE_SECTION mail)
+set(CPACK_DEBIAN_CONSOLE_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_CONSOLE_PACKAGE_DEPENDS
+  "tarvex (= ${PROJECT_VERSION}), systemd | systemd-standalone-sysusers | systemd-sysusers")
+set(CPACK_DEBIAN_CONSOLE_PACKAGE_RECOMMENDS "nginx | httpd")
+set(CPACK_DEBIAN_CONSOLE_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_SOURCE_DIR}/packaging/debian/console/postinst
+  ${PROJECT_SOURCE_DIR}/packaging/debian/console/prerm
+  ${PROJECT_SOURCE_DIR}/packaging/debian/console/postrm)
+set(CPACK_COMPONENT_CONSOLE_DESCRIPTION "mail-forwarding engine - web console
+Tarvex fetches mail from POP3 mailboxes and sends every new message on, over
+SMTP, to one or more forwarding addresses, each with a schedule of its own.
+
+This package holds the web console for the users and administrators of a
+service: the program tarvex-console and its unit, under a user of its own
+that cannot read any data tree.")
 
 include(CPack)

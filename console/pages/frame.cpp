@@ -63,7 +63,9 @@ Html WhoIsLoggedIn(const Viewer& viewer) {
 
 Html Head(const HttpRequest& request, const Viewer& viewer) {
     return El("header", {{"class", "top"}},
-              {El("a", {{"class", "brand"}, {"href", "/"}}, {"Tarvex"}), NavigationBar(request, viewer),
+              {El("a", {{"class", "brand"}, {"href", "/"}},
+                  {El("img", {{"src", StaticPath("icon.svg")}, {"alt", ""}, {"width", 22}, {"height", 22}}), "Tarvex"}),
+               NavigationBar(request, viewer),
                El("div", {{"class", "side"}}, {LanguageSwitch(request), WhoIsLoggedIn(viewer)})});
 }
 

@@ -31,7 +31,8 @@ closure() { # NAME...
 # Nothing here reads a database that apt may be writing but dpkg-query, and the files that are replaced whole.
 copy_system() { # FOLDER
   local database=/var/lib/dpkg to=$1 taken package list
-  mapfile -t taken < <(closure dpkg passwd "$(dpkg-deb -f "$folder"/tarvex_*.deb Depends)" "$(dpkg-deb -f "$folder"/libtarvex0_*.deb Depends)")
+  mapfile -t taken < <(closure dpkg passwd "$(dpkg-deb -f "$folder"/tarvex_*.deb Depends)" "$(dpkg-deb -f "$folder"/libtarvex0_*.deb Depends)" \
+    "$(dpkg-deb -f "$folder"/tarvex-console_*.deb Depends)")
   list=$(mktemp)
   dpkg-query -L "${taken[@]}" 2>/dev/null | grep -vE '^/(.|usr/share/(doc|man|locale|info|zoneinfo)/.*)$' | sort -u >"$list"
   ls -d /etc/{passwd,group,shadow,gshadow,nsswitch.conf,ld.so.conf,ld.so.conf.d/*,alternatives/*} >>"$list" 2>/dev/null || true
@@ -85,12 +86,13 @@ quietly() { "$@" >log 2>&1 || { cat log; fail "failed: $*"; }; }
 kept() { stat -c '%U:%G %a %n' /var/lib/tarvex /var/lib/tarvex/user0 /var/lib/tarvex/user0/userset.def; }
 
 # Whoever has them installed: not here.
-dpkg --purge tarvex libtarvex-dev libtarvex0 >log 2>&1 || true
-userdel tarvex >log 2>&1 || true
+dpkg --purge tarvex-console tarvex libtarvex-dev libtarvex0 >log 2>&1 || true
+for user in tarvex tarvex-web; do userdel $user >log 2>&1 || true; done
 rm -rf /var/lib/tarvex /etc/tarvex /var/lib/man-db/auto-update  # the last: the index of the manual takes long to make
 
 quietly dpkg --install ./*.deb
 [ "$(getent passwd tarvex | cut -d: -f6-)" = /var/lib/tarvex:/usr/sbin/nologin ] || fail "the user is not as it should be"
+[ "$(getent passwd tarvex-web | cut -d: -f6-)" = /:/usr/sbin/nologin ] || fail "the console's user is not as it should be"
 [ "$(stat -c '%U:%G %a' /var/lib/tarvex)" = "tarvex:tarvex 700" ] || fail "the tree is not the service's"
 
 # What the superuser makes belongs to the service.
@@ -113,21 +115,25 @@ chmod +x stand-in/*
 PATH=/packages/stand-in:$PATH
 quietly dpkg --install ./*.deb
 grep -q "^systemctl try-restart tarvex.service tarvex@\*.service$" calls || fail "an upgrade does not restart the services"
-quietly dpkg --remove tarvex
+grep -q "^systemctl try-restart tarvex-console.service$" calls || fail "an upgrade does not restart the console"
+quietly dpkg --remove tarvex-console tarvex
+grep -q "^deb-systemd-invoke stop tarvex-console.service$" calls || fail "a removal does not stop the console"
 grep -q "^deb-systemd-invoke stop tarvex.service tarvex@\*.service$" calls || fail "a removal does not stop the services"
 [ "$(tail -n 1 calls)" = "systemctl daemon-reload" ] || fail "a removal leaves the units known"
 
 [ ! -e /usr/bin/tarvex ] || fail "the command is still there"
 [ "$(kept)" = "$before" ] || fail "a removal changes the tree"
-quietly dpkg --purge tarvex libtarvex-dev libtarvex0
+quietly dpkg --purge tarvex-console tarvex libtarvex-dev libtarvex0
 [ "$(kept)" = "$before" ] || fail "a purge changes the tree"
 
 # Into a foreign root, as those who make images do: nothing happens to this system.
 userdel tarvex
+userdel tarvex-web
 rm -rf /var/lib/tarvex calls
 mkdir -p image/var/lib/dpkg/info image/var/lib/dpkg/updates image/etc
 touch image/var/lib/dpkg/status image/etc/passwd image/etc/group
 quietly dpkg --root=/packages/image --force-script-chrootless --force-depends --install ./*.deb
 grep -q '^tarvex:.*:/var/lib/tarvex:/usr/sbin/nologin$' image/etc/passwd || fail "the image does not know the user"
+grep -q '^tarvex-web:.*:/:/usr/sbin/nologin$' image/etc/passwd || fail "the image does not know the console's user"
 if getent passwd tarvex || [ -e /var/lib/tarvex ] || [ -e calls ]; then fail "an image is not all that was changed"; fi
 echo "installed, upgraded, removed, purged"

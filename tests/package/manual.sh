@@ -52,10 +52,22 @@ for language in . ja; do
 done
 [ $commands -ge 40 ] || complain "found only $commands commands in the help, in two languages"
 
+# The console's page and completions know its options.
+console=$(dirname "$tarvex")/tarvex-console
+for option in $("$console" --help | sed -nE 's/^  (-[a-z],)?--([a-z-]+).*/\2/p'); do
+  for language in . ja; do
+    grep -qE "^\.It .*Fl -$option( |$)" "$pages/$language/tarvex-console.1" ||
+      complain "tarvex-console(1) of $language does not know --$option"
+  done
+  grep -qe "--$option" "$completions/tarvex-console.bash" || complain "completion in bash does not know tarvex-console --$option"
+  grep -qe "--$option" "$completions/tarvex-console.zsh" || complain "completion in zsh does not know tarvex-console --$option"
+  grep -qe "-l $option" "$completions/tarvex-console.fish" || complain "completion in fish does not know tarvex-console --$option"
+done
+
 # What each page has entries for is the same, in the same order.
 entries() { sed ':more; /\\$/ {N; s/\\\n//; b more}' "$1" | grep '^\.It '; }
 references() { grep -E '^\.(Fn|In|Xr) ' "$1" | sed -E 's/ [.,]$//' | sort -u; }
-for name in tarvex.1 tarvex.def.5 libtarvex.3; do
+for name in tarvex.1 tarvex.def.5 libtarvex.3 tarvex-console.1; do
   for list in entries references; do
     diff <($list "$pages/$name") <($list "$pages/ja/$name") || complain "$name has other $list in Japanese"
   done
@@ -135,6 +147,7 @@ print -r -- "$said"
 END
 for shell in fish zsh; do
   command -v $shell >/dev/null || { echo "$shell is not installed: its completion is not tried"; continue; }
+  $shell -n "$completions/tarvex-console.$shell" || complain "$shell cannot read the completion of tarvex-console"
   $shell -n "$completions/tarvex.$shell" || complain "$shell cannot read its completion"
   offers_in_$shell 'tarvex sta' status
   offers_in_$shell 'tarvex status --js' --json

@@ -10,12 +10,16 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*" >&2; exit 1; }
 
-[ ${#packages[@]} = 4 ] || fail "not four packages: ${packages[*]}"
+[ ${#packages[@]} = 5 ] || fail "not five packages: ${packages[*]}"
 root=$work/root
 cp -r "$folder/root" "$root"
 for package in "${packages[@]}"; do
   case $(dpkg-deb -f "$package" Package) in
     libtarvex0) [[ $(dpkg-deb -f "$package" Depends) == *libssl3* ]] || fail "libtarvex0 does not depend on libssl3" ;;
+    tarvex-console)
+      depends=$(dpkg-deb -f "$package" Depends)
+      [[ $depends == *"tarvex (= "*systemd* && $depends != *sqlite* && $depends != *curl* ]] || fail "tarvex-console depends on $depends"
+      ;;
     tarvex-cluster) [[ $(dpkg-deb -f "$package" Depends) == "tarvex (= "*resource-agents* ]] || fail "tarvex-cluster does not depend on tarvex" ;;
     *) [[ $(dpkg-deb -f "$package" Depends) == *"libtarvex0 (= "* ]] || fail "$package does not depend on its library" ;;
   esac
@@ -58,12 +62,19 @@ export LD_LIBRARY_PATH
 TMPDIR=$work "$root/usr/bin/tarvex" demo >"$work/demo" || { cat "$work/demo"; fail "the demo failed"; }
 grep -q 'Everything arrived once' "$work/demo" || fail "the demo does not say that all arrived"
 
-for page in {,ja/}man1/tarvex.1 {,ja/}man5/tarvex.def.5 {,ja/}man3/libtarvex.3; do
+for name in usr/bin/tarvex-console usr/lib/systemd/system/tarvex-console.service usr/lib/sysusers.d/tarvex-console.conf \
+  usr/share/doc/tarvex-console/examples/{nginx,tcp}.conf; do
+  [ -s "$root/$name" ] || fail "there is no /$name"
+done
+[[ $(LC_ALL=ja_JP.UTF-8 "$root/usr/bin/tarvex-console" --help) == *'Web コンソール'* ]] || fail "the console does not find its texts in Japanese"
+
+for page in {,ja/}man1/tarvex{,-console}.1 {,ja/}man5/tarvex.def.5 {,ja/}man3/libtarvex.3; do
   gzip -t "$root/usr/share/man/$page.gz" || fail "no page $page"
 done
 
 [[ $(LC_ALL=ja_JP.UTF-8 "$root/usr/bin/tarvex" --help) == *'使い方: '* ]] || fail "the command does not find its texts in Japanese"
-for completion in bash-completion/completions/tarvex zsh/vendor-completions/_tarvex fish/vendor_completions.d/tarvex.fish; do
+for completion in bash-completion/completions/tarvex{,-console} zsh/vendor-completions/_tarvex{,-console} \
+  fish/vendor_completions.d/tarvex{,-console}.fish; do
   [ -s "$root/usr/share/$completion" ] || fail "there is no /usr/share/$completion"
 done
 
@@ -87,7 +98,7 @@ if command -v systemd-analyze >/dev/null && [ -d /lib/systemd/system ]; then
   # Below the tree of tarvex.service an instance could take the name of one of its users.
   tree=$(sed -n 's/^StateDirectory=//p' "$root"/usr/lib/systemd/system/tarvex.service)
   grep -q "^StateDirectory=$tree/" "$root"/usr/lib/systemd/system/tarvex@.service && fail "the trees of instances are in another tree"
-  for unit in tarvex.service tarvex@shop.service; do
+  for unit in tarvex.service tarvex@shop.service tarvex-console.service; do
     systemd-analyze verify --root="$root" --man=no $unit >"$work/verify" 2>&1 || { cat "$work/verify"; fail "$unit is wrong"; }
     grep "tarvex" "$work/verify" && fail "$unit has warnings"
     systemd-analyze security --offline=yes --root="$root" --threshold=15 $unit >"$work/security" ||
