@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "host/commands/arguments/expected_generation.h"
-#include "host/commands/arguments/mailbox_ids.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/commands/held.h"
@@ -30,6 +29,7 @@
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
+#include "host/view/mailbox_ids.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

@@ -40,6 +40,7 @@
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "host/tree/tree_root.h"
+#include "host/view/mail_json.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -64,33 +65,17 @@ struct Given {
 
 // ---- what is meant
 
-std::vector<HeldRecord> RecordsOf(const CPopProfile& profile) {
-    auto records = HeldStore(profile.path).List();
-    if (!records) throw CommandError(kCannotWrite, Tr("cannot read \"{0}\"", ShowPath(profile.path + "\\held")));
-    return *std::move(records);
-}
-
 bool IsCalled(const HeldAddress& waiting, const std::string& name) {
     return name.empty() || ShowPath(waiting.folder) == name || Lower(ShowText(waiting.address)) == Lower(name) ||
            SameMailbox(waiting.address, name);
-}
-
-// An address that was changed since is known by its new one.
-void NameAsNow(const CPopProfile& profile, HeldRecord& record) {
-    for (HeldAddress& waiting : record.addresses) {
-        for (const auto& address : profile.forward_addresses) {
-            if (IsOf(waiting, *address)) waiting.address = address->setting.address;
-        }
-    }
 }
 
 // The records with these ids, or all of them; of each the addresses that are meant.
 std::vector<HeldRecord> Chosen(const CPopProfile& profile, const Given& given) {
     std::vector<HeldRecord> chosen;
     std::set<int> missing(given.ids.begin(), given.ids.end());
-    for (HeldRecord& record : RecordsOf(profile)) {
+    for (HeldRecord& record : HeldRecordsOf(profile)) {
         if (!given.ids.empty() && missing.erase(record.id) == 0) continue;
-        NameAsNow(profile, record);
         std::erase_if(record.addresses, [&](const HeldAddress& one) { return !IsCalled(one, given.address); });
         if (given.address.empty() || !record.addresses.empty()) chosen.push_back(std::move(record));
     }
@@ -118,38 +103,6 @@ std::vector<HeldChoice> ChoiceOf(const std::vector<HeldRecord>& records) {
 std::string NextTry(const HeldAddress& waiting, CTime now) {
     if (waiting.next_try == 0) return Tr("when told");
     return waiting.next_try <= now ? Tr("now") : Tr("in {0}", ShowSpan(waiting.next_try - now));
-}
-
-Json MomentOrNull(CTime moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment)); }
-
-Json JsonOf(const HeldAddress& waiting) {
-    Json answers = Json::array();
-    for (const HeldAnswer& answer : waiting.answers) {
-        answers.push_back({{"time", MomentOrNull(answer.time)}, {"reply", Utf8OfServerText(answer.reply)}});
-    }
-    return {{"address", Utf8FromText(waiting.address)},
-            {"path", ShowPath(waiting.folder)},
-            {"stage", Word(waiting.stage)},
-            {"class", Word(waiting.failure_class)},
-            {"reply", Utf8OfServerText(waiting.reply)},
-            {"tries", waiting.tries},
-            {"last_try", MomentOrNull(waiting.last_try)},
-            {"next_try", MomentOrNull(waiting.next_try)},
-            {"answers", std::move(answers)}};
-}
-
-Json JsonOf(const std::string& profile, const HeldRecord& record) {
-    Json addresses = Json::array();
-    for (const HeldAddress& waiting : record.addresses) addresses.push_back(JsonOf(waiting));
-    return {{"profile", profile},
-            {"id", record.id},
-            {"kind", Word(record.kind)},
-            {"uidl", Utf8FromText(record.uidl)},
-            {"digest", Utf8FromText(record.digest)},
-            {"set_aside", MomentOrNull(record.set_aside)},
-            {"bytes", record.bytes},
-            {"damage", record.damage.empty() ? Json() : Json(record.damage)},
-            {"addresses", std::move(addresses)}};
 }
 
 void AddRows(Table& table, const std::string& profile, const HeldRecord& record, CTime now) {

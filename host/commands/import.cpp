@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "host/commands/arguments/key_options.h"
-#include "host/commands/arguments/mailbox_ids.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
 #include "host/import/import_plan.h"
@@ -27,6 +26,7 @@
 #include "host/terminal/wording.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
+#include "host/view/mailbox_ids.h"
 
 namespace tarvex::host {
 namespace {

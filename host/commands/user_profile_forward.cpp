@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "host/commands/arguments/key_options.h"
-#include "host/commands/arguments/mailbox_ids.h"
 #include "host/commands/arguments/many_profiles.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
@@ -30,6 +29,7 @@
 #include "host/tree/listing.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
+#include "host/view/mailbox_ids.h"
 
 namespace tarvex::host {
 namespace {

@@ -26,6 +26,7 @@
 #include "host/terminal/table.h"
 #include "host/terminal/wording.h"
 #include "host/tree/account_text.h"
+#include "host/tree/listing_json.h"
 #include "host/tree/names.h"
 #include "host/tree/readiness.h"
 #include "tarvex/conversion.h"
@@ -95,29 +96,6 @@ Json JsonOfTerms(const CScheduleSetting& schedule) {
     return terms;
 }
 
-Json JsonOf(const CRootPath& root, const CUser& user) {
-    Json json = {{"path", ShownName(root, user.path)}};
-    AddKeys(json, user.setting);
-    json["profiles"] = user.profiles.size();
-    return json;
-}
-
-Json JsonOf(const CRootPath& root, const CPopProfile& profile) {
-    Json json = {{"path", ShownName(root, profile.path)}};
-    AddKeys(json, profile.setting);
-    json["sends_through"] = JsonOfAccount(profile);
-    json["wait_seconds"] = IntervalSeconds(profile.setting.timer);
-    json["forwards"] = profile.forward_addresses.size();
-    return json;
-}
-
-Json JsonOf(const CRootPath& root, const CForwardAddress& forward) {
-    Json json = {{"path", ShownName(root, forward.path)}};
-    AddKeys(json, forward.setting);
-    json["schedule"] = JsonOfTerms(forward.schedule);
-    return json;
-}
-
 void RequireLoaded(const CLoaded& loaded) {
     if (!loaded.whole) throw CommandError(kCannotWrite, WhyNotLoaded(loaded));
 }
@@ -167,6 +145,29 @@ std::string ShortSchedule(const CScheduleSetting& schedule) {
 }
 
 }  // namespace
+
+Json JsonOf(const CRootPath& root, const CUser& user) {
+    Json json = {{"path", ShownName(root, user.path)}};
+    AddKeys(json, user.setting);
+    json["profiles"] = user.profiles.size();
+    return json;
+}
+
+Json JsonOf(const CRootPath& root, const CPopProfile& profile) {
+    Json json = {{"path", ShownName(root, profile.path)}};
+    AddKeys(json, profile.setting);
+    json["sends_through"] = JsonOfAccount(profile);
+    json["wait_seconds"] = IntervalSeconds(profile.setting.timer);
+    json["forwards"] = profile.forward_addresses.size();
+    return json;
+}
+
+Json JsonOf(const CRootPath& root, const CForwardAddress& forward) {
+    Json json = {{"path", ShownName(root, forward.path)}};
+    AddKeys(json, forward.setting);
+    json["schedule"] = JsonOfTerms(forward.schedule);
+    return json;
+}
 
 Unread ListUsers(const CRootPath& root, Form form) {
     Unread unread;

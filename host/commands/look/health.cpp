@@ -14,13 +14,13 @@
 #include "host/commands/arguments/submit.h"
 #include "host/commands/arguments/usage.h"
 #include "host/commands/commands.h"
-#include "host/commands/look/asked_state.h"
 #include "host/history/run_words.h"
 #include "host/language/tr.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"
 #include "host/tree/tree_root.h"
+#include "host/view/asked_state.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {

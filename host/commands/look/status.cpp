@@ -14,8 +14,6 @@
 #include "host/commands/arguments/profile_arguments.h"
 #include "host/commands/arguments/submit.h"
 #include "host/commands/commands.h"
-#include "host/commands/look/asked_state.h"
-#include "host/commands/look/status_words.h"
 #include "host/history/run_words.h"
 #include "host/language/tr.h"
 #include "host/settings/host_setting.h"
@@ -27,39 +25,20 @@
 #include "host/terminal/wording.h"
 #include "host/tree/account_text.h"
 #include "host/tree/tree_root.h"
+#include "host/view/asked_state.h"
+#include "host/view/status_json.h"
+#include "host/view/status_words.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
 
-constexpr std::size_t kReasonWidth = 60;
 // Columns of the table that a narrow terminal can do without, by their places.
 constexpr std::size_t kAddress = 1;
 constexpr std::size_t kRuns = 4;
 constexpr std::size_t kFailed = 5;
 constexpr std::size_t kDelivered = 6;
 constexpr std::size_t kCopies = 7;
-
-std::string HowTheLastRunEnded(const ProfileState& status) {
-    if (!status.trouble.empty()) return Tr("see below");
-    if (!status.history) return status.ran_unrecorded ? Tr("no record yet") : "";
-    return HowItEnded(status.history->last.result, status.history->failed_in_a_row, kReasonWidth);
-}
-
-std::string LastRun(const ProfileState& status) {
-    if (status.history) return ShowTime(status.history->last.started);
-    return status.ran_unrecorded ? ShowTime(status.last_due) : Tr("never");
-}
-
-std::string NextDue(const ProfileState& status, CTime now) {
-    if (status.running) {
-        const RunNow& run = *status.running;
-        return Tr("running: fetched {0} of {1}, delivered {2}", run.messages_fetched, run.messages_to_fetch,
-                  run.messages_delivered);
-    }
-    if (!status.switched_on) return Tr("switched off");
-    return status.next_due <= now ? Tr("now") : Tr("in {0}", ShowSpan(status.next_due - now));
-}
 
 // A terminal is not left to break the line where it wants.
 void PrintWrapped(const std::string& text) {
@@ -95,121 +74,14 @@ void PrintSharedServers(const std::vector<ProfileState>& all) {
     }
 }
 
-Json JsonOfMoment(CTime moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment)); }
-
-// What ended the last run, with everything that is known of it.
-Json JsonOfFailure(const CRunResult& result) {
-    const CRunFailure* const failure = FailureOf(result);
-    if (!failure) return {};
-    return {{"conversation", failure == &result.mailbox ? "mailbox" : "delivery"},
-            {"stage", Word(failure->stage)},
-            {"class", Word(failure->failure_class)},
-            {"reply", Utf8OfServerText(failure->reply)},
-            {"reason", Utf8OfServerText(failure->reason)},
-            {"id", Utf8FromText(failure->uidl)},
-            {"sender", Utf8FromText(failure->sender)},
-            {"recipient", Utf8FromText(failure->recipient)}};
-}
-
-void AddHistory(Json& entry, const ProfileHistory& history) {
-    const CRunResult& last = history.last.result;
-    entry["last_run"] = JsonOfMoment(history.last.started);
-    entry["ended"] = history.runs == 0 ? Json() : Json(Word(last.ending));
-    entry["reason"] = IsFailure(last.ending) && history.runs > 0 ? Json(Utf8OfServerText(ReasonOf(last))) : Json();
-    entry["failure"] = JsonOfFailure(last);
-    entry["failed_in_a_row"] = history.failed_in_a_row;
-    entry["failing_since"] = JsonOfMoment(history.failing_since);
-    entry["last_good_run"] = JsonOfMoment(history.last_good);
-    entry["runs"] = history.runs;
-    entry["failed"] = history.failed;
-    entry["fetched"] = history.fetched;
-    entry["not_fetched"] = history.not_fetched;
-    entry["delivered"] = history.delivered;
-    entry["copies"] = history.copies;
-}
-
-Json JsonOf(const std::optional<RunNow>& run) {
-    if (!run) return {};
-    return {{"bytes_received", run->bytes_received},
-            {"bytes_sent", run->bytes_sent},
-            {"messages_to_fetch", run->messages_to_fetch},
-            {"messages_fetched", run->messages_fetched},
-            {"messages_delivered", run->messages_delivered}};
-}
-
-Json JsonOf(const std::optional<Blocking>& blocking) {
-    if (!blocking) return {};
-    return {{"rule", blocking->rule.empty() ? Json() : Json(blocking->rule)},
-            {"message", blocking->message.empty() ? Json() : Json(Utf8OfServerText(blocking->message))},
-            {"until", JsonOfMoment(blocking->until)}};
-}
-
-Json JsonOfRemembered(const ProfileState& status) {
-    Json json = Json::object();
-    for (const auto& [matter, name, sentence] : ToldMatters()) {
-        json[name] = Json::array();
-        const auto notes = status.remembered.find(matter);
-        if (notes == status.remembered.end()) continue;
-        for (const auto& [subject, note] : notes->second) {
-            json[name].push_back({{"subject", Utf8OfServerText(subject)},
-                                  {"count", note.count},
-                                  {"since", JsonOfMoment(note.since)},
-                                  {"last", JsonOfMoment(note.last)},
-                                  {"next", JsonOfMoment(note.next)},
-                                  {"words", Utf8OfServerText(note.words)}});
-        }
-    }
-    return json;
-}
-
 using Untold = std::map<std::string, std::vector<UntoldReader>>;
-
-Json JsonOfUntold(const Untold& untold, const std::string& profile) {
-    Json list = Json::array();
-    const auto readers = untold.find(profile);
-    if (readers == untold.end()) return list;
-    for (const auto& [reader, alert] : readers->second) {
-        list.push_back({{"to", reader.Name()},
-                        {"since", JsonOfMoment(alert.since)},
-                        {"tries", alert.tries},
-                        {"next_try", JsonOfMoment(alert.next_try)},
-                        {"words", alert.words}});
-    }
-    return list;
-}
-
-Json JsonOfBlocking(const AskedState& tree, const ProfileState& status, CTime now) {
-    const bool is_old = !tree.held_back.empty() && status.trouble == tree.held_back;
-    return JsonOf(is_old ? Blocking{"generation", {}, 0} : WhatBlocks(status, now));
-}
 
 void PrintAsJson(const AskedState& tree, const Untold& untold, bool has_rules, CTime now) {
     Json list = Json::array();
     for (const ProfileState& status : tree.profiles) {
-        Json entry;
-        entry["path"] = status.name;
-        entry["address"] = status.address;
-        entry["switched_on"] = status.switched_on;
-        entry["log"] = status.has_log;
-        entry["rules"] = has_rules;
-        entry["sends_through"] = status.sends_through;
-        entry["due"] = status.switched_on && status.next_due <= now;
-        entry["next_due"] = status.switched_on && status.next_due > now ? Json(ShowIsoTime(status.next_due)) : Json();
-        entry["next_try"] = JsonOfMoment(NextTry(status, now).value_or(0));
-        entry["running"] = JsonOf(status.running);
-        AddHistory(entry, status.history.value_or(ProfileHistory()));
-        entry["held"] = {{"messages", status.held.messages},
-                         {"copies", status.held.copies},
-                         {"damaged", status.held.damaged},
-                         {"bytes", status.held.bytes},
-                         {"next_try", JsonOfMoment(status.held.next_try)}};
-        entry["blocked_by"] = JsonOfBlocking(tree, status, now);
-        entry["remembered"] = JsonOfRemembered(status);
-        entry["wants_login"] = status.wants_login.empty() ? Json() : Json(status.wants_login);
-        entry["clear_login"] = !status.clear_login.empty();
-        entry["alerts_failing"] = JsonOfUntold(untold, status.name);
-        entry["trouble"] = status.trouble.empty() ? Json() : Json(status.trouble);
-        list.push_back(std::move(entry));
+        const auto readers = untold.find(status.name);
+        list.push_back(JsonOf(tree, status, readers == untold.end() ? std::vector<UntoldReader>() : readers->second,
+                              has_rules, now));
     }
     PrintJson(list);
 }

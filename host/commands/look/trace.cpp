@@ -23,6 +23,7 @@
 #include "host/terminal/wording.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
+#include "host/view/mail_json.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -42,25 +43,6 @@ struct Options {
 
 std::string ShowLength(Milliseconds length) {
     return length < 10 * kSecond ? Tr("{0} ms", length) : ShowSpan(length / kSecond);
-}
-
-std::string Say(CopyFate fate) {
-    switch (fate) {
-        case CopyFate::Sent:
-            return Tr("sent");
-        case CopyFate::HadAlready:
-            return Tr("not sent, has it already");
-        case CopyFate::Refused:
-            return Tr("refused and set aside");
-        case CopyFate::Parked:
-            return Tr("set aside, for the address is parked");
-        case CopyFate::Report:
-            return Tr("set aside, a delivery report about an address of this profile");
-        case CopyFate::Loop:
-            return Tr("set aside, it came back from where it was sent");
-        default:
-            return Tr("waits for a later run");
-    }
 }
 
 bool IsSetAside(const TracedCopy& copy) {
@@ -120,32 +102,6 @@ void Print(const FoundMail& found) {
     if (found.waits) {
         std::cout << "    " << Tr("`tarvex status {0}` says when the next run is", found.profile) << '\n';
     }
-}
-
-Json JsonOfMoment(Milliseconds moment) { return moment == 0 ? Json() : Json(ShowIsoTime(moment / kSecond)); }
-
-Json JsonOf(const FoundMail& found) {
-    const TracedMail& mail = found.mail;
-    const CHeadlines headlines = HeadlinesOf(mail.header);
-    Json json = {{"message", HandleOf(found)},
-                 {"profile", found.profile},
-                 {"subject", Utf8OfServerText(headlines.subject)},
-                 {"from", Utf8OfServerText(headlines.from)},
-                 {"message_id", Utf8OfServerText(headlines.message_id)},
-                 {"id", Utf8OfServerText(mail.uidl)},
-                 {"bytes", mail.bytes},
-                 {"fetched", JsonOfMoment(mail.fetched)},
-                 {"waits", found.waits},
-                 {"copies", Json::array()}};
-    for (const TracedCopy& copy : mail.copies) {
-        json["copies"].push_back({{"address", Utf8OfServerText(copy.address)},
-                                  {"fate", Word(copy.fate)},
-                                  {"offered", JsonOfMoment(copy.offered)},
-                                  {"ended", JsonOfMoment(copy.ended)},
-                                  {"milliseconds", copy.offered == 0 ? Json() : Json(copy.ended - copy.offered)},
-                                  {"words", Utf8OfServerText(copy.words)}});
-    }
-    return json;
 }
 
 std::vector<FoundMail> Find(const std::string& directory, const MailSearch& search) {

@@ -7,13 +7,13 @@
 #include <iostream>
 #include <vector>
 
-#include "host/commands/arguments/mailbox_ids.h"
 #include "host/commands/arguments/submit.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/process.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
+#include "host/view/mailbox_ids.h"
 
 namespace tarvex::host {
 namespace {

@@ -105,7 +105,8 @@ std::string CannotStart(int error) { return std::string("cannot be started: ") +
 }  // namespace
 
 ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milliseconds time, std::size_t most_bytes,
-                       const std::function<bool()>& stops, std::string_view input) {
+                       const std::function<bool()>& stops, std::string_view input,
+                       const std::function<void(std::string_view)>& on_piece) {
     if (words.empty()) return {{}, "is empty"};
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) return {{}, CannotStart(errno)};
@@ -132,7 +133,9 @@ ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milli
         const ssize_t count = read(reading.Get(), piece.data(), piece.size());
         if (count < 0 && errno == EINTR) continue;
         open = count > 0;
-        if (open) output.printed.append(piece.data(), static_cast<std::size_t>(count));
+        if (!open) continue;
+        output.printed.append(piece.data(), static_cast<std::size_t>(count));
+        if (on_piece) on_piece({piece.data(), static_cast<std::size_t>(count)});
         if (output.printed.size() > most_bytes)
             return {{}, "printed more than " + std::to_string(most_bytes) + " bytes"};
     }

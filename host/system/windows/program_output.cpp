@@ -102,7 +102,8 @@ bool ReadWaiting(HANDLE pipe, std::string& text) {
 }  // namespace
 
 ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milliseconds time, std::size_t most_bytes,
-                       const std::function<bool()>& stops, std::string_view input) {
+                       const std::function<bool()>& stops, std::string_view input,
+                       const std::function<void(std::string_view)>& on_piece) {
     if (words.empty()) return {{}, "is empty"};
     Handle reading;
     Handle writing;
@@ -127,7 +128,9 @@ ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milli
     };
     for (bool runs = true; runs;) {
         runs = WaitForSingleObject(process.Get(), kLook_ms) != WAIT_OBJECT_0;
+        const std::size_t before = output.printed.size();
         ReadWaiting(reading.Get(), output.printed);
+        if (on_piece && output.printed.size() > before) on_piece(std::string_view(output.printed).substr(before));
         if (output.printed.size() > most_bytes)
             return give_up("printed more than " + std::to_string(most_bytes) + " bytes");
         if (!runs) break;

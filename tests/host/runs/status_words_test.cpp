@@ -1,6 +1,6 @@
 // What `tarvex status` says below its table, and that it fits a terminal.
 
-#include "host/commands/look/status_words.h"
+#include "host/view/status_words.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

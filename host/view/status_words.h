@@ -1,6 +1,6 @@
 #pragma once
 
-// What `tarvex status` says of a profile below the table.
+// How a profile is doing, in words.
 
 #include <cstddef>
 #include <string>
@@ -11,7 +11,12 @@
 
 namespace tarvex::host {
 
-// Each a sentence or two on one line, fit to be shown.
+// For a table: how its last run ended, when that began, and when the next is due, or how far it is.
+std::string HowTheLastRunEnded(const ProfileState& status);
+std::string LastRun(const ProfileState& status);
+std::string NextDue(const ProfileState& status, CTime now);
+
+// What there is to say below a table: each a sentence or two on one line, fit to be shown.
 std::vector<std::string> RemarksOn(const ProfileState& state, CTime now);
 
 // In lines of at most so many columns, all but the first behind an indent.

@@ -23,4 +23,8 @@ struct AskedState : TreeState {
 AskedState AskForState(const CRootPath& root, const std::vector<std::string>& names, const std::string& directory,
                        std::chrono::milliseconds patience = std::chrono::seconds(2));
 
+// The same of profiles that have been chosen: none for none.
+AskedState AskForState(const CRootPath& root, const std::vector<NamedProfile>& profiles, const std::string& directory,
+                       std::chrono::milliseconds patience = std::chrono::seconds(2));
+
 }  // namespace tarvex::host

@@ -1,6 +1,6 @@
 // Asks the service, where there is one, and adds what it says to what the files say.
 
-#include "host/commands/look/asked_state.h"
+#include "host/view/asked_state.h"
 
 #include <algorithm>
 
@@ -40,7 +40,12 @@ void AddReport(const std::string& directory, std::chrono::milliseconds patience,
 
 AskedState AskForState(const CRootPath& root, const std::vector<std::string>& names, const std::string& directory,
                        std::chrono::milliseconds patience) {
-    AskedState tree{StateOf(root, ChosenProfiles(root, names), directory)};
+    return AskForState(root, ChosenProfiles(root, names), directory, patience);
+}
+
+AskedState AskForState(const CRootPath& root, const std::vector<NamedProfile>& profiles, const std::string& directory,
+                       std::chrono::milliseconds patience) {
+    AskedState tree{StateOf(root, profiles, directory)};
     AddReport(directory, patience, tree);
     return tree;
 }

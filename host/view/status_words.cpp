@@ -1,6 +1,6 @@
 // Says why a profile fails since when, what blocks it, what waits, and when it is tried next.
 
-#include "host/commands/look/status_words.h"
+#include "host/view/status_words.h"
 
 #include <algorithm>
 #include <optional>
@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::size_t kWordsWidth = 200;
 constexpr std::size_t kIdWidth = 70;
+constexpr std::size_t kReasonWidth = 60;
 
 std::string WhenTried(std::optional<CTime> next, CTime now) {
     if (!next) return {};
@@ -75,6 +76,27 @@ std::string ClockWasWrong(const ProfileState& state, CTime now) {
 }
 
 }  // namespace
+
+std::string HowTheLastRunEnded(const ProfileState& status) {
+    if (!status.trouble.empty()) return Tr("see below");
+    if (!status.history) return status.ran_unrecorded ? Tr("no record yet") : "";
+    return HowItEnded(status.history->last.result, status.history->failed_in_a_row, kReasonWidth);
+}
+
+std::string LastRun(const ProfileState& status) {
+    if (status.history) return ShowTime(status.history->last.started);
+    return status.ran_unrecorded ? ShowTime(status.last_due) : Tr("never");
+}
+
+std::string NextDue(const ProfileState& status, CTime now) {
+    if (status.running) {
+        const RunNow& run = *status.running;
+        return Tr("running: fetched {0} of {1}, delivered {2}", run.messages_fetched, run.messages_to_fetch,
+                  run.messages_delivered);
+    }
+    if (!status.switched_on) return Tr("switched off");
+    return status.next_due <= now ? Tr("now") : Tr("in {0}", ShowSpan(status.next_due - now));
+}
 
 std::vector<std::string> RemarksOn(const ProfileState& state, CTime now) {
     std::vector<std::string> remarks;

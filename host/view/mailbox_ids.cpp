@@ -1,6 +1,6 @@
 // Lists a mailbox for commands that let its mail count as handled.
 
-#include "host/commands/arguments/mailbox_ids.h"
+#include "host/view/mailbox_ids.h"
 
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
