@@ -154,7 +154,9 @@ bool IsNameOfTree(std::string_view name) {
     if (first == "providers.d") return IsPlain(name) && name.ends_with(".def");
     if (first == ".tarvex") {
         if (IsOneOf(name, {"sent.db", "sent.recent", "history.db", "generation"})) return true;
-        return TakePart(name) == "tokens" && IsPlain(name) && name.ends_with(".json");
+        const std::string_view folder = TakePart(name);
+        return IsPlain(name) &&
+               ((folder == "tokens" && name.ends_with(".json")) || (folder == "console" && name.ends_with(".code")));
     }
     if (!IsFolder(first, "user")) return false;
     if (IsOneOf(name, {"userset.def", "host.def"})) return true;

@@ -127,6 +127,7 @@ private:
         AddFile(root_.path + kHostSettingFile);
         AddFolder(root_.path + "\\providers.d", ".def");
         AddFolder(root_.path + "\\.tarvex\\tokens", ".json");
+        AddFolder(root_.path + "\\.tarvex\\console", ".code");
         for (const Part& user : users_) AddFile(user.path + kHostSettingFile);
         for (const Part& profile : profiles_) {
             AddFile(profile.path + kHostSettingFile);

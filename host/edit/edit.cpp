@@ -13,11 +13,13 @@
 #include "host/edit/rules_edit.h"
 #include "host/edit/schedule_edit.h"
 #include "host/language/tr.h"
+#include "host/saving/console_files.h"
 #include "host/saving/directories.h"
 #include "host/saving/saving.h"
 #include "host/settings/file_names.h"
 #include "host/settings/host_setting.h"
 #include "host/settings/keys.h"
+#include "host/settings/login_password.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
@@ -45,6 +47,7 @@ void RequireLoaded(const Loaded& loaded) {
 
 class Editor {
 public:
+    // The request outlives it.
     Editor(CRootPath& root, const EditRequest& request) : root_(root), request_(request) {}
 
     std::string Apply() {
@@ -180,12 +183,23 @@ private:
     CString unsynced_;
 };
 
+// The passwords of users are kept as hashes; without rules as they are, for other hosts of the tree.
+EditRequest AsKept(const CRootPath& root, EditRequest request) {
+    const auto password = request.secrets.find("password");
+    if (request.kind != EditKind::User || password == request.secrets.end() || !HasRules(root.path)) return request;
+    if (!password->second.empty()) password->second = HashedPassword(password->second);
+    return request;
+}
+
 std::string Editor::EditUser() {
     if (request_.verb == EditVerb::Add) return AddUser();
     CUser& user = FindUser(root_, request_.name);
     if (request_.verb == EditVerb::Remove) {
         const std::vector<CString> profiles = PathsOf(user);
-        return RemoveFromDisk(user, [&] { root_.DeleteUser(&user); }) + ForgetLogins(profiles);
+        const std::string name = Shown(user.path);
+        const std::string removed = RemoveFromDisk(user, [&] { root_.DeleteUser(&user); });
+        if (unsynced_.empty()) RemoveConsoleFile(root_.path, CodeFileOf(name));  // the folder may be another's next
+        return removed + ForgetLogins(profiles);
     }
     if (request_.verb != EditVerb::Set) UnknownEdit();
     RequireLoaded(user.setting_loaded);
@@ -405,7 +419,8 @@ std::string EditName(const EditRequest& request) {
 int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
     reply = {};
     try {
-        Editor editor(root, request);
+        const EditRequest as_kept = AsKept(root, request);
+        Editor editor(root, as_kept);
         reply.printed = editor.Apply();
         if (request.verb == EditVerb::Add && HasRules(root.path)) OrderByNumber(root);
         if (editor.Unsynced().empty()) return kDone;

@@ -17,7 +17,8 @@
 namespace tarvex::host {
 
 enum class EditKind { User, Profile, Forward, Schedule, Rules, Tree };
-// Schedules are switched, and are not set. Rules are added to a tree that has none, and set. The last four are of
+// Schedules are switched; to set one replaces its terms without dates. Rules are added to a tree that has none, and
+// set. The last four are of
 // profiles and forwarding addresses (host/held/memory_edit.h): a profile that waits may send, what is in the mailbox
 // counts as handled (and the profile waits no longer), what was sent goes out again, a profile waits for an answer. A
 // tree that is an old copy is accepted or caught up with (host/edit/tree_edit.h).
@@ -44,7 +45,7 @@ struct EditRequest {
     bool again = false;                          // add: also what the tree has already
     std::vector<std::string> uidls;              // of a new forwarding address, and to catch up: ids that count as
                                                  // handled; to resend: the one message, or none for all
-    std::string terms;                           // of a schedule, add: as ParseTerms reads them
+    std::string terms;                           // of a schedule, add: as ParseTerms reads them; set: a line for each
     std::optional<std::size_t> term_number;      // of a schedule, else: counted from 1; all terms when there is none
     std::string expected;  // remove: what the confirmation prompt said (WhatGoes); nothing is removed when that has
                            // changed since. Empty when nobody was asked

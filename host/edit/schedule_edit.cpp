@@ -3,6 +3,7 @@
 #include "host/edit/schedule_edit.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "host/language/tr.h"
 #include "host/settings/schedule_text.h"
@@ -68,10 +69,31 @@ std::string SwitchTerms(CScheduleSetting& schedule, const EditRequest& request) 
     return said + WhatRemains(schedule);
 }
 
+// In the place of the terms that come again, line by line. Those with dates stay.
+std::string SetWeek(CScheduleSetting& schedule, const std::string& lines) {
+    std::istringstream stream(lines);
+    CScheduleSetting after;
+    const auto add = [&after](const CTerm& term) {
+        if (after.AddNewTerm(&term) < 0) throw CommandError(kBroken, Tr("not enough memory"));
+    };
+    for (std::string line; std::getline(stream, line);) {
+        for (const CTerm& term : ParseTerms(line)) add(term);
+    }
+    for (const auto& term : schedule.terms) {
+        if (term->kind == TERM_DEFINED_TERM) add(*term);
+    }
+    schedule = after;
+    std::string said;
+    for (std::size_t i = 0; i < schedule.terms.size(); ++i) said += Line(i + 1, *schedule.terms[i]);
+    return said + WhatRemains(schedule);
+}
+
 std::string Change(CScheduleSetting& schedule, const EditRequest& request) {
     switch (request.verb) {
         case EditVerb::Add:
             return AddTerms(schedule, request.terms);
+        case EditVerb::Set:
+            return SetWeek(schedule, request.terms);
         case EditVerb::Remove:
             return RemoveTerms(schedule, request);
         case EditVerb::SwitchOn:

@@ -225,20 +225,91 @@ std::string DescribeOn(const CTerm& term) {
     return Tr("once, from {0} to {1}", DateText(start), DateText(end));
 }
 
+constexpr int kSlot_minutes = kDayMinutes / static_cast<int>(kSlotsADay);
+
+CTerm MadeTerm(int kind, const Moment& start, const Moment& end) {
+    CTerm term;
+    term.status = 1;
+    term.kind = kind;
+    term.start = FileText(start);
+    term.end = FileText(end);
+    return term;
+}
+
+bool CountsForWeek(const CTerm& term) {
+    return term.status != 0 && (term.kind == TERM_EVERY_DAY || IsWeekday(term.kind));
+}
+
+void Mark(Week& week, int day, int start, int end) {
+    for (int slot = start / kSlot_minutes; slot * kSlot_minutes < end; ++slot)
+        week[static_cast<std::size_t>(day % kDaysAWeek)].set(static_cast<std::size_t>(slot));
+}
+
+void MarkTerm(Week& week, int kind, int start, int end) {
+    if (kind == TERM_EVERY_DAY) {
+        for (int day = 0; day < kDaysAWeek; ++day) {
+            if (start == end) Mark(week, day, 0, kDayMinutes);
+            Mark(week, day, start < end ? start : 0, end);
+            if (start > end) Mark(week, day, start, kDayMinutes);
+        }
+        return;
+    }
+    const int day = kind - TERM_EVERY_SUN;
+    if (start < end) return Mark(week, day, start, end);
+    Mark(week, day, start, kDayMinutes);
+    if (kind != TERM_EVERY_FRI) Mark(week, day + 1, 0, end);  // see DescribeWeekday
+}
+
+// The spans of a day, by their first and last slots.
+std::vector<std::pair<int, int>> SpansOf(const std::bitset<kSlotsADay>& day) {
+    std::vector<std::pair<int, int>> spans;
+    for (std::size_t slot = 0; slot < kSlotsADay; ++slot) {
+        if (!day.test(slot)) continue;
+        const std::size_t first = slot;
+        while (slot < kSlotsADay && day.test(slot)) ++slot;
+        spans.emplace_back(static_cast<int>(first), static_cast<int>(slot));
+    }
+    return spans;
+}
+
 }  // namespace
+
+std::optional<Week> WeekOf(const CScheduleSetting& schedule) {
+    Week week;
+    for (const auto& term : schedule.terms) {
+        if (!CountsForWeek(*term)) continue;
+        const auto span = SpanOf(*term);
+        if (!span) return std::nullopt;
+        MarkTerm(week, term->kind, span->start.minute, span->end.minute);
+    }
+    if (schedule.terms.empty()) week.fill(std::bitset<kSlotsADay>().set());
+    return week;
+}
+
+bool IsWholeWeek(const CScheduleSetting& schedule) {
+    return std::ranges::all_of(schedule.terms, [](const auto& term) {
+        if (!CountsForWeek(*term)) return true;
+        const auto span = SpanOf(*term);
+        return span && span->start.minute % kSlot_minutes == 0 && span->end.minute % kSlot_minutes == 0;
+    });
+}
+
+std::vector<CTerm> TermsOfWeek(const Week& week) {
+    std::vector<CTerm> terms;
+    const bool is_daily = std::ranges::all_of(week, [&](const auto& day) { return day == week.front(); });
+    if (is_daily && week.front().all()) return terms;
+    for (int day = 0; day < (is_daily ? 1 : kDaysAWeek); ++day) {
+        for (const auto& [first, last] : SpansOf(week[static_cast<std::size_t>(day)])) {
+            terms.push_back(MadeTerm(is_daily ? TERM_EVERY_DAY : TERM_EVERY_SUN + day,
+                                     Moment{0, 0, 0, first * kSlot_minutes}, Moment{0, 0, 0, last * kSlot_minutes}));
+        }
+    }
+    return terms;
+}
 
 std::vector<CTerm> ParseTerms(std::string_view text) {
     const std::string lower = Lower(Trim(text));
     const std::string_view view = lower;
-    const auto make = [](int kind, const Moment& start, const Moment& end) {
-        CTerm term;
-        term.status = 1;
-        term.kind = kind;
-        term.start = FileText(start);
-        term.end = FileText(end);
-        return term;
-    };
-
     if (const std::size_t dots = view.find(".."); dots != std::string_view::npos) {
         const auto start = DateAndTime(Trim(view.substr(0, dots)), Moment{});
         if (!start) Refuse(text, Tr("it does not begin with a date"));
@@ -246,7 +317,7 @@ std::vector<CTerm> ParseTerms(std::string_view text) {
             DateAndTime(Trim(view.substr(dots + 2)), Moment{start->year, start->month, start->day, kDayMinutes});
         if (!end) Refuse(text, Tr("it does not end with a date or a time"));
         if (!(*start < *end)) Refuse(text, Tr("it ends before it begins, and would never hold"));
-        return {make(TERM_DEFINED_TERM, *start, *end)};
+        return {MadeTerm(TERM_DEFINED_TERM, *start, *end)};
     }
 
     const std::string_view days = view.substr(0, view.find(' '));
@@ -263,7 +334,7 @@ std::vector<CTerm> ParseTerms(std::string_view text) {
 
     std::vector<CTerm> terms;
     terms.reserve(kinds.size());
-    for (const int kind : kinds) terms.push_back(make(kind, Moment{0, 0, 0, *start}, Moment{0, 0, 0, *end}));
+    for (const int kind : kinds) terms.push_back(MadeTerm(kind, Moment{0, 0, 0, *start}, Moment{0, 0, 0, *end}));
     return terms;
 }
 
