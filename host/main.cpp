@@ -64,6 +64,7 @@ int main(int argc, char** argv) {
     AddGenerationCommand(app, context);
     AddImportCommands(app, context);
     AddBackupCommands(app, context);
+    AddConsoleCommands(app, context);
     app.add_subcommand("demo", Tr("Forward a small mailbox between two servers on this machine, and show it."))
         ->callback([&context] { context.command = Demo; });
 

@@ -41,6 +41,7 @@ void AddGenerationCommand(CLI::App& app, Context& context);
 void AddImportCommands(CLI::App& app, Context& context);
 void AddBackupCommands(CLI::App& app, Context& context);
 void AddSetupCommand(CLI::App& app, Context& context);
+void AddConsoleCommands(CLI::App& app, Context& context);
 
 // Parts of commands that `tarvex setup` has, too. They throw CommandError.
 

@@ -40,6 +40,9 @@ public:
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
     int Run();
 
+    // Into the log; from any thread.
+    void Warn(const std::string& sentence) { log_.Warn(sentence, {LogMatter::Service}); }
+
 private:
     using Clock = std::chrono::steady_clock;
 

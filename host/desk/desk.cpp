@@ -1,0 +1,101 @@
+// The table of questions, and what all of them go through.
+
+#include "host/desk/desk.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string_view>
+
+#include "host/desk/visit.h"
+#include "host/language/tr.h"
+#include "host/settings/login_password.h"
+#include "host/system/command_error.h"
+
+namespace tarvex::host {
+namespace {
+
+enum class For { Anybody, Users, Administrators };
+
+struct Question {
+    std::string_view name;
+    For whom;
+    bool changes;  // wants the token of a form
+    AnswerFunction answer;
+};
+
+// Also the list that the tests of rights walk.
+constexpr std::array kQuestions = {
+    Question{"login", For::Anybody, false, AnswerLogin},
+    Question{"first-login", For::Anybody, false, AnswerFirstLogin},
+    Question{"logout", For::Users, true, AnswerLogout},
+    Question{"account", For::Users, false, AnswerAccount},
+    Question{"set-password", For::Users, true, AnswerSetPassword},
+    Question{"end-session", For::Users, true, AnswerEndSession},
+    Question{"begin-code", For::Users, true, AnswerBeginCode},
+    Question{"set-code", For::Users, true, AnswerSetCode},
+    Question{"overview", For::Users, false, AnswerOverview},
+    Question{"state", For::Users, false, AnswerState},
+    Question{"profile", For::Users, false, AnswerProfile},
+    Question{"log", For::Users, false, AnswerLog},
+    Question{"mails", For::Users, false, AnswerMails},
+    Question{"held", For::Users, false, AnswerHeld},
+    Question{"held-mail", For::Users, false, AnswerHeldMail},
+    Question{"history", For::Users, false, AnswerHistory},
+    Question{"users", For::Administrators, false, AnswerUsers},
+    Question{"rules", For::Administrators, false, AnswerRules},
+    Question{"change", For::Users, true, AnswerChange},
+    Question{"week", For::Users, true, AnswerWeek},
+    Question{"held-change", For::Users, true, AnswerHeldChange},
+    Question{"start", For::Users, true, AnswerStart},
+    Question{"job", For::Users, false, AnswerJobState},
+};
+
+Json AnswerAs(const Question& asked, Visit& visit) {
+    if (asked.whom != For::Anybody) visit.RequireUser();
+    if (asked.whom == For::Administrators) visit.RequireAdministrator();
+    if (asked.changes) visit.RequireFormToken();
+    return asked.answer(visit);
+}
+
+// Who is logged in is told all the same.
+Json Refused(const std::optional<Visit>& visit, const std::string& status, const std::string& message) {
+    Json answer = visit ? visit->Ok() : Json::object();
+    answer["status"] = status;
+    answer["message"] = message;
+    return answer;
+}
+
+}  // namespace
+
+struct Desk::Parts : DeskParts {};
+
+Desk::Desk(DeskOptions options) : parts_(std::make_unique<Parts>()) {
+    parts_->options = std::move(options);
+    TakePasswordsTime({});  // the first time takes twice as long
+}
+
+Desk::~Desk() = default;
+
+Json Desk::Answer(const Json& question) {
+    std::optional<Visit> visit;
+    try {
+        const auto* const asked = std::ranges::find(kQuestions, question.at("ask").get<std::string>(), &Question::name);
+        if (asked == kQuestions.end()) return Refused(visit, "bad", {});
+        const bool in_japanese = question.value("language", std::string()) == "ja";
+        const Speaking in(in_japanese ? Language::Japanese : Language::English);
+        try {
+            return AnswerAs(*asked, visit.emplace(*parts_, question));
+        } catch (const CommandError& error) {
+            return Refused(visit, "refused", error.what());
+        }
+    } catch (const Refusal& refusal) {
+        Json answer = Refused(visit, refusal.status, refusal.message);
+        if (refusal.wants_code) answer["code"] = true;
+        return answer;
+    } catch (const Json::exception&) {
+        return Refused(visit, "bad", {});
+    }
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,36 @@
+// Keeps the digest of the code of the first login.
+
+#include "host/desk/first_login.h"
+
+#include <charconv>
+
+#include "host/desk/sessions.h"
+#include "host/saving/console_files.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr const char* kFile = "first";
+
+}  // namespace
+
+std::string MakeFirstLogin(const std::string& directory, CTime now) {
+    std::string code = NewSecret();
+    WriteConsoleFile(directory, kFile, DigestOf(code) + ' ' + std::to_string(now + kFirstLoginSeconds) + '\n');
+    return code;
+}
+
+bool TakeFirstLogin(const std::string& directory, std::string_view code, CTime now) {
+    const auto content = ReadConsoleFile(directory, kFile);
+    if (!content) return false;
+    const std::size_t blank = content->find(' ');
+    if (blank == std::string::npos) return false;
+    CTime until = 0;
+    const char* const end = content->data() + content->size();
+    if (std::from_chars(content->data() + blank + 1, end, until).ec != std::errc()) return false;
+    const bool in_time = now <= until && now >= until - kFirstLoginSeconds;
+    if (!in_time || !AreSame(content->substr(0, blank), DigestOf(code))) return false;
+    return RemoveConsoleFile(directory, kFile);  // of two with the same code one is late
+}
+
+}  // namespace tarvex::host

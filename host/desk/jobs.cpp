@@ -1,0 +1,113 @@
+// Runs jobs on threads of their own and remembers what they said.
+
+#include "host/desk/jobs.h"
+
+#include <algorithm>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "host/desk/sessions.h"
+#include "host/language/tr.h"
+
+namespace tarvex::host {
+
+struct Jobs::Job : JobVoice {
+    Job(std::string the_owner, JobState the_state) : owner(std::move(the_owner)), state(std::move(the_state)) {}
+    ~Job() override {
+        stops = true;
+        if (thread.joinable()) thread.join();
+    }
+
+    void Print(std::string_view text) override {
+        const std::lock_guard lock(mutex);
+        const std::size_t room = kMostPrinted_bytes - std::min(kMostPrinted_bytes, state.printed.size());
+        state.printed.append(text.substr(0, room));
+    }
+    bool Stops() const override { return stops; }
+
+    void Do(const Work& work, Language language) {
+        const Speaking in(language);
+        std::pair<int, std::string> ended{70, "not enough memory"};
+        try {
+            ended = work(*this);
+        } catch (const std::exception& error) {
+            ended.second = error.what();
+        }
+        const std::lock_guard lock(mutex);
+        state.exit_code = ended.first;
+        state.error = std::move(ended.second);
+        state.done = true;
+        over = Clock::now();
+        has_ended.notify_all();
+    }
+
+    bool IsDone() {
+        const std::lock_guard lock(mutex);
+        return state.done;
+    }
+
+    const std::string owner;
+    std::mutex mutex;
+    std::condition_variable has_ended;
+    JobState state;                                     // by the mutex
+    Clock::time_point over = Clock::time_point::max();  // by the mutex
+    std::atomic<bool> stops{false};
+    std::thread thread;
+};
+
+Jobs::Jobs() = default;
+
+Jobs::~Jobs() {
+    for (const auto& [name, job] : jobs_) job->stops = true;
+}
+
+std::string Jobs::Begin(const std::string& owner, JobState state, Work work, std::chrono::milliseconds patience) {
+    Job* job = nullptr;
+    std::string name = NewSecret();
+    {
+        const std::lock_guard lock(mutex_);
+        Forget();
+        const auto is_under_way = [&](const auto& entry) {
+            return entry.second->owner == owner && !entry.second->IsDone();
+        };
+        if (jobs_.size() >= kMost ||
+            std::ranges::count_if(jobs_, is_under_way) >= static_cast<std::ptrdiff_t>(kMostOfOwner))
+            return {};
+        auto made = std::make_unique<Job>(owner, std::move(state));
+        job = made.get();
+        try {
+            job->thread =
+                std::thread([job, work = std::move(work), language = SpokenLanguage()] { job->Do(work, language); });
+        } catch (const std::system_error&) {
+            return {};
+        }
+        jobs_.emplace(name, std::move(made));
+    }
+    // Nobody forgets it meanwhile: it is remembered for longer than anybody waits.
+    std::unique_lock lock(job->mutex);
+    job->has_ended.wait_for(lock, patience, [job] { return job->state.done; });
+    return name;
+}
+
+std::optional<JobState> Jobs::Of(const std::string& owner, const std::string& name) {
+    const std::lock_guard lock(mutex_);
+    const auto found = jobs_.find(name);
+    if (found == jobs_.end() || found->second->owner != owner) return std::nullopt;
+    const std::lock_guard state_lock(found->second->mutex);
+    return found->second->state;
+}
+
+// Those that ended a while ago; and where there is no room, those that have ended at all.
+void Jobs::Forget() {
+    const auto before = [this](Clock::time_point moment) {
+        std::erase_if(jobs_, [moment](const auto& entry) {
+            const std::lock_guard lock(entry.second->mutex);
+            return entry.second->state.done && entry.second->over < moment;
+        });
+    };
+    before(Clock::now() - kRemembered);
+    if (jobs_.size() >= kMost) before(Clock::now() - std::chrono::minutes(1));
+}
+
+}  // namespace tarvex::host

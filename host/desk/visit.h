@@ -1,0 +1,136 @@
+#pragma once
+
+// One question, with the tree as it is now and the user who asks. What one may not see is not found: whoever asks for
+// it cannot tell whether it is there.
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/desk/attempts.h"
+#include "host/desk/desk.h"
+#include "host/desk/jobs.h"
+#include "host/desk/sessions.h"
+#include "host/edit/edit.h"
+#include "host/terminal/json.h"
+#include "host/tree/names.h"
+#include "tarvex/tarvex.h"
+
+namespace tarvex::host {
+
+struct DeskParts {
+    DeskOptions options;
+    Sessions sessions;
+    Attempts attempts;
+    std::mutex mutex;
+    std::map<std::string, std::int64_t> used_codes;  // the newest of each user, by the mutex
+    Jobs jobs;                                       // the last: its threads use the others
+};
+
+// Ends a question with another status than "ok".
+struct Refusal {
+    std::string status;
+    std::string message;
+    bool wants_code = false;  // of an authenticator
+};
+
+class Visit {
+public:
+    // Loads the tree. Throws Refusal.
+    Visit(DeskParts& parts, const Json& question);
+
+    DeskParts& Parts() const { return parts_; }
+    const std::string& Directory() const { return parts_.options.directory; }
+    const CRootPath& Root() const { return root_; }
+    void LoadAgain();  // nobody asks then, until EnterAs
+
+    // Finds out who asks. Throws Refusal ("login").
+    void RequireUser();
+    void RequireAdministrator() const;  // throws Refusal ("forbidden")
+    void RequireFormToken() const;      // throws Refusal ("forbidden")
+
+    const CUser& Who() const { return *who_; }
+    std::string WhoPath() const;
+    bool IsAdministrator() const { return who_ && who_->setting.administrator != 0; }
+    const Session& TheSession() const { return session_; }
+    std::string Caller() const;  // for the history: "taro (console)"
+    void EnterAs(const CUser& user, Session session);
+
+    // A field of the question; what is missing is empty. Throw Refusal ("bad") for one of another kind or size.
+    std::string Text(std::string_view key, std::size_t most_bytes = 1000) const;
+    std::int64_t Number(std::string_view key, std::int64_t otherwise) const;
+    bool Flag(std::string_view key) const;
+    std::map<std::string, std::string> Texts(std::string_view key) const;
+    std::vector<std::string> List(std::string_view key) const;
+
+    // What the field names, if the user may see it. Throw Refusal ("missing").
+    CUser& UserCalled(const std::string& path) const;
+    NamedProfile ProfileCalled(const std::string& path) const;
+    NamedForward ForwardCalled(const std::string& path) const;
+
+    // All profiles that the user may see, in the order of the tree.
+    std::vector<NamedProfile> Visible() const;
+
+    // {"status": "ok", "user": ..., "token": ...}
+    Json Ok() const;
+
+private:
+    const Json* Field(std::string_view key) const;
+    bool MaySee(const CUser& user) const { return IsAdministrator() || &user == who_; }
+
+    DeskParts& parts_;
+    const Json& question_;
+    CRootPath root_;
+    const CUser* who_ = nullptr;
+    Session session_;
+};
+
+// What is kept of a stored password in a session.
+std::string PasswordMark(const CUser& user);
+
+// Has the service make the edit, in a job where that takes longer; returns the answer.
+Json AnswerEdit(Visit& visit, EditRequest request);
+
+// The state of a job as an answer.
+Json AnswerJob(Visit& visit, const std::string& name);
+
+// ---- the answers, by file
+
+using AnswerFunction = Json (*)(Visit&);
+
+// desk_login.cpp
+Json AnswerLogin(Visit& visit);
+Json AnswerFirstLogin(Visit& visit);
+Json AnswerLogout(Visit& visit);
+Json AnswerAccount(Visit& visit);
+Json AnswerSetPassword(Visit& visit);
+Json AnswerEndSession(Visit& visit);
+Json AnswerBeginCode(Visit& visit);
+Json AnswerSetCode(Visit& visit);
+
+// desk_views.cpp
+Json AnswerOverview(Visit& visit);
+Json AnswerProfile(Visit& visit);
+Json AnswerLog(Visit& visit);
+Json AnswerMails(Visit& visit);
+Json AnswerHeld(Visit& visit);
+Json AnswerHeldMail(Visit& visit);
+Json AnswerHistory(Visit& visit);
+Json AnswerUsers(Visit& visit);
+Json AnswerRules(Visit& visit);
+Json AnswerState(Visit& visit);
+
+// desk_changes.cpp
+Json AnswerChange(Visit& visit);
+Json AnswerWeek(Visit& visit);
+Json AnswerHeldChange(Visit& visit);
+Json AnswerStart(Visit& visit);
+Json AnswerJobState(Visit& visit);
+
+}  // namespace tarvex::host

@@ -1,0 +1,403 @@
+// The desk in the service, asked by its socket as the console asks it.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/desk/one_time_code.h"
+#include "host/system/posix/descriptor.h"
+#include "host/terminal/json.h"
+#include "tests/support/host_program.h"
+
+namespace tarvex::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using host::Descriptor;
+using host::Json;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+constexpr auto kLong = 20s;
+constexpr const char* kAddress = "192.0.2.7";
+
+// Two users, taro an administrator, each with a profile, and the service that answers for them.
+class DeskTest : public ::testing::Test {
+protected:
+    DeskTest() {
+        host_.Tell({"init"});
+        for (const char* const name : {"taro", "hanako"}) {
+            WriteFile(folder_ / "password", std::string(name) + "'s secret\n");
+            std::vector<std::string> words = {"user", "add", name, "--password-file", folder_ / "password"};
+            if (name == std::string("taro")) words.insert(words.end(), {"--administrator", "on"});
+            host_.Tell(words);
+            const std::string mail = std::string(name) + "@example.org";
+            host_.Tell({"profile", "add", name, mail, "--popserver", "127.0.0.1", "--popport",
+                        std::to_string(mailbox_.Port()), "--popuser", name, "--smtpserver", "127.0.0.1", "--smtpport",
+                        std::to_string(sink_.Port())});
+            host_.Tell({"forward", "add", mail, "phone@example.net", "--all-mail"});
+        }
+        Serve();
+    }
+
+    void Serve() {
+        service_.reset();
+        service_ = std::make_unique<ChildProcess>(
+            std::vector<std::string>{TARVEX_HOST, "--root", host_.Root(), "serve", "--console", Path()},
+            ChildProcess::Output::Together);
+        ASSERT_TRUE(service_->WaitForOutput("serving ", kLong));
+        for (const auto deadline = std::chrono::steady_clock::now() + kLong;
+             !std::filesystem::exists(Path()) && std::chrono::steady_clock::now() < deadline;)
+            std::this_thread::sleep_for(2ms);
+    }
+
+    std::string Path() const { return folder_ / "desk"; }
+
+    Descriptor Connect() const {
+        Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::ranges::copy(Path(), address.sun_path);
+        EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        const timeval patience{20, 0};
+        setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        return client;
+    }
+
+    // What comes back for these bytes, without the length before it.
+    std::string Exchange(const std::string& bytes) const {
+        const Descriptor client = Connect();
+        EXPECT_EQ(send(client.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+        std::string answer;
+        char piece[4096];
+        for (ssize_t count = 0; (count = recv(client.Get(), piece, sizeof piece, 0)) > 0;)
+            answer.append(piece, static_cast<std::size_t>(count));
+        return answer.size() < 4 ? "" : answer.substr(4);
+    }
+
+    static std::string WithLength(const std::string& text) {
+        std::string message;
+        for (int shift = 24; shift >= 0; shift -= 8) message += static_cast<char>(text.size() >> shift & 0xFF);
+        return message + text;
+    }
+
+    Json Ask(Json question) const { return Json::parse(Exchange(WithLength(question.dump()))); }
+
+    // As somebody who is logged in; empty for nobody.
+    Json AskAs(const Json& session, const std::string& name, Json question = Json::object()) const {
+        question["ask"] = name;
+        for (const char* const key : {"session", "token"}) {
+            if (session.contains(key) && !question.contains(key)) question[key] = session[key];
+        }
+        return Ask(std::move(question));
+    }
+
+    Json LogIn(const std::string& name, const Json& more = Json::object(), const std::string& password = {}) const {
+        Json question = more;
+        question["ask"] = "login";
+        question["name"] = name;
+        question["password"] = password.empty() ? name + "'s secret" : password;
+        if (!question.contains("address")) question["address"] = kAddress;
+        return Ask(question);
+    }
+
+    TempDir folder_;
+    MailboxServer mailbox_{"taro", "secret"};
+    SinkServer sink_;
+    Host host_;
+    std::unique_ptr<ChildProcess> service_;
+};
+
+TEST_F(DeskTest, WhoLogsInSeesWhatIsHisOwnAndAnAdministratorAll) {
+    const Json hanako = LogIn("hanako");
+    EXPECT_EQ(hanako["status"], "ok");
+    EXPECT_EQ(hanako["user"], (Json{{"name", "hanako"}, {"path", "user1"}, {"administrator", false}}));
+    Json overview = AskAs(hanako, "overview");
+    ASSERT_THAT(overview["profiles"], SizeIs(1));
+    EXPECT_EQ(overview["profiles"][0]["path"], "user1/from0");
+    EXPECT_EQ(overview["all"], 1);
+    overview = AskAs(LogIn("taro"), "overview", {{"search", "HANAKO"}});
+    EXPECT_EQ(overview["all"], 2);
+    EXPECT_EQ(overview["found"], 1);
+    EXPECT_EQ(overview["profiles"][0]["user"], "hanako");
+}
+
+TEST_F(DeskTest, NobodyGetsAnythingWithoutASession) {
+    for (const char* const ask :
+         {"logout", "account", "set-password", "end-session", "begin-code",  "set-code",  "overview",
+          "state",  "profile", "log",          "mails",       "held",        "held-mail", "history",
+          "users",  "rules",   "change",       "week",        "held-change", "start",     "job"}) {
+        EXPECT_EQ(AskAs({}, ask)["status"], "login") << ask;
+        EXPECT_EQ(AskAs({{"session", std::string(64, 'a')}}, ask)["status"], "login") << ask;
+    }
+    EXPECT_EQ(AskAs({}, "nothing")["status"], "bad");
+}
+
+TEST_F(DeskTest, WhatIsAnothersIsNotThere) {
+    const Json hanako = LogIn("hanako");
+    for (const char* const path : {"user0/from0", "user9/from0", "", "user1", "../user0/from0", "taro@example.org"}) {
+        for (const char* const ask : {"profile", "log"})
+            EXPECT_EQ(AskAs(hanako, ask, {{"profile", path}})["status"], "missing") << ask << ' ' << path;
+        for (const char* const what : {"run", "check", "plan"})
+            EXPECT_EQ(AskAs(hanako, "start", {{"profile", path}, {"what", what}})["status"], "missing") << path;
+        EXPECT_EQ(AskAs(hanako, "held-change", {{"profile", path}, {"verb", "drop"}, {"ids", {"1"}}})["status"],
+                  "missing");
+        EXPECT_EQ(AskAs(hanako, "state", {{"profiles", {path}}})["status"], "missing");
+    }
+    const Json change = {
+        {"kind", "forward"}, {"verb", "set"}, {"name", "user0/from0/forwardto0"}, {"values", {{"status", "off"}}}};
+    EXPECT_EQ(AskAs(hanako, "change", change)["status"], "missing");
+    EXPECT_EQ(AskAs(hanako, "account", {{"account", "user0"}})["status"], "missing");
+    EXPECT_EQ(AskAs(hanako, "set-password", {{"account", "user0"}, {"password", "long enough"}})["status"], "missing");
+    EXPECT_EQ(AskAs(hanako, "history", {{"name", "user0"}})["status"], "missing");
+    for (const char* const ask : {"users", "rules"}) EXPECT_EQ(AskAs(hanako, ask)["status"], "forbidden");
+    EXPECT_THAT(AskAs(hanako, "history")["events"].dump(), Not(HasSubstr("taro")));
+    EXPECT_THAT(AskAs(LogIn("taro"), "history")["events"].dump(), AllOf(HasSubstr("user0"), HasSubstr("user1")));
+}
+
+TEST_F(DeskTest, AChangeWantsTheTokenOfTheForm) {
+    const Json hanako = LogIn("hanako");
+    const Json change = {
+        {"kind", "profile"}, {"verb", "set"}, {"name", "user1/from0"}, {"values", {{"nickname", "work"}}}};
+    for (const char* const token : {"", "x", "0000000000000000000000000000000000000000000000000000000000000000"}) {
+        Json with = change;
+        with["token"] = token;
+        EXPECT_EQ(AskAs(hanako, "change", with)["status"], "forbidden");
+    }
+    Json with = change;
+    with["token"] = LogIn("taro")["token"];
+    EXPECT_EQ(AskAs(hanako, "change", with)["status"], "forbidden");
+    EXPECT_EQ(AskAs(hanako, "change", change)["status"], "ok");
+    EXPECT_EQ(AskAs(hanako, "profile", {{"profile", "user1/from0"}})["profile"]["nickname"], "work");
+}
+
+TEST_F(DeskTest, AChangeIsTheServicesOwnEditAndStandsInTheHistory) {
+    const Json hanako = LogIn("hanako");
+    const Json added = AskAs(
+        hanako, "change",
+        {{"kind", "forward"}, {"verb", "add"}, {"name", "user1/from0"}, {"values", {{"address", "ko@example.net"}}}});
+    EXPECT_EQ(added["status"], "ok") << added;
+    EXPECT_THAT(added["printed"].get<std::string>(), HasSubstr("user1/from0/forwardto1"));
+    const Json refused =
+        AskAs(hanako, "change",
+              {{"kind", "forward"}, {"verb", "add"}, {"name", "user1/from0"}, {"values", {{"address", "no address"}}}});
+    EXPECT_EQ(refused["status"], "refused");
+    EXPECT_NE(refused["message"], "");
+    EXPECT_EQ(AskAs(hanako, "change",
+                    {{"kind", "profile"},
+                     {"verb", "set"},
+                     {"name", "user1/from0"},
+                     {"values", {{"popserver", "10.0.0.1"}}}})["status"],
+              "forbidden");
+    EXPECT_THAT(host_.Tell({"history", "--edits"}), HasSubstr("hanako (console) (as "));
+    EXPECT_THAT(host_.Tell({"forward", "list", "hanako@example.org"}), HasSubstr("ko@example.net"));
+}
+
+TEST_F(DeskTest, TheWeekOfAnAddressIsSetAsAGrid) {
+    const Json hanako = LogIn("hanako");
+    const std::string none(48, '0');
+    const std::string office = std::string(18, '0') + std::string(18, '1') + std::string(12, '0');
+    const std::string name = "user1/from0/forwardto0";
+    const Json set = AskAs(hanako, "week", {{"name", name}, {"days", {none, office, office, none, none, none, none}}});
+    EXPECT_EQ(set["status"], "ok") << set;
+    const Json address = AskAs(hanako, "profile", {{"profile", "user1/from0"}})["profile"]["addresses"][0];
+    EXPECT_EQ(address["week"]["days"][1], office);
+    EXPECT_EQ(address["week"]["days"][0], none);
+    EXPECT_EQ(address["schedule"][0]["term"], "mon 9:00-18:00");
+    EXPECT_EQ(AskAs(hanako, "week", {{"name", name}, {"days", Json(7, none)}})["status"], "refused");
+    EXPECT_EQ(AskAs(hanako, "week", {{"name", name}, {"days", Json(6, none)}})["status"], "bad");
+    EXPECT_EQ(AskAs(hanako, "week", {{"name", name}, {"days", Json(7, std::string(48, '1'))}})["status"], "ok");
+    EXPECT_THAT(host_.Tell({"schedule", "list", name}), HasSubstr("always takes part"));
+}
+
+// With a date the days without a term would say that it takes part then alone.
+TEST_F(DeskTest, AWholeWeekBesideADateIsWritten) {
+    const std::string name = "user1/from0/forwardto0";
+    host_.Tell({"schedule", "add", name, "2026-12-24 18:00 .. 2026-12-26 9:00"});
+    EXPECT_EQ(AskAs(LogIn("hanako"), "week", {{"name", name}, {"days", Json(7, std::string(48, '1'))}})["status"],
+              "ok");
+    EXPECT_THAT(host_.Tell({"schedule", "list", name}), AllOf(HasSubstr("daily 0:00-24:00"), HasSubstr("2026-12-24")));
+}
+
+TEST_F(DeskTest, AWrongPasswordOpensNothingAndFiveCloseTheDoor) {
+    for (int i = 0; i < 5; ++i) {
+        const Json answer = LogIn(i < 3 ? "hanako" : "nobody", {}, "wrong");
+        EXPECT_EQ(answer["status"], "refused");
+        EXPECT_EQ(answer["message"], "The name or the password is wrong.");  // whether the name is there or not
+        EXPECT_FALSE(answer.contains("session"));
+    }
+    EXPECT_THAT(LogIn("hanako")["message"].get<std::string>(), HasSubstr("too many"));
+    EXPECT_EQ(LogIn("hanako", {{"address", "192.0.2.8"}})["status"], "ok");
+    EXPECT_TRUE(service_->WaitForOutput("failed login at the console: \"hanako\" from 192.0.2.7", kLong));
+}
+
+TEST_F(DeskTest, AUserWhoIsSwitchedOffOrHasANewPasswordIsOut) {
+    const Json hanako = LogIn("hanako");
+    const Json taro = LogIn("taro");
+    host_.Tell({"user", "set", "hanako", "--status", "off"});
+    EXPECT_EQ(AskAs(hanako, "overview")["status"], "login");
+    EXPECT_EQ(LogIn("hanako")["status"], "refused");
+    host_.Tell({"user", "set", "hanako", "--status", "on"});
+    const Json again = LogIn("hanako");
+    EXPECT_EQ(AskAs(taro, "set-password", {{"account", "user1"}, {"password", "another secret"}})["status"], "ok");
+    EXPECT_EQ(AskAs(again, "overview")["status"], "login");
+    EXPECT_EQ(LogIn("hanako", {}, "another secret")["status"], "ok");
+    EXPECT_EQ(AskAs(taro, "overview")["status"], "ok");
+}
+
+TEST_F(DeskTest, OnesOwnPasswordWantsTheOldOne) {
+    const Json hanako = LogIn("hanako");
+    EXPECT_EQ(AskAs(hanako, "set-password", {{"old", "wrong"}, {"password", "a new secret"}})["status"], "refused");
+    EXPECT_EQ(AskAs(hanako, "set-password", {{"old", "hanako's secret"}, {"password", "short"}})["status"], "refused");
+    const Json changed = AskAs(hanako, "set-password", {{"old", "hanako's secret"}, {"password", "a new secret"}});
+    EXPECT_EQ(changed["status"], "ok");
+    EXPECT_EQ(AskAs(hanako, "overview")["status"], "login");
+    EXPECT_EQ(AskAs(changed, "overview")["status"], "ok");  // with a new cookie
+}
+
+TEST_F(DeskTest, PasswordsAreKeptAsHashesAndOneInClearBecomesOne) {
+    const std::string file = host_.Root() + "/user1/userset.def";
+    EXPECT_THAT(host_.Tell({"user", "show", "hanako"}), Not(HasSubstr("secret")));
+    const std::string kept = ReadFile(file);
+    CUserSetting setting;
+    ASSERT_EQ(setting.Load(host_.Root() + "/user1"), 1);
+    EXPECT_THAT(setting.password, StartsWith("$scrypt$"));
+    service_->Signal(SIGTERM);
+    service_->Wait();
+    setting.password = "hanako's secret";  // as an earlier version kept it
+    setting.Save(host_.Root() + "/user1");
+    Serve();
+    EXPECT_EQ(LogIn("hanako", {}, "hanako's secre")["status"], "refused");
+    EXPECT_EQ(LogIn("hanako")["status"], "ok");
+    ASSERT_EQ(setting.Load(host_.Root() + "/user1"), 1);
+    EXPECT_THAT(setting.password, StartsWith("$scrypt$"));
+    EXPECT_EQ(LogIn("hanako")["status"], "ok");
+}
+
+TEST_F(DeskTest, SessionsAreSeenAndEnded) {
+    const Json hanako = LogIn("hanako");
+    const Json phone = LogIn("hanako", {{"address", "192.0.2.9"}});
+    const Json account = AskAs(hanako, "account");
+    ASSERT_THAT(account["sessions"], SizeIs(2));
+    EXPECT_EQ(AskAs(hanako, "end-session", {{"id", "others"}})["status"], "ok");
+    EXPECT_EQ(AskAs(phone, "overview")["status"], "login");
+    EXPECT_EQ(AskAs(hanako, "logout")["status"], "ok");
+    EXPECT_EQ(AskAs(hanako, "overview")["status"], "login");
+}
+
+TEST_F(DeskTest, ACodeIsWantedOnceAnAuthenticatorIsThere) {
+    const Json taro = LogIn("taro");
+    const std::string secret = AskAs(taro, "begin-code", {{"place", "example.org"}})["secret"].get<std::string>();
+    const auto code = [&secret](std::int64_t moment) {
+        char text[8];
+        for (int number = 0; number < 1'000'000; ++number) {
+            std::snprintf(text, sizeof text, "%06d", number);
+            if (host::StepOfCode(secret, text, moment, moment / 30 - 1) == moment / 30) return std::string(text);
+        }
+        return std::string();
+    };
+    EXPECT_EQ(AskAs(taro, "set-code", {{"secret", secret}, {"code", "000000"}})["status"], "refused");
+    const std::int64_t now = std::time(nullptr);
+    const std::string right = code(now);
+    EXPECT_EQ(AskAs(taro, "set-code", {{"secret", secret}, {"code", right}})["status"], "ok");
+    EXPECT_EQ(LogIn("taro")["code"], true);
+    EXPECT_EQ(LogIn("taro", {{"code", "12345"}, {"address", "192.0.2.8"}})["status"], "refused");
+    EXPECT_EQ(LogIn("taro", {{"code", right}, {"address", "192.0.2.8"}})["status"], "ok");
+    EXPECT_EQ(LogIn("taro", {{"code", right}, {"address", "192.0.2.8"}})["status"], "refused");  // used before
+    EXPECT_EQ(AskAs(taro, "account")["account"]["has_code"], true);
+}
+
+TEST_F(DeskTest, TheFirstLinkMakesAnAdministratorOnce) {
+    const std::string printed = host_.Tell({"console", "init", "--url", "https://mail.example.org/"});
+    const std::size_t at = printed.find("https://mail.example.org/first?code=");
+    ASSERT_NE(at, std::string::npos) << printed;
+    const std::string code = printed.substr(printed.find('=', at) + 1, 64);
+    Json first = {{"ask", "first-login"}, {"name", "jiro"}, {"password", "jiro's secret"}, {"address", kAddress}};
+    first["code"] = std::string(64, '0');
+    EXPECT_EQ(Ask(first)["status"], "refused");
+    first["code"] = code;
+    const Json jiro = Ask(first);
+    EXPECT_EQ(jiro["status"], "ok") << jiro;
+    EXPECT_EQ(jiro["user"]["administrator"], true);
+    EXPECT_EQ(AskAs(jiro, "overview")["all"], 2);
+    first["name"] = "saburo";
+    EXPECT_EQ(Ask(first)["status"], "refused");
+    EXPECT_EQ(LogIn("jiro")["status"], "ok");
+}
+
+TEST_F(DeskTest, ARunIsAJobThatSaysWhatItDoes) {
+    mailbox_.Add(MailNumber(1));
+    const Json taro = LogIn("taro");
+    const Json set = AskAs(
+        taro, "change",
+        {{"kind", "profile"}, {"verb", "set"}, {"name", "user0/from0"}, {"secrets", {{"poppassword", "secret"}}}});
+    ASSERT_EQ(set["status"], "ok") << set;
+    Json job = AskAs(taro, "start", {{"what", "run"}, {"profile", "user0/from0"}});
+    const std::string name = job["job"];
+    EXPECT_EQ(AskAs(LogIn("hanako"), "job", {{"job", name}})["status"], "missing");
+    for (const auto deadline = std::chrono::steady_clock::now() + kLong;
+         job["status"] == "working" && std::chrono::steady_clock::now() < deadline;) {
+        std::this_thread::sleep_for(5ms);
+        job = AskAs(taro, "job", {{"job", name}});
+    }
+    EXPECT_EQ(job["status"], "ok") << job;
+    EXPECT_EQ(sink_.Delivered().size(), 1U);
+    const Json mails = AskAs(taro, "mails", {{"search", "mail-1"}})["mails"];
+    ASSERT_THAT(mails, SizeIs(1));
+    EXPECT_EQ(mails[0]["copies"][0]["says"], "sent");
+    EXPECT_THAT(AskAs(LogIn("hanako"), "mails")["mails"], IsEmpty());
+    EXPECT_THAT(AskAs(taro, "log", {{"profile", "user0/from0"}})["lines"].dump(), HasSubstr("Operation starting"));
+    EXPECT_THAT(AskAs(taro, "profile", {{"profile", "user0/from0"}}).dump(), Not(HasSubstr("\"secret\":\"secret\"")));
+}
+
+TEST_F(DeskTest, AnswersInTheReadersLanguage) {
+    EXPECT_THAT(LogIn("nobody", {{"language", "ja"}})["message"].get<std::string>(), HasSubstr("パスワード"));
+}
+
+TEST_F(DeskTest, NonsenseIsRefusedAndHarmsNothing) {
+    for (const std::string& text :
+         {std::string(), std::string("x"), std::string("[]"), std::string("{}"), std::string(R"({"ask":1})"),
+          std::string(R"({"ask":"login","name":[]})"), std::string(R"({"ask":"overview","session":{}})"),
+          std::string(100'000, '['), std::string("{\"ask\":\"login\",\"name\":\"\xff\"}")}) {
+        EXPECT_THAT(Exchange(WithLength(text)), HasSubstr(R"("status":"bad")")) << text.substr(0, 40);
+    }
+    EXPECT_THAT(Exchange("\xff\xff\xff\xff"), HasSubstr("bad"));
+    EXPECT_EQ(LogIn("taro", {{"session", std::string(5000, 'x')}})["status"], "ok");  // which nobody looks at there
+    EXPECT_EQ(LogIn("taro", {}, std::string(5000, 'x'))["status"], "bad");
+}
+
+TEST_F(DeskTest, WhoSaysNothingKeepsNobodyFromAsking) {
+    std::vector<Descriptor> silent;
+    for (int i = 0; i < 5; ++i) silent.push_back(Connect());
+    EXPECT_EQ(LogIn("taro")["status"], "ok");
+}
+
+TEST_F(DeskTest, TheSocketIsForItsOwnerAndItsGroup) {
+    EXPECT_EQ(std::filesystem::status(Path()).permissions(), std::filesystem::perms(0660));
+    service_->Signal(SIGTERM);
+    service_->Wait();
+    EXPECT_FALSE(std::filesystem::exists(Path()));
+    ChildProcess other(
+        {TARVEX_HOST, "--root", host_.Root(), "serve", "--console", Path(), "--console-group", "no-such"},
+        ChildProcess::Output::Together);
+    other.Wait();
+    EXPECT_EQ(other.ExitCode(), 73);
+    EXPECT_THAT(other.Printed(), HasSubstr("there is no group \"no-such\""));
+    EXPECT_FALSE(std::filesystem::exists(Path()));
+}
+
+}  // namespace
+}  // namespace tarvex::testing
