@@ -120,6 +120,7 @@ int Service::Run() {
     for (;;) {
         ReapEndedRuns();
         ReapSenders();
+        StartMore();
         AnswerClients();
         if (Clock::now() >= next_tick_) Tick();
         Wait();
@@ -157,8 +158,7 @@ void Service::ReapEndedRuns() {
     }
     if (ended.empty()) return;
     look_at_clients_ = true;
-    StartWaiting();
-    if (!asked_.empty() && waiting_.empty()) next_tick_ = Clock::now();
+    look_for_room_ = true;
     ended.clear();
     if (root_.running_copies.empty()) root_.RefreshThread();  // gives memory back
 }
@@ -396,6 +396,7 @@ void Service::Wait() {
     Clock::time_point until = next_tick_;
     if (!running_.empty() || !senders_.empty())
         until = std::min(until, Clock::now() + (wanted_.empty() ? kRunPollInterval : kUrgentPollInterval));
+    if (look_for_room_) until = Clock::now();
     if (manager_.KeepAliveInterval()) until = std::min(until, next_keep_alive_);
     if (const auto deadline = server_.Deadline()) until = std::min(until, *deadline);
     std::vector<pollfd> watched = {{signals_.WatchedDescriptor(), POLLIN, 0}};

@@ -4,6 +4,7 @@
 // begins with a picture of its loop. Everything happens on the thread that calls Run, except the runs.
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -59,9 +60,9 @@ private:
     void ReapSenders();
     void Tick();
     void StartDueRuns();
-    void StartWaiting();
+    void StartMore();
+    void StartWaiting(std::size_t looked_at);
     void ForgetWaiting();
-    bool StartIfRoom(CPopProfile& profile);
     bool HasRoomFor(const CPopProfile& profile);
     void StartDueHeld();
     bool StartSender(const CPopProfile& profile, const std::vector<HeldChoice>& choice);
@@ -135,6 +136,7 @@ private:
     std::map<CString, AskedRun> asked_;                // runs that commands have asked for, until they start
     std::map<CString, std::string> held_up_;           // why a rule keeps a profile from running now
     bool has_root_ = true;
+    bool look_for_room_ = false;  // a run has ended, or not all that could be started was
     bool look_at_clients_ = false;
     bool stopping_ = false;
     Clock::time_point next_tick_ = Clock::now();

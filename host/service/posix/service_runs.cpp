@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <ctime>
-#include <iterator>
 #include <map>
 #include <string>
 #include <utility>
@@ -30,7 +29,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kHeadlineColumns = 60;
 constexpr std::size_t kReasonColumns = 200;
-constexpr std::size_t kMostLookedAt = 100;  // that wait for room, between two ticks
+constexpr std::size_t kMostInATurn = 200;  // runs that are started, and between two ticks those that are looked at
 
 std::string Headline(const RunRequest& request) {
     std::string text = "run";
@@ -58,18 +57,9 @@ void Service::StartDueRuns() {
     });
     // Where there is not room for all, whoever has waited longest comes first.
     std::ranges::stable_sort(wanted, {}, [this](const CPopProfile* profile) { return WantedSince(*profile); });
-    const OneReadingOfRules once;
-    waiting_.clear();
-    std::ranges::copy_if(wanted, std::back_inserter(waiting_), [this](CPopProfile* p) { return !StartIfRoom(*p); });
+    waiting_ = std::move(wanted);
+    StartWaiting(waiting_.size());
     GiveUpAsked();
-}
-
-// False while it has to wait for others to end. What a run needs is looked at only when there is room for it, so that
-// a crowd that waits costs little.
-bool Service::StartIfRoom(CPopProfile& profile) {
-    if (!HasRoomFor(profile)) return false;
-    if (MayRun(profile) && LetsRun(profile, IsAskedForNow(profile))) Start(profile);
-    return true;
 }
 
 bool Service::HasRoomFor(const CPopProfile& profile) {
@@ -80,12 +70,27 @@ bool Service::HasRoomFor(const CPopProfile& profile) {
     }
 }
 
-// Some runs have ended. Looks at the first of those that wait; the next tick looks at all.
-void Service::StartWaiting() {
-    if (stopping_ || !HasRoot()) return;
+// Starts what there is room for among so many of those that wait. What a run needs is looked at only when there is room
+// for it, so that a crowd that waits costs little; and what has ended is reaped between two turns, so that a crowd that
+// starts does not pile up.
+void Service::StartWaiting(std::size_t looked_at) {
     const OneReadingOfRules once;
-    const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(std::min(waiting_.size(), kMostLookedAt));
-    waiting_.erase(std::remove_if(waiting_.begin(), end, [this](CPopProfile* p) { return StartIfRoom(*p); }), end);
+    std::size_t done = 0;
+    const auto is_done = [&](CPopProfile* profile) {
+        if (done == kMostInATurn || !HasRoomFor(*profile)) return false;
+        ++done;
+        if (MayRun(*profile) && LetsRun(*profile, IsAskedForNow(*profile))) Start(*profile);
+        return true;
+    };
+    const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(std::min(waiting_.size(), looked_at));
+    waiting_.erase(std::remove_if(waiting_.begin(), end, is_done), end);
+    look_for_room_ = done == kMostInATurn && !waiting_.empty();
+}
+
+void Service::StartMore() {
+    if (!std::exchange(look_for_room_, false) || !HasRoot()) return;
+    StartWaiting(kMostInATurn);
+    if (!asked_.empty() && waiting_.empty()) next_tick_ = Clock::now();
 }
 
 // The tree is about to change.
@@ -242,7 +247,7 @@ void Service::StartRuns(ControlClient& client, const RunRequest& request) {
     const auto waiting =
         std::ranges::count_if(awaited.paths, [this](const auto& path) { return asked_.contains(path); });
     const Speaking in(client.ReadsIn());
-    if (waiting != 0) {
+    if (waiting != 0 && !look_for_room_) {
         client.Note(TrN("{0} run to wait until others have ended: the rules allow no more at once",
                         "{0} runs to wait until others have ended: the rules allow no more at once", waiting));
     }
