@@ -1,11 +1,12 @@
 // What `tarvex serve` takes as trees grow: to start, to load the tree again, for an edit and a status, in memory and
 // threads, for runs against servers on loopback, and at rest.
 //
-//   scale [--rest SECONDS] [--folder FOLDER] [SIZE...]
+//   scale [--rest SECONDS] [--no-rounds] [--folder FOLDER] [SIZE...]
 //
 // A size is a number of profiles, or of trees and profiles: 10x10000 is ten trees of 10,000, each with a service of its
-// own. Unless told: 1000 10000 10x10000 100000. The services rest for 60 seconds, unless told. The trees are made in
-// the folder, /tmp unless told, and removed. Servers of the bench share the processors with the services.
+// own. Unless told: 1000 10000 10x10000 100000. The services rest for 60 seconds, unless told. Without rounds no
+// profile is run. The trees are made in the folder, /tmp unless told, and removed. Servers of the bench share the
+// processors with the services.
 
 #include <algorithm>
 #include <chrono>
@@ -51,6 +52,7 @@ struct Size {
 struct Options {
     std::vector<Size> sizes;
     std::chrono::seconds rest = 60s;
+    bool has_rounds = true;
     std::filesystem::path folder = std::filesystem::temp_directory_path();
 };
 
@@ -204,6 +206,17 @@ void AddRest(Figures& figures, Installation& installation, std::chrono::seconds 
                                    {"at rest: syncs an hour", use.Syncs() / hours}});
 }
 
+// Of services that run every profile twice.
+void AddRounds(Figures& figures, Installation& installation, const Size& size) {
+    installation.Start();
+    installation.MailServers().Add(kKnownMessages);
+    AddRound(figures, "one message", installation, size.All());
+    AddRound(figures, "nothing new", installation, size.All());
+    figures.emplace_back("resident after the rounds: MB", installation.Sum(&ServiceProcess::Resident_MB));
+    figures.emplace_back("most resident in the rounds: MB", installation.Sum(&ServiceProcess::MostResident_MB));
+    figures.emplace_back("stop: s", SecondsOf([&] { installation.Stop(); }));
+}
+
 // Of services that have nothing to run.
 void AddStandingTree(Figures& figures, Installation& installation, const Size& size, std::chrono::seconds rest) {
     figures.emplace_back("start: s", SecondsOf([&] { installation.Start(); }));
@@ -227,13 +240,7 @@ Figures Measure(const Size& size, const Options& options) {
     const auto made = Clock::now();
     Installation installation(size, options.folder);
     figures.emplace_back("files made: s", std::chrono::duration<double>(Clock::now() - made).count());
-    installation.Start();
-    installation.MailServers().Add(kKnownMessages);
-    AddRound(figures, "one message", installation, size.All());
-    AddRound(figures, "nothing new", installation, size.All());
-    figures.emplace_back("resident after the rounds: MB", installation.Sum(&ServiceProcess::Resident_MB));
-    figures.emplace_back("most resident in the rounds: MB", installation.Sum(&ServiceProcess::MostResident_MB));
-    figures.emplace_back("stop: s", SecondsOf([&] { installation.Stop(); }));
+    if (options.has_rounds) AddRounds(figures, installation, size);
     AddStandingTree(figures, installation, size, options.rest);
     installation.Stop();
     return figures;
@@ -268,7 +275,9 @@ Options OptionsIn(const std::vector<std::string>& words) {
     for (std::size_t i = 0; i < words.size(); ++i) {
         const bool has_value = words[i] == "--rest" || words[i] == "--folder";
         if (has_value && i + 1 == words.size()) throw std::runtime_error(words[i] + " wants a value");
-        if (words[i] == "--rest") {
+        if (words[i] == "--no-rounds") {
+            options.has_rounds = false;
+        } else if (words[i] == "--rest") {
             options.rest = std::chrono::seconds(std::atoi(words[++i].c_str()));
         } else if (words[i] == "--folder") {
             options.folder = words[++i];
