@@ -9,6 +9,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/system/process.h"
 
 namespace tarvex::host {
 namespace {
@@ -20,6 +21,10 @@ constexpr std::chrono::milliseconds kRetryInterval{20};
 }  // namespace
 
 std::filesystem::path RootLock::FileIn(const std::string& root) { return NativePath(root + "\\.tarvex.lock"); }
+
+std::string RootLock::NoteOn(const std::string& process, std::string_view command) {
+    return process + ' ' + std::string(command) + ' ' + MachineName() + '\n';
+}
 
 RootLock RootLock::Take(const std::string& root, std::string_view command, std::chrono::milliseconds timeout) {
     const auto deadline = Clock::now() + timeout;
@@ -34,8 +39,12 @@ RootLock RootLock::Take(const std::string& root, std::string_view command, std::
 
 std::string RootLock::Holder(const std::string& root) {
     std::ifstream file(FileIn(root));
-    std::string process, command;
+    std::string process, command, machine;
     if (!(file >> process) || !(file >> command)) return Tr("another tarvex");
+    if (file >> machine && machine != MachineName()) {
+        return Tr("tarvex {0} (process {1} on {2})", ShowUtf8Text(command), ShowUtf8Text(process),
+                  ShowUtf8Text(machine));
+    }
     return Tr("tarvex {0} (process {1})", ShowUtf8Text(command), ShowUtf8Text(process));
 }
 

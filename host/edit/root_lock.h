@@ -23,7 +23,8 @@ public:
     // time.
     static RootLock Take(const std::string& root, std::string_view command, std::chrono::milliseconds timeout);
 
-    // Who holds it, for a sentence: "tarvex serve (process 4711)".
+    // Who holds it, for a sentence: "tarvex serve (process 4711)"; "(process 4711 on mail2)" where that is another
+    // machine with the same file system.
     static std::string Holder(const std::string& root);
 
     // Whether the root's path still leads to the directory that is locked.
@@ -39,6 +40,7 @@ private:
     explicit RootLock(std::intptr_t file) : file_(file) {}
 
     static std::filesystem::path FileIn(const std::string& root);
+    static std::string NoteOn(const std::string& process, std::string_view command);  // what stands in the file
 
     std::intptr_t file_;  // a descriptor or handle of the system
 };

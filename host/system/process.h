@@ -11,6 +11,9 @@ namespace tarvex::host {
 // The words of the command line as UTF-8, the program's first.
 std::vector<std::string> Arguments(int argc, char** argv);
 
+// What the machine, or the container, calls itself; empty when it does not tell.
+std::string MachineName();
+
 // Fills what is missing of standard input, output and errors, so that nothing that is opened later is taken for it.
 void FillStandardStreams();
 

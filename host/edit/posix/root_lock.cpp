@@ -21,6 +21,8 @@
 namespace tarvex::host {
 namespace {
 
+constexpr std::string_view kService = "serve";
+
 int Descriptor(std::intptr_t file) { return static_cast<int>(file); }
 
 void Write(int descriptor, const std::string& text) {
@@ -65,7 +67,9 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
         close(descriptor);
         return std::nullopt;
     }
-    Write(descriptor, std::to_string(getpid()) + ' ' + std::string(command) + '\n');
+    Write(descriptor, NoteOn(std::to_string(getpid()), command));
+    // Another machine with the same file system reads it only once it is on the server.
+    if (command == kService) static_cast<void>(fdatasync(descriptor));
     SweepScratchFolders(root);
     DeleteAside(root);
     return lock;

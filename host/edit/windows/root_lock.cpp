@@ -40,7 +40,7 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
             "cannot lock \"" + ShowPath(root) + "\": " + std::system_category().message(static_cast<int>(error)));
     }
     RootLock lock(reinterpret_cast<std::intptr_t>(file));
-    Write(lock.file_, std::to_string(GetCurrentProcessId()) + ' ' + std::string(command) + '\n');
+    Write(lock.file_, NoteOn(std::to_string(GetCurrentProcessId()), command));
     SweepScratchFolders(root);
     DeleteAside(root);
     return lock;

@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,11 @@ void Remember(int signal) { caught_signal = signal; }
 }  // namespace
 
 std::vector<std::string> Arguments(int argc, char** argv) { return {argv, argv + argc}; }
+
+std::string MachineName() {
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : std::string();
+}
 
 void FillStandardStreams() {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {

@@ -8,6 +8,7 @@
 
 #include <shellapi.h>
 
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -47,6 +48,12 @@ void CatchTermination() {
 }
 
 int CaughtSignal() { return caught_signal; }
+
+std::string MachineName() {
+    std::array<char, 256> name{};
+    auto length = static_cast<DWORD>(name.size());
+    return GetComputerNameExA(ComputerNameDnsHostname, name.data(), &length) ? name.data() : std::string();
+}
 
 void FillStandardStreams() {}  // a handle has no number that another one could take
 
