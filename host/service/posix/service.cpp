@@ -34,8 +34,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/edit/tree_edit.h"
-#include "host/held/memory_edit.h"
 #include "host/history/edit_record.h"
 #include "host/history/run_words.h"
 #include "host/service/posix/log_facts.h"
@@ -230,21 +228,6 @@ bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
                   : log_.Warn(line + ": " + OneLineOfUtf8(in.InEnglish(reply.error), kReasonColumns), facts);
     client.Answer(code, reply);
     return true;
-}
-
-int Service::Apply(const EditRequest& request, Reply& reply) {
-    if (request.kind != EditKind::Tree) return EditWithMemory(root_, rules_.Memory(), request, reply);
-    next_tick_ = Clock::now();
-    return EditTree(age_, request, reply);
-}
-
-void Service::RaiseGeneration() {
-    if (HasRoot()) age_.Raise([this](const std::string& sentence) { log_.Warn(sentence, kOfService); });
-}
-
-// What is held back is told to whoever asks for it.
-void Service::RequireYoungTree() const {
-    if (age_.Old()) throw CommandError(kCannotWrite, WhyHeldBack(*age_.Old()));
 }
 
 // A root that was moved or unmounted would look like one without lists of ids.

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/edit/tree_edit.h"
+#include "host/held/memory_edit.h"
 #include "host/history/run_words.h"
 #include "host/service/posix/log_facts.h"
 #include "host/service/posix/service.h"
@@ -30,6 +32,8 @@ using namespace std::chrono_literals;
 constexpr std::size_t kHeadlineColumns = 60;
 constexpr std::size_t kReasonColumns = 200;
 constexpr std::size_t kMostInATurn = 200;  // runs that are started, and between two ticks those that are looked at
+
+const LogFacts kOfService{.matter = LogMatter::Service};
 
 std::string Headline(const RunRequest& request) {
     std::string text = "run";
@@ -284,6 +288,23 @@ void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
             awaited.in_full ? ReportOf(copy, what_else) : awaited.in_brief.Add(Name(copy.path), copy, what_else);
         awaited.troubles.AddEnd(Name(copy.path), copy.result);
     }
+}
+
+// ---- the age of the tree
+
+int Service::Apply(const EditRequest& request, Reply& reply) {
+    if (request.kind != EditKind::Tree) return EditWithMemory(root_, rules_.Memory(), request, reply);
+    next_tick_ = Clock::now();
+    return EditTree(age_, request, reply);
+}
+
+void Service::RaiseGeneration() {
+    if (HasRoot()) age_.Raise([this](const std::string& sentence) { log_.Warn(sentence, kOfService); });
+}
+
+// What is held back is told to whoever asks for it.
+void Service::RequireYoungTree() const {
+    if (age_.Old()) throw CommandError(kCannotWrite, WhyHeldBack(*age_.Old()));
 }
 
 }  // namespace tarvex::host
