@@ -20,6 +20,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -27,6 +28,7 @@
 #include "host/generation/generation.h"
 #include "host/history/database.h"
 #include "host/language/tr.h"
+#include "host/memory/list_notes.h"
 #include "host/settings/file_names.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -178,15 +180,16 @@ private:
         AddFile(root_.path + "\\.tarvex\\sent.recent");
         if (const std::int64_t generation = ReadableGeneration(root_.path).value_or(0); generation != 0)
             archive_.Add(".tarvex/generation", std::to_string(generation) + '\n');
-        for (const char* const name : {"\\.tarvex\\sent.db", "\\.tarvex\\history.db"}) AddDatabase(root_.path + name);
+        AddDatabase(root_.path + "\\.tarvex\\sent.db", ForgetLists);
+        AddDatabase(root_.path + "\\.tarvex\\history.db", {});
     }
 
-    void AddDatabase(const CString& path) {
+    void AddDatabase(const CString& path, const std::function<void(Database&)>& change) {
         std::error_code error;
         if (fs::status(NativePath(path), error).type() == fs::file_type::not_found) return;
         if (!fs::is_regular_file(NativePath(path), error)) throw CannotRead(path);
         try {
-            archive_.Add(NameOf(path), Database(PathAsUtf8(path), Database::Use::Read, kPatience).Snapshot());
+            archive_.Add(NameOf(path), Database(PathAsUtf8(path), Database::Use::Read, kPatience).Snapshot(change));
         } catch (const DatabaseError& failure) {
             throw CommandError(kCannotWrite, Tr("cannot read \"{0}\": {1}", ShowPath(path), failure.what()));
         }

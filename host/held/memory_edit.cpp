@@ -11,6 +11,7 @@
 #include "host/held/held.h"
 #include "host/held/held_work.h"
 #include "host/language/tr.h"
+#include "host/memory/list_notes.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -130,6 +131,7 @@ bool ForgetCopies(const CRootPath& root, const Target& target, const EditRequest
     Require(memory.IsReadable());
     bool is_known = false;
     for (const CForwardAddress* const address : target.addresses) {
+        ListNotes(of_profile).Forget(*address, std::time(nullptr));
         if (request.uidls.empty()) of_profile.Forget(address->setting.address, std::time(nullptr));
         for (const std::string& uidl : request.uidls) is_known |= ForgetMessage(*address, of_profile, uidl);
     }
@@ -198,7 +200,9 @@ const CPopProfile* ProfileWithNotes(CRootPath& root, const EditRequest& request)
 void ForgetOthers(const CPopProfile& profile, RuleMemory& memory) {
     std::vector<CString> addresses;
     for (const auto& address : profile.forward_addresses) addresses.push_back(address->setting.address);
-    memory.Of(profile.path).KeepNotesOf(addresses, std::time(nullptr));
+    ProfileMemory of_profile = memory.Of(profile.path);
+    of_profile.KeepNotesOf(addresses, std::time(nullptr));
+    ListNotes(of_profile).KeepNotesOf(profile, std::time(nullptr));
 }
 
 }  // namespace

@@ -118,12 +118,13 @@ std::int64_t Database::Number(std::string_view sql) {
     return statement.Next() ? statement.Number(0) : 0;
 }
 
-std::string Database::Snapshot() {
+std::string Database::Snapshot(const std::function<void(Database& copy)>& change) {
     Database copy(":memory:", Use::Write, {});
     sqlite3_backup* const backup = sqlite3_backup_init(copy.database_.get(), "main", database_.get(), "main");
     if (!backup) throw Failure(copy.database_.get());
     sqlite3_backup_step(backup, -1);
     Require(sqlite3_backup_finish(backup), copy.database_.get());  // tells also of the step
+    if (change) change(copy);
     sqlite3_int64 bytes = 0;
     const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> content(
         sqlite3_serialize(copy.database_.get(), "main", &bytes, 0), sqlite3_free);

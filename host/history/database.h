@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <span>
@@ -90,8 +91,9 @@ public:
     std::int64_t Number(std::string_view sql);  // the first column of the first row, 0 without one
     std::int64_t LastId() const;                // of the row that was inserted last
 
-    // All of it at one moment, as the bytes of a file. Writers need not wait.
-    std::string Snapshot();
+    // All of it at one moment, as the bytes of a file, after a change that is made in the copy alone. Writers need not
+    // wait.
+    std::string Snapshot(const std::function<void(Database& copy)>& change = {});
 
 private:
     struct Close {

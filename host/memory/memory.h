@@ -50,6 +50,7 @@ enum class Matter {
     SmtpLogin,   // the profile, whose logins to the SMTP server fail in a row
     InARow,      // words of the messages that were refused in a row; `count` of them, the last one's digest as words
     Sizes,       // the profile, whose server was lost when it was asked for sizes
+    Listed,      // what the list of an address held (list_notes.h)
 };
 
 // An address counts as bouncing for so long after the last report.
@@ -176,6 +177,7 @@ public:
     std::optional<Note> Find(Matter matter, const CString& subject);
     void Put(Matter matter, const CString& subject, Note note, CTime now);
     void Drop(Matter matter, const CString& subject, CTime now);
+    void PutLater(Matter matter, const CString& subject, Note note);  // on disk with the next Save
 
     // Whether what is recorded now is known to the next process. False when the file and its journal cannot be written.
     bool CanRemember(CTime now);

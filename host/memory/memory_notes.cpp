@@ -92,6 +92,11 @@ const Note* MemoryState::FindNote(const RememberedProfile& profile, Matter matte
 }
 
 void MemoryState::PutNote(RememberedProfile& profile, Matter matter, const CString& subject, Note note, CTime now) {
+    PutNoteLater(profile, matter, subject, std::move(note));
+    Save(now);
+}
+
+void MemoryState::PutNoteLater(RememberedProfile& profile, Matter matter, const CString& subject, Note note) {
     const Subject name(matter, subject);
     if (subject.size() > kMostSubjectBytes) return;
     if (!profile.notes.contains(name)) {
@@ -104,7 +109,6 @@ void MemoryState::PutNote(RememberedProfile& profile, Matter matter, const CStri
     profile.notes[name] = std::move(note);
     profile.changed_notes.insert(name);
     NoteWaiting(profile);
-    Save(now);
 }
 
 bool MemoryState::DropNote(RememberedProfile& profile, Matter matter, const CString& subject) {
@@ -309,6 +313,11 @@ std::optional<Note> ProfileMemory::Find(Matter matter, const CString& subject) {
 void ProfileMemory::Put(Matter matter, const CString& subject, Note note, CTime now) {
     const std::scoped_lock lock(state_->mutex);
     state_->PutNote(*profile_, matter, subject, std::move(note), now);
+}
+
+void ProfileMemory::PutLater(Matter matter, const CString& subject, Note note) {
+    const std::scoped_lock lock(state_->mutex);
+    state_->PutNoteLater(*profile_, matter, subject, std::move(note));
 }
 
 // The journal will do: what is in it comes into the file later. A line end in it says nothing.

@@ -87,6 +87,7 @@ struct MemoryState {
     bool HasNotes(const RememberedProfile& profile, Matter matter) const;
     const Note* FindNote(const RememberedProfile& profile, Matter matter, const CString& subject) const;
     void PutNote(RememberedProfile& profile, Matter matter, const CString& subject, Note note, CTime now);
+    void PutNoteLater(RememberedProfile& profile, Matter matter, const CString& subject, Note note);
     bool DropNote(RememberedProfile& profile, Matter matter, const CString& subject);  // whether there was one
 
 private:

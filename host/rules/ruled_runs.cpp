@@ -81,6 +81,7 @@ std::vector<TracedMail> RuledRuns::TakeSettled(const CPopProfile& copy) {
 NextRun RuledRuns::Finish(CPopProfile& copy, std::vector<TracedMail>* mails) {
     const auto run = runs_.find(copy.path);
     if (run == runs_.end()) return NextRun::WhenDue;
+    if (run->second.rules) run->second.rules->NoteLists(copy);
     const NextRun next = run->second.rules ? run->second.rules->Finish(copy.result) : NextRun::WhenDue;
     if (mails) *mails = run->second.recorder->TakeRest(copy.result);
     runs_.erase(run);

@@ -80,6 +80,7 @@ RunRules::RunRules(const HostRules& rules, const CPopProfile& profile, RuleMemor
       interval_s_(IntervalSeconds(profile.setting.timer)),
       memory_(memory),
       profile_memory_(memory.Of(profile.path)),
+      lists_(profile_memory_),
       servers_fault_(profile_memory_),
       budget_(budget),
       kept_mails_(kept_mails),
@@ -107,7 +108,8 @@ bool RunRules::Listed(const CPopProfile& profile, std::span<const CMailOnServer>
     ids.reserve(listing.size());
     for (const CMailOnServer& mail : listing) ids.push_back(mail.uidl);
     Sort(ids);
-    if (rules_.floodguard && HasFlood(profile, ids)) return false;
+    if (rules_.floodguard && MustWait(profile, listing, ids)) return false;
+    lists_.BeforeRun(profile, ids, Now());
     ids.erase(ids.begin(), std::ranges::upper_bound(ids, std::string_view()));  // those that are empty
     for (auto id = std::ranges::adjacent_find(ids); id != ids.end(); id = std::adjacent_find(id + 1, ids.end())) {
         twice_.emplace(*id);
@@ -148,9 +150,11 @@ void RunRules::TakeTurns(std::span<const CMailOnServer> listing) {
     rotation_.Begin(std::move(numbers));
 }
 
-bool RunRules::HasFlood(const CPopProfile& profile, const SortedIds& listed) {
+// For a person to say what counts as sent.
+bool RunRules::MustWait(const CPopProfile& profile, std::span<const CMailOnServer> listing, const SortedIds& listed) {
     if (profile_memory_.GivenAnswer() == WaitAnswer::Send) return false;
-    const auto why = WhyFlood(profile, listed, rules_, profile_memory_, memory_.Root());
+    std::optional<std::string> why = lists_.WhyOlder(profile, listing);
+    if (!why) why = WhyFlood(profile, listed, rules_, profile_memory_, memory_.Root());
     if (why) profile_memory_.Wait(*why, Now());
     return why.has_value();
 }
@@ -170,11 +174,16 @@ bool RunRules::HasOtherSize(const CMailOnServer& mail) {
 // The id is forgotten with the message: a server may give it to the next one, which would pass for handled otherwise. A
 // message that the server did not delete is known by its bytes.
 bool RunRules::Deletes(const CPopProfile& profile, const CMailOnServer& mail) {
-    if (left_.Rests(mail.uidl)) return false;
+    if (left_.Rests(mail.uidl) || !MayDelete(profile, mail.uidl)) return false;
+    lists_.BeforeDeletion(profile, mail.uidl, Now());
+    return true;
+}
+
+bool RunRules::MayDelete(const CPopProfile& profile, std::string_view id) {
     if (!rules_.deletewaits) return true;
-    const CString uidl(mail.uidl);
+    const CString uidl(id);
     return refused_deletions_ < kMostRefusedDeletions && !uidl.empty() && !StandsTwice(uidl) &&
-           HasEverybody(profile, mail.uidl) && profile_memory_.MayDelete(uidl, Now());
+           HasEverybody(profile, uidl) && profile_memory_.MayDelete(uidl, Now());
 }
 
 // Everybody who is switched on, whatever his schedule says now.
@@ -289,6 +298,7 @@ CSending RunRules::Sends(const CPopProfile& profile, const CReceiveMail& mail, c
     const bool by_bytes = mail.uidl.empty() || fetched.is_new_under_its_id || StandsTwice(mail.uidl);
     const bool has_it = received && !(rules_.sentonce && by_bytes);
     if (!has_it) Tell(mail, to, CopyFate::Waits);
+    if (!has_it && received) lists_.Forget(address, Now());  // a failure takes the id off its list
     if (!rules_.sentonce) return CSending::AsAlways;
     return has_it ? CSending::HasIt : CSending::Send;
 }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/held/held.h"
+#include "host/memory/list_notes.h"
 #include "host/memory/memory.h"
 #include "host/rules/byte_budget.h"
 #include "host/rules/kept_mail.h"
@@ -54,6 +55,9 @@ public:
     // To be called once, with the result of the run that has ended: remembers what follows from it, and completes it
     // where a rule ended the run.
     NextRun Finish(CRunResult& result);
+
+    // To be called before Finish, with the copy whose run has ended.
+    void NoteLists(const CPopProfile& copy) { lists_.AfterRun(copy, Now()); }
 
     // Copies that were not sent, because their addresses had them although their lists of ids did not say so.
     int CopiesHadAlready() const { return had_already_; }
@@ -116,7 +120,8 @@ private:
     void TakeTurns(std::span<const CMailOnServer> listing);
     std::optional<CString> AsFetched(CString text, const Fetched& fetched);
     bool TakeFromBudget(const CPopProfile& profile, std::int64_t held_bytes, std::int64_t bytes);
-    bool HasFlood(const CPopProfile& profile, const SortedIds& listed);
+    bool MustWait(const CPopProfile& profile, std::span<const CMailOnServer> listing, const SortedIds& listed);
+    bool MayDelete(const CPopProfile& profile, std::string_view id);
     bool HasEverybody(const CPopProfile& profile, std::string_view uidl);
     void NoteHeld(const CPopProfile& profile, const HeldRecord& record);
     void NoteId(const Fetched& fetched);
@@ -142,6 +147,7 @@ private:
     const CTime interval_s_;
     RuleMemory& memory_;
     ProfileMemory profile_memory_;
+    ListNotes lists_;
     ServersFault servers_fault_;
     ByteBudget& budget_;
     KeptMails& kept_mails_;

@@ -72,7 +72,8 @@ constexpr std::array kRuleKeys = {
     Rule("loopguard", kRules, &R::loopguard, Marked("on: set aside what goes round in circles")),
     Rule("deletewaits", kRules, &R::deletewaits,
          Marked("on: delete a mail on the server only when every address that is switched on has it")),
-    Rule("floodguard", kRules, &R::floodguard, Marked("on: wait when a mailbox that is known looks new")),
+    Rule("floodguard", kRules, &R::floodguard,
+         Marked("on: wait when a mailbox that is known looks new, or a list of ids is older than it was")),
     Rule("retrylast", kRules, &R::retrylast, Marked("on: fetch last what could not be fetched before")),
     Rule("backoff", kRules, &R::backoff, Marked("on: wait longer after a failed login or connection")),
     Rule(

@@ -61,6 +61,7 @@ public:
             run_rules.TellTo(recorder);
             copy.guard = &run_rules;
             copy.DoOperation();
+            run_rules.NoteLists(copy);
             next = run_rules.Finish(copy.result);
         }
         traced = recorder.TakeRest(copy.result);

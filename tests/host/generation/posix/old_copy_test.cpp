@@ -76,7 +76,7 @@ protected:
 TEST_F(OldCopyOfTree, EachStartOfTheServiceRaisesTheNumberBeforeTheFirstRun) {
     for (const char* const generation : {"6\n", "7\n"}) {
         const auto service = Serve();
-        Do({"status"});  // it answers
+        Do({"health", "--service"});  // it answers
         EXPECT_EQ(Do({"generation"}), generation);
         service->Signal(SIGHUP);
         EXPECT_TRUE(service->WaitForOutput("loaded the tree again", kLong));

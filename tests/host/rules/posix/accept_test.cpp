@@ -138,10 +138,10 @@ TEST_F(Accepting, ARunSaysWhatIsThereAlready) {
     WriteFile(List(0), "");
     EXPECT_THAT(Do({"run", "--now"}), HasSubstr(": nothing new, 2 copies were there already\n"));
     EXPECT_THAT(Do({"run", "--now"}), Not(HasSubstr("already")));
-    WriteFile(List(1), "id-1\r\n");
+    WriteFile(List(1), "");
     ChildProcess service({TARVEX_HOST, "--root", host_.Root(), "serve", "--every", "0.02"},
                          ChildProcess::Output::Together);
-    EXPECT_TRUE(service.WaitForOutput("nothing new, one copy was there already\n", std::chrono::seconds(20)));
+    EXPECT_TRUE(service.WaitForOutput("nothing new, 2 copies were there already\n", std::chrono::seconds(20)));
     EXPECT_THAT(sink_.Delivered(), SizeIs(4));
 }
 
