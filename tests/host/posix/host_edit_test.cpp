@@ -350,7 +350,7 @@ TEST_F(HostEdit, WhatCannotBeDoneToAKindIsRefused) {
         Bad(host::kBadUsage, {"profile", verb, "user0/from0"});
         Bad(host::kBadUsage, {"forward", verb, "phone"});
     }
-    EXPECT_THAT(Bad(host::kBadUsage, {"schedule", "set", "phone"}), HasSubstr("schedule set"));
+    EXPECT_THAT(Bad(host::kBadUsage, {"schedule", "resend", "phone"}), HasSubstr("schedule resend"));
 }
 
 // A link that leads nowhere, and a file, can be no directory of something new.
