@@ -29,7 +29,7 @@ using host::Descriptor;
 using host::Tr;
 
 constexpr std::string_view kUnixStart = "unix:";
-constexpr int kBacklog = 128;
+constexpr int kBacklog = 1024;
 constexpr mode_t kForOwnerAndGroup = 0660;
 constexpr int kHighestPort = 65535;
 

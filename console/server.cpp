@@ -1,6 +1,6 @@
 // The HTTP server.
 //
-// This is the only file that includes Boost.Beast, which takes a minute to compile: what can be done elsewhere is done
+// This is the only file that includes Boost.Beast, which is slow to compile: what can be done elsewhere is done
 // elsewhere. Beast parses; reading, writing and their time limits are here:
 //
 //     connected --(TLS)--> head (10 s) --> body (30 s) --> the desk --> answer (60 s) --+--> head of the next (30 s)
@@ -13,32 +13,27 @@
 
 #include "console/server.h"
 
-#include <openssl/ssl.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
-#include <boost/asio/ssl.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/write.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
 #include <csignal>
 #include <ctime>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 
+#include "console/channel.h"
 #include "console/desk/connection.h"
 #include "console/listener.h"
 #include "console/log.h"
-#include "host/language/tr.h"
-#include "host/system/command_error.h"
 #include "host/system/posix/service_manager.h"
 
 namespace tarvex::console {
@@ -47,8 +42,6 @@ namespace {
 namespace net = boost::asio;
 namespace http = boost::beast::http;
 using boost::system::error_code;
-using Socket = net::generic::stream_protocol::socket;
-using TlsContext = std::shared_ptr<net::ssl::context>;
 using namespace std::chrono_literals;
 
 constexpr std::size_t kMostClients = 256;
@@ -56,6 +49,8 @@ constexpr std::size_t kMostHeadBytes = 16 << 10;
 constexpr std::size_t kMostBodyBytes = 1 << 20;
 constexpr std::size_t kSmallBodyBytes = 16 << 10;      // a login fits; these always find room
 constexpr std::size_t kMostBodiesTogether = 32 << 20;  // of the larger ones
+constexpr std::size_t kSmallAnswerBytes = 256 << 10;   // a page fits
+constexpr std::size_t kMostAnswersTogether = 64 << 20;
 constexpr std::size_t kPieceBytes = 16 << 10;
 constexpr std::size_t kMostDrainedBytes = 256 << 10;  // read after an answer so that the client can see it
 constexpr int kMostRequests = 1000;                   // of a connection
@@ -83,67 +78,27 @@ int StatusOf(error_code error) {
     return 400;
 }
 
-TlsContext LoadCertificate(const ServerOptions& options) {
-    if (options.certificate.empty()) return nullptr;
-    try {
-        auto context = std::make_shared<net::ssl::context>(net::ssl::context::tls_server);
-        SSL_CTX_set_min_proto_version(context->native_handle(), TLS1_2_VERSION);
-        SSL_CTX_set_options(context->native_handle(), SSL_OP_NO_RENEGOTIATION);
-        SSL_CTX_set_mode(context->native_handle(), SSL_MODE_RELEASE_BUFFERS);
-        context->use_certificate_chain_file(options.certificate);
-        context->use_private_key_file(options.key, net::ssl::context::pem);
-        return context;
-    } catch (const boost::system::system_error& error) {
-        throw host::CommandError(host::kBadSettings, host::Tr("cannot use certificate \"{0}\" with key \"{1}\": {2}",
-                                                              Printable(options.certificate), Printable(options.key),
-                                                              error.code().message()));
-    }
-}
+class Client;
 
-// The bytes of a connection, with or without TLS.
-class Channel {
+// Memory that clients share for what is large.
+class Budget {
 public:
-    using Done = std::function<void(error_code, std::size_t)>;
+    Budget(std::size_t small_bytes, std::size_t most_bytes) : small_(small_bytes), left_(most_bytes) {}
 
-    Channel(Socket socket, TlsContext tls) : socket_(std::move(socket)), context_(std::move(tls)) {
-        if (context_) tls_.emplace(socket_, *context_);
+    // What is small needs none. False when there is not enough.
+    bool Take(std::size_t bytes, std::size_t& taken) {
+        if (bytes <= small_) return true;
+        if (bytes > left_) return false;
+        left_ -= bytes;
+        taken = bytes;
+        return true;
     }
-
-    void Open(Done done) {
-        if (!tls_) return net::post(socket_.get_executor(), [done = std::move(done)] { done({}, 0); });
-        tls_->async_handshake(net::ssl::stream_base::server,
-                              [done = std::move(done)](error_code error) { done(error, 0); });
-    }
-    void Read(net::mutable_buffer into, Done done) {
-        tls_ ? tls_->async_read_some(into, std::move(done)) : socket_.async_read_some(into, std::move(done));
-    }
-    void Write(const std::array<net::const_buffer, 2>& bytes, Done done) {
-        tls_ ? net::async_write(*tls_, bytes, std::move(done)) : net::async_write(socket_, bytes, std::move(done));
-    }
-    void Finish(Done done) {  // nothing more will be written
-        if (tls_) return tls_->async_shutdown([done = std::move(done)](error_code error) { done(error, 0); });
-        error_code error;
-        socket_.shutdown(Socket::shutdown_send, error);
-        net::post(socket_.get_executor(), [done = std::move(done), error] { done(error, 0); });
-    }
-    void Close() {
-        error_code ignored;
-        socket_.close(ignored);
-    }
-    std::string Peer() const {
-        error_code error;
-        const auto endpoint = socket_.remote_endpoint(error);
-        return error ? std::string() : AddressIn(endpoint.data());
-    }
-    net::any_io_executor Executor() { return socket_.get_executor(); }
+    void GiveBack(std::size_t& taken) { left_ += std::exchange(taken, 0); }
 
 private:
-    Socket socket_;
-    TlsContext context_;
-    std::optional<net::ssl::stream<Socket&>> tls_;
+    std::size_t small_;
+    std::size_t left_;
 };
-
-class Client;
 
 // What all connections share.
 struct Hall {
@@ -151,7 +106,8 @@ struct Hall {
     const Site& site;
     DeskLine& desk;
     std::set<std::shared_ptr<Client>> clients;
-    std::size_t body_bytes = 0;  // of the larger bodies that are being read
+    Budget bodies{kSmallBodyBytes, kMostBodiesTogether};
+    Budget answers{kSmallAnswerBytes, kMostAnswersTogether};
     bool is_closing = false;
 };
 
@@ -173,7 +129,7 @@ public:
     void Close() {
         timer_.cancel();
         channel_.Close();
-        GiveBodyBack();
+        GiveMemoryBack();
         hall_.clients.erase(shared_from_this());
         if (hall_.is_closing && hall_.clients.empty()) hall_.context.stop();
     }
@@ -233,16 +189,15 @@ private:
         if (head.find(http::field::transfer_encoding) != head.end()) return 411;
         if (head.count(http::field::content_length) > 1) return 400;
         if (head[http::field::content_length].find(',') != boost::beast::string_view::npos) return 400;
-        const std::size_t length = parser_->content_length().value_or(0);
-        if (length > kSmallBodyBytes) {
-            if (hall_.body_bytes + length > kMostBodiesTogether) return 503;
-            hall_.body_bytes += body_bytes_ = length;
-        }
+        if (!hall_.bodies.Take(parser_->content_length().value_or(0), body_bytes_)) return 503;
         WaitFor(kBodyPatience);
         return 0;
     }
 
-    void GiveBodyBack() { hall_.body_bytes -= std::exchange(body_bytes_, 0); }
+    void GiveMemoryBack() {
+        hall_.bodies.GiveBack(body_bytes_);
+        hall_.answers.GiveBack(answer_bytes_);
+    }
 
     // The headers, as far as they have been read.
     Fields Headers() const {
@@ -263,7 +218,7 @@ private:
     void Handle() {
         timer_.cancel();
         work_ = hall_.site.Begin(Taken());
-        GiveBodyBack();
+        hall_.bodies.GiveBack(body_bytes_);
         parser_.reset();
         if (work_.question.empty()) return Answer();
         hall_.desk.Ask(std::move(work_.question), [self = shared_from_this()](const DeskOutcome& outcome) {
@@ -274,12 +229,14 @@ private:
 
     void TurnAway(int status) {
         waiting_since_.reset();
-        work_ = hall_.site.TurnAway(status, Headers(), peer_);
+        hall_.bodies.GiveBack(body_bytes_);
+        work_ = hall_.site.TurnAway(status, parser_ ? Headers() : Fields(), peer_);
         keeps_ = is_head_only_ = false;
         Answer();
     }
 
     void Answer() {
+        if (!hall_.answers.Take(work_.response.body.size(), answer_bytes_)) return TurnAway(503);
         if (!work_.log.empty()) Log(work_.response.status >= 500 ? LogLevel::Error : LogLevel::Information, work_.log);
         keeps_ = keeps_ && !hall_.is_closing && work_.response.status != 400;
         head_ = HeadOf(work_.response, keeps_, HttpDate(std::time(nullptr)));
@@ -288,6 +245,7 @@ private:
         channel_.Write({net::buffer(head_), body}, [self = shared_from_this()](error_code error, std::size_t) {
             if (error) return self->Close();
             self->work_ = {};
+            self->hall_.answers.GiveBack(self->answer_bytes_);
             self->keeps_ ? self->Next(kIdlePatience) : self->Part();
         });
     }
@@ -313,8 +271,9 @@ private:
     std::optional<std::chrono::steady_clock::time_point> waiting_since_;
     std::optional<Parser> parser_;
     std::array<char, kPieceBytes> piece_{};
-    std::string input_;  // read and not yet parsed
-    std::size_t body_bytes_ = 0;
+    std::string input_;             // read and not yet parsed
+    std::size_t body_bytes_ = 0;    // of the hall's
+    std::size_t answer_bytes_ = 0;  // likewise
     std::size_t drained_ = 0;
     int requests_ = 0;
     bool keeps_ = false;
@@ -332,7 +291,7 @@ public:
           acceptor_(context_),
           signals_(context_, SIGTERM, SIGINT, SIGHUP),
           end_(context_),
-          tls_(LoadCertificate(options)) {
+          tls_(LoadCertificate(options.certificate, options.key)) {
         sockaddr_storage address{};
         socklen_t length = sizeof address;
         getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length);
@@ -392,7 +351,7 @@ private:
     void Reload() {
         manager_.Reloading();
         try {
-            tls_ = LoadCertificate(options_);
+            tls_ = LoadCertificate(options_.certificate, options_.key);
             if (tls_) Log(LogLevel::Information, "loaded the certificate again");
         } catch (const std::exception& error) {
             Log(LogLevel::Error, std::string("keeps the old certificate: ") + error.what());

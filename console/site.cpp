@@ -157,7 +157,7 @@ void Site::Complete(Work& work, std::string_view user) const {
     AddSecurityHeaders(work.response, settings_.is_encrypted);
     if (!IsWorthALine(work)) return;
     const HttpRequest& request = work.request;
-    work.log += Printable(request.method) + ' ' + Printable(request.path);
+    work.log += request.path.empty() ? "a request" : Printable(request.method) + ' ' + Printable(request.path);
     if (!user.empty()) work.log += " by " + Printable(user);
     if (!request.address.empty()) work.log += " from " + request.address;
     work.log += ": " + std::to_string(work.response.status);
@@ -169,7 +169,6 @@ Work Site::TurnAway(int status, const Fields& headers, std::string_view peer) co
     Recognise(headers, peer, work.request);
     const host::Speaking speaking(work.request.language);
     work.response = ErrorPage(work.request, status);
-    work.log = "turned away: ";
     Complete(work, "");
     return work;
 }

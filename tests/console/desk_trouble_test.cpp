@@ -104,6 +104,17 @@ TEST(DeskTrouble, ALongAnswerArrivesWhole) {
     const std::string page = AskForPage(console);
     EXPECT_EQ(StatusIn(page), 403);
     EXPECT_THAT(page.size(), ::testing::Gt(name.size()));
+    // Who does not take it leaves room for others, if not for as much.
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (int i = 0; i < 12; ++i) {
+        clients.push_back(std::make_unique<RawClient>(console.Port()));
+        ASSERT_TRUE(clients.back()->Send(GetRequest("/")));
+    }
+    EXPECT_EQ(StatusIn(clients.back()->ReadAnswer()), 503);
+    RawClient small(console.Port());
+    ASSERT_TRUE(small.Send(GetRequest("/login")));
+    EXPECT_EQ(StatusIn(small.ReadAnswer()), 200);
+    EXPECT_LT(console.PeakMemoryBytes(), 1U << 29);
 }
 
 }  // namespace
