@@ -105,7 +105,7 @@ if(TARVEX_CONSOLE)
   install(TARGETS tarvex_console COMPONENT console)
   install(FILES packaging/systemd/tarvex-console.service DESTINATION lib/systemd/system COMPONENT console)
   install(FILES packaging/systemd/tarvex-console.sysusers DESTINATION lib/sysusers.d RENAME tarvex-console.conf COMPONENT console)
-  install(FILES packaging/console/nginx.conf packaging/console/tcp.conf DESTINATION ${documents}/tarvex-console/examples
+  install(FILES packaging/console/nginx.conf packaging/console/Caddyfile packaging/console/tcp.conf DESTINATION ${documents}/tarvex-console/examples
     COMPONENT console)
   install(FILES packaging/tarvex-console.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME tarvex-console COMPONENT console)

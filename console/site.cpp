@@ -50,7 +50,7 @@ HttpResponse Busy(const HttpRequest& request, const Json& answer) {
 
 HttpResponse Rendered(const Work& work, const Json& answer) {
     const std::string status = TextOf(answer, "status");
-    if (status == "ok") return work.route->render(work.request, answer);
+    if (status == "ok" || status == "working") return work.route->render(work.request, answer);
     if (status == "refused") return AfterRefusal(work, answer);
     if (status == "login") return LoginFirst(work.request);
     if (status == "busy") return Busy(work.request, answer);

@@ -28,7 +28,7 @@ struct Route {
     const char* pattern;  // "/users/{user}/profiles": a place takes one part of a path
     Audience audience;
     Ask ask;
-    Render render = nullptr;          // of an answer "ok"; none when `ask` always answers itself
+    Render render = nullptr;  // of an answer "ok" or "working" (a job goes on); none when `ask` always answers itself
     Render render_refusal = nullptr;  // of an answer "refused"; none for the page that shows its message
 };
 

@@ -63,7 +63,7 @@ TMPDIR=$work "$root/usr/bin/tarvex" demo >"$work/demo" || { cat "$work/demo"; fa
 grep -q 'Everything arrived once' "$work/demo" || fail "the demo does not say that all arrived"
 
 for name in usr/bin/tarvex-console usr/lib/systemd/system/tarvex-console.service usr/lib/sysusers.d/tarvex-console.conf \
-  usr/share/doc/tarvex-console/examples/{nginx,tcp}.conf; do
+  usr/share/doc/tarvex-console/examples/{nginx.conf,Caddyfile,tcp.conf}; do
   [ -s "$root/$name" ] || fail "there is no /$name"
 done
 [[ $(LC_ALL=ja_JP.UTF-8 "$root/usr/bin/tarvex-console" --help) == *'Web コンソール'* ]] || fail "the console does not find its texts in Japanese"
