@@ -106,9 +106,9 @@ Descriptor ListenAtPath(const Place& place, const std::string& group) {
     const gid_t owner_group = group.empty() ? getegid() : GroupOf(group);
     if (chown(place.path.c_str(), geteuid(), owner_group) != 0 || chmod(place.path.c_str(), kForOwnerAndGroup) != 0 ||
         listen(socket.Get(), kBacklog) != 0) {
-        const CommandError failure = CannotListen(place, errno);
+        const int failure = errno;
         unlink(place.path.c_str());
-        throw failure;
+        throw CannotListen(place, failure);
     }
     return socket;
 }
