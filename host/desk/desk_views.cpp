@@ -176,7 +176,8 @@ std::string PlainTextOf(const CPopProfile& profile, const std::string& message) 
     const auto text = profile.TextMailOf(beginning, 0, 0, 1, "");
     if (!text) return {};
     const std::size_t body = text->find("\r\n\r\n");
-    const CString sjis = TextFromJis(body == CString::npos ? *text : text->substr(body + 4));
+    CString sjis = TextFromJis(body == CString::npos ? *text : text->substr(body + 4));
+    std::erase(sjis, '\r');  // the ends of lines are \n here; no character of Shift-JIS has this byte
     return ShowText(sjis.substr(0, kMostText_bytes));
 }
 
