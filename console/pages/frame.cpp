@@ -20,6 +20,12 @@ constexpr std::size_t kMostNoticeBytes = 1000;  // a cookie has 4,096 with its e
 
 constexpr std::array kNavigation{
     NavigationEntry{"/", Marked("Overview"), Audience::User},
+    NavigationEntry{"/held", Marked("Held mail"), Audience::User},
+    NavigationEntry{"/mails", Marked("Messages"), Audience::User},
+    NavigationEntry{"/history", Marked("Runs and changes"), Audience::User},
+    NavigationEntry{"/users", Marked("Users"), Audience::Administrator},
+    NavigationEntry{"/rules", Marked("Rules"), Audience::Administrator},
+    NavigationEntry{"/account", Marked("Your account"), Audience::User},
 };
 
 bool IsFor(Audience audience, const Viewer& viewer) {

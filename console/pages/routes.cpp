@@ -4,22 +4,88 @@
 
 #include <array>
 
+#include "console/pages/account.h"
+#include "console/pages/address.h"
+#include "console/pages/first.h"
+#include "console/pages/held.h"
+#include "console/pages/jobs.h"
 #include "console/pages/login.h"
+#include "console/pages/mails.h"
 #include "console/pages/overview.h"
+#include "console/pages/profile.h"
+#include "console/pages/rules.h"
+#include "console/pages/settings.h"
 #include "console/pages/static_files.h"
+#include "console/pages/users.h"
 
 namespace tarvex::console {
 namespace {
 
 Asked AnswerStaticFile(const HttpRequest& request) { return ServeStaticFile(request); }
 
+constexpr auto kAnybody = Audience::Anybody;
+constexpr auto kUser = Audience::User;
+constexpr auto kAdministrator = Audience::Administrator;
+
 constexpr std::array kRoutes{
-    Route{"GET", "/", Audience::User, AskOverview, ShowOverview},
-    Route{"GET", "/login", Audience::Anybody, ShowLogin},
-    Route{"POST", "/login", Audience::Anybody, AskLogin, AfterLogin, LoginRefused},
-    Route{"POST", "/logout", Audience::User, AskLogout, AfterLogout},
-    Route{"POST", "/language", Audience::Anybody, ChooseLanguage},
-    Route{"GET", "/static/{file}", Audience::Anybody, AnswerStaticFile},
+    Route{"GET", "/", kUser, AskOverview, ShowOverview},
+    Route{"GET", "/login", kAnybody, ShowLogin},
+    Route{"POST", "/login", kAnybody, AskLogin, AfterLogin, LoginRefused},
+    Route{"POST", "/logout", kUser, AskLogout, AfterLogout},
+    Route{"POST", "/language", kAnybody, ChooseLanguage},
+    Route{"GET", "/static/{file}", kAnybody, AnswerStaticFile},
+    Route{"GET", "/first", kAnybody, ShowFirst},
+    Route{"POST", "/first", kAnybody, AskFirst, AfterFirst, FirstRefused},
+
+    Route{"GET", "/profiles/{user}/{profile}", kUser, AskProfile, ShowProfile},
+    Route{"POST", "/profiles/{user}/{profile}/switch", kUser, AskSwitchProfile, AfterSwitchProfile},
+    Route{"POST", "/profiles/{user}/{profile}/start/{what}", kUser, AskStart, AfterStart},
+    Route{"GET", "/profiles/{user}/{profile}/log", kUser, AskLog, ShowLog},
+    Route{"GET", "/profiles/{user}/{profile}/settings", kUser, AskProfile, ShowSettings},
+    Route{"POST", "/profiles/{user}/{profile}/settings", kUser, AskSetSettings, AfterSetSettings, SettingsRefused},
+    Route{"GET", "/profiles/{user}/{profile}/add", kUser, AskProfile, ShowNewAddress},
+    Route{"POST", "/profiles/{user}/{profile}/addresses", kUser, AskAddAddress, AfterAddAddress, AddAddressRefused},
+
+    Route{"GET", "/profiles/{user}/{profile}/to/{address}", kUser, AskAddress, ShowAddress},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/week", kUser, AskSetWeek, AfterSetWeek, WeekRefused},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/terms", kUser, AskAddTerm, AfterSetWeek, AddTermRefused},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/terms/remove", kUser, AskRemoveTerm, AfterSetWeek},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/options", kUser, AskSetAddress, AfterSetAddress,
+          SetAddressRefused},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/switch", kUser, AskSwitchAddress, AfterSwitchAddress},
+    Route{"GET", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskAddress, ShowRemoveAddress},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskRemoveAddress, AfterRemoveAddress},
+
+    Route{"GET", "/held", kUser, AskHeld, ShowHeld},
+    Route{"GET", "/held/{user}/{profile}/{id}", kUser, AskHeldMail, ShowHeldMail},
+    Route{"POST", "/held/{user}/{profile}/{id}/send", kUser, AskSendHeld, AfterSendHeld},
+    Route{"GET", "/held/{user}/{profile}/{id}/drop", kUser, AskHeldMail, ShowDropHeld},
+    Route{"POST", "/held/{user}/{profile}/{id}/drop", kUser, AskDropHeld, AfterDropHeld},
+
+    Route{"GET", "/mails", kUser, AskMails, ShowMails},
+    Route{"GET", "/history", kUser, AskHistory, ShowHistory},
+    Route{"GET", "/jobs/{job}", kUser, AskJob, ShowJob, ShowJob},
+
+    Route{"GET", "/account", kUser, AskAccount, ShowAccount},
+    Route{"POST", "/account/password", kUser, AskSetPassword, AfterSetPassword, PasswordRefused},
+    Route{"POST", "/account/sessions/end", kUser, AskEndSession, AfterEndSession},
+    Route{"POST", "/account/code", kUser, AskBeginCode, ShowBegunCode},
+    Route{"POST", "/account/code/set", kUser, AskSetCode, AfterSetCode, CodeRefused},
+    Route{"POST", "/account/code/remove", kUser, AskRemoveCode, AfterRemoveCode, CodeRefused},
+
+    Route{"GET", "/users", kAdministrator, AskUsers, ShowUsers},
+    Route{"POST", "/users", kAdministrator, AskAddUser, AfterAddUser, AddUserRefused},
+    Route{"GET", "/users/{user}", kAdministrator, AskAccount, ShowAccount},
+    Route{"POST", "/users/{user}/rights", kAdministrator, AskSetUser, AfterSetUser, SetUserRefused},
+    Route{"POST", "/users/{user}/password", kAdministrator, AskSetPassword, AfterSetPassword, PasswordRefused},
+    Route{"POST", "/users/{user}/sessions/end", kAdministrator, AskEndSession, AfterEndSession},
+    Route{"POST", "/users/{user}/code/remove", kAdministrator, AskRemoveCode, AfterRemoveCode, CodeRefused},
+    Route{"GET", "/users/{user}/profiles", kAdministrator, AskNewProfile, ShowNewProfile},
+    Route{"POST", "/users/{user}/profiles", kAdministrator, AskAddProfile, AfterAddProfile, AddProfileRefused},
+
+    Route{"GET", "/rules", kAdministrator, AskRules, ShowRules},
+    Route{"GET", "/rules/{key}", kAdministrator, AskRules, ShowRule},
+    Route{"POST", "/rules/{key}", kAdministrator, AskSetRule, AfterSetRule, RuleRefused},
 };
 
 }  // namespace

@@ -1,13 +1,9 @@
-// Refreshes what changes by itself. Elements with an id and `data-live` are taken anew from the same page every few
-// seconds (`data-live="5"`) while somebody looks at it; everything works without this, by loading the page again.
+// What is more convenient with a script. Everything works without it, by loading a page again and by its forms.
 "use strict";
 
+// Elements with an id and `data-live` are taken anew from the same page every few seconds (`data-live="5"`) while
+// somebody looks at it, except those that are in use: with the focus in them.
 const live = document.querySelectorAll("[data-live][id]");
-
-// Whether somebody is in the middle of using it: typing, or with a menu or a detail open by hand.
-function isInUse(element) {
-  return element.contains(document.activeElement) && document.activeElement !== document.body;
-}
 
 async function refresh() {
   const answer = await fetch(location.href, { headers: { Accept: "text/html" }, cache: "no-store" });
@@ -16,7 +12,8 @@ async function refresh() {
   for (const { id } of live) {
     const now = document.getElementById(id);
     const then = page.getElementById(id);
-    if (now && then && !isInUse(now) && now.innerHTML !== then.innerHTML) now.replaceWith(document.adoptNode(then));
+    const isInUse = now?.contains(document.activeElement) && document.activeElement !== document.body;
+    if (now && then && !isInUse && now.innerHTML !== then.innerHTML) now.replaceWith(document.adoptNode(then));
   }
 }
 
@@ -25,6 +22,30 @@ if (live.length > 0) {
   setInterval(() => {
     if (document.visibilityState === "visible") refresh().catch(() => {});
   }, seconds * 1000);
+}
+
+// In a week the arrow keys go from box to box, and a mouse that is held down marks what it passes.
+for (const grid of document.querySelectorAll("[data-grid]")) {
+  let paint = null;
+  grid.addEventListener("keydown", (event) => {
+    const steps = { ArrowUp: -7, ArrowDown: 7, ArrowLeft: -1, ArrowRight: 1 };
+    const boxes = Array.from(grid.querySelectorAll("input"));
+    const at = boxes.indexOf(event.target);
+    if (!steps[event.key] || at < 0) return;
+    event.preventDefault();
+    boxes[at + steps[event.key]]?.focus();
+  });
+  grid.addEventListener("pointerdown", (event) => {
+    if (event.pointerType === "touch" || event.target.type !== "checkbox") return;
+    paint = !event.target.checked;
+  });
+  grid.addEventListener("pointerout", (event) => {
+    if (paint !== null && event.target.type === "checkbox" && event.buttons & 1) event.target.checked = paint;
+  });
+  grid.addEventListener("pointerover", (event) => {
+    if (paint !== null && event.target.type === "checkbox" && event.buttons & 1) event.target.checked = paint;
+  });
+  addEventListener("pointerup", () => setTimeout(() => (paint = null)));
 }
 
 // A form is sent once, however often its button is pressed.
