@@ -266,10 +266,13 @@ class Cluster:
             (disk / 'old').rename(disk / 'tree')
 
         stop_and_start(exchange)
-        reason = wait_for('the old copy is refused', lambda: next((line for line in told().splitlines() if 'old copy (' in line), ''),
-                          SOON)
+        def refusals():
+            lines = [line for line in told().splitlines() if 'old copy (' in line]
+            return lines if len(lines) == len(NODES) else None
+
+        reasons = wait_for('every node refuses the old copy', refusals, SOON)
         require(not serving(), 'an old copy is served')
-        require('accept --expect-generation' in reason, f'it is not said what to type: {reason}')
+        require(all('accept --expect-generation' in line for line in reasons), f'it is not said what to type: {reasons}')
 
         def put_back():
             (disk / 'tree').rename(disk / 'old')
