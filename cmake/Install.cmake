@@ -105,6 +105,8 @@ if(TARVEX_CONSOLE)
   install(TARGETS tarvex_console COMPONENT console)
   install(FILES packaging/systemd/tarvex-console.service DESTINATION lib/systemd/system COMPONENT console)
   install(FILES packaging/systemd/tarvex-console.sysusers DESTINATION lib/sysusers.d RENAME tarvex-console.conf COMPONENT console)
+  install(FILES packaging/systemd/tarvex-console.tmpfiles DESTINATION lib/tmpfiles.d RENAME tarvex-console.conf COMPONENT console)
+  install(FILES packaging/systemd/desk.conf DESTINATION lib/systemd/system/tarvex.service.d COMPONENT console)
   install(FILES packaging/console/nginx.conf packaging/console/Caddyfile packaging/console/tcp.conf DESTINATION ${documents}/tarvex-console/examples
     COMPONENT console)
   install(FILES packaging/tarvex-console.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions

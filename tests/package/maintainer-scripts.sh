@@ -93,6 +93,7 @@ rm -rf /var/lib/tarvex /etc/tarvex /var/lib/man-db/auto-update  # the last: the 
 quietly dpkg --install ./*.deb
 [ "$(getent passwd tarvex | cut -d: -f6-)" = /var/lib/tarvex:/usr/sbin/nologin ] || fail "the user is not as it should be"
 [ "$(getent passwd tarvex-web | cut -d: -f6-)" = /:/usr/sbin/nologin ] || fail "the console's user is not as it should be"
+[ "$(stat -c '%U:%G %a' /run/tarvex)" = "tarvex:tarvex-web 2750" ] || fail "the console's way to the service is open to others"
 [ "$(stat -c '%U:%G %a' /var/lib/tarvex)" = "tarvex:tarvex 700" ] || fail "the tree is not the service's"
 
 # What the superuser makes belongs to the service.

@@ -62,7 +62,8 @@ export LD_LIBRARY_PATH
 TMPDIR=$work "$root/usr/bin/tarvex" demo >"$work/demo" || { cat "$work/demo"; fail "the demo failed"; }
 grep -q 'Everything arrived once' "$work/demo" || fail "the demo does not say that all arrived"
 
-for name in usr/bin/tarvex-console usr/lib/systemd/system/tarvex-console.service usr/lib/sysusers.d/tarvex-console.conf \
+for name in usr/bin/tarvex-console usr/lib/systemd/system/{tarvex-console.service,tarvex.service.d/desk.conf} \
+  usr/lib/{sysusers,tmpfiles}.d/tarvex-console.conf \
   usr/share/doc/tarvex-console/examples/{nginx.conf,Caddyfile,tcp.conf}; do
   [ -s "$root/$name" ] || fail "there is no /$name"
 done
