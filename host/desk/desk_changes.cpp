@@ -124,6 +124,8 @@ Json AnswerChange(Visit& visit) {
     request.uidls = visit.List("ids");
     RequireVisible(visit, request);
     RequireRight(visit, request);
+    const auto password = request.secrets.find("password");
+    if (request.kind == EditKind::User && password != request.secrets.end()) RequireGoodPassword(password->second);
     const bool skips_all = request.verb == EditVerb::CatchUp && request.uidls.empty();
     if (skips_all || visit.Flag("new_mail_only")) request.uidls = IdsFor(visit, request);
     return AnswerEdit(visit, std::move(request));

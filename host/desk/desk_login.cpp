@@ -91,7 +91,8 @@ void Tell(const Visit& visit, const std::string& sentence) {
     if (visit.Parts().options.tell) visit.Parts().options.tell(sentence);
 }
 
-// Throws Refusal.
+}  // namespace
+
 void RequireGoodPassword(const std::string& password) {
     if (password.size() > kMostPassword_bytes) throw Refusal{"refused", Tr("The password is too long.")};
     const auto characters =
@@ -99,8 +100,6 @@ void RequireGoodPassword(const std::string& password) {
     if (characters < static_cast<std::ptrdiff_t>(kShortestPassword))
         throw Refusal{"refused", Tr("A password has at least {0} characters.", kShortestPassword)};
 }
-
-}  // namespace
 
 Json AnswerLogin(Visit& visit) {
     const std::string name = visit.Text("name");

@@ -94,6 +94,9 @@ private:
 // What is kept of a stored password in a session.
 std::string PasswordMark(const CUser& user);
 
+// Of one that is set at the console. Throws Refusal.
+void RequireGoodPassword(const std::string& password);
+
 // Has the service make the edit, in a job where that takes longer; returns the answer.
 Json AnswerEdit(Visit& visit, EditRequest request);
 
