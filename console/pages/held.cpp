@@ -56,7 +56,7 @@ Html Row(const Viewer& viewer, const Json& mail) {
 Html Message(const Json& answer) {
     const Json& mail = PartOf(answer, "mail");
     const std::string profile = TextOf(mail, "profile");
-    Html facts = Fact(Tr("From"), TextOf(answer, "from"));
+    Html facts = Fact(Tr("Sender"), TextOf(answer, "from"));
     facts += Fact(Tr("Mailbox"), LinkTo(ProfilePage(profile), profile));
     facts += Fact(Tr("Set aside"), TextOf(mail, "when"));
     facts += Fact(Tr("Size"), TextOf(mail, "size"));

@@ -43,6 +43,16 @@ Html Remarks(const Json& profile) {
     return El("ul", {{"class", "message warn remarks"}}, {remarks});
 }
 
+// A profile that waits goes on when somebody says what is to become of what is in the mailbox.
+Html Decision(const Viewer& viewer, const Json& profile) {
+    if (ListOf(PartOf(PartOf(profile, "state"), "remembered"), "waiting").empty()) return {};
+    const std::string action = ProfilePage(TextOf(profile, "path")) + "/decide";
+    return El(
+        "div", {{"class", "row actions"}},
+        {ButtonForm(viewer, action, Tr("Send what is in the mailbox"), "", {"verb", "accept"}),
+         ButtonForm(viewer, action, Tr("Skip it, and send only what comes from now on"), "", {"verb", "catch-up"})});
+}
+
 Html Condition(const Viewer& viewer, const Json& profile) {
     const std::string last = TextOf(profile, "last_good");
     const std::string ended = TextOf(profile, "ended");
@@ -62,7 +72,7 @@ Html Condition(const Viewer& viewer, const Json& profile) {
         {El("p", {{"class", "row"}},
             {Mark(StateOf(TextOf(profile, "level"))), El("span", {{"class", "muted"}}, {TextOf(profile, "nickname")})}),
          unreadable.empty() ? Html() : El("p", {{"class", "message bad"}}, {unreadable}), Remarks(profile),
-         El("dl", {{"class", "facts sheet"}}, {facts})});
+         Decision(viewer, profile), El("dl", {{"class", "facts sheet"}}, {facts})});
 }
 
 // The terms that no week can show: those with dates, those that are switched off, those between half hours.
@@ -159,6 +169,16 @@ HttpResponse AfterSwitchProfile(const HttpRequest& request, const Json& answer) 
     const bool is_on = request.Form("status") == "on";
     return AfterChange(answer, ProfilePage(NameIn(request)),
                        is_on ? Tr("The mailbox is switched on.") : Tr("The mailbox is switched off."));
+}
+
+Asked AskDecide(const HttpRequest& request) {
+    const std::string_view verb = request.Form("verb");
+    if (verb != "accept" && verb != "catch-up") return ErrorPage(request, 400);
+    return Json{{"ask", "change"}, {"kind", "profile"}, {"verb", verb}, {"name", NameIn(request)}};
+}
+
+HttpResponse AfterDecide(const HttpRequest& request, const Json& answer) {
+    return AfterChange(answer, ProfilePage(NameIn(request)), TextOf(answer, "printed"));
 }
 
 Asked AskStart(const HttpRequest& request) {

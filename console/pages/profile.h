@@ -12,6 +12,10 @@ HttpResponse ShowProfile(const HttpRequest& request, const Json& answer);
 Asked AskSwitchProfile(const HttpRequest& request);
 HttpResponse AfterSwitchProfile(const HttpRequest& request, const Json& answer);
 
+// What becomes of the mail of a profile that waits for a person.
+Asked AskDecide(const HttpRequest& request);
+HttpResponse AfterDecide(const HttpRequest& request, const Json& answer);
+
 // A run, a check, a plan.
 Asked AskStart(const HttpRequest& request);
 HttpResponse AfterStart(const HttpRequest& request, const Json& answer);

@@ -39,6 +39,7 @@ constexpr std::array kRoutes{
 
     Route{"GET", "/profiles/{user}/{profile}", kUser, AskProfile, ShowProfile},
     Route{"POST", "/profiles/{user}/{profile}/switch", kUser, AskSwitchProfile, AfterSwitchProfile},
+    Route{"POST", "/profiles/{user}/{profile}/decide", kUser, AskDecide, AfterDecide},
     Route{"POST", "/profiles/{user}/{profile}/start/{what}", kUser, AskStart, AfterStart},
     Route{"GET", "/profiles/{user}/{profile}/log", kUser, AskLog, ShowLog},
     Route{"GET", "/profiles/{user}/{profile}/settings", kUser, AskProfile, ShowSettings},

@@ -27,11 +27,11 @@ std::string RulePage(const std::string& key, std::string_view name) {
     return "/rules/" + EncodeEscapes(key) + (name.empty() ? "" : "?name=" + EncodeEscapes(name));
 }
 
-std::string ValueWithUnit(const Json& key) {
+Html ValueWithUnit(const Json& key) {
     const std::string value = TextOf(key, "value");
-    const std::string unit = TextOf(key, "unit");
-    if (value.empty()) return "–";
-    return unit.empty() ? value : value + ' ' + unit;
+    if (value.empty()) return Text("–");
+    Html html = Text(value + ' ');
+    return html += El("span", {{"class", "muted"}}, {TextOf(key, "unit")});
 }
 
 Html Row(const Json& key, std::string_view name) {

@@ -82,6 +82,12 @@ TEST_F(Browser, AUserChangesAScheduleOnAPhoneWithoutScript) {
     EXPECT_THAT(sink_.Delivered(), SizeIs(2));
 }
 
+TEST_F(Browser, AnAdministratorAddsAUserAndAMailboxAndDropsHeldMail) {
+    MailboxServer mailbox("saburo", "secret");
+    mailbox.Add(MailNumber(1));
+    Walk("administrator", std::to_string(mailbox.Port()) + ' ' + std::to_string(sink_.Port()));
+}
+
 TEST_F(Browser, AWeekIsChangedByKeyboardAndByMouse) { Walk("week"); }
 
 TEST_F(Browser, TheOneTimeLinkMakesAnAdministrator) {

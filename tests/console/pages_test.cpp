@@ -44,7 +44,8 @@ std::string PathOf(const Route& route) {
 // What a person may type into the forms, beside secrets.
 std::string TypedForm() {
     std::string form = "token=t&password=" + EncodeEscapes(kSecret) + "&poppassword=" + EncodeEscapes(kSecret) +
-                       "&old=" + EncodeEscapes(kSecret) + "&number=1&id=others&slot=1-18&status=on&code=123456";
+                       "&old=" + EncodeEscapes(kSecret) +
+                       "&number=1&id=others&slot=1-18&status=on&code=123456&verb=accept";
     for (const char* const key : {"name", "address", "nickname", "loginname", "terms", "value", "secret", "title"})
         form += std::string("&") + key + "=" + EncodeEscapes(std::string("typed ") + key + " " + kHostile);
     for (const char* const key : {"address", "nickname", "loginname", "status"})
@@ -72,7 +73,7 @@ const char* const kEverything = R"({"status": "ok",
     "profiles": [{"path": "user0/@", "address": "@", "nickname": "@", "user": "@", "level": "@", "ended": "@",
         "last_good": "@", "next": "@", "held": 3, "remarks": ["@"]}],
     "profile": {"path": "user0/from0", "address": "@", "nickname": "@", "user": "@", "level": "failing",
-        "remarks": ["@"], "ended": "@", "last_run": "@", "last_good": "@", "next": "@", "runs": "@",
+        "state": {"remembered": {"waiting": [{}]}}, "remarks": ["@"], "ended": "@", "last_run": "@", "last_good": "@", "next": "@", "runs": "@",
         "sends_through": "@", "unreadable": "@", "held": 3, "switched_on": true,
         "keys": [{"key": "address", "value": "@"}, {"key": "sslsmtp", "value": "@"}],
         "addresses": [{"path": "user0/from0/forwardto0", "address": "@", "nickname": "@", "status": 1,

@@ -99,6 +99,46 @@ const tasks = {
     await page.waitForSelector(".state.good", { timeout: 60000 });
     const answer = await page.goto(address + "/profiles/user0/from0");
     assert.equal(answer.status(), 404);  // another's
+    assert.equal((await page.goto(address + "/users")).status(), 403);
+  },
+
+  // A user, a mailbox of that user with its servers checked and its run planned, a held message dropped.
+  async administrator(browser) {
+    const [pop, smtp] = extra.split(" ");
+    const page = await open(browser, looks["wide-light-en"]);
+    const press = (selector) => Promise.all([page.waitForNavigation(), page.click(selector)]);
+    await logIn(page, "taro");
+    await page.goto(address + "/users");
+    await page.fill("[name=loginname]", "三郎");
+    await page.fill("[name=password]", "short");
+    await press("form[action='/users'] button");
+    assert.equal(await page.inputValue("[name=loginname]"), "三郎");
+    await page.fill("[name=password]", "long enough");
+    await press("form[action='/users'] button");
+    await press("a[href='/users/user2']");
+    await press("a.button[href='/users/user2/profiles']");
+    const settings = { address: "saburo@example.org", popserver: "127.0.0.1", popport: pop, popuser: "saburo",
+      poppassword: "secret", smtpserver: "127.0.0.1", smtpport: smtp };
+    for (const [key, value] of Object.entries(settings)) await page.fill(`[name=${key}]`, value);
+    await press("main form button.main");
+    await page.goto(address + "/profiles/user2/from0/add");
+    await page.fill("[name=address]", "phone@example.net");
+    await page.check("[name=mail][value=all]");
+    await press("main form button.main");
+    for (const what of ["check", "plan"]) {
+      await page.goto(address + "/profiles/user2/from0");
+      await press(`form[action$='/start/${what}'] button`);
+      await page.waitForSelector(".state.good");
+      assert.match(await page.textContent("pre"), what === "check" ? /log in .*OK/ : /1 message in the mailbox/);
+    }
+    await page.goto(address + "/profiles/user2/from0");
+    await press("form[action='/profiles/user2/from0/switch'] button");
+    assert.match(await page.textContent("p.message.good"), /switched on/);
+    await page.goto(address + "/held/user1/from0/1");
+    await press("a.button[href$='/drop']");
+    await press("button.danger");
+    await page.waitForSelector("p.message.good");
+    assert.equal(await page.locator("tbody tr").count(), 1);
   },
 
   // With the keyboard alone: the one-time link makes an administrator.
