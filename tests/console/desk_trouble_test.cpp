@@ -110,7 +110,9 @@ TEST(DeskTrouble, ALongAnswerArrivesWhole) {
         clients.push_back(std::make_unique<RawClient>(console.Port()));
         ASSERT_TRUE(clients.back()->Send(GetRequest("/")));
     }
-    EXPECT_EQ(StatusIn(clients.back()->ReadAnswer()), 503);
+    std::vector<int> statuses;
+    for (const auto& client : clients) statuses.push_back(client->StatusAhead());
+    EXPECT_THAT(statuses, ::testing::AllOf(::testing::Contains(403), ::testing::Contains(503)));
     RawClient small(console.Port());
     ASSERT_TRUE(small.Send(GetRequest("/login")));
     EXPECT_EQ(StatusIn(small.ReadAnswer()), 200);

@@ -407,6 +407,20 @@ private:
         EXPECT_EQ(run.ExitCode(), was_refused ? kUnavailable : 0);
     }
 
+    // A service raises it at each start; it never falls.
+    void CheckGeneration(std::map<std::string, std::string>& files) {
+        const auto file = files.find(".tarvex/generation");
+        if (file == files.end()) {
+            EXPECT_EQ(generation_, 0);
+            return;
+        }
+        const int generation = std::stoi(file->second);
+        EXPECT_EQ(file->second, std::to_string(generation) + '\n');
+        EXPECT_GE(generation, generation_);
+        generation_ = generation;
+        files.erase(file);
+    }
+
     // What must hold at any moment. No program runs.
     void CheckTree() {
         std::map<std::string, std::string> files = FilesBelow(root_.Path());
@@ -427,6 +441,7 @@ private:
         }
         // No kill damages the history: a damaged one would have been set aside, under another name.
         std::erase_if(files, [](const auto& file) { return file.first.starts_with(".tarvex/history.db"); });
+        CheckGeneration(files);
         files.erase(".tarvex.lock");  // holds no state: the kernel knows who has the lock
         std::erase_if(files, [](const auto& file) { return IsOfAnEdit(file.first); });
         for (const auto& [name, text] : files) ADD_FAILURE() << "an unknown file: " << name;
@@ -486,6 +501,7 @@ private:
     std::atomic<bool> refusing_ = true;
     int received_ = 0;
     int left_over_ = 0;
+    int generation_ = 0;  // of the tree
     int edits_ = 0;
     std::map<int, int> edits_with_code_;
     std::string new_address_ = "nobody@example.net";  // the last one

@@ -85,6 +85,12 @@ std::string RawClient::ReadAnswer(bool has_body) {
     return answer;
 }
 
+int RawClient::StatusAhead() {
+    std::array<char, 12> piece{};  // "HTTP/1.1 200"
+    const ssize_t bytes = recv(socket_.Get(), piece.data(), piece.size(), MSG_PEEK | MSG_WAITALL);
+    return StatusIn(std::string_view(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(bytes, 0))));
+}
+
 std::string RawClient::ReadToEnd() {
     while (ReadMore()) {
     }

@@ -28,6 +28,9 @@ public:
     // One answer: its head, and as much of a body as Content-Length says. What is there of it when the console closes.
     std::string ReadAnswer(bool has_body = true);
 
+    // The status of an answer that has begun to come and stays to be read. Waits for it.
+    int StatusAhead();
+
     // All until the console closes.
     std::string ReadToEnd();
 

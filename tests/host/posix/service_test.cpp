@@ -415,7 +415,7 @@ TEST_F(Serving, AJournalThatNobodyReadsGoesIntoNoOtherFile) {
     ASSERT_TRUE(Eventually([&] { return fs::exists(Socket()); }));
     host_.Tell({"user", "set", "user0", "--loginname", "new"});
     const std::string holder = ReadFile(lock);
-    EXPECT_THAT(holder, AllOf(HasSubstr(" serve\n"), Not(HasSubstr("user0"))));
+    EXPECT_THAT(holder, AllOf(HasSubstr(" serve "), Not(HasSubstr("user0"))));
     service.Signal(SIGTERM);
     EXPECT_TRUE(service.WaitFor(kLong));
     EXPECT_EQ(service.ExitCode(), 0);
