@@ -71,11 +71,17 @@ const tasks = {
         await page.screenshot({ path: `${extra}/${title}-${name}.png`, fullPage: true });
         await look(page, `${title} ${name}`, options.viewport.width);
       }
+      await page.goto(address + "/account");
+      await page.click("form[action='/account/code'] button");
+      await page.waitForSelector("[name=secret]", { state: "attached" });
+      await page.screenshot({ path: `${extra}/authenticator-${name}.png`, fullPage: true });
+      await look(page, `authenticator ${name}`, options.viewport.width);
       await page.goto(address + profile);
       await page.click(`form[action="${profile}/start/check"] button`);
       await page.waitForURL("**/jobs/**");
       await page.waitForSelector("pre");
       await page.screenshot({ path: `${extra}/job-${name}.png`, fullPage: true });
+      await look(page, `job ${name}`, options.viewport.width);
       await page.context().close();
     }
   },
