@@ -54,6 +54,12 @@ bool IsHeldBackByService(const std::string& directory) {
     return service && service->Report().old_copy;
 }
 
+// Without rules, and where the rule is switched off, no profile waits for anybody.
+bool CanWait(const CPopProfile& profile) {
+    const std::optional<HostRules> rules = RulesOf(profile);
+    return rules && rules->floodguard;
+}
+
 // What is in the mailbox counts as handled for every address. A mailbox that cannot be listed leaves the profile
 // waiting by itself.
 void SkipMailbox(const CRootPath& root, const NamedProfile& named, std::vector<EditRequest>& edits) {
@@ -67,7 +73,7 @@ void SkipMailbox(const CRootPath& root, const NamedProfile& named, std::vector<E
             edits.push_back(std::move(request));
         }
     } catch (const CommandError& error) {
-        if (!HasRules(root.path))
+        if (!CanWait(*named.profile))
             throw CommandError(error.ExitCode(), Tr("{0}: {1}; nothing was changed", name, error.what()));
         PrintNote(name + ": " + error.what());
         edits.emplace_back(EditKind::Profile, EditVerb::Hold, name);
