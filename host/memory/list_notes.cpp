@@ -43,10 +43,15 @@ CString FolderOf(const CForwardAddress& address) { return address.path.substr(ad
 // The address in its folder: the list of another one says nothing.
 CString SubjectOf(const CForwardAddress& address) { return FolderOf(address) + ' ' + address.setting.address; }
 
+// As POP3 wants ids to be. One with a blank before it or a line end is not read back from its list as it was written.
+bool IsProper(std::string_view id) {
+    return !id.empty() && std::ranges::all_of(id, [](char c) { return c > ' ' && c <= '~'; });
+}
+
 std::vector<std::string_view> NewestOf(const CForwardAddress& address) {
     std::vector<std::string_view> newest;
     for (auto id = address.uidls.rbegin(); id != address.uidls.rend() && newest.size() < kNewest; ++id) {
-        if (!id->empty()) newest.push_back(*id);
+        if (IsProper(*id)) newest.push_back(*id);
     }
     return newest;
 }

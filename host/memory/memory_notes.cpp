@@ -34,6 +34,18 @@ bool IsOver(const Note& note, CTime now) { return now >= note.next || now < note
 
 Matter LoginMatter(MailServer server) { return server == MailServer::Pop3 ? Matter::Login : Matter::SmtpLogin; }
 
+// Another folder has the place of the one that is remembered. Where somebody brought back a copy of it, its lists are
+// older than they were; those of a profile that was made anew lack nothing, or are empty.
+void InheritLists(Database& file, RememberedProfile& profile) {
+    auto row = file.Lend(
+        "SELECT subject, count, since, last, next, words FROM notes WHERE matter = ? AND profile ="
+        " (SELECT id FROM profiles WHERE path = ? AND gone IS NULL)");
+    for (row->With(static_cast<std::int64_t>(Matter::Listed), profile.name.path); row->Next();) {
+        const Subject subject(Matter::Listed, row->Text(0));
+        if (profile.changed_notes.insert(subject).second) profile.notes[subject] = ReadNote(*row, 1);
+    }
+}
+
 // One of the profile's notes, locked for as long as this lives.
 class NoteAccess {
 public:
@@ -79,6 +91,7 @@ void LoadNotes(Database& file, RememberedProfile& profile) {
         const Subject subject(static_cast<Matter>(row->Number(0)), row->Text(1));
         if (!profile.changed_notes.contains(subject)) profile.notes[subject] = ReadNote(*row, 2);
     }
+    if (FindId(file, profile) == 0) InheritLists(file, profile);
 }
 
 bool MemoryState::HasNotes(const RememberedProfile& profile, Matter matter) const {

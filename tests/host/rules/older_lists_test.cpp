@@ -78,6 +78,28 @@ TEST_F(OlderLists, GoOnWhenAPersonSaysSoAndSendNothingTwice) {
     EXPECT_THAT(UidlsOnDisk(Address(0)), SizeIs(9));
 }
 
+// Another folder under the same name, with the same files.
+void CopyFolder(const CPopProfile& profile) {
+    const std::filesystem::path folder = OnDisk(profile.path);
+    const std::filesystem::path copy = folder.string() + ".copy";
+    std::filesystem::copy(folder, copy, std::filesystem::copy_options::recursive);
+    std::filesystem::remove_all(folder);
+    std::filesystem::rename(copy, folder);
+}
+
+TEST_F(OlderLists, AreKnownWhereTheWholeFolderOfTheProfileWasBroughtBack) {
+    const std::size_t sent = Sent();
+    BringBack(0);
+    BringBack(1);
+    CopyFolder(house_.profile);
+    for (int time = 0; time < 2; ++time) {
+        Restart();
+        EXPECT_EQ(house_.Run().ending, CRunEnding::KeptBack);
+    }
+    EXPECT_THAT(Why(), HasSubstr("is older"));
+    EXPECT_EQ(Sent(), sent);
+}
+
 // What makes a list differ from what is remembered, and is no older list.
 struct Difference {
     const char* name;
@@ -116,6 +138,7 @@ const Difference kDifferences[] = {
          ids.push_back("caught");
          WriteUidls(address, ids);
      }},
+    {"FolderIsCopied", [](Household& house, CForwardAddress&) { CopyFolder(house.profile); }},
     {"ListIsInAnotherOrder",
      [](Household&, CForwardAddress& address) {
          Ids ids = UidlsOnDisk(address);
@@ -190,6 +213,17 @@ TEST_F(OlderLists, BackupDoesNotRemember) {
     EXPECT_FALSE(restored.Of(CString(folder / "tree") + "\\user0\\from0").HasAny(host::Matter::Listed));
     EXPECT_TRUE(restored.Of(CString(folder / "tree") + "\\user0\\from0").HasSentAny("a@x"));
     EXPECT_TRUE(house_.Memory().HasAny(host::Matter::Listed));
+}
+
+TEST_F(OlderLists, IdsThatTheirListDoesNotHoldAsTheyWereAreNotMissed) {
+    for (const char* const id : {" lead", "  ", "end\r", "a\rb", "trail ", "\ttab", "\x82\xa0", "\xff"}) {
+        SCOPED_TRACE(id);
+        house_.Add({id});
+        house_.Run(2);
+        Restart();
+        house_.Run();
+        ASSERT_FALSE(Waits()) << Why();
+    }
 }
 
 }  // namespace
