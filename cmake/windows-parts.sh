@@ -10,7 +10,7 @@
 # Needs no root. The packages' signatures are checked. A part that has changed here gets a new number.
 set -euo pipefail
 folder=$(mkdir -p "$1" && cd "$1" && pwd)
-openssl_number=4
+openssl_number=5
 sqlite_number=2
 wine_number=2
 
@@ -56,7 +56,7 @@ build_openssl() { # TARGET
     no-shared no-tests no-engine no-dso no-module no-legacy no-async no-autoload-config no-pinshared no-ui-console \
     no-ssl3 no-dtls no-comp no-cmp no-cms no-ct no-ocsp no-rfc3779 no-srp no-ts \
     no-aria no-bf no-camellia no-cast no-des no-dsa no-ec2m no-gost no-idea no-md4 no-mdc2 no-ocb no-rc2 no-rc4 no-rmd160 \
-    no-scrypt no-seed no-siphash no-siv no-sm2 no-sm3 no-sm4 no-whirlpool -O2 -D_WIN32_WINNT=0x0601 -D__MINGW_USE_VC2005_COMPAT
+    no-seed no-siphash no-siv no-sm2 no-sm3 no-sm4 no-whirlpool -O2 -D_WIN32_WINNT=0x0601 -D__MINGW_USE_VC2005_COMPAT
   make -j"$(nproc)" build_libs
   make install_dev DESTDIR="$1/unpacked"
   mv "$1"/unpacked/openssl/* "$1"

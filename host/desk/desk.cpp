@@ -68,14 +68,17 @@ Json Refused(const std::optional<Visit>& visit, const std::string& status, const
 
 }  // namespace
 
-struct Desk::Parts : DeskParts {};
+struct Desk::Parts : DeskParts {
+    using DeskParts::DeskParts;
+};
 
-Desk::Desk(DeskOptions options) : parts_(std::make_unique<Parts>()) {
-    parts_->options = std::move(options);
+Desk::Desk(DeskOptions options) : parts_(std::make_unique<Parts>(std::move(options))) {
     TakePasswordsTime({});  // the first time takes twice as long
 }
 
 Desk::~Desk() = default;
+
+void Desk::Rest() { parts_->tree.Forget(); }
 
 Json Desk::Answer(const Json& question) {
     std::optional<Visit> visit;

@@ -25,6 +25,7 @@
 //
 // Names of things are paths: "user0/from0/forwardto0".
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,6 +38,7 @@ struct DeskOptions {
     std::string directory;  // of the tree
     std::string program;    // the command `tarvex`, which looks at servers in a process of its own
     std::function<void(const std::string& sentence)> tell;  // for the log; from any thread
+    std::function<std::uint64_t()> changes;  // how often the service has changed the tree; from any thread
 };
 
 class Desk {
@@ -48,6 +50,9 @@ public:
 
     // From any thread, also from several. Throws nothing but std::bad_alloc.
     Json Answer(const Json& question);
+
+    // Gives memory back that the next question will need again: when none has come for a while.
+    void Rest();
 
 private:
     struct Parts;

@@ -8,7 +8,6 @@
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/tree/tree_root.h"
 
 namespace tarvex::host {
 namespace {
@@ -35,7 +34,7 @@ Visit::Visit(DeskParts& parts, const Json& question) : parts_(parts), question_(
 void Visit::LoadAgain() {
     who_ = nullptr;
     try {
-        OpenTree(root_, Directory());
+        root_ = parts_.tree.Now();
     } catch (const CommandError& error) {
         throw Refusal{"refused", error.what()};
     }
@@ -44,8 +43,8 @@ void Visit::LoadAgain() {
 void Visit::RequireUser() {
     const auto session = parts_.sessions.Use(Text("session"), Sessions::Clock::now());
     if (!session) throw Refusal{"login", {}};
-    for (const auto& user : root_.users) {
-        if (ShownName(root_, user->path) != session->user) continue;
+    for (const auto& user : root_->users) {
+        if (ShownName(*root_, user->path) != session->user) continue;
         const bool may =
             user->setting_loaded.whole && user->setting.status != 0 && PasswordMark(*user) == session->password;
         if (!may) break;
@@ -65,7 +64,7 @@ void Visit::RequireFormToken() const {
     if (!AreSame(Text("token"), session_.form_token)) throw Refusal{"forbidden", {}};
 }
 
-std::string Visit::WhoPath() const { return ShownName(root_, who_->path); }
+std::string Visit::WhoPath() const { return ShownName(*root_, who_->path); }
 
 std::string Visit::Caller() const { return ShowText(who_->setting.loginname) + " (console)"; }
 
@@ -117,17 +116,17 @@ std::vector<std::string> Visit::List(std::string_view key) const {
 }
 
 CUser& Visit::UserCalled(const std::string& path) const {
-    for (const auto& user : root_.users) {
-        if (MaySee(*user) && ShownName(root_, user->path) == path) return *user;
+    for (const auto& user : root_->users) {
+        if (MaySee(*user) && ShownName(*root_, user->path) == path) return *user;
     }
     Missing();
 }
 
 NamedProfile Visit::ProfileCalled(const std::string& path) const {
-    for (const auto& user : root_.users) {
+    for (const auto& user : root_->users) {
         if (!MaySee(*user)) continue;
         for (const auto& profile : user->profiles) {
-            if (ShownName(root_, profile->path) == path) return {user.get(), profile.get()};
+            if (ShownName(*root_, profile->path) == path) return {user.get(), profile.get()};
         }
     }
     Missing();
@@ -136,13 +135,13 @@ NamedProfile Visit::ProfileCalled(const std::string& path) const {
 NamedForward Visit::ForwardCalled(const std::string& path) const {
     const auto [user, profile] = ProfileCalled(path.substr(0, path.rfind('/')));
     for (const auto& forward : profile->forward_addresses) {
-        if (ShownName(root_, forward->path) == path) return {user, profile, forward.get()};
+        if (ShownName(*root_, forward->path) == path) return {user, profile, forward.get()};
     }
     Missing();
 }
 
 std::vector<NamedProfile> Visit::Visible() const {
-    std::vector<NamedProfile> visible = AllProfiles(root_);
+    std::vector<NamedProfile> visible = AllProfiles(*root_);
     std::erase_if(visible, [this](const NamedProfile& named) { return !MaySee(*named.user); });
     return visible;
 }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -16,6 +17,7 @@
 #include "host/desk/attempts.h"
 #include "host/desk/desk.h"
 #include "host/desk/jobs.h"
+#include "host/desk/read_tree.h"
 #include "host/desk/sessions.h"
 #include "host/edit/edit.h"
 #include "host/terminal/json.h"
@@ -25,7 +27,10 @@
 namespace tarvex::host {
 
 struct DeskParts {
-    DeskOptions options;
+    explicit DeskParts(DeskOptions given) : options(std::move(given)), tree(options.directory, options.changes) {}
+
+    const DeskOptions options;
+    ReadTree tree;
     Sessions sessions;
     Attempts attempts;
     std::mutex mutex;
@@ -47,7 +52,7 @@ public:
 
     DeskParts& Parts() const { return parts_; }
     const std::string& Directory() const { return parts_.options.directory; }
-    const CRootPath& Root() const { return root_; }
+    const CRootPath& Root() const { return *root_; }
     void LoadAgain();  // nobody asks then, until EnterAs
 
     // Finds out who asks. Throws Refusal ("login").
@@ -86,7 +91,7 @@ private:
 
     DeskParts& parts_;
     const Json& question_;
-    CRootPath root_;
+    std::shared_ptr<const CRootPath> root_;
     const CUser* who_ = nullptr;
     Session session_;
 };

@@ -32,7 +32,7 @@ std::string HashOf(std::string_view id) {  // FNV-1a
     for (const char c : id) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
     std::string letters(kLetters, '0');
     for (char& letter : letters) {
-        letter = kDigits[hash >> 60U];
+        letter = kDigits[static_cast<std::size_t>(hash >> 60U)];
         hash <<= 4U;
     }
     return letters;

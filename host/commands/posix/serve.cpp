@@ -33,7 +33,8 @@ DeskOptions OptionsOfDesk(const std::string& directory, Service& service) {
     std::error_code error;
     const std::string program = std::filesystem::read_symlink("/proc/self/exe", error).string();
     if (error) throw CommandError(kBroken, Tr("cannot find this program: {0}", error.message()));
-    return {directory, program, [&service](const std::string& sentence) { service.Warn(sentence); }};
+    return {directory, program, [&service](const std::string& sentence) { service.Warn(sentence); },
+            [&service] { return service.Changes(); }};
 }
 
 }  // namespace

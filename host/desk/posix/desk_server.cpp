@@ -31,6 +31,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kBacklog = 64;
+constexpr std::chrono::milliseconds kRest = 1min;
 constexpr auto kPatience = 10s;  // for a question, and for taking its answer
 constexpr int kMostDepth = 4;    // of a question
 constexpr mode_t kForGroup = 0660;
@@ -127,8 +128,9 @@ DeskServer::~DeskServer() {
 void DeskServer::Serve() {
     for (;;) {
         std::array<pollfd, 2> watched = {{{stop_.Get(), POLLIN, 0}, {listener_.Get(), POLLIN, 0}}};
-        poll(watched.data(), watched.size(), -1);
+        const int ready = poll(watched.data(), watched.size(), static_cast<int>(kRest.count()));
         if (watched[0].revents != 0) return;
+        if (ready == 0) desk_.Rest();
         try {
             AnswerOne();
         } catch (const std::exception&) {  // no memory: the client gets no answer

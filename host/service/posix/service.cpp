@@ -334,6 +334,7 @@ void Service::Reload() {
         const auto last = last_times.find(profile.path);
         if (last != last_times.end()) profile.setting.lasttime = last->second;
     });
+    ++changes_;
     if (trouble.empty()) {
         log_.Say("loaded the tree again", kOfService);
         left_out_.clear();

@@ -3,6 +3,7 @@
 // The service: the one host of a root. It calls the entry again and again and makes edits in between. service.cpp
 // begins with a picture of its loop. Everything happens on the thread that calls Run, except the runs.
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -40,6 +41,9 @@ public:
 
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
     int Run();
+
+    // How often the tree has been changed or loaded again; from any thread.
+    std::uint64_t Changes() const { return changes_; }
 
     // Into the log; from any thread.
     void Warn(const std::string& sentence) { log_.Warn(sentence, {LogMatter::Service}); }
@@ -135,6 +139,7 @@ private:
     std::vector<CPopProfile*> waiting_;                // for room, in their order; none outlives a change of the tree
     std::map<CString, AskedRun> asked_;                // runs that commands have asked for, until they start
     std::map<CString, std::string> held_up_;           // why a rule keeps a profile from running now
+    std::atomic<std::uint64_t> changes_{0};
     bool has_root_ = true;
     bool look_for_room_ = false;  // a run has ended, or not all that could be started was
     bool look_at_clients_ = false;

@@ -293,9 +293,12 @@ void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
 // ---- the age of the tree
 
 int Service::Apply(const EditRequest& request, Reply& reply) {
-    if (request.kind != EditKind::Tree) return EditWithMemory(root_, rules_.Memory(), request, reply);
-    next_tick_ = Clock::now();
-    return EditTree(age_, request, reply);
+    const bool is_of_tree = request.kind == EditKind::Tree;
+    if (is_of_tree) next_tick_ = Clock::now();
+    const int code =
+        is_of_tree ? EditTree(age_, request, reply) : EditWithMemory(root_, rules_.Memory(), request, reply);
+    ++changes_;
+    return code;
 }
 
 void Service::RaiseGeneration() {
