@@ -56,26 +56,33 @@ bool IsHeldBackByService(const std::string& directory) {
 
 // Without rules, and where the rule is switched off, no profile waits for anybody.
 bool CanWait(const CPopProfile& profile) {
-    const std::optional<HostRules> rules = RulesOf(profile);
-    return rules && rules->floodguard;
+    try {
+        const std::optional<HostRules> rules = RulesOf(profile);
+        return rules && rules->floodguard;
+    } catch (const CommandError&) {
+        return false;  // nobody knows what they say
+    }
 }
 
 // What is in the mailbox counts as handled for every address. A mailbox that cannot be listed leaves the profile
 // waiting by itself.
 void SkipMailbox(const CRootPath& root, const NamedProfile& named, std::vector<EditRequest>& edits) {
     const std::string name = ShownName(root, named.profile->path);
+    const bool can_wait = CanWait(*named.profile);
+    const std::string outcome = can_wait ? Tr("it waits by itself") : Tr("nothing was changed");
     try {
-        if (!IsSwitchedOn(*named.user, *named.profile)) throw CommandError(kUnavailable, Tr("it is switched off"));
-        const std::vector<std::string> ids = IdsOnServer(*named.profile, Tr("it waits by itself"));
+        if (!IsSwitchedOn(*named.user, *named.profile))
+            throw CommandError(kUnavailable, Tr("it is switched off; {0}", outcome));
+        const std::vector<std::string> ids = IdsOnServer(*named.profile, outcome);
         for (const auto& forward : named.profile->forward_addresses) {
             EditRequest request(EditKind::Forward, EditVerb::CatchUp, ShownName(root, forward->path));
             request.uidls = ids;
             edits.push_back(std::move(request));
         }
     } catch (const CommandError& error) {
-        if (!CanWait(*named.profile))
-            throw CommandError(error.ExitCode(), Tr("{0}: {1}; nothing was changed", name, error.what()));
-        PrintNote(name + ": " + error.what());
+        const std::string why = name + ": " + error.what();
+        if (!can_wait) throw CommandError(error.ExitCode(), why);
+        PrintNote(why);
         edits.emplace_back(EditKind::Profile, EditVerb::Hold, name);
     }
 }

@@ -130,11 +130,12 @@ TEST_F(OldCopyOfTree, MailboxThatCannotBeListedLeavesItsProfileWaiting) {
     mailbox_.SetFault([](const std::string& command) { return command.starts_with("APOP") ? "-ERR not now" : ""; });
     for (const char* const rules : {"", "[floodguard]\r\n0\r\n\r\n"}) {  // without them nothing waits
         if (*rules != '\0') AddRules(rules);
-        EXPECT_THAT(Fail(69, {"accept", "--skip", "--expect-generation", "12"}), HasSubstr("nothing was changed"));
+        EXPECT_THAT(Fail(69, {"accept", "--skip", "--expect-generation", "12"}),
+                    HasSubstr("-ERR not now; nothing was changed"));
         EXPECT_EQ(Do({"generation"}), "5\n");
     }
     AddRules();
-    EXPECT_THAT(Fail(0, {"accept", "--skip", "--expect-generation", "12"}), HasSubstr("not now"));
+    EXPECT_THAT(Fail(0, {"accept", "--skip", "--expect-generation", "12"}), HasSubstr("not now; it waits by itself"));
     EXPECT_EQ(Do({"generation"}), "13\n");
     EXPECT_THAT(Do({"status"}, 1), HasSubstr("the tree was an old copy"));
     mailbox_.SetFault({});
