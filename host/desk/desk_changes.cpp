@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <functional>
 #include <optional>
 
 #include "host/desk/rights.h"
@@ -14,6 +15,8 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/program_output.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_root.h"
 #include "host/view/mail_json.h"
 #include "host/view/mailbox_ids.h"
 
@@ -74,12 +77,19 @@ void RequireRight(const Visit& visit, const EditRequest& request) {
     }
 }
 
-// Of the profile that the edit is about, for what is to count as handled. Throws CommandError.
-std::vector<std::string> IdsFor(const Visit& visit, const EditRequest& request) {
-    const std::string path = request.kind == EditKind::Forward && request.verb != EditVerb::Add
-                                 ? request.name.substr(0, request.name.rfind('/'))
-                                 : request.name;
-    return IdsOnServer(*visit.ProfileCalled(path).profile, Tr("nothing was changed"));
+// What is in the mailbox of the profile that the edit is about, for it to count as handled. A server may be slow: none
+// of the few threads that answer questions waits for it. Throws Refusal; what it returns throws CommandError.
+std::function<void(EditRequest&)> AddIds(const Visit& visit, const EditRequest& edit) {
+    const bool is_address = edit.kind == EditKind::Forward && edit.verb != EditVerb::Add;
+    const std::string path = is_address ? edit.name.substr(0, edit.name.rfind('/')) : edit.name;
+    visit.ProfileCalled(path);
+    return [directory = visit.Directory(), path](EditRequest& request) {
+        CRootPath root;
+        OpenTree(root, directory);
+        if (!HasPath(root, path))
+            throw CommandError(kNotFound, Tr("{0} has gone meanwhile; nothing was changed", path));
+        request.uidls = IdsOnServer(*FindProfile(root, path).profile, Tr("nothing was changed"));
+    };
 }
 
 // The words of a command about one profile, or nothing for a word that is none.
@@ -127,8 +137,9 @@ Json AnswerChange(Visit& visit) {
     const auto password = request.secrets.find("password");
     if (request.kind == EditKind::User && password != request.secrets.end()) RequireGoodPassword(password->second);
     const bool skips_all = request.verb == EditVerb::CatchUp && request.uidls.empty();
-    if (skips_all || visit.Flag("new_mail_only")) request.uidls = IdsFor(visit, request);
-    return AnswerEdit(visit, std::move(request));
+    if (!skips_all && !visit.Flag("new_mail_only")) return AnswerEdit(visit, std::move(request));
+    const auto add_ids = AddIds(visit, request);
+    return AnswerEdit(visit, std::move(request), add_ids);
 }
 
 // The week of an address, as a grid of half hours: seven texts of 48 digits from Sunday.

@@ -158,12 +158,15 @@ Json Visit::Ok() const {
 
 std::string PasswordMark(const CUser& user) { return DigestOf(user.setting.password); }
 
-Json AnswerEdit(Visit& visit, EditRequest request) {
+Json AnswerEdit(Visit& visit, EditRequest request, const std::function<void(EditRequest&)>& prepare) {
     request.caller = visit.Caller();
+    request.by_path = true;  // what was judged here, and nothing that takes its name
     JobState state;
     state.what = EditName(request);
     state.about = request.name;
-    const auto make = [directory = visit.Directory(), request](JobVoice& voice) -> std::pair<int, std::string> {
+    const auto make = [directory = visit.Directory(), request,
+                       prepare](JobVoice& voice) mutable -> std::pair<int, std::string> {
+        if (prepare) prepare(request);
         const auto service = ServiceConnection::Try(directory);
         if (!service) return {kTryLater, Tr("no service owns the tree")};
         Reply reply;

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -102,8 +103,9 @@ std::string PasswordMark(const CUser& user);
 // Of one that is set at the console. Throws Refusal.
 void RequireGoodPassword(const std::string& password);
 
-// Has the service make the edit, in a job where that takes longer; returns the answer.
-Json AnswerEdit(Visit& visit, EditRequest request);
+// Has the service make the edit, in a job where that takes longer; returns the answer. `prepare`, where there is one,
+// completes the edit before, in the job: it may take its time, and throw CommandError.
+Json AnswerEdit(Visit& visit, EditRequest request, const std::function<void(EditRequest&)>& prepare = {});
 
 // The state of a job as an answer.
 Json AnswerJob(Visit& visit, const std::string& name);

@@ -416,6 +416,10 @@ std::string EditName(const EditRequest& request) {
            std::string(kEditVerbs[static_cast<std::size_t>(request.verb)]);
 }
 
+bool IsThere(const CRootPath& root, const EditRequest& request) {
+    return !request.by_path || request.name.empty() || HasPath(root, request.name);
+}
+
 int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
     reply = {};
     try {
@@ -437,6 +441,7 @@ int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
 }
 
 std::vector<CString> TouchedProfiles(CRootPath& root, const EditRequest& request) {
+    if (!IsThere(root, request)) return {};
     try {
         return Editor(root, request).Touched();
     } catch (const CommandError&) {

@@ -51,6 +51,7 @@ struct EditRequest {
                            // changed since. Empty when nobody was asked
     std::string caller;    // the user who wants it; empty: not known
     std::string expected_held;  // the same of mail that is set aside (host/held/held_work.h)
+    bool by_path = false;  // the name is a whole path: where that has gone, nothing else that is called so is meant
 };
 
 // "profile set"
@@ -69,6 +70,9 @@ bool FetchTheSame(const CPopProfileSetting& one, const CPopProfileSetting& other
 std::string WhatGoes(const CUser& user);
 std::string WhatGoes(const CPopProfile& profile);
 std::string WhatGoes(const CForwardAddress& forward);
+
+// False when the edit names by its path what is not there.
+bool IsThere(const CRootPath& root, const EditRequest& request);
 
 // Applies an edit to the tree in memory and saves it; both stay as they were when it fails. Once it has returned kDone,
 // a power failure does not undo it. Where only the last wait for the disk failed, the change stands in memory and on

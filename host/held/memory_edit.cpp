@@ -208,6 +208,11 @@ void ForgetOthers(const CPopProfile& profile, RuleMemory& memory) {
 }  // namespace
 
 int EditWithMemory(CRootPath& root, RuleMemory& memory, const EditRequest& request, Reply& reply) {
+    reply = {};
+    if (!IsThere(root, request)) {
+        reply.error = Tr("{0} has gone meanwhile; nothing was changed", ShowUtf8Text(request.name));
+        return kNotFound;
+    }
     const bool is_of_memory = request.verb == EditVerb::CatchUp || request.verb == EditVerb::Resend ||
                               request.verb == EditVerb::Hold ||
                               (request.verb == EditVerb::Accept && request.kind == EditKind::Profile);
@@ -217,7 +222,6 @@ int EditWithMemory(CRootPath& root, RuleMemory& memory, const EditRequest& reque
         if (code == kDone && profile) ForgetOthers(*profile, memory);
         return code;
     }
-    reply = {};
     try {
         reply.printed = Apply(root, memory, request);
         return kDone;

@@ -101,7 +101,8 @@ Json JsonOf(const EditRequest& request) {
             {"term_number", request.term_number ? Json(*request.term_number) : Json()},
             {"caller", TextOf(request.caller)},
             {"expected", TextOf(request.expected)},
-            {"expected_held", TextOf(request.expected_held)}};
+            {"expected_held", TextOf(request.expected_held)},
+            {"by_path", request.by_path}};
 }
 
 EditRequest EditIn(const Json& json) {
@@ -117,6 +118,7 @@ EditRequest EditIn(const Json& json) {
     if (json.contains("caller")) request.caller = BytesIn(json.at("caller"));
     request.expected = BytesIn(json.at("expected"));
     request.expected_held = BytesIn(json.at("expected_held"));
+    request.by_path = json.value("by_path", false);
     return request;
 }
 

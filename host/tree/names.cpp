@@ -286,6 +286,17 @@ std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vecto
     return chosen;
 }
 
+bool HasPath(const CRootPath& root, std::string_view path) {
+    return std::ranges::any_of(root.users, [&](const auto& user) {
+        if (ShownName(root, user->path) == path) return true;
+        return std::ranges::any_of(user->profiles, [&](const auto& profile) {
+            return ShownName(root, profile->path) == path ||
+                   std::ranges::any_of(profile->forward_addresses,
+                                       [&](const auto& forward) { return ShownName(root, forward->path) == path; });
+        });
+    });
+}
+
 std::string ShownName(const CRootPath& root, const CString& path) {
     return ShowPath(path.substr(std::min(path.size(), root.path.size() + 1)));
 }

@@ -37,6 +37,9 @@ CUser& FindUser(const CRootPath& root, std::string_view name);
 NamedProfile FindProfile(const CRootPath& root, std::string_view name);
 NamedForward FindForward(const CRootPath& root, std::string_view name);
 
+// Whether a user, a profile or a forwarding address has this whole path, whatever else is called so.
+bool HasPath(const CRootPath& root, std::string_view path);
+
 // The directory of a user or of a profile. Throws CommandError, also where the name is that of both.
 CString FindUserOrProfile(const CRootPath& root, std::string_view name);
 
