@@ -46,6 +46,10 @@ struct Jobs::Job : JobVoice {
         const std::lock_guard lock(mutex);
         return state.done;
     }
+    Clock::time_point Over() {
+        const std::lock_guard lock(mutex);
+        return over;
+    }
 
     const std::string owner;
     std::mutex mutex;
@@ -63,28 +67,26 @@ Jobs::~Jobs() {
 }
 
 std::string Jobs::Begin(const std::string& owner, JobState state, Work work, std::chrono::milliseconds patience) {
-    Job* job = nullptr;
+    std::shared_ptr<Job> job;  // so that it stays while it is waited for
     std::string name = NewSecret();
     {
         const std::lock_guard lock(mutex_);
-        Forget();
+        MakeRoom(owner);
         const auto is_under_way = [&](const auto& entry) {
             return entry.second->owner == owner && !entry.second->IsDone();
         };
         if (jobs_.size() >= kMost ||
             std::ranges::count_if(jobs_, is_under_way) >= static_cast<std::ptrdiff_t>(kMostOfOwner))
             return {};
-        auto made = std::make_unique<Job>(owner, std::move(state));
-        job = made.get();
+        job = std::make_shared<Job>(owner, std::move(state));
         try {
-            job->thread =
-                std::thread([job, work = std::move(work), language = SpokenLanguage()] { job->Do(work, language); });
+            job->thread = std::thread(
+                [at = job.get(), work = std::move(work), language = SpokenLanguage()] { at->Do(work, language); });
         } catch (const std::system_error&) {
             return {};
         }
-        jobs_.emplace(name, std::move(made));
+        jobs_.emplace(name, job);
     }
-    // Nobody forgets it meanwhile: it is remembered for longer than anybody waits.
     std::unique_lock lock(job->mutex);
     job->has_ended.wait_for(lock, patience, [job] { return job->state.done; });
     return name;
@@ -98,16 +100,28 @@ std::optional<JobState> Jobs::Of(const std::string& owner, const std::string& na
     return found->second->state;
 }
 
-// Those that ended a while ago; and where there is no room, those that have ended at all.
-void Jobs::Forget() {
-    const auto before = [this](Clock::time_point moment) {
-        std::erase_if(jobs_, [moment](const auto& entry) {
-            const std::lock_guard lock(entry.second->mutex);
-            return entry.second->state.done && entry.second->over < moment;
-        });
-    };
-    before(Clock::now() - kRemembered);
-    if (jobs_.size() >= kMost) before(Clock::now() - std::chrono::minutes(1));
+// Whoever begins many takes no room from the others.
+void Jobs::MakeRoom(const std::string& owner) {
+    std::erase_if(jobs_,
+                  [before = Clock::now() - kRemembered](const auto& entry) { return entry.second->Over() < before; });
+    while (ForgetOldest(kMostKeptOfOwner - 1, &owner)) {
+    }
+    while (jobs_.size() >= kMost && ForgetOldest(0, nullptr)) {
+    }
+}
+
+// Of those that have ended, of one owner or of all, the oldest where there are more than `but`. False else.
+bool Jobs::ForgetOldest(std::size_t but, const std::string* owner) {
+    auto oldest = jobs_.end();
+    std::size_t count = 0;
+    for (auto entry = jobs_.begin(); entry != jobs_.end(); ++entry) {
+        if (!entry->second->IsDone() || (owner && entry->second->owner != *owner)) continue;
+        ++count;
+        if (oldest == jobs_.end() || entry->second->Over() < oldest->second->Over()) oldest = entry;
+    }
+    if (count <= but) return false;
+    jobs_.erase(oldest);
+    return true;
 }
 
 }  // namespace tarvex::host

@@ -42,8 +42,9 @@ public:
     // Returns the exit code, and a sentence where that is not 0.
     using Work = std::function<std::pair<int, std::string>(JobVoice&)>;
 
-    static constexpr std::size_t kMostOfOwner = 4;  // under way
-    static constexpr std::size_t kMost = 32;
+    static constexpr std::size_t kMostOfOwner = 4;      // under way
+    static constexpr std::size_t kMostKeptOfOwner = 8;  // of those that have ended; the oldest go
+    static constexpr std::size_t kMost = 32;            // the oldest of all that have ended go for a new one
     static constexpr std::size_t kMostPrinted_bytes = 1 << 20;
     static constexpr std::chrono::minutes kRemembered{10};  // after its end
 
@@ -62,10 +63,11 @@ public:
 private:
     struct Job;
 
-    void Forget();
+    void MakeRoom(const std::string& owner);
+    bool ForgetOldest(std::size_t but, const std::string* owner);
 
     std::mutex mutex_;
-    std::map<std::string, std::unique_ptr<Job>> jobs_;
+    std::map<std::string, std::shared_ptr<Job>> jobs_;
 };
 
 }  // namespace tarvex::host
