@@ -27,7 +27,8 @@ std::string OfAddress(std::string_view address) {
 bool Attempts::Begin(std::string_view name, std::string_view address, Clock::time_point now) {
     const std::lock_guard lock(mutex_);
     MakeRoom(now);
-    Failures& of_name = Recent(OfName(name), now);
+    Failures nobody;
+    Failures& of_name = name.empty() ? nobody : Recent(OfName(name), now);
     Failures& of_address = Recent(OfAddress(address), now);
     if (of_name.size() >= kMostFailures || of_address.size() >= kMostFailures) return false;
     of_name.push_back(now);

@@ -23,7 +23,7 @@ public:
     static constexpr std::size_t kMostSubjects = 10'000;
 
     // Whether a password for the name may be tried from the address, which counts as a failure until Forgive: many
-    // tries at the same time are no way around the limit.
+    // tries at the same time are no way around the limit. Without a name the address alone counts.
     [[nodiscard]] bool Begin(std::string_view name, std::string_view address, Clock::time_point now);
 
     // The password was right: the failures of the name are forgotten, and this one of the address, whose others may

@@ -37,7 +37,8 @@ std::string ShowClock(Sessions::Clock::time_point moment) { return ShowIsoTime(S
 }
 
 // Waits for the service, which has such an edit made at once. Throws Refusal.
-void EditNow(const Visit& visit, const EditRequest& request) {
+void EditNow(const Visit& visit, EditRequest request) {
+    request.by_path = true;
     const auto service = ServiceConnection::Try(visit.Directory());
     if (!service) throw Refusal{"busy", {}};
     Reply reply;
@@ -72,6 +73,15 @@ void RequireCode(Visit& visit, const std::string& user_path) {
     const auto step = StepOfCode(*secret, code, std::time(nullptr), parts.used_codes[user_path]);
     if (!step) throw Refusal{"refused", Tr("The code is wrong, or was used before."), true};
     parts.used_codes[user_path] = *step;
+}
+
+// A million codes are few for whoever has stolen a session.
+void RequireCodeToTakeItAway(Visit& visit) {
+    const std::string name = ShowText(visit.Who().setting.loginname);
+    const std::string address = visit.Text("address");
+    if (!visit.Parts().attempts.Begin(name, address, Attempts::Clock::now())) TooMany();
+    RequireCode(visit, visit.WhoPath());
+    visit.Parts().attempts.Forgive(name, address);
 }
 
 // The user is that of the visit's tree.
@@ -113,7 +123,8 @@ Json AnswerLogin(Visit& visit) {
     }
     const CUser* const user = UserNamed(visit, name);
     const bool is_hashed = user && IsHashedPassword(user->setting.password);
-    if (!is_hashed) TakePasswordsTime(password);  // so that the time does not tell which names there are
+    if (!is_hashed || password.empty())
+        TakePasswordsTime(password);  // so that the time does not tell which names there are
     if (!user || !FitsPassword(user->setting.password, password)) {
         Tell(visit,
              "failed login at the console: \"" + ShowUtf8Text(name.substr(0, 60)) + "\" from " + ShowUtf8Text(address));
@@ -135,10 +146,10 @@ Json AnswerFirstLogin(Visit& visit) {
     const std::string name = visit.Text("name");
     const std::string password = visit.Text("password");
     const std::string address = visit.Text("address");
-    Attempts& attempts = visit.Parts().attempts;
-    if (!attempts.Begin({}, address, Attempts::Clock::now())) TooMany();
     if (name.empty()) throw Refusal{"refused", Tr("A login name is missing.")};
     RequireGoodPassword(password);
+    Attempts& attempts = visit.Parts().attempts;
+    if (!attempts.Begin({}, address, Attempts::Clock::now())) TooMany();
     if (!TakeFirstLogin(visit.Directory(), visit.Text("code"), std::time(nullptr)))
         throw Refusal{"refused", Tr("This link is not valid, or not any more; `tarvex console init` makes another.")};
     attempts.Forgive({}, address);
@@ -235,7 +246,7 @@ Json AnswerSetCode(Visit& visit) {
     const bool is_own = path == visit.WhoPath();
     const std::string secret = visit.Text("secret");
     if (secret.empty()) {
-        if (is_own) RequireCode(visit, path);
+        if (is_own) RequireCodeToTakeItAway(visit);
         RemoveConsoleFile(visit.Directory(), CodeFileOf(path));
         return visit.Ok();
     }

@@ -127,6 +127,14 @@ TEST(Attempts, AreFiveInAQuarterOfAnHourForANameAndForAnAddress) {
     EXPECT_TRUE(attempts.Begin("taro", "192.0.2.9", now + 15min + 1s));
 }
 
+TEST(Attempts, WithoutANameCountForTheAddressAlone) {
+    Attempts attempts;
+    const auto now = Attempts::Clock::now();
+    for (int i = 0; i < 5; ++i) EXPECT_TRUE(attempts.Begin("", "192.0.2.1", now));
+    EXPECT_FALSE(attempts.Begin("", "192.0.2.1", now));
+    EXPECT_TRUE(attempts.Begin("", "192.0.2.2", now));  // nobody keeps the first administrator out
+}
+
 TEST(Attempts, ARightPasswordForgivesTheNameButNotWhatTheAddressTriedElsewhere) {
     Attempts attempts;
     const auto now = Attempts::Clock::now();
@@ -280,6 +288,16 @@ TEST(Jobs, AreTheirOwnersAndSayHowFarTheyAre) {
     EXPECT_EQ(jobs.Of("user0", name)->printed, "one\ntwo\n");
     EXPECT_EQ(jobs.Of("user0", name)->exit_code, 69);
     EXPECT_EQ(jobs.Of("user0", name)->error, "it failed");
+}
+
+TEST(Jobs, ThatHaveEndedTakeNoRoomFromOthers) {
+    Jobs jobs;
+    const auto work = [](JobVoice&) { return std::pair(0, std::string()); };
+    const std::string others = jobs.Begin("user1", {}, work, 20s);
+    std::string last;
+    for (std::size_t i = 0; i < 2 * Jobs::kMost; ++i) EXPECT_NE(last = jobs.Begin("user0", {}, work, 20s), "");
+    EXPECT_TRUE(jobs.Of("user0", last));
+    EXPECT_TRUE(jobs.Of("user1", others));
 }
 
 TEST(Jobs, EndWithTheDesk) {
