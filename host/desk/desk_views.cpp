@@ -37,7 +37,8 @@ constexpr std::size_t kMostHistory = 200;
 constexpr std::size_t kMostLines = 1000;
 constexpr std::size_t kReasonColumns = 200;
 constexpr std::size_t kHead_bytes = 8 << 10;
-constexpr std::size_t kMostShown_bytes = 1 << 20;  // of a held message
+constexpr std::size_t kMostShown_bytes = 1 << 20;     // of a held message
+constexpr std::size_t kMostLogShown_bytes = 4 << 20;  // a server's answers make the lines as long as it likes
 constexpr std::size_t kMostText_bytes = 256 << 10;
 
 // How a profile is doing, in one word: by these the overview is sorted.
@@ -139,13 +140,13 @@ Json JsonOfForward(const Visit& visit, const CForwardAddress& forward, CTime now
 std::vector<FoundMail> FindIn(HistoryReader& reader, const Visit& visit, MailSearch search) {
     const std::string asked = visit.Text("profile");
     if (!asked.empty()) {
-        search.profile = ShownName(visit.Root(), visit.ProfileCalled(asked).profile->path);
+        search.directory = visit.ProfileCalled(asked).profile->path;
         return reader.Find(search);
     }
     if (visit.IsAdministrator()) return reader.Find(search);
     std::vector<FoundMail> all;
     for (const NamedProfile& named : visit.Visible()) {
-        search.profile = ShownName(visit.Root(), named.profile->path);
+        search.directory = named.profile->path;
         std::ranges::move(reader.Find(search), std::back_inserter(all));
     }
     std::ranges::stable_sort(all, std::ranges::greater(), &FoundMail::id);
@@ -172,8 +173,7 @@ Json JsonOfMail(const FoundMail& found) {
 
 // The readable text of a message that a stranger wrote: never its HTML, and no more than can be read.
 std::string PlainTextOf(const CPopProfile& profile, const std::string& message) {
-    const CString beginning = message.substr(0, kMostShown_bytes);
-    const auto text = profile.TextMailOf(beginning, 0, 0, 1, "");
+    const auto text = profile.TextMailOf(message, 0, 0, 1, "");
     if (!text) return {};
     const std::size_t body = text->find("\r\n\r\n");
     CString sjis = TextFromJis(body == CString::npos ? *text : text->substr(body + 4));
@@ -203,10 +203,26 @@ Json JsonOf(const FoundRun& found) {
             {"ended", HowItEnded(found.run.result, 1, kReasonColumns)}};
 }
 
-// The newest first, of runs and edits together.
-Json Events(HistoryReader& reader, const HistorySearch& search) {
+// Of the newest lines as many as a page takes.
+std::size_t FirstShown(const std::vector<std::string>& lines) {
+    std::size_t first = lines.size();
+    for (std::size_t bytes = 0; first > 0 && lines.size() - first < kMostLines; --first) {
+        bytes += lines[first - 1].size();
+        if (bytes > kMostLogShown_bytes) break;
+    }
+    return first;
+}
+
+// The newest first, of runs and edits together. To a user nothing from before the edit that added what is asked for:
+// the folder, and with it the name, may have been another's.
+Json Events(HistoryReader& reader, HistorySearch search, bool is_administrator) {
     std::vector<Json> events;
-    for (const MadeEdit& edit : reader.Edits(search)) events.push_back(JsonOf(edit));
+    for (const MadeEdit& edit : reader.Edits(search)) {
+        events.push_back(JsonOf(edit));
+        if (is_administrator || edit.name != search.name || !edit.command.ends_with(" add")) continue;
+        search.since = edit.made;
+        break;
+    }
     for (const FoundRun& run : reader.Runs(search)) events.push_back(JsonOf(run));
     std::ranges::stable_sort(events, std::ranges::greater(),
                              [](const Json& one) { return one["moment"].get<CTime>(); });
@@ -306,7 +322,7 @@ Json AnswerProfile(Visit& visit) {
     answer["zone"] = ShowZone();
     answer["mails"] = FromHistory(visit, [&](HistoryReader& reader) {
         Json mails = Json::array();
-        MailSearch search{{}, ShownName(visit.Root(), profile.path), 0, 10};
+        const MailSearch search{{}, {}, 0, 10, profile.path};
         for (const FoundMail& mail : reader.Find(search)) mails.push_back(JsonOfMail(mail));
         return mails;
     });
@@ -322,8 +338,7 @@ Json AnswerLog(Visit& visit) {
     answer["is_on"] = profile.setting.logmode != 0;
     const auto lines = ReadLog(profile.path);
     if (!lines) return answer;
-    for (std::size_t i = lines->size() - std::min(kMostLines, lines->size()); i < lines->size(); ++i)
-        answer["lines"].push_back(ShowLogLine(*lines, i));
+    for (std::size_t i = FirstShown(*lines); i < lines->size(); ++i) answer["lines"].push_back(ShowLogLine(*lines, i));
     return answer;
 }
 
@@ -372,13 +387,13 @@ Json AnswerHeld(Visit& visit) {
     return answer;
 }
 
-// One message, to be read or, with "whole", to be taken away.
+// The beginning of one message, to be read.
 Json AnswerHeldMail(Visit& visit) {
     const CPopProfile& profile = *visit.ProfileCalled(visit.Text("profile")).profile;
     const std::int64_t id = visit.Number("id", -1);
     for (const HeldRecord& record : HeldRecordsOf(profile)) {
         if (record.id != id) continue;
-        const auto text = HeldStore(profile.path).Text(record.id);
+        const auto text = HeldStore(profile.path).Text(record.id, kMostShown_bytes);
         const std::string message = text ? MessageIn(*text) : "";
         Json answer = visit.Ok();
         answer["mail"] = JsonOf(ShownName(visit.Root(), profile.path), record);
@@ -404,7 +419,8 @@ Json AnswerHistory(Visit& visit) {
     if (search.name.empty() && !visit.IsAdministrator()) search.name = visit.WhoPath();
     Json answer = visit.Ok();
     answer["name"] = search.name;
-    answer["events"] = FromHistory(visit, [&](HistoryReader& reader) { return Events(reader, search); });
+    answer["events"] =
+        FromHistory(visit, [&](HistoryReader& reader) { return Events(reader, search, visit.IsAdministrator()); });
     return answer;
 }
 

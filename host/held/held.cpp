@@ -178,9 +178,9 @@ std::optional<HeldRecord> HeldStore::Find(int id) const {
     return RecordOf(id, mail_bytes);
 }
 
-std::optional<std::string> HeldStore::Text(int id) const {
+std::optional<std::string> HeldStore::Text(int id, std::size_t most_bytes) const {
     bool missing = false;
-    return folder_.Read(FileOf(id, kMail), missing);
+    return folder_.Read(FileOf(id, kMail), missing, most_bytes);
 }
 
 bool HeldStore::Update(const HeldRecord& record) const { return WriteRecord(record); }

@@ -46,8 +46,8 @@ public:
 
     std::optional<HeldRecord> Find(int id) const;  // nothing when there is no such record
 
-    // The message as it was fetched. Nothing when it cannot be read.
-    std::optional<std::string> Text(int id) const;
+    // The message as it was fetched, or as much of its beginning. Nothing when it cannot be read.
+    std::optional<std::string> Text(int id, std::size_t most_bytes = std::string::npos) const;
 
     // Writes the record of a message that is held. False when the old one may still be there after a power failure.
     [[nodiscard]] bool Update(const HeldRecord& record) const;

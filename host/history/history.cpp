@@ -144,7 +144,10 @@ std::optional<FoundMail> HistoryReader::Mail(std::int64_t id) {
 }
 
 std::vector<FoundMail> HistoryReader::Find(const MailSearch& search) {
-    return Has(kVersionWithMails) ? FindMails(*database_.Get(), search) : std::vector<FoundMail>();
+    if (!Has(kVersionWithMails)) return {};
+    if (search.directory.empty()) return FindMails(*database_.Get(), search);
+    const std::optional<std::int64_t> id = database_.FindProfile(search.directory);
+    return id ? FindMails(*database_.Get(), search, id) : std::vector<FoundMail>();
 }
 
 std::vector<MadeEdit> HistoryReader::Edits(const HistorySearch& search) {

@@ -29,8 +29,9 @@ public:
     std::optional<std::vector<Entry>> Entries() const;
 
     // The bytes of a plain file. Nothing when it cannot be read; then `missing` says whether that is because there is
-    // nothing by this name.
-    std::optional<std::string> Read(const std::string& name, bool& missing) const;
+    // nothing by this name. Of a longer one than `most_bytes` only the beginning.
+    std::optional<std::string> Read(const std::string& name, bool& missing,
+                                    std::size_t most_bytes = std::string::npos) const;
 
     // A file whose name is free, for its owner alone and synced. When it fails, there is no such file.
     [[nodiscard]] bool WriteNew(const std::string& name, std::string_view bytes) const;

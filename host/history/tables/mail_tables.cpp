@@ -185,15 +185,17 @@ std::optional<FoundMail> FindMail(Database& database, std::int64_t id) {
     return FoundMail{row->Text(0), ReadMail(database, id), row->Number(1) != 0, id};
 }
 
-std::vector<FoundMail> FindMails(Database& database, const MailSearch& search) {
+std::vector<FoundMail> FindMails(Database& database, const MailSearch& search, std::optional<std::int64_t> of_profile) {
     const std::string query = QueryFor(search);
     std::vector<std::int64_t> newest = query.empty() ? std::vector<std::int64_t>() : FindUnindexed(database, query);
     std::ranges::sort(newest, std::greater());
     std::vector<FoundMail> found;
     const auto take = [&](std::int64_t id) {
         const Database::Kept row = database.Lend(
-            "SELECT path, waits, mails.ended FROM mails JOIN profiles ON profiles.id = profile WHERE mails.id = ?");
+            "SELECT path, waits, mails.ended, profile FROM mails JOIN profiles ON profiles.id = profile WHERE mails.id "
+            "= ?");
         if (!row->With(id).Next() || row->Number(2) < search.since * kSecond) return;
+        if (of_profile && row->Number(3) != *of_profile) return;
         if (search.profile.empty() || row->Text(0) == search.profile)
             found.push_back({row->Text(0), ReadMail(database, id), row->Number(1) != 0, id});
     };

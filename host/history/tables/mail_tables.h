@@ -74,9 +74,12 @@ struct MailSearch {
     std::string profile;             // empty: of all
     CTime since = 0;
     std::size_t most = 20;
+    CString directory{};  // only of the profile that is there now, not of one that has had its name
 };
 
 // The newest first: one more than `most` when there are more. Throws CommandError for a word without letter or digit.
-std::vector<FoundMail> FindMails(Database& database, const MailSearch& search);
+// `of_profile`: only of the profile with this id.
+std::vector<FoundMail> FindMails(Database& database, const MailSearch& search,
+                                 std::optional<std::int64_t> of_profile = std::nullopt);
 
 }  // namespace tarvex::host

@@ -41,12 +41,12 @@ bool WriteAll(const Descriptor& file, std::string_view bytes) {
     return true;
 }
 
-std::optional<std::string> ReadAll(const Descriptor& file, std::size_t expected_bytes) {
+std::optional<std::string> ReadAll(const Descriptor& file, std::size_t expected_bytes, std::size_t most_bytes) {
     std::string content;
-    content.reserve(expected_bytes);
+    content.reserve(std::min(expected_bytes, most_bytes));
     std::array<char, 64 << 10> piece;
     for (;;) {
-        const ssize_t count = read(file.Get(), piece.data(), piece.size());
+        const ssize_t count = read(file.Get(), piece.data(), std::min(piece.size(), most_bytes - content.size()));
         if (count == 0) return content;
         if (count < 0 && errno != EINTR) return std::nullopt;
         if (count > 0) content.append(piece.data(), static_cast<std::size_t>(count));
@@ -88,7 +88,7 @@ std::optional<std::vector<PrivateFolder::Entry>> PrivateFolder::Entries() const 
     }
 }
 
-std::optional<std::string> PrivateFolder::Read(const std::string& name, bool& missing) const {
+std::optional<std::string> PrivateFolder::Read(const std::string& name, bool& missing, std::size_t most_bytes) const {
     const Descriptor folder = OpenFolder(path_);
     missing = !folder.IsOpen() && errno == ENOENT;
     if (!folder.IsOpen()) return std::nullopt;
@@ -96,7 +96,7 @@ std::optional<std::string> PrivateFolder::Read(const std::string& name, bool& mi
     missing = !file.IsOpen() && errno == ENOENT;
     struct stat status {};
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-    return ReadAll(file, static_cast<std::size_t>(status.st_size));
+    return ReadAll(file, static_cast<std::size_t>(status.st_size), most_bytes);
 }
 
 bool PrivateFolder::WriteNew(const std::string& name, std::string_view bytes) const {

@@ -62,11 +62,12 @@ bool WriteAll(const File& file, std::string_view bytes) {
     return true;
 }
 
-std::optional<std::string> ReadAll(const File& file) {
+std::optional<std::string> ReadAll(const File& file, std::size_t most_bytes) {
     std::string content;
     std::array<char, 64 << 10> piece;
     for (DWORD count = 0;; content.append(piece.data(), count)) {
-        if (!ReadFile(file.get(), piece.data(), static_cast<DWORD>(piece.size()), &count, nullptr)) return std::nullopt;
+        const auto wanted = static_cast<DWORD>(std::min(piece.size(), most_bytes - content.size()));
+        if (!ReadFile(file.get(), piece.data(), wanted, &count, nullptr)) return std::nullopt;
         if (count == 0) return content;
     }
 }
@@ -97,7 +98,7 @@ std::optional<std::vector<PrivateFolder::Entry>> PrivateFolder::Entries() const 
     return GetLastError() == ERROR_NO_MORE_FILES ? std::optional(std::move(entries)) : std::nullopt;
 }
 
-std::optional<std::string> PrivateFolder::Read(const std::string& name, bool& missing) const {
+std::optional<std::string> PrivateFolder::Read(const std::string& name, bool& missing, std::size_t most_bytes) const {
     const std::filesystem::path folder = NativePath(path_);
     File file;
     const bool opened = Patiently([&] {
@@ -111,7 +112,7 @@ std::optional<std::string> PrivateFolder::Read(const std::string& name, bool& mi
         !GetFileInformationByHandle(file.get(), &status) || (status.dwFileAttributes & kNotPlain) != 0) {
         return std::nullopt;
     }
-    return ReadAll(file);
+    return ReadAll(file, most_bytes);
 }
 
 bool PrivateFolder::WriteNew(const std::string& name, std::string_view bytes) const {

@@ -102,6 +102,18 @@ TEST_F(MailSearchTest, ShowsTheNewestAndSaysThatThereAreMore) {
     EXPECT_THAT(Search(MailSearch{{"same"}, "user0/from1", 0, 20}), IsEmpty());
 }
 
+TEST_F(MailSearchTest, AProfileDoesNotHaveTheMailOfOneThatHadItsName) {
+    Add({Mail("old", "same")});
+    EXPECT_THAT(Search(MailSearch{{"same"}, {}, 0, 20, Profile()}), ElementsAre("old"));
+    const std::filesystem::path folder = std::filesystem::path(root_) / "user0" / "from0";
+    std::filesystem::rename(folder, folder.string() + ".gone");  // its number on the disk is not given to the next
+    std::filesystem::create_directories(folder);
+    EXPECT_THAT(Search(MailSearch{{"same"}, {}, 0, 20, Profile()}), IsEmpty());
+    Add({Mail("new", "same")});
+    EXPECT_THAT(Search(MailSearch{{"same"}, {}, 0, 20, Profile()}), ElementsAre("new"));
+    EXPECT_THAT(Search(MailSearch{{"same"}, "user0/from0", 0, 20}), ElementsAre("new", "old"));
+}
+
 TEST_F(MailSearchTest, WhatWaitsIsReplacedByWhatWaitsAfterTheNextRun) {
     const auto run = [&](CRunEnding ending, int listed, std::vector<TracedMail> mails) {
         PastRun past{kNow, kNow, {}};
