@@ -136,6 +136,11 @@ ControlServer::~ControlServer() {
     unlink(path_.c_str());
 }
 
+void ControlServer::Close() {
+    listener_ = Descriptor();
+    clients_.clear();
+}
+
 void ControlServer::AddTo(std::vector<pollfd>& watched) const {
     if (clients_.size() < kMaxClients && Clock::now() >= accept_from_) watched.push_back({listener_.Get(), POLLIN, 0});
     for (const ControlClient& client : clients_) {

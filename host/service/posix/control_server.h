@@ -99,6 +99,9 @@ public:
     std::vector<ControlClient*> Waiting();  // the oldest first; valid until the next Work
     bool IsIdle() const { return clients_.empty(); }
 
+    // Whoever asks from now on, or has asked and got no answer, is told by the end of the connection.
+    void Close();
+
 private:
     void Accept();
 

@@ -373,6 +373,7 @@ void Service::Stop(int signal) {
         if (server_.Work()) look_at_clients_ = true;
         AnswerClients();
     }
+    server_.Close();
     log_.Say("stopped", kOfService);
 }
 

@@ -13,8 +13,15 @@
 #include <vector>
 
 #include "host/desk/one_time_code.h"
+#include "host/held/memory_edit.h"
+#include "host/saving/console_files.h"
+#include "host/service/posix/control_server.h"
+#include "host/service/service_connection.h"
+#include "host/settings/login_password.h"
+#include "host/system/command_error.h"
 #include "host/system/posix/descriptor.h"
 #include "host/terminal/json.h"
+#include "host/tree/tree_root.h"
 #include "tests/support/host_program.h"
 
 namespace tarvex::testing {
@@ -361,6 +368,75 @@ TEST_F(DeskTest, ARunIsAJobThatSaysWhatItDoes) {
     EXPECT_THAT(AskAs(LogIn("hanako"), "mails")["mails"], IsEmpty());
     EXPECT_THAT(AskAs(taro, "log", {{"profile", "user0/from0"}})["lines"].dump(), HasSubstr("Operation starting"));
     EXPECT_THAT(AskAs(taro, "profile", {{"profile", "user0/from0"}}).dump(), Not(HasSubstr("\"secret\":\"secret\"")));
+}
+
+// The time would tell which names there are.
+TEST_F(DeskTest, AnEmptyPasswordTakesAsLongAsAnyOther) {
+    const auto shortest = [](const auto& what) {
+        auto least = std::chrono::steady_clock::duration::max();
+        for (int i = 0; i < 3; ++i) {
+            const auto begin = std::chrono::steady_clock::now();
+            what();
+            least = std::min(least, std::chrono::steady_clock::now() - begin);
+        }
+        return least;
+    };
+    const auto empty = shortest([&] {
+        EXPECT_EQ(Ask({{"ask", "login"}, {"name", "hanako"}, {"password", ""}, {"address", kAddress}})["status"],
+                  "refused");
+    });
+    EXPECT_GT(empty, shortest([] { host::TakePasswordsTime("x"); }) / 2);
+}
+
+TEST_F(DeskTest, AnAuthenticatorIsNotTakenAwayByGuessing) {
+    const Json taro = LogIn("taro");
+    host::WriteConsoleFile(host_.Root(), host::CodeFileOf("user0"), host::NewCodeSecret());
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(AskAs(taro, "set-code", {{"code", "12345"}, {"address", kAddress}})["code"], true);
+    EXPECT_THAT(AskAs(taro, "set-code", {{"code", "12345"}, {"address", kAddress}})["message"].get<std::string>(),
+                HasSubstr("too many"));
+}
+
+TEST_F(DeskTest, WhoGetsTheFolderOfARemovedUserDoesNotGetTheHistory) {
+    EXPECT_THAT(AskAs(LogIn("hanako"), "history").dump(), HasSubstr("hanako@example.org"));
+    host_.Tell({"user", "remove", "hanako", "--yes"});
+    WriteFile(folder_ / "password", "jiro's secret\n");
+    host_.Tell({"user", "add", "jiro", "--password-file", folder_ / "password"});
+    const Json jiro = LogIn("jiro");
+    EXPECT_EQ(jiro["user"]["path"], "user1");
+    EXPECT_THAT(AskAs(jiro, "history").dump(), AllOf(HasSubstr("jiro"), Not(HasSubstr("hanako"))));
+}
+
+// The path was judged at the desk; by the time the service makes the edit, it may be the name of something else.
+TEST_F(DeskTest, AnEditByPathNeverFallsBackToWhatIsCalledSo) {
+    service_.reset();
+    host_.Tell({"user", "set", "taro", "--loginname", "user1"});
+    host_.Tell({"user", "remove", "hanako", "--yes"});
+    CRootPath root;
+    host::OpenTree(root, host_.Root());
+    host::RuleMemory memory(host_.Root(), [](const std::string&) {});
+    host::EditRequest request(host::EditKind::Forward, host::EditVerb::Set, "user1/from0/forwardto0");
+    request.values["nickname"] = "mine";
+    host::Reply reply;
+    request.by_path = true;
+    EXPECT_EQ(host::EditWithMemory(root, memory, request, reply), host::kNotFound);
+    EXPECT_THAT(reply.error, Not(HasSubstr("phone@example.net")));  // nor says what others have
+    EXPECT_THAT(host::TouchedProfiles(root, request), IsEmpty());
+    request.by_path = false;
+    EXPECT_EQ(host::EditWithMemory(root, memory, request, reply), host::kDone);
+}
+
+// However the service ends, whoever asks it hears of it.
+TEST(ControlServer, EndsConnectionsThatNobodyAnswersAnyMore) {
+    const TempDir folder;
+    host::ControlServer server(folder.String());
+    const auto early = host::ServiceConnection::Try(folder.String());
+    ASSERT_TRUE(early);
+    server.Close();
+    host::Reply reply;
+    const host::EditRequest request(host::EditKind::User, host::EditVerb::Set, "user0");
+    EXPECT_THROW(early->Edit(request, reply, [](const std::string&) {}), host::CommandError);
+    EXPECT_FALSE(host::ServiceConnection::Try(folder.String()));
 }
 
 TEST_F(DeskTest, AnswersInTheReadersLanguage) {
