@@ -65,8 +65,7 @@ int main(int argc, char** argv) {
     AddImportCommands(app, context);
     AddBackupCommands(app, context);
     AddConsoleCommands(app, context);
-    app.add_subcommand("demo", Tr("Forward a small mailbox between two servers on this machine, and show it."))
-        ->callback([&context] { context.command = Demo; });
+    AddDemoCommand(app, context);
 
     if (words.size() > 1 && words[1] == kCompletionCommand)
         return PrintCompletions(app, {words.begin() + 2, words.end()});

@@ -42,6 +42,7 @@ void AddImportCommands(CLI::App& app, Context& context);
 void AddBackupCommands(CLI::App& app, Context& context);
 void AddSetupCommand(CLI::App& app, Context& context);
 void AddConsoleCommands(CLI::App& app, Context& context);
+void AddDemoCommand(CLI::App& app, Context& context);
 
 // Parts of commands that `tarvex setup` has, too. They throw CommandError.
 
@@ -67,7 +68,8 @@ int NextStep(const Context& context);
 // How a tree is run from now on; `tarvex` is the command with its root.
 std::string HowToKeepRunning(const std::string& tarvex);
 
-// Forwards a small mailbox between two servers on loopback and shows it. Returns the exit code.
-int Demo();
+// Keeps forwarding a small mailbox between two servers on loopback, with the console at this port of 127.0.0.1, 0 for a
+// free one, until a signal comes. Returns the exit code; throws CommandError.
+int DemoInBrowser(int port);
 
 }  // namespace tarvex::host

@@ -6,10 +6,11 @@
 // text mail that should be made of it. The log is shown for the third pass only: it holds a whole conversation, and the
 // first one would fill three screens with the same.
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <ctime>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -19,7 +20,7 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/demo/mails.h"
-#include "host/edit/rules_edit.h"
+#include "host/commands/demo/tree.h"
 #include "host/held/held.h"
 #include "host/language/tr.h"
 #include "host/rules/ruled_runs.h"
@@ -30,7 +31,6 @@
 #include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/terminal/table.h"
-#include "host/terminal/tree_text.h"
 #include "loopback/mail_servers.h"
 #include "tarvex/tarvex.h"
 
@@ -40,13 +40,6 @@ namespace {
 using loopback::DeliveredMail;
 using loopback::MailboxServer;
 using loopback::SinkServer;
-
-constexpr const char* kUser = "demo";
-constexpr const char* kPassword = "secret";
-constexpr const char* kPhone = "phone@mobile.example";
-constexpr const char* kOffice = "office@work.example";
-constexpr const char* kPager = "pager@text.example";
-constexpr int kPagerLimit_bytes = 120;
 
 // ---- what is shown
 
@@ -105,93 +98,29 @@ std::vector<std::string> LinesOf(const std::string& text) {
     return lines;
 }
 
-// ---- the data tree
-
-template <class T>
-T& Created(T* object) {
-    if (!object) throw std::runtime_error("a part of the data tree could not be created");
-    return *object;
-}
-
-std::string TermTime(std::time_t moment) {
-    const std::tm local = *std::localtime(&moment);
-    return std::to_string(local.tm_year + 1900) + "," + std::to_string(local.tm_mon + 1) + "," +
-           std::to_string(local.tm_mday) + "," + std::to_string(local.tm_hour) + "," + std::to_string(local.tm_min) +
-           ",0";
-}
-
-// A term that is open now, and stays so over midnight and a change of the clocks: from yesterday to tomorrow.
-CTerm OpenNow() {
-    constexpr std::time_t kDay_s = 86'400;
-    const std::time_t now = std::time(nullptr);
-    CTerm term;
-    term.status = 1;
-    term.kind = TERM_DEFINED_TERM;
-    term.start = TermTime(now - kDay_s);
-    term.end = TermTime(now + kDay_s);
-    return term;
-}
-
-void BuildTree(CRootPath& root, int pop_port, int smtp_port) {
-    CUser& user = Created(root.CreateNewUser(kUser, kPassword, 1));
-    CPopProfile& profile = Created(user.CreateNewPopProfile(ToStored("デモ"), "demo@tarvex.example"));
-    CPopProfileSetting& setting = profile.setting;
-    setting.popserver = "127.0.0.1";
-    setting.popport = pop_port;
-    setting.popuser = kUser;
-    setting.poppassword = kPassword;
-    setting.apop = 1;
-    setting.smtpserver = "127.0.0.1";
-    setting.smtpport = smtp_port;
-    setting.smtpauth = 1;
-    setting.timer = 0;
-    profile.SaveSetting();
-
-    Created(profile.CreateNewForwardAddress("phone", ToStored("携帯") + " <" + kPhone + ">"));
-    CForwardAddress& office = Created(profile.CreateNewForwardAddress("office", kOffice));
-    const CTerm term = OpenNow();
-    office.schedule.AddNewTerm(&term);
-    office.SaveScheduleSetting();
-
-    CForwardAddress& pager = Created(profile.CreateNewForwardAddress("pager", kPager));
-    pager.setting.textonly = kPagerLimit_bytes;
-    pager.setting.cutwhite = 1;
-    pager.setting.htmltotext = 1;
-    pager.setting.compress_words = ToStored("- = * 　");
-    pager.SaveSetting();
-}
-
-void AddRules(const CRootPath& root) {
-    Saved saved = Saved::No;
-    CString directory;
-    EditRules(root, EditRequest(EditKind::Rules, EditVerb::Add, ""), saved, directory);
-    if (saved == Saved::No) throw std::runtime_error("the rules could not be written");
-}
-
 // ---- the passes
 
 class Demonstration {
 public:
-    explicit Demonstration(const Screen& screen)
-        : screen_(screen), mailbox_(kUser, kPassword), sink_(kUser, kPassword) {}
+    explicit Demonstration(Screen screen)
+        : screen_(screen), mailbox_(kDemoUser, kDemoPassword), sink_(kDemoUser, kDemoPassword) {}
 
     // True when everything expected has arrived exactly once.
     bool Run() {
         const std::string folder = MakeNewFolder(TemporaryDirectory() + "\\tarvex-demo-");
         if (!root_.SetRootPath(folder)) throw std::runtime_error("cannot use " + folder);
-        BuildTree(root_, mailbox_.Port(), sink_.Port());
-        AddRules(root_);
+        BuildDemoTree(root_, mailbox_.Port(), sink_.Port());
         const std::vector<DemoMail> first = FirstDemoMails();
         screen_.Heading(
             Tr("A POP3 mailbox with {0} mails, three forwarding addresses, one SMTP server, all on this "
                "machine",
                first.size()));
         std::cout << '\n';
-        screen_.Plain(std::string("phone   ") + kPhone + "  " + Tr("gets the whole mail"));
-        screen_.Plain(std::string("office  ") + kOffice + "   " +
+        screen_.Plain(std::string("phone   ") + kDemoPhone + "  " + Tr("gets the whole mail"));
+        screen_.Plain(std::string("office  ") + kDemoOffice + "   " +
                       Tr("gets the whole mail, while its schedule is open"));
-        screen_.Plain(std::string("pager   ") + kPager + "    " +
-                      Tr("gets a text mail: a header and {0} bytes of text at most", kPagerLimit_bytes));
+        screen_.Plain(std::string("pager   ") + kDemoPager + "    " +
+                      Tr("gets a text mail: a header and {0} bytes of text at most", kDemoPagerLimit_bytes));
 
         Pass(Tr("First pass: everything is new"), first);
         ShowTexts(first);
@@ -267,15 +196,16 @@ private:
         if (expected.empty()) return;
         screen_.Plain(screen_.Dim(Tr("phone          office           bytes  pager      bytes  mail")));
         for (const DemoMail& mail : expected) {
-            screen_.Plain(Cell(kPhone, mail, Tr("byte for byte  ")) + Cell(kOffice, mail, Tr("byte for byte  ")) +
-                          Aligned(mail.whole.size(), 6) + "  " + Cell(kPager, mail, Tr("as text  ")) +
-                          Aligned(mail.reduced.size(), 7) + "  " + mail.title);
+            screen_.Plain(Cell(kDemoPhone, mail, Tr("byte for byte  ")) +
+                          Cell(kDemoOffice, mail, Tr("byte for byte  ")) + Aligned(mail.whole.size(), 6) + "  " +
+                          Cell(kDemoPager, mail, Tr("as text  ")) + Aligned(mail.reduced.size(), 7) + "  " +
+                          mail.title);
         }
     }
 
     void Count(const DeliveredMail& arrived, const std::vector<DemoMail>& expected) {
         for (const std::string& recipient : arrived.recipients) {
-            const auto text = recipient == kPager ? &DemoMail::reduced : &DemoMail::whole;
+            const auto text = recipient == kDemoPager ? &DemoMail::reduced : &DemoMail::whole;
             const auto same = std::ranges::find(expected, arrived.text, text);
             if (same != expected.end()) {
                 ++copies_[{recipient, same->uidl}];
@@ -301,7 +231,7 @@ private:
         for (const DemoMail& mail : mails) {
             const std::string whole = BodyOf(mail.whole);
             const std::vector<std::string> lines = LinesOf(ShowText(TextFromJis(BodyOf(mail.reduced))));
-            if (copies_[{kPager, mail.uidl}] == 0 || lines == LinesOf(whole)) continue;
+            if (copies_[{kDemoPager, mail.uidl}] == 0 || lines == LinesOf(whole)) continue;
             screen_.Plain(mail.title);
             screen_.Plain(screen_.Dim("    phone  " + Beginning(whole)));
             std::string label = "    pager  ";
@@ -309,7 +239,7 @@ private:
         }
     }
 
-    const Screen& screen_;
+    Screen screen_;
     MailboxServer mailbox_;
     SinkServer sink_;
     CRootPath root_;
@@ -321,9 +251,23 @@ private:
 
 }  // namespace
 
-int Demo() {
-    const Screen screen(ShowsColours());
-    return Demonstration(screen).Run() ? kDone : kMissing;
+void AddDemoCommand(CLI::App& app, Context& context) {
+    CLI::App* const demo =
+        app.add_subcommand("demo", Tr("Forward a small mailbox between two servers on this machine, and show it."));
+    const auto in_browser = std::make_shared<bool>(false);
+    const auto port = std::make_shared<int>(0);
+    CLI::Option* const console = demo->add_flag(
+        "--console", *in_browser, Tr("Keep forwarding, and show it in the browser (tarvex-console), until Ctrl+C"));
+    demo->add_option("--port", *port, Tr("Where the console listens at 127.0.0.1 (any free port)"))
+        ->type_name("PORT")
+        ->check(CLI::Range(1, 65535))
+        ->needs(console);
+    demo->callback([&context, in_browser, port] {
+        context.command = [in_browser, port] {
+            if (*in_browser) return DemoInBrowser(*port);
+            return Demonstration(Screen(ShowsColours())).Run() ? kDone : kMissing;
+        };
+    });
 }
 
 }  // namespace tarvex::host
