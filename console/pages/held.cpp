@@ -2,6 +2,7 @@
 
 #include "console/pages/held.h"
 
+#include "console/http/base64.h"
 #include "console/http/url_text.h"
 #include "console/pages/parts.h"
 #include "host/language/tr.h"
@@ -110,6 +111,7 @@ HttpResponse ShowHeldMail(const HttpRequest& request, const Json& answer) {
     const std::string page = HeldPage(NameIn(request), IdIn(request));
     Html content = El("div", {{"class", "row actions"}},
                       {ButtonForm(viewer, page + "/send", Tr("Send"), "main"), LinkButton(page + "/drop", Tr("Drop …")),
+                       LinkButton(page + "/message.eml", Tr("Save as a file")),
                        LinkButton(ListPage(request), Tr("Back to the list"))});
     content += Message(answer);
     content += El("h2", {}, {Tr("Text")});
@@ -118,6 +120,22 @@ HttpResponse ShowHeldMail(const HttpRequest& request, const Json& answer) {
     content +=
         El("pre", {{"tabindex", 0}, {"role", "region"}, {"aria-label", Tr("Header")}}, {TextOf(answer, "header")});
     return ShowPage(request, viewer, {TitleOf(answer), content});
+}
+
+Asked AskHeldFile(const HttpRequest& request) {
+    return Json{{"ask", "held-mail"}, {"profile", NameIn(request)}, {"id", IdIn(request)}, {"whole", true}};
+}
+
+// To be kept as a file: a browser shows nothing of it.
+HttpResponse GiveHeldFile(const HttpRequest& request, const Json& answer) {
+    auto message = FromBase64(TextOf(answer, "whole"));
+    if (!message || !answer.contains("whole")) return ErrorPage(request, 502, ViewerOf(answer));
+    const std::string name = "message-" + std::to_string(IdIn(request)) + ".eml";
+    HttpResponse response;
+    response.headers = {{"Content-Type", "message/rfc822"},
+                        {"Content-Disposition", "attachment; filename=\"" + name + '"'}};
+    response.body = *std::move(message);
+    return response;
 }
 
 HttpResponse ShowDropHeld(const HttpRequest& request, const Json& answer) {

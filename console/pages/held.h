@@ -11,6 +11,8 @@ HttpResponse ShowHeld(const HttpRequest& request, const Json& answer);
 
 Asked AskHeldMail(const HttpRequest& request);
 HttpResponse ShowHeldMail(const HttpRequest& request, const Json& answer);
+Asked AskHeldFile(const HttpRequest& request);
+HttpResponse GiveHeldFile(const HttpRequest& request, const Json& answer);
 HttpResponse ShowDropHeld(const HttpRequest& request, const Json& answer);
 
 Asked AskSendHeld(const HttpRequest& request);

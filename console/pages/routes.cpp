@@ -59,6 +59,7 @@ constexpr std::array kRoutes{
 
     Route{"GET", "/held", kUser, AskHeld, ShowHeld},
     Route{"GET", "/held/{user}/{profile}/{id}", kUser, AskHeldMail, ShowHeldMail},
+    Route{"GET", "/held/{user}/{profile}/{id}/message.eml", kUser, AskHeldFile, GiveHeldFile},
     Route{"POST", "/held/{user}/{profile}/{id}/send", kUser, AskSendHeld, AfterSendHeld},
     Route{"GET", "/held/{user}/{profile}/{id}/drop", kUser, AskHeldMail, ShowDropHeld},
     Route{"POST", "/held/{user}/{profile}/{id}/drop", kUser, AskDropHeld, AfterDropHeld},

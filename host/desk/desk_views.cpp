@@ -18,6 +18,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
+#include "host/tokens/login_speaker.h"
 #include "host/tree/account_text.h"
 #include "host/tree/listing_json.h"
 #include "host/tree/log_reader.h"
@@ -40,6 +41,7 @@ constexpr std::size_t kHead_bytes = 8 << 10;
 constexpr std::size_t kMostShown_bytes = 1 << 20;     // of a held message
 constexpr std::size_t kMostLogShown_bytes = 4 << 20;  // a server's answers make the lines as long as it likes
 constexpr std::size_t kMostText_bytes = 256 << 10;
+constexpr std::size_t kMostTaken_bytes = std::size_t{12} << 20;  // what an answer has room for, as Base64 and the rest
 
 // How a profile is doing, in one word: by these the overview is sorted.
 enum class Level { Failing, Waiting, Running, Well, New, Off };
@@ -179,6 +181,16 @@ std::string PlainTextOf(const CPopProfile& profile, const std::string& message) 
     CString sjis = TextFromJis(body == CString::npos ? *text : text->substr(body + 4));
     std::erase(sjis, '\r');  // the ends of lines are \n here; no character of Shift-JIS has this byte
     return ShowText(sjis.substr(0, kMostText_bytes));
+}
+
+// Throws Refusal.
+std::string WholeAsBase64(const CPopProfile& profile, int id) {
+    const auto text = HeldStore(profile.path).Text(id, kMostTaken_bytes + 1);
+    if (!text) throw Refusal{"refused", Tr("The message cannot be read.")};
+    if (text->size() > kMostTaken_bytes)
+        throw Refusal{"refused",
+                      Tr("The message is too large for the browser: `tarvex held export` writes it to a file.")};
+    return Base64Encoded(MessageIn(*text));
 }
 
 Json JsonOf(const MadeEdit& edit) {
@@ -393,9 +405,13 @@ Json AnswerHeldMail(Visit& visit) {
     const std::int64_t id = visit.Number("id", -1);
     for (const HeldRecord& record : HeldRecordsOf(profile)) {
         if (record.id != id) continue;
+        Json answer = visit.Ok();
+        if (visit.Flag("whole")) {
+            answer["whole"] = WholeAsBase64(profile, record.id);
+            return answer;
+        }
         const auto text = HeldStore(profile.path).Text(record.id, kMostShown_bytes);
         const std::string message = text ? MessageIn(*text) : "";
-        Json answer = visit.Ok();
         answer["mail"] = JsonOf(ShownName(visit.Root(), profile.path), record);
         answer["mail"]["when"] = ShowTime(record.set_aside);
         answer["mail"]["size"] = ShowBytes(record.bytes);

@@ -27,6 +27,13 @@ const std::string& StringIn(const Json& json, std::size_t most_bytes) {
     return text;
 }
 
+// Where on disk the tree is, is nobody's business in the browser: paths begin below it.
+std::string WithoutRoot(std::string text, const CRootPath& root) {
+    const std::string start = ShowPath(root.path) + '/';
+    for (std::size_t at = 0; (at = text.find(start, at)) != std::string::npos;) text.erase(at, start.size());
+    return text;
+}
+
 }  // namespace
 
 Visit::Visit(DeskParts& parts, const Json& question) : parts_(parts), question_(question) { LoadAgain(); }
@@ -188,9 +195,9 @@ Json AnswerJob(Visit& visit, const std::string& name) {
     answer["job"] = name;
     answer["what"] = state->what;
     answer["about"] = state->about;
-    answer["printed"] = state->printed;
+    answer["printed"] = WithoutRoot(state->printed, visit.Root());
     answer["exit_code"] = state->exit_code;
-    answer["message"] = state->error;
+    answer["message"] = WithoutRoot(state->error, visit.Root());
     return answer;
 }
 

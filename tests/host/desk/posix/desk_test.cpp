@@ -22,7 +22,7 @@
 #include "host/system/posix/descriptor.h"
 #include "host/terminal/json.h"
 #include "host/tree/tree_root.h"
-#include "tests/support/host_program.h"
+#include "tests/host/desk/posix/desk_fixture.h"
 
 namespace tarvex::testing {
 namespace {
@@ -37,96 +37,6 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
-
-constexpr auto kLong = 20s;
-constexpr const char* kAddress = "192.0.2.7";
-
-// Two users, taro an administrator, each with a profile, and the service that answers for them.
-class DeskTest : public ::testing::Test {
-protected:
-    DeskTest() {
-        host_.Tell({"init"});
-        for (const char* const name : {"taro", "hanako"}) {
-            WriteFile(folder_ / "password", std::string(name) + "'s secret\n");
-            std::vector<std::string> words = {"user", "add", name, "--password-file", folder_ / "password"};
-            if (name == std::string("taro")) words.insert(words.end(), {"--administrator", "on"});
-            host_.Tell(words);
-            const std::string mail = std::string(name) + "@example.org";
-            host_.Tell({"profile", "add", name, mail, "--popserver", "127.0.0.1", "--popport",
-                        std::to_string(mailbox_.Port()), "--popuser", name, "--smtpserver", "127.0.0.1", "--smtpport",
-                        std::to_string(sink_.Port())});
-            host_.Tell({"forward", "add", mail, "phone@example.net", "--all-mail"});
-        }
-        Serve();
-    }
-
-    void Serve() {
-        service_.reset();
-        service_ = std::make_unique<ChildProcess>(
-            std::vector<std::string>{TARVEX_HOST, "--root", host_.Root(), "serve", "--console", Path()},
-            ChildProcess::Output::Together);
-        ASSERT_TRUE(service_->WaitForOutput("serving ", kLong));
-        for (const auto deadline = std::chrono::steady_clock::now() + kLong;
-             !std::filesystem::exists(Path()) && std::chrono::steady_clock::now() < deadline;)
-            std::this_thread::sleep_for(2ms);
-    }
-
-    std::string Path() const { return folder_ / "desk"; }
-
-    Descriptor Connect() const {
-        Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::ranges::copy(Path(), address.sun_path);
-        EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        const timeval patience{20, 0};
-        setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        return client;
-    }
-
-    // What comes back for these bytes, without the length before it.
-    std::string Exchange(const std::string& bytes) const {
-        const Descriptor client = Connect();
-        EXPECT_EQ(send(client.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-        std::string answer;
-        char piece[4096];
-        for (ssize_t count = 0; (count = recv(client.Get(), piece, sizeof piece, 0)) > 0;)
-            answer.append(piece, static_cast<std::size_t>(count));
-        return answer.size() < 4 ? "" : answer.substr(4);
-    }
-
-    static std::string WithLength(const std::string& text) {
-        std::string message;
-        for (int shift = 24; shift >= 0; shift -= 8) message += static_cast<char>(text.size() >> shift & 0xFF);
-        return message + text;
-    }
-
-    Json Ask(Json question) const { return Json::parse(Exchange(WithLength(question.dump()))); }
-
-    // As somebody who is logged in; empty for nobody.
-    Json AskAs(const Json& session, const std::string& name, Json question = Json::object()) const {
-        question["ask"] = name;
-        for (const char* const key : {"session", "token"}) {
-            if (session.contains(key) && !question.contains(key)) question[key] = session[key];
-        }
-        return Ask(std::move(question));
-    }
-
-    Json LogIn(const std::string& name, const Json& more = Json::object(), const std::string& password = {}) const {
-        Json question = more;
-        question["ask"] = "login";
-        question["name"] = name;
-        question["password"] = password.empty() ? name + "'s secret" : password;
-        if (!question.contains("address")) question["address"] = kAddress;
-        return Ask(question);
-    }
-
-    TempDir folder_;
-    MailboxServer mailbox_{"taro", "secret"};
-    SinkServer sink_;
-    Host host_;
-    std::unique_ptr<ChildProcess> service_;
-};
 
 TEST_F(DeskTest, WhoLogsInSeesWhatIsHisOwnAndAnAdministratorAll) {
     const Json hanako = LogIn("hanako");
@@ -248,7 +158,7 @@ TEST_F(DeskTest, AWrongPasswordOpensNothingAndFiveCloseTheDoor) {
     }
     EXPECT_THAT(LogIn("hanako")["message"].get<std::string>(), HasSubstr("too many"));
     EXPECT_EQ(LogIn("hanako", {{"address", "192.0.2.8"}})["status"], "ok");
-    EXPECT_TRUE(service_->WaitForOutput("failed login at the console: \"hanako\" from 192.0.2.7", kLong));
+    EXPECT_TRUE(service_->WaitForOutput("failed login at the console: \"hanako\" from 192.0.2.7", kDeskPatience));
 }
 
 TEST_F(DeskTest, AUserWhoIsSwitchedOffOrHasANewPasswordIsOut) {
@@ -332,7 +242,7 @@ TEST_F(DeskTest, TheFirstLinkMakesAnAdministratorOnce) {
     const std::size_t at = printed.find("https://mail.example.org/first?code=");
     ASSERT_NE(at, std::string::npos) << printed;
     const std::string code = printed.substr(printed.find('=', at) + 1, 64);
-    Json first = {{"ask", "first-login"}, {"name", "jiro"}, {"password", "jiro's secret"}, {"address", kAddress}};
+    Json first = {{"ask", "first-login"}, {"name", "jiro"}, {"password", "jiro's secret"}, {"address", kDeskClient}};
     first["code"] = std::string(64, '0');
     EXPECT_EQ(Ask(first)["status"], "refused");
     first["code"] = code;
@@ -355,12 +265,9 @@ TEST_F(DeskTest, ARunIsAJobThatSaysWhatItDoes) {
     Json job = AskAs(taro, "start", {{"what", "run"}, {"profile", "user0/from0"}});
     const std::string name = job["job"];
     EXPECT_EQ(AskAs(LogIn("hanako"), "job", {{"job", name}})["status"], "missing");
-    for (const auto deadline = std::chrono::steady_clock::now() + kLong;
-         job["status"] == "working" && std::chrono::steady_clock::now() < deadline;) {
-        std::this_thread::sleep_for(5ms);
-        job = AskAs(taro, "job", {{"job", name}});
-    }
+    job = Finish(taro, job);
     EXPECT_EQ(job["status"], "ok") << job;
+    EXPECT_THAT(job["printed"].get<std::string>(), AllOf(StartsWith("== user0/from0: "), Not(HasSubstr(host_.Root()))));
     EXPECT_EQ(sink_.Delivered().size(), 1U);
     const Json mails = AskAs(taro, "mails", {{"search", "mail-1"}})["mails"];
     ASSERT_THAT(mails, SizeIs(1));
@@ -382,7 +289,7 @@ TEST_F(DeskTest, AnEmptyPasswordTakesAsLongAsAnyOther) {
         return least;
     };
     const auto empty = shortest([&] {
-        EXPECT_EQ(Ask({{"ask", "login"}, {"name", "hanako"}, {"password", ""}, {"address", kAddress}})["status"],
+        EXPECT_EQ(Ask({{"ask", "login"}, {"name", "hanako"}, {"password", ""}, {"address", kDeskClient}})["status"],
                   "refused");
     });
     EXPECT_GT(empty, shortest([] { host::TakePasswordsTime("x"); }) / 2);
@@ -392,8 +299,8 @@ TEST_F(DeskTest, AnAuthenticatorIsNotTakenAwayByGuessing) {
     const Json taro = LogIn("taro");
     host::WriteConsoleFile(host_.Root(), host::CodeFileOf("user0"), host::NewCodeSecret());
     for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(AskAs(taro, "set-code", {{"code", "12345"}, {"address", kAddress}})["code"], true);
-    EXPECT_THAT(AskAs(taro, "set-code", {{"code", "12345"}, {"address", kAddress}})["message"].get<std::string>(),
+        EXPECT_EQ(AskAs(taro, "set-code", {{"code", "12345"}, {"address", kDeskClient}})["code"], true);
+    EXPECT_THAT(AskAs(taro, "set-code", {{"code", "12345"}, {"address", kDeskClient}})["message"].get<std::string>(),
                 HasSubstr("too many"));
 }
 
