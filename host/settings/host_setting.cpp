@@ -5,7 +5,9 @@
 #include <array>
 #include <charconv>
 #include <filesystem>
+#include <memory>
 #include <system_error>
+#include <utility>
 
 #include "host/language/tr.h"
 #include "host/settings/settings_sections.h"
@@ -260,16 +262,17 @@ struct Reading {
     int readers = 0;
     std::array<std::optional<File>, 3> last;
 };
-thread_local Reading reading;
+// Without a destructor of its own: with MinGW that of a thread's variable runs when its memory has been freed.
+thread_local Reading* reading = nullptr;
 
 // The rules of one file; nothing when there is none.
 std::optional<HostRules> FileIn(const CString& directory, const HostRules& others, RulesPlace place) {
-    std::optional<Reading::File>& last = reading.last.at(static_cast<std::size_t>(place));
-    if (last && last->directory == directory && last->others == others) return last->rules;
+    std::optional<Reading::File>* const last = reading ? &reading->last.at(static_cast<std::size_t>(place)) : nullptr;
+    if (last && *last && (*last)->directory == directory && (*last)->others == others) return (*last)->rules;
     const CString path = directory + kHostSettingFile;
     const std::optional<std::string> text = ReadWholeFile(path);
     const std::optional<HostRules> rules = text ? std::optional(RulesIn(*text, path, others, place)) : std::nullopt;
-    if (reading.readers > 0) last = {directory, others, rules};
+    if (last) *last = {directory, others, rules};
     return rules;
 }
 
@@ -306,10 +309,13 @@ bool HasRules(const CString& root) {
            std::filesystem::file_type::not_found;
 }
 
-OneReadingOfRules::OneReadingOfRules() { ++reading.readers; }
+OneReadingOfRules::OneReadingOfRules() {
+    if (!reading) reading = std::make_unique<Reading>().release();
+    ++reading->readers;
+}
 
 OneReadingOfRules::~OneReadingOfRules() {
-    if (--reading.readers == 0) reading.last = {};
+    if (--reading->readers == 0) std::unique_ptr<Reading>(std::exchange(reading, nullptr)).reset();
 }
 
 std::optional<HostRules> RulesOf(const CString& root) { return FileIn(root, {}, RulesPlace::Tree); }
