@@ -6,7 +6,6 @@
 #include <grp.h>
 #include <netinet/in.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +19,7 @@
 #include "console/log.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
+#include "host/system/posix/unix_socket.h"
 
 namespace tarvex::console {
 namespace {
@@ -69,24 +69,6 @@ std::optional<SocketAddress> AddressOf(const std::string& address, int port) {
     return result;
 }
 
-SocketAddress UnixAddressOf(const Place& place) {
-    SocketAddress result;
-    auto* const address = reinterpret_cast<sockaddr_un*>(&result.storage);
-    if (place.path.size() >= sizeof address->sun_path) throw CannotListen(place, ENAMETOOLONG);
-    address->sun_family = AF_UNIX;
-    std::ranges::copy(place.path, address->sun_path);
-    result.length = sizeof *address;
-    return result;
-}
-
-// A socket that a console left which is no more.
-void RemoveLeftOver(const Place& place, const SocketAddress& address) {
-    struct stat status {};
-    if (lstat(place.path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return;
-    const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (connect(probe.Get(), address.Get(), address.length) != 0 && errno == ECONNREFUSED) unlink(place.path.c_str());
-}
-
 gid_t GroupOf(const std::string& name) {
     const group* const entry = getgrnam(name.c_str());
     if (!entry) throw CommandError(host::kNotFound, Tr("there is no group \"{0}\"", Printable(name)));
@@ -94,12 +76,13 @@ gid_t GroupOf(const std::string& name) {
 }
 
 Descriptor ListenAtPath(const Place& place, const std::string& group) {
-    const SocketAddress address = UnixAddressOf(place);
-    RemoveLeftOver(place, address);
+    const auto address = host::UnixAddress(place.path);
+    if (!address) throw CannotListen(place, ENAMETOOLONG);
+    host::RemoveLeftOver(place.path, *address);
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     // Nobody connects before owner and group are right.
     const mode_t before = umask(0777);
-    const bool is_bound = bind(socket.Get(), address.Get(), address.length) == 0;
+    const bool is_bound = bind(socket.Get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0;
     const int error = errno;
     umask(before);
     if (!is_bound) throw CannotListen(place, error);

@@ -7,7 +7,6 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +22,7 @@
 #include "host/service/control_messages.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/posix/unix_socket.h"
 
 namespace tarvex::host {
 namespace {
@@ -38,15 +38,6 @@ constexpr mode_t kForGroup = 0660;
 
 CommandError CannotListen(const std::string& path, const std::string& why) {
     return {kCannotMake, Tr("cannot listen for the console on \"{0}\": {1}", ShowUtf8Text(path), why)};
-}
-
-sockaddr_un AddressOf(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path)
-        throw CannotListen(path, path.empty() ? "no path" : std::strerror(ENAMETOOLONG));
-    std::ranges::copy(path, address.sun_path);
-    return address;
 }
 
 void GiveToGroup(const std::string& path, const std::string& group) {
@@ -97,11 +88,11 @@ DeskServer::DeskServer(DeskOptions options, const std::string& path, const std::
     : desk_(std::move(options)),
       listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    const sockaddr_un address = AddressOf(path);
-    struct stat status {};
-    if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) unlink(path.c_str());
+    const auto address = UnixAddress(path);
+    if (!address) throw CannotListen(path, path.empty() ? "no path" : std::strerror(ENAMETOOLONG));
+    RemoveLeftOver(path, *address);
     const mode_t old_mask = umask(0177);
-    const bool bound = bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const bool bound = bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0;
     const int error = errno;
     umask(old_mask);
     if (!bound) throw CannotListen(path, std::strerror(error));

@@ -8,7 +8,6 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <algorithm>
 #include <array>
@@ -23,6 +22,7 @@
 #include "host/metrics/posix/process_figures.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/posix/unix_socket.h"
 
 namespace tarvex::host {
 namespace {
@@ -58,24 +58,6 @@ CommandError BadPlace(const std::string& place) {
     return {kBadUsage, Tr("metrics are served on this machine alone: \"{0}\" is not unix:PATH, 127.0.0.1:PORT or "
                           "[::1]:PORT",
                           ShowUtf8Text(place))};
-}
-
-sockaddr_un AddressOf(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path) throw BadPlace(std::string(kUnixStart) + path);
-    std::ranges::copy(path, address.sun_path);
-    return address;
-}
-
-// A socket that a service left which is no more.
-void RemoveLeftOver(const std::string& path, const sockaddr_un& address) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return;
-    // One that is halted with a full queue would keep a caller that waits.
-    const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const auto* const whom = reinterpret_cast<const sockaddr*>(&address);
-    if (connect(probe.Get(), whom, sizeof address) != 0 && errno == ECONNREFUSED) unlink(path.c_str());
 }
 
 }  // namespace
@@ -121,11 +103,12 @@ void MetricsServer::Tell(std::vector<MeasuredProfile> profiles) {
 }
 
 void MetricsServer::ListenOnPath(const std::string& path) {
-    const sockaddr_un address = AddressOf(path);
-    RemoveLeftOver(path, address);
-    listener_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     place_ = std::string(kUnixStart) + path;
-    const bool listens = bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+    const auto address = UnixAddress(path);
+    if (!address) throw BadPlace(place_);
+    RemoveLeftOver(path, *address);
+    listener_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const bool listens = bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0 &&
                          chmod(path.c_str(), kForEverybody) == 0 && listen(listener_.Get(), kBacklog) == 0;
     if (!listens) throw CannotListen(place_, std::strerror(errno));
     path_ = path;

@@ -368,6 +368,20 @@ TEST_F(DeskTest, WhoSaysNothingKeepsNobodyFromAsking) {
     EXPECT_EQ(LogIn("taro")["status"], "ok");
 }
 
+TEST_F(DeskTest, ASecondServiceDoesNotTakeTheSocketOfAnother) {
+    Host other;
+    other.Tell({"init"});
+    ChildProcess second({TARVEX_HOST, "--root", other.Root(), "serve", "--console", Path()},
+                        ChildProcess::Output::Together);
+    second.Wait();
+    EXPECT_EQ(second.ExitCode(), 73);
+    EXPECT_EQ(LogIn("taro")["status"], "ok");
+    service_->Signal(SIGKILL);
+    service_->Wait();
+    Serve();  // in the place of what was left over
+    EXPECT_EQ(LogIn("taro")["status"], "ok");
+}
+
 TEST_F(DeskTest, TheSocketIsForItsOwnerAndItsGroup) {
     EXPECT_EQ(std::filesystem::status(Path()).permissions(), std::filesystem::perms(0660));
     service_->Signal(SIGTERM);
