@@ -10,6 +10,7 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <vector>
@@ -93,7 +94,10 @@ bool CostsTooMuch(const Cost& cost) {
            (std::uint64_t{1} << cost.ln) * cost.r * cost.p > kMostWork;
 }
 
+// One at a time: logins that come all at once need the memory of one.
 Bytes Scrypt(std::string_view password, const Bytes& salt, const Cost& cost, std::size_t bytes) {
+    static std::mutex one;
+    const std::lock_guard lock(one);
     Bytes hash(bytes);
     const bool done =
         EVP_PBE_scrypt(password.data(), password.size(), salt.data(), salt.size(), std::uint64_t{1} << cost.ln, cost.r,
