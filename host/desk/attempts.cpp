@@ -36,11 +36,21 @@ bool Attempts::Begin(std::string_view name, std::string_view address, Clock::tim
     return true;
 }
 
+void Attempts::TakeBack(std::string_view name, std::string_view address) {
+    const std::lock_guard lock(mutex_);
+    DropNewest(OfName(name));
+    DropNewest(OfAddress(address));
+}
+
 void Attempts::Forgive(std::string_view name, std::string_view address) {
     const std::lock_guard lock(mutex_);
     failures_.erase(OfName(name));
-    const auto of_address = failures_.find(OfAddress(address));
-    if (of_address != failures_.end() && !of_address->second.empty()) of_address->second.pop_back();
+    DropNewest(OfAddress(address));
+}
+
+void Attempts::DropNewest(const std::string& subject) {
+    const auto found = failures_.find(subject);
+    if (found != failures_.end() && !found->second.empty()) found->second.pop_back();
 }
 
 Attempts::Failures& Attempts::Recent(const std::string& subject, Clock::time_point now) {

@@ -26,6 +26,9 @@ public:
     // tries at the same time are no way around the limit. Without a name the address alone counts.
     [[nodiscard]] bool Begin(std::string_view name, std::string_view address, Clock::time_point now);
 
+    // What Begin counted was no failure: nothing was tried.
+    void TakeBack(std::string_view name, std::string_view address);
+
     // The password was right: the failures of the name are forgotten, and this one of the address, whose others may
     // have been about other names.
     void Forgive(std::string_view name, std::string_view address);
@@ -33,6 +36,7 @@ public:
 private:
     using Failures = std::deque<Clock::time_point>;
 
+    void DropNewest(const std::string& subject);
     Failures& Recent(const std::string& subject, Clock::time_point now);
     void MakeRoom(Clock::time_point now);
 

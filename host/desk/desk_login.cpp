@@ -62,13 +62,16 @@ const CUser* UserNamed(const Visit& visit, const std::string& name) {
     return may ? found->get() : nullptr;
 }
 
-// Throws Refusal.
-void RequireCode(Visit& visit, const std::string& user_path) {
+// The code of the authenticator, where the user has one, after an attempt was begun. Throws Refusal.
+void RequireCode(Visit& visit, const std::string& user_path, const std::string& name) {
     const auto secret = ReadConsoleFile(visit.Directory(), CodeFileOf(user_path));
     if (!secret) return;
-    const std::string code = visit.Text("code");
-    if (code.empty()) throw Refusal{"refused", Tr("Type the code that the authenticator shows."), true};
     DeskParts& parts = visit.Parts();
+    const std::string code = visit.Text("code");
+    if (code.empty()) {
+        parts.attempts.TakeBack(name, visit.Text("address"));
+        throw Refusal{"refused", Tr("Type the code that the authenticator shows."), true};
+    }
     const std::lock_guard lock(parts.mutex);
     const auto step = StepOfCode(*secret, code, std::time(nullptr), parts.used_codes[user_path]);
     if (!step) throw Refusal{"refused", Tr("The code is wrong, or was used before."), true};
@@ -80,8 +83,21 @@ void RequireCodeToTakeItAway(Visit& visit) {
     const std::string name = ShowText(visit.Who().setting.loginname);
     const std::string address = visit.Text("address");
     if (!visit.Parts().attempts.Begin(name, address, Attempts::Clock::now())) TooMany();
-    RequireCode(visit, visit.WhoPath());
+    RequireCode(visit, visit.WhoPath(), name);
     visit.Parts().attempts.Forgive(name, address);
+}
+
+// Makes the user an administrator with that password. Throws Refusal.
+void MakeAdministrator(const Visit& visit, const CUser* known, const std::string& name, const std::string& password) {
+    EditRequest request(EditKind::User, known ? EditVerb::Set : EditVerb::Add,
+                        known ? ShownName(visit.Root(), known->path) : "");
+    if (!known) request.values["loginname"] = name;
+    request.values["administrator"] = "on";
+    request.secrets["password"] = password;
+    request.caller = name + " (console)";
+    EditNow(visit, request);
+    // Who makes such a link may have lost the authenticator, too.
+    if (known) RemoveConsoleFile(visit.Directory(), CodeFileOf(ShownName(visit.Root(), known->path)));
 }
 
 // The user is that of the visit's tree.
@@ -131,7 +147,7 @@ Json AnswerLogin(Visit& visit) {
         Wrong();
     }
     const std::string path = ShownName(visit.Root(), user->path);
-    RequireCode(visit, path);
+    RequireCode(visit, path, name);
     attempts.Forgive(name, address);
     if (is_hashed || !HasRules(visit.Root().path)) return Enter(visit, *user);
     EditNow(visit, PasswordEdit(path, password, name + " (console)"));
@@ -150,17 +166,16 @@ Json AnswerFirstLogin(Visit& visit) {
     RequireGoodPassword(password);
     Attempts& attempts = visit.Parts().attempts;
     if (!attempts.Begin({}, address, Attempts::Clock::now())) TooMany();
-    if (!TakeFirstLogin(visit.Directory(), visit.Text("code"), std::time(nullptr)))
+    const auto link = TakeFirstLogin(visit.Directory(), visit.Text("code"), std::time(nullptr));
+    if (!link)
         throw Refusal{"refused", Tr("This link is not valid, or not any more; `tarvex console init` makes another.")};
     attempts.Forgive({}, address);
-    const CUser* const known = UserNamed(visit, name);
-    EditRequest request(EditKind::User, known ? EditVerb::Set : EditVerb::Add,
-                        known ? ShownName(visit.Root(), known->path) : "");
-    if (!known) request.values["loginname"] = name;
-    request.values["administrator"] = "on";
-    request.secrets["password"] = password;
-    request.caller = name + " (console)";
-    EditNow(visit, request);
+    try {
+        MakeAdministrator(visit, UserNamed(visit, name), name, password);
+    } catch (const Refusal&) {
+        GiveFirstLoginBack(visit.Directory(), *link);  // for another try
+        throw;
+    }
     visit.LoadAgain();
     const CUser* const user = UserNamed(visit, name);
     if (!user) Wrong();

@@ -20,17 +20,22 @@ std::string MakeFirstLogin(const std::string& directory, CTime now) {
     return code;
 }
 
-bool TakeFirstLogin(const std::string& directory, std::string_view code, CTime now) {
-    const auto content = ReadConsoleFile(directory, kFile);
-    if (!content) return false;
+std::optional<std::string> TakeFirstLogin(const std::string& directory, std::string_view code, CTime now) {
+    auto content = ReadConsoleFile(directory, kFile);
+    if (!content) return std::nullopt;
     const std::size_t blank = content->find(' ');
-    if (blank == std::string::npos) return false;
+    if (blank == std::string::npos) return std::nullopt;
     CTime until = 0;
     const char* const end = content->data() + content->size();
-    if (std::from_chars(content->data() + blank + 1, end, until).ec != std::errc()) return false;
+    if (std::from_chars(content->data() + blank + 1, end, until).ec != std::errc()) return std::nullopt;
     const bool in_time = now <= until && now >= until - kFirstLoginSeconds;
-    if (!in_time || !AreSame(content->substr(0, blank), DigestOf(code))) return false;
-    return RemoveConsoleFile(directory, kFile);  // of two with the same code one is late
+    if (!in_time || !AreSame(content->substr(0, blank), DigestOf(code))) return std::nullopt;
+    if (!RemoveConsoleFile(directory, kFile)) return std::nullopt;  // of two with the same code one is late
+    return content;
+}
+
+void GiveFirstLoginBack(const std::string& directory, const std::string& taken) {
+    WriteConsoleFile(directory, kFile, taken);
 }
 
 }  // namespace tarvex::host

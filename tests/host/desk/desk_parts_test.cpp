@@ -145,6 +145,18 @@ TEST(Attempts, ARightPasswordForgivesTheNameButNotWhatTheAddressTriedElsewhere) 
     EXPECT_FALSE(attempts.Begin("jiro", "192.0.2.1", now));
 }
 
+TEST(Attempts, WhereNothingWasTriedNothingCounts) {
+    Attempts attempts;
+    const auto now = Attempts::Clock::now();
+    EXPECT_TRUE(attempts.Begin("taro", "192.0.2.1", now));
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_TRUE(attempts.Begin("taro", "192.0.2.1", now));
+        attempts.TakeBack("taro", "192.0.2.1");
+    }
+    for (int i = 0; i < 4; ++i) EXPECT_TRUE(attempts.Begin("taro", "192.0.2.1", now));
+    EXPECT_FALSE(attempts.Begin("taro", "192.0.2.1", now));  // what was tried before stays
+}
+
 TEST(Attempts, OneNetworkOfIpv6CountsAsOneAddress) {
     Attempts attempts;
     const auto now = Attempts::Clock::now();
