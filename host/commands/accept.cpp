@@ -152,11 +152,8 @@ bool NamesMessage(const CRootPath& root, const Given& given) {
 }
 
 FoundMail MessageCalled(const std::string& directory, const std::string& handle) {
-    try {
-        if (auto found = HistoryReader(directory).Mail(*IdInHandle(handle))) return *std::move(found);
-    } catch (const DatabaseError& error) {
-        throw CommandError(kCannotWrite, Tr("the history cannot be read: {0}", error.what()));
-    }
+    auto found = FromHistory(directory, [&](HistoryReader& reader) { return reader.Mail(*IdInHandle(handle)); });
+    if (found) return *std::move(found);
     throw CommandError(kNotFound,
                        Tr("no message {0} is remembered; `tarvex trace` shows those that are", ShowUtf8Text(handle)));
 }

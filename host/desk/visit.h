@@ -124,17 +124,25 @@ Json AnswerEndSession(Visit& visit);
 Json AnswerBeginCode(Visit& visit);
 Json AnswerSetCode(Visit& visit);
 
-// desk_views.cpp
+// answers/overview.cpp
 Json AnswerOverview(Visit& visit);
+Json AnswerState(Visit& visit);
 Json AnswerProfile(Visit& visit);
-Json AnswerLog(Visit& visit);
+
+// answers/mails.cpp
 Json AnswerMails(Visit& visit);
+
+// answers/held.cpp
 Json AnswerHeld(Visit& visit);
 Json AnswerHeldMail(Visit& visit);
+
+// answers/records.cpp
+Json AnswerLog(Visit& visit);
 Json AnswerHistory(Visit& visit);
+
+// answers/users_and_rules.cpp
 Json AnswerUsers(Visit& visit);
 Json AnswerRules(Visit& visit);
-Json AnswerState(Visit& visit);
 
 // desk_changes.cpp
 Json AnswerChange(Visit& visit);

@@ -8,6 +8,9 @@
 #include <ctime>
 #include <utility>
 
+#include "host/language/tr.h"
+#include "host/system/command_error.h"
+
 namespace tarvex::host {
 namespace {
 
@@ -169,6 +172,10 @@ bool HistoryReader::HasHadCopies(const CString& profile_path, const CString& add
         "SELECT 1 FROM copies JOIN runs ON runs.id = copies.run"
         " WHERE runs.profile = ? AND copies.address = ? AND copies.copies > 0");
     return row.With(*id, address).Next();
+}
+
+void ThrowUnreadable(const DatabaseError& error) {
+    throw CommandError(kCannotWrite, Tr("the history cannot be read: {0}", error.what()));
 }
 
 }  // namespace tarvex::host

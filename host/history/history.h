@@ -112,4 +112,18 @@ private:
     RootDatabaseReader database_;
 };
 
+// Ends a command, or a question at the desk.
+[[noreturn]] void ThrowUnreadable(const DatabaseError& error);  // CommandError
+
+// What `look` reads in the history of the root; throws CommandError where that cannot be read.
+template <class Look>
+auto FromHistory(const std::string& root, const Look& look) {
+    try {
+        HistoryReader reader(root);
+        return look(reader);
+    } catch (const DatabaseError& error) {
+        ThrowUnreadable(error);
+    }
+}
+
 }  // namespace tarvex::host

@@ -110,16 +110,14 @@ std::string PathOf(const CRootPath& root, const std::string& name) {
 }
 
 std::vector<Event> Events(const std::string& directory, const HistorySearch& search, const Options& options) {
-    std::vector<Event> events;
-    try {
-        HistoryReader reader(directory);
+    std::vector<Event> events = FromHistory(directory, [&](HistoryReader& reader) {
+        std::vector<Event> found;
         if (!options.runs)
-            for (const MadeEdit& edit : reader.Edits(search)) events.push_back(EventOf(edit));
+            for (const MadeEdit& edit : reader.Edits(search)) found.push_back(EventOf(edit));
         if (!options.edits)
-            for (const FoundRun& run : reader.Runs(search)) events.push_back(EventOf(run));
-    } catch (const DatabaseError& error) {
-        throw CommandError(kCannotWrite, Tr("the history cannot be read: {0}", error.what()));
-    }
+            for (const FoundRun& run : reader.Runs(search)) found.push_back(EventOf(run));
+        return found;
+    });
     std::ranges::stable_sort(events, std::ranges::greater(), &Event::moment);
     if (events.size() > search.most) events.resize(search.most);
     return events;

@@ -104,14 +104,6 @@ void Print(const FoundMail& found) {
     }
 }
 
-std::vector<FoundMail> Find(const std::string& directory, const MailSearch& search) {
-    try {
-        return HistoryReader(directory).Find(search);
-    } catch (const DatabaseError& error) {
-        throw CommandError(kCannotWrite, Tr("the history cannot be read: {0}", error.what()));
-    }
-}
-
 int ShowTrace(const Context& context, const Options& options) {
     CRootPath root;
     const std::string directory = RootDirectory(context.root_option);
@@ -119,7 +111,7 @@ int ShowTrace(const Context& context, const Options& options) {
     MailSearch search{options.words, {}, 0, options.count};
     if (!options.profile.empty()) search.profile = ShownName(root, FindProfile(root, options.profile).profile->path);
     if (!options.since.empty()) search.since = ParseMoment(options.since);
-    std::vector<FoundMail> found = Find(directory, search);
+    std::vector<FoundMail> found = FromHistory(directory, [&](HistoryReader& reader) { return reader.Find(search); });
     const bool has_more = found.size() > options.count;
     if (has_more) found.pop_back();
     if (options.as_json) {
