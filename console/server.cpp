@@ -34,7 +34,7 @@
 #include "console/desk/connection.h"
 #include "console/listener.h"
 #include "console/log.h"
-#include "host/system/posix/service_manager.h"
+#include "host/system/service_manager.h"
 
 namespace tarvex::console {
 namespace {

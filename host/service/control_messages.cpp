@@ -193,6 +193,7 @@ Json JsonOf(const ServiceReport& report) {
     if (const auto& old = report.old_copy)
         json["old_copy"] = {{"generation", old->generation ? Json(*old->generation) : Json()},
                             {"expected", old->expected}};
+    if (report.is_paused) json["paused"] = true;
     return json;
 }
 
@@ -209,6 +210,7 @@ ServiceReport ReportIn(const Json& json) {
         report.troubles[BytesOf(profile)] = ShownIn(trouble);
     }
     if (json.contains("old_copy")) report.old_copy = OldCopyIn(json.at("old_copy"));
+    report.is_paused = json.value("paused", false);
     return report;
 }
 

@@ -25,7 +25,10 @@ struct ServiceReport {
     std::map<std::string, std::string> troubles;  // by profile: why it is not run
     std::string zone;                             // in which the service reads schedules
     std::optional<OldCopy> old_copy;              // why nothing is run
+    bool is_paused = false;                       // likewise: the system has said so
 };
+
+inline constexpr const char* kServiceIsPaused = Marked("the service is paused: nothing is run until it goes on");
 
 // The runs that are under way. Call it on the thread that owns the root.
 std::vector<RunNow> RunsNow(const CRootPath& root);

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "host/history/run_words.h"
+#include "host/language/tr.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
 
@@ -23,6 +24,7 @@ void AddReport(const std::string& directory, std::chrono::milliseconds patience,
         if (error.ExitCode() == kTryLater) tree.service = ServiceState::Silent;
         return;
     }
+    if (report.is_paused) tree.held_back = Tr(kServiceIsPaused);
     if (report.old_copy) tree.held_back = WhyHeldBack(*report.old_copy);
     for (ProfileState& state : tree.profiles) {
         if (state.switched_on && state.trouble.empty()) state.trouble = tree.held_back;

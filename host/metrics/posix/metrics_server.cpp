@@ -1,6 +1,6 @@
 // A small HTTP server: one request for each connection, and the connection ends with the answer.
 
-#include "host/metrics/posix/metrics_server.h"
+#include "host/metrics/metrics_server.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -13,15 +13,20 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstring>
 #include <exception>
+#include <list>
+#include <mutex>
 #include <new>
+#include <thread>
 #include <utility>
 
 #include "host/language/tr.h"
-#include "host/metrics/posix/process_figures.h"
+#include "host/metrics/process_figures.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/posix/descriptor.h"
 #include "host/system/posix/unix_socket.h"
 
 namespace tarvex::host {
@@ -39,17 +44,6 @@ constexpr std::string_view kUnixStart = "unix:";
 
 bool WouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR; }
 
-std::string Response(std::string_view status, std::string_view more, std::string_view type, std::string_view body) {
-    std::string text = "HTTP/1.1 ";
-    text.append(status).append("\r\nContent-Type: ").append(type).append("\r\nContent-Length: ");
-    text.append(std::to_string(body.size())).append("\r\n").append(more).append("Connection: close\r\n\r\n");
-    return text.append(body);
-}
-
-std::string Refusal(std::string_view status, std::string_view more = {}) {
-    return Response(status, more, "text/plain; charset=utf-8", std::string(status) + '\n');
-}
-
 CommandError CannotListen(const std::string& place, const std::string& why) {
     return {kCannotMake, Tr("cannot serve metrics on \"{0}\": {1}", ShowUtf8Text(place), why)};
 }
@@ -62,24 +56,56 @@ CommandError BadPlace(const std::string& place) {
 
 }  // namespace
 
-std::string AnswerTo(std::string_view head, const std::function<std::string(MetricForm)>& figures) {
-    const std::string_view line = head.substr(0, head.find_first_of("\r\n"));
-    const std::size_t first = line.find(' ');
-    const std::size_t last = line.rfind(' ');
-    if (first == std::string_view::npos || first == last || !line.substr(last + 1).starts_with("HTTP/1."))
-        return Refusal("400 Bad Request");
-    if (line.substr(0, first) != "GET") return Refusal("405 Method Not Allowed", "Allow: GET\r\n");
-    std::string_view path = line.substr(first + 1, last - first - 1);
-    path = path.substr(0, path.find('?'));
-    if (path != "/metrics") return Refusal("404 Not Found");
-    const bool is_open = head.find("application/openmetrics-text") != std::string_view::npos;
-    return Response("200 OK", "",
-                    is_open ? "application/openmetrics-text; version=1.0.0; charset=utf-8"
-                            : "text/plain; version=0.0.4; charset=utf-8",
-                    figures(is_open ? MetricForm::OpenMetrics : MetricForm::Text));
-}
+class MetricsServer::Sockets {
+public:
+    Sockets(const std::string& root, const std::string& place);
+    ~Sockets();
+    Sockets(const Sockets&) = delete;
+    Sockets& operator=(const Sockets&) = delete;
+
+    void Tell(std::vector<MeasuredProfile> profiles);
+    const std::string& Place() const { return place_; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Client {
+        Descriptor socket;
+        Clock::time_point deadline;
+        std::string in;
+        std::string out;
+        bool answered = false;
+    };
+
+    void ListenOnPath(const std::string& path);
+    void ListenOnPort(const std::string& host, const std::string& port);
+    void Serve();
+    bool Turn();  // false when it is to end
+    void Accept();
+    bool Work(Client& client);  // false when it is over
+    bool Read(Client& client);
+
+    Figures figures_;  // of the thread
+    std::mutex mutex_;
+    std::vector<MeasuredProfile> profiles_;  // by the mutex
+    std::string place_;
+    std::string path_;  // of the socket, where it has one
+    Descriptor listener_;
+    Descriptor stop_;
+    std::list<Client> clients_;
+    std::thread thread_;
+};
 
 MetricsServer::MetricsServer(const std::string& root, const std::string& place)
+    : sockets_(std::make_unique<Sockets>(root, place)) {}
+
+MetricsServer::~MetricsServer() = default;
+
+void MetricsServer::Tell(std::vector<MeasuredProfile> profiles) { sockets_->Tell(std::move(profiles)); }
+
+const std::string& MetricsServer::Place() const { return sockets_->Place(); }
+
+MetricsServer::Sockets::Sockets(const std::string& root, const std::string& place)
     : figures_(root), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (place.starts_with(kUnixStart)) {
         ListenOnPath(place.substr(kUnixStart.size()));
@@ -91,18 +117,18 @@ MetricsServer::MetricsServer(const std::string& root, const std::string& place)
     thread_ = std::thread([this] { Serve(); });
 }
 
-MetricsServer::~MetricsServer() {
+MetricsServer::Sockets::~Sockets() {
     eventfd_write(stop_.Get(), 1);
     thread_.join();
     if (!path_.empty()) unlink(path_.c_str());
 }
 
-void MetricsServer::Tell(std::vector<MeasuredProfile> profiles) {
+void MetricsServer::Sockets::Tell(std::vector<MeasuredProfile> profiles) {
     const std::lock_guard lock(mutex_);
     profiles_ = std::move(profiles);
 }
 
-void MetricsServer::ListenOnPath(const std::string& path) {
+void MetricsServer::Sockets::ListenOnPath(const std::string& path) {
     place_ = std::string(kUnixStart) + path;
     const auto address = UnixAddress(path);
     if (!address) throw BadPlace(place_);
@@ -114,7 +140,7 @@ void MetricsServer::ListenOnPath(const std::string& path) {
     path_ = path;
 }
 
-void MetricsServer::ListenOnPort(const std::string& host, const std::string& port) {
+void MetricsServer::Sockets::ListenOnPort(const std::string& host, const std::string& port) {
     const std::string place = host + ':' + port;
     std::uint16_t number = 0;
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
@@ -141,7 +167,7 @@ void MetricsServer::ListenOnPort(const std::string& host, const std::string& por
     place_ = "http://" + host + ':' + std::to_string(taken) + "/metrics";
 }
 
-void MetricsServer::Serve() {
+void MetricsServer::Sockets::Serve() {
     const Speaking english(Language::English);
     for (;;) {
         try {
@@ -152,7 +178,7 @@ void MetricsServer::Serve() {
     }
 }
 
-bool MetricsServer::Turn() {
+bool MetricsServer::Sockets::Turn() {
     std::vector<pollfd> watched = {{stop_.Get(), POLLIN, 0}};
     auto until = Clock::now() + kPatience;
     for (const Client& client : clients_) {
@@ -168,7 +194,7 @@ bool MetricsServer::Turn() {
     return true;
 }
 
-void MetricsServer::Accept() {
+void MetricsServer::Sockets::Accept() {
     while (clients_.size() < kMostClients) {
         Descriptor socket(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket.IsOpen()) {
@@ -179,7 +205,7 @@ void MetricsServer::Accept() {
     }
 }
 
-bool MetricsServer::Work(Client& client) {
+bool MetricsServer::Sockets::Work(Client& client) {
     if (Clock::now() >= client.deadline) return false;
     if (!client.answered && !Read(client)) return false;
     if (!client.answered) return true;
@@ -189,7 +215,7 @@ bool MetricsServer::Work(Client& client) {
     return !client.out.empty();
 }
 
-bool MetricsServer::Read(Client& client) {
+bool MetricsServer::Sockets::Read(Client& client) {
     std::array<char, kPieceBytes> piece;
     const ssize_t count = recv(client.socket.Get(), piece.data(), piece.size(), MSG_DONTWAIT);
     if (count < 0) return WouldBlock();
@@ -199,7 +225,7 @@ bool MetricsServer::Read(Client& client) {
     client.answered = end != std::string::npos || client.in.size() > kMostHeadBytes;
     if (!client.answered) return true;
     if (end == std::string::npos || end > kMostHeadBytes) {
-        client.out = Refusal("431 Request Header Fields Too Large");
+        client.out = MetricsRefusal("431 Request Header Fields Too Large");
         return true;
     }
     try {
@@ -212,7 +238,7 @@ bool MetricsServer::Read(Client& client) {
             return figures_.Text(profiles, FiguresOfThisProcess(), form);
         });
     } catch (const std::exception&) {  // no memory
-        client.out = Refusal("503 Service Unavailable");
+        client.out = MetricsRefusal("503 Service Unavailable");
     }
     return true;
 }

@@ -1,6 +1,6 @@
 // What this process uses, on POSIX.
 
-#include "host/metrics/posix/process_figures.h"
+#include "host/metrics/process_figures.h"
 
 #include <sys/resource.h>
 #include <sys/time.h>

@@ -7,7 +7,6 @@
 #include <sys/types.h>
 #include <sys/un.h>
 
-#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -16,7 +15,6 @@
 namespace tarvex::host {
 
 inline constexpr const char* kSocketName = "/.tarvex.sock";
-inline constexpr std::size_t kMaxRequest_bytes = 16 << 20;  // the ids of some hundred thousand messages
 
 // The address of a socket that stands in a directory which may have too long a name for one: it is then reached
 // through the descriptor.

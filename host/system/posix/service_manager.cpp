@@ -1,6 +1,6 @@
 // Sends the datagrams that systemd expects of a service.
 
-#include "host/system/posix/service_manager.h"
+#include "host/system/service_manager.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -12,7 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
 #include <string_view>
+
+#include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {
 namespace {
@@ -32,43 +35,60 @@ std::optional<std::int64_t> Number(std::string_view text) {
 
 }  // namespace
 
-ServiceManager::ServiceManager() : address_(Variable("NOTIFY_SOCKET")) {
-    const bool is_address = address_.starts_with('/') || address_.starts_with('@');
-    if (!is_address || address_.size() < 2 || address_.size() >= sizeof(sockaddr_un::sun_path)) return;
-    socket_ = Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+struct ServiceManager::Line {
+    std::string address;  // as in NOTIFY_SOCKET
+    Descriptor socket;
+    std::optional<std::chrono::microseconds> interval;
+
+    void Tell(const std::string& text) const;
+};
+
+ServiceManager::ServiceManager() : line_(std::make_unique<Line>()) {
+    line_->address = Variable("NOTIFY_SOCKET");
+    const std::string& address = line_->address;
+    const bool is_address = address.starts_with('/') || address.starts_with('@');
+    if (!is_address || address.size() < 2 || address.size() >= sizeof(sockaddr_un::sun_path)) return;
+    line_->socket = Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     constexpr timeval kSendTimeout{1, 0};  // with a manager that does not read
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
+    setsockopt(line_->socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
 
     const std::string_view watched = Variable("WATCHDOG_PID");  // of another process: not meant for this one
     const auto limit = Number(Variable("WATCHDOG_USEC"));
-    if (limit && (watched.empty() || Number(watched) == getpid())) interval_ = std::chrono::microseconds(*limit / 2);
+    if (limit && (watched.empty() || Number(watched) == getpid()))
+        line_->interval = std::chrono::microseconds(*limit / 2);
 }
 
-void ServiceManager::Ready() const { Tell("READY=1"); }
+ServiceManager::~ServiceManager() = default;
+
+void ServiceManager::Ready() const { line_->Tell("READY=1"); }
 
 void ServiceManager::Reloading() const {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     const std::int64_t microseconds = std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
-    Tell("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(microseconds));
+    line_->Tell("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(microseconds));
 }
 
-void ServiceManager::Stopping() const { Tell("STOPPING=1"); }
+void ServiceManager::Holding() const {}  // systemd knows of no such thing
 
-void ServiceManager::KeepAlive() const { Tell("WATCHDOG=1"); }
+void ServiceManager::Stopping() const { line_->Tell("STOPPING=1"); }
 
-void ServiceManager::Tell(const std::string& text) const {
-    if (!socket_.IsOpen()) return;
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::ranges::copy(address_, address.sun_path);
-    std::size_t length = offsetof(sockaddr_un, sun_path) + address_.size();
-    if (address_.front() == '@') {
-        address.sun_path[0] = '\0';
+void ServiceManager::KeepAlive() const { line_->Tell("WATCHDOG=1"); }
+
+std::optional<std::chrono::microseconds> ServiceManager::KeepAliveInterval() const { return line_->interval; }
+
+void ServiceManager::Line::Tell(const std::string& text) const {
+    if (!socket.IsOpen()) return;
+    sockaddr_un place{};
+    place.sun_family = AF_UNIX;
+    std::ranges::copy(address, place.sun_path);
+    std::size_t length = offsetof(sockaddr_un, sun_path) + address.size();
+    if (address.front() == '@') {
+        place.sun_path[0] = '\0';
     } else {
         ++length;  // the zero at the end belongs to a path
     }
-    sendto(socket_.Get(), text.data(), text.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
+    sendto(socket.Get(), text.data(), text.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&place),
            static_cast<socklen_t>(length));
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <thread>
@@ -15,7 +16,7 @@
 #include "host/desk/one_time_code.h"
 #include "host/held/memory_edit.h"
 #include "host/saving/console_files.h"
-#include "host/service/posix/control_server.h"
+#include "host/service/control_server.h"
 #include "host/service/service_connection.h"
 #include "host/settings/login_password.h"
 #include "host/system/command_error.h"
@@ -348,7 +349,11 @@ TEST_F(DeskTest, AnEditByPathNeverFallsBackToWhatIsCalledSo) {
 // However the service ends, whoever asks it hears of it.
 TEST(ControlServer, EndsConnectionsThatNobodyAnswersAnyMore) {
     const TempDir folder;
-    host::ControlServer server(folder.String());
+    sigset_t before;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    const host::Orders orders;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);  // the programs of other tests inherit it
+    host::ControlServer server(folder.String(), orders);
     const auto early = host::ServiceConnection::Try(folder.String());
     ASSERT_TRUE(early);
     server.Close();

@@ -1,6 +1,6 @@
 // Figures over HTTP and in files: what they say, that they never fall, and that no client keeps anybody waiting.
 
-#include "host/metrics/posix/metrics_server.h"
+#include "host/metrics/metrics_server.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -23,6 +23,7 @@
 
 #include "host/history/history.h"
 #include "host/system/command_error.h"
+#include "host/system/posix/descriptor.h"
 #include "tests/support/host_program.h"
 
 namespace tarvex::testing {

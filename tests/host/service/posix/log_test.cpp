@@ -24,8 +24,8 @@
 #include <vector>
 
 #include "host/service/posix/journal.h"
-#include "host/service/posix/service.h"
-#include "host/service/posix/service_log.h"
+#include "host/service/service.h"
+#include "host/service/service_log.h"
 #include "host/system/posix/descriptor.h"
 #include "tests/support/host_program.h"
 

@@ -1,6 +1,6 @@
 // Takes the facts for the log out of the result of a run and out of an edit.
 
-#include "host/service/posix/log_facts.h"
+#include "host/service/log_facts.h"
 
 #include "host/history/run_words.h"
 #include "host/service/run_reports.h"

@@ -14,9 +14,9 @@
 #include "host/edit/tree_edit.h"
 #include "host/held/memory_edit.h"
 #include "host/history/run_words.h"
-#include "host/service/posix/log_facts.h"
-#include "host/service/posix/service.h"
+#include "host/service/log_facts.h"
 #include "host/service/run_reports.h"
+#include "host/service/service.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -49,7 +49,7 @@ bool IsDue(const CUser& user, const CPopProfile& profile) {
 
 // As the entry does, but for the profiles that must not run now.
 void Service::StartDueRuns() {
-    if (!HasRoot() || age_.Old()) return;
+    if (!HasRoot() || age_.Old() || holds_back_) return;
     RetryLeftOut();
     std::vector<CPopProfile*> wanted;
     ForEachProfile([&](const CUser& user, CPopProfile& profile) {
@@ -92,7 +92,7 @@ void Service::StartWaiting(std::size_t looked_at) {
 }
 
 void Service::StartMore() {
-    if (!std::exchange(look_for_room_, false) || !HasRoot()) return;
+    if (!std::exchange(look_for_room_, false) || !HasRoot() || holds_back_) return;
     StartWaiting(kMostInATurn);
     if (!asked_.empty() && waiting_.empty()) next_tick_ = Clock::now();
 }
@@ -223,7 +223,7 @@ void Service::HandleRuns(ControlClient& client, const RunRequest& request) {
 std::vector<NamedProfile> Service::ChosenFor(const ControlClient& client, const RunRequest& request) {
     const Speaking in(client.ReadsIn());
     if (!HasRoot()) throw CommandError(kCannotWrite, Tr(kRootHasGone));
-    RequireYoungTree();
+    RequireThatRunsMayStart();
     return ChosenProfiles(root_, request.names);
 }
 
@@ -306,8 +306,9 @@ void Service::RaiseGeneration() {
 }
 
 // What is held back is told to whoever asks for it.
-void Service::RequireYoungTree() const {
+void Service::RequireThatRunsMayStart() const {
     if (age_.Old()) throw CommandError(kCannotWrite, WhyHeldBack(*age_.Old()));
+    if (holds_back_) throw CommandError(kTryLater, Tr(kServiceIsPaused));
 }
 
 }  // namespace tarvex::host

@@ -1,6 +1,6 @@
 // The thread that tries held mail.
 
-#include "host/service/posix/held_sender.h"
+#include "host/service/held_sender.h"
 
 #include <chrono>
 #include <exception>

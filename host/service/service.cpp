@@ -8,9 +8,9 @@
 //     answer      edits first, then requests for runs, then questions
 //     tick        when it is time (every 10 seconds): start a run of every profile that is due, leave out what must
 //                 not run
-//     wait        for a client, a signal or the next tick; in short steps while runs are under way
+//     wait        for a client, an order of the system or the next tick; in short steps while runs are under way
 //     clients     read and write what can be read and written now
-//     signals     SIGHUP: load the tree again; SIGTERM, SIGINT: stop
+//     orders      load the tree again (SIGHUP), hold runs back, stop (SIGTERM, SIGINT)
 //
 // An edit must not meet a run of the same profile, because the run saves its own copy of the settings at its end. So
 // the edit waits, and the profile starts no other run before the edit is made:
@@ -18,13 +18,9 @@
 //     profile    run starts ............. run ends                  next tick: run starts, with the new timer
 //     command           "set timer" ..... waits ...... edit made, "timer: 10 -> 5"
 
-#include "host/service/posix/service.h"
-
-#include <poll.h>
+#include "host/service/service.h"
 
 #include <algorithm>
-#include <csignal>
-#include <cstring>
 #include <ctime>
 #include <iterator>
 #include <map>
@@ -36,7 +32,7 @@
 
 #include "host/history/edit_record.h"
 #include "host/history/run_words.h"
-#include "host/service/posix/log_facts.h"
+#include "host/service/log_facts.h"
 #include "host/service/run_reports.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -84,14 +80,14 @@ bool EndsRuns(const EditRequest& request) {
 }  // namespace
 
 Service::Service(std::string directory, std::chrono::microseconds every, const std::string& metrics, LogFormat format,
-                 const std::string& journal_socket, std::optional<std::int64_t> expected_generation)
+                 const std::string& system_log, std::optional<std::int64_t> expected_generation)
     : directory_(std::move(directory)),
       every_(every),
-      log_(format, journal_socket),
+      log_(format, system_log),
       lock_(TakeRoot(directory_)),
       age_(directory_, expected_generation),
       rules_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
-      server_(directory_),
+      server_(directory_, orders_),
       history_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),
       alerts_(directory_,
               {[this](const std::string& sentence) { log_.Say(sentence, {LogMatter::Service}); },
@@ -124,13 +120,8 @@ int Service::Run() {
         Wait();
         if (server_.Work()) look_at_clients_ = true;
         KeepAlive();
-        while (const std::optional<int> signal = signals_.Next()) {
-            if (*signal == SIGHUP) {
-                Reload();
-                continue;
-            }
-            Stop(*signal);
-            return kDone;
+        while (const std::optional<GivenOrder> given = orders_.Next()) {
+            if (!Obey(*given)) return kDone;
         }
     }
 }
@@ -348,10 +339,35 @@ void Service::Reload() {
     manager_.Ready();
 }
 
-void Service::Stop(int signal) {
+// False when it was the last one.
+bool Service::Obey(const GivenOrder& given) {
+    switch (given.order) {
+        case Order::Stop:
+            Stop(given);
+            return false;
+        case Order::Reload:
+            Reload();
+            break;
+        case Order::Hold:
+        case Order::Continue:
+            HoldBack(given.order == Order::Hold);
+            break;
+    }
+    return true;
+}
+
+void Service::HoldBack(bool holds) {
+    if (std::exchange(holds_back_, holds) == holds) return;
+    holds ? manager_.Holding() : manager_.Ready();
+    log_.Say(holds ? "holding runs back" : "holding runs back no more", kOfService);
+    ForgetWaiting();
+    next_tick_ = Clock::now();
+}
+
+void Service::Stop(const GivenOrder& given) {
     manager_.Stopping();
-    log_.Say(std::string("stopping (SIG") + sigabbrev_np(signal) + ')', kOfService);
-    Signals::Release(signal);  // a second signal ends the process at once
+    log_.Say("stopping (" + given.by + ')', kOfService);
+    orders_.Release(given);
     waiting_.clear();
     ReapEndedRuns();
     stopping_ = true;
@@ -367,9 +383,7 @@ void Service::Stop(int signal) {
     AnswerClients();
     const auto deadline = Clock::now() + kShutdownGrace;
     while (!server_.IsIdle() && Clock::now() < deadline) {
-        std::vector<pollfd> watched;
-        server_.AddTo(watched);
-        poll(watched.data(), watched.size(), 10);
+        server_.Wait(std::min(deadline, Clock::now() + 10ms));
         if (server_.Work()) look_at_clients_ = true;
         AnswerClients();
     }
@@ -383,11 +397,7 @@ void Service::Wait() {
         until = std::min(until, Clock::now() + (wanted_.empty() ? kRunPollInterval : kUrgentPollInterval));
     if (look_for_room_) until = Clock::now();
     if (manager_.KeepAliveInterval()) until = std::min(until, next_keep_alive_);
-    if (const auto deadline = server_.Deadline()) until = std::min(until, *deadline);
-    std::vector<pollfd> watched = {{signals_.WatchedDescriptor(), POLLIN, 0}};
-    server_.AddTo(watched);
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
-    poll(watched.data(), watched.size(), static_cast<int>(std::max(left, 0ms).count()));
+    server_.Wait(until);
 }
 
 void Service::KeepAlive() {
@@ -405,7 +415,7 @@ LogFacts Service::AboutProfile(const CString& path, LogMatter matter) const {
 
 ServiceReport Service::Report() {
     history_.LookForFile();  // who asks may read it next
-    ServiceReport report{RunsNow(root_), {}, ShowZone(), age_.Old()};
+    ServiceReport report{RunsNow(root_), {}, ShowZone(), age_.Old(), holds_back_};
     for (const auto& [path, why] : held_up_) report.troubles[Name(path)] = why;
     for (const auto& [path, why] : left_out_) report.troubles[Name(path)] = "left out, " + why;
     return report;

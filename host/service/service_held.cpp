@@ -10,8 +10,8 @@
 
 #include "host/held/held_work.h"
 #include "host/language/tr.h"
-#include "host/service/posix/log_facts.h"
-#include "host/service/posix/service.h"
+#include "host/service/log_facts.h"
+#include "host/service/service.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"
 #include "host/tree/names.h"
@@ -28,7 +28,7 @@ constexpr std::size_t kHeadlineColumns = 60;
 bool Service::IsBusy(const CString& profile) const { return running_.contains(profile) || senders_.contains(profile); }
 
 void Service::StartDueHeld() {
-    if (!HasRoot() || age_.Old()) return;
+    if (!HasRoot() || age_.Old() || holds_back_) return;
     const CTime now = std::time(nullptr);
     ForEachProfile([&](const CUser& user, CPopProfile& profile) {
         if (senders_.size() >= kMostSenders || IsBusy(profile.path) || next_held_look_[profile.path] > now) return;
@@ -98,7 +98,7 @@ void Service::HandleHeld(ControlClient& client, const HeldRequest& request) {
 
 void Service::BeginHeld(ControlClient& client, const HeldRequest& request) {
     if (!HasRoot()) throw CommandError(kCannotWrite, Tr("the tree that the service has loaded is not here any more"));
-    if (request.verb == HeldVerb::Send) RequireYoungTree();
+    if (request.verb == HeldVerb::Send) RequireThatRunsMayStart();
     CPopProfile& profile = *FindProfile(root_, request.profile).profile;
     if (IsBusy(profile.path)) {
         wanted_.insert(profile.path);

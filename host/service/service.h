@@ -19,13 +19,13 @@
 #include "host/generation/generation.h"
 #include "host/history/history.h"
 #include "host/language/tr.h"
-#include "host/metrics/posix/metrics_server.h"
+#include "host/metrics/metrics_server.h"
 #include "host/rules/ruled_runs.h"
-#include "host/service/posix/control_server.h"
-#include "host/service/posix/held_sender.h"
-#include "host/service/posix/service_log.h"
-#include "host/service/posix/signals.h"
-#include "host/system/posix/service_manager.h"
+#include "host/service/control_server.h"
+#include "host/service/held_sender.h"
+#include "host/service/service_log.h"
+#include "host/system/orders.h"
+#include "host/system/service_manager.h"
 #include "host/tree/names.h"
 #include "tarvex/tarvex.h"
 
@@ -36,7 +36,7 @@ public:
     // Takes the root and loads the tree. Throws CommandError, which names the holder of a root that is in use.
     // `metrics`: where figures are served (see MetricsServer); empty: nowhere. `expected_generation`: see TreeAge.
     Service(std::string directory, std::chrono::microseconds every, const std::string& metrics = {},
-            LogFormat format = LogFormat::Automatic, const std::string& journal_socket = kJournalSocket,
+            LogFormat format = LogFormat::Automatic, const std::string& system_log = {},
             std::optional<std::int64_t> expected_generation = {});
 
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
@@ -91,7 +91,9 @@ private:
     void HandleRuns(ControlClient& client, const RunRequest& request);
     void StartRuns(ControlClient& client, const RunRequest& request);
     void Reload();
-    void Stop(int signal);
+    void Stop(const GivenOrder& given);
+    bool Obey(const GivenOrder& given);
+    void HoldBack(bool holds);
     void Wait();
     void KeepAlive();
 
@@ -100,7 +102,7 @@ private:
     void RetryLeftOut();
     void LeaveOut(const CString& path, const std::string& why);
     void RaiseGeneration();
-    void RequireYoungTree() const;
+    void RequireThatRunsMayStart() const;
     int Apply(const EditRequest& request, Reply& reply);
     void FindUnreadable();
     void SpreadFirstRuns();
@@ -118,7 +120,7 @@ private:
 
     const std::string directory_;
     const std::chrono::microseconds every_;
-    const Signals signals_;  // before there are threads
+    Orders orders_;  // before there are threads
     ServiceLog log_;
     const ServiceManager manager_;
     const RootLock lock_;
@@ -144,6 +146,7 @@ private:
     bool look_for_room_ = false;  // a run has ended, or not all that could be started was
     bool look_at_clients_ = false;
     bool stopping_ = false;
+    bool holds_back_ = false;  // no run starts, and no held mail is tried, until the system says so
     Clock::time_point next_tick_ = Clock::now();
     Clock::time_point next_keep_alive_ = Clock::now();
     std::unique_ptr<MetricsServer> metrics_;  // null: none

@@ -1,13 +1,11 @@
 #pragma once
 
-// The service's side of the control socket. Nothing here waits for a client, and what a client may send, and for how
+// The service's side of what commands ask. Nothing here waits for a client, and what a client may send, and for how
 // long, has its limits.
-
-#include <poll.h>
-#include <sys/types.h>
 
 #include <chrono>
 #include <list>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -15,9 +13,8 @@
 #include <vector>
 
 #include "host/history/tables/edit_tables.h"
+#include "host/service/control_channel.h"
 #include "host/service/control_messages.h"
-#include "host/service/posix/control_socket.h"
-#include "host/system/posix/descriptor.h"
 
 namespace tarvex::host {
 
@@ -26,7 +23,10 @@ class ControlClient {
 public:
     using Clock = std::chrono::steady_clock;
 
-    ControlClient(Descriptor socket, Clock::time_point deadline) : socket_(std::move(socket)), deadline_(deadline) {}
+    ControlClient(std::unique_ptr<ControlConnection> connection, Clock::time_point deadline)
+        : connection_(std::move(connection)), deadline_(deadline) {
+        RefuseStranger();
+    }
 
     // What is asked, once it is there whole and until it is answered: an edit, runs, something about held mail, or else
     // how far the runs are.
@@ -47,7 +47,7 @@ public:
     std::optional<AwaitedRuns> awaited;
     CString awaited_held;  // the profile whose held mail is being sent for it
 
-    bool HasLeft() const;
+    bool HasLeft() const { return connection_->HasLeft(); }
 
     // Who asks, by the system; `caller` is who that one says to do it for.
     EditedBy WhoAsks(const std::string& caller) const;
@@ -63,11 +63,11 @@ private:
     bool Work(Clock::time_point now);  // false when it is over
     bool Read();
     bool TakeRequest();
-    bool Write();
+    void RefuseStranger();
     void Refuse(int exit_code, const std::string& why);
     void Finish(const ControlReply& reply);
 
-    Descriptor socket_;
+    std::unique_ptr<ControlConnection> connection_;
     Clock::time_point deadline_;  // for sending the request, for taking the answer
     State state_ = State::Reading;
     std::string in_;
@@ -82,16 +82,10 @@ class ControlServer {
 public:
     using Clock = ControlClient::Clock;
 
-    // Listens in the root, in the place of a socket that was left over: by whoever holds the lock of the root, and
-    // before there are other threads. Throws CommandError.
-    explicit ControlServer(const std::string& root);
-    ~ControlServer();
-    ControlServer(const ControlServer&) = delete;
-    ControlServer& operator=(const ControlServer&) = delete;
+    ControlServer(const std::string& root, const Orders& orders) : channel_(root, orders) {}  // see ControlChannel
 
-    // What to wait for before the next Work, and until when.
-    void AddTo(std::vector<pollfd>& watched) const;
-    std::optional<Clock::time_point> Deadline() const;
+    // Until the next Work may find something to do, there is an order, or it is time.
+    void Wait(Clock::time_point until);
 
     // Accepts, reads and writes what can be. True when a request has come in, or one that waits was given up.
     bool Work();
@@ -105,11 +99,8 @@ public:
 private:
     void Accept();
 
-    std::string path_;
-    dev_t device_ = 0;  // of the socket that was made there
-    ino_t number_ = 0;
-    Descriptor listener_;
-    Clock::time_point accept_from_{};  // later than now while the process has no descriptor to spare
+    ControlChannel channel_;
+    Clock::time_point accept_from_{};  // later than now while the system has no room to spare
     std::list<ControlClient> clients_;
 };
 

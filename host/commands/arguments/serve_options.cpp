@@ -1,0 +1,51 @@
+// Takes the options of a service from the command line.
+
+#include "host/commands/arguments/serve_options.h"
+
+#include <chrono>
+#include <utility>
+
+#include "host/commands/arguments/usage.h"
+#include "host/language/tr.h"
+#include "host/system/command_error.h"
+#include "host/system/process.h"
+#include "host/terminal/typed_word.h"
+
+namespace tarvex::host {
+
+ServeOptions::ServeOptions(CLI::App& serve, std::string system_log, const std::string& formats)
+    : system_log_(std::move(system_log)), expected_(serve) {
+    constexpr double kShortest = 0.01;
+    constexpr double kLongest = 86400;
+    serve
+        .add_option("--every", every_,
+                    Tr("Seconds between two checks of what is due (default 10); a profile is never run more often "
+                       "than its timer says"))
+        ->check(Fraction(kShortest, kLongest, Tr("seconds")))
+        ->type_name("SECONDS");
+    serve
+        .add_option("--metrics", metrics_,
+                    Tr("Serve figures for a monitoring system of this machine on unix:PATH, 127.0.0.1:PORT or "
+                       "[::1]:PORT, at /metrics"))
+        ->type_name("PLACE");
+    serve.add_option("--log-format", format_, formats)->type_name("plain|" + system_log_ + "|json");
+    serve.footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
+}
+
+LogFormat ServeOptions::Format() const {
+    if (format_.empty()) return LogFormat::Automatic;
+    if (format_ == "plain") return LogFormat::Plain;
+    if (format_ == system_log_) return LogFormat::System;
+    if (format_ == "json") return LogFormat::JsonLines;
+    throw CommandError(kBadUsage, Tr("--log-format: plain, {0} or json, not {1}", system_log_, Quoted(format_)));
+}
+
+std::unique_ptr<Service> ServeOptions::MakeService(const std::string& directory) const {
+    const LogFormat format = Format();
+    SpeakTo(Language::English);  // in the log
+    RaiseFileLimit();
+    const auto every = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::duration<double>(every_));
+    return std::make_unique<Service>(directory, every, metrics_, format, "", expected_.Number());
+}
+
+}  // namespace tarvex::host

@@ -1,0 +1,82 @@
+// Looks up who processes, tokens and accounts are.
+
+#include "host/system/windows/accounts.h"
+
+#include <sddl.h>
+
+#include <array>
+#include <cstddef>
+#include <vector>
+
+#include "host/system/windows/handle.h"
+#include "host/system/windows/wide.h"
+
+namespace tarvex::host {
+namespace {
+
+constexpr const wchar_t* kServiceAccount = L"NT SERVICE\\Tarvex";
+
+std::string TextOf(PSID user) {
+    char* text = nullptr;
+    if (!ConvertSidToStringSidA(user, &text)) return {};
+    std::string number = text;
+    LocalFree(text);
+    return number;
+}
+
+}  // namespace
+
+std::string UserOfToken(HANDLE token) {
+    DWORD size = 0;
+    GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+    std::vector<std::max_align_t> room(size / sizeof(std::max_align_t) + 1);
+    if (!GetTokenInformation(token, TokenUser, room.data(), size, &size)) return {};
+    return TextOf(reinterpret_cast<const TOKEN_USER*>(room.data())->User.Sid);
+}
+
+std::string UserOfProcess(HANDLE process) {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(process, TOKEN_QUERY, &token)) return {};
+    return UserOfToken(Handle(token).Get());
+}
+
+const std::string& OwnUser() {
+    static const std::string user = UserOfProcess(GetCurrentProcess());
+    return user;
+}
+
+std::string ServiceUser() {
+    std::array<unsigned char, SECURITY_MAX_SID_SIZE> number;
+    std::array<wchar_t, 256> domain;
+    DWORD number_size = number.size();
+    DWORD domain_size = domain.size();
+    SID_NAME_USE use{};
+    const bool is_known = LookupAccountNameW(nullptr, kServiceAccount, number.data(), &number_size, domain.data(),
+                                             &domain_size, &use) != 0;
+    return is_known ? TextOf(number.data()) : std::string();
+}
+
+bool IsAdministrator(HANDLE impersonated) {
+    PSID administrators = nullptr;
+    if (!ConvertStringSidToSidA(kAdministrators, &administrators)) return false;
+    BOOL is_member = FALSE;
+    const bool is_told = CheckTokenMembership(impersonated, administrators, &is_member) != 0;
+    LocalFree(administrators);
+    return is_told && is_member;
+}
+
+std::string AccountName(const std::string& user) {
+    PSID number = nullptr;
+    if (!ConvertStringSidToSidA(user.c_str(), &number)) return user;
+    std::array<wchar_t, 257> name{};
+    std::array<wchar_t, 257> domain{};
+    DWORD name_size = name.size();
+    DWORD domain_size = domain.size();
+    SID_NAME_USE use{};
+    const bool is_known =
+        LookupAccountSidW(nullptr, number, name.data(), &name_size, domain.data(), &domain_size, &use) != 0;
+    LocalFree(number);
+    return is_known ? Utf8(name.data()) : user;
+}
+
+}  // namespace tarvex::host
