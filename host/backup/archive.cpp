@@ -15,6 +15,7 @@
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/hexadecimal.h"
 
 namespace tarvex::host {
 namespace {
@@ -183,13 +184,7 @@ std::string Checksum::Hex() const {
         EVP_DigestFinal_ex(copy.context_.get(), digest.data(), &length) != 1) {
         throw std::bad_alloc();
     }
-    std::string hex;
-    for (unsigned i = 0; i < length; ++i) {
-        constexpr std::string_view kDigits = "0123456789abcdef";
-        hex += kDigits[digest[i] >> 4U];
-        hex += kDigits[digest[i] & 0xFU];
-    }
-    return hex;
+    return Hexadecimal({digest.data(), length});
 }
 
 // ---- writing

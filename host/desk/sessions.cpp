@@ -11,22 +11,13 @@
 #include <new>
 #include <span>
 
+#include "host/system/hexadecimal.h"
+
 namespace tarvex::host {
 namespace {
 
 constexpr std::size_t kSecretBytes = 32;
 constexpr std::size_t kIdDigits = 16;
-
-std::string Hexadecimal(std::span<const unsigned char> bytes) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * bytes.size());
-    for (const unsigned char byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0xF];
-    }
-    return text;
-}
 
 bool IsOver(const Session& session, Sessions::Clock::time_point now) {
     return now - session.used > Sessions::kIdle || now - session.began > Sessions::kLongest || now < session.began;

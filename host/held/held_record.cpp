@@ -25,6 +25,7 @@
 #include "host/history/run_words.h"
 #include "host/language/tr.h"
 #include "host/settings/shared_account.h"
+#include "host/system/hexadecimal.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {
@@ -43,7 +44,6 @@ bool IsSpecial(char c) {
 
 // A blank at an end would be trimmed, and a line that begins with ";" or "//" is a comment.
 std::string Escaped(std::string_view text) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
     std::string escaped;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -53,8 +53,7 @@ std::string Escaped(std::string_view text) {
             escaped += c;
             continue;
         }
-        const auto byte = static_cast<unsigned char>(c);
-        escaped.append("\\x").append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 0xF]);
+        escaped.append("\\x").append(Hexadecimal(static_cast<unsigned char>(c)));
     }
     return escaped;
 }

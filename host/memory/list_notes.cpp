@@ -17,6 +17,7 @@
 
 #include "host/history/database.h"
 #include "host/system/display.h"
+#include "host/system/hexadecimal.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -27,15 +28,14 @@ constexpr std::size_t kLetters = 16;
 static_assert(kNewest * kLetters <= kMostWordsBytes);
 
 std::string HashOf(std::string_view id) {  // FNV-1a
-    constexpr std::string_view kDigits = "0123456789abcdef";
     std::uint64_t hash = 0xCBF29CE484222325U;
     for (const char c : id) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
-    std::string letters(kLetters, '0');
-    for (char& letter : letters) {
-        letter = kDigits[static_cast<std::size_t>(hash >> 60U)];
-        hash <<= 4U;
+    std::array<unsigned char, kLetters / 2> bytes{};
+    for (unsigned char& byte : bytes) {
+        byte = static_cast<unsigned char>(hash >> 56U);
+        hash <<= 8U;
     }
-    return letters;
+    return Hexadecimal(bytes);
 }
 
 CString FolderOf(const CForwardAddress& address) { return address.path.substr(address.path.rfind('\\') + 1); }

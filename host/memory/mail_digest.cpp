@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "host/memory/mail_header.h"
+#include "host/system/hexadecimal.h"
 
 namespace tarvex::host {
 namespace {
@@ -93,16 +94,7 @@ std::string LetterOf(const SplitMail& mail) {
 
 }  // namespace
 
-std::string MailDigest::Hex() const {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string hex(2 * bytes.size(), ' ');
-    auto digit = hex.begin();
-    for (const unsigned char byte : bytes) {
-        *digit++ = kDigits[byte >> 4];
-        *digit++ = kDigits[byte & 15];
-    }
-    return hex;
-}
+std::string MailDigest::Hex() const { return Hexadecimal(bytes); }
 
 std::optional<MailDigest> MailDigest::FromHex(std::string_view hex) {
     MailDigest digest;

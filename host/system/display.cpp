@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "host/system/hexadecimal.h"
 #include "host/system/paths.h"
 #include "tarvex/conversion.h"
 #include "tarvex/settings.h"
@@ -23,11 +24,7 @@ constexpr std::size_t ControlBytes(std::string_view text) {
 }
 
 void AppendHarmless(std::string& text, char c) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    const auto byte = static_cast<unsigned char>(c);
-    text += "\\x";
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
+    text.append("\\x").append(Hexadecimal(static_cast<unsigned char>(c)));
 }
 
 std::string Harmless(std::string_view text, std::string_view allowed) {
