@@ -420,17 +420,11 @@ bool IsThere(const CRootPath& root, const EditRequest& request) {
     return !request.by_path || request.name.empty() || HasPath(root, request.name);
 }
 
-int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
+int ReplyOf(Reply& reply, const std::function<void()>& apply) {
     reply = {};
     try {
-        const EditRequest as_kept = AsKept(root, request);
-        Editor editor(root, as_kept);
-        reply.printed = editor.Apply();
-        if (request.verb == EditVerb::Add && HasRules(root.path)) OrderByNumber(root);
-        if (editor.Unsynced().empty()) return kDone;
-        reply.error = Tr("the change was made, but may not survive a power failure: \"{0}\" cannot be synced",
-                         ShowPath(editor.Unsynced()));
-        return kCannotWrite;
+        apply();
+        return kDone;
     } catch (const CommandError& error) {
         reply.error = error.what();
         return error.ExitCode();
@@ -438,6 +432,19 @@ int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
         reply.error = error.what();
         return kBroken;
     }
+}
+
+int Edit(CRootPath& root, const EditRequest& request, Reply& reply) {
+    return ReplyOf(reply, [&] {
+        const EditRequest as_kept = AsKept(root, request);
+        Editor editor(root, as_kept);
+        reply.printed = editor.Apply();
+        if (request.verb == EditVerb::Add && HasRules(root.path)) OrderByNumber(root);
+        if (editor.Unsynced().empty()) return;
+        throw CommandError(kCannotWrite,
+                           Tr("the change was made, but may not survive a power failure: \"{0}\" cannot be synced",
+                              ShowPath(editor.Unsynced())));
+    });
 }
 
 std::vector<CString> TouchedProfiles(CRootPath& root, const EditRequest& request) {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -62,6 +63,10 @@ struct Reply {
     std::string printed;  // for standard output: lines
     std::string error;    // one sentence without a line end, when the exit code is not 0
 };
+
+// Has `apply` fill the reply. Its exceptions become the reply's error and, with a CommandError, its exit code, which is
+// returned.
+int ReplyOf(Reply& reply, const std::function<void()>& apply);
 
 // Whether the two fetch from the same mailbox: what it holds would be forwarded twice.
 bool FetchTheSame(const CPopProfileSetting& one, const CPopProfileSetting& other);

@@ -36,17 +36,7 @@ EditRequest AcceptanceOfTree(EditVerb verb, std::optional<std::int64_t> expected
 }
 
 int EditTree(TreeAge& age, const EditRequest& request, Reply& reply) {
-    reply = {};
-    try {
-        reply.printed = Apply(age, request);
-        return kDone;
-    } catch (const CommandError& error) {
-        reply.error = error.what();
-        return error.ExitCode();
-    } catch (const std::exception& error) {
-        reply.error = error.what();
-        return kBroken;
-    }
+    return ReplyOf(reply, [&] { reply.printed = Apply(age, request); });
 }
 
 }  // namespace tarvex::host

@@ -222,16 +222,7 @@ int EditWithMemory(CRootPath& root, RuleMemory& memory, const EditRequest& reque
         if (code == kDone && profile) ForgetOthers(*profile, memory);
         return code;
     }
-    try {
-        reply.printed = Apply(root, memory, request);
-        return kDone;
-    } catch (const CommandError& error) {
-        reply.error = error.what();
-        return error.ExitCode();
-    } catch (const std::exception& error) {
-        reply.error = error.what();
-        return kBroken;
-    }
+    return ReplyOf(reply, [&] { reply.printed = Apply(root, memory, request); });
 }
 
 }  // namespace tarvex::host
