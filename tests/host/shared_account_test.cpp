@@ -51,12 +51,6 @@ protected:
         words.insert(words.end(), more.begin(), more.end());
         return host_.Tell(words);
     }
-    std::string Refusal(const Words& words, int code) const {
-        ChildProcess command = host_.StartCommand(words);
-        command.Wait();
-        EXPECT_EQ(command.ExitCode(), code);
-        return command.Errors();
-    }
     Json Ask(Words words) const {
         words.emplace_back("--json");
         return Json::parse(host_.Tell(words));
@@ -148,11 +142,12 @@ TEST_F(SharedAccount, PasswordIsNeverShownAndNotInClearOnDisk) {
     EXPECT_THAT(all, AllOf(HasSubstr("(set)"), HasSubstr("smtppassword: stored"), Not(HasSubstr("secret of"))));
     EXPECT_THAT(ReadFile(host_.Root() + "/host.def") + ReadFile(host_.Root() + "/user0/host.def"),
                 Not(HasSubstr("secret of")));
-    EXPECT_THAT(Refusal({"rules", "set", "--smtppassword", "x"}, kBadUsage), HasSubstr("never from the command line"));
+    EXPECT_THAT(host_.Fail(kBadUsage, {"rules", "set", "--smtppassword", "x"}),
+                HasSubstr("never from the command line"));
 }
 
 TEST_F(SharedAccount, IsNotOneOfAProfile) {
-    EXPECT_THAT(Refusal({"rules", "set", "user0/from0", "--smtpserver", "x"}, kBadUsage),
+    EXPECT_THAT(host_.Fail(kBadUsage, {"rules", "set", "user0/from0", "--smtpserver", "x"}),
                 HasSubstr("`tarvex profile set`"));
     WriteFile(profile_ + "/host.def", "[smtpserver]\r\nelsewhere.example.net\r\n");
     EXPECT_EQ(Used().owner, AccountOwner::PopServer);
@@ -183,14 +178,14 @@ TEST_F(SharedAccount, RulesOfTheUserStandBetweenTreeAndProfile) {
     EXPECT_EQ(rules["runsize"], 30);
     EXPECT_EQ(Ask({"profile", "show", "user0/from0"})["timer"], 5);
     EXPECT_EQ(Ask({"rules", "show", "user0"})["runsize"], 20);
-    EXPECT_THAT(Refusal({"rules", "set", "user0", "--allruns", "2"}, kBadUsage), HasSubstr("of the whole tree"));
+    EXPECT_THAT(host_.Fail(kBadUsage, {"rules", "set", "user0", "--allruns", "2"}), HasSubstr("of the whole tree"));
     host_.Tell({"rules", "set", "user0/from0", "--runsize", "20"});
     EXPECT_EQ(ReadFile(profile_ + "/host.def"), "[version]\r\n0\r\n\r\n") << "as its user";
 }
 
 TEST_F(SharedAccount, FileOfAUserThatCannotBeReadLeavesItsProfilesOut) {
     WriteFile(host_.Root() + "/user0/host.def", "[runsize]\nmuch\n");
-    EXPECT_THAT(Refusal({"run", "--now"}, 74), HasSubstr("\"much\""));
+    EXPECT_THAT(host_.Fail(74, {"run", "--now"}), HasSubstr("\"much\""));
     EXPECT_TRUE(relay_.Delivered().empty());
 }
 

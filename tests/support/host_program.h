@@ -90,6 +90,14 @@ public:
         return command.Printed();
     }
 
+    // What a command says to standard error that ends with that code.
+    std::string Fail(int exit_code, const std::vector<std::string>& words) const {
+        ChildProcess command = StartCommand(words);
+        command.Wait();
+        EXPECT_EQ(command.ExitCode(), exit_code) << command.Errors();
+        return command.Errors();
+    }
+
     // What a run prints. One that does not go well says so on standard error.
     std::string Run(int exit_code = 0, const std::vector<std::string>& more = {}) const {
         ChildProcess run = Start(Output::Pipe, more);

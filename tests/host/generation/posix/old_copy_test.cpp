@@ -60,13 +60,6 @@ protected:
 
     std::string Do(const Words& words, int exit_code = 0) const { return host_.Tell(words, exit_code); }
 
-    std::string Fail(int exit_code, const Words& words) const {
-        ChildProcess command = host_.StartCommand(words);
-        command.Wait();
-        EXPECT_EQ(command.ExitCode(), exit_code);
-        return command.Errors();
-    }
-
     MailboxServer mailbox_{"user", "secret"};
     SinkServer sink_;
     Host host_;
@@ -97,7 +90,7 @@ TEST_F(OldCopyOfTree, ServiceAnswersAndRunsNothing) {
     EXPECT_EQ(status.at("blocked_by").at("rule"), "generation");
     EXPECT_THAT(status.at("trouble"), HasSubstr(kWhy));
     EXPECT_THAT(Do({"health"}, 2), AllOf(HasSubstr("CRITICAL - the tree is an old copy"), Not(HasSubstr("user0"))));
-    EXPECT_THAT(Fail(74, {"run", "--now"}), HasSubstr(kWhy));
+    EXPECT_THAT(host_.Fail(74, {"run", "--now"}), HasSubstr(kWhy));
     EXPECT_THAT(Do({"metrics"}), HasSubstr("\ntarvex_generation 5\n"));
     EXPECT_EQ(Do({"generation"}), "5\n");
     EXPECT_THAT(sink_.Delivered(), SizeIs(0));
@@ -112,7 +105,7 @@ TEST_F(OldCopyOfTree, AcceptedTreeIsRunAtOnceAndHasAHigherNumber) {
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
     EXPECT_EQ(Do({"generation"}), "13\n");
     EXPECT_THAT(Do({"health"}), HasSubstr("OK"));
-    EXPECT_THAT(Fail(66, {"accept", "--send"}), HasSubstr("nothing says"));
+    EXPECT_THAT(host_.Fail(66, {"accept", "--send"}), HasSubstr("nothing says"));
     EXPECT_THAT(Do({"history", "--edits"}), AllOf(HasSubstr("tree accept"), HasSubstr("\"5\" -> \"13\"")));
 }
 
@@ -130,12 +123,13 @@ TEST_F(OldCopyOfTree, MailboxThatCannotBeListedLeavesItsProfileWaiting) {
     mailbox_.SetFault([](const std::string& command) { return command.starts_with("APOP") ? "-ERR not now" : ""; });
     for (const char* const rules : {"", "[floodguard]\r\n0\r\n\r\n"}) {  // without them nothing waits
         if (*rules != '\0') AddRules(rules);
-        EXPECT_THAT(Fail(69, {"accept", "--skip", "--expect-generation", "12"}),
+        EXPECT_THAT(host_.Fail(69, {"accept", "--skip", "--expect-generation", "12"}),
                     HasSubstr("-ERR not now; nothing was changed"));
         EXPECT_EQ(Do({"generation"}), "5\n");
     }
     AddRules();
-    EXPECT_THAT(Fail(0, {"accept", "--skip", "--expect-generation", "12"}), HasSubstr("not now; it waits by itself"));
+    EXPECT_THAT(host_.Fail(0, {"accept", "--skip", "--expect-generation", "12"}),
+                HasSubstr("not now; it waits by itself"));
     EXPECT_EQ(Do({"generation"}), "13\n");
     EXPECT_THAT(Do({"status"}, 1), HasSubstr("the tree was an old copy"));
     mailbox_.SetFault({});
@@ -144,7 +138,7 @@ TEST_F(OldCopyOfTree, MailboxThatCannotBeListedLeavesItsProfileWaiting) {
 }
 
 TEST_F(OldCopyOfTree, RunComparesAndDoesNotRaise) {
-    EXPECT_THAT(Fail(74, {"run", "--now", "--expect-generation", "12"}), HasSubstr(kWhy));
+    EXPECT_THAT(host_.Fail(74, {"run", "--now", "--expect-generation", "12"}), HasSubstr(kWhy));
     EXPECT_THAT(sink_.Delivered(), SizeIs(0));
     Do({"run", "--now", "--expect-generation", "5"});
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
@@ -152,12 +146,14 @@ TEST_F(OldCopyOfTree, RunComparesAndDoesNotRaise) {
 }
 
 TEST_F(OldCopyOfTree, IsAcceptedWithoutAService) {
-    EXPECT_THAT(Fail(66, {"accept", "--send"}), HasSubstr("--expect-generation"));
-    EXPECT_THAT(Fail(66, {"accept", "--send", "--expect-generation", "5"}), HasSubstr("no old copy"));
+    EXPECT_THAT(host_.Fail(66, {"accept", "--send"}), HasSubstr("--expect-generation"));
+    EXPECT_THAT(host_.Fail(66, {"accept", "--send", "--expect-generation", "5"}), HasSubstr("no old copy"));
     Do({"accept", "--send", "--expect-generation", "12"});
     EXPECT_EQ(Do({"generation"}), "13\n");
-    EXPECT_THAT(Fail(64, {"accept", "user0/from0", "--send", "--expect-generation", "14"}), HasSubstr("whole tree"));
-    EXPECT_THAT(Fail(64, {"accept", "--send", "--expect-generation", "99999999999999999999"}), HasSubstr("must be"));
+    EXPECT_THAT(host_.Fail(64, {"accept", "user0/from0", "--send", "--expect-generation", "14"}),
+                HasSubstr("whole tree"));
+    EXPECT_THAT(host_.Fail(64, {"accept", "--send", "--expect-generation", "99999999999999999999"}),
+                HasSubstr("must be"));
 }
 
 // The first tick comes before the first answer.
@@ -170,7 +166,7 @@ TEST_F(OldCopyOfTree, HeldMailIsNotTried) {
     const auto service = ServeOldCopy();
     const int tries = sink_.Received("MAIL");
     Do({"health"}, 2);
-    EXPECT_THAT(Fail(74, {"held", "send", "user0/from0"}), HasSubstr(kWhy));
+    EXPECT_THAT(host_.Fail(74, {"held", "send", "user0/from0"}), HasSubstr(kWhy));
     EXPECT_EQ(sink_.Received("MAIL"), tries);
     Do({"accept", "--send"});
     EXPECT_TRUE(service->WaitForOutput("held mail was tried, all was taken", kLong));
@@ -181,7 +177,7 @@ TEST_F(OldCopyOfTree, LinkInThePlaceOfTheNumberIsNoNumber) {
     WriteFile(host_.Root() + "/elsewhere", "20\n");
     std::filesystem::remove(File());
     std::filesystem::create_symlink(host_.Root() + "/elsewhere", File());
-    EXPECT_THAT(Fail(74, {"generation"}), HasSubstr("no regular file"));
+    EXPECT_THAT(host_.Fail(74, {"generation"}), HasSubstr("no regular file"));
     {
         const auto service = Serve({}, "cannot be raised");
         EXPECT_TRUE(service->WaitForOutput("1 message", kLong));  // mail comes first

@@ -61,13 +61,6 @@ protected:
 
     std::string Do(const Words& words, int exit_code = 0) const { return host_.Tell(words, exit_code); }
 
-    std::string Fail(int exit_code, const Words& words) const {
-        ChildProcess command = host_.StartCommand(words);
-        command.Wait();
-        EXPECT_EQ(command.ExitCode(), exit_code);
-        return command.Errors();
-    }
-
     MailboxServer mailbox_{"user", "secret"};
     SinkServer sink_;
     Host host_;
@@ -81,7 +74,7 @@ TEST_F(Accepting, WaitingProfileSendsNothingUntilAPersonSaysSo) {
     EXPECT_THAT(Do({"accept", kProfile, "--send"}), HasSubstr("next run"));
     Do({"run", "--now", "--quiet"});
     EXPECT_THAT(sink_.Delivered(), SizeIs(4));
-    EXPECT_THAT(Fail(66, {"accept", kProfile, "--send"}), HasSubstr("does not wait"));
+    EXPECT_THAT(host_.Fail(66, {"accept", kProfile, "--send"}), HasSubstr("does not wait"));
 }
 
 TEST_F(Accepting, SkippedMailCountsAsHandledForAllAddresses) {
@@ -117,8 +110,8 @@ TEST_F(Accepting, OneAddressCatchesUp) {
 TEST_F(Accepting, ResendSendsAgainWhatItNamesAndNothingElse) {
     Do({"run", "--now", "--quiet"});
     const std::size_t sent = sink_.Delivered().size();
-    Fail(64, {"resend", kProfile});  // nobody to ask
-    EXPECT_THAT(Fail(66, {"resend", kProfile, "--id", "id-9", "--yes"}), HasSubstr("id-9"));
+    host_.Fail(64, {"resend", kProfile});  // nobody to ask
+    EXPECT_THAT(host_.Fail(66, {"resend", kProfile, "--id", "id-9", "--yes"}), HasSubstr("id-9"));
     Do({"run", "--now", "--quiet"});
     EXPECT_EQ(sink_.Delivered().size(), sent);
 
@@ -167,7 +160,7 @@ TEST_F(Accepting, AHandleSendsWhatIsSetAsideAndElseWhatIsInTheMailbox) {
     const std::string handle = Json::parse(Do({"trace", "--json", "id-2"}))[0]["message"];
     sink_.SetJudge({});
     const std::size_t sent = sink_.Delivered().size();
-    Fail(64, {"resend", handle});  // nobody to ask
+    host_.Fail(64, {"resend", handle});  // nobody to ask
     EXPECT_THAT(Do({"resend", handle, kPhone, "--yes"}),
                 AllOf(HasSubstr("two"), HasSubstr("phone@example.net: taken"), Not(HasSubstr("office"))));
     EXPECT_THAT(Do({"resend", handle, "--yes"}), HasSubstr("office@example.net: taken"));
@@ -180,8 +173,9 @@ TEST_F(Accepting, AHandleSendsWhatIsSetAsideAndElseWhatIsInTheMailbox) {
     EXPECT_THAT(sink_.Delivered().back().recipients, ElementsAre(HasSubstr("office@example.net")));
 
     mailbox_.Remove("id-2");
-    EXPECT_THAT(Fail(66, {"resend", handle, "--yes"}), HasSubstr(handle + " is neither in the mailbox of user0/from0"));
-    EXPECT_THAT(Fail(66, {"resend", "M999", "--yes"}), HasSubstr("no message M999"));
+    EXPECT_THAT(host_.Fail(66, {"resend", handle, "--yes"}),
+                HasSubstr(handle + " is neither in the mailbox of user0/from0"));
+    EXPECT_THAT(host_.Fail(66, {"resend", "M999", "--yes"}), HasSubstr("no message M999"));
 }
 
 TEST_F(Accepting, ResendWithoutRulesClearsTheListsAndRemembersNothing) {

@@ -85,13 +85,6 @@ protected:
         return host_.Tell(words, exit_code);
     }
 
-    std::string Fail(int exit_code, const Words& words) const {
-        ChildProcess command = host_.StartCommand(words);
-        command.Wait();
-        EXPECT_EQ(command.ExitCode(), exit_code);
-        return command.Errors();
-    }
-
     // The service works until the condition holds.
     template <class Condition>
     static bool Eventually(Condition condition) {
@@ -153,18 +146,18 @@ TEST_F(HeldCommands, ListAndShowSayWhatIsSetAsideAndWhy) {
                              HasSubstr(host::ShowTime(kNow) + "  554 5.7.1 spam\\x07\n"), HasSubstr("Subject: one")));
     EXPECT_EQ(Json::parse(Do({"show", kProfile, "1", "--json"}))["header"], "Subject: one\n");
     EXPECT_THAT(Do({"show", kProfile, "2"}), AllOf(HasSubstr("damaged"), HasSubstr("Subject: two")));
-    EXPECT_THAT(Fail(66, {"held", "show", kProfile, "3"}), HasSubstr("no message 3"));
+    EXPECT_THAT(host_.Fail(66, {"held", "show", kProfile, "3"}), HasSubstr("no message 3"));
 }
 
 TEST_F(HeldCommands, ExportWritesTheMessageAsItWas) {
     Hold("one");
     Hold("two");
     EXPECT_EQ(Do({"export", kProfile, "1"}), "Subject: one\r\n\r\n.text\r\n");
-    Fail(64, {"held", "export", kProfile});
+    host_.Fail(64, {"held", "export", kProfile});
     const TempDir folder;
     EXPECT_EQ(Do({"export", kProfile, "--to", folder.String()}), "");
     EXPECT_EQ(ReadFile(folder / "user0-from0-2.eml"), "Subject: two\r\n\r\n.text\r\n");
-    EXPECT_THAT(Fail(73, {"held", "export", kProfile, "2", "--to", folder / "user0-from0-2.eml"}),
+    EXPECT_THAT(host_.Fail(73, {"held", "export", kProfile, "2", "--to", folder / "user0-from0-2.eml"}),
                 HasSubstr("already"));
     EXPECT_THAT(Left(), ElementsAre(1, 2));
 }
@@ -174,8 +167,8 @@ TEST_F(HeldCommands, DropTakesWhatWasNamedAndNothingElse) {
     Hold("two");
     Hold("three");
     WriteFile(path_ + "/held/3.def", "");
-    Fail(64, {"held", "drop", kProfile, "--yes"});
-    Fail(64, {"held", "drop", kProfile, "1"});  // nobody to ask
+    host_.Fail(64, {"held", "drop", kProfile, "--yes"});
+    host_.Fail(64, {"held", "drop", kProfile, "1"});  // nobody to ask
     EXPECT_EQ(Do({"drop", kProfile, "1", "--address", "phone@example.net", "--yes"}), "Dropped 1 message.\n");
     ASSERT_THAT(Left(), ElementsAre(1, 2, 3));
     EXPECT_EQ(Store().Find(1)->addresses.front().address, "office@example.net");
@@ -206,7 +199,7 @@ TEST_F(HeldCommands, SendTellsWhatBecameOfEach) {
     sink_.SetFault([](const std::string& command) {
         return command.starts_with("RCPT TO:<office") ? "550 no\x1b such user\r\n" : "";
     });
-    EXPECT_THAT(Fail(69, {"held", "send", kProfile}), HasSubstr("one copy is still set aside"));
+    EXPECT_THAT(host_.Fail(69, {"held", "send", kProfile}), HasSubstr("one copy is still set aside"));
     sink_.SetFault({});
     ASSERT_THAT(sink_.Delivered(), SizeIs(1));
     EXPECT_THAT(Do({"send", kProfile, "1"}), HasSubstr("1 to office@example.net: taken"));
