@@ -6,6 +6,7 @@
 
 #include "console/pages/fields.h"
 #include "console/pages/parts.h"
+#include "console/pages/tries.h"
 #include "console/pages/week.h"
 #include "host/language/tr.h"
 
@@ -41,6 +42,8 @@ struct Shown {
     Html terms;
     Fields values, was;
     std::string typed_term = {};
+    Html draft = {};               // the field of a form that goes on with what was tried
+    std::int64_t newest_held = 0;  // its id; 0 for none
 };
 
 Html WeekForm(const Viewer& viewer, const std::string& page, const Shown& shown) {
@@ -79,12 +82,22 @@ Html TermForm(const Viewer& viewer, const std::string& page, const Shown& shown)
                        El("p", {}, {El("button", {}, {Tr("Add")})})});
 }
 
+// Shows a message of the mailbox as the options that are typed make it.
+Html PreviewButton(const std::string& page, std::int64_t held, const std::string& text) {
+    return El("button", {{"formaction", page + "/preview"}, {"name", "held"}, {"value", held}}, {text});
+}
+
 Html OptionsForm(const Viewer& viewer, const std::string& page, const Shown& shown) {
-    return ChangeForm(
-        viewer, page + "/options",
-        {Hidden("title", shown.title), El("div", {{"class", "stack sheet options"}},
-                                          {WriteFields(kOptions, viewer, shown.values, shown.was),
-                                           El("button", {{"class", "main"}}, {Tr("Save the options")})})});
+    const Html held = shown.newest_held > 0
+                          ? PreviewButton(page, shown.newest_held, Tr("Preview with a message that is set aside"))
+                          : Html();
+    return ChangeForm(viewer, page + "/options",
+                      {Hidden("title", shown.title),
+                       El("div", {{"class", "stack sheet options"}},
+                          {shown.draft, WriteFields(kOptions, viewer, shown.values, shown.was),
+                           El("div", {{"class", "row"}},
+                              {El("button", {{"class", "main"}}, {Tr("Save the options")}),
+                               PreviewButton(page, 0, Tr("Preview with the newest message")), held})})});
 }
 
 HttpResponse AddressPageOf(const HttpRequest& request, const Json& answer, const Shown& shown) {
@@ -160,7 +173,9 @@ HttpResponse NewAddressPage(const HttpRequest& request, const Json& answer, cons
 
 Asked AskAddress(const HttpRequest& request) {
     const std::string name = NameIn(request);
-    return Json{{"ask", "profile"}, {"profile", name.substr(0, name.rfind('/'))}};
+    Json question{{"ask", "profile"}, {"profile", name.substr(0, name.rfind('/'))}};
+    AddDraft(request, question);
+    return question;
 }
 
 HttpResponse ShowAddress(const HttpRequest& request, const Json& answer) {
@@ -170,6 +185,9 @@ HttpResponse ShowAddress(const HttpRequest& request, const Json& answer) {
     shown.title = TextOf(*address, "address");
     shown.week = WeekIn(ListOf(PartOf(*address, "week"), "days"));
     shown.values = shown.was = ValuesOf(ListOf(*address, "keys"));
+    PutDraft(answer, shown.values);
+    shown.draft = DraftInForm(request, answer);
+    shown.newest_held = NumberOf(PartOf(answer, "profile"), "newest_held");
     Html terms;
     for (const Json& term : ListOf(*address, "schedule"))
         terms += TermRow(ViewerOf(answer), AddressPage(NameIn(request)), term);
@@ -220,6 +238,14 @@ Asked AskSetAddress(const HttpRequest& request) {
     Json question = Change(request, "forward", "set");
     if (!AddChanged(kOptions, request, question))
         return SeeOtherWithNotice(AddressPage(NameIn(request)), Tr("Nothing was changed."));
+    return question;
+}
+
+Asked AskPreview(const HttpRequest& request) {
+    Json question = Change(request, "forward", "set");
+    question["ask"] = "try";
+    question["held"] = NumberIn(request.Form("held"), 0);
+    AddChanged(kOptions, request, question);
     return question;
 }
 

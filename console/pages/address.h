@@ -21,6 +21,7 @@ HttpResponse AddTermRefused(const HttpRequest& request, const Json& answer);
 Asked AskSetAddress(const HttpRequest& request);
 HttpResponse AfterSetAddress(const HttpRequest& request, const Json& answer);
 HttpResponse SetAddressRefused(const HttpRequest& request, const Json& answer);
+Asked AskPreview(const HttpRequest& request);  // with the options that are typed
 Asked AskSwitchAddress(const HttpRequest& request);
 HttpResponse AfterSwitchAddress(const HttpRequest& request, const Json& answer);
 

@@ -3,6 +3,7 @@
 #include "console/pages/jobs.h"
 
 #include "console/pages/parts.h"
+#include "console/pages/tries.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {
@@ -16,6 +17,8 @@ std::string TitleOf(const std::string& what) {
     if (what == "run") return Tr("Run");
     if (what == "check") return Tr("Check of the servers");
     if (what == "plan") return Tr("What a run would do");
+    if (what == "try") return Tr("Check of what was typed");
+    if (what == "preview") return Tr("As the phone shows it");
     return Tr("Change");
 }
 
@@ -38,6 +41,8 @@ HttpResponse ShowJob(const HttpRequest& request, const Json& answer) {
            {Mark(StateOfJob(status, answer)), LinkTo(PageAbout(about), about.empty() ? Tr("Overview") : about)});
     if (!printed.empty())
         content += El("pre", {{"tabindex", 0}, {"role", "region"}, {"aria-label", Tr("Steps so far")}}, {printed});
+    content += Preview(answer);
+    content += AfterTry(ViewerOf(answer), answer);
     if (status == "working")
         content += El("p", {{"class", "muted"}},
                       {Tr("The page follows the work by itself; it goes on also when you leave it.")});

@@ -16,6 +16,7 @@
 #include "console/pages/rules.h"
 #include "console/pages/settings.h"
 #include "console/pages/static_files.h"
+#include "console/pages/tries.h"
 #include "console/pages/users.h"
 
 namespace tarvex::console {
@@ -42,8 +43,9 @@ constexpr std::array kRoutes{
     Route{"POST", "/profiles/{user}/{profile}/decide", kUser, AskDecide, AfterDecide},
     Route{"POST", "/profiles/{user}/{profile}/start/{what}", kUser, AskStart, AfterStart},
     Route{"GET", "/profiles/{user}/{profile}/log", kUser, AskLog, ShowLog},
-    Route{"GET", "/profiles/{user}/{profile}/settings", kUser, AskProfile, ShowSettings},
+    Route{"GET", "/profiles/{user}/{profile}/settings", kUser, AskSettings, ShowSettings},
     Route{"POST", "/profiles/{user}/{profile}/settings", kUser, AskSetSettings, AfterSetSettings, SettingsRefused},
+    Route{"POST", "/profiles/{user}/{profile}/settings/check", kUser, AskTrySettings, AfterStart, SettingsRefused},
     Route{"GET", "/profiles/{user}/{profile}/add", kUser, AskProfile, ShowNewAddress},
     Route{"POST", "/profiles/{user}/{profile}/addresses", kUser, AskAddAddress, AfterAddAddress, AddAddressRefused},
 
@@ -53,6 +55,7 @@ constexpr std::array kRoutes{
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/terms/remove", kUser, AskRemoveTerm, AfterSetWeek},
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/options", kUser, AskSetAddress, AfterSetAddress,
           SetAddressRefused},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/preview", kUser, AskPreview, AfterStart, SetAddressRefused},
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/switch", kUser, AskSwitchAddress, AfterSwitchAddress},
     Route{"GET", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskAddress, ShowRemoveAddress},
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskRemoveAddress, AfterRemoveAddress},
@@ -67,6 +70,7 @@ constexpr std::array kRoutes{
     Route{"GET", "/mails", kUser, AskMails, ShowMails},
     Route{"GET", "/history", kUser, AskHistory, ShowHistory},
     Route{"GET", "/jobs/{job}", kUser, AskJob, ShowJob, ShowJob},
+    Route{"POST", "/jobs/{job}/save", kUser, AskSaveTried, AfterSaveTried},
 
     Route{"GET", "/account", kUser, AskAccount, ShowAccount},
     Route{"POST", "/account/password", kUser, AskSetPassword, AfterSetPassword, PasswordRefused},
@@ -84,6 +88,7 @@ constexpr std::array kRoutes{
     Route{"POST", "/users/{user}/code/remove", kAdministrator, AskRemoveCode, AfterRemoveCode, CodeRefused},
     Route{"GET", "/users/{user}/profiles", kAdministrator, AskNewProfile, ShowNewProfile},
     Route{"POST", "/users/{user}/profiles", kAdministrator, AskAddProfile, AfterAddProfile, AddProfileRefused},
+    Route{"POST", "/users/{user}/profiles/check", kAdministrator, AskTryNewProfile, AfterStart, AddProfileRefused},
 
     Route{"GET", "/rules", kAdministrator, AskRules, ShowRules},
     Route{"GET", "/rules/{key}", kAdministrator, AskRules, ShowRule},

@@ -7,6 +7,7 @@
 #include "console/http/url_text.h"
 #include "console/pages/fields.h"
 #include "console/pages/parts.h"
+#include "console/pages/tries.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {
@@ -97,13 +98,20 @@ Html Fieldset(const char* title, const Html& fields) {
     return El("fieldset", {{"class", "stack"}}, {El("legend", {}, {Tr(title)}), fields});
 }
 
-Html SettingsForm(const HttpRequest& request, const Viewer& viewer, const Fields& values, const Fields& was) {
-    Html groups;
+// Beside the button that saves: what was typed is tried, and not saved.
+Html CheckButton(const std::string& action) {
+    return El("button", {{"formaction", action}}, {Tr("Check the servers first")});
+}
+
+Html SettingsForm(const HttpRequest& request, const Json& answer, const Fields& values, const Fields& was) {
+    const Viewer viewer = ViewerOf(answer);
+    Html groups = DraftInForm(request, answer);
     for (const Group& group : kGroups) groups += Fieldset(group.title, WriteFields(group.fields, viewer, values, was));
     const std::string page = ProfilePage(NameIn(request));
     return ChangeForm(viewer, page + "/settings",
                       {groups, El("div", {{"class", "row actions"}},
-                                  {El("button", {{"class", "main"}}, {Tr("Save")}), LinkButton(page, Tr("Cancel"))})});
+                                  {El("button", {{"class", "main"}}, {Tr("Save")}),
+                                   CheckButton(page + "/settings/check"), LinkButton(page, Tr("Cancel"))})});
 }
 
 // Where else something of a mailbox is set.
@@ -116,7 +124,7 @@ Html Beside(const HttpRequest& request, const Viewer& viewer) {
 
 HttpResponse SettingsPage(const HttpRequest& request, const Json& answer, const Fields& values, const Fields& was) {
     const Viewer viewer = ViewerOf(answer);
-    Html content = SettingsForm(request, viewer, values, was);
+    Html content = SettingsForm(request, answer, values, was);
     content += Beside(request, viewer);
     const bool is_refused = TextOf(answer, "status") == "refused";
     return ShowPage(
@@ -124,20 +132,39 @@ HttpResponse SettingsPage(const HttpRequest& request, const Json& answer, const 
         {Tr("Settings"), content, is_refused ? TextOf(answer, "message") : "", is_refused ? 422 : 200, true});
 }
 
+// What was changed in the form.
+Json Typed(const HttpRequest& request, const char* ask) {
+    Json question{{"ask", ask}, {"kind", "profile"}, {"verb", "set"}, {"name", NameIn(request)}};
+    for (const Group& group : kGroups) AddChanged(group.fields, request, question);
+    AddDraft(request, question);
+    return question;
+}
+
+Json TypedNew(const HttpRequest& request, const char* ask) {
+    Json question{{"ask", ask}, {"kind", "profile"}, {"verb", "add"}, {"name", NameIn(request)}};
+    AddChanged(kNew, request, question);
+    question["values"]["status"] = request.Form("on") == "on" ? "on" : "off";
+    if (request.Form("pop_tls") != "off") question["rules"]["pop_tls"] = request.Form("pop_tls");
+    AddDraft(request, question);
+    return question;
+}
+
 HttpResponse NewProfilePage(const HttpRequest& request, const Json& answer, const Fields& values) {
     const Viewer viewer = ViewerOf(answer);
     const std::string page = PageAbout(NameIn(request));
-    Html content = El("p", {}, {Tr("Its servers are checked on its page, before the first run.")});
-    Html fields = WriteFields(kNew, viewer, values, {});
+    Html fields = DraftInForm(request, answer);
+    fields += WriteFields(kNew, viewer, values, {});
     fields += WriteFields(std::span(&kNewPopTls, 1), viewer, values, {});
-    fields += El(
-        "label", {{"class", "check"}},
-        {El("input", {{"type", "checkbox"}, {"name", "on"}, {"value", "on"}, {"checked", request.Form("on") == "on"}}),
-         El("span", {}, {Tr("Switch it on at once")})});
-    content += ChangeForm(viewer, page + "/profiles",
-                          {Fieldset(Marked("Mailbox"), fields),
-                           El("div", {{"class", "row actions"}},
-                              {El("button", {{"class", "main"}}, {Tr("Add")}), LinkButton(page, Tr("Cancel"))})});
+    fields +=
+        El("label", {{"class", "check"}},
+           {El("input",
+               {{"type", "checkbox"}, {"name", "on"}, {"value", "on"}, {"checked", ValueOf(values, "status") == "on"}}),
+            El("span", {}, {Tr("Switch it on at once")})});
+    const Html content = ChangeForm(viewer, page + "/profiles",
+                                    {Fieldset(Marked("Mailbox"), fields),
+                                     El("div", {{"class", "row actions"}},
+                                        {El("button", {{"class", "main"}}, {Tr("Add")}),
+                                         CheckButton(page + "/profiles/check"), LinkButton(page, Tr("Cancel"))})});
     const bool is_refused = TextOf(answer, "status") == "refused";
     return ShowPage(
         request, viewer,
@@ -146,18 +173,27 @@ HttpResponse NewProfilePage(const HttpRequest& request, const Json& answer, cons
 
 }  // namespace
 
+Asked AskSettings(const HttpRequest& request) {
+    Json question{{"ask", "profile"}, {"profile", NameIn(request)}};
+    AddDraft(request, question);
+    return question;
+}
+
 HttpResponse ShowSettings(const HttpRequest& request, const Json& answer) {
-    const Fields values = ValuesOf(ListOf(PartOf(answer, "profile"), "keys"));
-    return SettingsPage(request, answer, values, values);
+    const Fields was = ValuesOf(ListOf(PartOf(answer, "profile"), "keys"));
+    Fields values = was;
+    PutDraft(answer, values);
+    return SettingsPage(request, answer, values, was);
 }
 
 Asked AskSetSettings(const HttpRequest& request) {
-    Json question{{"ask", "change"}, {"kind", "profile"}, {"verb", "set"}, {"name", NameIn(request)}};
-    bool is_any = false;
-    for (const Group& group : kGroups) is_any = AddChanged(group.fields, request, question) || is_any;
-    if (!is_any) return SeeOtherWithNotice(ProfilePage(NameIn(request)), Tr("Nothing was changed."));
+    Json question = Typed(request, "change");
+    if (!question.contains("values") && !question.contains("secrets") && !question.contains("draft"))
+        return SeeOtherWithNotice(ProfilePage(NameIn(request)), Tr("Nothing was changed."));
     return question;
 }
+
+Asked AskTrySettings(const HttpRequest& request) { return Typed(request, "try"); }
 
 HttpResponse AfterSetSettings(const HttpRequest& request, const Json& answer) {
     return AfterChange(answer, ProfilePage(NameIn(request)), Tr("The settings are saved."));
@@ -172,20 +208,21 @@ HttpResponse SettingsRefused(const HttpRequest& request, const Json& answer) {
     return SettingsPage(request, answer, values, was);
 }
 
-Asked AskNewProfile(const HttpRequest& request) { return Json{{"ask", "account"}, {"account", NameIn(request)}}; }
-
-HttpResponse ShowNewProfile(const HttpRequest& request, const Json& answer) {
-    return NewProfilePage(request, answer,
-                          {{"popport", "110"}, {"smtpport", "25"}, {"sslsmtp", "plain"}, {"pop_tls", "off"}});
-}
-
-Asked AskAddProfile(const HttpRequest& request) {
-    Json question{{"ask", "change"}, {"kind", "profile"}, {"verb", "add"}, {"name", NameIn(request)}};
-    AddChanged(kNew, request, question);
-    question["values"]["status"] = request.Form("on") == "on" ? "on" : "off";
-    if (request.Form("pop_tls") != "off") question["rules"]["pop_tls"] = request.Form("pop_tls");
+Asked AskNewProfile(const HttpRequest& request) {
+    Json question{{"ask", "account"}, {"account", NameIn(request)}};
+    AddDraft(request, question);
     return question;
 }
+
+HttpResponse ShowNewProfile(const HttpRequest& request, const Json& answer) {
+    Fields values{{"popport", "110"}, {"smtpport", "25"}, {"sslsmtp", "plain"}, {"pop_tls", "off"}};
+    PutDraft(answer, values);
+    return NewProfilePage(request, answer, values);
+}
+
+Asked AskAddProfile(const HttpRequest& request) { return TypedNew(request, "change"); }
+
+Asked AskTryNewProfile(const HttpRequest& request) { return TypedNew(request, "try"); }
 
 HttpResponse AfterAddProfile(const HttpRequest& request, const Json& answer) {
     return AfterChange(answer, PageAbout(NameIn(request)), TextOf(answer, "printed"));
@@ -194,6 +231,7 @@ HttpResponse AfterAddProfile(const HttpRequest& request, const Json& answer) {
 HttpResponse AddProfileRefused(const HttpRequest& request, const Json& answer) {
     Fields values = TypedIn(kNew, request);
     values.push_back({"pop_tls", std::string(request.Form("pop_tls"))});
+    values.push_back({"status", std::string(request.Form("on"))});
     return NewProfilePage(request, answer, values);
 }
 

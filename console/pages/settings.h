@@ -6,15 +6,17 @@
 
 namespace tarvex::console {
 
-// The page asks as the profile's own does.
+Asked AskSettings(const HttpRequest& request);
 HttpResponse ShowSettings(const HttpRequest& request, const Json& answer);
 Asked AskSetSettings(const HttpRequest& request);
+Asked AskTrySettings(const HttpRequest& request);  // the servers, before it is saved
 HttpResponse AfterSetSettings(const HttpRequest& request, const Json& answer);
 HttpResponse SettingsRefused(const HttpRequest& request, const Json& answer);
 
 Asked AskNewProfile(const HttpRequest& request);
 HttpResponse ShowNewProfile(const HttpRequest& request, const Json& answer);
 Asked AskAddProfile(const HttpRequest& request);
+Asked AskTryNewProfile(const HttpRequest& request);
 HttpResponse AfterAddProfile(const HttpRequest& request, const Json& answer);
 HttpResponse AddProfileRefused(const HttpRequest& request, const Json& answer);
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "host/desk/asked_edit.h"
 #include "host/desk/visit.h"
 #include "host/language/tr.h"
 #include "host/settings/login_password.h"
@@ -48,14 +49,26 @@ constexpr std::array kQuestions = {
     Question{"week", For::Users, true, AnswerWeek},
     Question{"held-change", For::Users, true, AnswerHeldChange},
     Question{"start", For::Users, true, AnswerStart},
+    Question{"try", For::Users, true, AnswerTry},
+    Question{"save-tried", For::Users, true, AnswerSaveTried},
     Question{"job", For::Users, false, AnswerJobState},
 };
+
+// Any question may name a job: what was typed for it comes with the answer, for a form that goes on with it.
+void AddDraft(const Visit& visit, Json& answer) {
+    const std::string name = visit.Text("draft");
+    if (name.empty() || visit.TheSession().user.empty()) return;
+    const auto job = visit.Parts().jobs.Of(visit.WhoPath(), name);
+    if (job && job->draft) answer["draft"] = JsonOfDraft(*job->draft);
+}
 
 Json AnswerAs(const Question& asked, Visit& visit) {
     if (asked.whom != For::Anybody) visit.RequireUser();
     if (asked.whom == For::Administrators) visit.RequireAdministrator();
     if (asked.changes) visit.RequireFormToken();
-    return asked.answer(visit);
+    Json answer = asked.answer(visit);
+    AddDraft(visit, answer);
+    return answer;
 }
 
 // Who is logged in is told all the same.

@@ -6,7 +6,7 @@
 #include <functional>
 #include <optional>
 
-#include "host/desk/rights.h"
+#include "host/desk/asked_edit.h"
 #include "host/desk/visit.h"
 #include "host/held/held_work.h"
 #include "host/language/tr.h"
@@ -28,54 +28,6 @@ using namespace std::chrono_literals;
 constexpr auto kStartPatience = 300ms;
 constexpr auto kHeldPatience = 3000ms;
 constexpr auto kMostTime = 15min;  // of a job in a process of its own
-constexpr std::size_t kMostTerms_bytes = 16 << 10;
-
-template <class Choice, std::size_t kCount>
-Choice ChoiceIn(const std::string& word, const std::array<std::string_view, kCount>& words) {
-    const auto found = std::ranges::find(words, word);
-    if (found == words.end()) throw Refusal{"bad", {}};
-    return static_cast<Choice>(found - words.begin());
-}
-
-// Throws Refusal when what the edit names is not there for this user.
-void RequireVisible(const Visit& visit, const EditRequest& request) {
-    const bool adds = request.verb == EditVerb::Add;
-    const std::string& name = request.name;
-    switch (request.kind) {
-        case EditKind::User:
-            if (!adds) visit.UserCalled(name);
-            return;
-        case EditKind::Profile:
-            adds ? static_cast<void>(visit.UserCalled(name)) : static_cast<void>(visit.ProfileCalled(name));
-            return;
-        case EditKind::Forward:
-            adds ? static_cast<void>(visit.ProfileCalled(name)) : static_cast<void>(visit.ForwardCalled(name));
-            return;
-        case EditKind::Schedule:
-            visit.ForwardCalled(name);
-            return;
-        case EditKind::Rules:
-            if (name.find('/') != std::string::npos) {
-                visit.ProfileCalled(name);
-            } else if (!name.empty()) {
-                visit.UserCalled(name);
-            }
-            return;
-        case EditKind::Tree:
-            return;
-    }
-}
-
-void RequireRight(const Visit& visit, const EditRequest& request) {
-    switch (RightTo(request, visit.IsAdministrator())) {
-        case Right::May:
-            return;
-        case Right::OnlyAdministrators:
-            throw Refusal{"forbidden", Tr("Only an administrator may change that.")};
-        case Right::OnlyOnTheMachine:
-            throw Refusal{"forbidden", Tr("That is changed on the machine itself, with the command `tarvex`.")};
-    }
-}
 
 // What is in the mailbox of the profile that the edit is about, for it to count as handled. A server may be slow: none
 // of the few threads that answer questions waits for it. Throws Refusal; what it returns throws CommandError.
@@ -121,19 +73,7 @@ std::pair<int, std::string> RunCommand(JobVoice& voice, const std::vector<std::s
 
 // An edit, as the commands know it.
 Json AnswerChange(Visit& visit) {
-    EditRequest request(ChoiceIn<EditKind>(visit.Text("kind"), kEditKinds),
-                        ChoiceIn<EditVerb>(visit.Text("verb"), kEditVerbs), visit.Text("name"));
-    request.values = visit.Texts("values");
-    request.secrets = visit.Texts("secrets");
-    request.rules = visit.Texts("rules");
-    request.terms = visit.Text("terms", kMostTerms_bytes);
-    request.again = visit.Flag("again");
-    request.expected = visit.Text("expected", kMostTerms_bytes);
-    if (const std::int64_t number = visit.Number("term_number", 0); number > 0)
-        request.term_number = static_cast<std::size_t>(number);
-    request.uidls = visit.List("ids");
-    RequireVisible(visit, request);
-    RequireRight(visit, request);
+    EditRequest request = AskedEdit(visit);
     const auto password = request.secrets.find("password");
     if (request.kind == EditKind::User && password != request.secrets.end()) RequireGoodPassword(password->second);
     const bool skips_all = request.verb == EditVerb::CatchUp && request.uidls.empty();

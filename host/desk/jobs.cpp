@@ -24,6 +24,10 @@ struct Jobs::Job : JobVoice {
         const std::size_t room = kMostPrinted_bytes - std::min(kMostPrinted_bytes, state.printed.size());
         state.printed.append(text.substr(0, room));
     }
+    void Show(Json found) override {
+        const std::lock_guard lock(mutex);
+        state.found = std::move(found);
+    }
     bool Stops() const override { return stops; }
 
     void Do(const Work& work, Language language) {

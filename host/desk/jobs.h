@@ -15,6 +15,9 @@
 #include <string_view>
 #include <thread>
 
+#include "host/edit/edit.h"
+#include "host/terminal/json.h"
+
 namespace tarvex::host {
 
 // How far a job is. Texts are UTF-8, fit to be shown.
@@ -25,6 +28,8 @@ struct JobState {
     std::string error;    // when it went wrong
     int exit_code = 0;
     bool done = false;
+    Json found;                        // for a page of its own; null where there is nothing but what was printed
+    std::optional<EditRequest> draft;  // what was tried, and is not saved; with its passwords
 };
 
 // What a job does: prints, and asks whether it is to end early.
@@ -32,6 +37,7 @@ class JobVoice {
 public:
     virtual ~JobVoice() = default;
     virtual void Print(std::string_view text) = 0;
+    virtual void Show(Json found) = 0;
     virtual bool Stops() const = 0;
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "host/desk/asked_edit.h"
 #include "host/language/tr.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
@@ -198,6 +199,8 @@ Json AnswerJob(Visit& visit, const std::string& name) {
     answer["printed"] = WithoutRoot(state->printed, visit.Root());
     answer["exit_code"] = state->exit_code;
     answer["message"] = WithoutRoot(state->error, visit.Root());
+    answer["found"] = state->found;
+    if (state->draft) answer["draft"] = JsonOfDraft(*state->draft);
     return answer;
 }
 

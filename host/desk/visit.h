@@ -144,6 +144,10 @@ Json AnswerHistory(Visit& visit);
 Json AnswerUsers(Visit& visit);
 Json AnswerRules(Visit& visit);
 
+// answers/tries.cpp
+Json AnswerTry(Visit& visit);
+Json AnswerSaveTried(Visit& visit);
+
 // desk_changes.cpp
 Json AnswerChange(Visit& visit);
 Json AnswerWeek(Visit& visit);

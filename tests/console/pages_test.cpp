@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "console/http/url_text.h"
 #include "console/pages/routes.h"
 #include "console/pages/static_files.h"
@@ -88,7 +90,11 @@ const char* const kEverything = R"({"status": "ok",
     "sessions": [{"id": "@", "address": "@", "began": "@", "used": "@"}], "secret": "@", "link": "@",
     "keys": [{"key": "endofdata", "group": "@", "meaning": "@", "value": "@", "unit": "@", "words": ["@"]}],
     "mail": {"profile": "user0/from0", "id": 1, "kind": "@", "when": "@", "size": "@", "addresses": []},
-    "whole": "AP8KDQ==", "header": "@", "subject": "@", "from": "@", "text": "@", "job": "@", "what": "@", "about": "@"})";
+    "whole": "AP8KDQ==", "header": "@", "subject": "@", "from": "@", "text": "@", "job": "@", "what": "@", "about": "@",
+    "found": {"address": "@", "from": "@", "subject": "@", "text": "@", "size": "@", "limit": 128, "bytes": 100,
+        "all_bytes": 200},
+    "draft": {"kind": "profile", "verb": "set", "name": "user0/from0", "values": {"nickname": "@"}, "rules": {},
+        "secrets": ["poppassword"]}})";
 
 Json AnswerOf(const std::string& json) {
     const std::string quoted = Json(kHostile).dump();
@@ -192,6 +198,9 @@ TEST(Pages, ARefusalSaysWhyAndNoSecretComesBack) {
 
 TEST(Pages, ARefusedFormKeepsWhatWasTyped) {
     const std::map<std::string_view, std::string> typed{{"/profiles/{user}/{profile}/settings", "nickname"},
+                                                        {"/profiles/{user}/{profile}/settings/check", "nickname"},
+                                                        {"/profiles/{user}/{profile}/to/{address}/preview", "address"},
+                                                        {"/users/{user}/profiles/check", "address"},
                                                         {"/profiles/{user}/{profile}/addresses", "address"},
                                                         {"/profiles/{user}/{profile}/to/{address}/terms", "terms"},
                                                         {"/profiles/{user}/{profile}/to/{address}/options", "address"},
@@ -215,11 +224,43 @@ TEST(Pages, AChangeThatTakesLongerLeadsToItsJob) {
     for (const Route& route : Routes()) {
         const auto& asked = Asks(route) ? Json::parse(TheSite().Begin(RequestTo(route)).question.substr(4)) : Json();
         const std::string ask = asked.is_object() ? TextOf(asked, "ask") : "";
-        if (ask != "change" && ask != "week" && ask != "held-change" && ask != "start") continue;
+        const std::set<std::string> jobs{"change", "week", "held-change", "start", "try", "save-tried"};
+        if (!jobs.contains(ask)) continue;
         Json working = Answer("working", true);
         working["job"] = kToken;
         EXPECT_EQ(ValueOf(Answered(route, working).response.headers, "Location"), "/jobs/" + kToken) << route.pattern;
     }
+}
+
+TEST(Pages, AFormGoesOnWithWhatWasTried) {
+    const Match match = FindRoute(Routes(), "GET", {"profiles", "user0", "from0", "settings"});
+    Json answer = Answer("ok", true);
+    answer["draft"]["values"] = {{"popserver", "typed.example.org"}};
+    RawRequest raw = RequestTo(*match.route);
+    raw.target += "?draft=" + kToken;
+    Work work = TheSite().Begin(raw);
+    EXPECT_EQ(Json::parse(work.question.substr(4))["draft"], kToken);
+    TheSite().Finish(work, answer);
+    EXPECT_THAT(work.response.body, HasSubstr("name=\"popserver\" type=\"text\" value=\"typed.example.org\""));
+    EXPECT_THAT(work.response.body, HasSubstr("<input type=\"hidden\" name=\"draft\" value=\"" + kToken + "\">"));
+    EXPECT_THAT(work.response.body, HasSubstr("formaction=\"/profiles/user0/from0/settings/check\""));
+
+    raw = RequestTo(*FindRoute(Routes(), "POST", {"profiles", "user0", "from0", "settings"}).route);
+    raw.body = "nickname=x&was-nickname=x&draft=" + kToken;  // nothing but the password that was typed before
+    EXPECT_EQ(Json::parse(TheSite().Begin(raw).question.substr(4))["draft"], kToken);
+}
+
+TEST(Pages, ATryEndsWithAPhoneAndAWayToSaveIt) {
+    const Match match = FindRoute(Routes(), "GET", {"jobs", "x"});
+    Json answer = Answer("ok", false);
+    answer["job"] = "x";
+    const std::string page = Answered(*match.route, answer).response.body;
+    EXPECT_THAT(page, HasSubstr("class=\"phone\""));
+    EXPECT_THAT(page, HasSubstr("100 bytes of 200: the rest is cut"));
+    EXPECT_THAT(page, HasSubstr("action=\"/jobs/x/save\""));
+    EXPECT_THAT(page, HasSubstr("href=\"/profiles/user0/from0/settings?draft=x\""));
+    answer["draft"]["values"] = answer["draft"]["secrets"] = Json();  // nothing was typed: nothing to save
+    EXPECT_THAT(Answered(*match.route, answer).response.body, Not(HasSubstr("action=\"/jobs/x/save\"")));
 }
 
 TEST(Pages, AJobLoadsItselfAnewUntilItHasEnded) {

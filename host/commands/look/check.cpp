@@ -5,7 +5,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -26,6 +25,7 @@
 #include "host/tree/remarks.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
+#include "host/view/check_text.h"
 #include "host/ways/server_way.h"
 #include "tarvex/tarvex.h"
 
@@ -33,50 +33,7 @@ namespace tarvex::host {
 namespace {
 
 constexpr std::size_t kStepWidth = 17;
-constexpr std::size_t kTimeWidth = 8;
 constexpr std::size_t kTextWidth = 100;
-
-// The numbers of `tls` mean the same to both protocols.
-std::string Server(const CPopProfileSetting& setting, Protocol protocol, int tls) {
-    const int port = protocol == Protocol::Pop ? setting.popport : setting.smtpport;
-    const std::string name = ShowText(ServerOf(setting, protocol));
-    if (tls == 0) return Tr("{0} port {1}", name, port);
-    return tls == 2 ? Tr("{0} port {1} with STARTTLS", name, port) : Tr("{0} port {1} with TLS", name, port);
-}
-
-void PrintStep(const CProbeStep& step, const std::string& remark) {
-    const std::string time = std::to_string((step.microseconds + 500) / 1000) + " ms";
-    const std::string padding(time.size() < kTimeWidth ? kTimeWidth - time.size() : 0, ' ');
-    std::string line = Padded(ProbeStepName(step.kind), kStepWidth) + padding + time + "  " +
-                       (step.failure == PROBE_SUCCESS ? "" : Tr("FAILED") + "  ") + OneLine(step.text, kTextWidth);
-    if (!remark.empty()) line += "  (" + remark + ')';
-    line.erase(line.find_last_not_of(' ') + 1);
-    std::cout << "    " << line << '\n';
-}
-
-// A failed QUIT counts for nothing: the server has done all that a run needs.
-bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && step.kind != PROBE_QUIT; }
-
-void PrintSteps(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
-                const HostRules& rules, const std::string& list_remark) {
-    for (const CProbeStep& step : steps) {
-        PrintStep(step, step.kind == PROBE_LIST ? list_remark : ShowText(step.recipient));
-        if (Matters(step)) std::cout << Paragraph(Advice(step, protocol, setting, rules), 6);
-    }
-}
-
-std::int64_t BytesIn(const CMailboxListing& listing) {
-    const auto add = [](std::int64_t sum, const CListedMail& mail) {
-        return sum + std::max<std::int64_t>(mail.size_bytes, 0);
-    };
-    return std::accumulate(listing.mails.begin(), listing.mails.end(), std::int64_t{0}, add);
-}
-
-std::string InMailbox(const CMailboxListing& listing) {
-    const auto count = static_cast<std::int64_t>(listing.mails.size());
-    if (count == 0) return Tr("0 messages");
-    return TrN("{0} message, {1}", "{0} messages, {1}", count, ShowBytes(BytesIn(listing)));
-}
 
 struct PopAnswer {
     CMailboxListing listing;
@@ -94,23 +51,10 @@ PopAnswer AskPop(const CPopProfile& profile) {
     return answer;
 }
 
-// Those that a run may send to.
-std::vector<CString> RecipientsOf(const CPopProfile& profile) {
-    std::vector<CString> recipients;
-    for (const auto& forward : profile.forward_addresses) {
-        if (forward->setting.status != 0) recipients.push_back(RecipientOf(forward->setting.address));
-    }
-    return recipients;
-}
-
 SmtpAnswer AskSmtp(const CPopProfile& profile, const CPopProfileSetting& setting) {
     SmtpAnswer answer;
     answer.good = TryRelay(profile, RecipientsOf(profile), answer.trial);
-    const auto hello = std::ranges::find(answer.trial.steps, int{PROBE_HELLO}, &CProbeStep::kind);
-    const bool greeted = hello != answer.trial.steps.end() && hello->failure == PROBE_SUCCESS;
-    if (greeted && setting.smtpauth != 0 && answer.trial.method.empty()) {
-        answer.without_login = AdviceOnMissingLogin(hello->text, setting);
-    }
+    answer.without_login = WhyWithoutLogin(answer.trial, setting);
     return answer;
 }
 
@@ -173,21 +117,17 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     if (!profile.setting_loaded.whole) return kCannotWrite;  // which servers it has is not known
 
     const HostRules rules = RulesToShow(profile);
-    std::cout << "  POP3, " << Server(setting, Protocol::Pop, rules.pop_tls) << '\n' << std::flush;
+    std::cout << "  POP3, " << ShowServer(setting, Protocol::Pop, rules.pop_tls) << '\n' << std::flush;
     const PopAnswer pop = AskPop(profile);
-    PrintSteps(pop.listing.steps, Protocol::Pop, setting, rules, pop.good ? InMailbox(pop.listing) : "");
-    if (pop.good && pop.listing.has_uidls == 0) {
-        std::cout << Paragraph(Tr("Note: the server has no unique ids (UIDL), so messages cannot be told apart."), 6);
-    }
+    std::cout << TextOf(pop.listing, pop.good, setting, rules);
 
     const UsedSettings used = SettingsInUse(profile);
     const std::string shared = ShowShared(used.owner);
-    std::cout << "  SMTP, " << Server(used.setting, Protocol::Smtp, used.setting.sslsmtp)
+    std::cout << "  SMTP, " << ShowServer(used.setting, Protocol::Smtp, used.setting.sslsmtp)
               << (shared.empty() ? "" : ", " + shared) << '\n'
               << std::flush;
     const SmtpAnswer smtp = AskSmtp(profile, used.setting);
-    PrintSteps(smtp.trial.steps, Protocol::Smtp, used.setting, rules, "");
-    if (!smtp.without_login.empty()) std::cout << Paragraph(Tr("Note: {0}", smtp.without_login), 6);
+    std::cout << TextOf(smtp.trial, used.setting, rules);
     if (!smtp.good && !shared.empty()) std::cout << Paragraph(WhereAccountIsSet(profile), 6);
 
     const std::string name = ShownName(root, profile.path);

@@ -11,6 +11,7 @@
 #include "host/terminal/wording.h"
 #include "host/tokens/login_speaker.h"
 #include "host/view/mail_json.h"
+#include "host/view/phone_text.h"
 #include "tarvex/conversion.h"
 
 namespace tarvex::host {
@@ -24,11 +25,7 @@ constexpr std::size_t kMostTaken_bytes = std::size_t{12} << 20;  // what an answ
 // The readable text of a message that a stranger wrote: never its HTML, and no more than can be read.
 std::string PlainTextOf(const CPopProfile& profile, const std::string& message) {
     const auto text = profile.TextMailOf(message, 0, 0, 1, "");
-    if (!text) return {};
-    const std::size_t body = text->find("\r\n\r\n");
-    CString sjis = TextFromJis(body == CString::npos ? *text : text->substr(body + 4));
-    std::erase(sjis, '\r');  // the ends of lines are \n here; no character of Shift-JIS has this byte
-    return ShowText(sjis.substr(0, kMostText_bytes));
+    return text ? PhoneTextOf(*text, kMostText_bytes).text : "";
 }
 
 // Throws Refusal.

@@ -18,6 +18,7 @@
 #include "host/tree/readiness.h"
 #include "host/tree/tree_rules.h"
 #include "host/view/asked_state.h"
+#include "host/view/mail_json.h"
 #include "host/view/status_json.h"
 #include "host/view/status_words.h"
 
@@ -163,6 +164,8 @@ Json AnswerProfile(Visit& visit) {
     json["addresses"] = Json::array();
     for (const auto& forward : profile.forward_addresses)
         json["addresses"].push_back(JsonOfForward(visit, *forward, now));
+    for (const HeldRecord& record : HeldRecordsOf(profile))
+        if (record.damage.empty()) json["newest_held"] = record.id;
     answer["zone"] = ShowZone();
     answer["mails"] = FromHistory(visit.Directory(), [&](HistoryReader& reader) {
         Json mails = Json::array();

@@ -82,6 +82,15 @@ const tasks = {
       await page.waitForSelector("pre");
       await page.screenshot({ path: `${extra}/job-${name}.png`, fullPage: true });
       await look(page, `job ${name}`, options.viewport.width);
+      await page.goto(address + profile + "/to/forwardto0");
+      await page.selectOption("[name=textonly]", "128");
+      await page.click("button[formaction$='/preview'][value='0']");
+      await page.waitForSelector(".phone");
+      await page.screenshot({ path: `${extra}/preview-${name}.png`, fullPage: true });
+      await look(page, `preview ${name}`, options.viewport.width);
+      await page.click("main a.button[href*='draft=']");
+      assert.equal(await page.inputValue("[name=textonly]"), "128");
+      await look(page, `draft ${name}`, options.viewport.width);
       await page.context().close();
     }
   },
@@ -124,8 +133,17 @@ const tasks = {
     await press("a[href='/users/user2']");
     await press("a.button[href='/users/user2/profiles']");
     const settings = { address: "saburo@example.org", popserver: "127.0.0.1", popport: pop, popuser: "saburo",
-      poppassword: "secret", smtpserver: "127.0.0.1", smtpport: smtp };
+      poppassword: "secret", smtpserver: "127.0.0.1", smtpport: "1" };
     for (const [key, value] of Object.entries(settings)) await page.fill(`[name=${key}]`, value);
+    await press("button[formaction$='/check']");
+    await page.waitForSelector(".state.warn");
+    assert.match(await page.textContent("pre"), /log in .*OK[^]*FAILED/);
+    await press("main a.button[href*='draft=']");
+    assert.equal(await page.inputValue("[name=popuser]"), "saburo");
+    await page.fill("[name=smtpport]", smtp);  // the password is kept
+    await press("button[formaction$='/check']");
+    await page.waitForSelector(".state.good");
+    await press("main a.button[href*='draft=']");
     await press("main form button.main");
     await page.goto(address + "/profiles/user2/from0/add");
     await page.fill("[name=address]", "phone@example.net");

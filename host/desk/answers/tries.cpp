@@ -1,0 +1,203 @@
+// Tries what was typed before it is saved: the servers of a mailbox, and a text mail out of a real message. A server
+// may be slow, so each try is a job. It works on a tree of its own, read for it and forgotten after it; what was typed
+// stays with the job, for whoever goes on with it.
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <utility>
+
+#include "host/desk/asked_edit.h"
+#include "host/desk/visit.h"
+#include "host/edit/key_values.h"
+#include "host/held/held.h"
+#include "host/language/tr.h"
+#include "host/settings/shared_account.h"
+#include "host/system/command_error.h"
+#include "host/system/display.h"
+#include "host/terminal/wording.h"
+#include "host/tree/clear_login.h"
+#include "host/tree/names.h"
+#include "host/tree/tree_root.h"
+#include "host/view/check_text.h"
+#include "host/view/phone_text.h"
+#include "host/ways/newest_mail.h"
+#include "host/ways/server_way.h"
+
+namespace tarvex::host {
+namespace {
+
+using Ended = std::pair<int, std::string>;
+
+constexpr std::chrono::milliseconds kPatience{300};
+constexpr int kMostTimeOut_s = 30;  // for each step of a check
+constexpr std::int64_t kMostMail_bytes = std::int64_t{16} << 20;
+constexpr std::size_t kMostText_bytes = 64 << 10;
+constexpr std::size_t kReasonColumns = 200;
+
+// ---- the servers of a mailbox
+
+// The profile as it would be.
+struct Trial {
+    CRootPath root;  // which owns one that is there already
+    std::unique_ptr<CPopProfile> added;
+    CPopProfile* profile = nullptr;
+    HostRules rules;
+};
+
+// Throws CommandError.
+void Prepare(Trial& trial, const std::string& directory, const EditRequest& draft) {
+    OpenTree(trial.root, directory);
+    if (!HasPath(trial.root, draft.name)) throw CommandError(kNotFound, Tr("{0} has gone meanwhile", draft.name));
+    if (draft.verb == EditVerb::Add) {
+        const CUser& user = FindUser(trial.root, draft.name);
+        trial.added = std::make_unique<CPopProfile>();
+        trial.added->path = user.path + "\\from-new";  // no profile is called so
+        trial.profile = trial.added.get();
+        trial.rules = RulesOfUser(trial.root.path, user.path).value_or(HostRules());
+    } else {
+        trial.profile = FindProfile(trial.root, draft.name).profile;
+        trial.rules = RulesOf(*trial.profile).value_or(HostRules());
+    }
+    for (const auto& [key, value] : draft.rules) SetValue(trial.rules, KeyNamed<HostRules>(key), value);
+    CPopProfileSetting& setting = trial.profile->setting;
+    KeyValues<CPopProfileSetting>(draft).Assign(setting);
+    setting.timeout = std::clamp(setting.timeout, 1, kMostTimeOut_s);
+}
+
+Ended TryServers(JobVoice& voice, const std::string& directory, const EditRequest& draft) {
+    Trial trial;
+    Prepare(trial, directory, draft);
+    const CPopProfile& profile = *trial.profile;
+    const HostRules& rules = trial.rules;
+    voice.Print("POP3, " + ShowServer(profile.setting, Protocol::Pop, rules.pop_tls) + '\n');
+    CMailboxListing listing;
+    const bool has_mailbox = LookIntoMailbox(profile, rules, listing);
+    voice.Print(TextOf(listing, has_mailbox, profile.setting, rules));
+    if (LogsInInClear(profile.setting, rules.Tls()))
+        voice.Print(Paragraph(Tr("Note: the password goes over the network in clear."), 6));
+    if (voice.Stops()) return {kTryLater, {}};
+    const CPopProfileSetting used = WithAccount(profile.setting, rules);
+    const std::string shared = ShowShared(AccountOwnerOf(profile.setting, rules));
+    voice.Print("SMTP, " + ShowServer(used, Protocol::Smtp, used.sslsmtp) + (shared.empty() ? "" : ", " + shared) +
+                '\n');
+    CSmtpTrial relay;
+    const bool has_relay = TryRelay(profile, rules, RecipientsOf(profile), relay);
+    voice.Print(TextOf(relay, used, rules));
+    return {has_mailbox && has_relay ? kDone : kUnavailable, {}};
+}
+
+// ---- a text mail
+
+struct Preview {
+    EditRequest draft;
+    CForwardAddressSetting setting;  // as it was typed
+    int held = 0;                    // the id of the message; 0: the newest of the mailbox
+};
+
+CString TextOfHeld(const CPopProfile& profile, int id) {
+    auto text = HeldStore(profile.path).Text(id, static_cast<std::size_t>(kMostMail_bytes));
+    if (!text) throw CommandError(kNotFound, Tr("the message is not set aside any more"));
+    return *std::move(text);
+}
+
+CString NewestOf(CPopProfile& profile) {
+    NewestMail newest = FetchNewest(profile, RulesOf(profile).value_or(HostRules()), kMostMail_bytes);
+    if (newest.text) return *std::move(newest.text);
+    if (newest.is_empty) throw CommandError(kUnavailable, Tr("the mailbox is empty: there is no message to show"));
+    if (newest.is_too_large)
+        throw CommandError(kUnavailable, Tr("the newest message is larger than {0}", ShowBytes(kMostMail_bytes)));
+    const std::string words = OneLine(newest.why.reply.empty() ? newest.why.reason : newest.why.reply, kReasonColumns);
+    throw CommandError(kUnavailable, Tr("the newest message cannot be fetched: {0}", words));
+}
+
+// As a run changes the message before it goes to the address.
+CString AsSent(CPopProfile& profile, const CForwardAddressSetting& to, CString text) {
+    CReceiveMail mail;
+    mail.text = std::move(text);
+    CArray<CReceiveMail*, CReceiveMail*> mails(1, &mail);
+    if (profile.setting.replacefrom != 0) profile.ReplaceFrom(&mails);
+    if (profile.setting.replaceto != 0) profile.ReplaceTo(&mail, RecipientOf(to.address));
+    return std::move(mail.text);
+}
+
+PhoneText OnPhone(const CPopProfile& profile, const CForwardAddressSetting& to, const CString& mail, int limit_bytes) {
+    const auto text = profile.TextMailOf(mail, limit_bytes, to.cutwhite, to.htmltotext, to.compress_words);
+    return text ? PhoneTextOf(*text, kMostText_bytes) : PhoneText{};
+}
+
+Json JsonOfPreview(const CPopProfile& profile, const CForwardAddressSetting& to, const CString& mail) {
+    const bool is_whole = to.textonly < 0;
+    const int limit = std::max(to.textonly, 0);
+    const PhoneText all = OnPhone(profile, to, mail, 0);
+    const PhoneText shown = limit == 0 ? all : OnPhone(profile, to, mail, limit);
+    return {{"address", ShowText(to.address)},
+            {"whole", is_whole},
+            {"limit", limit},
+            {"bytes", shown.bytes},
+            {"all_bytes", all.bytes},
+            {"size", ShowBytes(static_cast<std::int64_t>(mail.size()))},
+            {"from", shown.from},
+            {"subject", shown.subject},
+            {"text", shown.text}};
+}
+
+Ended ShowPreview(JobVoice& voice, const std::string& directory, const Preview& preview) {
+    CRootPath root;
+    OpenTree(root, directory);
+    if (!HasPath(root, preview.draft.name))
+        throw CommandError(kNotFound, Tr("{0} has gone meanwhile", preview.draft.name));
+    CPopProfile& profile = *FindForward(root, preview.draft.name).profile;
+    CString text = preview.held > 0 ? TextOfHeld(profile, preview.held) : NewestOf(profile);
+    voice.Show(JsonOfPreview(profile, preview.setting, AsSent(profile, preview.setting, std::move(text))));
+    return {kDone, {}};
+}
+
+// ---- as jobs
+
+Json Begin(Visit& visit, const char* what, const EditRequest& draft, Jobs::Work work) {
+    JobState state;
+    state.what = what;
+    state.about = draft.name;
+    state.draft = draft;
+    const std::string job = visit.Parts().jobs.Begin(visit.WhoPath(), std::move(state), std::move(work), kPatience);
+    if (job.empty()) throw Refusal{"busy", {}};
+    return AnswerJob(visit, job);
+}
+
+Json TryProfile(Visit& visit, const EditRequest& draft) {
+    CPopProfileSetting setting;
+    KeyValues<CPopProfileSetting>(draft).Assign(setting);  // what is not allowed is refused at once
+    return Begin(visit, "try", draft, [directory = visit.Directory(), draft](JobVoice& voice) {
+        return TryServers(voice, directory, draft);
+    });
+}
+
+Json TryForward(Visit& visit, const EditRequest& draft) {
+    Preview preview{draft, visit.ForwardCalled(draft.name).forward->setting, static_cast<int>(visit.Number("held", 0))};
+    KeyValues<CForwardAddressSetting>(draft).Assign(preview.setting);
+    return Begin(visit, "preview", draft, [directory = visit.Directory(), preview](JobVoice& voice) {
+        return ShowPreview(voice, directory, preview);
+    });
+}
+
+}  // namespace
+
+// An edit that is not made: whoever may make it may see what would come of it.
+Json AnswerTry(Visit& visit) {
+    EditRequest draft = AskedEdit(visit);
+    const bool sets = draft.verb == EditVerb::Set;
+    if (draft.kind == EditKind::Forward && sets) return TryForward(visit, draft);
+    if (draft.kind == EditKind::Profile && (sets || draft.verb == EditVerb::Add)) return TryProfile(visit, draft);
+    throw Refusal{"bad", {}};
+}
+
+// Makes the edit that a job has tried. What was allowed then is judged again.
+Json AnswerSaveTried(Visit& visit) {
+    const auto state = visit.Parts().jobs.Of(visit.WhoPath(), visit.Text("job"));
+    if (!state || !state->draft) throw Refusal{"missing", {}};
+    RequireAllowed(visit, *state->draft);
+    return AnswerEdit(visit, *state->draft);
+}
+
+}  // namespace tarvex::host
