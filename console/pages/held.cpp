@@ -2,6 +2,8 @@
 
 #include "console/pages/held.h"
 
+#include <vector>
+
 #include "console/http/base64.h"
 #include "console/http/url_text.h"
 #include "console/pages/parts.h"
@@ -12,10 +14,6 @@ namespace {
 
 using host::Tr;
 using host::TrN;
-
-std::string HeldPage(std::string_view profile, std::int64_t id) {
-    return "/held" + ProfilePage(profile).substr(std::string_view("/profiles").size()) + '/' + std::to_string(id);
-}
 
 std::int64_t IdIn(const HttpRequest& request) { return NumberIn(request.Place("id"), -1); }
 
@@ -41,17 +39,28 @@ Html Waiting(const Json& mail) {
     return El("ul", {{"class", "bare"}}, {waiting});
 }
 
-Html Row(const Viewer& viewer, const Json& mail) {
+std::string SubjectOf(const Json& mail) {
+    const std::string subject = TextOf(mail, "subject");
+    return subject.empty() ? Tr("(no subject)") : subject;
+}
+
+Html Row(const Json& mail) {
     const std::string profile = TextOf(mail, "profile");
     const std::string page = HeldPage(profile, NumberOf(mail, "id"));
+    const std::string name = profile + '/' + std::to_string(NumberOf(mail, "id"));
     return El("tr", {},
-              {TimeCell(Tr("Set aside"), TextOf(mail, "when")),
+              {El("td", {},
+                  {El("input", {{"type", "checkbox"},
+                                {"name", "mail"},
+                                {"value", name},
+                                {"aria-label", Tr("Select \"{0}\"", SubjectOf(mail))}})}),
+               Cell(Tr("Message"), El("span", {},
+                                      {LinkTo(page, SubjectOf(mail)),
+                                       El("span", {{"class", "below muted"}}, {TextOf(mail, "from")})})),
+               TimeCell(Tr("Set aside"), TextOf(mail, "when")),
                Cell(Tr("Mailbox"), LinkTo(ProfilePage(profile), TextOf(mail, "account"))),
                Cell(Tr("Why"), WhyOf(TextOf(mail, "kind"))), Cell(Tr("For whom"), Waiting(mail)),
-               Cell(Tr("Size"), TextOf(mail, "size")),
-               El("td", {},
-                  {El("div", {{"class", "row"}},
-                      {LinkButton(page, Tr("Read")), ButtonForm(viewer, page + "/send", Tr("Send"))})})});
+               Cell(Tr("Size"), TextOf(mail, "size"))});
 }
 
 Html Message(const Json& answer) {
@@ -66,19 +75,34 @@ Html Message(const Json& answer) {
     return El("dl", {{"class", "facts sheet"}}, {facts});
 }
 
-std::string TitleOf(const Json& answer) {
-    const std::string subject = TextOf(answer, "subject");
-    return subject.empty() ? Tr("(no subject)") : subject;
+// Without script as well: what is checked is sent, or dropped when that is checked, too.
+Html ListForm(const Viewer& viewer, const HttpRequest& request, const Html& rows) {
+    return ChangeForm(
+        viewer, "/held/selected",
+        {Hidden("profile", request.Query("profile")),
+         El("table", {{"class", "cards"}},
+            {TableHead(
+                 {Tr("Select"), Tr("Message"), Tr("Set aside"), Tr("Mailbox"), Tr("Why"), Tr("For whom"), Tr("Size")}),
+             El("tbody", {}, {rows})}),
+         El("div", {{"class", "row actions"}},
+            {El("button", {{"name", "verb"}, {"value", "send"}, {"class", "main"}}, {Tr("Send the selected")}),
+             El("button", {{"name", "verb"}, {"value", "drop"}, {"class", "danger"}}, {Tr("Drop the selected")}),
+             El("label", {{"class", "check"}},
+                {El("input", {{"type", "checkbox"}, {"name", "sure"}, {"value", "yes"}}),
+                 El("span", {}, {Tr("Dropped messages are lost: I want that.")})})})});
 }
 
 Json Change(const HttpRequest& request, const char* verb) {
-    return {
-        {"ask", "held-change"}, {"profile", NameIn(request)}, {"verb", verb}, {"ids", {std::to_string(IdIn(request))}}};
+    return {{"ask", "held-change"}, {"verb", verb}, {"mails", {NameIn(request) + '/' + std::to_string(IdIn(request))}}};
 }
 
 std::string ListPage(const HttpRequest& request) { return "/held?profile=" + EncodeEscapes(NameIn(request)); }
 
 }  // namespace
+
+std::string HeldPage(std::string_view profile, std::int64_t id) {
+    return "/held" + ProfilePage(profile).substr(std::string_view("/profiles").size()) + '/' + std::to_string(id);
+}
 
 Asked AskHeld(const HttpRequest& request) {
     return Json{{"ask", "held"}, {"profile", request.Query("profile")}, {"page", NumberIn(request.Query("page"), 1)}};
@@ -91,15 +115,25 @@ HttpResponse ShowHeld(const HttpRequest& request, const Json& answer) {
         content +=
             El("p", {{"class", "row"}}, {LinkTo(PageAbout(profile), profile), LinkTo("/held", Tr("All mailboxes"))});
     Html rows;
-    for (const Json& mail : ListOf(answer, "held")) rows += Row(viewer, mail);
-    content +=
-        rows.IsEmpty()
-            ? El("p", {}, {Tr("No message is set aside.")})
-            : El("table", {{"class", "cards"}},
-                 {TableHead({Tr("Set aside"), Tr("Mailbox"), Tr("Why"), Tr("For whom"), Tr("Size"), Tr("Action")}),
-                  El("tbody", {}, {rows})});
+    for (const Json& mail : ListOf(answer, "held")) rows += Row(mail);
+    content += rows.IsEmpty() ? El("p", {}, {Tr("No message is set aside.")}) : ListForm(viewer, request, rows);
     content += Pager(answer, "/held?profile=" + EncodeEscapes(request.Query("profile")) + "&page=");
     return ShowPage(request, viewer, {Tr("Held mail"), content});
+}
+
+Asked AskSelected(const HttpRequest& request) {
+    const std::string list = "/held?profile=" + EncodeEscapes(request.Form("profile"));
+    const std::vector<std::string_view> mails = AllOf(request.form, "mail");
+    const bool drops = request.Form("verb") == "drop";
+    if (mails.empty()) return SeeOtherWithNotice(list, Tr("No message was selected: nothing was changed."));
+    if (drops && request.Form("sure") != "yes")
+        return SeeOtherWithNotice(
+            list, Tr("To drop messages, check below the list that you want to lose them: nothing was changed."));
+    return Json{{"ask", "held-change"}, {"verb", drops ? "drop" : "send"}, {"mails", mails}};
+}
+
+HttpResponse AfterSelected(const HttpRequest& request, const Json& answer) {
+    return AfterChange(answer, "/held?profile=" + EncodeEscapes(request.Form("profile")), TextOf(answer, "printed"));
 }
 
 Asked AskHeldMail(const HttpRequest& request) {
@@ -119,7 +153,7 @@ HttpResponse ShowHeldMail(const HttpRequest& request, const Json& answer) {
     content += El("h2", {}, {Tr("Header")});
     content +=
         El("pre", {{"tabindex", 0}, {"role", "region"}, {"aria-label", Tr("Header")}}, {TextOf(answer, "header")});
-    return ShowPage(request, viewer, {TitleOf(answer), content});
+    return ShowPage(request, viewer, {SubjectOf(answer), content});
 }
 
 Asked AskHeldFile(const HttpRequest& request) {
@@ -146,7 +180,7 @@ HttpResponse ShowDropHeld(const HttpRequest& request, const Json& answer) {
     content +=
         El("div", {{"class", "row actions"}},
            {ButtonForm(viewer, page + "/drop", Tr("Drop the message"), "danger"), LinkButton(page, Tr("Keep it"))});
-    return ShowPage(request, viewer, {Tr("Drop \"{0}\"?", TitleOf(answer)), content});
+    return ShowPage(request, viewer, {Tr("Drop \"{0}\"?", SubjectOf(answer)), content});
 }
 
 Asked AskSendHeld(const HttpRequest& request) { return Change(request, "send"); }

@@ -3,6 +3,7 @@
 #include "console/pages/mails.h"
 
 #include "console/http/url_text.h"
+#include "console/pages/mail.h"
 #include "console/pages/parts.h"
 #include "host/language/tr.h"
 
@@ -10,11 +11,6 @@ namespace tarvex::console {
 namespace {
 
 using host::Tr;
-
-const char* ToneOf(const std::string& fate) {
-    if (fate == "sent" || fate == "had-already") return "good";
-    return fate == "waits" ? "" : "warn";
-}
 
 Html Copies(const Json& mail) {
     Html copies;
@@ -31,9 +27,10 @@ Html MailRow(const Json& mail) {
     const std::string subject = TextOf(mail, "subject");
     return El("tr", {},
               {TimeCell(Tr("Fetched"), MomentOf(mail, "fetched")),
-               Cell(Tr("Message"), El("span", {},
-                                      {El("b", {}, {subject.empty() ? Tr("(no subject)") : subject}),
-                                       El("span", {{"class", "below muted"}}, {TextOf(mail, "from")})})),
+               Cell(Tr("Message"),
+                    El("span", {},
+                       {LinkTo(MailPage(TextOf(mail, "message")), subject.empty() ? Tr("(no subject)") : subject),
+                        El("span", {{"class", "below muted"}}, {TextOf(mail, "from")})})),
                Cell(Tr("What became of it"), Copies(mail))});
 }
 
@@ -71,6 +68,11 @@ Html EventRow(const Json& event) {
 }
 
 }  // namespace
+
+const char* ToneOf(const std::string& fate) {
+    if (fate == "sent" || fate == "had-already") return "good";
+    return fate == "waits" ? "" : "warn";
+}
 
 Html MailTable(const Json& mails) {
     if (mails.empty()) return El("p", {}, {Tr("No messages.")});

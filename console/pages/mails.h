@@ -7,6 +7,9 @@
 
 namespace tarvex::console {
 
+// In which colour a fate is shown.
+const char* ToneOf(const std::string& fate);
+
 // Messages as the desk gives them, with the fate of each copy.
 Html MailTable(const Json& mails);
 

@@ -10,6 +10,7 @@
 #include "console/pages/held.h"
 #include "console/pages/jobs.h"
 #include "console/pages/login.h"
+#include "console/pages/mail.h"
 #include "console/pages/mails.h"
 #include "console/pages/overview.h"
 #include "console/pages/profile.h"
@@ -61,6 +62,7 @@ constexpr std::array kRoutes{
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskRemoveAddress, AfterRemoveAddress},
 
     Route{"GET", "/held", kUser, AskHeld, ShowHeld},
+    Route{"POST", "/held/selected", kUser, AskSelected, AfterSelected},
     Route{"GET", "/held/{user}/{profile}/{id}", kUser, AskHeldMail, ShowHeldMail},
     Route{"GET", "/held/{user}/{profile}/{id}/message.eml", kUser, AskHeldFile, GiveHeldFile},
     Route{"POST", "/held/{user}/{profile}/{id}/send", kUser, AskSendHeld, AfterSendHeld},
@@ -68,6 +70,8 @@ constexpr std::array kRoutes{
     Route{"POST", "/held/{user}/{profile}/{id}/drop", kUser, AskDropHeld, AfterDropHeld},
 
     Route{"GET", "/mails", kUser, AskMails, ShowMails},
+    Route{"GET", "/mails/{message}", kUser, AskMail, ShowMail},
+    Route{"POST", "/mails/{message}/resend", kUser, AskResend, AfterResend},
     Route{"GET", "/history", kUser, AskHistory, ShowHistory},
     Route{"GET", "/jobs/{job}", kUser, AskJob, ShowJob, ShowJob},
     Route{"POST", "/jobs/{job}/save", kUser, AskSaveTried, AfterSaveTried},

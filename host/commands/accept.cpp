@@ -16,7 +16,6 @@
 #include "host/commands/held.h"
 #include "host/edit/tree_edit.h"
 #include "host/generation/generation.h"
-#include "host/held/held.h"
 #include "host/history/history.h"
 #include "host/language/tr.h"
 #include "host/service/service_connection.h"
@@ -29,6 +28,7 @@
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "host/tree/tree_rules.h"
+#include "host/view/mail_json.h"
 #include "host/view/mailbox_ids.h"
 #include "tarvex/tarvex.h"
 
@@ -158,24 +158,13 @@ FoundMail MessageCalled(const std::string& directory, const std::string& handle)
                        Tr("no message {0} is remembered; `tarvex trace` shows those that are", ShowUtf8Text(handle)));
 }
 
-// What is set aside of it, for that address or for any.
-std::vector<int> HeldOf(const CPopProfile& profile, const CString& uidl, const CForwardAddress* address) {
-    const auto records = HeldStore(profile.path).List();
-    if (!records) throw CommandError(kCannotWrite, Tr("cannot read \"{0}\"", ShowPath(profile.path + "\\held")));
-    std::vector<int> ids;
-    for (const HeldRecord& record : *records) {
-        const bool waits = std::ranges::any_of(
-            record.addresses, [address](const HeldAddress& one) { return !address || IsOf(one, *address); });
-        if (record.damage.empty() && record.uidl == uidl && waits) ids.push_back(record.id);
-    }
-    return ids;
-}
-
-int ResendHeld(const Context& context, const Given& given, const std::vector<int>& ids) {
+int ResendHeld(const Context& context, const Given& given, const std::vector<HeldRecord>& held) {
     if (!given.yes && !AskYes(Tr("It is set aside. Try to send it now?"))) {
         std::cout << Tr("Nothing was changed.") << '\n';
         return kDone;
     }
+    std::vector<int> ids;
+    for (const HeldRecord& record : held) ids.push_back(record.id);
     return SendSetAside(context, given.profile, ids, given.address);
 }
 
@@ -193,7 +182,7 @@ int ResendMessage(const CRootPath& root, const Context& context, const Given& gi
               << '\n';
     Given named = given;
     named.profile = found.profile;
-    if (const std::vector<int> held = HeldOf(profile, id, address); !held.empty()) {
+    if (const std::vector<HeldRecord> held = HeldOf(profile, id, address); !held.empty()) {
         if (address) named.address = ShowPath(FolderOf(*address));
         return ResendHeld(context, named, held);
     }

@@ -4,8 +4,10 @@
 #include <array>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <optional>
 
+#include "host/desk/answers/parts.h"
 #include "host/desk/asked_edit.h"
 #include "host/desk/visit.h"
 #include "host/held/held_work.h"
@@ -62,6 +64,53 @@ std::vector<std::string> InShell(const DeskOptions& options, const std::vector<s
     return words;
 }
 
+// For one address, or for all that wait.
+HeldRequest HeldRequestOf(const Visit& visit, HeldVerb verb, const CPopProfile& profile,
+                          const std::vector<HeldRecord>& records, const CForwardAddress* address) {
+    HeldRequest request;
+    request.verb = verb;
+    request.profile = ShownName(visit.Root(), profile.path);
+    request.caller = visit.Caller();
+    for (const HeldRecord& record : records) {
+        if (!record.damage.empty() && verb == HeldVerb::Drop) request.choice.push_back({record.id, {}, record.digest});
+        if (!record.damage.empty()) continue;
+        for (const HeldAddress& waiting : record.addresses)
+            if (!address || IsOf(waiting, *address))
+                request.choice.push_back({record.id, waiting.folder, record.digest});
+    }
+    return request;
+}
+
+// One profile after the other; what goes wrong with one keeps the others from nothing.
+std::pair<int, std::string> ChangeHeld(JobVoice& voice, const std::string& directory,
+                                       const std::vector<HeldRequest>& requests) {
+    std::pair<int, std::string> ended{kDone, {}};
+    for (const HeldRequest& request : requests) {
+        const auto service = ServiceConnection::Try(directory);
+        if (!service) return {kTryLater, Tr("no service owns the tree")};
+        Reply reply;
+        const int code = service->Held(request, reply, [&voice](const std::string& note) { voice.Print(note + '\n'); });
+        voice.Print(reply.printed);
+        if (code != kDone) ended = {code, reply.error};
+    }
+    return ended;
+}
+
+Json BeginHeld(Visit& visit, std::vector<HeldRequest> requests) {
+    if (requests.empty()) throw Refusal{"missing", {}};
+    JobState state;
+    state.what = std::string("held ").append(kHeldVerbs[static_cast<std::size_t>(requests.front().verb)]);
+    state.about = requests.size() == 1 ? requests.front().profile : "";
+    const std::string job = visit.Parts().jobs.Begin(
+        visit.WhoPath(), std::move(state),
+        [directory = visit.Directory(), requests = std::move(requests)](JobVoice& voice) {
+            return ChangeHeld(voice, directory, requests);
+        },
+        kHeldPatience);
+    if (job.empty()) throw Refusal{"busy", {}};
+    return AnswerJob(visit, job);
+}
+
 std::pair<int, std::string> RunCommand(JobVoice& voice, const std::vector<std::string>& words) {
     const ProgramOutput output = OutputOf(
         words, kMostTime, Jobs::kMostPrinted_bytes, [&voice] { return voice.Stops(); }, {},
@@ -102,38 +151,52 @@ Json AnswerWeek(Visit& visit) {
     return AnswerEdit(visit, std::move(request));
 }
 
-// Sends or drops what is set aside of one profile: messages by their ids.
+// Sends or drops messages that are set aside, "user0/from0/1" each.
 Json AnswerHeldChange(Visit& visit) {
-    const NamedProfile named = visit.ProfileCalled(visit.Text("profile"));
-    HeldRequest request;
-    request.verb = ChoiceIn<HeldVerb>(visit.Text("verb"), kHeldVerbs);
-    request.profile = ShownName(visit.Root(), named.profile->path);
-    request.caller = visit.Caller();
-    const std::vector<std::string> ids = visit.List("ids");
-    for (const HeldRecord& record : HeldRecordsOf(*named.profile)) {
-        if (std::ranges::find(ids, std::to_string(record.id)) == ids.end()) continue;
-        if (!record.damage.empty()) {
-            if (request.verb == HeldVerb::Drop) request.choice.push_back({record.id, {}, record.digest});
-            continue;
-        }
-        for (const HeldAddress& waiting : record.addresses)
-            request.choice.push_back({record.id, waiting.folder, record.digest});
+    const auto verb = ChoiceIn<HeldVerb>(visit.Text("verb"), kHeldVerbs);
+    std::map<std::string, std::vector<std::string>> ids;  // by profile
+    for (const std::string& mail : visit.List("mails")) {
+        const std::size_t slash = std::min(mail.rfind('/'), mail.size());
+        ids[mail.substr(0, slash)].push_back(mail.substr(std::min(slash + 1, mail.size())));
     }
-    if (request.choice.empty()) throw Refusal{"missing", {}};
-    const auto work = [directory = visit.Directory(), request](JobVoice& voice) -> std::pair<int, std::string> {
-        const auto service = ServiceConnection::Try(directory);
-        if (!service) return {kTryLater, Tr("no service owns the tree")};
-        Reply reply;
-        const int code = service->Held(request, reply, [&voice](const std::string& note) { voice.Print(note + '\n'); });
-        voice.Print(reply.printed);
-        return {code, reply.error};
+    std::vector<HeldRequest> requests;
+    for (const auto& [profile, chosen] : ids) {
+        const NamedProfile named = visit.ProfileCalled(profile);
+        std::vector<HeldRecord> records = HeldRecordsOf(*named.profile);
+        std::erase_if(records, [&, &wanted = chosen](const HeldRecord& record) {
+            return std::ranges::find(wanted, std::to_string(record.id)) == wanted.end();
+        });
+        HeldRequest request = HeldRequestOf(visit, verb, *named.profile, records, nullptr);
+        if (!request.choice.empty()) requests.push_back(std::move(request));
+    }
+    return BeginHeld(visit, std::move(requests));
+}
+
+// A message of the history goes out once more, to all or to one address: from where it is set aside, else out of the
+// mailbox.
+Json AnswerResend(Visit& visit) {
+    const CalledMail called = MailCalled(visit);
+    const CString& id = called.found.mail.uidl;
+    if (!called.profile || id.empty()) throw Refusal{"missing", {}};
+    const CPopProfile& profile = *called.profile->profile;
+    const std::string path = ShownName(visit.Root(), profile.path);
+    const std::string to = visit.Text("to");
+    const CForwardAddress* const address = to.empty() ? nullptr : visit.ForwardCalled(to).forward;
+    if (address && to.substr(0, to.rfind('/')) != path) throw Refusal{"missing", {}};
+    if (const std::vector<HeldRecord> held = HeldOf(profile, id, address); !held.empty())
+        return BeginHeld(visit, {HeldRequestOf(visit, HeldVerb::Send, profile, held, address)});
+    EditRequest request(address ? EditKind::Forward : EditKind::Profile, EditVerb::Resend, address ? to : path);
+    RequireAllowed(visit, request);
+    request.uidls = {id};
+    const auto require_id = [add_ids = AddIds(visit, request), id](EditRequest& edit) {
+        add_ids(edit);
+        const bool is_there = std::ranges::find(edit.uidls, id) != edit.uidls.end();
+        edit.uidls = {id};
+        if (!is_there)
+            throw CommandError(kNotFound,
+                               Tr("It is neither in the mailbox nor set aside any more: it cannot be sent again."));
     };
-    JobState state;
-    state.what = "held " + visit.Text("verb");
-    state.about = request.profile;
-    const std::string job = visit.Parts().jobs.Begin(visit.WhoPath(), std::move(state), work, kHeldPatience);
-    if (job.empty()) throw Refusal{"busy", {}};
-    return AnswerJob(visit, job);
+    return AnswerEdit(visit, std::move(request), require_id);
 }
 
 // A run, a check or a plan of one profile.

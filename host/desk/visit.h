@@ -131,6 +131,7 @@ Json AnswerProfile(Visit& visit);
 
 // answers/mails.cpp
 Json AnswerMails(Visit& visit);
+Json AnswerMail(Visit& visit);
 
 // answers/held.cpp
 Json AnswerHeld(Visit& visit);
@@ -152,6 +153,7 @@ Json AnswerSaveTried(Visit& visit);
 Json AnswerChange(Visit& visit);
 Json AnswerWeek(Visit& visit);
 Json AnswerHeldChange(Visit& visit);
+Json AnswerResend(Visit& visit);
 Json AnswerStart(Visit& visit);
 Json AnswerJobState(Visit& visit);
 

@@ -2,6 +2,8 @@
 
 #include "host/view/mail_json.h"
 
+#include <algorithm>
+
 #include "host/held/held.h"
 #include "host/history/run_words.h"
 #include "host/language/tr.h"
@@ -46,6 +48,16 @@ std::vector<HeldRecord> HeldRecordsOf(const CPopProfile& profile) {
         }
     }
     return *std::move(records);
+}
+
+std::vector<HeldRecord> HeldOf(const CPopProfile& profile, const CString& uidl, const CForwardAddress* address) {
+    std::vector<HeldRecord> held = HeldRecordsOf(profile);
+    std::erase_if(held, [&](const HeldRecord& record) {
+        const bool waits = std::ranges::any_of(
+            record.addresses, [address](const HeldAddress& one) { return !address || IsOf(one, *address); });
+        return !record.damage.empty() || record.uidl != uidl || !waits;
+    });
+    return held;
 }
 
 std::string Say(CopyFate fate) {

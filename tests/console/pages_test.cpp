@@ -36,6 +36,7 @@ std::string PathOf(const Route& route) {
                                             {"{id}", "1"},
                                             {"{what}", "check"},
                                             {"{job}", kToken},
+                                            {"{message}", "M1"},
                                             {"{key}", "endofdata"},
                                             {"{file}", std::string(StaticFiles()[0].served)}}) {
         if (const std::size_t at = path.find(place); at != std::string::npos) path.replace(at, place.size(), name);
@@ -47,7 +48,7 @@ std::string PathOf(const Route& route) {
 std::string TypedForm() {
     std::string form = "token=t&password=" + EncodeEscapes(kSecret) + "&poppassword=" + EncodeEscapes(kSecret) +
                        "&old=" + EncodeEscapes(kSecret) +
-                       "&number=1&id=others&slot=1-18&status=on&code=123456&verb=accept";
+                       "&number=1&mail=user0%2Ffrom0%2F1&id=others&slot=1-18&status=on&code=123456&verb=accept";
     for (const char* const key : {"name", "address", "nickname", "loginname", "terms", "value", "secret", "title"})
         form += std::string("&") + key + "=" + EncodeEscapes(std::string("typed ") + key + " " + kHostile);
     for (const char* const key : {"address", "nickname", "loginname", "status"})
@@ -68,7 +69,7 @@ RawRequest RequestTo(const Route& route) {
 // Everything that any page reads of an answer; "@" is text that a stranger chose.
 const char* const kEverything = R"({"status": "ok",
     "user": {"name": "@", "path": "user0", "administrator": true}, "token": "@", "message": "@", "printed": "@",
-    "page": 2, "pages": 3, "found": 120, "all": 1000, "held": [{"profile": "user0/from0", "id": 1, "kind": "@",
+    "page": 2, "pages": 3, "found": 120, "all": 1000, "held": [{"profile": "user0/from0", "id": 1, "kind": "@", "subject": "@", "from": "@",
         "when": "@", "size": "@", "account": "@", "damage": "@",
         "addresses": [{"address": "@", "reply": "@", "tries": 2, "next": "@"}]}],
     "counts": {"failing": 1, "well": 2}, "trouble": "@", "now": "@", "zone": "@",
@@ -89,7 +90,9 @@ const char* const kEverything = R"({"status": "ok",
     "account": {"path": "user0", "name": "@", "has_code": true},
     "sessions": [{"id": "@", "address": "@", "began": "@", "used": "@"}], "secret": "@", "link": "@",
     "keys": [{"key": "endofdata", "group": "@", "meaning": "@", "value": "@", "unit": "@", "words": ["@"]}],
-    "mail": {"profile": "user0/from0", "id": 1, "kind": "@", "when": "@", "size": "@", "addresses": []},
+    "mail": {"profile": "user0/from0", "id": 1, "kind": "@", "when": "@", "size": "@", "addresses": [], "subject": "@",
+        "copies": [{"address": "@", "says": "@", "words": "@", "ended": "@", "milliseconds": 7}]},
+    "is_there": true, "addresses": [{"path": "user0/from0/forwardto0", "address": "@"}],
     "whole": "AP8KDQ==", "header": "@", "subject": "@", "from": "@", "text": "@", "job": "@", "what": "@", "about": "@",
     "found": {"address": "@", "from": "@", "subject": "@", "text": "@", "size": "@", "limit": 128, "bytes": 100,
         "all_bytes": 200},
@@ -224,12 +227,27 @@ TEST(Pages, AChangeThatTakesLongerLeadsToItsJob) {
     for (const Route& route : Routes()) {
         const auto& asked = Asks(route) ? Json::parse(TheSite().Begin(RequestTo(route)).question.substr(4)) : Json();
         const std::string ask = asked.is_object() ? TextOf(asked, "ask") : "";
-        const std::set<std::string> jobs{"change", "week", "held-change", "start", "try", "save-tried"};
+        const std::set<std::string> jobs{"change", "week", "held-change", "start", "try", "save-tried", "resend"};
         if (!jobs.contains(ask)) continue;
         Json working = Answer("working", true);
         working["job"] = kToken;
         EXPECT_EQ(ValueOf(Answered(route, working).response.headers, "Location"), "/jobs/" + kToken) << route.pattern;
     }
+}
+
+TEST(Pages, SelectedMessagesAreSentOrDroppedOnceThatIsSure) {
+    const Match match = FindRoute(Routes(), "POST", {"held", "selected"});
+    const auto ask = [&](const std::string& form) {
+        RawRequest raw = RequestTo(*match.route);
+        raw.body = "token=t&" + form;
+        return TheSite().Begin(raw).question;
+    };
+    const Json sent = Json::parse(ask("verb=send&mail=user0%2Ffrom0%2F1&mail=user1%2Ffrom0%2F2").substr(4));
+    EXPECT_EQ(sent["mails"], Json({"user0/from0/1", "user1/from0/2"}));
+    EXPECT_EQ(sent["verb"], "send");
+    EXPECT_EQ(ask("verb=send"), "");
+    EXPECT_EQ(ask("verb=drop&mail=user0%2Ffrom0%2F1"), "");
+    EXPECT_EQ(Json::parse(ask("verb=drop&sure=yes&mail=user0%2Ffrom0%2F1").substr(4))["verb"], "drop");
 }
 
 TEST(Pages, AFormGoesOnWithWhatWasTried) {

@@ -28,6 +28,13 @@ std::string PlainTextOf(const CPopProfile& profile, const std::string& message) 
     return text ? PhoneTextOf(*text, kMostText_bytes).text : "";
 }
 
+void AddHeadlines(const CString& profile, Json& mail) {
+    const auto text = HeldStore(profile).Text(mail["id"].get<int>(), kHead_bytes);
+    const CHeadlines headlines = HeadlinesOf(text ? *text : "");
+    mail["subject"] = ShowText(headlines.subject);
+    mail["from"] = ShowText(headlines.from);
+}
+
 // Throws Refusal.
 std::string WholeAsBase64(const CPopProfile& profile, int id) {
     const auto text = HeldStore(profile.path).Text(id, kMostTaken_bytes + 1);
@@ -45,6 +52,7 @@ Json AnswerHeld(Visit& visit) {
     const std::string asked = visit.Text("profile");
     const std::vector<NamedProfile> chosen = asked.empty() ? visit.Visible() : std::vector{visit.ProfileCalled(asked)};
     std::vector<Json> all;
+    std::vector<CString> folders;  // of the profiles of these
     for (const NamedProfile& named : chosen) {
         const std::string name = ShownName(visit.Root(), named.profile->path);
         for (const HeldRecord& record : HeldRecordsOf(*named.profile)) {
@@ -59,15 +67,20 @@ Json AnswerHeld(Visit& visit) {
                                                             : Tr("in {0}", ShowSpan(next - now));
             }
             all.push_back(std::move(one));
+            folders.push_back(named.profile->path);
         }
     }
     std::ranges::reverse(all);
+    std::ranges::reverse(folders);
     Json answer = visit.Ok();
     const Page page(visit, all.size(), kMailsAPage);
     page.AddTo(answer);
     answer["count"] = all.size();
     answer["held"] = Json::array();
-    for (std::size_t i = page.first; i < page.last; ++i) answer["held"].push_back(std::move(all[i]));
+    for (std::size_t i = page.first; i < page.last; ++i) {
+        AddHeadlines(folders[i], all[i]);
+        answer["held"].push_back(std::move(all[i]));
+    }
     return answer;
 }
 

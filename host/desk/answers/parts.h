@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "host/desk/visit.h"
 #include "host/history/tables/mail_tables.h"
@@ -55,5 +56,14 @@ Json JsonOfKeys(const Record& record) {
 
 // What became of a message.
 Json JsonOfMail(const FoundMail& found);
+
+// The message that the question calls "M12", and its profile where that is still the one that fetched it. Throws
+// Refusal
+// ("missing") when the user may not see it.
+struct CalledMail {
+    FoundMail found;
+    std::optional<NamedProfile> profile;
+};
+CalledMail MailCalled(const Visit& visit);
 
 }  // namespace tarvex::host

@@ -12,7 +12,7 @@ const pages = {
   login: "/login", first: "/first?code=x", overview: "/", none: "/?search=nothing-has-this", profile,
   address: profile + "/to/forwardto0", "remove-address": profile + "/to/forwardto0/remove", "new-address": profile + "/add",
   settings: profile + "/settings", log: profile + "/log", held: "/held", "held-mail": "/held/user1/from0/1",
-  drop: "/held/user1/from0/1/drop", mails: "/mails", history: "/history", account: "/account", users: "/users",
+  drop: "/held/user1/from0/1/drop", mails: "/mails", mail: "/mails/M1", history: "/history", account: "/account", users: "/users",
   user: "/users/user1", "new-profile": "/users/user1/profiles", rules: "/rules", rule: "/rules/endofdata",
   missing: "/profiles/user9/from9",
 };

@@ -71,7 +71,7 @@ TEST_F(DeskTest, WhatIsAnothersIsNotThere) {
             EXPECT_EQ(AskAs(hanako, ask, {{"profile", path}})["status"], "missing") << ask << ' ' << path;
         for (const char* const what : {"run", "check", "plan"})
             EXPECT_EQ(AskAs(hanako, "start", {{"profile", path}, {"what", what}})["status"], "missing") << path;
-        EXPECT_EQ(AskAs(hanako, "held-change", {{"profile", path}, {"verb", "drop"}, {"ids", {"1"}}})["status"],
+        EXPECT_EQ(AskAs(hanako, "held-change", {{"verb", "drop"}, {"mails", {path + std::string("/1")}}})["status"],
                   "missing");
         EXPECT_EQ(AskAs(hanako, "state", {{"profiles", {path}}})["status"], "missing");
     }
