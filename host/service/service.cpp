@@ -80,10 +80,11 @@ bool EndsRuns(const EditRequest& request) {
 }  // namespace
 
 Service::Service(std::string directory, std::chrono::microseconds every, const std::string& metrics, LogFormat format,
-                 const std::string& system_log, std::optional<std::int64_t> expected_generation)
+                 const std::string& system_log, const std::string& log_file,
+                 std::optional<std::int64_t> expected_generation)
     : directory_(std::move(directory)),
       every_(every),
-      log_(format, system_log),
+      log_(format, system_log, log_file),
       lock_(TakeRoot(directory_)),
       age_(directory_, expected_generation),
       rules_(directory_, [this](const std::string& sentence) { log_.Warn(sentence); }),

@@ -37,7 +37,7 @@ public:
     // `metrics`: where figures are served (see MetricsServer); empty: nowhere. `expected_generation`: see TreeAge.
     Service(std::string directory, std::chrono::microseconds every, const std::string& metrics = {},
             LogFormat format = LogFormat::Automatic, const std::string& system_log = {},
-            std::optional<std::int64_t> expected_generation = {});
+            const std::string& log_file = {}, std::optional<std::int64_t> expected_generation = {});
 
     // Until SIGTERM or SIGINT. Returns the exit code of the program.
     int Run();

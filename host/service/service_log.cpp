@@ -73,9 +73,10 @@ const char* MessageId(LogMatter matter) {
     return "34840a973c3c481e96c82fd5fca686da";
 }
 
-ServiceLog::ServiceLog(LogFormat format, const std::string& system_log)
-    : to_system_(SystemLog::IsExpected()), format_(Chosen(format, to_system_)) {
+ServiceLog::ServiceLog(LogFormat format, const std::string& system_log, const std::string& file)
+    : to_system_(file.empty() && SystemLog::IsExpected()), format_(Chosen(format, to_system_)) {
     if (format_ == LogFormat::System) system_log_.emplace(system_log);
+    if (!file.empty()) file_.emplace(file);
 }
 
 void ServiceLog::Say(LogLevel level, const std::string& text, const LogFacts& facts) {
@@ -90,13 +91,18 @@ std::string ServiceLog::LineOf(const LogEntry& entry) const {
 }
 
 void ServiceLog::Write(const std::string& line) {
+    std::string lines = line;
+    if (lost_ > 0) lines.insert(0, LineOf({LogLevel::Warning, '(' + ShowCount(lost_, "line") + " lost)", {}}));
+    if (!file_) return WriteToErrors(lines);
+    lost_ = file_->Append(lines) ? 0 : lost_ + 1;
+}
+
+void ServiceLog::WriteToErrors(const std::string& whole_lines) {
     if (!errors_.TakesMore(lost_ == 0 ? kPatience : std::chrono::milliseconds(0))) {
         ++lost_;
         return;
     }
-    std::string lines = line;
-    if (lost_ > 0) lines.insert(0, LineOf({LogLevel::Warning, '(' + ShowCount(lost_, "line") + " lost)", {}}));
-    if (torn_) lines.insert(0, "\n");
+    const std::string lines = (torn_ ? "\n" : "") + whole_lines;
     const std::size_t written = errors_.Write(lines);
     if (written == lines.size()) {
         lost_ = 0;

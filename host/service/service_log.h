@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/service/log_entry.h"
+#include "host/service/log_file.h"
 #include "host/service/system_log.h"
 #include "host/system/error_output.h"
 
@@ -24,8 +25,10 @@ enum class LogFormat {
 // memory of the rules.
 class ServiceLog {
 public:
-    // `system_log`: where the log of the system takes entries; empty: the usual place.
-    explicit ServiceLog(LogFormat format = LogFormat::Automatic, const std::string& system_log = {});
+    // `system_log`: where the log of the system takes entries; empty: the usual place. `file`: where lines go in place
+    // of standard error (LogFile); none when empty. Throws CommandError when that cannot be written.
+    explicit ServiceLog(LogFormat format = LogFormat::Automatic, const std::string& system_log = {},
+                        const std::string& file = {});
 
     // One line of text that is fit to be shown.
     void Say(LogLevel level, const std::string& text, const LogFacts& facts = {});
@@ -35,11 +38,13 @@ public:
 private:
     std::string LineOf(const LogEntry& entry) const;
     void Write(const std::string& line);
+    void WriteToErrors(const std::string& lines);
 
     const bool to_system_;  // standard error leads to the log of the system
     const LogFormat format_;
     std::mutex mutex_;  // of what follows
     std::optional<SystemLog> system_log_;
+    std::optional<LogFile> file_;
     ErrorOutput errors_;
     int lost_ = 0;       // lines
     bool torn_ = false;  // the last one that was written

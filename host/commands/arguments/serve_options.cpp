@@ -8,6 +8,7 @@
 #include "host/commands/arguments/usage.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
+#include "host/system/paths.h"
 #include "host/system/process.h"
 #include "host/terminal/typed_word.h"
 
@@ -29,6 +30,11 @@ ServeOptions::ServeOptions(CLI::App& serve, std::string system_log, const std::s
                        "[::1]:PORT, at /metrics"))
         ->type_name("PLACE");
     serve.add_option("--log-format", format_, formats)->type_name("plain|" + system_log_ + "|json");
+    serve
+        .add_option("--log-file", log_file_,
+                    Tr("Write the lines of the log to FILE in place of standard error. At 10 MB it becomes FILE.1, and "
+                       "that FILE.2, up to FILE.5"))
+        ->type_name("FILE");
     serve.footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
 }
 
@@ -42,10 +48,13 @@ LogFormat ServeOptions::Format() const {
 
 std::unique_ptr<Service> ServeOptions::MakeService(const std::string& directory) const {
     const LogFormat format = Format();
+    if (format == LogFormat::System && !log_file_.empty())
+        throw CommandError(kBadUsage, Tr("--log-file: with --log-format plain or json"));
     SpeakTo(Language::English);  // in the log
     RaiseFileLimit();
     const auto every = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::duration<double>(every_));
-    return std::make_unique<Service>(directory, every, metrics_, format, "", expected_.Number());
+    return std::make_unique<Service>(directory, every, metrics_, format, "",
+                                     log_file_.empty() ? "" : WholePath(TreePath(log_file_)), expected_.Number());
 }
 
 }  // namespace tarvex::host

@@ -29,6 +29,7 @@ private:
     std::string metrics_;
     std::string system_log_;
     std::string format_;
+    std::string log_file_;
     ExpectedGeneration expected_;
 };
 
