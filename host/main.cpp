@@ -49,6 +49,7 @@ int main(int argc, char** argv) {
     AddRulesCommands(app, context);
     AddRunCommand(app, context);
     AddServeCommand(app, context);
+    AddServiceCommands(app, context);
     AddCheckCommand(app, context);
     AddPlanCommand(app, context);
     AddStatusCommand(app, context);

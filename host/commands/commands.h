@@ -25,6 +25,7 @@ void AddScheduleCommands(CLI::App& app, Context& context);
 void AddRulesCommands(CLI::App& app, Context& context);
 void AddRunCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
+void AddServiceCommands(CLI::App& app, Context& context);
 void AddCheckCommand(CLI::App& app, Context& context);
 void AddPlanCommand(CLI::App& app, Context& context);
 void AddStatusCommand(CLI::App& app, Context& context);

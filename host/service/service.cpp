@@ -54,6 +54,7 @@ constexpr auto kUrgentPollInterval = 2ms;       // while an edit waits for one
 constexpr auto kLockTimeout = 2000ms;           // at the start, with an edit that is being saved
 constexpr auto kMostBetweenFirstRuns = 2000ms;  // of profiles that are due when the service starts
 constexpr auto kShutdownGrace = 1000ms;         // at the end, with clients that take their answers
+constexpr int kStopNews_ms = 5000;              // how often the manager hears that runs still end
 constexpr std::size_t kReasonColumns = 200;
 constexpr std::size_t kHeadlineColumns = 60;
 const LogFacts kOfService{.matter = LogMatter::Service};
@@ -337,7 +338,7 @@ void Service::Reload() {
         log_.Warn("cannot load the tree again: " + trouble);
     }
     look_at_clients_ = true;
-    manager_.Ready();
+    holds_back_ ? manager_.Holding() : manager_.Ready();
 }
 
 // False when it was the last one.
@@ -358,8 +359,8 @@ bool Service::Obey(const GivenOrder& given) {
 }
 
 void Service::HoldBack(bool holds) {
+    holds ? manager_.Holding() : manager_.Ready();  // who orders it again waits for the answer, too
     if (std::exchange(holds_back_, holds) == holds) return;
-    holds ? manager_.Holding() : manager_.Ready();
     log_.Say(holds ? "holding runs back" : "holding runs back no more", kOfService);
     ForgetWaiting();
     next_tick_ = Clock::now();
@@ -377,7 +378,7 @@ void Service::Stop(const GivenOrder& given) {
     InterruptRuns(root_);
     alerts_.Stop();
     for (const auto& [path, sender] : senders_) sender->Stop();
-    root_.WaitThread(-1);
+    while (root_.WaitThread(kStopNews_ms) == 0) manager_.Stopping();
     ReapEndedRuns();
     for (; !senders_.empty(); std::this_thread::sleep_for(kUrgentPollInterval)) ReapSenders();
     look_at_clients_ = true;

@@ -11,10 +11,11 @@ namespace tarvex::host {
 std::string ConfigurationDirectory();
 
 // Where a new tree goes when nobody says where: $XDG_DATA_HOME/tarvex, else /var/lib/tarvex for the superuser, else
-// ~/.local/share/tarvex; on Windows %LOCALAPPDATA%\Tarvex.
+// ~/.local/share/tarvex; on Windows that of the service when it is installed, else %LOCALAPPDATA%\Tarvex.
 std::string UsualRootDirectory();
 
-// The tree that the system's service runs, as its unit says, when the superuser asks; else empty.
+// The tree that the system's service runs, as its unit says, when the superuser asks, and as Windows' service manager
+// says, whoever asks; else empty.
 std::string ServiceRootDirectory();
 
 // Makes a command of the superuser go on as the owner of the directory, so that the service that owns the tree can read

@@ -19,8 +19,9 @@ std::string RootDirectory(const std::optional<std::string>& root_option) {
     // Looked up once: after WorkAsOwnerOf the superuser's settings are out of reach.
     static const std::string remembered = [] {
         CAppSetting setting;
-        setting.Load(ConfigurationDirectory());
-        return setting.rootpath;
+        if (setting.Load(ConfigurationDirectory())) return setting.rootpath;
+        const std::string served = ServiceRootDirectory();
+        return served.empty() ? setting.rootpath : served;
     }();
     return remembered;
 }

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "host/system/windows/kept_orders.h"
+#include "host/system/windows/managed_process.h"
 
 namespace tarvex::host {
 namespace {
@@ -34,6 +35,7 @@ std::string NameOf(DWORD event) {
 // thread stays until the service has saved its state and the process ends by itself, for as long as the system allows
 // that.
 BOOL WINAPI OnConsoleEvent(DWORD event) {
+    if (IsManaged()) return TRUE;  // services are told of everybody's log-off; the manager says when to stop
     const bool is_key = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT;
     {
         const std::lock_guard lock(mutex);

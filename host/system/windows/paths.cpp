@@ -46,11 +46,13 @@ std::string MakeNewFolder(const std::string& start) {
 
 std::string TemporaryDirectory() { return Narrow(CP_ACP, std::filesystem::temp_directory_path().native()); }
 
-std::string ProgramDirectory() {
+std::wstring ProgramFile() {
     std::wstring program(32768, L'\0');  // no path is longer
     program.resize(GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
-    return Narrow(CP_ACP, std::filesystem::path(program).parent_path().native());
+    return program;
 }
+
+std::string ProgramDirectory() { return Narrow(CP_ACP, std::filesystem::path(ProgramFile()).parent_path().native()); }
 
 std::error_code MakeOwnDirectories(const std::string& directory) {
     std::error_code error;

@@ -2,10 +2,28 @@
 
 #include "host/system/tree_owner.h"
 
+#include <windows.h>
+
+#include <shellapi.h>
+#include <winsvc.h>
+
+#include <cstddef>
 #include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "host/system/windows/managed_process.h"
+#include "host/system/windows/wide.h"
 
 namespace tarvex::host {
 namespace {
+
+struct CloseService {
+    void operator()(SC_HANDLE handle) const { CloseServiceHandle(handle); }
+};
+using ServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, CloseService>;
 
 // Every account has them; their values are in the system's code page.
 std::string FolderOf(const char* variable) {
@@ -17,9 +35,37 @@ std::string FolderOf(const char* variable) {
 
 std::string ConfigurationDirectory() { return FolderOf("APPDATA"); }
 
-std::string UsualRootDirectory() { return FolderOf("LOCALAPPDATA"); }
+std::string UsualRootDirectory() {
+    const std::string served = ServiceRootDirectory();
+    return served.empty() ? FolderOf("LOCALAPPDATA") : served;
+}
 
-std::string ServiceRootDirectory() { return {}; }
+std::wstring ServiceCommandLine() {
+    const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    if (!manager) return {};
+    const ServiceHandle service(OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_CONFIG));
+    if (!service) return {};
+    DWORD bytes = 0;
+    QueryServiceConfigW(service.get(), nullptr, 0, &bytes);
+    std::vector<std::byte> buffer(bytes);
+    auto* const configuration = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
+    if (!QueryServiceConfigW(service.get(), configuration, bytes, &bytes)) return {};
+    return configuration->lpBinaryPathName;
+}
+
+// Of a command line of the form that `tarvex service install` gives it.
+std::string ServiceRootDirectory() {
+    const std::wstring line = ServiceCommandLine();
+    if (line.empty()) return {};
+    int count = 0;
+    wchar_t** const words = CommandLineToArgvW(line.c_str(), &count);
+    std::string root;
+    for (int i = 0; i + 1 < count; ++i) {
+        if (std::wstring_view(words[i]) == L"--root") root = Narrow(CP_ACP, words[i + 1]);
+    }
+    LocalFree(static_cast<void*>(words));
+    return root;
+}
 
 void WorkAsOwnerOf(const std::string&) {}
 

@@ -2,6 +2,8 @@
 
 #include "host/system/windows/wide.h"
 
+#include <array>
+
 namespace tarvex::host {
 
 std::string Narrow(unsigned code_page, std::wstring_view text) {
@@ -18,6 +20,15 @@ std::wstring Wide(unsigned code_page, std::string_view text) {
     std::wstring wide(static_cast<std::size_t>(units), L'\0');
     MultiByteToWideChar(code_page, 0, text.data(), bytes, wide.data(), units);
     return wide;
+}
+
+std::string SystemMessage(DWORD error) {
+    constexpr DWORD kFlags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+    std::array<wchar_t, 512> text{};
+    const DWORD length = FormatMessageW(kFlags, nullptr, error, 0, text.data(), text.size(), nullptr);
+    const std::wstring_view said(text.data(), length);
+    const std::size_t end = said.find_last_not_of(L". \u3002");
+    return end == std::wstring_view::npos ? std::to_string(error) : Utf8(said.substr(0, end + 1));
 }
 
 }  // namespace tarvex::host
