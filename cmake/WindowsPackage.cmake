@@ -1,5 +1,8 @@
-# The zip for Windows developers and users, made by CPack: the library, its import library, the headers, the host, a README,
-# documents, and the licences of what is linked in.
+# What CPack makes for Windows: a zip for developers and an installer for users. In both are the library, its import library,
+# the headers, the host, a README, documents, and the licences of what is linked in; whoever installs chooses whether to have
+# component development.
+
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME host)
 
 set(licences
   ${TARVEX_WINDOWS_PARTS}/openssl/LICENSE.txt                  OpenSSL
@@ -13,7 +16,7 @@ while(licences)
   list(POP_FRONT licences file name)
   install(FILES ${file} DESTINATION licences RENAME ${name}.txt)
 endwhile()
-install(FILES packaging/Tarvex.def DESTINATION lib)
+install(FILES packaging/Tarvex.def DESTINATION lib COMPONENT development)
 install(FILES packaging/mail-servers DESTINATION share/tarvex)
 configure_file(docs/windows.md ${PROJECT_BINARY_DIR}/packaging/README.txt @ONLY NEWLINE_STYLE CRLF)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/README.txt DESTINATION .)
@@ -21,7 +24,10 @@ foreach(document alerts deliverability files forwarding host network setup stunn
   install(FILES docs/${document}.md DESTINATION docs)
 endforeach()
 
-set(CPACK_GENERATOR ZIP)
+set(CPACK_GENERATOR ZIP NSIS)
+set(CPACK_MODULE_PATH ${PROJECT_SOURCE_DIR}/packaging/windows)  # our NSIS.template.in
+set(CPACK_COMPONENTS_ALL host development)
+set(CPACK_PACKAGE_VENDOR "The Tarvex project")
 set(CPACK_PACKAGE_FILE_NAME tarvex-${PROJECT_VERSION}-win32)
 set(CPACK_STRIP_FILES TRUE)
 set(CPACK_VERBATIM_VARIABLES TRUE)

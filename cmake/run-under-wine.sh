@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Runs a Windows program by the wine of FOLDER, in a prefix and under a wineserver of its own.
 #   run-under-wine.sh FOLDER PROGRAM [ARGUMENTS]
+#   run-under-wine.sh FOLDER --script SCRIPT [ARGUMENTS]: a script of this system, whose `wine` uses one such prefix again and
+#                                                        again; $WINEPREFIX is the prefix
 #
 # A program whose wineserver ends hangs for ever. So no two programs share a server, and a program that has lost its server is
 # started again, once. The prefix is a copy of the prepared one, by hard links: 0.1 s and 2 MB; the server with its services
@@ -47,7 +49,9 @@ run() {
   WINEPREFIX=$prefix "$bin/wineserver" -f -p </dev/null &>"$prefix/wineserver.log" &
   server=$!
   until WINEPREFIX=$prefix "$bin/wineserver" -k0 2>/dev/null || ! kill -0 $server 2>/dev/null; do sleep 0.02; done
-  WINEPREFIX=$prefix "$bin/wine" "$@" <&0 &
+  if [ "$1" = --script ]; then WINEPREFIX=$prefix PATH=$bin:$PATH "${@:2}" <&0 &
+  else WINEPREFIX=$prefix "$bin/wine" "$@" <&0 &
+  fi
   program=$!
   status=0
   wait -n -p ended $server $program || status=$?

@@ -11,7 +11,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*" >&2; exit 1; }
 
-"$cpack" --config "$build/CPackConfig.cmake" -B "$work" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+"$cpack" --config "$build/CPackConfig.cmake" -G ZIP -B "$work" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 cd "$work"
 cmake -E tar xf tarvex-*-win32.zip
 cd tarvex-*-win32
