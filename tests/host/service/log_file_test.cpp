@@ -33,8 +33,8 @@ TEST(LogFile, IsTurnedOverBySizeAndKeepsTheNewest) {
 }
 
 TEST(LogFile, GoesOnWhereItsLastWholeLineEnded) {
-    for (const std::string& torn : {"", "{\"time\": \"20", "x"}) {
-        for (const std::string& whole : {"", "one\n", "one\ntwo\n"}) {
+    for (const std::string torn : {"", "{\"time\": \"20", "x"}) {
+        for (const std::string whole : {"", "one\n", "one\ntwo\n"}) {
             const TempDir folder;
             WriteFile(folder / "log", whole + torn);
             EXPECT_TRUE(LogFile(PathIn(folder)).Append("next\n"));
