@@ -30,6 +30,7 @@ std::string RulePage(const std::string& key, std::string_view name) {
 Html ValueWithUnit(const Json& key) {
     const std::string value = TextOf(key, "value");
     if (value.empty()) return Text("–");
+    if (TextOf(key, "key").ends_with("port")) return Text(value);  // no amount of something
     Html html = Text(value + ' ');
     return html += El("span", {{"class", "muted"}}, {TextOf(key, "unit")});
 }

@@ -24,15 +24,10 @@ std::string WhenTried(std::optional<CTime> next, CTime now) {
     return *next <= now ? Tr(", next try now") : Tr(", next try in {0}", ShowSpan(*next - now));
 }
 
-// "3 times since 2026-11-22 10:00:05", and what else helps to judge it.
-std::string Failing(const ProfileState& state, CTime now) {
-    if (!state.history || state.history->failed_in_a_row == 0) return {};
+// What else helps to judge a failure.
+std::string AboutFailure(const ProfileState& state, CTime now) {
     const ProfileHistory& history = *state.history;
-    const std::string since = ShowTime(history.failing_since);
-    std::string text = history.failed_in_a_row == 1
-                           ? Tr("{0} failed {1}", state.name, since)
-                           : Tr("{0} failed {1} times in a row since {2}", state.name, history.failed_in_a_row, since);
-    text +=
+    std::string text =
         history.last_good == 0 ? Tr(", no run was good yet") : Tr(", last good run {0}", ShowTime(history.last_good));
     text += WhenTried(NextTry(state, now), now);
     const auto blocking = WhatBlocks(state, now);
@@ -40,23 +35,33 @@ std::string Failing(const ProfileState& state, CTime now) {
     return text + ": " + ShowReason(history.last.result, kWordsWidth);
 }
 
-std::string Remembered(const ProfileState& state, const MatterWords& told, const CString& subject, const Note& note,
-                       CTime now) {
-    std::string text =
-        state.name + ": " + Tr(told.sentence, OneLine(subject, kWordsWidth)) + Tr(", since {0}", ShowTime(note.since));
+bool Fails(const ProfileState& state) { return state.history && state.history->failed_in_a_row > 0; }
+
+// "3 times since 2026-11-22 10:00:05"
+std::string Failing(const ProfileState& state, CTime now) {
+    if (!Fails(state)) return {};
+    const std::int64_t times = state.history->failed_in_a_row;
+    const std::string since = ShowTime(state.history->failing_since);
+    const std::string text = times == 1 ? Tr("{0} failed {1}", state.name, since)
+                                        : Tr("{0} failed {1} times in a row since {2}", state.name, times, since);
+    return text + AboutFailure(state, now);
+}
+
+std::string Remembered(const MatterWords& told, const CString& subject, const Note& note, CTime now) {
+    std::string text = Tr(told.sentence, OneLine(subject, kWordsWidth)) + Tr(", since {0}", ShowTime(note.since));
     if (note.next > now) text += Tr(", not tried before {0}", ShowTime(note.next));
     if (!note.words.empty()) text += ": " + OneLine(note.words, kWordsWidth);
-    if (told.matter == Matter::Waiting)
-        text += Tr("; `tarvex accept {0} --send` sends it, `--skip` does not", state.name);
     return text;
 }
 
-void AddRemembered(const ProfileState& state, CTime now, std::vector<std::string>& remarks) {
+// `say` makes a remark of what is said of a matter.
+template <class Say>
+void AddRemembered(const ProfileState& state, CTime now, std::vector<std::string>& remarks, const Say& say) {
     for (const MatterWords& told : ToldMatters()) {
         const auto notes = state.remembered.find(told.matter);
         if (notes == state.remembered.end()) continue;
         for (const auto& [subject, note] : notes->second)
-            remarks.push_back(Remembered(state, told, subject, note, now));
+            remarks.push_back(say(told.matter, Remembered(told, subject, note, now)));
     }
 }
 
@@ -67,8 +72,12 @@ std::string Held(const ProfileState& state, CTime now) {
     return text + Tr("; `tarvex held list {0}` shows why", state.name);
 }
 
+bool WasClockWrong(const ProfileState& state, CTime now) {
+    return state.switched_on && state.last_due > now && state.next_due > now;
+}
+
 std::string ClockWasWrong(const ProfileState& state, CTime now) {
-    if (!state.switched_on || state.last_due <= now || state.next_due <= now) return {};
+    if (!WasClockWrong(state, now)) return {};
     return Tr(
         "{0} was last due at {1}, which is still to come: was the clock wrong? `tarvex profile set {0} --lasttime "
         "never` makes it due.",
@@ -103,13 +112,38 @@ std::vector<std::string> RemarksOn(const ProfileState& state, CTime now) {
     if (!state.trouble.empty()) remarks.push_back(state.name + ": " + state.trouble);
     remarks.push_back(Failing(state, now));
     remarks.push_back(Held(state, now));
-    AddRemembered(state, now, remarks);
+    AddRemembered(state, now, remarks, [&state](Matter matter, const std::string& text) {
+        const bool waits = matter == Matter::Waiting;
+        return state.name + ": " + text +
+               (waits ? Tr("; `tarvex accept {0} --send` sends it, `--skip` does not", state.name) : "");
+    });
     if (!state.wants_login.empty())
         remarks.push_back(Tr("{0}: waits for `tarvex login {0}`: {1}", state.name, state.wants_login));
     if (!state.clear_login.empty()) remarks.push_back(state.name + ": " + state.clear_login);
     remarks.push_back(ClockWasWrong(state, now));
     std::erase(remarks, "");
     return remarks;
+}
+
+std::vector<std::string> NotesOn(const ProfileState& state, CTime now) {
+    std::vector<std::string> notes{state.trouble};
+    if (Fails(state)) {
+        const std::string since = ShowTime(state.history->failing_since);
+        const std::int64_t times = state.history->failed_in_a_row;
+        notes.push_back(
+            (times == 1 ? Tr("Failed {0}", since) : Tr("Failed {0} times in a row since {1}", times, since)) +
+            AboutFailure(state, now));
+    }
+    AddRemembered(state, now, notes, [](Matter, const std::string& text) { return text; });
+    if (!state.wants_login.empty())
+        notes.push_back(
+            Tr("An administrator must log it in at its provider again, on the machine itself: {0}", state.wants_login));
+    if (!state.clear_login.empty()) notes.push_back(Tr("The POP3 password goes over the network in clear."));
+    if (WasClockWrong(state, now))
+        notes.push_back(Tr("It was last due at {0}, which is still to come: was the clock of the machine wrong?",
+                           ShowTime(state.last_due)));
+    std::erase(notes, "");
+    return notes;
 }
 
 // What has no blank to break it at, the id of a message perhaps, loses its middle.

@@ -19,6 +19,10 @@ std::string NextDue(const ProfileState& status, CTime now);
 // What there is to say below a table: each a sentence or two on one line, fit to be shown.
 std::vector<std::string> RemarksOn(const ProfileState& state, CTime now);
 
+// The same for somebody without a shell, beside the name of the profile: without names and commands, and without what
+// is set aside, of which the console has a page.
+std::vector<std::string> NotesOn(const ProfileState& state, CTime now);
+
 // In lines of at most so many columns, all but the first behind an indent.
 std::string WrappedBehindIndent(std::string_view text, std::size_t columns);
 

@@ -308,6 +308,16 @@ TEST(Pages, AUserWhoIsNoAdministratorIsOfferedNoServer) {
     EXPECT_THAT(of_user, HasSubstr("name=\"poppassword\""));
 }
 
+TEST(Pages, APortIsANumberWithoutAUnit) {
+    const Match match = FindRoute(Routes(), "GET", {"rules"});
+    Json answer = Answer("ok", true);
+    answer["keys"] = Json::parse(R"([{"key": "smtpport", "value": "25", "unit": "TCP port"},
+        {"key": "endofdata", "value": "7", "unit": "seconds"}])");
+    const std::string page = Answered(*match.route, answer).response.body;
+    EXPECT_THAT(page, HasSubstr(">25</td>"));
+    EXPECT_THAT(page, HasSubstr("seconds"));
+}
+
 TEST(Pages, NamesBecomePathsAndBack) {
     EXPECT_EQ(ProfilePage("user0/from0"), "/profiles/user0/from0");
     EXPECT_EQ(AddressPage("user0/from0/forwardto1"), "/profiles/user0/from0/to/forwardto1");

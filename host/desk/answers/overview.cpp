@@ -47,7 +47,7 @@ Json JsonOfWords(const ProfileState& state, CTime now) {
             {"next", NextDue(state, now)},
             {"last_good",
              !state.history || state.history->last_good == 0 ? Json() : Json(ShowTime(state.history->last_good))},
-            {"remarks", RemarksOn(state, now)}};
+            {"remarks", NotesOn(state, now)}};
 }
 
 bool Holds(const CString& text, const std::string& wanted) {

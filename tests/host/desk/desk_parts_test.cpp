@@ -15,6 +15,7 @@
 #include "host/desk/sessions.h"
 #include "host/settings/login_password.h"
 #include "host/settings/schedule_text.h"
+#include "host/view/status_words.h"
 
 namespace tarvex::host {
 namespace {
@@ -326,6 +327,28 @@ TEST(Jobs, EndWithTheDesk) {
             0ms);
     }
     EXPECT_TRUE(ended);
+}
+
+// Who reads the console may have no shell, and sees beside a remark whom it is about.
+TEST(Notes, OfTheConsoleNameNoCommandAndNoPath) {
+    ProfileState state;
+    state.name = "user0/from0";
+    state.switched_on = true;
+    state.last_due = state.next_due = 2000;
+    state.held.messages = 1;
+    state.wants_login = "the token has expired";
+    state.clear_login = "`tarvex rules set user0/from0 --pop_tls tls` encrypts it";
+    state.trouble = "its list of ids cannot be read";
+    state.history.emplace();
+    state.history->failed_in_a_row = 3;
+    state.remembered[Matter::Waiting][""].since = 1000;
+    const std::vector<std::string> notes = NotesOn(state, 1500);
+    EXPECT_THAT(notes, ::testing::Each(
+                           ::testing::Not(::testing::AnyOf(::testing::HasSubstr("user0"), ::testing::HasSubstr("`")))));
+    EXPECT_EQ(notes.size(), 6U);
+    const std::vector<std::string> remarks = RemarksOn(state, 1500);
+    EXPECT_THAT(remarks, ::testing::Each(::testing::HasSubstr("user0/from0")));
+    EXPECT_EQ(remarks.size(), 7U);  // also of what is set aside
 }
 
 }  // namespace
