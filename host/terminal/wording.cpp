@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -78,10 +79,27 @@ std::string ShowTime(CTime moment) { return Formatted("%Y-%m-%d %H:%M:%S", momen
 
 std::string ShowMoment(CTime moment) { return Formatted("%Y-%m-%d %H:%M", moment); }
 
-std::string ShowIsoTime(CTime moment) { return Formatted("%Y-%m-%dT%H:%M:%S%z", moment); }
+// Where the C library's %z is a name of the zone, as on Windows, this is still a number.
+std::string ShowOffset(CTime moment) {
+    namespace chrono = std::chrono;
+    const auto seconds = static_cast<std::time_t>(moment);
+    std::tm local{};
+    if (localtime_r(&seconds, &local) == nullptr) return "?";
+    const chrono::year_month_day day(chrono::year(local.tm_year + 1900), chrono::month(local.tm_mon + 1u),
+                                     chrono::day(static_cast<unsigned>(local.tm_mday)));
+    const auto as_utc = chrono::sys_days(day).time_since_epoch() + chrono::hours(local.tm_hour) +
+                        chrono::minutes(local.tm_min) + chrono::seconds(local.tm_sec);
+    const int minutes = static_cast<int>((as_utc.count() - seconds) / 60);
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%c%02d%02d", minutes < 0 ? '-' : '+', std::abs(minutes) / 60,
+                  std::abs(minutes) % 60);
+    return text.data();
+}
+
+std::string ShowIsoTime(CTime moment) { return Formatted("%Y-%m-%dT%H:%M:%S", moment) + ShowOffset(moment); }
 
 std::string ShowZone() {
-    const std::string offset = Formatted("%z", std::time(nullptr));
+    const std::string offset = ShowOffset(std::time(nullptr));
     const std::string name = NameOfZone();
     return name.empty() ? offset : name + " (" + offset + ')';
 }

@@ -15,6 +15,7 @@ std::string ShowBytes(std::int64_t bytes);                          // "3 bytes"
 std::string ShowCount(std::int64_t count, const std::string& one);  // "1 message", "3 messages"
 std::string ShowTime(CTime moment);                                 // "2009-03-15 10:20:05", local time
 std::string ShowMoment(CTime moment);                               // "2009-03-15 10:20", as it is typed
+std::string ShowOffset(CTime moment);                               // "+0900", of local time at that moment
 std::string ShowIsoTime(CTime moment);                              // "2009-03-15T10:20:05+0900"
 std::string ShowSpan(std::int64_t seconds);                         // "40 s", "7 min", "3 h", "12 days"
 std::string ShowZone();  // of local times in this process: "Asia/Tokyo (+0900)", "+0900" where it has no name

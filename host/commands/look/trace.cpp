@@ -72,7 +72,8 @@ std::string ZoneOf(CTime moment) {
     std::tm parts{};
     std::array<char, 64> text{};
     if (localtime_r(&seconds, &parts) == nullptr) return {};
-    return {text.data(), std::strftime(text.data(), text.size(), "%Z, %z", &parts)};
+    const std::string name(text.data(), std::strftime(text.data(), text.size(), "%Z", &parts));
+    return name + ", " + ShowOffset(moment);
 }
 
 void Print(const FoundMail& found) {

@@ -10,6 +10,7 @@ void SetVariable(const std::string& name, const std::optional<std::string>& valu
     } else {
         unsetenv(name.c_str());
     }
+    tzset();  // localtime_r alone reads TZ once
 }
 
 std::tm BrokenDown(std::time_t moment) {
