@@ -14,6 +14,8 @@ if [ -z "${WINEPREFIX-}" ]; then
       { cat "$work/log"; exit 1; }
   done
   "${@:4}" --script "$0" "$work" "$3"
+  localedef -i ja_JP -f UTF-8 "$work/ja_JP.UTF-8"
+  LOCPATH=$work TARVEX_WINE_LOCALE=ja_JP.UTF-8 "${@:4}" --script "$0" "$work" "$3" japanese
   exit
 fi
 
@@ -40,6 +42,24 @@ developers_files=(lib/Tarvex.def lib/libTarvex.dll.a $(cd "$source" && ls includ
 holds() { diff <(printf '%s\n' "$@" | sort) <(files) >&2 || fail "other files are installed"; }
 runs() { tarvex service status | grep runs >/dev/null || fail "the service does not run"; }
 knows_taro() { tarvex user list | grep taro >/dev/null || fail "the data are gone"; }
+
+uninstall() { # a copy of it goes on after its end; what it removes last is its entry
+  quietly "$program/uninstall.exe" /S "$@"
+  local deadline=$((SECONDS + 60))
+  while wine reg query "$apps" >/dev/null 2>&1; do
+    [ $SECONDS -lt $deadline ] || fail "the uninstaller does not end"
+    sleep 0.2
+  done
+}
+
+if [ "${3-}" = japanese ]; then
+  quietly "$(installer new)" /S /NOSERVICE
+  [ -e "$menu/メールボックスの設定.lnk" ] || fail "the start menu is not in Japanese: $(ls "$menu")"
+  has_no "$entry"
+  uninstall
+  [ ! -e "$menu" ] && [ ! -e "$program" ] || fail "something is left"
+  exit
+fi
 
 # The former version, with what developers want.
 quietly "$(installer 0.0.9)" /S /DEVELOPMENT
@@ -80,14 +100,6 @@ quietly "$(installer new)" /S
 tarvex service start >/dev/null
 
 # Removed with the data kept, and found again.
-uninstall() { # a copy of it goes on after its end; what it removes last is its entry
-  quietly "$program/uninstall.exe" /S "$@"
-  local deadline=$((SECONDS + 60))
-  while wine reg query "$apps" >/dev/null 2>&1; do
-    [ $SECONDS -lt $deadline ] || fail "the uninstaller does not end"
-    sleep 0.2
-  done
-}
 uninstall
 [ ! -e "$program" ] || fail "files are left: $(files)"
 has_no "$entry" && has_no "$events" && has_no 'HKLM\Software\Tarvex'
