@@ -4,7 +4,7 @@
 set -euo pipefail
 source=$1/packaging/kubernetes schemas=$2
 command -v node >/dev/null || { echo "node is not installed"; exit 77; }
-[ -e "$schemas/fetched" ] || { echo "Kubernetes's schemas are not there: tests/package/kubernetes/fetch.sh $schemas"; exit 77; }
+[ -e "$schemas/fetched" ] || { echo "Kubernetes's schemas are not there: tests/npm_packages.sh $schemas tests/package/kubernetes"; exit 77; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*" >&2; exit 1; }
