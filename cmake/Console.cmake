@@ -2,6 +2,9 @@
 # uses a few that need no other library, and so links only the archive.
 
 find_package(Boost 1.74 REQUIRED)  # headers: Beast parses HTTP, Asio waits for sockets
+find_path(QRENCODE_INCLUDE_DIR qrencode.h REQUIRED)  # libqrencode: the key of an authenticator as a picture
+find_library(QRENCODE_LIBRARY qrencode REQUIRED)
+mark_as_advanced(QRENCODE_INCLUDE_DIR QRENCODE_LIBRARY)
 
 set(static_data ${PROJECT_BINARY_DIR}/console/static_data.cpp)
 file(GLOB static_files CONFIGURE_DEPENDS console/static/*)
@@ -15,10 +18,10 @@ list(FILTER console_sources EXCLUDE REGEX "console/main\\.cpp$")
 add_library(tarvex_console_parts STATIC ${console_sources} ${static_data})  # the tests reach inside
 add_dependencies(tarvex_console_parts arrows tarvex_host_parts)
 target_include_directories(tarvex_console_parts PUBLIC . include)
-target_include_directories(tarvex_console_parts SYSTEM PRIVATE ${Boost_INCLUDE_DIRS})
+target_include_directories(tarvex_console_parts SYSTEM PRIVATE ${Boost_INCLUDE_DIRS} ${QRENCODE_INCLUDE_DIR})
 target_link_libraries(tarvex_console_parts
   PUBLIC CLI11::CLI11 nlohmann_json::nlohmann_json $<TARGET_FILE:tarvex_host_parts>
-  PRIVATE OpenSSL::SSL OpenSSL::Crypto Threads::Threads)
+  PRIVATE OpenSSL::SSL OpenSSL::Crypto Threads::Threads ${QRENCODE_LIBRARY})
 target_compile_definitions(tarvex_console_parts PRIVATE BOOST_ERROR_CODE_HEADER_ONLY BOOST_ASIO_NO_DEPRECATED)
 
 add_executable(tarvex_console console/main.cpp)

@@ -126,6 +126,7 @@ void Site::AskDesk(Work& work) const {
     question["session"] = IsToken(session) ? session : "";
     question["token"] = work.request.Form("token");
     question["address"] = work.request.address;
+    if (work.route->audience == Audience::Administrator) question["administrators"] = true;
     question["language"] = host::LanguageCode(work.request.language);
     if (auto message = DeskMessage(question)) {
         work.question = *std::move(message);

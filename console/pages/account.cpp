@@ -4,6 +4,7 @@
 
 #include "console/http/client.h"
 #include "console/pages/parts.h"
+#include "console/pages/qr_picture.h"
 #include "console/pages/users.h"
 #include "host/language/tr.h"
 
@@ -91,9 +92,12 @@ Html Rights(const HttpRequest& request, const Viewer& viewer, const Json& accoun
     Html html = El("p", {{"class", "row"}},
                    {LinkButton(PageOf(request) + "/profiles", Tr("Add a mailbox")),
                     LinkTo("/history?name=" + NameIn(request), Tr("Runs and changes")),
-                    LinkTo("/rules?name=" + NameIn(request), Tr("Rules of this user"))});
+                    LinkTo("/rules?name=" + NameIn(request), Tr("Rules of this user")),
+                    LinkTo("/servers?name=" + NameIn(request), Tr("Default servers")),
+                    LinkTo("/alerts?name=" + NameIn(request), Tr("Alerts"))});
     html += El("h2", {}, {Tr("Rights")});
-    return html += UserForm(viewer, PageOf(request), values, values);
+    html += UserForm(viewer, PageOf(request), values, values);
+    return html += El("p", {}, {LinkButton(PageOf(request) + "/remove", Tr("Remove the user …"))});
 }
 
 HttpResponse Refused(const HttpRequest& request, const Json& answer, const std::string& title, Html form) {
@@ -102,14 +106,16 @@ HttpResponse Refused(const HttpRequest& request, const Json& answer, const std::
 }
 
 Html NewCode(const Viewer& viewer, std::string_view secret, std::string_view link) {
-    Html html = El("p", {}, {Tr("Type this key into the authenticator app (time-based, 6 digits):")});
+    Html html = El("p", {}, {Tr("Let the authenticator app take this picture:")});
+    html += El("p", {}, {QrPicture(link, Tr("The key as a picture; it stands below as text"))});
+    html += El("p", {}, {Tr("Or type this key into it (time-based, 6 digits):")});
     html += El("p", {}, {El("code", {{"class", "key"}}, {secret})});
-    if (!link.empty()) html += El("p", {{"class", "hint"}}, {Tr("As an address:"), " ", El("code", {}, {link})});
-    return html += ChangeForm(
-               viewer, "/account/code/set",
-               {Hidden("secret", secret), El("div", {{"class", "stack"}},
-                                             {CodeField(Tr("Code that it shows now")),
-                                              El("button", {{"class", "main"}}, {Tr("Log in with it from now on")})})});
+    html += El("p", {{"class", "hint"}}, {Tr("As an address:"), " ", El("code", {}, {link})});
+    return html += ChangeForm(viewer, "/account/code/set",
+                              {Hidden("secret", secret), Hidden("link", link),
+                               El("div", {{"class", "stack"}},
+                                  {CodeField(Tr("Code that it shows now")),
+                                   El("button", {{"class", "main"}}, {Tr("Log in with it from now on")})})});
 }
 
 }  // namespace
@@ -174,7 +180,8 @@ HttpResponse AfterSetCode(const HttpRequest&, const Json&) {
 
 HttpResponse CodeRefused(const HttpRequest& request, const Json& answer) {
     const std::string_view secret = request.Form("secret");
-    if (!secret.empty()) return Refused(request, answer, Tr("Authenticator"), NewCode(ViewerOf(answer), secret, ""));
+    if (!secret.empty())
+        return Refused(request, answer, Tr("Authenticator"), NewCode(ViewerOf(answer), secret, request.Form("link")));
     return Refused(request, answer, Tr("Authenticator"), RemoveCodeForm(request, ViewerOf(answer)));
 }
 

@@ -293,25 +293,4 @@ HttpResponse AddAddressRefused(const HttpRequest& request, const Json& answer) {
     return NewAddressPage(request, answer, TypedIn(kOptions, request));
 }
 
-HttpResponse ShowRemoveAddress(const HttpRequest& request, const Json& answer) {
-    const Json* const address = AddressIn(request, answer);
-    const Viewer viewer = ViewerOf(answer);
-    if (!address) return ErrorPage(request, 404, viewer);
-    const std::string page = AddressPage(NameIn(request));
-    Html content = El("p", {},
-                      {Tr("The address gets no more mail, and its times and options are lost. What was sent "
-                          "stays sent. To pause it, switch it off instead.")});
-    content +=
-        El("div", {{"class", "row actions"}},
-           {ButtonForm(viewer, page + "/remove", Tr("Remove the address"), "danger"), LinkButton(page, Tr("Keep it"))});
-    return ShowPage(request, viewer, {Tr("Remove {0}?", TextOf(*address, "address")), content, "", 200, true});
-}
-
-Asked AskRemoveAddress(const HttpRequest& request) { return Change(request, "forward", "remove"); }
-
-HttpResponse AfterRemoveAddress(const HttpRequest& request, const Json& answer) {
-    const std::string name = NameIn(request);
-    return AfterChange(answer, ProfilePage(name.substr(0, name.rfind('/'))), Tr("The address is removed."));
-}
-
 }  // namespace tarvex::console

@@ -30,8 +30,4 @@ Asked AskAddAddress(const HttpRequest& request);
 HttpResponse AfterAddAddress(const HttpRequest& request, const Json& answer);
 HttpResponse AddAddressRefused(const HttpRequest& request, const Json& answer);
 
-HttpResponse ShowRemoveAddress(const HttpRequest& request, const Json& answer);
-Asked AskRemoveAddress(const HttpRequest& request);
-HttpResponse AfterRemoveAddress(const HttpRequest& request, const Json& answer);
-
 }  // namespace tarvex::console

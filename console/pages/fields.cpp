@@ -11,6 +11,12 @@ using host::Tr;
 
 std::string NameOfWas(const FormField& field) { return std::string("was-") + field.key; }
 
+std::string NameOfClear(const FormField& field) { return std::string("clear-") + field.key; }
+
+bool IsToBeCleared(const FormField& field, const HttpRequest& request) {
+    return field.kind == Kind::Password && request.Form(NameOfClear(field)) == "on";
+}
+
 Html Labelled(const FormField& field, const Html& input) {
     return El("label", {},
               {Tr(field.label), input, *field.hint ? El("span", {{"class", "hint"}}, {Tr(field.hint)}) : Html()});
@@ -47,6 +53,14 @@ Html Input(const FormField& field, std::string_view value) {
                                         {"spellcheck", "false"}}));
 }
 
+// Takes a password away that is there: an empty field leaves it.
+Html ClearBox(const FormField& field, bool is_checked) {
+    return El(
+        "label", {{"class", "check"}},
+        {El("input", {{"type", "checkbox"}, {"name", NameOfClear(field)}, {"value", "on"}, {"checked", is_checked}}),
+         El("span", {}, {Tr("Remove what is stored: {0}", Tr(field.label))})});
+}
+
 Html WriteField(const FormField& field, std::string_view value) {
     switch (field.kind) {
         case Kind::Flag:
@@ -68,7 +82,10 @@ std::string TypedInto(const FormField& field, const HttpRequest& request) {
 
 Fields ValuesOf(const Json& keys) {
     Fields values;
-    for (const Json& key : keys) values.push_back({TextOf(key, "key"), TextOf(key, "value")});
+    for (const Json& key : keys) {
+        const bool is_none = IsTrue(key, "secret") && TextOf(key, "json").empty();  // of a secret it says no more
+        values.push_back({TextOf(key, "key"), is_none ? "" : TextOf(key, "value")});
+    }
     return values;
 }
 
@@ -77,14 +94,21 @@ Html WriteFields(std::span<const FormField> fields, const Viewer& viewer, const 
     for (const FormField& field : fields) {
         if (field.for_administrators && !viewer.is_administrator) continue;
         html += WriteField(field, ValueOf(values, field.key));
-        if (field.kind != Kind::Password) html += Hidden(NameOfWas(field), ValueOf(was, field.key));
+        const std::string_view before = ValueOf(was, field.key);
+        const bool is_password = field.kind == Kind::Password;
+        if (is_password && before.empty()) continue;  // there is none
+        if (is_password) html += ClearBox(field, ValueOf(values, NameOfClear(field)) == "on");
+        html += Hidden(NameOfWas(field), before);
     }
     return html;
 }
 
 Fields TypedIn(std::span<const FormField> fields, const HttpRequest& request) {
     Fields values;
-    for (const FormField& field : fields) values.push_back({field.key, TypedInto(field, request)});
+    for (const FormField& field : fields) {
+        values.push_back({field.key, TypedInto(field, request)});
+        if (IsToBeCleared(field, request)) values.push_back({NameOfClear(field), "on"});
+    }
     return values;
 }
 
@@ -99,7 +123,7 @@ bool AddChanged(std::span<const FormField> fields, const HttpRequest& request, J
     for (const FormField& field : fields) {
         const std::string typed = TypedInto(field, request);
         if (field.kind == Kind::Password) {
-            if (typed.empty()) continue;
+            if (typed.empty() && !IsToBeCleared(field, request)) continue;
             question["secrets"][field.key] = typed;
         } else {
             const auto was = Find(request.form, NameOfWas(field));  // one that was not shown is not changed
@@ -109,6 +133,16 @@ bool AddChanged(std::span<const FormField> fields, const HttpRequest& request, J
         is_any = true;
     }
     return is_any;
+}
+
+bool AddChangedAccount(std::span<const FormField> fields, const HttpRequest& request, Json& question) {
+    const bool is_any = AddChanged(fields, request, question);
+    const FormField& server = fields.front();
+    if (TypedInto(server, request) == ValueOf(request.form, NameOfWas(server))) return is_any;
+    for (const FormField& field : fields) {
+        if (field.kind != Kind::Password) question["values"][field.key] = TypedInto(field, request);
+    }
+    return true;
 }
 
 }  // namespace tarvex::console

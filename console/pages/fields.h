@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "console/pages/parts.h"
+#include "host/language/tr.h"
 
 namespace tarvex::console {
 
@@ -27,6 +28,15 @@ struct FormField {
     bool for_administrators = false;
 };
 
+// The ways to an SMTP server, and to log in there, as all settings have them.
+inline constexpr Choice kSmtpTlsChoices[] = {{"plain", host::Marked("none")},
+                                             {"tls", host::Marked("TLS from the first byte")},
+                                             {"starttls", host::Marked("STARTTLS, or no connection")}};
+inline constexpr Choice kSmtpMethodChoices[] = {{"best", host::Marked("the best that the server offers")},
+                                                {"plain", "PLAIN"},
+                                                {"login", "LOGIN"},
+                                                {"cram-md5", "CRAM-MD5"}};
+
 // The values of settings, by the desk's list of keys.
 Fields ValuesOf(const Json& keys);
 
@@ -39,5 +49,9 @@ Fields ShownBefore(std::span<const FormField> fields, const HttpRequest& request
 
 // Puts what was changed into the question's "values" and "secrets". Returns whether there is any.
 bool AddChanged(std::span<const FormField> fields, const HttpRequest& request, Json& question);
+
+// The same of the keys of one account, of which the first names the server. With another server all of them are put
+// in: what held for the one before holds for no other.
+bool AddChangedAccount(std::span<const FormField> fields, const HttpRequest& request, Json& question);
 
 }  // namespace tarvex::console

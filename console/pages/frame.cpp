@@ -23,6 +23,7 @@ constexpr std::array kNavigation{
     NavigationEntry{"/held", Marked("Held mail"), Audience::User},
     NavigationEntry{"/mails", Marked("Messages"), Audience::User},
     NavigationEntry{"/history", Marked("Runs and changes"), Audience::User},
+    NavigationEntry{"/alerts", Marked("Alerts"), Audience::User},
     NavigationEntry{"/users", Marked("Users"), Audience::Administrator},
     NavigationEntry{"/rules", Marked("Rules"), Audience::Administrator},
     NavigationEntry{"/account", Marked("Your account"), Audience::User},

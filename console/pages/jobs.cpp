@@ -19,6 +19,7 @@ std::string TitleOf(const std::string& what) {
     if (what == "plan") return Tr("What a run would do");
     if (what == "try") return Tr("Check of what was typed");
     if (what == "preview") return Tr("As the phone shows it");
+    if (what == "alert test") return Tr("Test alert");
     return Tr("Change");
 }
 
@@ -28,6 +29,20 @@ Word StateOfJob(const std::string& status, const Json& answer) {
     return NumberOf(answer, "exit_code") == 0 ? Word{Tr("done"), "good"} : Word{Tr("done, with failures"), "warn"};
 }
 
+// What a job is about, or where that was.
+std::string PlaceOf(const Json& answer) {
+    const std::string about = TextOf(answer, "about");
+    const std::string what = TextOf(answer, "what");
+    if (!what.ends_with(" remove") || what == "schedule remove") return about;
+    return about.substr(0, about.find('/') == std::string::npos ? 0 : about.rfind('/'));
+}
+
+Html LinkToPlace(const Json& answer) {
+    if (TextOf(answer, "what") == "alert test") return LinkTo("/alerts", Tr("Alerts"));
+    const std::string place = PlaceOf(answer);
+    return LinkTo(PageAbout(place), place.empty() ? Tr("Overview") : place);
+}
+
 }  // namespace
 
 Asked AskJob(const HttpRequest& request) { return Json{{"ask", "job"}, {"job", request.Place("job")}}; }
@@ -35,10 +50,8 @@ Asked AskJob(const HttpRequest& request) { return Json{{"ask", "job"}, {"job", r
 HttpResponse ShowJob(const HttpRequest& request, const Json& answer) {
     const std::string status = TextOf(answer, "status");
     const std::string printed = TextOf(answer, "printed");
-    const std::string about = TextOf(answer, "about");
     Html content =
-        El("p", {{"class", "row"}, {"role", "status"}},
-           {Mark(StateOfJob(status, answer)), LinkTo(PageAbout(about), about.empty() ? Tr("Overview") : about)});
+        El("p", {{"class", "row"}, {"role", "status"}}, {Mark(StateOfJob(status, answer)), LinkToPlace(answer)});
     if (!printed.empty())
         content += El("pre", {{"tabindex", 0}, {"role", "region"}, {"aria-label", Tr("Steps so far")}}, {printed});
     content += Preview(answer);

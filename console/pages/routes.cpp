@@ -6,6 +6,7 @@
 
 #include "console/pages/account.h"
 #include "console/pages/address.h"
+#include "console/pages/alerts.h"
 #include "console/pages/first.h"
 #include "console/pages/held.h"
 #include "console/pages/jobs.h"
@@ -14,7 +15,9 @@
 #include "console/pages/mails.h"
 #include "console/pages/overview.h"
 #include "console/pages/profile.h"
+#include "console/pages/removal.h"
 #include "console/pages/rules.h"
+#include "console/pages/servers.h"
 #include "console/pages/settings.h"
 #include "console/pages/static_files.h"
 #include "console/pages/tries.h"
@@ -49,6 +52,8 @@ constexpr std::array kRoutes{
     Route{"POST", "/profiles/{user}/{profile}/settings/check", kUser, AskTrySettings, AfterStart, SettingsRefused},
     Route{"GET", "/profiles/{user}/{profile}/add", kUser, AskProfile, ShowNewAddress},
     Route{"POST", "/profiles/{user}/{profile}/addresses", kUser, AskAddAddress, AfterAddAddress, AddAddressRefused},
+    Route{"GET", "/profiles/{user}/{profile}/remove", kAdministrator, AskRemoval, ShowRemoval},
+    Route{"POST", "/profiles/{user}/{profile}/remove", kAdministrator, AskRemove, AfterRemove, RemoveRefused},
 
     Route{"GET", "/profiles/{user}/{profile}/to/{address}", kUser, AskAddress, ShowAddress},
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/week", kUser, AskSetWeek, AfterSetWeek, WeekRefused},
@@ -58,8 +63,8 @@ constexpr std::array kRoutes{
           SetAddressRefused},
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/preview", kUser, AskPreview, AfterStart, SetAddressRefused},
     Route{"POST", "/profiles/{user}/{profile}/to/{address}/switch", kUser, AskSwitchAddress, AfterSwitchAddress},
-    Route{"GET", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskAddress, ShowRemoveAddress},
-    Route{"POST", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskRemoveAddress, AfterRemoveAddress},
+    Route{"GET", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskRemoval, ShowRemoval},
+    Route{"POST", "/profiles/{user}/{profile}/to/{address}/remove", kUser, AskRemove, AfterRemove, RemoveRefused},
 
     Route{"GET", "/held", kUser, AskHeld, ShowHeld},
     Route{"POST", "/held/selected", kUser, AskSelected, AfterSelected},
@@ -90,6 +95,8 @@ constexpr std::array kRoutes{
     Route{"POST", "/users/{user}/password", kAdministrator, AskSetPassword, AfterSetPassword, PasswordRefused},
     Route{"POST", "/users/{user}/sessions/end", kAdministrator, AskEndSession, AfterEndSession},
     Route{"POST", "/users/{user}/code/remove", kAdministrator, AskRemoveCode, AfterRemoveCode, CodeRefused},
+    Route{"GET", "/users/{user}/remove", kAdministrator, AskRemoval, ShowRemoval},
+    Route{"POST", "/users/{user}/remove", kAdministrator, AskRemove, AfterRemove, RemoveRefused},
     Route{"GET", "/users/{user}/profiles", kAdministrator, AskNewProfile, ShowNewProfile},
     Route{"POST", "/users/{user}/profiles", kAdministrator, AskAddProfile, AfterAddProfile, AddProfileRefused},
     Route{"POST", "/users/{user}/profiles/check", kAdministrator, AskTryNewProfile, AfterStart, AddProfileRefused},
@@ -97,6 +104,12 @@ constexpr std::array kRoutes{
     Route{"GET", "/rules", kAdministrator, AskRules, ShowRules},
     Route{"GET", "/rules/{key}", kAdministrator, AskRules, ShowRule},
     Route{"POST", "/rules/{key}", kAdministrator, AskSetRule, AfterSetRule, RuleRefused},
+    Route{"GET", "/servers", kAdministrator, AskRules, ShowServers},
+    Route{"POST", "/servers", kAdministrator, AskSetServers, AfterSetServers, ServersRefused},
+
+    Route{"GET", "/alerts", kUser, AskAlerts, ShowAlerts},
+    Route{"POST", "/alerts", kAdministrator, AskSetAlerts, AfterSetAlerts, AlertsRefused},
+    Route{"POST", "/alerts/test", kAdministrator, AskTestAlert, AfterTestAlert},
 };
 
 }  // namespace

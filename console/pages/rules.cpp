@@ -21,7 +21,11 @@ std::string_view NameOf(const HttpRequest& request) {
     return request.method == "GET" ? request.Query("name") : request.Form("name");
 }
 
-std::string ListPage(std::string_view name) { return name.empty() ? "/rules" : "/rules?name=" + EncodeEscapes(name); }
+std::string PageWith(const char* path, std::string_view name) {
+    return name.empty() ? path : path + ("?name=" + EncodeEscapes(name));
+}
+
+std::string ListPage(std::string_view name) { return PageWith("/rules", name); }
 
 std::string RulePage(const std::string& key, std::string_view name) {
     return "/rules/" + EncodeEscapes(key) + (name.empty() ? "" : "?name=" + EncodeEscapes(name));
@@ -85,7 +89,10 @@ HttpResponse RulePageOf(const HttpRequest& request, const Json& answer, const Js
         viewer, RulePage(word, ""),
         {Hidden("name", name), Hidden("secret", IsTrue(key, "secret") ? "yes" : ""),
          El("div", {{"class", "stack"}},
-            {El("label", {}, {unit.empty() ? Tr("Value") : Tr("Value ({0})", unit), ValueField(key, value)}),
+            {El("label", {},
+                {unit.empty() ? Tr("Value") : Tr("Value ({0})", unit), ValueField(key, value),
+                 IsTrue(key, "secret") ? El("span", {{"class", "hint"}}, {Tr("Saved empty, it is removed.")})
+                                       : Html()}),
              El("div", {{"class", "row actions"}},
                 {El("button", {{"class", "main"}}, {Tr("Save")}), LinkButton(ListPage(name), Tr("Cancel"))})})});
     const bool is_refused = TextOf(answer, "status") == "refused";
@@ -102,6 +109,10 @@ HttpResponse ShowRules(const HttpRequest& request, const Json& answer) {
     Html content = name.empty()
                        ? El("p", {}, {Tr("For all mailboxes, where a user or a mailbox has no other.")})
                        : El("p", {}, {LinkTo(PageAbout(name), name), " · ", LinkTo("/rules", Tr("Rules of the tree"))});
+    if (name.find('/') == std::string::npos)
+        content += El("p", {{"class", "row"}},
+                      {LinkTo(PageWith("/servers", name), Tr("Default servers")),
+                       LinkTo(PageWith("/alerts", name), Tr("Alerts"))});
     std::string group;
     Html rows;
     const auto end_group = [&] {

@@ -16,16 +16,9 @@ namespace {
 using host::Marked;
 using host::Tr;
 
-constexpr Choice kTls[] = {{"plain", Marked("none")},
-                           {"tls", Marked("TLS from the first byte")},
-                           {"starttls", Marked("STARTTLS, or no connection")}};
 constexpr Choice kPopTls[] = {{"off", Marked("none")},
                               {"tls", Marked("TLS from the first byte")},
                               {"starttls", Marked("STARTTLS, or no connection")}};
-constexpr Choice kMethods[] = {{"best", Marked("the best that the server offers")},
-                               {"plain", "PLAIN"},
-                               {"login", "LOGIN"},
-                               {"cram-md5", "CRAM-MD5"}};
 constexpr bool kForAdministrators = true;
 
 constexpr FormField kAddress{"address",  Marked("Address of the mailbox"),
@@ -41,7 +34,8 @@ constexpr FormField kSmtpServer{"smtpserver", Marked("SMTP server"),
                                 Kind::Text,   Marked("Empty: that of the user or of the tree, else the POP3 server."),
                                 {},           kForAdministrators};
 constexpr FormField kSmtpPort{"smtpport", Marked("SMTP port"), Kind::Number, "", {}, kForAdministrators};
-constexpr FormField kSmtpTls{"sslsmtp", Marked("SMTP encryption"), Kind::Choice, "", kTls, kForAdministrators};
+constexpr FormField kSmtpTls{"sslsmtp", Marked("SMTP encryption"), Kind::Choice,
+                             "",        kSmtpTlsChoices,           kForAdministrators};
 constexpr FormField kSmtpAuth{"smtpauth", Marked("Log in to the SMTP server"), Kind::Flag, "", {}, kForAdministrators};
 
 constexpr std::array kGeneral{
@@ -75,7 +69,7 @@ constexpr std::array kSending{
     kSmtpTls,
     FormField{"esmtp", Marked("Greet with EHLO"), Kind::Flag, "", {}, kForAdministrators},
     kSmtpAuth,
-    FormField{"smtpauth_mode", Marked("How to log in"), Kind::Choice, "", kMethods, kForAdministrators},
+    FormField{"smtpauth_mode", Marked("How to log in"), Kind::Choice, "", kSmtpMethodChoices, kForAdministrators},
     FormField{"smtpuser", Marked("SMTP user name"), Kind::Text, Marked("Empty: that of POP3."), {}, kForAdministrators},
     FormField{"smtppassword", Marked("SMTP password"), Kind::Password,
               Marked("It is never shown. Left empty, it stays as it is.")},
@@ -117,9 +111,11 @@ Html SettingsForm(const HttpRequest& request, const Json& answer, const Fields& 
 // Where else something of a mailbox is set.
 Html Beside(const HttpRequest& request, const Viewer& viewer) {
     if (!viewer.is_administrator) return {};
-    return El("p", {},
+    return El("p", {{"class", "row ends"}},
               {LinkTo("/rules?name=" + EncodeEscapes(NameIn(request)),
-                      Tr("Rules of this mailbox: encryption of POP3, limits, tokens"))});
+                      Tr("Rules of this mailbox: encryption of POP3, limits, tokens")),
+               LinkTo("/alerts?name=" + EncodeEscapes(NameIn(request)), Tr("Alerts")),
+               LinkButton(ProfilePage(NameIn(request)) + "/remove", Tr("Remove the mailbox …"))});
 }
 
 HttpResponse SettingsPage(const HttpRequest& request, const Json& answer, const Fields& values, const Fields& was) {
@@ -160,11 +156,15 @@ HttpResponse NewProfilePage(const HttpRequest& request, const Json& answer, cons
            {El("input",
                {{"type", "checkbox"}, {"name", "on"}, {"value", "on"}, {"checked", ValueOf(values, "status") == "on"}}),
             El("span", {}, {Tr("Switch it on at once")})});
-    const Html content = ChangeForm(viewer, page + "/profiles",
-                                    {Fieldset(Marked("Mailbox"), fields),
-                                     El("div", {{"class", "row actions"}},
-                                        {El("button", {{"class", "main"}}, {Tr("Add")}),
-                                         CheckButton(page + "/profiles/check"), LinkButton(page, Tr("Cancel"))})});
+    Html content;
+    const std::string shared = TextOf(answer, "shared");
+    if (!shared.empty())
+        content += El("p", {}, {Tr("Without an SMTP server of its own it sends through {0}, as others do.", shared)});
+    content += ChangeForm(viewer, page + "/profiles",
+                          {Fieldset(Marked("Mailbox"), fields),
+                           El("div", {{"class", "row actions"}},
+                              {El("button", {{"class", "main"}}, {Tr("Add")}), CheckButton(page + "/profiles/check"),
+                               LinkButton(page, Tr("Cancel"))})});
     const bool is_refused = TextOf(answer, "status") == "refused";
     return ShowPage(
         request, viewer,
@@ -209,7 +209,7 @@ HttpResponse SettingsRefused(const HttpRequest& request, const Json& answer) {
 }
 
 Asked AskNewProfile(const HttpRequest& request) {
-    Json question{{"ask", "account"}, {"account", NameIn(request)}};
+    Json question{{"ask", "new-profile"}, {"name", NameIn(request)}};
     AddDraft(request, question);
     return question;
 }

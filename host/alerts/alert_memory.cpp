@@ -48,12 +48,7 @@ void Write(Database& database, const std::string& key, const ReaderState& state)
     }
 }
 
-}  // namespace
-
-AlertMemory::AlertMemory(std::string root, RootDatabaseWriter::Tell tell)
-    : database_(kKind, std::move(root), std::move(tell), std::chrono::seconds(30), [](Database&) {}) {}
-
-void AlertMemory::Load(Database& database) {
+std::map<std::string, ReaderState> StatesIn(Database& database) {
     std::map<std::string, ReaderState> found;
     Statement rows =
         database.Prepare("SELECT key, last_alert, last_news, tries, failing_since, next_try, words FROM readers");
@@ -72,7 +67,16 @@ void AlertMemory::Load(Database& database) {
         if (problem < 0 || problem >= static_cast<std::int64_t>(kProblemWords.size())) continue;
         found[told.Text(0)].told[{told.Text(1), static_cast<Problem>(problem), told.Text(3)}] = told.Number(4);
     }
-    for (auto& [key, state] : found) {
+    return found;
+}
+
+}  // namespace
+
+AlertMemory::AlertMemory(std::string root, RootDatabaseWriter::Tell tell)
+    : database_(kKind, std::move(root), std::move(tell), std::chrono::seconds(30), [](Database&) {}) {}
+
+void AlertMemory::Load(Database& database) {
+    for (auto& [key, state] : StatesIn(database)) {
         kept_.try_emplace(key, Kept{state, {}}).first->second.on_disk = state;
     }
 }
@@ -103,14 +107,16 @@ void AlertMemory::Save() {
     for (auto* const kept : changed) kept->second.on_disk = kept->second.state;
 }
 
+std::map<std::string, ReaderState> ReaderStates(const std::string& root) {
+    RootDatabaseReader reader(kKind, root);
+    return reader.Get() ? StatesIn(*reader.Get()) : std::map<std::string, ReaderState>();
+}
+
 std::map<std::string, FailingAlert> FailingAlerts(const std::string& root) {
     std::map<std::string, FailingAlert> failing;
-    RootDatabaseReader reader(kKind, root);
-    if (!reader.Get()) return failing;
-    Statement rows =
-        reader.Get()->Prepare("SELECT key, tries, failing_since, next_try, words FROM readers WHERE tries > 0");
-    while (rows.Next())
-        failing[rows.Text(0)] = {static_cast<int>(rows.Number(1)), rows.Number(2), rows.Number(3), rows.Text(4)};
+    for (const auto& [key, state] : ReaderStates(root)) {
+        if (state.tries > 0) failing[key] = {state.tries, state.failing_since, state.next_try, state.words};
+    }
     return failing;
 }
 

@@ -43,6 +43,9 @@ private:
     RootDatabaseWriter database_;
 };
 
+// What readers were told, by Reader::Key. Throws DatabaseError when it cannot be read.
+std::map<std::string, ReaderState> ReaderStates(const std::string& root);
+
 // An alert that does not go out.
 struct FailingAlert {
     int tries = 0;

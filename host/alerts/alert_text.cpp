@@ -33,31 +33,6 @@ std::string TimeWithZone(CTime moment) {
     return text;
 }
 
-// What is wrong, behind the name.
-std::string Headline(const ProblemKey& key) {
-    switch (key.problem) {
-        case Problem::DiskIsShort:
-            return Tr("the disk of the tree is nearly full");
-        case Problem::FolderUnreadable:
-            return Tr("a folder cannot be read");
-        case Problem::LeftOut:
-            return Tr("it is not run, or cannot be saved");
-        case Problem::Failing:
-            return Tr("its runs fail");
-        case Problem::WantsLogin:
-            return Tr("it waits for a login with the provider");
-        case Problem::Waiting:
-            return Tr("it waits for a decision");
-        case Problem::Parked:
-            return Tr("{0} is parked, its recipient was refused", key.subject);
-        case Problem::Held:
-            return Tr("mail is set aside");
-        case Problem::OldCopy:
-            return Tr("nothing is run, the tree is an old copy");
-    }
-    return {};
-}
-
 std::string Named(const ProblemKey& key) {
     return key.profile.empty() ? Headline(key) : key.profile + ": " + Headline(key);
 }
@@ -160,6 +135,30 @@ Json JsonOf(const std::vector<FoundProblem>& all) {
 }
 
 }  // namespace
+
+std::string Headline(const ProblemKey& key) {
+    switch (key.problem) {
+        case Problem::DiskIsShort:
+            return Tr("the disk of the tree is nearly full");
+        case Problem::FolderUnreadable:
+            return Tr("a folder cannot be read");
+        case Problem::LeftOut:
+            return Tr("it is not run, or cannot be saved");
+        case Problem::Failing:
+            return Tr("its runs fail");
+        case Problem::WantsLogin:
+            return Tr("it waits for a login with the provider");
+        case Problem::Waiting:
+            return Tr("it waits for a decision");
+        case Problem::Parked:
+            return Tr("{0} is parked, its recipient was refused", key.subject);
+        case Problem::Held:
+            return Tr("mail is set aside");
+        case Problem::OldCopy:
+            return Tr("nothing is run, the tree is an old copy");
+    }
+    return {};
+}
 
 AlertText TextOf(const Alert& alert, const std::string& tree) {
     AlertText text;

@@ -15,6 +15,9 @@ struct AlertText {
     std::string body;     // lines, each ended by a line feed
 };
 
+// What is wrong, without whose it is.
+std::string Headline(const ProblemKey& key);
+
 AlertText TextOf(const Alert& alert, const std::string& tree);
 AlertText TestText(const std::string& tree);
 

@@ -51,9 +51,6 @@ void AddDemoCommand(CLI::App& app, Context& context);
 std::string TreeToMake(const Context& context);
 void MakeTree(const Context& context);
 
-// Refuses where appset.def allows no new users.
-void RequireNewUsersAllowed();
-
 // What `tarvex check` does with one profile. `dns_server` as DnsSettings::server.
 int CheckProfile(const Context& context, const std::string& profile, const std::string& dns_server);
 

@@ -22,7 +22,6 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/prompt.h"
-#include "host/system/tree_owner.h"
 #include "host/terminal/password_source.h"
 #include "host/terminal/wording.h"
 #include "host/tree/clear_login.h"
@@ -384,14 +383,6 @@ void AddForwardCommands(CLI::App& app, Context& context) {
 }
 
 }  // namespace
-
-void RequireNewUsersAllowed() {
-    CAppSetting setting;
-    if (!setting.Load(ConfigurationDirectory()) || setting.allowcreatenewuser != 0) return;
-    throw CommandError(kNotAllowed, Tr("appset.def in \"{0}\" does not allow new users; `tarvex settings set "
-                                       "--allowcreatenewuser on` does",
-                                       ShowPath(ConfigurationDirectory())));
-}
 
 void AddTreeCommands(CLI::App& app, Context& context) {
     AddUserCommands(app, context);

@@ -4,6 +4,7 @@
 
 #include "host/desk/rights.h"
 #include "host/language/tr.h"
+#include "host/tree/tree_root.h"
 
 namespace tarvex::host {
 namespace {
@@ -63,6 +64,8 @@ void InheritSecrets(const Visit& visit, EditRequest& request) {
 void RequireAllowed(const Visit& visit, const EditRequest& request) {
     RequireVisible(visit, request);
     RequireRight(visit, request);
+    RequireNotOneself(visit, request);
+    if (request.kind == EditKind::User && request.verb == EditVerb::Add) RequireNewUsersAllowed();
 }
 
 EditRequest AskedEdit(const Visit& visit) {
@@ -74,6 +77,7 @@ EditRequest AskedEdit(const Visit& visit) {
     request.terms = visit.Text("terms", kMostTerms_bytes);
     request.again = visit.Flag("again");
     request.expected = visit.Text("expected", kMostTerms_bytes);
+    request.expected_held = visit.Text("expected_held");
     if (const std::int64_t number = visit.Number("term_number", 0); number > 0)
         request.term_number = static_cast<std::size_t>(number);
     request.uidls = visit.List("ids");

@@ -12,6 +12,7 @@
 //     token       of the form, for what changes something
 //     address     of the browser, as the console knows it
 //     language    "ja" or "en": in which the answer is shown
+//     administrators  true: of a page that is for them alone, whatever the question
 //
 //     status of an answer
 //     ok          with what was asked for

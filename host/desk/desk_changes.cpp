@@ -16,7 +16,6 @@
 #include "host/settings/schedule_text.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/program_output.h"
 #include "host/tree/names.h"
 #include "host/tree/tree_root.h"
 #include "host/view/mail_json.h"
@@ -27,9 +26,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kStartPatience = 300ms;
 constexpr auto kHeldPatience = 3000ms;
-constexpr auto kMostTime = 15min;  // of a job in a process of its own
 
 // What is in the mailbox of the profile that the edit is about, for it to count as handled. A server may be slow: none
 // of the few threads that answer questions waits for it. Throws Refusal; what it returns throws CommandError.
@@ -52,16 +49,6 @@ std::optional<std::vector<std::string>> CommandOf(const std::string& what, const
     if (what == "check") return std::vector<std::string>{"check", profile};
     if (what == "plan") return std::vector<std::string>{"plan", "--subjects", profile};
     return std::nullopt;
-}
-
-// In a process of its own, whose errors belong to what it prints.
-std::vector<std::string> InShell(const DeskOptions& options, const std::vector<std::string>& command) {
-    const char* const locale = SpokenLanguage() == Language::Japanese ? "ja_JP.UTF-8" : "C.UTF-8";
-    std::vector<std::string> words = {
-        "/bin/sh",   "-c",         "exec \"$@\" 2>&1", "sh",     "/usr/bin/env",   std::string("LC_ALL=") + locale,
-        "LANGUAGE=", "NO_COLOR=1", options.program,    "--root", options.directory};
-    words.insert(words.end(), command.begin(), command.end());
-    return words;
 }
 
 // For one address, or for all that wait.
@@ -109,13 +96,6 @@ Json BeginHeld(Visit& visit, std::vector<HeldRequest> requests) {
         kHeldPatience);
     if (job.empty()) throw Refusal{"busy", {}};
     return AnswerJob(visit, job);
-}
-
-std::pair<int, std::string> RunCommand(JobVoice& voice, const std::vector<std::string>& words) {
-    const ProgramOutput output = OutputOf(
-        words, kMostTime, Jobs::kMostPrinted_bytes, [&voice] { return voice.Stops(); }, {},
-        [&voice](std::string_view piece) { voice.Print(piece); });
-    return {output.trouble.empty() ? kDone : kSomethingFails, {}};
 }
 
 }  // namespace
@@ -204,15 +184,7 @@ Json AnswerStart(Visit& visit) {
     const std::string profile = ShownName(visit.Root(), visit.ProfileCalled(visit.Text("profile")).profile->path);
     const auto command = CommandOf(visit.Text("what"), profile);
     if (!command) throw Refusal{"bad", {}};
-    JobState state;
-    state.what = visit.Text("what");
-    state.about = profile;
-    const auto words = InShell(visit.Parts().options, *command);
-    const std::string job = visit.Parts().jobs.Begin(
-        visit.WhoPath(), std::move(state), [words](JobVoice& voice) { return RunCommand(voice, words); },
-        kStartPatience);
-    if (job.empty()) throw Refusal{"busy", {}};
-    return AnswerJob(visit, job);
+    return AnswerCommand(visit, visit.Text("what"), profile, *command);
 }
 
 Json AnswerJobState(Visit& visit) { return AnswerJob(visit, visit.Text("job")); }

@@ -107,6 +107,13 @@ void RequireGoodPassword(const std::string& password);
 // completes the edit before, in the job: it may take its time, and throw CommandError.
 Json AnswerEdit(Visit& visit, EditRequest request, const std::function<void(EditRequest&)>& prepare = {});
 
+// What administrators do not do to themselves. Throws Refusal.
+void RequireNotOneself(const Visit& visit, const EditRequest& request);
+
+// Runs a command of `tarvex` in a job that is called `what`. Throws Refusal.
+Json AnswerCommand(Visit& visit, const std::string& what, const std::string& about,
+                   const std::vector<std::string>& command);
+
 // The state of a job as an answer.
 Json AnswerJob(Visit& visit, const std::string& name);
 
@@ -148,6 +155,14 @@ Json AnswerRules(Visit& visit);
 // answers/tries.cpp
 Json AnswerTry(Visit& visit);
 Json AnswerSaveTried(Visit& visit);
+
+// answers/people.cpp
+Json AnswerRemoval(Visit& visit);
+Json AnswerNewProfile(Visit& visit);
+
+// answers/alerts.cpp
+Json AnswerAlerts(Visit& visit);
+Json AnswerTestAlert(Visit& visit);
 
 // desk_changes.cpp
 Json AnswerChange(Visit& visit);

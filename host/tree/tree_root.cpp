@@ -60,4 +60,12 @@ void OpenTree(CRootPath& root, const std::string& directory) {
     ApplyRules(root);
 }
 
+void RequireNewUsersAllowed() {
+    CAppSetting setting;
+    if (!setting.Load(ConfigurationDirectory()) || setting.allowcreatenewuser != 0) return;
+    throw CommandError(kNotAllowed, Tr("appset.def in \"{0}\" does not allow new users; `tarvex settings set "
+                                       "--allowcreatenewuser on` does",
+                                       ShowPath(ConfigurationDirectory())));
+}
+
 }  // namespace tarvex::host

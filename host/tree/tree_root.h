@@ -12,6 +12,9 @@ namespace tarvex::host {
 // The directory of --root, else that of appset.def in the configuration directory, else the default of CAppSetting.
 std::string RootDirectory(const std::optional<std::string>& root_option);
 
+// Throws CommandError where appset.def allows no new users.
+void RequireNewUsersAllowed();
+
 // Why the directory cannot be read, empty when it can.
 std::string WhyRootUnreadable(const std::string& directory);
 

@@ -49,9 +49,10 @@ std::string TypedForm() {
     std::string form = "token=t&password=" + EncodeEscapes(kSecret) + "&poppassword=" + EncodeEscapes(kSecret) +
                        "&old=" + EncodeEscapes(kSecret) +
                        "&number=1&mail=user0%2Ffrom0%2F1&id=others&slot=1-18&status=on&code=123456&verb=accept";
-    for (const char* const key : {"name", "address", "nickname", "loginname", "terms", "value", "secret", "title"})
+    for (const char* const key : {"name", "address", "nickname", "loginname", "terms", "value", "secret", "title",
+                                  "expected", "smtpserver", "alert_to"})
         form += std::string("&") + key + "=" + EncodeEscapes(std::string("typed ") + key + " " + kHostile);
-    for (const char* const key : {"address", "nickname", "loginname", "status"})
+    for (const char* const key : {"address", "nickname", "loginname", "status", "smtpserver", "alert_to"})
         form += std::string("&was-") + key + "=x";
     return form;
 }
@@ -88,11 +89,14 @@ const char* const kEverything = R"({"status": "ok",
         "keys": [{"key": "@", "before": "@", "after": "@"}]}, {"kind": "run", "name": "@", "ended": "@"}],
     "users": [{"path": "user0", "name": "@", "on": true, "loaded": true, "profiles": 1}],
     "account": {"path": "user0", "name": "@", "has_code": true},
-    "sessions": [{"id": "@", "address": "@", "began": "@", "used": "@"}], "secret": "@", "link": "@",
+    "sessions": [{"id": "@", "address": "@", "began": "@", "used": "@"}], "secret": "@", "link": "@", "shared": "@", "readers": [{"name": "@", "through": "@", "last": "@",
+        "open": [{"name": "user0/from0", "matter": "@", "since": "@"}],
+        "trouble": {"since": "@", "next": "@", "words": "@"}}],
     "keys": [{"key": "endofdata", "group": "@", "meaning": "@", "value": "@", "unit": "@", "words": ["@"]}],
     "mail": {"profile": "user0/from0", "id": 1, "kind": "@", "when": "@", "size": "@", "addresses": [], "subject": "@",
         "copies": [{"address": "@", "says": "@", "words": "@", "ended": "@", "milliseconds": 7}]},
     "is_there": true, "addresses": [{"path": "user0/from0/forwardto0", "address": "@"}],
+    "removal": {"title": "@", "expected": "@", "held": "@", "goes": ["@"]},
     "whole": "AP8KDQ==", "header": "@", "subject": "@", "from": "@", "text": "@", "job": "@", "what": "@", "about": "@",
     "found": {"address": "@", "from": "@", "subject": "@", "text": "@", "size": "@", "limit": 128, "bytes": 100,
         "all_bytes": 200},
@@ -165,6 +169,14 @@ TEST(Pages, EachStandsWhenAnAnswerIsAlmostEmptyOrOfAnotherKind) {
     }
 }
 
+TEST(Pages, TheDeskIsToldWhatIsForAdministratorsAlone) {
+    for (const Route& route : Routes()) {
+        if (!Asks(route)) continue;
+        const Json question = Json::parse(TheSite().Begin(RequestTo(route)).question.substr(4));
+        EXPECT_EQ(IsTrue(question, "administrators"), route.audience == Audience::Administrator) << route.pattern;
+    }
+}
+
 TEST(Pages, NobodyIsSentToTheLogin) {
     for (const Route& route : Routes()) {
         if (!Asks(route)) continue;
@@ -211,6 +223,8 @@ TEST(Pages, ARefusedFormKeepsWhatWasTyped) {
                                                         {"/users/{user}/rights", "loginname"},
                                                         {"/users/{user}/profiles", "address"},
                                                         {"/rules/{key}", "value"},
+                                                        {"/servers", "smtpserver"},
+                                                        {"/alerts", "alert_to"},
                                                         {"/first", "name"},
                                                         {"/login", "name"}};
     std::size_t tried = 0;

@@ -55,9 +55,10 @@ TEST_F(DeskTest, WhoLogsInSeesWhatIsHisOwnAndAnAdministratorAll) {
 
 TEST_F(DeskTest, NobodyGetsAnythingWithoutASession) {
     for (const char* const ask :
-         {"logout",  "account", "set-password", "end-session", "begin-code", "set-code", "overview",  "state",
-          "profile", "log",     "mails",        "held",        "held-mail",  "history",  "users",     "rules",
-          "change",  "week",    "held-change",  "start",       "job",        "try",      "save-tried"}) {
+         {"logout",  "account",     "set-password", "end-session", "begin-code", "set-code",  "overview",
+          "state",   "profile",     "log",          "mails",       "held",       "held-mail", "history",
+          "removal", "new-profile", "alerts",       "test-alert",  "users",      "rules",     "change",
+          "week",    "held-change", "start",        "job",         "try",        "save-tried"}) {
         EXPECT_EQ(AskAs({}, ask)["status"], "login") << ask;
         EXPECT_EQ(AskAs({{"session", std::string(64, 'a')}}, ask)["status"], "login") << ask;
     }
