@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 
+#include "console/pages/routes.h"
 #include "testing/child_process.h"
 #include "tests/console/support/running_console.h"
 #include "tests/support/forwarding.h"
@@ -27,7 +29,7 @@ protected:
         if (!std::filesystem::exists("/usr/bin/chromium")) GTEST_SKIP() << "chromium is not installed";
         if (!std::filesystem::exists("/usr/bin/node")) GTEST_SKIP() << "nodejs is not installed";
         if (!std::filesystem::exists(TARVEX_BROWSER "/node_modules"))
-            GTEST_SKIP() << "tests/console/browser/fetch.sh has not been run";
+            GTEST_SKIP() << "tests/npm_packages.sh has not been run for it";
         sink_.SetFault([](const std::string& command) {
             return command.find("gone@") == std::string::npos ? "" : "550 5.1.1 no such user";
         });
@@ -36,6 +38,7 @@ protected:
         host_.Tell({"init"});
         AddUser("taro", "on");
         AddUser("hanako", "off");
+        AddUser("goro", "off");
         WriteFile(folder_ / "password", "secret\n");
         host_.Tell({"profile", "add", "hanako", "hanako@example.org", "--popserver", "127.0.0.1", "--popport",
                     std::to_string(mailbox_.Port()), "--popuser", "hanako", "--password-file", folder_ / "password",
@@ -45,6 +48,12 @@ protected:
             host_.Tell({"forward", "add", "user1/from0", address, "--all-mail"});
         host_.Tell({"schedule", "add", "user1/from0/forwardto0", "2020-01-01 0:00 .. 2020-01-02 0:00"});
         host_.Tell({"run", "--now", "user1/from0"});
+        host_.Tell(
+            {"rules", "set", "--alert_to", "ops@example.org", "--alert_server", "127.0.0.1", "--alert_port", "1"});
+        Serve();
+    }
+
+    void Serve() {
         service_ = std::make_unique<ChildProcess>(
             std::vector<std::string>{TARVEX_HOST, "--root", host_.Root(), "serve", "--console", console_.Desk()},
             ChildProcess::Output::Together);
@@ -88,7 +97,56 @@ TEST_F(Browser, AnAdministratorAddsAUserAndAMailboxAndDropsHeldMail) {
     Walk("administrator", std::to_string(mailbox.Port()) + ' ' + std::to_string(sink_.Port()));
 }
 
+TEST_F(Browser, AFormOfAnotherOriginChangesNothing) {
+    const auto edits = [this] { return host_.Tell({"history", "user1/from0", "--edits", "-n", "1000"}); };
+    const std::string before = edits();
+    Walk("foreign");
+    EXPECT_EQ(edits(), before);
+    Walk("foreign", "own");
+    EXPECT_THAT(edits(), ::testing::Not(before));
+}
+
+// The table of the console's routes, as the walk takes it.
+std::string RoutesAsJson() {
+    constexpr std::array kAudiences = {"anybody", "user", "administrator"};
+    console::Json routes = console::Json::array();
+    for (const console::Route& route : console::Routes())
+        routes.push_back({route.method, route.pattern, kAudiences[static_cast<std::size_t>(route.audience)]});
+    return routes.dump();
+}
+
+TEST_F(Browser, EachRouteIsForThoseWhomTheTableNamesAndForNobodyElse) {
+    const auto edits = [this] { return host_.Tell({"history", "--edits", "-n", "1000"}); };
+    const std::string before = edits();
+    Walk("rights", RoutesAsJson());
+    EXPECT_EQ(edits(), before);
+    EXPECT_THAT(host_.Tell({"held", "list", "user1/from0"}), HasSubstr("gone@example.net"));
+}
+
 TEST_F(Browser, AWeekIsChangedByKeyboardAndByMouse) { Walk("week"); }
+
+TEST_F(Browser, AUserNeedsNothingButTheKeyboard) { Walk("keyboard"); }
+
+TEST_F(Browser, AnEmptyTreeIsAccessible) {
+    host_.Tell({"user", "remove", "hanako", "--yes"});
+    Walk("states", "/ /held /mails /history /users /alerts /users/user2/remove");
+}
+
+// Most are switched off, so that no run begins; three fail.
+TEST_F(Browser, AThousandMailboxesAreAccessible) {
+    service_.reset();
+    host_.Tell({"profile", "set", "user1/from0", "--status", "off"});
+    const std::filesystem::path user = host_.Root() + "/user1";
+    for (int i = 1; i < 1000; ++i)
+        std::filesystem::copy(user / "from0", user / ("from" + std::to_string(i)),
+                              std::filesystem::copy_options::recursive);
+    for (const char* const failing : {"user1/from1", "user1/from2", "user1/from3"}) {
+        host_.Tell({"profile", "set", failing, "--status", "on", "--popport", "1"});
+        host_.StartCommand({"run", "--now", failing}).Wait();
+    }
+    Serve();
+    Walk("states", "/ /?page=20 /users/user1/remove");
+}
 
 TEST_F(Browser, TheOneTimeLinkMakesAnAdministrator) {
     const std::string printed = host_.Tell({"console", "init"});

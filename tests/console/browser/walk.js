@@ -1,6 +1,6 @@
 // Walks through the console in Chromium, as one of the tests of browser_test.cpp. Each throws when something is not as it
 // should be.
-//   node walk.js TASK ADDRESS [FOLDER-FOR-SCREENSHOTS | PATH]
+//   node walk.js TASK ADDRESS [FOLDER-FOR-SCREENSHOTS | PATH | ROUTES]
 "use strict";
 const assert = require("assert");
 const fs = require("fs");
@@ -14,6 +14,7 @@ const pages = {
   settings: profile + "/settings", log: profile + "/log", held: "/held", "held-mail": "/held/user1/from0/1",
   drop: "/held/user1/from0/1/drop", mails: "/mails", mail: "/mails/M1", history: "/history", account: "/account", users: "/users",
   user: "/users/user1", "new-profile": "/users/user1/profiles", rules: "/rules", rule: "/rules/endofdata",
+  servers: "/servers", alerts: "/alerts", "remove-user": "/users/user1/remove", "remove-profile": profile + "/remove",
   missing: "/profiles/user9/from9",
 };
 const looks = {
@@ -58,7 +59,117 @@ async function look(page, name, width) {
   for (const { id, nodes } of found.violations) complaints.push(`${name}: ${id}: ${nodes[0].html}: ${nodes[0].failureSummary}`);
 }
 
+// What a phone's camera would read in a QR code.
+async function readPicture(page, selector) {
+  const png = await page.locator(selector).screenshot();
+  const blank = await page.context().newPage();  // which has no policy
+  const [pixels, width, height] = await blank.evaluate(async (base64) => {
+    const bytes = Uint8Array.from(atob(base64), (letter) => letter.charCodeAt(0));
+    const picture = await createImageBitmap(new Blob([bytes]));
+    const canvas = new OffscreenCanvas(picture.width, picture.height).getContext("2d");
+    canvas.drawImage(picture, 0, 0);
+    return [Array.from(canvas.getImageData(0, 0, picture.width, picture.height).data), picture.width, picture.height];
+  }, png.toString("base64"));
+  await blank.close();
+  return require("jsqr")(Uint8ClampedArray.from(pixels), width, height)?.data;
+}
+
+// What a form sends to each address that takes one, so that it would change something.
+const filled = { status: "off", "was-status": "on", value: "1", verb: "accept", name: "x", loginname: "x", "was-loginname": "y",
+  address: "x@example.net", "was-address": "y", expected: "x", password: "long enough", terms: "daily", number: "1",
+  id: "others", mail: "user1/from0/1", slot: "1-18", secret: "x", code: "1", smtpserver: "x", "was-smtpserver": "y", alert_to: "x@example.net",
+  "was-alert_to": "y", old: "x", nickname: "x", "was-nickname": "y" };
+
+// Asks as the console's own pages do: the status, and where it ended.
+const ask = (page, method, path, form) => page.evaluate(async ([method, path, form]) => {
+  const token = document.querySelector("[name=token]")?.value ?? "";
+  const body = method === "POST" ? new URLSearchParams({ ...form, token }) : undefined;
+  const answer = await fetch(path, { method, body });
+  return { status: answer.status, at: new URL(answer.url).pathname };
+}, [method, path, form]);
+
 const tasks = {
+  // Each route as nobody, as another user, as the user whose all of it is, as an administrator: the first two get nothing
+  // and change nothing, whatever they send; the others get what is for them.
+  async rights(browser) {
+    const routes = JSON.parse(extra);
+    const places = { user: "user1", profile: "from0", address: "forwardto0", id: "1", what: "check", key: "endofdata",
+      file: "none", job: "0".repeat(64) };
+    const fill = (pattern) => pattern.replace("/first", "/first?code=x").replace(/{(\w+)}/g, (_, place) => places[place]);
+    const pages = {};
+    for (const who of ["nobody", "goro", "hanako", "taro"]) {
+      pages[who] = await open(browser, looks["wide-light-en"]);
+      if (who === "nobody") await pages[who].goto(address + "/login");
+      else await logIn(pages[who], who);
+    }
+    await pages.hanako.goto(address + profile);
+    await Promise.all([pages.hanako.waitForURL("**/jobs/**"), pages.hanako.click(`form[action="${profile}/start/check"] button`)]);
+    places.job = new URL(pages.hanako.url()).pathname.split("/")[2];
+    await pages.hanako.goto(address + "/mails");
+    places.message = (await pages.hanako.getAttribute("main a[href^='/mails/']", "href")).split("/")[2];
+    const ends = new Map([["/logout", 1]]);  // the session goes with it
+    const sorted = routes.filter(([, path]) => path !== "/static/{file}")
+      .sort((one, other) => (ends.get(one[1]) ?? 0) - (ends.get(other[1]) ?? 0));
+    for (const [method, pattern, audience] of sorted) {
+      const path = fill(pattern), isOthers = /{(user|job|message)}|selected/.test(pattern);
+      const may = { nobody: audience === "anybody", goro: audience === "anybody" || (audience === "user" && !isOthers),
+        hanako: audience !== "administrator", taro: !pattern.startsWith("/jobs/") };
+      for (const [who, page] of Object.entries(pages)) {
+        if (method === "POST" && may[who]) continue;  // the other walks do
+        const { status, at } = await ask(page, method, path, filled);
+        const got = `${who}: ${method} ${path}: ${status} ${at}`;
+        if (may[who]) assert.equal(status, 200, got);
+        else if (who === "nobody") assert.equal(at, "/login", got);
+        else assert(status === 403 || status === 404, got);
+      }
+    }
+  },
+
+  // Pages of a tree in another state, in both looks.
+  async states(browser) {
+    for (const [name, options] of Object.entries(looks)) {
+      const page = await open(browser, options);
+      await logIn(page, "taro");
+      for (const path of extra.split(" ")) {
+        assert.equal((await page.goto(address + path)).status(), 200, path);
+        await look(page, `${path} ${name}`, options.viewport.width);
+      }
+      await page.context().close();
+    }
+  },
+
+  // With the keyboard alone, and a focus that is seen: a user logs in, and switches an address off.
+  async keyboard(browser) {
+    const page = await open(browser, looks["wide-light-en"]);
+    const tabTo = async (selector) => {
+      for (let i = 0; i < 60; i++) {
+        await page.keyboard.press("Tab");
+        const [is, outline] = await page.evaluate((wanted) => {
+          const here = document.activeElement;
+          return [here.matches(wanted), getComputedStyle(here).outlineStyle + getComputedStyle(here).outlineWidth];
+        }, selector);
+        if (!is) continue;
+        return assert.doesNotMatch(outline, /none|^\D*0px/, selector);
+      }
+      assert.fail(`no way by Tab to ${selector}`);
+    };
+    const enter = () => Promise.all([page.waitForNavigation(), page.keyboard.press("Enter")]);
+    await page.goto(address + "/login");
+    await tabTo("[name=name]");
+    await page.keyboard.type("hanako");
+    await tabTo("[name=password]");
+    await page.keyboard.type("hanako's secret");
+    await enter();
+    await tabTo(".skip");
+    await page.keyboard.press("Enter");
+    await tabTo(`a[href="${profile}"]`);
+    await enter();
+    await tabTo(`form[action="${profile}/to/forwardto0/switch"] button`);
+    await enter();
+    assert.match(await page.textContent("p.message.good"), /switched off/);
+  },
+
+
   // Each page in both looks: nothing to complain about, and a picture of it.
   async pages(browser) {
     fs.mkdirSync(extra, { recursive: true });
@@ -75,6 +186,8 @@ const tasks = {
       await page.click("form[action='/account/code'] button");
       await page.waitForSelector("[name=secret]", { state: "attached" });
       await page.screenshot({ path: `${extra}/authenticator-${name}.png`, fullPage: true });
+      const key = await page.inputValue("[name=secret]");
+      assert.match(await readPicture(page, "svg.qr"), new RegExp(`^otpauth://totp/Tarvex:taro%40localhost\\?secret=${key}&`));
       await look(page, `authenticator ${name}`, options.viewport.width);
       await page.goto(address + profile);
       await page.click(`form[action="${profile}/start/check"] button`);
@@ -130,8 +243,8 @@ const tasks = {
     assert.equal(await page.inputValue("[name=loginname]"), "三郎");
     await page.fill("[name=password]", "long enough");
     await press("form[action='/users'] button");
-    await press("a[href='/users/user2']");
-    await press("a.button[href='/users/user2/profiles']");
+    await press("a[href='/users/user3']");
+    await press("a.button[href='/users/user3/profiles']");
     const settings = { address: "saburo@example.org", popserver: "127.0.0.1", popport: pop, popuser: "saburo",
       poppassword: "secret", smtpserver: "127.0.0.1", smtpport: "1" };
     for (const [key, value] of Object.entries(settings)) await page.fill(`[name=${key}]`, value);
@@ -145,24 +258,59 @@ const tasks = {
     await page.waitForSelector(".state.good");
     await press("main a.button[href*='draft=']");
     await press("main form button.main");
-    await page.goto(address + "/profiles/user2/from0/add");
+    await page.goto(address + "/profiles/user3/from0/add");
     await page.fill("[name=address]", "phone@example.net");
     await page.check("[name=mail][value=all]");
     await press("main form button.main");
     for (const what of ["check", "plan"]) {
-      await page.goto(address + "/profiles/user2/from0");
+      await page.goto(address + "/profiles/user3/from0");
       await press(`form[action$='/start/${what}'] button`);
       await page.waitForSelector(".state.good");
       assert.match(await page.textContent("pre"), what === "check" ? /log in .*OK/ : /1 message in the mailbox/);
     }
-    await page.goto(address + "/profiles/user2/from0");
-    await press("form[action='/profiles/user2/from0/switch'] button");
+    await page.goto(address + "/profiles/user3/from0");
+    await press("form[action='/profiles/user3/from0/switch'] button");
     assert.match(await page.textContent("p.message.good"), /switched on/);
     await page.goto(address + "/held/user1/from0/1");
     await press("a.button[href$='/drop']");
     await press("button.danger");
     await page.waitForSelector("p.message.good");
     assert.equal(await page.locator("tbody tr").count(), 1);
+  },
+
+  // A page of another origin, of another site or of this one, sends the console's own forms in the browser of who is
+  // logged in, even with the token of the session: nothing comes of it.
+  async foreign(browser) {
+    const page = await open(browser, looks["wide-light-en"]);
+    await logIn(page, "taro");
+    await page.goto(address + profile);
+    const form = `form[action="${profile}/switch"]`;
+    const fields = await page.$$eval(form + " [name]", (all) => all.map((one) => [one.name, one.value]));
+    assert(fields.some(([name, value]) => name === "token" && value.length > 20));
+    const inputs = fields.map(([name, value]) => `<input name="${name}" value="${value}">`).join("");
+    const server = require("http").createServer((request, response) => {
+      response.setHeader("Content-Type", "text/html");
+      response.end(`<form method="post" action="${address}${profile}/switch">${inputs}<button>go</button></form>`);
+    });
+    await new Promise((ready) => server.listen(0, "127.0.0.1", ready));
+    const tries = [];
+    for (const host of ["127.0.0.1", "localhost"]) {
+      await page.goto(`http://${host}:${server.address().port}/`);
+      const [answer] = await Promise.all([
+        page.waitForResponse((one) => one.request().method() === "POST"), page.click("button")]);
+      tries.push(answer.status());
+      await page.goto(`http://${host}:${server.address().port}/`);
+      await page.evaluate(([url, body]) => fetch(url, { method: "POST", mode: "no-cors", credentials: "include",
+        headers: { "Content-Type": "application/x-www-form-urlencoded" }, body }).catch(() => 0),
+        [address + profile + "/switch", new URLSearchParams(fields).toString()]);
+    }
+    server.close();
+    assert.deepEqual(tries, [403, 403]);
+    complaints = complaints.filter((one) => !/ERR_BLOCKED|net::ERR|favicon/.test(one));  // what the browser itself bars
+    await page.goto(address + profile);
+    if (extra !== "own") return;
+    await Promise.all([page.waitForNavigation(), page.click(form + " button")]);  // the same from the console's own page
+    assert.match(await page.textContent("p.message.good"), /switched off/);
   },
 
   // With the keyboard alone: the one-time link makes an administrator.
