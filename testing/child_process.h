@@ -13,9 +13,9 @@ namespace tarvex::testing {
 class ChildProcess {
 public:
     enum class Output {
-        Pipe,  // a pipe each for output and errors
+        Pipe,      // a pipe each for output and errors
+        Together,  // one pipe for both, in which a megabyte may wait to be read; on Windows it has a console of its own
         // On POSIX:
-        Together,  // one pipe for both, in which a megabyte may wait to be read
         Terminal,  // one terminal for both; a line end is CR LF there
         Dialogue,  // one terminal for both and for the input: see Type
         Full,      // output to a device that is full
@@ -30,11 +30,14 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    int Number() const;             // of its process, while it has not been waited for; on POSIX
+    int Number() const;             // of its process, while it has not been waited for
     void Signal(int signal) const;  // nothing happens when it has ended; on POSIX
 
+    // As the keyboard asks a program to end (Ctrl+C); on POSIX by SIGTERM. On Windows only with Output::Together.
+    void Interrupt();
+
     // Waits until it has printed the text, behind so many bytes; false when that does not come in time, or it ends
-    // before. On POSIX.
+    // before.
     bool WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind = 0);
 
     // Its terminal: typing on it, and whether that is shown. On POSIX.

@@ -202,6 +202,8 @@ void ChildProcess::Signal(int signal) const {
     if (!impl_->ended) kill(impl_->pid, signal);  // not waited for yet, so the number is still its own
 }
 
+void ChildProcess::Interrupt() { Signal(SIGTERM); }
+
 bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind) {
     const auto deadline = Clock::now() + time;
     while (impl_->output.text.find(text, behind) == std::string::npos) {

@@ -1,4 +1,4 @@
-// Starting a program and hearing what it says, by a thread for each of its two streams.
+// Starting a program and hearing what it says, by a thread for each of its streams.
 
 #include "testing/child_process.h"
 
@@ -7,11 +7,15 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace tarvex::testing {
 
@@ -91,6 +95,86 @@ std::string Environment(const std::vector<std::string>& variables) {
     return block;
 }
 
+// A console without a window, which Windows 10 and newer have.
+class Console {
+public:
+    Console() {
+        HANDLE ends[4] = {};
+        if (!CreatePipe(&ends[0], &ends[1], nullptr, 0) || !CreatePipe(&ends[2], &ends[3], nullptr, 0))
+            throw Failure("pipe");
+        const Handle input(ends[0]);
+        const Handle output(ends[3]);
+        keys_ = Handle(ends[1]);
+        screen_ = Handle(ends[2]);
+        using Create = HRESULT WINAPI(COORD, HANDLE, HANDLE, DWORD, void**);
+        auto* const create = Function<Create>("CreatePseudoConsole");
+        if (!create || create({80, 25}, input.Get(), output.Get(), 0, &console_) != S_OK) throw Failure("console");
+    }
+    ~Console() {
+        if (auto* const close = Function<void WINAPI(void*)>("ClosePseudoConsole")) close(console_);
+    }
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    void* Get() const { return console_; }
+
+private:
+    template <class Signature>
+    static Signature* Function(const char* name) {
+        return reinterpret_cast<Signature*>(
+            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), name)));
+    }
+
+    Handle keys_;
+    Handle screen_;
+    void* console_ = nullptr;
+};
+
+// What a process is given at its start, with its console where it has one.
+class StartInfo {
+public:
+    StartInfo(const Handle& output, const Handle& errors, const std::optional<Console>& console) {
+        info_.StartupInfo.cb = sizeof info_;
+        info_.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+        info_.StartupInfo.hStdOutput = output.Get();
+        info_.StartupInfo.hStdError = errors.Get();
+        if (!console) return;
+        constexpr DWORD_PTR kPseudoConsole = 0x20016;
+        SIZE_T size = 0;
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        room_.resize(size / sizeof(std::max_align_t) + 1);
+        info_.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(room_.data());
+        if (!InitializeProcThreadAttributeList(info_.lpAttributeList, 1, 0, &size) ||
+            !UpdateProcThreadAttribute(info_.lpAttributeList, 0, kPseudoConsole, console->Get(), sizeof(void*), nullptr,
+                                       nullptr))
+            throw Failure("console");
+    }
+
+    STARTUPINFOW* Get() { return &info_.StartupInfo; }
+
+private:
+    STARTUPINFOEXW info_{};
+    std::vector<std::max_align_t> room_;
+};
+
+BOOL WINAPI Ignore(DWORD) { return TRUE; }
+
+// On the console of that process, and so to this one as well.
+void TypeCtrlC(DWORD process) {
+    std::array<HANDLE, 3> streams{};
+    constexpr std::array<DWORD, 3> kStreams = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
+    for (std::size_t i = 0; i < streams.size(); ++i) streams[i] = GetStdHandle(kStreams[i]);
+    FreeConsole();
+    if (AttachConsole(process)) {
+        SetConsoleCtrlHandler(Ignore, TRUE);
+        GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+        Sleep(100);  // the system tells each process on a thread of its own
+        FreeConsole();
+        SetConsoleCtrlHandler(Ignore, FALSE);
+    }
+    for (std::size_t i = 0; i < streams.size(); ++i) SetStdHandle(kStreams[i], streams[i]);
+}
+
 }  // namespace
 
 struct ChildProcess::Impl {
@@ -101,10 +185,33 @@ struct ChildProcess::Impl {
                 std::array<char, 65536> bytes;
                 DWORD count = 0;
                 while (ReadFile(end.Get(), bytes.data(), bytes.size(), &count, nullptr) && count > 0) {
-                    text.append(bytes.data(), count);
+                    const std::lock_guard lock(mutex);
+                    came.append(bytes.data(), count);
+                    changed.notify_all();
                 }
+                const std::lock_guard lock(mutex);
+                has_ended = true;
+                changed.notify_all();
             });
         }
+
+        bool WaitFor(const std::string& what, std::chrono::nanoseconds time, std::size_t behind) {
+            std::unique_lock lock(mutex);
+            const auto is_there = [&] { return WithLineFeeds(came).find(what, behind) != std::string::npos; };
+            changed.wait_for(lock, time, [&] { return has_ended || is_there(); });
+            return is_there();
+        }
+
+        // What has come so far is the text for the caller.
+        void Keep() {
+            const std::lock_guard lock(mutex);
+            text = WithLineFeeds(came);
+        }
+
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::string came;        // by the mutex
+        bool has_ended = false;  // likewise
         std::string text;
         std::thread reader;
     };
@@ -113,14 +220,16 @@ struct ChildProcess::Impl {
         for (Stream* stream : {&output, &errors}) {
             if (!stream->reader.joinable()) continue;
             stream->reader.join();
-            stream->text = WithLineFeeds(stream->text);
+            stream->Keep();
         }
         DWORD code = 0;
         GetExitCodeProcess(process.Get(), &code);
         exit_code = static_cast<int>(code);
     }
 
+    std::optional<Console> console;
     Handle process;
+    DWORD number = 0;
     int exit_code = -1;
     Stream output;
     Stream errors;
@@ -129,9 +238,12 @@ struct ChildProcess::Impl {
 ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::vector<std::string> variables,
                            const std::string& input)
     : impl_(std::make_unique<Impl>()) {
-    if (output != Output::Pipe || !input.empty()) throw std::invalid_argument("there are only pipes from it here");
+    const bool together = output == Output::Together;
+    if ((!together && output != Output::Pipe) || !input.empty())
+        throw std::invalid_argument("there are only pipes from it here");
     Ends out = OpenPipe();
     Ends err = OpenPipe();
+    if (together) impl_->console.emplace();
     std::string command_line;
     for (const std::string& word : words) command_line += (command_line.empty() ? "" : " ") + Quoted(word);
     std::string environment = Environment(variables);
@@ -139,18 +251,16 @@ ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::v
     wide.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, command_line.data(),
                                                              static_cast<int>(command_line.size()), wide.data(),
                                                              static_cast<int>(wide.size()))));
-    STARTUPINFOW start{};
-    start.cb = sizeof start;
-    start.dwFlags = STARTF_USESTDHANDLES;
-    start.hStdOutput = out.theirs.Get();
-    start.hStdError = err.theirs.Get();
+    StartInfo start(out.theirs, together ? out.theirs : err.theirs, impl_->console);
     PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, 0, environment.data(), nullptr, &start,
+    const DWORD flags = together ? EXTENDED_STARTUPINFO_PRESENT : 0;
+    if (!CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, flags, environment.data(), nullptr, start.Get(),
                         &started)) {
         throw Failure(words[0]);
     }
     CloseHandle(started.hThread);
     impl_->process = Handle(started.hProcess);
+    impl_->number = started.dwProcessId;
     impl_->output.Read(std::move(out.ours));
     impl_->errors.Read(std::move(err.ours));
 }
@@ -158,6 +268,16 @@ ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::v
 ChildProcess::~ChildProcess() { Kill(); }
 
 void ChildProcess::Signal(int) const { throw std::logic_error("there are no signals here"); }
+
+int ChildProcess::Number() const { return static_cast<int>(impl_->number); }
+
+void ChildProcess::Interrupt() { TypeCtrlC(impl_->number); }
+
+bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind) {
+    const bool came = impl_->output.WaitFor(text, time, behind);
+    impl_->output.Keep();
+    return came;
+}
 
 bool ChildProcess::WaitFor(std::chrono::nanoseconds time) {
     const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(time).count();
