@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -241,9 +242,9 @@ ChildProcess::ChildProcess(std::vector<std::string> words, Output output, std::v
     const bool together = output == Output::Together;
     if ((!together && output != Output::Pipe) || !input.empty())
         throw std::invalid_argument("there are only pipes from it here");
+    if (together) impl_->console.emplace();  // first: its process would inherit the ends of the pipes
     Ends out = OpenPipe();
     Ends err = OpenPipe();
-    if (together) impl_->console.emplace();
     std::string command_line;
     for (const std::string& word : words) command_line += (command_line.empty() ? "" : " ") + Quoted(word);
     std::string environment = Environment(variables);
