@@ -57,8 +57,8 @@ public:
         const std::shared_ptr<Operation> last = std::move(kept_);
     }
 
-    // Once after each end.
-    bool TakeEnd() { return std::exchange(has_ended_, false); }
+    bool HasEnded() const { return has_ended_; }
+    bool TakeEnd() { return std::exchange(has_ended_, false); }  // once after each end
     bool HasFailed() const { return has_failed_; }
     std::size_t Count() const { return count_; }
 
@@ -110,6 +110,8 @@ public:
                              writing_.get()) != 0;
         });
     }
+
+    bool IsWriting() const { return writing_->IsUnderWay(); }
 
     // Also where the port has not told of it yet.
     bool HasLeft() override {
@@ -225,10 +227,19 @@ std::unique_ptr<ControlConnection> ControlChannel::Accept() {
     return std::make_unique<PipeConnection>(std::move(pipe));
 }
 
-void ControlChannel::Wait(bool /*for_more*/, const std::vector<Watched>& /*watched*/, Clock::time_point until) {
+// The port tells of what is under way, and of nothing else: an answer that is to be sent, and whoever has connected
+// while there was no room for him, are not waited for.
+void ControlChannel::Wait(bool for_more, const std::vector<Watched>& watched, Clock::time_point until) {
     constexpr std::int64_t kMost_ms = 60'000;
+    const bool can_accept = for_more && std::ranges::any_of(listener_->waiting, [](const WaitingPipe& one) {
+                                return one.connecting->HasEnded();
+                            });
+    const bool can_send = std::ranges::any_of(watched, [](const Watched& one) {
+        return one.to_write && !static_cast<const PipeConnection*>(one.connection)->IsWriting();
+    });
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-    if (!TakeNews(listener_->port, static_cast<DWORD>(std::clamp<std::int64_t>(left, 0, kMost_ms)))) return;
+    const auto time = static_cast<DWORD>(can_accept || can_send ? 0 : std::clamp<std::int64_t>(left, 0, kMost_ms));
+    if (!TakeNews(listener_->port, time)) return;
     while (TakeNews(listener_->port, 0)) continue;
 }
 

@@ -94,7 +94,7 @@ TEST_F(ServiceClients, HearHowFarTheRunsAre) {
     ASSERT_TRUE(connection);
     const std::vector<host::RunNow> runs = connection->Report().runs;
     ASSERT_THAT(runs, SizeIs(1));
-    EXPECT_EQ(runs[0].profile, kProfile);
+    EXPECT_EQ(Slashed(runs[0].profile), kProfile);
     EXPECT_EQ(runs[0].messages_to_fetch, 1);
     EXPECT_EQ(runs[0].messages_fetched, 1);
     EXPECT_EQ(runs[0].messages_delivered, 0);

@@ -33,13 +33,13 @@ TEST_F(ServedRuns, AreMadeByTheServiceAndReportedAsWithoutOne) {
     const auto service = Serve({}, "60");
     mailbox_.Add(MailNumber(1));
     const std::string report = Tell({"run", kProfile, "--now"});
-    EXPECT_EQ(AsInTheLog(report), "== " + profile_ + ": forwarded 1 message" +
+    EXPECT_EQ(AsInTheLog(report), "== " + Slashed(profile_) + ": forwarded 1 message" +
                                       Unix("\n" + ReadFile(profile_ + "/profile.log")).erase(0, 1));
     EXPECT_THAT(report, AllOf(HasSubstr("\nmail-1 received\n"), HasSubstr("* SMTP Process - success")));
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
     EXPECT_EQ(Tell({"run", kProfile, "--now", "--quiet"}), "");
     EXPECT_EQ(mailbox_.Received("QUIT"), 2);
-    EXPECT_THAT(Tell({"run", "--now", "--verbose"}), StartsWith("== " + profile_ + ": "));
+    EXPECT_THAT(Tell({"run", "--now", "--verbose"}), StartsWith("== " + Slashed(profile_) + ": "));
     EXPECT_THAT(Tell({"run", kProfile}), AllOf(StartsWith("user0/from0 is not due before "), HasSubstr("--now")));
     EXPECT_EQ(Tell({"run", "--now", "user1/from0"}), "user1/from0 is switched off (status 0).\n");
     EXPECT_EQ(Tell({"run"}), "No profile was due.\n");
@@ -94,15 +94,16 @@ TEST_F(ServedRuns, ComeAfterTheEditsThatWaitForTheSameRun) {
     const auto service = Serve({}, "60");
     ChildProcess first = host_.StartCommand({"run", kProfile, "--now"});
     WaitUntilBlocked();
-    ChildProcess edit = host_.StartCommand({"user", "remove", "user0", "--yes"});  // wants neither profile to run
-    EXPECT_FALSE(edit.WaitFor(300ms));
-    ChildProcess second = host_.StartCommand({"run", "user0/from1", "--now"});
-    EXPECT_FALSE(second.WaitFor(300ms));
+    // The edit wants neither profile to run.
+    ChildProcess edit = host_.StartCommand({"user", "remove", "user0", "--yes"}, ChildProcess::Output::Together);
+    EXPECT_TRUE(edit.WaitForOutput("waiting for the run of ", kLong));
+    ChildProcess second = host_.StartCommand({"run", "user0/from1", "--now"}, ChildProcess::Output::Together);
+    EXPECT_TRUE(second.WaitForOutput("waiting for ", kLong));
     blocking_ = false;
     for (ChildProcess* const command : {&first, &edit, &second}) ASSERT_TRUE(command->WaitFor(kLong));
     EXPECT_EQ(edit.ExitCode(), 0);
     EXPECT_EQ(second.ExitCode(), host::kNotFound);
-    EXPECT_THAT(Slashed(second.Errors()),
+    EXPECT_THAT(Slashed(second.Printed()),
                 AllOf(HasSubstr("waiting for user0/from1 to be changed"), HasSubstr("no profile")));
     Stop(*service);
 }

@@ -52,9 +52,12 @@ public:
     explicit ServiceProcess(const std::vector<std::string>& words, const std::vector<std::string>& variables = {})
         : child_(words, ChildProcess::Output::Together, variables) {}
 
-    bool WaitForOutput(std::string text, std::chrono::nanoseconds time) {
-        std::ranges::replace(text, '/', static_cast<char>(std::filesystem::path::preferred_separator));
-        return child_.WaitForOutput(text, time);
+    bool WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind = 0) {
+        if (std::filesystem::path::preferred_separator == '/') return child_.WaitForOutput(text, time, behind);
+        const auto is_there = [&] { return Printed().find(text, behind) != std::string::npos; };
+        for (const auto deadline = Clock::now() + time; !is_there() && Clock::now() < deadline;)
+            child_.WaitForOutput("(never)", 10ms);
+        return is_there();
     }
     std::string Printed() const { return Slashed(child_.Printed()); }
 

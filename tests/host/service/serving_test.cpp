@@ -77,10 +77,14 @@ TEST_F(Serving, RunThatACommandAsksForWaitsForRoomAndSaysSo) {
     WriteFile(host_.Root() + "/host.def", "[version]\n0\n[serverruns]\n1\n[spread]\n0\n");
     const auto service = Serve({}, "60");
     ChildProcess first = host_.StartCommand({"run", kProfile, "--now"});
+    ASSERT_TRUE(service->WaitForOutput("run user0/from0 --now", kLong));
     WaitUntilBlocked();
     ChildProcess second = host_.StartCommand({"run", "user1/from0", "--now"}, ChildProcess::Output::Together);
     EXPECT_TRUE(second.WaitForOutput("1 run to wait until others have ended", kLong));
+    ASSERT_TRUE(service->WaitForOutput("run user1/from0 --now", kLong));
+    const std::size_t told = service->Printed().size();
     ChildProcess third = host_.StartCommand({"run", "user1/from0", "--now"});
+    EXPECT_TRUE(service->WaitForOutput("run user1/from0 --now", kLong, told));
     EXPECT_FALSE(third.WaitFor(100ms));
     ASSERT_TRUE(service->WaitForOutput(kStarted, kLong));
     EXPECT_EQ(Count(service->Printed(), "run started"), 1);
