@@ -1,4 +1,4 @@
-// Windows has no server of figures yet.
+// Windows has no server of figures; `tarvex metrics` writes them to a file.
 
 #include "host/metrics/metrics_server.h"
 
@@ -9,7 +9,8 @@ namespace tarvex::host {
 class MetricsServer::Sockets {};
 
 MetricsServer::MetricsServer(const std::string& /*root*/, const std::string& /*place*/) {
-    throw CommandError(kBadUsage, "metrics are not served on Windows");
+    throw CommandError(kBadUsage,
+                       "metrics are not served on Windows; `tarvex metrics --output FILE` writes them to a file");
 }
 
 MetricsServer::~MetricsServer() = default;
