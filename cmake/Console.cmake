@@ -13,7 +13,7 @@ add_custom_command(OUTPUT ${static_data}
     -P ${PROJECT_SOURCE_DIR}/cmake/EmbedFiles.cmake
   DEPENDS ${static_files} cmake/EmbedFiles.cmake)
 
-file(GLOB console_sources CONFIGURE_DEPENDS console/*.cpp console/*/*.cpp)
+file(GLOB console_sources CONFIGURE_DEPENDS console/*.cpp console/*/*.cpp console/pages/*/*.cpp)
 list(FILTER console_sources EXCLUDE REGEX "console/main\\.cpp$")
 add_library(tarvex_console_parts STATIC ${console_sources} ${static_data})  # the tests reach inside
 add_dependencies(tarvex_console_parts arrows tarvex_host_parts)

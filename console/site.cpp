@@ -12,7 +12,7 @@
 #include "console/http/security_headers.h"
 #include "console/log.h"
 #include "console/pages/frame.h"
-#include "console/pages/login.h"
+#include "console/pages/people/login.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "host/commands/commands.h"
-#include "host/desk/first_login.h"
+#include "host/desk/login/first_login.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/tree/tree_root.h"

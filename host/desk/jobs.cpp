@@ -7,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-#include "host/desk/sessions.h"
+#include "host/desk/login/sessions.h"
 #include "host/language/tr.h"
 
 namespace tarvex::host {

@@ -15,11 +15,11 @@
 #include <utility>
 #include <vector>
 
-#include "host/desk/attempts.h"
 #include "host/desk/desk.h"
 #include "host/desk/jobs.h"
+#include "host/desk/login/attempts.h"
+#include "host/desk/login/sessions.h"
 #include "host/desk/read_tree.h"
-#include "host/desk/sessions.h"
 #include "host/edit/edit.h"
 #include "host/terminal/json.h"
 #include "host/tree/names.h"
@@ -121,7 +121,7 @@ Json AnswerJob(Visit& visit, const std::string& name);
 
 using AnswerFunction = Json (*)(Visit&);
 
-// desk_login.cpp
+// login/desk_login.cpp
 Json AnswerLogin(Visit& visit);
 Json AnswerFirstLogin(Visit& visit);
 Json AnswerLogout(Visit& visit);

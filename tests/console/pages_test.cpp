@@ -8,9 +8,9 @@
 #include <set>
 
 #include "console/http/url_text.h"
+#include "console/pages/mailboxes/week.h"
 #include "console/pages/routes.h"
 #include "console/pages/static_files.h"
-#include "console/pages/week.h"
 #include "console/site.h"
 
 namespace tarvex::console {

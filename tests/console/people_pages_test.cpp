@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "console/pages/qr_picture.h"
+#include "console/pages/people/qr_picture.h"
 #include "console/pages/routes.h"
 #include "console/site.h"
 

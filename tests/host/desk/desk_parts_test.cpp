@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "host/desk/attempts.h"
 #include "host/desk/jobs.h"
-#include "host/desk/one_time_code.h"
+#include "host/desk/login/attempts.h"
+#include "host/desk/login/one_time_code.h"
+#include "host/desk/login/sessions.h"
 #include "host/desk/rights.h"
-#include "host/desk/sessions.h"
 #include "host/settings/login_password.h"
 #include "host/settings/schedule_text.h"
 #include "host/view/status_words.h"

@@ -25,7 +25,7 @@
 #include "host/commands/commands.h"
 #include "host/commands/demo/mails.h"
 #include "host/commands/demo/tree.h"
-#include "host/desk/sessions.h"
+#include "host/desk/login/sessions.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/desk/one_time_code.h"
+#include "host/desk/login/one_time_code.h"
 #include "host/held/memory_edit.h"
 #include "host/saving/console_files.h"
 #include "host/service/control_server.h"

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "host/desk/sessions.h"
+#include "host/desk/login/sessions.h"
 
 namespace tarvex::testing {
 namespace {

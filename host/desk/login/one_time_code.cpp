@@ -1,6 +1,6 @@
 // Makes and checks one-time codes with OpenSSL's HMAC.
 
-#include "host/desk/one_time_code.h"
+#include "host/desk/login/one_time_code.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>

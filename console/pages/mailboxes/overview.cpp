@@ -1,6 +1,6 @@
 // The first page: every profile that one may see, what fails first.
 
-#include "console/pages/overview.h"
+#include "console/pages/mailboxes/overview.h"
 
 #include "console/http/url_text.h"
 #include "console/pages/parts.h"

@@ -1,6 +1,6 @@
 // Shows what came of a try, and leads on.
 
-#include "console/pages/tries.h"
+#include "console/pages/mailboxes/tries.h"
 
 #include <algorithm>
 

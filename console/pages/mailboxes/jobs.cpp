@@ -1,9 +1,9 @@
 // Shows how far a job is. The page loads itself anew until the job has ended.
 
-#include "console/pages/jobs.h"
+#include "console/pages/mailboxes/jobs.h"
 
+#include "console/pages/mailboxes/tries.h"
 #include "console/pages/parts.h"
-#include "console/pages/tries.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {

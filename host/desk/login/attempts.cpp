@@ -1,6 +1,6 @@
 // Counts failed logins.
 
-#include "host/desk/attempts.h"
+#include "host/desk/login/attempts.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 // Alerts: a sheet for each who is told, and the form for who is.
 
-#include "console/pages/alerts.h"
+#include "console/pages/rules/alerts.h"
 
 #include <array>
 

@@ -1,10 +1,10 @@
 // Keeps the digest of the code of the first login.
 
-#include "host/desk/first_login.h"
+#include "host/desk/login/first_login.h"
 
 #include <charconv>
 
-#include "host/desk/sessions.h"
+#include "host/desk/login/sessions.h"
 #include "host/saving/console_files.h"
 
 namespace tarvex::host {

@@ -1,6 +1,6 @@
 // Draws QR codes, which libqrencode computes.
 
-#include "console/pages/qr_picture.h"
+#include "console/pages/people/qr_picture.h"
 
 #include <qrencode.h>
 

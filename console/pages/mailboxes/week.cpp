@@ -1,6 +1,6 @@
 // A week in words, as a picture, and as a form.
 
-#include "console/pages/week.h"
+#include "console/pages/mailboxes/week.h"
 
 #include <algorithm>
 #include <string_view>

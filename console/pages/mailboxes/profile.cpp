@@ -1,11 +1,11 @@
 // The page of a profile, and its log.
 
-#include "console/pages/profile.h"
+#include "console/pages/mailboxes/profile.h"
 
 #include "console/http/url_text.h"
-#include "console/pages/mails.h"
+#include "console/pages/mailboxes/week.h"
+#include "console/pages/mails/mails.h"
 #include "console/pages/parts.h"
-#include "console/pages/week.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {

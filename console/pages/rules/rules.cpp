@@ -1,6 +1,6 @@
 // Shows rules as the desk lists them, and changes them one by one.
 
-#include "console/pages/rules.h"
+#include "console/pages/rules/rules.h"
 
 #include <algorithm>
 #include <array>

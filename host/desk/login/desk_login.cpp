@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <ctime>
 
-#include "host/desk/first_login.h"
-#include "host/desk/one_time_code.h"
+#include "host/desk/login/first_login.h"
+#include "host/desk/login/one_time_code.h"
 #include "host/desk/visit.h"
 #include "host/language/tr.h"
 #include "host/saving/console_files.h"

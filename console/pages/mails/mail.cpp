@@ -1,10 +1,10 @@
 // The page of one message: each of its stations, and the way to send it once more.
 
-#include "console/pages/mail.h"
+#include "console/pages/mails/mail.h"
 
 #include "console/http/url_text.h"
-#include "console/pages/held.h"
-#include "console/pages/mails.h"
+#include "console/pages/mails/held.h"
+#include "console/pages/mails/mails.h"
 #include "console/pages/parts.h"
 #include "host/language/tr.h"
 

@@ -1,6 +1,6 @@
 // Keeps the sessions of the console by the digests of their secrets.
 
-#include "host/desk/sessions.h"
+#include "host/desk/login/sessions.h"
 
 #include <openssl/crypto.h>
 #include <openssl/rand.h>

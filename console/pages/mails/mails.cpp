@@ -1,9 +1,9 @@
 // Shows what became of messages, and the history of runs and changes.
 
-#include "console/pages/mails.h"
+#include "console/pages/mails/mails.h"
 
 #include "console/http/url_text.h"
-#include "console/pages/mail.h"
+#include "console/pages/mails/mail.h"
 #include "console/pages/parts.h"
 #include "host/language/tr.h"
 

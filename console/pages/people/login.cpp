@@ -1,6 +1,6 @@
 // Logs a user in and out, and keeps the language that was chosen.
 
-#include "console/pages/login.h"
+#include "console/pages/people/login.h"
 
 #include "console/http/cookies.h"
 #include "console/http/url_text.h"

@@ -1,13 +1,13 @@
 // The page of a forwarding address, with the week in which it gets mail.
 
-#include "console/pages/address.h"
+#include "console/pages/mailboxes/address.h"
 
 #include <array>
 
 #include "console/pages/fields.h"
+#include "console/pages/mailboxes/tries.h"
+#include "console/pages/mailboxes/week.h"
 #include "console/pages/parts.h"
-#include "console/pages/tries.h"
-#include "console/pages/week.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {

@@ -1,6 +1,6 @@
 // The list of users, and the form for a new one.
 
-#include "console/pages/users.h"
+#include "console/pages/people/users.h"
 
 #include <array>
 

@@ -1,6 +1,6 @@
 // Shows mail that is set aside. A stranger wrote it: it is shown as text alone.
 
-#include "console/pages/held.h"
+#include "console/pages/mails/held.h"
 
 #include <vector>
 

@@ -1,6 +1,6 @@
 // The page of the one-time link.
 
-#include "console/pages/first.h"
+#include "console/pages/people/first.h"
 
 #include "console/pages/parts.h"
 #include "host/language/tr.h"

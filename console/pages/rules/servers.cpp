@@ -1,6 +1,6 @@
 // The form for the shared SMTP server.
 
-#include "console/pages/servers.h"
+#include "console/pages/rules/servers.h"
 
 #include <array>
 

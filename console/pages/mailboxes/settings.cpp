@@ -1,13 +1,13 @@
 // Forms of a mailbox's settings. A user who is no administrator may change few of them, and no server.
 
-#include "console/pages/settings.h"
+#include "console/pages/mailboxes/settings.h"
 
 #include <array>
 
 #include "console/http/url_text.h"
 #include "console/pages/fields.h"
+#include "console/pages/mailboxes/tries.h"
 #include "console/pages/parts.h"
-#include "console/pages/tries.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {

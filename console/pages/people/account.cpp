@@ -1,11 +1,11 @@
 // The page of an account.
 
-#include "console/pages/account.h"
+#include "console/pages/people/account.h"
 
 #include "console/http/client.h"
 #include "console/pages/parts.h"
-#include "console/pages/qr_picture.h"
-#include "console/pages/users.h"
+#include "console/pages/people/qr_picture.h"
+#include "console/pages/people/users.h"
 #include "host/language/tr.h"
 
 namespace tarvex::console {
