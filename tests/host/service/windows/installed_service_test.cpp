@@ -51,10 +51,10 @@ bool Control(DWORD control) {
     return done;
 }
 
-class Service : public ::testing::Test {
+class ServiceOfWindows : public ::testing::Test {
 protected:
-    Service() { profile_ = host_.AddProfile(mailbox_.Port(), sink_.Port()); }
-    ~Service() override { Tell({"service", "remove"}); }
+    ServiceOfWindows() { profile_ = host_.AddProfile(mailbox_.Port(), sink_.Port()); }
+    ~ServiceOfWindows() override { Tell({"service", "remove"}); }
 
     // What it prints; the expected exit code is checked.
     std::string Tell(const std::vector<std::string>& words, int exit_code = 0) {
@@ -78,7 +78,7 @@ protected:
     std::string profile_;
 };
 
-TEST_F(Service, ForwardsIsAskedEditedHeldBackAndStopped) {
+TEST_F(ServiceOfWindows, ForwardsIsAskedEditedHeldBackAndStopped) {
     Tell({"service", "install"});
     EXPECT_EQ(AskForService().state, State::Stopped);
     mailbox_.Add(MailNumber(1));
@@ -104,15 +104,7 @@ TEST_F(Service, ForwardsIsAskedEditedHeldBackAndStopped) {
     EXPECT_EQ(AskForService().state, State::Missing);
 }
 
-TEST_F(Service, EndOfWindowsStopsIt) {
-    Tell({"service", "install"});
-    Tell({"service", "start"});
-    EXPECT_TRUE(Control(SERVICE_CONTROL_SHUTDOWN) || Control(SERVICE_CONTROL_STOP));
-    EXPECT_TRUE(Soon([] { return AskForService().state == State::Stopped; }));
-    EXPECT_EQ(AskForService().exit_code, 0u);
-}
-
-TEST_F(Service, CrashIsNoCleanStop) {
+TEST_F(ServiceOfWindows, CrashIsNoCleanStop) {
     Tell({"service", "install"});
     Tell({"service", "start"});
     const HANDLE process = OpenProcess(PROCESS_TERMINATE, FALSE, AskForService().process);
@@ -122,13 +114,13 @@ TEST_F(Service, CrashIsNoCleanStop) {
     EXPECT_THAT(Tell({"service", "status"}, 1), HasSubstr("ended with code"));
 }
 
-TEST_F(Service, SaysWhyItCannotStartAndEndsWithThatCode) {
+TEST_F(ServiceOfWindows, SaysWhyItCannotStartAndEndsWithThatCode) {
     Tell({"service", "install"});
     std::filesystem::remove_all(host_.Root());
     EXPECT_THAT(Tell({"service", "start"}, kUnavailable), HasSubstr("code 66"));
 }
 
-TEST_F(Service, WritesTheLogThatItWasInstalledWithAlsoAfterAnUpgrade) {
+TEST_F(ServiceOfWindows, WritesTheLogThatItWasInstalledWithAlsoAfterAnUpgrade) {
     const TempDir folder;
     Tell({"service", "install", "--log-format", "json", "--log-file", folder / "log"});
     Tell({"service", "install"});
@@ -138,7 +130,7 @@ TEST_F(Service, WritesTheLogThatItWasInstalledWithAlsoAfterAnUpgrade) {
     EXPECT_THAT(ReadFile(folder / "log"), HasSubstr("\"message\":\"stopped\""));
 }
 
-TEST_F(Service, IsFoundWithoutNamingTheTree) {
+TEST_F(ServiceOfWindows, IsFoundWithoutNamingTheTree) {
     Tell({"service", "install"});
     ChildProcess list({TARVEX_HOST, "user", "list"});
     list.Wait();
