@@ -97,7 +97,10 @@ Desk::Desk(DeskOptions options) : parts_(std::make_unique<Parts>(std::move(optio
 
 Desk::~Desk() = default;
 
-void Desk::Rest() { parts_->tree.Forget(); }
+void Desk::Rest() {
+    parts_->tree.Forget();
+    parts_->jobs.ForgetOld();
+}
 
 Json Desk::Answer(const Json& question) {
     std::optional<Visit> visit;

@@ -64,7 +64,7 @@ struct Jobs::Job : JobVoice {
     std::thread thread;
 };
 
-Jobs::Jobs() = default;
+Jobs::Jobs(std::chrono::milliseconds remembered) : remembered_(remembered) {}
 
 Jobs::~Jobs() {
     for (const auto& [name, job] : jobs_) job->stops = true;
@@ -98,16 +98,26 @@ std::string Jobs::Begin(const std::string& owner, JobState state, Work work, std
 
 std::optional<JobState> Jobs::Of(const std::string& owner, const std::string& name) {
     const std::lock_guard lock(mutex_);
+    ForgetOldLocked();
     const auto found = jobs_.find(name);
     if (found == jobs_.end() || found->second->owner != owner) return std::nullopt;
     const std::lock_guard state_lock(found->second->mutex);
     return found->second->state;
 }
 
+void Jobs::ForgetOld() {
+    const std::lock_guard lock(mutex_);
+    ForgetOldLocked();
+}
+
+void Jobs::ForgetOldLocked() {
+    std::erase_if(jobs_,
+                  [before = Clock::now() - remembered_](const auto& entry) { return entry.second->Over() < before; });
+}
+
 // Whoever begins many takes no room from the others.
 void Jobs::MakeRoom(const std::string& owner) {
-    std::erase_if(jobs_,
-                  [before = Clock::now() - kRemembered](const auto& entry) { return entry.second->Over() < before; });
+    ForgetOldLocked();
     while (ForgetOldest(kMostKeptOfOwner - 1, &owner)) {
     }
     while (jobs_.size() >= kMost && ForgetOldest(0, nullptr)) {

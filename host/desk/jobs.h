@@ -54,7 +54,7 @@ public:
     static constexpr std::size_t kMostPrinted_bytes = 1 << 20;
     static constexpr std::chrono::minutes kRemembered{10};  // after its end
 
-    Jobs();
+    explicit Jobs(std::chrono::milliseconds remembered = kRemembered);
     ~Jobs();  // tells all to stop, and waits for them
     Jobs(const Jobs&) = delete;
     Jobs& operator=(const Jobs&) = delete;
@@ -63,15 +63,20 @@ public:
     // up to `patience` for its end.
     std::string Begin(const std::string& owner, JobState state, Work work, std::chrono::milliseconds patience);
 
+    // Forgets what has ended long enough ago, passwords included. Begin and Of do, too.
+    void ForgetOld();
+
     // Nothing for one that is not the owner's.
     std::optional<JobState> Of(const std::string& owner, const std::string& name);
 
 private:
     struct Job;
 
+    void ForgetOldLocked();
     void MakeRoom(const std::string& owner);
     bool ForgetOldest(std::size_t but, const std::string* owner);
 
+    const std::chrono::milliseconds remembered_;
     std::mutex mutex_;
     std::map<std::string, std::shared_ptr<Job>> jobs_;
 };

@@ -329,6 +329,15 @@ TEST(Jobs, EndWithTheDesk) {
     EXPECT_TRUE(ended);
 }
 
+TEST(Jobs, AreForgottenInTimeWithWhatWasTyped) {
+    Jobs jobs(20ms);
+    const std::string name = jobs.Begin(
+        "user0", {}, [](JobVoice&) { return std::pair(0, std::string()); }, 20s);
+    const auto deadline = Jobs::Clock::now() + 20s;
+    while (jobs.Of("user0", name) && Jobs::Clock::now() < deadline) std::this_thread::sleep_for(1ms);
+    EXPECT_FALSE(jobs.Of("user0", name));  // though no other has begun
+}
+
 // Who reads the console may have no shell, and sees beside a remark whom it is about.
 TEST(Notes, OfTheConsoleNameNoCommandAndNoPath) {
     ProfileState state;
