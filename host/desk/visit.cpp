@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "host/desk/asked_edit.h"
+#include "host/desk/server_talk.h"
 #include "host/language/tr.h"
 #include "host/service/service_connection.h"
 #include "host/system/command_error.h"
@@ -174,7 +175,7 @@ Json AnswerEdit(Visit& visit, EditRequest request, const std::function<void(Edit
     state.about = request.name;
     const auto make = [directory = visit.Directory(), request,
                        prepare](JobVoice& voice) mutable -> std::pair<int, std::string> {
-        if (prepare) prepare(request);
+        if (prepare) TalkToServers(voice, [&] { prepare(request); });
         const auto service = ServiceConnection::Try(directory);
         if (!service) return {kTryLater, Tr("no service owns the tree")};
         Reply reply;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/desk/asked_edit.h"
+#include "host/desk/server_talk.h"
 #include "host/desk/visit.h"
 #include "host/edit/key_values.h"
 #include "host/held/held.h"
@@ -142,7 +143,7 @@ Json JsonOfPreview(const CPopProfile& profile, const CForwardAddressSetting& to,
             {"text", shown.text}};
 }
 
-Ended ShowPreview(JobVoice& voice, const std::string& directory, const Preview& preview) {
+void ShowPreview(JobVoice& voice, const std::string& directory, const Preview& preview) {
     CRootPath root;
     OpenTree(root, directory);
     if (!HasPath(root, preview.draft.name))
@@ -150,7 +151,6 @@ Ended ShowPreview(JobVoice& voice, const std::string& directory, const Preview& 
     CPopProfile& profile = *FindForward(root, preview.draft.name).profile;
     CString text = preview.held > 0 ? TextOfHeld(profile, preview.held) : NewestOf(profile);
     voice.Show(JsonOfPreview(profile, preview.setting, AsSent(profile, preview.setting, std::move(text))));
-    return {kDone, {}};
 }
 
 // ---- as jobs
@@ -169,7 +169,9 @@ Json TryProfile(Visit& visit, const EditRequest& draft) {
     CPopProfileSetting setting;
     KeyValues<CPopProfileSetting>(draft).Assign(setting);  // what is not allowed is refused at once
     return Begin(visit, "try", draft, [directory = visit.Directory(), draft](JobVoice& voice) {
-        return TryServers(voice, directory, draft);
+        Ended ended;
+        TalkToServers(voice, [&] { ended = TryServers(voice, directory, draft); });
+        return ended;
     });
 }
 
@@ -177,7 +179,8 @@ Json TryForward(Visit& visit, const EditRequest& draft) {
     Preview preview{draft, visit.ForwardCalled(draft.name).forward->setting, static_cast<int>(visit.Number("held", 0))};
     KeyValues<CForwardAddressSetting>(draft).Assign(preview.setting);
     return Begin(visit, "preview", draft, [directory = visit.Directory(), preview](JobVoice& voice) {
-        return ShowPreview(voice, directory, preview);
+        TalkToServers(voice, [&] { ShowPreview(voice, directory, preview); });
+        return Ended{kDone, {}};
     });
 }
 

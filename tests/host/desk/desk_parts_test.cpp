@@ -13,9 +13,12 @@
 #include "host/desk/login/one_time_code.h"
 #include "host/desk/login/sessions.h"
 #include "host/desk/rights.h"
+#include "host/desk/server_talk.h"
 #include "host/settings/login_password.h"
 #include "host/settings/schedule_text.h"
+#include "host/system/command_error.h"
 #include "host/view/status_words.h"
+#include "tarvex/tarvex.h"
 
 namespace tarvex::host {
 namespace {
@@ -336,6 +339,22 @@ TEST(Jobs, AreForgottenInTimeWithWhatWasTyped) {
     const auto deadline = Jobs::Clock::now() + 20s;
     while (jobs.Of("user0", name) && Jobs::Clock::now() < deadline) std::this_thread::sleep_for(1ms);
     EXPECT_FALSE(jobs.Of("user0", name));  // though no other has begun
+}
+
+TEST(ServerTalk, EndsWithItsJobAndInItsTime) {
+    struct Voice : JobVoice {
+        void Print(std::string_view) override {}
+        void Show(Json) override {}
+        bool Stops() const override { return stops; }
+        bool stops = false;
+    } voice;
+    const auto talk = [] {
+        while (!RunIsInterrupted()) std::this_thread::sleep_for(1ms);
+    };
+    EXPECT_THROW(TalkToServers(voice, talk, 10ms), CommandError);
+    voice.stops = true;
+    TalkToServers(voice, talk);
+    EXPECT_THROW(TalkToServers(voice, [] { throw CommandError(kUnavailable, "why"); }), CommandError);
 }
 
 // Who reads the console may have no shell, and sees beside a remark whom it is about.

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 #include "tests/host/desk/posix/desk_fixture.h"
 
 namespace tarvex::testing {
@@ -108,6 +110,20 @@ TEST_F(DeskTriesTest, ServersAreTriedAsTypedAndSavedAfterwardsWithThePassword) {
     EXPECT_EQ(Finish(taro, AskAs(taro, "save-tried", {{"job", job["job"]}}))["status"], "ok");
     EXPECT_THAT(host_.Tell({"check", "--no-dns", "user0/from0"}), HasSubstr("log in"));
     EXPECT_THAT(AskAs(taro, "history").dump() + service_->Printed(), Not(HasSubstr("a typed secret")));
+}
+
+TEST_F(DeskTriesTest, AServerThatStallsKeepsTheServiceFromNoEnd) {
+    const Json taro = LogIn("taro");
+    SetPassword(taro);
+    mailbox_.Add(MailNumber(1));
+    mailbox_.SetFault([](const std::string& command) { return command.starts_with("RETR") ? "stall" : ""; });
+    const Json preview = {{"kind", "forward"}, {"verb", "set"}, {"name", "user0/from0/forwardto0"}};
+    EXPECT_EQ(AskAs(taro, "try", preview)["status"], "working");
+    for (const auto end = std::chrono::steady_clock::now() + kDeskPatience;
+         mailbox_.Received("RETR") == 0 && std::chrono::steady_clock::now() < end;)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    service_->Signal(SIGTERM);
+    EXPECT_TRUE(service_->WaitFor(kDeskPatience));  // the server is given 30 s
 }
 
 TEST_F(DeskTriesTest, AMailboxThatIsNotThereYetIsTried) {
