@@ -46,6 +46,20 @@ struct Trial {
     HostRules rules;
 };
 
+// What is stored goes to no server but its own: a try leaves no trace in the history. Throws CommandError.
+void RequireOwnPasswords(const CPopProfileSetting& stored, const CPopProfileSetting& typed, const HostRules& rules,
+                         const EditRequest& draft) {
+    const auto lacks = [&](const char* key) { return !draft.secrets.contains(key); };
+    const bool is_shared = typed.smtpserver.empty() && !rules.smtpserver.empty();
+    const bool other_pop = typed.popserver != stored.popserver;
+    const bool other_smtp = !is_shared && ServerOf(typed, Protocol::Smtp) != ServerOf(stored, Protocol::Smtp);
+    const bool pop = other_pop && (rules.pop_login != 0 || lacks("poppassword"));
+    const bool logs_in = typed.smtpauth != 0 && lacks(stored.smtppassword.empty() ? "poppassword" : "smtppassword");
+    if (pop || (other_smtp && (rules.smtp_login != 0 || logs_in)))
+        throw CommandError(kBadData, Tr("Another server is not tried with a password that is stored: type it again, or "
+                                        "save first and check then"));
+}
+
 // Throws CommandError.
 void Prepare(Trial& trial, const std::string& directory, const EditRequest& draft) {
     OpenTree(trial.root, directory);
@@ -62,7 +76,9 @@ void Prepare(Trial& trial, const std::string& directory, const EditRequest& draf
     }
     for (const auto& [key, value] : draft.rules) SetValue(trial.rules, KeyNamed<HostRules>(key), value);
     CPopProfileSetting& setting = trial.profile->setting;
+    const CPopProfileSetting stored = setting;
     KeyValues<CPopProfileSetting>(draft).Assign(setting);
+    if (draft.verb == EditVerb::Set) RequireOwnPasswords(stored, setting, trial.rules, draft);
     setting.timeout = std::clamp(setting.timeout, 1, kMostTimeOut_s);
 }
 
@@ -191,6 +207,9 @@ Json AnswerTry(Visit& visit) {
     EditRequest draft = AskedEdit(visit);
     const bool sets = draft.verb == EditVerb::Set;
     if (draft.kind == EditKind::Forward && sets) return TryForward(visit, draft);
+    const bool has_own_rules =
+        std::ranges::any_of(draft.rules, [](const auto& rule) { return rule.first != "pop_tls"; });
+    if (has_own_rules) throw Refusal{"bad", {}};  // the shared account is for its own server
     if (draft.kind == EditKind::Profile && (sets || draft.verb == EditVerb::Add)) return TryProfile(visit, draft);
     throw Refusal{"bad", {}};
 }

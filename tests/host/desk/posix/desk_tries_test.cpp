@@ -112,6 +112,23 @@ TEST_F(DeskTriesTest, ServersAreTriedAsTypedAndSavedAfterwardsWithThePassword) {
     EXPECT_THAT(AskAs(taro, "history").dump() + service_->Printed(), Not(HasSubstr("a typed secret")));
 }
 
+// Who writes passwords may not read them, at a server of his own.
+TEST_F(DeskTriesTest, AStoredPasswordGoesToNoOtherServer) {
+    const Json taro = LogIn("taro");
+    SetPassword(taro);
+    host_.Tell({"profile", "set", "user0/from0", "--smtpauth", "on"});
+    for (const char* const key : {"popserver", "smtpserver"}) {
+        const Json job = Try(taro, {{"values", {{key, "localhost"}}}}, "profile", "user0/from0");
+        EXPECT_THAT(job["message"].get<std::string>(), HasSubstr("type it again")) << job;
+    }
+    const Json shared = {{"verb", "add"}, {"values", {{"address", "x@example.org"}}}, {"rules", {{"smtpserver", "x"}}}};
+    EXPECT_EQ(Try(taro, shared, "profile", "user0")["status"], "bad");
+    EXPECT_EQ(mailbox_.Received("QUIT") + sink_.Received("QUIT"), 0);
+    const Json typed = {{"values", {{"popserver", "localhost"}}}, {"secrets", {{"poppassword", "secret"}}}};
+    Try(taro, typed, "profile", "user0/from0");
+    EXPECT_EQ(mailbox_.Received("QUIT"), 1);
+}
+
 TEST_F(DeskTriesTest, AServerThatStallsKeepsTheServiceFromNoEnd) {
     const Json taro = LogIn("taro");
     SetPassword(taro);
