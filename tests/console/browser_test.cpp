@@ -91,10 +91,11 @@ TEST_F(Browser, AUserChangesAScheduleOnAPhoneWithoutScript) {
     EXPECT_THAT(sink_.Delivered(), SizeIs(2));
 }
 
-TEST_F(Browser, AnAdministratorAddsAUserAndAMailboxAndDropsHeldMail) {
+TEST_F(Browser, AnAdministratorAddsAUserAndAMailboxWhoseMailIsForwardedAndDropsHeldMail) {
     MailboxServer mailbox("saburo", "secret");
     mailbox.Add(MailNumber(1));
     Walk("administrator", std::to_string(mailbox.Port()) + ' ' + std::to_string(sink_.Port()));
+    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
 }
 
 TEST_F(Browser, AFormOfAnotherOriginChangesNothing) {

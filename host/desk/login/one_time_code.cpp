@@ -37,7 +37,7 @@ std::optional<std::vector<unsigned char>> FromBase32(std::string_view text) {
 }
 
 // RFC 4226, 5.3.
-std::string CodeOf(const std::vector<unsigned char>& secret, std::int64_t step) {
+std::string CodeOfBytes(const std::vector<unsigned char>& secret, std::int64_t step) {
     std::array<unsigned char, 8> counter{};
     for (std::size_t i = 0; i < counter.size(); ++i)
         counter[i] = static_cast<unsigned char>(static_cast<std::uint64_t>(step) >> (56 - 8 * i) & 0xFF);
@@ -83,15 +83,19 @@ std::string NewCodeSecret() {
     return text;
 }
 
+std::string CodeOf(std::string_view secret, std::int64_t step) {
+    const auto bytes = FromBase32(secret);
+    return bytes && !bytes->empty() ? CodeOfBytes(*bytes, step) : "";
+}
+
 std::optional<std::int64_t> StepOfCode(std::string_view secret, std::string_view code, std::int64_t now_seconds,
                                        std::int64_t used) {
-    const auto bytes = FromBase32(secret);
-    if (!bytes || bytes->empty() || code.size() != kCodeDigits) return std::nullopt;
+    if (code.size() != kCodeDigits) return std::nullopt;
     const std::int64_t now = now_seconds / kStepSeconds;
     std::optional<std::int64_t> found;
     for (std::int64_t step = now - 1; step <= now + 1; ++step) {
-        const std::string right = CodeOf(*bytes, step);
-        const bool fits = CRYPTO_memcmp(right.data(), code.data(), kCodeDigits) == 0;
+        const std::string right = CodeOf(secret, step);
+        const bool fits = right.size() == kCodeDigits && CRYPTO_memcmp(right.data(), code.data(), kCodeDigits) == 0;
         if (fits && step > used) found = step;
     }
     return found;

@@ -13,6 +13,9 @@ namespace tarvex::host {
 // 160 random bits in Base32 (RFC 4648). Throws std::bad_alloc.
 std::string NewCodeSecret();
 
+// What an authenticator shows in a step of thirty seconds since 1970; empty for a secret that is none.
+std::string CodeOf(std::string_view secret, std::int64_t step);
+
 // The step, of thirty seconds since 1970, for which the code is the right one: this, the one before or the next, and
 // later than `used`, for no code opens twice. Nothing for a wrong code, and for a secret that is none.
 std::optional<std::int64_t> StepOfCode(std::string_view secret, std::string_view code, std::int64_t now_seconds,

@@ -230,7 +230,7 @@ const tasks = {
     assert.equal((await page.goto(address + "/users")).status(), 403);
   },
 
-  // A user, a mailbox of that user with its servers checked and its run planned, a held message dropped.
+  // A user, a mailbox of that user with its servers checked, its run planned and made, a held message dropped.
   async administrator(browser) {
     const [pop, smtp] = extra.split(" ");
     const page = await open(browser, looks["wide-light-en"]);
@@ -271,6 +271,8 @@ const tasks = {
     await page.goto(address + "/profiles/user3/from0");
     await press("form[action='/profiles/user3/from0/switch'] button");
     assert.match(await page.textContent("p.message.good"), /switched on/);
+    await press("form[action$='/start/run'] button");
+    await page.waitForSelector(".state.good");
     await page.goto(address + "/held/user1/from0/1");
     await press("a.button[href$='/drop']");
     await press("button.danger");
