@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "host/desk/asked_edit.h"
@@ -166,6 +167,8 @@ void ShowPreview(JobVoice& voice, const std::string& directory, const Preview& p
         throw CommandError(kNotFound, Tr("{0} has gone meanwhile", preview.draft.name));
     CPopProfile& profile = *FindForward(root, preview.draft.name).profile;
     CString text = preview.held > 0 ? TextOfHeld(profile, preview.held) : NewestOf(profile);
+    static std::mutex one;  // at a time: a large message takes its size several times over
+    const std::lock_guard lock(one);
     voice.Show(JsonOfPreview(profile, preview.setting, AsSent(profile, preview.setting, std::move(text))));
 }
 
