@@ -276,6 +276,16 @@ const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol) {
     return protocol == Protocol::Pop || setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
 }
 
+std::string ShowStep(int kind) {
+    // As ProbeStepName has them.
+    static constexpr std::array kNames = {
+        Marked("find the server"), Marked("connect"),   Marked("TLS"),  Marked("greeting"),
+        Marked("hello"),           Marked("log in"),    Marked("list"), Marked("quit"),
+        Marked("sender"),          Marked("recipient"), Marked("reset")};
+    const auto index = static_cast<std::size_t>(kind);
+    return index < kNames.size() ? Tr(kNames[index]) : "";
+}
+
 std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting) {
     if (setting.esmtp == 0)
         return Tr(

@@ -15,6 +15,9 @@ enum class Protocol { Pop, Smtp };
 // The server's name that a run uses.
 const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol);
 
+// The name of a step in the reader's language: "find the server".
+std::string ShowStep(int kind);
+
 // Why a run goes without a login, and what to do, for a greeting (an answer to EHLO, or to HELO) after which the server
 // was not asked to authenticate though smtpauth is on.
 std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting);

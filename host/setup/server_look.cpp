@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/advice/advice.h"
 #include "host/language/tr.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
@@ -157,7 +158,7 @@ std::string TroubleIn(const CArray<CProbeStep>& steps, const std::optional<TlsOu
     if (outcome) return protocol == CProtocol::Smtp ? Tr("it does not speak SMTP") : Tr("it does not speak POP3");
     if (steps.empty()) return Tr("there is not enough memory");
     const CProbeStep& last = steps.back();
-    return std::string(ProbeStepName(last.kind)) + ": " + OneLine(last.text, kTextWidth);
+    return ShowStep(last.kind) + ": " + OneLine(last.text, kTextWidth);
 }
 
 }  // namespace

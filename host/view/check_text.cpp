@@ -22,7 +22,7 @@ constexpr std::size_t kTextWidth = 100;
 std::string TextOf(const CProbeStep& step, const std::string& remark) {
     const std::string time = std::to_string((step.microseconds + 500) / 1000) + " ms";
     const std::string padding(time.size() < kTimeWidth ? kTimeWidth - time.size() : 0, ' ');
-    std::string line = Padded(ProbeStepName(step.kind), kStepWidth) + padding + time + "  " +
+    std::string line = Padded(ShowStep(step.kind), kStepWidth) + padding + time + "  " +
                        (step.failure == PROBE_SUCCESS ? "" : Tr("FAILED") + "  ") + OneLine(step.text, kTextWidth);
     if (!remark.empty()) line += "  (" + remark + ')';
     line.erase(line.find_last_not_of(' ') + 1);

@@ -2,6 +2,7 @@
 
 #include "host/view/mailbox_ids.h"
 
+#include "host/advice/advice.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
@@ -16,8 +17,8 @@ std::vector<std::string> IdsOnServer(const CPopProfile& profile, const std::stri
     if (!LookIntoMailbox(profile, listing)) {
         const CProbeStep* const failed = listing.steps.empty() ? nullptr : &listing.steps.back();
         throw CommandError(kUnavailable,
-                           failed ? Tr("cannot list the mailbox at {0} ({1}): {2}; {3}", server,
-                                       ProbeStepName(failed->kind), ShowText(failed->text), outcome)
+                           failed ? Tr("cannot list the mailbox at {0} ({1}): {2}; {3}", server, ShowStep(failed->kind),
+                                       ShowText(failed->text), outcome)
                                   : Tr("cannot list the mailbox at {0}: not enough memory; {1}", server, outcome));
     }
     std::vector<std::string> ids;

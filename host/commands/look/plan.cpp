@@ -195,7 +195,7 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
     } else {
         const CProbeStep& failed = inspection.listing.steps.back();
         std::cout << "  "
-                  << Tr("The mailbox cannot be listed: {0}: {1}", ProbeStepName(failed.kind), OneLine(failed.text, 100))
+                  << Tr("The mailbox cannot be listed: {0}: {1}", ShowStep(failed.kind), OneLine(failed.text, 100))
                   << '\n'
                   << Paragraph(Advice(failed, Protocol::Pop, profile.setting, RulesToShow(profile)), 2);
     }

@@ -280,7 +280,7 @@ private:
         const bool refused =
             step.kind == PROBE_LOGIN && step.failure == PROBE_REFUSED && step.reason != CProbeReason::ForNow;
         return {refused ? kNotAllowed : kUnavailable,
-                std::string(protocol == Protocol::Pop ? "POP3" : "SMTP") + ", " + ProbeStepName(step.kind) + ": " +
+                std::string(protocol == Protocol::Pop ? "POP3" : "SMTP") + ", " + ShowStep(step.kind) + ": " +
                     OneLine(step.text, kAnswerWidth) + ". " + Advice(step, protocol, setting, RulesFor(plan_))};
     }
 
