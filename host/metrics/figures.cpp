@@ -3,10 +3,13 @@
 
 #include "host/metrics/figures.h"
 
+#include <algorithm>
 #include <array>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string_view>
+#include <utility>
 
 #include "host/generation/generation.h"
 #include "host/held/held.h"
@@ -211,11 +214,14 @@ void AddWaiting(Writer& writer, const Known& known) {
 
 }  // namespace
 
+// By the names that the history has, which are the same on every system.
 std::vector<MeasuredProfile> MeasuredProfiles(const CRootPath& root) {
     std::vector<MeasuredProfile> profiles;
     for (const auto& user : root.users) {
         for (const auto& profile : user->profiles) {
-            profiles.push_back({ShownName(root, profile->path), profile->path, IsSwitchedOn(*user, *profile)});
+            std::string name = ShownName(root, profile->path);
+            std::ranges::replace(name, static_cast<char>(std::filesystem::path::preferred_separator), '/');
+            profiles.push_back({std::move(name), profile->path, IsSwitchedOn(*user, *profile)});
         }
     }
     return profiles;
