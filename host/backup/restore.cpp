@@ -13,6 +13,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 #include "host/system/private_folder.h"
 #include "host/system/tree_owner.h"
@@ -36,7 +37,7 @@ class Scratch {
 public:
     explicit Scratch(const std::string& beside) try : path_(MakeNewFolder(beside + ".restore-")) {
     } catch (const std::system_error& error) {
-        throw CannotMake(Tr("a folder beside \"{0}\": {1}", ShowPath(beside), error.code().message()));
+        throw CannotMake(Tr("a folder beside \"{0}\": {1}", ShowPath(beside), WordsOf(error.code())));
     }
     ~Scratch() {
         std::error_code ignored;
@@ -130,7 +131,7 @@ void Rename(const std::string& from, const std::string& to) {
     if (!error) return;
     std::error_code ignored;
     if (fs::remove(NativePath(to), ignored)) fs::rename(NativePath(from), NativePath(to), error);
-    if (error) throw CannotMake('"' + ShowPath(to) + "\": " + error.message());
+    if (error) throw CannotMake('"' + ShowPath(to) + "\": " + WordsOf(error));
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 #include "host/terminal/password_source.h"
 #include "host/terminal/wording.h"
@@ -52,7 +53,7 @@ std::string ReadFileOf(const std::string& name, std::size_t most_bytes) {
     const std::filesystem::path path = NativePath(TreePath(name));
     std::error_code error;
     const bool is_file = std::filesystem::is_regular_file(path, error);
-    if (error) throw cannot_read(error.message());
+    if (error) throw cannot_read(WordsOf(error));
     if (!is_file) throw cannot_read(Tr("it is no regular file"));
     std::ifstream input(path, std::ios::binary);
     if (!input) throw cannot_read(std::generic_category().message(errno));

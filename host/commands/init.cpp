@@ -18,6 +18,7 @@
 #include "host/settings/keys.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 #include "host/system/prompt.h"
 #include "host/system/tree_owner.h"
@@ -35,7 +36,7 @@ void MakeDirectories(const std::string& directory) {
     std::error_code error = MakeOwnDirectories(directory);
     if (error || !fs::is_directory(NativePath(directory), error)) {
         throw CommandError(
-            kCannotMake, error ? Tr("cannot make the directory \"{0}\": {1}", ShowPath(directory), error.message())
+            kCannotMake, error ? Tr("cannot make the directory \"{0}\": {1}", ShowPath(directory), WordsOf(error))
                                : Tr("cannot make the directory \"{0}\", there is something else", ShowPath(directory)));
     }
 }

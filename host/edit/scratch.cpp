@@ -12,6 +12,7 @@
 #include "host/settings/file_names.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {
@@ -40,7 +41,7 @@ bool IsLeftOver(const fs::directory_entry& folder) {
 
 ScratchFolder::ScratchFolder(const CString& parent) try : path_(MakeNewFolder(parent + '\\' + std::string(kStart))) {
 } catch (const std::system_error& error) {
-    throw CommandError(kCannotMake, Tr("cannot write in \"{0}\": {1}", ShowPath(parent), error.code().message()));
+    throw CommandError(kCannotMake, Tr("cannot write in \"{0}\": {1}", ShowPath(parent), WordsOf(error.code())));
 }
 
 ScratchFolder::~ScratchFolder() {

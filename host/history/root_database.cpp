@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {
@@ -91,7 +92,7 @@ void EmptyLongLog(Database& database, const std::string& log) {
 
 // For its owner alone; what SQLite puts beside it gets the same permissions.
 void MakeFile(const std::string& root, const std::string& path) {
-    if (const std::error_code error = MakeOwnDirectories(root + kFolder)) throw DatabaseError(0, error.message());
+    if (const std::error_code error = MakeOwnDirectories(root + kFolder)) throw DatabaseError(0, WordsOf(error));
     const fs::path file = NativePath(path);
     std::error_code ignored;
     if (IsThere(file)) return;

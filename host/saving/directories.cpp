@@ -8,6 +8,7 @@
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/durable_files.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 fs::path Aside(const CString& directory) { return NativePath(directory) / ".tarvex-removed"; }
 
 CommandError CannotMake(const CString& path, const std::error_code& error) {
-    return {kCannotMake, "cannot make \"" + ShowPath(path) + "\": " + error.message()};
+    return {kCannotMake, "cannot make \"" + ShowPath(path) + "\": " + WordsOf(error)};
 }
 
 // Throws CommandError when the system does not tell: then it would tell of no other number either.

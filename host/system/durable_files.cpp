@@ -12,6 +12,7 @@
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 
 namespace tarvex::host {
@@ -31,7 +32,7 @@ std::optional<std::string> ReadWholeFile(const std::string& path) {
         // A link that leads nowhere is something that is there.
         if (type == fs::file_type::not_found) error.clear();
     }
-    if (error) throw cannot_read(error.message());
+    if (error) throw cannot_read(WordsOf(error));
     if (type != fs::file_type::regular) throw cannot_read(Tr("it is no regular file"));
     std::ifstream file(file_path, std::ios::binary);
     if (!file) throw cannot_read(std::generic_category().message(errno));

@@ -14,6 +14,7 @@
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 #include "host/tree/tree_rules.h"
 
@@ -41,7 +42,7 @@ std::string WhyListUnreadable(const CString& path) {
     std::error_code error;
     const fs::file_type type = fs::status(NativePath(path), error).type();
     if (type == fs::file_type::not_found) return {};
-    if (error) return CannotRead(path, error.message());
+    if (error) return CannotRead(path, WordsOf(error));
     if (type != fs::file_type::regular) return CannotRead(path, Tr("it is no regular file"));
     std::ifstream file(NativePath(path), std::ios::binary);
     if (!file) return CannotRead(path, Refusal());
@@ -64,7 +65,7 @@ std::string WhyFileUnwritable(const CString& path) {
     }
     file += ".new";
     error = ReserveRoom(file, bytes);
-    return error ? CannotWrite(path, error.message()) : std::string();
+    return error ? CannotWrite(path, WordsOf(error)) : std::string();
 }
 
 std::string WhyRulesUnknown(const CPopProfile& profile) {

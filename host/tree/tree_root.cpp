@@ -8,6 +8,7 @@
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/paths.h"
 #include "host/system/tree_owner.h"
 #include "host/tree/tree_rules.h"
@@ -29,7 +30,7 @@ std::string RootDirectory(const std::optional<std::string>& root_option) {
 std::string WhyRootUnreadable(const std::string& directory) {
     std::error_code error;
     const std::filesystem::directory_iterator entries(NativePath(directory), error);
-    return error ? error.message() : std::string();
+    return error ? WordsOf(error) : std::string();
 }
 
 // The engine treats a root that is a file or cannot be read as a tree without users. A command must refuse it.

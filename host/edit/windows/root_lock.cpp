@@ -5,12 +5,12 @@
 #include <windows.h>
 
 #include <string>
-#include <system_error>
 
 #include "host/edit/scratch.h"
 #include "host/saving/directories.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/windows/wide.h"
 
 namespace tarvex::host {
 namespace {
@@ -35,9 +35,8 @@ std::optional<RootLock> RootLock::Try(const std::string& root, std::string_view 
     if (file == INVALID_HANDLE_VALUE) {
         const DWORD error = GetLastError();
         if (error == ERROR_SHARING_VIOLATION) return std::nullopt;
-        throw CommandError(
-            error == ERROR_ACCESS_DENIED ? kNotAllowed : kCannotMake,
-            "cannot lock \"" + ShowPath(root) + "\": " + std::system_category().message(static_cast<int>(error)));
+        throw CommandError(error == ERROR_ACCESS_DENIED ? kNotAllowed : kCannotMake,
+                           "cannot lock \"" + ShowPath(root) + "\": " + SystemMessage(error));
     }
     RootLock lock(reinterpret_cast<std::intptr_t>(file));
     Write(lock.file_, NoteOn(std::to_string(GetCurrentProcessId()), command));

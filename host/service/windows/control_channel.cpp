@@ -15,6 +15,7 @@
 #include "host/service/windows/control_pipe.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/error_words.h"
 #include "host/system/windows/accounts.h"
 #include "host/system/windows/handle.h"
 #include "host/system/windows/kept_orders.h"
@@ -207,7 +208,7 @@ ControlChannel::ControlChannel(const std::string& root, const Orders& orders)
         listener_->AddPipe(FILE_FLAG_FIRST_PIPE_INSTANCE);
     } catch (const std::system_error& error) {
         throw CommandError(kCannotMake, "cannot listen on \"" + Utf8(listener_->name) + "\" for \"" + ShowPath(root) +
-                                            "\": " + ShowText(error.code().message()));
+                                            "\": " + WordsOf(error.code()));
     }
 }
 

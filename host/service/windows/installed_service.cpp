@@ -13,6 +13,7 @@
 
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
+#include "host/system/windows/accounts.h"
 #include "host/system/windows/managed_process.h"
 #include "host/system/windows/wide.h"
 

@@ -7,9 +7,8 @@
 
 namespace tarvex::host {
 
-// The account that Windows has for a service of this name, and its number: "S-1-5-80-" and the SHA-1 of the name in
-// capitals and UTF-16, as five numbers.
-inline constexpr const wchar_t* kServiceAccount = L"NT SERVICE\\Tarvex";
+// The number of kServiceAccount: "S-1-5-80-" and the SHA-1 of the service's name in capitals and UTF-16, as five
+// numbers.
 inline constexpr const wchar_t* kServiceSid = L"S-1-5-80-922312200-3284093292-3566284977-1286675941-3760456741";
 
 // How long the manager is asked to wait at the end of Windows, and how long commands wait for the service.

@@ -14,8 +14,6 @@
 namespace tarvex::host {
 namespace {
 
-constexpr const wchar_t* kServiceAccount = L"NT SERVICE\\Tarvex";
-
 std::string TextOf(PSID user) {
     char* text = nullptr;
     if (!ConvertSidToStringSidA(user, &text)) return {};

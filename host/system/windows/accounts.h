@@ -15,7 +15,9 @@ std::string UserOfProcess(HANDLE process);
 // As whom this process works.
 const std::string& OwnUser();
 
-// The account of the service "Tarvex" of the service manager; empty where there is none.
+inline constexpr const wchar_t* kServiceAccount = L"NT SERVICE\\Tarvex";
+
+// The number of that account; empty where there is none.
 std::string ServiceUser();
 
 inline constexpr const char* kSystemUser = "S-1-5-18";

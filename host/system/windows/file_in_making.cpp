@@ -18,8 +18,8 @@ namespace {
 HANDLE Handle(std::intptr_t file) { return reinterpret_cast<HANDLE>(file); }  // NOLINT: the system's own way
 
 CommandError CannotWrite(const std::filesystem::path& file) {
-    const std::error_code error(static_cast<int>(GetLastError()), std::system_category());
-    return {kCannotMake, "cannot write \"" + ShowUtf8Text(Utf8(file.native())) + "\": " + error.message()};
+    const DWORD error = GetLastError();
+    return {kCannotMake, "cannot write \"" + ShowUtf8Text(Utf8(file.native())) + "\": " + SystemMessage(error)};
 }
 
 }  // namespace
