@@ -3,11 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <future>
 #include <string>
 #include <vector>
 
 #include "host/service/command_channel.h"
 #include "host/service/service_connection.h"
+#include "host/system/command_error.h"
 #include "tests/host/service/served_tree.h"
 
 namespace tarvex::testing {
@@ -43,6 +46,35 @@ TEST_F(ServiceClients, WhoSayNothingOrHalfOfItDoNotStallTheService) {
     const int runs = mailbox_.Received("QUIT");
     EXPECT_THAT(Tell({"user", "set", "user0", "--loginname", "renamed"}), HasSubstr("renamed"));
     EXPECT_TRUE(Eventually([&] { return mailbox_.Received("QUIT") > runs + 2; }));
+    Stop(*service);
+}
+
+// Whoever finds no place in time is told so.
+TEST_F(ServiceClients, ThreeHundredAtOnceKeepNoRunWaitingAndTheNextOneIsAnswered) {
+    AddProfile();
+    const auto service = Serve();
+    std::atomic<int> at_work = 0;
+    std::vector<std::future<std::vector<std::unique_ptr<host::CommandChannel>>>> flood;
+    for (int i = 0; i < 60; ++i) {
+        flood.push_back(std::async(std::launch::async, [&] {
+            std::vector<std::unique_ptr<host::CommandChannel>> silent;
+            for (int j = 0; j < 5; ++j) {
+                try {
+                    silent.push_back(host::CommandChannel::Open(host_.Root()));
+                    EXPECT_TRUE(silent.back());
+                } catch (const host::CommandError& error) {
+                    EXPECT_EQ(error.ExitCode(), host::kTryLater) << error.what();
+                }
+            }
+            ++at_work;
+            return silent;
+        }));
+    }
+    EXPECT_TRUE(Eventually([&] { return at_work == 60; }));
+    const int runs = mailbox_.Received("QUIT");
+    EXPECT_TRUE(Eventually([&] { return mailbox_.Received("QUIT") > runs + 2; }));
+    flood.clear();
+    EXPECT_THAT(Tell({"user", "set", "user0", "--loginname", "renamed"}), HasSubstr("renamed"));
     Stop(*service);
 }
 

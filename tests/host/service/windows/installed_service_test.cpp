@@ -18,6 +18,7 @@
 
 #include "host/service/windows/event_source.h"
 #include "host/service/windows/installed_service.h"
+#include "host/system/command_error.h"
 #include "host/system/windows/managed_process.h"
 #include "host/system/windows/wide.h"
 #include "tests/support/host_program.h"
@@ -93,9 +94,16 @@ TEST_F(ServiceOfWindows, ForwardsIsAskedEditedHeldBackAndStopped) {
     EXPECT_TRUE(Control(SERVICE_CONTROL_PAUSE));
     EXPECT_TRUE(Soon([] { return AskForService().state == State::Paused; }));
     EXPECT_THAT(Tell({"service", "status"}), HasSubstr("paused"));
+    const int listed = mailbox_.Received("UIDL");
+    mailbox_.Add(MailNumber(3));
+    EXPECT_THAT(Tell({"run", "--now"}, host::kTryLater), HasSubstr("is paused"));
+    EXPECT_THAT(Tell({"status"}, host::kSomethingFails), HasSubstr("is paused"));
+    EXPECT_THAT(Tell({"user", "set", "taro", "--loginname", "jiro"}), HasSubstr("jiro"));
+    EXPECT_EQ(mailbox_.Received("UIDL"), listed);
     EXPECT_TRUE(Control(SERVICE_CONTROL_CONTINUE));
     EXPECT_TRUE(Soon([] { return AskForService().state == State::Running; }));
-    Forwards(3);
+    EXPECT_TRUE(Soon([this] { return sink_.Delivered().size() == 3; }));
+    Forwards(4);
 
     Tell({"service", "stop"});
     EXPECT_EQ(AskForService().state, State::Stopped);
