@@ -1,72 +1,25 @@
-// An old copy of a tree: the service answers and runs nothing, `run` refuses, and a person accepts it.
+// An old copy of a tree, with signals, links and a program that is told of it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <ctime>
+#include <csignal>
 #include <filesystem>
-#include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
-#include "host/held/held_sending.h"
-#include "tests/support/host_program.h"
+#include "tests/host/generation/old_copy.h"
 
 namespace tarvex::testing {
 namespace {
 
-using namespace std::chrono_literals;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::SizeIs;
-using Words = std::vector<std::string>;
 
-constexpr auto kLong = 20s;
-constexpr const char* kServing = "serving ";
-constexpr const char* kWhy = "its generation is 5, and should be 12";
+using PosixOldCopyOfTree = OldCopyOfTree;
 
-// A tree of generation 5, with a profile that is due and one message in its mailbox.
-class OldCopyOfTree : public ::testing::Test {
-protected:
-    OldCopyOfTree() {
-        mailbox_.Add({"id-1", "Subject: one\r\n\r\none\r\n"});
-        path_ = host_.AddProfile(mailbox_.Port(), sink_.Port());
-        EXPECT_EQ(chmod(host_.Root().c_str(), 0700), 0);
-        std::filesystem::create_directory(host_.Root() + "/.tarvex");
-        SetGeneration("5\n");
-    }
-
-    void AddRules(const std::string& more = "") {
-        WriteFile(host_.Root() + "/host.def", "[version]\r\n0\r\n\r\n" + more);
-    }
-
-    std::string File() const { return host_.Root() + "/.tarvex/generation"; }
-    void SetGeneration(const std::string& content) const { WriteFile(File(), content); }
-
-    std::unique_ptr<ChildProcess> Serve(const Words& more = {}, const std::string& until = kServing) {
-        Words words = {TARVEX_HOST, "--root", host_.Root(), "serve", "--every", "0.02"};
-        words.insert(words.end(), more.begin(), more.end());
-        auto service = std::make_unique<ChildProcess>(words, ChildProcess::Output::Together);
-        EXPECT_TRUE(service->WaitForOutput(until, kLong));
-        return service;
-    }
-
-    std::unique_ptr<ChildProcess> ServeOldCopy() { return Serve({"--expect-generation", "12"}, kWhy); }
-
-    std::string Do(const Words& words, int exit_code = 0) const { return host_.Tell(words, exit_code); }
-
-    MailboxServer mailbox_{"user", "secret"};
-    SinkServer sink_;
-    Host host_;
-    std::string path_;
-};
-
-TEST_F(OldCopyOfTree, EachStartOfTheServiceRaisesTheNumberBeforeTheFirstRun) {
+TEST_F(PosixOldCopyOfTree, EachStartOfTheServiceRaisesTheNumberBeforeTheFirstRun) {
     for (const char* const generation : {"6\n", "7\n"}) {
         const auto service = Serve();
         Do({"health", "--service"});  // it answers
@@ -82,98 +35,8 @@ TEST_F(OldCopyOfTree, EachStartOfTheServiceRaisesTheNumberBeforeTheFirstRun) {
     EXPECT_EQ(Do({"generation"}), "7\n");
 }
 
-TEST_F(OldCopyOfTree, ServiceAnswersAndRunsNothing) {
-    AddRules();
-    const auto service = ServeOldCopy();
-    EXPECT_THAT(Do({"status"}, 1), HasSubstr(kWhy));
-    const auto status = nlohmann::json::parse(Do({"status", "--json"}, 1)).at(0);
-    EXPECT_EQ(status.at("blocked_by").at("rule"), "generation");
-    EXPECT_THAT(status.at("trouble"), HasSubstr(kWhy));
-    EXPECT_THAT(Do({"health"}, 2), AllOf(HasSubstr("CRITICAL - the tree is an old copy"), Not(HasSubstr("user0"))));
-    EXPECT_THAT(host_.Fail(74, {"run", "--now"}), HasSubstr(kWhy));
-    EXPECT_THAT(Do({"metrics"}), HasSubstr("\ntarvex_generation 5\n"));
-    EXPECT_EQ(Do({"generation"}), "5\n");
-    EXPECT_THAT(sink_.Delivered(), SizeIs(0));
-    EXPECT_EQ(mailbox_.Received("UIDL"), 0);
-}
-
-TEST_F(OldCopyOfTree, AcceptedTreeIsRunAtOnceAndHasAHigherNumber) {
-    AddRules();
-    const auto service = ServeOldCopy();
-    EXPECT_THAT(Do({"accept", "--send"}), HasSubstr("its generation is 13"));
-    EXPECT_TRUE(service->WaitForOutput("1 message", kLong));
-    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
-    EXPECT_EQ(Do({"generation"}), "13\n");
-    EXPECT_THAT(Do({"health"}), HasSubstr("OK"));
-    EXPECT_THAT(host_.Fail(66, {"accept", "--send"}), HasSubstr("nothing says"));
-    EXPECT_THAT(Do({"history", "--edits"}), AllOf(HasSubstr("tree accept"), HasSubstr("\"5\" -> \"13\"")));
-}
-
-TEST_F(OldCopyOfTree, SkippedMailOfAnOldCopyCountsAsHandled) {
-    const auto service = ServeOldCopy();
-    EXPECT_THAT(Do({"accept", "--skip"}), HasSubstr("its generation is 13"));
-    EXPECT_EQ(Uidls(path_), "id-1\n");
-    mailbox_.Add({"id-2", "Subject: two\r\n\r\ntwo\r\n"});
-    EXPECT_TRUE(service->WaitForOutput("1 message", kLong));
-    ASSERT_THAT(sink_.Delivered(), SizeIs(1));
-    EXPECT_THAT(sink_.Delivered()[0].text, HasSubstr("Subject: two"));
-}
-
-TEST_F(OldCopyOfTree, MailboxThatCannotBeListedLeavesItsProfileWaiting) {
-    mailbox_.SetFault([](const std::string& command) { return command.starts_with("APOP") ? "-ERR not now" : ""; });
-    for (const char* const rules : {"", "[floodguard]\r\n0\r\n\r\n"}) {  // without them nothing waits
-        if (*rules != '\0') AddRules(rules);
-        EXPECT_THAT(host_.Fail(69, {"accept", "--skip", "--expect-generation", "12"}),
-                    HasSubstr("-ERR not now; nothing was changed"));
-        EXPECT_EQ(Do({"generation"}), "5\n");
-    }
-    AddRules();
-    EXPECT_THAT(host_.Fail(0, {"accept", "--skip", "--expect-generation", "12"}),
-                HasSubstr("not now; it waits by itself"));
-    EXPECT_EQ(Do({"generation"}), "13\n");
-    EXPECT_THAT(Do({"status"}, 1), HasSubstr("the tree was an old copy"));
-    mailbox_.SetFault({});
-    EXPECT_THAT(Do({"run", "--now"}), HasSubstr("waits for `tarvex accept`"));
-    EXPECT_THAT(sink_.Delivered(), SizeIs(0));
-}
-
-TEST_F(OldCopyOfTree, RunComparesAndDoesNotRaise) {
-    EXPECT_THAT(host_.Fail(74, {"run", "--now", "--expect-generation", "12"}), HasSubstr(kWhy));
-    EXPECT_THAT(sink_.Delivered(), SizeIs(0));
-    Do({"run", "--now", "--expect-generation", "5"});
-    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
-    EXPECT_EQ(Do({"generation"}), "5\n");
-}
-
-TEST_F(OldCopyOfTree, IsAcceptedWithoutAService) {
-    EXPECT_THAT(host_.Fail(66, {"accept", "--send"}), HasSubstr("--expect-generation"));
-    EXPECT_THAT(host_.Fail(66, {"accept", "--send", "--expect-generation", "5"}), HasSubstr("no old copy"));
-    Do({"accept", "--send", "--expect-generation", "12"});
-    EXPECT_EQ(Do({"generation"}), "13\n");
-    EXPECT_THAT(host_.Fail(64, {"accept", "user0/from0", "--send", "--expect-generation", "14"}),
-                HasSubstr("whole tree"));
-    EXPECT_THAT(host_.Fail(64, {"accept", "--send", "--expect-generation", "99999999999999999999"}),
-                HasSubstr("must be"));
-}
-
-// The first tick comes before the first answer.
-TEST_F(OldCopyOfTree, HeldMailIsNotTried) {
-    AddRules();
-    sink_.SetFault([](const std::string& command) { return command.starts_with("RCPT") ? "550 no" : ""; });
-    Do({"run", "--now", "--quiet"});
-    sink_.SetFault({});
-    host::MakeHeldDue(host_.Root() + "\\user0\\from0", "forwardto0", std::time(nullptr) - 1);
-    const auto service = ServeOldCopy();
-    const int tries = sink_.Received("MAIL");
-    Do({"health"}, 2);
-    EXPECT_THAT(host_.Fail(74, {"held", "send", "user0/from0"}), HasSubstr(kWhy));
-    EXPECT_EQ(sink_.Received("MAIL"), tries);
-    Do({"accept", "--send"});
-    EXPECT_TRUE(service->WaitForOutput("held mail was tried, all was taken", kLong));
-}
-
 // Neither a link nor a file of others is followed or changed.
-TEST_F(OldCopyOfTree, LinkInThePlaceOfTheNumberIsNoNumber) {
+TEST_F(PosixOldCopyOfTree, LinkInThePlaceOfTheNumberIsNoNumber) {
     WriteFile(host_.Root() + "/elsewhere", "20\n");
     std::filesystem::remove(File());
     std::filesystem::create_symlink(host_.Root() + "/elsewhere", File());
@@ -187,7 +50,7 @@ TEST_F(OldCopyOfTree, LinkInThePlaceOfTheNumberIsNoNumber) {
     EXPECT_EQ(ReadFile(host_.Root() + "/elsewhere"), "20\n");
 }
 
-TEST_F(OldCopyOfTree, AlertSaysWhyNothingIsRun) {
+TEST_F(PosixOldCopyOfTree, AlertSaysWhyNothingIsRun) {
     const std::string told = host_.Root() + "/told";
     const std::string program = host_.Root() + "/tell";
     WriteFile(program, "#!/bin/sh\ncat >>" + told + "\n");
@@ -196,15 +59,6 @@ TEST_F(OldCopyOfTree, AlertSaysWhyNothingIsRun) {
     const auto service = ServeOldCopy();
     EXPECT_TRUE(service->WaitForOutput("1 new matter", kLong));
     EXPECT_THAT(ReadFile(told), AllOf(HasSubstr("\"old_copy\""), HasSubstr("tarvex accept"), HasSubstr(kWhy)));
-}
-
-TEST_F(OldCopyOfTree, BackupHasTheNumberOfItsMoment) {
-    const TempDir folder;
-    Do({"backup", folder / "backup.tar"});
-    SetGeneration("9\n");
-    ChildProcess restore({TARVEX_HOST, "restore", folder / "backup.tar", folder / "tree"});
-    restore.Wait();
-    EXPECT_EQ(ReadFile(folder / "tree/.tarvex/generation"), "5\n");
 }
 
 }  // namespace
