@@ -33,8 +33,10 @@ public:
     int Number() const;             // of its process, while it has not been waited for
     void Signal(int signal) const;  // nothing happens when it has ended; on POSIX
 
-    // As the keyboard asks a program to end (Ctrl+C); on POSIX by SIGTERM. On Windows only with Output::Together.
-    void Interrupt();
+    // As its console asks a program to end. On Windows Ctrl+C only with Output::Together; on POSIX it is SIGINT, and
+    // SIGTERM stands for the others.
+    enum class Event { CtrlC, CtrlBreak, Close, LogOff, Shutdown };
+    void Interrupt(Event event = Event::CtrlC);
 
     // Waits until it has printed the text, behind so many bytes; false when that does not come in time, or it ends
     // before.

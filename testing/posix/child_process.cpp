@@ -202,7 +202,7 @@ void ChildProcess::Signal(int signal) const {
     if (!impl_->ended) kill(impl_->pid, signal);  // not waited for yet, so the number is still its own
 }
 
-void ChildProcess::Interrupt() { Signal(SIGTERM); }
+void ChildProcess::Interrupt(Event event) { Signal(event == Event::CtrlC ? SIGINT : SIGTERM); }
 
 bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind) {
     const auto deadline = Clock::now() + time;

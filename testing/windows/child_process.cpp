@@ -158,22 +158,35 @@ private:
     std::vector<std::max_align_t> room_;
 };
 
-BOOL WINAPI Ignore(DWORD) { return TRUE; }
+// This process is told as well, on a thread that the system makes for it.
+const HANDLE is_told = CreateEventW(nullptr, FALSE, FALSE, nullptr);
 
-// On the console of that process, and so to this one as well.
+BOOL WINAPI Ignore(DWORD) { return SetEvent(is_told); }
+
+// On the console of that process.
 void TypeCtrlC(DWORD process) {
+    constexpr DWORD kLong_ms = 20000;
     std::array<HANDLE, 3> streams{};
     constexpr std::array<DWORD, 3> kStreams = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
     for (std::size_t i = 0; i < streams.size(); ++i) streams[i] = GetStdHandle(kStreams[i]);
     FreeConsole();
     if (AttachConsole(process)) {
         SetConsoleCtrlHandler(Ignore, TRUE);
-        GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
-        Sleep(100);  // the system tells each process on a thread of its own
+        if (GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0)) WaitForSingleObject(is_told, kLong_ms);
         FreeConsole();
         SetConsoleCtrlHandler(Ignore, FALSE);
     }
     for (std::size_t i = 0; i < streams.size(); ++i) SetStdHandle(kStreams[i], streams[i]);
+}
+
+// Begins the thread in the process that the system begins there for an event; wine does so for Ctrl+C alone.
+void TellOf(DWORD event, const Handle& process) {
+    auto* const routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernelbase.dll"), "CtrlRoutine")));
+    if (!routine) throw Failure("CtrlRoutine");
+    const Handle thread(
+        CreateRemoteThread(process.Get(), nullptr, 0, routine, reinterpret_cast<void*>(DWORD_PTR{event}), 0, nullptr));
+    if (!thread.Get()) throw Failure("CtrlRoutine");
 }
 
 }  // namespace
@@ -272,7 +285,20 @@ void ChildProcess::Signal(int) const { throw std::logic_error("there are no sign
 
 int ChildProcess::Number() const { return static_cast<int>(impl_->number); }
 
-void ChildProcess::Interrupt() { TypeCtrlC(impl_->number); }
+void ChildProcess::Interrupt(Event event) {
+    switch (event) {
+        case Event::CtrlC:
+            return TypeCtrlC(impl_->number);
+        case Event::CtrlBreak:
+            return TellOf(CTRL_BREAK_EVENT, impl_->process);
+        case Event::Close:
+            return TellOf(CTRL_CLOSE_EVENT, impl_->process);
+        case Event::LogOff:
+            return TellOf(CTRL_LOGOFF_EVENT, impl_->process);
+        case Event::Shutdown:
+            return TellOf(CTRL_SHUTDOWN_EVENT, impl_->process);
+    }
+}
 
 bool ChildProcess::WaitForOutput(const std::string& text, std::chrono::nanoseconds time, std::size_t behind) {
     const bool came = impl_->output.WaitFor(text, time, behind);

@@ -49,6 +49,8 @@ inline std::string Slashed(std::string text) {
 // A service that runs no longer than the object lives. In what it prints names are Slashed.
 class ServiceProcess {
 public:
+    using Event = ChildProcess::Event;
+
     explicit ServiceProcess(const std::vector<std::string>& words, const std::vector<std::string>& variables = {})
         : child_(words, ChildProcess::Output::Together, variables) {}
 
@@ -62,7 +64,7 @@ public:
     std::string Printed() const { return Slashed(child_.Printed()); }
 
     void Signal(int signal) const { child_.Signal(signal); }  // on POSIX
-    void Interrupt() { child_.Interrupt(); }
+    void Interrupt(Event event = Event::CtrlC) { child_.Interrupt(event); }
     void LoadAgain() const;  // where the system can ask for it without the service manager
     bool WaitFor(std::chrono::nanoseconds time) { return child_.WaitFor(time); }
     void Kill() { child_.Kill(); }
@@ -94,8 +96,8 @@ protected:
         return service;
     }
 
-    static void Stop(ServiceProcess& service) {
-        service.Interrupt();
+    static void Stop(ServiceProcess& service, ServiceProcess::Event event = ServiceProcess::Event::CtrlC) {
+        service.Interrupt(event);
         EXPECT_TRUE(service.WaitFor(kLong));
         EXPECT_EQ(service.ExitCode(), 0) << service.Printed();
     }

@@ -164,6 +164,29 @@ TEST_F(Serving, AFailureIsToldAndDisturbsNoOtherProfile) {
     Stop(*service);
 }
 
+TEST_F(Serving, StopsWithinSecondsFromAStalledRunWhoseStateIsSaved) {
+    mailbox_.Add(MailNumber(1));
+    mailbox_.Add(MailNumber(2));
+    sink_.SetFault([this, count = 0](const std::string& command) mutable {
+        if (command != "." || ++count == 1) return "";
+        ++blocked_;
+        return "stall";
+    });
+    const std::string profile = AddProfile();
+    using enum ServiceProcess::Event;
+    for (const auto event : {CtrlC, CtrlBreak, Close, LogOff, Shutdown}) {
+        blocked_ = 0;
+        const auto service = Serve();
+        WaitUntilBlocked();
+        const auto start = Clock::now();
+        Stop(*service, event);
+        EXPECT_LT(Clock::now() - start, 5s);
+        EXPECT_THAT(service->Printed(), HasSubstr("user0/from0: run ended, failed: "));
+        EXPECT_EQ(Uidls(profile), "mail-1\n");
+        EXPECT_THAT(Log(profile), HasSubstr("---- End Operation at "));
+    }
+}
+
 TEST_F(Serving, ASecondHostIsRefusedByTheNameOfTheFirst) {
     AddProfile();
     const auto service = Serve({}, "60");

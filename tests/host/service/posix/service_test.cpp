@@ -224,37 +224,6 @@ TEST_F(PosixServing, AReloadLeavesARunningCopyAlone) {
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
 }
 
-TEST_F(PosixServing, StopsWithinSecondsFromAStalledRunWhoseStateIsSaved) {
-    mailbox_.Add(MailNumber(1));
-    mailbox_.Add(MailNumber(2));
-    sink_.SetFault([this, count = 0](const std::string& command) mutable {
-        if (command != "." || ++count != 2) return "";
-        ++blocked_;
-        return "stall";
-    });
-    const std::string profile = AddProfile();
-    for (const int signal : {SIGTERM, SIGINT}) {
-        const auto service = Serve();
-        WaitUntilBlocked();
-        const auto start = Clock::now();
-        Stop(*service, signal);
-        EXPECT_LT(Clock::now() - start, 5s);
-        EXPECT_THAT(service->Printed(), HasSubstr("user0/from0: run ended, failed: "));
-        EXPECT_THAT(ReadFile(profile + "/forwardto0/uidl.def"), StartsWith("mail-1\r\n"));
-        EXPECT_THAT(ReadFile(profile + "/profile.log"), HasSubstr("---- End Operation at "));
-        if (signal == SIGTERM) {
-            EXPECT_THAT(ReadFile(profile + "/forwardto0/uidl.def"), Not(HasSubstr("mail-2")));
-            sink_.SetFault([this](const std::string& command) {
-                if (command != ".") return "";
-                ++blocked_;
-                return "stall";
-            });
-            blocked_ = 0;
-        }
-    }
-    EXPECT_FALSE(std::filesystem::exists(Socket()));
-}
-
 // ---- trees that cannot be relied on
 
 using ServingWithCare = PosixService;
