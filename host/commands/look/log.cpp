@@ -27,6 +27,7 @@ namespace tarvex::host {
 namespace {
 
 constexpr std::chrono::milliseconds kPoll{200};
+constexpr std::chrono::seconds kFresh{3};
 constexpr std::size_t kLinesBeforeFollowing = 10;
 
 using Lines = std::vector<std::string>;
@@ -46,12 +47,17 @@ std::optional<std::filesystem::file_time_type> LastChange(const CString& profile
     return error ? std::nullopt : std::optional(time);
 }
 
+// Where times are whole seconds, the next change may have the same one.
+bool IsFresh(std::filesystem::file_time_type change) {
+    return std::filesystem::file_time_type::clock::now() - change < kFresh;
+}
+
 [[noreturn]] void Follow(const CString& profile_path, std::optional<std::filesystem::file_time_type> seen,
                          Lines shown) {
     for (;;) {
         std::this_thread::sleep_for(kPoll);
         const auto change = LastChange(profile_path);
-        if (!change || change == seen) continue;
+        if (!change || (change == seen && !IsFresh(*change))) continue;
         const std::optional<Lines> now = ReadLog(profile_path);
         if (!now) continue;
         seen = change;

@@ -572,41 +572,6 @@ TEST(HostLog, WithoutALogOrAProfileThereIsAReason) {
     }
 }
 
-TEST(HostLog, FollowsALogThatRunsReplaceAndShorten) {
-    MailboxServer mailbox("user", "secret");
-    SinkServer sink;
-    Host host;
-    const std::string profile = host.AddProfile(mailbox.Port(), sink.Port(), [](CPopProfile& changed) {
-        changed.setting.logsize = 40;  // more than one run, less than two
-    });
-    ChildProcess log = host.StartCommand({"log", "from0", "--follow"});  // before there is one
-    std::string expected;
-    for (int run = 1; run <= 3; ++run) {
-        mailbox.Add(MailNumber(run));
-        expected += "\n" + AsInTheLog(host.Run()).substr(("== " + profile + ": forwarded 1 message\n").size());
-        WaitUntilPrinted(log, "\nmail-" + std::to_string(run) + " received\n");
-        WaitUntilPrinted(log, expected);
-    }
-    EXPECT_EQ(log.Printed(), expected);
-    EXPECT_THAT(Unix(ReadFile(profile + "/profile.log")), AllOf(HasSubstr("\nmail-3 received\n"), Not(StartsWith("\n")),
-                                                                ContainsRegex("---- End (.|\n)+---- End ")));
-    log.Signal(SIGINT);
-    log.Wait();
-    EXPECT_EQ(log.ExitCode(), 128 + SIGINT);
-    EXPECT_EQ(log.Errors(), "");
-}
-
-TEST(HostLog, FollowingBeginsWithTheLastTenLines) {
-    Host host;
-    const std::string profile = host.AddProfile(UnusedPort(), 1);
-    std::string text;
-    for (int line = 1; line <= 12; ++line) text += std::to_string(line) + "\r\n";
-    WriteFile(profile + "/profile.log", text);
-    ChildProcess log = host.StartCommand({"log", "from0", "-f"});
-    WaitUntilPrinted(log, "12\n");
-    EXPECT_THAT(log.Printed(), StartsWith("3\n4\n"));
-}
-
 // ---- run
 
 TEST(HostRun, RunsTheNamedProfilesAlone) {
