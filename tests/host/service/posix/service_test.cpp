@@ -13,15 +13,10 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
-#include <ctime>
 #include <filesystem>
-#include <iterator>
-#include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -226,9 +221,9 @@ TEST_F(PosixServing, AReloadLeavesARunningCopyAlone) {
 
 // ---- trees that cannot be relied on
 
-using ServingWithCare = PosixService;
+using PosixServingWithCare = PosixService;
 
-TEST_F(ServingWithCare, ARootThatHasGoneIsNotTakenForOneWithoutLists) {
+TEST_F(PosixServingWithCare, ARootThatHasGoneIsNotTakenForOneWithoutLists) {
     mailbox_.Add(MailNumber(1));
     Block();
     blocking_ = false;
@@ -260,56 +255,7 @@ TEST_F(ServingWithCare, ARootThatHasGoneIsNotTakenForOneWithoutLists) {
     EXPECT_THAT(sink_.Delivered(), SizeIs(1));
 }
 
-// A directory in the place of the file cannot be read by the superuser either.
-TEST_F(ServingWithCare, AListThatCannotBeReadIsNotTakenForAnEmptyOne) {
-    mailbox_.Add(MailNumber(1));
-    const std::string profile = AddProfile();
-    host_.AddProfile(mailbox_.Port(), sink_.Port());
-    host_.Run();
-    ASSERT_THAT(sink_.Delivered(), SizeIs(2));
-    const std::string list = profile + "/forwardto0/uidl.def";
-    std::filesystem::rename(list, list + ".aside");
-    std::filesystem::create_directory(list);
-    ChildProcess run = host_.StartCommand({"run", "--quiet"});
-    run.Wait();
-    EXPECT_EQ(run.ExitCode(), host::kCannotWrite);
-    EXPECT_THAT(run.Errors(), AllOf(StartsWith("tarvex: user0/from0: cannot read \""), HasSubstr("uidl.def")));
-    const std::string told = "user0/from0: left out, cannot read \"" + list;
-    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr(told));
-    const auto service = Serve();
-    ASSERT_TRUE(service->WaitForOutput("user1/from0: run ended, nothing new", kLong));
-    ChildProcess asked = host_.StartCommand({"run", "--now", "--verbose"});
-    asked.Wait();
-    EXPECT_EQ(asked.ExitCode(), host::kCannotWrite);
-    EXPECT_THAT(asked.Printed(), AllOf(HasSubstr("user1"), Not(HasSubstr("user0"))));
-    EXPECT_THAT(asked.Errors(), StartsWith("tarvex: user0/from0: cannot read \""));
-    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr(told));
-    EXPECT_THAT(host_.Tell({"status", "--json"}, 1), HasSubstr("\"trouble\": \"left out, cannot read "));
-    std::filesystem::remove(list);
-    std::filesystem::rename(list + ".aside", list);
-    EXPECT_TRUE(service->WaitForOutput("user0/from0: run ended, nothing new", kLong));
-    EXPECT_THAT(host_.Tell({"status"}), Not(HasSubstr(told)));
-    Stop(*service);
-    EXPECT_EQ(Count(service->Printed(), told), 1);
-    EXPECT_THAT(service->Printed(), HasSubstr("user0/from0: is run again"));
-    EXPECT_THAT(sink_.Delivered(), SizeIs(2));
-}
-
-TEST_F(ServingWithCare, ASettingThatCouldNotBeReadIsReadBeforeTheProfileRuns) {
-    const std::string profile = AddProfile();
-    const std::string file = profile + "/popprofile.def";
-    std::filesystem::rename(file, file + ".aside");
-    std::filesystem::create_directory(file);
-    const auto service = Serve();
-    EXPECT_TRUE(service->WaitForOutput("user0/from0: left out, cannot read \"" + file, kLong));
-    std::filesystem::remove(file);
-    std::filesystem::rename(file + ".aside", file);
-    EXPECT_TRUE(service->WaitForOutput("user0/from0: run ended, nothing new", kLong));
-    Stop(*service);
-    EXPECT_THAT(ReadFile(file), HasSubstr("me@example.org"));
-}
-
-TEST_F(ServingWithCare, AFolderThatCannotBeEnteredIsNotTakenForNone) {
+TEST_F(PosixServingWithCare, AFolderThatCannotBeEnteredIsNotTakenForNone) {
     mailbox_.Add(MailNumber(1));
     const fs::path profile = AddProfile();
     if (geteuid() == 0) {  // and goes on as the tree's owner
@@ -333,94 +279,8 @@ TEST_F(ServingWithCare, AFolderThatCannotBeEnteredIsNotTakenForNone) {
     Stop(*service);
 }
 
-TEST_F(ServingWithCare, NoEditPutsDefaultsInThePlaceOfASettingThatCouldNotBeRead) {
-    const std::string file = AddProfile() + "/popprofile.def";
-    std::filesystem::rename(file, file + ".aside");
-    std::filesystem::create_directory(file);
-    const auto service = Serve({}, "600");
-    ASSERT_TRUE(service->WaitForOutput("user0/from0: left out", kLong));
-    const std::vector<std::string> edit = {"profile", "set", "user0/from0", "--nickname", "office"};
-    ChildProcess refused = host_.StartCommand(edit);
-    refused.Wait();
-    EXPECT_EQ(refused.ExitCode(), host::kCannotWrite);
-    EXPECT_THAT(refused.Errors(), StartsWith("tarvex: cannot read \"" + file));
-    std::filesystem::remove(file);
-    std::filesystem::rename(file + ".aside", file);
-    host_.Tell(edit);
-    Stop(*service);
-    EXPECT_THAT(ReadFile(file), AllOf(HasSubstr("office"), HasSubstr("me@example.org")));
-}
-
-// A directory in one step: the service removes an empty one.
-void Obstruct(const std::string& path) {
-    std::filesystem::create_directories(path + ".whole/full");
-    EXPECT_TRUE(Eventually([&] {
-        std::error_code error;
-        std::filesystem::rename(path + ".whole", path, error);
-        return !error;
-    }));
-}
-
-// Where a save writes first there is something that it cannot replace, as on a disk that is full.
-TEST_F(ServingWithCare, AProfileWhoseListCannotBeSavedIsNotRun) {
-    const std::string profile = AddProfile();
-    const auto service = Serve();
-    ASSERT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
-    const std::string obstacle = profile + "/forwardto0/uidl.def.new";
-    Obstruct(obstacle);
-    ASSERT_TRUE(service->WaitForOutput("user0/from0: left out, cannot write \"", kLong));
-    mailbox_.Add(MailNumber(1));
-    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr("user0/from0: left out, cannot write \""));
-    EXPECT_THAT(sink_.Delivered(), SizeIs(0));
-    std::filesystem::remove_all(obstacle);
-    EXPECT_TRUE(service->WaitForOutput("run ended, forwarded 1 message", kLong));
-    EXPECT_TRUE(Eventually(
-        [&] { return Count(service->Printed(), "nothing new") > 1 || service->WaitForOutput("(never)", 1ms); }));
-    Stop(*service);
-    EXPECT_EQ(Count(service->Printed(), "left out"), 1);
-    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
-}
-
-TEST_F(ServingWithCare, AfterARunWhoseListCouldNotBeSavedTheProfileRunsWhenItCan) {
-    mailbox_.Add(MailNumber(1));
-    Block();
-    const std::string profile = AddProfile();
-    const auto service = Serve();
-    WaitUntilBlocked();
-    const std::string obstacle = profile + "/forwardto0/uidl.def.new";
-    Obstruct(obstacle);
-    blocking_ = false;
-    ASSERT_TRUE(service->WaitForOutput("what its last run forwarded could not be recorded", kLong));
-    EXPECT_THAT(host_.Tell({"status"}, 1), HasSubstr("could not be recorded"));
-    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
-    std::filesystem::remove_all(obstacle);
-    EXPECT_TRUE(service->WaitForOutput("run ended, nothing new", kLong));
-    Stop(*service);
-    EXPECT_EQ(Count(service->Printed(), "could not be recorded"), 1);
-    EXPECT_THAT(sink_.Delivered(), SizeIs(2)) << "once more, and then no more";
-    EXPECT_EQ(Uidls(profile), "mail-1\n");
-}
-
-TEST_F(ServingWithCare, ARunOnceWhoseListCouldNotBeSavedSaysSo) {
-    mailbox_.Add(MailNumber(1));
-    Block();
-    const std::string profile = AddProfile();
-    ChildProcess run = host_.StartCommand({"run"});
-    WaitUntilBlocked();
-    Obstruct(profile + "/forwardto0/uidl.def.new");
-    blocking_ = false;
-    run.Wait();
-    EXPECT_EQ(run.ExitCode(), host::kCannotWrite);
-    EXPECT_THAT(run.Errors(), HasSubstr("user0/from0: what its last run forwarded could not be recorded"));
-    ChildProcess next = host_.StartCommand({"run"});
-    next.Wait();
-    EXPECT_EQ(next.ExitCode(), host::kCannotWrite);
-    EXPECT_THAT(next.Errors(), HasSubstr("user0/from0: cannot write"));
-    EXPECT_THAT(sink_.Delivered(), SizeIs(1));
-}
-
 // Without threads, which no limit keeps from the superuser.
-TEST_F(ServingWithCare, ARunThatCouldNotBeginStandsInTheStatus) {
+TEST_F(PosixServingWithCare, ARunThatCouldNotBeginStandsInTheStatus) {
     AddProfile();
     if (geteuid() == 0) {  // and goes on as the tree's owner
         OpenTheWayToTheTree();
