@@ -149,6 +149,22 @@ NamedForward Visit::ForwardCalled(const std::string& path) const {
     Missing();
 }
 
+std::string Visit::TitleOf(const std::string& path) const {
+    const auto titled = [&](const auto& about, const CString& name) {
+        return ShownName(*root_, about.path) == path && !name.empty();
+    };
+    for (const auto& user : root_->users) {
+        if (!MaySee(*user) || !path.starts_with(ShownName(*root_, user->path))) continue;
+        if (titled(*user, user->setting.loginname)) return ShowText(user->setting.loginname);
+        for (const auto& profile : user->profiles) {
+            if (titled(*profile, profile->setting.address)) return ShowText(profile->setting.address);
+            for (const auto& forward : profile->forward_addresses)
+                if (titled(*forward, forward->setting.address)) return ShowText(forward->setting.address);
+        }
+    }
+    return path;
+}
+
 std::vector<NamedProfile> Visit::Visible() const {
     std::vector<NamedProfile> visible = AllProfiles(*root_);
     std::erase_if(visible, [this](const NamedProfile& named) { return !MaySee(*named.user); });
@@ -197,6 +213,7 @@ Json AnswerJob(Visit& visit, const std::string& name) {
     answer["job"] = name;
     answer["what"] = state->what;
     answer["about"] = state->about;
+    answer["title"] = visit.TitleOf(state->about);
     answer["printed"] = WithoutRoot(state->printed, visit.Root());
     answer["exit_code"] = state->exit_code;
     answer["message"] = WithoutRoot(state->error, visit.Root());

@@ -80,6 +80,10 @@ public:
     NamedProfile ProfileCalled(const std::string& path) const;
     NamedForward ForwardCalled(const std::string& path) const;
 
+    // What people call that which has this path: a mail address, or a login name. The path itself where the user sees
+    // nothing of it, or it has no such name.
+    std::string TitleOf(const std::string& path) const;
+
     // All profiles that the user may see, in the order of the tree.
     std::vector<NamedProfile> Visible() const;
 

@@ -40,7 +40,8 @@ std::string PlaceOf(const Json& answer) {
 Html LinkToPlace(const Json& answer) {
     if (TextOf(answer, "what") == "alert test") return LinkTo("/alerts", Tr("Alerts"));
     const std::string place = PlaceOf(answer);
-    return LinkTo(PageAbout(place), place.empty() ? Tr("Overview") : place);
+    if (place.empty()) return LinkTo(PageAbout(place), Tr("Overview"));
+    return LinkTo(PageAbout(place), place == TextOf(answer, "about") ? TextOf(answer, "title") : place);
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ Html Message(const Json& answer) {
     const Json& mail = PartOf(answer, "mail");
     const std::string profile = TextOf(mail, "profile");
     Html facts = Fact(Tr("Sender"), TextOf(answer, "from"));
-    facts += Fact(Tr("Mailbox"), LinkTo(ProfilePage(profile), profile));
+    facts += Fact(Tr("Mailbox"), LinkTo(ProfilePage(profile), TextOf(answer, "title")));
     facts += Fact(Tr("Set aside"), TextOf(mail, "when"));
     facts += Fact(Tr("Size"), TextOf(mail, "size"));
     facts += Fact(Tr("Why"), WhyOf(TextOf(mail, "kind")));
@@ -112,8 +112,8 @@ HttpResponse ShowHeld(const HttpRequest& request, const Json& answer) {
     const Viewer viewer = ViewerOf(answer);
     Html content = El("p", {}, {Tr("What a server refused for good waits here until it is sent or dropped.")});
     if (const std::string_view profile = request.Query("profile"); !profile.empty())
-        content +=
-            El("p", {{"class", "row"}}, {LinkTo(PageAbout(profile), profile), LinkTo("/held", Tr("All mailboxes"))});
+        content += El("p", {{"class", "row"}},
+                      {LinkTo(PageAbout(profile), TextOf(answer, "title")), LinkTo("/held", Tr("All mailboxes"))});
     Html rows;
     for (const Json& mail : ListOf(answer, "held")) rows += Row(mail);
     content += rows.IsEmpty() ? El("p", {}, {Tr("No message is set aside.")}) : ListForm(viewer, request, rows);

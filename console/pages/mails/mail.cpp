@@ -42,7 +42,8 @@ Html Stations(const Json& mail) {
 Html Facts(const Json& answer, const Json& mail) {
     const std::string profile = TextOf(mail, "profile");
     Html facts = Fact(Tr("Sender"), TextOf(mail, "from"));
-    facts += Fact(Tr("Mailbox"), IsTrue(answer, "is_there") ? LinkTo(ProfilePage(profile), profile) : Text(profile));
+    facts += Fact(Tr("Mailbox"),
+                  IsTrue(answer, "is_there") ? LinkTo(ProfilePage(profile), TextOf(answer, "title")) : Text(profile));
     for (const auto& [name, text] : {std::pair(Tr("Size"), TextOf(answer, "size")),
                                      std::pair(std::string("Message-ID"), TextOf(mail, "message_id")),
                                      std::pair(Tr("Id on the server"), TextOf(mail, "id"))})

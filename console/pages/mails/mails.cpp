@@ -53,8 +53,16 @@ Html ChangedKeys(const Json& event) {
     return keys.IsEmpty() ? Html() : El("ul", {{"class", "bare"}}, {keys});
 }
 
+// As people call it; with the path where keys of it were changed.
+Html About(const Json& event, bool is_run) {
+    const std::string name = TextOf(event, "name"), title = TextOf(event, "title");
+    if (name.empty()) return Text(Tr("the tree"));
+    Html about = LinkTo(PageAbout(name), title);
+    if (!is_run && title != name) about += El("span", {{"class", "below muted"}}, {name});
+    return El("span", {}, {about});
+}
+
 Html EventRow(const Json& event) {
-    const std::string name = TextOf(event, "name");
     const bool is_run = TextOf(event, "kind") == "run";
     Html what = is_run ? Mark({Tr("run"), IsTrue(event, "failed") ? "bad" : "good"})
                        : El("code", {}, {TextOf(event, "command")});
@@ -63,8 +71,7 @@ Html EventRow(const Json& event) {
     return El(
         "tr", {},
         {TimeCell(Tr("When"), TextOf(event, "time")), Cell(Tr("By"), is_run ? Tr("the service") : TextOf(event, "by")),
-         Cell(Tr("About"), name.empty() ? Text(Tr("the tree")) : LinkTo(PageAbout(name), name)),
-         Cell(Tr("What"), what)});
+         Cell(Tr("About"), About(event, is_run)), Cell(Tr("What"), what)});
 }
 
 }  // namespace
@@ -89,8 +96,8 @@ Asked AskMails(const HttpRequest& request) {
 HttpResponse ShowMails(const HttpRequest& request, const Json& answer) {
     Html content = SearchForm(request);
     if (const std::string_view profile = request.Query("profile"); !profile.empty())
-        content +=
-            El("p", {{"class", "row"}}, {LinkTo(PageAbout(profile), profile), LinkTo("/mails", Tr("All mailboxes"))});
+        content += El("p", {{"class", "row"}},
+                      {LinkTo(PageAbout(profile), TextOf(answer, "title")), LinkTo("/mails", Tr("All mailboxes"))});
     content += MailTable(ListOf(answer, "mails"));
     if (IsTrue(answer, "more"))
         content += El("p", {{"class", "muted"}}, {Tr("Only the newest are shown: search for the others.")});
@@ -102,7 +109,7 @@ Asked AskHistory(const HttpRequest& request) { return Json{{"ask", "history"}, {
 HttpResponse ShowHistory(const HttpRequest& request, const Json& answer) {
     const std::string name = TextOf(answer, "name");
     Html content = name.empty() ? El("p", {}, {Tr("Who changed what, and how each run ended; the newest first.")})
-                                : El("p", {}, {LinkTo(PageAbout(name), name)});
+                                : El("p", {}, {LinkTo(PageAbout(name), TextOf(answer, "title"))});
     Html rows;
     for (const Json& event : ListOf(answer, "events")) rows += EventRow(event);
     content += rows.IsEmpty()

@@ -75,6 +75,7 @@ Json AnswerHeld(Visit& visit) {
     Json answer = visit.Ok();
     const Page page(visit, all.size(), kMailsAPage);
     page.AddTo(answer);
+    answer["title"] = visit.TitleOf(asked);
     answer["count"] = all.size();
     answer["held"] = Json::array();
     for (std::size_t i = page.first; i < page.last; ++i) {
@@ -98,6 +99,7 @@ Json AnswerHeldMail(Visit& visit) {
         const auto text = HeldStore(profile.path).Text(record.id, kMostShown_bytes);
         const std::string message = text ? MessageIn(*text) : "";
         answer["mail"] = JsonOf(ShownName(visit.Root(), profile.path), record);
+        answer["title"] = ShowText(profile.setting.address);
         answer["mail"]["when"] = ShowTime(record.set_aside);
         answer["mail"]["size"] = ShowBytes(record.bytes);
         answer["header"] = text ? Json(ShowHead(*text, kHead_bytes)) : Json();

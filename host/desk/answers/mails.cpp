@@ -85,6 +85,7 @@ Json AnswerMail(Visit& visit) {
     const CalledMail called = MailCalled(visit);
     Json answer = visit.Ok();
     answer["mail"] = JsonOfMail(called.found);
+    answer["title"] = called.profile ? visit.TitleOf(called.found.profile) : called.found.profile;
     answer["size"] = called.found.mail.bytes > 0 ? Json(ShowBytes(called.found.mail.bytes)) : Json();
     answer["is_there"] = called.profile.has_value();
     answer["held"] = Json::array();
@@ -106,6 +107,7 @@ Json AnswerMails(Visit& visit) {
         return FindIn(reader, visit, {WordsOf(visit.Text("search")), {}, 0, most});
     });
     Json answer = visit.Ok();
+    answer["title"] = visit.TitleOf(visit.Text("profile"));
     answer["more"] = found.size() > most;
     if (found.size() > most) found.resize(most);
     answer["mails"] = Json::array();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
 
 #include "host/desk/answers/parts.h"
 #include "host/history/history.h"
@@ -92,8 +93,16 @@ Json AnswerHistory(Visit& visit) {
     if (search.name.empty() && !visit.IsAdministrator()) search.name = visit.WhoPath();
     Json answer = visit.Ok();
     answer["name"] = search.name;
+    answer["title"] = visit.TitleOf(search.name);
     answer["events"] = FromHistory(
         visit.Directory(), [&](HistoryReader& reader) { return Events(reader, search, visit.IsAdministrator()); });
+    std::map<std::string, std::string> titles;
+    for (Json& event : answer["events"]) {
+        const auto name = event["name"].get<std::string>();
+        const auto [title, is_new] = titles.try_emplace(name);
+        if (is_new) title->second = visit.TitleOf(name);
+        event["title"] = title->second;
+    }
     return answer;
 }
 

@@ -94,6 +94,10 @@ TEST_F(DeskRefusedTest, AMessageIsTracedAndSentAgainByWhoMaySeeIt) {
     EXPECT_EQ(mail["mail"]["copies"][0]["fate"], "parked");  // after the refusal of the first
     EXPECT_EQ(mail["held"].size(), 1U);
     EXPECT_EQ(mail["addresses"][0]["path"], "user1/from0/forwardto0");
+    EXPECT_EQ(mail["title"], "hanako@example.org");
+    EXPECT_EQ(AskAs(hanako, "held-mail", {{"profile", "user1/from0"}, {"id", 1}})["title"], "hanako@example.org");
+    for (const char* const ask : {"held", "mails"})
+        EXPECT_EQ(AskAs(hanako, ask, {{"profile", "user1/from0"}})["title"], "hanako@example.org") << ask;
 
     refuses_ = false;
     const Json again = {{"message", mine}, {"to", "user1/from0/forwardto0"}};

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -122,6 +123,13 @@ TEST_F(DeskTest, AChangeIsTheServicesOwnEditAndStandsInTheHistory) {
                      {"values", {{"popserver", "10.0.0.1"}}}})["status"],
               "forbidden");
     EXPECT_THAT(host_.Tell({"history", "--edits"}), HasSubstr("hanako (console) (as "));
+    EXPECT_EQ(added["title"], "hanako@example.org");
+    std::map<std::string, std::string> titles;
+    const Json history = AskAs(LogIn("taro"), "history");
+    for (const Json& event : history["events"]) titles[event["name"]] = event["title"];
+    EXPECT_EQ(titles["user1"], "hanako");
+    EXPECT_EQ(titles["user1/from0"], "hanako@example.org");
+    EXPECT_EQ(titles["user1/from0/forwardto0"], "phone@example.net");
     EXPECT_THAT(host_.Tell({"forward", "list", "hanako@example.org"}), HasSubstr("ko@example.net"));
 }
 
