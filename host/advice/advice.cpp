@@ -16,19 +16,21 @@ namespace {
 constexpr int kDefaultTimeOut_s = 30;
 
 // The pieces of the sentences.
-struct Words {
-    bool pop;
+struct Words : FieldNames {
+    using FieldNames::FieldNames;
+
+    bool pop = false;
     std::string server;  // "pop.example.org"
-    int port;
+    int port = 0;
     std::string server_key;
     std::string port_key;
-    int seconds;
-    int ssl;
-    bool by_token;
+    int seconds = 0;
+    int ssl = 0;
+    bool by_token = false;
 };
 
-Words WordsFor(Protocol protocol, const CPopProfileSetting& setting, const HostRules& rules) {
-    Words words;
+Words WordsFor(Protocol protocol, const CPopProfileSetting& setting, const HostRules& rules, Reader reader) {
+    Words words(reader);
     words.pop = protocol == Protocol::Pop;
     words.server = ShowText(ServerOf(setting, protocol));
     words.port = words.pop ? setting.popport : setting.smtpport;
@@ -46,23 +48,23 @@ std::string UsualPorts(const Words& words) {
 }
 
 std::string OnName(const Words& words) {
-    if (words.server.empty()) return Tr("No server is set: set {0}.", words.server_key);
+    if (words.server.empty()) return Tr("No server is set: set {0}.", words.Key(words.server_key));
     return Tr(
         "There is no server of this name: check {0} for a typing error. If it is right, the name service (DNS) of this "
         "machine does not answer.",
-        words.server_key);
+        words.Key(words.server_key));
 }
 
 std::string OnConnection(const Words& words, CProbeReason reason) {
     if (reason == CProbeReason::NotListening) {
-        return Tr("Nothing listens there: {0} may be wrong ({1}), or the server is down.", words.port_key,
+        return Tr("Nothing listens there: {0} may be wrong ({1}), or the server is down.", words.Key(words.port_key),
                   UsualPorts(words));
     }
     if (reason == CProbeReason::NoRoute) {
         return Tr("The server cannot be reached: this machine may be off the network, or {0} may be wrong.",
-                  words.server_key);
+                  words.Key(words.server_key));
     }
-    return Tr("Look at {0} and {1} ({2}).", words.server_key, words.port_key, UsualPorts(words));
+    return Tr("Look at {0} and {1} ({2}).", words.Key(words.server_key), words.Key(words.port_key), UsualPorts(words));
 }
 
 std::string OnSilence(const Words& words, int kind) {
@@ -73,27 +75,28 @@ std::string OnSilence(const Words& words, int kind) {
             "({3}).",
             "The server did not answer within {0} seconds: a firewall may be in between, or {1} or {2} may be wrong "
             "({3}).",
-            words.seconds, words.server_key, words.port_key, UsualPorts(words));
+            words.seconds, words.Key(words.server_key), words.Key(words.port_key), UsualPorts(words));
     }
     if (kind == PROBE_GREETING && words.pop && words.ssl == 0) {
         return Tr(
             "The server accepts the connection and says nothing. If port {0} expects TLS from the first byte, as 995 "
-            "does, set it: `tarvex rules set PROFILE --pop_tls tls`.",
-            words.port);
+            "does, set it: {1}.",
+            words.port, words.Rule("pop_tls", "tls"));
     }
     if (kind == PROBE_GREETING && words.ssl != 1) {
         return Tr(
             "The server accepts the connection and says nothing. If port {0} expects TLS from the first byte, as 465 "
-            "does, set --sslsmtp tls.",
-            words.port);
+            "does, set {1}.",
+            words.port, words.Option("sslsmtp", "tls"));
     }
-    return TrN("The server did not answer within {0} second: raise timeout if it is merely slow.",
-               "The server did not answer within {0} seconds: raise timeout if it is merely slow.", words.seconds);
+    return TrN("The server did not answer within {0} second: raise {1} if it is merely slow.",
+               "The server did not answer within {0} seconds: raise {1} if it is merely slow.", words.seconds,
+               words.Key("timeout"));
 }
 
 std::string OnForeigner(const Words& words) {
     return Tr("The server at port {0} does not speak {1}: set {2} ({3}).", words.port, words.pop ? "POP3" : "SMTP",
-              words.port_key, UsualPorts(words));
+              words.Key(words.port_key), UsualPorts(words));
 }
 
 std::string OnTls(const Words& words, CProbeReason reason) {
@@ -101,34 +104,29 @@ std::string OnTls(const Words& words, CProbeReason reason) {
         return Tr(
             "The server speaks TLS, but refused this connection: it may want a version or a method of encryption that "
             "tarvex does not use (TLS 1.2 or newer), or another name of the server. Look at {0}, or ask its operator.",
-            words.server_key);
+            words.Key(words.server_key));
     }
     if (words.pop && words.ssl == 2) {
-        return Tr(
-            "The server does not upgrade to TLS at port {0}: 110 often does; for 995 use `tarvex rules set PROFILE "
-            "--pop_tls tls`.",
-            words.port);
+        return Tr("The server does not upgrade to TLS at port {0}: 110 often does; for 995 use {1}.", words.port,
+                  words.Rule("pop_tls", "tls"));
     }
     if (words.pop) {
-        return Tr(
-            "The server does not speak TLS from the first byte at port {0}: 995 usually does; for 110 use `tarvex "
-            "rules set PROFILE --pop_tls starttls`.",
-            words.port);
+        return Tr("The server does not speak TLS from the first byte at port {0}: 995 usually does; for 110 use {1}.",
+                  words.port, words.Rule("pop_tls", "starttls"));
     }
     if (words.ssl == 2) {
-        return Tr("The server does not upgrade to TLS at port {0}: 587 usually does; for 465 set --sslsmtp tls.",
-                  words.port);
+        return Tr("The server does not upgrade to TLS at port {0}: 587 usually does; for 465 set {1}.", words.port,
+                  words.Option("sslsmtp", "tls"));
     }
     return Tr(
-        "The server does not speak TLS from the first byte at port {0}: 465 usually does; for 587 and 25 set --sslsmtp "
-        "starttls.",
-        words.port);
+        "The server does not speak TLS from the first byte at port {0}: 465 usually does; for 587 and 25 set {1}.",
+        words.port, words.Option("sslsmtp", "starttls"));
 }
 
 std::string OnCertificate(const Words& words, CProbeReason reason) {
     if (reason == CProbeReason::OtherName) {
         return Tr("The certificate is for another name: {0} must be a name that is in the certificate.",
-                  words.server_key);
+                  words.Key(words.server_key));
     }
     if (reason == CProbeReason::OutOfDate) {
         return Tr(
@@ -139,8 +137,8 @@ std::string OnCertificate(const Words& words, CProbeReason reason) {
         return words.pop || words.by_token
                    ? Tr("This machine does not trust the authority that signed the certificate. Install the package "
                         "ca-certificates if it is missing; for an authority of your own, put its certificate into the "
-                        "trust store of this machine, or name its file: `tarvex rules set PROFILE --tls_authority "
-                        "FILE`.")
+                        "trust store of this machine, or name its file: {0}.",
+                        words.Rule("tls_authority", "FILE"))
                    : Tr("This machine does not trust the authority that signed the certificate. Install the package "
                         "ca-certificates if it is missing; for an authority of your own, put its certificate into the "
                         "trust store of this machine.");
@@ -149,10 +147,11 @@ std::string OnCertificate(const Words& words, CProbeReason reason) {
 }
 
 // RFC 2449 and 3206; what is no such code has no advice here.
-std::string OnPopCode(const std::string& code) {
+std::string OnPopCode(const FieldNames& words, const std::string& code) {
     if (code == "IN-USE")
         return Tr("Another program has the mailbox open, or the last connection has not ended yet: try later.");
-    if (code == "LOGIN-DELAY") return Tr("The server wants longer pauses between two logins: set a larger --timer.");
+    if (code == "LOGIN-DELAY")
+        return Tr("The server wants longer pauses between two logins: set a larger {0}.", words.Option("timer"));
     if (code == "SYS/TEMP")
         return Tr("The server has a fault of its own for now; your settings are not to blame: try later.");
     if (code == "SYS/PERM") {
@@ -166,70 +165,82 @@ std::string OnPopCode(const std::string& code) {
 bool Mentions(const CString& reply, std::string_view word) { return Lower(reply).find(word) != std::string::npos; }
 
 // About a login that is missing, or that the server wants otherwise; empty when the answer is not about that.
-std::string OnWantedLogin(const CProbeStep& step, const CPopProfileSetting& setting) {
+std::string OnWantedLogin(const FieldNames& words, const CProbeStep& step, const CPopProfileSetting& setting) {
     const std::string_view code = EnhancedCode(step.text);
     if (Mentions(step.text, "starttls") || step.text.starts_with("538") || code == "5.7.11") {
-        return Tr("The server wants an encrypted connection first: set --sslsmtp starttls (usually port 587).");
+        return Tr("The server wants an encrypted connection first: set {0} (usually port 587).",
+                  words.Option("sslsmtp", "starttls"));
     }
     const bool wanted = step.text.starts_with("530") || Mentions(step.text, "authentication required") ||
                         Mentions(step.text, "not logged in");
     const bool relay = step.kind == PROBE_RCPT_TO && (Mentions(step.text, "relay") || code == "5.7.1");
-    if (setting.smtpauth == 0 && wanted) return Tr("The server wants a login: set --smtpauth on.");
+    if (setting.smtpauth == 0 && wanted)
+        return Tr("The server wants a login: set {0}.", words.Option("smtpauth", "on"));
     if (setting.smtpauth == 0 && relay) {
-        return Tr("The server does not send mail there for somebody who is not logged in: set --smtpauth on.");
+        return Tr("The server does not send mail there for somebody who is not logged in: set {0}.",
+                  words.Option("smtpauth", "on"));
     }
     if (relay) return Tr("The server does not let this account send mail there; its answer says why.");
     return {};
 }
 
-std::string OnSender(const CProbeStep& step, const CPopProfileSetting& setting) {
-    if (const std::string login = OnWantedLogin(step, setting); !login.empty()) return login;
-    return Tr("The server does not accept \"{0}\" as a sender: set --address to one that this account may send from.",
-              ShowText(setting.address));
+std::string OnSender(const FieldNames& words, const CProbeStep& step, const CPopProfileSetting& setting) {
+    if (const std::string login = OnWantedLogin(words, step, setting); !login.empty()) return login;
+    return Tr("The server does not accept \"{0}\" as a sender: set {1} to one that this account may send from.",
+              ShowText(setting.address), words.Option("address"));
 }
 
-std::string OnRecipient(const CProbeStep& step, const CPopProfileSetting& setting) {
-    if (const std::string login = OnWantedLogin(step, setting); !login.empty()) return login;
+std::string OnRecipient(const FieldNames& words, const CProbeStep& step, const CPopProfileSetting& setting) {
+    if (const std::string login = OnWantedLogin(words, step, setting); !login.empty()) return login;
     const std::string_view code = EnhancedCode(step.text);
-    if (code.starts_with("5.1.")) return Tr("There is no such mailbox: correct the address (`tarvex forward set`).");
+    if (code.starts_with("5.1."))
+        return Tr("There is no such mailbox: correct the address ({0}).",
+                  words.Place("`tarvex forward set`", Marked("the page of the forwarding address")));
     if (code == "5.2.1") return Tr("The mailbox is switched off: ask its owner.");
     if (code == "5.2.2") return Tr("The mailbox is full: ask its owner.");
     return Tr("The server takes no mail for this address; its answer says why.");
 }
 
 std::string OnLogIn(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
-    if (const std::string told = words.pop ? OnPopCode(PopResponseCode(step.text)) : OnWantedLogin(step, setting);
+    if (const std::string told =
+            words.pop ? OnPopCode(words, PopResponseCode(step.text)) : OnWantedLogin(words, step, setting);
         !told.empty()) {
         return told;
     }
     if (words.by_token) {
         return Tr(
             "The server refused the token. It must be for the user name in {0}, with the permission (scope) for {1}, "
-            "which many providers must switch on for the mailbox, too. If it is, set {2} to the other form (`tarvex "
-            "rules set`).",
-            words.pop || setting.smtpuser.empty() ? "popuser" : "smtpuser", words.pop ? "POP3" : "SMTP",
-            words.pop ? "--pop_login" : "--smtp_login");
+            "which many providers must switch on for the mailbox, too. If it is, set {2} to the other form ({3}).",
+            words.Key(words.pop || setting.smtpuser.empty() ? "popuser" : "smtpuser"), words.pop ? "POP3" : "SMTP",
+            words.RuleName(words.pop ? "pop_login" : "smtp_login"),
+            words.Place("`tarvex rules set`", Marked("the page \"Rules\" of the mailbox, which administrators have")));
     }
     if (EnhancedCode(step.text) == "5.7.9") {
-        return Tr(
-            "The server wants another kind of login: an app password instead of your own, or another --smtpauth_mode.");
+        return Tr("The server wants another kind of login: an app password instead of your own, or another {0}.",
+                  words.Option("smtpauth_mode"));
     }
     if (words.pop) {
-        const std::string apop = setting.apop != 0 ? Tr(" If they are right, set --apop off.") : "";
-        return Tr("The server refused the login: set --popuser and --password (`tarvex profile set`). Some providers "
-                  "require an app password instead of your own.") +
+        const std::string apop =
+            setting.apop != 0 ? Tr(" If they are right, set {0}.", words.Option("apop", "off")) : "";
+        return Tr("The server refused the login: set {0} and {1} ({2}). Some providers require an app password instead "
+                  "of your own.",
+                  words.Option("popuser"), words.Option("password"),
+                  words.Place("`tarvex profile set`", Marked("the page \"Settings\" of the mailbox"))) +
                apop;
     }
-    const std::string user = setting.smtpuser.empty() ? Tr("--smtpuser (empty: popuser)") : "--smtpuser";
-    const std::string password =
-        setting.smtppassword.empty() ? Tr("--smtp-password (empty: the POP3 password)") : "--smtp-password";
-    return Tr("The server refused the login: set {0} and {1}. If they are right, try another --smtpauth_mode.", user,
-              password);
+    const std::string user = setting.smtpuser.empty()
+                                 ? Tr("{0} (empty: {1})", words.Option("smtpuser"), words.Key("popuser"))
+                                 : words.Option("smtpuser");
+    const std::string password = setting.smtppassword.empty()
+                                     ? Tr("{0} (empty: the POP3 password)", words.Option("smtp-password"))
+                                     : words.Option("smtp-password");
+    return Tr("The server refused the login: set {0} and {1}. If they are right, try another {2}.", user, password,
+              words.Option("smtpauth_mode"));
 }
 
 std::string OnRefusal(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
     if (words.pop) {
-        if (const std::string told = OnPopCode(PopResponseCode(step.text)); !told.empty()) return told;
+        if (const std::string told = OnPopCode(words, PopResponseCode(step.text)); !told.empty()) return told;
     }
     if (step.reason == CProbeReason::ForNow) {
         return step.kind == PROBE_RCPT_TO ? Tr("The server refuses for now, as servers do with senders that they do "
@@ -240,15 +251,15 @@ std::string OnRefusal(const Words& words, const CProbeStep& step, const CPopProf
         case PROBE_LOGIN:
             return OnLogIn(words, step, setting);
         case PROBE_MAIL_FROM:
-            return OnSender(step, setting);
+            return OnSender(words, step, setting);
         case PROBE_RCPT_TO:
-            return OnRecipient(step, setting);
+            return OnRecipient(words, step, setting);
         case PROBE_GREETING:
             return Tr(
                 "The server rejected the connection. It may be blocking this machine or be temporarily unavailable: "
                 "ask its operator, or try again later.");
         case PROBE_HELLO:
-            return Tr("The server refused the greeting: try --esmtp {0}.", setting.esmtp ? "off" : "on");
+            return Tr("The server refused the greeting: try {0}.", words.Option("esmtp", setting.esmtp ? "off" : "on"));
         case PROBE_LIST:
             return Tr("The server does not list the mailbox: another program may be using it; try later.");
         default:
@@ -270,30 +281,15 @@ std::string OnMissingToken(std::string_view reply) {
     return {};
 }
 
-}  // namespace
-
-const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol) {
-    return protocol == Protocol::Pop || setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
-}
-
-std::string ShowStep(int kind) {
-    // As ProbeStepName has them.
-    static constexpr std::array kNames = {
-        Marked("find the server"), Marked("connect"),   Marked("TLS"),  Marked("greeting"),
-        Marked("hello"),           Marked("log in"),    Marked("list"), Marked("quit"),
-        Marked("sender"),          Marked("recipient"), Marked("reset")};
-    const auto index = static_cast<std::size_t>(kind);
-    return index < kNames.size() ? Tr(kNames[index]) : "";
-}
-
-std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting) {
+std::string OnMissingLogin(const FieldNames& words, const CString& hello_reply, const CPopProfileSetting& setting) {
     if (setting.esmtp == 0)
-        return Tr(
-            "smtpauth is on, but mail goes out without a login: the server is greeted with HELO. Set --esmtp on.");
+        return Tr("smtpauth is on, but mail goes out without a login: the server is greeted with HELO. Set {0}.",
+                  words.Option("esmtp", "on"));
     const std::string offered = OfferedMethods(hello_reply);
     if (offered.empty()) {
         return setting.sslsmtp == 0 ? Tr("smtpauth is on, but mail goes out without a login: the server offers none. "
-                                         "Many offer it on an encrypted connection alone: set --sslsmtp starttls.")
+                                         "Many offer it on an encrypted connection alone: set {0}.",
+                                         words.Option("sslsmtp", "starttls"))
                                     : Tr("smtpauth is on, but mail goes out without a login: the server offers none.");
     }
     const std::string methods = ShowText(offered);
@@ -311,17 +307,15 @@ std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSe
     if (!fits)
         return Tr(
             "smtpauth is on, but mail goes out without a login: the server offers {0}, which does not fit "
-            "smtpauth_mode. Set --smtpauth_mode best.",
-            methods);
+            "smtpauth_mode. Set {1}.",
+            methods, words.Option("smtpauth_mode", "best"));
     return Tr(
         "smtpauth is on, but mail goes out without a login: the server offers {0}, but on the first or last line of "
         "its answer, where a run does not look for it. Ask its operator, or send through another server.",
         methods);
 }
 
-std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting,
-                   const HostRules& rules) {
-    const Words words = WordsFor(protocol, setting, rules);
+std::string OnFailure(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
     switch (step.failure) {
         case PROBE_NO_SUCH_SERVER:
             return OnName(words);
@@ -341,9 +335,38 @@ std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileS
         case PROBE_LOCAL:
             return Tr("The fault is on this machine, for the reason above.");
         default:
-            return Tr("The server ended the connection: try again, and look at {0} ({1}).", words.port_key,
+            return Tr("The server ended the connection: try again, and look at {0} ({1}).", words.Key(words.port_key),
                       UsualPorts(words));
     }
+}
+
+}  // namespace
+
+const CString& ServerOf(const CPopProfileSetting& setting, Protocol protocol) {
+    return protocol == Protocol::Pop || setting.smtpserver.empty() ? setting.popserver : setting.smtpserver;
+}
+
+std::string ShowStep(int kind) {
+    // As ProbeStepName has them.
+    static constexpr std::array kNames = {
+        Marked("find the server"), Marked("connect"),   Marked("TLS"),  Marked("greeting"),
+        Marked("hello"),           Marked("log in"),    Marked("list"), Marked("quit"),
+        Marked("sender"),          Marked("recipient"), Marked("reset")};
+    const auto index = static_cast<std::size_t>(kind);
+    return index < kNames.size() ? Tr(kNames[index]) : "";
+}
+
+std::string AdviceOnMissingLogin(const CString& hello_reply, const CPopProfileSetting& setting, Reader reader) {
+    const FieldNames words(reader);
+    const std::string advice = OnMissingLogin(words, hello_reply, setting);
+    return advice + words.WhereFieldsAre();
+}
+
+std::string Advice(const CProbeStep& step, Protocol protocol, const CPopProfileSetting& setting, const HostRules& rules,
+                   Reader reader) {
+    const Words words = WordsFor(protocol, setting, rules, reader);
+    const std::string advice = OnFailure(words, step, setting);
+    return advice + words.WhereFieldsAre();
 }
 
 }  // namespace tarvex::host

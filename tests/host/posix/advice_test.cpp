@@ -184,6 +184,43 @@ TEST(Advice, OfALoginByTokenIsNotAboutPasswords) {
     EXPECT_THAT(Advice(untrusted, Protocol::Smtp, Setting(465)), Not(HasSubstr("--tls_authority")));
 }
 
+// Whoever reads it in the browser may have no shell.
+TEST(Advice, ForTheConsoleNamesNoCommandAndNoOption) {
+    const std::vector<std::string> replies = {"",
+                                              "-ERR no",
+                                              "-ERR [LOGIN-DELAY] 60",
+                                              "530 5.7.0 Authentication required",
+                                              "538 5.7.11 no",
+                                              "534 5.7.9 app",
+                                              "554 5.7.1 Relay access denied",
+                                              "550 5.1.1 who"};
+    CPopProfileSetting setting = Setting(110);
+    HostRules rules;
+    for (int i = 0; i < 1 << 6; ++i) {
+        setting.apop = setting.esmtp = setting.smtpauth = i & 1;
+        setting.smtpuser = i & 2 ? "" : "bob";
+        setting.smtppassword = i & 2 ? "" : "x";
+        rules.pop_login = rules.smtp_login = i >> 2 & 1;
+        rules.pop_tls = setting.sslsmtp = (i >> 3 & 3) % 3;
+        const Protocol protocol = i & 32 ? Protocol::Pop : Protocol::Smtp;
+        for (int kind = PROBE_FIND_SERVER; kind <= PROBE_RESET; ++kind) {
+            for (int failure = PROBE_NO_SUCH_SERVER; failure <= PROBE_LOCAL; ++failure) {
+                for (const std::string& reply : replies) {
+                    const CProbeStep step{kind, failure, CProbeReason::NotTrusted, 0, reply, {}};
+                    const std::string advice = Advice(step, protocol, setting, rules, Reader::Console);
+                    EXPECT_THAT(advice, AllOf(Not(HasSubstr("`")), Not(HasSubstr("--")))) << reply;
+                }
+            }
+        }
+        const std::string advice = AdviceOnMissingLogin("250-me\r\n250 SIZE", setting, Reader::Console);
+        EXPECT_THAT(advice, Not(HasSubstr("--")));
+    }
+    const CProbeStep refused{PROBE_MAIL_FROM, PROBE_REFUSED, CProbeReason::None, 0, "530 5.7.0 login", {}};
+    setting.smtpauth = 0;
+    EXPECT_THAT(Advice(refused, Protocol::Smtp, setting, {}, Reader::Console),
+                AllOf(HasSubstr("set \"Log in to the SMTP server\" = \"on\"."), HasSubstr("on the page \"Settings\"")));
+}
+
 TEST(Advice, OfALoginThatIsMissing) {
     const auto told = [](const std::string& hello, int mode = 0, int esmtp = 1) {
         CPopProfileSetting setting = Setting(25);
