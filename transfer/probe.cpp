@@ -19,6 +19,7 @@
 #include "platform/os/shield.h"
 #include "tarvex/mail.h"
 #include "tarvex/mail_headers.h"
+#include "tarvex/probe_steps.h"
 #include "tarvex/tree.h"
 #include "transfer/failure_meaning.h"
 #include "transfer/guarded_connecting.h"
@@ -66,8 +67,8 @@ class StepRecorder {
 public:
     using IsGreeting = bool (*)(std::string_view reply);
 
-    StepRecorder(Steps& steps, CBaseSocket& socket, IsGreeting is_greeting)
-        : steps_(steps), socket_(socket), is_greeting_(is_greeting) {
+    StepRecorder(Steps& steps, CBaseSocket& socket, IsGreeting is_greeting, const CProbeWatch& watch)
+        : steps_(steps), socket_(socket), is_greeting_(is_greeting), watch_(watch) {
         socket.AnnounceSteps([this](ConnectStep step) { Begin(KindOf(step)); });
     }
     ~StepRecorder() { socket_.AnnounceSteps({}); }
@@ -99,6 +100,7 @@ private:
         if (running_ && steps_.back().kind == kind) return;
         EndTime();
         steps_.emplace_back().kind = kind;
+        if (watch_) watch_(steps_);
         begun_ = Clock::now();
         running_ = true;
     }
@@ -112,6 +114,7 @@ private:
     Steps& steps_;
     CBaseSocket& socket_;
     const IsGreeting is_greeting_;
+    const CProbeWatch& watch_;
     bool speaks_otherwise_ = false;
     Clock::time_point begun_;
     bool running_ = false;
@@ -151,10 +154,11 @@ void FetchHeaders(CPopSocket& socket, int timeout_s, const CHeadersToList& wante
     socket.SetTimeOut(timeout_s);
 }
 
-// Whom a probe asks for its account and its connections, if anybody.
+// Whom a probe asks for its account and its connections, and whom it tells of its steps, if anybody.
 struct Asked {
     CRunGuard* guard = nullptr;
     const CPopProfile* profile = nullptr;
+    CProbeWatch watch = {};
 
     void Of(CBaseSocket& socket, CProtocol protocol) const {
         if (guard) LetGuardConnect(socket, *guard, *profile, protocol);
@@ -172,7 +176,7 @@ int Probe(const CPopProfileSetting& setting, const Asked& asked, CMailboxListing
     CProfileLog log;
     PopConversation conversation(setting, log);
     asked.Of(conversation.Socket(), CProtocol::Pop3);
-    StepRecorder recorder(listing.steps, conversation.Socket(), IsPopGreeting);
+    StepRecorder recorder(listing.steps, conversation.Socket(), IsPopGreeting, asked.watch);
     const auto reply = [&] { return conversation.LastReply(); };
     if (!recorder.Run(
             PROBE_FIND_SERVER, [&] { return conversation.Connect(); }, reply))
@@ -249,7 +253,7 @@ int Probe(const CPopProfileSetting& setting, const Asked& asked, std::optional<s
     CProfileLog log;
     SmtpOpening opening(asked.AccountOf(setting), setting.timeout, log);
     asked.Of(opening.Socket(), CProtocol::Smtp);
-    StepRecorder recorder(trial.steps, opening.Socket(), IsSmtpGreeting);
+    StepRecorder recorder(trial.steps, opening.Socket(), IsSmtpGreeting, asked.watch);
     const auto reply = [&] { return opening.LastReply(); };
     if (!recorder.Run(
             PROBE_FIND_SERVER, [&] { return opening.Connect(); }, reply))
@@ -335,5 +339,20 @@ int TrySmtp(const CPopProfile& profile, CRunGuard& guard, std::span<const CStrin
     return tarvex::Shielded(0, [&] {
         *trial = {};
         return tarvex::Probe(profile.setting, {&guard, &profile}, recipients, *trial);
+    });
+}
+
+int ListMailbox(const CPopProfile& profile, CRunGuard& guard, const CProbeWatch& watch, CMailboxListing* listing) {
+    return tarvex::Shielded(0, [&] {
+        *listing = {};
+        return tarvex::Probe(profile.setting, {&guard, &profile, watch}, *listing);
+    });
+}
+
+int TrySmtp(const CPopProfile& profile, CRunGuard& guard, std::span<const CString> recipients, const CProbeWatch& watch,
+            CSmtpTrial* trial) {
+    return tarvex::Shielded(0, [&] {
+        *trial = {};
+        return tarvex::Probe(profile.setting, {&guard, &profile, watch}, recipients, *trial);
     });
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "host/advice/field_names.h"
 #include "host/desk/visit.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
@@ -18,9 +19,18 @@ constexpr auto kMostTime = 15min;
 // In a process of its own, whose errors belong to what it prints.
 std::vector<std::string> InShell(const DeskOptions& options, const std::vector<std::string>& command) {
     const char* const locale = SpokenLanguage() == Language::Japanese ? "ja_JP.UTF-8" : "C.UTF-8";
-    std::vector<std::string> words = {
-        "/bin/sh",   "-c",         "exec \"$@\" 2>&1", "sh",     "/usr/bin/env",   std::string("LC_ALL=") + locale,
-        "LANGUAGE=", "NO_COLOR=1", options.program,    "--root", options.directory};
+    std::vector<std::string> words = {"/bin/sh",
+                                      "-c",
+                                      "exec \"$@\" 2>&1",
+                                      "sh",
+                                      "/usr/bin/env",
+                                      std::string("LC_ALL=") + locale,
+                                      "LANGUAGE=",
+                                      "NO_COLOR=1",
+                                      std::string(kReaderVariable) + "=console",
+                                      options.program,
+                                      "--root",
+                                      options.directory};
     words.insert(words.end(), command.begin(), command.end());
     return words;
 }

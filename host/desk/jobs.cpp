@@ -23,6 +23,11 @@ struct Jobs::Job : JobVoice {
         const std::lock_guard lock(mutex);
         const std::size_t room = kMostPrinted_bytes - std::min(kMostPrinted_bytes, state.printed.size());
         state.printed.append(text.substr(0, room));
+        state.begun.clear();
+    }
+    void Begin(const std::string& step) override {
+        const std::lock_guard lock(mutex);
+        state.begun = step;
     }
     void Show(Json found) override {
         const std::lock_guard lock(mutex);

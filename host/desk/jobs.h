@@ -25,6 +25,7 @@ struct JobState {
     std::string what;     // "check"
     std::string about;    // the path of what it is about
     std::string printed;  // so far
+    std::string begun;    // the step that goes on behind that, in a word or two; empty where there are none
     std::string error;    // when it went wrong
     int exit_code = 0;
     bool done = false;
@@ -37,6 +38,7 @@ class JobVoice {
 public:
     virtual ~JobVoice() = default;
     virtual void Print(std::string_view text) = 0;
+    virtual void Begin(const std::string& step) = 0;  // until something is printed
     virtual void Show(Json found) = 0;
     virtual bool Stops() const = 0;
 };

@@ -215,6 +215,7 @@ Json AnswerJob(Visit& visit, const std::string& name) {
     answer["about"] = state->about;
     answer["title"] = visit.TitleOf(state->about);
     answer["printed"] = WithoutRoot(state->printed, visit.Root());
+    answer["begun"] = state->done ? "" : state->begun;
     answer["exit_code"] = state->exit_code;
     answer["message"] = WithoutRoot(state->error, visit.Root());
     answer["found"] = state->found;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <numeric>
+#include <utility>
 
 #include "host/language/tr.h"
 #include "host/system/display.h"
@@ -29,16 +30,6 @@ std::string TextOf(const CProbeStep& step, const std::string& remark) {
     return "    " + line + '\n';
 }
 
-std::string TextOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,
-                   const HostRules& rules, const std::string& list_remark) {
-    std::string text;
-    for (const CProbeStep& step : steps) {
-        text += TextOf(step, step.kind == PROBE_LIST ? list_remark : ShowText(step.recipient));
-        if (Matters(step)) text += Paragraph(Advice(step, protocol, setting, rules), 6);
-    }
-    return text;
-}
-
 std::string InMailbox(const CMailboxListing& listing) {
     const auto count = static_cast<std::int64_t>(listing.mails.size());
     if (count == 0) return Tr("0 messages");
@@ -46,6 +37,18 @@ std::string InMailbox(const CMailboxListing& listing) {
 }
 
 }  // namespace
+
+CProbeWatch StepTeller::Watch(std::function<void(const std::string& step)> begun) {
+    return [this, begun = std::move(begun)](std::span<const CProbeStep> steps) {
+        Tell(steps.first(steps.size() - 1));
+        if (begun) begun(ShowStep(steps.back().kind));
+    };
+}
+
+void StepTeller::Tell(std::span<const CProbeStep> ended) {
+    if (ended.size() > told_) print_(text_(ended.subspan(told_)));
+    told_ = std::max(told_, ended.size());
+}
 
 bool Matters(const CProbeStep& step) { return step.failure != PROBE_SUCCESS && step.kind != PROBE_QUIT; }
 
@@ -63,25 +66,40 @@ std::string ShowServer(const CPopProfileSetting& setting, Protocol protocol, int
     return tls == 2 ? Tr("{0} port {1} with STARTTLS", name, port) : Tr("{0} port {1} with TLS", name, port);
 }
 
-std::string TextOf(const CMailboxListing& listing, bool is_good, const CPopProfileSetting& setting,
-                   const HostRules& rules) {
-    std::string text = TextOf(listing.steps, Protocol::Pop, setting, rules, is_good ? InMailbox(listing) : "");
-    if (is_good && listing.has_uidls == 0)
-        text += Paragraph(Tr("Note: the server has no unique ids (UIDL), so messages cannot be told apart."), 6);
+std::string TextOfPop(std::span<const CProbeStep> steps, const CMailboxListing& listing, const Tried& tried) {
+    std::string text;
+    for (const CProbeStep& step : steps) {
+        const bool is_listed = step.kind == PROBE_LIST && step.failure == PROBE_SUCCESS;
+        text += TextOf(step, is_listed ? InMailbox(listing) : "");
+        if (Matters(step)) text += Paragraph(Advice(step, Protocol::Pop, tried.setting, tried.rules, tried.reader), 6);
+    }
     return text;
 }
 
-std::string WhyWithoutLogin(const CSmtpTrial& trial, const CPopProfileSetting& setting) {
+std::string TextOfSmtp(std::span<const CProbeStep> steps, const Tried& tried) {
+    std::string text;
+    for (const CProbeStep& step : steps) {
+        text += TextOf(step, ShowText(step.recipient));
+        if (Matters(step)) text += Paragraph(Advice(step, Protocol::Smtp, tried.setting, tried.rules, tried.reader), 6);
+    }
+    return text;
+}
+
+std::string NoteOn(const CMailboxListing& listing, bool is_good) {
+    if (!is_good || listing.has_uidls != 0) return {};
+    return Paragraph(Tr("Note: the server has no unique ids (UIDL), so messages cannot be told apart."), 6);
+}
+
+std::string WhyWithoutLogin(const CSmtpTrial& trial, const CPopProfileSetting& setting, Reader reader) {
     const auto hello = std::ranges::find(trial.steps, int{PROBE_HELLO}, &CProbeStep::kind);
     const bool greeted = hello != trial.steps.end() && hello->failure == PROBE_SUCCESS;
     if (!greeted || setting.smtpauth == 0 || !trial.method.empty()) return {};
-    return AdviceOnMissingLogin(hello->text, setting);
+    return AdviceOnMissingLogin(hello->text, setting, reader);
 }
 
-std::string TextOf(const CSmtpTrial& trial, const CPopProfileSetting& setting, const HostRules& rules) {
-    std::string text = TextOf(trial.steps, Protocol::Smtp, setting, rules, "");
-    const std::string why = WhyWithoutLogin(trial, setting);
-    return why.empty() ? text : text + Paragraph(Tr("Note: {0}", why), 6);
+std::string NoteOn(const CSmtpTrial& trial, const Tried& tried) {
+    const std::string why = WhyWithoutLogin(trial, tried.setting, tried.reader);
+    return why.empty() ? "" : Paragraph(Tr("Note: {0}", why), 6);
 }
 
 std::vector<CString> RecipientsOf(const CPopProfile& profile) {

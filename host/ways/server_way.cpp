@@ -112,6 +112,17 @@ void AddTlsStep(CArray<CProbeStep>& steps, const std::optional<TlsOutcome>& outc
     steps.insert(tls == PopTls::Stls ? greeting + 1 : greeting, step);
 }
 
+// Tells of TLS as it is told in the end: a step before the greeting, or after that of a server that is asked for it.
+CProbeWatch WithTls(const CProbeWatch& watch, const LookingGuard& guard, PopTls tls) {
+    if (!watch || tls == PopTls::Off) return watch;
+    return [&watch, &guard, tls](std::span<const CProbeStep> steps) {
+        CArray<CProbeStep> told(steps.begin(), steps.end());
+        if (told.back().kind != PROBE_GREETING) AddTlsStep(told, guard.Outcome(), tls);
+        if (told.back().kind == PROBE_GREETING && tls == PopTls::FromTheFirstByte) told.back().kind = PROBE_TLS;
+        watch(told);
+    };
+}
+
 // The numbers of sslsmtp mean what those of pop_tls mean.
 PopTls SmtpTlsOf(const CSmtpAccount& account) {
     return account.tls == 2 ? PopTls::Stls : account.tls == 0 ? PopTls::Off : PopTls::FromTheFirstByte;
@@ -194,15 +205,16 @@ CConnection WayTo(CServerToReach& server, const CPopProfile& profile, const Host
     return ways->tunnels.Open(std::move(wire), std::move(plan));
 }
 
-bool LookIntoMailbox(const CPopProfile& profile, CMailboxListing& listing) {
+bool LookIntoMailbox(const CPopProfile& profile, CMailboxListing& listing, const CProbeWatch& watch) {
     listing = {};
     const std::optional<HostRules> rules = ReadRules(profile, listing.steps);
-    return rules && LookIntoMailbox(profile, *rules, listing);
+    return rules && LookIntoMailbox(profile, *rules, listing, watch);
 }
 
-bool LookIntoMailbox(const CPopProfile& profile, const HostRules& rules, CMailboxListing& listing) {
+bool LookIntoMailbox(const CPopProfile& profile, const HostRules& rules, CMailboxListing& listing,
+                     const CProbeWatch& watch) {
     LookingGuard guard(profile, rules);
-    const bool good = ListMailbox(profile, guard, &listing) != 0;
+    const bool good = ListMailbox(profile, guard, WithTls(watch, guard, rules.Tls()), &listing) != 0;
     if (rules.Tls() != PopTls::Off) AddTlsStep(listing.steps, guard.Outcome(), rules.Tls());
     return good;
 }
@@ -218,18 +230,20 @@ bool LookForHeaders(const CPopProfile& profile, const CHeadersToList& wanted, CM
     return good;
 }
 
-bool TryRelay(const CPopProfile& profile, std::span<const CString> recipients, CSmtpTrial& trial) {
+bool TryRelay(const CPopProfile& profile, std::span<const CString> recipients, CSmtpTrial& trial,
+              const CProbeWatch& watch) {
     trial = {};
     const std::optional<HostRules> rules = ReadRules(profile, trial.steps);
-    return rules && TryRelay(profile, *rules, recipients, trial);
+    return rules && TryRelay(profile, *rules, recipients, trial, watch);
 }
 
 bool TryRelay(const CPopProfile& profile, const HostRules& rules, std::span<const CString> recipients,
-              CSmtpTrial& trial) {
+              CSmtpTrial& trial, const CProbeWatch& watch) {
     LookingGuard guard(profile, rules);
-    const bool good = TrySmtp(profile, guard, recipients, &trial) != 0;
-    if (LoginAt(CProtocol::Smtp, profile.setting, rules) != 0)
-        AddTlsStep(trial.steps, guard.Outcome(), SmtpTlsOf(SmtpAccountOf(profile.setting, rules)));
+    const bool has_tunnel = LoginAt(CProtocol::Smtp, profile.setting, rules) != 0;
+    const PopTls tls = has_tunnel ? SmtpTlsOf(SmtpAccountOf(profile.setting, rules)) : PopTls::Off;
+    const bool good = TrySmtp(profile, guard, recipients, WithTls(watch, guard, tls), &trial) != 0;
+    if (has_tunnel) AddTlsStep(trial.steps, guard.Outcome(), tls);
     return good;
 }
 

@@ -11,6 +11,7 @@
 #include "host/settings/host_setting.h"
 #include "host/tokens/access_tokens.h"
 #include "host/tunnels/tunnels.h"
+#include "tarvex/probe_steps.h"
 #include "tarvex/tarvex.h"
 
 namespace tarvex::host {
@@ -38,14 +39,17 @@ CConnection WayTo(CServerToReach& server, const CPopProfile& profile, const Host
                   OnTls on_tls = {}, UsedToken* used = nullptr);
 
 // As ListMailbox, by the rules of the profile, with the step of TLS (PROBE_TLS): its text tells version, cipher, names
-// and days left, or why there is none. Rules that cannot be read are a failed step.
-bool LookIntoMailbox(const CPopProfile& profile, CMailboxListing& listing);
+// and days left, or why there is none. Rules that cannot be read are a failed step. `watch` hears of each step that
+// begins, TLS included.
+bool LookIntoMailbox(const CPopProfile& profile, CMailboxListing& listing, const CProbeWatch& watch = {});
 // The same by these rules: for a profile that is not on disk yet.
-bool LookIntoMailbox(const CPopProfile& profile, const HostRules& rules, CMailboxListing& listing);
+bool LookIntoMailbox(const CPopProfile& profile, const HostRules& rules, CMailboxListing& listing,
+                     const CProbeWatch& watch = {});
 
 // As TrySmtp, likewise.
-bool TryRelay(const CPopProfile& profile, std::span<const CString> recipients, CSmtpTrial& trial);
+bool TryRelay(const CPopProfile& profile, std::span<const CString> recipients, CSmtpTrial& trial,
+              const CProbeWatch& watch = {});
 bool TryRelay(const CPopProfile& profile, const HostRules& rules, std::span<const CString> recipients,
-              CSmtpTrial& trial);
+              CSmtpTrial& trial, const CProbeWatch& watch = {});
 
 }  // namespace tarvex::host

@@ -97,7 +97,7 @@ const char* const kEverything = R"({"status": "ok",
         "copies": [{"address": "@", "says": "@", "words": "@", "ended": "@", "milliseconds": 7}]},
     "is_there": true, "addresses": [{"path": "user0/from0/forwardto0", "address": "@"}],
     "removal": {"title": "@", "expected": "@", "held": "@", "goes": ["@"]},
-    "whole": "AP8KDQ==", "header": "@", "subject": "@", "from": "@", "text": "@", "job": "@", "what": "@", "about": "@",
+    "whole": "AP8KDQ==", "header": "@", "subject": "@", "from": "@", "text": "@", "job": "@", "what": "@", "about": "@", "title": "@", "begun": "@",
     "found": {"address": "@", "from": "@", "subject": "@", "text": "@", "size": "@", "limit": 128, "bytes": 100,
         "all_bytes": 200},
     "draft": {"kind": "profile", "verb": "set", "name": "user0/from0", "values": {"nickname": "@"}, "rules": {},
@@ -300,6 +300,28 @@ TEST(Pages, AJobLoadsItselfAnewUntilItHasEnded) {
     EXPECT_TRUE(Find(Answered(*match.route, Answer("working", true)).response.headers, "Refresh"));
     EXPECT_FALSE(Find(Answered(*match.route, Answer("ok", true)).response.headers, "Refresh"));
     EXPECT_FALSE(Find(Answered(*match.route, Answer("refused", true)).response.headers, "Refresh"));
+}
+
+TEST(Pages, AJobShowsTheStepThatGoesOn) {
+    const Match match = FindRoute(Routes(), "GET", {"jobs", "x"});
+    Json answer{{"status", "working"},
+                {"printed", "    connect\n"},
+                {"begun", "log in"},
+                {"about", "user0/from0"},
+                {"title", "a@example.org"}};
+    const std::string page = Answered(*match.route, answer).response.body;
+    EXPECT_THAT(page, HasSubstr("    connect\n    log in …\n"));
+    EXPECT_THAT(page, HasSubstr("href=\"/profiles/user0/from0\">a@example.org</a>"));
+}
+
+TEST(Pages, TheHistoryNamesMailboxesAsPeopleDoAndKeepsThePathBesideKeys) {
+    const Match match = FindRoute(Routes(), "GET", {"history"});
+    Json event{{"name", "user0/from0"}, {"title", "a@example.org"}, {"kind", "edit"}};
+    const auto page = [&] { return Answered(*match.route, Json{{"status", "ok"}, {"events", {event}}}).response.body; };
+    EXPECT_THAT(page(), HasSubstr("href=\"/profiles/user0/from0\">a@example.org</a>"));
+    EXPECT_THAT(page(), HasSubstr(">user0/from0<"));
+    event["kind"] = "run";
+    EXPECT_THAT(page(), Not(HasSubstr(">user0/from0<")));
 }
 
 TEST(Pages, OnlyWhatWasChangedIsWritten) {

@@ -96,10 +96,10 @@ protected:
         return tree.root.running_copies.back()->result;
     }
 
-    CMailboxListing Look(int port) {
+    CMailboxListing Look(int port, const CProbeWatch& watch = {}) {
         profile.setting.popport = port;
         CMailboxListing listing;
-        host::LookIntoMailbox(profile, listing);
+        host::LookIntoMailbox(profile, listing, watch);
         return listing;
     }
 
@@ -109,6 +109,28 @@ protected:
     CPopProfile& profile = tree.AddProfile(0, smtp.Port());
     host::RuledRuns runs{tree.root.path, [](const std::string&) {}};
 };
+
+TEST_F(MailboxWay, ALookTellsOfTlsAsTheStepThatItIs) {
+    for (const PopTls how : {PopTls::FromTheFirstByte, PopTls::Stls}) {
+        Use(how);
+        const bool stls = how == PopTls::Stls;
+        const ScriptedServer server([&](Peer& peer) {
+            if (stls ? UpgradeByStls(peer, Localhost()) : peer.StartTls(Localhost()))
+                ServeMailbox(peer, Message("m1"), !stls);
+        });
+        std::vector<int> begun, ended;
+        Look(server.Port(), [&](std::span<const CProbeStep> steps) {
+            begun.push_back(steps.back().kind);
+            ended.clear();
+            for (const CProbeStep& step : steps.first(steps.size() - 1)) ended.push_back(step.kind);
+        });
+        const int greeting = stls ? PROBE_GREETING : PROBE_TLS;  // of both the first
+        EXPECT_THAT(begun,
+                    ElementsAre(PROBE_FIND_SERVER, PROBE_CONNECT, greeting, PROBE_LOGIN, PROBE_LIST, PROBE_QUIT));
+        EXPECT_THAT(ended, ElementsAre(PROBE_FIND_SERVER, PROBE_CONNECT, greeting, stls ? PROBE_TLS : PROBE_GREETING,
+                                       PROBE_LOGIN, PROBE_LIST));
+    }
+}
 
 // Without the line that a run changes.
 std::string WithoutLastTime(std::string settings) {

@@ -13,6 +13,7 @@
 
 #include "loopback/mail_servers.h"
 #include "tarvex/mail_headers.h"
+#include "tarvex/probe_steps.h"
 #include "tests/support/conversation.h"
 #include "tests/support/net_tools.h"
 
@@ -298,6 +299,33 @@ TEST(Probe, AServerThatCannotBeReachedSaysAtWhichStep) {
 }
 
 // ---- SMTP
+
+TEST(Probe, TellsOfEachStepAsItBegins) {
+    MailboxServer mailbox("alice", "secret");
+    SinkServer sink;
+    CPopProfile profile;
+    profile.setting = Setting(mailbox.Port(), sink.Port());
+    CRunGuard guard;
+    std::vector<std::string> begun;
+    CArray<CProbeStep> ended;
+    const CProbeWatch watch = [&](std::span<const CProbeStep> steps) {
+        begun.push_back(ProbeStepName(steps.back().kind));
+        ended.assign(steps.begin(), steps.end() - 1);
+    };
+    CMailboxListing listing;
+    EXPECT_EQ(ListMailbox(profile, guard, watch, &listing), 1);
+    EXPECT_THAT(begun, ElementsAre("find the server", "connect", "greeting", "log in", "list", "quit"));
+    listing.steps.pop_back();
+    EXPECT_EQ(Shown(ended), Shown(listing.steps));
+
+    begun.clear();
+    const std::vector<CString> recipients = {"a@example.net"};
+    CSmtpTrial trial;
+    EXPECT_EQ(TrySmtp(profile, guard, recipients, watch, &trial), 1);
+    EXPECT_THAT(begun,
+                ElementsAre("find the server", "connect", "greeting", "hello", "sender", "recipient", "reset", "quit"));
+    EXPECT_EQ(ended.at(5).recipient, recipients[0]);
+}
 
 TEST(Probe, TriesSmtpAndSendsNoMail) {
     SinkServer sink("alice", "secret");

@@ -50,7 +50,8 @@ Asked AskJob(const HttpRequest& request) { return Json{{"ask", "job"}, {"job", r
 
 HttpResponse ShowJob(const HttpRequest& request, const Json& answer) {
     const std::string status = TextOf(answer, "status");
-    const std::string printed = TextOf(answer, "printed");
+    const std::string begun = TextOf(answer, "begun");
+    const std::string printed = TextOf(answer, "printed") + (begun.empty() ? "" : "    " + begun + " …\n");
     Html content =
         El("p", {{"class", "row"}, {"role", "status"}}, {Mark(StateOfJob(status, answer)), LinkToPlace(answer)});
     if (!printed.empty())

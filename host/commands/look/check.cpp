@@ -58,6 +58,27 @@ SmtpAnswer AskSmtp(const CPopProfile& profile, const CPopProfileSetting& setting
     return answer;
 }
 
+void Print(const std::string& text) { std::cout << text << std::flush; }
+
+// Step by step, while it goes on. True when the server can be used.
+bool PrintPop(const CPopProfile& profile, const Tried& tried) {
+    CMailboxListing listing;
+    StepTeller teller([&](auto steps) { return TextOfPop(steps, listing, tried); }, Print);
+    const bool is_good = LookIntoMailbox(profile, listing, teller.Watch());
+    teller.Tell(listing.steps);
+    Print(NoteOn(listing, is_good));
+    return is_good;
+}
+
+bool PrintSmtp(const CPopProfile& profile, const Tried& tried) {
+    CSmtpTrial trial;
+    StepTeller teller([&](auto steps) { return TextOfSmtp(steps, tried); }, Print);
+    const bool is_good = TryRelay(profile, RecipientsOf(profile), trial, teller.Watch());
+    teller.Tell(trial.steps);
+    Print(NoteOn(trial, tried));
+    return is_good;
+}
+
 int CodeOf(bool good, const std::string& why_left_out) {
     if (!why_left_out.empty()) return kCannotWrite;
     return good ? kDone : kUnavailable;
@@ -118,17 +139,16 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
 
     const HostRules rules = RulesToShow(profile);
     std::cout << "  POP3, " << ShowServer(setting, Protocol::Pop, rules.pop_tls) << '\n' << std::flush;
-    const PopAnswer pop = AskPop(profile);
-    std::cout << TextOf(pop.listing, pop.good, setting, rules);
+    const Reader reader = ReaderOfOutput();
+    const bool has_mailbox = PrintPop(profile, {setting, rules, reader});
 
     const UsedSettings used = SettingsInUse(profile);
     const std::string shared = ShowShared(used.owner);
     std::cout << "  SMTP, " << ShowServer(used.setting, Protocol::Smtp, used.setting.sslsmtp)
               << (shared.empty() ? "" : ", " + shared) << '\n'
               << std::flush;
-    const SmtpAnswer smtp = AskSmtp(profile, used.setting);
-    std::cout << TextOf(smtp.trial, used.setting, rules);
-    if (!smtp.good && !shared.empty()) std::cout << Paragraph(WhereAccountIsSet(profile), 6);
+    const bool has_relay = PrintSmtp(profile, {used.setting, rules, reader});
+    if (!has_relay && !shared.empty()) std::cout << Paragraph(WhereAccountIsSet(profile), 6);
 
     const std::string name = ShownName(root, profile.path);
     if (const Published* const published = receivers.Of(profile)) PrintReceivers(profile, *published, name);
@@ -141,7 +161,7 @@ int PrintCheck(const CRootPath& root, const CUser& user, const CPopProfile& prof
     if (profile.forward_addresses.empty()) {
         std::cout << "  " << Tr("Note: the profile has no forwarding address yet.") << '\n';
     }
-    return CodeOf(pop.good && smtp.good, why_left_out);
+    return CodeOf(has_mailbox && has_relay, why_left_out);
 }
 
 Json JsonOf(const CArray<CProbeStep>& steps, Protocol protocol, const CPopProfileSetting& setting,

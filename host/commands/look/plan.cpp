@@ -197,7 +197,8 @@ int PrintPlan(const CRootPath& root, const CUser& user, const CPopProfile& profi
         std::cout << "  "
                   << Tr("The mailbox cannot be listed: {0}: {1}", ShowStep(failed.kind), OneLine(failed.text, 100))
                   << '\n'
-                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting, RulesToShow(profile)), 2);
+                  << Paragraph(Advice(failed, Protocol::Pop, profile.setting, RulesToShow(profile), ReaderOfOutput()),
+                               2);
     }
     return inspection.listed ? kDone : kUnavailable;
 }

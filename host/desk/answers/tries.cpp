@@ -83,25 +83,47 @@ void Prepare(Trial& trial, const std::string& directory, const EditRequest& draf
     setting.timeout = std::clamp(setting.timeout, 1, kMostTimeOut_s);
 }
 
+StepTeller TellerFor(JobVoice& voice, std::function<std::string(std::span<const CProbeStep>)> text) {
+    return {std::move(text), [&voice](const std::string& steps) { voice.Print(steps); }};
+}
+
+bool TryMailbox(JobVoice& voice, const CPopProfile& profile, const HostRules& rules) {
+    const Tried tried{profile.setting, rules, Reader::Console};
+    voice.Print("POP3, " + ShowServer(tried.setting, Protocol::Pop, rules.pop_tls) + '\n');
+    CMailboxListing listing;
+    StepTeller teller = TellerFor(voice, [&](auto steps) { return TextOfPop(steps, listing, tried); });
+    const auto watch = teller.Watch([&voice](const std::string& step) { voice.Begin(step); });
+    const bool is_good = LookIntoMailbox(profile, rules, listing, watch);
+    teller.Tell(listing.steps);
+    voice.Print(NoteOn(listing, is_good));
+    return is_good;
+}
+
+bool TryRelayOf(JobVoice& voice, const CPopProfile& profile, const HostRules& rules) {
+    const CPopProfileSetting used = WithAccount(profile.setting, rules);
+    const Tried tried{used, rules, Reader::Console};
+    const std::string shared = ShowShared(AccountOwnerOf(profile.setting, rules));
+    voice.Print("SMTP, " + ShowServer(used, Protocol::Smtp, used.sslsmtp) + (shared.empty() ? "" : ", " + shared) +
+                '\n');
+    CSmtpTrial relay;
+    StepTeller teller = TellerFor(voice, [&](auto steps) { return TextOfSmtp(steps, tried); });
+    const auto watch = teller.Watch([&voice](const std::string& step) { voice.Begin(step); });
+    const bool is_good = TryRelay(profile, rules, RecipientsOf(profile), relay, watch);
+    teller.Tell(relay.steps);
+    voice.Print(NoteOn(relay, tried));
+    return is_good;
+}
+
 Ended TryServers(JobVoice& voice, const std::string& directory, const EditRequest& draft) {
     Trial trial;
     Prepare(trial, directory, draft);
     const CPopProfile& profile = *trial.profile;
     const HostRules& rules = trial.rules;
-    voice.Print("POP3, " + ShowServer(profile.setting, Protocol::Pop, rules.pop_tls) + '\n');
-    CMailboxListing listing;
-    const bool has_mailbox = LookIntoMailbox(profile, rules, listing);
-    voice.Print(TextOf(listing, has_mailbox, profile.setting, rules));
+    const bool has_mailbox = TryMailbox(voice, profile, rules);
     if (LogsInInClear(profile.setting, rules.Tls()))
         voice.Print(Paragraph(Tr("Note: the password goes over the network in clear."), 6));
     if (voice.Stops()) return {kTryLater, {}};
-    const CPopProfileSetting used = WithAccount(profile.setting, rules);
-    const std::string shared = ShowShared(AccountOwnerOf(profile.setting, rules));
-    voice.Print("SMTP, " + ShowServer(used, Protocol::Smtp, used.sslsmtp) + (shared.empty() ? "" : ", " + shared) +
-                '\n');
-    CSmtpTrial relay;
-    const bool has_relay = TryRelay(profile, rules, RecipientsOf(profile), relay);
-    voice.Print(TextOf(relay, used, rules));
+    const bool has_relay = TryRelayOf(voice, profile, rules);
     return {has_mailbox && has_relay ? kDone : kUnavailable, {}};
 }
 

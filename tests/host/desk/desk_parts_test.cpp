@@ -344,6 +344,7 @@ TEST(Jobs, AreForgottenInTimeWithWhatWasTyped) {
 TEST(ServerTalk, EndsWithItsJobAndInItsTime) {
     struct Voice : JobVoice {
         void Print(std::string_view) override {}
+        void Begin(const std::string&) override {}
         void Show(Json) override {}
         bool Stops() const override { return stops; }
         bool stops = false;

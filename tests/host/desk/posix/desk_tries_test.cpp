@@ -143,6 +143,34 @@ TEST_F(DeskTriesTest, AServerThatStallsKeepsTheServiceFromNoEnd) {
     EXPECT_TRUE(service_->WaitFor(kDeskPatience));  // the server is given 30 s
 }
 
+TEST_F(DeskTriesTest, EachStepIsShownWhileTheServerTakesItsTime) {
+    const Json taro = LogIn("taro");
+    SetPassword(taro);
+    mailbox_.SetFault([](const std::string& command) { return command.starts_with("PASS") ? "stall" : ""; });
+    Json job = AskAs(taro, "try", {{"kind", "profile"}, {"verb", "set"}, {"name", "user0/from0"}});
+    for (const auto end = std::chrono::steady_clock::now() + kDeskPatience;
+         job["begun"] != "log in" && std::chrono::steady_clock::now() < end;)
+        job = AskAs(taro, "job", {{"job", job["job"]}});
+    EXPECT_EQ(job["status"], "working");
+    EXPECT_EQ(job["begun"], "log in");
+    EXPECT_THAT(job["printed"].get<std::string>(),
+                AllOf(StartsWith("POP3, "), HasSubstr("connect"), HasSubstr("+OK"), Not(HasSubstr("log in"))));
+    service_->Signal(SIGTERM);
+    EXPECT_TRUE(service_->WaitFor(kDeskPatience));
+}
+
+TEST_F(DeskTriesTest, AdviceIsForWhoReadsTheConsole) {
+    const Json taro = LogIn("taro");
+    const Json typed = {{"secrets", {{"poppassword", "wrong"}}}};
+    const Json tried = Try(taro, typed, "profile", "user0/from0");
+    const Json check = Finish(taro, AskAs(taro, "start", {{"what", "check"}, {"profile", "user0/from0"}}));
+    const Json plan = Finish(taro, AskAs(taro, "start", {{"what", "plan"}, {"profile", "user0/from0"}}));
+    for (const Json& job : {tried, check, plan})
+        EXPECT_THAT(job["printed"].get<std::string>(), AllOf(HasSubstr("POP3 password"), Not(HasSubstr("`tarvex"))))
+            << job;
+    EXPECT_THAT(host_.Tell({"check", "--no-dns", "user0/from0"}, 69), HasSubstr("`tarvex profile set`"));
+}
+
 TEST_F(DeskTriesTest, AMailboxThatIsNotThereYetIsTried) {
     const Json taro = LogIn("taro");
     const MailboxServer other("jiro", "secret");
