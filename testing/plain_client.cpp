@@ -16,8 +16,8 @@ struct PlainClient::Connection {
     asio::ip::tcp::socket socket{context};
 };
 
-PlainClient::PlainClient(int port) : connection_(std::make_unique<Connection>()) {
-    connection_->socket.connect({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
+PlainClient::PlainClient(int port, const std::string& address) : connection_(std::make_unique<Connection>()) {
+    connection_->socket.connect({asio::ip::make_address(address), static_cast<unsigned short>(port)});
 }
 
 PlainClient::~PlainClient() = default;

@@ -9,7 +9,7 @@ namespace tarvex::testing {
 
 class PlainClient {
 public:
-    explicit PlainClient(int port);  // on 127.0.0.1; throws std::system_error
+    explicit PlainClient(int port, const std::string& address = "127.0.0.1");  // throws std::system_error
     ~PlainClient();
 
     // Sends this, and reads until the server closes; at most 20 seconds.

@@ -17,8 +17,8 @@ namespace tarvex::testing {
 
 using namespace std::chrono_literals;
 
-inline int PortIn(const std::string& place) {
-    return std::stoi(place.substr(place.find("127.0.0.1:") + std::string("127.0.0.1:").size()));
+inline int PortIn(const std::string& text) {  // that ends in or has "http://HOST:PORT/metrics"
+    return std::stoi(text.substr(text.rfind(':', text.find("/metrics\n")) + 1));
 }
 
 // The values by name and labels, of counters alone.

@@ -10,6 +10,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/system/command_error.h"
@@ -59,6 +60,17 @@ TEST(MetricsServer, IsOfThisMachineAlone) {
         } catch (const host::CommandError& error) {
             EXPECT_EQ(error.ExitCode(), host::kBadUsage) << place;
         }
+    }
+}
+
+TEST(MetricsServer, HasItsPortAloneOnEitherLoopback) {
+    const TempDir root;
+    for (const auto& [host, address] : {std::pair("127.0.0.1:", "127.0.0.1"), std::pair("[::1]:", "::1")}) {
+        const host::MetricsServer server(root.String(), host + std::string("0"));
+        EXPECT_THAT(server.Place(), StartsWith(std::string("http://") + host));
+        const int port = PortIn(server.Place());
+        EXPECT_THROW(host::MetricsServer(root.String(), host + std::to_string(port)), host::CommandError);
+        EXPECT_THAT(PlainClient(port, address).Ask(kRequest), EndsWith("# EOF\n"));
     }
 }
 
