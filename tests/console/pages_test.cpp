@@ -324,6 +324,21 @@ TEST(Pages, TheHistoryNamesMailboxesAsPeopleDoAndKeepsThePathBesideKeys) {
     EXPECT_THAT(page(), Not(HasSubstr(">user0/from0<")));
 }
 
+TEST(Pages, ARuleThatDiffersFromWhatIsAboveCanBeGivenBack) {
+    const Match match = FindRoute(Routes(), "GET", {"rules", "header_limit"});
+    RawRequest raw = RequestTo(*match.route);
+    raw.target = "/rules/header_limit?name=user0";
+    const auto page = [&](const char* value) {
+        const Site site = TheSite();
+        Work work = site.Begin(raw);
+        const Json key{{"key", "header_limit"}, {"value", value}};
+        site.Finish(work, Json{{"status", "ok"}, {"keys", Json::array({key})}, {"above", {{"header_limit", "77"}}}});
+        return work.response.body;
+    };
+    EXPECT_THAT(page("500"), HasSubstr("name=\"value\" value=\"77\""));
+    EXPECT_THAT(page("77"), Not(HasSubstr("As above it")));
+}
+
 TEST(Pages, OnlyWhatWasChangedIsWritten) {
     const Match match = FindRoute(Routes(), "POST", {"profiles", "user0", "from0", "settings"});
     RawRequest raw = RequestTo(*match.route);

@@ -77,6 +77,17 @@ Html ValueField(const Json& key, const std::string& value) {
     return El("select", {{"name", "value"}}, {options});
 }
 
+// A button that has the rule follow what holds above the user or the mailbox, where it does not.
+Html AsAbove(const Viewer& viewer, const Json& answer, const std::string& word, std::string_view name,
+             std::string_view value) {
+    const Json& above = PartOf(answer, "above");
+    if (!above.contains(word) || TextOf(above, word.c_str()) == value) return {};
+    const std::string other = TextOf(above, word.c_str());
+    return ChangeForm(viewer, RulePage(word, ""),
+                      {Hidden("name", name), Hidden("value", other),
+                       El("button", {}, {Tr("As above it: {0}", other.empty() ? "–" : other)})});
+}
+
 HttpResponse RulePageOf(const HttpRequest& request, const Json& answer, const Json& key, const std::string& value) {
     const Viewer viewer = ViewerOf(answer);
     const std::string word(request.Place("key"));
@@ -95,6 +106,7 @@ HttpResponse RulePageOf(const HttpRequest& request, const Json& answer, const Js
                                        : Html()}),
              El("div", {{"class", "row actions"}},
                 {El("button", {{"class", "main"}}, {Tr("Save")}), LinkButton(ListPage(name), Tr("Cancel"))})})});
+    content += AsAbove(viewer, answer, word, name, value);
     const bool is_refused = TextOf(answer, "status") == "refused";
     return ShowPage(request, viewer,
                     {word, content, is_refused ? TextOf(answer, "message") : "", is_refused ? 422 : 200, true});

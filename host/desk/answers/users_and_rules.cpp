@@ -21,20 +21,37 @@ Json AnswerUsers(Visit& visit) {
     return answer;
 }
 
+namespace {
+
+// By key, what would hold without the file of a user or a profile: set so, a rule leaves the file. An account is no
+// such matter, for it is kept whole.
+Json JsonOfAbove(const HostRules& above) {
+    Json json = Json::object();
+    for (const Key<HostRules>& key : Keys<HostRules>())
+        if (*key.server == 0 && !key.is_of_root && key.type != KeyType::Password)
+            json[key.name] = ShowValue(above, key);
+    return json;
+}
+
+}  // namespace
+
 // Of the tree, or of what "name" names.
 Json AnswerRules(Visit& visit) {
     const auto of_root = RulesOf(visit.Root().path);
     if (!of_root) throw NoRules();
     const std::string name = visit.Text("name");
-    HostRules rules = *of_root;
+    HostRules rules = *of_root, above = *of_root;
     if (name.find('/') != std::string::npos) {
-        rules = RulesOf(visit.Root().path, visit.ProfileCalled(name).profile->path).value_or(rules);
+        const NamedProfile named = visit.ProfileCalled(name);
+        rules = RulesOf(visit.Root().path, named.profile->path).value_or(rules);
+        above = RulesOfUser(visit.Root().path, named.user->path).value_or(above);
     } else if (!name.empty()) {
         rules = RulesOfUser(visit.Root().path, visit.UserCalled(name).path).value_or(rules);
     }
     Json answer = visit.Ok();
     answer["name"] = name;
     answer["keys"] = JsonOfKeys(rules);
+    if (!name.empty()) answer["above"] = JsonOfAbove(above);
     return answer;
 }
 

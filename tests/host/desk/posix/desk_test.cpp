@@ -133,6 +133,29 @@ TEST_F(DeskTest, AChangeIsTheServicesOwnEditAndStandsInTheHistory) {
     EXPECT_THAT(host_.Tell({"forward", "list", "hanako@example.org"}), HasSubstr("ko@example.net"));
 }
 
+TEST_F(DeskTest, ARuleSetAsAboveFollowsWhatIsAboveFromThenOn) {
+    const Json taro = LogIn("taro");
+    const auto set = [&](const char* name, const Json& value) {
+        const Json question = {
+            {"kind", "rules"}, {"verb", "set"}, {"name", name}, {"values", {{"header_limit", value}}}};
+        EXPECT_EQ(Finish(taro, AskAs(taro, "change", question))["status"], "ok");
+    };
+    const auto value = [&] {
+        const Json rules = AskAs(taro, "rules", {{"name", "user0/from0"}});
+        for (const Json& key : rules["keys"])
+            if (key["key"] == "header_limit") return key["value"].get<std::string>();
+        return std::string();
+    };
+    set("user0", "400");
+    set("user0/from0", "500");
+    EXPECT_EQ(value(), "500");
+    set("user0/from0", AskAs(taro, "rules", {{"name", "user0/from0"}})["above"]["header_limit"]);
+    EXPECT_EQ(value(), "400");
+    set("user0", "700");
+    EXPECT_EQ(value(), "700");
+    EXPECT_FALSE(AskAs(taro, "rules").contains("above"));
+}
+
 TEST_F(DeskTest, TheWeekOfAnAddressIsSetAsAGrid) {
     const Json hanako = LogIn("hanako");
     const std::string none(48, '0');
