@@ -185,13 +185,13 @@ std::string OnWantedLogin(const FieldNames& words, const CProbeStep& step, const
 }
 
 std::string OnSender(const FieldNames& words, const CProbeStep& step, const CPopProfileSetting& setting) {
-    if (const std::string login = OnWantedLogin(words, step, setting); !login.empty()) return login;
+    if (std::string login = OnWantedLogin(words, step, setting); !login.empty()) return login;
     return Tr("The server does not accept \"{0}\" as a sender: set {1} to one that this account may send from.",
               ShowText(setting.address), words.Option("address"));
 }
 
 std::string OnRecipient(const FieldNames& words, const CProbeStep& step, const CPopProfileSetting& setting) {
-    if (const std::string login = OnWantedLogin(words, step, setting); !login.empty()) return login;
+    if (std::string login = OnWantedLogin(words, step, setting); !login.empty()) return login;
     const std::string_view code = EnhancedCode(step.text);
     if (code.starts_with("5.1."))
         return Tr("There is no such mailbox: correct the address ({0}).",
@@ -202,7 +202,7 @@ std::string OnRecipient(const FieldNames& words, const CProbeStep& step, const C
 }
 
 std::string OnLogIn(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
-    if (const std::string told =
+    if (std::string told =
             words.pop ? OnPopCode(words, PopResponseCode(step.text)) : OnWantedLogin(words, step, setting);
         !told.empty()) {
         return told;
@@ -240,7 +240,7 @@ std::string OnLogIn(const Words& words, const CProbeStep& step, const CPopProfil
 
 std::string OnRefusal(const Words& words, const CProbeStep& step, const CPopProfileSetting& setting) {
     if (words.pop) {
-        if (const std::string told = OnPopCode(words, PopResponseCode(step.text)); !told.empty()) return told;
+        if (std::string told = OnPopCode(words, PopResponseCode(step.text)); !told.empty()) return told;
     }
     if (step.reason == CProbeReason::ForNow) {
         return step.kind == PROBE_RCPT_TO ? Tr("The server refuses for now, as servers do with senders that they do "
@@ -330,7 +330,7 @@ std::string OnFailure(const Words& words, const CProbeStep& step, const CPopProf
         case PROBE_BAD_CERTIFICATE:
             return OnCertificate(words, step.reason);
         case PROBE_REFUSED:
-            if (const std::string told = OnMissingToken(step.text); !told.empty()) return told;
+            if (std::string told = OnMissingToken(step.text); !told.empty()) return told;
             return OnRefusal(words, step, setting);
         case PROBE_LOCAL:
             return Tr("The fault is on this machine, for the reason above.");
