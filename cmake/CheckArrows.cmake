@@ -14,7 +14,7 @@ set(may_include_testing   "testing;loopback")
 
 # The host's folders are rooms of their own: each may include itself and those before it in this list.
 set(open "include")
-foreach(folder language system dns terminal settings advice tree receivers tunnels tokens ways setup saving generation edit history memory trace held rules state alerts metrics import backup service view desk commands)
+foreach(folder language system dns terminal settings advice tree receivers tunnels tokens ways setup saving generation edit history memory trace held rules state alerts metrics import backup service/log service view desk commands)
   list(APPEND open "host/${folder}")
   set(may_include_host/${folder} "${open}")
 endforeach()

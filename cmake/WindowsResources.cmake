@@ -9,8 +9,8 @@ set(events ${PROJECT_BINARY_DIR}/packaging/events)
 file(MAKE_DIRECTORY ${events})
 add_custom_command(OUTPUT ${events}/events.rc ${events}/Tarvex_en.bin ${events}/Tarvex_ja.bin
   COMMAND ${WINDMC} --codepage_in=65001 --headerdir=${events} --rcdir=${events}
-    ${PROJECT_SOURCE_DIR}/host/service/windows/events.mc
-  DEPENDS host/service/windows/events.mc)
+    ${PROJECT_SOURCE_DIR}/host/service/log/windows/events.mc
+  DEPENDS host/service/log/windows/events.mc)
 set_source_files_properties(${events}/events.rc PROPERTIES INCLUDE_DIRECTORIES ${events}
   OBJECT_DEPENDS "${events}/Tarvex_en.bin;${events}/Tarvex_ja.bin")
 target_sources(tarvex_host PRIVATE ${PROJECT_BINARY_DIR}/packaging/program.rc ${events}/events.rc)

@@ -108,6 +108,11 @@ bool IsFailure(CRunEnding ending) {
     }
 }
 
+bool DidSomething(const CRunResult& result) {
+    return result.messages_fetched > 0 || result.messages_not_fetched > 0 || result.messages_put_off > 0 ||
+           result.copies_set_aside > 0 || result.ending == CRunEnding::KeptBack;
+}
+
 std::string_view Word(CRunEnding ending) { return WordOf(ending); }
 std::string_view Word(CFailureClass failure_class) { return WordOf(failure_class); }
 std::string_view Word(CRunStage stage) { return WordOf(stage); }

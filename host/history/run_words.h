@@ -12,6 +12,9 @@ namespace tarvex::host {
 
 bool IsFailure(CRunEnding ending);
 
+// Whether there is more to tell of the run than that it was made, though all went well.
+bool DidSomething(const CRunResult& result);
+
 std::string_view Word(CRunEnding ending);            // "delivered"
 std::string_view Word(CFailureClass failure_class);  // "time-out"
 std::string_view Word(CRunStage stage);              // "RCPT TO"

@@ -89,11 +89,6 @@ void RunTroubles::AddEnd(const std::string& name, const CRunResult& result) {
     if (const std::string what = WhatIsNotSaved(result); !what.empty()) Add(name, what, kCannotWrite);
 }
 
-bool DidSomething(const CRunResult& result) {
-    return result.messages_fetched > 0 || result.messages_not_fetched > 0 || result.messages_put_off > 0 ||
-           result.copies_set_aside > 0 || result.ending == CRunEnding::KeptBack;
-}
-
 std::string RunsInBrief::Add(const std::string& name, const CPopProfile& copy, const std::string& what_else) {
     const CRunResult& result = copy.result;
     has_failed_[copy.path] = IsFailure(result.ending);

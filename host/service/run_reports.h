@@ -52,9 +52,6 @@ struct RunTroubles {
     void AddEnd(const std::string& name, const CRunResult& result);            // nothing when all went well
 };
 
-// Whether there is more to tell of the run than that it was made, though all went well.
-bool DidSomething(const CRunResult& result);
-
 // The runs of a command that asked for many: a line for each that did something, and one that sums them all up. What
 // failed stands in its troubles.
 class RunsInBrief {

@@ -30,9 +30,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/history/edit_record.h"
-#include "host/history/run_words.h"
-#include "host/service/log_facts.h"
+#include "host/service/log/log_facts.h"
 #include "host/service/run_reports.h"
 #include "host/settings/host_setting.h"
 #include "host/system/command_error.h"
@@ -55,27 +53,12 @@ constexpr auto kLockTimeout = 2000ms;           // at the start, with an edit th
 constexpr auto kMostBetweenFirstRuns = 2000ms;  // of profiles that are due when the service starts
 constexpr auto kShutdownGrace = 1000ms;         // at the end, with clients that take their answers
 constexpr int kStopNews_ms = 5000;              // how often the manager hears that runs still end
-constexpr std::size_t kReasonColumns = 200;
-constexpr std::size_t kHeadlineColumns = 60;
 const LogFacts kOfService{.matter = LogMatter::Service};
 
 // The tree must be there: the lock stands in its directory.
 RootLock TakeRoot(const std::string& directory) {
     RequireRoot(directory);
     return RootLock::Take(directory, "serve", kLockTimeout);
-}
-
-// The edit in a few words, without the values: "profile set user0/from0".
-std::string Headline(const EditRequest& request) {
-    return OneLineOfUtf8(EditName(request) + (request.name.empty() ? "" : ' ' + request.name), kHeadlineColumns);
-}
-
-bool EndsRuns(const EditRequest& request) {
-    const bool of_profiles = request.kind == EditKind::User || request.kind == EditKind::Profile;
-    if (!of_profiles) return false;
-    if (request.verb == EditVerb::Remove) return true;
-    const auto status = request.values.find("status");
-    return request.verb == EditVerb::Set && status != request.values.end() && status->second == "off";
 }
 
 }  // namespace
@@ -196,33 +179,6 @@ void Service::AnswerClients() {
     }
 }
 
-// False when it has to wait.
-bool Service::MakeEdit(ControlClient& client, const EditRequest& request) {
-    if (client.HasLeft()) return false;  // while the service was halted
-    CString running;
-    if (HasToWait(request, running)) {
-        const Speaking in(client.ReadsIn());
-        client.Note(Tr("waiting for the run of {0} to end", Name(running)));
-        return false;
-    }
-    RetryLeftOut();  // may have been loaded when it could not be read
-    const std::string headline = Headline(request);
-    const Speaking in(client.ReadsIn());
-    Reply reply{{}, Tr(kRootHasGone)};
-    ForgetWaiting();
-    EditRecord record(root_, request);
-    const int code = !HasRoot() ? kCannotWrite : Apply(request, reply);
-    const EditedBy by = client.WhoAsks(request.caller);
-    if (auto edit = record.After(code, by)) history_.AddEdit(*std::move(edit));
-    next_held_look_.clear();
-    const LogFacts facts = FactsOf(request, by);
-    const std::string line = headline + WhatWasSetAndByWhom(facts);
-    code == kDone ? log_.Say(LogLevel::Notice, line, facts)
-                  : log_.Warn(line + ": " + OneLineOfUtf8(in.InEnglish(reply.error), kReasonColumns), facts);
-    client.Answer(code, reply);
-    return true;
-}
-
 // A root that was moved or unmounted would look like one without lists of ids.
 bool Service::HasRoot() {
     const bool has_root = lock_.IsHeldIn(directory_);
@@ -292,23 +248,6 @@ void Service::TellRemarks() {
         for (const auto& profile : user->profiles) add(RemarksOnItsOwn(*profile));
     }
     for (const std::string& remark : remarks) log_.Warn(remark);
-}
-
-bool Service::HasToWait(const EditRequest& request, CString& running) {
-    const std::vector<CString> touched = TouchedProfiles(root_, request);
-    const auto first = std::ranges::find_if(touched, [this](const CString& path) { return IsBusy(path); });
-    if (first == touched.end()) return false;
-    running = *first;
-    wanted_.insert(touched.begin(), touched.end());
-    if (EndsRuns(request)) EndRuns(touched);
-    return true;
-}
-
-// What the edit would take away, or switch off, is not waited for.
-void Service::EndRuns(const std::vector<CString>& paths) {
-    for (const auto& copy : root_.running_copies) {
-        if (rules_.HasRules(copy->path) && std::ranges::count(paths, copy->path) != 0) InterruptRun(*copy);
-    }
 }
 
 void Service::Reload() {

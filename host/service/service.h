@@ -23,7 +23,7 @@
 #include "host/rules/ruled_runs.h"
 #include "host/service/control_server.h"
 #include "host/service/held_sender.h"
-#include "host/service/service_log.h"
+#include "host/service/log/service_log.h"
 #include "host/system/orders.h"
 #include "host/system/service_manager.h"
 #include "host/tree/names.h"

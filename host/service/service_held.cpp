@@ -10,7 +10,7 @@
 
 #include "host/held/held_work.h"
 #include "host/language/tr.h"
-#include "host/service/log_facts.h"
+#include "host/service/log/log_facts.h"
 #include "host/service/service.h"
 #include "host/system/command_error.h"
 #include "host/terminal/wording.h"

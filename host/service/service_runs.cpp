@@ -11,10 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/edit/tree_edit.h"
-#include "host/held/memory_edit.h"
 #include "host/history/run_words.h"
-#include "host/service/log_facts.h"
+#include "host/service/log/log_facts.h"
 #include "host/service/run_reports.h"
 #include "host/service/service.h"
 #include "host/settings/host_setting.h"
@@ -291,15 +289,6 @@ void Service::HandOver(const CPopProfile& copy, const std::string& what_else) {
 }
 
 // ---- the age of the tree
-
-int Service::Apply(const EditRequest& request, Reply& reply) {
-    const bool is_of_tree = request.kind == EditKind::Tree;
-    if (is_of_tree) next_tick_ = Clock::now();
-    const int code =
-        is_of_tree ? EditTree(age_, request, reply) : EditWithMemory(root_, rules_.Memory(), request, reply);
-    ++changes_;
-    return code;
-}
 
 void Service::RaiseGeneration() {
     if (HasRoot()) age_.Raise([this](const std::string& sentence) { log_.Warn(sentence, kOfService); });

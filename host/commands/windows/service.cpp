@@ -8,7 +8,7 @@
 
 #include "host/commands/commands.h"
 #include "host/language/tr.h"
-#include "host/service/windows/event_source.h"
+#include "host/service/log/windows/event_source.h"
 #include "host/service/windows/installed_service.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"

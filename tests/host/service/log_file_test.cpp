@@ -1,6 +1,6 @@
 // The log in a file that is turned over.
 
-#include "host/service/log_file.h"
+#include "host/service/log/log_file.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <string>
 
-#include "host/service/log_file.h"
+#include "host/service/log/log_file.h"
 #include "host/system/paths.h"
 #include "testing/temp_dir.h"
 

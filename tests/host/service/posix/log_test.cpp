@@ -23,9 +23,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/service/posix/journal.h"
+#include "host/service/log/posix/journal.h"
+#include "host/service/log/service_log.h"
 #include "host/service/service.h"
-#include "host/service/service_log.h"
 #include "host/system/posix/descriptor.h"
 #include "tests/support/host_program.h"
 

@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/service/windows/event_source.h"
+#include "host/service/log/windows/event_source.h"
 #include "host/service/windows/installed_service.h"
 #include "host/system/command_error.h"
 #include "host/system/windows/managed_process.h"

@@ -1,6 +1,6 @@
 // Sends the datagrams that the journal of systemd takes.
 
-#include "host/service/posix/journal.h"
+#include "host/service/log/posix/journal.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

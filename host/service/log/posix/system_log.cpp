@@ -1,13 +1,13 @@
 // Gives the service's messages to the journal, as entries with fields.
 
-#include "host/service/system_log.h"
+#include "host/service/log/system_log.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
-#include "host/service/posix/journal.h"
+#include "host/service/log/posix/journal.h"
 
 namespace tarvex::host {
 namespace {

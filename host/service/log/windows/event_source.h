@@ -2,7 +2,7 @@
 
 // The source "Tarvex" of Windows' event log.
 
-#include "host/service/log_entry.h"
+#include "host/service/log/log_entry.h"
 
 namespace tarvex::host {
 

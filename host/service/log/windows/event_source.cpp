@@ -1,6 +1,6 @@
 // Tells Windows' event log where the texts of our entries are.
 
-#include "host/service/windows/event_source.h"
+#include "host/service/log/windows/event_source.h"
 
 #include <windows.h>
 

@@ -1,9 +1,8 @@
 // Takes the facts for the log out of the result of a run and out of an edit.
 
-#include "host/service/log_facts.h"
+#include "host/service/log/log_facts.h"
 
 #include "host/history/run_words.h"
-#include "host/service/run_reports.h"
 #include "host/system/display.h"
 #include "host/terminal/wording.h"
 

@@ -6,7 +6,7 @@
 
 #include "host/edit/edit.h"
 #include "host/history/tables/edit_tables.h"
-#include "host/service/service_log.h"
+#include "host/service/log/service_log.h"
 #include "tarvex/result.h"
 
 namespace tarvex::host {

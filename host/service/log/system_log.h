@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "host/service/log_entry.h"
+#include "host/service/log/log_entry.h"
 
 namespace tarvex::host {
 

@@ -1,6 +1,6 @@
 // Writes the service's messages to the log of the system, a terminal or a file.
 
-#include "host/service/service_log.h"
+#include "host/service/log/service_log.h"
 
 #include <chrono>
 #include <ctime>

@@ -1,6 +1,6 @@
 // Writes lines to a file, and turns it over when it is full.
 
-#include "host/service/log_file.h"
+#include "host/service/log/log_file.h"
 
 #include <filesystem>
 #include <system_error>

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "host/service/log_entry.h"
-#include "host/service/log_file.h"
-#include "host/service/system_log.h"
+#include "host/service/log/log_entry.h"
+#include "host/service/log/log_file.h"
+#include "host/service/log/system_log.h"
 #include "host/system/error_output.h"
 
 namespace tarvex::host {

@@ -1,6 +1,6 @@
 // Windows' event log: an entry has a level, a category and the texts that events.mc puts into words.
 
-#include "host/service/system_log.h"
+#include "host/service/log/system_log.h"
 
 #include <windows.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/service/windows/event_source.h"
+#include "host/service/log/windows/event_source.h"
 #include "host/system/windows/managed_process.h"
 #include "host/system/windows/wide.h"
 
