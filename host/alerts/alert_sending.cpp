@@ -87,8 +87,9 @@ SendingOutcome SendMailTo(const Reader& reader, const AlertText& text, const std
 
 SendingOutcome TellProgram(const Reader& reader, const Json& alert, const Sending& sending) {
     try {
-        const ProgramOutput output = OutputOf(WordsOf(reader.command), kProgramTime, kMostOutput, sending.stops,
-                                              alert.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+        const std::string text = alert.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+        const ProgramOutput output =
+            OutputOf(WordsOf(reader.command), kProgramTime, kMostOutput, sending.stops, {.input = text});
         if (output.trouble.empty()) return {reader.Name(), ""};
         return {"", "alert_command " + output.trouble};
     } catch (const TokenTrouble&) {

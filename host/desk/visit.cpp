@@ -3,6 +3,7 @@
 #include "host/desk/visit.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "host/desk/asked_edit.h"
 #include "host/desk/server_talk.h"
@@ -29,10 +30,15 @@ const std::string& StringIn(const Json& json, std::size_t most_bytes) {
     return text;
 }
 
-// Where on disk the tree is, is nobody's business in the browser: paths begin below it.
+// Where on disk the tree is, is nobody's business in the browser: paths begin below it, and have slashes.
 std::string WithoutRoot(std::string text, const CRootPath& root) {
-    const std::string start = ShowPath(root.path) + '/';
-    for (std::size_t at = 0; (at = text.find(start, at)) != std::string::npos;) text.erase(at, start.size());
+    const std::string start = ShowPath(root.path) + static_cast<char>(std::filesystem::path::preferred_separator);
+    for (std::size_t at = 0; (at = text.find(start, at)) != std::string::npos;) {
+        text.erase(at, start.size());
+        const std::size_t end = std::min(text.find_first_of(" :\"\n", at), text.size());
+        std::replace(text.begin() + static_cast<std::ptrdiff_t>(at), text.begin() + static_cast<std::ptrdiff_t>(end),
+                     start.back(), '/');
+    }
     return text;
 }
 

@@ -34,6 +34,9 @@ std::string MakeNewFolder(const std::string& start);
 // Where temporary files go, as a path of the tree. Throws std::system_error.
 std::string TemporaryDirectory();
 
+// The file of this program, as its command line would name it; empty when the system does not tell.
+std::string ProgramPath();
+
 // The directory that this program's file lies in, as a path of the tree; empty when the system does not tell.
 std::string ProgramDirectory();
 

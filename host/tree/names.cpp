@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <iterator>
 #include <span>
 
@@ -142,6 +143,12 @@ std::vector<std::string> NamesOf(const std::vector<Candidate>& candidates) {
     return names;
 }
 
+// The path of something in the tree (UTF-8) is written alike on every system.
+std::string WithSlashes(std::string path) {
+    if constexpr (std::filesystem::path::preferred_separator == '\\') std::ranges::replace(path, '\\', '/');
+    return path;
+}
+
 std::string_view WithoutSlashes(std::string_view name) {
     while (name.size() > 1 && name.ends_with('/')) name.remove_suffix(1);
     return name;
@@ -158,7 +165,8 @@ std::size_t Choose(const std::vector<Candidate>& candidates, std::string_view gi
                    const std::string& command) {
     const std::string name(WithoutSlashes(given));
     const std::string quoted = Quoted(name);
-    const std::vector<std::size_t> found = Matching(candidates, name);
+    std::vector<std::size_t> found = Matching(candidates, name);
+    if (found.empty()) found = Matching(candidates, WithSlashes(name));
     if (found.size() == 1) return found.front();
     if (found.size() > 1) {
         throw CommandError(kBadUsage, Tr("{0} is the name of more than one {1}; write the path of one:", quoted, kind) +
@@ -298,7 +306,7 @@ bool HasPath(const CRootPath& root, std::string_view path) {
 }
 
 std::string ShownName(const CRootPath& root, const CString& path) {
-    return ShowPath(path.substr(std::min(path.size(), root.path.size() + 1)));
+    return WithSlashes(ShowPath(path.substr(std::min(path.size(), root.path.size() + 1))));
 }
 
 }  // namespace tarvex::host

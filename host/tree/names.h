@@ -46,7 +46,7 @@ CString FindUserOrProfile(const CRootPath& root, std::string_view name);
 // The named profiles, each once, in the order of the names; without names all of the tree. Throws CommandError.
 std::vector<NamedProfile> ChosenProfiles(const CRootPath& root, const std::vector<std::string>& names);
 
-// The path of something in the tree below its root, fit to be shown: "user0/from0".
+// The path of something in the tree below its root, fit to be shown: "user0/from0", on Windows, too.
 std::string ShownName(const CRootPath& root, const CString& path);
 
 }  // namespace tarvex::host

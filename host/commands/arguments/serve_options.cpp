@@ -3,9 +3,10 @@
 #include "host/commands/arguments/serve_options.h"
 
 #include <chrono>
-#include <utility>
+#include <optional>
 
 #include "host/commands/arguments/usage.h"
+#include "host/desk/desk_server.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/paths.h"
@@ -14,8 +15,7 @@
 
 namespace tarvex::host {
 
-ServeOptions::ServeOptions(CLI::App& serve, std::string system_log, const std::string& formats)
-    : system_log_(std::move(system_log)), expected_(serve) {
+ServeOptions::ServeOptions(CLI::App& serve, const Texts& texts) : system_log_(texts.system_log), expected_(serve) {
     constexpr double kShortest = 0.01;
     constexpr double kLongest = 86400;
     serve
@@ -29,13 +29,36 @@ ServeOptions::ServeOptions(CLI::App& serve, std::string system_log, const std::s
                     Tr("Serve figures for a monitoring system of this machine on unix:PATH, 127.0.0.1:PORT or "
                        "[::1]:PORT, at /metrics"))
         ->type_name("PLACE");
-    serve.add_option("--log-format", format_, formats)->type_name("plain|" + system_log_ + "|json");
+    serve.add_option("--log-format", format_, texts.formats)->type_name("plain|" + system_log_ + "|json");
     serve
         .add_option("--log-file", log_file_,
                     Tr("Write the lines of the log to FILE in place of standard error. At 10 MB it becomes FILE.1, and "
                        "that FILE.2, up to FILE.5"))
         ->type_name("FILE");
+    serve.add_option("--console", console_, texts.console)->envname("TARVEX_CONSOLE")->type_name(texts.place);
     serve.footer(Tr("Commands that change the tree work while the service runs: they are carried out by it."));
+}
+
+void ServeOptions::AddConsoleGroup(CLI::App& serve) {
+    serve
+        .add_option("--console-group", console_group_,
+                    Tr("Who may connect to that socket beside the service's own user"))
+        ->type_name("GROUP");
+}
+
+int ServeOptions::Serve(const std::string& directory, bool also_without_console) const {
+    const std::unique_ptr<Service> service = MakeService(directory);
+    std::optional<DeskServer> desk;
+    const auto tell = [&service](const std::string& sentence) { service->Warn(sentence); };
+    const auto changes = [&service] { return service->Changes(); };
+    try {
+        if (!console_.empty())
+            desk.emplace(DeskOptions{directory, ProgramPath(), tell, changes}, console_, console_group_);
+    } catch (const CommandError& error) {
+        if (!also_without_console) throw;
+        service->Warn(error.what());
+    }
+    return service->Run();
 }
 
 LogFormat ServeOptions::Format() const {

@@ -1,10 +1,9 @@
 #pragma once
 
-// The options that `tarvex serve` has on every system.
+// What `tarvex serve` does on every system, and the options for it.
 
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "host/commands/arguments/expected_generation.h"
@@ -14,22 +13,35 @@ namespace tarvex::host {
 
 class ServeOptions {
 public:
-    // `system_log`: the word of --log-format for the log that the system keeps. `formats`: what the option's help says.
-    ServeOptions(CLI::App& serve, std::string system_log, const std::string& formats);
+    // In which the systems differ.
+    struct Texts {
+        std::string system_log;  // the word of --log-format for the log that the system keeps
+        std::string formats;     // the help of that option
+        std::string console;     // the help of --console
+        std::string place;       // what its value is: "PATH"
+    };
+
+    ServeOptions(CLI::App& serve, const Texts& texts);
     ServeOptions(const ServeOptions&) = delete;
     ServeOptions& operator=(const ServeOptions&) = delete;
 
-    // Throws CommandError.
-    std::unique_ptr<Service> MakeService(const std::string& directory) const;
+    void AddConsoleGroup(CLI::App& serve);
+
+    // Serves the tree, and the console where it is to, until an order to stop. The exit code. Throws CommandError;
+    // where mail matters more, not for a console that cannot be served.
+    int Serve(const std::string& directory, bool also_without_console = false) const;
 
 private:
     LogFormat Format() const;
+    std::unique_ptr<Service> MakeService(const std::string& directory) const;
 
     double every_ = 10;
     std::string metrics_;
     std::string system_log_;
     std::string format_;
     std::string log_file_;
+    std::string console_;
+    std::string console_group_;
     ExpectedGeneration expected_;
 };
 

@@ -10,7 +10,6 @@
 #include "host/commands/commands.h"
 #include "host/language/tr.h"
 #include "host/service/log/system_log.h"
-#include "host/service/service.h"
 #include "host/system/command_error.h"
 #include "host/system/windows/managed_process.h"
 #include "host/tree/tree_root.h"
@@ -40,15 +39,17 @@ int OrLogged(const std::function<int()>& work) {
 void AddServeCommand(CLI::App& app, Context& context) {
     CLI::App* const serve = app.add_subcommand(
         "serve", Tr("Run every profile whenever it is due, until Ctrl+C, Ctrl+Break, or the end of the session."));
-    const auto options = std::make_shared<ServeOptions>(
-        *serve, "eventlog",
+    const ServeOptions::Texts texts = {
+        "eventlog",
         Tr("plain: lines behind the time; eventlog: entries of the event log; json: a JSON object a line. Without it "
-           "eventlog where the system's service manager has started it, else plain"));
+           "eventlog where the system's service manager has started it, else plain"),
+        Tr("Answer the console in the browser (tarvex-console) on the named pipe NAME"), "NAME"};
+    const auto options = std::make_shared<ServeOptions>(*serve, texts);
     const auto is_managed = std::make_shared<bool>(false);
     serve->add_flag("--service", *is_managed)->group("");  // what `tarvex service install` has the manager say
     serve->callback([&context, options, is_managed] {
         context.command = [&context, options, is_managed] {
-            const auto work = [&] { return options->MakeService(RootDirectory(context.root_option))->Run(); };
+            const auto work = [&] { return options->Serve(RootDirectory(context.root_option), *is_managed); };
             return *is_managed ? RunManaged([&work] { return OrLogged(work); }) : work();
         };
     });

@@ -1,10 +1,14 @@
 // `tarvex service`: the service that Windows starts by itself.
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
 
 #include "host/commands/commands.h"
 #include "host/language/tr.h"
@@ -25,47 +29,94 @@ using State = InstalledService::State;
 // The way of a path with spaces into a command line; at its end a backslash would take the quotation mark with it.
 std::wstring InQuotes(const std::wstring& path) { return L'"' + path + L'"'; }
 
-struct LogOptions {
-    std::string format;
-    std::string file;
+struct InstallOptions {
+    std::string log_format;
+    std::string log_file;
+    bool without_console = false;
+    std::optional<std::string> console_options;
 };
 
+// What follows `start` in what a service was installed to run before; with it. Empty when it is not there.
+std::wstring FormerWords(const wchar_t* service, std::wstring_view start) {
+    const std::wstring former = ServiceCommandLine(service);
+    const std::size_t at = former.find(start);
+    return at == std::wstring::npos ? L"" : former.substr(at);
+}
+
 // What the service is to say besides; without options what it was installed with before.
-std::wstring WordsOfLog(const LogOptions& log) {
-    if (log.format.empty() && log.file.empty()) {
-        const std::wstring former = ServiceCommandLine();
-        const std::size_t at = former.find(L" --log-");
-        return at == std::wstring::npos ? L"" : former.substr(at);
-    }
+std::wstring WordsOfLog(const InstallOptions& options) {
+    if (options.log_format.empty() && options.log_file.empty()) return FormerWords(kServiceName, L" --log-");
     std::wstring words;
-    if (!log.format.empty()) words += L" --log-format " + Wide(CP_UTF8, log.format);
-    if (!log.file.empty()) words += L" --log-file " + InQuotes(NativePath(WholePath(TreePath(log.file))).native());
+    if (!options.log_format.empty()) words += L" --log-format " + Wide(CP_UTF8, options.log_format);
+    if (!options.log_file.empty())
+        words += L" --log-file " + InQuotes(NativePath(WholePath(TreePath(options.log_file))).native());
     return words;
 }
 
-int Install(const Context& context, const LogOptions& log) {
+// Beside this program; empty where it is not installed.
+std::wstring ConsoleProgram() {
+    const std::filesystem::path file = std::filesystem::path(ProgramFile()).parent_path() / L"tarvex-console.exe";
+    std::error_code error;
+    return std::filesystem::exists(file, error) ? file.native() : std::wstring();
+}
+
+std::wstring WordsOfConsole(const InstallOptions& options) {
+    constexpr std::wstring_view kStart = L" --service";
+    if (options.console_options) return std::wstring(kStart) + L' ' + Wide(CP_UTF8, *options.console_options);
+    const std::wstring former = FormerWords(kConsoleServiceName, kStart);
+    return former.empty() ? std::wstring(kStart) : former;
+}
+
+bool HasConsole() { return AskForService(kConsoleServiceName).state != State::Missing; }
+
+void RemoveConsole() {
+    if (!HasConsole()) return;
+    StopInstalledService(kConsoleServiceName);
+    RemoveInstalledService(kConsoleServiceName);
+}
+
+void ShowUnknown(const std::string& unknown) {
+    if (!unknown.empty())
+        std::cerr << Tr("This Windows does not know, so the service goes without: {0}", unknown) << '\n';
+}
+
+int Install(const Context& context, const InstallOptions& options) {
     const std::string root = context.root_option ? WholePath(*context.root_option) : ServiceFolder();
     RequireAdministrator();
+    if (!NativePath(root).has_relative_path())
+        throw CommandError(kBadUsage, Tr("\"{0}\" is a whole drive; name a folder of it", ShowPath(root)));
     MakeServiceFolder(root);
+    const std::wstring console = options.without_console ? L"" : ConsoleProgram();
+    const std::wstring pipe = console.empty() ? L"" : L" --console tarvex-console";
     const std::string unknown = InstallService(
-        InQuotes(ProgramFile()) + L" serve --service --root " + InQuotes(NativePath(root).native()) + WordsOfLog(log),
-        Wide(CP_UTF8, Tr("Tarvex mail forwarding")),
-        Wide(CP_UTF8, Tr("Fetches mail from POP3 mailboxes and forwards every new message over SMTP.")));
+        kServiceName,
+        {InQuotes(ProgramFile()) + L" serve --service --root " + InQuotes(NativePath(root).native()) + pipe +
+             WordsOfLog(options),
+         Wide(CP_UTF8, Tr("Tarvex mail forwarding")),
+         Wide(CP_UTF8, Tr("Fetches mail from POP3 mailboxes and forwards every new message over SMTP."))});
+    if (console.empty()) {
+        RemoveConsole();
+    } else {
+        (void)InstallService(kConsoleServiceName,  // this Windows does not know the same
+                             {InQuotes(console) + WordsOfConsole(options), Wide(CP_UTF8, Tr("Tarvex console")),
+                              Wide(CP_UTF8, Tr("Serves the pages of Tarvex mail forwarding for the browser."))});
+    }
     AddEventSource();
     Context tree;
     tree.root_option = root;
     MakeTree(tree);
     std::cout << Tr("The service Tarvex is installed; it starts with Windows, and now by `tarvex service start`.")
               << '\n';
-    if (!unknown.empty())
-        std::cerr << Tr("This Windows does not know, so the service goes without: {0}", unknown) << '\n';
+    if (!console.empty()) std::cout << Tr("So is the console in the browser, as the service TarvexConsole.") << '\n';
+    ShowUnknown(unknown);
     return kDone;
 }
 
 int Remove() {
+    RemoveConsole();
     if (AskForService().state != State::Missing) {
-        StopInstalledService();
-        RemoveInstalledService();
+        StopInstalledService(kServiceName);
+        RemoveInstalledService(kServiceName);
     }
     RemoveEventSource();
     std::cout << Tr("The service Tarvex is removed; its data stay.") << '\n';
@@ -73,15 +124,33 @@ int Remove() {
 }
 
 int Start() {
-    StartInstalledService();
+    StartInstalledService(kServiceName);
     std::cout << Tr("The service Tarvex runs.") << '\n';
+    try {
+        if (HasConsole()) StartInstalledService(kConsoleServiceName);
+    } catch (const CommandError& error) {  // mail is forwarded all the same
+        std::cerr << Tr("The console in the browser does not run.") << '\n' << error.what() << '\n';
+    }
     return kDone;
 }
 
 int Stop() {
-    StopInstalledService();
+    if (HasConsole()) StopInstalledService(kConsoleServiceName);
+    StopInstalledService(kServiceName);
     std::cout << Tr("The service Tarvex is stopped.") << '\n';
     return kDone;
+}
+
+std::string WordsOfConsoleState() {
+    switch (AskForService(kConsoleServiceName).state) {
+        case State::Missing:
+            return Tr("The console in the browser is not installed.");
+        case State::Running:
+        case State::Starting:
+            return Tr("The console in the browser runs.");
+        default:
+            return Tr("The console in the browser does not run.");
+    }
 }
 
 int ShowStatus() {
@@ -107,7 +176,7 @@ int ShowStatus() {
         case State::Running:
             std::cout << Tr("The service Tarvex runs, as process {0}.", std::to_string(service.process)) << '\n';
     }
-    std::cout << Tr("Its data tree is {0}.", ShowPath(ServiceRootDirectory())) << '\n';
+    std::cout << Tr("Its data tree is {0}.", ShowPath(ServiceRootDirectory())) << '\n' << WordsOfConsoleState() << '\n';
     return kDone;
 }
 
@@ -119,17 +188,24 @@ CLI::App* AddVerb(CLI::App& service, Context& context, const char* name, const s
 }
 
 void AddInstall(CLI::App& service, Context& context) {
-    const auto log = std::make_shared<LogOptions>();
+    const auto options = std::make_shared<InstallOptions>();
     CLI::App* const install = AddVerb(service, context, "install",
                                       Tr("Have Windows run `tarvex serve` from its start on; again after an upgrade."),
-                                      [&context, log] { return Install(context, *log); });
-    install->add_option("--log-format", log->format, Tr("That of `tarvex serve`: eventlog unless it says otherwise"))
+                                      [&context, options] { return Install(context, *options); });
+    install
+        ->add_option("--log-format", options->log_format,
+                     Tr("That of `tarvex serve`: eventlog unless it says otherwise"))
         ->check(CLI::IsMember({"plain", "eventlog", "json"}))
         ->type_name("plain|eventlog|json");
     install
-        ->add_option("--log-file", log->file,
+        ->add_option("--log-file", options->log_file,
                      Tr("That of `tarvex serve`; the service's account must be able to write it"))
         ->type_name("FILE");
+    install->add_flag("--no-console", options->without_console, Tr("Without the console in the browser"));
+    install
+        ->add_option("--console-options", options->console_options,
+                     Tr("What tarvex-console is told, in quotes: \"--listen 127.0.0.1:8480\""))
+        ->type_name("OPTIONS");
 }
 
 }  // namespace

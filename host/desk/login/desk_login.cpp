@@ -13,6 +13,7 @@
 #include "host/settings/login_password.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
+#include "host/system/protection.h"
 #include "host/terminal/wording.h"
 
 namespace tarvex::host {
@@ -64,8 +65,13 @@ const CUser* UserNamed(const Visit& visit, const std::string& name) {
 
 // The code of the authenticator, where the user has one, after an attempt was begun. Throws Refusal.
 void RequireCode(Visit& visit, const std::string& user_path, const std::string& name) {
-    const auto secret = ReadConsoleFile(visit.Directory(), CodeFileOf(user_path));
-    if (!secret) return;
+    const auto kept = ReadConsoleFile(visit.Directory(), CodeFileOf(user_path));
+    if (!kept) return;
+    const auto secret = Unprotect(*kept);
+    if (!secret)
+        throw Refusal{"refused",
+                      Tr("This machine cannot read the key of the authenticator, which another one has kept; "
+                         "`tarvex console init` makes another way in.")};
     DeskParts& parts = visit.Parts();
     const std::string code = visit.Text("code");
     if (code.empty()) {
@@ -270,7 +276,7 @@ Json AnswerSetCode(Visit& visit) {
         throw Refusal{"refused", Tr("There is an authenticator already; take that one away first.")};
     if (!StepOfCode(secret, visit.Text("code"), std::time(nullptr), 0))
         throw Refusal{"refused", Tr("The code is wrong, or was used before.")};
-    WriteConsoleFile(visit.Directory(), CodeFileOf(path), secret);
+    WriteConsoleFile(visit.Directory(), CodeFileOf(path), Protect(secret));
     return visit.Ok();
 }
 

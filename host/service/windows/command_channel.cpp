@@ -11,7 +11,7 @@
 #include "host/service/windows/control_pipe.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
-#include "host/system/windows/handle.h"
+#include "host/system/windows/pipes.h"
 
 namespace tarvex::host {
 namespace {
@@ -94,12 +94,11 @@ private:
     DWORD patience_ = INFINITE;
 };
 
-// Waits while all of them are taken. The service hears who this is, and cannot act as that user.
-Handle OpenPipe(const std::wstring& name) {
-    constexpr DWORD kFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+// Waits while all of them are taken.
+Handle OpenFreePipe(const std::wstring& name) {
     const auto deadline = std::chrono::steady_clock::now() + kConnectPatience;
     for (;;) {
-        Handle pipe(CreateFileW(name.c_str(), kClientAccess, 0, nullptr, OPEN_EXISTING, kFlags, nullptr));
+        Handle pipe = OpenPipe(name);
         if (pipe.IsOpen() || GetLastError() != ERROR_PIPE_BUSY) return pipe;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0 || !WaitNamedPipeW(name.c_str(), static_cast<DWORD>(left.count())))
@@ -112,7 +111,7 @@ Handle OpenPipe(const std::wstring& name) {
 std::unique_ptr<CommandChannel> CommandChannel::Open(const std::string& root) {
     const std::wstring name = PipeName(root);
     if (name.empty()) return nullptr;
-    Handle pipe = OpenPipe(name);
+    Handle pipe = OpenFreePipe(name);
     if (!pipe.IsOpen()) {
         if (GetLastError() != ERROR_ACCESS_DENIED) return nullptr;
         throw CommandError(kNotAllowed, Tr("the service of \"{0}\" takes nothing from this user: it is for its own and "

@@ -5,8 +5,6 @@
 
 #include <windows.h>
 
-#include <sddl.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <system_error>
@@ -19,6 +17,7 @@
 #include "host/system/windows/accounts.h"
 #include "host/system/windows/handle.h"
 #include "host/system/windows/kept_orders.h"
+#include "host/system/windows/pipes.h"
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
@@ -26,7 +25,6 @@ namespace {
 
 constexpr std::size_t kReadPiece_bytes = 64 << 10;
 constexpr std::size_t kWritePiece_bytes = 1 << 20;
-constexpr DWORD kBuffer_bytes = 64 << 10;
 constexpr std::size_t kWaitingPipes = 8;  // for commands that come at the same time
 
 std::system_error Failure() { return {static_cast<int>(GetLastError()), std::system_category()}; }
@@ -172,22 +170,13 @@ struct ControlChannel::Listener {
     std::vector<WaitingPipe> waiting;
     bool is_closed = false;
 
-    void AddPipe(DWORD first_or_none);
+    void AddPipe(bool first);
 };
 
 // Throws std::system_error.
-void ControlChannel::Listener::AddPipe(DWORD first_or_none) {
-    SECURITY_ATTRIBUTES attributes{sizeof attributes, nullptr, FALSE};
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(PipeSecurity().c_str(), SDDL_REVISION_1,
-                                                              &attributes.lpSecurityDescriptor, nullptr))
-        throw Failure();
-    constexpr DWORD kMode = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS;
+void ControlChannel::Listener::AddPipe(bool first) {
     WaitingPipe waits;
-    waits.pipe = Handle(CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | first_or_none, kMode,
-                                         PIPE_UNLIMITED_INSTANCES, kBuffer_bytes, kBuffer_bytes, 0, &attributes));
-    const std::system_error failure = Failure();
-    LocalFree(attributes.lpSecurityDescriptor);
-    if (!waits.pipe.IsOpen()) throw failure;
+    waits.pipe = MakePipe(name, first);
     if (!CreateIoCompletionPort(waits.pipe.Get(), port, 1, 0)) throw Failure();
     const bool begins =
         waits.connecting->Begin([&waits] { return ConnectNamedPipe(waits.pipe.Get(), waits.connecting.get()) != 0; });
@@ -205,7 +194,7 @@ ControlChannel::ControlChannel(const std::string& root, const Orders& orders)
     listener_->name = PipeName(root);
     listener_->port = orders.Watched().port;
     try {
-        listener_->AddPipe(FILE_FLAG_FIRST_PIPE_INSTANCE);
+        listener_->AddPipe(true);
     } catch (const std::system_error& error) {
         throw CommandError(kCannotMake, "cannot listen on \"" + Utf8(listener_->name) + "\" for \"" + ShowPath(root) +
                                             "\": " + WordsOf(error.code()));
@@ -219,7 +208,7 @@ ControlChannel::~ControlChannel() {
 
 std::unique_ptr<ControlConnection> ControlChannel::Accept() {
     if (listener_->is_closed) return nullptr;
-    while (listener_->waiting.size() < kWaitingPipes) listener_->AddPipe(0);
+    while (listener_->waiting.size() < kWaitingPipes) listener_->AddPipe(false);
     const auto connected =
         std::ranges::find_if(listener_->waiting, [](const WaitingPipe& one) { return one.connecting->TakeEnd(); });
     if (connected == listener_->waiting.end()) return nullptr;

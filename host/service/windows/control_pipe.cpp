@@ -1,17 +1,16 @@
-// Names the pipe of a tree, and says whom to trust at its ends.
+// Names the pipe of a tree.
 
 #include "host/service/windows/control_pipe.h"
 
-#include <aclapi.h>
 #include <openssl/evp.h>
-#include <sddl.h>
+#include <windows.h>
 
 #include <array>
-#include <cstdio>
+#include <span>
 
+#include "host/system/hexadecimal.h"
 #include "host/system/paths.h"
-#include "host/system/windows/accounts.h"
-#include "host/system/windows/handle.h"
+#include "host/system/windows/pipes.h"
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
@@ -38,30 +37,7 @@ std::string HashOf(const std::string& text) {
     constexpr std::size_t kBytes = 16;  // are enough for what is no secret
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_sha256(), nullptr);
-    std::array<char, 2 * kBytes + 1> digits{};
-    for (std::size_t i = 0; i < kBytes; ++i) std::snprintf(&digits[2 * i], 3, "%02x", digest[i]);
-    return digits.data();
-}
-
-std::string OwnerOf(HANDLE pipe) {
-    PSID owner = nullptr;
-    PSECURITY_DESCRIPTOR security = nullptr;
-    if (GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
-                        &security) != ERROR_SUCCESS)
-        return {};
-    char* text = nullptr;
-    const std::string user = owner && ConvertSidToStringSidA(owner, &text) ? text : "";
-    LocalFree(text);
-    LocalFree(security);
-    return user;
-}
-
-// Empty where this user may not ask.
-std::string ServerOf(HANDLE pipe) {
-    ULONG number = 0;
-    if (!GetNamedPipeServerProcessId(pipe, &number)) return {};
-    const Handle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, number));
-    return process.IsOpen() ? UserOfProcess(process.Get()) : std::string();
+    return Hexadecimal(std::span(digest).first(kBytes));
 }
 
 }  // namespace
@@ -69,25 +45,7 @@ std::string ServerOf(HANDLE pipe) {
 std::wstring PipeName(const std::string& root) {
     const std::wstring path = FinalPath(root);
     if (path.empty()) return {};
-    return L"\\\\.\\pipe\\tarvex-" + Wide(CP_UTF8, HashOf(Utf8(InUpperCase(path))));
-}
-
-std::wstring PipeSecurity() {
-    std::array<char, 16> access{};
-    std::snprintf(access.data(), access.size(), "0x%lx", kClientAccess);
-    const std::string& own = OwnUser();
-    return Wide(CP_UTF8, "O:" + own + "D:P(A;;GA;;;" + own + ")(A;;" + access.data() + ";;;BA)");
-}
-
-bool IsTrustedServer(const std::string& user) {
-    return !user.empty() && (user == OwnUser() || user == kSystemUser || user == ServiceUser());
-}
-
-// Nobody but the system and administrators can name another one as the owner of what he makes.
-bool HasTrustedServer(HANDLE pipe) {
-    if (!IsTrustedServer(OwnerOf(pipe))) return false;
-    const std::string server = ServerOf(pipe);
-    return server.empty() || IsTrustedServer(server);
+    return PipePath("tarvex-" + HashOf(Utf8(InUpperCase(path))));
 }
 
 }  // namespace tarvex::host

@@ -4,26 +4,16 @@
 
 #include <windows.h>
 
-#include <winsvc.h>
-
 #include <chrono>
-#include <memory>
 #include <thread>
-#include <type_traits>
 
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
-#include "host/system/windows/accounts.h"
-#include "host/system/windows/managed_process.h"
+#include "host/system/windows/service_handle.h"
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
 namespace {
-
-struct CloseService {
-    void operator()(SC_HANDLE handle) const { CloseServiceHandle(handle); }
-};
-using ServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, CloseService>;
 
 [[noreturn]] void Refuse(DWORD error) {
     switch (error) {
@@ -46,8 +36,8 @@ ServiceHandle Manager(DWORD access) {
     return manager;
 }
 
-ServiceHandle Open(DWORD access) {
-    ServiceHandle service(OpenServiceW(Manager(SC_MANAGER_CONNECT).get(), kServiceName, access));
+ServiceHandle Open(const wchar_t* name, DWORD access) {
+    ServiceHandle service(OpenServiceW(Manager(SC_MANAGER_CONNECT).get(), name, access));
     if (!service) Refuse(GetLastError());
     return service;
 }
@@ -135,17 +125,18 @@ void RestartOnFailure(Details& details) {
 }
 
 // With the name of the account there comes no password.
-ServiceHandle MakeEntry(const std::wstring& command_line, const std::wstring& title) {
+ServiceHandle MakeEntry(const wchar_t* name, const ServiceEntry& entry) {
+    const std::wstring account = std::wstring(L"NT SERVICE\\") + name;
     const ServiceHandle manager = Manager(SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE);
-    ServiceHandle service(CreateServiceW(manager.get(), kServiceName, title.c_str(), SERVICE_ALL_ACCESS,
-                                         SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, SERVICE_ERROR_NORMAL,
-                                         command_line.c_str(), nullptr, nullptr, nullptr, kServiceAccount, nullptr));
+    ServiceHandle service(CreateServiceW(
+        manager.get(), name, entry.title.c_str(), SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START,
+        SERVICE_ERROR_NORMAL, entry.command_line.c_str(), nullptr, nullptr, nullptr, account.c_str(), nullptr));
     if (service) return service;
     if (GetLastError() != ERROR_SERVICE_EXISTS) Refuse(GetLastError());
-    service = Open(SERVICE_ALL_ACCESS);
+    service = Open(name, SERVICE_ALL_ACCESS);
     if (!ChangeServiceConfigW(service.get(), SERVICE_WIN32_OWN_PROCESS, SERVICE_NO_CHANGE, SERVICE_ERROR_NORMAL,
-                              command_line.c_str(), nullptr, nullptr, nullptr, kServiceAccount, nullptr,
-                              title.c_str())) {
+                              entry.command_line.c_str(), nullptr, nullptr, nullptr, account.c_str(), nullptr,
+                              entry.title.c_str())) {
         Refuse(GetLastError());
     }
     return service;
@@ -155,20 +146,19 @@ ServiceHandle MakeEntry(const std::wstring& command_line, const std::wstring& ti
 
 void RequireAdministrator() { Manager(SC_MANAGER_CREATE_SERVICE); }
 
-InstalledService AskForService() {
+InstalledService AskForService(const wchar_t* name) {
     const ServiceHandle manager = Manager(SC_MANAGER_CONNECT);
-    const ServiceHandle service(OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS));
+    const ServiceHandle service(OpenServiceW(manager.get(), name, SERVICE_QUERY_STATUS));
     if (!service && GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST) return {};
     if (!service) Refuse(GetLastError());
     const SERVICE_STATUS_PROCESS status = StatusOf(service);
     return {StateOf(status.dwCurrentState), static_cast<unsigned>(status.dwProcessId), ExitCodeOf(status)};
 }
 
-std::string InstallService(const std::wstring& command_line, const std::wstring& title,
-                           const std::wstring& description) {
-    const ServiceHandle service = MakeEntry(command_line, title);
+std::string InstallService(const wchar_t* name, const ServiceEntry& entry) {
+    const ServiceHandle service = MakeEntry(name, entry);
     Details details(service);
-    std::wstring text = description;
+    std::wstring text = entry.description;
     details.Set(SERVICE_CONFIG_DESCRIPTION, SERVICE_DESCRIPTIONW{text.data()}, Tr("a description"));
     details.Set(SERVICE_CONFIG_DELAYED_AUTO_START_INFO, SERVICE_DELAYED_AUTO_START_INFO{TRUE}, Tr("delayed start"));
     details.Set(SERVICE_CONFIG_SERVICE_SID_INFO, SERVICE_SID_INFO{SERVICE_SID_TYPE_UNRESTRICTED}, Tr("service SID"));
@@ -178,22 +168,23 @@ std::string InstallService(const std::wstring& command_line, const std::wstring&
     return details.Unknown();
 }
 
-void StartInstalledService() {
-    const ServiceHandle service = Open(SERVICE_START | SERVICE_QUERY_STATUS);
+void StartInstalledService(const wchar_t* name) {
+    const ServiceHandle service = Open(name, SERVICE_START | SERVICE_QUERY_STATUS);
     if (!StartServiceW(service.get(), 0, nullptr) && GetLastError() != ERROR_SERVICE_ALREADY_RUNNING) {
         Refuse(GetLastError());
     }
     const SERVICE_STATUS_PROCESS status = WaitWhile(service, SERVICE_START_PENDING);
     if (StateOf(status.dwCurrentState) == InstalledService::State::Stopped) {
-        throw CommandError(kUnavailable, Tr("the service ended at once, with code {0}; the event log says why",
-                                            std::to_string(ExitCodeOf(status))));
+        throw CommandError(kUnavailable, Tr("the service {0} ended at once, with code {1}; the event log says why",
+                                            Utf8(name), std::to_string(ExitCodeOf(status))));
     }
     if (status.dwCurrentState == SERVICE_START_PENDING)
-        throw CommandError(kUnavailable, Tr("the service still starts; `tarvex service status` says when it runs"));
+        throw CommandError(kUnavailable,
+                           Tr("the service {0} still starts; `tarvex service status` says when it runs", Utf8(name)));
 }
 
-void StopInstalledService() {
-    const ServiceHandle service = Open(SERVICE_STOP | SERVICE_QUERY_STATUS);
+void StopInstalledService(const wchar_t* name) {
+    const ServiceHandle service = Open(name, SERVICE_STOP | SERVICE_QUERY_STATUS);
     WaitWhile(service, SERVICE_START_PENDING);
     SERVICE_STATUS ignored;
     if (!ControlService(service.get(), SERVICE_CONTROL_STOP, &ignored)) {
@@ -202,11 +193,12 @@ void StopInstalledService() {
         if (error != ERROR_SERVICE_CANNOT_ACCEPT_CTRL) Refuse(error);  // it stops already
     }
     if (WaitWhile(service, SERVICE_STOP_PENDING).dwCurrentState != SERVICE_STOPPED)
-        throw CommandError(kUnavailable, Tr("the service still stops; `tarvex service status` says when it has"));
+        throw CommandError(kUnavailable,
+                           Tr("the service {0} still stops; `tarvex service status` says when it has", Utf8(name)));
 }
 
-void RemoveInstalledService() {
-    if (!DeleteService(Open(DELETE).get())) Refuse(GetLastError());
+void RemoveInstalledService(const wchar_t* name) {
+    if (!DeleteService(Open(name, DELETE).get())) Refuse(GetLastError());
 }
 
 }  // namespace tarvex::host

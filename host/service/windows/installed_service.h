@@ -1,15 +1,12 @@
 #pragma once
 
-// The service "Tarvex" as Windows' service manager has it.
+// Our services as Windows' service manager has them, each under the account "NT SERVICE\<its name>".
 
-#include <cstdint>
 #include <string>
 
-namespace tarvex::host {
+#include "host/system/windows/managed_process.h"
 
-// The number of kServiceAccount: "S-1-5-80-" and the SHA-1 of the service's name in capitals and UTF-16, as five
-// numbers.
-inline constexpr const wchar_t* kServiceSid = L"S-1-5-80-922312200-3284093292-3566284977-1286675941-3760456741";
+namespace tarvex::host {
 
 // How long the manager is asked to wait at the end of Windows, and how long commands wait for the service.
 inline constexpr unsigned kPreshutdown_ms = 120'000;
@@ -26,21 +23,26 @@ struct InstalledService {
 
 void RequireAdministrator();
 
-InstalledService AskForService();
+InstalledService AskForService(const wchar_t* name = kServiceName);
+
+struct ServiceEntry {
+    std::wstring command_line;
+    std::wstring title;
+    std::wstring description;
+};
 
 // Makes its entry, or brings it up to date. Returns what this version of Windows does not know, in words; mostly
 // nothing.
-std::string InstallService(const std::wstring& command_line, const std::wstring& title,
-                           const std::wstring& description);
+std::string InstallService(const wchar_t* name, const ServiceEntry& entry);
 
 // Does nothing when it runs already. Waits until it runs.
-void StartInstalledService();
+void StartInstalledService(const wchar_t* name);
 
 // Does nothing when it is stopped already. Waits until it is.
-void StopInstalledService();
+void StopInstalledService(const wchar_t* name);
 
 // Its entry; it must have stopped.
-void RemoveInstalledService();
+void RemoveInstalledService(const wchar_t* name);
 
 // Where the service's tree is unless somebody says otherwise: below the folder for the data of programs.
 std::string ServiceFolder();

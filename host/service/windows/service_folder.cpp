@@ -9,13 +9,13 @@
 #include <array>
 #include <filesystem>
 #include <memory>
-#include <vector>
 
 #include "host/language/tr.h"
 #include "host/service/windows/installed_service.h"
 #include "host/system/command_error.h"
 #include "host/system/display.h"
 #include "host/system/paths.h"
+#include "host/system/windows/accounts.h"
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
@@ -33,45 +33,30 @@ using Descriptor = std::unique_ptr<void, FreeLocal>;
 
 // Owned by administrators; for them and the service alone, and so for all that is made in it; nothing from above.
 Descriptor OwnRights() {
-    const std::wstring text = std::wstring(L"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;") + kServiceSid + L")";
+    const std::string text = std::string("O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;") + kServiceUser + ")";
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
         throw CommandError(kBroken, "the rights of the service's folder cannot be read");
     return Descriptor(descriptor);
 }
 
-bool IsOwnAccount(PSID owner) {
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
-    std::vector<std::byte> buffer(sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE);
-    DWORD bytes = 0;
-    const bool known =
-        GetTokenInformation(token, TokenUser, buffer.data(), static_cast<DWORD>(buffer.size()), &bytes) != 0;
-    CloseHandle(token);
-    return known && EqualSid(owner, reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid);
-}
-
-bool IsService(PSID owner) {
-    PSID service = nullptr;
-    if (!ConvertStringSidToSidW(kServiceSid, &service)) return false;
-    const Descriptor freed(service);
-    return EqualSid(owner, service) != 0;
+bool IsTrusted(const std::string& owner) {
+    return owner == kAdministrators || owner == kSystemUser || owner == kServiceUser || owner == OwnUser();
 }
 
 // Everybody may make folders where Windows keeps the data of programs. What another user has put there is not ours.
 void RequireTrustedOwner(const std::string& path) {
     const std::wstring wide = NativePath(path).native();
     const DWORD attributes = GetFileAttributesW(wide.c_str());
-    constexpr DWORD kPlainFolder = FILE_ATTRIBUTE_DIRECTORY;
     PSID owner = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     const DWORD error = GetNamedSecurityInfoW(wide.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
                                               nullptr, nullptr, &descriptor);
     if (error != ERROR_SUCCESS) Refuse(path, error);
     const Descriptor freed(descriptor);
-    const bool is_trusted = IsWellKnownSid(owner, WinBuiltinAdministratorsSid) ||
-                            IsWellKnownSid(owner, WinLocalSystemSid) || IsService(owner) || IsOwnAccount(owner);
-    if ((attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == kPlainFolder && is_trusted) return;
+    const bool is_plain_folder =
+        (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == FILE_ATTRIBUTE_DIRECTORY;
+    if (is_plain_folder && IsTrusted(NumberOf(owner))) return;
     throw CommandError(kNotAllowed, Tr("\"{0}\" is there already and no administrator has made it; move it away first",
                                        ShowPath(path)));
 }

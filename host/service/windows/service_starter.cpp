@@ -21,7 +21,7 @@ ServiceStarter::ServiceStarter(const std::string& tree, const std::string& /*sys
 ServiceStarter::~ServiceStarter() = default;
 
 bool ServiceStarter::Start() try {
-    StartInstalledService();
+    StartInstalledService(kServiceName);
     return true;
 } catch (const CommandError& error) {
     std::cerr << "tarvex: " << error.what() << '\n';

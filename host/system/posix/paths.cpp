@@ -42,10 +42,12 @@ std::string MakeNewFolder(const std::string& start) {
 
 std::string TemporaryDirectory() { return std::filesystem::temp_directory_path(); }
 
-std::string ProgramDirectory() {
+std::string ProgramPath() {
     std::error_code error;
-    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    return std::filesystem::read_symlink("/proc/self/exe", error);
 }
+
+std::string ProgramDirectory() { return std::filesystem::path(ProgramPath()).parent_path(); }
 
 std::error_code MakeOwnDirectories(const std::string& directory) {
     std::error_code error;

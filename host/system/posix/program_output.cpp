@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -25,16 +26,37 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kLook_ms = 50;
 
+// As the system wants it.
+std::vector<char*> ListOf(const std::vector<std::string>& texts) {
+    std::vector<char*> list;
+    for (const std::string& text : texts) list.push_back(const_cast<char*>(text.c_str()));
+    list.push_back(nullptr);
+    return list;
+}
+
+// The variables, and those of this process that have other names.
+std::vector<std::string> Environment(std::vector<std::string> variables) {
+    const auto start_of = [](std::string_view variable) { return variable.substr(0, variable.find('=') + 1); };
+    const std::size_t given = variables.size();
+    for (char** own = environ; *own; ++own) {
+        const auto end = variables.begin() + static_cast<std::ptrdiff_t>(given);
+        const auto replaces = [&](const std::string& other) { return start_of(other) == start_of(*own); };
+        if (std::none_of(variables.begin(), end, replaces)) variables.emplace_back(*own);
+    }
+    return variables;
+}
+
 // A process in a group of its own, which ends with the object at the latest.
 class Child {
 public:
-    Child(const std::vector<std::string>& words, int input, int output) {
+    Child(const std::vector<std::string>& words, int input, int output, const ProgramManner& manner) {
         posix_spawn_file_actions_t actions;
         posix_spawnattr_t attributes;
         posix_spawn_file_actions_init(&actions);
         posix_spawnattr_init(&attributes);
         posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+        if (manner.with_errors) posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
         sigset_t none;
         sigemptyset(&none);
         posix_spawnattr_setsigmask(&attributes, &none);  // the service blocks those that it waits for
@@ -45,10 +67,10 @@ public:
         posix_spawnattr_setsigdefault(&attributes, &usual);
         posix_spawnattr_setpgroup(&attributes, 0);
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-        std::vector<char*> arguments;
-        for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-        arguments.push_back(nullptr);
-        error_ = posix_spawnp(&number_, arguments.front(), &actions, &attributes, arguments.data(), environ);
+        const std::vector<char*> arguments = ListOf(words);
+        const std::vector<std::string> variables = Environment(manner.variables);
+        error_ = posix_spawnp(&number_, arguments.front(), &actions, &attributes, arguments.data(),
+                              ListOf(variables).data());
         posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&actions);
     }
@@ -105,16 +127,15 @@ std::string CannotStart(int error) { return std::string("cannot be started: ") +
 }  // namespace
 
 ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milliseconds time, std::size_t most_bytes,
-                       const std::function<bool()>& stops, std::string_view input,
-                       const std::function<void(std::string_view)>& on_piece) {
+                       const std::function<bool()>& stops, const ProgramManner& manner) {
     if (words.empty()) return {{}, "is empty"};
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) return {{}, CannotStart(errno)};
     const Descriptor reading(ends[0]);
     Descriptor writing(ends[1]);
-    const Descriptor file = FileOf(input);
+    const Descriptor file = FileOf(manner.input);
     if (!file.IsOpen()) return {{}, CannotStart(errno)};
-    Child child(words, file.Get(), writing.Get());
+    Child child(words, file.Get(), writing.Get(), manner);
     writing = Descriptor();
     if (child.StartError() != 0) return {{}, CannotStart(child.StartError())};
 
@@ -135,7 +156,7 @@ ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milli
         open = count > 0;
         if (!open) continue;
         output.printed.append(piece.data(), static_cast<std::size_t>(count));
-        if (on_piece) on_piece({piece.data(), static_cast<std::size_t>(count)});
+        if (manner.on_piece) manner.on_piece({piece.data(), static_cast<std::size_t>(count)});
         if (output.printed.size() > most_bytes)
             return {{}, "printed more than " + std::to_string(most_bytes) + " bytes"};
     }

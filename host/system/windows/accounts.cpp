@@ -12,24 +12,20 @@
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
-namespace {
-
-std::string TextOf(PSID user) {
+std::string NumberOf(PSID user) {
     char* text = nullptr;
-    if (!ConvertSidToStringSidA(user, &text)) return {};
+    if (!user || !ConvertSidToStringSidA(user, &text)) return {};
     std::string number = text;
     LocalFree(text);
     return number;
 }
-
-}  // namespace
 
 std::string UserOfToken(HANDLE token) {
     DWORD size = 0;
     GetTokenInformation(token, TokenUser, nullptr, 0, &size);
     std::vector<std::max_align_t> room(size / sizeof(std::max_align_t) + 1);
     if (!GetTokenInformation(token, TokenUser, room.data(), size, &size)) return {};
-    return TextOf(reinterpret_cast<const TOKEN_USER*>(room.data())->User.Sid);
+    return NumberOf(reinterpret_cast<const TOKEN_USER*>(room.data())->User.Sid);
 }
 
 std::string UserOfProcess(HANDLE process) {
@@ -41,17 +37,6 @@ std::string UserOfProcess(HANDLE process) {
 const std::string& OwnUser() {
     static const std::string user = UserOfProcess(GetCurrentProcess());
     return user;
-}
-
-std::string ServiceUser() {
-    std::array<unsigned char, SECURITY_MAX_SID_SIZE> number;
-    std::array<wchar_t, 256> domain;
-    DWORD number_size = number.size();
-    DWORD domain_size = domain.size();
-    SID_NAME_USE use{};
-    const bool is_known = LookupAccountNameW(nullptr, kServiceAccount, number.data(), &number_size, domain.data(),
-                                             &domain_size, &use) != 0;
-    return is_known ? TextOf(number.data()) : std::string();
 }
 
 bool IsAdministrator(HANDLE impersonated) {

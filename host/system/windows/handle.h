@@ -21,6 +21,7 @@ public:
 
     HANDLE Get() const { return handle_; }
     bool IsOpen() const { return handle_ != nullptr; }
+    HANDLE Release() { return std::exchange(handle_, nullptr); }  // it is the caller's to close
 
 private:
     HANDLE handle_;

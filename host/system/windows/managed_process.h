@@ -7,12 +7,14 @@
 
 namespace tarvex::host {
 
+// The service that runs the tree, and the one of the console in the browser (tarvex-console).
 inline constexpr const wchar_t* kServiceName = L"Tarvex";
+inline constexpr const wchar_t* kConsoleServiceName = L"TarvexConsole";
 
-// What the service was installed to run: the program with its words. Empty when it is not installed.
-std::wstring ServiceCommandLine();
+// What such a service was installed to run: the program with its words. Empty when it is not installed.
+std::wstring ServiceCommandLine(const wchar_t* name);
 
-// Whether the process is, or is about to become, that service.
+// Whether the process is, or is about to become, a service.
 bool IsManaged();
 
 // Hands the process over to the manager, which has the work done on another thread. What the work returns, and must not

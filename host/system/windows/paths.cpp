@@ -52,6 +52,8 @@ std::wstring ProgramFile() {
     return program;
 }
 
+std::string ProgramPath() { return Utf8(ProgramFile()); }
+
 std::string ProgramDirectory() { return Narrow(CP_ACP, std::filesystem::path(ProgramFile()).parent_path().native()); }
 
 std::error_code MakeOwnDirectories(const std::string& directory) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <utility>
 
 #include "host/system/windows/wide.h"
@@ -16,6 +17,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr DWORD kLook_ms = 20;
+
+// A program that is started gets every handle that can be inherited: one at a time.
+std::mutex inheriting;
 
 class Handle {
 public:
@@ -52,8 +56,26 @@ std::wstring Quoted(const std::string& word) {
 
 std::string CannotStart() { return "cannot be started: error " + std::to_string(GetLastError()); }
 
+// The variables, and those of this process that have other names: each behind the other, and nothing at the end.
+std::wstring Environment(const std::vector<std::string>& variables) {
+    const auto start_of = [](std::wstring_view variable) { return variable.substr(0, variable.find(L'=', 1) + 1); };
+    std::vector<std::wstring> given;
+    for (const std::string& variable : variables) given.push_back(Wide(CP_UTF8, variable));
+    std::wstring block;
+    for (const std::wstring& variable : given) block.append(variable).push_back(L'\0');
+    wchar_t* const own = GetEnvironmentStringsW();
+    for (const wchar_t* next = own; *next != L'\0'; next += std::wstring_view(next).size() + 1) {
+        const auto replaces = [&](const std::wstring& other) { return start_of(other) == start_of(next); };
+        if (std::ranges::none_of(given, replaces)) block.append(next).push_back(L'\0');
+    }
+    FreeEnvironmentStringsW(own);
+    block.push_back(L'\0');
+    return block;
+}
+
 // In a job, so that its children end with it.
-bool Start(const std::vector<std::string>& words, HANDLE input, HANDLE output, HANDLE job, Handle& process) {
+bool Start(const std::vector<std::string>& words, const ProgramManner& manner, HANDLE input, HANDLE output, HANDLE job,
+           Handle& process) {
     std::wstring line;
     for (const std::string& word : words) line += (line.empty() ? L"" : L" ") + Quoted(word);
     STARTUPINFOW start{};
@@ -61,10 +83,12 @@ bool Start(const std::vector<std::string>& words, HANDLE input, HANDLE output, H
     start.dwFlags = STARTF_USESTDHANDLES;
     start.hStdInput = input;
     start.hStdOutput = output;
-    start.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    start.hStdError = manner.with_errors ? output : GetStdHandle(STD_ERROR_HANDLE);
+    std::wstring environment = Environment(manner.variables);
     PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW | CREATE_SUSPENDED, nullptr,
-                        nullptr, &start, &started)) {
+    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
+                        CREATE_NO_WINDOW | CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT, environment.data(), nullptr,
+                        &start, &started)) {
         return false;
     }
     process = Handle(started.hProcess);
@@ -102,23 +126,25 @@ bool ReadWaiting(HANDLE pipe, std::string& text) {
 }  // namespace
 
 ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milliseconds time, std::size_t most_bytes,
-                       const std::function<bool()>& stops, std::string_view input,
-                       const std::function<void(std::string_view)>& on_piece) {
+                       const std::function<bool()>& stops, const ProgramManner& manner) {
     if (words.empty()) return {{}, "is empty"};
     Handle reading;
+    Handle process;
+    const Handle job(CreateJobObjectW(nullptr, nullptr));
+    std::unique_lock lock(inheriting);
     Handle writing;
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     if (!CreatePipe(reading.Place(), writing.Place(), &inherited, 0)) return {{}, CannotStart()};
     SetHandleInformation(reading.Get(), HANDLE_FLAG_INHERIT, 0);
-    const Handle job(CreateJobObjectW(nullptr, nullptr));
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
     SetInformationJobObject(job.Get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
     Handle from_here;
-    if (!MakeInput(input, from_here)) return {{}, CannotStart()};
-    Handle process;
-    if (!Start(words, from_here.Get(), writing.Get(), job.Get(), process)) return {{}, CannotStart()};
+    if (!MakeInput(manner.input, from_here)) return {{}, CannotStart()};
+    if (!Start(words, manner, from_here.Get(), writing.Get(), job.Get(), process)) return {{}, CannotStart()};
     writing = Handle();
+    from_here = Handle();
+    lock.unlock();
 
     const Clock::time_point end = Clock::now() + time;
     ProgramOutput output;
@@ -130,7 +156,8 @@ ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milli
         runs = WaitForSingleObject(process.Get(), kLook_ms) != WAIT_OBJECT_0;
         const std::size_t before = output.printed.size();
         ReadWaiting(reading.Get(), output.printed);
-        if (on_piece && output.printed.size() > before) on_piece(std::string_view(output.printed).substr(before));
+        if (manner.on_piece && output.printed.size() > before)
+            manner.on_piece(std::string_view(output.printed).substr(before));
         if (output.printed.size() > most_bytes)
             return give_up("printed more than " + std::to_string(most_bytes) + " bytes");
         if (!runs) break;

@@ -112,8 +112,8 @@ int RunManaged(const std::function<int()>& work) {
     if (StartServiceCtrlDispatcherW(services)) return ended_with;
     const DWORD error = GetLastError();
     throw CommandError(kBadUsage, error == ERROR_FAILED_SERVICE_CONTROLLER_CONNECT
-                                      ? Tr("only Windows' service manager runs `tarvex serve --service`; `tarvex "
-                                           "service start` has it do so")
+                                      ? Tr("only Windows' service manager runs this with --service; `tarvex service "
+                                           "start` has it do so")
                                       : Tr("the service manager refuses: {0}", SystemMessage(error)));
 }
 

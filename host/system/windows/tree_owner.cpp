@@ -5,25 +5,18 @@
 #include <windows.h>
 
 #include <shellapi.h>
-#include <winsvc.h>
 
 #include <cstddef>
 #include <cstdlib>
-#include <memory>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "host/system/windows/managed_process.h"
+#include "host/system/windows/service_handle.h"
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
 namespace {
-
-struct CloseService {
-    void operator()(SC_HANDLE handle) const { CloseServiceHandle(handle); }
-};
-using ServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, CloseService>;
 
 // Every account has them; their values are in the system's code page.
 std::string FolderOf(const char* variable) {
@@ -40,10 +33,10 @@ std::string UsualRootDirectory() {
     return served.empty() ? FolderOf("LOCALAPPDATA") : served;
 }
 
-std::wstring ServiceCommandLine() {
+std::wstring ServiceCommandLine(const wchar_t* name) {
     const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
     if (!manager) return {};
-    const ServiceHandle service(OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_CONFIG));
+    const ServiceHandle service(OpenServiceW(manager.get(), name, SERVICE_QUERY_CONFIG));
     if (!service) return {};
     DWORD bytes = 0;
     QueryServiceConfigW(service.get(), nullptr, 0, &bytes);
@@ -55,7 +48,7 @@ std::wstring ServiceCommandLine() {
 
 // Of a command line of the form that `tarvex service install` gives it.
 std::string ServiceRootDirectory() {
-    const std::wstring line = ServiceCommandLine();
+    const std::wstring line = ServiceCommandLine(kServiceName);
     if (line.empty()) return {};
     int count = 0;
     wchar_t** const words = CommandLineToArgvW(line.c_str(), &count);

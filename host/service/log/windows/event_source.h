@@ -3,10 +3,9 @@
 // The source "Tarvex" of Windows' event log.
 
 #include "host/service/log/log_entry.h"
+#include "host/system/windows/event_text.h"
 
 namespace tarvex::host {
-
-inline constexpr const wchar_t* kEventSource = L"Tarvex";
 
 // That events.mc has, from 1 on.
 inline constexpr unsigned short kEventCategories = 9;

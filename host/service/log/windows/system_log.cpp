@@ -4,38 +4,23 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <array>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "host/service/log/windows/event_source.h"
+#include "host/system/windows/event_text.h"
 #include "host/system/windows/managed_process.h"
-#include "host/system/windows/wide.h"
 
 namespace tarvex::host {
 namespace {
 
 static_assert(EventCategory(LogMatter::Trouble) == kEventCategories);
 
-constexpr std::size_t kMostUnits = 31'000;  // of one text; the system takes 31,839
-
 WORD TypeOf(LogLevel level) {
     if (level == LogLevel::Error) return EVENTLOG_ERROR_TYPE;
     return level == LogLevel::Warning ? EVENTLOG_WARNING_TYPE : EVENTLOG_INFORMATION_TYPE;
-}
-
-// Who shows an entry replaces what looks like a place for a text ("%1") in the texts, too.
-std::wstring Harmless(const std::string& text) {
-    std::wstring wide;
-    for (const wchar_t unit : Wide(CP_UTF8, text)) {
-        const bool is_digit = unit >= L'0' && unit <= L'9';
-        if (is_digit && wide.ends_with(L'%')) wide += L' ';
-        wide += unit;
-    }
-    wide.resize(std::min(wide.size(), kMostUnits));
-    return wide;
 }
 
 std::string List(const std::vector<std::string>& words) {
@@ -63,9 +48,9 @@ bool SystemLog::Take(const LogEntry& entry) {
     if (!way_->source) return false;
     if (entry.level == LogLevel::Debug) return true;
     const LogFacts& facts = entry.facts;
-    const std::array<std::wstring, 6> texts = {Harmless(entry.text),   Harmless(facts.profile),
-                                               Harmless(facts.result), Harmless(List(facts.addresses)),
-                                               Harmless(facts.user),   Harmless(List(facts.keys))};
+    const std::array<std::wstring, 6> texts = {EventText(entry.text),   EventText(facts.profile),
+                                               EventText(facts.result), EventText(List(facts.addresses)),
+                                               EventText(facts.user),   EventText(List(facts.keys))};
     std::array<const wchar_t*, texts.size()> pointers{};
     for (std::size_t i = 0; i < texts.size(); ++i) pointers[i] = texts[i].c_str();
     return ReportEventW(way_->source, TypeOf(entry.level), EventCategory(facts.matter), EventId(facts.matter), nullptr,

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <cwctype>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -19,6 +20,7 @@
 #include "host/service/log/windows/event_source.h"
 #include "host/service/windows/installed_service.h"
 #include "host/system/command_error.h"
+#include "host/system/windows/accounts.h"
 #include "host/system/windows/managed_process.h"
 #include "host/system/windows/wide.h"
 #include "tests/support/host_program.h"
@@ -80,7 +82,7 @@ protected:
 };
 
 TEST_F(ServiceOfWindows, ForwardsIsAskedEditedHeldBackAndStopped) {
-    Tell({"service", "install"});
+    Tell({"service", "install", "--no-console"});
     EXPECT_EQ(AskForService().state, State::Stopped);
     mailbox_.Add(MailNumber(1));
     Tell({"service", "start"});
@@ -113,7 +115,7 @@ TEST_F(ServiceOfWindows, ForwardsIsAskedEditedHeldBackAndStopped) {
 }
 
 TEST_F(ServiceOfWindows, CrashIsNoCleanStop) {
-    Tell({"service", "install"});
+    Tell({"service", "install", "--no-console"});
     Tell({"service", "start"});
     const HANDLE process = OpenProcess(PROCESS_TERMINATE, FALSE, AskForService().process);
     EXPECT_TRUE(TerminateProcess(process, 0));
@@ -123,15 +125,15 @@ TEST_F(ServiceOfWindows, CrashIsNoCleanStop) {
 }
 
 TEST_F(ServiceOfWindows, SaysWhyItCannotStartAndEndsWithThatCode) {
-    Tell({"service", "install"});
+    Tell({"service", "install", "--no-console"});
     std::filesystem::remove_all(host_.Root());
     EXPECT_THAT(Tell({"service", "start"}, kUnavailable), HasSubstr("code 66"));
 }
 
 TEST_F(ServiceOfWindows, WritesTheLogThatItWasInstalledWithAlsoAfterAnUpgrade) {
     const TempDir folder;
-    Tell({"service", "install", "--log-format", "json", "--log-file", folder / "log"});
-    Tell({"service", "install"});
+    Tell({"service", "install", "--no-console", "--log-format", "json", "--log-file", folder / "log"});
+    Tell({"service", "install", "--no-console"});
     Tell({"service", "start"});
     Tell({"service", "stop"});
     EXPECT_THAT(ReadFile(folder / "log"), StartsWith("{\"time\":\"2"));
@@ -139,7 +141,7 @@ TEST_F(ServiceOfWindows, WritesTheLogThatItWasInstalledWithAlsoAfterAnUpgrade) {
 }
 
 TEST_F(ServiceOfWindows, IsFoundWithoutNamingTheTree) {
-    Tell({"service", "install"});
+    Tell({"service", "install", "--no-console"});
     ChildProcess list({TARVEX_HOST, "user", "list"});
     list.Wait();
     EXPECT_THAT(list.Printed(), HasSubstr("user")) << list.Errors();
@@ -159,17 +161,24 @@ TEST(ServiceCommands, SayWhatIsWrongWhereThereIsNoService) {
     EXPECT_THAT(serve.Errors(), HasSubstr("tarvex service start"));
 }
 
-TEST(ServiceAccount, HasTheNumberThatWindowsComputesOfItsName) {
-    const std::wstring name = L"TARVEX";
+// "S-1-5-80-" and the SHA-1 of the name in capitals and UTF-16, as five numbers.
+std::string NumberOfAccount(std::wstring_view service) {
+    std::wstring name(service);
+    for (wchar_t& letter : name) letter = static_cast<wchar_t>(std::towupper(letter));
     unsigned char digest[SHA_DIGEST_LENGTH];
     SHA1(reinterpret_cast<const unsigned char*>(name.data()), name.size() * sizeof(wchar_t), digest);
-    std::wstring sid = L"S-1-5-80";
+    std::string number = "S-1-5-80";
     for (int i = 0; i < SHA_DIGEST_LENGTH; i += 4) {
         std::uint32_t part = 0;
         std::memcpy(&part, digest + i, sizeof part);
-        sid += L'-' + std::to_wstring(part);
+        number += '-' + std::to_string(part);
     }
-    EXPECT_EQ(sid, host::kServiceSid);
+    return number;
+}
+
+TEST(ServiceAccounts, HaveTheNumbersThatWindowsComputesOfTheirNames) {
+    EXPECT_EQ(NumberOfAccount(host::kServiceName), host::kServiceUser);
+    EXPECT_EQ(NumberOfAccount(host::kConsoleServiceName), host::kConsoleUser);
 }
 
 // The event log makes it out of the file of the program.

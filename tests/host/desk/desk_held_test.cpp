@@ -6,7 +6,7 @@
 #include <atomic>
 
 #include "host/tokens/login_speaker.h"
-#include "tests/host/desk/posix/desk_fixture.h"
+#include "tests/host/desk/desk_fixture.h"
 
 namespace tarvex::testing {
 namespace {

@@ -2,12 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,20 +13,16 @@
 #include "host/desk/login/one_time_code.h"
 #include "host/held/memory_edit.h"
 #include "host/saving/console_files.h"
-#include "host/service/control_server.h"
-#include "host/service/service_connection.h"
 #include "host/settings/login_password.h"
 #include "host/system/command_error.h"
-#include "host/system/posix/descriptor.h"
 #include "host/terminal/json.h"
 #include "host/tree/tree_root.h"
-#include "tests/host/desk/posix/desk_fixture.h"
+#include "tests/host/desk/desk_fixture.h"
 
 namespace tarvex::testing {
 namespace {
 
 using namespace std::chrono_literals;
-using host::Descriptor;
 using host::Json;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
@@ -225,7 +217,7 @@ TEST_F(DeskTest, PasswordsAreKeptAsHashesAndOneInClearBecomesOne) {
     CUserSetting setting;
     ASSERT_EQ(setting.Load(host_.Root() + "/user1"), 1);
     EXPECT_THAT(setting.password, StartsWith("$scrypt$"));
-    service_->Signal(SIGTERM);
+    service_->Interrupt();
     service_->Wait();
     setting.password = "hanako's secret";  // as an earlier version kept it
     setting.Save(host_.Root() + "/user1");
@@ -369,23 +361,6 @@ TEST_F(DeskTest, AnEditByPathNeverFallsBackToWhatIsCalledSo) {
     EXPECT_EQ(host::EditWithMemory(root, memory, request, reply), host::kDone);
 }
 
-// However the service ends, whoever asks it hears of it.
-TEST(ControlServer, EndsConnectionsThatNobodyAnswersAnyMore) {
-    const TempDir folder;
-    sigset_t before;
-    pthread_sigmask(SIG_SETMASK, nullptr, &before);
-    const host::Orders orders;
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);  // the programs of other tests inherit it
-    host::ControlServer server(folder.String(), orders);
-    const auto early = host::ServiceConnection::Try(folder.String());
-    ASSERT_TRUE(early);
-    server.Close();
-    host::Reply reply;
-    const host::EditRequest request(host::EditKind::User, host::EditVerb::Set, "user0");
-    EXPECT_THROW(early->Edit(request, reply, [](const std::string&) {}), host::CommandError);
-    EXPECT_FALSE(host::ServiceConnection::Try(folder.String()));
-}
-
 TEST_F(DeskTest, AnswersInTheReadersLanguage) {
     EXPECT_THAT(LogIn("nobody", {{"language", "ja"}})["message"].get<std::string>(), HasSubstr("パスワード"));
 }
@@ -403,7 +378,7 @@ TEST_F(DeskTest, NonsenseIsRefusedAndHarmsNothing) {
 }
 
 TEST_F(DeskTest, WhoSaysNothingKeepsNobodyFromAsking) {
-    std::vector<Descriptor> silent;
+    std::vector<DeskClient> silent;
     for (int i = 0; i < 5; ++i) silent.push_back(Connect());
     EXPECT_EQ(LogIn("taro")["status"], "ok");
 }
@@ -416,24 +391,9 @@ TEST_F(DeskTest, ASecondServiceDoesNotTakeTheSocketOfAnother) {
     second.Wait();
     EXPECT_EQ(second.ExitCode(), 73);
     EXPECT_EQ(LogIn("taro")["status"], "ok");
-    service_->Signal(SIGKILL);
-    service_->Wait();
+    service_->Kill();
     Serve();  // in the place of what was left over
     EXPECT_EQ(LogIn("taro")["status"], "ok");
-}
-
-TEST_F(DeskTest, TheSocketIsForItsOwnerAndItsGroup) {
-    EXPECT_EQ(std::filesystem::status(Path()).permissions(), std::filesystem::perms(0660));
-    service_->Signal(SIGTERM);
-    service_->Wait();
-    EXPECT_FALSE(std::filesystem::exists(Path()));
-    ChildProcess other(
-        {TARVEX_HOST, "--root", host_.Root(), "serve", "--console", Path(), "--console-group", "no-such"},
-        ChildProcess::Output::Together);
-    other.Wait();
-    EXPECT_EQ(other.ExitCode(), 73);
-    EXPECT_THAT(other.Printed(), HasSubstr("there is no group \"no-such\""));
-    EXPECT_FALSE(std::filesystem::exists(Path()));
 }
 
 }  // namespace

@@ -3,11 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <iterator>
 #include <thread>
 
-#include "tests/host/desk/posix/desk_fixture.h"
+#include "tests/host/desk/desk_fixture.h"
 
 namespace tarvex::testing {
 namespace {
@@ -82,7 +81,7 @@ TEST_F(DeskRaceTest, AThousandEditsBesideRunsAndTheCommandLoseNone) {
     for (std::size_t at = 0; (at = history.find("profile set", at)) != std::string::npos; ++at) ++edits;
     EXPECT_EQ(edits, std::size(kWriters) * kOfEach + kOfCommand + 1);
 
-    service_->Signal(SIGTERM);
+    service_->Interrupt();
     service_->Wait();
     host_.Tell({"run", "--now", "user0/from0"});  // fetches what has come last
     EXPECT_THAT(sink_.Delivered(), ::testing::SizeIs(20));

@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-
-#include "tests/host/desk/posix/desk_fixture.h"
+#include "tests/host/desk/desk_fixture.h"
 
 namespace tarvex::testing {
 namespace {
@@ -139,7 +137,7 @@ TEST_F(DeskTriesTest, AServerThatStallsKeepsTheServiceFromNoEnd) {
     for (const auto end = std::chrono::steady_clock::now() + kDeskPatience;
          mailbox_.Received("RETR") == 0 && std::chrono::steady_clock::now() < end;)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    service_->Signal(SIGTERM);
+    service_->Interrupt();
     EXPECT_TRUE(service_->WaitFor(kDeskPatience));  // the server is given 30 s
 }
 
@@ -155,7 +153,7 @@ TEST_F(DeskTriesTest, EachStepIsShownWhileTheServerTakesItsTime) {
     EXPECT_EQ(job["begun"], "log in");
     EXPECT_THAT(job["printed"].get<std::string>(),
                 AllOf(StartsWith("POP3, "), HasSubstr("connect"), HasSubstr("+OK"), Not(HasSubstr("log in"))));
-    service_->Signal(SIGTERM);
+    service_->Interrupt();
     EXPECT_TRUE(service_->WaitFor(kDeskPatience));
 }
 

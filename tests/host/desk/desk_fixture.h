@@ -3,19 +3,15 @@
 // The desk in the service, asked by its socket as the console asks it.
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
-#include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "host/system/posix/descriptor.h"
 #include "host/terminal/json.h"
+#include "tests/host/desk/desk_client.h"
 #include "tests/support/host_program.h"
 
 namespace tarvex::testing {
@@ -48,32 +44,15 @@ protected:
         words.insert(words.end(), more.begin(), more.end());
         service_ = std::make_unique<ChildProcess>(words, ChildProcess::Output::Together);
         ASSERT_TRUE(service_->WaitForOutput("serving ", kDeskPatience));
-        for (const auto deadline = std::chrono::steady_clock::now() + kDeskPatience;
-             !std::filesystem::exists(Path()) && std::chrono::steady_clock::now() < deadline;)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
 
-    std::string Path() const { return folder_ / "desk"; }
+    std::string Path() const { return DeskClient::Place(folder_); }
 
-    host::Descriptor Connect() const {
-        host::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::ranges::copy(Path(), address.sun_path);
-        EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        const timeval patience{20, 0};
-        setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        return client;
-    }
+    DeskClient Connect() const { return DeskClient(Path()); }
 
     // What comes back for these bytes, without the length before it.
     std::string Exchange(const std::string& bytes) const {
-        const host::Descriptor client = Connect();
-        EXPECT_EQ(send(client.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-        std::string answer;
-        char piece[4096];
-        for (ssize_t count = 0; (count = recv(client.Get(), piece, sizeof piece, 0)) > 0;)
-            answer.append(piece, static_cast<std::size_t>(count));
+        const std::string answer = Connect().Exchange(bytes);
         return answer.size() < 4 ? "" : answer.substr(4);
     }
 

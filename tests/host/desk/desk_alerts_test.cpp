@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/alerts/alert_memory.h"
-#include "tests/host/desk/posix/desk_fixture.h"
+#include "tests/host/desk/desk_fixture.h"
 
 namespace tarvex::testing {
 namespace {

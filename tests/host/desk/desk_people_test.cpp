@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/host/desk/posix/desk_fixture.h"
+#include "tests/host/desk/desk_fixture.h"
 
 namespace tarvex::testing {
 namespace {
