@@ -3,6 +3,7 @@
 #
 #   openssl/   OpenSSL for 32-bit Windows, static, cross-compiled from Debian's source package
 #   sqlite/    SQLite, likewise
+#   qrencode/  libqrencode, as a DLL of its own
 #   headers/   the header-only libraries of this system that the host and the tests need, apart from its other headers
 #   wine/      the 32-bit wine, taken out of Debian's packages. They are not installed: a system's libraries can only be
 #              had for both architectures in the very same version, which half-updated mirrors do not allow.
@@ -12,6 +13,7 @@ set -euo pipefail
 folder=$(mkdir -p "$1" && cd "$1" && pwd)
 openssl_number=5
 sqlite_number=2
+qrencode_number=3
 wine_number=2
 
 say() { printf '%s\n' "== $*"; }
@@ -45,7 +47,11 @@ private_apt() {
 
 fetch_source() { # PACKAGE SUITES; into the current folder
   rm -rf -- *
-  private_apt source "$2" update && private_apt source "$2" source "$1"
+  private_apt source "$2" update || return 1
+  # Of this one Debian's own changes are not needed, and not every mirror has them.
+  if [ "$1" = qrencode ]; then private_apt source "$2" source --tar-only "$1" && tar xf "$1"_*.orig.tar.*
+  else private_apt source "$2" source "$1"
+  fi
 }
 
 # No path of this machine gets into the library, nothing that it could load or read at run time, and none of the protocols
@@ -75,6 +81,17 @@ build_sqlite() { # TARGET
   cp sqlite3.h "$1/include"
 }
 
+# A DLL, as whoever uses it may put another one in its place.
+build_qrencode() { # TARGET
+  ./configure --host=i686-w64-mingw32 --without-tools --disable-static --enable-shared
+  mkdir "$1/include" "$1/lib" "$1/bin"
+  i686-w64-mingw32-gcc-posix -shared -O2 -DHAVE_CONFIG_H -DSTATIC_IN_RELEASE=static -I. -s -static \
+    qrencode.c qrinput.c bitstream.c qrspec.c rsecc.c split.c mask.c mqrspec.c mmask.c -Wl,--exclude-libs,ALL \
+    -o "$1/bin/qrencode.dll" -Wl,--out-implib,"$1/lib/libqrencode.dll.a"
+  cp qrencode.h "$1/include"
+  cp COPYING "$1"
+}
+
 make_library() { # PACKAGE NUMBER: a library of Debian's, by build_PACKAGE
   say "building $1 for Windows, once, in $folder/${1%3}"
   local build=$folder/$1-build target=$folder/${1%3}
@@ -82,14 +99,14 @@ make_library() { # PACKAGE NUMBER: a library of Debian's, by build_PACKAGE
   mkdir -p "$build" "$target"
   cd "$build"
   # Mirrors do not always carry the latest security update's sources.
-  fetch_source "$1" "bookworm bookworm-updates bookworm-security" >log 2>&1 ||
-    fetch_source "$1" "bookworm bookworm-updates" >log 2>&1 || { cat log; return 1; }
+  fetch_source "$1" "bookworm bookworm-updates bookworm-security" >"$build.log" 2>&1 ||
+    fetch_source "$1" "bookworm bookworm-updates" >"$build.log" 2>&1 || { cat "$build.log"; return 1; }
   cd "$1"-*/
-  export -f build_openssl build_sqlite
-  bash -euc 'build_"$1" "$2"' bash "${1%3}" "$target" >../log 2>&1 || { tail -50 ../log; return 1; }
+  export -f build_openssl build_sqlite build_qrencode
+  bash -euc 'build_"$1" "$2"' bash "${1%3}" "$target" >"$build.log" 2>&1 || { tail -50 "$build.log"; return 1; }
   echo "$2" >"$target/.complete"
   cd "$folder"
-  rm -rf "$build" apt-source
+  rm -rf "$build" "$build.log" apt-source
 }
 
 make_wine() {
@@ -140,7 +157,8 @@ W
 exec 9>"$folder/.lock"
 flock 9
 mkdir -p "$folder/headers"
-ln -sfn /usr/include/asio /usr/include/asio.hpp /usr/include/CLI /usr/include/nlohmann "$folder/headers/"
+ln -sfn /usr/include/asio /usr/include/asio.hpp /usr/include/CLI /usr/include/nlohmann /usr/include/boost "$folder/headers/"
 has openssl $openssl_number || (make_library openssl $openssl_number)
 has sqlite $sqlite_number || (make_library sqlite3 $sqlite_number)
+has qrencode $qrencode_number || (make_library qrencode $qrencode_number)
 has wine $wine_number || (make_wine 9>&-)

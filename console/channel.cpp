@@ -69,7 +69,7 @@ void Channel::Close() {
 std::string Channel::Peer() const {
     error_code error;
     const auto endpoint = socket_.remote_endpoint(error);
-    return error ? std::string() : AddressIn(endpoint.data());
+    return error ? std::string() : AddressIn(endpoint);
 }
 
 }  // namespace tarvex::console

@@ -1,11 +1,8 @@
-// Writes the lines of the console's log.
+// Makes foreign text fit for a line of the log.
 
 #include "console/log.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
 
 #include "console/http/url_text.h"
 
@@ -28,15 +25,6 @@ std::string Printable(std::string_view text) {
         },
         '?');
     return printable;
-}
-
-void Log(LogLevel level, std::string_view text) {
-    static const bool is_read_by_journal = std::getenv("JOURNAL_STREAM") != nullptr;
-    std::string line;
-    if (is_read_by_journal) line += '<' + std::to_string(static_cast<int>(level)) + '>';
-    line.append(text).append("\n");
-    // Where it cannot be written there is nobody to tell.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
 }
 
 }  // namespace tarvex::console

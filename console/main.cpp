@@ -1,12 +1,18 @@
 // The program `tarvex-console`: a web console for a Tarvex service. It serves pages; the service decides.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
+#include <functional>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "console/log.h"
 #include "console/options.h"
 #include "console/pages/routes.h"
+#include "console/server.h"
+#include "console/service_start.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
 #include "host/system/memory.h"
@@ -19,7 +25,17 @@ using namespace tarvex::console;
 using tarvex::host::CommandError;
 using tarvex::host::Tr;
 
-void AddOptions(CLI::App& app, TypedOptions& typed) {
+void AddPlaces(CLI::App& app, TypedOptions& typed) {
+    if (!Usual().is_posix) {
+        app.add_option("--desk", typed.desk, Tr("Speak to the service at this named pipe (tarvex-console)"))
+            ->type_name("NAME");
+        app.add_option("--listen", typed.listen,
+                       Tr("Where browsers connect: 127.0.0.1:PORT, or with --certificate ADDRESS:PORT "
+                          "(127.0.0.1:8480)"))
+            ->type_name("PLACE");
+        app.add_flag("--service", typed.is_service)->group("");  // what the service manager says
+        return;
+    }
     app.add_option("--root", typed.root, Tr("Speak to the service of this data tree"))->type_name("DIR");
     app.add_option("--desk", typed.desk, Tr("Speak to the service at this Unix socket (/run/tarvex/console.sock)"))
         ->type_name("PATH");
@@ -29,6 +45,10 @@ void AddOptions(CLI::App& app, TypedOptions& typed) {
         ->type_name("PLACE");
     app.add_option("--group", typed.group, Tr("Group that may connect to the Unix socket of --listen"))
         ->type_name("NAME");
+}
+
+void AddOptions(CLI::App& app, TypedOptions& typed) {
+    AddPlaces(app, typed);
     app.add_option("--certificate", typed.certificate, Tr("File with the certificate and its chain (PEM)"))
         ->type_name("FILE");
     app.add_option("--key", typed.key, Tr("File with the key of the certificate (PEM)"))->type_name("FILE");
@@ -43,19 +63,30 @@ void AddOptions(CLI::App& app, TypedOptions& typed) {
         ->check(CLI::Range(0, 16));
 }
 
+void SayWhere(const Options& options, int port) {
+    const std::string page = FirstPage(options, port);
+    std::cout << (page.empty() ? Tr("Listening at {0}.", options.server.place.path) : Tr("The console is at {0}", page))
+              << std::endl;
+}
+
 int Run(const TypedOptions& typed) {
     const Options options = Understand(typed);
     const Site site(options.site, Routes());
-    const auto listener = ListenAt(options.place, options.group);
-    const std::string page = FirstPage(options, PortOf(listener));
-    if (page.empty()) {
-        std::cout << Tr("Listening at {0}.", options.place.path) << std::endl;
-    } else {
-        std::cout << Tr("The console is at {0}", page) << std::endl;
-    }
-    Serve(listener, options.server, site);
-    if (!options.place.path.empty()) unlink(options.place.path.c_str());
+    Serve(options.server, site, [&options](int port) { SayWhere(options, port); });
     return tarvex::host::kDone;
+}
+
+// Its exit code. What goes wrong is told by `tell`.
+int OrTold(const std::function<int()>& work, const std::function<void(const std::string&)>& tell) {
+    try {
+        return work();
+    } catch (const CommandError& error) {
+        tell(error.what());
+        return error.ExitCode();
+    } catch (const std::exception& error) {
+        tell(error.what());
+        return tarvex::host::kBroken;
+    }
 }
 
 }  // namespace
@@ -65,6 +96,7 @@ int main(int argc, char** argv) {
 
     FillStandardStreams();
     GiveLargeMemoryBackAtOnce();
+    ShowUtf8();
     UseCatalogues(NativePath(ProgramDirectory() + "\\..\\share\\locale"));
     SpeakTo(UsersLanguage());
     CLI::App app(Tr("A web console for a Tarvex service."), "tarvex-console");
@@ -75,18 +107,22 @@ int main(int argc, char** argv) {
     app.get_formatter()->label("OPTIONS", Tr("OPTIONS"));
     TypedOptions typed;
     AddOptions(app, typed);
+    const std::vector<std::string> words = Arguments(argc, argv);
+    std::string mistake;
+    const auto say = [](const std::string& why) { std::cerr << "tarvex-console: " << why << '\n'; };
     try {
-        app.parse(argc, argv);
-        return Run(typed);
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));  // the last word first
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-        std::cerr << "tarvex-console: " << Printable(error.what()) << '\n';
-        return kBadUsage;
-    } catch (const CommandError& error) {
-        std::cerr << "tarvex-console: " << error.what() << '\n';
-        return error.ExitCode();
-    } catch (const std::exception& error) {
-        std::cerr << "tarvex-console: " << error.what() << '\n';
-        return kBroken;
+        typed.is_service = std::ranges::find(words, "--service") != words.end();
+        mistake = Printable(error.what());
     }
+    const auto work = [&] {
+        if (!mistake.empty()) throw CommandError(kBadUsage, mistake);
+        return Run(typed);
+    };
+    if (!typed.is_service) return OrTold(work, say);
+    // Nobody sees the standard error of a service.
+    const auto log = [](const std::string& why) { Log(LogLevel::Error, "cannot go on: " + why); };
+    return OrTold([&] { return RunAsService([&] { return OrTold(work, log); }); }, say);
 }

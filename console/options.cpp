@@ -2,13 +2,10 @@
 
 #include "console/options.h"
 
-#include <unistd.h>
-
-#include <array>
-
 #include "console/http/client.h"
 #include "host/language/tr.h"
 #include "host/system/command_error.h"
+#include "host/system/process.h"
 
 namespace tarvex::console {
 namespace {
@@ -16,13 +13,7 @@ namespace {
 using host::CommandError;
 using host::Tr;
 
-constexpr const char* kServicesDesk = "/run/tarvex/console.sock";  // of the packages
 constexpr const char* kDeskInRoot = "/.tarvex/console.sock";
-
-std::string MachineName() {
-    std::array<char, 256> name{};
-    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
-}
 
 // An address as it stands in a URL.
 std::string InUrl(const std::string& address) {
@@ -34,7 +25,7 @@ bool IsAnyAddress(const std::string& address) { return address == "0.0.0.0" || a
 // This machine's own, and what the operator has named.
 std::vector<std::string> NamesOf(const TypedOptions& typed, const Place& place) {
     std::vector<std::string> names{"localhost", "127.0.0.1", "[::1]"};
-    if (const std::string name = HostName(MachineName()); !name.empty()) names.push_back(name);
+    if (const std::string name = HostName(host::MachineName()); !name.empty()) names.push_back(name);
     if (!place.address.empty() && !IsAnyAddress(place.address)) names.push_back(InUrl(place.address));
     for (const std::string& host : typed.hosts) names.push_back(HostName(host));
     return names;
@@ -43,7 +34,7 @@ std::vector<std::string> NamesOf(const TypedOptions& typed, const Place& place) 
 std::string DeskOf(const TypedOptions& typed) {
     if (typed.desk && typed.root) throw CommandError(host::kBadUsage, Tr("--root and --desk exclude each other"));
     if (typed.desk) return *typed.desk;
-    return typed.root ? *typed.root + kDeskInRoot : kServicesDesk;
+    return typed.root ? *typed.root + kDeskInRoot : Usual().desk;
 }
 
 void RequireSafety(const TypedOptions& typed, const Place& place) {
@@ -60,21 +51,21 @@ void RequireSafety(const TypedOptions& typed, const Place& place) {
 
 Options Understand(const TypedOptions& typed) {
     Options options;
-    options.place = PlaceOf(typed.listen);
-    RequireSafety(typed, options.place);
-    options.group = typed.group;
-    options.server = {DeskOf(typed), typed.certificate, typed.key};
-    options.site.names = NamesOf(typed, options.place);
+    const Place place = PlaceOf(typed.listen);
+    RequireSafety(typed, place);
+    options.server = {place, typed.group, DeskOf(typed), typed.certificate, typed.key};
+    options.site.names = NamesOf(typed, place);
     // Only a proxy connects to the Unix socket.
-    options.site.trusted_proxies = typed.trusted_proxies.value_or(options.place.path.empty() ? 0 : 1);
+    options.site.trusted_proxies = typed.trusted_proxies.value_or(place.path.empty() ? 0 : 1);
     options.site.is_encrypted = !typed.certificate.empty();
     return options;
 }
 
 std::string FirstPage(const Options& options, int port) {
-    if (!options.place.path.empty()) return {};
+    const Place& place = options.server.place;
+    if (!place.path.empty()) return {};
     const std::string scheme = options.site.is_encrypted ? "https://" : "http://";
-    const std::string name = IsLocalPlace(options.place) ? "localhost" : InUrl(options.place.address);
+    const std::string name = IsLocalPlace(place) ? "localhost" : InUrl(place.address);
     return scheme + name + ':' + std::to_string(port) + '/';
 }
 

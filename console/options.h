@@ -6,27 +6,34 @@
 #include <string>
 #include <vector>
 
-#include "console/listener.h"
 #include "console/server.h"
 #include "console/site.h"
 
 namespace tarvex::console {
 
+// What is not typed, in which the systems differ.
+struct UsualOptions {
+    const char* desk;  // of the service
+    const char* listen;
+    bool is_posix;
+};
+
+const UsualOptions& Usual();
+
 // As it was typed.
 struct TypedOptions {
     std::optional<std::string> root;
     std::optional<std::string> desk;
-    std::string listen = "unix:/run/tarvex-console/http.sock";
+    std::string listen = Usual().listen;
     std::string group;
     std::string certificate;
     std::string key;
     std::vector<std::string> hosts;
     std::optional<unsigned> trusted_proxies;
+    bool is_service = false;  // the service manager of Windows has started it
 };
 
 struct Options {
-    Place place;
-    std::string group;
     ServerOptions server;
     Site::Settings site;
 };

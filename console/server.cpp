@@ -13,17 +13,12 @@
 
 #include "console/server.h"
 
-#include <sys/socket.h>
-
 #include <array>
-#include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
-#include <csignal>
 #include <ctime>
 #include <exception>
 #include <memory>
@@ -34,6 +29,7 @@
 #include "console/desk/connection.h"
 #include "console/listener.h"
 #include "console/log.h"
+#include "console/order_line.h"
 #include "host/system/service_manager.h"
 
 namespace tarvex::console {
@@ -189,7 +185,8 @@ private:
         if (head.find(http::field::transfer_encoding) != head.end()) return 411;
         if (head.count(http::field::content_length) > 1) return 400;
         if (head[http::field::content_length].find(',') != boost::beast::string_view::npos) return 400;
-        if (!hall_.bodies.Take(parser_->content_length().value_or(0), body_bytes_)) return 503;
+        const auto length = static_cast<std::size_t>(parser_->content_length().value_or(0));  // at most a body's limit
+        if (!hall_.bodies.Take(length, body_bytes_)) return 503;
         WaitFor(kBodyPatience);
         return 0;
     }
@@ -284,23 +281,24 @@ private:
 
 class Server {
 public:
-    Server(const host::Descriptor& listener, const ServerOptions& options, const Site& site)
+    Server(const ServerOptions& options, const Site& site)
         : options_(options),
           desk_(context_, options.desk, kDeskPatience),
           hall_{context_, site, desk_, {}},
           acceptor_(context_),
-          signals_(context_, SIGTERM, SIGINT, SIGHUP),
+          orders_(context_, [this](host::Order order) { Obey(order); }),
           end_(context_),
           tls_(LoadCertificate(options.certificate, options.key)) {
-        sockaddr_storage address{};
-        socklen_t length = sizeof address;
-        getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length);
-        acceptor_.assign({address.ss_family, 0}, dup(listener.Get()));
+        ListenAt(acceptor_, options.place, options.group);
     }
+    ~Server() { RemovePath(options_.place); }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    int Port() const { return PortOf(acceptor_); }
 
     void Run() {
         Accept();
-        AwaitSignal();
         manager_.Ready();
         context_.run();
     }
@@ -339,13 +337,9 @@ private:
         return slowest != nullptr;
     }
 
-    void AwaitSignal() {
-        signals_.async_wait([this](error_code error, int signal) {
-            if (error) return;
-            if (signal != SIGHUP) return End();
-            Reload();
-            AwaitSignal();
-        });
+    void Obey(host::Order order) {
+        if (order == host::Order::Stop) return End();
+        order == host::Order::Hold ? manager_.Holding() : Reload();
     }
 
     void Reload() {
@@ -378,8 +372,8 @@ private:
     const ServerOptions& options_;
     DeskLine desk_;
     Hall hall_;
-    net::basic_socket_acceptor<net::generic::stream_protocol> acceptor_;
-    net::signal_set signals_;
+    Acceptor acceptor_;
+    OrderLine orders_;
     net::steady_timer end_;
     TlsContext tls_;
     host::ServiceManager manager_;
@@ -387,8 +381,10 @@ private:
 
 }  // namespace
 
-void Serve(const host::Descriptor& listener, const ServerOptions& options, const Site& site) {
-    Server(listener, options, site).Run();
+void Serve(const ServerOptions& options, const Site& site, const std::function<void(int port)>& listens) {
+    Server server(options, site);
+    listens(server.Port());
+    server.Run();
 }
 
 }  // namespace tarvex::console

@@ -5,10 +5,10 @@
 #include "console/desk/connection.h"
 
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/read.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/write.hpp>
 #include <memory>
+
+#include "console/desk/stream.h"
 
 namespace tarvex::console {
 namespace {
@@ -24,61 +24,61 @@ constexpr std::size_t kMostAtOnce = 32;
 class DeskLine::Talk : public std::enable_shared_from_this<DeskLine::Talk> {
 public:
     Talk(DeskLine& line, Waiting question)
-        : line_(line), question_(std::move(question)), socket_(line.context_), timer_(line.context_) {}
+        : line_(line),
+          question_(std::move(question)),
+          stream_(DeskStream::Make(line.context_)),
+          timer_(line.context_) {}
 
     void Start() {
         timer_.expires_after(line_.patience_);
         timer_.async_wait([self = shared_from_this()](error_code error) {
             if (!error) self->Finish(DeskTrouble::Silent);
         });
-        socket_.async_connect(line_.desk_, [self = shared_from_this()](error_code error) {
+        stream_->Connect(line_.place_, [self = shared_from_this()](error_code error) {
             error ? self->Finish(DeskTrouble::NotThere) : self->Send();
         });
     }
 
 private:
     void Send() {
-        net::async_write(socket_, net::buffer(question_.message), [self = shared_from_this()](error_code error, auto) {
+        stream_->Write(net::buffer(question_.message), [self = shared_from_this()](error_code error) {
             error ? self->Finish(DeskTrouble::Wrong) : self->ReadLength();
         });
     }
 
     void ReadLength() {
-        net::async_read(socket_, net::buffer(length_), [self = shared_from_this()](error_code error, auto) {
+        stream_->Read(net::buffer(length_), [self = shared_from_this()](error_code error) {
             const auto length = AnswerLength(self->length_);
             error || !length ? self->Finish(DeskTrouble::Wrong) : self->ReadAnswer(*length);
         });
     }
 
-    // The room for it grows with what comes.
     void ReadAnswer(std::size_t length) {
-        net::async_read(socket_, net::dynamic_buffer(answer_, length), net::transfer_exactly(length),
-                        [self = shared_from_this()](error_code error, auto) {
-                            auto answer = error ? std::nullopt : console::ReadAnswer(self->answer_);
-                            answer ? self->Finish(*std::move(answer)) : self->Finish(DeskTrouble::Wrong);
-                        });
+        stream_->Read(length, answer_, [self = shared_from_this()](error_code error) {
+            auto answer = error ? std::nullopt : console::ReadAnswer(self->answer_);
+            answer ? self->Finish(*std::move(answer)) : self->Finish(DeskTrouble::Wrong);
+        });
     }
 
     void Finish(DeskOutcome outcome) {
         if (!question_.answered) return;
         const Answered answered = std::exchange(question_.answered, nullptr);
         timer_.cancel();
-        error_code ignored;
-        socket_.close(ignored);
+        stream_->Close();
         line_.End();
         answered(std::move(outcome));
     }
 
     DeskLine& line_;
     Waiting question_;
-    net::local::stream_protocol::socket socket_;
+    std::unique_ptr<DeskStream> stream_;
     net::steady_timer timer_;
     LengthBytes length_{};
     std::string answer_;
 };
 
-DeskLine::DeskLine(net::io_context& context, std::string path, std::chrono::milliseconds patience)
-    : context_(context), desk_(path), patience_(patience) {}
+DeskLine::DeskLine(net::io_context& context, std::string place, std::chrono::milliseconds patience)
+    : context_(context), place_(std::move(place)), patience_(patience) {}
 
 void DeskLine::Ask(std::string message, Answered answered) {
     Waiting question{std::move(message), std::move(answered)};

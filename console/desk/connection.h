@@ -1,9 +1,8 @@
 #pragma once
 
-// Questions to the desk over its Unix socket, several at a time.
+// Questions to the desk, several at a time.
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -17,7 +16,7 @@ using Answered = std::function<void(DeskOutcome)>;
 
 class DeskLine {
 public:
-    DeskLine(boost::asio::io_context& context, std::string path, std::chrono::milliseconds patience);
+    DeskLine(boost::asio::io_context& context, std::string place, std::chrono::milliseconds patience);
 
     // Puts a question, as DeskMessage has made it. So many at a time that their answers cannot fill the memory; the
     // rest wait. The answer, or that there is none, comes within the time limit, counted from when the question was
@@ -35,7 +34,7 @@ private:
     void End();
 
     boost::asio::io_context& context_;
-    boost::asio::local::stream_protocol::endpoint desk_;
+    std::string place_;  // the path of its socket; on Windows the name of its pipe
     std::chrono::milliseconds patience_;
     std::size_t open_ = 0;
     std::deque<Waiting> waiting_;

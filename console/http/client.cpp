@@ -1,17 +1,18 @@
 // Reads out of the headers of a request who sent it.
 
+#include <utility>  // Boost.Asio 1.74 leaves it out
+
 #include "console/http/client.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <algorithm>
-#include <array>
+#include <boost/asio/ip/address.hpp>
 #include <charconv>
 #include <optional>
 
 namespace tarvex::console {
 namespace {
+
+namespace ip = boost::asio::ip;
 
 std::string Lowered(std::string_view text) {
     std::string lowered(text);
@@ -23,13 +24,6 @@ std::string Lowered(std::string_view text) {
 std::string_view Trimmed(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
     return text.substr(0, text.find_last_not_of(" \t") + 1);
-}
-
-template <int kFamily, class Address, std::size_t kLength>
-std::string ShowAddress(const Address& address) {
-    std::array<char, kLength> text{};
-    inet_ntop(kFamily, &address, text.data(), text.size());
-    return text.data();
 }
 
 constexpr std::string_view kSecure = "https://";
@@ -61,14 +55,17 @@ double WeightOf(std::string_view parameters) {
 
 std::string PlainAddress(std::string_view text) {
     const std::string address(text);
-    in_addr four{};
-    if (inet_pton(AF_INET, address.c_str(), &four) == 1) return ShowAddress<AF_INET, in_addr, INET_ADDRSTRLEN>(four);
-    in6_addr six{};
-    if (inet_pton(AF_INET6, address.c_str(), &six) != 1) return {};
-    if (!IN6_IS_ADDR_V4MAPPED(&six)) return ShowAddress<AF_INET6, in6_addr, INET6_ADDRSTRLEN>(six);
-    constexpr std::size_t kCarrierBytes = 12;
-    std::copy_n(six.s6_addr + kCarrierBytes, sizeof four, reinterpret_cast<unsigned char*>(&four));
-    return ShowAddress<AF_INET, in_addr, INET_ADDRSTRLEN>(four);
+    const bool is_six = address.find(':') != std::string::npos;
+    // Systems understand more: ports, zones, short forms.
+    const bool is_plain_text =
+        is_six ? address.find_first_not_of("0123456789abcdefABCDEF:.") == std::string::npos
+               : address.find_first_not_of("0123456789.") == std::string::npos && std::ranges::count(address, '.') == 3;
+    if (!is_plain_text) return {};
+    boost::system::error_code error;
+    const ip::address parsed = ip::make_address(address, error);
+    if (error || parsed.is_v6() != is_six) return {};
+    const bool is_plain = parsed.is_v4() || !parsed.to_v6().is_v4_mapped();
+    return is_plain ? parsed.to_string() : ip::make_address_v4(ip::v4_mapped, parsed.to_v6()).to_string();
 }
 
 std::string ClientAddress(const Fields& headers, std::string_view peer, unsigned trusted_proxies) {

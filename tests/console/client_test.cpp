@@ -37,6 +37,14 @@ TEST(Client, AddressIsTheOneThatTheOutermostTrustedProxySaw) {
     }
 }
 
+TEST(Client, AnAddressIsWhatEverySystemTakesForOne) {
+    for (const char* const right : {"192.0.2.1", "2001:db8::1"}) EXPECT_EQ(PlainAddress(right), right);
+    EXPECT_EQ(PlainAddress("::ffff:192.0.2.1"), "192.0.2.1");
+    for (const char* const wrong :
+         {"", "192.0.2.1:80", "192.0.2", "0x7f.0.0.1", "192.0.2.1 ", "[2001:db8::1]", "fe80::1%eth0", "localhost"})
+        EXPECT_EQ(PlainAddress(wrong), "") << wrong;
+}
+
 TEST(Client, OnlyOneHostOfTheListIsOurs) {
     const std::vector<std::string> names{"mail.example.org", "localhost", "[::1]"};
     for (const char* const host : {"mail.example.org", "MAIL.example.org:8443", "localhost:1", "[::1]:80", "[::1]"})

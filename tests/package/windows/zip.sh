@@ -16,10 +16,10 @@ cd "$work"
 cmake -E tar xf tarvex-*-win32.zip
 cd tarvex-*-win32
 
-expected=(README.txt bin/Tarvex.dll bin/tarvex.exe lib/Tarvex.def lib/libTarvex.dll.a
-  docs/{alerts,deliverability,files,forwarding,host,network,setup,stunnel,text-mail,tls,tokens}.md share/tarvex/mail-servers
+expected=(README.txt bin/Tarvex.dll bin/tarvex.exe bin/tarvex-console.exe bin/qrencode.dll lib/Tarvex.def lib/libTarvex.dll.a
+  docs/{alerts,console,deliverability,files,forwarding,host,network,setup,stunnel,text-mail,tls,tokens}.md share/tarvex/mail-servers
   share/locale/ja/LC_MESSAGES/tarvex.mo
-  licences/{Asio,CLI11,GCC-runtime,OpenSSL,SQLite,mingw-w64,nlohmann-json}.txt)
+  licences/{Asio,Boost,CLI11,GCC-runtime,OpenSSL,SQLite,libqrencode,mingw-w64,nlohmann-json}.txt)
 diff <({ printf '%s\n' "${expected[@]}"; (cd "$source" && ls include/tarvex/*); } | sort) <(find . -type f -printf '%P\n' | sort) ||
   fail "the zip holds other files"
 grep -qv $'\r$' README.txt && fail "the README has lines that do not end as on Windows"

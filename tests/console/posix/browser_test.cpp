@@ -8,7 +8,7 @@
 
 #include "console/pages/routes.h"
 #include "testing/child_process.h"
-#include "tests/console/support/running_console.h"
+#include "tests/console/support/posix/running_console.h"
 #include "tests/support/forwarding.h"
 #include "tests/support/host_program.h"
 

@@ -1,6 +1,6 @@
 // A browser that sends what the test wants.
 
-#include "tests/console/support/raw_client.h"
+#include "tests/console/support/posix/raw_client.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

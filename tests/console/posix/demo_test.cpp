@@ -13,7 +13,7 @@
 
 #include "testing/child_process.h"
 #include "testing/temp_dir.h"
-#include "tests/console/support/raw_client.h"
+#include "tests/console/support/posix/raw_client.h"
 #include "tests/support/host_program.h"
 
 namespace tarvex::testing {

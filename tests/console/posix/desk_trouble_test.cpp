@@ -5,9 +5,9 @@
 
 #include <atomic>
 
-#include "tests/console/support/raw_client.h"
-#include "tests/console/support/running_console.h"
-#include "tests/console/support/scripted_desk.h"
+#include "tests/console/support/posix/raw_client.h"
+#include "tests/console/support/posix/running_console.h"
+#include "tests/console/support/posix/scripted_desk.h"
 
 namespace tarvex::testing {
 namespace {

@@ -1,6 +1,6 @@
 // A browser that speaks TLS and believes everybody.
 
-#include "tests/console/support/tls_client.h"
+#include "tests/console/support/posix/tls_client.h"
 
 #include <openssl/pem.h>
 #include <openssl/ssl.h>

@@ -6,13 +6,12 @@
 #include <filesystem>
 #include <mutex>
 
-#include "console/listener.h"
 #include "testing/child_process.h"
 #include "testing/scripted_server.h"
-#include "tests/console/support/raw_client.h"
-#include "tests/console/support/running_console.h"
-#include "tests/console/support/scripted_desk.h"
-#include "tests/console/support/tls_client.h"
+#include "tests/console/support/posix/raw_client.h"
+#include "tests/console/support/posix/running_console.h"
+#include "tests/console/support/posix/scripted_desk.h"
+#include "tests/console/support/posix/tls_client.h"
 
 namespace tarvex::testing {
 namespace {
@@ -29,8 +28,8 @@ void Replace(std::string& text, const std::string& old, const std::string& by) {
 
 // nginx cannot choose one by itself and say which.
 int FreePort() {
-    const host::Descriptor listener = console::ListenAt(console::PlaceOf("127.0.0.1:0"), "");
-    return console::PortOf(listener);
+    const ScriptedServer server([](Peer&) {});
+    return server.Port();
 }
 
 class BehindNginx : public ::testing::Test {

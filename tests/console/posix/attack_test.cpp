@@ -5,8 +5,8 @@
 
 #include <memory>
 
-#include "tests/console/support/raw_client.h"
-#include "tests/console/support/running_console.h"
+#include "tests/console/support/posix/raw_client.h"
+#include "tests/console/support/posix/running_console.h"
 
 namespace tarvex::testing {
 namespace {

@@ -1,6 +1,6 @@
 // A desk that answers as the test wants.
 
-#include "tests/console/support/scripted_desk.h"
+#include "tests/console/support/posix/scripted_desk.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>

@@ -12,9 +12,9 @@
 #include <csignal>
 
 #include "testing/scripted_server.h"
-#include "tests/console/support/raw_client.h"
-#include "tests/console/support/running_console.h"
-#include "tests/console/support/tls_client.h"
+#include "tests/console/support/posix/raw_client.h"
+#include "tests/console/support/posix/running_console.h"
+#include "tests/console/support/posix/tls_client.h"
 
 namespace tarvex::testing {
 namespace {

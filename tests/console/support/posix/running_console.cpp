@@ -1,6 +1,6 @@
 // The program tarvex-console while a test lasts.
 
-#include "tests/console/support/running_console.h"
+#include "tests/console/support/posix/running_console.h"
 
 #include <algorithm>
 #include <csignal>
