@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <mutex>
-#include <utility>
 
+#include "host/system/windows/handle.h"
 #include "host/system/windows/wide.h"
 
 namespace tarvex::host {
@@ -20,25 +20,6 @@ constexpr DWORD kLook_ms = 20;
 
 // A program that is started gets every handle that can be inherited: one at a time.
 std::mutex inheriting;
-
-class Handle {
-public:
-    explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
-    ~Handle() {
-        if (handle_ && handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
-    }
-    Handle(const Handle&) = delete;
-    Handle& operator=(Handle&& other) noexcept {
-        std::swap(handle_, other.handle_);
-        return *this;
-    }
-
-    HANDLE Get() const { return handle_; }
-    HANDLE* Place() { return &handle_; }
-
-private:
-    HANDLE handle_;
-};
 
 // A word as the program's runtime takes the command line apart again. It is quoted where it must be: cmd reads quotes
 // in its own way.
@@ -98,11 +79,20 @@ bool Start(const std::vector<std::string>& words, const ProgramManner& manner, H
     return true;
 }
 
+// A pipe whose ends a program inherits that is started.
+bool OpenEnds(Handle& reading, Handle& writing, DWORD bytes) {
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    HANDLE ends[2] = {};
+    if (!CreatePipe(&ends[0], &ends[1], &inherited, bytes)) return false;
+    reading = Handle(ends[0]);
+    writing = Handle(ends[1]);
+    return true;
+}
+
 // The reading end of a pipe with room for all of it, so that a program which does not read keeps nobody waiting.
 bool MakeInput(std::string_view text, Handle& reading) {
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     Handle writing;
-    if (!CreatePipe(reading.Place(), writing.Place(), &inherited, static_cast<DWORD>(text.size() + 1))) return false;
+    if (!OpenEnds(reading, writing, static_cast<DWORD>(text.size() + 1))) return false;
     SetHandleInformation(writing.Get(), HANDLE_FLAG_INHERIT, 0);
     DWORD written = 0;
     return text.empty() ||
@@ -133,8 +123,7 @@ ProgramOutput OutputOf(const std::vector<std::string>& words, std::chrono::milli
     const Handle job(CreateJobObjectW(nullptr, nullptr));
     std::unique_lock lock(inheriting);
     Handle writing;
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    if (!CreatePipe(reading.Place(), writing.Place(), &inherited, 0)) return {{}, CannotStart()};
+    if (!OpenEnds(reading, writing, 0)) return {{}, CannotStart()};
     SetHandleInformation(reading.Get(), HANDLE_FLAG_INHERIT, 0);
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
