@@ -206,7 +206,7 @@ TEST(HostProgram, RunsNoProfileOfAUserWhoIsOff) {
     WriteFile(host.Root() + "/host.def", "[version]\n0\n");
     const std::string off = "switched off with its user";
     EXPECT_EQ(host.Tell({"run"}), "No profile was due.\n");
-    EXPECT_THAT(host.Tell({"run", "--now", "user0/from0"}), HasSubstr(Host::Native("user0\\from0 is ") + off));
+    EXPECT_THAT(host.Tell({"run", "--now", "user0/from0"}), HasSubstr(std::string("user0/from0 is ") + off));
     EXPECT_THAT(host.Tell({"status"}), HasSubstr("switched off"));
     EXPECT_THAT(host.Tell({"plan"}), HasSubstr(off));
     EXPECT_THAT(host.Tell({"check", "--no-dns"}), HasSubstr(off));

@@ -401,8 +401,8 @@ private:
 
     static void ExpectGoodEnd(const ChildProcess& run) {
         const std::string said = run.Printed() + run.Errors();
-        const std::string profile = std::filesystem::path("user0/from0").make_preferred().string();
-        const bool was_refused = said == "tarvex: " + profile + ": failed: 451 4.3.0 not now (" + kOftenRefused + ")\n";
+        const bool was_refused =
+            said == std::string("tarvex: user0/from0: failed: 451 4.3.0 not now (") + kOftenRefused + ")\n";
         EXPECT_TRUE(said.empty() || was_refused) << said;
         EXPECT_EQ(run.ExitCode(), was_refused ? kUnavailable : 0);
     }

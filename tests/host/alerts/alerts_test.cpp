@@ -95,9 +95,7 @@ protected:
     CTime look_every_ = 30;
 };
 
-// As the profiles are named here.
-const std::string kFirst =
-    std::string("user0") + static_cast<char>(std::filesystem::path::preferred_separator) + "from0";
+const std::string kFirst = "user0/from0";
 
 TEST_F(AlertedTree, HasOneAlertADayForAWrongPasswordAndOneWhenItIsRightAlsoOverRestarts) {
     AddProfile();
